@@ -1,0 +1,37 @@
+# ktd_layer(NAME [DEPENDS layer...] [PRIVATE lib...]): the target of one folder of the library, made of every .cpp in it.
+# A folder without sources (headers only, or still empty) gives an INTERFACE target. The names of all layers with objects
+# gather in the global property KTD_OBJECT_LAYERS, out of which the shared library is linked.
+function(ktd_layer name)
+  cmake_parse_arguments(arg "" "" "DEPENDS;PRIVATE" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp")
+  if(sources)
+    add_library(${name} OBJECT ${sources})
+    set(scope PUBLIC)
+    target_link_libraries(${name} PRIVATE KtdWarnings ${arg_PRIVATE})
+    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+    set_property(GLOBAL APPEND PROPERTY KTD_OBJECT_LAYERS ${name})
+  else()
+    add_library(${name} INTERFACE)
+    set(scope INTERFACE)
+  endif()
+  target_include_directories(${name} ${scope} "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_link_libraries(${name} ${scope} ${arg_DEPENDS} ${KTD_COMMON_LIBRARIES})
+endfunction()
+
+# ktd_test(FOLDER [LIBS lib...] [PCH header...]): one test binary `test-FOLDER` and one ctest entry for tests/FOLDER/*.cpp;
+# nothing while the folder holds no source.
+function(ktd_test folder)
+  cmake_parse_arguments(arg "" "" "LIBS;PCH" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(test-${folder} ${sources})
+  target_include_directories(test-${folder} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  target_link_libraries(test-${folder} PRIVATE KtdWarnings KelTypeDecoder ${arg_LIBS} GTest::gmock GTest::gtest_main)
+  target_compile_definitions(test-${folder} PRIVATE KTD_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  target_precompile_headers(test-${folder} PRIVATE <gmock/gmock.h> <gtest/gtest.h> ${arg_PCH})
+  add_test(NAME ${folder} COMMAND test-${folder} --gtest_brief=1)
+  set_tests_properties(${folder} PROPERTIES TIMEOUT 600 ENVIRONMENT "${KTD_TEST_ENVIRONMENT}")
+endfunction()

@@ -1,0 +1,7 @@
+#include "Kstd/Version.h"
+
+namespace Kstd {
+
+std::string_view libraryVersion() noexcept { return KTD_VERSION; }
+
+} // namespace Kstd
