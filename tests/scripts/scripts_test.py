@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""The project's own scripts: the checks find what they are there to find, and the two commands prepare a machine."""
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+def write(root, name, text, mode=0o644):
+    path = pathlib.Path(root, name)
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text, encoding="utf-8")
+    path.chmod(mode)
+
+
+def call(*command, **options):
+    return subprocess.run([str(c) for c in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          check=False, timeout=120, **options)
+
+
+class CheckLayers(unittest.TestCase):
+    CASES = [  # file, its content, what the check says of it (None: nothing)
+        ("platform/Kel/A.h", '#include "Tovak/String.h"\n#include <map>\n', None),
+        ("platform/Tovak/A.h", '#include "Kel/Ptr.h"\n', "A.h:1: platform/Tovak may not include Kel/Ptr.h"),
+        ("platform/Tovak/A.h", '\n  #  include <Kel/Ptr.h>\n', "A.h:2: platform/Tovak may not include Kel/Ptr.h"),
+        ("platform/Kel/A.h", '#include "Ondra/Path.h"\n', "platform/Kel may not include Ondra/Path.h"),
+        ("platform/Kel/A.h", '#include "Ptr.h"\n', "include by folder"),
+        ("platform/Kel/A.h", '#include "../Kel/Ptr.h"\n', "include by folder"),
+        ("platform/Kel/A.cpp", "#include <google/protobuf/arena.h>\n", "protobuf and gRPC"),
+        ("platform/Kel/A.cpp", "gnmi::Path p;\n", "protobuf and gRPC"),
+        ("src/Ondra/A.cpp", '#include <grpcpp/grpcpp.h>\n#include "github.com/a/b.pb.h"\ngnmi::Path p;\n', None),
+        ("src/Ondra/A.cpp", '#include "agent/Host.h"\n', "src/Ondra may not include agent/Host.h"),
+        ("src/Ondra/A.cpp", "auto t = std::chrono::steady_clock::now();\n", "the clock"),
+        ("platform/Tovak/Clock.cpp", "auto t = std::chrono::steady_clock::now();\n", None),
+        ("src/Ondra/A.cpp", "int a;\nstd::mutex m;\n", "A.cpp:2: threads and locks"),
+        ("src/Ondra/A.cpp", "// std::mutex\n/* std::thread\n */ auto t = \"std::mutex\";\n", None),
+        ("src/Ondra/A.cpp", "std::lock_guard<Tovak::Locking::Lock> hold(lock);\n", None),
+        ("agent/A.cpp", "std::thread t;\n", None),
+        ("agent/A.cpp", "std::this_thread::sleep_for(1s);\n", "nobody sleeps"),
+        ("tests/ondra/a_test.cpp", "auto c = 1'000; usleep(5);\n", "nobody sleeps"),
+        ("tests/ondra/a_test.cpp", "std::thread t;\n", None),
+        ("src/Other/A.cpp", "\n", "no layer is known"),
+    ]
+
+    def testEachKindOfFaultIsFound(self):
+        for name, content, expected in self.CASES:
+            with self.subTest(name=name, content=content), tempfile.TemporaryDirectory() as tree:
+                write(tree, name, content)
+                result = call(ROOT / "scripts/check-layers", tree)
+                self.assertEqual(result.returncode, 0 if expected is None else 1, result.stdout)
+                self.assertIn(expected or "", result.stdout)
+                self.assertEqual(len(result.stdout.splitlines()), 0 if expected is None else 1, result.stdout)
+
+    def testThisProjectHasNone(self):
+        result = call(ROOT / "scripts/check-layers")
+        self.assertEqual(result.returncode, 0, result.stdout)
+
+
+class CheckHeaders(unittest.TestCase):
+    def testAHeaderThatLeansOnOthersIsNamed(self):
+        with tempfile.TemporaryDirectory() as tree:
+            write(tree, "platform/Kel/Good.h", "#pragma once\n#include <string>\nstd::string good();\n")
+            self.assertEqual(call(ROOT / "scripts/check-headers", "--root", tree).returncode, 0)
+            write(tree, "platform/Kel/Leaning.h", "#pragma once\nstd::string leaning();\n")
+            result = call(ROOT / "scripts/check-headers", "--root", tree)
+            self.assertNotEqual(result.returncode, 0)
+            self.assertIn("not self-contained: platform/Kel/Leaning.h", result.stdout)
+            self.assertNotIn("Good.h", result.stdout)
+
+
+class Packages(unittest.TestCase):
+    """ensurePackages on a machine played by a dpkg-query and an apt-get of the test's own."""
+
+    def prepare(self, missing, aptWorks=True):
+        packages = call("bash", "-c", "source scripts/lib.sh; packages", cwd=ROOT).stdout.split()
+        self.assertIn("libprotobuf-dev", packages)
+        with tempfile.TemporaryDirectory() as tools:
+            rows = "".join(f"{p} installed\n" for p in packages if p not in missing)
+            write(tools, "dpkg-query", f"#!/bin/sh\ncat <<E\n{rows}E\nexit {1 if missing else 0}\n", 0o755)
+            write(tools, "apt-get", f'#!/bin/sh\necho "apt-get $*"\nexit {0 if aptWorks else 100}\n', 0o755)
+            write(tools, "sudo", '#!/bin/sh\nexec "$@"\n', 0o755)
+            environment = dict(os.environ, PATH=f"{tools}:{os.environ['PATH']}")
+            script = "set -euo pipefail; source scripts/lib.sh; ensurePackages; echo ready"
+            return call("bash", "-c", script, cwd=ROOT, env=environment)
+
+    def testNothingIsDoneWhenAllIsThere(self):
+        result = self.prepare(missing=[])
+        self.assertEqual((result.returncode, result.stdout), (0, "ready\n"))
+
+    def testWhatIsMissingIsInstalledAfterAnUpdate(self):
+        result = self.prepare(missing=["libfmt-dev", "ccache"])
+        self.assertEqual(result.returncode, 0, result.stdout)
+        calls = [line for line in result.stdout.splitlines() if line.startswith("apt-get")]
+        self.assertEqual(len(calls), 2, calls)
+        self.assertTrue(calls[0].endswith(" update"), calls)
+        self.assertTrue(calls[1].endswith(" ccache libfmt-dev"), calls)
+
+    def testOfflineTheMissingPackagesAreNamed(self):
+        result = self.prepare(missing=["libfmt-dev"], aptWorks=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("offline", result.stdout)
+        self.assertTrue(result.stdout.rstrip().endswith("libfmt-dev"), result.stdout)
+        self.assertNotIn("ready", result.stdout)
+
+    def testWrongOptionsAreRefused(self):
+        for command in (["./run", "--nonsense"], ["./test", "-j", "x"], ["./test", "--preset"]):
+            result = call(*command, cwd=ROOT)
+            self.assertEqual(result.returncode, 1, command)
+            self.assertIn(command[1], result.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
