@@ -24,3 +24,31 @@ target_compile_features(KelTypeDecoder PUBLIC cxx_std_20)
 target_link_libraries(KelTypeDecoder PUBLIC protobuf::libprotobuf gRPC::grpc++ ${KTD_COMMON_LIBRARIES})
 # The order of building only: whoever links the library includes generated headers.
 add_dependencies(KelTypeDecoder GnmiProto)
+
+# What is installed: the library, the headers of all its folders and of the generated messages, a CMake package and a
+# pkg-config file.
+include(CMakePackageConfigHelpers)
+set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KelTypeDecoder")
+install(TARGETS KelTypeDecoder EXPORT KelTypeDecoderTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(EXPORT KelTypeDecoderTargets NAMESPACE KelTypeDecoder:: DESTINATION "${package}")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/" "${PROJECT_SOURCE_DIR}/src/" "${KTD_PROTO_OUT}/"
+  DESTINATION "${KTD_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/proto/github.com" DESTINATION "${CMAKE_INSTALL_DATADIR}/KelTypeDecoder/proto"
+  FILES_MATCHING PATTERN "*.proto")
+
+configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KelTypeDecoderConfig.cmake.in" KelTypeDecoderConfig.cmake
+  INSTALL_DESTINATION "${package}")
+write_basic_package_version_file(KelTypeDecoderConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/KelTypeDecoderConfig.cmake" "${PROJECT_BINARY_DIR}/KelTypeDecoderConfigVersion.cmake"
+  DESTINATION "${package}")
+
+set(pcRequires "protobuf grpc++ fmt")
+foreach(library IN LISTS KTD_COMMON_LIBRARIES)
+  if(library MATCHES "^absl::(.*)")
+    string(APPEND pcRequires " absl_${CMAKE_MATCH_1}")
+  endif()
+endforeach()
+file(RELATIVE_PATH pcPrefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" pcPrefix "${pcPrefix}")
+configure_file("${CMAKE_CURRENT_LIST_DIR}/KelTypeDecoder.pc.in" KelTypeDecoder.pc @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/KelTypeDecoder.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
