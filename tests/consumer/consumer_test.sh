@@ -18,11 +18,13 @@ check() { # WHAT PROGRAM
   ldd "$2" | grep -q "$prefix/$libdir/libKelTypeDecoder.so" || { echo "$1: not the installed library"; exit 1; }
 }
 
-cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" >"$work/cmake.log"
+launcher=$(command -v ccache || true)
+cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" \
+  -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" >"$work/cmake.log"
 ninja -C "$work/cmake" >>"$work/cmake.log" || { cat "$work/cmake.log"; exit 1; }
 check cmake "$work/cmake/consumer"
 
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
-g++ -std=c++20 $flags "$source/main.cpp" -o "$work/consumer" \
-  $(pkg-config --cflags --libs KelTypeDecoder) -Wl,-rpath,"$prefix/$libdir"
+$launcher g++ -std=c++20 $flags $(pkg-config --cflags KelTypeDecoder) -c "$source/main.cpp" -o "$work/main.o"
+g++ $flags "$work/main.o" -o "$work/consumer" $(pkg-config --libs KelTypeDecoder) -Wl,-rpath,"$prefix/$libdir"
 check pkg-config "$work/consumer"
