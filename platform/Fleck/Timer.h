@@ -95,6 +95,8 @@ KTD_EXPORT void reset();
 
 /** How many messages are kept; older ones are overwritten. */
 inline constexpr size_t messageCapacity = 1024;
+/** How many bytes of a message are kept. */
+inline constexpr size_t messageMaxLength = 256;
 
 /** Records a trace message in the ring, with the time, while Fleck is on. */
 inline void message(std::string_view text) {

@@ -43,7 +43,7 @@ struct FdEvents {
  *   2. calls the loop hooks,
  *   3. calls ready file descriptors, then posted work, then due timers,
  *   4. runs one scheduled task for one slice.
- * Steps 3 does what was there when the pass began; what it adds waits for the next pass.
+ * Step 3 does what was there when the pass began; what it adds waits for the next pass.
  *
  * Priorities: the most urgent queue is served first, in the order of scheduling, but every `fairTurn`-th turn
  * that it could take goes to the queues below it. So work of every priority gets on, at worst slowly.

@@ -34,6 +34,15 @@ public:
 /** Directs messages to `sink` (null: the default) and returns the sink before it. The caller keeps it alive. */
 KTD_EXPORT TraceSink* traceSinkIs(TraceSink* sink);
 
+namespace Impl {
+/** Hands a message to the current sink. */
+void emitTrace(TraceLine const& line);
+/** Writes a message to standard error, whatever the current sink. */
+void printTrace(TraceLine const& line);
+/** Whether a sink of somebody's own is installed. */
+bool hasTraceSink();
+} // namespace Impl
+
 /** For tests: while it lives, collects the process's trace messages instead of printing them. Scopes nest. */
 class KTD_EXPORT ScopedTraceSink final : public TraceSink {
 public:
