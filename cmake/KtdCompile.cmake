@@ -24,7 +24,8 @@ add_library(KtdWarnings INTERFACE)
 target_compile_options(KtdWarnings INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wunused -Wredundant-decls
   -Wduplicated-cond -Wlogical-op -Wformat=2
-  -Wno-restrict         # gcc 12 reports inlined std::string::operator+ (gcc bug 105651))
+  -Wno-restrict         # gcc 12 reports inlined std::string::operator+ (gcc bug 105651)
+)
 if(KTD_WERROR)
   target_compile_options(KtdWarnings INTERFACE -Werror)
 endif()
