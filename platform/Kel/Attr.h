@@ -1,0 +1,110 @@
+// KelAttrBase, KelAttr: the descriptor of an attribute as a small value, with the generic operations on objects.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "Kel/GenericIf.h"
+#include "Kel/Type.h"
+#include "Kstd/Export.h"
+
+namespace Kel {
+
+// What can be asked of an attribute. Valid for the life of the process; compared by identity.
+class KTD_EXPORT KelAttrBase {
+ public:
+  constexpr KelAttrBase() noexcept = default;
+  explicit constexpr KelAttrBase(AttrDesc const* desc) noexcept : desc_(desc) {}
+
+  explicit operator bool() const noexcept { return desc_ != nullptr; }
+  friend bool operator==(KelAttrBase a, KelAttrBase b) noexcept { return a.desc_ == b.desc_; }
+  [[nodiscard]] AttrDesc const& desc() const noexcept { return *desc_; }
+
+  [[nodiscard]] AttributeId id() const { return desc_->id; }
+  [[nodiscard]] String const& name() const { return desc_->name; }
+  [[nodiscard]] KelType ownerType() const { return KelType(desc_->owner); }
+  [[nodiscard]] KelType type() const { return KelType(desc_->type); }
+  [[nodiscard]] KelType memberType() const { return KelType(desc_->memberType); }
+  [[nodiscard]] KelType keyType() const { return KelType(desc_->keyType); }
+  // Of a keyed collection whose members carry their own key: the member attribute that is the key. Otherwise invalid.
+  [[nodiscard]] KelAttr indexAttr() const;
+
+  [[nodiscard]] bool isCollection() const { return desc_->isCollection; }
+  [[nodiscard]] bool isKeyed() const { return desc_->isKeyed; }
+  [[nodiscard]] bool isOrdered() const { return desc_->isOrdered; }
+  [[nodiscard]] bool isStack() const { return desc_->isStack; }
+  [[nodiscard]] bool isArray() const { return desc_->isArray; }
+  [[nodiscard]] bool isScalarArray() const { return desc_->isScalarArray; }
+  [[nodiscard]] bool isInstantiating() const { return desc_->isInstantiating; }
+  [[nodiscard]] bool isPointer() const { return desc_->isPointer; }
+  [[nodiscard]] bool isGnmiJsonString() const { return desc_->isGnmiJsonString; }
+  [[nodiscard]] bool readsAsOneValue() const { return desc_->readsAsOneValue; }
+  [[nodiscard]] bool walkAlways() const { return desc_->walkAlways; }
+  [[nodiscard]] bool isKeyScalarNode() const { return desc_->isKeyScalarNode; }
+  [[nodiscard]] bool isKeyField() const { return desc_->isKeyField; }
+  [[nodiscard]] bool isOptional() const { return desc_->isOptional; }
+  [[nodiscard]] bool isEmbedded() const { return desc_->isEmbedded; }
+  [[nodiscard]] bool isCtorArg() const { return desc_->isCtorArg; }
+  // Whether `genericIfSet` may write it. Attributes of value types always may.
+  [[nodiscard]] bool isSettable() const { return desc_->isSettable; }
+  [[nodiscard]] bool isRemovable() const { return desc_->isRemovable; }
+  [[nodiscard]] bool isOperation() const { return desc_->isOperation; }
+
+  template <class H>
+  friend H AbslHashValue(H h, KelAttrBase const& a) {
+    return H::combine(std::move(h), a.desc_);
+  }
+
+ protected:
+  AttrDesc const* desc_ = nullptr;
+};
+
+// An attribute, with its generic operations. `obj` must be a handle to an object of the attribute's owner type (or one that
+// extends it), else they raise `Kel::Error`. A null handle is the answer for what is not set; it is no error.
+class KTD_EXPORT KelAttr : public KelAttrBase {
+ public:
+  using ConstHandle = Ptr<GenericIf const>;
+  using Handle = Ptr<GenericIf>;
+
+  using KelAttrBase::KelAttrBase;
+
+  // The value (the whole array value of an array); the member under `key` for a keyed collection. Scalars are copied into the
+  // handle, other values are referred to in place and stay alive with the handle.
+  [[nodiscard]] ConstHandle genericIfGet(ConstHandle const& obj, ConstHandle const& key = {}) const;
+  // Whether a collection holds a member under `key`; for a singular attribute, whether it is set.
+  [[nodiscard]] bool genericIfExist(ConstHandle const& obj, ConstHandle const& key = {}) const;
+  // Writes the attribute or the member under `key`, and notifies when that changed something.
+  void genericIfSet(Handle const& obj, ConstHandle const& key, ConstHandle const& value) const;
+  // Makes a member (or the one value) of an instantiating attribute from constructor arguments, removing the one it replaces.
+  // The key is the member's index attribute; for a collection with its keys outside the members use the second form.
+  Handle genericIfSet(Handle const& obj, ArgList const& args) const;
+  Handle genericIfSet(Handle const& obj, ConstHandle const& key, ArgList const& args) const;
+  // Removes the member under `key`, or clears a singular attribute: to null when it can be left without value, otherwise to its
+  // type's default. Deleting what is not there is silent.
+  void genericIfDel(Handle const& obj, ConstHandle const& key = {}) const;
+  // On an array value (not on its owner): append, clear, list.
+  void genericIfAdd(Handle const& array, ConstHandle const& value) const;
+  void genericIfRemove(Handle const& array) const;
+  [[nodiscard]] std::vector<ConstHandle> genericIfMembers(ConstHandle const& array) const;
+  // Number of members of a collection.
+  [[nodiscard]] std::size_t genericIfCount(ConstHandle const& obj) const;
+  // Calls an operation attribute.
+  ConstHandle genericIfCall(ConstHandle const& obj, ArgList const& args) const;
+
+  // The members of the collection in key order (arrays: by index); from the first member not before `startKey` on.
+  [[nodiscard]] GenericIf::Iterator genericIfIterator(Handle const& obj) const;
+  [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj) const;
+  [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj, ConstHandle const& startKey) const;
+
+  // `value` is a union: the attribute of its active alternative; invalid when it has none.
+  [[nodiscard]] static KelAttr genericIfUnionAlternative(ConstHandle const& value);
+  // The attribute's whole value as a JSON text, or null when it is not set.
+  [[nodiscard]] ConstHandle genericIfGnmiJsonString(ConstHandle const& obj) const;
+};
+
+inline KelAttr KelTypeBase::AttributeQIterator::operator*() const noexcept {
+  return KelAttr(desc_->attrs[position_].get());
+}
+
+}  // namespace Kel

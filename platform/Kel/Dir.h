@@ -1,0 +1,46 @@
+// Kel::Dir: a directory of named entities, and the root of the model.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "Kel/Collections.h"
+#include "Kel/Entity.h"
+#include "Kstd/Export.h"
+
+namespace Kel {
+
+// Holds entities by name. Its attribute "entityPtr" is the keyed collection of them: to an entity's observers a directory looks
+// like any other owner. Directories nest.
+class KTD_EXPORT Dir final : public EntityOf<Dir> {
+ public:
+  // The directory's record of one entity. A type of the model, but never walked as data.
+  class KTD_EXPORT Entry final : public EntityOf<Entry> {
+   public:
+    Ptr<Kel::Entity> entity;
+    bool removable = true;
+  };
+
+  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it. Raises `Kel::Error` for a name
+  // that is empty or holds "/" or "[", for one that is taken, and for an entity that has or had a parent.
+  void entityIs(std::string_view name, Ptr<Entity> const& entity, bool removable = true);
+  // Makes an entity of the type, as the type's own hook for directories does it (`TypeDesc::newEntityForDir`), and takes it.
+  Ptr<Entity> newEntity(std::string_view name, KelType type, ArgList const& args);
+  // A directory of that name, made if missing. Raises `Kel::Error` when something else has the name.
+  Ptr<Dir> dirIs(std::string_view name);
+  // Removes an entity; a missing one is no matter.
+  void entityDel(std::string_view name);
+
+  [[nodiscard]] Ptr<Entity> entity(std::string_view name) const;
+  [[nodiscard]] Ptr<Entry> entry(std::string_view name) const;
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+
+ private:
+  friend class DirAccess;
+  KeyedMembers<String, Ptr<Entry>> entries_;
+};
+
+// The root directory of the model. Lives for the process.
+[[nodiscard]] KTD_EXPORT Ptr<Dir> globalDir();
+
+}  // namespace Kel

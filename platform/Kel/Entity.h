@@ -1,0 +1,234 @@
+// Kel::Entity: an object with identity, a name and a parent.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "Kel/Collections.h"
+#include "Kel/GenericIf.h"
+#include "Kel/Notifiee.h"
+#include "Kstd/Export.h"
+
+namespace Kel {
+
+class Dir;
+
+// Owned by its parent (a directory, or another entity's instantiating attribute) and by whoever holds a `Ptr` to it. Removal
+// from the parent ends its place in the tree, whoever still holds it: it is detached and an orphan from then on, the parent's
+// observers are told, then its own observers learn `onZeroReferences`, and so do those of everything beneath it. It is never
+// attached again. Lives on the scheduler thread.
+//
+// A class of the model derives from `EntityOf<Itself>`, keeps its attributes as public data members and changes them only through
+// the protected operations below, each of which tells the observers when it changed something.
+class KTD_EXPORT Entity : public PtrInterface {
+ public:
+  ~Entity() override;
+
+  // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a member of a
+  // collection by its key as "[field=text]".
+  [[nodiscard]] virtual String name() const;
+  // The absolute name in the directory tree: the names from the root on, each after a "/". Empty for the root directory. Names that
+  // hold "/" or "[" print as they are: to address an entity follow its parents, not this text.
+  [[nodiscard]] String fullName() const;
+  // It has been removed from its parent (or an ancestor of it has).
+  [[nodiscard]] bool isOrphan() const noexcept { return orphan_; }
+
+  // The parent entity; null at the root, before attachment and after removal.
+  [[nodiscard]] Entity* parent() const noexcept { return parent_; }
+  // The parent's attribute that holds it; invalid without a parent.
+  [[nodiscard]] KelAttr parentAttr() const noexcept;
+  // Its key there; null for a singular attribute.
+  [[nodiscard]] Ptr<GenericIf const> parentKey() const;
+  // A number that no other entity of this process ever has.
+  [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
+
+  [[nodiscard]] NotifieeList* notifieeList() const override { return &notifiees_; }
+  void zeroReferencesIs() override;
+  // Called after the parent link has been set or cleared.
+  virtual void handleParent() {}
+
+  // The process-wide singleton entities, by type name. They live until `singletonDel`.
+  [[nodiscard]] static Ptr<Entity> singletonExists(std::string_view name);
+  static Ptr<Entity> singletonIs(KelType type, std::string_view name);
+  static void singletonDel(std::string_view name);
+  template <class T>
+  static Ptr<T> singleton() {
+    KelType const type = typeOf<T>();
+    Ptr<Entity> existing = singletonExists(type.name());
+    if (!existing) existing = singletonIs(type, type.name());
+    return staticPtrCast<T>(existing);
+  }
+
+  // --- for the attribute descriptors; not for users ------------------------------------------------
+  static void attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child);
+  static void detach(Entity& child) noexcept;
+  // Ends the subtree of a detached entity: its observers and those beneath it learn of it.
+  static void end(Entity& entity);
+  [[nodiscard]] bool isObserved() const noexcept { return hasNotificationActive() && !notifiees_.empty(); }
+  void notify(AttributeId id, void const* key) const {
+    if (isObserved()) notifiees_.visit(id, key);
+  }
+  [[nodiscard]] PtrInterface const& anchor() const;  // the weak identity, made on first use
+
+ protected:
+  Entity();
+  void handleZeroRef() const noexcept override;
+
+  // Sets an attribute of a class; equal values are silent.
+  template <class M, class V>
+  void valueIs(M& member, V&& value);
+  // The member of that key, made if missing.
+  template <class K, class E>
+  Ptr<E> memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key);
+  template <class K, class E>
+  void memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key);
+  template <class K, class V>
+  void memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key, std::type_identity_t<V> const& value);
+  template <class K, class V>
+  void memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const& key);
+  template <class K, class E>
+  void memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target);
+  template <class K, class E>
+  void memberDel(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key);
+  // Removes all members, telling of each.
+  template <class Members>
+  void memberDelAll(Members& members);
+  // The one entity of a singular instantiating attribute, made if missing.
+  template <class E>
+  Ptr<E> childIs(Ptr<E>& child);
+  template <class E>
+  void childDel(Ptr<E>& child);
+
+  // The attribute whose storage this member is.
+  [[nodiscard]] AttrDesc const& attrOf(void const* member) const;
+
+ private:
+  void attachMember(void const* member, void const* rawKey, Ptr<GenericIf const> keyHandle, Entity& child) const;
+  void told(void const* member, void const* rawKey) const;
+
+  Entity* parent_ = nullptr;
+  AttrDesc const* parentAttr_ = nullptr;
+  Ptr<GenericIf const> parentKey_;  // only where the key lies outside the member
+  mutable NotifieeList notifiees_;
+  mutable Ptr<PtrInterface> anchor_;
+  std::uint64_t serial_;
+  bool orphan_ = false;
+};
+
+// Gives a class of the model its type. `Base` is `Entity` or the class that it extends.
+template <class T, class Base = Entity>
+class EntityOf : public Base {
+ public:
+  using Base::Base;
+  [[nodiscard]] KelType fwkType() const override { return typeOf<T>(); }
+};
+
+namespace Impl {
+
+// Equality of attribute values: floating-point numbers by their bits, everything else by ==.
+template <class A, class B>
+bool sameValue(A const& a, B const& b) {
+  if constexpr (std::is_floating_point_v<A> && std::is_same_v<A, B>) {
+    return __builtin_memcmp(&a, &b, sizeof(A)) == 0;
+  } else {
+    return a == b;
+  }
+}
+
+}  // namespace Impl
+
+template <class M, class V>
+void Entity::valueIs(M& member, V&& value) {
+  if constexpr (requires { member == value; }) {
+    if (Impl::sameValue(member, value)) return;
+  } else {
+    TypeDesc const& type = descOf<M>();
+    if (type.ops.compare(type, &member, &value) == 0) return;
+  }
+  member = std::forward<V>(value);
+  if (isObserved()) told(&member, nullptr);
+}
+
+template <class K, class E>
+Ptr<E> Entity::memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
+  if (E* const existing = members.find(key)) return Ptr<E>(existing);
+  Ptr<E> const made(new E());
+  attachMember(&members, &key, KeyTraits<K>::handle(key), *made);
+  members.put(key, made);
+  if (isObserved()) told(&members, &key);
+  return made;
+}
+
+template <class K, class E>
+void Entity::memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
+  K const copy = key;  // `key` may lie inside the member
+  Ptr<E> const taken = members.take(copy);
+  if (!taken) return;
+  detach(*taken);
+  if (isObserved()) told(&members, &copy);
+  end(*taken);
+}
+
+template <class K, class V>
+void Entity::memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key, std::type_identity_t<V> const& value) {
+  if (V const* const existing = members.find(key)) {
+    TypeDesc const& type = descOf<V>();
+    if (type.ops.compare(type, existing, &value) == 0) return;
+  }
+  K const copy = key;
+  members.memberIs(copy, value);
+  if (isObserved()) told(&members, &copy);
+}
+
+template <class K, class V>
+void Entity::memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const& key) {
+  K const copy = key;
+  if (members.memberDel(copy) && isObserved()) told(&members, &copy);
+}
+
+template <class K, class E>
+void Entity::memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target) {
+  if (members.find(key) == target.get() && target) return;
+  K const copy = key;
+  members.put(copy, target);
+  if (isObserved()) told(&members, &copy);
+}
+
+template <class K, class E>
+void Entity::memberDel(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key) {
+  K const copy = key;
+  if (members.take(copy) && isObserved()) told(&members, &copy);
+}
+
+template <class Members>
+void Entity::memberDelAll(Members& members) {
+  while (!members.empty()) {
+    typename Members::Key const key = members.begin()->first;
+    memberDel(members, key);
+  }
+}
+
+template <class E>
+Ptr<E> Entity::childIs(Ptr<E>& child) {
+  if (child) return child;
+  Ptr<E> const made(new E());
+  attachMember(&child, nullptr, nullptr, *made);
+  child = made;
+  if (isObserved()) told(&child, nullptr);
+  return made;
+}
+
+template <class E>
+void Entity::childDel(Ptr<E>& child) {
+  Ptr<E> const taken = std::move(child);
+  child.reset();
+  if (!taken) return;
+  detach(*taken);
+  if (isObserved()) told(&child, nullptr);
+  end(*taken);
+}
+
+}  // namespace Kel

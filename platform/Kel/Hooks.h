@@ -1,0 +1,67 @@
+// Types whose objects answer generic access themselves, through a dispatcher and iterator hooks of their own.
+//
+// A library that brings classes with operations (as the path types do) registers them here: the attribute is named, and every
+// generic access to it arrives at the type's dispatcher together with the attribute's id.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Kel/Attr.h"
+#include "Kel/GenericIf.h"
+#include "Kel/TypeBuilder.h"
+#include "Kstd/Export.h"
+
+namespace Kel {
+
+// The dispatcher's three answers.
+enum class AttributeOpResult : std::uint8_t {
+  Done,          // the request was handled
+  NotSupported,  // the attribute does not have this operation
+  NotHandled,    // the attribute is not the type's own; it is left to the base type
+};
+
+// All functions run on the scheduler thread. A collection's iteration state is the type's own, made by `create` and given back to
+// `del`.
+struct TypeHooks {
+  using AttributeOpFn = AttributeOpResult (*)(PtrInterface* object, AttributeId attribute, GenericIf::AttributeOp op,
+                                              ArgList const& args, Ptr<GenericIf const>& result);
+  struct Iteration {
+    void* (*create)(PtrInterface const* object, AttributeId attribute) = nullptr;
+    void (*increment)(void* state) = nullptr;
+    bool (*nonNull)(void const* state) = nullptr;
+    void (*del)(void* state) = nullptr;
+    Ptr<GenericIf const> (*key)(void const* state) = nullptr;
+    Ptr<GenericIf const> (*object)(void const* state) = nullptr;
+  };
+
+  // Arguments by operation: Get, Delete and Contains take the key (nothing for a value attribute), Set the key and the value (the
+  // value alone for a value attribute), Count nothing, Call the operation's arguments. Get answers with the value or null, Count
+  // and Contains with a U64 and a Bool.
+  AttributeOpFn attributeOp = nullptr;
+  Iteration iteration;
+  std::function<Ptr<PtrInterface>(ArgList const&)> construct;
+  std::function<Ptr<PtrInterface>(String const& name, ArgList const& args)> newEntityForDir;
+};
+
+// Registers such a type. Ids count from 1 in the order of the calls.
+class KTD_EXPORT HookedType {
+ public:
+  // `kind`: Object or Entity.
+  HookedType(std::string_view module, std::string_view name, TypeDesc& desc, TypeKind kind, TypeHooks const& hooks);
+  HookedType& operation(std::string_view name, std::vector<std::string> argNames = {});
+  HookedType& value(std::string_view name, KelType type, bool settable);
+  HookedType& collection(std::string_view name, KelType key, KelType value, bool settable);
+  HookedType& ctorArg();  // the last value attribute is a constructor argument
+  KelType done();         // raises `Kel::Error` when a rule of registration is broken
+
+ private:
+  TypeBuilder builder_;
+  TypeHooks const* hooks_;
+};
+
+}  // namespace Kel

@@ -1,0 +1,31 @@
+// The model's own storage: a size-classed free list for its many small, short-lived objects.
+//
+// Handles, model objects, strings and collection nodes come from here, so that creating and dropping one costs
+// nanoseconds and no call of the general heap once the lists are warm. Blocks up to `kKelMemLargestClass` bytes are
+// rounded up to a multiple of 16 and recycled per thread; larger ones go to the general heap. A block may be freed on
+// another thread than the one that allocated it (it then joins that thread's list). Memory taken for the lists is kept
+// for the life of the process. Under AddressSanitizer every call goes to the general heap, so that a use after free is seen.
+#pragma once
+
+#include <cstddef>
+
+#include "Kstd/Export.h"
+
+namespace Kel {
+
+inline constexpr std::size_t kKelMemLargestClass = 512;
+
+// Uninitialised storage for `size` bytes, aligned to 16. Throws std::bad_alloc.
+[[nodiscard]] KTD_EXPORT void* kelMemAlloc(std::size_t size);
+
+// Gives back what `kelMemAlloc(size)` returned; `size` must be the same. Null is allowed.
+KTD_EXPORT void kelMemFree(void* block, std::size_t size) noexcept;
+
+// Figures of the free lists (all threads), for benchmarks and dumps.
+struct MemStats {
+  std::size_t chunkBytes;  // bytes taken from the general heap for the lists
+  std::size_t chunks;      // number of such chunks
+};
+[[nodiscard]] KTD_EXPORT MemStats kelMemStats();
+
+}  // namespace Kel
