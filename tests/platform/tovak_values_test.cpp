@@ -1,0 +1,141 @@
+// The base library's small values: hash mixing, identifiers, the counting allocator.
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include <absl/container/flat_hash_set.h>
+#include <gtest/gtest.h>
+
+#include "Tovak/Allocator.h"
+#include "Tovak/HashMix.h"
+#include "Tovak/Id64.h"
+
+namespace {
+
+using Tovak::Impl::HashMix;
+
+uint64_t hashOf(std::vector<std::string> const& pieces) {
+  uint64_t state = HashMix::stateStart;
+  for (auto const& piece : pieces) {
+    HashMix::mix(state, piece);
+  }
+  return state;
+}
+
+TEST(TovakHashMix, PiecesAreDelimited) {
+  std::vector<std::vector<std::string>> const different = {
+      {}, {""}, {"", ""}, {"a"}, {"a", ""}, {"", "a"}, {"ab", "c"}, {"a", "bc"}, {"abc"}, {"abc", ""}};
+  std::unordered_set<uint64_t> seen;
+  for (auto const& pieces : different) {
+    EXPECT_TRUE(seen.insert(hashOf(pieces)).second);
+  }
+  uint64_t state = HashMix::stateStart;
+  HashMix::mix(state, nullptr, 0);
+  EXPECT_EQ(state, hashOf({""}));
+}
+
+TEST(TovakHashMix, ReadsExactlyItsBytesWhereverTheyLie) {
+  // Same bytes at different alignments and with different neighbours: same hash. Lengths across every branch.
+  for (size_t len = 0; len <= 100; ++len) {
+    std::string const bytes(len, '\x81');
+    uint64_t const expected = hashOf({bytes});
+    for (size_t shift = 0; shift < 8; ++shift) {
+      std::vector<char> exact(shift + len);
+      std::memcpy(exact.data() + shift, bytes.data(), len);
+      uint64_t state = HashMix::stateStart;
+      HashMix::mix(state, exact.data() + shift, len);
+      ASSERT_EQ(state, expected) << "length " << len << " shift " << shift;
+    }
+  }
+}
+
+TEST(TovakHashMix, EveryInputBitMovesAboutHalfOfTheState) {
+  constexpr unsigned seed = 20240229;
+  std::mt19937_64 random(seed);
+  for (size_t len : {1, 3, 4, 7, 8, 12, 16, 17, 33, 64}) {
+    constexpr int rounds = 64;
+    double flipped = 0;
+    for (int round = 0; round < rounds; ++round) {
+      std::string text(len, '\0');
+      for (char& c : text) {
+        c = static_cast<char>(random());
+      }
+      uint64_t const before = hashOf({text});
+      for (size_t bit = 0; bit < len * 8; ++bit) {
+        std::string changed = text;
+        changed[bit / 8] = static_cast<char>(changed[bit / 8] ^ (1 << (bit % 8)));
+        int const distance = std::popcount(before ^ hashOf({changed}));
+        ASSERT_GT(distance, 8) << "seed " << seed << " length " << len << " bit " << bit;
+        flipped += distance;
+      }
+    }
+    EXPECT_NEAR(flipped / (rounds * static_cast<double>(len) * 8), 32, 1) << "length " << len;
+  }
+}
+
+TEST(TovakHashMix, TypicalNamesAndNumbersDoNotCollide) {
+  std::unordered_set<uint64_t> seen;
+  std::unordered_set<uint64_t> lowBits; // what a hash table looks at
+  constexpr int count = 100'000;
+  for (int i = 0; i < count; ++i) {
+    ASSERT_TRUE(seen.insert(hashOf({"Ethernet" + std::to_string(i)})).second) << i;
+    uint64_t word = HashMix::stateStart;
+    HashMix::mixFixedLen<8>(word, static_cast<uint64_t>(i));
+    ASSERT_TRUE(seen.insert(word).second) << i;
+    lowBits.insert(word & 0x1ffff);
+  }
+  // 100,000 balls into 131,072 bins leave about 70,000 of them occupied; a weak mixer leaves far fewer.
+  EXPECT_GT(lowBits.size(), 65'000u);
+}
+
+struct _Port;
+using PortId = Tovak::Id64<_Port>;
+
+TEST(TovakId64, IsAValueOfItsOwnType) {
+  static_assert(!std::is_convertible_v<uint64_t, PortId>);
+  static_assert(!std::is_convertible_v<PortId, Tovak::Id64<struct _Other>>);
+  EXPECT_EQ(fmt::format("{}:{}", PortId(5), PortId(~uint64_t{0})), "5:18446744073709551615");
+  EXPECT_LT(PortId(1), PortId(2));
+  EXPECT_EQ(PortId(), PortId(0));
+  absl::flat_hash_set<PortId> const abslSet{PortId(1), PortId(2), PortId(1)};
+  std::unordered_set<PortId> const stdSet{PortId(1), PortId(2), PortId(1)};
+  EXPECT_EQ(abslSet.size(), 2u);
+  EXPECT_EQ(stdSet.size(), 2u);
+}
+
+struct Widget {
+  char bytes[40];
+};
+struct alignas(64) Aligned {
+  char byte;
+};
+
+TEST(TovakAllocator, CountsLiveBytesAndObjectsByTheTypeAskedFor) {
+  auto& record = Tovak::Allocator<Widget>::record();
+  EXPECT_EQ(record.liveObjects(), 0);
+  {
+    auto const one = std::allocate_shared<Widget>(Tovak::Allocator<Widget>());
+    auto const two = std::allocate_shared<Widget>(Tovak::Allocator<Widget>());
+    EXPECT_EQ(record.liveObjects(), 2);
+    EXPECT_GE(record.liveBytes(), 80);
+    EXPECT_NE(
+        Tovak::allocatorDump().find("Widget: " + std::to_string(record.liveBytes()) + " bytes, 2 objects\n"),
+        Tovak::String::npos);
+    std::vector<Widget, Tovak::Allocator<Widget>> row;
+    row.reserve(10);
+    EXPECT_EQ(record.liveObjects(), 12);
+  }
+  EXPECT_EQ(record.liveObjects(), 0);
+  EXPECT_EQ(record.liveBytes(), 0);
+  EXPECT_EQ(Tovak::allocatorDump().find("Widget"), Tovak::String::npos);
+
+  auto const aligned = std::allocate_shared<Aligned>(Tovak::Allocator<Aligned>());
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(aligned.get()) % 64, 0u);
+  EXPECT_THROW((void)Tovak::Allocator<Widget>().allocate(SIZE_MAX / 2), std::bad_array_new_length);
+}
+
+} // namespace
