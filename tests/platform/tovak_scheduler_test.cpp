@@ -1,4 +1,7 @@
+#include <algorithm>
+#include <functional>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -12,7 +15,6 @@
 
 namespace {
 
-using ::testing::Each;
 using ::testing::ElementsAre;
 using Tovak::String;
 using Tovak::Task;
@@ -173,9 +175,11 @@ TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
   });
   // Not shared at all, and deletes itself.
   auto* const raw = new FunctionTask(scheduler_, "raw", TaskPriority::low, [this](FunctionTask& self) {
-    auto* const log = &log_;
+    auto* const test = this; // the captures go with the task
+    clock_.advance(2 * TaskScheduler::busySlices * scheduler_->sliceNs());
     delete &self;
-    log->push_back("raw");
+    EXPECT_EQ(test->scheduler_->currentTask(), nullptr) << "else the dead would be told that it was busy";
+    test->log_.push_back("raw");
   });
   for (FunctionTask* task : {dropped.get(), descheduled.get(), own.get(), raw}) {
     task->scheduleTask();
