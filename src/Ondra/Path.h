@@ -37,11 +37,11 @@ struct KTD_EXPORT DeclaredType<Ondra::Path> {
 
 namespace Ondra {
 
-// A sequence of shared elements, the first one closest to the root, and nothing else. A counted object of the model: built once,
-// by its holder, then used as a key that nobody changes. Lives on the scheduler thread.
+// A sequence of shared elements, the first one closest to the root, and nothing else. A counted object of the
+// model: built once, by its holder, then used as a key that nobody changes. Lives on the scheduler thread.
 //
-// Elements are shared, not copied: the cheap way to extend a path is to `push` an element that exists already. To change an
-// element of a path that may be shared, build a new one and `replace` it.
+// Elements are shared, not copied: the cheap way to extend a path is to `push` an element that exists
+// already. To change an element of a path that may be shared, build a new one and `replace` it.
 class KTD_EXPORT Path final : public Kel::PtrInterface, private Kel::TrackedObject<Path> {
 public:
   using ElemPtr = Kel::Ptr<PathElem const>;
@@ -61,9 +61,9 @@ public:
                                                Kel::Ptr<Path const> const& path2);
   // One element without keys per name.
   [[nodiscard]] static Kel::Ptr<Path> simplePathIs(std::vector<std::string> names);
-  // Parses the text form: elements joined by "/", each a name with key groups "[key=value]", a leading "/" at will. In a value
-  // brackets may nest and a backslash takes the next character as it is. For texts that the program made itself: a malformed one is
-  // an assertion failure.
+  // Parses the text form: elements joined by "/", each a name with key groups "[key=value]", a leading "/" at
+  // will. In a value brackets may nest and a backslash takes the next character as it is. For texts that the
+  // program made itself: a malformed one is an assertion failure.
   [[nodiscard]] static Kel::Ptr<Path> strToPathIs(std::string_view const& text);
   // From the elements of a gNMI path; its other fields are left out.
   [[nodiscard]] static Kel::Ptr<Path> gnmiPathIs(gnmi::Path const& gnmiPath);
@@ -104,8 +104,8 @@ public:
     }
     return true;
   }
-  // Whether `path` begins with `prefix`. An element of the prefix without keys stands for any keys; one with keys must match
-  // exactly. The empty path is a prefix of every path; there are no wildcards.
+  // Whether `path` begins with `prefix`. An element of the prefix without keys stands for any keys; one with
+  // keys must match exactly. The empty path is a prefix of every path; there are no wildcards.
   [[nodiscard]] static bool isPrefix(Kel::Ptr<Path const> const& prefix, Kel::Ptr<Path const> const& path);
   // Whether the prefix of a notification begins with `prefix`.
   [[nodiscard]] static bool isNotifPrefix(Kel::Ptr<Path const> const& prefix,
@@ -128,7 +128,8 @@ public:
   // From element `start` on; the empty text when there is none.
   [[nodiscard]] std::string toSubString(std::size_t start, bool leadingSep) const;
 
-  // Appends the elements to a gNMI path, which must have none yet (asserted); its other fields are left alone.
+  // Appends the elements to a gNMI path, which must have none yet (asserted); its other fields are left
+  // alone.
   void copyToGnmiPath(gnmi::Path* gnmiPath) const;
 
   [[nodiscard]] Kel::KelType fwkType() const override;

@@ -30,9 +30,10 @@ struct KTD_EXPORT DeclaredType<Ondra::PathElem> {
 
 namespace Ondra {
 
-// A counted object of the model, shared by the paths that hold it: whoever may not be its only holder builds a new element
-// instead of changing this one. Name, key names and values are interned, so equal texts compare by address. Any bytes are
-// allowed in all three. Lives on the scheduler thread, which alone may read it: the hash is remembered on first use.
+// A counted object of the model, shared by the paths that hold it: whoever may not be its only holder builds
+// a new element instead of changing this one. Name, key names and values are interned, so equal texts compare
+// by address. Any bytes are allowed in all three. Lives on the scheduler thread, which alone may read it: the
+// hash is remembered on first use.
 class KTD_EXPORT PathElem final : public Kel::PtrInterface, private Kel::TrackedObject<PathElem> {
 public:
   using KeyMapType = Kel::HashMap2018<Kel::String, Kel::String>;
@@ -71,7 +72,8 @@ public:
     return key_.empty() || keysEqual(*other);
   }
 
-  // Agrees with `isEqual`, and with the hash of the equal gnmi::PathElem. Does not depend on the order of the keys.
+  // Agrees with `isEqual`, and with the hash of the equal gnmi::PathElem. Does not depend on the order of the
+  // keys.
   [[nodiscard]] std::uint64_t hash() const { return hash_ != kHashUnknown ? hash_ : computeHash(); }
 
   [[nodiscard]] Kel::KelType fwkType() const override;

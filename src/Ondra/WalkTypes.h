@@ -72,7 +72,8 @@ enum class RequestType : std::uint32_t {
   POLL = 2,
 };
 
-// A walk is named by the subscription whose responses it makes and by a number of its own, not 0 if it can be parked.
+// A walk is named by the subscription whose responses it makes and by a number of its own, not 0 if it can be
+// parked.
 using Tovak::Id64;
 struct _SyncId;
 struct _WalkId;
