@@ -25,7 +25,7 @@ target_compile_options(KtdWarnings INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wunused -Wredundant-decls
   -Wduplicated-cond -Wlogical-op -Wformat=2
   # gcc 12 reports inlined std::string operations on literals (gcc bugs 105329, 105651).
-  -Wno-restrict -Wno-array-bounds -Wno-stringop-overflow
+  -Wno-restrict -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread
 )
 if(KTD_WERROR)
   target_compile_options(KtdWarnings INTERFACE -Werror)
