@@ -28,8 +28,11 @@ KTD_EXPORT GenericIf const& requireKey(AttrDesc const& attr, GenericIf const* ke
 KTD_EXPORT void requireType(AttrDesc const& attr, TypeDesc const& expected, GenericIf const& value);
 KTD_EXPORT void requireSettable(AttrDesc const& attr, GenericIf const& obj);
 KTD_EXPORT void requireRemovable(AttrDesc const& attr, GenericIf const& obj);
+[[noreturn]] KTD_EXPORT void throwNoValue(AttrDesc const& attr);
 // The object of a reference value, checked against the attribute's target type.
 KTD_EXPORT PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& value);
+// A detached object made from constructor arguments; raises `Kel::Error` when they do not fit.
+[[nodiscard]] KTD_EXPORT Ptr<PtrInterface> construct(TypeDesc const& type, ArgList const& args);
 // A member made from constructor arguments, checked to be an entity of the member type.
 [[nodiscard]] KTD_EXPORT Ptr<Entity> makeMember(AttrDesc const& attr, ArgList const& args);
 // The value of a made member's index attribute.
@@ -46,27 +49,36 @@ template <class T>
   return *reinterpret_cast<T const*>(static_cast<unsigned char const*>(raw) + attr.offset);
 }
 
+// The index that a key of an array attribute is.
+[[nodiscard]] std::uint64_t arrayIndex(AttrDesc const& attr, GenericIf const& key);
+// A cursor over the elements of an array attribute; `arrayOf` finds the array in the object, at every step afresh.
+[[nodiscard]] Ptr<Cursor> arrayCursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                                      GenericIf const* start,
+                                      void const* (*arrayOf)(AttrDesc const& attr, GenericIf const& obj));
+
 // A scalar, struct, union or array stored in place. One class for all: the type's operations do the work.
 class KTD_EXPORT InPlaceAccess final : public AttrAccess {
- public:
+public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
   bool exist(AttrDesc const&, GenericIf const&, GenericIf const* key) const override;
   void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override;
+  void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override;
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;
   std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override;
-  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj, GenericIf const* start) const override;
+  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                      GenericIf const* start) const override;
   Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override;
   int compare(AttrDesc const& attr, void const* a, void const* b) const override;
   std::uint64_t hash(AttrDesc const& attr, void const* at) const override;
 
- private:
+private:
   void write(AttrDesc const& attr, GenericIf& obj, void const* value) const;
 };
 
 // std::optional<T>. A structure is handed out as a copy, because clearing destroys it in place.
 template <class T>
 class OptionalAccess final : public AttrAccess {
- public:
+public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
     requireNoKey(attr, key);
     auto const& slot = storage<std::optional<T>>(attr, obj);
@@ -75,7 +87,8 @@ class OptionalAccess final : public AttrAccess {
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const*) const override {
     return storage<std::optional<T>>(attr, obj).has_value();
   }
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override {
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
     requireNoKey(attr, key);
     requireSettable(attr, obj);
     if (value == nullptr) return clear(attr, obj);
@@ -90,6 +103,10 @@ class OptionalAccess final : public AttrAccess {
     }
     slot = wanted;
     notifyOf(obj, attr, nullptr);
+  }
+  void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override {
+    requireType(attr, *attr.memberType, value);
+    storage<std::optional<T>>(attr, obj) = *static_cast<T const*>(value.data());
   }
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
     requireNoKey(attr, key);
@@ -107,7 +124,7 @@ class OptionalAccess final : public AttrAccess {
     return slot ? attr.memberType->ops.hash(*attr.memberType, &*slot) : 0;
   }
 
- private:
+private:
   static void clear(AttrDesc const& attr, GenericIf& obj) {
     auto& slot = storage<std::optional<T>>(attr, obj);
     if (!slot) return;
@@ -124,7 +141,7 @@ class OptionalAccess final : public AttrAccess {
 // Ptr<E>: a reference to an entity that lives elsewhere.
 template <class E>
 class PointerAccess final : public AttrAccess {
- public:
+public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
     requireNoKey(attr, key);
     return GenericIf::toObject(static_cast<PtrInterface*>(storage<Ptr<E>>(attr, obj).get()));
@@ -132,10 +149,14 @@ class PointerAccess final : public AttrAccess {
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const*) const override {
     return static_cast<bool>(storage<Ptr<E>>(attr, obj));
   }
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override {
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
     requireNoKey(attr, key);
     requireSettable(attr, obj);
     write(attr, obj, value == nullptr ? nullptr : static_cast<E*>(requireTarget(attr, *value)));
+  }
+  void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override {
+    storage<Ptr<E>>(attr, obj) = Ptr<E>(static_cast<E*>(requireTarget(attr, value)));
   }
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
     requireNoKey(attr, key);
@@ -148,10 +169,11 @@ class PointerAccess final : public AttrAccess {
   }
   std::uint64_t hash(AttrDesc const& attr, void const* at) const override { return serial(attr, at); }
   void dropReferences(AttrDesc const& attr, Entity& owner) const override {
-    const_cast<Ptr<E>&>(storage<Ptr<E>>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner)))).reset();
+    const_cast<Ptr<E>&>(storage<Ptr<E>>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner))))
+        .reset();
   }
 
- private:
+private:
   static std::uint64_t serial(AttrDesc const& attr, void const* raw) {
     auto const& target = storage<Ptr<E>>(attr, raw);
     return target ? target->serial() : 0;
@@ -172,7 +194,7 @@ class PointerAccess final : public AttrAccess {
 // Ptr<E>: the one entity of a singular instantiating attribute.
 template <class E>
 class ChildAccess final : public AttrAccess {
- public:
+public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
     requireNoKey(attr, key);
     return GenericIf::toObject(static_cast<PtrInterface*>(storage<Ptr<E>>(attr, obj).get()));
@@ -180,7 +202,8 @@ class ChildAccess final : public AttrAccess {
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const*) const override {
     return static_cast<bool>(storage<Ptr<E>>(attr, obj));
   }
-  Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, ArgList const& args) const override {
+  Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                        ArgList const& args) const override {
     requireNoKey(attr, key);
     Entity& owner = entityOf(attr, obj);
     Ptr<E> const made = staticPtrCast<E>(makeMember(attr, args));
@@ -195,12 +218,13 @@ class ChildAccess final : public AttrAccess {
     requireRemovable(attr, obj);
     remove(attr, obj);
   }
-  void visitChildren(AttrDesc const& attr, Entity& owner, std::function<void(Entity&)> const& visit) const override {
+  void visitChildren(AttrDesc const& attr, Entity& owner,
+                     std::function<void(Entity&)> const& visit) const override {
     Ptr<E> const child = storage<Ptr<E>>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner)));
     if (child) visit(*child);
   }
 
- private:
+private:
   static void remove(AttrDesc const& attr, GenericIf& obj) {
     Ptr<E> const old = std::move(storage<Ptr<E>>(attr, obj));
     storage<Ptr<E>>(attr, obj).reset();
@@ -214,11 +238,15 @@ class ChildAccess final : public AttrAccess {
 // The cursor over any of the keyed collections.
 template <class C, class ToHandle>
 class MembersCursor final : public Cursor {
- public:
+public:
   using K = typename C::Key;
   MembersCursor(Ptr<GenericIf const> obj, C const& members, AttrDesc const& attr, GenericIf const* start)
-      : obj_(std::move(obj)), members_(&members), attr_(&attr), stamp_(members.stamp()) {
-    at_ = start == nullptr ? members.map().begin() : members.map().lower_bound(KeyTraits<K>::from(attr, *start));
+      : obj_(std::move(obj))
+      , members_(&members)
+      , attr_(&attr)
+      , stamp_(members.stamp()) {
+    at_ = start == nullptr ? members.map().begin()
+                           : members.map().lower_bound(KeyTraits<K>::from(attr, *start));
     remember();
   }
   bool valid() override {
@@ -245,7 +273,7 @@ class MembersCursor final : public Cursor {
     return ToHandle{}(*attr_, at_->second);
   }
 
- private:
+private:
   // After a change: back to the member it stood at; when that has gone, on to the next, which is then yet to be given.
   void refresh() {
     if (stamp_ == members_->stamp()) return;
@@ -274,14 +302,14 @@ class MembersCursor final : public Cursor {
   AttrDesc const* attr_;
   std::uint64_t stamp_;
   typename C::Map::const_iterator at_;
-  std::optional<K> last_;  // the key it stands at, kept for when the collection changes
-  bool moved_ = false;     // stands at a member that has not been given yet: the next advance stays there
+  std::optional<K> last_; // the key it stands at, kept for when the collection changes
+  bool moved_ = false;    // stands at a member that has not been given yet: the next advance stays there
 };
 
 // What the collections have in common; `ToHandle` makes a handle of a member.
 template <class C, class ToHandle>
 class MembersAccess : public AttrAccess {
- public:
+public:
   using K = typename C::Key;
 
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
@@ -292,8 +320,11 @@ class MembersAccess : public AttrAccess {
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
     return storage<C>(attr, obj).has(KeyTraits<K>::from(attr, requireKey(attr, key)));
   }
-  std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override { return storage<C>(attr, obj).size(); }
-  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj, GenericIf const* start) const override {
+  std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override {
+    return storage<C>(attr, obj).size();
+  }
+  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                      GenericIf const* start) const override {
     return Ptr<Cursor>(new MembersCursor<C, ToHandle>(obj, storage<C>(attr, *obj), attr, start));
   }
   Ptr<GenericIf const> keyHandle(AttrDesc const&, void const* rawKey) const override {
@@ -316,9 +347,10 @@ struct NodeToHandle {
 
 template <class K, class E>
 class EntitiesAccess final : public MembersAccess<KeyedEntities<K, E>, ObjectToHandle<E>> {
- public:
+public:
   using C = KeyedEntities<K, E>;
-  Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, ArgList const& args) const override {
+  Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                        ArgList const& args) const override {
     Entity& owner = entityOf(attr, obj);
     Ptr<E> const made = staticPtrCast<E>(makeMember(attr, args));
     Ptr<GenericIf const> const index = attr.indexName.empty() ? nullptr : indexOf(attr, *made);
@@ -334,15 +366,18 @@ class EntitiesAccess final : public MembersAccess<KeyedEntities<K, E>, ObjectToH
     requireRemovable(attr, obj);
     remove(attr, obj, KeyTraits<K>::from(attr, requireKey(attr, key)));
   }
-  void visitChildren(AttrDesc const& attr, Entity& owner, std::function<void(Entity&)> const& visit) const override {
+  void visitChildren(AttrDesc const& attr, Entity& owner,
+                     std::function<void(Entity&)> const& visit) const override {
     auto const& members = storage<C>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner)));
     std::vector<Ptr<E>> children;
     children.reserve(members.size());
-    for (auto const& [key, member] : members) children.push_back(member);
-    for (auto const& child : children) visit(*child);
+    for (auto const& [key, member] : members)
+      children.push_back(member);
+    for (auto const& child : children)
+      visit(*child);
   }
 
- private:
+private:
   static void remove(AttrDesc const& attr, GenericIf& obj, K const& key) {
     Ptr<E> const old = storage<C>(attr, obj).take(key);
     if (!old) return;
@@ -354,9 +389,10 @@ class EntitiesAccess final : public MembersAccess<KeyedEntities<K, E>, ObjectToH
 
 template <class K, class V>
 class ValuesAccess final : public MembersAccess<KeyedValues<K, V>, NodeToHandle<V>> {
- public:
+public:
   using C = KeyedValues<K, V>;
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override {
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
     requireSettable(attr, obj);
     if (value == nullptr) return del(attr, obj, key);
     requireType(attr, *attr.memberType, *value);
@@ -388,14 +424,17 @@ class ValuesAccess final : public MembersAccess<KeyedValues<K, V>, NodeToHandle<
     }
     return 0;
   }
-  std::uint64_t hash(AttrDesc const& attr, void const* at) const override { return storage<C>(attr, at).size(); }
+  std::uint64_t hash(AttrDesc const& attr, void const* at) const override {
+    return storage<C>(attr, at).size();
+  }
 };
 
 template <class K, class E>
 class RefsAccess final : public MembersAccess<KeyedRefs<K, E>, ObjectToHandle<E>> {
- public:
+public:
   using C = KeyedRefs<K, E>;
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override {
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
     requireSettable(attr, obj);
     if (value == nullptr) return del(attr, obj, key);
     K const wanted = KeyTraits<K>::from(attr, requireKey(attr, key));
@@ -411,7 +450,8 @@ class RefsAccess final : public MembersAccess<KeyedRefs<K, E>, ObjectToHandle<E>
     if (storage<C>(attr, obj).take(wanted)) notifyOf(obj, attr, &wanted);
   }
   void dropReferences(AttrDesc const& attr, Entity& owner) const override {
-    auto& members = const_cast<C&>(storage<C>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner))));
+    auto& members =
+        const_cast<C&>(storage<C>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner))));
     while (!members.empty()) {
       K const key = members.begin()->first;
       static_cast<void>(members.take(key));
@@ -422,7 +462,7 @@ class RefsAccess final : public MembersAccess<KeyedRefs<K, E>, ObjectToHandle<E>
 // A stack: can be listed, and is otherwise the owner's own business.
 template <class T>
 class StackAccess final : public AttrAccess {
- public:
+public:
   std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override {
     return storage<Stack<T>>(attr, obj).values().size();
   }
@@ -431,7 +471,8 @@ class StackAccess final : public AttrAccess {
     auto const& right = storage<Stack<T>>(attr, b).values();
     if (left.size() != right.size()) return left.size() < right.size() ? -1 : 1;
     for (std::size_t i = 0; i < left.size(); ++i) {
-      if (int const order = attr.memberType->ops.compare(*attr.memberType, &left[i], &right[i]); order != 0) return order;
+      if (int const order = attr.memberType->ops.compare(*attr.memberType, &left[i], &right[i]); order != 0)
+        return order;
     }
     return 0;
   }
@@ -443,7 +484,7 @@ class StackAccess final : public AttrAccess {
 // The alternative number I of a std::variant.
 template <class V, std::size_t I>
 class AlternativeAccess final : public AttrAccess {
- public:
+public:
   using T = std::variant_alternative_t<I, V>;
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const*) const override {
     T const* const active = std::get_if<I>(static_cast<V const*>(obj.data()));
@@ -452,7 +493,8 @@ class AlternativeAccess final : public AttrAccess {
   bool exist(AttrDesc const&, GenericIf const& obj, GenericIf const*) const override {
     return static_cast<V const*>(obj.data())->index() == I;
   }
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override {
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
     requireNoKey(attr, key);
     if (value == nullptr) throwError("a union alternative cannot be set to nothing");
     requireType(attr, *attr.memberType, *value);
@@ -460,4 +502,4 @@ class AlternativeAccess final : public AttrAccess {
   }
 };
 
-}  // namespace Kel::Impl
+} // namespace Kel::Impl

@@ -9,7 +9,7 @@ namespace Kel {
 
 // Nanoseconds since the Unix epoch. Never goes back and is never 0. Read and moved on the scheduler thread.
 class KTD_EXPORT ActivityManagerStatus {
- public:
+public:
   [[nodiscard]] std::int64_t activityLoopExecNsTime() const noexcept { return now_; }
   // At the beginning of a loop pass: the time is `now`, unless that would take it back.
   void activityLoopExecNsTimeIs(std::int64_t now) noexcept {
@@ -18,10 +18,10 @@ class KTD_EXPORT ActivityManagerStatus {
   // Moves the time on.
   void activityLoopExecNsTimeInc(std::int64_t ns) noexcept { now_ += ns; }
 
- private:
+private:
   std::int64_t now_ = 1;
 };
 
 [[nodiscard]] KTD_EXPORT ActivityManagerStatus* activityManagerStatus();
 
-}  // namespace Kel
+} // namespace Kel

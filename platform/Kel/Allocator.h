@@ -14,7 +14,7 @@ namespace Kel {
 // Stateless; all instances are equal. What it hands out is counted under `Counted` (Tovak::allocatorDump), also after rebinding.
 template <class T, class Counted = T>
 class MemAllocator {
- public:
+public:
   using value_type = T;
   static_assert(alignof(T) <= 16, "the free lists align to 16");
 
@@ -59,4 +59,4 @@ struct TrackedObject {
   }
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -1,6 +1,7 @@
 // KelAttrBase, KelAttr: the descriptor of an attribute as a small value, with the generic operations on objects.
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -13,7 +14,7 @@ namespace Kel {
 
 // What can be asked of an attribute. Valid for the life of the process; compared by identity.
 class KTD_EXPORT KelAttrBase {
- public:
+public:
   constexpr KelAttrBase() noexcept = default;
   explicit constexpr KelAttrBase(AttrDesc const* desc) noexcept : desc_(desc) {}
 
@@ -56,14 +57,14 @@ class KTD_EXPORT KelAttrBase {
     return H::combine(std::move(h), a.desc_);
   }
 
- protected:
+protected:
   AttrDesc const* desc_ = nullptr;
 };
 
 // An attribute, with its generic operations. `obj` must be a handle to an object of the attribute's owner type (or one that
 // extends it), else they raise `Kel::Error`. A null handle is the answer for what is not set; it is no error.
 class KTD_EXPORT KelAttr : public KelAttrBase {
- public:
+public:
   using ConstHandle = Ptr<GenericIf const>;
   using Handle = Ptr<GenericIf>;
 
@@ -95,7 +96,8 @@ class KTD_EXPORT KelAttr : public KelAttrBase {
   // The members of the collection in key order (arrays: by index); from the first member not before `startKey` on.
   [[nodiscard]] GenericIf::Iterator genericIfIterator(Handle const& obj) const;
   [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj) const;
-  [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj, ConstHandle const& startKey) const;
+  [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj,
+                                                           ConstHandle const& startKey) const;
 
   // `value` is a union: the attribute of its active alternative; invalid when it has none.
   [[nodiscard]] static KelAttr genericIfUnionAlternative(ConstHandle const& value);
@@ -107,4 +109,4 @@ inline KelAttr KelTypeBase::AttributeQIterator::operator*() const noexcept {
   return KelAttr(desc_->attrs[position_].get());
 }
 
-}  // namespace Kel
+} // namespace Kel

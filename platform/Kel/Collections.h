@@ -22,9 +22,11 @@ namespace Kel {
 
 // A reference to an entity by weak identity, as a key: told apart and ordered by the entity's serial number.
 class KTD_EXPORT EntityRef {
- public:
+public:
   EntityRef() = default;
   explicit EntityRef(Entity const& entity);
+  // The identity that a weak handle carries.
+  [[nodiscard]] static EntityRef fromWeak(GenericIf const& handle);
   // Null once the entity has gone.
   [[nodiscard]] Entity* entity() const noexcept;
   [[nodiscard]] Ptr<GenericIf const> handle() const;
@@ -32,14 +34,14 @@ class KTD_EXPORT EntityRef {
   friend bool operator==(EntityRef const& a, EntityRef const& b) noexcept { return a.serial() == b.serial(); }
   friend bool operator<(EntityRef const& a, EntityRef const& b) noexcept { return a.serial() < b.serial(); }
 
- private:
+private:
   Ptr<PtrInterface const> anchor_;
 };
 
 // `EntityRef` to an E, so that the key type of a collection is known.
 template <class E>
 class RefTo : public EntityRef {
- public:
+public:
   using Target = E;
   using EntityRef::EntityRef;
 };
@@ -75,7 +77,7 @@ struct KeyTraits<RefTo<E>> {
 // The common part: an ordered map that counts its changes.
 template <class K, class M>
 class KeyedMembers {
- public:
+public:
   using Key = K;
   using Member = M;
   using Map = absl::btree_map<K, M, KeyLess<K>>;
@@ -102,7 +104,7 @@ class KeyedMembers {
     return member;
   }
 
- protected:
+protected:
   Map map_;
   std::uint64_t stamp_ = 0;
 };
@@ -110,7 +112,7 @@ class KeyedMembers {
 // Entities that their owner makes and owns, by key.
 template <class K, class E>
 class KeyedEntities : public KeyedMembers<K, Ptr<E>> {
- public:
+public:
   using Target = E;
   [[nodiscard]] E* find(K const& key) const {
     auto const found = this->map_.find(key);
@@ -121,7 +123,7 @@ class KeyedEntities : public KeyedMembers<K, Ptr<E>> {
 // References to entities that live elsewhere, by key.
 template <class K, class E>
 class KeyedRefs : public KeyedMembers<K, Ptr<E>> {
- public:
+public:
   using Target = E;
   [[nodiscard]] E* find(K const& key) const {
     auto const found = this->map_.find(key);
@@ -132,7 +134,7 @@ class KeyedRefs : public KeyedMembers<K, Ptr<E>> {
 // One value of a keyed collection, alive as long as the collection or a handle holds it.
 template <class V>
 class ValueNode final : public PtrInterface {
- public:
+public:
   explicit ValueNode(V const& v) : value(v) {}
   V value;
 };
@@ -140,7 +142,7 @@ class ValueNode final : public PtrInterface {
 // Values by key. Copying copies the values.
 template <class K, class V>
 class KeyedValues : public KeyedMembers<K, Ptr<ValueNode<V>>> {
- public:
+public:
   using Value = V;
   KeyedValues() = default;
   KeyedValues(KeyedValues const& other) { *this = other; }
@@ -148,7 +150,8 @@ class KeyedValues : public KeyedMembers<K, Ptr<ValueNode<V>>> {
     if (this == &other) return *this;
     ++this->stamp_;
     this->map_.clear();
-    for (auto const& [key, node] : other) this->map_.emplace(key, Ptr(new ValueNode<V>(node->value)));
+    for (auto const& [key, node] : other)
+      this->map_.emplace(key, Ptr(new ValueNode<V>(node->value)));
     return *this;
   }
   [[nodiscard]] V const* find(K const& key) const {
@@ -162,19 +165,19 @@ class KeyedValues : public KeyedMembers<K, Ptr<ValueNode<V>>> {
 // A last-in, first-out sequence of values.
 template <class T>
 class Stack {
- public:
+public:
   void push(T value) { values_.push_back(std::move(value)); }
   void pop() { values_.pop_back(); }
   [[nodiscard]] std::vector<T> const& values() const noexcept { return values_; }
 
- private:
+private:
   std::vector<T> values_;
 };
 
 namespace Impl {
 [[noreturn]] KTD_EXPORT void throwKeyType(AttrDesc const& attr, GenericIf const& key);
 KTD_EXPORT EntityRef entityRefFrom(AttrDesc const& attr, GenericIf const& key);
-}  // namespace Impl
+} // namespace Impl
 
 template <class K>
 K KeyTraits<K>::from(AttrDesc const& attr, GenericIf const& key) {
@@ -189,4 +192,4 @@ RefTo<E> KeyTraits<RefTo<E>>::from(AttrDesc const& attr, GenericIf const& key) {
   return ref;
 }
 
-}  // namespace Kel
+} // namespace Kel

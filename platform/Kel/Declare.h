@@ -77,7 +77,8 @@ int compareValue(TypeDesc const& type, void const* a, void const* b) {
     if (left.size() != right.size()) return left.size() < right.size() ? -1 : 1;
     for (std::size_t i = 0; i < left.size(); ++i) {
       typename T::value_type const x = left[i], y = right[i];
-      if (int const order = type.elementType->ops.compare(*type.elementType, &x, &y); order != 0) return order;
+      if (int const order = type.elementType->ops.compare(*type.elementType, &x, &y); order != 0)
+        return order;
     }
     return 0;
   } else {
@@ -117,7 +118,8 @@ ValueOps valueOps() {
       .trivial = std::is_trivially_copyable_v<T>,
       .construct = [](TypeDesc const&, void* at) { new (at) T(); },
       .copy = [](TypeDesc const&, void* at, void const* from) { new (at) T(*static_cast<T const*>(from)); },
-      .assign = [](TypeDesc const&, void* to, void const* from) { *static_cast<T*>(to) = *static_cast<T const*>(from); },
+      .assign = [](TypeDesc const&, void* to,
+                   void const* from) { *static_cast<T*>(to) = *static_cast<T const*>(from); },
       .destroy = [](TypeDesc const&, void* at) { std::destroy_at(static_cast<T*>(at)); },
       .compare = &compareValue<T>,
       .hash = &hashValue<T>,
@@ -128,13 +130,17 @@ template <class E>
 TypeDesc::ArrayOps const& arrayOps() {
   using A = std::vector<E>;
   static constexpr TypeDesc::ArrayOps ops{
-      .append = [](void* array, GenericIf const& value) { static_cast<A*>(array)->push_back(*static_cast<E const*>(value.data())); },
+      .append =
+          [](void* array, GenericIf const& value) {
+            static_cast<A*>(array)->push_back(*static_cast<E const*>(value.data()));
+          },
       .clear = [](void* array) { static_cast<A*>(array)->clear(); },
       .size = [](void const* array) { return static_cast<A const*>(array)->size(); },
-      .at = [](TypeDesc const& element, void const* array, std::size_t index, PtrInterface const*) {
-        E const value = (*static_cast<A const*>(array))[index];
-        return Ptr<GenericIf const>(GenericIf::copyOf(element, &value));
-      },
+      .at =
+          [](TypeDesc const& element, void const* array, std::size_t index, PtrInterface const*) {
+            E const value = (*static_cast<A const*>(array))[index];
+            return Ptr<GenericIf const>(GenericIf::copyOf(element, &value));
+          },
   };
   return ops;
 }
@@ -175,13 +181,14 @@ template <class C, class M>
   C* const object = reinterpret_cast<C*>(space);
   auto const* const at = reinterpret_cast<unsigned char*>(&(object->*member));
   if constexpr (std::is_base_of_v<PtrInterface, C>) {
-    return static_cast<std::size_t>(at - reinterpret_cast<unsigned char*>(static_cast<PtrInterface*>(object)));
+    return static_cast<std::size_t>(at -
+                                    reinterpret_cast<unsigned char*>(static_cast<PtrInterface*>(object)));
   } else {
     return static_cast<std::size_t>(at - space);
   }
 }
 
-}  // namespace Impl
+} // namespace Impl
 
 template <class T>
 TypeDesc& Impl::DeclaredType<T>::desc() {
@@ -192,7 +199,7 @@ TypeDesc& Impl::DeclaredType<T>::desc() {
 // The declaration of a class; see the head of this file. T is a structure or a class derived from `EntityOf`.
 template <class T>
 class Declaration {
- public:
+public:
   Declaration(std::string_view module, std::string_view name) : builder_(module, name, descOf<T>()) {
     if constexpr (std::is_base_of_v<Entity, T>) {
       builder_.desc().makeObject = [] { return Ptr<PtrInterface>(new T()); };
@@ -207,7 +214,8 @@ class Declaration {
       add(name, descOf<V>(), std::make_unique<Impl::OptionalAccess<V>>(), member);
       builder_.optional();
     } else {
-      static_assert(!std::is_base_of_v<PtrInterface, M>, "objects are held by Ptr: use pointer() or instantiating()");
+      static_assert(!std::is_base_of_v<PtrInterface, M>,
+                    "objects are held by Ptr: use pointer() or instantiating()");
       add(name, descOf<M>(), std::make_unique<Impl::InPlaceAccess>(), member);
     }
     return *this;
@@ -309,8 +317,9 @@ class Declaration {
   // Properties of the type, see `TypeBuilder`. `print` and `parse` take T.
   template <class Print, class Parse>
   Declaration& gnmiStrRep(Print print, Parse parse) {
-    builder_.gnmiStrRep([print](void const* at) { return std::string(print(*static_cast<T const*>(at))); },
-                        [parse](std::string_view text, void* to) { return parse(text, *static_cast<T*>(to)); });
+    builder_.gnmiStrRep(
+        [print](void const* at) { return std::string(print(*static_cast<T const*>(at))); },
+        [parse](std::string_view text, void* to) { return parse(text, *static_cast<T*>(to)); });
     return *this;
   }
   template <class Print>
@@ -326,7 +335,7 @@ class Declaration {
     return type.value();
   }
 
- private:
+private:
   template <class C, class M>
   AttrDesc& add(std::string_view name, TypeDesc& type, std::unique_ptr<AttrAccess> access, M C::*member) {
     static_assert(std::is_base_of_v<C, T>);
@@ -364,9 +373,9 @@ template <class T>
 }
 
 template <class E>
-  requires std::is_enum_v<E>
-KelType enumType(std::string_view name, std::initializer_list<std::pair<char const*, E>> enumerators,
-                 std::string_view module = {}) {
+requires std::is_enum_v<E> KelType enumType(std::string_view name,
+                                            std::initializer_list<std::pair<char const*, E>> enumerators,
+                                            std::string_view module = {}) {
   TypeBuilder builder(module, name, descOf<E>());
   builder.desc().underlying = Impl::kBuiltinOf<std::underlying_type_t<E>>;
   for (auto const& [text, value] : enumerators) {
@@ -379,29 +388,33 @@ KelType enumType(std::string_view name, std::initializer_list<std::pair<char con
 
 // A structure of one member that gives a builtin or an enumeration a name of its own.
 template <class T, class M>
-KelType nominalType(std::string_view name, std::string_view attr, M T::*member, std::string_view module = {}) {
+KelType nominalType(std::string_view name, std::string_view attr, M T::*member,
+                    std::string_view module = {}) {
   descOf<T>().kind = TypeKind::Nominal;
   return Declaration<T>(module, name).attr(attr, member).ctorArg().done();
 }
 
 // A structure of one `Ptr` that serves as a key.
 template <class T, class E>
-KelType keyPtrType(std::string_view name, std::string_view attr, Ptr<E> T::*member, std::string_view module = {}) {
+KelType keyPtrType(std::string_view name, std::string_view attr, Ptr<E> T::*member,
+                   std::string_view module = {}) {
   descOf<T>().kind = TypeKind::KeyPtr;
   return Declaration<T>(module, name).pointer(attr, member).ctorArg().done();
 }
 
 // A std::variant; one attribute name for each alternative, in order.
 template <class V>
-  requires Impl::kIsVariant<V>
-KelType unionType(std::string_view name, std::array<char const*, std::variant_size_v<V>> const& alternatives,
-                  std::string_view module = {}) {
+requires Impl::kIsVariant<V>
+    KelType unionType(std::string_view name,
+                      std::array<char const*, std::variant_size_v<V>> const& alternatives,
+                      std::string_view module = {}) {
   TypeBuilder builder(module, name, descOf<V>());
   [&]<std::size_t... I>(std::index_sequence<I...>) {
     (static_cast<void>(builder.add(alternatives[I], &descOf<std::variant_alternative_t<I, V>>(),
                                    std::make_unique<Impl::AlternativeAccess<V, I>>())),
      ...);
-  }(std::make_index_sequence<std::variant_size_v<V>>());
+  }
+  (std::make_index_sequence<std::variant_size_v<V>>());
   builder.desc().activeAlternative = [](TypeDesc const& type, void const* at) -> AttrDesc const* {
     std::size_t const index = static_cast<V const*>(at)->index();
     return index == std::variant_npos ? nullptr : type.attrs[index].get();
@@ -411,4 +424,4 @@ KelType unionType(std::string_view name, std::array<char const*, std::variant_si
   return type.value();
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -43,16 +43,16 @@ inline constexpr std::size_t kInlineValueBytes = 16;
 using ArgList = boost::container::small_vector<Ptr<GenericIf const>, 8>;
 
 enum class TypeKind : std::uint8_t {
-  Builtin,            // a scalar of the core module, see BuiltinKind
-  Enum,               // named constants over an integer
-  Nominal,            // a name of its own for one builtin or enumeration, reached through the value attribute
-  Union,              // one of several alternatives
-  Struct,             // a value with attributes
-  KeyPtr,             // a value that wraps a reference behind its value attribute
-  Array,              // an array attribute's own type
-  Entity,             // an object with identity and a place in the tree
-  Object,             // a counted object without one
-  CollectionControl,  // housekeeping of a collection
+  Builtin,           // a scalar of the core module, see BuiltinKind
+  Enum,              // named constants over an integer
+  Nominal,           // a name of its own for one builtin or enumeration, reached through the value attribute
+  Union,             // one of several alternatives
+  Struct,            // a value with attributes
+  KeyPtr,            // a value that wraps a reference behind its value attribute
+  Array,             // an array attribute's own type
+  Entity,            // an object with identity and a place in the tree
+  Object,            // a counted object without one
+  CollectionControl, // housekeeping of a collection
 };
 
 // The scalars of the core module, by their index in its type table.
@@ -81,12 +81,12 @@ enum class BuiltinKind : std::uint8_t {
 struct ValueOps {
   std::size_t size = 0;
   std::size_t align = 1;
-  bool trivial = false;  // copied by memcpy, nothing to destroy
-  void (*construct)(TypeDesc const&, void* at) = nullptr;  // the type's default
+  bool trivial = false;                                   // copied by memcpy, nothing to destroy
+  void (*construct)(TypeDesc const&, void* at) = nullptr; // the type's default
   void (*copy)(TypeDesc const&, void* at, void const* from) = nullptr;
   void (*assign)(TypeDesc const&, void* to, void const* from) = nullptr;
   void (*destroy)(TypeDesc const&, void* at) = nullptr;
-  int (*compare)(TypeDesc const&, void const* a, void const* b) = nullptr;  // a total order; floats by bits
+  int (*compare)(TypeDesc const&, void const* a, void const* b) = nullptr; // a total order; floats by bits
   std::uint64_t (*hash)(TypeDesc const&, void const* at) = nullptr;
 };
 
@@ -98,28 +98,33 @@ struct Enumerator {
 // How one attribute is reached in its objects. Implementations are immutable and shared by all objects of the type. `obj` is a
 // handle to an object of the attribute's owner type. An operation that an attribute does not have raises `Kel::Error`.
 class KTD_EXPORT AttrAccess {
- public:
+public:
   virtual ~AttrAccess() = default;
   virtual Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
   virtual bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
   // A null value clears where the attribute can be left without one.
   virtual void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const;
-  virtual Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, ArgList const& args) const;
+  // Stores a constructor argument into an object that is being made, silently and whether or not it is settable.
+  virtual void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const;
+  virtual Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                                ArgList const& args) const;
   virtual void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const;
   virtual std::size_t count(AttrDesc const& attr, GenericIf const& obj) const;
   // A cursor at the first member not before `start` (at the first of all without one).
-  virtual Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj, GenericIf const* start) const;
+  virtual Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                              GenericIf const* start) const;
   virtual Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const;
   virtual Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj, ArgList const& args) const;
   // Order and hash of the attribute between two values of a value type, addressed by their raw forms.
   virtual int compare(AttrDesc const& attr, void const* a, void const* b) const;
   virtual std::uint64_t hash(AttrDesc const& attr, void const* at) const;
   // The children that an entity owns through this attribute, for taking a subtree down.
-  virtual void visitChildren(AttrDesc const& attr, Entity& owner, std::function<void(Entity&)> const& visit) const;
+  virtual void visitChildren(AttrDesc const& attr, Entity& owner,
+                             std::function<void(Entity&)> const& visit) const;
   // Drops references to other objects that this attribute holds, without telling anybody.
   virtual void dropReferences(AttrDesc const& attr, Entity& owner) const;
 
- protected:
+protected:
   [[noreturn]] static void notSupported(AttrDesc const& attr, char const* operation);
 };
 
@@ -128,32 +133,32 @@ struct AttrDesc {
   AttributeId id = 0;
   std::uint16_t index = 0;
   String name;
-  TypeDesc* type = nullptr;        // the array type of an array, else the member type
-  TypeDesc* memberType = nullptr;  // of the value, or of a collection's members
-  TypeDesc* keyType = nullptr;     // of a keyed collection
-  String indexName;                // the member attribute that is the key; empty when the key lies outside the member
-  std::unique_ptr<AttrAccess> access;
-  std::size_t offset = SIZE_MAX;   // of the storage in the raw form, for declared classes
-  std::function<void(PtrInterface*, void const* value)> setter;  // a class's own setter
+  TypeDesc* type = nullptr;       // the array type of an array, else the member type
+  TypeDesc* memberType = nullptr; // of the value, or of a collection's members
+  TypeDesc* keyType = nullptr;    // of a keyed collection
+  String indexName; // the member attribute that is the key; empty when the key lies outside the member
+  std::shared_ptr<AttrAccess> access; // shared with the types that extend the owner
+  std::size_t offset = SIZE_MAX;      // of the storage in the raw form, for declared classes
+  std::function<void(PtrInterface*, void const* value)> setter; // a class's own setter
 
   bool isCollection = false;
   bool isKeyed = false;
   bool isOrdered = false;
   bool isStack = false;
-  bool isArray = false;           // a sequence indexed by number
-  bool isScalarArray = false;     // an array whose members are scalars
-  bool isInstantiating = false;   // its members or value are entities that it owns
-  bool isPointer = false;         // refers to an object that lives elsewhere
-  bool isGnmiJsonString = false;  // sent whole as one JSON text
-  bool readsAsOneValue = false;   // a collection that is read and sent as one value
-  bool walkAlways = false;        // walked also when only owned entities are looked for
-  bool isKeyScalarNode = false;   // a member is told by its key fields alone
+  bool isArray = false;          // a sequence indexed by number
+  bool isScalarArray = false;    // an array whose members are scalars
+  bool isInstantiating = false;  // its members or value are entities that it owns
+  bool isPointer = false;        // refers to an object that lives elsewhere
+  bool isGnmiJsonString = false; // sent whole as one JSON text
+  bool readsAsOneValue = false;  // a collection that is read and sent as one value
+  bool walkAlways = false;       // walked also when only owned entities are looked for
+  bool isKeyScalarNode = false;  // a member is told by its key fields alone
   bool isKeyField = false;
   bool isOptional = false;
-  bool isEmbedded = false;        // an argument that the constructor makes by itself
+  bool isEmbedded = false; // an argument that the constructor makes by itself
   bool isCtorArg = false;
   bool isSettable = false;
-  bool isRemovable = true;        // members may be deleted by generic writers
+  bool isRemovable = true; // members may be deleted by generic writers
   bool isOperation = false;
 };
 
@@ -161,27 +166,28 @@ struct TypeDesc {
   String name;
   String module;
   TypeKind kind = TypeKind::Struct;
-  BuiltinKind builtin = BuiltinKind::None;     // of a builtin
-  BuiltinKind underlying = BuiltinKind::None;  // integer kind of an enumeration
+  BuiltinKind builtin = BuiltinKind::None;    // of a builtin
+  BuiltinKind underlying = BuiltinKind::None; // integer kind of an enumeration
   bool complete = false;
   bool isValueType = false;
   bool isDir = false;
   bool hasGnmiStrRep = false;
   bool hasGnmiByteRep = false;
-  bool reportsDelete = true;  // an entity's disappearance is told to subscribers
-  bool isRuntime = false;     // described wholly at run time: objects hold slots
+  bool reportsDelete = true; // an entity's disappearance is told to subscribers
+  bool isRuntime = false;    // described wholly at run time: objects hold slots
 
   ValueOps ops;
   std::vector<std::unique_ptr<AttrDesc>> attrs;
   std::vector<AttrDesc const*> ctorArgs;
   AttrDesc const* valAttr = nullptr;
   std::vector<Enumerator> enumerators;
-  TypeDesc const* elementType = nullptr;  // of an array type
-  TypeDesc const* base = nullptr;         // the entity type it extends
+  TypeDesc const* elementType = nullptr; // of an array type
+  TypeDesc const* base = nullptr;        // the entity type it extends
 
   // Text forms of types that have their own; null: the kind decides.
   std::function<std::string(void const* at)> gnmiStrRep;
-  std::function<std::optional<std::string>(std::string_view text, void* to)> fromGnmiString;  // error text, or none
+  std::function<std::optional<std::string>(std::string_view text, void* to)>
+      fromGnmiString; // error text, or none
   std::function<std::string(void const* at)> gnmiByteRep;
 
   // Makes a detached object of an entity type, all attributes at their defaults; set by the declaration.
@@ -195,7 +201,8 @@ struct TypeDesc {
     void (*append)(void* array, GenericIf const& value);
     void (*clear)(void* array);
     std::size_t (*size)(void const* array);
-    Ptr<GenericIf const> (*at)(TypeDesc const& element, void const* array, std::size_t index, PtrInterface const* owner);
+    Ptr<GenericIf const> (*at)(TypeDesc const& element, void const* array, std::size_t index,
+                               PtrInterface const* owner);
   };
   ArrayOps const* arrayOps = nullptr;
   AttrDesc const* (*activeAlternative)(TypeDesc const&, void const* at) = nullptr;
@@ -210,8 +217,8 @@ struct TypeDesc {
   [[nodiscard]] bool isEntity() const { return kind == TypeKind::Entity; }
   // A scalar is sent as one leaf: everything but structures, arrays and entities.
   [[nodiscard]] bool isScalar() const {
-    return kind == TypeKind::Builtin || kind == TypeKind::Enum || kind == TypeKind::Nominal || kind == TypeKind::Union ||
-           hasGnmiStrRep || hasGnmiByteRep;
+    return kind == TypeKind::Builtin || kind == TypeKind::Enum || kind == TypeKind::Nominal ||
+           kind == TypeKind::Union || hasGnmiStrRep || hasGnmiByteRep;
   }
 
   // Lookup tables, filled when the type is completed.
@@ -221,4 +228,4 @@ struct TypeDesc {
   std::shared_ptr<NameIndex> names;
 };
 
-}  // namespace Kel
+} // namespace Kel

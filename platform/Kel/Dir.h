@@ -13,10 +13,10 @@ namespace Kel {
 // Holds entities by name. Its attribute "entityPtr" is the keyed collection of them: to an entity's observers a directory looks
 // like any other owner. Directories nest.
 class KTD_EXPORT Dir final : public EntityOf<Dir> {
- public:
+public:
   // The directory's record of one entity. A type of the model, but never walked as data.
   class KTD_EXPORT Entry final : public EntityOf<Entry> {
-   public:
+  public:
     Ptr<Kel::Entity> entity;
     bool removable = true;
   };
@@ -35,7 +35,7 @@ class KTD_EXPORT Dir final : public EntityOf<Dir> {
   [[nodiscard]] Ptr<Entry> entry(std::string_view name) const;
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
 
- private:
+private:
   friend class DirAccess;
   KeyedMembers<String, Ptr<Entry>> entries_;
 };
@@ -43,4 +43,4 @@ class KTD_EXPORT Dir final : public EntityOf<Dir> {
 // The root directory of the model. Lives for the process.
 [[nodiscard]] KTD_EXPORT Ptr<Dir> globalDir();
 
-}  // namespace Kel
+} // namespace Kel

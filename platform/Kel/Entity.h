@@ -24,7 +24,7 @@ class Dir;
 // A class of the model derives from `EntityOf<Itself>`, keeps its attributes as public data members and changes them only through
 // the protected operations below, each of which tells the observers when it changed something.
 class KTD_EXPORT Entity : public PtrInterface {
- public:
+public:
   ~Entity() override;
 
   // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a member of a
@@ -46,7 +46,6 @@ class KTD_EXPORT Entity : public PtrInterface {
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
 
   [[nodiscard]] NotifieeList* notifieeList() const override { return &notifiees_; }
-  void zeroReferencesIs() override;
   // Called after the parent link has been set or cleared.
   virtual void handleParent() {}
 
@@ -71,9 +70,9 @@ class KTD_EXPORT Entity : public PtrInterface {
   void notify(AttributeId id, void const* key) const {
     if (isObserved()) notifiees_.visit(id, key);
   }
-  [[nodiscard]] PtrInterface const& anchor() const;  // the weak identity, made on first use
+  [[nodiscard]] PtrInterface const& anchor() const; // the weak identity, made on first use
 
- protected:
+protected:
   Entity();
   void handleZeroRef() const noexcept override;
 
@@ -86,7 +85,8 @@ class KTD_EXPORT Entity : public PtrInterface {
   template <class K, class E>
   void memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key);
   template <class K, class V>
-  void memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key, std::type_identity_t<V> const& value);
+  void memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key,
+                std::type_identity_t<V> const& value);
   template <class K, class V>
   void memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const& key);
   template <class K, class E>
@@ -105,13 +105,13 @@ class KTD_EXPORT Entity : public PtrInterface {
   // The attribute whose storage this member is.
   [[nodiscard]] AttrDesc const& attrOf(void const* member) const;
 
- private:
-  void attachMember(void const* member, void const* rawKey, Ptr<GenericIf const> keyHandle, Entity& child) const;
+private:
+  void attachMember(void const* member, Ptr<GenericIf const> keyHandle, Entity& child);
   void told(void const* member, void const* rawKey) const;
 
   Entity* parent_ = nullptr;
   AttrDesc const* parentAttr_ = nullptr;
-  Ptr<GenericIf const> parentKey_;  // only where the key lies outside the member
+  Ptr<GenericIf const> parentKey_; // only where the key lies outside the member
   mutable NotifieeList notifiees_;
   mutable Ptr<PtrInterface> anchor_;
   std::uint64_t serial_;
@@ -121,7 +121,7 @@ class KTD_EXPORT Entity : public PtrInterface {
 // Gives a class of the model its type. `Base` is `Entity` or the class that it extends.
 template <class T, class Base = Entity>
 class EntityOf : public Base {
- public:
+public:
   using Base::Base;
   [[nodiscard]] KelType fwkType() const override { return typeOf<T>(); }
 };
@@ -138,7 +138,7 @@ bool sameValue(A const& a, B const& b) {
   }
 }
 
-}  // namespace Impl
+} // namespace Impl
 
 template <class M, class V>
 void Entity::valueIs(M& member, V&& value) {
@@ -156,7 +156,7 @@ template <class K, class E>
 Ptr<E> Entity::memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
   if (E* const existing = members.find(key)) return Ptr<E>(existing);
   Ptr<E> const made(new E());
-  attachMember(&members, &key, KeyTraits<K>::handle(key), *made);
+  attachMember(&members, KeyTraits<K>::handle(key), *made);
   members.put(key, made);
   if (isObserved()) told(&members, &key);
   return made;
@@ -164,7 +164,7 @@ Ptr<E> Entity::memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> co
 
 template <class K, class E>
 void Entity::memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
-  K const copy = key;  // `key` may lie inside the member
+  K const copy = key; // `key` may lie inside the member
   Ptr<E> const taken = members.take(copy);
   if (!taken) return;
   detach(*taken);
@@ -173,7 +173,8 @@ void Entity::memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> con
 }
 
 template <class K, class V>
-void Entity::memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key, std::type_identity_t<V> const& value) {
+void Entity::memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key,
+                      std::type_identity_t<V> const& value) {
   if (V const* const existing = members.find(key)) {
     TypeDesc const& type = descOf<V>();
     if (type.ops.compare(type, existing, &value) == 0) return;
@@ -215,7 +216,7 @@ template <class E>
 Ptr<E> Entity::childIs(Ptr<E>& child) {
   if (child) return child;
   Ptr<E> const made(new E());
-  attachMember(&child, nullptr, nullptr, *made);
+  attachMember(&child, nullptr, *made);
   child = made;
   if (isObserved()) told(&child, nullptr);
   return made;
@@ -231,4 +232,4 @@ void Entity::childDel(Ptr<E>& child) {
   end(*taken);
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -10,13 +10,13 @@ namespace Kel {
 
 // Carries a text that a person can act on: the type, the attribute, the offending text and what was expected.
 class KTD_EXPORT Error : public std::runtime_error {
- public:
+public:
   using std::runtime_error::runtime_error;
 };
 
 // Raised when an entity is made in a directory with arguments that its type does not take.
 class KTD_EXPORT NewEntityArgsError : public Error {
- public:
+public:
   using Error::Error;
 };
 
@@ -24,4 +24,4 @@ class KTD_EXPORT NewEntityArgsError : public Error {
 [[noreturn]] KTD_EXPORT void throwNewEntityArgsException(std::string const& typeName, std::size_t expected,
                                                          std::size_t found);
 
-}  // namespace Kel
+} // namespace Kel

@@ -17,7 +17,7 @@ namespace Kel {
 // The state of a collection iteration. Survives any change of the collection: it goes on past the last key it gave. Keeps the
 // object that holds the collection alive.
 class KTD_EXPORT Cursor : public PtrInterface {
- public:
+public:
   [[nodiscard]] virtual bool valid() = 0;
   virtual void advance() = 0;
   [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;
@@ -26,9 +26,9 @@ class KTD_EXPORT Cursor : public PtrInterface {
 
 // The raw view of a handle.
 class KTD_EXPORT GenericIfRaw {
- public:
+public:
   class Iterator {
-   public:
+  public:
     Iterator() = default;
     explicit Iterator(Ptr<Cursor> cursor) noexcept : cursor_(std::move(cursor)) {}
     Iterator(Iterator&&) noexcept = default;
@@ -41,7 +41,7 @@ class KTD_EXPORT GenericIfRaw {
       return *this;
     }
 
-   protected:
+  protected:
     Ptr<Cursor> cursor_;
   };
 
@@ -56,16 +56,27 @@ class KTD_EXPORT GenericIfRaw {
 // inside an object are `Ptr<GenericIf const>`; to change such a value, clone it, change the clone, and set it.
 // Made and dropped in nanoseconds (`kelMemAlloc`), on the scheduler thread.
 class KTD_EXPORT GenericIf final : public PtrInterface {
- public:
+public:
   class NotifieeConst;
 
   // The generic operations on an attribute, as dispatched to a type's own handler.
   enum class AttributeOp : std::uint8_t {
-    Get, Set, Delete, Count, Contains, Call, Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual,
+    Get,
+    Set,
+    Delete,
+    Count,
+    Contains,
+    Call,
+    Equal,
+    NotEqual,
+    Less,
+    LessEqual,
+    Greater,
+    GreaterEqual,
   };
 
   class Iterator : public GenericIfRaw::Iterator {
-   public:
+  public:
     using GenericIfRaw::Iterator::Iterator;
     [[nodiscard]] Ptr<GenericIf const> key() const { return cursor_->key(); }
     [[nodiscard]] Ptr<GenericIf const> ptr() const { return cursor_->value(); }
@@ -77,13 +88,15 @@ class KTD_EXPORT GenericIf final : public PtrInterface {
   // A detached value that is the type's default.
   [[nodiscard]] static Ptr<GenericIf> defaultOf(TypeDesc const& type);
   // A value inside `owner`, in place: scalars are copied into the handle all the same.
-  [[nodiscard]] static Ptr<GenericIf const> inPlace(TypeDesc const& type, void const* raw, PtrInterface const* owner);
+  [[nodiscard]] static Ptr<GenericIf const> inPlace(TypeDesc const& type, void const* raw,
+                                                    PtrInterface const* owner);
   // An object.
   [[nodiscard]] static Ptr<GenericIf> toObject(PtrInterface* object);
   [[nodiscard]] static Ptr<GenericIf const> toObject(PtrInterface const* object);
   // An entity by weak identity: it compares and hashes like the entity, does not keep it alive, and `object()` is null once the
   // entity has gone.
   [[nodiscard]] static Ptr<GenericIf const> weak(Entity const& entity);
+  [[nodiscard]] static Ptr<GenericIf const> weak(TypeDesc const& type, PtrInterface const& anchor);
 
   // --- asking ----------------------------------------------------------------------------------------
   [[nodiscard]] KelType type() const noexcept { return KelType(type_); }
@@ -119,7 +132,7 @@ class KTD_EXPORT GenericIf final : public PtrInterface {
   // What may be kept past the present turn: a detached copy of a value, a weak identity of an entity.
   [[nodiscard]] Ptr<GenericIf const> detachedKey() const;
 
- private:
+private:
   friend class Ptr<GenericIf>;
   GenericIf(TypeDesc const* type, void* data, PtrInterface const* owner) noexcept;
   explicit GenericIf(TypeDesc const* type) noexcept : type_(type), data_(inline_) {}
@@ -128,13 +141,13 @@ class KTD_EXPORT GenericIf final : public PtrInterface {
 
   TypeDesc const* type_;
   void* data_;
-  PtrInterface const* owner_ = nullptr;  // counted by hand; for a weak handle the anchor of the entity
+  PtrInterface const* owner_ = nullptr; // counted by hand; for a weak handle the anchor of the entity
   alignas(8) unsigned char inline_[kInlineValueBytes];
 };
 
 // Turns the raw key of a notification into a handle.
 class KTD_EXPORT GenericIf::NotifieeConst {
- public:
+public:
   // Null for a null key. The handle is a detached copy.
   [[nodiscard]] static Ptr<GenericIf const> keyPointerToGif(KelAttr const& attr, void const* key);
 };
@@ -145,30 +158,47 @@ class KTD_EXPORT GenericIf::NotifieeConst {
 namespace Impl {
 template <class T>
 inline constexpr BuiltinKind kBuiltinOf = BuiltinKind::None;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::uint8_t> = BuiltinKind::U8;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::int8_t> = BuiltinKind::S8;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::uint16_t> = BuiltinKind::U16;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::int16_t> = BuiltinKind::S16;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::uint32_t> = BuiltinKind::U32;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::int32_t> = BuiltinKind::S32;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::uint64_t> = BuiltinKind::U64;
-template <> inline constexpr BuiltinKind kBuiltinOf<std::int64_t> = BuiltinKind::S64;
-template <> inline constexpr BuiltinKind kBuiltinOf<bool> = BuiltinKind::Bool;
-template <> inline constexpr BuiltinKind kBuiltinOf<char> = BuiltinKind::Char;
-template <> inline constexpr BuiltinKind kBuiltinOf<float> = BuiltinKind::Float;
-template <> inline constexpr BuiltinKind kBuiltinOf<double> = BuiltinKind::Double;
-template <> inline constexpr BuiltinKind kBuiltinOf<String> = BuiltinKind::String;
-template <> inline constexpr BuiltinKind kBuiltinOf<Bytes> = BuiltinKind::Bytes;
-template <> inline constexpr BuiltinKind kBuiltinOf<Seconds> = BuiltinKind::Seconds;
-template <> inline constexpr BuiltinKind kBuiltinOf<Time> = BuiltinKind::Time;
-template <> inline constexpr BuiltinKind kBuiltinOf<JsonString> = BuiltinKind::JsonString;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::uint8_t> = BuiltinKind::U8;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::int8_t> = BuiltinKind::S8;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::uint16_t> = BuiltinKind::U16;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::int16_t> = BuiltinKind::S16;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::uint32_t> = BuiltinKind::U32;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::int32_t> = BuiltinKind::S32;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::uint64_t> = BuiltinKind::U64;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<std::int64_t> = BuiltinKind::S64;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<bool> = BuiltinKind::Bool;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<char> = BuiltinKind::Char;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<float> = BuiltinKind::Float;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<double> = BuiltinKind::Double;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<String> = BuiltinKind::String;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<Bytes> = BuiltinKind::Bytes;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<Seconds> = BuiltinKind::Seconds;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<Time> = BuiltinKind::Time;
+template <>
+inline constexpr BuiltinKind kBuiltinOf<JsonString> = BuiltinKind::JsonString;
 
 // The descriptor of a type that is no builtin; defined with the declarations (Kel/Declare.h).
 template <class T>
 struct DeclaredType {
   static TypeDesc& desc();
 };
-}  // namespace Impl
+} // namespace Impl
 
 // The descriptor of a C++ type of the model. Builtins have theirs; declared types get theirs on first mention, and it is completed
 // by their declaration.
@@ -189,7 +219,9 @@ template <class T>
 template <class T>
 T const* GenericIf::attrValPtr() const noexcept {
   static_assert(Impl::kBuiltinOf<T> != BuiltinKind::None, "not a scalar kind of the model");
-  return type_->builtin == Impl::kBuiltinOf<T> && type_->kind == TypeKind::Builtin ? static_cast<T const*>(data_) : nullptr;
+  return type_->builtin == Impl::kBuiltinOf<T> && type_->kind == TypeKind::Builtin
+             ? static_cast<T const*>(data_)
+             : nullptr;
 }
 
 // A detached handle to a value of a C++ type of the model.
@@ -198,4 +230,4 @@ template <class T>
   return GenericIf::copyOf(descOf<T>(), &value);
 }
 
-}  // namespace Kel
+} // namespace Kel

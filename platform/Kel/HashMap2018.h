@@ -21,7 +21,7 @@ namespace Kel {
 // Node addresses are valid until the next insertion or deletion.
 template <class K, class V>
 class HashMap2018 {
- public:
+public:
   struct Node {
     K key;
     V value;
@@ -29,7 +29,7 @@ class HashMap2018 {
 
   // Iteration: current node, advance, end test.
   class Iterator {
-   public:
+  public:
     explicit Iterator(HashMap2018 const& map) noexcept : map_(&map) {}
     explicit operator bool() const noexcept { return position_ < map_->nodes_.size(); }
     Iterator& operator++() noexcept {
@@ -39,7 +39,7 @@ class HashMap2018 {
     Node const& operator*() const noexcept { return map_->nodes_[position_]; }
     Node const* operator->() const noexcept { return &map_->nodes_[position_]; }
 
-   private:
+  private:
     HashMap2018 const* map_;
     std::size_t position_ = 0;
   };
@@ -91,7 +91,7 @@ class HashMap2018 {
     index_.reset();
   }
 
- private:
+private:
   using Index = absl::flat_hash_map<K, std::uint32_t>;
   static constexpr std::size_t kFlat = 8;
   static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
@@ -109,11 +109,12 @@ class HashMap2018 {
 
   void buildIndex() {
     index_ = std::make_unique<Index>();
-    for (std::size_t i = 0; i < nodes_.size(); ++i) index_->emplace(nodes_[i].key, static_cast<std::uint32_t>(i));
+    for (std::size_t i = 0; i < nodes_.size(); ++i)
+      index_->emplace(nodes_[i].key, static_cast<std::uint32_t>(i));
   }
 
   std::vector<Node, MemAllocator<Node>> nodes_;
   std::unique_ptr<Index> index_;
 };
 
-}  // namespace Kel
+} // namespace Kel

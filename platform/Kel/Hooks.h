@@ -20,16 +20,17 @@ namespace Kel {
 
 // The dispatcher's three answers.
 enum class AttributeOpResult : std::uint8_t {
-  Done,          // the request was handled
-  NotSupported,  // the attribute does not have this operation
-  NotHandled,    // the attribute is not the type's own; it is left to the base type
+  Done,         // the request was handled
+  NotSupported, // the attribute does not have this operation
+  NotHandled,   // the attribute is not the type's own; it is left to the base type
 };
 
 // All functions run on the scheduler thread. A collection's iteration state is the type's own, made by `create` and given back to
 // `del`.
 struct TypeHooks {
-  using AttributeOpFn = AttributeOpResult (*)(PtrInterface* object, AttributeId attribute, GenericIf::AttributeOp op,
-                                              ArgList const& args, Ptr<GenericIf const>& result);
+  using AttributeOpFn = AttributeOpResult (*)(PtrInterface* object, AttributeId attribute,
+                                              GenericIf::AttributeOp op, ArgList const& args,
+                                              Ptr<GenericIf const>& result);
   struct Iteration {
     void* (*create)(PtrInterface const* object, AttributeId attribute) = nullptr;
     void (*increment)(void* state) = nullptr;
@@ -50,18 +51,19 @@ struct TypeHooks {
 
 // Registers such a type. Ids count from 1 in the order of the calls.
 class KTD_EXPORT HookedType {
- public:
+public:
   // `kind`: Object or Entity.
-  HookedType(std::string_view module, std::string_view name, TypeDesc& desc, TypeKind kind, TypeHooks const& hooks);
+  HookedType(std::string_view module, std::string_view name, TypeDesc& desc, TypeKind kind,
+             TypeHooks const& hooks);
   HookedType& operation(std::string_view name, std::vector<std::string> argNames = {});
   HookedType& value(std::string_view name, KelType type, bool settable);
   HookedType& collection(std::string_view name, KelType key, KelType value, bool settable);
-  HookedType& ctorArg();  // the last value attribute is a constructor argument
-  KelType done();         // raises `Kel::Error` when a rule of registration is broken
+  HookedType& ctorArg(); // the last value attribute is a constructor argument
+  KelType done();        // raises `Kel::Error` when a rule of registration is broken
 
- private:
+private:
   TypeBuilder builder_;
   TypeHooks const* hooks_;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -24,7 +24,7 @@ struct Chunks {
 };
 
 Chunks& chunks() {
-  static auto* const instance = new Chunks;  // outlives every static that may still free a block
+  static auto* const instance = new Chunks; // outlives every static that may still free a block
   return *instance;
 }
 
@@ -60,7 +60,7 @@ constexpr bool kPassThrough = false;
   return block;
 }
 
-}  // namespace
+} // namespace
 
 void* kelMemAlloc(std::size_t size) {
   if (kPassThrough || size > kKelMemLargestClass) return ::operator new(size);
@@ -89,4 +89,4 @@ MemStats kelMemStats() {
   return {chunks().all.size() * kChunkBytes, chunks().all.size()};
 }
 
-}  // namespace Kel
+} // namespace Kel

@@ -23,9 +23,9 @@ KTD_EXPORT void kelMemFree(void* block, std::size_t size) noexcept;
 
 // Figures of the free lists (all threads), for benchmarks and dumps.
 struct MemStats {
-  std::size_t chunkBytes;  // bytes taken from the general heap for the lists
-  std::size_t chunks;      // number of such chunks
+  std::size_t chunkBytes; // bytes taken from the general heap for the lists
+  std::size_t chunks;     // number of such chunks
 };
 [[nodiscard]] KTD_EXPORT MemStats kelMemStats();
 
-}  // namespace Kel
+} // namespace Kel

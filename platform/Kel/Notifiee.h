@@ -14,7 +14,7 @@ namespace Kel {
 // notifier and of the notifier's end. Whoever made it owns it; the notifier does not. Dropping it ends the observation.
 // All calls come on the scheduler thread, synchronously, after the model is consistent again.
 class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
- public:
+public:
   NotifieeConst() = default;
   // Attaches to a notifier, strongly and not registered yet.
   explicit NotifieeConst(PtrInterface const* notifier);
@@ -41,7 +41,7 @@ class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
   [[nodiscard]] bool isWeakReference() const noexcept { return weak_; }
   [[nodiscard]] bool isRegisteredNotifiee() const noexcept { return registered_; }
 
- private:
+private:
   friend class NotifieeList;
   void release();
 
@@ -53,7 +53,7 @@ class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 // The observers of one object, in the order of their registration. Tolerates registration and removal during a visit: who was
 // registered when the visit began is told, unless he has left meanwhile; who joins during it is not. 8 bytes when empty.
 class KTD_EXPORT NotifieeList {
- public:
+public:
   NotifieeList() = default;
   NotifieeList(NotifieeList const&) = delete;
   NotifieeList& operator=(NotifieeList const&) = delete;
@@ -69,7 +69,7 @@ class KTD_EXPORT NotifieeList {
   // Drops all of them without telling.
   void deleteAll();
 
- private:
+private:
   friend class PtrInterface::NotifieeConst;
   using Members = std::vector<PtrInterface::NotifieeConst*>;
   template <class Tell>
@@ -81,4 +81,4 @@ class KTD_EXPORT NotifieeList {
   Members* members_ = nullptr;
 };
 
-}  // namespace Kel
+} // namespace Kel

@@ -13,7 +13,7 @@ namespace Kel {
 // object may live on two threads is `VFPtrInterface::threadSafePointers_`.
 template <class T>
 class Ptr {
- public:
+public:
   using element_type = T;
 
   constexpr Ptr() noexcept = default;
@@ -24,11 +24,11 @@ class Ptr {
   Ptr(Ptr const& other) noexcept : Ptr(other.object_) {}
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& other) noexcept : Ptr(other.get()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other)
+  noexcept : Ptr(other.get()) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& other) noexcept : object_(other.release()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : object_(other.release()) {}
   ~Ptr() {
     if (object_ != nullptr) object_->unref();
   }
@@ -61,7 +61,7 @@ class Ptr {
 
   friend bool operator==(Ptr const& a, std::nullptr_t) noexcept { return a.object_ == nullptr; }
 
- private:
+private:
   T* object_ = nullptr;
 };
 
@@ -81,7 +81,7 @@ template <class T, class U>
   return Ptr<T>(dynamic_cast<T*>(from.get()));
 }
 
-}  // namespace Kel
+} // namespace Kel
 
 // Identity, unless a library gives a type of its own a structural hash (as the path types do).
 template <class T>

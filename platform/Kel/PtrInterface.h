@@ -18,7 +18,7 @@ class NotifieeList;
 // `new`, owned by the `Ptr`s to it, and ended by `handleZeroRef` when the last one lets go. Its storage comes from
 // `kelMemAlloc`, whatever the derived class.
 class KTD_EXPORT PtrInterface : public VFPtrInterface {
- public:
+public:
   class NotifieeConst;
 
   PtrInterface() = default;
@@ -46,16 +46,16 @@ class KTD_EXPORT PtrInterface : public VFPtrInterface {
   static void* operator new(std::size_t, void* where) noexcept { return where; }
   static void operator delete(void* block, std::size_t size) noexcept { kelMemFree(block, size); }
 
- protected:
+protected:
   virtual ~PtrInterface() = default;
   // Runs when the last reference has gone; destroys the object.
   virtual void handleZeroRef() const noexcept { delete this; }
 
   bool zeroReferencesTold_ = false;
 
- private:
+private:
   RefCount refs_;
   bool notificationActive_ = false;
 };
 
-}  // namespace Kel
+} // namespace Kel

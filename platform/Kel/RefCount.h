@@ -9,7 +9,7 @@
 namespace Kel {
 
 class KTD_EXPORT VFPtrInterface {
- public:
+public:
   // Set: reference counts change atomically, so that handles may be dropped on any thread. Clear (the default): plain
   // arithmetic, for a process in which only the scheduler thread holds handles. To be set before the first object is made.
   static bool threadSafePointers_;
@@ -17,7 +17,7 @@ class KTD_EXPORT VFPtrInterface {
 
 // One reference count. Starts at 0: the first `Ptr` takes it to 1.
 class RefCount {
- public:
+public:
   void add() const noexcept {
     if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
       count_.fetch_add(1, std::memory_order_relaxed);
@@ -47,8 +47,8 @@ class RefCount {
 
   [[nodiscard]] std::uint32_t value() const noexcept { return count_.load(std::memory_order_relaxed); }
 
- private:
+private:
   mutable std::atomic<std::uint32_t> count_{0};
 };
 
-}  // namespace Kel
+} // namespace Kel

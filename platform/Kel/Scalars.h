@@ -15,22 +15,24 @@ using AttributeId = std::int32_t;
 // that the nanosecond text of a value gives that value again. Values beyond the range of a signed 64-bit number of nanoseconds
 // are clamped; NaN is 0.
 class KTD_EXPORT Seconds {
- public:
+public:
   constexpr Seconds() noexcept = default;
   explicit Seconds(double seconds) noexcept : Seconds(fromNanoseconds(toNanoseconds(seconds))) {}
   [[nodiscard]] static Seconds fromNanoseconds(std::int64_t ns) noexcept;
   [[nodiscard]] double value() const noexcept { return seconds_; }
   [[nodiscard]] std::int64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); }
-  friend bool operator==(Seconds const& a, Seconds const& b) noexcept { return a.nanoseconds() == b.nanoseconds(); }
+  friend bool operator==(Seconds const& a, Seconds const& b) noexcept {
+    return a.nanoseconds() == b.nanoseconds();
+  }
 
- private:
+private:
   static std::int64_t toNanoseconds(double seconds) noexcept;
   double seconds_ = 0;
 };
 
 // A point in time, in seconds since the Unix epoch; never negative. Quantised like `Seconds`, over unsigned nanoseconds.
 class KTD_EXPORT Time {
- public:
+public:
   constexpr Time() noexcept = default;
   explicit Time(double seconds) noexcept : Time(fromNanoseconds(toNanoseconds(seconds))) {}
   [[nodiscard]] static Time fromNanoseconds(std::uint64_t ns) noexcept;
@@ -38,7 +40,7 @@ class KTD_EXPORT Time {
   [[nodiscard]] std::uint64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); }
   friend bool operator==(Time const& a, Time const& b) noexcept { return a.nanoseconds() == b.nanoseconds(); }
 
- private:
+private:
   static std::uint64_t toNanoseconds(double seconds) noexcept;
   double seconds_ = 0;
 };
@@ -54,4 +56,4 @@ struct CollectionControl {
   friend bool operator==(CollectionControl, CollectionControl) noexcept { return true; }
 };
 
-}  // namespace Kel
+} // namespace Kel

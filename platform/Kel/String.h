@@ -22,17 +22,17 @@ struct TextRep {
   std::uint32_t size;
   std::uint32_t interned;
   std::uint32_t reserved;
-  std::uint64_t hash;  // set for interned texts only
+  std::uint64_t hash; // set for interned texts only
 
   [[nodiscard]] char const* chars() const noexcept { return reinterpret_cast<char const*>(this + 1); }
-  KTD_EXPORT static TextRep* make(std::string_view text);    // with one reference; null for an empty text
-  KTD_EXPORT static TextRep* intern(std::string_view text);  // likewise, the shared copy
+  KTD_EXPORT static TextRep* make(std::string_view text);   // with one reference; null for an empty text
+  KTD_EXPORT static TextRep* intern(std::string_view text); // likewise, the shared copy
   KTD_EXPORT static void dispose(TextRep* rep) noexcept;
 };
 
 // Owns one reference to a TextRep. Null stands for the empty text.
 class TextHold {
- public:
+public:
   constexpr TextHold() noexcept = default;
   explicit constexpr TextHold(TextRep* owned) noexcept : rep_(owned) {}
   TextHold(TextHold const& other) noexcept : rep_(other.rep_) {
@@ -51,15 +51,15 @@ class TextHold {
     return rep_ == nullptr ? std::string_view() : std::string_view(rep_->chars(), rep_->size);
   }
 
- private:
+private:
   TextRep* rep_ = nullptr;
 };
 
-}  // namespace Impl
+} // namespace Impl
 
 // An immutable text (any bytes, NUL included; at most 4 GiB). Copying shares the characters. 8 bytes wide.
 class KTD_EXPORT String {
- public:
+public:
   constexpr String() noexcept = default;
   String(std::string_view text) : hold_(Impl::TextRep::make(text)) {}
   String(char const* text) : String(std::string_view(text)) {}
@@ -103,14 +103,14 @@ class KTD_EXPORT String {
     return H::combine(std::move(h), s.view());
   }
 
- private:
+private:
   explicit String(Impl::TextRep* owned) noexcept : hold_(owned) {}
   Impl::TextHold hold_;
 };
 
 // An immutable byte string. Copying shares the bytes. 8 bytes wide.
 class KTD_EXPORT Bytes {
- public:
+public:
   constexpr Bytes() noexcept = default;
   explicit Bytes(std::string_view bytes) : hold_(Impl::TextRep::make(bytes)) {}
 
@@ -119,13 +119,15 @@ class KTD_EXPORT Bytes {
   [[nodiscard]] std::string_view view() const noexcept { return hold_.view(); }
 
   friend bool operator==(Bytes const& a, Bytes const& b) noexcept { return a.view() == b.view(); }
-  friend std::strong_ordering operator<=>(Bytes const& a, Bytes const& b) noexcept { return a.view() <=> b.view(); }
+  friend std::strong_ordering operator<=>(Bytes const& a, Bytes const& b) noexcept {
+    return a.view() <=> b.view();
+  }
 
- private:
+private:
   Impl::TextHold hold_;
 };
 
-}  // namespace Kel
+} // namespace Kel
 
 template <>
 struct std::hash<Kel::String> {

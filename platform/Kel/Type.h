@@ -18,7 +18,7 @@ class KelType;
 // What can be asked of a type. A value of pointer size over an immutable descriptor that lives for the process; compared by
 // identity. A default-made one is invalid: of the operations below, only the comparison and the bool test may be used then.
 class KTD_EXPORT KelTypeBase {
- public:
+public:
   constexpr KelTypeBase() noexcept = default;
   explicit constexpr KelTypeBase(TypeDesc const* desc) noexcept : desc_(desc) {}
 
@@ -54,11 +54,11 @@ class KTD_EXPORT KelTypeBase {
   [[nodiscard]] KelAttr attr(char const* name) const;
   [[nodiscard]] KelAttr attr(AttributeId id) const;
   [[nodiscard]] std::size_t attrCount() const { return desc_->attrs.size(); }
-  [[nodiscard]] KelAttr attrAt(std::size_t index) const;  // in declaration order
+  [[nodiscard]] KelAttr attrAt(std::size_t index) const; // in declaration order
 
   // Walks the attributes of a type in declaration order. Its state is two words that can be kept and gone on from.
   class AttributeQIterator {
-   public:
+  public:
     AttributeQIterator() noexcept = default;
     explicit AttributeQIterator(KelTypeBase type) noexcept : desc_(type.desc_) {}
     explicit operator bool() const noexcept { return desc_ != nullptr && position_ < desc_->attrs.size(); }
@@ -70,18 +70,18 @@ class KTD_EXPORT KelTypeBase {
     [[nodiscard]] bool started() const noexcept { return desc_ != nullptr; }
     [[nodiscard]] std::uint16_t position() const noexcept { return position_; }
 
-   private:
+  private:
     TypeDesc const* desc_ = nullptr;
     std::uint16_t position_ = 0;
   };
 
- protected:
+protected:
   TypeDesc const* desc_ = nullptr;
 };
 
 // A type, with the operations that make handles of it.
 class KTD_EXPORT KelType : public KelTypeBase {
- public:
+public:
   enum class BooleanOp : std::uint8_t { Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual };
   using HandleOrText = Kstd::Result<Ptr<GenericIf>, std::string>;
 
@@ -94,9 +94,7 @@ class KTD_EXPORT KelType : public KelTypeBase {
   // 64-bit integer, of which a narrower type takes the low-order part. `active` sets the handle's notification flag and has no
   // other effect, here and below. Raises `Kel::Error` for a type that is no value type.
   [[nodiscard]] Ptr<GenericIf> genericIf(void const* raw, bool active = false) const;
-  [[nodiscard]] Ptr<GenericIf> genericIf(std::nullptr_t, bool active = false) const {
-    return genericIf(static_cast<void const*>(nullptr), active);
-  }
+  [[nodiscard]] Ptr<GenericIf> genericIf(std::nullptr_t, bool active = false) const;
   // A handle to an object; the object stays alive while the handle does. Null gives null.
   [[nodiscard]] Ptr<GenericIf> genericIf(PtrInterface* object, bool active = false) const;
   [[nodiscard]] Ptr<GenericIf const> genericIf(PtrInterface const* object) const;
@@ -119,4 +117,4 @@ KTD_EXPORT String kelModuleIs(std::string_view name);
 // The module of the builtin types.
 [[nodiscard]] KTD_EXPORT String const& coreModule();
 
-}  // namespace Kel
+} // namespace Kel

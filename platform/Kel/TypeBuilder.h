@@ -24,7 +24,7 @@ namespace Kel {
 [[nodiscard]] inline KelType builtinType(BuiltinKind kind) { return KelType(&builtinDesc(kind)); }
 
 class KTD_EXPORT TypeBuilder {
- public:
+public:
   // A type wholly described at run time: its objects hold slots. Kinds: Struct, Entity.
   TypeBuilder(std::string_view module, std::string_view name, TypeKind kind);
   // Goes on with a descriptor that exists already (of a C++ class); raises `Kel::Error` when it is complete.
@@ -37,20 +37,20 @@ class KTD_EXPORT TypeBuilder {
   [[nodiscard]] TypeDesc& desc() { return *desc_; }
 
   // --- attributes of a run-time type; the modifiers below apply to the last one --------------------
-  TypeBuilder& attr(std::string_view name, KelType type);                           // a value
-  TypeBuilder& pointer(std::string_view name, KelType target);                      // a reference
-  TypeBuilder& array(std::string_view name, KelType element);                       // a sequence
-  TypeBuilder& keyed(std::string_view name, KelType key, KelType value);            // values by key
-  TypeBuilder& instantiating(std::string_view name, KelType member);                // one owned entity
-  TypeBuilder& instantiating(std::string_view name, KelType key, KelType member);   // owned entities by key
+  TypeBuilder& attr(std::string_view name, KelType type);                         // a value
+  TypeBuilder& pointer(std::string_view name, KelType target);                    // a reference
+  TypeBuilder& array(std::string_view name, KelType element);                     // a sequence
+  TypeBuilder& keyed(std::string_view name, KelType key, KelType value);          // values by key
+  TypeBuilder& instantiating(std::string_view name, KelType member);              // one owned entity
+  TypeBuilder& instantiating(std::string_view name, KelType key, KelType member); // owned entities by key
   // An attribute with an access of its own. The base of all others.
   AttrDesc& add(std::string_view name, TypeDesc* type, std::unique_ptr<AttrAccess> access);
 
   // --- modifiers of the last attribute -------------------------------------------------------------
-  TypeBuilder& id(AttributeId id);              // default: the position, from 1
-  TypeBuilder& ctorArg();                       // a constructor argument; constructor order is attribute order
-  TypeBuilder& keyField();                      // carries the key-field mark
-  TypeBuilder& index(std::string_view member);  // the member attribute that is the key of this collection
+  TypeBuilder& id(AttributeId id);             // default: the position, from 1
+  TypeBuilder& ctorArg();                      // a constructor argument; constructor order is attribute order
+  TypeBuilder& keyField();                     // carries the key-field mark
+  TypeBuilder& index(std::string_view member); // the member attribute that is the key of this collection
   TypeBuilder& settable(bool yes = true);
   TypeBuilder& removable(bool yes = true);
   TypeBuilder& optional();
@@ -72,19 +72,22 @@ class KTD_EXPORT TypeBuilder {
   // Checks the rules of registration and completes the type. On an error the type stays unusable.
   [[nodiscard]] Kstd::Result<KelType, std::string> done();
 
- private:
+private:
   AttrDesc& last();
+  // Adds an attribute that is a slot, which takes the space of `Storage`.
+  template <class Storage>
+  AttrDesc& slot(std::string_view name, KelType type, std::unique_ptr<AttrAccess> access);
   TypeDesc* desc_;
   AttrDesc* last_ = nullptr;
 };
 
 // A run-time enumeration, nominal or union. `Kstd::Result` carries the type or the rule that was broken.
-[[nodiscard]] KTD_EXPORT Kstd::Result<KelType, std::string> runtimeEnum(std::string_view module, std::string_view name,
-                                                                        std::vector<Enumerator> enumerators);
+[[nodiscard]] KTD_EXPORT Kstd::Result<KelType, std::string>
+runtimeEnum(std::string_view module, std::string_view name, std::vector<Enumerator> enumerators);
 
 namespace Impl {
 // The rules of registration for one type; none when it keeps them all.
 [[nodiscard]] KTD_EXPORT std::optional<std::string> brokenRule(TypeDesc const& type);
-}  // namespace Impl
+} // namespace Impl
 
-}  // namespace Kel
+} // namespace Kel

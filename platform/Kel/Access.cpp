@@ -1,0 +1,269 @@
+#include "Kel/Access.h"
+
+#include <fmt/format.h>
+
+#include "Kel/Declare.h"
+#include "Tovak/HashMix.h"
+
+namespace Kel::Impl {
+namespace {
+
+std::string described(AttrDesc const& attr) {
+  return fmt::format("attribute '{}' of type '{}'", attr.name.view(), attr.owner->name.view());
+}
+
+} // namespace
+
+void notifyOf(GenericIf const& obj, AttrDesc const& attr, void const* rawKey) {
+  PtrInterface* const object = obj.object();
+  if (object == nullptr || !object->hasNotificationActive()) return;
+  if (NotifieeList* const list = object->notifieeList(); list != nullptr && !list->empty())
+    list->visit(attr.id, rawKey);
+}
+
+Entity& entityOf(AttrDesc const& attr, GenericIf const& obj) {
+  auto* const entity = dynamic_cast<Entity*>(obj.object());
+  if (entity == nullptr) throwError(described(attr) + " needs an entity as its owner");
+  return *entity;
+}
+
+void requireNoKey(AttrDesc const& attr, GenericIf const* key) {
+  if (key != nullptr) [[unlikely]]
+    throwError(described(attr) + " is singular and takes no key; found " + key->strRep());
+}
+
+GenericIf const& requireKey(AttrDesc const& attr, GenericIf const* key) {
+  if (key == nullptr) [[unlikely]]
+    throwError(described(attr) + " is a collection and needs a key");
+  return *key;
+}
+
+void requireType(AttrDesc const& attr, TypeDesc const& expected, GenericIf const& value) {
+  if (&value.type().desc() == &expected) [[likely]]
+    return;
+  throwError(fmt::format("{} takes a value of type '{}'; found {} of type '{}'", described(attr),
+                         expected.name.view(), value.strRep(), value.type().name().view()));
+}
+
+void requireSettable(AttrDesc const& attr, GenericIf const& obj) {
+  if (!attr.isSettable && obj.object() != nullptr) throwError(described(attr) + " cannot be written");
+}
+
+void requireRemovable(AttrDesc const& attr, GenericIf const&) {
+  if (!attr.isRemovable) throwError(described(attr) + " keeps its members: they cannot be removed");
+}
+
+void throwNoValue(AttrDesc const& attr) { throwError(described(attr) + " cannot be left without a value"); }
+
+PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& value) {
+  PtrInterface* const target = value.object();
+  if (target == nullptr || value.voidPtrIs(KelType(attr.memberType)) == nullptr) {
+    throwError(fmt::format("{} refers to an object of type '{}'; found {} of type '{}'", described(attr),
+                           attr.memberType->name.view(), value.strRep(), value.type().name().view()));
+  }
+  return target;
+}
+
+Ptr<PtrInterface> construct(TypeDesc const& type, ArgList const& args) {
+  if (type.makeFromArgs) return type.makeFromArgs(args);
+  if (!type.makeObject) throwError(fmt::format("type '{}' has no constructor", type.name.view()));
+  if (args.size() > type.ctorArgs.size()) {
+    throwError(fmt::format("type '{}' takes {} constructor arguments; found {}", type.name.view(),
+                           type.ctorArgs.size(), args.size()));
+  }
+  Ptr<PtrInterface> const object = type.makeObject();
+  Ptr<GenericIf> const handle = GenericIf::toObject(object.get());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    AttrDesc const& attr = *type.ctorArgs[i];
+    if (args[i]) attr.access->init(attr, *handle, *args[i]);
+  }
+  return object;
+}
+
+Ptr<Entity> makeMember(AttrDesc const& attr, ArgList const& args) {
+  Ptr<Entity> member = dynamicPtrCast<Entity>(construct(*attr.memberType, args));
+  if (!member) throwError(described(attr) + ": the member type makes no entity");
+  return member;
+}
+
+Ptr<GenericIf const> indexOf(AttrDesc const& attr, Entity& member) {
+  KelAttr const index = KelAttr(&attr).indexAttr();
+  return index.genericIfGet(GenericIf::toObject(static_cast<PtrInterface const*>(&member)));
+}
+
+void requireIndex(AttrDesc const& attr, GenericIf const& key, GenericIf const& value) {
+  KelAttr const index = KelAttr(&attr).indexAttr();
+  Ptr<GenericIf const> const own = index.genericIfGet(Ptr<GenericIf const>(&value));
+  if (own && own->equals(key)) return;
+  throwError(fmt::format("{}: the member's own key {} differs from the key {}", described(attr),
+                         own ? own->strRep() : "null", key.strRep()));
+}
+
+void throwKeyType(AttrDesc const& attr, GenericIf const& key) {
+  throwError(fmt::format("{} is keyed by type '{}'; found {} of type '{}'", described(attr),
+                         attr.keyType->name.view(), key.strRep(), key.type().name().view()));
+}
+
+EntityRef entityRefFrom(AttrDesc const& attr, GenericIf const& key) {
+  if (key.type().isEntity()) {
+    if (auto const* const entity = dynamic_cast<Entity const*>(key.object())) {
+      if (key.voidPtrIs(KelType(attr.keyType)) != nullptr) return EntityRef(*entity);
+    } else {
+      return EntityRef::fromWeak(key);
+    }
+  }
+  throwKeyType(attr, key);
+}
+
+// --- values of structures --------------------------------------------------------------------------------
+
+int compareStruct(TypeDesc const& type, void const* a, void const* b) {
+  for (auto const& attr : type.attrs) {
+    if (int const order = attr->access->compare(*attr, a, b); order != 0) return order;
+  }
+  return 0;
+}
+
+std::uint64_t hashStruct(TypeDesc const& type, void const* at) {
+  std::uint64_t state = Tovak::Impl::HashMix::stateStart;
+  for (auto const& attr : type.attrs) {
+    Tovak::Impl::HashMix::mixFixedLen<8>(state, attr->access->hash(*attr, at));
+  }
+  return state;
+}
+
+std::uint64_t hashBytes(void const* bytes, std::size_t size) {
+  std::uint64_t state = Tovak::Impl::HashMix::stateStart;
+  Tovak::Impl::HashMix::mix(state, bytes, size);
+  return state;
+}
+
+std::uint64_t hashMix(std::uint64_t a, std::uint64_t b) {
+  Tovak::Impl::HashMix::mixFixedLen<8>(a, b);
+  return a;
+}
+
+void completeArrayDesc(TypeDesc& desc) {
+  desc.name = String::dedup(desc.elementType->name.str() + "[]");
+  desc.module = desc.elementType->module;
+  desc.complete = true;
+}
+
+// --- InPlaceAccess ---------------------------------------------------------------------------------------
+
+namespace {
+
+// The members of an array attribute by number; looks the array up afresh at every step.
+class ArrayCursor final : public Cursor {
+public:
+  using ArrayOf = void const* (*)(AttrDesc const&, GenericIf const&);
+  ArrayCursor(Ptr<GenericIf const> obj, AttrDesc const& attr, std::uint64_t start, ArrayOf arrayOf)
+      : obj_(std::move(obj))
+      , attr_(&attr)
+      , index_(start)
+      , arrayOf_(arrayOf) {}
+  bool valid() override { return index_ < attr_->type->arrayOps->size(array()); }
+  void advance() override { ++index_; }
+  Ptr<GenericIf const> key() override { return handleOf(index_); }
+  Ptr<GenericIf const> value() override {
+    return attr_->type->arrayOps->at(*attr_->memberType, array(), index_, obj_->owner());
+  }
+
+private:
+  [[nodiscard]] void const* array() const { return arrayOf_(*attr_, *obj_); }
+  Ptr<GenericIf const> obj_;
+  AttrDesc const* attr_;
+  std::uint64_t index_;
+  ArrayOf arrayOf_;
+};
+
+void const* arrayInPlace(AttrDesc const& attr, GenericIf const& obj) {
+  return &storage<unsigned char>(attr, obj);
+}
+
+} // namespace
+
+std::uint64_t arrayIndex(AttrDesc const& attr, GenericIf const& key) {
+  std::uint64_t const* const index = key.attrValPtr<std::uint64_t>();
+  if (index == nullptr) throwKeyType(attr, key);
+  return *index;
+}
+
+Ptr<Cursor> arrayCursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj, GenericIf const* start,
+                        void const* (*arrayOf)(AttrDesc const&, GenericIf const&)) {
+  return Ptr<Cursor>(new ArrayCursor(obj, attr, start == nullptr ? 0 : arrayIndex(attr, *start), arrayOf));
+}
+
+Ptr<GenericIf const> InPlaceAccess::get(AttrDesc const& attr, GenericIf const& obj,
+                                        GenericIf const* key) const {
+  void const* const at = &storage<unsigned char>(attr, obj);
+  if (key == nullptr) [[likely]]
+    return GenericIf::inPlace(*attr.type, at, obj.owner());
+  if (!attr.isArray) requireNoKey(attr, key);
+  std::uint64_t const index = arrayIndex(attr, *key);
+  if (index >= attr.type->arrayOps->size(at)) return nullptr;
+  return attr.type->arrayOps->at(*attr.memberType, at, index, obj.owner());
+}
+
+bool InPlaceAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
+  if (key == nullptr) return true;
+  return static_cast<bool>(get(attr, obj, key));
+}
+
+void InPlaceAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                        GenericIf const* value) const {
+  requireNoKey(attr, key);
+  requireSettable(attr, obj);
+  if (value == nullptr) throwNoValue(attr);
+  requireType(attr, *attr.type, *value);
+  write(attr, obj, value->data());
+}
+
+void InPlaceAccess::init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const {
+  requireType(attr, *attr.type, value);
+  attr.type->ops.assign(*attr.type, &storage<unsigned char>(attr, obj), value.data());
+}
+
+void InPlaceAccess::del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const {
+  requireNoKey(attr, key);
+  requireSettable(attr, obj);
+  write(attr, obj, GenericIf::defaultOf(*attr.type)->data());
+}
+
+void InPlaceAccess::write(AttrDesc const& attr, GenericIf& obj, void const* value) const {
+  if (attr.setter && obj.object() != nullptr) {
+    attr.setter(obj.object(), value);
+    return;
+  }
+  void* const at = &storage<unsigned char>(attr, obj);
+  if (attr.type->ops.compare(*attr.type, at, value) == 0) return;
+  attr.type->ops.assign(*attr.type, at, value);
+  notifyOf(obj, attr, nullptr);
+}
+
+std::size_t InPlaceAccess::count(AttrDesc const& attr, GenericIf const& obj) const {
+  if (!attr.isArray) notSupported(attr, "count");
+  return attr.type->arrayOps->size(&storage<unsigned char>(attr, obj));
+}
+
+Ptr<Cursor> InPlaceAccess::iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                                   GenericIf const* start) const {
+  if (!attr.isArray) notSupported(attr, "iterate");
+  return arrayCursor(attr, obj, start, &arrayInPlace);
+}
+
+Ptr<GenericIf const> InPlaceAccess::keyHandle(AttrDesc const& attr, void const* rawKey) const {
+  if (!attr.isArray) return nullptr;
+  return handleOf(*static_cast<std::uint64_t const*>(rawKey));
+}
+
+int InPlaceAccess::compare(AttrDesc const& attr, void const* a, void const* b) const {
+  return attr.type->ops.compare(*attr.type, &storage<unsigned char>(attr, a),
+                                &storage<unsigned char>(attr, b));
+}
+
+std::uint64_t InPlaceAccess::hash(AttrDesc const& attr, void const* at) const {
+  return attr.type->ops.hash(*attr.type, &storage<unsigned char>(attr, at));
+}
+
+} // namespace Kel::Impl

@@ -1,0 +1,10 @@
+#include "Kel/ActivityClock.h"
+
+namespace Kel {
+
+ActivityManagerStatus* activityManagerStatus() {
+  static ActivityManagerStatus status;
+  return &status;
+}
+
+} // namespace Kel

@@ -1,0 +1,180 @@
+#include "Kel/Entity.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <map>
+#include <vector>
+
+#include "Kel/Access.h"
+#include "Kel/Attr.h"
+#include "Kel/Dir.h"
+#include "Kel/EntityAnchor.h"
+#include "Kel/Error.h"
+
+namespace Kel {
+namespace {
+
+std::uint64_t nextSerial() noexcept {
+  static std::atomic<std::uint64_t> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+using Singletons = std::map<std::string, Ptr<Entity>, std::less<>>;
+
+Singletons& singletons() {
+  static auto* const instance = new Singletons();
+  return *instance;
+}
+
+// The key groups of a member's name: the index attribute, the fields of a structured key, or the attribute's name with "Key".
+std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
+  if (KelAttr const index = attr.indexAttr())
+    return fmt::format("[{}={}]", index.name().view(), key->gnmiStrRep());
+  TypeDesc const& type = key->type().desc();
+  if (type.kind != TypeKind::Struct || type.hasGnmiStrRep)
+    return fmt::format("[{}Key={}]", attr.name().view(), key->gnmiStrRep());
+  std::string groups;
+  for (KelTypeBase::AttributeQIterator field(key->type()); field; ++field) {
+    auto const value = (*field).genericIfGet(key);
+    groups += fmt::format("[{}={}]", (*field).name().view(), value ? value->gnmiStrRep() : "");
+  }
+  return groups;
+}
+
+} // namespace
+
+Entity::Entity() : serial_(nextSerial()) {}
+
+Entity::~Entity() {
+  if (anchor_) static_cast<EntityAnchor*>(anchor_.get())->clear();
+}
+
+void Entity::handleZeroRef() const noexcept {
+  if (zeroReferencesTold_) {
+    delete this;
+    return;
+  }
+  // The observers learn of the end while the object is whole; dropping this pin comes here again.
+  Ptr<Entity> const pin(const_cast<Entity*>(this));
+  end(*pin);
+}
+
+PtrInterface const& Entity::anchor() const {
+  if (!anchor_) anchor_ = Ptr<PtrInterface>(new EntityAnchor(*this));
+  return *anchor_;
+}
+
+KelAttr Entity::parentAttr() const noexcept { return KelAttr(parentAttr_); }
+
+Ptr<GenericIf const> Entity::parentKey() const {
+  if (parentKey_ || parentAttr_ == nullptr || !parentAttr_->isKeyed) return parentKey_;
+  return Impl::indexOf(*parentAttr_, const_cast<Entity&>(*this));
+}
+
+String Entity::name() const {
+  if (parentAttr_ == nullptr) return String();
+  if (parentAttr_->owner->isDir) return *parentKey_->attrValPtr<String>();
+  if (!parentAttr_->isKeyed) return parentAttr_->name;
+  return parentAttr_->name.merge(keyGroups(KelAttr(parentAttr_), parentKey()));
+}
+
+String Entity::fullName() const {
+  std::vector<String> names;
+  for (Entity const* at = this; at->parent_ != nullptr; at = at->parent_)
+    names.push_back(at->name());
+  std::string text;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+    text += '/';
+    text += name->view();
+  }
+  return String(text);
+}
+
+void Entity::attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child) {
+  if (child.parent_ != nullptr || child.orphan_) {
+    throwError(fmt::format("attribute '{}' of type '{}' cannot take an entity that has or had a parent: {}",
+                           attr.name.view(), attr.owner->name.view(), child.fullName().view()));
+  }
+  child.parent_ = &parent;
+  child.parentAttr_ = &attr;
+  child.parentKey_ = std::move(outsideKey);
+  child.hasNotificationActiveIs(true);
+  child.handleParent();
+}
+
+void Entity::detach(Entity& child) noexcept {
+  child.parent_ = nullptr;
+  child.parentAttr_ = nullptr;
+  child.orphan_ = true;
+  child.handleParent();
+}
+
+void Entity::end(Entity& entity) {
+  if (entity.zeroReferencesTold_) return;
+  Ptr<Entity> const pin(&entity);
+  entity.zeroReferencesIs();
+  TypeDesc const& type = entity.fwkType().desc();
+  for (auto const& attr : type.attrs) {
+    if (!attr->isInstantiating) continue;
+    attr->access->visitChildren(*attr, entity, [](Entity& child) {
+      detach(child);
+      end(child);
+    });
+  }
+  for (auto const& attr : type.attrs)
+    attr->access->dropReferences(*attr, entity);
+}
+
+AttrDesc const& Entity::attrOf(void const* member) const {
+  TypeDesc const& type = fwkType().desc();
+  auto const offset = static_cast<unsigned char const*>(member) -
+                      reinterpret_cast<unsigned char const*>(static_cast<PtrInterface const*>(this));
+  AttrDesc const* const attr = type.attrByOffset(static_cast<std::size_t>(offset));
+  if (attr == nullptr) {
+    throwError(
+        fmt::format("type '{}' declares no attribute at offset {} of its class", type.name.view(), offset));
+  }
+  return *attr;
+}
+
+void Entity::told(void const* member, void const* rawKey) const {
+  notifiees_.visit(attrOf(member).id, rawKey);
+}
+
+void Entity::attachMember(void const* member, Ptr<GenericIf const> keyHandle, Entity& child) {
+  AttrDesc const& attr = attrOf(member);
+  if (KelAttr const index = KelAttr(&attr).indexAttr()) {
+    index.desc().access->init(index.desc(), *GenericIf::toObject(static_cast<PtrInterface*>(&child)),
+                              *keyHandle);
+    keyHandle.reset();
+  }
+  attach(*this, attr, std::move(keyHandle), child);
+}
+
+Ptr<Entity> Entity::singletonExists(std::string_view name) {
+  auto const found = singletons().find(name);
+  return found == singletons().end() ? nullptr : found->second;
+}
+
+Ptr<Entity> Entity::singletonIs(KelType type, std::string_view name) {
+  Ptr<Entity>& slot = singletons()[std::string(name)];
+  if (!slot) {
+    slot = dynamicPtrCast<Entity>(Impl::construct(type.desc(), {}));
+    if (!slot)
+      throwError(fmt::format("type '{}' cannot be a singleton: it makes no entity", type.name().view()));
+    slot->hasNotificationActiveIs(true);
+  }
+  return slot;
+}
+
+void Entity::singletonDel(std::string_view name) {
+  auto const found = singletons().find(name);
+  if (found == singletons().end()) return;
+  Ptr<Entity> const going = std::move(found->second);
+  singletons().erase(found);
+  detach(*going);
+  end(*going);
+}
+
+} // namespace Kel

@@ -1,0 +1,144 @@
+#include "Kel/Hooks.h"
+
+#include <boost/container/small_vector.hpp>
+#include <fmt/format.h>
+
+#include <memory>
+#include <utility>
+
+#include "Kel/Access.h"
+#include "Kel/Error.h"
+
+namespace Kel {
+namespace {
+
+using Op = GenericIf::AttributeOp;
+
+// The members of a collection attribute, through the type's own iteration hooks. Goes on by the type's rules after a change.
+class HookCursor final : public Cursor {
+public:
+  HookCursor(Ptr<GenericIf const> obj, TypeHooks::Iteration const& hooks, AttributeId id)
+      : obj_(std::move(obj))
+      , hooks_(hooks)
+      , state_(hooks.create(obj_->object(), id)) {}
+  ~HookCursor() override { hooks_.del(state_); }
+  bool valid() override { return hooks_.nonNull(state_); }
+  void advance() override { hooks_.increment(state_); }
+  Ptr<GenericIf const> key() override { return hooks_.key(state_); }
+  Ptr<GenericIf const> value() override { return hooks_.object(state_); }
+
+private:
+  Ptr<GenericIf const> obj_;
+  TypeHooks::Iteration const& hooks_;
+  void* state_;
+};
+
+// Every operation becomes a request to the type's dispatcher.
+class HookAccess final : public AttrAccess {
+public:
+  explicit HookAccess(TypeHooks const& hooks) : hooks_(hooks) {}
+
+  Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+    return request(attr, obj, Op::Get, args(key), "get");
+  }
+  bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+    if (!attr.isCollection) return static_cast<bool>(get(attr, obj, key));
+    return *request(attr, obj, Op::Contains, args(&Impl::requireKey(attr, key)), "contains")
+                ->attrValPtr<bool>();
+  }
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+           GenericIf const* value) const override {
+    Impl::requireSettable(attr, obj);
+    if (value == nullptr)
+      throwError(fmt::format("attribute '{}' cannot be set to nothing", attr.name.view()));
+    Impl::requireType(attr, *attr.memberType, *value);
+    ArgList arguments = args(key);
+    arguments.emplace_back(Ptr<GenericIf const>(value));
+    request(attr, obj, Op::Set, arguments, "set");
+  }
+  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
+    request(attr, obj, Op::Delete, args(key), "delete");
+  }
+  std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override {
+    return *request(attr, obj, Op::Count, {}, "count")->attrValPtr<std::uint64_t>();
+  }
+  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                      GenericIf const* start) const override {
+    if (!attr.isCollection || hooks_.iteration.create == nullptr) notSupported(attr, "iterate");
+    Ptr<Cursor> cursor(new HookCursor(obj, hooks_.iteration, attr.id));
+    if (start != nullptr) {
+      while (cursor->valid() && cursor->key()->compare(*start) < 0)
+        cursor->advance();
+    }
+    return cursor;
+  }
+  Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override {
+    return attr.keyType == nullptr ? nullptr : Ptr<GenericIf const>(GenericIf::copyOf(*attr.keyType, rawKey));
+  }
+  Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj,
+                            ArgList const& arguments) const override {
+    return request(attr, obj, Op::Call, arguments, "call");
+  }
+
+private:
+  static ArgList args(GenericIf const* key) {
+    ArgList list;
+    if (key != nullptr) list.emplace_back(Ptr<GenericIf const>(key));
+    return list;
+  }
+  Ptr<GenericIf const> request(AttrDesc const& attr, GenericIf const& obj, Op op, ArgList const& arguments,
+                               char const* word) const {
+    Ptr<GenericIf const> result;
+    if (hooks_.attributeOp(obj.object(), attr.id, op, arguments, result) != AttributeOpResult::Done)
+      notSupported(attr, word);
+    return result;
+  }
+
+  TypeHooks const& hooks_;
+};
+
+} // namespace
+
+HookedType::HookedType(std::string_view module, std::string_view name, TypeDesc& desc, TypeKind kind,
+                       TypeHooks const& hooks)
+    : builder_(module, name, desc)
+    , hooks_(new TypeHooks(hooks)) { // lives with the type, for the process
+  desc.kind = kind;
+  desc.makeFromArgs = hooks.construct;
+  desc.newEntityForDir = hooks.newEntityForDir;
+}
+
+HookedType& HookedType::operation(std::string_view name, std::vector<std::string> argNames) {
+  static_cast<void>(argNames); // for the reader of the registration
+  AttrDesc& attr = builder_.add(name, nullptr, std::make_unique<HookAccess>(*hooks_));
+  attr.isOperation = true;
+  return *this;
+}
+
+HookedType& HookedType::value(std::string_view name, KelType type, bool settable) {
+  builder_.add(name, const_cast<TypeDesc*>(&type.desc()), std::make_unique<HookAccess>(*hooks_)).isSettable =
+      settable;
+  return *this;
+}
+
+HookedType& HookedType::collection(std::string_view name, KelType key, KelType value, bool settable) {
+  AttrDesc& attr =
+      builder_.add(name, const_cast<TypeDesc*>(&value.desc()), std::make_unique<HookAccess>(*hooks_));
+  attr.keyType = const_cast<TypeDesc*>(&key.desc());
+  attr.isCollection = attr.isKeyed = true;
+  attr.isSettable = settable;
+  return *this;
+}
+
+HookedType& HookedType::ctorArg() {
+  builder_.ctorArg();
+  return *this;
+}
+
+KelType HookedType::done() {
+  auto type = builder_.done();
+  if (!type) throwError(type.error());
+  return type.value();
+}
+
+} // namespace Kel

@@ -1,0 +1,137 @@
+#include <fmt/format.h>
+
+#include <cmath>
+
+#include "Kel/Attr.h"
+#include "Kel/Builtins.h"
+#include "Kel/GenericIf.h"
+#include "Kel/Text.h"
+
+namespace Kel::Impl {
+namespace {
+
+void appendText(std::string& out, std::string_view text) {
+  out += '"';
+  for (char const c : text) {
+    switch (c) {
+    case '"': out += "\\\""; break;
+    case '\\': out += "\\\\"; break;
+    case '\n': out += "\\n"; break;
+    case '\r': out += "\\r"; break;
+    case '\t': out += "\\t"; break;
+    default:
+      if (static_cast<unsigned char>(c) < 0x20) {
+        out += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+      } else {
+        out += c;
+      }
+    }
+  }
+  out += '"';
+}
+
+template <class F>
+void appendFloat(std::string& out, F value) {
+  out += std::isfinite(value) ? fmt::format("{}", value) : std::string("null");
+}
+
+void append(std::string& out, GenericIf const& value);
+
+void appendBuiltin(std::string& out, GenericIf const& value, TypeDesc const& type) {
+  switch (type.builtin) {
+  case BuiltinKind::Float: appendFloat(out, *static_cast<float const*>(value.data())); return;
+  case BuiltinKind::Double: appendFloat(out, *static_cast<double const*>(value.data())); return;
+  case BuiltinKind::Char:
+  case BuiltinKind::String:
+  case BuiltinKind::Bytes: appendText(out, printBuiltin(type.builtin, value.data(), true)); return;
+  default: out += printBuiltin(type.builtin, value.data(), true); // numbers, true and false, and JSON itself
+  }
+}
+
+bool appendAttr(std::string& out, AttrDesc const& attr, Ptr<GenericIf const> const& obj) {
+  if (attr.isOperation || attr.isStack) return false;
+  if (attr.isCollection && !attr.isArray) {
+    out += '{';
+    GenericIf::Iterator members(attr.access->iterate(attr, obj, nullptr));
+    for (bool first = true; members; ++members, first = false) {
+      if (!first) out += ',';
+      appendText(out, members.key()->gnmiStrRep());
+      out += ':';
+      Ptr<GenericIf const> const member = members.ptr();
+      attr.isPointer ? appendText(out, member->strRep()) : append(out, *member);
+    }
+    out += '}';
+    return true;
+  }
+  Ptr<GenericIf const> const value = attr.access->get(attr, *obj, nullptr);
+  if (!value || value->type().isCollectionControl()) return false;
+  attr.isPointer ? appendText(out, value->strRep()) : append(out, *value);
+  return true;
+}
+
+void appendObject(std::string& out, GenericIf const& value, TypeDesc const& type) {
+  Ptr<GenericIf const> const self(&value);
+  out += '{';
+  bool first = true;
+  for (auto const& attr : type.attrs) {
+    std::size_t const before = out.size();
+    if (!first) out += ',';
+    appendText(out, attr->name);
+    out += ':';
+    if (appendAttr(out, *attr, self)) {
+      first = false;
+    } else {
+      out.resize(before);
+    }
+  }
+  out += '}';
+}
+
+void append(std::string& out, GenericIf const& value) {
+  TypeDesc const& type = value.type().desc();
+  if (type.hasGnmiStrRep) return appendText(out, value.gnmiStrRep());
+  switch (type.kind) {
+  case TypeKind::Builtin: return appendBuiltin(out, value, type);
+  case TypeKind::Enum: return appendText(out, value.gnmiStrRep());
+  case TypeKind::Nominal:
+  case TypeKind::Union: {
+    AttrDesc const* const attr =
+        type.kind == TypeKind::Union ? type.activeAlternative(type, value.data()) : type.attrs.front().get();
+    Ptr<GenericIf const> const inner = attr == nullptr ? nullptr : attr->access->get(*attr, value, nullptr);
+    if (inner) {
+      append(out, *inner);
+    } else {
+      out += "null";
+    }
+    return;
+  }
+  case TypeKind::Array: {
+    out += '[';
+    std::size_t const size = type.arrayOps->size(value.data());
+    for (std::size_t i = 0; i < size; ++i) {
+      if (i != 0) out += ',';
+      append(out, *type.arrayOps->at(*type.elementType, value.data(), i, nullptr));
+    }
+    out += ']';
+    return;
+  }
+  case TypeKind::KeyPtr: return appendText(out, value.strRep());
+  default: return appendObject(out, value, type);
+  }
+}
+
+} // namespace
+
+std::string toJson(GenericIf const& value) {
+  std::string out;
+  append(out, value);
+  return out;
+}
+
+std::optional<std::string> attrToJson(AttrDesc const& attr, Ptr<GenericIf const> const& obj) {
+  std::string out;
+  if (!appendAttr(out, attr, obj)) return std::nullopt;
+  return out;
+}
+
+} // namespace Kel::Impl

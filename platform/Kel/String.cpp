@@ -1,0 +1,121 @@
+#include "Kel/String.h"
+
+#include <absl/container/flat_hash_set.h>
+
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+
+#include "Kel/Memory.h"
+#include "Tovak/HashMix.h"
+
+namespace Kel {
+namespace Impl {
+namespace {
+
+std::uint64_t hashOf(std::string_view text) noexcept {
+  std::uint64_t state = Tovak::Impl::HashMix::stateStart;
+  Tovak::Impl::HashMix::mix(state, text.data(), text.size());
+  return state;
+}
+
+std::string_view textOf(TextRep const* rep) noexcept { return {rep->chars(), rep->size}; }
+
+struct RepHash {
+  using is_transparent = void;
+  std::size_t operator()(TextRep const* rep) const noexcept { return rep->hash; }
+  std::size_t operator()(std::string_view text) const noexcept { return hashOf(text); }
+};
+struct RepEqual {
+  using is_transparent = void;
+  bool operator()(TextRep const* a, TextRep const* b) const noexcept { return a == b; }
+  bool operator()(TextRep const* a, std::string_view b) const noexcept { return textOf(a) == b; }
+  bool operator()(std::string_view a, TextRep const* b) const noexcept { return a == textOf(b); }
+};
+
+// The interned texts. Holds no reference: a text leaves the table when its last String goes. Locked only where Strings may be
+// dropped on several threads.
+struct InternTable {
+  std::mutex mutex;
+  absl::flat_hash_set<TextRep*, RepHash, RepEqual> reps;
+};
+
+InternTable& table() {
+  static auto* const instance = new InternTable; // outlives every static that holds a String
+  return *instance;
+}
+
+std::unique_lock<std::mutex> lockIfShared(InternTable& interned) {
+  return VFPtrInterface::threadSafePointers_ ? std::unique_lock(interned.mutex)
+                                             : std::unique_lock<std::mutex>();
+}
+
+TextRep* allocate(std::string_view text) {
+  if (text.size() > std::numeric_limits<std::uint32_t>::max() - sizeof(TextRep) - 1)
+    throw std::length_error("Kel::String");
+  void* const block = kelMemAlloc(sizeof(TextRep) + text.size() + 1);
+  auto* const rep = new (block) TextRep{{}, static_cast<std::uint32_t>(text.size()), 0, 0, 0};
+  rep->refs.add();
+  char* const chars = reinterpret_cast<char*>(rep + 1);
+  std::memcpy(chars, text.data(), text.size());
+  chars[text.size()] = '\0';
+  return rep;
+}
+
+void release(TextRep* rep) noexcept {
+  std::size_t const bytes = sizeof(TextRep) + rep->size + 1;
+  std::destroy_at(rep);
+  kelMemFree(rep, bytes);
+}
+
+} // namespace
+
+TextRep* TextRep::make(std::string_view text) { return text.empty() ? nullptr : allocate(text); }
+
+TextRep* TextRep::intern(std::string_view text) {
+  if (text.empty()) return nullptr;
+  InternTable& interned = table();
+  auto const lock = lockIfShared(interned);
+  auto const found = interned.reps.find(text);
+  if (found != interned.reps.end()) {
+    TextRep* const there = *found;
+    if (there->refs.addUnlessZero()) return there;
+    interned.reps.erase(found); // on its way out on another thread, which will not find it any more
+  }
+  TextRep* const rep = allocate(text);
+  rep->hash = hashOf(text);
+  rep->interned = 1;
+  interned.reps.insert(rep);
+  return rep;
+}
+
+void TextRep::dispose(TextRep* rep) noexcept {
+  if (rep->interned != 0) {
+    InternTable& interned = table();
+    auto const lock = lockIfShared(interned);
+    auto const found = interned.reps.find(rep);
+    if (found != interned.reps.end()) interned.reps.erase(found);
+  }
+  release(rep);
+}
+
+} // namespace Impl
+
+String String::dedup() const { return isDedup() ? *this : dedup(view()); }
+
+String String::merge(std::string_view tail) const {
+  if (tail.empty()) return *this;
+  std::string joined;
+  joined.reserve(size() + tail.size());
+  joined.append(view()).append(tail);
+  return String(joined);
+}
+
+std::uint64_t String::hash() const noexcept {
+  if (hold_.get() != nullptr && hold_.get()->interned != 0) return hold_.get()->hash;
+  return Impl::hashOf(view());
+}
+
+} // namespace Kel
