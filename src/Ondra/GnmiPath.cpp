@@ -21,7 +21,7 @@ Tovak::DebugHandler& debugHandler() {
   return handler;
 }
 
-// --- both representations, seen alike ----------------------------------------------------------------------
+// --- both representations, seen alike ------------------------------------------------------------
 
 std::string_view nameOf(PathElem const& elem) { return elem.name().view(); }
 std::string_view nameOf(gnmi::PathElem const& elem) { return elem.name(); }
@@ -41,7 +41,7 @@ void eachKey(gnmi::PathElem const& elem, Take const& take) {
   }
 }
 
-// --- printing ----------------------------------------------------------------------------------------------
+// --- printing ------------------------------------------------------------------------------------
 
 struct KeyGroup {
   std::string_view key;
@@ -147,7 +147,7 @@ std::string Path::toSubString(std::size_t start, bool leadingSep) const {
   return print(*this, start, leadingSep, "/");
 }
 
-// --- parsing -----------------------------------------------------------------------------------------------
+// --- parsing -------------------------------------------------------------------------------------
 
 std::string parseKeyName(std::string_view const& text, std::size_t& pos) {
   std::string_view const rest = text.substr(std::min(pos, text.size()));
@@ -214,7 +214,7 @@ Kel::Ptr<Path> Path::strToPathIs(std::string_view const& text) {
   return path;
 }
 
-// --- gNMI messages -----------------------------------------------------------------------------------------
+// --- gNMI messages -------------------------------------------------------------------------------
 
 Kel::Ptr<Path> Path::gnmiPathIs(gnmi::Path const& gnmiPath) {
   Kel::Ptr<Path> path = PathIs();

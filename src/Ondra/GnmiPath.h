@@ -30,7 +30,7 @@ struct std::hash<gnmi::PathElem> {
 
 namespace Ondra {
 
-// --- printing ----------------------------------------------------------------------------------------------
+// --- printing ------------------------------------------------------------------------------------
 // The elements from `start` on, `sep` between them and, when `leadingSep`, before the first. An element is
 // its name followed by "[key=value]" for each key, these sorted as texts. Nothing is escaped. The empty text
 // when there is no element `start`.
@@ -44,9 +44,11 @@ namespace Ondra {
 // One element, without any separator.
 [[nodiscard]] KTD_EXPORT Tovak::String pathElemToStr(gnmi::PathElem const& elem);
 
-// --- parsing; see Path::strToPathIs --------------------------------------------------------------------------
+// --- parsing; see Path::strToPathIs --------------------------------------------------------------
 // The steps of the parser: `pos` is its cursor into `text`. A malformed text is an assertion failure, so
-// texts of clients do not come here. Reads one element, up to the "/" that ends it or the end of the text.
+// texts of clients do not come here.
+//
+// Reads one element, up to the "/" that ends it or the end of the text.
 KTD_EXPORT void parseElem(std::string_view const& text, std::size_t& pos, Kel::Ptr<PathElem> elem);
 // Reads the name of a key and its "=".
 [[nodiscard]] KTD_EXPORT std::string parseKeyName(std::string_view const& text, std::size_t& pos);

@@ -35,11 +35,11 @@ public:
           Kel::Ptr<Kel::PtrInterface const> owner(object);
           return new MapCursor(std::move(owner), (static_cast<Object const*>(object)->*Members)());
         },
-        .increment = [](void* state) { ++static_cast<MapCursor*>(state)->next_; },
-        .nonNull = [](void const* state) { return cursor(state).current() != nullptr; },
+        .increment = [](void* state) { static_cast<MapCursor*>(state)->advance(); },
+        .nonNull = [](void const* state) { return cursor(state).current() < cursor(state).keys_.size(); },
         .del = [](void* state) { delete static_cast<MapCursor*>(state); },
-        .key = [](void const* state) { return handle(cursor(state).current()->key); },
-        .object = [](void const* state) { return handle(cursor(state).current()->value); },
+        .key = [](void const* state) { return handle(cursor(state).give().key); },
+        .object = [](void const* state) { return handle(cursor(state).give().value); },
     };
   }
 
@@ -50,20 +50,34 @@ private:
   static MapCursor const& cursor(void const* state) { return *static_cast<MapCursor const*>(state); }
   static Kel::Ptr<Kel::GenericIf const> handle(Kel::String const& text) { return Kel::handleOf(text); }
 
-  // The first member from here on that is still there.
-  [[nodiscard]] Map::Node const* current() const {
-    for (; next_ < keys_.size(); ++next_) {
-      if (Map::Node const* const node = map_.lookup(keys_[next_])) {
-        return node;
-      }
+  // The position of the first member from here on that is still there; the number of keys when none is.
+  [[nodiscard]] std::size_t current() const {
+    std::size_t at = next_;
+    while (at < keys_.size() && map_.lookup(keys_[at]) == nullptr) {
+      ++at;
     }
-    return nullptr;
+    return at;
   }
+
+  // REQUIRES: a current member.
+  [[nodiscard]] Map::Node const& give() const {
+    given_ = current();
+    return *map_.lookup(keys_[given_]);
+  }
+
+  // Past the member that was given last, also when that has gone since.
+  void advance() {
+    next_ = (given_ != kNone ? given_ : current()) + 1;
+    given_ = kNone;
+  }
+
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
   Kel::Ptr<Kel::PtrInterface const> owner_;
   Map const& map_;
   std::vector<Kel::String, Kel::MemAllocator<Kel::String>> keys_;
-  mutable std::size_t next_ = 0;
+  std::size_t next_ = 0;
+  mutable std::size_t given_ = kNone; // of this step
 };
 
 } // namespace Ondra

@@ -52,7 +52,7 @@ public:
   // The empty path. Library code uses the factories, which also mark the path notification-active.
   Path() = default;
 
-  // --- making paths ------------------------------------------------------------------------------------------
+  // --- making paths ------------------------------------------------------------------------------
   [[nodiscard]] static Kel::Ptr<Path> PathIs();
   // A path with the elements of `path`.
   [[nodiscard]] static Kel::Ptr<Path> makePath(Kel::Ptr<Path const> const& path);
@@ -68,7 +68,7 @@ public:
   // From the elements of a gNMI path; its other fields are left out.
   [[nodiscard]] static Kel::Ptr<Path> gnmiPathIs(gnmi::Path const& gnmiPath);
 
-  // --- elements ----------------------------------------------------------------------------------------------
+  // --- elements ----------------------------------------------------------------------------------
   [[nodiscard]] std::size_t elemSize() const noexcept { return elem_.size(); }
   [[nodiscard]] bool empty() const noexcept { return elem_.empty(); }
   // The element, for whoever built it to complete it. Throws std::out_of_range.
@@ -87,7 +87,7 @@ public:
   // Appends the elements of `other`, which may be this very path.
   void mergeFrom(Kel::Ptr<Path const> const& other);
 
-  // --- comparing ---------------------------------------------------------------------------------------------
+  // --- comparing ---------------------------------------------------------------------------------
   // Equal elements in the same order. Null equals nothing.
   [[nodiscard]] bool isEqual(Kel::Ptr<Path const> const& other) const { return isEqual(other.get()); }
   [[nodiscard]] bool isEqual(Path const* other) const {
@@ -120,7 +120,7 @@ public:
     return state;
   }
 
-  // --- printing: nothing is escaped, keys come sorted ------------------------------------------------------------
+  // --- printing: nothing is escaped, keys come sorted --------------------------------------------
   // "/interfaces/interface[name=eth1]/state"; the empty path is the empty text.
   [[nodiscard]] std::string toString() const;
   // "interfaces__interface[name=eth1]__state", where a path must be one token.

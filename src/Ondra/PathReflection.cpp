@@ -64,7 +64,7 @@ AttributeOpResult call(Operation<Object> const& operation, char const* type, Kel
   return AttributeOpResult::Done;
 }
 
-// --- PathElem ----------------------------------------------------------------------------------------------
+// --- PathElem ------------------------------------------------------------------------------------
 
 constexpr Kel::AttributeId kElemName = 1;
 constexpr Kel::AttributeId kElemKey = 2;
@@ -128,7 +128,7 @@ Kel::KelType registerPathElem() {
   return type.done();
 }
 
-// --- Path --------------------------------------------------------------------------------------------------
+// --- Path ----------------------------------------------------------------------------------------
 
 std::size_t indexArg(HookArgs const& args) { return args.scalar<std::uint64_t>(0); }
 
