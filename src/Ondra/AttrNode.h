@@ -1,0 +1,181 @@
+// AttrTree::AttrNode: one element of the paths of a Set request, with what the request does to it.
+//
+// A node is made and marked by insertion (AttrTreeInsert.cpp), prepared once for each phase that touched it
+// (AttrTreePrepare.cpp), and committed with the whole tree (AttrTreeCommit.cpp). Nothing but the commit writes to the model.
+//
+// Invariants
+// 1. A path whose delete has nothing to delete leaves no trace: new nodes are attached, and operations of old ones changed, only
+//    when the whole path is resolved.
+// 2. `op` is the operation of the last phase whose paths reached the node. So within a phase the nodes with its operation
+//    are those it touched.
+// 3. An element of the request's prefix is never remade by a Replace of something beneath it; nor is an entity that a directory
+//    holds, nor one that its attribute does not let go.
+// 4. `base_` is what the node's children find before this phase: the live object; for an object to be made, a detached
+//    prototype made from the same arguments; for a value, the node's own copy of it. A value is copied once, written once.
+// 5. Whatever the model could refuse is asked in prepare, so that commits do not fail half-way in practice.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Kel/Memory.h"
+#include "Kstd/Export.h"
+#include "Ondra/AttrTree.h"
+
+namespace Ondra::KelGnmiSet {
+
+class KTD_EXPORT AttrTree::AttrNode {
+public:
+  // The children of a node in insertion order, which is the order of the commit.
+  class KTD_EXPORT AttrQueue {
+  public:
+    using Nodes = std::vector<std::unique_ptr<AttrNode>>;
+
+    AttrQueue();
+    ~AttrQueue();
+
+    // The child of that very element, of that singular attribute, of that member; null when there is none.
+    [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem) const;
+    [[nodiscard]] AttrNode* get(Kel::KelAttr attr) const;
+    [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
+    // Appends a child; false (and nothing happens) when one of that element is there already.
+    bool insert(std::unique_ptr<AttrNode> node);
+    void clear();
+
+    // The children with a key filter.
+    [[nodiscard]] std::vector<AttrNode*> const& wildcards() const { return wildcards_; }
+    [[nodiscard]] Nodes::const_iterator begin() const { return nodes_.begin(); }
+    [[nodiscard]] Nodes::const_iterator end() const { return nodes_.end(); }
+    [[nodiscard]] std::size_t size() const { return nodes_.size(); }
+
+  private:
+    struct Index;
+    void addToIndex(AttrNode& node);
+
+    Nodes nodes_;
+    std::vector<AttrNode*> wildcards_;
+    std::unique_ptr<Index> index_; // only above a handful of children
+    mutable AttrNode* last_ = nullptr;
+  };
+
+  using Elems = google::protobuf::RepeatedPtrField<gnmi::PathElem>;
+  using ElemIterator = Elems::const_iterator;
+
+  // Longer paths are refused; bounds the depth of the tree.
+  static constexpr std::size_t kMaxPathElems = 128;
+  // More key filters below one element are refused; bounds the time that comparing with them takes.
+  static constexpr std::size_t kMaxWildcards = 1024;
+
+  // Refers to the element, which must outlive the node.
+  AttrNode(gnmi::PathElem const& elem, KelObject object);
+  ~AttrNode();
+  AttrNode(AttrNode const&) = delete;
+  AttrNode& operator=(AttrNode const&) = delete;
+
+  [[nodiscard]] gnmi::PathElem const& elem() const { return *elem_; }
+  [[nodiscard]] KelObject const& object() const { return object_; }
+  [[nodiscard]] SetOp op() const { return op_; }
+  [[nodiscard]] bool deleted() const { return deleted_; }
+  [[nodiscard]] bool onPrefix() const { return onPrefix_; }
+  [[nodiscard]] AttrQueue const& children() const { return children_; }
+
+  // --- for the driver, on the root --------------------------------------------------------------------------
+  void opIs(SetOp op) { op_ = op; }
+  // Records one path of the request. The elements and the value (null: none) must outlive the tree.
+  [[nodiscard]] Status insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
+                                        ElemIterator pathBegin, ElemIterator pathEnd,
+                                        gnmi::TypedValue const* value, SetOp op);
+  [[nodiscard]] Status prepareTree(SetOp op);
+  void pruneSubTree();
+  [[nodiscard]] Status commitTree();
+
+  static void* operator new(std::size_t size) { return Kel::kelMemAlloc(size); }
+  static void operator delete(void* block, std::size_t size) noexcept { Kel::kelMemFree(block, size); }
+
+private:
+  class Insertion;
+  struct Made;
+
+  // --- what the node is -------------------------------------------------------------------------------------
+  [[nodiscard]] bool isScalar() const { return kind_ == TypeKind::Scalar; }
+  [[nodiscard]] bool isEntity() const { return kind_ == TypeKind::Composite && object_.type().isEntity(); }
+  [[nodiscard]] bool isInDir() const { return object_.parentType && object_.parentType.isDir(); }
+  [[nodiscard]] bool isArray() const { return object_.attr && object_.attr.isArray(); }
+  // Of the attribute that keys the member of which this node is a part, or of its constructor.
+  [[nodiscard]] bool isFixedAtCreation() const;
+  // Whether generic writers may remove the entity here.
+  [[nodiscard]] bool isRemovable() const;
+  // Whether this operation makes the composite anew (invariant 3).
+  [[nodiscard]] bool isRemade() const;
+  [[nodiscard]] Error error(std::string message, grpc::StatusCode code = grpc::StatusCode::NOT_FOUND) const;
+  // Runs work with the model; what it raises becomes an error of this node.
+  template <class Work>
+  [[nodiscard]] Status guarded(Work const& work) const;
+
+  // --- insertion --------------------------------------------------------------------------------------------
+  [[nodiscard]] Status processLeafElem(gnmi::TypedValue const& value);
+
+  // --- prepare ----------------------------------------------------------------------------------------------
+  [[nodiscard]] Status prepare(SetOp op);
+  [[nodiscard]] Status prepareScalar(SetOp op);
+  [[nodiscard]] Status prepareEntity(SetOp op);
+  [[nodiscard]] Status prepareValue(SetOp op);
+  [[nodiscard]] Status prepareChildren(SetOp op);
+  // Makes the arguments and the prototype of an entity that the commit will make.
+  [[nodiscard]] Status makePrototype(SetOp op);
+  // Sets the node's own copy of a value that is about to be changed.
+  [[nodiscard]] Status openValue();
+  // The value that a delete leaves in a singular place.
+  [[nodiscard]] Status valueAfterDelete();
+  // Refuses a write, or a delete, that the model would refuse.
+  [[nodiscard]] Status checkWrite();
+  [[nodiscard]] Status checkDelete() const;
+  [[nodiscard]] Status checkIndex(ConstHandle const& member) const;
+  // What the parent holds in this place before this phase.
+  [[nodiscard]] ConstHandle current() const;
+
+  // --- commit -----------------------------------------------------------------------------------------------
+  [[nodiscard]] Status commit(Handle const& parent);
+  [[nodiscard]] Status commitChildren(Handle const& target);
+  [[nodiscard]] Status commitEntity(Handle const& parent);
+  [[nodiscard]] Status commitValue(Handle const& parent);
+  [[nodiscard]] Status updateComposite(std::optional<Handle> const& parent);
+  [[nodiscard]] Status replaceComposite(std::optional<Handle> const& parent);
+  [[nodiscard]] Status deleteComposite(std::optional<Handle> const& parent);
+  [[nodiscard]] Status replaceScalarArray(Handle const& parent);
+  [[nodiscard]] Status deleteScalarArray(Handle const& parent);
+  [[nodiscard]] Status doWildcardDelete(Handle const& parent, MultipleKeys::Filter const& filter);
+  [[nodiscard]] Status instantiateObject(std::optional<Handle> const& parent);
+  [[nodiscard]] std::variant<Kel::ArgList, Error> prepareConstructorArgs(Kel::KelType type);
+  [[nodiscard]] std::variant<ConstHandle, Error> constructorArg(Kel::KelAttr arg);
+  // The array value that the decoded members make.
+  [[nodiscard]] Handle arrayValue() const;
+
+  gnmi::PathElem const* elem_;
+  AttrNode* parent_ = nullptr;
+  KelObject object_;
+  TypeKind kind_;
+  SetOp op_ = SetOp::Delete;
+  bool deleted_ = false;
+  bool onPrefix_ = false;
+  bool hasNewValue_ = false; // `newValue_` counts; null then stands for "without value"
+  bool unchanged_ = false;   // sets what cannot change to what it is: nothing to commit
+  bool isFresh_ = false;     // will be, or is part of, an object that does not exist before the commit
+  Handle
+      newValue_; // of a scalar the decoded value, of a value its copy, of an entity the object being committed
+  std::vector<Handle> members_; // of an array
+  ConstHandle base_;            // invariant 4
+  std::unique_ptr<Made> made_;  // of an entity that the commit makes
+  AttrQueue children_;
+};
+
+// What an entity is made from, and the detached one that was made to try.
+struct AttrTree::AttrNode::Made {
+  Kel::ArgList args;
+};
+
+} // namespace Ondra::KelGnmiSet

@@ -1,0 +1,302 @@
+// Committing the attribute tree: the only place from which a Set request writes to the model.
+#include <limits>
+
+#include "Kel/Entity.h"
+#include "Ondra/AttrNode.h"
+#include "Ondra/AttrNodeImpl.h"
+#include "Ondra/PathFormat.h"
+#include "Ondra/SetTrace.h"
+
+namespace Ondra::KelGnmiSet {
+
+using Kel::KelAttr;
+using Kel::KelType;
+
+namespace {
+
+// A handle to write through; of an object a second one, of a detached value the very one.
+AttrTree::Handle writable(AttrTree::ConstHandle const& object) {
+  return Kel::GenericIf::toObject(object->object());
+}
+
+template <class T>
+bool storeMinimum(void* to) {
+  *static_cast<T*>(to) = std::numeric_limits<T>::min();
+  return true;
+}
+
+// Sets a value of the type to the least of its order, where that is known.
+bool setMinimum(KelType type, AttrTree::Handle const& value) {
+  using Kel::BuiltinKind;
+  void* const raw = value->data();
+  switch (type.isBuiltin() ? type.builtinKind() : BuiltinKind::None) {
+  case BuiltinKind::S8: return storeMinimum<std::int8_t>(raw);
+  case BuiltinKind::S16: return storeMinimum<std::int16_t>(raw);
+  case BuiltinKind::S32: return storeMinimum<std::int32_t>(raw);
+  case BuiltinKind::S64: return storeMinimum<std::int64_t>(raw);
+  case BuiltinKind::U8:
+  case BuiltinKind::U16:
+  case BuiltinKind::U32:
+  case BuiltinKind::U64:
+  case BuiltinKind::Bool:
+  case BuiltinKind::String:
+  case BuiltinKind::Bytes: return true; // the default is the least
+  default: return false;
+  }
+}
+
+// A filter on the first fields of a structured key bounds the members that can match to one range of the key order.
+class KeyRange {
+public:
+  KeyRange(KelType keyType, AttrTree::MultipleKeys::Filter const& filter) {
+    while (bound_ < filter.size() && filter[bound_].first == keyType.attrAt(bound_)) {
+      ++bound_;
+    }
+    if (bound_ == 0 || !keyType.isValueType()) {
+      bound_ = 0;
+      return;
+    }
+    AttrTree::Handle const start = keyType.genericIf(nullptr);
+    for (std::size_t i = 0; i < keyType.attrCount(); ++i) {
+      KelAttr const field = keyType.attrAt(i);
+      if (i < bound_) {
+        field.genericIfSet(start, nullptr, filter[i].second);
+        continue;
+      }
+      AttrTree::Handle const least = defaultValue(field);
+      if (!least || !setMinimum(field.memberType(), least)) {
+        bound_ = 0;
+        return;
+      }
+      field.genericIfSet(start, nullptr, least);
+    }
+    start_ = start;
+  }
+
+  // The key to start at; null for the first member.
+  [[nodiscard]] AttrTree::ConstHandle const& start() const { return start_; }
+  // Whether the key lies behind the range.
+  [[nodiscard]] bool isPast(AttrTree::MultipleKeys::Filter const& filter,
+                            AttrTree::ConstHandle const& key) const {
+    if (!start_) {
+      return false;
+    }
+    AttrTree::MultipleKeys::Filter const leading(filter.begin(),
+                                                 filter.begin() + static_cast<std::ptrdiff_t>(bound_));
+    return !AttrTree::applyKeyFilter(leading, key);
+  }
+
+private:
+  static AttrTree::Handle defaultValue(KelAttr field) {
+    bool const isPlain = !field.isCollection() && !field.isOptional() && !field.isPointer();
+    return isPlain && field.memberType().isValueType() ? field.memberType().genericIf(nullptr) : nullptr;
+  }
+
+  AttrTree::ConstHandle start_;
+  std::size_t bound_ = 0;
+};
+
+} // namespace
+
+AttrTree::Status AttrTree::AttrNode::commitTree() {
+  TOVAK_TRACE(setTrace, 3, "", "Commit tree rooted at '{}'", *elem_);
+  TOVAK_ASSERT(object_.object, setTrace, "Expecting attribute '{}' to be set", *elem_);
+  return commitChildren(writable(object_.object));
+}
+
+AttrTree::Status AttrTree::AttrNode::commitChildren(Handle const& target) {
+  for (auto const& child : children_) {
+    if (auto status = child->commit(target); isError(status)) {
+      return status;
+    }
+  }
+  return true;
+}
+
+AttrTree::Status AttrTree::AttrNode::commit(Handle const& parent) {
+  TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: Start", *elem_);
+  Status status = true;
+  if (auto const* const keys = std::get_if<MultipleKeys>(&object_.keys)) {
+    TOVAK_ASSERT(op_ == SetOp::Delete && deleted_, setTrace, "Multiple keys commit for non-delete");
+    status = doWildcardDelete(parent, keys->filter);
+  } else if (isEntity()) {
+    TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", *elem_);
+    status = commitEntity(parent);
+  } else if (isArray()) {
+    status = deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
+  } else {
+    TOVAK_TRACE(setTrace, 6, "", "Commit non-Entity '{}'", *elem_);
+    status = commitValue(parent);
+  }
+  if (!isError(status)) {
+    TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", *elem_);
+  }
+  return status;
+}
+
+AttrTree::Status AttrTree::AttrNode::commitEntity(Handle const& parent) {
+  switch (op_) {
+  case SetOp::Update: return updateComposite(parent);
+  case SetOp::Replace: return isRemade() ? replaceComposite(parent) : updateComposite(parent);
+  case SetOp::Delete: break;
+  }
+  // Another delete of this request may have taken it away already.
+  auto const* const entity = dynamic_cast<Kel::Entity const*>(object_.object->object());
+  return entity != nullptr && entity->isOrphan() ? Status(true) : deleteComposite(parent);
+}
+
+AttrTree::Status AttrTree::AttrNode::commitValue(Handle const& parent) {
+  KelAttr const attr = object_.attr;
+  return guarded([&] {
+    if (unchanged_) {
+      return;
+    }
+    if (deleted_) {
+      attr.genericIfDel(parent, object_.key());
+      return;
+    }
+    TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", *elem_);
+    // Deletes within a member do not bring back one that another delete of this request has taken away.
+    if (op_ == SetOp::Delete && attr.isKeyed() && !attr.genericIfExist(parent, object_.key())) {
+      return;
+    }
+    attr.genericIfSet(parent, object_.key(), newValue_);
+  });
+}
+
+AttrTree::Status AttrTree::AttrNode::updateComposite(std::optional<Handle> const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  if (isEntity()) {
+    newValue_.reset();
+    ConstHandle live = object_.object;
+    if (parent_->isFresh_) {
+      auto found = catchModelError([&] { return object_.attr.genericIfGet(*parent, object_.key()); });
+      if (!found) {
+        return error(std::move(found).error());
+      }
+      live = std::move(found).value();
+    }
+    if (live) {
+      newValue_ = writable(live);
+    }
+  }
+  if (!newValue_) {
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    if (auto status = instantiateObject(parent); isError(status)) {
+      return status;
+    }
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+  TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", *elem_);
+  return commitChildren(newValue_);
+}
+
+AttrTree::Status AttrTree::AttrNode::replaceComposite(std::optional<Handle> const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  if (isEntity()) { // a value was made anew before its parts were prepared
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    // No handle of ours keeps the old object while its observers learn of its end.
+    newValue_.reset();
+    object_.object.reset();
+    if (auto status = instantiateObject(parent); isError(status)) {
+      return status;
+    }
+  }
+  TOVAK_ASSERT(newValue_, setTrace, "Expecting new object to be set");
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+  return commitChildren(newValue_);
+}
+
+AttrTree::Status AttrTree::AttrNode::deleteComposite(std::optional<Handle> const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  if (!deleted_) {
+    TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+    return commitChildren(isEntity() ? writable(object_.object) : newValue_);
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
+  if (!isEntity()) {
+    TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", *elem_);
+    return valueAfterDelete();
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Deleting Entity '{}'", *elem_);
+  TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to delete instantiating attribute");
+  object_.object.reset();
+  return guarded([&] { object_.attr.genericIfDel(*parent, object_.key()); });
+}
+
+AttrTree::Status AttrTree::AttrNode::instantiateObject(std::optional<Handle> const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
+  KelAttr const attr = object_.attr;
+  if (isEntity()) {
+    TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to instantiate a new entity");
+    TOVAK_ASSERT(made_ != nullptr, setTrace, "Expecting new object to be set");
+    return guarded([&] {
+      bool const keyIsOutside = attr.isKeyed() && !attr.indexAttr();
+      newValue_ = keyIsOutside ? attr.genericIfSet(*parent, object_.key(), made_->args)
+                               : attr.genericIfSet(*parent, made_->args);
+      hasNewValue_ = true;
+    });
+  }
+  auto args = prepareConstructorArgs(attr.memberType());
+  if (auto* const problem = std::get_if<Error>(&args)) {
+    return std::move(*problem);
+  }
+  return guarded([&] {
+    newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
+    if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
+      index.genericIfSet(newValue_, nullptr, object_.key());
+    }
+    hasNewValue_ = true;
+  });
+}
+
+AttrTree::Handle AttrTree::AttrNode::arrayValue() const {
+  Handle array = object_.attr.type().genericIf(nullptr);
+  for (Handle const& member : members_) {
+    object_.attr.genericIfAdd(array, member);
+  }
+  return array;
+}
+
+AttrTree::Status AttrTree::AttrNode::replaceScalarArray(Handle const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
+  return guarded([&] {
+    if (!unchanged_) {
+      object_.attr.genericIfSet(parent, nullptr, arrayValue());
+    }
+  });
+}
+
+AttrTree::Status AttrTree::AttrNode::deleteScalarArray(Handle const& parent) {
+  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
+  return guarded([&] {
+    Handle const array = object_.attr.genericIfGet(parent)->clone();
+    object_.attr.genericIfRemove(array);
+    object_.attr.genericIfSet(parent, nullptr, array);
+  });
+}
+
+AttrTree::Status AttrTree::AttrNode::doWildcardDelete(Handle const& parent,
+                                                      MultipleKeys::Filter const& filter) {
+  return guarded([&] {
+    KelAttr const attr = object_.attr;
+    KeyRange const range(attr.keyType(), filter);
+    // Each delete tells observers, who may change the collection: first the keys, then the deletes.
+    std::vector<ConstHandle> keys;
+    auto at = range.start() ? attr.genericIfIteratorConst(parent, range.start())
+                            : attr.genericIfIteratorConst(parent);
+    for (; at; ++at) {
+      ConstHandle key = at.key();
+      if (applyKeyFilter(filter, key)) {
+        keys.push_back(std::move(key));
+      } else if (range.isPast(filter, key)) {
+        break;
+      }
+    }
+    for (ConstHandle const& key : keys) {
+      attr.genericIfDel(parent, key);
+    }
+  });
+}
+
+} // namespace Ondra::KelGnmiSet

@@ -1,0 +1,321 @@
+// Recording the paths of a request in the attribute tree.
+#include <boost/container/small_vector.hpp>
+
+#include "Kel/Entity.h"
+#include "Ondra/AttrNode.h"
+#include "Ondra/KelGnmiSetter.h"
+#include "Ondra/PathFormat.h"
+#include "Ondra/SetTrace.h"
+
+namespace Ondra::KelGnmiSet {
+
+using gnmi::PathElem;
+using Kel::KelAttr;
+using Kel::KelType;
+
+// One path on its way into the tree. Resolves element by element, first along nodes that are there, then along new ones that
+// hang together but not yet in the tree; `finish` attaches them (invariant 1 of AttrNode.h).
+class AttrTree::AttrNode::Insertion {
+public:
+  Insertion(AttrNode& root, SetOp op) : root_(root), node_(&root), op_(op) {}
+
+  // What became of one step.
+  enum class Step : std::uint8_t { Taken, Dropped, Failed };
+
+  // Whether the node reached can be used and passed; `last`: no element follows.
+  [[nodiscard]] bool enter(bool last);
+  // On to the child that the element names.
+  [[nodiscard]] Step descend(PathElem const& elem, bool onPrefix);
+  // The end of the path: marks the node, or decodes the value into it.
+  [[nodiscard]] bool end(gnmi::TypedValue const* value);
+  // Puts the path into the tree.
+  void finish();
+  // The session learns of the entities that were named, whether or not the request succeeds.
+  void recordDirtyPaths() const;
+
+  [[nodiscard]] Error takeError() { return std::move(error_); }
+
+private:
+  Step existingChild(AttrNode& child, bool onPrefix);
+  Step newChild(PathElem const& elem, bool onPrefix);
+  // Whether the place can be used by this operation.
+  [[nodiscard]] Step checkPlace(PathElem const& elem, KelObject& place);
+  [[nodiscard]] Step checkEmptyPlace(PathElem const& elem, KelObject const& place);
+  [[nodiscard]] bool isDeletedByWildcard(KelObject const& place) const;
+  Step fail(std::string message, PathElem const* child = nullptr);
+  Step failAsDeleted(PathElem const& elem);
+  [[nodiscard]] bool nodeIsInTree() const { return !head_; }
+
+  AttrNode& root_;
+  AttrNode* node_;
+  SetOp const op_;
+  std::unique_ptr<AttrNode> head_; // the first new node
+  AttrNode* attachTo_ = nullptr;
+  boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
+  boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
+  Error error_;
+};
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::string message,
+                                                                        PathElem const* child) {
+  error_.code = grpc::StatusCode::NOT_FOUND;
+  error_.message = std::move(message);
+  if (node_ != &root_) {
+    error_.path.push_back(node_->elem());
+  }
+  if (child != nullptr) {
+    error_.path.push_back(*child);
+  }
+  return Step::Failed;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(PathElem const& elem) {
+  return fail(fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_),
+              &elem == &node_->elem() ? nullptr : &elem);
+}
+
+bool AttrTree::AttrNode::Insertion::enter(bool last) {
+  if (node_->deleted_) {
+    TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", node_->elem());
+    if (op_ != SetOp::Delete) {
+      failAsDeleted(node_->elem());
+      return false;
+    }
+  }
+  if (last) {
+    return true;
+  }
+  if (node_->object_.hasFilter()) {
+    fail(fmt::format("Element '{}' with wildcard must be the leaf of the delete path", node_->elem()));
+    return false;
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Inserting a suffix under element '{}'", node_->elem());
+  if (node_->isScalar()) {
+    fail(fmt::format("Leaf element '{}' cannot have a sub-element", node_->elem()));
+    return false;
+  }
+  return true;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
+                                                                           bool onPrefix) {
+  if (nodeIsInTree()) {
+    if (AttrNode* const child = node_->children_.get(elem)) {
+      return existingChild(*child, onPrefix);
+    }
+  }
+  return newChild(elem, onPrefix);
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild(AttrNode& child,
+                                                                                 bool onPrefix) {
+  if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_))) {
+    return failAsDeleted(child.elem());
+  }
+  if (!onPrefix && child.op_ != op_ && child.isEntity()) {
+    return fail(fmt::format("Same entity element '{}' cannot be used in multiple ops, {} and {}",
+                            child.elem(), child.op_, op_),
+                &child.elem());
+  }
+  passed_.push_back(&child);
+  node_ = &child;
+  return Step::Taken;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(PathElem const& elem,
+                                                                            bool onPrefix) {
+  TOVAK_TRACE(setTrace, 8, "", "New child insertion");
+  if (elem.name() == "*" || elem.name() == "...") {
+    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", elem.name()), &elem);
+  }
+  auto place = getNextPlace(node_->object_, elem);
+  if (!place) {
+    if (op_ == SetOp::Delete && place.error().missing) {
+      TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path due to missing element '{}'", elem);
+      return Step::Dropped;
+    }
+    return fail(std::move(place.error().message), &elem);
+  }
+  if (nodeIsInTree() && place->attr.isKeyed() && !place->hasFilter()) {
+    // The same member by another spelling of its key map.
+    if (AttrNode* const child = node_->children_.get(place->attr, place->key())) {
+      return existingChild(*child, onPrefix);
+    }
+  }
+  if (Step const step = checkPlace(elem, *place); step != Step::Taken) {
+    return step;
+  }
+  TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", elem);
+  if (node_->object_.type().isDir() && !place->type().isDir()) {
+    dirty_.push_back(Kel::dynamicPtrCast<Kel::Entity>(Kel::Ptr<Kel::PtrInterface>(place->object->object())));
+  }
+  auto child = std::make_unique<AttrNode>(elem, *std::move(place));
+  child->parent_ = node_;
+  child->op_ = op_;
+  child->onPrefix_ = onPrefix;
+  AttrNode* const made = child.get();
+  if (nodeIsInTree()) {
+    attachTo_ = node_;
+    head_ = std::move(child);
+  } else {
+    bool const isNew = node_->children_.insert(std::move(child));
+    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", elem);
+  }
+  node_ = made;
+  return Step::Taken;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(PathElem const& elem,
+                                                                              KelObject& place) {
+  KelAttr const attr = place.attr;
+  if (place.hasFilter()) {
+    if (op_ != SetOp::Delete) {
+      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", elem, op_), &elem);
+    }
+    bool const full = nodeIsInTree() && node_->children_.wildcards().size() >= kMaxWildcards;
+    return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards),
+                       &elem)
+                : Step::Taken;
+  }
+  if (op_ != SetOp::Delete && isDeletedByWildcard(place)) {
+    return failAsDeleted(elem);
+  }
+  if (attr.isArray() && getTypeKind(attr.memberType()) == TypeKind::Composite) {
+    return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", elem,
+                            attr.memberType().name().view()),
+                &elem);
+  }
+  // A leaf that gets a value need not be read; one that loses it need only be there.
+  if (getPlaceKind(attr, place.type()) == TypeKind::Scalar) {
+    if (op_ != SetOp::Delete) {
+      return Step::Taken;
+    }
+    auto const exists =
+        catchModelError([&] { return attr.genericIfExist(node_->object_.object, place.key()); });
+    if (!exists) {
+      return fail(exists.error(), &elem);
+    }
+    return *exists ? Step::Taken : checkEmptyPlace(elem, place);
+  }
+  if (!place.object) {
+    auto object = readPlace(node_->object_, place);
+    if (!object) {
+      return fail(std::move(object).error(), &elem);
+    }
+    place.object = std::move(object).value();
+  }
+  return place.object ? Step::Taken : checkEmptyPlace(elem, place);
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPlace(PathElem const& elem,
+                                                                                   KelObject const& place) {
+  if (op_ == SetOp::Delete) {
+    TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path as element '{}' is not set", elem);
+    return Step::Dropped;
+  }
+  if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) {
+    return Step::Taken;
+  }
+  return fail(fmt::format("Path element '{}' is not set", elem), &elem);
+}
+
+bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) const {
+  if (!nodeIsInTree() || !place.key()) {
+    return false;
+  }
+  for (AttrNode const* const wildcard : node_->children_.wildcards()) {
+    if (wildcard->object_.attr == place.attr &&
+        applyKeyFilter(std::get<MultipleKeys>(wildcard->object_.keys).filter, place.key())) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool AttrTree::AttrNode::Insertion::end(gnmi::TypedValue const* value) {
+  TOVAK_TRACE(setTrace, 8, "", "End of the path");
+  if (op_ == SetOp::Delete) {
+    if (node_ == &root_) {
+      fail("The data root cannot be deleted");
+      return false;
+    }
+    TOVAK_TRACE(setTrace, 6, "", "Marking leaf element '{}' as getting deleted", node_->elem());
+    node_->deleted_ = true;
+    return true;
+  }
+  if (!node_->isScalar()) {
+    TOVAK_TRACE(setTrace, 6, "", "Found a composite at the end of the path");
+    fail("Path must map to a scalar type");
+    return false;
+  }
+  if (value == nullptr) {
+    error_ = node_->error(fmt::format("Expecting a gnmi value in {} op path", op_),
+                          grpc::StatusCode::INVALID_ARGUMENT);
+    return false;
+  }
+  auto decoded = node_->processLeafElem(*value);
+  if (auto* const error = std::get_if<Error>(&decoded)) {
+    error_ = std::move(*error);
+    return false;
+  }
+  return true;
+}
+
+void AttrTree::AttrNode::Insertion::finish() {
+  for (AttrNode* const node : passed_) {
+    node->op_ = op_;
+  }
+  if (head_) {
+    TOVAK_ASSERT(attachTo_ != nullptr, setTrace, "Expecting a valid node representing sub-element '{}'",
+                 head_->elem());
+    PathElem const& elem = head_->elem();
+    bool const isNew = attachTo_->children_.insert(std::move(head_));
+    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", elem);
+  }
+}
+
+void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
+  for (auto const& entity : dirty_) {
+    Kel::String const name = entity->fullName();
+    TOVAK_TRACE(setTrace, 6, "", "Adding dirty path '{}'", name.view());
+    Kel::Entity::singleton<GnmiSetSessionState>()->dirtyPathIs(name);
+  }
+}
+
+AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
+                                                      ElemIterator pathBegin, ElemIterator pathEnd,
+                                                      gnmi::TypedValue const* value, SetOp op) {
+  auto const length = static_cast<std::size_t>((prefixEnd - prefixBegin) + (pathEnd - pathBegin));
+  if (length > kMaxPathElems) {
+    PathElem const& first = prefixBegin != prefixEnd ? *prefixBegin : *pathBegin;
+    return Error{
+        grpc::StatusCode::NOT_FOUND,
+        {first},
+        fmt::format("Path of {} elements is too long; at most {} are supported", length, kMaxPathElems)};
+  }
+  Insertion insertion(*this, op);
+  auto const failed = [&insertion] {
+    insertion.recordDirtyPaths();
+    return insertion.takeError();
+  };
+  for (std::size_t left = length; left > 0; --left) {
+    if (!insertion.enter(false)) {
+      return failed();
+    }
+    bool const onPrefix = prefixBegin != prefixEnd;
+    PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
+    switch (insertion.descend(elem, onPrefix)) {
+    case Insertion::Step::Taken: break;
+    case Insertion::Step::Dropped: return true;
+    case Insertion::Step::Failed: return failed();
+    }
+  }
+  if (!insertion.enter(true) || !insertion.end(value)) {
+    return failed();
+  }
+  insertion.recordDirtyPaths();
+  insertion.finish();
+  return true;
+}
+
+} // namespace Ondra::KelGnmiSet

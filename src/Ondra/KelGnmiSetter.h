@@ -1,0 +1,85 @@
+// Applying gNMI Set requests to the object model: the entry of the write side.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include <grpcpp/support/status.h>
+
+#include "Kel/Collections.h"
+#include "Kel/Entity.h"
+#include "Kstd/Export.h"
+#include "Ondra/AttrTree.h"
+#include "Ondra/Path.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Ondra {
+
+// What Set requests have touched: the full names of the entities in directories that their paths named, those of refused requests
+// included. A process-wide singleton of the model (`Kel::Entity::singleton<GnmiSetSessionState>()`); it grows with every name
+// that is new to it until whoever reads it clears it. Scheduler thread.
+class KTD_EXPORT GnmiSetSessionState final : public Kel::EntityOf<GnmiSetSessionState> {
+public:
+  // Records a name, with the loop time.
+  void dirtyPathIs(Kel::String const& fullName);
+  void dirtyPathDel(Kel::String const& fullName);
+  void dirtyPathDelAll();
+
+  // Full name to the loop time at which a request last named it.
+  Kel::KeyedValues<Kel::String, std::uint64_t> dirtyPath;
+};
+
+namespace KelGnmiSet {
+
+// One Set request. Made for it, executed once, on the scheduler thread.
+//
+//   Ondra::KelGnmiSet::Set set(dataRoot, std::move(request));
+//   auto [response, status] = set.execute();
+//
+// The request is checked whole before anything is written: all deletes, then all replaces, then all updates, each in their order. A
+// request that fails there leaves the model as it was and tells no observer. There is no undo: should the model refuse a
+// write although everything was asked beforehand, what was written before it stays, and the status names the path.
+class KTD_EXPORT Set {
+public:
+  // `dataRoot`: the path from the model's root directory to the entity beneath which the request's paths lie. REQUIRES at least one
+  // element: asserted.
+  Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest request);
+  ~Set();
+  Set(Set const&) = delete;
+  Set& operator=(Set const&) = delete;
+
+  // The response lists every operation of the request, whatever the outcome; its timestamp is left to the caller. Status codes:
+  // NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
+  [[nodiscard]] std::pair<gnmi::SetResponse, grpc::Status> execute();
+
+private:
+  using StepStatus = std::variant<bool, grpc::Status>;
+
+  [[nodiscard]] grpc::Status executeImpl();
+  void populateResponse();
+  [[nodiscard]] StepStatus setDataTreeRoot();
+  [[nodiscard]] StepStatus processDelete();
+  [[nodiscard]] StepStatus processReplace();
+  [[nodiscard]] StepStatus processUpdate();
+  template <class Entries, class PathOf, class ValueOf>
+  [[nodiscard]] StepStatus process(SetOp op, char const* word, Entries const& entries, PathOf const& pathOf,
+                                   ValueOf const& valueOf);
+
+  Kel::Ptr<Path const> dataRoot_;
+  gnmi::SetRequest request_;
+  gnmi::SetResponse response_;
+  std::unique_ptr<AttrTree::AttrNode> root_;
+  gnmi::Path rootPath_; // the data root's elements, to the last of which the tree's root refers
+};
+
+// An error of the tree as the client is told of it.
+[[nodiscard]] KTD_EXPORT grpc::Status treeErrorToStatus(AttrTree::Error const& error);
+// NOT_FOUND and INVALID_ARGUMENT, with the path and what is wrong with it.
+[[nodiscard]] KTD_EXPORT grpc::Status pathNotFoundError(std::string const& path, std::string const& message);
+[[nodiscard]] KTD_EXPORT grpc::Status invalidArgumentError(std::string const& path,
+                                                           std::string const& message);
+
+} // namespace KelGnmiSet
+} // namespace Ondra
