@@ -415,6 +415,12 @@ requires Impl::kIsVariant<V>
      ...);
   }
   (std::make_index_sequence<std::variant_size_v<V>>());
+  // The default is that of the first alternative, which for an enumeration is another than the language's.
+  builder.desc().ops.construct = [](TypeDesc const&, void* at) {
+    using First = std::variant_alternative_t<0, V>;
+    Ptr<GenericIf> const first = GenericIf::defaultOf(descOf<First>());
+    new (at) V(std::in_place_index<0>, *static_cast<First const*>(first->data()));
+  };
   builder.desc().activeAlternative = [](TypeDesc const& type, void const* at) -> AttrDesc const* {
     std::size_t const index = static_cast<V const*>(at)->index();
     return index == std::variant_npos ? nullptr : type.attrs[index].get();
