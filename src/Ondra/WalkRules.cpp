@@ -1,0 +1,109 @@
+#include "Ondra/WalkRules.h"
+
+#include <absl/container/flat_hash_map.h>
+
+#include <memory>
+
+#include "Ondra/ScalarEncode.h"
+
+namespace Ondra::WalkRules {
+namespace {
+
+Road roadOf(Kel::KelAttr attr) {
+  if (attr.isOperation() || attr.type().isCollectionControl()) {
+    return Road::Skip;
+  }
+  bool const asOne = attr.isScalarArray() || attr.isGnmiJsonString() || attr.readsAsOneValue();
+  if (!attr.isCollection() || asOne) {
+    return Road::Singleton;
+  }
+  return attr.isStack() ? Road::UnsupportedStack : Road::Collection;
+}
+
+AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
+  AttrPlan plan;
+  plan.attr = attr;
+  plan.road = roadOf(attr);
+  if (plan.road == Road::Skip) {
+    return plan;
+  }
+  plan.isEntityName = type.isEntity() && attr.name() == "name";
+  plan.readsValue = plan.road == Road::Singleton && !attr.isGnmiJsonString() &&
+                    (!attr.isCollection() || (attr.readsAsOneValue() && attr.isArray()));
+  plan.isScalarLeaf = plan.readsValue && !attr.isCollection() && !attr.isPointer() &&
+                      !attr.isInstantiating() && isScalarType(attr.memberType());
+  Kel::Ptr<PathElem> const elem = PathElem::PathElemIs(attr.name());
+  plan.elem = elem;
+  plan.leafPath = Path::PathIs();
+  plan.leafPath->push(elem);
+  return plan;
+}
+
+} // namespace
+
+TypePlan const& typePlan(Kel::KelType type) {
+  static auto* const plans = new absl::flat_hash_map<Kel::TypeDesc const*, std::unique_ptr<TypePlan>>();
+  std::unique_ptr<TypePlan>& plan = (*plans)[&type.desc()];
+  if (!plan) {
+    plan = std::make_unique<TypePlan>();
+    plan->type = type;
+    plan->isValueType = type.isValueType();
+    for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr) {
+      plan->attrs.push_back(planOf(type, *attr));
+    }
+  }
+  return *plan;
+}
+
+Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan) {
+  if (objectPath->empty()) {
+    return plan.leafPath;
+  }
+  Kel::Ptr<Path> path = Path::makePath(objectPath);
+  path->push(plan.elem);
+  return path;
+}
+
+bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelAttr const& attr) {
+  Path const& last = objectLeaf.empty() ? objectPrefix : objectLeaf;
+  if (last.empty()) {
+    return false;
+  }
+  PathElem const& elem = *last.elems().back();
+  return !elem.key().empty() && !attr.isKeyField() && elem.key().lookup(attr.name()) != nullptr;
+}
+
+Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath) {
+  Kel::Ptr<Path> renamed = Path::makePath(leafPath);
+  std::size_t const last = renamed->elemSize() - 1;
+  Kel::Ptr<PathElem> const elem = PathElem::makePathElem(renamed->elems()[last]);
+  elem->nameIs(elem->name().merge("Value_"));
+  renamed->replace(last, elem);
+  return renamed;
+}
+
+bool membersNeedValueElem(Kel::KelAttr const& attr) {
+  Kel::KelType const member = attr.memberType();
+  if (attr.isPointer() || attr.isInstantiating()) {
+    return false;
+  }
+  return member.hasGnmiByteRep() || member.isJsonString() || member.builtinKind() == Kel::BuiltinKind::Bytes;
+}
+
+bool isDirEntries(Kel::KelAttr const& attr) { return attr.ownerType().isDir() && attr.name() == "entityPtr"; }
+
+bool isAtOrBelow(Path const& ancestor, Path const& path) {
+  auto const above = ancestor.elems();
+  auto const below = path.elems();
+  if (above.size() > below.size()) {
+    return false;
+  }
+  for (std::size_t i = above.size(); i-- > 0;) { // paths of one tree differ towards their ends
+    if (!above[i]->isEqual(below[i].get())) {
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace Ondra::WalkRules

@@ -1,0 +1,67 @@
+// What walkers decide from types alone: how each attribute is walked and how its leaf is named.
+//
+// Invariant: whatever a full walk and a notification walk must agree on is decided here.
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "Kel/Attr.h"
+#include "Kel/Ptr.h"
+#include "Kel/Type.h"
+#include "Kstd/Export.h"
+#include "Ondra/Path.h"
+#include "Ondra/PathElem.h"
+
+namespace Ondra::WalkRules {
+
+// How an attribute is walked.
+enum class Road : unsigned char {
+  Skip,             // operations and the housekeeping of collections
+  UnsupportedStack, // skipped with a trace
+  Singleton,        // one value, or a collection that is read as one
+  Collection,       // member by member
+};
+
+// One attribute as walkers see it, with the immutable path parts that all its leaves share.
+struct AttrPlan {
+  Kel::KelAttr attr;
+  Road road = Road::Skip;
+  bool isEntityName = false; // an entity's "name", left out while it is empty
+  bool readsValue = false;   // the singleton road reads the attribute's value
+  bool isScalarLeaf = false; // a single scalar value and nothing else: the plain and most frequent case
+  Kel::Ptr<PathElem const> elem; // named after the attribute, without keys
+  Kel::Ptr<Path> leafPath;       // of that one element: the leaf path of an entity's own attribute
+};
+
+struct TypePlan {
+  Kel::KelType type;
+  bool isValueType = false;
+  std::vector<AttrPlan> attrs; // by position in the type
+};
+
+// The plan of a type; made on first use, kept for the process. Scheduler thread only.
+[[nodiscard]] KTD_EXPORT TypePlan const& typePlan(Kel::KelType type);
+
+// The leaf path of an attribute of the object at `objectPath`: shared, not to be changed.
+[[nodiscard]] KTD_EXPORT Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan);
+
+// Whether a scalar attribute has the name of a key field of the list entry that its object is, without being that key: its leaf
+// would be taken for the key's. `objectPrefix` and `objectLeaf` together are the object's path.
+[[nodiscard]] KTD_EXPORT bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf,
+                                              Kel::KelAttr const& attr);
+// The leaf path that a colliding attribute gets instead: its last element's name with "Value_".
+[[nodiscard]] KTD_EXPORT Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath);
+
+// Whether a member under a structured key is sent below an element of its own, "<attribute>Value": a scalar of a kind that no client
+// can write, so that no Set ever addresses the member itself as a leaf.
+[[nodiscard]] KTD_EXPORT bool membersNeedValueElem(Kel::KelAttr const& attr);
+
+// The attribute is the one that holds a directory's entities.
+[[nodiscard]] KTD_EXPORT bool isDirEntries(Kel::KelAttr const& attr);
+
+// Whether `path` is `ancestor` or lies below it, element by element with equal keys.
+[[nodiscard]] KTD_EXPORT bool isAtOrBelow(Path const& ancestor, Path const& path);
+
+} // namespace Ondra::WalkRules
