@@ -1,42 +1,38 @@
 // Paths in the messages of {fmt}: include this wherever a path is the argument of a trace or an assertion.
+// "{}" takes no options.
 #pragma once
 
 #include <fmt/core.h>
 
-#include <string_view>
+#include <string>
 
 #include "Ondra/GnmiPath.h"
 
+namespace Ondra::Impl {
+
+struct PathFormatter {
+  constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
+
+  template <typename Value, typename Context>
+  auto format(Value const& value, Context& context) const {
+    return fmt::format_to(context.out(), "{}", textOf(value));
+  }
+
+private:
+  static std::string textOf(Kel::Ptr<Path const> const& path) { return path ? path->toString() : "null"; }
+  static std::string textOf(gnmi::Path const& path) { return pathToStr(path, 0, true); }
+  static std::string textOf(gnmi::PathElem const& elem) { return pathElemToStr(elem); }
+};
+
+} // namespace Ondra::Impl
+
 // "/interfaces/interface[name=eth1]"; null prints as "null".
 template <>
-struct fmt::formatter<Kel::Ptr<Ondra::Path const>> : fmt::formatter<std::string_view> {
-  template <typename Context>
-  auto format(Kel::Ptr<Ondra::Path const> const& path, Context& context) const {
-    return fmt::formatter<std::string_view>::format(path ? path->toString() : std::string("null"), context);
-  }
-};
-
+struct fmt::formatter<Kel::Ptr<Ondra::Path const>> : Ondra::Impl::PathFormatter {};
 template <>
-struct fmt::formatter<Kel::Ptr<Ondra::Path>> : fmt::formatter<std::string_view> {
-  template <typename Context>
-  auto format(Kel::Ptr<Ondra::Path> const& path, Context& context) const {
-    return fmt::formatter<std::string_view>::format(path ? path->toString() : std::string("null"), context);
-  }
-};
-
+struct fmt::formatter<Kel::Ptr<Ondra::Path>> : Ondra::Impl::PathFormatter {};
 template <>
-struct fmt::formatter<gnmi::Path> : fmt::formatter<std::string_view> {
-  template <typename Context>
-  auto format(gnmi::Path const& path, Context& context) const {
-    return fmt::formatter<std::string_view>::format(Ondra::pathToStr(path, 0, true), context);
-  }
-};
-
+struct fmt::formatter<gnmi::Path> : Ondra::Impl::PathFormatter {};
 // Without a leading "/".
 template <>
-struct fmt::formatter<gnmi::PathElem> : fmt::formatter<std::string_view> {
-  template <typename Context>
-  auto format(gnmi::PathElem const& elem, Context& context) const {
-    return fmt::formatter<std::string_view>::format(Ondra::pathElemToStr(elem), context);
-  }
-};
+struct fmt::formatter<gnmi::PathElem> : Ondra::Impl::PathFormatter {};

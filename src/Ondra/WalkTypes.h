@@ -92,10 +92,11 @@ struct fmt::formatter<Ondra::WalkerFlags> {
 };
 
 template <>
-struct fmt::formatter<Ondra::WalkResult> : fmt::formatter<std::string_view> {
+struct fmt::formatter<Ondra::WalkResult> {
+  constexpr auto parse(format_parse_context& context) { return context.begin(); }
   template <typename Context>
   auto format(Ondra::WalkResult result, Context& context) const {
-    return fmt::formatter<std::string_view>::format(Ondra::walkResultToStringView(result), context);
+    return fmt::format_to(context.out(), "{}", Ondra::walkResultToStringView(result));
   }
 };
 

@@ -1,0 +1,165 @@
+// The text form of paths: printing by both representations, parsing, and the malformed texts with their messages.
+#include <gtest/gtest.h>
+
+#include <fmt/format.h>
+
+#include <string>
+#include <vector>
+
+#include "Ondra/GnmiPath.h"
+#include "Ondra/Path.h"
+#include "Ondra/PathFormat.h"
+#include "Tovak/Assert.h"
+#include "path_samples.h"
+
+namespace {
+
+using Ondra::Path;
+using OndraTest::PathSamples;
+using OndraTest::plainOf;
+using OndraTest::PlainPath;
+
+TEST(PathText, PrintsAlikeForBothRepresentations) {
+  struct Case {
+    PlainPath path;
+    char const* text;
+  };
+  std::vector<Case> const cases{
+      {{}, ""},
+      {{{"", {}}}, "/"},
+      {{{"interfaces", {}}, {"interface", {{"name", "eth1"}}}, {"state", {}}},
+       "/interfaces/interface[name=eth1]/state"},
+      {{{"e", {{"k", "2"}, {"a", "1"}}}}, "/e[a=1][k=2]"},
+      {{{"e", {{"a", "~"}, {"a-b", "1"}, {"a=", "0"}, {"ab", ""}}}}, "/e[a-b=1][a==0][a=~][ab=]"},
+      {{{"e", {{"a", "1"}, {"a\xff", "1"}}}}, "/e[a=1][a\xff=1]"},
+      {{{"e/[", {{"k", "]\\"}}}}, "/e/[[k=]\\]"},
+      {{{"e", {{"k", "[]="}}}, {"f", {}}}, "/e[k=[]=]/f"},
+  };
+  for (Case const& c : cases) {
+    PathSamples samples(1);
+    Kel::Ptr<Path const> const path = samples.path(c.path);
+    gnmi::Path message = samples.gnmiPath(c.path);
+    message.set_origin("not printed");
+    message.set_target("nor this");
+    EXPECT_EQ(path->toString(), c.text);
+    EXPECT_EQ(fmt::format("{}", path), c.text);
+    EXPECT_EQ(fmt::format("{}", message), c.text);
+    for (std::size_t start = 0; start <= c.path.size() + 1; ++start) {
+      for (bool const leading : {false, true}) {
+        std::string const text = path->toSubString(start, leading);
+        EXPECT_EQ(text, Ondra::pathToStr(message, static_cast<int>(start), leading));
+        EXPECT_EQ(text, Ondra::pathToStrImpl(path, start, leading, "/"));
+      }
+    }
+    if (message.elem_size() == 1) {
+      EXPECT_EQ(fmt::format("/{}", message.elem(0)), c.text);
+    }
+  }
+  Kel::Ptr<Path> const path = Path::strToPathIs("/a/b[k=1]/c/d");
+  EXPECT_EQ(path->toKeyString(), "a__b[k=1]__c__d");
+  EXPECT_EQ(path->toSubString(2, false), "c/d");
+  EXPECT_EQ(path->toSubString(3, true), "/d");
+  EXPECT_EQ(path->toSubString(4, true), "");
+  EXPECT_EQ(Path::PathIs()->toKeyString(), "");
+  EXPECT_EQ(fmt::format("{}", Kel::Ptr<Path const>()), "null");
+}
+
+TEST(PathText, Parses) {
+  struct Case {
+    char const* text;
+    PlainPath path;
+  };
+  std::vector<Case> const cases{
+      {"", {}},
+      {"/", {}},
+      {"a", {{"a", {}}}},
+      {"/a", {{"a", {}}}},
+      {"a/", {{"a", {}}}},
+      {"a//", {{"a", {}}, {"", {}}}},
+      {"//", {{"", {}}}},
+      {"/a//b", {{"a", {}}, {"", {}}, {"b", {}}}},
+      {"e[k=2][a=1]", {{"e", {{"a", "1"}, {"k", "2"}}}}},
+      {"e[k=1][k=2]", {{"e", {{"k", "2"}}}}},
+      {"[k=v]/x", {{"", {{"k", "v"}}}, {"x", {}}}},
+      {"a[k=1]b", {{"b", {{"k", "1"}}}}},
+      {"a\\/b]", {{"a\\", {}}, {"b]", {}}}},
+      {R"(n[k=a\]b])", {{"n", {{"k", "a]b"}}}}},
+      {R"(n[k=a\\])", {{"n", {{"k", "a\\"}}}}},
+      {R"(n[k=\[])", {{"n", {{"k", "["}}}}},
+      {"n[k=[x]]", {{"n", {{"k", "[x]"}}}}},
+      {"n[k=[a]/b]/c", {{"n", {{"k", "[a]/b"}}}, {"c", {}}}},
+      {"n[k=]", {{"n", {{"k", ""}}}}},
+      {"n[k=a=b]", {{"n", {{"k", "a=b"}}}}},
+      {"n[k e/y]=v]", {{"n", {{"k e/y]", "v"}}}}},
+  };
+  for (Case const& c : cases) {
+    EXPECT_EQ(plainOf(*Path::strToPathIs(c.text)), c.path) << c.text;
+  }
+}
+
+TEST(PathText, ParsesBackWhatItPrintsUnlessEscapesWereNeeded) {
+  std::string const letters = "abz-_.:=/ 09\xe2\x82\xac";
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    PathSamples samples(seed);
+    auto const text = [&](std::string const& but) {
+      std::string made;
+      for (std::size_t i = samples.below(9); i > 0; --i) {
+        char const c = letters[samples.below(letters.size())];
+        if (but.find(c) == std::string::npos) made += c;
+      }
+      return made;
+    };
+    PlainPath plain(1 + samples.below(5));
+    for (OndraTest::PlainElem& elem : plain) {
+      elem.name = "n" + text("/");
+      for (std::size_t keys = samples.below(4); keys > 0; --keys) {
+        std::string const value = text("");
+        elem.keys["k" + text("=")] = samples.below(3) == 0 ? "[" + value + "]" + value : value;
+      }
+    }
+    Kel::Ptr<Path const> const path = samples.path(plain);
+    EXPECT_EQ(plainOf(*Path::strToPathIs(path->toString())), plain) << path->toString();
+  }
+}
+
+template <class Do>
+std::string assertionOf(Do const& run) {
+  Tovak::ScopedAssertHandler const throws;
+  try {
+    run();
+  } catch (Tovak::AssertionError const& error) {
+    return error.handlerName() + " " + error.function() + ": " + error.what();
+  }
+  return "no assertion";
+}
+
+TEST(PathText, AssertsThatTextsAreWellFormed) {
+  struct Case {
+    char const* text;
+    char const* message;
+  };
+  for (Case const& c : {
+           Case{"name[1k=v]",
+                "OndraPath parseKeyName: string 'name[1k=v]' should start with an alpha character, got 1"},
+           Case{"name[=v]",
+                "OndraPath parseKeyName: string 'name[=v]' should start with an alpha character, got ="},
+           Case{"name[", "OndraPath parseKeyName: string 'name[' should start with an alpha character, got "},
+           Case{"name[k]", "OndraPath parseKeyName: reached end of path 'name[k]' without finding '='"},
+           Case{"name[k=v", "OndraPath parseValForKey: reached end of path 'name[k=v' without finding ']'"},
+           Case{"name[k=", "OndraPath parseValForKey: reached end of path 'name[k=' without finding ']'"},
+           Case{"name[k=[v]",
+                "OndraPath parseValForKey: reached end of path 'name[k=[v]' without finding ']'"},
+           Case{R"(name[k=v\])",
+                R"(OndraPath parseValForKey: reached end of path 'name[k=v\]' without finding ']')"},
+           Case{R"(name[k=v\)",
+                R"(OndraPath parseValForKey: path 'name[k=v\' contains a trailing backslash)"},
+       }) {
+    EXPECT_EQ(assertionOf([&] { static_cast<void>(Path::strToPathIs(c.text)); }), c.message);
+  }
+  gnmi::Path used = PathSamples(1).gnmiPath({{"a", {{"k", "1"}}}});
+  EXPECT_EQ(assertionOf([&] { Path::PathIs()->copyToGnmiPath(&used); }),
+            "OndraPath copyToGnmiPath: expected gnmiPath:/a[k=1] to be empty");
+}
+
+} // namespace
