@@ -1,0 +1,29 @@
+// RespEncoder: the content of an Ir as pooled SubscribeResponses.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "Kstd/Export.h"
+#include "Ondra/IR.h"
+
+namespace Ondra {
+
+// One response per node, and a further one after every 1000 leaves, so that a node of exactly 1000 leaves is followed by a
+// response without any. Deleted leaves count like others. A leaf whose type is not scalar is a fatal assertion.
+class KTD_EXPORT RespEncoder final : public IrEncoder {
+public:
+  using Responses = std::vector<std::shared_ptr<ArenaRespMsg>>;
+
+  static constexpr int kLeavesPerResponse = 1000;
+
+  void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) override;
+
+  // What has been made so far; the encoder begins anew.
+  [[nodiscard]] Responses take() { return std::exchange(responses_, {}); }
+
+private:
+  Responses responses_;
+};
+
+} // namespace Ondra

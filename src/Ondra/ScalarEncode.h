@@ -1,0 +1,34 @@
+// Scalars of the object model as gNMI values.
+#pragma once
+
+#include <string>
+
+#include "Kel/GenericIf.h"
+#include "Kel/Ptr.h"
+#include "Kel/Type.h"
+#include "Kstd/Export.h"
+
+namespace gnmi {
+class Notification;
+class TypedValue;
+} // namespace gnmi
+
+namespace Ondra {
+
+// Whether values of the type are sent as one leaf: builtins, enumerations, nominals, unions, and whatever has a gNMI string or
+// byte representation. All others are walked as objects.
+[[nodiscard]] inline bool isScalarType(Kel::KelType const& type) { return type.desc().isScalar(); }
+
+// Fills `out` with a value, in this order of precedence: the byte representation of types that have one, the string
+// representation (enumerators travel by name), the builtin kind. A nominal is sent as the value it wraps, a union as its active
+// alternative; one without any leaves `out` without a value. Durations and times are sent in nanoseconds.
+//
+// `value` must not be null. A type that is not scalar is a fatal assertion. `notification` is the one that `out` is part of; not
+// used. Texts are copied. Scheduler thread.
+KTD_EXPORT void extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
+                              gnmi::TypedValue* out);
+
+// The base64 text (RFC 4648, with padding) of `size` bytes, replacing what `out` held.
+KTD_EXPORT void base64Encode(char const* data, unsigned long size, std::string& out);
+
+} // namespace Ondra
