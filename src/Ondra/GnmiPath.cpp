@@ -163,18 +163,19 @@ std::string parseKeyName(std::string_view const& text, std::size_t& pos) {
 std::string parseValForKey(std::string_view const& text, std::size_t& pos) {
   std::string value;
   int depth = 1;
+  std::size_t run = pos; // what is taken as it is, up to `pos`
   for (; pos < text.size(); ++pos) {
-    char c = text[pos];
+    char const c = text[pos];
     if (c == '\\') {
-      ++pos;
+      value.append(text, run, pos - run);
+      run = ++pos; // the next run begins with the escaped character, which is not looked at
       TOVAK_ASSERT(pos < text.size(), debugHandler(), "path '{}' contains a trailing backslash", text);
-      c = text[pos];
     } else if (c == '[') {
       ++depth;
     } else if (c == ']' && --depth == 0) {
+      value.append(text, run, pos - run);
       return value;
     }
-    value += c;
   }
   Tovak::fmassert(debugHandler(), __FILE__, __func__, __LINE__, "depth == 0",
                   "reached end of path '{}' without finding ']'", text);
