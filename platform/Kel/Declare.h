@@ -191,7 +191,7 @@ template <class C, class M>
 } // namespace Impl
 
 template <class T>
-TypeDesc& Impl::DeclaredType<T>::desc() {
+[[gnu::noinline]] TypeDesc& Impl::DeclaredType<T>::desc() {
   static TypeDesc* const desc = makeShell<T>();
   return *desc;
 }

@@ -193,9 +193,10 @@ inline constexpr BuiltinKind kBuiltinOf<Time> = BuiltinKind::Time;
 template <>
 inline constexpr BuiltinKind kBuiltinOf<JsonString> = BuiltinKind::JsonString;
 
-// The descriptor of a type that is no builtin; defined with the declarations (Kel/Declare.h).
+// The descriptor of a type that is no builtin; defined with the declarations (Kel/Declare.h). One for the whole process,
+// whichever library asks: hence exported, and out of line in the unit that declares the type.
 template <class T>
-struct DeclaredType {
+struct KTD_EXPORT DeclaredType {
   static TypeDesc& desc();
 };
 } // namespace Impl
