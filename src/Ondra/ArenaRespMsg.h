@@ -98,7 +98,7 @@ private:
 
 extern KTD_EXPORT ArenaPool arenaPool;
 
-// Counted under the lock; to be read on any thread, when each by itself is enough also without it.
+// Each is right by itself when read on any thread; the three together only while nothing is made or released.
 extern KTD_EXPORT std::atomic<std::uint64_t> arenaMsgCount;     // messages in existence
 extern KTD_EXPORT std::atomic<std::uint64_t> arenaRecycleCount; // taken from the pool instead of made
 extern KTD_EXPORT std::atomic<std::uint64_t> arenaReleaseCount; // releases, recycled or destroyed

@@ -1,0 +1,142 @@
+#include "Ondra/IR.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+#include "Ondra/PathFormat.h"
+#include "Tovak/Allocator.h"
+#include "Tovak/Assert.h"
+#include "Tovak/Trace.h"
+
+namespace Ondra {
+namespace {
+
+// What a cleared Ir keeps for the next object: an object has few nodes, and a walk few objects in one Ir.
+constexpr std::size_t kSpareNodesMax = 16;
+constexpr std::size_t kSpareBucketsMax = 64;
+
+Tovak::DebugHandler& debugHandler() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("OndraIr", false);
+  return handler;
+}
+
+std::string textOf(IrLeaf::Handle const& value) {
+  if (!value) {
+    return "nullptr";
+  }
+  return value->type().hasGnmiStrRep() ? value->gnmiStrRep() : value->strRep();
+}
+
+std::string textOf(IrLeaf::LeafList const& values) {
+  std::string text = "[";
+  for (IrLeaf::Handle const& value : values) {
+    if (text.size() > 1) {
+      text += ' ';
+    }
+    text += textOf(value);
+  }
+  return text + "]";
+}
+
+} // namespace
+
+Tovak::String IrLeaf::toString() const {
+  return fmt::format("leafPath:{} val:{}", leafPath,
+                     std::visit([](auto const& held) { return textOf(held); }, value));
+}
+
+std::shared_ptr<Ir> Ir::IrIs() { return std::allocate_shared<Ir>(Tovak::Allocator<Ir>()); }
+
+// --- filling -------------------------------------------------------------------------------------
+
+// The walkers of one object may hold different copies of its prefix: these are compared before the tables are searched.
+IrNode& Ir::findNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
+  if (lastNode_ == nullptr || timestamp != lastTimestamp_ || !lastPrefix_->isEqual(prefix)) {
+    OrderedPrefixNodeMap& nodes = findTime(timestamp);
+    auto found = nodes.prefixToNode_.find(prefix);
+    if (found == nodes.prefixToNode_.end()) {
+      if (spareNodes_.empty()) {
+        found = nodes.prefixToNode_.try_emplace(prefix).first;
+      } else {
+        spareNodes_.back().key() = prefix;
+        found = nodes.prefixToNode_.insert(std::move(spareNodes_.back())).position;
+        spareNodes_.pop_back();
+      }
+      nodes.insertionOrder_.push_back(prefix);
+    }
+    lastTimestamp_ = timestamp;
+    lastNode_ = &found->second;
+  }
+  lastPrefix_ = prefix;
+  return *lastNode_;
+}
+
+OrderedPrefixNodeMap& Ir::findTime(long timestamp) {
+  auto const place = timestampToPrefixNode_.lower_bound(timestamp);
+  if (place != timestampToPrefixNode_.end() && place->first == timestamp) {
+    return place->second;
+  }
+  if (spareTime_.empty()) {
+    return timestampToPrefixNode_.try_emplace(place, timestamp)->second;
+  }
+  spareTime_.key() = timestamp;
+  return timestampToPrefixNode_.insert(place, std::move(spareTime_))->second;
+}
+
+// --- emptying ------------------------------------------------------------------------------------
+
+void Ir::clear() {
+  lastNode_ = nullptr;
+  lastPrefix_.reset();
+  for (auto& [timestamp, nodes] : timestampToPrefixNode_) {
+    recycle(nodes);
+  }
+  if (spareTime_.empty() && !timestampToPrefixNode_.empty()) {
+    TimeHandle spare = timestampToPrefixNode_.extract(timestampToPrefixNode_.begin());
+    if (spare.mapped().prefixToNode_.bucket_count() <= kSpareBucketsMax) {
+      spareTime_ = std::move(spare);
+    }
+  }
+  timestampToPrefixNode_.clear();
+}
+
+void Ir::recycle(OrderedPrefixNodeMap& nodes) {
+  nodes.insertionOrder_.clear();
+  while (!nodes.prefixToNode_.empty() && spareNodes_.size() < kSpareNodesMax) {
+    NodeHandle spare = nodes.prefixToNode_.extract(nodes.prefixToNode_.begin());
+    spare.mapped().leaves.clear();
+    spare.key().reset();
+    spareNodes_.push_back(std::move(spare));
+  }
+  nodes.prefixToNode_.clear();
+}
+
+// --- reading -------------------------------------------------------------------------------------
+
+void Ir::encode(IrEncoder& encoder) const {
+  TOVAK_ASSERT(!empty(), debugHandler(), "empty input map");
+  for (auto const& [timestamp, nodes] : timestampToPrefixNode_) {
+    for (Kel::Ptr<Path const> const& prefix : nodes.insertionOrder_) {
+      encoder.encodeNode(timestamp, prefix, nodes.prefixToNode_.at(prefix));
+    }
+  }
+}
+
+Tovak::String Ir::toString() const {
+  Tovak::String text;
+  auto const out = std::back_inserter(text);
+  for (auto const& [timestamp, nodes] : timestampToPrefixNode_) {
+    fmt::format_to(out, "ts:{}\n", timestamp);
+    fmt::format_to(out, "{}insertionOrder_:<{}>\n", "   ", fmt::join(nodes.insertionOrder_, ", "));
+    for (auto const& [prefix, node] : nodes.prefixToNode_) {
+      fmt::format_to(out, "{}prefixPath:{}\n", "      ", prefix);
+      for (IrLeaf const& leaf : node.leaves) {
+        fmt::format_to(out, "{}{}\n", "         ", leaf.toString());
+      }
+    }
+  }
+  return text;
+}
+
+} // namespace Ondra
