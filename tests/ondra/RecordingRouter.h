@@ -1,0 +1,173 @@
+// A router for tests: keeps what it is given as texts and applies it to a plain map, as a subscriber does.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/BaseRouter.h"
+#include "Ondra/CompactText.h"
+#include "Ondra/WalkTask.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+class RecordingRouter final : public Ondra::BaseRouter {
+public:
+  // Path text to value text, e.g. "/a/b[k=1]/c" to "uint_val:5".
+  using Leaves = std::map<std::string, std::string>;
+
+  // Every n-th push finds the pipe full; 0: none does.
+  explicit RecordingRouter(std::size_t refuseEvery = 0) : refuseEvery_(refuseEvery) {}
+
+  bool push(Ondra::SyncId syncId, Ondra::WalkId walkId, std::shared_ptr<Ondra::ArenaRespMsg>& resp) override {
+    if (keepTexts) {
+      texts.push_back(fmt::format("{}:{} {}", syncId, walkId, resp->toString()));
+    }
+    ++pushes_;
+    apply(resp->response->update());
+    return refuseEvery_ == 0 || pushes_ % refuseEvery_ != 0;
+  }
+
+  [[nodiscard]] Leaves leaves() const {
+    Leaves out;
+    for (auto const& [key, leaf] : tree_) {
+      out[text(key)] = leaf.value;
+    }
+    return out;
+  }
+  // "path: mine -> theirs" for each leaf that differs, "nothing" for one that is not there.
+  [[nodiscard]] std::vector<std::string> differences(RecordingRouter const& other) const {
+    std::vector<std::string> out;
+    Leaves const mine = leaves();
+    Leaves const theirs = other.leaves();
+    for (auto const& [path, value] : mine) {
+      auto const found = theirs.find(path);
+      if (found == theirs.end() || found->second != value) {
+        out.push_back(
+            fmt::format("{}: {} -> {}", path, value, found == theirs.end() ? "nothing" : found->second));
+      }
+    }
+    for (auto const& [path, value] : theirs) {
+      if (!mine.contains(path)) {
+        out.push_back(fmt::format("{}: nothing -> {}", path, value));
+      }
+    }
+    return out;
+  }
+  void clear() {
+    tree_.clear();
+    stamps_.clear();
+    deletes_.clear();
+    texts.clear();
+    complaints.clear();
+    pushes_ = updates_ = 0;
+  }
+  [[nodiscard]] std::size_t pushes() const { return pushes_; }
+  [[nodiscard]] std::size_t updates() const { return updates_; } // leaves sent, in all pushes
+  void refuseEveryIs(std::size_t n) { refuseEvery_ = n; }
+
+  bool keepTexts = true;
+  std::vector<std::string> texts;      // "<sync id>:<walk id> <compact text>" of each push
+  std::vector<std::string> complaints; // about timestamps that went back
+
+private:
+  struct Elem {
+    std::string name;
+    std::map<std::string, std::string> keys;
+    auto operator<=>(Elem const&) const = default;
+  };
+  using Key = std::vector<Elem>;
+  struct Leaf {
+    std::string value;
+    std::int64_t time = 0;
+  };
+
+  static void append(Key& key, gnmi::Path const& path) {
+    for (gnmi::PathElem const& elem : path.elem()) {
+      key.push_back(Elem{elem.name(), {elem.key().begin(), elem.key().end()}});
+    }
+  }
+  static std::string text(Key const& key) {
+    std::string out;
+    for (Elem const& elem : key) {
+      out += "/" + elem.name;
+      for (auto const& [name, value] : elem.keys) {
+        out += fmt::format("[{}={}]", name, value);
+      }
+    }
+    return out;
+  }
+  // An element of `top` without keys stands for any keys.
+  static bool isBelow(Key const& top, Key const& key) {
+    if (top.size() > key.size()) {
+      return false;
+    }
+    for (std::size_t i = 0; i < top.size(); ++i) {
+      if (top[i].name != key[i].name || (!top[i].keys.empty() && top[i].keys != key[i].keys)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  // The deletes of a notification come before its updates.
+  void apply(gnmi::Notification const& notification) {
+    for (gnmi::Path const& path : notification.delete_()) {
+      Key key;
+      append(key, notification.prefix());
+      append(key, path);
+      remove(key, notification.timestamp());
+    }
+    for (gnmi::Update const& update : notification.update()) {
+      Key key;
+      append(key, notification.prefix());
+      append(key, update.path());
+      write(key, Ondra::typedValueToCompactString(update.val()), notification.timestamp());
+    }
+  }
+  void remove(Key const& top, std::int64_t time) {
+    for (auto at = tree_.begin(); at != tree_.end();) {
+      if (!isBelow(top, at->first)) {
+        ++at;
+        continue;
+      }
+      if (at->second.time >= time) {
+        complaints.push_back(fmt::format("delete of {} at {} is not later than {} at {}", text(top), time,
+                                         text(at->first), at->second.time));
+      }
+      at = tree_.erase(at);
+    }
+    deletes_[top] = time;
+  }
+  void write(Key const& key, std::string value, std::int64_t time) {
+    ++updates_;
+    std::int64_t& last = stamps_[key];
+    if (time < last) {
+      complaints.push_back(fmt::format("update of {} goes back from {} to {}", text(key), last, time));
+    }
+    last = time;
+    Key top;
+    for (Elem const& elem : key) {
+      top.push_back(elem);
+      auto const found = deletes_.find(top);
+      if (found != deletes_.end() && found->second > time) {
+        complaints.push_back(fmt::format("update of {} at {} is earlier than the delete of {} at {}",
+                                         text(key), time, text(top), found->second));
+      }
+    }
+    tree_[key] = Leaf{std::move(value), time};
+  }
+
+  std::size_t refuseEvery_;
+  std::size_t pushes_ = 0;
+  std::size_t updates_ = 0;
+  std::map<Key, Leaf> tree_;
+  std::map<Key, std::int64_t> stamps_;
+  std::map<Key, std::int64_t> deletes_;
+};
