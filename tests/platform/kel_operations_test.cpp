@@ -1,0 +1,279 @@
+// The table of the generic operations by kind of attribute, over the declared and the run-time types alike.
+#include <gmock/gmock.h>
+
+#include "fixture/RandomEdits.h"
+#include "platform/KelTesting.h"
+
+namespace KelTesting {
+namespace {
+
+using testing::ElementsAre;
+
+class KelOperations : public InterfaceTest {};
+INSTANTIATE_TEST_SUITE_P(Kel, KelOperations, testing::ValuesIn(kFlavours), nameOf);
+
+TEST_P(KelOperations, SingularValue) {
+  Fixture::RandomEdits random(entityIn(object), 11);
+  for (char const* name : {"mtu", "duplex", "description", "load", "mac", "contact", "selector"}) {
+    SCOPED_TRACE(name);
+    KelAttr const at = attr(name);
+    ConstHandle const initial = at.genericIfGet(object);
+    ASSERT_TRUE(initial);
+    EXPECT_TRUE(initial->equals(*at.type().genericIf(nullptr)));
+    EXPECT_TRUE(at.genericIfExist(object));
+
+    ConstHandle wanted = random.value(at.type());
+    while (wanted->equals(*initial)) wanted = random.value(at.type());
+    at.genericIfSet(object, nullptr, wanted);
+    EXPECT_EQ(told(), just(name));
+    EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted));
+    at.genericIfSet(object, nullptr, wanted->clone());
+    EXPECT_EQ(told(), nothing()) << "an equal value is silent";
+
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, nullptr); }),
+              "attribute '" + std::string(name) + "' of type 'Interface' cannot be left without a value");
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, num(true)); }),
+              "attribute '" + std::string(name) + "' of type 'Interface' takes a value of type '" + at.type().name().str() +
+                  "'; found true of type '" + num(true)->type().name().str() + "'");
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, num<std::uint8_t>(1), wanted); }),
+              "attribute '" + std::string(name) + "' of type 'Interface' is singular and takes no key; found 1");
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, ArgList()); }),
+              "attribute '" + std::string(name) + "' of type 'Interface' does not support the operation 'set from constructor "
+              "arguments'");
+    EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted)) << "what is refused changes nothing";
+    EXPECT_EQ(told(), nothing());
+
+    at.genericIfDel(object);
+    EXPECT_EQ(told(), just(name));
+    EXPECT_TRUE(at.genericIfGet(object)->equals(*initial)) << "deleting is the reset to the type's default";
+    at.genericIfDel(object);
+    EXPECT_EQ(told(), nothing());
+  }
+}
+
+TEST_P(KelOperations, OptionalAndPointer) {
+  Fixture::RandomEdits random(entityIn(object), 12);
+  for (char const* name : {"speed", "deputy", "peer"}) {
+    SCOPED_TRACE(name);
+    KelAttr const at = attr(name);
+    ConstHandle const wanted = at.isPointer() ? ConstHandle(other) : random.value(at.memberType());
+    EXPECT_FALSE(at.genericIfGet(object));
+    EXPECT_FALSE(at.genericIfExist(object));
+    at.genericIfDel(object);
+    at.genericIfSet(object, nullptr, nullptr);
+    EXPECT_EQ(told(), nothing());
+    for (bool clearBySet : {false, true}) {
+      at.genericIfSet(object, nullptr, wanted);
+      EXPECT_EQ(told(), just(name));
+      EXPECT_TRUE(at.genericIfExist(object));
+      EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted));
+      at.genericIfSet(object, nullptr, wanted);
+      EXPECT_EQ(told(), nothing());
+      clearBySet ? at.genericIfSet(object, nullptr, nullptr) : at.genericIfDel(object);
+      EXPECT_EQ(told(), just(name));
+      EXPECT_FALSE(at.genericIfGet(object));
+    }
+  }
+  EXPECT_EQ(errorOf([&] { attr("peer").genericIfSet(object, nullptr, handleTo(dir_.get())); }),
+            "attribute 'peer' of type 'Interface' refers to an object of type 'Interface'; found /contract of type 'Dir'");
+}
+
+TEST_P(KelOperations, InstantiatingSingular) {
+  KelAttr const at = attr("optics");
+  EXPECT_FALSE(at.genericIfGet(object));
+  EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, other); }),
+            "attribute 'optics' of type 'Interface' does not support the operation 'set'");
+  Handle const first = at.genericIfSet(object, ArgList());
+  EXPECT_EQ(told(), just("optics"));
+  EXPECT_EQ(entityIn(first)->fullName(), "/contract/subject/optics");
+  auto const watcher = Kel::Ptr(new Recorder(entityIn(first)));
+  Handle const second = at.genericIfSet(object, ArgList());
+  EXPECT_THAT(told(), ElementsAre("optics", "optics")) << "removed, then made";
+  EXPECT_THAT(watcher->take(), ElementsAre("end"));
+  EXPECT_TRUE(entityIn(first)->isOrphan());
+  EXPECT_EQ(entityIn(first)->parent(), nullptr);
+  EXPECT_EQ(entityIn(second)->parent(), entityIn(object).get());
+  at.genericIfDel(object);
+  EXPECT_EQ(told(), just("optics"));
+  at.genericIfDel(object);
+  EXPECT_EQ(told(), nothing());
+  EXPECT_FALSE(at.genericIfExist(object));
+}
+
+TEST_P(KelOperations, ScalarArray) {
+  KelAttr const at = attr("tags");
+  EXPECT_TRUE(at.isScalarArray());
+  EXPECT_EQ(at.genericIfCount(object), 0U);
+  Handle const wanted = at.type().genericIf(nullptr);
+  at.genericIfAdd(wanted, str("a"));
+  at.genericIfAdd(wanted, str("b"));
+  EXPECT_EQ(errorOf([&] { at.genericIfAdd(wanted, num(true)); }).substr(0, 41), "attribute 'tags' of type 'Interface' take");
+  at.genericIfSet(object, nullptr, wanted);
+  EXPECT_EQ(told(), just("tags"));
+  at.genericIfAdd(wanted, str("c"));
+  EXPECT_EQ(at.genericIfCount(object), 2U) << "the array in the object is a copy";
+  EXPECT_EQ(at.genericIfMembers(wanted).size(), 3U);
+  EXPECT_EQ(*at.genericIfGet(object, num<std::uint64_t>(1))->attrValPtr<Kel::String>(), "b");
+  EXPECT_FALSE(at.genericIfGet(object, num<std::uint64_t>(2)));
+  std::string seen;
+  for (auto it = at.genericIfIteratorConst(object); it; ++it) seen += it.key()->strRep() + it.ptr()->gnmiStrRep();
+  EXPECT_EQ(seen, "0a1b");
+  at.genericIfDel(object);
+  EXPECT_EQ(told(), just("tags"));
+  at.genericIfDel(object);
+  EXPECT_EQ(told(), nothing());
+  at.genericIfRemove(wanted);
+  EXPECT_TRUE(at.genericIfMembers(wanted).empty());
+}
+
+TEST_P(KelOperations, KeyedValues) {
+  KelAttr const at = attr("vlan");
+  Handle const vlan = at.memberType().genericIf(nullptr);
+  at.indexAttr().genericIfSet(vlan, nullptr, num<std::uint16_t>(10));
+  auto const ten = num<std::uint16_t>(10), eleven = num<std::uint16_t>(11);
+  EXPECT_FALSE(at.genericIfGet(object, ten));
+  at.genericIfDel(object, ten);
+  EXPECT_EQ(told(), nothing()) << "deleting what is absent is silent";
+  at.genericIfSet(object, ten, vlan);
+  EXPECT_EQ(told(), just("vlan[10]"));
+  at.genericIfSet(object, ten, vlan);
+  EXPECT_EQ(told(), nothing());
+  at.memberType().attr("label").genericIfSet(vlan, nullptr, str("voice"));
+  EXPECT_FALSE(at.genericIfGet(object, ten)->equals(*vlan)) << "a clone is no way into the collection";
+  at.genericIfSet(object, ten, vlan);
+  EXPECT_EQ(told(), just("vlan[10]"));
+  EXPECT_EQ(errorOf([&] { at.genericIfSet(object, eleven, vlan); }),
+            "attribute 'vlan' of type 'Interface': the member's own key 10 differs from the key 11");
+  EXPECT_EQ(errorOf([&] { static_cast<void>(at.genericIfGet(object)); }),
+            "attribute 'vlan' of type 'Interface' is a collection and needs a key");
+  EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, vlan); }),
+            "attribute 'vlan' of type 'Interface' is a collection and needs a key");
+  EXPECT_EQ(errorOf([&] { at.genericIfDel(object, str("ten")); }),
+            "attribute 'vlan' of type 'Interface' is keyed by type '" + ten->type().name().str() + "'; found \"ten\" of type '" +
+                str("")->type().name().str() + "'");
+  EXPECT_TRUE(at.genericIfExist(object, ten));
+  EXPECT_FALSE(at.genericIfExist(object, eleven));
+  EXPECT_EQ(at.genericIfCount(object), 1U);
+  at.genericIfDel(object, ten);
+  EXPECT_EQ(told(), just("vlan[10]"));
+}
+
+TEST_P(KelOperations, KeyedReferences) {
+  KelAttr const at = attr("backup");
+  at.genericIfSet(object, str("x"), other);
+  EXPECT_EQ(told(), just("backup[\"x\"]"));
+  at.genericIfSet(object, str("x"), other);
+  EXPECT_EQ(told(), nothing());
+  EXPECT_EQ(at.genericIfGet(object, str("x"))->object(), other->object());
+  EXPECT_EQ(entityIn(other)->parent(), dir_.get()) << "a reference owns nothing";
+  at.genericIfDel(object, str("x"));
+  EXPECT_EQ(told(), just("backup[\"x\"]"));
+  EXPECT_FALSE(entityIn(other)->isOrphan());
+}
+
+TEST_P(KelOperations, KeyedEntities) {
+  ArgList seven;
+  seven.push_back(num<std::uint32_t>(7));
+  struct {
+    char const* name;
+    ConstHandle key, givenKey;
+    ArgList args;
+    std::string event, fullName;
+  } const cases[] = {
+      {"unit", num<std::uint32_t>(7), nullptr, seven, "unit[7]", "/contract/subject/unit[id=7]"},
+      {"lane", handleOf(Fixture::Zone::Dmz), handleOf(Fixture::Zone::Dmz), {}, "lane['DMZ']", "/contract/subject/lane[laneKey=DMZ]"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    KelAttr const at = attr(c.name);
+    EXPECT_FALSE(at.genericIfExist(object, c.key));
+    Handle const first = at.genericIfSet(object, c.givenKey, c.args);
+    EXPECT_EQ(told(), just(c.event));
+    EXPECT_EQ(entityIn(first)->fullName().str(), c.fullName);
+    EXPECT_TRUE(entityIn(first)->parentKey()->equals(*c.key));
+    EXPECT_EQ(at.genericIfGet(object, c.key)->object(), first->object());
+    auto const watcher = Kel::Ptr(new Recorder(entityIn(first)));
+    Handle const second = at.genericIfSet(object, c.givenKey, c.args);
+    EXPECT_THAT(told(), ElementsAre(c.event, c.event));
+    EXPECT_THAT(watcher->take(), ElementsAre("end"));
+    EXPECT_NE(first->object(), second->object());
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, c.key, second); }),
+              "attribute '" + std::string(c.name) + "' of type 'Interface' does not support the operation 'set'");
+    at.genericIfDel(object, c.key);
+    EXPECT_EQ(told(), just(c.event));
+    at.genericIfDel(object, c.key);
+    EXPECT_EQ(told(), nothing());
+    EXPECT_TRUE(entityIn(second)->isOrphan());
+  }
+  EXPECT_EQ(errorOf([&] { attr("lane").genericIfSet(object, ArgList()); }),
+            "attribute 'lane' of type 'Interface' is a collection and needs a key");
+  seven.push_back(num<std::uint32_t>(8));
+  EXPECT_EQ(errorOf([&] { attr("unit").genericIfSet(object, seven); }), "type 'Unit' takes 1 constructor arguments; found 2");
+  EXPECT_EQ(told(), nothing());
+}
+
+TEST_P(KelOperations, Directory) {
+  ConstHandle const dir = handleTo(dir_.get());
+  KelAttr const at = dir->type().attr("entityPtr");
+  auto const watcher = Kel::Ptr(new Recorder(dir_));
+  EXPECT_EQ(at.genericIfGet(dir, str("subject"))->object(), object->object());
+  EXPECT_FALSE(at.genericIfGet(dir, str("nobody")));
+  EXPECT_EQ(errorOf([&] { at.genericIfSet(handleTo(dir_.get()), str("x"), object); }),
+            "attribute 'entityPtr' of type 'Dir' does not support the operation 'set'");
+  at.genericIfDel(handleTo(dir_.get()), str("other"));
+  EXPECT_THAT(watcher->take(), ElementsAre("entityPtr[\"other\"]"));
+  dir_->dirIs("fixed")->entityIs("kept", entityIn(type_.genericIf(ArgList())), false);
+  Handle const fixed = handleTo(dir_->dirIs("fixed").get());
+  EXPECT_EQ(errorOf([&] { at.genericIfDel(fixed, str("kept")); }),
+            "entity 'kept' of directory '/contract/fixed' cannot be removed");
+  for (char const* bad : {"", "a/b", "a[0]"}) {
+    EXPECT_EQ(errorOf([&] { dir_->entityIs(bad, entityIn(type_.genericIf(ArgList()))); }),
+              "'" + std::string(bad) + "' cannot name an entity in directory '/contract': expected a text without '/' and '['");
+  }
+}
+
+TEST_P(KelOperations, ReadOnlyAttributesAndWrongOwners) {
+  for (char const* name : {"name", "created", "operational"}) {
+    KelAttr const at = attr(name);
+    ASSERT_FALSE(at.isSettable());
+    std::string const expected = "attribute '" + std::string(name) + "' of type 'Interface' cannot be written";
+    EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, at.type().genericIf(nullptr)); }), expected);
+    EXPECT_EQ(errorOf([&] { at.genericIfDel(object); }), expected);
+  }
+  EXPECT_EQ(errorOf([&] { static_cast<void>(attr("mtu").genericIfGet(handleTo(dir_.get()))); }),
+            "attribute 'mtu' of type 'Interface' was asked of an object of type 'Dir'");
+  EXPECT_EQ(errorOf([&] { static_cast<void>(attr("mtu").genericIfGet(nullptr)); }),
+            "attribute 'mtu' of type 'Interface' was asked of a null handle");
+}
+
+// A detached object is made whole from its arguments, and nobody is told of its making or of writes to it.
+TEST_P(KelOperations, ConstructorArguments) {
+  ArgList args;
+  args.push_back(str("made"));
+  args.push_back(handleOf(Kel::Time(5)));
+  Handle const made = type_.genericIf(args);
+  auto const watcher = Kel::Ptr(new Recorder(entityIn(made)));
+  EXPECT_EQ(attr("name").genericIfGet(made)->gnmiStrRep(), "made");
+  EXPECT_EQ(attr("created").genericIfGet(made)->attrValPtr<Kel::Time>()->nanoseconds(), 5'000'000'000U);
+  attr("mtu").genericIfSet(made, nullptr, num<std::uint32_t>(1));
+  EXPECT_EQ(watcher->take(), nothing());
+  args[0] = nullptr;
+  EXPECT_EQ(attr("name").genericIfGet(type_.genericIf(args))->gnmiStrRep(), "") << "a null argument is the default";
+  args[0] = num(true);
+  EXPECT_EQ(errorOf([&] { static_cast<void>(type_.genericIf(args)); }).substr(0, 43),
+            "attribute 'name' of type 'Interface' takes ");
+
+  KelType const contact = attr("contact").type();
+  ArgList person;
+  person.push_back(str("Ada"));
+  Handle const value = contact.genericIf(person);
+  EXPECT_EQ(value->strRep(), "{person=\"Ada\", phone={country=0, number=\"\"}}");
+  Handle const copy = value->clone();
+  contact.attr("person").genericIfSet(copy, nullptr, str("Grace"));
+  EXPECT_EQ(contact.attr("person").genericIfGet(value)->gnmiStrRep(), "Ada");
+  EXPECT_TRUE(KelType::genericIfBooleanOp(*value, KelType::BooleanOp::Less, *copy));
+  EXPECT_NE(value->hash(), copy->hash());
+}
+
+}  // namespace
+}  // namespace KelTesting
