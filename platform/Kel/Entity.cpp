@@ -51,7 +51,7 @@ Entity::~Entity() {
 }
 
 void Entity::handleZeroRef() const noexcept {
-  if (zeroReferencesTold_) {
+  if (zeroReferencesTold()) {
     delete this;
     return;
   }
@@ -111,7 +111,7 @@ void Entity::detach(Entity& child) noexcept {
 }
 
 void Entity::end(Entity& entity) {
-  if (entity.zeroReferencesTold_) return;
+  if (entity.zeroReferencesTold()) return;
   Ptr<Entity> const pin(&entity);
   entity.zeroReferencesIs();
   TypeDesc const& type = entity.fwkType().desc();

@@ -51,11 +51,12 @@ protected:
   // Runs when the last reference has gone; destroys the object.
   virtual void handleZeroRef() const noexcept { delete this; }
 
-  bool zeroReferencesTold_ = false;
+  [[nodiscard]] bool zeroReferencesTold() const noexcept { return zeroReferencesTold_; }
 
 private:
   RefCount refs_;
   bool notificationActive_ = false;
+  bool zeroReferencesTold_ = false;
 };
 
 } // namespace Kel

@@ -5,7 +5,6 @@
 
 #include <bit>
 #include <cmath>
-#include <mutex>
 #include <set>
 
 #include "Kel/Access.h"
@@ -13,6 +12,7 @@
 #include "Kel/Error.h"
 #include "Kel/NameIndex.h"
 #include "Kel/Text.h"
+#include "Tovak/Lock.h"
 
 namespace Kel {
 
@@ -121,9 +121,9 @@ bool KelType::genericIfBooleanOp(GenericIf const& a, BooleanOp op, GenericIf con
 }
 
 String kelModuleIs(std::string_view name) {
-  static std::mutex mutex;
+  static Tovak::Locking::Lock lock;
   static auto* const modules = new std::set<String>();
-  std::lock_guard<std::mutex> const guard(mutex);
+  std::lock_guard const guard(lock);
   return *modules->insert(String::dedup(name)).first;
 }
 

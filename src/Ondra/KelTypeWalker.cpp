@@ -1,0 +1,208 @@
+// The walk of an object: its attributes in order, the end of the walk, and the descent into what it holds.
+
+#include "Ondra/KelTypeWalker.h"
+
+#include <memory>
+#include <utility>
+
+#include "Kel/ActivityClock.h"
+#include "Ondra/AttrStateMap.h"
+#include "Ondra/IR.h"
+#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/WalkerTrace.h"
+
+namespace Ondra {
+
+FullKelTypeWalker::FullKelTypeWalker(Kel::Ptr<Path const> const& prefixPath, std::shared_ptr<Ir> const& ir,
+                                     Kel::Ptr<Kel::GenericIf const> gif, Kel::Ptr<Path> leafPath,
+                                     BaseRouter& router, WalkQ* walkQ, WalkerFlags flags, KelKey& key,
+                                     bool rootWalker, long timestamp)
+    : prefixPath_(prefixPath), ir_(ir), leafPath_(std::move(leafPath)), gif_(std::move(gif)),
+      router_(router), walkQ_(walkQ), syncId_(walkQ == nullptr ? SyncId() : walkQ->syncWalkId.first),
+      walkId_(walkQ == nullptr ? WalkId() : walkQ->syncWalkId.second),
+      objType_(gif_ ? gif_->type() : Kel::KelType()), flags_(flags), keyName_(&key), rootWalker_(rootWalker),
+      timestamp_(timestamp) {
+  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "{}", debugString());
+  TOVAK_ASSERT(ir_ || !toggleOndraSyncBundlingEnabled(), walkerTrace(), "ir_ is null");
+}
+
+FullKelTypeWalker::~FullKelTypeWalker() = default;
+
+std::string FullKelTypeWalker::debugString() const {
+  return fmt::format("FullKelTypeWalker( prefix:{} leaf:{} syncId:{} walkId:{} flags:{})", prefixPath_,
+                     leafPath_, syncId_, walkId_, flags_);
+}
+
+std::shared_ptr<Ir> FullKelTypeWalker::makeIr() { return Ir::IrIs(); }
+
+WalkResult FullKelTypeWalker::yieldResult() const {
+  return walkQ_ != nullptr && walkQ_->shouldYield() ? WalkResult::QuantaExceeded : WalkResult::Success;
+}
+
+// The time of the attribute's last change, for the attributes of watched objects; those of values have the walker's.
+long FullKelTypeWalker::attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
+                                      GifGnmiNotifiee* notifiee) const {
+  if (notifiee == nullptr || objType_.isValueType() || flags_.has(flagInstantiatingOnly)) {
+    return timestamp_;
+  }
+  return notifiee->attrStates().getAttrState(attr.id(), key).effectiveTimestamp();
+}
+
+WalkResult FullKelTypeWalker::walk(KelKey* key) {
+  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory,
+              "{} Start prefixPath_:{} leafPath_:{} ir_:{} objType:{} keyName_:{} syncId_:{} walkId_:{} "
+              "flags_:{} rootWalker_:{} addKeyScalar:{}",
+              debugString(), prefixPath_, leafPath_, static_cast<void const*>(ir_.get()),
+              objType_ ? objType_.name().view() : std::string_view("null"), KelKey::toString(*keyName_),
+              syncId_, walkId_, flags_, rootWalker_, key != nullptr);
+  TOVAK_ASSERT(gif_, walkerTrace(),
+               "walk with a gif_ == nullptr! prefixPath_:{} leafPath_:{} objType:{} flags_:{}", prefixPath_,
+               leafPath_, objType_ ? objType_.name().view() : std::string_view("null"), flags_);
+  if (flags_ & flagSkipWalk) {
+    return finishSkipped();
+  }
+  if (key == nullptr && ownKey_) {
+    key = &*ownKey_;
+  }
+  Kel::Ptr<GifGnmiNotifiee> notifiee;
+  if (!objType_.isValueType()) { // values are watched by nobody
+    notifiee = KelGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
+  }
+  if (!attrQ_.started()) {
+    attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
+  }
+  std::shared_ptr<Ir> ir = ir_;
+  WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
+  WalkResult result = WalkResult::Success;
+  for (; attrQ_; ++attrQ_) {
+    if (mustPause(result)) {
+      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}",
+                  prefixPath_, leafPath_, objType_.name().view(), (*attrQ_).name().view());
+      return pause(result, key, ir);
+    }
+    WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
+    if (isLeftOut(attr)) {
+      continue;
+    }
+    if (attr.road == Road::Singleton) {
+      result = merged(result, walkSingleton(attr, notifiee.get(), key, ir));
+    } else if (!walkMembers(attr, notifiee.get(), key, ir, result)) {
+      return result;
+    }
+  }
+  return finish(result, key, ir, notifiee.get());
+}
+
+bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
+  if (plan.road == Road::Skip) {
+    return true;
+  }
+  if (plan.road == Road::UnsupportedStack) {
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} skipping unsupported stack collection", debugString());
+    return true;
+  }
+  if (flags_.has(flagInstantiatingOnly)) {
+    bool const always = plan.road == Road::Singleton || plan.attr.walkAlways();
+    return !plan.attr.isInstantiating() || !always;
+  }
+  if (plan.isEntityName) {
+    Kel::Ptr<Kel::GenericIf const> const name = plan.attr.genericIfGet(gif_);
+    Kel::String const* const text = name ? name->attrValPtr<Kel::String>() : nullptr;
+    return text != nullptr && text->empty();
+  }
+  return false;
+}
+
+WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee,
+                                            KelKey* key, std::shared_ptr<Ir>& ir) {
+  long const timestamp = attrTimestamp(plan.attr, nullptr, notifiee);
+  Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
+  Kel::Ptr<Kel::GenericIf const> const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
+  step_ = {plan.attr, nullptr};
+  return walkSingletonAttr(plan.attr, value, notifiee, timestamp, leafPath, key, ir);
+}
+
+bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
+                                    std::shared_ptr<Ir>& ir, WalkResult& result) {
+  Kel::GenericIf::Iterator member = resumeKey_ ? plan.attr.genericIfIteratorConst(gif_, resumeKey_)
+                                               : plan.attr.genericIfIteratorConst(gif_);
+  resumeKey_.reset();
+  for (; member; ++member) {
+    Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
+    if (mustPause(result)) {
+      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
+                  "Pause walk type:{} at collection:{} after syncing keyGif:{}", objType_.name().view(),
+                  plan.attr.name().view(), memberKey->strRep());
+      resumeKey_ = memberKey->detachedKey();
+      result = pause(result, key, ir);
+      return false;
+    }
+    step_ = {plan.attr, memberKey};
+    result = merged(result, walkCollectionAttr(plan.attr, memberKey, member.ptr(), notifiee, ir));
+  }
+  return true;
+}
+
+// A walker whose attributes are done and that waited for the children it left behind.
+WalkResult FullKelTypeWalker::finishSkipped() {
+  TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Skipping walk of {} at:{}", prefixPath_,
+              objType_.name().view());
+  if (toggleOndraSyncBundlingEnabled() && rootWalker_ && ir_ && !ir_->empty()) {
+    routerPush(true);
+  }
+  return WalkResult::Success;
+}
+
+WalkResult FullKelTypeWalker::finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir,
+                                     GifGnmiNotifiee* notifiee) {
+  if (notifiee != nullptr && rootWalker_ && flags_.has(flagInstantiatingOnly)) {
+    notifiee->onZeroReferences();
+  }
+  WalkResult pushed = WalkResult::Success;
+  if (toggleOndraSyncBundlingEnabled()) {
+    if (rootWalker_ && ir_ && !ir_->empty()) {
+      pushed = routerPush(true);
+    }
+  } else if (!ir_ && ir && !ir->empty()) {
+    TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push user-defined value message", debugString());
+    pushed = routerPush(ir);
+    ir.reset();
+  }
+  if (result == WalkResult::Success) {
+    // All is sent: a pipe that is full now holds up those who come after, not this walk.
+    return pushed == WalkResult::PipeFull && rootWalker_ ? WalkResult::SuccessWithPipeFull : pushed;
+  }
+  if (!mustPause(result)) {
+    return result;
+  }
+  TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of type:{} Children are paused", objType_.name().view());
+  flags_ |= flagSkipWalk;
+  return pause(result, key, ir);
+}
+
+WalkResult FullKelTypeWalker::nextWalker(Kel::Ptr<Kel::GenericIf const> attrGif,
+                                         std::shared_ptr<Ir> const& ir, Kel::Ptr<Path> const& leafPath,
+                                         KelKey& key, long timestamp, KelKey* keyArg) {
+  FullKelTypeWalker child(prefixPath_, ir, std::move(attrGif), leafPath, router_, walkQ_, flags_, key, false,
+                          timestamp == 0 ? timestamp_ : timestamp);
+  child.parent_ = this;
+  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory,
+              "{} attrGif:{} leafPath:{} objType:{} keyName:{} timestamp:{} valueType:{} constructing "
+              "FullKelTypeWalker with prefixPath_:{}",
+              debugString(), child.gif_->strRep(), leafPath, child.objType_.name().view(),
+              KelKey::toString(key), timestamp, child.objType_.isValueType(), prefixPath_);
+  return child.walk(keyArg);
+}
+
+WalkResult FullKelTypeWalker::handleInstantiating(Kel::Ptr<Kel::GenericIf const> gif,
+                                                  Kel::Ptr<Path const> const& path, long timestamp,
+                                                  KelKey* key) {
+  auto const* const object = static_cast<Kel::PtrInterface const*>(gif->voidPtrIs(gif->type()));
+  auto walkInfo = std::allocate_shared<WalkInfo>(Kel::MemAllocator<WalkInfo>(), router_, syncWalkId(), path,
+                                                 object, flags_);
+  walkInfo->timeStampToUse = timestamp;
+  return walkObjectInternal(walkInfo, walkQ_, key,
+                            toggleOndraSyncBundlingEnabled() ? ir_ : std::shared_ptr<Ir>());
+}
+
+} // namespace Ondra

@@ -1,0 +1,214 @@
+// How walkers turn values into leaves and into key texts.
+
+#include <boost/algorithm/string/replace.hpp>
+#include <fmt/format.h>
+
+#include <bit>
+#include <cstdint>
+#include <string>
+
+#include "Ondra/IR.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/PtrResolution.h"
+#include "Ondra/ScalarEncode.h"
+#include "Ondra/WalkerTrace.h"
+
+namespace Ondra {
+namespace {
+
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+
+// Gives the handle out. REQUIRES somebody to take it.
+void handOut(Handle const& value, Handle* out) {
+  TOVAK_ASSERT(out != nullptr, walkerTrace(), "No IR to extract value");
+  if (!(*out == value)) {
+    *out = value;
+  }
+}
+
+// Base64 of the bytes of a number, most significant first.
+template <typename Float, typename Bits>
+std::string floatKeyText(Float value) {
+  Bits bits = std::bit_cast<Bits>(value);
+  char bytes[sizeof(Bits)];
+  for (std::size_t i = sizeof(Bits); i-- > 0; bits = static_cast<Bits>(bits >> 8)) {
+    bytes[i] = static_cast<char>(bits & 0xff);
+  }
+  std::string text;
+  base64Encode(bytes, sizeof bytes, text);
+  return text;
+}
+
+std::string stringKeyText(std::string_view value, bool escape) {
+  std::string text(value);
+  if (escape && text.find("__") != std::string::npos) {
+    boost::algorithm::replace_all(text, "__", "\\__");
+  }
+  return text;
+}
+
+std::string builtinKeyText(Kel::GenericIf const& value, bool escape) {
+  using enum Kel::BuiltinKind;
+  void const* const at = value.data();
+  switch (value.type().builtinKind()) {
+  case U8: return fmt::format("{}", *static_cast<std::uint8_t const*>(at));
+  case S8: return fmt::format("{}", *static_cast<std::int8_t const*>(at));
+  case U16: return fmt::format("{}", *static_cast<std::uint16_t const*>(at));
+  case S16: return fmt::format("{}", *static_cast<std::int16_t const*>(at));
+  case U32: return fmt::format("{}", *static_cast<std::uint32_t const*>(at));
+  case S32: return fmt::format("{}", *static_cast<std::int32_t const*>(at));
+  case U64: return fmt::format("{}", *static_cast<std::uint64_t const*>(at));
+  case S64: return fmt::format("{}", *static_cast<std::int64_t const*>(at));
+  case Bool: return fmt::format("{}", *static_cast<bool const*>(at));
+  case Char: return fmt::format("{}", *static_cast<char const*>(at));
+  case Float: return floatKeyText<float, std::uint32_t>(*static_cast<float const*>(at));
+  case Double: return floatKeyText<double, std::uint64_t>(*static_cast<double const*>(at));
+  case String: return stringKeyText(static_cast<Kel::String const*>(at)->view(), escape);
+  case Bytes: {
+    auto const& bytes = *static_cast<Kel::Bytes const*>(at);
+    std::string text;
+    base64Encode(bytes.bytesPtr(), bytes.length(), text);
+    return text;
+  }
+  case Seconds: return fmt::format("{}", static_cast<Kel::Seconds const*>(at)->nanoseconds());
+  case Time: return fmt::format("{}", static_cast<Kel::Time const*>(at)->nanoseconds());
+  default:
+    Tovak::fmassert(walkerTrace(), __FILE__, __func__, __LINE__, "a builtin kind that can be a key",
+                    "Unknown builtin type: {}", value.type().name().view());
+  }
+}
+
+} // namespace
+
+void FullKelTypeWalker::keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text,
+                                Handle const& value) const {
+  key.mapInsert(path->toKeyString(), text, value);
+}
+
+void FullKelTypeWalker::extractScalar(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,
+                                      Handle* out) const {
+  Kel::KelType const type = value->type();
+  if (type.isBuiltin() && !type.hasGnmiByteRep()) {
+    extractBuiltin(value, path, key, out);
+  } else if (type.isEnum()) {
+    extractEnum(value, path, key, out);
+  } else if (type.hasGnmiStrRep() || type.hasGnmiByteRep()) {
+    if (!key.inKeyMode()) {
+      handOut(value, out);
+    } else if (type.hasGnmiStrRep()) {
+      keyText(key, path, stringKeyText(value->gnmiStrRep(), key.escapeMark()), value);
+    } else {
+      std::string const bytes = value->gnmiByterep();
+      std::string text;
+      base64Encode(bytes.data(), bytes.size(), text);
+      keyText(key, path, text, value);
+    }
+  } else if (type.isUnion()) {
+    extractUnionActiveAlternative(value, path, key, out);
+  } else {
+    extractValAttr(value, path, key, out);
+  }
+}
+
+void FullKelTypeWalker::extractBuiltin(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,
+                                       Handle* out) const {
+  if (!key.inKeyMode()) {
+    handOut(value, out);
+    return;
+  }
+  keyText(key, path, builtinKeyText(*value, key.escapeMark()), value);
+}
+
+void FullKelTypeWalker::extractEnum(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,
+                                    Handle* out) const {
+  Kel::BuiltinKind const underlying = value->type().underlyingKind();
+  TOVAK_ASSERT(underlying >= Kel::BuiltinKind::U8 && underlying <= Kel::BuiltinKind::S64, walkerTrace(),
+               "Unknown underlying enum type:{}", static_cast<unsigned>(underlying));
+  if (!key.inKeyMode()) {
+    handOut(value, out);
+    return;
+  }
+  keyText(key, path, stringKeyText(value->gnmiStrRep(), key.escapeMark()), value);
+}
+
+void FullKelTypeWalker::extractValAttr(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,
+                                       Handle* out) const {
+  Kel::KelAttr const valAttr = value->type().valAttr();
+  Handle const inner = valAttr ? valAttr.genericIfGet(value) : nullptr;
+  if (inner && inner->type().isEntity()) { // a key that wraps a reference
+    std::string const text = getPtrPathStr(inner, router_);
+    keyText(key, path, text, Kel::handleOf(Kel::String(text)));
+  } else if (inner && inner->type().isEnum()) {
+    extractEnum(inner, path, key, out);
+  } else if (inner) {
+    extractBuiltin(inner, path, key, out);
+  } else if (key.inKeyMode()) {
+    keyText(key, path, "nullptr", nullptr);
+  }
+}
+
+void FullKelTypeWalker::extractUnionActiveAlternative(Handle const& value, Kel::Ptr<Path const> const& path,
+                                                      KelKey& key, Handle* out) const {
+  Kel::KelAttr const alternative = Kel::KelAttr::genericIfUnionAlternative(value);
+  Handle const active = alternative ? alternative.genericIfGet(value) : nullptr;
+  if (active) {
+    extractScalar(active, path, key, out);
+  }
+}
+
+void FullKelTypeWalker::extractGnmiJsonStrepAttr(Handle const& object, Kel::KelAttr const& attr,
+                                                 Kel::Ptr<Path const> const& path, KelKey& key,
+                                                 Handle* out) const {
+  Handle const json = attr.genericIfGnmiJsonString(object);
+  if (!json) {
+    return;
+  }
+  if (key.inKeyMode()) {
+    keyText(key, path, json->gnmiStrRep(), json);
+  } else {
+    handOut(json, out);
+  }
+}
+
+void FullKelTypeWalker::extractScalarArray(Handle const& object, Kel::KelAttr const& attr,
+                                           std::shared_ptr<Ir>& ir, Kel::Ptr<Path const> const& prefix,
+                                           Kel::Ptr<Path const> const& leafPath, long timestamp) const {
+  TOVAK_ASSERT(isScalarType(attr.memberType()), walkerTrace(),
+               "Only builtins, enums, and split inheritance types are supported");
+  IrLeaf::LeafList elements;
+  for (auto member = attr.genericIfIteratorConst(object); member; ++member) {
+    Handle value;
+    extractScalar(member.ptr(), leafPath, *keyName_, &value);
+    if (value) {
+      elements.push_back(std::move(value));
+    }
+  }
+  ir->addNode(timestamp, prefix).leaves.push_back({leafPath, std::move(elements)});
+}
+
+void FullKelTypeWalker::extractScalar(Handle const& value, KelKey& key, std::shared_ptr<Ir>& ir,
+                                      Kel::Ptr<Path const> const& prefix, Kel::Ptr<Path const> const& leafPath,
+                                      long timestamp) const {
+  Handle resolved;
+  extractScalar(value, leafPath, key, &resolved);
+  if (resolved) { // a union may have no alternative
+    ir->addNode(timestamp, prefix).addLeaf(leafPath, resolved);
+  }
+}
+
+void FullKelTypeWalker::extractKeyInfo(Handle memberKey, Kel::KelAttr const& attr, KelKey& key) {
+  Kel::KelType const keyType = attr.keyType();
+  if (keyType.isEntity()) {
+    static_cast<void>(key.updateTypeAndGenKeyForPtr(attr, keyType, getPtrPathStr(memberKey, router_)));
+    return;
+  }
+  Kel::Ptr<Path> const path = key.updateTypeAndGenKey(attr, keyType);
+  if (key.mode() == KelKey::Mode::Scalar) {
+    extractScalar(memberKey, path, key, nullptr);
+  } else {
+    // The key's own attributes, encoded by a walker that makes key texts instead of leaves.
+    FullKelTypeWalker::nextWalker(std::move(memberKey), ir_, path, key, timestamp_, nullptr);
+  }
+}
+
+} // namespace Ondra

@@ -1,0 +1,89 @@
+// Pausing: what a walker takes along when it is parked, and how it finds its object again.
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "Ondra/IR.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/WalkerTrace.h"
+
+namespace Ondra {
+
+struct FullKelTypeWalker::Parked {};
+
+namespace {
+
+// The key state of walkers that make leaves. Such a state is never written to, so all of them share it.
+KelKey& valueModeKey() {
+  static KelKey key;
+  return key;
+}
+
+} // namespace
+
+// Moves everything but the object out of the running walker. The frames that own its keys are about to go: it copies them.
+FullKelTypeWalker::FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key)
+    : prefixPath_(std::move(running.prefixPath_)), leafPath_(std::move(running.leafPath_)),
+      router_(running.router_), walkQ_(running.walkQ_), syncId_(running.syncId_), walkId_(running.walkId_),
+      objType_(running.objType_), flags_(running.flags_), keyName_(&valueModeKey()),
+      rootWalker_(running.rootWalker_), timestamp_(running.timestamp_), attrQ_(running.attrQ_),
+      resumeKey_(std::move(running.resumeKey_)), links_(running.linksFromPrefix()) {
+  if (toggleOndraSyncBundlingEnabled()) {
+    ir_ = std::move(running.ir_);
+  } // else the Ir belongs to an attribute of the parent, which has been sent: the resumed walker makes its own
+  if (running.keyName_->inKeyMode()) {
+    ownKeyName_ = *running.keyName_;
+    keyName_ = &*ownKeyName_;
+  }
+  if (key != nullptr) {
+    ownKey_ = *key;
+  }
+  running.ir_.reset();
+  running.gif_.reset();
+}
+
+WalkResult FullKelTypeWalker::pause(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir) {
+  // Nothing collected stays held while the walk is parked.
+  if (toggleOndraSyncBundlingEnabled()) {
+    if (ir_ && !ir_->empty()) {
+      routerPush(true);
+    }
+  } else if (ir && !ir->empty()) {
+    routerPush(ir);
+    ir->clear();
+  }
+  addToWalkQ(std::unique_ptr<FullKelTypeWalker>(new FullKelTypeWalker(Parked(), *this, key)));
+  return result;
+}
+
+std::vector<FullKelTypeWalker::Link> FullKelTypeWalker::linksFromPrefix() const {
+  std::vector<Link> links;
+  FullKelTypeWalker const* at = this;
+  for (; at->parent_ != nullptr; at = at->parent_) {
+    Link const& step = at->parent_->step_;
+    links.push_back({step.attr, step.key ? step.key->detachedKey() : nullptr});
+  }
+  // The outermost may itself have been parked before, somewhere below the prefix.
+  links.insert(links.end(), at->links_.rbegin(), at->links_.rend());
+  std::reverse(links.begin(), links.end());
+  return links;
+}
+
+// Sets `gif_` from the object at the prefix; says whether what was being walked is still there.
+bool FullKelTypeWalker::takeObject(GifGnmiNotifiee const& notifiee) {
+  Kel::Ptr<Kel::GenericIf const> at = notifiee.object();
+  for (Link const& link : links_) {
+    if (!at || !(at->type() == link.attr.ownerType())) {
+      return false;
+    }
+    at = link.attr.genericIfGet(at, link.key);
+  }
+  if (!at || !(at->type() == objType_)) {
+    return false;
+  }
+  gif_ = std::move(at);
+  return true;
+}
+
+} // namespace Ondra

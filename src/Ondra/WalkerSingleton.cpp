@@ -1,0 +1,143 @@
+// The walk of one singular attribute, or of one collection member at its keyed path.
+
+#include "Ondra/IR.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/PtrResolution.h"
+#include "Ondra/ScalarEncode.h"
+#include "Ondra/WalkerTrace.h"
+
+namespace Ondra {
+
+WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
+                                                Kel::Ptr<Kel::GenericIf const> const& attrGif,
+                                                GifGnmiNotifiee* notifiee, long timestamp,
+                                                Kel::Ptr<Path> leafPath, KelKey* key,
+                                                std::shared_ptr<Ir>& ir) {
+  static_cast<void>(notifiee); // the timestamp has been read from it
+  TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} leaf attr:{} type:{} addKeyScalar:{}", debugString(),
+              attr.name().view(), attr.type().name().view(), key != nullptr);
+  keyName_->escapeMarkIs(!valueMode());
+  if (!(flags_ & flagSnapshot) && !attr.isInstantiating() && valueMode()) {
+    return yieldResult();
+  }
+  if (!ir && valueMode()) {
+    ir = makeIr(); // nested values add to it; it is sent at the end of the attribute
+  }
+  if (attr.isGnmiJsonString()) {
+    return walkJsonAttr(attr, leafPath, timestamp, ir);
+  }
+  Kel::Ptr<Kel::GenericIf const> const& interest = attr.isScalarArray() ? gif_ : attrGif;
+  if (!interest && !attr.isPointer()) {
+    return WalkResult::Success; // not set: a snapshot says nothing of it
+  }
+  WalkResult result = WalkResult::Success;
+  if (attr.isInstantiating()) {
+    Kel::Ptr<Path> const path = Path::makePath(prefixPath_);
+    path->mergeFrom(leafPath);
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton instantiating attr, call handleInstantiating",
+                debugString());
+    // The key of a list entry is that entry's own: what hangs below it by a singular attribute has none.
+    result = handleInstantiating(attrGif, path, timestamp, attr.isCollection() ? key : nullptr);
+  } else {
+    result = attr.isPointer() ? walkPointerAttr(attrGif, leafPath, timestamp, ir)
+                              : walkPlainAttr(attr, interest, leafPath, timestamp, key, ir);
+    result = pushCollected(result, ir);
+  }
+  TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} walkResult:{}", debugString(), result);
+  return result;
+}
+
+WalkResult FullKelTypeWalker::walkJsonAttr(Kel::KelAttr const& attr, Kel::Ptr<Path> const& leafPath,
+                                           long timestamp, std::shared_ptr<Ir>& ir) {
+  if (!valueMode()) {
+    extractGnmiJsonStrepAttr(gif_, attr, leafPath, *keyName_, nullptr);
+    return WalkResult::Success;
+  }
+  Kel::Ptr<Kel::GenericIf const> json;
+  extractGnmiJsonStrepAttr(gif_, attr, leafPath, *keyName_, &json);
+  if (json) {
+    ir->addNode(timestamp, prefixPath_).addLeaf(leafPath, json);
+  }
+  return pushCollected(WalkResult::Success, ir);
+}
+
+WalkResult FullKelTypeWalker::walkPointerAttr(Kel::Ptr<Kel::GenericIf const> const& ref,
+                                              Kel::Ptr<Path> const& leafPath, long timestamp,
+                                              std::shared_ptr<Ir>& ir) {
+  if (!valueMode()) {
+    std::string const text = getPtrPathStr(ref, router_);
+    keyText(*keyName_, leafPath, text, Kel::handleOf(Kel::String(text)));
+    return WalkResult::Success;
+  }
+  auto const [path, text] = getPtrPath(router_, prefixPath_, ref, leafPath);
+  if (toggleOndraSyncBundlingEnabled()) {
+    ir->addNode(timestamp, prefixPath_).addLeaf(path, text);
+    return WalkResult::Success;
+  }
+  std::shared_ptr<Ir> single = makeIr();
+  single->addNode(timestamp, prefixPath_).addLeaf(path, text);
+  return routerPush(single);
+}
+
+WalkResult FullKelTypeWalker::walkPlainAttr(Kel::KelAttr const& attr,
+                                            Kel::Ptr<Kel::GenericIf const> const& value,
+                                            Kel::Ptr<Path> leafPath, long timestamp, KelKey* key,
+                                            std::shared_ptr<Ir>& ir) {
+  TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton non-value attr", debugString());
+  if (attr.isScalarArray()) {
+    if (valueMode()) {
+      extractScalarArray(value, attr, ir, prefixPath_, leafPath, timestamp);
+    }
+    return WalkResult::Success;
+  }
+  if (!isScalarType(attr.memberType())) {
+    return nextWalker(value, ir, leafPath, *keyName_, timestamp, key);
+  }
+  if (!valueMode()) {
+    extractScalar(value, leafPath, *keyName_, nullptr);
+    return WalkResult::Success;
+  }
+  // A collection's member is at its own keyed path; only attributes of an object can meet the key fields of that object.
+  if (!attr.isCollection() && WalkRules::collidesWithKey(*prefixPath_, *leafPath_, attr)) {
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} Duplicate colliding entry: {} col attr name: {} ",
+                debugString(), leafPath, attr.name().view());
+    addKeyLeaves(attr, key, ir, timestamp);
+    leafPath = WalkRules::collidingLeafPath(leafPath);
+  }
+  extractScalar(value, *keyName_, ir, prefixPath_, leafPath, timestamp);
+  return WalkResult::Success;
+}
+
+// The fields of the key that an attribute collides with, once for each list entry.
+void FullKelTypeWalker::addKeyLeaves(Kel::KelAttr const& attr, KelKey* key, std::shared_ptr<Ir>& ir,
+                                     long timestamp) const {
+  if (key == nullptr || !key->keyMap().contains(attr.name().str()) || !key->prefix() ||
+      !key->prefix()->isEqual(leafPath_.get())) {
+    return;
+  }
+  if (key->scalarsCopied()) {
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory,
+                "{} skip adding duplicate key scalar:{} to KelKey:{} leafPath_:{}", debugString(),
+                attr.name().view(), KelKey::toString(*key), leafPath_);
+    return;
+  }
+  key->copyScalars(ir->addNode(timestamp, prefixPath_));
+  key->scalarsCopiedIs(true);
+}
+
+// After each attribute of an object: with bundling, when the walk must yield; without, at once.
+WalkResult FullKelTypeWalker::pushCollected(WalkResult result, std::shared_ptr<Ir>& ir) {
+  if (objType_.isValueType()) {
+    return result;
+  }
+  if (toggleOndraSyncBundlingEnabled()) {
+    return ir_ && !ir_->empty() ? merged(result, routerPush(false)) : result;
+  }
+  if (!ir_ && ir && !ir->empty()) {
+    result = merged(result, routerPush(ir));
+    ir.reset();
+  }
+  return result;
+}
+
+} // namespace Ondra
