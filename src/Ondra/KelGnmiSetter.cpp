@@ -7,11 +7,16 @@
 #include "Ondra/PathFormat.h"
 #include "Ondra/SetTrace.h"
 
+Kel::TypeDesc& Kel::Impl::DeclaredType<Ondra::GnmiSetSessionState>::desc() {
+  static TypeDesc* const desc = makeShell<Ondra::GnmiSetSessionState>();
+  return *desc;
+}
+
 namespace Ondra {
 
 namespace {
 
-Kel::KelType const sessionStateType = Kel::entityType<GnmiSetSessionState>("GnmiSetSessionState", "Ondra")
+[[maybe_unused]] Kel::KelType const sessionStateType = Kel::entityType<GnmiSetSessionState>("GnmiSetSessionState", "Ondra")
                                           .keyed("dirtyPath", &GnmiSetSessionState::dirtyPath)
                                           .done();
 

@@ -16,6 +16,17 @@
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
+class GnmiSetSessionState;
+}
+
+namespace Kel::Impl {
+template <>
+struct KTD_EXPORT DeclaredType<Ondra::GnmiSetSessionState> {
+  static TypeDesc& desc();
+};
+} // namespace Kel::Impl
+
+namespace Ondra {
 
 // What Set requests have touched: the full names of the entities in directories that their paths named, those of refused requests
 // included. A process-wide singleton of the model (`Kel::Entity::singleton<GnmiSetSessionState>()`); it grows with every name

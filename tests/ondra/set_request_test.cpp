@@ -1,0 +1,432 @@
+// Whole requests: what is asked, how it is answered, what has changed afterwards.
+#include <gtest/gtest.h>
+
+#include "Kel/Declare.h"
+#include "Kel/Dir.h"
+#include "Ondra/KelGnmiSetter.h"
+#include "Ondra/Path.h"
+#include "Tovak/Assert.h"
+#include "fixture/Populate.h"
+#include "ondra/set_support.h"
+
+namespace {
+
+using namespace SetTest;
+using Texts = std::vector<std::string>;
+
+struct Row {
+  std::string what;
+  std::string prefix;
+  std::vector<Op> ops;
+  std::string status;
+  Texts changed;
+};
+
+Op del(std::string path) { return {"delete", std::move(path), ""}; }
+Op update(std::string path, std::string value) { return {"update", std::move(path), std::move(value)}; }
+Op replace(std::string path, std::string value) { return {"replace", std::move(path), std::move(value)}; }
+
+std::string notFound(std::string const& path, std::string const& message) {
+  return "NOT_FOUND Error in finding path " + path + ": " + message;
+}
+std::string badArgument(std::string const& path, std::string const& message) {
+  return "INVALID_ARGUMENT Error in argument to path " + path + ": " + message;
+}
+
+void run(std::vector<Row> const& rows, std::string const& root = "/fixture/device") {
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.what);
+    Fixture::World world;
+    auto const top = Kel::Ptr<Kel::Entity>(world.dir());
+    Model const before = modelOf(top);
+    Watch const watch(top);
+    auto const outcome = execute(requestOf(row.ops, row.prefix), root);
+    EXPECT_EQ(row.status, textOf(outcome.second));
+    EXPECT_EQ(row.changed, changes(before, modelOf(top)));
+    if (row.changed.empty()) {
+      EXPECT_EQ(Texts{}, watch.told());
+    }
+    EXPECT_EQ(row.ops.size(), static_cast<std::size_t>(outcome.first.response_size()));
+  }
+}
+
+TEST(SetRequest, UpdatesOfEveryKind) {
+  run({
+      {"nothing", "", {}, "OK", {}},
+      {"leaves of several objects", "",
+       {update("/hostname", "string_val: 'h'"), update("/gauges/duplex", "string_val: 'FULL'"),
+        update("/gauges/share", "uint_val: 7"), update("/gauges/trust", "string_val: 'OUTSIDE'"),
+        update("/gauges/mac", "string_val: '00:00:00:00:00:09'"), update("/interface[name=eth0]/mtu", "uint_val: 9000")},
+       "OK",
+       {"/device hostname[]: \"fixture\" -> \"h\"", "/device/gauges duplex[]: 'HALF' -> 'FULL'",
+        "/device/gauges mac[]: \"02:00:00:00:00:2a\" -> \"00:00:00:00:00:09\"", "/device/gauges share[]: 42 -> 7",
+        "/device/gauges trust[]: 'DMZ' -> 'OUTSIDE'", "/device/interface[name=eth0] mtu[]: 1501 -> 9000"}},
+      {"the later of two wins", "", {update("/gauges/u8", "uint_val: 1"), update("/gauges/u8", "uint_val: 2")}, "OK",
+       {"/device/gauges u8[]: 200 -> 2"}},
+      {"low-order part", "", {update("/gauges/u8", "uint_val: 300")}, "OK", {"/device/gauges u8[]: 200 -> 44"}},
+      {"one field of a nested value, the others stay", "/interface[name=eth0]",
+       {update("/contact/phone/country", "uint_val: 1")}, "OK",
+       {"/device/interface[name=eth0] contact[]: {person=\"Ada\", phone={country=44, number=\"555-1\"}} -> "
+        "{person=\"Ada\", phone={country=1, number=\"555-1\"}}"}},
+      {"a value that was not set", "/interface[name=eth1]", {update("/deputy/phone/country", "uint_val: 1")}, "OK",
+       {"/device/interface[name=eth1] deputy[]: nothing -> {person=\"\", phone={country=1, number=\"\"}}"}},
+      {"optional scalars", "/gauges", {update("note", "string_val: ''"), update("limit", "double_val: 0")}, "OK",
+       {"/device/gauges limit[]: nothing -> 0", "/device/gauges note[]: nothing -> \"\""}},
+      {"an array, whole", "", {update("/numbers", "leaflist_val { element { uint_val: 9 } }")}, "OK",
+       {"/device numbers[0]: 3 -> 9", "/device numbers[1]: 1 -> nothing", "/device numbers[2]: 2 -> nothing"}},
+      {"an empty array", "", {replace("/switches", "leaflist_val { }")}, "OK",
+       {"/device switches[0]: true -> nothing", "/device switches[1]: false -> nothing",
+        "/device switches[2]: true -> nothing"}},
+      {"members that are scalars", "",
+       {update("/zoneLimit[zoneLimitKey=DMZ]", "uint_val: 1"), update("/vlanShare[any-name=30]", "uint_val: 5")}, "OK",
+       {"/device vlanShare[30]: nothing -> 5", "/device zoneLimit['DMZ']: 105 -> 1"}},
+      {"members that are values, key inside and outside, there and new", "/interface[name=eth0]",
+       {update("/vlan[id=10]/label", "string_val: 'v'"), update("/vlan[id=11]/label", "string_val: 'w'"),
+        update("/addr[addr=7][vrf=a\\__b]/length", "uint_val: 8")},
+       "OK",
+       {"/device/interface[name=eth0] addr[{vrf=\"a__b\", addr=7}]: nothing -> {length=8, vrf=\"\"}",
+        "/device/interface[name=eth0] vlan[10]: {id=10, label=\"voice\"} -> {id=10, label=\"v\"}",
+        "/device/interface[name=eth0] vlan[11]: nothing -> {id=11, label=\"w\"}"}},
+      {"members within a value", "/policy/limit[limitKey=ssh]", {update("", "uint_val: 6")}, "OK", {}},
+      {"a nested key", "", {update("/route[subnet__address=0][subnet__length=0][vrf=default]/metric", "uint_val: 6")}, "OK",
+       {"/device route[{subnet={address=0, length=0}, vrf=\"default\"}]: {metric=5, vrf=\"upstream\", "
+        "via=/fixture/device/interface[name=eth0]} -> {metric=6, vrf=\"upstream\", "
+        "via=/fixture/device/interface[name=eth0]}"}},
+      {"one member by two spellings is written once, with both", "/interface[name=eth0]",
+       {update("/vlan[id=50]/label", "string_val: 'x'"), update("/vlan[other=50]/id", "uint_val: 50")}, "OK",
+       {"/device/interface[name=eth0] vlan[50]: nothing -> {id=50, label=\"x\"}"}},
+      {"new entities below new entities", "/interface[name=eth0]/unit[id=9]",
+       {update("/queue[number=3]/depth", "uint_val: 5")}, "OK",
+       {"/device/interface[name=eth0] unit[9]: nothing -> /fixture/device/interface[name=eth0]/unit[id=9]",
+        "/device/interface[name=eth0]/unit[id=9]: nothing -> Unit",
+        "/device/interface[name=eth0]/unit[id=9] enabled[]: nothing -> false",
+        "/device/interface[name=eth0]/unit[id=9] id[]: nothing -> 9",
+        "/device/interface[name=eth0]/unit[id=9] label[]: nothing -> \"\"",
+        "/device/interface[name=eth0]/unit[id=9] queue[3]: nothing -> "
+        "/fixture/device/interface[name=eth0]/unit[id=9]/queue[number=3]",
+        "/device/interface[name=eth0]/unit[id=9]/queue[number=3]: nothing -> Queue",
+        "/device/interface[name=eth0]/unit[id=9]/queue[number=3] depth[]: nothing -> 5",
+        "/device/interface[name=eth0]/unit[id=9]/queue[number=3] number[]: nothing -> 3",
+        "/device/interface[name=eth0]/unit[id=9]/queue[number=3] weight[]: nothing -> 0"}},
+      {"strings are strings, whatever they hold", "",
+       {update("/gauges/label", R"(string_val: "\"*'\\]\000'")"), update("/alias2", "")},
+       notFound("/alias2", "Attribute 'alias2' not found on Type 'Device'"), {}},
+      {"quotes, backslashes, NUL", "", {update("/gauges/label", R"(string_val: "\"a'\\\"")")}, "OK",
+       {"/device/gauges label[]: \"a \"quoted\" text, with \\ and 'both'\" -> \"\"a'\\\"\""}},
+      {"equal values are silent", "",
+       {update("/gauges/u8", "uint_val: 200"), update("/numbers", "leaflist_val { element { uint_val: 3 } element { uint_val: "
+                                                                   "1 } element { uint_val: 2 } }"),
+        update("/interface[name=eth0]/name", "string_val: 'eth0'"), update("/interface[name=eth0]/vlan[id=10]/id", "uint_val: 10")},
+       "OK", {}},
+  });
+}
+
+TEST(SetRequest, Deletes) {
+  run({
+      {"a scalar goes to its default, an optional one away", "/gauges",
+       {del("u8"), del("offset"), del("duplex"), del("selector"), del("choice")}, "OK",
+       {"/device/gauges choice[]: 17 -> nothing", "/device/gauges duplex[]: 'HALF' -> 'AUTO'",
+        "/device/gauges offset[]: -5 -> nothing", "/device/gauges selector[]: \"by hand\" -> 'INSIDE'",
+        "/device/gauges u8[]: 200 -> 0"}},
+      {"what is not there", "",
+       {del("/gauges/note"), del("/nothing/at/all"), del("/interface[name=eth9]"), del("/interface[name=eth9]/mtu"),
+        del("/interface[name=eth1]/deputy/phone/number"), del("/zoneLimit[zoneLimitKey=DMZ]/x")},
+       notFound("/zoneLimit[zoneLimitKey=DMZ]", "Leaf element 'zoneLimit[zoneLimitKey=DMZ]' cannot have a sub-element"), {}},
+      {"what is not there leaves no trace", "",
+       {del("/gauges/note"), del("/nothing/at/all"), del("/interface[name=eth9]"), del("/interface[name=eth0]/vlan[id=99]/label"),
+        update("/interface[name=eth0]/mtu", "uint_val: 1")},
+       "OK", {"/device/interface[name=eth0] mtu[]: 1501 -> 1"}},
+      {"a reference", "", {del("/uplink"), del("/alias[aliasKey=wan]")}, "OK",
+       {"/device alias[\"wan\"]: /fixture/device/interface[name=eth0] -> nothing",
+        "/device uplink[]: /fixture/device/interface[name=eth0] -> nothing"}},
+      {"an array", "", {del("/zones")}, "OK",
+       {"/device zones[0]: 'DMZ' -> nothing", "/device zones[1]: 'INSIDE' -> nothing"}},
+      {"a value, and a field of one", "/interface[name=eth0]", {del("deputy"), del("contact/phone")}, "OK",
+       {"/device/interface[name=eth0] contact[]: {person=\"Ada\", phone={country=44, number=\"555-1\"}} -> "
+        "{person=\"Ada\", phone={country=0, number=\"\"}}",
+        "/device/interface[name=eth0] deputy[]: {person=\"Grace\", phone={country=1, number=\"555-99\"}} -> nothing"}},
+      {"an entity, single and keyed", "", {del("/chassis/fan"), del("/neighbor[k=02:00:00:00:00:10]")}, "OK",
+       {"/device neighbor[\"02:00:00:00:00:10\"]: /fixture/device/neighbor[neighborKey=02:00:00:00:00:10] -> nothing",
+        "/device/chassis fan[]: /fixture/device/chassis/fan -> nothing", "/device/chassis/fan: Fan -> nothing",
+        "/device/neighbor[neighborKey=02:00:00:00:00:10]: Neighbor -> nothing"}},
+      {"wildcard over scalars", "", {del("/zoneLimit[z=*]")}, "OK",
+       {"/device zoneLimit['DMZ']: 105 -> nothing", "/device zoneLimit['INSIDE']: 99 -> nothing",
+        "/device zoneLimit['OUTSIDE']: 101 -> nothing"}},
+      {"wildcard over entities", "/interface[name=eth0]/unit[id=0]", {del("/queue[number=*]")}, "OK",
+       {"/device/interface[name=eth0]/unit[id=0] queue[1]: /fixture/device/interface[name=eth0]/unit[id=0]/queue[number=1] -> "
+        "nothing",
+        "/device/interface[name=eth0]/unit[id=0] queue[2]: /fixture/device/interface[name=eth0]/unit[id=0]/queue[number=2] -> "
+        "nothing",
+        "/device/interface[name=eth0]/unit[id=0]/queue[number=1]: Queue -> nothing",
+        "/device/interface[name=eth0]/unit[id=0]/queue[number=2]: Queue -> nothing"}},
+      {"a filter on the first and on the second field", "/interface[name=eth0]",
+       {del("/addr[vrf=red][addr=*]"), del("/addr[vrf=*][addr=1]")}, "OK",
+       {"/device/interface[name=eth0] addr[{vrf=\"red\", addr=167772162}]: {length=32, vrf=\"blue\"} -> nothing"}},
+      {"a part of a member, and all members, in this order or the other", "",
+       {del("/interface[name=eth0]/vlan[id=10]/label"), del("/interface[name=eth0]/vlan[id=*]"),
+        del("/interface[name=eth1]/vlan[id=*]"), del("/interface[name=eth1]/vlan[id=10]/label"),
+        del("/interface[name=eth1]/unit[id=*]"), del("/interface[name=eth1]/unit[id=0]/label")},
+       "OK",
+       {"/device/interface[name=eth0] vlan[10]: {id=10, label=\"voice\"} -> nothing",
+        "/device/interface[name=eth0] vlan[20]: {id=20, label=\"data\"} -> nothing",
+        "/device/interface[name=eth1] unit[0]: /fixture/device/interface[name=eth1]/unit[id=0] -> nothing",
+        "/device/interface[name=eth1] unit[7]: /fixture/device/interface[name=eth1]/unit[id=7] -> nothing",
+        "/device/interface[name=eth1] vlan[10]: {id=10, label=\"voice\"} -> nothing",
+        "/device/interface[name=eth1] vlan[20]: {id=20, label=\"data\"} -> nothing",
+        "/device/interface[name=eth1]/unit[id=0]: Unit -> nothing",
+        "/device/interface[name=eth1]/unit[id=0]/queue[number=1]: Queue -> nothing",
+        "/device/interface[name=eth1]/unit[id=0]/queue[number=2]: Queue -> nothing",
+        "/device/interface[name=eth1]/unit[id=7]: Unit -> nothing",
+        "/device/interface[name=eth1]/unit[id=7]/queue[number=1]: Queue -> nothing",
+        "/device/interface[name=eth1]/unit[id=7]/queue[number=2]: Queue -> nothing"}},
+  });
+}
+
+TEST(SetRequest, PhasesTogether) {
+  run({
+      {"a delete and an update within one value", "/interface[name=eth0]/contact",
+       {del("person"), update("phone/country", "uint_val: 2"), update("phone/number", "string_val: '3'")}, "OK",
+       {"/device/interface[name=eth0] contact[]: {person=\"Ada\", phone={country=44, number=\"555-1\"}} -> "
+        "{person=\"\", phone={country=2, number=\"3\"}}"}},
+      {"a replace makes the value anew, an update goes on from it", "/interface[name=eth0]",
+       {replace("contact/phone/country", "uint_val: 2"), update("contact/person", "string_val: 'P'")}, "OK",
+       {"/device/interface[name=eth0] contact[]: {person=\"Ada\", phone={country=44, number=\"555-1\"}} -> "
+        "{person=\"P\", phone={country=2, number=\"\"}}"}},
+      {"a replace of a member keeps its key", "/interface[name=eth0]", {replace("vlan[id=10]/id", "uint_val: 10")}, "OK",
+       {"/device/interface[name=eth0] vlan[10]: {id=10, label=\"voice\"} -> {id=10, label=\"\"}"}},
+      {"what the prefix names is not made anew", "/interface[name=eth0]/contact", {replace("person", "string_val: 'P'")}, "OK",
+       {"/device/interface[name=eth0] contact[]: {person=\"Ada\", phone={country=44, number=\"555-1\"}} -> "
+        "{person=\"P\", phone={country=44, number=\"555-1\"}}"}},
+      {"nor is what its attribute keeps", "", {replace("/gauges/u8", "uint_val: 1")}, "OK",
+       {"/device/gauges u8[]: 200 -> 1"}},
+      {"an entity on the path proper is", "/interface[name=eth0]/unit[id=0]", {replace("queue[number=1]/weight", "uint_val: 3")},
+       "OK",
+       {"/device/interface[name=eth0]/unit[id=0]/queue[number=1] depth[]: 1001 -> 0",
+        "/device/interface[name=eth0]/unit[id=0]/queue[number=1] weight[]: 41 -> 3"}},
+      {"one entity in several phases through the prefix", "/chassis",
+       {del("fan/rpm"), replace("model", "string_val: 'r'"), update("model", "string_val: 'u'")}, "OK",
+       {"/device/chassis model[]: \"two slots\" -> \"u\"", "/device/chassis/fan rpm[]: 4800 -> 0"}},
+      {"one entity in several phases on the path", "",
+       {del("/chassis/fan/rpm"), update("/chassis/model", "string_val: 'u'")},
+       notFound("/chassis", "Same entity element 'chassis' cannot be used in multiple ops, Delete and Update"), {}},
+      {"deleted and used", "", {del("/interface[name=eth0]"), update("/interface[name=eth0]/mtu", "uint_val: 1")},
+       notFound("/interface[name=eth0]",
+                "Path element 'interface[name=eth0]' deleted in the same request cannot be used in Update op"),
+       {}},
+      {"deleted and used, on the prefix", "/chassis", {del(""), replace("fan/rpm", "uint_val: 1")},
+       notFound("/chassis", "Path element 'chassis' deleted in the same request cannot be used in Replace op"), {}},
+      {"deleted by a wildcard and used", "",
+       {del("/zoneLimit[k=*]"), update("/zoneLimit[k=DMZ]", "uint_val: 1")},
+       notFound("/zoneLimit[k=DMZ]", "Path element 'zoneLimit[k=DMZ]' deleted in the same request cannot be used in Update op"),
+       {}},
+      {"not deleted by the filter", "/interface[name=eth0]",
+       {del("/addr[vrf=red][addr=*]"), update("/addr[vrf=blue][addr=1]/length", "uint_val: 1")}, "OK",
+       {"/device/interface[name=eth0] addr[{vrf=\"blue\", addr=1}]: nothing -> {length=1, vrf=\"\"}",
+        "/device/interface[name=eth0] addr[{vrf=\"red\", addr=167772162}]: {length=32, vrf=\"blue\"} -> nothing"}},
+  });
+}
+
+TEST(SetRequest, RefusedPaths) {
+  std::string deep;
+  for (int i = 0; i < 10000; ++i) {
+    deep += "/x";
+  }
+  run({
+      {"unknown attribute", "", {update("/gauges/x__y", "uint_val: 1")},
+       notFound("/gauges/x__y", "Attribute 'x__y' not found on Type 'Gauges'"), {}},
+      {"empty name", "/gauges", {update("/[k=v]", "uint_val: 1")},
+       notFound("/gauges/[k=v]", "Attribute '' not found on Type 'Gauges'"), {}},
+      {"a container", "", {update("/gauges", "uint_val: 1")}, notFound("/gauges", "Path must map to a scalar type"), {}},
+      {"the data root", "", {update("", "uint_val: 1")}, notFound("", "Path must map to a scalar type"), {}},
+      {"a delete of the data root", "", {del("")}, notFound("", "The data root cannot be deleted"), {}},
+      {"below a leaf", "", {update("/hostname/x", "uint_val: 1")},
+       notFound("/hostname", "Leaf element 'hostname' cannot have a sub-element"), {}},
+      {"below a reference", "", {update("/uplink/_ptr", "uint_val: 1")},
+       notFound("/uplink", "Leaf element 'uplink' cannot have a sub-element"), {}},
+      {"wildcard names", "", {del("/*")}, notFound("/*", "Wildcard '*' as a path element name is not supported"), {}},
+      {"wildcard names below", "", {update("/gauges/...", "uint_val: 1")},
+       notFound("/gauges/...", "Wildcard '...' as a path element name is not supported"), {}},
+      {"wildcard in an update", "", {update("/interface[name=*]/mtu", "uint_val: 1")},
+       notFound("/interface[name=*]", "Element 'interface[name=*]' with wildcard cannot be used in Update path"), {}},
+      {"wildcard before the end", "", {del("/interface[name=*]/mtu")},
+       notFound("/interface[name=*]", "Element 'interface[name=*]' with wildcard must be the leaf of the delete path"), {}},
+      {"a list without keys", "", {del("/interface")},
+       notFound("/interface", "Expecting a single entry in the key map for the key of type 'String'; found 0"), {}},
+      {"a key on a singular attribute", "", {update("/hostname[k=v]", "string_val: ''")},
+       notFound("/hostname[k=v]", "Element 'hostname[k=v]' is no collection and cannot contain a key map"), {}},
+      {"a key on an array", "", {update("/numbers[0=1]", "leaflist_val {}")},
+       notFound("/numbers[0=1]", "Array element 'numbers[0=1]' cannot contain a key map"), {}},
+      {"an array of structures", "", {update("/contacts", "leaflist_val {}")},
+       notFound("/contacts", "Modifying array 'contacts' of composite type 'Contact' is not supported"), {}},
+      {"a stack", "", {del("/history")}, notFound("/history", "Members of collection 'history' cannot be addressed"), {}},
+      {"a reference as key", "", {del("/cost[costKey=*]")},
+       notFound("/cost[costKey=*]", "key of reference type 'Interface' is not supported"), {}},
+      {"a missing key field", "", {update("/interface[name=eth0]/addr[addr=1]/length", "uint_val: 1")},
+       notFound("/interface[name=eth0]/addr[addr=1]", "Key field 'vrf' of type 'AddrKey' is missing"), {}},
+      {"a misspelt wildcard", "", {del("/interface[name=eth0]/addr[bogus=*]")},
+       notFound("/interface[name=eth0]/addr[bogus=*]", "Attribute 'bogus' not found on Type 'AddrKey'"), {}},
+      {"no canonical key", "", {update("/interface[name=eth0]/vlan[id=010]/label", "string_val: ''")},
+       notFound("/interface[name=eth0]/vlan[id=010]",
+                "'010' is no value of type 'U16': expected a decimal integer without leading zeros, blanks or a plus sign"),
+       {}},
+      {"a key leaf with another value", "", {update("/interface[name=eth0]/name", "string_val: 'x'")},
+       notFound("/name", "Attribute 'name' of Type 'Interface' is fixed when the object is made"), {}},
+      {"a key leaf of a new object with another value", "", {update("/interface[name=new]/name", "string_val: 'x'")},
+       notFound("/name", "Attribute 'name' of Type 'Interface' is fixed when the object is made"), {}},
+      {"a key leaf of a value with another value", "", {update("/interface[name=eth0]/vlan[id=10]/id", "uint_val: 11")},
+       notFound("/vlan[id=10]", "Attribute 'id' of element 'vlan[id=10]' must equal its key"), {}},
+      {"a delete of a key leaf", "", {del("/interface[name=eth0]/name")},
+       notFound("/name", "Element 'name' of Type 'Interface' cannot be deleted"), {}},
+      {"a read-only leaf", "", {update("/gauges/serialNumber", "string_val: 'SN-0001'")},
+       notFound("/serialNumber", "Attribute 'serialNumber' of Type 'Gauges' cannot be set"), {}},
+      {"a delete of what its attribute keeps", "", {del("/gauges")},
+       notFound("/gauges", "Element 'gauges' of Type 'Device' cannot be deleted"), {}},
+      {"10,000 elements", "", {update(deep, "uint_val: 1")},
+       notFound("/x", "Path of 10000 elements is too long; at most 128 are supported"), {}},
+      {"the first of several errors ends it", "",
+       {update("/gauges/u8", "uint_val: 1"), update("/a", "uint_val: 1"), update("/b", "uint_val: 1")},
+       notFound("/a", "Attribute 'a' not found on Type 'Device'"), {}},
+  });
+}
+
+TEST(SetRequest, RefusedValues) {
+  run({
+      {"no value", "", {update("/hostname", "")}, badArgument("/hostname", "Expecting a gnmi value in Update op path"), {}},
+      {"no value in a replace", "", {replace("/gauges/u8", "")},
+       badArgument("/u8", "Expecting a gnmi value in Replace op path"), {}},
+      {"another type", "", {update("/gauges/u8", "int_val: 1")}, badArgument("/u8", "Expected 'U8'; found 'int'"), {}},
+      {"a reference", "", {update("/uplink", "string_val: '/fixture/device/interface[name=eth1]'")},
+       badArgument("/uplink", "Expected 'Interface'; found 'string'"), {}},
+      {"an array from a scalar", "", {update("/numbers", "uint_val: 1")},
+       badArgument("/numbers", "Must use leaflist_val TypedValue for an array element"), {}},
+      {"one member of an array", "", {update("/numbers", "leaflist_val { element { uint_val: 1 } element { int_val: 2 } }")},
+       badArgument("/numbers", "Expected 'U32'; found 'int'"), {}},
+  });
+}
+
+TEST(SetRequest, Directories) {
+  run({{"an entity of a directory is not made anew", "", {replace("/shelf/spare/mtu", "uint_val: 5")}, "OK",
+        {"/shelf/spare mtu[]: 1509 -> 5"}},
+       {"is removed unless it is fixed", "", {del("/rack"), del("/shelf/spare")},
+        notFound("/spare", "Element 'spare' of Type 'Dir' cannot be deleted"), {}},
+       {"keys", "", {update("/device[k=v]/hostname", "string_val: 'h'")},
+        notFound("/device[k=v]", "Path element 'device[k=v]' under Kel::Dir cannot have a key"), {}},
+       {"missing", "", {update("/desk/x", "uint_val: 1")}, notFound("/desk", "Path element 'desk' is not set"), {}},
+       {"missing, deleted", "", {del("/desk/x")}, "OK", {}}},
+      "/fixture");
+  Fixture::World const world;
+  EXPECT_EQ("OK", textOf(execute(requestOf({del("/rack")}), "/fixture").second));
+  EXPECT_FALSE(world.dir()->entity("rack"));
+}
+
+TEST(SetRequest, DataRoot) {
+  Fixture::World const world;
+  auto const refusal = [](std::string const& root) { return textOf(execute(requestOf({}), root).second); };
+  EXPECT_EQ("OK", refusal("/fixture/device/interface[name=eth0]"));
+  EXPECT_EQ(notFound("/none/device", "Path element 'none' is not set"), refusal("/none/device"));
+  EXPECT_EQ(notFound("/fixture/device/interface[name=x]", "Data root path element 'interface[name=x]' is not set"),
+            refusal("/fixture/device/interface[name=x]"));
+  EXPECT_EQ(notFound("/fixture/device/policy", "Data root path leads to no entity"), refusal("/fixture/device/policy"));
+  Tovak::ScopedAssertHandler const throwing;
+  EXPECT_THROW(Ondra::KelGnmiSet::Set(Ondra::Path::PathIs(), {}), Tovak::AssertionError);
+}
+
+TEST(SetRequest, TheResponseListsAllOperationsWhateverTheOutcome) {
+  Fixture::World const world;
+  auto const outcome = execute(requestOf({update("/a", "uint_val: 1"), del("/b"), replace("/c", "uint_val: 1")}, "/p"));
+  EXPECT_FALSE(outcome.second.ok());
+  gnmi::SetResponse expected;
+  *expected.mutable_prefix() = pathOf("/p");
+  for (auto const& [op, path] : {std::pair{gnmi::UpdateResult::DELETE, "/b"}, {gnmi::UpdateResult::REPLACE, "/c"},
+                                 {gnmi::UpdateResult::UPDATE, "/a"}}) {
+    gnmi::UpdateResult& result = *expected.add_response();
+    result.set_op(op);
+    *result.mutable_path() = pathOf(path);
+  }
+  EXPECT_EQ(expected.DebugString(), outcome.first.DebugString());
+}
+
+TEST(SetRequest, EntitiesOfDirectoriesAreRecordedAsTouchedAlsoByRefusedRequests) {
+  Fixture::World const world;
+  auto const session = Kel::Entity::singleton<Ondra::GnmiSetSessionState>();
+  session->dirtyPathDelAll();
+  EXPECT_EQ("OK", textOf(execute(requestOf({del("/shelf/none"), del("/rack/none/x")}), "/fixture").second));
+  EXPECT_TRUE(session->dirtyPath.empty());
+  EXPECT_EQ("OK", textOf(execute(requestOf({update("/device/hostname", "string_val: 'h'")}), "/fixture").second));
+  EXPECT_NE("OK", textOf(execute(requestOf({update("/shelf/spare/x", "uint_val: 1")}), "/fixture").second));
+  Texts names;
+  for (auto const& [name, unused] : session->dirtyPath) {
+    names.push_back(name.str());
+  }
+  EXPECT_EQ((Texts{"/fixture/device", "/fixture/shelf/spare"}), names);
+}
+
+// An entity that is made anew: its observers learn of its end before anybody hears of the new one.
+TEST(SetRequest, AnEntityIsRemadeInOrder) {
+  Fixture::World world;
+  Kel::Ptr<Kel::Entity> const old = world.device()->interfaces.find("eth1")->unitIs(0)->queueIs(1);
+  Watch const watch(world.device());
+  EXPECT_EQ("OK", textOf(execute(requestOf({replace("queue[number=1]/depth", "uint_val: 4")}, "/interface[name=eth1]/unit[id=0]"))
+                             .second));
+  std::string const unit = "/fixture/device/interface[name=eth1]/unit[id=0]";
+  EXPECT_EQ((Texts{unit + " queue[1]", unit + "/queue[number=1] ended", unit + " queue[1]"}), watch.told());
+  EXPECT_TRUE(old->isOrphan());
+}
+
+// Takes a new interface away as soon as it is there.
+class Saboteur final : public Kel::PtrInterface::NotifieeConst {
+public:
+  explicit Saboteur(Fixture::Device& device) : NotifieeConst(&device), device_(device) {
+    device.hasNotificationActiveIs(true);
+    hasNotificationActiveIs(true);
+    isRegisteredNotifieeIs(true);
+  }
+  void onAttribute(Kel::AttributeId, void const*) override { device_.interfaceDel("new"); }
+
+private:
+  Fixture::Device& device_;
+};
+
+TEST(SetRequest, AnObserverMayTakeAwayWhatIsBeingWritten) {
+  Fixture::World world;
+  Kel::Ptr<Saboteur> const saboteur(new Saboteur(*world.device()));
+  auto const outcome = execute(requestOf({update("/interface[name=new]/unit[id=1]/label", "string_val: 'l'"),
+                                          update("/interface[name=new]/mtu", "uint_val: 1"), update("/gauges/u8", "uint_val: 1")}));
+  EXPECT_EQ("OK", textOf(outcome.second));
+  EXPECT_EQ(1, world.device()->gauges->u8);
+  EXPECT_EQ(nullptr, world.device()->interfaces.find("new"));
+}
+
+// Its setter refuses what nobody could have asked beforehand.
+class Moody final : public Kel::EntityOf<Moody> {
+public:
+  void levelIs(std::uint32_t wanted) {
+    if (wanted == 13) {
+      throw Kel::Error("not today");
+    }
+    valueIs(level, wanted);
+  }
+  std::uint32_t level = 0;
+  std::uint32_t before = 0;
+  std::uint32_t after = 0;
+};
+
+TEST(SetRequest, AFailingCommitKeepsWhatWasWrittenBefore) {
+  static Kel::KelType const type = Kel::entityType<Moody>("Moody", "set-test")
+                                       .attr("before", &Moody::before)
+                                       .settable()
+                                       .attr("level", &Moody::level, &Moody::levelIs)
+                                       .attr("after", &Moody::after)
+                                       .settable()
+                                       .done();
+  Kel::Ptr<Moody> const moody(new Moody());
+  Kel::globalDir()->entityIs("moody", moody);
+  auto const outcome = execute(
+      requestOf({update("before", "uint_val: 1"), update("level", "uint_val: 13"), update("after", "uint_val: 1")}), "/moody");
+  EXPECT_EQ(notFound("/level", "not today"), textOf(outcome.second));
+  EXPECT_EQ(1U, moody->before);
+  EXPECT_EQ(0U, moody->after);
+  Kel::globalDir()->entityDel("moody");
+}
+
+} // namespace

@@ -1,0 +1,126 @@
+#include "ondra/set_support.h"
+
+#include <sstream>
+
+#include <google/protobuf/text_format.h>
+#include <gtest/gtest.h>
+
+#include "Kel/Attr.h"
+#include "Ondra/KelGnmiSetter.h"
+#include "Ondra/Path.h"
+#include "fixture/RandomEdits.h"
+
+namespace SetTest {
+
+gnmi::Path pathOf(std::string const& text) {
+  gnmi::Path path;
+  Ondra::Path::strToPathIs(text)->copyToGnmiPath(&path);
+  return path;
+}
+
+gnmi::TypedValue valueOf(std::string const& text) {
+  gnmi::TypedValue value;
+  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &value)) << text;
+  return value;
+}
+
+gnmi::SetRequest requestOf(std::vector<Op> const& ops, std::string const& prefix) {
+  gnmi::SetRequest request;
+  if (!prefix.empty()) {
+    *request.mutable_prefix() = pathOf(prefix);
+  }
+  for (Op const& op : ops) {
+    if (op.op == "delete") {
+      *request.add_delete_() = pathOf(op.path);
+      continue;
+    }
+    gnmi::Update* const update = op.op == "replace" ? request.add_replace() : request.add_update();
+    *update->mutable_path() = pathOf(op.path);
+    if (!op.value.empty()) {
+      *update->mutable_val() = valueOf(op.value);
+    }
+  }
+  return request;
+}
+
+Outcome execute(gnmi::SetRequest request, std::string const& dataRoot) {
+  return Ondra::KelGnmiSet::Set(Ondra::Path::strToPathIs(dataRoot), std::move(request)).execute();
+}
+
+std::string textOf(grpc::Status const& status) {
+  switch (status.error_code()) {
+  case grpc::StatusCode::OK: return "OK";
+  case grpc::StatusCode::NOT_FOUND: return "NOT_FOUND " + status.error_message();
+  case grpc::StatusCode::INVALID_ARGUMENT: return "INVALID_ARGUMENT " + status.error_message();
+  default: return std::to_string(status.error_code()) + " " + status.error_message();
+  }
+}
+
+Model modelOf(Kel::Ptr<Kel::Entity> const& root) {
+  Model model;
+  std::istringstream lines(Fixture::dump(root));
+  std::string const base = root->fullName().str();
+  std::string entity;
+  for (std::string line; std::getline(lines, line);) {
+    bool const isAttr = line.starts_with("  ");
+    auto const at = line.find(isAttr ? " = " : " : ");
+    if (at == std::string::npos || (!isAttr && !line.starts_with(base))) {
+      model[entity + " ..."] += line; // the rest of a text that holds a line break
+      continue;
+    }
+    std::string const name = isAttr ? entity + " " + line.substr(2, at - 2) : line.substr(base.size(), at - base.size());
+    model[name] = line.substr(at + 3);
+    if (!isAttr) {
+      entity = name;
+    }
+  }
+  return model;
+}
+
+std::vector<std::string> changes(Model const& before, Model const& after) {
+  auto const find = [](Model const& model, std::string const& name) -> std::string {
+    auto const at = model.find(name);
+    return at == model.end() ? "nothing" : at->second;
+  };
+  Model both = before;
+  both.insert(after.begin(), after.end());
+  std::vector<std::string> texts;
+  for (auto const& [name, unused] : both) {
+    auto const owner = name.substr(0, name.find(' '));
+    bool const isOfGoneEntity = owner != name && !after.contains(owner);
+    if (!isOfGoneEntity && find(before, name) != find(after, name)) {
+      texts.push_back(name + ": " + find(before, name) + " -> " + find(after, name));
+    }
+  }
+  return texts;
+}
+
+class Watch::Observer final : public Kel::PtrInterface::NotifieeConst {
+public:
+  Observer(Kel::Entity const& entity, std::vector<std::string>& told)
+      : NotifieeConst(&entity), name_(entity.fullName().str()), type_(entity.fwkType()), told_(told) {
+    hasNotificationActiveIs(true);
+    isWeakReferenceIs(true);
+    isRegisteredNotifieeIs(true);
+  }
+  void onAttribute(Kel::AttributeId id, void const* key) override {
+    Kel::KelAttr const attr = type_.attr(id);
+    auto const handle = Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key);
+    told_.push_back(name_ + " " + attr.name().str() + (handle ? "[" + handle->strRep() + "]" : ""));
+  }
+  void onZeroReferences() override { told_.push_back(name_ + " ended"); }
+
+private:
+  std::string name_;
+  Kel::KelType type_;
+  std::vector<std::string>& told_;
+};
+
+Watch::Watch(Kel::Ptr<Kel::Entity> const& root) {
+  for (auto const& entity : Fixture::entitiesBeneath(root)) {
+    entity->hasNotificationActiveIs(true);
+    observers_.emplace_back(new Observer(*entity, told_));
+  }
+}
+
+} // namespace SetTest
