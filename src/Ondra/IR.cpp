@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <iterator>
+#include <stdexcept>
 #include <string_view>
 
 #include "Ondra/PathFormat.h"
@@ -118,7 +120,11 @@ void Ir::encode(IrEncoder& encoder) const {
   TOVAK_ASSERT(!empty(), debugHandler(), "empty input map");
   for (auto const& [timestamp, nodes] : timestampToPrefixNode_) {
     for (Kel::Ptr<Path const> const& prefix : nodes.insertionOrder_) {
-      encoder.encodeNode(timestamp, prefix, nodes.prefixToNode_.at(prefix));
+      auto const found = nodes.prefixToNode_.find(prefix);
+      if (found == nodes.prefixToNode_.end()) {
+        throw std::out_of_range("_Map_base::at"); // of one text, whatever the standard library's own is
+      }
+      encoder.encodeNode(timestamp, prefix, found->second);
     }
   }
 }
