@@ -36,12 +36,15 @@ struct Flavour {
 inline constexpr Flavour kFlavours[] = {
     {"Declared", [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Interface>(); },
      [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Rack>(); }},
-    {"Runtime", [] { return Fixture::runtimeTypes().interface; }, [] { return Fixture::runtimeTypes().rack; }},
+    {"Runtime", [] { return Fixture::runtimeTypes().interface; },
+     [] { return Fixture::runtimeTypes().rack; }},
 };
 inline std::string nameOf(testing::TestParamInfo<Flavour> const& info) { return info.param.name; }
 inline void PrintTo(Flavour const& flavour, std::ostream* out) { *out << flavour.name; }
 
-inline Handle handleTo(Kel::Entity* entity) { return GenericIf::toObject(static_cast<Kel::PtrInterface*>(entity)); }
+inline Handle handleTo(Kel::Entity* entity) {
+  return GenericIf::toObject(static_cast<Kel::PtrInterface*>(entity));
+}
 inline Kel::Ptr<Kel::Entity> entityIn(ConstHandle const& handle) {
   return Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(handle->object()));
 }
@@ -53,7 +56,7 @@ ConstHandle num(T value) {
 
 // Observes one entity, weakly, and writes down what it is told: "mtu", "vlan[10]", and at the end "end".
 class Recorder final : public Kel::PtrInterface::NotifieeConst {
- public:
+public:
   explicit Recorder(Kel::Ptr<Kel::Entity> const& entity) : type_(entity->fwkType()) {
     isWeakReferenceIs(true);
     notifierIs(entity.get());
@@ -70,7 +73,7 @@ class Recorder final : public Kel::PtrInterface::NotifieeConst {
   // What it was told since the last call.
   std::vector<std::string> take() { return std::exchange(told_, {}); }
 
- private:
+private:
   KelType type_;
   std::vector<std::string> told_;
 };
@@ -88,7 +91,7 @@ std::string errorOf(Act const& act) {
 
 // An interface and another one for it to refer to, in a directory, observed.
 class InterfaceTest : public testing::TestWithParam<Flavour> {
- protected:
+protected:
   InterfaceTest() : type_(GetParam().interface()), dir_(Kel::globalDir()->dirIs("contract")) {
     object = make("subject");
     other = make("other");
@@ -114,4 +117,4 @@ class InterfaceTest : public testing::TestWithParam<Flavour> {
   Kel::Ptr<Recorder> recorder_;
 };
 
-}  // namespace KelTesting
+} // namespace KelTesting

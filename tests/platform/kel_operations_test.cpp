@@ -23,7 +23,8 @@ TEST_P(KelOperations, SingularValue) {
     EXPECT_TRUE(at.genericIfExist(object));
 
     ConstHandle wanted = random.value(at.type());
-    while (wanted->equals(*initial)) wanted = random.value(at.type());
+    while (wanted->equals(*initial))
+      wanted = random.value(at.type());
     at.genericIfSet(object, nullptr, wanted);
     EXPECT_EQ(told(), just(name));
     EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted));
@@ -33,13 +34,15 @@ TEST_P(KelOperations, SingularValue) {
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, nullptr); }),
               "attribute '" + std::string(name) + "' of type 'Interface' cannot be left without a value");
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, num(true)); }),
-              "attribute '" + std::string(name) + "' of type 'Interface' takes a value of type '" + at.type().name().str() +
-                  "'; found true of type '" + num(true)->type().name().str() + "'");
+              "attribute '" + std::string(name) + "' of type 'Interface' takes a value of type '" +
+                  at.type().name().str() + "'; found true of type '" + num(true)->type().name().str() + "'");
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, num<std::uint8_t>(1), wanted); }),
-              "attribute '" + std::string(name) + "' of type 'Interface' is singular and takes no key; found 1");
+              "attribute '" + std::string(name) +
+                  "' of type 'Interface' is singular and takes no key; found 1");
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, ArgList()); }),
-              "attribute '" + std::string(name) + "' of type 'Interface' does not support the operation 'set from constructor "
-              "arguments'");
+              "attribute '" + std::string(name) +
+                  "' of type 'Interface' does not support the operation 'set from constructor "
+                  "arguments'");
     EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted)) << "what is refused changes nothing";
     EXPECT_EQ(told(), nothing());
 
@@ -75,7 +78,8 @@ TEST_P(KelOperations, OptionalAndPointer) {
     }
   }
   EXPECT_EQ(errorOf([&] { attr("peer").genericIfSet(object, nullptr, handleTo(dir_.get())); }),
-            "attribute 'peer' of type 'Interface' refers to an object of type 'Interface'; found /contract of type 'Dir'");
+            "attribute 'peer' of type 'Interface' refers to an object of type 'Interface'; found /contract "
+            "of type 'Dir'");
 }
 
 TEST_P(KelOperations, InstantiatingSingular) {
@@ -107,7 +111,8 @@ TEST_P(KelOperations, ScalarArray) {
   Handle const wanted = at.type().genericIf(nullptr);
   at.genericIfAdd(wanted, str("a"));
   at.genericIfAdd(wanted, str("b"));
-  EXPECT_EQ(errorOf([&] { at.genericIfAdd(wanted, num(true)); }).substr(0, 41), "attribute 'tags' of type 'Interface' take");
+  EXPECT_EQ(errorOf([&] { at.genericIfAdd(wanted, num(true)); }).substr(0, 41),
+            "attribute 'tags' of type 'Interface' take");
   at.genericIfSet(object, nullptr, wanted);
   EXPECT_EQ(told(), just("tags"));
   at.genericIfAdd(wanted, str("c"));
@@ -116,7 +121,8 @@ TEST_P(KelOperations, ScalarArray) {
   EXPECT_EQ(*at.genericIfGet(object, num<std::uint64_t>(1))->attrValPtr<Kel::String>(), "b");
   EXPECT_FALSE(at.genericIfGet(object, num<std::uint64_t>(2)));
   std::string seen;
-  for (auto it = at.genericIfIteratorConst(object); it; ++it) seen += it.key()->strRep() + it.ptr()->gnmiStrRep();
+  for (auto it = at.genericIfIteratorConst(object); it; ++it)
+    seen += it.key()->strRep() + it.ptr()->gnmiStrRep();
   EXPECT_EQ(seen, "0a1b");
   at.genericIfDel(object);
   EXPECT_EQ(told(), just("tags"));
@@ -149,8 +155,8 @@ TEST_P(KelOperations, KeyedValues) {
   EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, vlan); }),
             "attribute 'vlan' of type 'Interface' is a collection and needs a key");
   EXPECT_EQ(errorOf([&] { at.genericIfDel(object, str("ten")); }),
-            "attribute 'vlan' of type 'Interface' is keyed by type '" + ten->type().name().str() + "'; found \"ten\" of type '" +
-                str("")->type().name().str() + "'");
+            "attribute 'vlan' of type 'Interface' is keyed by type '" + ten->type().name().str() +
+                "'; found \"ten\" of type '" + str("")->type().name().str() + "'");
   EXPECT_TRUE(at.genericIfExist(object, ten));
   EXPECT_FALSE(at.genericIfExist(object, eleven));
   EXPECT_EQ(at.genericIfCount(object), 1U);
@@ -181,7 +187,12 @@ TEST_P(KelOperations, KeyedEntities) {
     std::string event, fullName;
   } const cases[] = {
       {"unit", num<std::uint32_t>(7), nullptr, seven, "unit[7]", "/contract/subject/unit[id=7]"},
-      {"lane", handleOf(Fixture::Zone::Dmz), handleOf(Fixture::Zone::Dmz), {}, "lane['DMZ']", "/contract/subject/lane[laneKey=DMZ]"},
+      {"lane",
+       handleOf(Fixture::Zone::Dmz),
+       handleOf(Fixture::Zone::Dmz),
+       {},
+       "lane['DMZ']",
+       "/contract/subject/lane[laneKey=DMZ]"},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -198,7 +209,8 @@ TEST_P(KelOperations, KeyedEntities) {
     EXPECT_THAT(watcher->take(), ElementsAre("end"));
     EXPECT_NE(first->object(), second->object());
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, c.key, second); }),
-              "attribute '" + std::string(c.name) + "' of type 'Interface' does not support the operation 'set'");
+              "attribute '" + std::string(c.name) +
+                  "' of type 'Interface' does not support the operation 'set'");
     at.genericIfDel(object, c.key);
     EXPECT_EQ(told(), just(c.event));
     at.genericIfDel(object, c.key);
@@ -208,7 +220,8 @@ TEST_P(KelOperations, KeyedEntities) {
   EXPECT_EQ(errorOf([&] { attr("lane").genericIfSet(object, ArgList()); }),
             "attribute 'lane' of type 'Interface' is a collection and needs a key");
   seven.push_back(num<std::uint32_t>(8));
-  EXPECT_EQ(errorOf([&] { attr("unit").genericIfSet(object, seven); }), "type 'Unit' takes 1 constructor arguments; found 2");
+  EXPECT_EQ(errorOf([&] { attr("unit").genericIfSet(object, seven); }),
+            "type 'Unit' takes 1 constructor arguments; found 2");
   EXPECT_EQ(told(), nothing());
 }
 
@@ -228,7 +241,8 @@ TEST_P(KelOperations, Directory) {
             "entity 'kept' of directory '/contract/fixed' cannot be removed");
   for (char const* bad : {"", "a/b", "a[0]"}) {
     EXPECT_EQ(errorOf([&] { dir_->entityIs(bad, entityIn(type_.genericIf(ArgList()))); }),
-              "'" + std::string(bad) + "' cannot name an entity in directory '/contract': expected a text without '/' and '['");
+              "'" + std::string(bad) +
+                  "' cannot name an entity in directory '/contract': expected a text without '/' and '['");
   }
 }
 
@@ -236,7 +250,8 @@ TEST_P(KelOperations, ReadOnlyAttributesAndWrongOwners) {
   for (char const* name : {"name", "created", "operational"}) {
     KelAttr const at = attr(name);
     ASSERT_FALSE(at.isSettable());
-    std::string const expected = "attribute '" + std::string(name) + "' of type 'Interface' cannot be written";
+    std::string const expected =
+        "attribute '" + std::string(name) + "' of type 'Interface' cannot be written";
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, at.type().genericIf(nullptr)); }), expected);
     EXPECT_EQ(errorOf([&] { at.genericIfDel(object); }), expected);
   }
@@ -258,7 +273,8 @@ TEST_P(KelOperations, ConstructorArguments) {
   attr("mtu").genericIfSet(made, nullptr, num<std::uint32_t>(1));
   EXPECT_EQ(watcher->take(), nothing());
   args[0] = nullptr;
-  EXPECT_EQ(attr("name").genericIfGet(type_.genericIf(args))->gnmiStrRep(), "") << "a null argument is the default";
+  EXPECT_EQ(attr("name").genericIfGet(type_.genericIf(args))->gnmiStrRep(), "")
+      << "a null argument is the default";
   args[0] = num(true);
   EXPECT_EQ(errorOf([&] { static_cast<void>(type_.genericIf(args)); }).substr(0, 43),
             "attribute 'name' of type 'Interface' takes ");
@@ -275,5 +291,5 @@ TEST_P(KelOperations, ConstructorArguments) {
   EXPECT_NE(value->hash(), copy->hash());
 }
 
-}  // namespace
-}  // namespace KelTesting
+} // namespace
+} // namespace KelTesting

@@ -1,0 +1,148 @@
+// Text forms: what a value prints, parses back; what does not parse says why.
+#include <bit>
+#include <cmath>
+#include <random>
+
+#include "fixture/RandomEdits.h"
+#include "platform/KelTesting.h"
+
+namespace KelTesting {
+namespace {
+
+std::string parsed(KelType type, std::string const& text) {
+  auto const value = type.genericIf(Kel::String(text));
+  return value.ok() ? value.value()->strRep() : value.error();
+}
+
+// Every scalar attribute of the gauges: all builtin kinds, enumerations, nominals, unions, string representations.
+TEST(KelText, WhatIsPrintedParsesBack) {
+  Fixture::declareTypes();
+  KelType const gauges = Kel::typeOf<Fixture::Gauges>();
+  Fixture::RandomEdits random(entityIn(gauges.genericIf(ArgList())), 21);
+  int compared = 0;
+  for (KelType::AttributeQIterator at(gauges); at; ++at) {
+    KelType const type = (*at).type();
+    SCOPED_TRACE((*at).name().str());
+    if (type.hasGnmiByteRep()) continue; // a structure: no text form
+    for (int i = 0; i < 400; ++i, ++compared) {
+      ConstHandle const value = random.value(type);
+      auto const back = type.genericIf(Kel::String(value->strRep()));
+      ASSERT_TRUE(back.ok()) << value->strRep() << ": " << back.error();
+      ASSERT_TRUE(back.value()->equals(*value))
+          << value->strRep() << " came back as " << back.value()->strRep();
+      ASSERT_EQ(back.value()->hash(), value->hash());
+    }
+  }
+  EXPECT_GT(compared, 10000);
+}
+
+// Floats of any bits, not-a-number and the infinities included, also by the base64 text that keys carry.
+TEST(KelText, FloatsOfAnyBits) {
+  std::mt19937_64 random(22);
+  for (int i = 0; i < 5000; ++i) {
+    std::uint64_t const bits = random();
+    double const number = std::bit_cast<double>(bits);
+    if (std::isnan(number)) continue;
+    auto const value = handleOf(number);
+    auto const back = value->type().genericIf(Kel::String(value->strRep()));
+    ASSERT_TRUE(back.ok() && back.value()->equals(*value)) << "bits " << bits << " as " << value->strRep();
+  }
+  EXPECT_EQ(parsed(Kel::typeOf<float>(), "P8AAAA=="), "1.5");
+  EXPECT_EQ(parsed(Kel::typeOf<double>(), "P/gAAAAAAAA="), "1.5");
+  EXPECT_TRUE(handleOf(std::nan(""))->equals(*handleOf(std::nan("")))) << "compared by bits";
+  EXPECT_FALSE(handleOf(0.0)->equals(*handleOf(-0.0)));
+}
+
+TEST(KelText, StringsAreVerbatimBetweenTheQuotes) {
+  std::string const nasty[] = {"", "\"", "\"\"", "'", "\\", "\\\"", std::string("a\0b", 3), "\n", "\xff"};
+  for (std::string const& text : nasty) {
+    auto const value = handleOf(Kel::String(text));
+    EXPECT_EQ(value->strRep(), "\"" + text + "\"");
+    auto const back = value->type().genericIf(Kel::String("\"" + text + "\""));
+    ASSERT_TRUE(back.ok()) << back.error();
+    EXPECT_EQ(back.value()->attrValPtr<Kel::String>()->str(), text);
+  }
+}
+
+TEST(KelText, MalformedTextsAreRefused) {
+  Fixture::declareTypes();
+  struct {
+    KelType type;
+    char const* text;
+  } const refused[] = {
+      {Kel::typeOf<std::uint8_t>(), "256"},
+      {Kel::typeOf<std::uint8_t>(), "-1"},
+      {Kel::typeOf<std::uint8_t>(), ""},
+      {Kel::typeOf<std::uint8_t>(), "007"},
+      {Kel::typeOf<std::uint8_t>(), "+7"},
+      {Kel::typeOf<std::uint8_t>(), " 7"},
+      {Kel::typeOf<std::uint8_t>(), "7 "},
+      {Kel::typeOf<std::uint8_t>(), "0x7"},
+      {Kel::typeOf<std::uint8_t>(), "7.0"},
+      {Kel::typeOf<std::int8_t>(), "-129"},
+      {Kel::typeOf<std::int8_t>(), "-0"},
+      {Kel::typeOf<std::int8_t>(), "--1"},
+      {Kel::typeOf<std::uint64_t>(), "18446744073709551616"},
+      {Kel::typeOf<std::int64_t>(), "9223372036854775808"},
+      {Kel::typeOf<bool>(), "TRUE"},
+      {Kel::typeOf<bool>(), "1"},
+      {Kel::typeOf<double>(), "1.5x"},
+      {Kel::typeOf<double>(), ""},
+      {Kel::typeOf<Kel::String>(), "bare"},
+      {Kel::typeOf<Kel::String>(), "\""},
+      {Kel::typeOf<Kel::String>(), "\"open"},
+      {Kel::typeOf<Kel::Bytes>(), "a"},
+      {Kel::typeOf<Kel::Time>(), "-1"},
+      {Kel::typeOf<Kel::Time>(), "1.5"},
+      {Kel::typeOf<Fixture::Duplex>(), "FULL"},
+      {Kel::typeOf<Fixture::Duplex>(), "'full'"},
+      {Kel::typeOf<Fixture::MacAddr>(), "\"02:00\""},
+      {Kel::typeOf<Fixture::Contact>(), "{}"},
+      {Kel::typeOf<Fixture::Interface>(), "x"},
+  };
+  for (auto const& c : refused) {
+    auto const value = c.type.genericIf(Kel::String(c.text));
+    ASSERT_FALSE(value.ok()) << c.type.name().str() << " took '" << c.text << "' as "
+                             << value.value()->strRep();
+    EXPECT_NE(value.error().find(c.type.name().str()), std::string::npos) << value.error();
+  }
+  EXPECT_EQ(parsed(Kel::typeOf<Fixture::Duplex>(), "'full'"),
+            "'full' is no enumerator of type 'Duplex': expected one of AUTO, FULL, HALF");
+  EXPECT_EQ(parsed(Kel::typeOf<Fixture::Contact>(), "{}"),
+            "type 'Contact' has no text form to read a value from; found '{}'");
+}
+
+// From raw 64-bit integers a narrower type takes the low-order part.
+TEST(KelText, RawIntegersAreCutToTheLowOrderPart) {
+  std::uint64_t const raw = 300;
+  EXPECT_EQ(Kel::typeOf<std::uint8_t>().genericIf(&raw)->strRep(), "44");
+  std::int64_t const negative = -2;
+  EXPECT_EQ(Kel::typeOf<std::int16_t>().genericIf(&negative)->strRep(), "-2");
+  EXPECT_EQ(Kel::typeOf<std::uint16_t>().genericIf(&negative)->strRep(), "65534");
+}
+
+// What is stored leads back to its own nanoseconds, whatever it was made from.
+TEST(KelText, SecondsAndTimesAreQuantised) {
+  std::mt19937_64 random(23);
+  for (int i = 0; i < 20000; ++i) {
+    auto const ns = static_cast<std::int64_t>(random() >> (random() % 60)) * (random() % 2 == 0 ? 1 : -1);
+    Kel::Seconds const stored = Kel::Seconds::fromNanoseconds(ns);
+    ASSERT_EQ(Kel::Seconds::fromNanoseconds(stored.nanoseconds()).value(), stored.value()) << ns;
+    ASSERT_EQ(Kel::Seconds(stored.value()).nanoseconds(), stored.nanoseconds()) << ns;
+    auto const value = handleOf(stored);
+    ASSERT_EQ(value->strRep(), std::to_string(stored.nanoseconds()));
+    Kel::Time const when = Kel::Time::fromNanoseconds(static_cast<std::uint64_t>(ns));
+    ASSERT_EQ(Kel::Time(when.value()).nanoseconds(), when.nanoseconds()) << ns;
+    // Up to some days a double tells every nanosecond apart.
+    if (std::abs(ns) < (std::int64_t{1} << 50)) {
+      ASSERT_EQ(stored.nanoseconds(), ns);
+    }
+  }
+  EXPECT_EQ(Kel::Seconds(1.5).nanoseconds(), 1'500'000'000);
+  EXPECT_EQ(Kel::Time(-1).nanoseconds(), 0U);
+  EXPECT_EQ(Kel::Seconds(std::nan("")).nanoseconds(), 0);
+  EXPECT_EQ(Kel::Seconds(1e300).nanoseconds(), INT64_MAX);
+}
+
+} // namespace
+} // namespace KelTesting
