@@ -1,6 +1,7 @@
 // The one-line texts of responses and values.
 #include <gtest/gtest.h>
 
+#include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/text_format.h>
 
 #include <string>
@@ -12,6 +13,7 @@ namespace {
 
 template <class Message>
 Message parsed(std::string const& text) {
+  google::protobuf::LogSilencer const noDeprecationWarnings;
   Message message;
   EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
   return message;
