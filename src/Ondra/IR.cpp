@@ -30,22 +30,17 @@ std::string textOf(IrLeaf::Handle const& value) {
   return value->type().hasGnmiStrRep() ? value->gnmiStrRep() : value->strRep();
 }
 
-std::string textOf(IrLeaf::LeafList const& values) {
-  std::string text = "[";
-  for (IrLeaf::Handle const& value : values) {
-    if (text.size() > 1) {
-      text += ' ';
-    }
-    text += textOf(value);
-  }
-  return text + "]";
-}
-
 } // namespace
 
 Tovak::String IrLeaf::toString() const {
-  return fmt::format("leafPath:{} val:{}", leafPath,
-                     std::visit([](auto const& held) { return textOf(held); }, value));
+  if (auto const* const one = std::get_if<Handle>(&value)) {
+    return fmt::format("leafPath:{} val:{}", leafPath, textOf(*one));
+  }
+  std::vector<std::string> texts;
+  for (Handle const& element : std::get<LeafList>(value)) {
+    texts.push_back(textOf(element));
+  }
+  return fmt::format("leafPath:{} val:[{}]", leafPath, fmt::join(texts, " "));
 }
 
 std::shared_ptr<Ir> Ir::IrIs() { return std::allocate_shared<Ir>(Tovak::Allocator<Ir>()); }
