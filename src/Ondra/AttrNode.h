@@ -54,7 +54,7 @@ public:
 
   private:
     struct Index;
-    void addToIndex(AttrNode& node);
+    void addPlace(AttrNode& node);
 
     Nodes nodes_;
     std::vector<AttrNode*> wildcards_;

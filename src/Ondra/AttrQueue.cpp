@@ -87,7 +87,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
 }
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
-  if (get(node->elem()) != nullptr) {
+  if (index_ ? !index_->byElem.emplace(&node->elem(), node.get()).second : get(node->elem()) != nullptr) {
     return false;
   }
   last_ = node.get();
@@ -96,18 +96,18 @@ bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
   }
   nodes_.push_back(std::move(node));
   if (index_) {
-    addToIndex(*nodes_.back());
+    addPlace(*nodes_.back());
   } else if (nodes_.size() > kUnindexed) {
     index_ = std::make_unique<Index>();
     for (auto const& one : nodes_) {
-      addToIndex(*one);
+      index_->byElem.emplace(&one->elem(), one.get());
+      addPlace(*one);
     }
   }
   return true;
 }
 
-void AttrTree::AttrNode::AttrQueue::addToIndex(AttrNode& node) {
-  index_->byElem.emplace(&node.elem(), &node);
+void AttrTree::AttrNode::AttrQueue::addPlace(AttrNode& node) {
   if (!node.object().hasFilter()) {
     index_->byPlace.emplace(Place{node.object().attr, node.object().key()}, &node);
   }

@@ -44,6 +44,7 @@ std::pair<gnmi::SetResponse, grpc::Status> Set::execute() {
   TOVAK_TRACE(setTrace, 0, "", "Start executing a Set request");
   grpc::Status status = executeImpl();
   root_.reset();
+  handPathsOver();
   TOVAK_TRACE(setTrace, 1, "", "Result: {}", status.ok() ? "OK" : status.error_message());
   TOVAK_TRACE(setTrace, 0, "", "Finish executing a Set request");
   return {std::move(response_), std::move(status)};
@@ -79,22 +80,28 @@ grpc::Status Set::executeImpl() {
 }
 
 void Set::populateResponse() {
-  *response_.mutable_prefix() = request_.prefix();
   auto* const results = response_.mutable_response();
   results->Reserve(request_.delete__size() + request_.replace_size() + request_.update_size());
-  auto const add = [results](gnmi::UpdateResult::Operation op, gnmi::Path const& path) {
-    gnmi::UpdateResult* const result = results->Add();
-    result->set_op(op);
-    *result->mutable_path() = path;
+  auto const add = [results](gnmi::UpdateResult::Operation op, int count) {
+    for (; count > 0; --count) {
+      results->Add()->set_op(op);
+    }
   };
-  for (gnmi::Path const& path : request_.delete_()) {
-    add(gnmi::UpdateResult::DELETE, path);
+  add(gnmi::UpdateResult::DELETE, request_.delete__size());
+  add(gnmi::UpdateResult::REPLACE, request_.replace_size());
+  add(gnmi::UpdateResult::UPDATE, request_.update_size());
+}
+
+void Set::handPathsOver() {
+  response_.mutable_prefix()->Swap(request_.mutable_prefix());
+  auto result = response_.mutable_response()->begin();
+  for (gnmi::Path& path : *request_.mutable_delete_()) {
+    (result++)->mutable_path()->Swap(&path);
   }
-  for (gnmi::Update const& update : request_.replace()) {
-    add(gnmi::UpdateResult::REPLACE, update.path());
-  }
-  for (gnmi::Update const& update : request_.update()) {
-    add(gnmi::UpdateResult::UPDATE, update.path());
+  for (auto* const updates : {request_.mutable_replace(), request_.mutable_update()}) {
+    for (gnmi::Update& update : *updates) {
+      (result++)->mutable_path()->Swap(update.mutable_path());
+    }
   }
 }
 

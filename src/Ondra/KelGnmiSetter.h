@@ -69,7 +69,9 @@ private:
   using StepStatus = std::variant<bool, grpc::Status>;
 
   [[nodiscard]] grpc::Status executeImpl();
+  // Lists the operations; their paths stay in the request until the tree, which refers to them, is gone.
   void populateResponse();
+  void handPathsOver();
   [[nodiscard]] StepStatus setDataTreeRoot();
   [[nodiscard]] StepStatus processDelete();
   [[nodiscard]] StepStatus processReplace();

@@ -87,7 +87,6 @@ TEST(SetRequest, UpdatesOfEveryKind) {
        {"/device/interface[name=eth0] addr[{vrf=\"a__b\", addr=7}]: nothing -> {length=8, vrf=\"\"}",
         "/device/interface[name=eth0] vlan[10]: {id=10, label=\"voice\"} -> {id=10, label=\"v\"}",
         "/device/interface[name=eth0] vlan[11]: nothing -> {id=11, label=\"w\"}"}},
-      {"members within a value", "/policy/limit[limitKey=ssh]", {update("", "uint_val: 6")}, "OK", {}},
       {"a nested key", "", {update("/route[subnet__address=0][subnet__length=0][vrf=default]/metric", "uint_val: 6")}, "OK",
        {"/device route[{subnet={address=0, length=0}, vrf=\"default\"}]: {metric=5, vrf=\"upstream\", "
         "via=/fixture/device/interface[name=eth0]} -> {metric=6, vrf=\"upstream\", "
@@ -119,6 +118,21 @@ TEST(SetRequest, UpdatesOfEveryKind) {
         update("/interface[name=eth0]/name", "string_val: 'eth0'"), update("/interface[name=eth0]/vlan[id=10]/id", "uint_val: 10")},
        "OK", {}},
   });
+}
+
+TEST(SetRequest, MembersWithinAValue) {
+  Fixture::World world;
+  auto const outcome = execute(requestOf({del("limit[limitKey=web]"), update("limit[limitKey=ssh]", "uint_val: 6"),
+                                          update("limit[limitKey=new]", "uint_val: 7"),
+                                          update("actions", "leaflist_val { element { string_val: 'a' } }")},
+                                         "/policy"));
+  EXPECT_EQ("OK", textOf(outcome.second));
+  Fixture::Policy const& policy = world.device()->policy;
+  EXPECT_EQ("strict", policy.title.str());
+  EXPECT_EQ((std::vector<Kel::String>{"a"}), policy.actions);
+  ASSERT_EQ(2U, policy.limit.size());
+  EXPECT_EQ(6U, *policy.limit.find("ssh"));
+  EXPECT_EQ(7U, *policy.limit.find("new"));
 }
 
 TEST(SetRequest, Deletes) {
@@ -254,8 +268,8 @@ TEST(SetRequest, RefusedPaths) {
        notFound("/interface", "Expecting a single entry in the key map for the key of type 'String'; found 0"), {}},
       {"a key on a singular attribute", "", {update("/hostname[k=v]", "string_val: ''")},
        notFound("/hostname[k=v]", "Element 'hostname[k=v]' is no collection and cannot contain a key map"), {}},
-      {"a key on an array", "", {update("/numbers[0=1]", "leaflist_val {}")},
-       notFound("/numbers[0=1]", "Array element 'numbers[0=1]' cannot contain a key map"), {}},
+      {"a key on an array", "", {update("/numbers[k=1]", "leaflist_val {}")},
+       notFound("/numbers[k=1]", "Array element 'numbers[k=1]' cannot contain a key map"), {}},
       {"an array of structures", "", {update("/contacts", "leaflist_val {}")},
        notFound("/contacts", "Modifying array 'contacts' of composite type 'Contact' is not supported"), {}},
       {"a stack", "", {del("/history")}, notFound("/history", "Members of collection 'history' cannot be addressed"), {}},
