@@ -10,11 +10,15 @@
 #include <absl/container/node_hash_set.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/Scalars.h"
@@ -23,6 +27,12 @@
 namespace Ondra {
 
 class GifGnmiNotifiee;
+
+// Notifications may carry an attribute's id negative.
+[[nodiscard]] constexpr Kel::AttributeId absoluteId(Kel::AttributeId id) noexcept {
+  using Limits = std::numeric_limits<Kel::AttributeId>;
+  return id >= 0 ? id : id == Limits::min() ? Limits::max() : -id;
+}
 
 // The state of one attribute (null key) or of one member of a collection attribute.
 class KTD_EXPORT AttrStateNode {
@@ -54,18 +64,26 @@ public:
   }
 
 private:
-  mutable long timestamp_;
-  Kel::AttributeId id_;
+  friend class AttrStateMap;
+  AttrStateNode() noexcept = default; // the place of a node that is not there
+
+  mutable long timestamp_ = 0; // 0: not there; no clock shows it
+  Kel::AttributeId id_ = 0;
   Kel::Ptr<Kel::GenericIf const> key_;
 };
 
 // Owned by one notifiee; lives and dies with it. Scheduler thread only. Reading the state of a singular attribute, which every
-// walk does for every leaf, is an index into an array.
+// walk does for every leaf, is an index into an array: the nodes of an object's singular attributes are made together, on first
+// use, in one block.
 class KTD_EXPORT AttrStateMap {
 public:
+  // Without an owner (for tests of the map alone) all nodes are found by hash.
   explicit AttrStateMap(GifGnmiNotifiee const* owner) noexcept : owner_(owner) {}
+  ~AttrStateMap();
+  AttrStateMap(AttrStateMap const&) = delete;
+  AttrStateMap& operator=(AttrStateMap const&) = delete;
 
-  // The node, made when there is none. Ids may come negative, as notifications carry them.
+  // The node, made when there is none.
   AttrStateNode const& getAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
   // The node, or null.
   [[nodiscard]] AttrStateNode const* queryAttrState(Kel::AttributeId id,
@@ -73,13 +91,43 @@ public:
   // Removes the node and returns the time of the deletion, later than every stamp of the node; nothing when there was none.
   std::optional<long> delAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
 
+  // The keys of one attribute's nodes, in no order; null for the node of the attribute as such.
+  [[nodiscard]] std::vector<Kel::Ptr<Kel::GenericIf const>> keysOf(Kel::AttributeId id) const;
   [[nodiscard]] std::size_t size() const noexcept;
+  // "\n <state>" for each node.
   [[nodiscard]] std::string dumpState() const;
 
 private:
+  using Key = Kel::Ptr<Kel::GenericIf const>;
+  struct Probe { // stands for a node in look-ups
+    Kel::AttributeId id;
+    Key const& key;
+  };
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(AttrStateNode const& node) const { return (*this)(Probe{node.id_, node.key_}); }
+    std::size_t operator()(Probe const& probe) const;
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(AttrStateNode const& a, AttrStateNode const& b) const { return a == b; }
+    bool operator()(AttrStateNode const& a, Probe const& b) const;
+    bool operator()(Probe const& a, AttrStateNode const& b) const { return (*this)(b, a); }
+  };
+  using KeyedNodes =
+      absl::node_hash_set<AttrStateNode, Hash, Equal, Kel::MemAllocator<AttrStateNode, AttrStateMap>>;
+
+  // The place of a singular attribute's node; null when it is to be found by hash.
+  [[nodiscard]] AttrStateNode* singularPlace(Kel::AttributeId id) const noexcept;
+  AttrStateNode* makeSingularPlace(Kel::AttributeId id);
+  template <typename Visit>
+  void forEach(Visit const& visit) const;
+
   GifGnmiNotifiee const* owner_;
-  std::vector<std::unique_ptr<AttrStateNode>> singular_; // by attribute id
-  absl::node_hash_set<AttrStateNode> keyed_;
+  AttrStateNode* singular_ = nullptr; // by position of the attribute in the owner's type
+  std::uint32_t places_ = 0;
+  std::uint32_t singularCount_ = 0;
+  std::unique_ptr<KeyedNodes> keyed_;
 };
 
 } // namespace Ondra

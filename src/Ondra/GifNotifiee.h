@@ -1,4 +1,4 @@
-// The watching of published objects: one notifiee per published path, and the registry of all of them.
+// The watching of published objects: one notifiee per published path. The registry of all of them is in NotifieeMaps.h.
 //
 // Invariants
 // 1. At most one notifiee per path, and its object is alive: removal of the object from its parent ends the path (`retire`),
@@ -7,18 +7,21 @@
 // 3. What is retired is gone whole: notifiees at and below the path, parked walkers there, `pathTypes` entries; at most one delete
 //    is sent for it.
 // 4. No notification walk runs inside another walk: changes told meanwhile wait, each once, until the walks have unwound.
+// 5. A delete is stamped later than whatever was sent before it, and what is sent after it is stamped later still.
 #pragma once
 
 #include <cstddef>
 #include <memory>
 #include <string>
 
+#include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Notifiee.h"
 #include "Kel/Ptr.h"
 #include "Kstd/Export.h"
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/BaseRouter.h"
+#include "Ondra/EmittedLeaves.h"
 #include "Ondra/Path.h"
 #include "Ondra/WalkTask.h"
 
@@ -26,26 +29,45 @@ namespace Ondra {
 
 // Watches the object at one path: turns each attribute notification into a walk of that attribute, run at once, and the object's end
 // into a delete of the path. Held by the registry; a walk that uses it holds it too. Scheduler thread only.
-class KTD_EXPORT GifGnmiNotifiee final : public Kel::PtrInterface::NotifieeConst {
+class KTD_EXPORT GifGnmiNotifiee final : public Kel::PtrInterface::NotifieeConst,
+                                         private Kel::TrackedObject<GifGnmiNotifiee> {
 public:
+  using Kel::TrackedObject<GifGnmiNotifiee>::operator new;
+  using Kel::TrackedObject<GifGnmiNotifiee>::operator delete;
+
   // REQUIRES a path with elements (asserted). Registers itself; delivery is switched on by `hasNotificationActiveIs(true)`.
+  // `first`: its notification walks send nothing; `second`: they carry flagNotifSecond.
   GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath, BaseRouter& router,
                   bool first, bool second);
+  // Both flags false, whatever the flags of the walk.
   explicit GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo);
   ~GifGnmiNotifiee() override;
 
+  // The object has ended, or a walk takes its watching down. Does nothing once the path is another notifiee's. REQUIRES a path that
+  // is registered (asserted).
   void onZeroReferences() override;
   void onAttribute(Kel::AttributeId id, void const* key) override;
+  // Switched on again, it first makes good what it has missed.
+  void hasNotificationActiveIs(bool active) override;
 
   [[nodiscard]] Kel::Ptr<Path const> const& prefixPath() const noexcept { return prefixPath_; }
   [[nodiscard]] BaseRouter& router() const noexcept { return router_; }
   // The watched object; null once it has gone.
   [[nodiscard]] Kel::Ptr<Kel::GenericIf const> object() const;
+  [[nodiscard]] Kel::KelType objectType() const noexcept { return type_; }
   [[nodiscard]] AttrStateMap& attrStates() noexcept { return attrStates_; }
   [[nodiscard]] AttrStateMap const& attrStates() const noexcept { return attrStates_; }
+  [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
+  // The registry holds it: its path has not ended.
+  [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
+  // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that are running have unwound.
+  // A null key for a collection: all of it.
+  void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+
+  // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running (asserted).
   static void clearAllGnmiNotifiees();
   [[nodiscard]] static std::string dumpGnmiNotifieeMap();
   [[nodiscard]] static std::string dumpNotifieePathMap();
@@ -53,28 +75,60 @@ public:
   [[nodiscard]] static std::size_t notifieeMapSize();
 
 private:
+  friend class NotifieeMaps;
+  void recordType(Kel::PtrInterface const& notifier);
+
   AttrStateMap attrStates_;
   Kel::Ptr<Path const> const prefixPath_;
   BaseRouter& router_;
+  Kel::KelType const type_; // of the notifier
+  EmittedLeaves emitted_;
+  Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   bool const first_;
   bool const second_;
+  bool inRegistry_ = false;
+  bool recordedType_ = false; // has an entry in `pathTypesMap`
+  bool wasSwitchedOff_ = false;
 };
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another object, the path is retired
 // first. None is made for a walk that takes notifiees down (flagInstantiatingOnly). Returns the notifiee that the path has now, or null.
 KTD_EXPORT Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo);
 
-// A walk is running while one of these lives. When the outermost ends, the notifications that waited for it are run.
+// Ends a path: nothing at or below it is watched, parked or registered afterwards, and references to what was there are rendered
+// anew. Sends nothing. Returns whether anything was watched there.
+KTD_EXPORT bool retire(Kel::Ptr<Path const> const& path);
+
+// Sends a delete of a whole path, later than everything before it.
+KTD_EXPORT void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path);
+
+// While one lives, paths end without a delete.
+class KTD_EXPORT SilentEnds {
+public:
+  explicit SilentEnds(bool silent) noexcept : silent_(silent) { depth_ += silent_ ? 1 : 0; }
+  ~SilentEnds() { depth_ -= silent_ ? 1 : 0; }
+  SilentEnds(SilentEnds const&) = delete;
+  SilentEnds& operator=(SilentEnds const&) = delete;
+  [[nodiscard]] static bool active() noexcept { return depth_ > 0; }
+
+private:
+  static int depth_;
+  bool const silent_;
+};
+
+// A walk is running while one of these lives. When the outermost ends, the notifications that waited for it are run (unless an
+// exception is passing).
 class KTD_EXPORT WalkScope {
 public:
-  WalkScope() noexcept { ++depth_; }
-  ~WalkScope();
+  WalkScope() noexcept;
+  ~WalkScope() noexcept(false);
   WalkScope(WalkScope const&) = delete;
   WalkScope& operator=(WalkScope const&) = delete;
   [[nodiscard]] static int depth() noexcept { return depth_; }
 
 private:
   static int depth_;
+  int const exceptions_;
 };
 
 } // namespace Ondra

@@ -5,6 +5,8 @@
 #include <bit>
 #include <cstdint>
 
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/PathFormat.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Trace.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
@@ -59,6 +61,14 @@ WalkerFlags requestTypeToFlags(RequestType type) {
   }
   Tovak::fmassert(debugHandler(), __FILE__, __func__, __LINE__, "type is a RequestType",
                   "Unrecognized request type:{}", type);
+}
+
+Kel::Ptr<GifGnmiNotifiee> lookupGnmiNotifieeMap(Kel::Ptr<Path const> path) {
+  Kel::Ptr<GifGnmiNotifiee> found(notifieeMaps->find(path));
+  if (!found) {
+    TOVAK_TRACE(debugHandler(), 9, "", "Notifiee does not exist for prefix {}", path);
+  }
+  return found;
 }
 
 } // namespace Ondra::KelGnmiUtils

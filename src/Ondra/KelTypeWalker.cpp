@@ -9,6 +9,7 @@
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
+#include "Ondra/Referrers.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -119,6 +120,8 @@ WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, Gif
   Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
   Kel::Ptr<Kel::GenericIf const> const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
   step_ = {plan.attr, nullptr};
+  bool const renders = plan.rendersReferences && !objType_.isValueType();
+  RenderScope const rendering(renders, notifiee, plan.attr.id(), step_.key);
   return walkSingletonAttr(plan.attr, value, notifiee, timestamp, leafPath, key, ir);
 }
 
@@ -127,6 +130,7 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
   Kel::GenericIf::Iterator member = resumeKey_ ? plan.attr.genericIfIteratorConst(gif_, resumeKey_)
                                                : plan.attr.genericIfIteratorConst(gif_);
   resumeKey_.reset();
+  bool const renders = plan.rendersReferences && !objType_.isValueType();
   for (; member; ++member) {
     Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
     if (mustPause(result)) {
@@ -138,6 +142,7 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
       return false;
     }
     step_ = {plan.attr, memberKey};
+    RenderScope const rendering(renders, notifiee, plan.attr.id(), memberKey);
     result = merged(result, walkCollectionAttr(plan.attr, memberKey, member.ptr(), notifiee, ir));
   }
   return true;
@@ -156,6 +161,7 @@ WalkResult FullKelTypeWalker::finishSkipped() {
 WalkResult FullKelTypeWalker::finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir,
                                      GifGnmiNotifiee* notifiee) {
   if (notifiee != nullptr && rootWalker_ && flags_.has(flagInstantiatingOnly)) {
+    SilentEnds const silent(flags_.has(flagNoPush));
     notifiee->onZeroReferences();
   }
   WalkResult pushed = WalkResult::Success;

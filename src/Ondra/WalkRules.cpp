@@ -20,6 +20,44 @@ Road roadOf(Kel::KelAttr attr) {
   return attr.isStack() ? Road::UnsupportedStack : Road::Collection;
 }
 
+// Types that hold each other through collections are looked into this far.
+constexpr int kMaxNesting = 16;
+
+bool holdsReference(Kel::KelType type, int depth = 0) {
+  if (!type || depth > kMaxNesting) {
+    return static_cast<bool>(type);
+  }
+  if (type.isEntity() || type.isKeyPtrWrapper()) {
+    return true;
+  }
+  if (!type.isValueType() || isScalarType(type)) {
+    return false;
+  }
+  for (Kel::KelTypeBase::AttributeQIterator at(type); at; ++at) {
+    Kel::KelAttr const attr = *at;
+    if (attr.isPointer() || holdsReference(attr.memberType(), depth + 1) ||
+        (attr.isKeyed() && holdsReference(attr.keyType(), depth + 1))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A value of the type can be without some of the leaves that another value of it has.
+bool leavesVary(Kel::KelType type, int depth = 0) {
+  if (!type.isValueType() || isScalarType(type)) {
+    return false;
+  }
+  for (Kel::KelTypeBase::AttributeQIterator at(type); at; ++at) {
+    Kel::KelAttr const attr = *at;
+    if (attr.isOptional() || attr.isKeyed() || attr.isGnmiJsonString() || depth > kMaxNesting ||
+        (!attr.isPointer() && leavesVary(attr.memberType(), depth + 1))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   AttrPlan plan;
   plan.attr = attr;
@@ -32,6 +70,11 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
                     (!attr.isCollection() || (attr.readsAsOneValue() && attr.isArray()));
   plan.isScalarLeaf = plan.readsValue && !attr.isCollection() && !attr.isPointer() &&
                       !attr.isInstantiating() && isScalarType(attr.memberType());
+  plan.keyHoldsReference = attr.isKeyed() && holdsReference(attr.keyType());
+  plan.rendersReferences = plan.keyHoldsReference || attr.isPointer() ||
+                           (!attr.isInstantiating() && holdsReference(attr.memberType()));
+  plan.canLoseLeaves = !attr.isInstantiating() && !attr.isPointer() && !attr.isGnmiJsonString() &&
+                       leavesVary(attr.memberType());
   Kel::Ptr<PathElem> const elem = PathElem::PathElemIs(attr.name());
   plan.elem = elem;
   plan.leafPath = Path::PathIs();

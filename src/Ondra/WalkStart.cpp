@@ -6,7 +6,9 @@
 #include "Kel/ActivityClock.h"
 #include "Kel/Dir.h"
 #include "Ondra/IR.h"
+#include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/Referrers.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -69,6 +71,11 @@ private:
 // Runs one walker with the queue to itself: what it parks is resumed before what was waiting already.
 WalkResult FullKelTypeWalker::runParked(WalkQ& walkQ, FullKelTypeWalker& walker) {
   walkQ.waiting.swap(walkQ.walkers);
+  bool const nested = !walker.links_.empty();
+  Link const attribute = nested ? walker.links_.front() : Link(); // of the watched object, in which the value lies
+  Kel::Ptr<GifGnmiNotifiee> const notifiee =
+      nested ? KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_) : nullptr;
+  RenderScope const rendering(nested, notifiee.get(), nested ? attribute.attr.id() : 0, attribute.key);
   WalkResult result = walker.walk(nullptr);
   walkQ.walkers.splice(walkQ.walkers.begin(), walkQ.waiting);
   if (result == WalkResult::SuccessWithPipeFull) {

@@ -27,8 +27,15 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
     ir = makeIr();
   }
   Kel::Ptr<Path> path = Path::makePath(leafPath_);
-  path->push(WalkRules::typePlan(objType_).attrs[attr.desc().index].elem);
+  WalkRules::AttrPlan const& plan = WalkRules::typePlan(objType_).attrs[attr.desc().index];
+  path->push(plan.elem);
   memberKeyState.updateAndStorePrefix(path, WalkRules::isDirEntries(attr), attr);
+  if (plan.keyHoldsReference && notifiee != nullptr && !objType_.isValueType()) {
+    // The text of the reference may be another one when the member is to be deleted.
+    Kel::Ptr<Path> const sent = Path::makePath(leafPath_);
+    sent->push(path->elems()[leafPath_->elemSize()]);
+    notifiee->emitted().get(attr.id(), memberKey).memberPath = sent;
+  }
   if (attr.isInstantiating()) {
     memberKeyState.prefixIs(Path::PathIs()); // the member is walked under a prefix of its own
   }

@@ -82,6 +82,12 @@ bool FullKelTypeWalker::takeObject(GifGnmiNotifiee const& notifiee) {
   if (!at || !(at->type() == objType_)) {
     return false;
   }
+  if (!links_.empty()) {
+    // What is read from now on may have been changed, and sent with a later time, while the walk was parked.
+    AttrStateNode const* const state =
+        notifiee.attrStates().queryAttrState(links_.front().attr.id(), links_.front().key);
+    timestamp_ = state != nullptr ? state->effectiveTimestamp() : timestamp_;
+  }
   gif_ = std::move(at);
   return true;
 }

@@ -1,0 +1,200 @@
+#include "Ondra/GifNotifiee.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "Fleck/Timer.h"
+#include "Kel/Attr.h"
+#include "Kel/Dir.h"
+#include "Kel/Entity.h"
+#include "Ondra/KelTypeNotifWalker.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/NotifieeTrace.h"
+#include "Ondra/PathTypes.h"
+#include "Ondra/Pending.h"
+#include "Ondra/Referrers.h"
+
+namespace Ondra {
+namespace {
+
+constexpr WalkerFlags kMuteFlags{0x23};
+constexpr WalkerFlags kNotifFlags{0x2e};
+
+} // namespace
+
+GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
+                                 BaseRouter& router, bool first, bool second)
+    : attrStates_(this)
+    , prefixPath_(std::move(prefixPath))
+    , router_(router)
+    , type_(notifier->fwkType())
+    , first_(first)
+    , second_(second) {
+  TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
+  TOVAK_ASSERT(!prefixPath_->empty(), notifieeTrace(), "prefixPath_ cannot be empty!");
+  recordType(*notifier);
+  notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this), notifier);
+  // Weak where the notifier's list can tell of its end.
+  isWeakReferenceIs(notifier->notifieeList() != nullptr);
+  notifierIs(notifier);
+  isRegisteredNotifieeIs(true);
+}
+
+GifGnmiNotifiee::GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo)
+    : GifGnmiNotifiee(walkInfo->obj, walkInfo->path, walkInfo->router, false, false) {}
+
+GifGnmiNotifiee::~GifGnmiNotifiee() = default;
+
+// Directories hold the entities that are recorded and are not recorded themselves.
+void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
+  if (!pathTypesMap || !type_.isEntity() || type_.isDir()) {
+    return;
+  }
+  Kel::Entity const* const parent = static_cast<Kel::Entity const&>(notifier).parent();
+  if (parent != nullptr && parent->fwkType().isDir()) {
+    recordedType_ = true;
+    pathTypesMap->pathTypesIs(Kel::String(prefixPath_->toString()), type_.name());
+  }
+}
+
+Kel::Ptr<Kel::GenericIf const> GifGnmiNotifiee::object() const {
+  return notifier() == nullptr ? nullptr : Kel::GenericIf::toObject(notifier());
+}
+
+WalkerFlags GifGnmiNotifiee::notifFlags() const noexcept {
+  WalkerFlags const flags = first_ ? kMuteFlags : kNotifFlags;
+  return second_ ? flags | flagNotifSecond : flags;
+}
+
+void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
+  TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
+  Fleck::message("GifGnmiNotifiee::onAttribute");
+  Kel::KelAttr const attr = type_.attr(absoluteId(id));
+  if (!attr) {
+    return;
+  }
+  changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key));
+}
+
+void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
+  if (WalkScope::depth() > 0) {
+    Pending::instance().add(*this, id, key);
+    return;
+  }
+  Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
+  Kel::Ptr<Kel::GenericIf const> object = this->object();
+  if (!inRegistry_ || !object) {
+    return;
+  }
+  WalkScope const scope;
+  KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, key,
+                            notifFlags());
+  static_cast<void>(walker.walk());
+}
+
+void GifGnmiNotifiee::onZeroReferences() {
+  // The notifier may be half gone: it is not touched here.
+  Kel::Ptr<GifGnmiNotifiee> const pin(this);
+  Kel::Ptr<Path const> const path = prefixPath_;
+  TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", path);
+  GifGnmiNotifiee const* const registered = notifieeMaps->find(path);
+  TOVAK_ASSERT(registered != nullptr, notifieeTrace(), "could not find prefixPath {} in gNmiNotifieeMap",
+               path);
+  if (registered != this) {
+    return;
+  }
+  WalkScope const unwindFirst; // the delete goes out before what follows from the end
+  bool const report = type_.reportsDelete() && !SilentEnds::active();
+  retire(path);
+  if (report) {
+    forceDelete(router_, path);
+  }
+}
+
+void GifGnmiNotifiee::hasNotificationActiveIs(bool active) {
+  bool const was = hasNotificationActive();
+  NotifieeConst::hasNotificationActiveIs(active);
+  if (was && !active) {
+    wasSwitchedOff_ = true;
+  }
+  if (!active || !std::exchange(wasSwitchedOff_, false) || !inRegistry_) {
+    return;
+  }
+  if (notifier() == nullptr) {
+    onZeroReferences();
+    return;
+  }
+  WalkScope const together;
+  for (Kel::KelTypeBase::AttributeQIterator attr(type_); attr; ++attr) {
+    changed((*attr).id(), nullptr);
+  }
+}
+
+Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) {
+  Kel::Ptr<GifGnmiNotifiee> const found(notifieeMaps->find(walkInfo->path));
+  if ((found && found->notifier() == walkInfo->obj) || walkInfo->walkerFlags.has(flagInstantiatingOnly)) {
+    return found;
+  }
+  if (found) {
+    retire(walkInfo->path);
+    forceDelete(found->router(), walkInfo->path);
+  }
+  bool const isEntity = walkInfo->obj->fwkType().isEntity();
+  bool const firstPath = isEntity && !notifieeMaps->pathOf(walkInfo->obj);
+  Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(walkInfo));
+  made->hasNotificationActiveIs(true);
+  if (firstPath) {
+    Referrers::instance().pathChanged(static_cast<Kel::Entity const*>(walkInfo->obj)->serial());
+  }
+  return made;
+}
+
+// --- all of them ---------------------------------------------------------------------------------------
+
+void GifGnmiNotifiee::clearAllGnmiNotifiees() {
+  TOVAK_ASSERT(WalkScope::depth() == 0, notifieeTrace(), "notifiees cannot be cleared inside a walk");
+  FullKelTypeWalker::flushWalkMap();
+  Pending::instance().clear();
+  Referrers::instance().clear();
+  for (std::size_t left = notifieeMapSize(); left > 0; --left) {
+    if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->any()) {
+      notifieeMaps->erase(notifiee);
+    }
+  }
+  TOVAK_ASSERT(notifieeMapSize() == 0, notifieeTrace(), "Expected all GifGnmiNotifiees to be cleared");
+}
+
+std::string GifGnmiNotifiee::dumpGnmiNotifieeMap() {
+  std::string text;
+  for (auto const& [path, notifiee] : notifieeMaps->byPath()) {
+    text += fmt::format("path:{} notifiee:{}\n", path, static_cast<void const*>(notifiee.get()));
+  }
+  return text;
+}
+
+std::string GifGnmiNotifiee::dumpNotifieePathMap() {
+  std::string text;
+  for (auto const& [object, notifiees] : notifieeMaps->byObject()) {
+    for (GifGnmiNotifiee const* const notifiee : notifiees) {
+      text +=
+          fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(object), notifiee->prefixPath());
+    }
+  }
+  return text;
+}
+
+std::string GifGnmiNotifiee::dumpPathTypesMap() {
+  std::string text;
+  if (pathTypesMap) {
+    for (auto const& [path, type] : pathTypesMap->pathTypes()) {
+      text += fmt::format("path:{} typeName:{}\n", path.view(), type.view());
+    }
+  }
+  return text;
+}
+
+std::size_t GifGnmiNotifiee::notifieeMapSize() { return notifieeMaps->byPath().size(); }
+
+} // namespace Ondra

@@ -1,0 +1,357 @@
+#include "Ondra/KelTypeNotifWalker.h"
+
+#include <absl/container/flat_hash_set.h>
+
+#include <utility>
+#include <variant>
+
+#include "Kel/ActivityClock.h"
+#include "Kel/Entity.h"
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/IR.h"
+#include "Ondra/IrToResp.h"
+#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/PathFormat.h"
+#include "Ondra/Referrers.h"
+#include "Ondra/ScalarEncode.h"
+#include "Tovak/Trace.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Ondra {
+namespace {
+
+constexpr char const* kCategory = "KelTypeNotifWalker";
+constexpr WalkerFlags kPurgeFlags = flagInstantiatingOnly | flagNoPause | flagNoPush;
+
+Tovak::DebugHandler& trace() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("OndraKelTypeNotifWalker", false);
+  return handler;
+}
+
+// One change follows the other: the storage that the last one has warmed up serves the next.
+std::shared_ptr<Ir>& spareIr() {
+  static std::shared_ptr<Ir> ir;
+  return ir;
+}
+
+std::shared_ptr<Ir> takeIr() {
+  std::shared_ptr<Ir> ir = std::move(spareIr());
+  spareIr().reset();
+  return ir ? ir : Ir::IrIs();
+}
+
+// The build state of a walker that makes leaves. Never written to but for what it holds already.
+KelKey& valueMode() {
+  static KelKey key;
+  return key;
+}
+
+void advanceClock() { Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1); }
+
+} // namespace
+
+KelTypeNotifWalker::KelTypeNotifWalker(Kel::Ptr<Path const> const& prefixPath, GifGnmiNotifiee& notifiee,
+                                       Handle object, Kel::Ptr<Path> leafPath, BaseRouter& router,
+                                       Kel::AttributeId id, Handle key, WalkerFlags flags)
+    : FullKelTypeWalker(prefixPath, takeIr(), std::move(object), std::move(leafPath), router, nullptr, flags,
+                        Ondra::valueMode(), false, 0)
+    , notifiee_(notifiee)
+    , id_(id)
+    , key_(std::move(key))
+    , nested_(false) {}
+
+KelTypeNotifWalker::KelTypeNotifWalker(KelTypeNotifWalker& parent, Handle value,
+                                       std::shared_ptr<Ir> const& ir, Kel::Ptr<Path> const& leafPath,
+                                       KelKey& key, long timestamp)
+    : FullKelTypeWalker(parent.prefixPath_, ir, std::move(value), leafPath, parent.router_, nullptr,
+                        parent.flags_, key, false, timestamp)
+    , notifiee_(parent.notifiee_)
+    , id_(parent.id_)
+    , nested_(true) {}
+
+KelTypeNotifWalker::~KelTypeNotifWalker() {
+  if (!nested_) {
+    ir_->clear();
+    spareIr() = std::move(ir_);
+  }
+}
+
+WalkResult KelTypeNotifWalker::walk() {
+  Kel::KelAttr const attr = objType_.attr(absoluteId(id_));
+  if (!attr) {
+    return WalkResult::Success;
+  }
+  Plan const& plan = WalkRules::typePlan(objType_).attrs[attr.desc().index];
+  switch (plan.road) {
+  case WalkRules::Road::Skip: return WalkResult::Success;
+  case WalkRules::Road::UnsupportedStack:
+    TOVAK_TRACE(trace(), 9, kCategory, "{} skipping unsupported stack collection", debugString());
+    return WalkResult::Success;
+  case WalkRules::Road::Singleton: walkWhole(plan); break;
+  case WalkRules::Road::Collection: key_ ? walkMember(plan, key_) : walkMembers(plan); break;
+  }
+  return routerPush(ir_);
+}
+
+// --- singular attributes -------------------------------------------------------------------------------
+
+void KelTypeNotifWalker::walkWhole(Plan const& plan) {
+  Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
+  Handle const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
+  RenderScope const rendering(plan.rendersReferences, &notifiee_, plan.attr.id(), nullptr,
+                              RenderScope::Mode::Replace);
+  if (isAbsent(plan, value)) {
+    wholeGone(plan, leafPath);
+    return;
+  }
+  bool const isNew = plan.canLoseLeaves && notifiee_.attrStates().queryAttrState(id_, nullptr) == nullptr;
+  long timestamp = stamp(plan.attr.id(), nullptr);
+  if (clearsFirst(plan, nullptr, isNew)) {
+    addDelete(timestamp, leafPath);
+    timestamp = stamp(plan.attr.id(), nullptr);
+  }
+  traceKind(plan, false);
+  // An attribute that collides with a key field brings that field's leaf along.
+  KelKey ownKey;
+  KelKey* key = nullptr;
+  if (plan.isScalarLeaf && WalkRules::collidesWithKey(*prefixPath_, *leafPath_, plan.attr)) {
+    if (auto const* const entity = dynamic_cast<Kel::Entity const*>(gif_->object());
+        entity != nullptr && entity->parentKey()) {
+      extractKeyInfo(entity->parentKey(), entity->parentAttr(), ownKey);
+      ownKey.prefixIs(Path::PathIs());
+      key = &ownKey;
+    }
+  }
+  walkSingletonAttr(plan.attr, value, &notifiee_, timestamp, leafPath, key, ir_);
+  settle(plan, nullptr, timestamp);
+}
+
+// Whether a full walk says nothing of the attribute. A reference always has a text.
+bool KelTypeNotifWalker::isAbsent(Plan const& plan, Handle const& value) const {
+  if (plan.attr.isGnmiJsonString()) {
+    return !plan.attr.genericIfGnmiJsonString(gif_);
+  }
+  if (plan.attr.isPointer() || plan.attr.isScalarArray()) {
+    return false;
+  }
+  Kel::String const* const name = plan.isEntityName && value ? value->attrValPtr<Kel::String>() : nullptr;
+  return !value || (name != nullptr && name->empty());
+}
+
+void KelTypeNotifWalker::wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath) {
+  if (!plan.isScalarLeaf) {
+    Kel::Ptr<Path const> const path = absolute(leafPath);
+    TOVAK_TRACE(trace(), 4, kCategory, "{}", path);
+    endEntityAt(path);
+    notifiee_.emitted().del(plan.attr.id(), nullptr);
+    advanceClock(); // later than what the parts were stamped with
+  } else if (WalkRules::collidesWithKey(*prefixPath_, *leafPath_, plan.attr)) {
+    leafPath = WalkRules::collidingLeafPath(leafPath);
+  }
+  TOVAK_TRACE(trace(), 5, kCategory, "{} push delete message", debugString());
+  addDelete(stamp(plan.attr.id(), nullptr), leafPath);
+}
+
+// The entity that was published there has been removed, or is another one now: its watching ends, silently.
+void KelTypeNotifWalker::endEntityAt(Kel::Ptr<Path const> const& path) {
+  FullKelTypeWalker::delFromWalkQ(path);
+  if (Kel::Ptr<GifGnmiNotifiee> const ending = KelGnmiUtils::lookupGnmiNotifieeMap(path)) {
+    TOVAK_TRACE(trace(), 4, kCategory, "{} Purging GifGnmiNotifiee under path:{}", debugString(), path);
+    if (Handle const object = ending->object()) {
+      KelKey key;
+      FullKelTypeWalker purge(path, Ir::IrIs(), object, Path::PathIs(), router_, nullptr, kPurgeFlags, key,
+                              true, Kel::activityManagerStatus()->activityLoopExecNsTime());
+      purge.walk(nullptr);
+    }
+  }
+  retire(path); // what the object does not lead to any more
+}
+
+// --- collections ---------------------------------------------------------------------------------------
+
+void KelTypeNotifWalker::walkMembers(Plan const& plan) {
+  for (Handle const& key : notifiee_.attrStates().keysOf(plan.attr.id())) {
+    if (key && !plan.attr.keyType().isKeyPtrWrapper() && !plan.attr.genericIfExist(gif_, key)) {
+      memberGone(plan, key);
+    }
+  }
+  for (auto member = plan.attr.genericIfIteratorConst(gif_); member; ++member) {
+    walkMember(plan, member.key());
+    routerPush(ir_);
+    ir_->clear();
+  }
+}
+
+void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
+  Kel::AttributeId const id = plan.attr.id();
+  if (!plan.attr.genericIfExist(gif_, key)) {
+    memberGone(plan, key);
+    return;
+  }
+  RenderScope const rendering(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
+  bool const isNew = notifiee_.attrStates().queryAttrState(id, key) == nullptr;
+  long timestamp = stamp(id, key);
+  if (plan.keyHoldsReference) {
+    // The path holds the text of a reference, which may have become another one.
+    Kel::Ptr<Path const> const path = memberPath(plan, key);
+    EmittedLeaves::Record const* const record = notifiee_.emitted().find(id, key);
+    if (record != nullptr && record->memberPath && !record->memberPath->isEqual(path.get())) {
+      if (plan.attr.isInstantiating()) {
+        retire(absolute(record->memberPath));
+      }
+      addDelete(timestamp, record->memberPath);
+      timestamp = stamp(id, key);
+    }
+  }
+  if (clearsFirst(plan, key, isNew)) {
+    addDelete(timestamp, memberPath(plan, key));
+    timestamp = stamp(id, key);
+  }
+  traceKind(plan, true);
+  step_ = {plan.attr, key};
+  if (plan.attr.isInstantiating()) {
+    routerPush(ir_); // before what the entity sends by itself
+    ir_->clear();
+  }
+  walkCollectionAttr(plan.attr, key, plan.attr.genericIfGet(gif_, key), &notifiee_, ir_);
+  settle(plan, key, timestamp);
+}
+
+void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
+  Kel::AttributeId const id = plan.attr.id();
+  Kel::Ptr<Path const> path;
+  {
+    RenderScope const ofNobody(true, nullptr, id, nullptr);
+    EmittedLeaves::Record const* const record = notifiee_.emitted().find(id, key);
+    path = record != nullptr && record->memberPath ? record->memberPath : memberPath(plan, key);
+  }
+  std::optional<long> const deleted = notifiee_.attrStates().delAttrState(id, key);
+  if (!deleted) {
+    TOVAK_TRACE(trace(), 4, kCategory,
+                "{} Ignoring delete without prior update for prefixPath_:{} prefix:{} attr:{} gifKey:{}",
+                debugString(), prefixPath_, path, plan.attr.name().view(), key->strRep());
+    return;
+  }
+  RenderScope const nothingRendered(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
+  if (plan.attr.isInstantiating()) {
+    retire(absolute(path));
+  }
+  notifiee_.emitted().del(id, key);
+  TOVAK_TRACE(trace(), 8, kCategory, "{} push delete message", debugString());
+  addDelete(*deleted, path);
+}
+
+// The member's element at the end of the walker's own path.
+Kel::Ptr<Path const> KelTypeNotifWalker::memberPath(Plan const& plan, Handle const& key) {
+  KelKey fields;
+  extractKeyInfo(key, plan.attr, fields);
+  Kel::Ptr<Path> keyed = Path::makePath(leafPath_);
+  keyed->push(plan.elem);
+  fields.updateAndStorePrefix(keyed, WalkRules::isDirEntries(plan.attr), plan.attr);
+  Kel::Ptr<Path> path = Path::makePath(leafPath_);
+  path->push(keyed->elems()[leafPath_->elemSize()]);
+  return path;
+}
+
+// --- what has changed and what has gone ------------------------------------------------------------------
+
+long KelTypeNotifWalker::stamp(Kel::AttributeId id, Handle const& key) {
+  AttrStateMap& states = notifiee_.attrStates();
+  AttrStateNode const* const known = states.queryAttrState(id, key);
+  return known != nullptr ? known->updatedTimestamp() : states.getAttrState(id, key).effectiveTimestamp();
+}
+
+// Without a record of the leaves that were sent, all of them are deleted, to be sent anew at a later time.
+bool KelTypeNotifWalker::clearsFirst(Plan const& plan, Handle const& key, bool isNew) {
+  if (!plan.canLoseLeaves || isNew) {
+    return false;
+  }
+  EmittedLeaves::Record const* const record = notifiee_.emitted().find(plan.attr.id(), key);
+  return record == nullptr || !record->leavesKnown;
+}
+
+void KelTypeNotifWalker::settle(Plan const& plan, Handle const& key, long timestamp) {
+  if (!plan.canLoseLeaves) {
+    return;
+  }
+  EmittedLeaves::Paths now;
+  for (IrLeaf const& leaf : ir_->addNode(timestamp, prefixPath_).leaves) {
+    now.push_back(leaf.leafPath);
+  }
+  EmittedLeaves::Record& record = notifiee_.emitted().get(plan.attr.id(), key);
+  absl::flat_hash_set<Kel::Ptr<Path const>, std::hash<Kel::Ptr<Path const>>,
+                      std::equal_to<Kel::Ptr<Path const>>> const there(now.begin(), now.end());
+  for (Kel::Ptr<Path const> const& before : record.leaves) {
+    if (!there.contains(before)) {
+      addDelete(timestamp, before);
+    }
+  }
+  record.leaves = std::move(now);
+  record.leavesKnown = true;
+}
+
+void KelTypeNotifWalker::addDelete(long timestamp, Kel::Ptr<Path const> const& path) {
+  ir_->addNode(timestamp, prefixPath_).addLeaf(path, nullptr);
+}
+
+Kel::Ptr<Path const> KelTypeNotifWalker::absolute(Kel::Ptr<Path const> const& path) const {
+  return Path::joinPath(prefixPath_, path);
+}
+
+void KelTypeNotifWalker::traceKind(Plan const& plan, bool member) const {
+  if (plan.attr.isGnmiJsonString()) {
+    TOVAK_TRACE(trace(), 8, kCategory, "{} push toGnmiJsonString message", debugString());
+  } else if (plan.attr.isPointer()) {
+    TOVAK_TRACE(trace(), 8, kCategory, "{} push ptr message", debugString());
+  } else if (!isScalarType(plan.attr.memberType())) {
+    TOVAK_TRACE(trace(), 8, kCategory, "{} walk non-scalar type", debugString());
+  } else if (member) {
+    TOVAK_TRACE(trace(), 8, kCategory, "{} push scalar collection message", debugString());
+  }
+}
+
+// --- descending and sending ------------------------------------------------------------------------------
+
+WalkResult KelTypeNotifWalker::handleInstantiating(Handle gif, Kel::Ptr<Path const> const& path,
+                                                   long timestamp, KelKey* key) {
+  TOVAK_ASSERT(!flags_.has(flagInstantiatingOnly), trace(),
+               "Uninstalling a GifGnmiNotifiee should not trigger a new walk");
+  auto const* const object = static_cast<Kel::PtrInterface const*>(gif->voidPtrIs(gif->type()));
+  std::shared_ptr<WalkInfo> walkInfo = WalkInfo::WalkInfoIs(router_, SyncWalkId(), path, object, flags_);
+  walkInfo->timeStampToUse = timestamp;
+  return walkObjectInternal(walkInfo, nullptr, key, nullptr);
+}
+
+WalkResult KelTypeNotifWalker::nextWalker(Handle attrGif, std::shared_ptr<Ir> const& ir,
+                                          Kel::Ptr<Path> const& leafPath, KelKey& key, long timestamp,
+                                          KelKey* keyArg) {
+  KelTypeNotifWalker child(*this, std::move(attrGif), ir, leafPath, key,
+                           timestamp == 0 ? timestamp_ : timestamp);
+  return child.FullKelTypeWalker::walk(keyArg);
+}
+
+WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
+  if (flags_.has(flagNoPush) || !ir || ir->empty()) {
+    return WalkResult::Success;
+  }
+  if (ir != ir_ || nested_) { // of a part: it goes with the rest
+    for (auto const& [timestamp, nodes] : ir->timestampToPrefixNode()) {
+      for (auto const& prefix : nodes.insertionOrder_) {
+        for (IrLeaf const& leaf : nodes.prefixToNode_.at(prefix).leaves) {
+          ir_->addNode(timestamp, prefix).leaves.push_back(leaf);
+        }
+      }
+    }
+    return WalkResult::Success;
+  }
+  WalkResult result = WalkResult::Success;
+  for (std::shared_ptr<ArenaRespMsg>& response : ir->toSubResp()) {
+    gnmi::Notification const& notification = response->response->update();
+    if (notification.update_size() > 0 || notification.delete__size() > 0) {
+      result = routerPush(response); // a full pipe does not hold a notification up
+    }
+  }
+  return result;
+}
+
+} // namespace Ondra

@@ -1,0 +1,118 @@
+#include "Ondra/NotifieeMaps.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Ondra/PathTypes.h"
+#include "Ondra/WalkRules.h"
+#include "Tovak/Allocator.h"
+
+namespace Ondra {
+namespace {
+
+using Fields = std::vector<std::pair<std::string_view, std::string_view>>;
+
+std::pair<std::string_view, Fields> textOf(PathElem const& elem) {
+  Fields fields;
+  for (auto const& [key, value] : elem.key()) {
+    fields.emplace_back(key.view(), value.view());
+  }
+  std::sort(fields.begin(), fields.end());
+  return {elem.name().view(), std::move(fields)};
+}
+
+// By hash, which elements remember; texts decide between the few that share one.
+int compareElems(PathElem const& a, PathElem const& b) {
+  if (a.hash() != b.hash()) {
+    return a.hash() < b.hash() ? -1 : 1;
+  }
+  if (a.isEqual(&b)) {
+    return 0;
+  }
+  return textOf(a) < textOf(b) ? -1 : 1;
+}
+
+} // namespace
+
+// Never destroyed: notifiees may be dropped by whatever ends later.
+std::shared_ptr<NotifieeMaps> const notifieeMaps(new NotifieeMaps(), [](NotifieeMaps*) {});
+
+int PathOrder::compare(Path const& a, Path const& b) {
+  auto const left = a.elems();
+  auto const right = b.elems();
+  std::size_t const common = std::min(left.size(), right.size());
+  for (std::size_t i = 0; i < common; ++i) {
+    if (int const order = compareElems(*left[i], *right[i]); order != 0) {
+      return order;
+    }
+  }
+  return left.size() < right.size() ? -1 : left.size() > right.size() ? 1 : 0;
+}
+
+void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object) {
+  PathPtr const& path = notifiee->prefixPath();
+  if (auto const found = byPath_.find(path); found != byPath_.end()) {
+    erase(NotifieePtr(found->second));
+  }
+  byPath_.emplace(path, notifiee);
+  notifiee->objectIdentity_ = object;
+  byObject_[object].push_back(notifiee.get());
+  inOrder_.insert(notifiee.get());
+  notifiee->inRegistry_ = true;
+}
+
+void NotifieeMaps::erase(NotifieePtr const& taken) {
+  NotifieePtr const notifiee = taken; // `taken` may lie in a view
+  if (!notifiee->inRegistry_) {
+    return;
+  }
+  notifiee->inRegistry_ = false;
+  PathPtr const& path = notifiee->prefixPath();
+  inOrder_.erase(notifiee.get());
+  if (auto const object = byObject_.find(notifiee->objectIdentity_); object != byObject_.end()) {
+    NotifieeSetType& notifiees = object->second;
+    notifiees.erase(std::remove(notifiees.begin(), notifiees.end(), notifiee.get()), notifiees.end());
+    if (notifiees.empty()) {
+      byObject_.erase(object);
+    }
+  }
+  byPath_.erase(path);
+  if (notifiee->recordedType_ && pathTypesMap) {
+    pathTypesMap->pathTypesDel(Kel::String(path->toString()));
+  }
+  notifiee->isRegisteredNotifieeIs(false);
+  notifiee->notifierIs(nullptr);
+}
+
+GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
+  auto const found = byPath_.find(path);
+  return found == byPath_.end() ? nullptr : found->second.get();
+}
+
+NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
+  auto const found = byObject_.find(object);
+  if (found == byObject_.end()) {
+    return nullptr;
+  }
+  for (GifGnmiNotifiee const* const notifiee : found->second) {
+    if (notifiee->notifier() == object) { // else the address was that of an object that has gone unnoticed
+      return notifiee->prefixPath();
+    }
+  }
+  return nullptr;
+}
+
+std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {
+  std::vector<NotifieePtr> out;
+  for (auto at = inOrder_.lower_bound(path);
+       at != inOrder_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at) {
+    out.emplace_back(NotifieePtr(*at));
+  }
+  return out;
+}
+
+NotifieeMaps::NotifieePtr NotifieeMaps::any() const {
+  return byPath_.empty() ? nullptr : byPath_.begin()->second;
+}
+
+} // namespace Ondra

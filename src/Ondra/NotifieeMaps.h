@@ -1,0 +1,76 @@
+// Ondra::NotifieeMaps: the registry of the notifiees, by path, by object and in the order of the paths.
+//
+// Invariants
+// 1. The three views hold the same notifiees; a notifiee in them knows so (`isRegistered`).
+// 2. An object that is in no view has no entry; the notifiees of an object stand in the order in which they were registered.
+// 3. The notifiees at or below a path are neighbours in the order of the paths.
+#pragma once
+
+#include <absl/container/btree_set.h>
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/inlined_vector.h>
+
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "Kel/Allocator.h"
+#include "Kel/Ptr.h"
+#include "Kel/PtrInterface.h"
+#include "Kstd/Export.h"
+#include "Ondra/GifNotifiee.h"
+#include "Ondra/Path.h"
+
+namespace Ondra {
+
+// A total order of paths in which everything below a path follows it directly. Of no meaning otherwise.
+struct KTD_EXPORT PathOrder {
+  using is_transparent = void;
+  static int compare(Path const& a, Path const& b);
+  bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+    return compare(*a->prefixPath(), *b->prefixPath()) < 0;
+  }
+  bool operator()(GifGnmiNotifiee const* a, Path const& b) const { return compare(*a->prefixPath(), b) < 0; }
+  bool operator()(Path const& a, GifGnmiNotifiee const* b) const { return compare(a, *b->prefixPath()) < 0; }
+};
+
+// There is one, `notifieeMaps`, which lives for the process. Holds the notifiees. Scheduler thread only.
+class KTD_EXPORT NotifieeMaps {
+public:
+  using PathPtr = Kel::Ptr<Path const>;
+  using NotifieePtr = Kel::Ptr<GifGnmiNotifiee>;
+  using GnmiNotifieeMapType =
+      absl::flat_hash_map<PathPtr, NotifieePtr, std::hash<PathPtr>, std::equal_to<PathPtr>,
+                          Kel::MemAllocator<std::pair<PathPtr const, NotifieePtr>, NotifieeMaps>>;
+  using NotifieeSetType = absl::InlinedVector<GifGnmiNotifiee*, 1>; // one a path, the oldest first
+  using NotifieePathMapType = absl::flat_hash_map<
+      Kel::PtrInterface const*, NotifieeSetType, absl::Hash<Kel::PtrInterface const*>,
+      std::equal_to<Kel::PtrInterface const*>,
+      Kel::MemAllocator<std::pair<Kel::PtrInterface const* const, NotifieeSetType>, NotifieeMaps>>;
+
+  // Registers a notifiee of that object. One that has the path already is taken out first.
+  void notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object);
+  // Takes a notifiee out of all views, off its object and out of `pathTypesMap`. It may be dropped by that.
+  void erase(NotifieePtr const& notifiee);
+
+  // Null when there is none. Valid until the next change.
+  [[nodiscard]] GifGnmiNotifiee* find(PathPtr const& path) const;
+  // The oldest path of the object; null when it is not watched.
+  [[nodiscard]] PathPtr pathOf(Kel::PtrInterface const* object) const;
+  // Parents before children.
+  [[nodiscard]] std::vector<NotifieePtr> atOrBelow(Path const& path) const;
+  [[nodiscard]] NotifieePtr any() const;
+
+  [[nodiscard]] GnmiNotifieeMapType const& byPath() const noexcept { return byPath_; }
+  [[nodiscard]] NotifieePathMapType const& byObject() const noexcept { return byObject_; }
+
+private:
+  GnmiNotifieeMapType byPath_;
+  NotifieePathMapType byObject_;
+  absl::btree_set<GifGnmiNotifiee*, PathOrder, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>> inOrder_;
+};
+
+extern KTD_EXPORT std::shared_ptr<NotifieeMaps> const notifieeMaps;
+
+} // namespace Ondra
