@@ -1,0 +1,198 @@
+// Whole walks of the fixture model: what they send, for each mode, however they are cut.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "WalkHarness.h"
+#include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
+#include <fmt/format.h>
+
+namespace {
+
+using Leaves = RecordingRouter::Leaves;
+
+// One leaf a line; bytes that are no printable ASCII in hexadecimal.
+std::string textOf(Leaves const& leaves) {
+  std::string text;
+  for (auto const& [path, value] : leaves) {
+    for (char const c : path + " " + value) {
+      text += c >= ' ' && c < 0x7f ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+// Compares with the recorded text beside this file; ONDRA_GOLDEN_WRITE=1 records it anew, to be read before it is committed.
+void expectGolden(std::string const& name, std::string const& text) {
+  std::string const file = std::string(KTD_SOURCE_DIR) + "/tests/ondra/golden/" + name;
+  if (std::getenv("ONDRA_GOLDEN_WRITE") != nullptr) {
+    std::ofstream(file) << text;
+  }
+  std::ifstream in(file);
+  std::stringstream recorded;
+  recorded << in.rdbuf();
+  EXPECT_EQ(text, recorded.str()) << "differs from " << file;
+}
+
+class WalkTest : public testing::Test {
+protected:
+  Fixture::World world_;
+  WalkHarness harness_;
+};
+
+TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
+  for (Ondra::WalkerFlags const flags : {Ondra::flagSnapshot, Ondra::flagSnapshot | Ondra::flagStream}) {
+    RecordingRouter router;
+    auto walk = harness_.start(router, *world_.dir(), flags);
+    WalkHarness::finish(walk);
+    EXPECT_FALSE(walk.task->doneStreaming);
+    expectGolden("walk.txt", textOf(router.leaves()));
+    EXPECT_EQ(router.updates(), router.leaves().size()) << "a leaf was sent twice";
+    EXPECT_TRUE(router.complaints.empty()) << router.complaints.front();
+  }
+}
+
+TEST_F(WalkTest, OfAStreamAloneSendsNothingAndWatchesEverything) {
+  RecordingRouter router;
+  auto walk = harness_.start(router, *world_.dir(), Ondra::flagStream);
+  WalkHarness::finish(walk);
+  EXPECT_TRUE(walk.task->doneStreaming);
+  EXPECT_EQ(router.pushes(), 0U);
+  std::size_t const entities = Fixture::entitiesBeneath(world_.dir()).size();
+  EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), entities);
+}
+
+// --- a cut walk is a whole walk -------------------------------------------------------------------
+
+struct Cut {
+  unsigned yieldPercent;
+  std::size_t refuseEvery;
+};
+
+class CutWalkTest : public WalkTest, public testing::WithParamInterface<Cut> {};
+
+TEST_P(CutWalkTest, GivesTheSameLeavesEachOnce) {
+  Leaves const whole = harness_.leavesOf(*world_.dir());
+  for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+    std::mt19937 random(seed);
+    RecordingRouter router(GetParam().refuseEvery);
+    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot,
+                               [&random, this] { return random() % 100 < GetParam().yieldPercent; });
+    WalkHarness::finish(walk);
+    EXPECT_EQ(textOf(router.leaves()), textOf(whole)) << "seed " << seed;
+    EXPECT_EQ(router.updates(), whole.size()) << "seed " << seed;
+    EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
+    EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cuts, CutWalkTest,
+                         testing::Values(Cut{100, 0}, Cut{0, 1}, Cut{0, 2}, Cut{0, 7}, Cut{30, 0}, Cut{5, 3},
+                                         Cut{100, 1}));
+
+// Members and objects disappear, the walk is dropped or another one runs while this one is parked.
+TEST_F(WalkTest, SurvivesWhateverHappensWhileItIsParked) {
+  for (std::uint32_t seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Fixture::populate(*world_.device());
+    std::mt19937 random(seed);
+    RecordingRouter router(seed % 3 == 0 ? 2 : 0);
+    RecordingRouter otherRouter;
+    unsigned const percent = 1 + seed % 100;
+    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot,
+                               [&random, percent] { return random() % 100 < percent; });
+    auto other = harness_.start(otherRouter, *world_.dir(), Ondra::flagSnapshot, [&random] { return random() % 2 == 0; });
+    std::set<std::string> removed;
+    bool cancelled = false;
+    std::size_t slices = 0;
+    while (!walk.task->done && !cancelled && ++slices < 100'000) {
+      WalkHarness::slice(walk);
+      walk.task->descheduleTask();
+      if (!other.task->done && random() % 3 == 0) {
+        WalkHarness::slice(other);
+        other.task->descheduleTask();
+      }
+      auto const entities = Fixture::entitiesBeneath(world_.device());
+      if (random() % 4 == 0 && entities.size() > 3) {
+        Kel::Ptr<Kel::Entity> const victim = entities[1 + random() % (entities.size() - 1)];
+        if (victim->parentAttr() && victim->parentAttr().isRemovable()) {
+          removed.insert(victim->fullName().str());
+          victim->parentAttr().genericIfDel(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(victim->parent())),
+                                            victim->parentKey());
+        }
+      }
+      if (seed % 10 == 0 && random() % 20 == 0) {
+        WalkHarness::cancel(walk);
+        cancelled = true;
+      }
+    }
+    if (!cancelled) {
+      walk.info->task.reset();
+      // Whatever still exists and was not removed on the way has been sent, once.
+      Leaves const sent = router.leaves();
+      for (auto const& [path, value] : harness_.leavesOf(*world_.dir())) {
+        if (!value.starts_with("string_val:/") && value != "string_val:nullptr") { // references follow their targets
+          EXPECT_TRUE(sent.contains(path)) << path;
+        }
+      }
+    }
+    WalkHarness::finish(other);
+    WalkHarness::clearAll();
+    EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
+    EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+  }
+}
+
+TEST_F(WalkTest, ResumesTheChildrenItParkedBeforeItself) {
+  RecordingRouter router;
+  auto walk = harness_.start(router, *world_.device(), Ondra::flagSnapshot, [] { return true; });
+  WalkHarness::slice(walk);
+  auto const& queue = Ondra::FullKelTypeWalker::walkMap().begin()->second;
+  ASSERT_FALSE(queue.walkers.empty());
+  // The deepest stands at the back, which is popped first; its ancestors follow towards the front.
+  std::size_t depth = SIZE_MAX;
+  for (auto walker = queue.walkers.rbegin(); walker != queue.walkers.rend(); ++walker) {
+    std::string const text = (*walker)->debugString();
+    std::size_t const prefix = text.find("prefix:");
+    std::size_t const length = text.find(" leaf:") - prefix;
+    EXPECT_LE(length, depth) << text;
+    depth = length;
+  }
+  WalkHarness::finish(walk);
+}
+
+TEST_F(WalkTest, StopsForAFullPipeAndGoesOnWhenScheduled) {
+  RecordingRouter router(1);
+  auto walk = harness_.start(router, *world_.device(), Ondra::flagSnapshot);
+  WalkHarness::slice(walk);
+  EXPECT_FALSE(walk.task->done);
+  EXPECT_FALSE(walk.task->isScheduled()) << "a full pipe waits for the host";
+  std::size_t const before = router.pushes();
+  walk.task->paused = true;
+  WalkHarness::slice(walk);
+  EXPECT_EQ(router.pushes(), before) << "a paused provider walks nothing";
+  walk.task->paused = false;
+  WalkHarness::finish(walk);
+  EXPECT_EQ(walk.task->walkInfo(), nullptr);
+  WalkHarness::slice(walk); // a pipe that drains late wakes a walk that has ended
+}
+
+TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
+  auto const entry = world_.dir()->entry("device");
+  RecordingRouter router;
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(9)},
+                                          Ondra::Path::strToPathIs("/entry"), entry.get(), Ondra::flagSnapshot);
+  EXPECT_EQ(Ondra::FullKelTypeWalker::walkObject(info), Ondra::WalkResult::Success);
+  EXPECT_EQ(router.pushes(), 0U);
+  EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
+}
+
+} // namespace
