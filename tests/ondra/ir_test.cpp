@@ -27,7 +27,6 @@ using Ondra::IrLeaf;
 using Ondra::IrNode;
 using Ondra::Path;
 using ConstPath = Kel::Ptr<Path const>;
-using testing::ElementsAre;
 
 // A new object each time: equal paths are to be found by what they hold.
 ConstPath path(std::string const& text) { return Path::strToPathIs(text); }
