@@ -41,7 +41,8 @@ public:
 template <class M, std::size_t N>
 void declareEach(Kel::TypeBuilder& builder, std::string const& name, std::array<M, N> State::*array) {
   for (std::size_t i = 0; i < N; ++i) {
-    Kel::AttrDesc& attr = builder.add(name + std::to_string(i), &Kel::descOf<M>(), std::make_unique<Kel::Impl::InPlaceAccess>());
+    Kel::AttrDesc& attr = builder.add(name + std::to_string(i), &Kel::descOf<M>(),
+                                      std::make_unique<Kel::Impl::InPlaceAccess>());
     attr.offset = Kel::Impl::offsetOf(array) + i * sizeof(M);
     builder.settable();
   }
@@ -117,15 +118,15 @@ Kel::Ptr<Ondra::Path const> dataRoot() {
 }
 
 void perLeaf(benchmark::State& state) {
-  state.counters["ns/leaf"] =
-      benchmark::Counter(static_cast<double>(state.iterations()) * kUpdates * 1e-9,
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["ns/leaf"] = benchmark::Counter(static_cast<double>(state.iterations()) * kUpdates * 1e-9,
+                                                 benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void execute(benchmark::State& state, bool isRefused) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   modelIs(leaves);
-  std::array<std::string, 2> const bytes = {requestBytes(leaves, 0, isRefused), requestBytes(leaves, 1, isRefused)};
+  std::array<std::string, 2> const bytes = {requestBytes(leaves, 0, isRefused),
+                                            requestBytes(leaves, 1, isRefused)};
   std::size_t turn = 0;
   std::string answer;
   for (auto _ : state) {

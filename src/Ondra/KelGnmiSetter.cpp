@@ -16,9 +16,10 @@ namespace Ondra {
 
 namespace {
 
-[[maybe_unused]] Kel::KelType const sessionStateType = Kel::entityType<GnmiSetSessionState>("GnmiSetSessionState", "Ondra")
-                                          .keyed("dirtyPath", &GnmiSetSessionState::dirtyPath)
-                                          .done();
+[[maybe_unused]] Kel::KelType const sessionStateType =
+    Kel::entityType<GnmiSetSessionState>("GnmiSetSessionState", "Ondra")
+        .keyed("dirtyPath", &GnmiSetSessionState::dirtyPath)
+        .done();
 
 } // namespace
 

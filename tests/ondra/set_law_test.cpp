@@ -25,9 +25,10 @@ TEST(SetLaw, EveryWritableLeafTakesItsOwnValueBack) {
   Watch const watch(top);
   std::vector<std::string> refused;
   std::size_t accepted = 0;
-  for (auto const& [name, entity] : {std::pair<std::string, Kel::Ptr<Kel::Entity>>{"/fixture/device", world.device()},
-                                     {"/fixture/rack", world.rack()},
-                                     {"/fixture/shelf/spare", world.spare()}}) {
+  for (auto const& [name, entity] :
+       {std::pair<std::string, Kel::Ptr<Kel::Entity>>{"/fixture/device", world.device()},
+        {"/fixture/rack", world.rack()},
+        {"/fixture/shelf/spare", world.spare()}}) {
     for (Leaf const& leaf : leavesBeneath(entity)) {
       if (!leaf.isSettable || leaf.isReference) {
         continue;
@@ -40,7 +41,8 @@ TEST(SetLaw, EveryWritableLeafTakesItsOwnValueBack) {
         ++accepted;
       } else if (leaf.value.value_case() == gnmi::TypedValue::VALUE_NOT_SET) {
         refused.push_back(leaf.name); // sent in a form that is not taken back
-      } else if (leaf.name.find("[costKey=") == std::string::npos && leaf.name.find("[linkKey=") == std::string::npos) {
+      } else if (leaf.name.find("[costKey=") == std::string::npos &&
+                 leaf.name.find("[linkKey=") == std::string::npos) {
         ADD_FAILURE() << leaf.name << ": " << textOf(outcome.second) << "\n" << leaf.value.ShortDebugString();
       }
     }

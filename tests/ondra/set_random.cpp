@@ -34,13 +34,16 @@ bool isStructured(KelType type) { return type.kind() == Kel::TypeKind::Struct &&
 
 bool isLeaf(KelAttr attr) {
   KelType const type = attr.memberType();
-  return (attr.isPointer() && !attr.isInstantiating()) || attr.isArray() || (!type.isEntity() && !isStructured(type));
+  return (attr.isPointer() && !attr.isInstantiating()) || attr.isArray() ||
+         (!type.isEntity() && !isStructured(type));
 }
 
-void addLeaves(std::vector<Leaf>& leaves, gnmi::Path const& base, ConstHandle const& object, bool isSettable) {
+void addLeaves(std::vector<Leaf>& leaves, gnmi::Path const& base, ConstHandle const& object,
+               bool isSettable) {
   for (KelType::AttributeQIterator at(object->type()); at; ++at) {
     KelAttr const attr = *at;
-    if (attr.isOperation() || attr.isStack() || attr.memberType().isCollectionControl() || attr.type().hasGnmiByteRep()) {
+    if (attr.isOperation() || attr.isStack() || attr.memberType().isCollectionControl() ||
+        attr.type().hasGnmiByteRep()) {
       continue;
     }
     if (attr.isArray() && !attr.isScalarArray()) {
@@ -133,8 +136,9 @@ std::vector<Leaf> leavesBeneath(Kel::Ptr<Kel::Entity> const& root) {
 
 std::string RequestMaker::text() {
   static constexpr std::array<char const*, 24> texts = {
-      "",     "*",   "...",  "a",    "__",  "\\__", "eth0", "default", "x__y", "\"",  "'",      "\\",
-      "INSIDE", "7", "07",   "-1",   "300", "true", "name", "wan",     "\n",   "red", "ssh", "18446744073709551616"};
+      "",     "*",    "...",  "a",   "__",     "\\__", "eth0", "default",
+      "x__y", "\"",   "'",    "\\",  "INSIDE", "7",    "07",   "-1",
+      "300",  "true", "name", "wan", "\n",     "red",  "ssh",  "18446744073709551616"};
   if (!oneIn(6)) {
     return texts[choose_(texts.size())];
   }
@@ -241,7 +245,9 @@ gnmi::TypedValue RequestMaker::value(KelType type) {
   }
   value = sentValue(type.genericIf(nullptr)); // the right field
   switch (value.value_case()) {
-  case gnmi::TypedValue::kStringVal: value.set_string_val(type.isBuiltin() ? text() : value.string_val()); break;
+  case gnmi::TypedValue::kStringVal:
+    value.set_string_val(type.isBuiltin() ? text() : value.string_val());
+    break;
   case gnmi::TypedValue::kIntVal: value.set_int_val(static_cast<std::int64_t>(choose_(600)) - 300); break;
   case gnmi::TypedValue::kUintVal: value.set_uint_val(choose_(100000)); break;
   case gnmi::TypedValue::kBoolVal: value.set_bool_val(oneIn(2)); break;
@@ -294,7 +300,9 @@ gnmi::Path* RequestMaker::anyPath(gnmi::SetRequest& request) {
 void RequestMaker::mutate(gnmi::SetRequest& request) {
   gnmi::Path& path = *anyPath(request);
   gnmi::PathElem* const elem =
-      path.elem_size() == 0 ? path.add_elem() : path.mutable_elem(static_cast<int>(choose_(static_cast<std::size_t>(path.elem_size()))));
+      path.elem_size() == 0
+          ? path.add_elem()
+          : path.mutable_elem(static_cast<int>(choose_(static_cast<std::size_t>(path.elem_size()))));
   switch (choose_(9)) {
   case 0: elem->set_name(text()); break;
   case 1: (*elem->mutable_key())[text()] = text(); break;

@@ -22,9 +22,9 @@ gnmi::TypedValue sentValue(ConstHandle const& value);
 struct Leaf {
   gnmi::Path path;
   gnmi::TypedValue value;
-  std::string name;  // the path as a text, for messages
-  bool isSettable;   // may be written as far as its attributes say
-  bool isReference;  // refers to an object
+  std::string name; // the path as a text, for messages
+  bool isSettable;  // may be written as far as its attributes say
+  bool isReference; // refers to an object
 };
 // Every leaf from `root` downwards, those of values included.
 std::vector<Leaf> leavesBeneath(Kel::Ptr<Kel::Entity> const& root);
@@ -35,7 +35,9 @@ class RequestMaker {
 public:
   using Choose = std::function<std::size_t(std::size_t bound)>;
 
-  RequestMaker(Kel::Ptr<Kel::Entity> root, Choose choose) : root_(std::move(root)), choose_(std::move(choose)) {}
+  RequestMaker(Kel::Ptr<Kel::Entity> root, Choose choose)
+      : root_(std::move(root))
+      , choose_(std::move(choose)) {}
 
   gnmi::SetRequest make();
   // Changes something small: a name, a key, a value, the order, a copy too many.

@@ -68,7 +68,8 @@ Model modelOf(Kel::Ptr<Kel::Entity> const& root) {
       model[entity + " ..."] += line; // the rest of a text that holds a line break
       continue;
     }
-    std::string const name = isAttr ? entity + " " + line.substr(2, at - 2) : line.substr(base.size(), at - base.size());
+    std::string const name =
+        isAttr ? entity + " " + line.substr(2, at - 2) : line.substr(base.size(), at - base.size());
     model[name] = line.substr(at + 3);
     if (!isAttr) {
       entity = name;
@@ -98,7 +99,10 @@ std::vector<std::string> changes(Model const& before, Model const& after) {
 class Watch::Observer final : public Kel::PtrInterface::NotifieeConst {
 public:
   Observer(Kel::Entity const& entity, std::vector<std::string>& told)
-      : NotifieeConst(&entity), name_(entity.fullName().str()), type_(entity.fwkType()), told_(told) {
+      : NotifieeConst(&entity)
+      , name_(entity.fullName().str())
+      , type_(entity.fwkType())
+      , told_(told) {
     hasNotificationActiveIs(true);
     isWeakReferenceIs(true);
     isRegisteredNotifieeIs(true);
