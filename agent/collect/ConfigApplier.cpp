@@ -1,0 +1,116 @@
+#include "agent/collect/ConfigApplier.h"
+
+#include <fmt/format.h>
+#include <net/if.h>
+#include <netlink/errno.h>
+#include <netlink/netlink.h>
+#include <netlink/route/link.h>
+#include <netlink/socket.h>
+
+#include <atomic>
+
+#include "agent/collect/Netlink.h"
+
+namespace Agent {
+namespace {
+
+struct LinkDeleter {
+  void operator()(rtnl_link* link) const { rtnl_link_put(link); }
+};
+using Link = std::unique_ptr<rtnl_link, LinkDeleter>;
+
+int applyTo(nl_sock* socket, LinkChange const& change) {
+  rtnl_link* found = nullptr;
+  if (int const error = rtnl_link_get_kernel(socket, 0, change.name.c_str(), &found); error < 0) return error;
+  Link const now(found), wanted(rtnl_link_alloc());
+  if (!wanted) return -NLE_NOMEM;
+  if (change.description) rtnl_link_set_ifalias(wanted.get(), change.description->c_str());
+  if (change.mtu) rtnl_link_set_mtu(wanted.get(), *change.mtu);
+  if (change.enabled) {
+    if (*change.enabled) {
+      rtnl_link_set_flags(wanted.get(), IFF_UP);
+    } else {
+      rtnl_link_unset_flags(wanted.get(), IFF_UP);
+    }
+  }
+  return rtnl_link_change(socket, now.get(), wanted.get(), 0);
+}
+
+ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
+  if (change.isEmpty()) return {};
+  NetlinkSocket const socket(nl_socket_alloc());
+  int error = socket ? nl_connect(socket.get(), NETLINK_ROUTE) : -NLE_NOMEM;
+  if (error >= 0) error = applyTo(socket.get(), change);
+  if (error >= 0) return {};
+  return Kstd::Err(fmt::format("interface '{}' was not changed: {}", change.name, nl_geterror(error)));
+}
+
+} // namespace
+
+LinkChange linkChangeOf(Interface const& interface) {
+  InterfaceConfig const& config = *interface.config;
+  InterfaceState const& state = *interface.state;
+  LinkChange change{.name = interface.name.str(), .description = {}, .mtu = {}, .enabled = {}};
+  if (config.description != state.description) change.description = config.description.value_or("").str();
+  if (config.mtu && config.mtu != state.mtu) change.mtu = config.mtu;
+  if (config.enabled != state.enabled) change.enabled = config.enabled;
+  return change;
+}
+
+struct ConfigApplier::Shared {
+  struct Order {
+    LinkChange change;
+    Done done;
+  };
+  std::shared_ptr<Tovak::TaskScheduler> scheduler;
+  std::weak_ptr<Shared> self; // for the answers
+  bool isAlive = true;        // scheduler thread only: the applier is still there
+  std::mutex mutex;           // guards what follows
+  std::condition_variable changed;
+  std::deque<Order> orders;
+  bool stopping = false;
+};
+
+ConfigApplier::ConfigApplier(std::shared_ptr<Tovak::TaskScheduler> scheduler)
+    : shared_(std::make_shared<Shared>()) {
+  shared_->scheduler = std::move(scheduler);
+  shared_->self = shared_;
+  thread_ = std::thread([shared = shared_] { work(*shared); });
+}
+
+ConfigApplier::~ConfigApplier() {
+  shared_->isAlive = false;
+  {
+    std::lock_guard const lock(shared_->mutex);
+    shared_->stopping = true;
+    shared_->orders.clear();
+  }
+  shared_->changed.notify_all();
+  thread_.join();
+}
+
+void ConfigApplier::apply(LinkChange change, Done done) {
+  {
+    std::lock_guard const lock(shared_->mutex);
+    shared_->orders.push_back({std::move(change), std::move(done)});
+  }
+  shared_->changed.notify_all();
+}
+
+void ConfigApplier::work(Shared& shared) {
+  std::unique_lock lock(shared.mutex);
+  for (;;) {
+    shared.changed.wait(lock, [&] { return shared.stopping || !shared.orders.empty(); });
+    if (shared.stopping) return;
+    Shared::Order order = std::move(shared.orders.front());
+    shared.orders.pop_front();
+    lock.unlock();
+    shared.scheduler->post(
+        [self = shared.self.lock(), done = std::move(order.done), outcome = outcomeOf(order.change)] {
+          if (self->isAlive) done(outcome);
+        });
+    lock.lock();
+  }
+}
+
+} // namespace Agent

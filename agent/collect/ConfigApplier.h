@@ -1,0 +1,60 @@
+// Carries an interface's configuration to the kernel: description, MTU, enabled.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "Kstd/Result.h"
+#include "Tovak/TaskScheduler.h"
+#include "agent/model/Interface.h"
+
+namespace Agent {
+
+// What is to become of a link; what is left without value stays as it is.
+struct LinkChange {
+  std::string name;
+  std::optional<std::string> description; // empty: none
+  std::optional<std::uint16_t> mtu;
+  std::optional<bool> enabled;
+
+  [[nodiscard]] bool isEmpty() const { return !description && !mtu && !enabled; }
+  bool operator==(LinkChange const&) const = default;
+};
+
+// Where the configuration of an interface differs from its state. A configuration without a description or an MTU asks for no
+// description, and for the MTU to stay.
+[[nodiscard]] LinkChange linkChangeOf(Interface const& interface);
+
+// Applies changes one after the other on a thread of its own, because a driver may take long over one. The model follows by the
+// kernel's events. Made and used on the scheduler thread; whoever made it owns it.
+class ConfigApplier {
+public:
+  // What the kernel said; the text names the interface and the reason.
+  using Outcome = Kstd::Result<void, std::string>;
+  using Done = std::function<void(Outcome const&)>;
+
+  explicit ConfigApplier(std::shared_ptr<Tovak::TaskScheduler> scheduler);
+  // Changes that wait are dropped and their `done` is not called; one that is being applied is waited for.
+  ~ConfigApplier();
+  ConfigApplier(ConfigApplier const&) = delete;
+  ConfigApplier& operator=(ConfigApplier const&) = delete;
+
+  // Applies a change in one request, and calls `done` on the scheduler thread, later. An empty change succeeds.
+  void apply(LinkChange change, Done done);
+
+private:
+  struct Shared;
+  static void work(Shared& shared);
+
+  std::shared_ptr<Shared> shared_; // with the thread, and with answers on their way
+  std::thread thread_;
+};
+
+} // namespace Agent

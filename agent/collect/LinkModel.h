@@ -1,0 +1,79 @@
+// Links, addresses and neighbours in the model: /interfaces.
+//
+// Invariants
+// 1. `links_` holds exactly what the kernel told last; an entry of the tree that stands for a link carries its ifindex. A name
+//    belongs to one link at a time: who takes it over ends the other one.
+// 2. A fact that was told before the present resync carries an older `round` than `round_`; `resyncEnd` removes those.
+// 3. Configuration leaves are written when the entry is made, never again: from then on they belong to the clients.
+// 4. An entry that a client has removed is made again by `restore`: the link is still there.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "Tovak/Clock.h"
+#include "agent/collect/Host.h"
+#include "agent/collect/LinkFacts.h"
+#include "agent/model/Interface.h"
+
+namespace Agent {
+
+// Writes only what changed. Scheduler thread; owned by the collectors.
+class LinkModel final : public FactSink {
+public:
+  LinkModel(Host& host, Kel::Ptr<Interfaces> interfaces, Tovak::Clock const& clock)
+      : host_(host)
+      , interfaces_(std::move(interfaces))
+      , clock_(clock) {}
+
+  void linkIs(LinkFact const& link) override;
+  void linkDel(int index) override;
+  void addressIs(AddressFact const& address) override;
+  void addressDel(int index, bool isV6, std::string const& ip) override;
+  void neighborIs(NeighborFact const& neighbor) override;
+  void neighborDel(int index, bool isV6, std::string const& ip) override;
+  void resyncBegin() override { ++round_; }
+  void resyncEnd() override;
+
+  // Looks after one link's entries: `restoreBegin`, then `restoreNext` until it is false.
+  void restoreBegin() { restoreAt_ = -1; }
+  bool restoreNext();
+
+private:
+  using IpKey = std::pair<bool, std::string>; // version 6, address
+  template <class Fact>
+  struct Dated {
+    Fact fact;
+    std::uint64_t round = 0;
+  };
+  struct Link {
+    LinkFact fact;
+    std::uint64_t round = 0;
+    std::optional<std::uint64_t> lastChange; // ns since the Unix epoch
+    std::map<IpKey, Dated<AddressFact>> addresses;
+    std::map<IpKey, Dated<NeighborFact>> neighbors;
+  };
+
+  // The entry of a link, made and filled when the tree has none.
+  Kel::Ptr<Interface> entryOf(Link const& link);
+  void seed(Interface& entry, Link const& link);
+  void writeAll(Interface& entry, Link const& link);
+  void writeLink(Interface& entry, Link const& link);
+  void writeUnit(Subinterface& unit, Link const& link);
+  void writeEthernet(Interface& entry, LinkFact const& link);
+  void writeProtocols(Subinterface& unit, Link const& link);
+  void writeAddress(Subinterface& unit, AddressFact const& address);
+  void writeNeighbor(Subinterface& unit, NeighborFact const& neighbor);
+
+  Host& host_;
+  Kel::Ptr<Interfaces> interfaces_;
+  Tovak::Clock const& clock_;
+  std::map<int, Link> links_;         // by ifindex
+  std::map<std::string, int> byName_; // ifindex
+  std::uint64_t round_ = 0;
+  int restoreAt_ = -1;
+};
+
+} // namespace Agent

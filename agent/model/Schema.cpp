@@ -1,0 +1,72 @@
+#include "agent/model/Schema.h"
+
+#include <absl/container/flat_hash_map.h>
+
+#include <array>
+
+namespace Agent {
+namespace Impl {
+namespace {
+
+using Records = absl::flat_hash_map<Kel::AttrDesc const*, NodeRecord>;
+
+Records& records() {
+  static auto* const instance = new Records();
+  return *instance;
+}
+
+LeafType builtinLeafType(Kel::BuiltinKind kind) {
+  switch (kind) {
+  case Kel::BuiltinKind::Bool: return LeafType::Boolean;
+  case Kel::BuiltinKind::U8: return LeafType::Uint8;
+  case Kel::BuiltinKind::U16: return LeafType::Uint16;
+  case Kel::BuiltinKind::U32: return LeafType::Uint32;
+  case Kel::BuiltinKind::U64: return LeafType::Uint64;
+  case Kel::BuiltinKind::Double: return LeafType::Decimal64;
+  default: return LeafType::String;
+  }
+}
+
+} // namespace
+
+void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
+  // Records never move once the types are declared: nothing is entered afterwards.
+  records().emplace(&attr.desc(), record);
+}
+
+NodeRecord const* nodeRecord(Kel::KelAttr attr) {
+  auto const found = records().find(&attr.desc());
+  return found == records().end() ? nullptr : &found->second;
+}
+
+LeafType leafTypeOf(Kel::KelType type) {
+  switch (type.kind()) {
+  case Kel::TypeKind::Enum: return LeafType::Enumeration;
+  case Kel::TypeKind::Union: return LeafType::Union;
+  case Kel::TypeKind::Nominal: return leafTypeOf(type.valAttr().memberType());
+  case Kel::TypeKind::Builtin: return builtinLeafType(type.builtinKind());
+  default: return LeafType::String; // structures with a string representation
+  }
+}
+
+} // namespace Impl
+
+LeafInfo const* leafInfo(Kel::KelAttr attr) {
+  Impl::NodeRecord const* const record = Impl::nodeRecord(attr);
+  return record != nullptr && record->isLeaf ? &record->leaf : nullptr;
+}
+
+std::string_view nodeModule(Kel::KelAttr attr) {
+  Impl::NodeRecord const* const record = Impl::nodeRecord(attr);
+  return record == nullptr ? std::string_view() : record->module;
+}
+
+std::string leafTypeText(LeafInfo const& leaf) {
+  static constexpr std::array kTexts = {"string", "boolean",   "uint8",       "uint16",      "uint32",
+                                        "uint64", "decimal64", "enumeration", "identityref", "union"};
+  std::string text = kTexts[static_cast<std::size_t>(leaf.type)];
+  if (leaf.isLeafList) text += '*';
+  return text;
+}
+
+} // namespace Agent

@@ -1,0 +1,61 @@
+// What the published models say of a node beyond its type: its module, whether a leaf is configuration or state, how it is told
+// best, its published type. A side table keyed by attribute; filled by `declareTypes` and constant afterwards, so that any thread
+// may read it. The answers live for the process.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Kel/Attr.h"
+
+namespace Agent {
+
+// The type that a leaf is published with: what RFC 7951 needs to know to write it. 64-bit numbers and decimals are JSON strings.
+enum class LeafType : std::uint8_t {
+  String,
+  Boolean,
+  Uint8,
+  Uint16,
+  Uint32,
+  Uint64,
+  Decimal64,   // one fraction digit; held as a double
+  Enumeration, // a name
+  Identity,    // a name that RFC 7951 qualifies with `LeafInfo::identityModule`
+  Union,       // held as a union of the model; its active alternative decides
+};
+
+struct LeafInfo {
+  LeafType type = LeafType::String;
+  bool isConfig = false;  // else state
+  bool isSampled = false; // TARGET_DEFINED samples it; else it is told when it changes
+  bool isKeyCopy =
+      false; // repeats the key of its list entry; a request that says otherwise contradicts itself
+  bool isLeafList = false; // `type` is that of its members
+  std::string_view
+      identityModule; // of the names of an identity or of a union's names; empty when they need no prefix
+};
+
+// Null for containers and lists, and for attributes that are not of the agent's model.
+[[nodiscard]] LeafInfo const* leafInfo(Kel::KelAttr attr);
+
+// The YANG module whose namespace a node (leaf, container or list) belongs to. Empty for attributes that are not of the model.
+[[nodiscard]] std::string_view nodeModule(Kel::KelAttr attr);
+
+// The published type as text, "uint64", "enumeration", "string*" for a leaf-list: for people.
+[[nodiscard]] std::string leafTypeText(LeafInfo const& leaf);
+
+namespace Impl {
+struct NodeRecord {
+  std::string_view module;
+  bool isLeaf = false;
+  LeafInfo leaf;
+};
+// Enters a node, once. `module` and the leaf's `identityModule` must live for the process.
+void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record);
+[[nodiscard]] NodeRecord const* nodeRecord(Kel::KelAttr attr);
+// The published type that follows from the attribute's own.
+[[nodiscard]] LeafType leafTypeOf(Kel::KelType type);
+} // namespace Impl
+
+} // namespace Agent

@@ -1,0 +1,55 @@
+#include "agent/model/SupportedPaths.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+#include "agent/model/Schema.h"
+#include "agent/model/Tree.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::string_view kHead = R"(# Supported paths
+
+What `ondra-agent` serves, below the origin `openconfig`. This page is made from the types of the model by
+`ondra-supported-paths`; edit the declarations in `agent/model`, not this page.
+
+- **type**: the published one; `*` marks a leaf-list. 64-bit numbers and decimals are strings in JSON_IETF.
+- **class**: configuration leaves can be set; state leaves cannot.
+- **mode**: how TARGET_DEFINED tells of the leaf: `event` when it changes, `sampled` at an interval.
+
+A leaf is there when the machine knows its value; what it does not know is left out.
+)";
+
+void appendLeaf(std::string& page, std::string_view path, LeafInfo const& leaf) {
+  page += fmt::format("| `{}` | {} | {} | {} |\n", path, leafTypeText(leaf),
+                      leaf.isConfig ? "config" : "state", leaf.isSampled ? "sampled" : "event");
+}
+
+void appendType(std::string& page, std::string const& path, Kel::KelType type) {
+  for (Kel::KelTypeBase::AttributeQIterator it(type); it; ++it) {
+    Kel::KelAttr const attr = *it;
+    std::string below = fmt::format("{}/{}", path, attr.name().view());
+    if (LeafInfo const* const leaf = leafInfo(attr)) {
+      appendLeaf(page, below, *leaf);
+      continue;
+    }
+    if (attr.isKeyed()) below += fmt::format("[{}]", attr.indexAttr().name().view());
+    appendType(page, below, attr.memberType());
+  }
+}
+
+} // namespace
+
+std::string supportedPaths() {
+  std::string page(kHead);
+  for (TopLevel const& top : topLevels()) {
+    page += fmt::format("\n## /{} ({})\n\n| path | type | class | mode |\n|---|---|---|---|\n", top.name,
+                        top.module);
+    appendType(page, fmt::format("/{}", top.name), top.type);
+  }
+  return page;
+}
+
+} // namespace Agent

@@ -1,0 +1,12 @@
+// The page of supported paths, made from the types of the model.
+#pragma once
+
+#include <string>
+
+namespace Agent {
+
+// docs/supported-paths.md as it must be: every leaf with its type, whether it is configuration or state, and its mode under
+// TARGET_DEFINED.
+[[nodiscard]] std::string supportedPaths();
+
+} // namespace Agent

@@ -1,0 +1,176 @@
+#include "agent/model/Tree.h"
+
+#include "agent/model/Declarations.h"
+
+namespace Agent {
+namespace {
+
+template <class E>
+Kel::Ptr<E> entityIn(Kel::Dir& dir, std::string_view name) {
+  if (Kel::Ptr<Kel::Entity> const there = dir.entity(name)) return Kel::staticPtrCast<E>(there);
+  Kel::Ptr<E> const made(new E());
+  dir.entityIs(name, made, false);
+  return made;
+}
+
+} // namespace
+
+// --- fixed containers and key copies: made when an entry gets its place in the tree -----------------------
+
+void HoldTime::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&HoldTime::config);
+  containerIs(&HoldTime::state);
+}
+void Ethernet::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Ethernet::config);
+  containerIs(&Ethernet::state);
+}
+void Interface::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Interface::config)->leafIs(&InterfaceConfig::name, name);
+  containerIs(&Interface::state)->leafIs(&InterfaceState::name, name);
+  containerIs(&Interface::holdTime);
+  containerIs(&Interface::subinterfaces);
+}
+void Subinterface::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Subinterface::config)->leafIs(&SubinterfaceConfig::index, index);
+  containerIs(&Subinterface::state)->leafIs(&SubinterfaceState::index, index);
+  containerIs(&Subinterface::ipv4);
+  containerIs(&Subinterface::ipv6);
+}
+void Ipv4::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Ipv4::config);
+  containerIs(&Ipv4::state);
+  containerIs(&Ipv4::addresses);
+  containerIs(&Ipv4::neighbors);
+}
+void Ipv6::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Ipv6::config);
+  containerIs(&Ipv6::state);
+  containerIs(&Ipv6::addresses);
+  containerIs(&Ipv6::neighbors);
+}
+void Ipv4Address::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Ipv4Address::config)->leafIs(&AddressConfig::ip, ip);
+  containerIs(&Ipv4Address::state)->leafIs(&Ipv4AddressState::ip, ip);
+}
+void Ipv6Address::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Ipv6Address::config)->leafIs(&Ipv6AddressConfig::ip, ip);
+  containerIs(&Ipv6Address::state)->leafIs(&Ipv6AddressState::ip, ip);
+}
+void Ipv4Neighbor::handleParent() {
+  if (parent() != nullptr) containerIs(&Ipv4Neighbor::state)->leafIs(&Ipv4NeighborState::ip, ip);
+}
+void Ipv6Neighbor::handleParent() {
+  if (parent() != nullptr) containerIs(&Ipv6Neighbor::state)->leafIs(&Ipv6NeighborState::ip, ip);
+}
+
+void CpuState::handleParent() {
+  if (parent() == nullptr) return;
+  for (auto const share :
+       {&CpuState::total, &CpuState::user, &CpuState::kernel, &CpuState::nice, &CpuState::idle,
+        &CpuState::wait, &CpuState::hardwareInterrupt, &CpuState::softwareInterrupt}) {
+    containerIs(share);
+  }
+}
+void Cpu::handleParent() {
+  if (parent() == nullptr) return;
+  CpuIndexLeaf const copy =
+      index.number < 0 ? CpuIndexLeaf(CpuAll::All) : CpuIndexLeaf(static_cast<std::uint32_t>(index.number));
+  containerIs(&Cpu::state)->leafIs(&CpuState::index, copy);
+}
+void Memory::handleParent() {
+  if (parent() != nullptr) containerIs(&Memory::state);
+}
+void Process::handleParent() {
+  if (parent() != nullptr) containerIs(&Process::state)->leafIs(&ProcessState::pid, pid);
+}
+void MountPoint::handleParent() {
+  if (parent() != nullptr) containerIs(&MountPoint::state)->leafIs(&MountPointState::name, name);
+}
+void DnsServer::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&DnsServer::config)->leafIs(&DnsServerConfig::address, address);
+  containerIs(&DnsServer::state)->leafIs(&DnsServerState::address, address);
+}
+void Dns::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&Dns::config);
+  containerIs(&Dns::state);
+  containerIs(&Dns::servers);
+}
+void GrpcServer::handleParent() {
+  if (parent() != nullptr) containerIs(&GrpcServer::state)->leafIs(&GrpcServerState::name, name);
+}
+void System::handleParent() {
+  if (parent() == nullptr) return;
+  containerIs(&System::config);
+  containerIs(&System::state);
+  containerIs(&System::cpus);
+  containerIs(&System::memory);
+  containerIs(&System::processes);
+  containerIs(&System::mountPoints);
+  containerIs(&System::dns);
+  containerIs(&System::grpcServers);
+}
+void Component::handleParent() {
+  if (parent() != nullptr) containerIs(&Component::state)->leafIs(&ComponentState::name, name);
+}
+
+// --- the tree ------------------------------------------------------------------------------------------------
+
+void declareTypes() {
+  static bool const once = [] {
+    for (std::string_view const module :
+         {Impl::kInterfacesModule, Impl::kEthernetModule, Impl::kIpModule, Impl::kSystemModule,
+          Impl::kGrpcModule, Impl::kPlatformModule, Impl::kPlatformTypesModule}) {
+      Kel::kelModuleIs(module);
+    }
+    Impl::declareValues();
+    Impl::declareSubinterfaces();
+    Impl::declareInterfaces();
+    Impl::declareSystem();
+    Impl::declareComponents();
+    return true;
+  }();
+  static_cast<void>(once);
+}
+
+std::array<TopLevel, 3> const& topLevels() {
+  declareTypes();
+  static std::array<TopLevel, 3> const all = {{
+      {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
+      {"system", Kel::typeOf<System>(), Impl::kSystemModule},
+      {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
+  }};
+  return all;
+}
+
+std::array<PublishedModel, 5> const& publishedModels() {
+  static constexpr std::string_view kOrganization = "OpenConfig working group";
+  static constexpr std::array<PublishedModel, 5> kAll = {{
+      {Impl::kInterfacesModule, kOrganization, "3.8.1"},
+      {Impl::kEthernetModule, kOrganization, "2.18.0"},
+      {Impl::kIpModule, kOrganization, "3.9.0"},
+      {Impl::kSystemModule, kOrganization, "3.1.0"},
+      {Impl::kPlatformModule, kOrganization, "0.32.0"},
+  }};
+  return kAll;
+}
+
+Tree treeIn(Kel::Dir& root) {
+  auto const& [interfaces, system, components] = topLevels();
+  Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
+  return {.interfaces = entityIn<Interfaces>(*dir, interfaces.name),
+          .system = entityIn<System>(*dir, system.name),
+          .components = entityIn<Components>(*dir, components.name)};
+}
+
+} // namespace Agent
