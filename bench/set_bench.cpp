@@ -12,7 +12,7 @@
 #include "Kel/Declare.h"
 #include "Kel/Dir.h"
 #include "Ondra/KelGnmiSetter.h"
-#include "bench/Alloc.h"
+#include "Alloc.h"
 
 namespace {
 

@@ -1,0 +1,279 @@
+// Walks of live objects to messages and to bytes, beside hand-written code that fills the same messages from a flat array.
+//
+// The model: /bench/net/ports/port[name=...], each with 12 counters, 4 texts of 12 characters (the key among them) and 4 booleans,
+// sent as one notification with a prefix of 4 elements.
+#include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
+#include <malloc.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Alloc.h"
+#include "Kel/Declare.h"
+#include "Kel/Dir.h"
+#include "Ondra/ArenaBlocks.h"
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Tovak/TaskScheduler.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace {
+
+constexpr std::size_t kLeavesPerPort = 20;
+constexpr std::array<char const*, 12> kCounterNames = {"in-octets",  "in-pkts",   "in-errors", "in-discard",
+                                                       "out-octets", "out-pkts",  "out-errs",  "out-drops",
+                                                       "unicast",    "multicast", "bcast-in",  "bcast-out"};
+constexpr std::array<char const*, 4> kTextNames = {"name", "type", "description", "alias"};
+constexpr std::array<char const*, 4> kFlagNames = {"enabled", "loopback", "tagged", "up-state"};
+
+class Port final : public Kel::EntityOf<Port> {
+public:
+  void counterIs(std::uint64_t value) { valueIs(c0, value); }
+
+  Kel::String name;
+  std::uint64_t c0 = 1'234'567'890'123, c1 = 2'234'567'890, c2 = 3, c3 = 0, c4 = 5'234'567'890'123,
+                c5 = 6'234'567'890, c6 = 7, c7 = 8, c8 = 9'234'567'890, c9 = 10'234'567, c10 = 11'234,
+                c11 = 12'234'567;
+  Kel::String type{"ethernetCsma"}, description{"abcdefghijkl"}, alias{"mnopqrstuvwx"};
+  bool enabled = true, loopback = false, tagged = true, upState = true;
+};
+
+class Ports final : public Kel::EntityOf<Ports> {
+public:
+  Kel::Ptr<Port> portIs(Kel::String const& name) { return memberIs(ports, name); }
+  Kel::KeyedEntities<Kel::String, Port> ports;
+};
+
+void declareTypes() {
+  static bool const once = [] {
+    auto port = Kel::entityType<Port>("BenchPort");
+    port.attr("name", &Port::name).ctorArg().keyField();
+    constexpr std::array<std::uint64_t Port::*, 12> counters = {&Port::c0, &Port::c1, &Port::c2,  &Port::c3,
+                                                                &Port::c4, &Port::c5, &Port::c6,  &Port::c7,
+                                                                &Port::c8, &Port::c9, &Port::c10, &Port::c11};
+    for (std::size_t i = 0; i < counters.size(); ++i) {
+      port.attr(kCounterNames[i], counters[i]);
+    }
+    port.attr("type", &Port::type).attr("description", &Port::description).attr("alias", &Port::alias);
+    port.attr("enabled", &Port::enabled).attr("loopback", &Port::loopback).attr("tagged", &Port::tagged);
+    port.attr("up-state", &Port::upState).done();
+    Kel::entityType<Ports>("BenchPorts").instantiating("port", &Ports::ports).index("name").done();
+    return true;
+  }();
+  static_cast<void>(once);
+}
+
+std::string portName(std::size_t i) { return fmt::format("ethernet{:04}", i); }
+
+class Tree {
+public:
+  explicit Tree(std::size_t leaves) {
+    declareTypes();
+    ports_ = Kel::Ptr<Ports>(new Ports());
+    Kel::globalDir()->dirIs("bench")->dirIs("net")->entityIs("ports", ports_);
+    for (std::size_t i = 0; i < leaves / kLeavesPerPort; ++i) {
+      ports_->portIs(Kel::String(portName(i)));
+    }
+  }
+  ~Tree() {
+    Ondra::FullKelTypeWalker::flushWalkMap();
+    Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees();
+    Kel::globalDir()->entityDel("bench");
+  }
+  [[nodiscard]] Ports& ports() { return *ports_; }
+
+private:
+  Kel::Ptr<Ports> ports_;
+};
+
+class CountingRouter final : public Ondra::BaseRouter {
+public:
+  explicit CountingRouter(bool serialize) : serialize_(serialize) {}
+  bool push(Ondra::SyncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
+    ++pushes;
+    if (serialize_) {
+      std::size_t const size = response->response->ByteSizeLong();
+      if (bytes_.size() < size) {
+        bytes_.resize(size);
+      }
+      response->response->SerializeWithCachedSizesToArray(bytes_.data());
+      benchmark::DoNotOptimize(bytes_.data());
+    }
+    return refuseAfter == 0 || pushes < refuseAfter;
+  }
+  std::size_t pushes = 0;
+  std::size_t refuseAfter = 0;
+
+private:
+  bool serialize_;
+  std::vector<std::uint8_t> bytes_;
+};
+
+Ondra::WalkResult walkAll(Tree& tree, CountingRouter& router, std::uint64_t walkId) {
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(walkId)},
+                                          Ondra::Path::strToPathIs("/bench/net/ports"), &tree.ports(),
+                                          Ondra::flagSnapshot);
+  return Ondra::FullKelTypeWalker::walkObject(info);
+}
+
+class PerLeaf {
+public:
+  PerLeaf(benchmark::State& state, std::size_t leaves)
+      : state_(state)
+      , leaves_(static_cast<double>(leaves))
+      , before_(Bench::heapCalls()) {}
+  ~PerLeaf() {
+    double const done = static_cast<double>(state_.iterations()) * leaves_;
+    state_.counters["s/leaf"] =
+        benchmark::Counter(done, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state_.counters["allocs/leaf"] = static_cast<double>(Bench::heapCalls() - before_) / done;
+  }
+
+private:
+  benchmark::State& state_;
+  double leaves_;
+  std::uint64_t before_;
+};
+
+void BM_WalkToMessages(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  Tree tree(leaves);
+  CountingRouter router(false);
+  walkAll(tree, router, 1);
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    walkAll(tree, router, 1);
+  }
+}
+
+void BM_WalkToBytes(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  Tree tree(leaves);
+  CountingRouter router(true);
+  walkAll(tree, router, 1);
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    walkAll(tree, router, 1);
+  }
+}
+
+// --- the floor -----------------------------------------------------------------------------------
+
+struct FlatPort {
+  std::array<std::uint64_t, 12> counters;
+  std::array<std::string, 4> texts;
+  std::array<bool, 4> flags;
+};
+
+void addElem(gnmi::Path& path, char const* name) { path.add_elem()->mutable_name()->assign(name); }
+
+gnmi::TypedValue& addLeaf(gnmi::Notification& notification, char const* name) {
+  gnmi::Update& update = *notification.add_update();
+  addElem(*update.mutable_path(), name);
+  return *update.mutable_val();
+}
+
+void fillFlat(gnmi::Notification& notification, FlatPort const& port) {
+  notification.set_timestamp(1'700'000'000'000'000'000);
+  gnmi::Path& prefix = *notification.mutable_prefix();
+  addElem(prefix, "bench");
+  addElem(prefix, "net");
+  addElem(prefix, "ports");
+  addElem(prefix, "port");
+  (*prefix.mutable_elem(3)->mutable_key())["name"].assign(port.texts[0]);
+  notification.mutable_update()->Reserve(kLeavesPerPort);
+  addLeaf(notification, kTextNames[0]).mutable_string_val()->assign(port.texts[0]);
+  for (std::size_t i = 0; i < port.counters.size(); ++i) {
+    addLeaf(notification, kCounterNames[i]).set_uint_val(port.counters[i]);
+  }
+  for (std::size_t i = 1; i < port.texts.size(); ++i) {
+    addLeaf(notification, kTextNames[i]).mutable_string_val()->assign(port.texts[i]);
+  }
+  for (std::size_t i = 0; i < port.flags.size(); ++i) {
+    addLeaf(notification, kFlagNames[i]).set_bool_val(port.flags[i]);
+  }
+}
+
+void floorRun(benchmark::State& state, bool serialize) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  std::vector<FlatPort> ports(leaves / kLeavesPerPort);
+  Port const like;
+  for (std::size_t i = 0; i < ports.size(); ++i) {
+    ports[i] = {{like.c0, like.c1, like.c2, like.c3, like.c4, like.c5, like.c6, like.c7, like.c8, like.c9,
+                 like.c10, like.c11},
+                {portName(i), "ethernetCsma", "abcdefghijkl", "mnopqrstuvwx"},
+                {true, false, true, true}};
+  }
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  std::vector<std::uint8_t> bytes(64 * 1024);
+  auto const once = [&] {
+    for (FlatPort const& port : ports) {
+      auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
+      fillFlat(*response->mutable_update(), port);
+      if (serialize) {
+        static_cast<void>(response->ByteSizeLong());
+        response->SerializeWithCachedSizesToArray(bytes.data());
+        benchmark::DoNotOptimize(bytes.data());
+      }
+      arena.Reset();
+    }
+  };
+  once();
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    once();
+  }
+}
+
+void BM_FloorToMessages(benchmark::State& state) { floorRun(state, false); }
+void BM_FloorToBytes(benchmark::State& state) { floorRun(state, true); }
+
+// --- memory --------------------------------------------------------------------------------------
+
+std::size_t heapInUse() {
+  auto const heap = mallinfo2();
+  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd) + Kel::kelMemStats().chunkBytes;
+}
+
+// A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond the model and its
+// notifiees, must not depend on how much was walked.
+void BM_ParkedWalk(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  auto const walked = static_cast<std::size_t>(state.range(1));
+  Tree tree(leaves);
+  CountingRouter router(false);
+  walkAll(tree, router, 1); // notifiees and warm lists
+  double held = 0;
+  std::uint64_t walkId = 2;
+  for (auto _ : state) {
+    router.pushes = 0;
+    router.refuseAfter = walked;
+    std::size_t const before = heapInUse();
+    auto const result = walkAll(tree, router, walkId++);
+    held = static_cast<double>(heapInUse()) - static_cast<double>(before);
+    if (result != Ondra::WalkResult::PipeFull) {
+      state.SkipWithError("the walk was not stopped");
+    }
+    Ondra::FullKelTypeWalker::flushWalkMap();
+  }
+  state.counters["heldBytes"] = held;
+}
+
+BENCHMARK(BM_FloorToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000);
+BENCHMARK(BM_FloorToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_WalkToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_WalkToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_ParkedWalk)
+    ->ArgNames({"leaves", "walked"})
+    ->Args({1'000'000, 10})
+    ->Args({1'000'000, 40'000})
+    ->Iterations(3);
+
+} // namespace
