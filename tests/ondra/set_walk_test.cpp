@@ -1,0 +1,97 @@
+// What a walk emits, a Set takes back: the round trip of the two sides over the fixture model.
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "Ondra/GnmiPath.h"
+#include "WalkHarness.h"
+#include "fixture/Populate.h"
+#include "ondra/set_support.h"
+
+namespace {
+
+// Keeps the leaves as messages, with their absolute paths.
+class LeafRouter final : public Ondra::BaseRouter {
+public:
+  bool push(Ondra::SyncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& resp) override {
+    gnmi::Notification const& sent = resp->response->update();
+    for (gnmi::Update const& update : sent.update()) {
+      gnmi::Update& leaf = leaves.emplace_back();
+      *leaf.mutable_path() = sent.prefix();
+      leaf.mutable_path()->MergeFrom(update.path());
+      *leaf.mutable_val() = update.val();
+    }
+    return true;
+  }
+  std::vector<gnmi::Update> leaves;
+};
+
+// The path without its keys, which tells leaves of one attribute from those of another.
+std::string shapeOf(gnmi::Path path) {
+  for (gnmi::PathElem& elem : *path.mutable_elem()) {
+    elem.clear_key();
+  }
+  return Ondra::pathToStr(path, 0, true);
+}
+
+// A whole snapshot walk.
+void walkInto(LeafRouter& router, Kel::Entity const& root) {
+  Tovak::SimulatedClock clock;
+  Kel::activityManagerStatus()->activityLoopExecNsTimeIs(clock.wallNs());
+  auto const scheduler = std::make_shared<Tovak::TaskScheduler>(clock);
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(1)}, pathOf(root), &root,
+                                          Ondra::flagSnapshot);
+  auto const task = std::make_shared<ControlledTask>(scheduler, info, Tovak::TaskPriority::normal);
+  info->task = task;
+  WalkHarness::Walk walk{info, task};
+  WalkHarness::finish(walk);
+  WalkHarness::clearAll();
+}
+
+TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
+  Fixture::World world;
+  auto const top = Kel::Ptr<Kel::Entity>(world.dir());
+  LeafRouter router;
+  for (auto const& root : {Kel::Ptr<Kel::Entity>(world.device()), world.rack()}) {
+    walkInto(router, *root);
+  }
+  SetTest::Model const before = SetTest::modelOf(top);
+  SetTest::Watch const watch(top);
+  std::set<std::string> refused;
+  std::size_t accepted = 0;
+  for (gnmi::Update& leaf : router.leaves) {
+    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1); // below the data root
+    std::string const shape = shapeOf(leaf.path());
+    // A key field of a key outside of its member goes by the name of the member's own attribute, which goes by another.
+    if (shape == "/device/interface/addr/vrf" || shape == "/rack/interface/addr/vrf" ||
+        shape == "/device/route/vrf") {
+      continue;
+    }
+    gnmi::SetRequest request;
+    *request.add_update() = leaf;
+    SetTest::execute(request, "/fixture").second.ok() ? ++accepted : refused.insert(shape).second;
+  }
+  EXPECT_GT(accepted, 150U);
+  EXPECT_EQ(
+      (std::set<std::string>{
+          // references, and what is keyed by one
+          "/device/alias/_ptr", "/device/backup/_ptr", "/device/uplink/_ptr", "/device/interface/backup/_ptr",
+          "/device/interface/peer/_ptr", "/device/route/via/_ptr", "/device/cost", "/device/link/frames",
+          "/device/link/zone",
+          // JSON, bytes, and floats, which are sent as doubles
+          "/device/contacts", "/device/policyText", "/device/gauges/config", "/device/gauges/raw",
+          "/device/gauges/fingerprint", "/device/gauges/ratio",
+          // read-only
+          "/device/gauges/serialNumber", "/device/interface/operational",
+          // fields of keys that lie outside of their members, and what goes by another name because of them
+          "/device/interface/addr/addr", "/device/interface/addr/vrfValue_", "/device/route/subnet__address",
+          "/device/route/subnet__length", "/device/route/vrfValue_",
+          // the same of the types described at run time
+          "/rack/interface/peer/_ptr", "/rack/interface/operational", "/rack/interface/addr/addr",
+          "/rack/interface/addr/vrfValue_"}),
+      refused);
+  EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(top)));
+  EXPECT_EQ(std::vector<std::string>{}, watch.told());
+}
+
+} // namespace
