@@ -1,0 +1,56 @@
+// Tables of requests: what is asked, how it is answered, what has changed afterwards.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Populate.h"
+#include "ondra/set_support.h"
+
+namespace SetTest {
+using Texts = std::vector<std::string>;
+
+struct Row {
+  std::string what;
+  std::string prefix;
+  std::vector<Op> ops;
+  std::string status;
+  Texts changed;
+};
+
+inline Op del(std::string path) { return {"delete", std::move(path), ""}; }
+inline Op update(std::string path, std::string value) {
+  return {"update", std::move(path), std::move(value)};
+}
+inline Op replace(std::string path, std::string value) {
+  return {"replace", std::move(path), std::move(value)};
+}
+
+inline std::string notFound(std::string const& path, std::string const& message) {
+  return "NOT_FOUND Error in finding path " + path + ": " + message;
+}
+inline std::string badArgument(std::string const& path, std::string const& message) {
+  return "INVALID_ARGUMENT Error in argument to path " + path + ": " + message;
+}
+
+inline void run(std::vector<Row> const& rows, std::string const& root = "/fixture/device") {
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.what);
+    Fixture::World world;
+    auto const top = Kel::Ptr<Kel::Entity>(world.dir());
+    Model const before = modelOf(top);
+    Watch const watch(top);
+    auto const outcome = execute(requestOf(row.ops, row.prefix), root);
+    EXPECT_EQ(row.status, textOf(outcome.second));
+    EXPECT_EQ(row.changed, changes(before, modelOf(top)));
+    if (row.changed.empty()) {
+      EXPECT_EQ(Texts{}, watch.told());
+    }
+    EXPECT_EQ(row.ops.size(), static_cast<std::size_t>(outcome.first.response_size()));
+  }
+}
+
+} // namespace SetTest
