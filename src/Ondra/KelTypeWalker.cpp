@@ -102,7 +102,7 @@ bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
     TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} skipping unsupported stack collection", debugString());
     return true;
   }
-  if (flags_.has(flagInstantiatingOnly)) {
+  if (flags_.has(flagInstantiatingOnly) && valueMode()) { // a key is always told whole
     bool const always = plan.road == Road::Singleton || plan.attr.walkAlways();
     return !plan.attr.isInstantiating() || !always;
   }
@@ -195,8 +195,9 @@ WalkResult FullKelTypeWalker::nextWalker(Kel::Ptr<Kel::GenericIf const> attrGif,
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory,
               "{} attrGif:{} leafPath:{} objType:{} keyName:{} timestamp:{} valueType:{} constructing "
               "FullKelTypeWalker with prefixPath_:{}",
-              debugString(), child.gif_->strRep(), leafPath, child.objType_.name().view(),
-              KelKey::toString(key), timestamp, child.objType_.isValueType(), prefixPath_);
+              debugString(), child.gif_ ? child.gif_->strRep() : "null", leafPath,
+              child.objType_ ? child.objType_.name().view() : std::string_view("null"), KelKey::toString(key),
+              timestamp, child.objType_ && child.objType_.isValueType(), prefixPath_);
   return child.walk(keyArg);
 }
 

@@ -37,8 +37,10 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   WalkResult result = WalkResult::Success;
   // The notifications of one bundle stay together: the rest is sent also when the pipe has filled up.
   for (std::shared_ptr<ArenaRespMsg>& response : ir->toSubResp()) {
-    TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", debugString(),
-                response->toString());
+    if (!toggleOndraSyncBundlingEnabled()) {
+      TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", debugString(),
+                  response->toString());
+    }
     result = routerPush(response);
   }
   return result;

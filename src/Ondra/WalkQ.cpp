@@ -59,11 +59,15 @@ void FullKelTypeWalker::addToWalkQ(std::unique_ptr<FullKelTypeWalker>&& walker) 
   WalkQ* const current = walker->walkQ_;
   if (current != nullptr && current->stored == WalkQ::inWalkMap) {
     TOVAK_ASSERT(current->task, walkerTrace(), "walkQ does not have a task");
+    if (current->cancelled) {
+      return; // nobody will resume it
+    }
   } else {
+    TOVAK_ASSERT(current == nullptr || current->stored == WalkQ::onStack, walkerTrace(),
+                 "walkQ is not stored on stack");
     auto const [entry, inserted] =
         walkMap().try_emplace(walker->walkId_, walker->syncWalkId(), WalkQ::inWalkMap);
     if (inserted && current != nullptr) {
-      TOVAK_ASSERT(current->stored == WalkQ::onStack, walkerTrace(), "walkQ is not stored on stack");
       TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "setting task for inserted WalkQ");
       entry->second.task = current->task;
     }

@@ -69,9 +69,8 @@ void WalkTask::taskExecute() {
       resumed ? FullKelTypeWalker::resumeWalk(walkInfo_) : FullKelTypeWalker::walkObject(walkInfo_);
   if (result == WalkResult::Success) {
     TOVAK_TRACE(trace(), 1, "WalkTask", "walk complete for {} at priority {}", walkInfo_->toString(), priority());
-    std::shared_ptr<WalkInfo> const done = std::move(walkInfo_);
+    walkDone(walkInfo_->syncWalkId, !walkInfo_->walkerFlags.has(flagSnapshot));
     walkInfo_.reset();
-    walkDone(done->syncWalkId, !done->walkerFlags.has(flagSnapshot));
     return;
   }
   TOVAK_TRACE(trace(), 1, "WalkTask", "walk did not complete due to {}", result);

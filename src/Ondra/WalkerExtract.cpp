@@ -137,7 +137,8 @@ void FullKelTypeWalker::extractValAttr(Handle const& value, Kel::Ptr<Path const>
   Handle const inner = valAttr ? valAttr.genericIfGet(value) : nullptr;
   if (inner && inner->type().isEntity()) { // a key that wraps a reference
     std::string const text = getPtrPathStr(inner, router_);
-    keyText(key, path, text, Kel::handleOf(Kel::String(text)));
+    Handle const rendered = Kel::handleOf(Kel::String(text));
+    key.inKeyMode() ? keyText(key, path, text, rendered) : handOut(rendered, out);
   } else if (inner && inner->type().isEnum()) {
     extractEnum(inner, path, key, out);
   } else if (inner) {

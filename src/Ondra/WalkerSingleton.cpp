@@ -58,7 +58,7 @@ WalkResult FullKelTypeWalker::walkJsonAttr(Kel::KelAttr const& attr, Kel::Ptr<Pa
   if (json) {
     ir->addNode(timestamp, prefixPath_).addLeaf(leafPath, json);
   }
-  return pushCollected(WalkResult::Success, ir);
+  return WalkResult::Success; // sent with what comes next, at the latest at the end of the object
 }
 
 WalkResult FullKelTypeWalker::walkPointerAttr(Kel::Ptr<Kel::GenericIf const> const& ref,
