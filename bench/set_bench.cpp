@@ -9,10 +9,10 @@
 
 #include <fmt/format.h>
 
+#include "Alloc.h"
 #include "Kel/Declare.h"
 #include "Kel/Dir.h"
 #include "Ondra/KelGnmiSetter.h"
-#include "Alloc.h"
 
 namespace {
 

@@ -89,7 +89,7 @@ private:
   Ptr<GenericIf const> request(AttrDesc const& attr, GenericIf const& obj, Op op, ArgList const& arguments,
                                char const* word) const {
     Ptr<GenericIf const> result;
-    if (hooks_.attributeOp(obj.object(), attr.id, op, arguments, result) != AttributeOpResult::Done)
+    if (hooks_.genericIfAttributeOp(obj.object(), attr.id, op, arguments, result) != AttributeOpResult::Done)
       notSupported(attr, word);
     return result;
   }

@@ -43,7 +43,7 @@ struct TypeHooks {
   // Arguments by operation: Get, Delete and Contains take the key (nothing for a value attribute), Set the key and the value (the
   // value alone for a value attribute), Count nothing, Call the operation's arguments. Get answers with the value or null, Count
   // and Contains with a U64 and a Bool.
-  AttributeOpFn attributeOp = nullptr;
+  AttributeOpFn genericIfAttributeOp = nullptr;
   Iteration iteration;
   std::function<Ptr<PtrInterface>(ArgList const&)> construct;
   std::function<Ptr<PtrInterface>(String const& name, ArgList const& args)> newEntityForDir;

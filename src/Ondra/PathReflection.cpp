@@ -114,7 +114,7 @@ AttributeOpResult elemAttributeOp(Kel::PtrInterface* object, Kel::AttributeId at
 
 Kel::KelType registerPathElem() {
   static Kel::TypeHooks const hooks{
-      .attributeOp = &elemAttributeOp,
+      .genericIfAttributeOp = &elemAttributeOp,
       .iteration = MapCursor::hooks<PathElem, &PathElem::key>(),
       .construct = [](Kel::ArgList const&) -> Kel::Ptr<Kel::PtrInterface> { return PathElem::PathElemIs(); },
       .newEntityForDir = nullptr,
@@ -198,7 +198,7 @@ AttributeOpResult pathAttributeOp(Kel::PtrInterface* object, Kel::AttributeId at
 
 Kel::KelType registerPath() {
   static Kel::TypeHooks const hooks{
-      .attributeOp = &pathAttributeOp,
+      .genericIfAttributeOp = &pathAttributeOp,
       .iteration = {},
       .construct = [](Kel::ArgList const&) -> Kel::Ptr<Kel::PtrInterface> { return Path::PathIs(); },
       .newEntityForDir = nullptr,

@@ -25,7 +25,7 @@ constexpr Kel::AttributeId kPathTypes = 2;
 
 using Op = Kel::GenericIf::AttributeOp;
 
-Kel::AttributeOpResult attributeOp(Kel::PtrInterface* object, Kel::AttributeId attribute, Op op,
+Kel::AttributeOpResult genericIfAttributeOp(Kel::PtrInterface* object, Kel::AttributeId attribute, Op op,
                                    Kel::ArgList const& given, Kel::Ptr<Kel::GenericIf const>& result) {
   auto& registry = *static_cast<PathToType*>(object);
   if (attribute == kPathTypes) {
@@ -59,7 +59,7 @@ Kel::Ptr<Kel::PtrInterface> newEntityForDir(Kel::String const& name, Kel::ArgLis
 
 Kel::KelType registerPathToType() {
   static Kel::TypeHooks const hooks{
-      .attributeOp = &attributeOp,
+      .genericIfAttributeOp = &genericIfAttributeOp,
       .iteration = MapCursor::hooks<PathToType, &PathToType::pathTypes>(),
       .construct = &construct,
       .newEntityForDir = &newEntityForDir,

@@ -162,7 +162,7 @@ TEST(Ir, PrintsItsContent) {
                            "      prefixPath:/p[k=1]\n"
                            "         leafPath:/x val:1\n"
                            "         leafPath:/s val:\"text\"\n"
-                           "         leafPath:/m val:00:00:00:00:00:2a\n"
+                           "         leafPath:/m val:02:00:00:00:00:2a\n"
                            "         leafPath:/gone val:nullptr\n"
                            "         leafPath:/l val:[1 2]\n"
                            "         leafPath:/e val:[]\n");

@@ -66,7 +66,7 @@ TEST_F(ScalarEncode, EveryKind) {
       {handleOf(Fixture::Percent{42}), "uint_val:42"},
       {handleOf(Fixture::Trust{Fixture::Zone::Dmz}),
        "string_val:" + handleOf(Fixture::Zone::Dmz)->gnmiStrRep()},
-      {handleOf(Fixture::MacAddr{42}), "string_val:00:00:00:00:00:2a"},
+      {handleOf(Fixture::MacAddr{42}), "string_val:02:00:00:00:00:2a"},
       {handleOf(Fixture::Fingerprint{Kel::Bytes("xyz")}), "bytes_val:xyz"},
       {handleOf(Selector{Fixture::Zone::Dmz}), "string_val:" + handleOf(Fixture::Zone::Dmz)->gnmiStrRep()},
       {handleOf(Selector{Kel::String("t")}), "string_val:t"},
