@@ -222,7 +222,7 @@ gnmi::TypedValue RequestMaker::anyValue() {
     value.mutable_leaflist_val();
     break;
   }
-  case 8: value.mutable_decimal_val()->set_digits(7); break;
+  case 8: value.mutable_any_val()->set_type_url(text()); break;
   default: break;
   }
   return value;

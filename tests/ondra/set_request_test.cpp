@@ -443,13 +443,13 @@ public:
 };
 
 TEST(SetRequest, AFailingCommitKeepsWhatWasWrittenBefore) {
-  static Kel::KelType const type = Kel::entityType<Moody>("Moody", "set-test")
-                                       .attr("before", &Moody::before)
-                                       .settable()
-                                       .attr("level", &Moody::level, &Moody::levelIs)
-                                       .attr("after", &Moody::after)
-                                       .settable()
-                                       .done();
+  [[maybe_unused]] static Kel::KelType const type = Kel::entityType<Moody>("Moody", "set-test")
+                                                        .attr("before", &Moody::before)
+                                                        .settable()
+                                                        .attr("level", &Moody::level, &Moody::levelIs)
+                                                        .attr("after", &Moody::after)
+                                                        .settable()
+                                                        .done();
   Kel::Ptr<Moody> const moody(new Moody());
   Kel::globalDir()->entityIs("moody", moody);
   auto const outcome = execute(requestOf({update("before", "uint_val: 1"), update("level", "uint_val: 13"),
