@@ -94,6 +94,17 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
   static_cast<void>(walker.walk());
 }
 
+void GifGnmiNotifiee::memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                                   Kel::Ptr<Path const> const& path) {
+  EmittedLeaves::Record& record = emitted_.get(id, key);
+  Kel::Ptr<Path const> const before = std::exchange(record.memberPath, path);
+  if (before && !before->isEqual(path.get())) {
+    Kel::Ptr<Path const> const ended = Path::joinPath(prefixPath_, before);
+    retire(ended);
+    forceDelete(router_, ended);
+  }
+}
+
 void GifGnmiNotifiee::onZeroReferences() {
   // The notifier may be half gone: it is not touched here.
   Kel::Ptr<GifGnmiNotifiee> const pin(this);

@@ -67,6 +67,10 @@ public:
   // A null key for a collection: all of it.
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
 
+  // Notes the path, relative to the prefix, of a member whose key holds a reference. One that it was sent under before ends.
+  void memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                    Kel::Ptr<Path const> const& path);
+
   // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running (asserted).
   static void clearAllGnmiNotifiees();
   [[nodiscard]] static std::string dumpGnmiNotifieeMap();

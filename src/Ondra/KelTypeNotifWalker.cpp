@@ -2,8 +2,8 @@
 
 #include <absl/container/flat_hash_set.h>
 
+#include <algorithm>
 #include <utility>
-#include <variant>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
@@ -194,14 +194,19 @@ void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
   if (plan.keyHoldsReference) {
     // The path holds the text of a reference, which may have become another one.
     Kel::Ptr<Path const> const path = memberPath(plan, key);
-    EmittedLeaves::Record const* const record = notifiee_.emitted().find(id, key);
-    if (record != nullptr && record->memberPath && !record->memberPath->isEqual(path.get())) {
+    EmittedLeaves::Record& record = notifiee_.emitted().get(id, key);
+    Kel::Ptr<Path const> const before = std::exchange(record.memberPath, path);
+    if (before && !before->isEqual(path.get())) {
       if (plan.attr.isInstantiating()) {
-        retire(absolute(record->memberPath));
+        retire(absolute(before));
       }
-      addDelete(timestamp, record->memberPath);
+      advanceClock(); // later than what the parts were stamped with
+      addDelete(stamp(id, key), before);
+      record.leaves.clear();
       timestamp = stamp(id, key);
+      resendSharing(plan, nullptr, before);
     }
+    resendSharing(plan, key, path);
   }
   if (clearsFirst(plan, key, isNew)) {
     addDelete(timestamp, memberPath(plan, key));
@@ -239,6 +244,30 @@ void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
   notifiee_.emitted().del(id, key);
   TOVAK_TRACE(trace(), 8, kCategory, "{} push delete message", debugString());
   addDelete(*deleted, path);
+  if (plan.keyHoldsReference) {
+    resendSharing(plan, nullptr, path);
+  }
+}
+
+// Members whose references lead nowhere all have one path, at which the last in key order is seen. Those that come after the given
+// one (null: all of them) are sent again.
+void KelTypeNotifWalker::resendSharing(Plan const& plan, Handle const& after,
+                                       Kel::Ptr<Path const> const& path) {
+  auto const& fields = path->elems().back()->key();
+  if (std::none_of(fields.begin(), fields.end(),
+                   [](auto const& field) { return field.value == "nullptr"; })) {
+    return;
+  }
+  auto member =
+      after ? plan.attr.genericIfIteratorConst(gif_, after) : plan.attr.genericIfIteratorConst(gif_);
+  for (; member; ++member) {
+    Handle const key = member.key();
+    EmittedLeaves::Record const* const record = notifiee_.emitted().find(plan.attr.id(), key);
+    bool const shares = record != nullptr && record->memberPath && record->memberPath->isEqual(path.get());
+    if (shares && !(after && after->equals(*key))) {
+      notifiee_.changed(plan.attr.id(), key); // when this walk has ended
+    }
+  }
 }
 
 // The member's element at the end of the walker's own path.

@@ -53,6 +53,7 @@ private:
   void walkMembers(Plan const& plan);
   void walkMember(Plan const& plan, Handle const& key);
   void memberGone(Plan const& plan, Handle const& key);
+  void resendSharing(Plan const& plan, Handle const& after, Kel::Ptr<Path const> const& path);
   [[nodiscard]] Kel::Ptr<Path const> memberPath(Plan const& plan, Handle const& key);
   [[nodiscard]] bool isAbsent(Plan const& plan, Handle const& value) const;
   void traceKind(Plan const& plan, bool member) const;

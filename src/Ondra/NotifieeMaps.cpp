@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "Ondra/PathTypes.h"
+#include "Ondra/Referrers.h"
 #include "Ondra/WalkRules.h"
 #include "Tovak/Allocator.h"
 
@@ -80,6 +81,7 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
   if (notifiee->recordedType_ && pathTypesMap) {
     pathTypesMap->pathTypesDel(Kel::String(path->toString()));
   }
+  Referrers::instance().forget(notifiee.get());
   notifiee->isRegisteredNotifieeIs(false);
   notifiee->notifierIs(nullptr);
 }

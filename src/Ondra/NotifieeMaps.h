@@ -51,7 +51,7 @@ public:
 
   // Registers a notifiee of that object. One that has the path already is taken out first.
   void notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object);
-  // Takes a notifiee out of all views, off its object and out of `pathTypesMap`. It may be dropped by that.
+  // Takes a notifiee out of all views, off its object, out of `pathTypesMap` and out of the referrers. It may be dropped by that.
   void erase(NotifieePtr const& notifiee);
 
   // Null when there is none. Valid until the next change.

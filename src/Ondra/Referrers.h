@@ -17,13 +17,14 @@
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/Scalars.h"
+#include "Kstd/Export.h"
 
 namespace Ondra {
 
 class GifGnmiNotifiee;
 
 // There is one. Scheduler thread only.
-class Referrers {
+class KTD_EXPORT Referrers {
 public:
   struct Source {
     GifGnmiNotifiee* notifiee = nullptr;

@@ -32,7 +32,6 @@ bool retire(Kel::Ptr<Path const> const& path) {
   Referrers& referrers = Referrers::instance();
   for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) { // children first
     Referrers::Serial const object = serialOf(**notifiee);
-    referrers.forget(notifiee->get());
     notifieeMaps->erase(*notifiee);
     referrers.pathChanged(object);
   }

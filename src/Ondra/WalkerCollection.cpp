@@ -34,7 +34,7 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
     // The text of the reference may be another one when the member is to be deleted.
     Kel::Ptr<Path> const sent = Path::makePath(leafPath_);
     sent->push(path->elems()[leafPath_->elemSize()]);
-    notifiee->emitted().get(attr.id(), memberKey).memberPath = sent;
+    notifiee->memberPathIs(attr.id(), memberKey, sent);
   }
   if (attr.isInstantiating()) {
     memberKeyState.prefixIs(Path::PathIs()); // the member is walked under a prefix of its own

@@ -1,0 +1,145 @@
+// One changed leaf, from the setter to a serialized response, beside hand-written code that makes the same message; a million changes in
+// a row; and what a watched leaf costs in memory.
+#include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
+#include <malloc.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Alloc.h"
+#include "Ondra/ArenaBlocks.h"
+#include "Ondra/GifNotifiee.h"
+#include "Ports.h"
+
+namespace {
+
+using namespace Bench;
+
+void watchAll(Tree& tree, CountingRouter& router) {
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(1)},
+                                          Ondra::Path::strToPathIs("/bench/net/ports"), &tree.ports(),
+                                          Ondra::flagStream | Ondra::flagSnapshot);
+  Ondra::FullKelTypeWalker::walkObject(info);
+}
+
+// The ports in an order that no cache can foresee.
+std::vector<Kel::Ptr<Port>> scattered(Tree& tree) {
+  std::vector<Kel::Ptr<Port>> ports;
+  for (auto const& [name, port] : tree.ports().ports) {
+    ports.push_back(port);
+  }
+  std::uint64_t random = 88172645463325252ULL;
+  for (std::size_t i = ports.size(); i > 1; --i) {
+    random ^= random << 13;
+    random ^= random >> 7;
+    random ^= random << 17;
+    ports[i - 1].swap(ports[random % i]);
+  }
+  return ports;
+}
+
+void BM_FloorChange(benchmark::State& state) {
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  std::vector<std::uint8_t> bytes(1024);
+  std::string const name = portName(17);
+  std::uint64_t value = 0;
+  HeapCallsPerOp const calls(state);
+  for (auto _ : state) {
+    auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
+    gnmi::Notification& notification = *response->mutable_update();
+    notification.set_timestamp(1'700'000'000'000'000'000 + static_cast<std::int64_t>(value));
+    addPrefix(notification, name);
+    addLeaf(notification, kCounterNames[0]).set_uint_val(++value);
+    static_cast<void>(response->ByteSizeLong());
+    response->SerializeWithCachedSizesToArray(bytes.data());
+    benchmark::DoNotOptimize(bytes.data());
+    arena.Reset();
+  }
+}
+
+// Range 0: watched leaves. Range 1: how many ports take turns in changing.
+void BM_Change(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  Tree tree(leaves);
+  CountingRouter router(true);
+  watchAll(tree, router);
+  std::vector<Kel::Ptr<Port>> ports = scattered(tree);
+  ports.resize(static_cast<std::size_t>(state.range(1)));
+  std::uint64_t value = 0;
+  std::size_t next = 0;
+  auto const change = [&] {
+    ports[next]->counterIs(++value);
+    next = next + 1 == ports.size() ? 0 : next + 1;
+  };
+  for (std::size_t i = 0; i < 2 * ports.size(); ++i) {
+    change();
+  }
+  std::size_t const before = router.pushes;
+  {
+    HeapCallsPerOp const calls(state);
+    for (auto _ : state) {
+      change();
+    }
+  }
+  if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
+    state.SkipWithError("each change is one response");
+  }
+}
+
+std::size_t heapInUse() {
+  auto const heap = mallinfo2(); // the model's free lists take their chunks from there
+  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd);
+}
+
+void BM_MillionChanges(benchmark::State& state) {
+  Tree tree(20'000);
+  CountingRouter router(true);
+  watchAll(tree, router);
+  std::vector<Kel::Ptr<Port>> const ports = scattered(tree);
+  std::uint64_t value = 0;
+  double grown = 0;
+  double calls = 0;
+  for (auto _ : state) {
+    for (int round = 0; round < 2; ++round) { // the first one warms up
+      std::size_t const before = heapInUse();
+      std::uint64_t const callsBefore = heapCalls();
+      for (int i = 0; i < 1'000'000; ++i) {
+        ports[static_cast<std::size_t>(i) % ports.size()]->counterIs(++value);
+      }
+      grown = static_cast<double>(heapInUse()) - static_cast<double>(before);
+      calls = static_cast<double>(heapCalls() - callsBefore);
+    }
+  }
+  state.counters["grownBytes"] = grown;
+  state.counters["heapCalls"] = calls;
+}
+
+void BM_WatchedLeafMemory(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  double held = 0;
+  for (auto _ : state) {
+    Tree tree(leaves);
+    CountingRouter router(false);
+    std::size_t const before = heapInUse();
+    watchAll(tree, router);
+    held = static_cast<double>(heapInUse()) - static_cast<double>(before);
+  }
+  state.counters["bytes/leaf"] = held / static_cast<double>(leaves);
+}
+
+BENCHMARK(BM_FloorChange);
+BENCHMARK(BM_Change)
+    ->ArgNames({"leaves", "ports"})
+    ->Args({1'000, 50})
+    ->Args({1'000'000, 50})
+    ->Args({1'000'000, 50'000});
+BENCHMARK(BM_MillionChanges)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WatchedLeafMemory)
+    ->ArgName("leaves")
+    ->Arg(1'000'000)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+} // namespace

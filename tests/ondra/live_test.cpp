@@ -1,0 +1,380 @@
+// Live subscriptions: what is sent after the first walk, and that it is the truth.
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Kel/ActivityClock.h"
+#include "Kel/Attr.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/Referrers.h"
+#include "WalkHarness.h"
+#include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
+
+namespace {
+
+using Fixture::Device;
+using Fixture::Zone;
+using Ondra::flagSnapshot;
+using Ondra::flagStream;
+using Ondra::GifGnmiNotifiee;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+constexpr Ondra::WalkerFlags kStreamSnapshot = flagStream | flagSnapshot;
+
+void nextLoopPass(std::int64_t ns = 1000) { Kel::activityManagerStatus()->activityLoopExecNsTimeInc(ns); }
+
+// --- the law: a snapshot and the changes after it are the truth -------------------------------------------
+
+// Random edits while a subscriber applies what it gets, further walks of the same tree pausing in between. `edits` at each turn.
+void playLaw(std::uint32_t seed, int turns) {
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  Fixture::World world;
+  WalkHarness harness;
+  RecordingRouter live(seed % 3 == 0 ? 3 : 0);
+  live.keepTexts = false;
+  Fixture::RandomEdits edits(world.dir(), seed);
+  std::mt19937 random(seed ^ 0x5eed);
+  std::vector<std::string> log;
+  auto const someEdits = [&] {
+    for (std::size_t left = random() % 4; left > 0; --left) {
+      log.push_back(edits.edit());
+    }
+    if (random() % 2 == 0) {
+      nextLoopPass();
+    }
+  };
+  auto const randomly = [&random] { return random() % 5 == 0; };
+  for (int turn = 0; turn < turns; ++turn) {
+    log.clear();
+    if (turn == 0 || random() % 8 == 0) { // a subscriber's first walk, or one more
+      WalkHarness::Walk walk = harness.start(live, *world.dir(), kStreamSnapshot, randomly);
+      WalkHarness::finish(walk, someEdits);
+    } else {
+      someEdits();
+    }
+    RecordingRouter fresh;
+    fresh.keepTexts = false;
+    WalkHarness::Walk walk = harness.start(fresh, *world.dir(), flagSnapshot);
+    WalkHarness::finish(walk);
+    ASSERT_THAT(live.differences(fresh), IsEmpty()) << "turn " << turn << "\n"
+                                                    << ::testing::PrintToString(log);
+    // Members whose references lead nowhere share one path, each with a time of its own.
+    std::erase_if(live.complaints,
+                  [](std::string const& text) { return text.find("=nullptr]") != std::string::npos; });
+    ASSERT_THAT(live.complaints, IsEmpty()) << "turn " << turn << "\n" << ::testing::PrintToString(log);
+  }
+  EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
+  EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+}
+
+class LiveLaw : public ::testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(LiveLaw, SnapshotAndChangesAreTheTruth) { playLaw(GetParam(), 40); }
+
+INSTANTIATE_TEST_SUITE_P(Seeds, LiveLaw, ::testing::Range(std::uint32_t{1}, std::uint32_t{25}));
+
+// --- every kind of attribute --------------------------------------------------------------------------
+
+class Live : public ::testing::Test {
+protected:
+  Live() { subscribe(*world.dir()); }
+
+  void subscribe(Kel::Entity const& root) {
+    WalkHarness::Walk walk = harness.start(router, root, kStreamSnapshot);
+    WalkHarness::finish(walk);
+    router.texts.clear();
+  }
+  // What was sent since the last call, without ids and times: "<prefix> update0 ( ... ) ...".
+  std::vector<std::string> sent() {
+    std::vector<std::string> out;
+    for (std::string const& text : std::exchange(router.texts, {})) {
+      EXPECT_TRUE(text.starts_with("0:0 timestamp:")) << text;
+      out.push_back(text.substr(text.find(" prefix:") + 8));
+    }
+    return out;
+  }
+  void expectTruth(Kel::Entity const& root) {
+    RecordingRouter fresh;
+    WalkHarness::Walk walk = harness.start(fresh, root, flagSnapshot);
+    WalkHarness::finish(walk);
+    EXPECT_THAT(router.differences(fresh), IsEmpty());
+    EXPECT_THAT(router.complaints, IsEmpty());
+  }
+
+  Fixture::World world;
+  WalkHarness harness;
+  RecordingRouter router;
+};
+
+TEST_F(Live, EveryKindOfAttributeReports) {
+  Device& device = *world.device();
+  Kel::Ptr<Fixture::Interface> const eth0 = device.interfaceIs("eth0");
+  std::string const dev = "/fixture/device";
+  std::string const port = dev + "/interface[name=eth0]";
+  struct Case {
+    char const* what;
+    std::function<void()> edit;
+    std::vector<std::string> sent;
+  };
+  auto const leaf = [](std::string const& prefix, std::string const& path, std::string const& value) {
+    return fmt::format("{} update0 ( path:{} {} ) ", prefix, path, value);
+  };
+  auto const gone = [](std::string const& prefix, std::string const& path) {
+    return fmt::format("{} delete0 ( path:{} ) ", prefix, path);
+  };
+  Fixture::Gauges& gauges = *device.gauges;
+  std::string const meters = dev + "/gauges";
+  std::vector<Case> const cases{
+      {"scalar", [&] { eth0->mtuIs(9000); }, {leaf(port, "/mtu", "uint_val:9000")}},
+      {"equal value", [&] { eth0->mtuIs(9000); }, {}},
+      {"enumeration",
+       [&] { eth0->duplexIs(Fixture::Duplex::Half); },
+       {leaf(port, "/duplex", "string_val:HALF")}},
+      {"nominal",
+       [&] { device.vlanShareIs({10}, {31}); },
+       {leaf(dev, "/vlanShare[vlanShareKey=10]", "uint_val:31")}},
+      {"union", [&] { eth0->selectorIs(std::uint32_t{7}); }, {leaf(port, "/selector", "uint_val:7")}},
+      {"optional set", [&] { eth0->speedIs(25); }, {leaf(port, "/speed", "uint_val:25")}},
+      {"optional cleared", [&] { eth0->speedIs(std::nullopt); }, {gone(port, "/speed")}},
+      {"a leaf deep inside",
+       [&] {
+         eth0->contactIs({"Ada", {44, "new"}});
+       },
+       {port + " update0 ( path:/contact/person string_val:Ada ) update1 ( path:/contact/phone/country "
+               "uint_val:44 ) "
+               "update2 ( path:/contact/phone/number string_val:new ) "}},
+      {"structure cleared", [&] { eth0->deputyIs(std::nullopt); }, {gone(port, "/deputy")}},
+      {"array", [&] { eth0->tagsIs({"x"}); }, {leaf(port, "/tags", "leaflist_val:[ string_val:x ]")}},
+      {"reference set", [&] { eth0->peerIs(eth0); }, {leaf(port, "/peer/_ptr", "string_val:" + port)}},
+      {"reference cleared", [&] { eth0->peerIs(nullptr); }, {leaf(port, "/peer/_ptr", "string_val:nullptr")}},
+      {"scalar member",
+       [&] { device.zoneLimitIs(Zone::Dmz, 1); },
+       {leaf(dev, "/zoneLimit[zoneLimitKey=DMZ]", "uint_val:1")}},
+      {"scalar member gone",
+       [&] { device.zoneLimitDel(Zone::Dmz); },
+       {gone(dev, "/zoneLimit[zoneLimitKey=DMZ]")}},
+      {"absent member", [&] { device.zoneLimitDel(Zone::Dmz); }, {}},
+      {"reference member gone", [&] { device.aliasDel("wan"); }, {gone(dev, "/alias[aliasKey=wan]")}},
+      {"member that its key tells",
+       [&] { device.trustedIs("carol"); },
+       {leaf(dev, "/trusted[name=carol]/name", "string_val:carol")}},
+      {"value with its key", [&] { eth0->vlanDel(10); }, {gone(port, "/vlan[id=10]")}},
+      {"new entity",
+       [&] { eth0->laneIs(Zone::Dmz); },
+       {leaf(port + "/lane[laneKey=DMZ]", "/power", "double_val:0")}},
+      {"entity gone", [&] { eth0->laneDel(Zone::Dmz); }, {gone(port, "/lane[laneKey=DMZ]")}},
+      {"single entity gone", [&] { eth0->opticsDel(); }, {gone(port, "/optics")}},
+      {"single entity back", [&] { eth0->opticsIs(); }, {leaf(port + "/optics", "/vendor", "string_val:")}},
+      {"attribute of the new one",
+       [&] { eth0->opticsIs()->vendorIs("v"); },
+       {leaf(port + "/optics", "/vendor", "string_val:v")}},
+      {"bytes", [&] { gauges.u64Is(1); }, {leaf(meters, "/u64", "uint_val:1")}},
+  };
+  for (Case const& one : cases) {
+    one.edit();
+    EXPECT_THAT(sent(), ElementsAreArray(one.sent)) << one.what;
+  }
+  expectTruth(*world.dir());
+}
+
+// Whatever the order and the loop pass, updates follow deletes in time.
+TEST_F(Live, ReplacingAnEntityDeletesFirst) {
+  Kel::KelAttr const attr = world.device()->fwkType().attr("interface");
+  Kel::Ptr<Kel::GenericIf> const object =
+      Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(world.device().get()));
+  Kel::Ptr<Fixture::Interface> const old = world.device()->interfaceIs("eth1");
+  attr.genericIfSet(object, {Kel::handleOf(Kel::String("eth1")), nullptr});
+  std::vector<std::string> const texts = sent();
+  ASSERT_FALSE(texts.empty());
+  std::string const all = ::testing::PrintToString(texts);
+  EXPECT_LT(all.find("delete0 ( path:/interface[name=eth1] )"), all.find("path:/mtu uint_val:0")) << all;
+  expectTruth(*world.dir());
+  old->mtuIs(1); // somebody still holds it: a ghost
+  old->unitIs(0)->enabledIs(false);
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(Live, NothingIsLeftBehind) {
+  auto const counts = [] {
+    return std::tuple(GifGnmiNotifiee::notifieeMapSize(), Ondra::notifieeMaps->byObject().size(),
+                      Ondra::Referrers::instance().size(), Ondra::FullKelTypeWalker::walkMapSize(),
+                      Ondra::FullKelTypeWalker::pathWalkIdMapSize());
+  };
+  auto const before = counts();
+  for (int round = 0; round < 3; ++round) {
+    Kel::Ptr<Fixture::Interface> const made = world.device()->interfaceIs("new");
+    Fixture::populate(*made, 5);
+    made->peerIs(made); // a cycle of references
+    EXPECT_GT(std::get<0>(counts()), std::get<0>(before));
+    RecordingRouter slow(1);
+    WalkHarness::Walk parked = harness.start(slow, *made, kStreamSnapshot);
+    WalkHarness::slice(parked);
+    EXPECT_GT(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+    world.device()->interfaceDel("new");
+    WalkHarness::finish(parked);
+    EXPECT_EQ(counts(), before);
+  }
+  expectTruth(*world.dir());
+}
+
+// --- references ----------------------------------------------------------------------------------------
+
+TEST_F(Live, ReferencesFollowTheirObjects) {
+  Device& device = *world.device();
+  device.interfaceDel("eth0"); // peer, uplink, cost, link, alias, backup, route: all refer to it
+  std::string const all = ::testing::PrintToString(sent());
+  EXPECT_NE(all.find("/uplink/_ptr string_val:nullptr"), std::string::npos) << all;
+  expectTruth(*world.dir());
+  Kel::Ptr<Fixture::Interface> const stray(new Fixture::Interface());
+  device.uplinkIs(stray); // without a place in the tree
+  EXPECT_THAT(sent(), ElementsAre("/fixture/device update0 ( path:/uplink/_ptr string_val:nullptr ) "));
+  stray->name = "late";
+  world.dir()->dirIs("shelf")->entityIs("late", stray); // now it has one
+  EXPECT_NE(::testing::PrintToString(sent()).find("/uplink/_ptr string_val:/fixture/shelf/late"),
+            std::string::npos);
+  expectTruth(*world.dir());
+}
+
+// Every interface refers to the one that is made after it.
+TEST_F(Live, AChainOfForwardReferences) {
+  constexpr int kLength = 10'000;
+  Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());
+  std::vector<Kel::Ptr<Fixture::Interface>> chain;
+  for (int i = 0; i < kLength; ++i) {
+    chain.push_back(rack->interfaceIs(fmt::format("{:05}", i)));
+  }
+  for (int i = 0; i + 1 < kLength; ++i) {
+    chain[i]->peerIs(chain[i + 1]);
+  }
+  router.keepTexts = false;
+  world.dir()->entityIs("chain", rack);
+  EXPECT_EQ(router.leaves().at("/fixture/chain/interface[name=00000]/peer/_ptr"),
+            "string_val:/fixture/chain/interface[name=00001]");
+  expectTruth(*rack->parent());
+  world.dir()->entityDel("chain");
+  expectTruth(*world.dir());
+}
+
+// --- faults ----------------------------------------------------------------------------------------------
+
+class Meddler final : public Kel::PtrInterface::NotifieeConst {
+public:
+  Meddler(Kel::PtrInterface const* notifier, std::function<void(Kel::AttributeId)> act)
+      : act_(std::move(act)) {
+    isWeakReferenceIs(true);
+    notifierIs(notifier);
+    isRegisteredNotifieeIs(true);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Kel::AttributeId id, void const*) override { act_(id); }
+
+private:
+  std::function<void(Kel::AttributeId)> act_;
+};
+
+TEST_F(Live, NegativeAndUnknownIds) {
+  Kel::Ptr<GifGnmiNotifiee> const notifiee =
+      Kel::Ptr<GifGnmiNotifiee>(Ondra::notifieeMaps->find(Ondra::Path::strToPathIs("/fixture/device")));
+  Kel::AttributeId const hostname = world.device()->fwkType().attr("hostname").id();
+  notifiee->onAttribute(-hostname, nullptr);
+  EXPECT_THAT(sent(), ElementsAre("/fixture/device update0 ( path:/hostname string_val:fixture ) "));
+  for (Kel::AttributeId const id : {0, 12345, -12345, INT32_MIN, INT32_MAX}) {
+    notifiee->onAttribute(id, nullptr);
+  }
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+TEST_F(Live, ChangesFromInsideANotification) {
+  Device& device = *world.device();
+  bool reacted = false;
+  Kel::Ptr<Meddler> const meddler(new Meddler(&device, [&](Kel::AttributeId) {
+    if (!std::exchange(reacted, true)) {
+      device.hostnameIs("reaction");
+      device.interfaceDel("eth1");
+      device.interfaceIs("eth1");
+    }
+  }));
+  device.hostnameIs("cause");
+  EXPECT_TRUE(reacted);
+  expectTruth(*world.dir());
+}
+
+TEST_F(Live, AnObjectThatEndsInsideItsOwnNotification) {
+  Device& device = *world.device();
+  Kel::Ptr<Fixture::Interface> eth1 = device.interfaceIs("eth1");
+  Kel::Ptr<Meddler> const meddler(
+      new Meddler(eth1.get(), [&](Kel::AttributeId) { device.interfaceDel("eth1"); }));
+  eth1->mtuIs(1);
+  eth1.reset();
+  expectTruth(*world.dir());
+}
+
+TEST_F(Live, EqualPathsAndManyNames) {
+  // The same object under a second path: references keep the older one, and each path is told.
+  Kel::Ptr<Fixture::Interface> const eth0 = world.device()->interfaceIs("eth0");
+  auto info =
+      Ondra::WalkInfo::WalkInfoIs(router, {}, Ondra::Path::strToPathIs("/copy"), eth0.get(), kStreamSnapshot);
+  Ondra::FullKelTypeWalker::walkObject(info);
+  router.texts.clear();
+  eth0->mtuIs(77);
+  EXPECT_THAT(sent(), ElementsAre("/fixture/device/interface[name=eth0] update0 ( path:/mtu uint_val:77 ) ",
+                                  "/copy update0 ( path:/mtu uint_val:77 ) "));
+  world.device()->uplinkIs(nullptr);
+  world.device()->uplinkIs(eth0);
+  EXPECT_THAT(sent().back(), testing::HasSubstr("string_val:/fixture/device/interface[name=eth0]"));
+  Ondra::retire(Ondra::Path::strToPathIs("/fixture/device/interface[name=eth0]"));
+  EXPECT_THAT(sent().front(), testing::HasSubstr("string_val:/copy"));
+  world.device()->interfaceDel("eth0");
+  EXPECT_THAT(::testing::PrintToString(sent()), testing::HasSubstr("delete0 ( path:/copy )"));
+}
+
+TEST_F(Live, ClearedWhileWalksAreParked) {
+  RecordingRouter slow(1);
+  WalkHarness::Walk parked = harness.start(slow, *world.dir(), kStreamSnapshot);
+  WalkHarness::slice(parked);
+  GifGnmiNotifiee::clearAllGnmiNotifiees();
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), 0U);
+  WalkHarness::finish(parked);
+  world.device()->hostnameIs("unheard");
+  world.device()->interfaceDel("eth0");
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+// A notifiee that was switched off makes good what it has missed.
+TEST_F(Live, SwitchedOnAgain) {
+  Kel::Ptr<GifGnmiNotifiee> const notifiee =
+      Kel::Ptr<GifGnmiNotifiee>(Ondra::notifieeMaps->find(Ondra::Path::strToPathIs("/fixture/device")));
+  notifiee->hasNotificationActiveIs(false);
+  world.device()->zoneLimitDel(Zone::Inside);
+  world.device()->hostnameIs("meanwhile");
+  world.device()->trustedIs("dora");
+  world.device()->chassisDel();
+  EXPECT_THAT(sent(), ElementsAre(" delete0 ( path:/fixture/device/chassis ) "))
+      << "the chassis was watched itself";
+  notifiee->hasNotificationActiveIs(true);
+  expectTruth(*world.dir());
+}
+
+// The flags of notification walks, and a walk that takes the watching down.
+TEST_F(Live, UninstallingIsSilent) {
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {}, pathOf(*world.device()), world.device().get(),
+                                          Ondra::WalkerFlags(0xa1));
+  Ondra::FullKelTypeWalker::walkObject(info);
+  EXPECT_THAT(sent(), IsEmpty());
+  EXPECT_EQ(Ondra::notifieeMaps->atOrBelow(*pathOf(*world.device())).size(), 0U);
+  world.device()->hostnameIs("unheard");
+  EXPECT_THAT(sent(), IsEmpty());
+}
+
+} // namespace

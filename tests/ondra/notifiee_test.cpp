@@ -1,0 +1,197 @@
+// The registry of the watched objects, and what each fatal message guards.
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Ondra/GifNotifiee.h"
+#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/KelTypeNotifWalker.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/PathTypes.h"
+#include "Tovak/Assert.h"
+#include "WalkHarness.h"
+#include "fixture/Populate.h"
+
+namespace {
+
+using Ondra::GifGnmiNotifiee;
+using Ondra::notifieeMaps;
+using Ondra::Path;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+class Notifiee : public ::testing::Test {
+protected:
+  ~Notifiee() override { Ondra::pathTypesMap.reset(); }
+  Kel::Ptr<GifGnmiNotifiee> watch(Kel::PtrInterface const* object, std::string const& path,
+                                  bool first = false, bool second = false) {
+    return Kel::Ptr<GifGnmiNotifiee>(
+        new GifGnmiNotifiee(object, Path::strToPathIs(path), router, first, second));
+  }
+
+  Fixture::World world;
+  WalkHarness harness;
+  RecordingRouter router;
+};
+
+TEST_F(Notifiee, FlagsOfItsWalks) {
+  struct Case {
+    bool first, second;
+    unsigned flags;
+  };
+  for (Case const& one :
+       {Case{false, false, 0x2e}, {true, false, 0x23}, {false, true, 0x6e}, {true, true, 0x63}}) {
+    EXPECT_EQ(watch(world.device().get(), "/a", one.first, one.second)->notifFlags().bits(), one.flags);
+  }
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), 1U) << "one a path";
+  Kel::Ptr<GifGnmiNotifiee> const mute = watch(world.device().get(), "/mute", true);
+  mute->hasNotificationActiveIs(true);
+  world.device()->hostnameIs("x");
+  EXPECT_THAT(router.texts, IsEmpty());
+}
+
+// Random paths over few names and keys, against a plain list.
+TEST_F(Notifiee, FindsWhatLiesAtOrBelow) {
+  std::uint32_t const seed = 3;
+  std::mt19937 random(seed);
+  std::set<std::string> model;
+  auto const randomPath = [&random] {
+    std::string path;
+    for (std::size_t left = 1 + random() % 4; left > 0; --left) {
+      path += std::array{"/a", "/b", "/a[k=1]", "/a[k=12]", "/a[k=1][l=2]", "/a[l=2]"}[random() % 6];
+    }
+    return path;
+  };
+  for (int step = 0; step < 2000; ++step) {
+    std::string const path = Path::strToPathIs(randomPath())->toString();
+    if (random() % 3 != 0) {
+      watch(world.device().get(), path);
+      model.insert(path);
+    } else {
+      bool const watched = Ondra::retire(Path::strToPathIs(path));
+      auto const below = [&path](std::string const& other) {
+        return other == path || other.starts_with(path + "/");
+      };
+      ASSERT_EQ(watched, std::erase_if(model, below) > 0)
+          << "seed " << seed << " step " << step << " " << path;
+    }
+    ASSERT_EQ(GifGnmiNotifiee::notifieeMapSize(), model.size()) << "seed " << seed << " step " << step;
+  }
+  std::set<std::string> left;
+  for (auto const& [path, notifiee] : notifieeMaps->byPath()) {
+    left.insert(path->toString());
+    EXPECT_EQ(notifieeMaps->find(path), notifiee.get());
+  }
+  EXPECT_EQ(left, model);
+}
+
+TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
+  Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
+  WalkHarness::Walk walk = harness.start(router, *world.dir(), Ondra::flagStream);
+  WalkHarness::finish(walk);
+  auto const recorded = [] {
+    std::vector<std::string> out;
+    for (auto const& [path, type] : Ondra::pathTypesMap->pathTypes()) {
+      out.push_back(path.str() + " " + type.str());
+    }
+    return out;
+  };
+  EXPECT_THAT(recorded(), UnorderedElementsAre("/fixture/device Device", "/fixture/rack Rack",
+                                               "/fixture/shelf/spare Interface"));
+  EXPECT_THAT(GifGnmiNotifiee::dumpPathTypesMap(), testing::HasSubstr("path:/fixture/rack typeName:Rack\n"));
+  Ondra::pathTypesMap->pathTypesIs("/else", "Thing"); // somebody else's
+  world.dir()->entityDel("device");
+  EXPECT_THAT(recorded(),
+              UnorderedElementsAre("/fixture/rack Rack", "/fixture/shelf/spare Interface", "/else Thing"));
+  GifGnmiNotifiee::clearAllGnmiNotifiees();
+  EXPECT_THAT(recorded(), UnorderedElementsAre("/else Thing"));
+}
+
+TEST_F(Notifiee, TheEndOfAnObjectForcesADelete) {
+  Kel::Ptr<Fixture::Chassis> lone(new Fixture::Chassis()); // nobody is told of its removal but itself
+  lone->hasNotificationActiveIs(true);
+  Kel::Ptr<GifGnmiNotifiee> const notifiee = watch(lone.get(), "/lone");
+  notifiee->hasNotificationActiveIs(true);
+  watch(world.device().get(), "/lone/below");
+  std::int64_t const before = Kel::activityManagerStatus()->activityLoopExecNsTime();
+  lone.reset();
+  EXPECT_THAT(router.texts, testing::ElementsAre(
+                                fmt::format("0:0 timestamp:{} prefix: delete0 ( path:/lone ) ", before + 1)));
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), 0U);
+  EXPECT_EQ(notifiee->object(), nullptr);
+  notifiee->onAttribute(1, nullptr); // somebody holds it still: it is mute
+
+  Kel::Ptr<Fixture::Neighbor> quiet(new Fixture::Neighbor()); // of a type whose end is not told
+  quiet->hasNotificationActiveIs(true);
+  watch(quiet.get(), "/quiet")->hasNotificationActiveIs(true);
+  quiet.reset();
+  EXPECT_EQ(router.texts.size(), 1U);
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), 0U);
+}
+
+TEST_F(Notifiee, AnotherObjectAtThePath) {
+  Kel::Ptr<Path const> const path = Path::strToPathIs("/p");
+  auto const setUp = [&](Kel::PtrInterface const* object, Ondra::WalkerFlags flags) {
+    auto info = Ondra::WalkInfo::WalkInfoIs(router, {}, path, object, flags);
+    return Ondra::setUpGifNotifiee(info);
+  };
+  EXPECT_EQ(setUp(world.device().get(), Ondra::flagInstantiatingOnly), nullptr) << "none is made";
+  Kel::Ptr<GifGnmiNotifiee> const first = setUp(world.device().get(), Ondra::WalkerFlags(0x23));
+  EXPECT_EQ(first->notifFlags().bits(), 0x2e) << "whatever the flags of the walk";
+  EXPECT_EQ(setUp(world.device().get(), Ondra::flagStream), first);
+  watch(world.rack().get(), "/p/below");
+  Kel::Ptr<GifGnmiNotifiee> const second = setUp(world.spare().get(), Ondra::flagStream);
+  EXPECT_NE(second, first);
+  EXPECT_EQ(Ondra::KelGnmiUtils::lookupGnmiNotifieeMap(path), second);
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), 1U);
+  EXPECT_THAT(router.texts, testing::ElementsAre(testing::HasSubstr("delete0 ( path:/p ) ")));
+  first->onZeroReferences(); // not its path any more
+  EXPECT_EQ(Ondra::KelGnmiUtils::lookupGnmiNotifieeMap(path), second);
+}
+
+TEST_F(Notifiee, Dumps) {
+  Kel::Ptr<GifGnmiNotifiee> const notifiee = watch(world.device().get(), "/x");
+  EXPECT_EQ(GifGnmiNotifiee::dumpGnmiNotifieeMap(),
+            fmt::format("path:/x notifiee:{}\n", static_cast<void const*>(notifiee.get())));
+  EXPECT_EQ(GifGnmiNotifiee::dumpNotifieePathMap(),
+            fmt::format("ptrInterface:{} path:/x\n", static_cast<void const*>(world.device().get())));
+}
+
+TEST_F(Notifiee, FatalMessages) {
+  Tovak::ScopedAssertHandler const handler;
+  auto const messageOf = [](auto const& act) -> std::string {
+    try {
+      act();
+    } catch (Tovak::AssertionError const& failure) {
+      return failure.what();
+    }
+    return "none";
+  };
+  EXPECT_EQ(messageOf([&] { watch(world.device().get(), ""); }), "prefixPath_ cannot be empty!");
+  Kel::Ptr<GifGnmiNotifiee> const notifiee = watch(world.device().get(), "/gone");
+  Ondra::retire(notifiee->prefixPath());
+  EXPECT_EQ(messageOf([&] { notifiee->onZeroReferences(); }),
+            "could not find prefixPath /gone in gNmiNotifieeMap");
+  EXPECT_EQ(messageOf([&] {
+              Ondra::WalkScope const walking;
+              GifGnmiNotifiee::clearAllGnmiNotifiees();
+            }),
+            "notifiees cannot be cleared inside a walk");
+  Kel::Ptr<GifGnmiNotifiee> const again = watch(world.device().get(), "/device");
+  EXPECT_EQ(messageOf([&] {
+              Ondra::KelTypeNotifWalker walker(again->prefixPath(), *again, again->object(), Path::PathIs(),
+                                               router, world.device()->fwkType().attr("chassis").id(),
+                                               nullptr, Ondra::WalkerFlags(0xae));
+              walker.walk();
+            }),
+            "Uninstalling a GifGnmiNotifiee should not trigger a new walk");
+}
+
+} // namespace

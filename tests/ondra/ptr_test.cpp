@@ -1,0 +1,130 @@
+// References as path texts.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Kel/Attr.h"
+#include "Kel/Declare.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/PtrResolution.h"
+#include "WalkHarness.h"
+#include "fixture/Populate.h"
+
+namespace {
+
+using Ondra::getPtrPathStr;
+using Ondra::GifGnmiNotifiee;
+
+Kel::Ptr<Kel::GenericIf const> refTo(Kel::Entity const* entity) {
+  return Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity));
+}
+
+class PtrResolution : public ::testing::Test {
+protected:
+  std::string textOf(Kel::Entity const* entity) { return getPtrPathStr(refTo(entity), router); }
+  [[nodiscard]] static bool isWatched(char const* path) {
+    return Ondra::notifieeMaps->find(Ondra::Path::strToPathIs(path)) != nullptr;
+  }
+
+  Fixture::World world;
+  WalkHarness harness;
+  RecordingRouter router;
+};
+
+TEST_F(PtrResolution, WhereTheWalkBegins) {
+  Fixture::Device& device = *world.device();
+  EXPECT_EQ(textOf(device.chassis.get()), "/fixture/device/chassis") << "the grandparent is a directory";
+  EXPECT_TRUE(isWatched("/fixture/device"));
+  EXPECT_FALSE(isWatched("/fixture")) << "the parent was walked, not the directory";
+  EXPECT_FALSE(isWatched("/fixture/rack"));
+  EXPECT_EQ(textOf(world.spare().get()), "/fixture/shelf/spare")
+      << "the parent is a directory: that is walked";
+  EXPECT_TRUE(isWatched("/fixture/shelf"));
+  std::size_t const watched = GifGnmiNotifiee::notifieeMapSize();
+  EXPECT_EQ(textOf(device.interfaces.find("lag/1")), "/fixture/device/interface[name=lag/1]");
+  EXPECT_EQ(textOf(device.chassis->fan.get()), "/fixture/device/chassis/fan");
+  EXPECT_EQ(GifGnmiNotifiee::notifieeMapSize(), watched) << "known from the first walk";
+  device.interfaceIs("late"); // the device is watched: it is walked at once
+  EXPECT_EQ(textOf(device.interfaces.find("late")), "/fixture/device/interface[name=late]");
+  Kel::Ptr<Fixture::Chassis> const atTheTop(new Fixture::Chassis());
+  Kel::globalDir()->entityIs("top", atTheTop);
+  EXPECT_EQ(textOf(atTheTop.get()), "/top") << "the root directory has no path: the object itself is walked";
+  Kel::globalDir()->entityDel("top");
+  EXPECT_FALSE(isWatched("/top"));
+}
+
+TEST_F(PtrResolution, WhatHasNoPlace) {
+  EXPECT_EQ(getPtrPathStr(nullptr, router), "nullptr");
+  EXPECT_EQ(getPtrPathStr(Kel::handleOf(Kel::String("no reference")), router), "nullptr");
+  Kel::Ptr<Fixture::Interface> const loose(new Fixture::Interface());
+  EXPECT_EQ(textOf(loose.get()), "nullptr");
+  EXPECT_EQ(textOf(loose->unitIs(1).get()), "nullptr") << "its parent has none";
+  Kel::Ptr<Fixture::Interface> const removed = world.device()->interfaceIs("eth1");
+  EXPECT_EQ(textOf(removed.get()), "/fixture/device/interface[name=eth1]");
+  world.device()->interfaceDel("eth1");
+  EXPECT_EQ(textOf(removed.get()), "nullptr") << "an orphan";
+  Kel::Ptr<Kel::GenericIf const> const weak =
+      Kel::GenericIf::weak(*Kel::Ptr<Fixture::Interface>(new Fixture::Interface()));
+  EXPECT_EQ(getPtrPathStr(weak, router), "nullptr") << "gone";
+  EXPECT_EQ(textOf(world.dir()->entry("device").get()), "nullptr") << "a directory's own record";
+}
+
+TEST_F(PtrResolution, TheLeaf) {
+  Kel::Ptr<Ondra::Path const> const prefix = Ondra::Path::strToPathIs("/p");
+  Kel::Ptr<Ondra::Path const> const leaf = Ondra::Path::strToPathIs("/peer");
+  auto const [none, noText] = Ondra::getPtrPath(router, prefix, nullptr, leaf);
+  EXPECT_EQ(none->toString(), "/peer/_ptr");
+  EXPECT_EQ(*noText->attrValPtr<Kel::String>(), Kel::String("nullptr"));
+  auto const [path, text] = Ondra::getPtrPath(router, prefix, refTo(world.device().get()), leaf);
+  EXPECT_EQ(path->toString(), "/peer/_ptr");
+  EXPECT_EQ(*text->attrValPtr<Kel::String>(), Kel::String("/fixture/device"));
+  EXPECT_EQ(leaf->toString(), "/peer") << "not changed";
+}
+
+TEST_F(PtrResolution, KeysThatWrapReferences) {
+  EXPECT_EQ(Ondra::resolveGifKeyPtr(nullptr), nullptr);
+  Kel::Ptr<Kel::GenericIf const> const plain = Kel::handleOf(Kel::String("x"));
+  EXPECT_EQ(Ondra::resolveGifKeyPtr(plain), plain);
+  Fixture::LinkKey const key{world.device()->interfaceIs("eth0")};
+  EXPECT_EQ(Ondra::resolveGifKeyPtr(Kel::handleOf(key))->object(), key.interface.get());
+  EXPECT_EQ(Ondra::resolveGifKeyPtr(Kel::handleOf(Fixture::LinkKey{})), nullptr);
+}
+
+// Collections keyed by members of each other: no path of theirs can be told to its end.
+class Port final : public Kel::EntityOf<Port> {};
+class Board final : public Kel::EntityOf<Board> {
+public:
+  Kel::Ptr<Port> portIs(Port const& other) { return memberIs(ports, Kel::RefTo<Port>(other)); }
+  Kel::KeyedEntities<Kel::RefTo<Port>, Port> ports;
+};
+
+TEST_F(PtrResolution, ResolutionsEnd) {
+  static bool const declared = [] {
+    Kel::entityType<Port>("Port", "ptr-test").done();
+    Kel::entityType<Board>("Board", "ptr-test").instantiating("port", &Board::ports).done();
+    return true;
+  }();
+  ASSERT_TRUE(declared);
+  std::vector<Kel::Ptr<Board>> boards;
+  Kel::Ptr<Port> last(new Port());
+  for (int i = 0; i < 200;
+       ++i) { // each keyed by the port on the board made before: a chain through ever new roots
+    boards.emplace_back(new Board());
+    last = boards.back()->portIs(*last);
+  }
+  boards.front()->portIs(*last); // and back to the beginning
+  for (std::size_t i = boards.size(); i-- > 0;) {
+    world.dir()->dirIs(fmt::format("slot{:03}", i))->entityIs("board", boards[i]);
+  }
+  WalkHarness::Walk walk = harness.start(router, *world.dir(), Ondra::flagStream | Ondra::flagSnapshot);
+  WalkHarness::finish(walk);
+  EXPECT_NE(textOf(last.get()), "nullptr");
+  for (auto const& board : boards) {
+    EXPECT_TRUE(Ondra::notifieeMaps->pathOf(board.get()));
+  }
+}
+
+} // namespace
