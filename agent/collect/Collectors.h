@@ -35,7 +35,8 @@ public:
   void start();
   // Every source has been read at least once and the links are in sync: what there is to know is in the tree.
   [[nodiscard]] bool isFilled() const;
-  [[nodiscard]] Sampler const& sampler() const { return *sampler_; }
+  // How often events of the kernel were lost, and everything was read anew.
+  [[nodiscard]] std::uint64_t overruns() const { return monitor_ ? monitor_->overruns() : 0; }
 
 private:
   void addSources(Tree const& tree);

@@ -39,7 +39,7 @@ struct NeighborFact {
   std::string linkLayerAddress; // empty: not resolved
   NeighborOrigin origin = NeighborOrigin::Other;
   bool isRouter = false;
-  std::optional<NeighborState> state;
+  std::optional<NeighborState> state = std::nullopt;
 };
 
 // Where facts go. Links come before what belongs to them.

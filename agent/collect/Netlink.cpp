@@ -36,6 +36,14 @@ struct MessageDeleter {
   void operator()(nl_msg* message) const { nlmsg_free(message); }
 };
 
+// Links are also told of by other families: the bridge's when a port leaves it, which is no end of the link. The message is asked,
+// because libnl calls a bridge itself one of that family.
+bool isOtherFamilysLink(nlmsghdr& header) {
+  if (header.nlmsg_type != RTM_NEWLINK && header.nlmsg_type != RTM_DELLINK) return false;
+  if (nlmsg_datalen(&header) < static_cast<int>(sizeof(ifinfomsg))) return true;
+  return static_cast<ifinfomsg const*>(nlmsg_data(&header))->ifi_family != AF_UNSPEC;
+}
+
 bool isRemoval(int type) { return type == RTM_DELLINK || type == RTM_DELADDR || type == RTM_DELNEIGH; }
 
 } // namespace
@@ -127,7 +135,7 @@ void NetlinkMonitor::readable() {
     ssize_t const got =
         ::recv(nl_socket_get_fd(socket_.get()), buffer_.data(), buffer_.size(), MSG_DONTWAIT | MSG_TRUNC);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (got < 0 && errno == EAGAIN) return;
     if (got <= 0 || static_cast<std::size_t>(got) > buffer_.size()) {
       ++overruns_;
       TOVAK_TRACE(trace(), 1, "", "events were lost; reading everything anew");
@@ -168,6 +176,7 @@ bool NetlinkMonitor::answer(nlmsghdr const& header) {
 }
 
 void NetlinkMonitor::fact(nlmsghdr& header) {
+  if (isOtherFamilysLink(header)) return;
   std::unique_ptr<nl_msg, MessageDeleter> const message(nlmsg_convert(&header));
   if (!message) return;
   nlmsg_set_proto(message.get(), NETLINK_ROUTE);

@@ -1,9 +1,9 @@
 #include "agent/collect/NetlinkFacts.h"
 
+#include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <net/if_arp.h>
 #include <netlink/netlink.h>
 #include <netlink/route/addr.h>
@@ -61,8 +61,6 @@ InterfaceType typeOf(unsigned hardware, std::string_view kind) {
 }
 
 void tellLink(FactSink& sink, rtnl_link* link, bool isDel) {
-  // The bridge family tells of ports: that a port leaves its bridge is no end of the link.
-  if (rtnl_link_get_family(link) != AF_UNSPEC) return;
   LinkFact fact;
   fact.index = rtnl_link_get_ifindex(link);
   if (isDel) return sink.linkDel(fact.index);

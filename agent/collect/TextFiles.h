@@ -5,10 +5,12 @@
 #include <dirent.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Agent {
 

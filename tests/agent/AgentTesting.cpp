@@ -1,0 +1,109 @@
+#include "AgentTesting.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+#include "Kel/Attr.h"
+#include "agent/model/Schema.h"
+
+namespace AgentTesting {
+namespace {
+
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+using Visit = std::function<void(std::string const& path, Handle const& object, Kel::KelAttr attr)>;
+
+std::string joined(Kel::KelAttr attr, Handle const& array) {
+  std::string text;
+  for (Handle const& member : attr.genericIfMembers(array))
+    text += (text.empty() ? "" : " ") + member->strRep();
+  return text;
+}
+
+void visitAll(std::string const& path, Handle const& object, Visit const& visit) {
+  for (Kel::KelTypeBase::AttributeQIterator it(object->type()); it; ++it) {
+    Kel::KelAttr const attr = *it;
+    std::string const below = path + "/" + attr.name().str();
+    if (Agent::leafInfo(attr) != nullptr) {
+      visit(below, object, attr);
+    } else if (attr.isKeyed()) {
+      for (auto member = attr.genericIfIteratorConst(object); member; ++member)
+        visitAll(below + "[" + member.key()->gnmiStrRep() + "]", member.ptr(), visit);
+    } else if (Handle const child = attr.genericIfGet(object)) {
+      visitAll(below, child, visit);
+    }
+  }
+}
+
+Handle handleTo(Kel::Ptr<Kel::Entity> const& entity) {
+  return Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity.get()));
+}
+
+} // namespace
+
+Leaves leavesOf(Kel::Ptr<Kel::Entity> const& entity) {
+  Leaves leaves;
+  visitAll("", handleTo(entity), [&](std::string const& path, Handle const& object, Kel::KelAttr attr) {
+    Handle const value = attr.genericIfGet(object);
+    if (value) leaves[path] = attr.isArray() ? joined(attr, value) : value->strRep();
+  });
+  return leaves;
+}
+
+std::string textOf(Kel::Ptr<Kel::Entity> const& entity, std::string_view part) {
+  std::string text;
+  for (auto const& [path, value] : leavesOf(entity)) {
+    if (path.find(part) != std::string::npos) text += path + " = " + value + "\n";
+  }
+  return text;
+}
+
+RecordedFolder::RecordedFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "agent-test-XXXXXX").string();
+  root_ = ::mkdtemp(name.data());
+}
+RecordedFolder::~RecordedFolder() { std::filesystem::remove_all(root_); }
+void RecordedFolder::put(std::string const& file, std::string_view text) {
+  std::filesystem::create_directories((root_ / file).parent_path());
+  std::ofstream(root_ / file, std::ios::binary) << text;
+}
+void RecordedFolder::remove(std::string const& fileOrFolder) {
+  std::filesystem::remove_all(root_ / fileOrFolder);
+}
+
+class ChangeCounter::Watch final : public Kel::PtrInterface::NotifieeConst {
+public:
+  Watch(Kel::Ptr<Kel::Entity> const& entity, int& count) : count_(count) {
+    isWeakReferenceIs(true);
+    notifierIs(entity.get());
+    isRegisteredNotifieeIs(true);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Kel::AttributeId, void const*) override { ++count_; }
+
+private:
+  int& count_;
+};
+
+ChangeCounter::ChangeCounter(Kel::Ptr<Kel::Entity> const& entity) { watch(entity); }
+ChangeCounter::~ChangeCounter() = default;
+
+void ChangeCounter::watch(Kel::Ptr<Kel::Entity> const& entity) {
+  watches_.push_back(Kel::Ptr<Watch>(new Watch(entity, changes_)));
+  Handle const object = handleTo(entity);
+  auto const below = [this](Handle const& child) {
+    watch(Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(child->object())));
+  };
+  for (Kel::KelTypeBase::AttributeQIterator it(entity->fwkType()); it; ++it) {
+    Kel::KelAttr const attr = *it;
+    if (!attr.isInstantiating()) continue;
+    if (attr.isKeyed()) {
+      for (auto member = attr.genericIfIteratorConst(object); member; ++member)
+        below(member.ptr());
+    } else if (Handle const child = attr.genericIfGet(object)) {
+      below(child);
+    }
+  }
+}
+
+} // namespace AgentTesting

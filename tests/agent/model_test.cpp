@@ -1,0 +1,148 @@
+// The model itself: what its page says, which leaves are whose, what a client's writes and deletes leave behind.
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "AgentTesting.h"
+#include "Kel/Attr.h"
+#include "agent/model/Schema.h"
+#include "agent/model/SupportedPaths.h"
+
+namespace {
+
+using namespace AgentTesting;
+using Kel::KelAttr;
+
+void visitTypes(std::string const& path, Kel::KelType type,
+                std::function<void(std::string const&, KelAttr)> const& visit) {
+  for (Kel::KelTypeBase::AttributeQIterator it(type); it; ++it) {
+    std::string const below = path + "/" + (*it).name().str();
+    visit(below, *it);
+    if (Agent::leafInfo(*it) == nullptr) visitTypes(below, (*it).memberType(), visit);
+  }
+}
+
+TEST(Model, PageOfSupportedPathsIsUpToDate) {
+  std::ifstream file(KTD_SOURCE_DIR "/docs/supported-paths.md");
+  std::stringstream page;
+  page << file.rdbuf();
+  EXPECT_EQ(page.str(), Agent::supportedPaths())
+      << "make it anew: <build>/agent/ondra-supported-paths > docs/supported-paths.md";
+}
+
+// Published models put what can be configured below a container "config", and nothing else.
+TEST(Model, ConfigurationLeavesAreTheSettableOnes) {
+  int leaves = 0;
+  for (Agent::TopLevel const& top : Agent::topLevels()) {
+    visitTypes("/" + std::string(top.name), top.type, [&](std::string const& path, KelAttr attr) {
+      ASSERT_FALSE(Agent::nodeModule(attr).empty()) << path;
+      Agent::LeafInfo const* const leaf = Agent::leafInfo(attr);
+      if (leaf == nullptr) return;
+      ++leaves;
+      bool const inConfig = path.find("/config/") != std::string::npos;
+      EXPECT_EQ(attr.isSettable(), inConfig) << path;
+      EXPECT_TRUE(!inConfig || leaf->isConfig) << path;
+      EXPECT_TRUE(leaf->isConfig == inConfig || attr.isKeyField()) << path;
+      EXPECT_FALSE(leaf->isSampled && leaf->isConfig) << path;
+      EXPECT_EQ(leaf->isLeafList, attr.isArray()) << path;
+    });
+  }
+  EXPECT_GT(leaves, 200);
+}
+
+// What RFC 7951 needs: the published type, and the module where it is another one than the parent's.
+TEST(Model, NodesCarryWhatIsPublishedOfThem) {
+  Agent::declareTypes();
+  auto const leaf = [](Kel::KelType type, char const* name) { return *Agent::leafInfo(type.attr(name)); };
+  using enum Agent::LeafType;
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets").type, Uint64);
+  EXPECT_TRUE(leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets").isSampled);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "ifindex").type, Uint32);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "mtu").type, Uint16);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "oper-status").type, Enumeration);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::PercentStats>(), "avg").type, Uint8);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::Temperature>(), "avg").type, Decimal64);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::CpuState>(), "index").type, Union);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::Cpu>(), "index").type, String);
+  EXPECT_EQ(leaf(Kel::typeOf<Agent::EthernetState>(), "port-speed").identityModule, "openconfig-if-ethernet");
+  EXPECT_TRUE(leaf(Kel::typeOf<Agent::InterfaceConfig>(), "name").isKeyCopy);
+  EXPECT_EQ(Agent::nodeModule(Kel::typeOf<Agent::Interface>().attr("ethernet")), "openconfig-if-ethernet");
+  EXPECT_EQ(Agent::nodeModule(Kel::typeOf<Agent::Subinterface>().attr("ipv6")), "openconfig-if-ip");
+  EXPECT_EQ(Agent::leafInfo(Kel::typeOf<Agent::Interface>().attr("config")), nullptr);
+}
+
+TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
+  Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
+  Agent::Tree const tree = Agent::treeIn(*root);
+  auto const lo = tree.interfaces->entryIs(&Agent::Interfaces::interface, "lo");
+  lo->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 0)
+      ->ipv6->addresses->entryIs(&Agent::Ipv6Addresses::address, "::1");
+  EXPECT_EQ(lo->state->fullName(), "/openconfig/interfaces/interface[name=lo]/state");
+  EXPECT_EQ(textOf(tree.interfaces), R"(/interface[lo]/config/enabled = true
+/interface[lo]/config/loopback-mode = 'NONE'
+/interface[lo]/config/name = "lo"
+/interface[lo]/hold-time/config/down = 0
+/interface[lo]/hold-time/config/up = 0
+/interface[lo]/hold-time/state/down = 0
+/interface[lo]/hold-time/state/up = 0
+/interface[lo]/name = "lo"
+/interface[lo]/state/name = "lo"
+/interface[lo]/subinterfaces/subinterface[0]/config/enabled = true
+/interface[lo]/subinterfaces/subinterface[0]/config/index = 0
+/interface[lo]/subinterfaces/subinterface[0]/index = 0
+/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/config/ip = "::1"
+/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/config/type = 'GLOBAL_UNICAST'
+/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/ip = "::1"
+/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/state/ip = "::1"
+/interface[lo]/subinterfaces/subinterface[0]/ipv6/config/enabled = true
+/interface[lo]/subinterfaces/subinterface[0]/state/index = 0
+)");
+}
+
+// Deleting a leaf with a published default brings the default back, and says so; a key's copy never departs from the key.
+TEST(Model, DefaultsAndKeyCopiesSurviveWriters) {
+  Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
+  Agent::Tree const tree = Agent::treeIn(*root);
+  auto const entry = tree.interfaces->entryIs(&Agent::Interfaces::interface, "lo");
+  auto const config = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(entry->config.get()));
+  Kel::KelType const type = entry->config->fwkType();
+  type.attr("enabled").genericIfSet(config, nullptr, Kel::handleOf(false));
+  EXPECT_EQ(entry->config->enabled, false);
+  {
+    ChangeCounter const counter(entry);
+    type.attr("enabled").genericIfDel(config);
+    EXPECT_EQ(entry->config->enabled, true);
+    type.attr("enabled").genericIfDel(config);
+    EXPECT_EQ(counter.changes(), 1);
+  }
+  type.attr("mtu").genericIfSet(config, nullptr, Kel::handleOf(std::uint16_t{1500}));
+  type.attr("mtu").genericIfDel(config);
+  EXPECT_EQ(entry->config->mtu, std::nullopt);
+  type.attr("name").genericIfSet(config, nullptr, Kel::handleOf(Kel::String("eth0")));
+  type.attr("name").genericIfDel(config);
+  EXPECT_EQ(entry->config->name, "lo");
+}
+
+TEST(Model, ProcessorIndexesAreCanonicalAndInNumericOrder) {
+  Agent::declareTypes();
+  for (char const* const text : {"ALL", "0", "7", "4294967295"}) {
+    Agent::CpuIndex index{99};
+    EXPECT_EQ(Agent::CpuIndex::parse(text, index), std::nullopt);
+    EXPECT_EQ(index.text(), text);
+  }
+  for (char const* const text : {"", "all", "-1", "+1", "01", "1 ", "4294967296", "99999999999999999999"}) {
+    Agent::CpuIndex index{99};
+    EXPECT_NE(Agent::CpuIndex::parse(text, index), std::nullopt) << text;
+    EXPECT_EQ(index.number, 99);
+  }
+  Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
+  Agent::Tree const tree = Agent::treeIn(*root);
+  for (int const number : {10, 2, -1})
+    tree.system->cpus->entryIs(&Agent::Cpus::cpu, Agent::CpuIndex{number});
+  std::string order;
+  for (auto const& [index, cpu] : tree.system->cpus->cpu)
+    order += index.text() + " ";
+  EXPECT_EQ(order, "ALL 2 10 ");
+}
+
+} // namespace
