@@ -80,7 +80,7 @@ void NotifieeList::tell(Tell const& tell) const {
   for (PtrInterface::NotifieeConst* const member : *members_)
     snapshot.emplace_back(Ptr(member));
   for (auto const& member : snapshot) {
-    bool const dropped = member->refCount() == 1;  // only the pin is left: its owner is done with it
+    bool const dropped = member->refCount() == 1; // only the pin is left: its owner is done with it
     if (!dropped && holds(member.get()) && member->hasNotificationActive()) tell(*member);
   }
 }

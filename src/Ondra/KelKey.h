@@ -59,7 +59,8 @@ public:
   Kel::Ptr<Path> updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::KelType const& keyType,
                                            std::string const& ptrPath);
   // Adds a key field; a name that is there keeps its first text. A value, when there is one, is kept for `copyScalars`.
-  void mapInsert(std::string const& name, std::string const& text, Kel::Ptr<Kel::GenericIf const> const& value);
+  void mapInsert(std::string const& name, std::string const& text,
+                 Kel::Ptr<Kel::GenericIf const> const& value);
   // The leaf name of a member that is encoded into a key itself: the path's tokens, then each field and its text, joined by "__".
   // REQUIRES a key field (asserted).
   [[nodiscard]] std::string gnmiKeyName(Kel::Ptr<Path const> const& path) const;

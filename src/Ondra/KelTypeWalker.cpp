@@ -18,11 +18,19 @@ FullKelTypeWalker::FullKelTypeWalker(Kel::Ptr<Path const> const& prefixPath, std
                                      Kel::Ptr<Kel::GenericIf const> gif, Kel::Ptr<Path> leafPath,
                                      BaseRouter& router, WalkQ* walkQ, WalkerFlags flags, KelKey& key,
                                      bool rootWalker, long timestamp)
-    : prefixPath_(prefixPath), ir_(ir), leafPath_(std::move(leafPath)), gif_(std::move(gif)),
-      router_(router), walkQ_(walkQ), syncId_(walkQ == nullptr ? SyncId() : walkQ->syncWalkId.first),
-      walkId_(walkQ == nullptr ? WalkId() : walkQ->syncWalkId.second),
-      objType_(gif_ ? gif_->type() : Kel::KelType()), flags_(flags), keyName_(&key), rootWalker_(rootWalker),
-      timestamp_(timestamp) {
+    : prefixPath_(prefixPath)
+    , ir_(ir)
+    , leafPath_(std::move(leafPath))
+    , gif_(std::move(gif))
+    , router_(router)
+    , walkQ_(walkQ)
+    , syncId_(walkQ == nullptr ? SyncId() : walkQ->syncWalkId.first)
+    , walkId_(walkQ == nullptr ? WalkId() : walkQ->syncWalkId.second)
+    , objType_(gif_ ? gif_->type() : Kel::KelType())
+    , flags_(flags)
+    , keyName_(&key)
+    , rootWalker_(rootWalker)
+    , timestamp_(timestamp) {
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "{}", debugString());
   TOVAK_ASSERT(ir_ || !toggleOndraSyncBundlingEnabled(), walkerTrace(), "ir_ is null");
 }
@@ -77,8 +85,9 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   WalkResult result = WalkResult::Success;
   for (; attrQ_; ++attrQ_) {
     if (mustPause(result)) {
-      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}",
-                  prefixPath_, leafPath_, objType_.name().view(), (*attrQ_).name().view());
+      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
+                  "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}", prefixPath_, leafPath_,
+                  objType_.name().view(), (*attrQ_).name().view());
       return pause(result, key, ir);
     }
     WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
@@ -181,7 +190,8 @@ WalkResult FullKelTypeWalker::finish(WalkResult result, KelKey* key, std::shared
   if (!mustPause(result)) {
     return result;
   }
-  TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of type:{} Children are paused", objType_.name().view());
+  TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of type:{} Children are paused",
+              objType_.name().view());
   flags_ |= flagSkipWalk;
   return pause(result, key, ir);
 }

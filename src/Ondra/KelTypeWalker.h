@@ -72,8 +72,8 @@ public:
 
   // --- virtual operations ------------------------------------------------------------------------
   // Walks an owned entity as a walk of its own at `path`.
-  virtual WalkResult handleInstantiating(Kel::Ptr<Kel::GenericIf const> gif,
-                                         Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
+  virtual WalkResult handleInstantiating(Kel::Ptr<Kel::GenericIf const> gif, Kel::Ptr<Path const> const& path,
+                                         long timestamp, KelKey* key);
   // Sends all that is in `ir`, to its end whatever the router says; the result is that of the last push.
   virtual WalkResult routerPush(std::shared_ptr<Ir>& ir) const;
   // Sends what has been collected, when forced to or when the walk must yield. REQUIRES bundling (asserted).
@@ -177,7 +177,7 @@ protected:
   long timestamp_;
   Kel::KelTypeBase::AttributeQIterator attrQ_;
   Kel::Ptr<Kel::GenericIf const> resumeKey_; // of the collection member that is walked next
-  Link step_;                                // being taken: the attribute and member that a child walker is made for
+  Link step_; // being taken: the attribute and member that a child walker is made for
 
 private:
   struct Parked; // tag of the constructor of parked walkers

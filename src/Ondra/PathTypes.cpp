@@ -26,7 +26,8 @@ constexpr Kel::AttributeId kPathTypes = 2;
 using Op = Kel::GenericIf::AttributeOp;
 
 Kel::AttributeOpResult genericIfAttributeOp(Kel::PtrInterface* object, Kel::AttributeId attribute, Op op,
-                                   Kel::ArgList const& given, Kel::Ptr<Kel::GenericIf const>& result) {
+                                            Kel::ArgList const& given,
+                                            Kel::Ptr<Kel::GenericIf const>& result) {
   auto& registry = *static_cast<PathToType*>(object);
   if (attribute == kPathTypes) {
     return mapAttributeOp(

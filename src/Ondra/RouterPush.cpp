@@ -17,9 +17,10 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) co
   if (flags_ & flagNoPush) {
     return WalkResult::Success;
   }
-  TOVAK_TRACE(walkerTrace(), 7, kWalkerCategory, "{} push id:{} {}", debugString(), syncId_, resp->toString());
-  TOVAK_ASSERT(resp->response->update().timestamp() != 0, walkerTrace(), "0 timestamps are not allowed. resp:{}",
-               resp->toString());
+  TOVAK_TRACE(walkerTrace(), 7, kWalkerCategory, "{} push id:{} {}", debugString(), syncId_,
+              resp->toString());
+  TOVAK_ASSERT(resp->response->update().timestamp() != 0, walkerTrace(),
+               "0 timestamps are not allowed. resp:{}", resp->toString());
   if (!router_.push(syncId_, walkId_, resp)) {
     return WalkResult::PipeFull;
   }

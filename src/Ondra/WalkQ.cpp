@@ -20,7 +20,8 @@ WalkQ::~WalkQ() = default;
 void WalkQ::addWalker(std::unique_ptr<FullKelTypeWalker>&& walker) {
   TOVAK_ASSERT(stored == inWalkMap, walkerTrace(), "{} != {}", static_cast<std::uint32_t>(stored),
                static_cast<std::uint32_t>(inWalkMap));
-  TOVAK_ASSERT(walker->syncWalkId() == syncWalkId, walkerTrace(), "{} == {}", walker->syncWalkId(), syncWalkId);
+  TOVAK_ASSERT(walker->syncWalkId() == syncWalkId, walkerTrace(), "{} == {}", walker->syncWalkId(),
+               syncWalkId);
   walkers.push_front(std::move(walker));
 }
 
@@ -96,7 +97,8 @@ void FullKelTypeWalker::unlistParked(WalkQ& walkQ, Kel::Ptr<Path const> const& p
     TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "path {} is not found in the staticPathWalkIdMap", path);
     return;
   }
-  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Removing walkId:{} for path:{}", walkQ.syncWalkId.second, path);
+  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Removing walkId:{} for path:{}", walkQ.syncWalkId.second,
+              path);
   entry->second.erase(walkQ.syncWalkId.second);
   if (entry->second.empty()) {
     TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Removed path:{}", path);
@@ -158,7 +160,8 @@ void FullKelTypeWalker::delFromWalkQ(Kel::Ptr<Path const> const& path) {
         walker = next;
       }
     }
-    for (auto walker = std::next(dropped.begin(), static_cast<std::ptrdiff_t>(before)); walker != dropped.end(); ++walker) {
+    for (auto walker = std::next(dropped.begin(), static_cast<std::ptrdiff_t>(before));
+         walker != dropped.end(); ++walker) {
       if (pathWalkIdMap().contains((*walker)->prefixPath_)) {
         unlistParked(queue, (*walker)->prefixPath_);
       }

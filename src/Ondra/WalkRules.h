@@ -28,14 +28,14 @@ enum class Road : unsigned char {
 struct AttrPlan {
   Kel::KelAttr attr;
   Road road = Road::Skip;
-  bool isEntityName = false; // an entity's "name", left out while it is empty
-  bool readsValue = false;   // the singleton road reads the attribute's value
-  bool isScalarLeaf = false; // a single scalar value and nothing else: the plain and most frequent case
+  bool isEntityName = false;      // an entity's "name", left out while it is empty
+  bool readsValue = false;        // the singleton road reads the attribute's value
+  bool isScalarLeaf = false;      // a single scalar value and nothing else: the plain and most frequent case
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
   bool canLoseLeaves = false;     // a nested value with parts that can be absent: its set of leaves changes
-  Kel::Ptr<PathElem const> elem; // named after the attribute, without keys
-  Kel::Ptr<Path> leafPath;       // of that one element: the leaf path of an entity's own attribute
+  Kel::Ptr<PathElem const> elem;  // named after the attribute, without keys
+  Kel::Ptr<Path> leafPath;        // of that one element: the leaf path of an entity's own attribute
 };
 
 struct TypePlan {

@@ -21,8 +21,8 @@ WalkResult FullKelTypeWalker::walkObject(std::shared_ptr<WalkInfo>& walkInfo) {
   return result == WalkResult::SuccessWithPipeFull ? WalkResult::Success : result;
 }
 
-WalkResult FullKelTypeWalker::walkObjectInternal(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
-                                                 std::shared_ptr<Ir> ir) {
+WalkResult FullKelTypeWalker::walkObjectInternal(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ,
+                                                 KelKey* key, std::shared_ptr<Ir> ir) {
   WalkResult const result = doWalkObject(walkInfo, walkQ, key, std::move(ir));
   return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
 }
@@ -43,9 +43,11 @@ WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, 
   if (!ir && toggleOndraSyncBundlingEnabled()) {
     ir = makeIr();
   }
-  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "construct FullKelTypeWalker with prefixPath:{}", walkInfo->path);
-  long const timestamp = walkInfo->timeStampToUse != 0 ? walkInfo->timeStampToUse
-                                                       : Kel::activityManagerStatus()->activityLoopExecNsTime();
+  TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "construct FullKelTypeWalker with prefixPath:{}",
+              walkInfo->path);
+  long const timestamp = walkInfo->timeStampToUse != 0
+                             ? walkInfo->timeStampToUse
+                             : Kel::activityManagerStatus()->activityLoopExecNsTime();
   KelKey keyName;
   FullKelTypeWalker walker(walkInfo->path, ir, object, Path::PathIs(), walkInfo->router, walkQ,
                            walkInfo->walkerFlags, keyName, true, timestamp);
@@ -72,7 +74,8 @@ private:
 WalkResult FullKelTypeWalker::runParked(WalkQ& walkQ, FullKelTypeWalker& walker) {
   walkQ.waiting.swap(walkQ.walkers);
   bool const nested = !walker.links_.empty();
-  Link const attribute = nested ? walker.links_.front() : Link(); // of the watched object, in which the value lies
+  Link const attribute =
+      nested ? walker.links_.front() : Link(); // of the watched object, in which the value lies
   Kel::Ptr<GifGnmiNotifiee> const notifiee =
       nested ? KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_) : nullptr;
   RenderScope const rendering(nested, notifiee.get(), nested ? attribute.attr.id() : 0, attribute.key);
@@ -90,13 +93,15 @@ WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
   WalkId const id = walkInfo->syncWalkId.second;
   auto const found = walkMap().find(id);
   if (found == walkMap().end()) {
-    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "object with walkInfo:{} has been deleted", walkInfo->toString());
+    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "object with walkInfo:{} has been deleted",
+                walkInfo->toString());
     return WalkResult::Success;
   }
   WalkQ& queue = found->second;
   TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Resume walk of walkQ:{}", WalkQPtr{&queue});
   if (queue.walkers.empty()) {
-    TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "WalkList is empty for walkId:{}", id);
+    TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "WalkList is empty for walkId:{}",
+                id);
   }
   WalkScope const scope;
   {
@@ -108,8 +113,8 @@ WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
         break;
       }
       if (result != WalkResult::Success) {
-        TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Couldn't finish walk of {} due to {}", walker->debugString(),
-                    result);
+        TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Couldn't finish walk of {} due to {}",
+                    walker->debugString(), result);
         return result;
       }
       TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Finished walk of {}", walker->debugString());

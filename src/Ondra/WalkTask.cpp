@@ -28,23 +28,31 @@ std::shared_ptr<Tovak::TaskScheduler> required(std::shared_ptr<Tovak::TaskSchedu
 
 WalkInfo::WalkInfo(BaseRouter& theRouter, SyncWalkId id, Kel::Ptr<Path const> thePath,
                    Kel::PtrInterface const* object, WalkerFlags flags)
-    : router(theRouter), syncWalkId(id), path(std::move(thePath)), obj(object), walkerFlags(flags) {
+    : router(theRouter)
+    , syncWalkId(id)
+    , path(std::move(thePath))
+    , obj(object)
+    , walkerFlags(flags) {
   TOVAK_ASSERT(obj != nullptr, trace(), "cannot walk a nullptr");
 }
 
-std::shared_ptr<WalkInfo> WalkInfo::WalkInfoIs(BaseRouter& router, SyncWalkId syncWalkId, Kel::Ptr<Path const> path,
-                                               Kel::PtrInterface const* obj, WalkerFlags flags) {
-  return std::allocate_shared<WalkInfo>(Tovak::Allocator<WalkInfo>(), router, syncWalkId, std::move(path), obj, flags);
+std::shared_ptr<WalkInfo> WalkInfo::WalkInfoIs(BaseRouter& router, SyncWalkId syncWalkId,
+                                               Kel::Ptr<Path const> path, Kel::PtrInterface const* obj,
+                                               WalkerFlags flags) {
+  return std::allocate_shared<WalkInfo>(Tovak::Allocator<WalkInfo>(), router, syncWalkId, std::move(path),
+                                        obj, flags);
 }
 
 Tovak::String WalkInfo::toString() const {
-  return fmt::format("syncWalkId:{} path:{} obj:{} walkerFlags:{} task:{} timeStampToUse:{}", syncWalkId, path,
-                     static_cast<void const*>(obj), walkerFlags, static_cast<void const*>(task.get()), timeStampToUse);
+  return fmt::format("syncWalkId:{} path:{} obj:{} walkerFlags:{} task:{} timeStampToUse:{}", syncWalkId,
+                     path, static_cast<void const*>(obj), walkerFlags, static_cast<void const*>(task.get()),
+                     timeStampToUse);
 }
 
 WalkTask::WalkTask(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::shared_ptr<WalkInfo>& walkInfo,
                    Tovak::TaskPriority::PriorityEnum priority)
-    : Tovak::Task(required(std::move(scheduler)), taskName(*walkInfo), priority), walkInfo_(walkInfo) {
+    : Tovak::Task(required(std::move(scheduler)), taskName(*walkInfo), priority)
+    , walkInfo_(walkInfo) {
   TOVAK_ASSERT(!walkInfo_->task, trace(), "constructing a WalkTask with a WalkInfo that already has a task");
   taskStatsNameIs("WalkTask");
 }
@@ -52,7 +60,8 @@ WalkTask::WalkTask(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::shared_
 std::shared_ptr<WalkTask> WalkTask::WalkTaskIs(std::shared_ptr<Tovak::TaskScheduler> scheduler,
                                                std::shared_ptr<WalkInfo>& walkInfo,
                                                Tovak::TaskPriority::PriorityEnum priority) {
-  return std::allocate_shared<WalkTask>(Tovak::Allocator<WalkTask>(), std::move(scheduler), walkInfo, priority);
+  return std::allocate_shared<WalkTask>(Tovak::Allocator<WalkTask>(), std::move(scheduler), walkInfo,
+                                        priority);
 }
 
 void WalkTask::taskExecute() {
@@ -68,7 +77,8 @@ void WalkTask::taskExecute() {
   WalkResult const result =
       resumed ? FullKelTypeWalker::resumeWalk(walkInfo_) : FullKelTypeWalker::walkObject(walkInfo_);
   if (result == WalkResult::Success) {
-    TOVAK_TRACE(trace(), 1, "WalkTask", "walk complete for {} at priority {}", walkInfo_->toString(), priority());
+    TOVAK_TRACE(trace(), 1, "WalkTask", "walk complete for {} at priority {}", walkInfo_->toString(),
+                priority());
     walkDone(walkInfo_->syncWalkId, !walkInfo_->walkerFlags.has(flagSnapshot));
     walkInfo_.reset();
     return;

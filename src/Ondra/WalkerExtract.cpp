@@ -188,8 +188,8 @@ void FullKelTypeWalker::extractScalarArray(Handle const& object, Kel::KelAttr co
 }
 
 void FullKelTypeWalker::extractScalar(Handle const& value, KelKey& key, std::shared_ptr<Ir>& ir,
-                                      Kel::Ptr<Path const> const& prefix, Kel::Ptr<Path const> const& leafPath,
-                                      long timestamp) const {
+                                      Kel::Ptr<Path const> const& prefix,
+                                      Kel::Ptr<Path const> const& leafPath, long timestamp) const {
   Handle resolved;
   extractScalar(value, leafPath, key, &resolved);
   if (resolved) { // a union may have no alternative

@@ -24,11 +24,20 @@ KelKey& valueModeKey() {
 
 // Moves everything but the object out of the running walker. The frames that own its keys are about to go: it copies them.
 FullKelTypeWalker::FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key)
-    : prefixPath_(std::move(running.prefixPath_)), leafPath_(std::move(running.leafPath_)),
-      router_(running.router_), walkQ_(running.walkQ_), syncId_(running.syncId_), walkId_(running.walkId_),
-      objType_(running.objType_), flags_(running.flags_), keyName_(&valueModeKey()),
-      rootWalker_(running.rootWalker_), timestamp_(running.timestamp_), attrQ_(running.attrQ_),
-      resumeKey_(std::move(running.resumeKey_)), links_(running.linksFromPrefix()) {
+    : prefixPath_(std::move(running.prefixPath_))
+    , leafPath_(std::move(running.leafPath_))
+    , router_(running.router_)
+    , walkQ_(running.walkQ_)
+    , syncId_(running.syncId_)
+    , walkId_(running.walkId_)
+    , objType_(running.objType_)
+    , flags_(running.flags_)
+    , keyName_(&valueModeKey())
+    , rootWalker_(running.rootWalker_)
+    , timestamp_(running.timestamp_)
+    , attrQ_(running.attrQ_)
+    , resumeKey_(std::move(running.resumeKey_))
+    , links_(running.linksFromPrefix()) {
   if (toggleOndraSyncBundlingEnabled()) {
     ir_ = std::move(running.ir_);
   } // else the Ir belongs to an attribute of the parent, which has been sent: the resumed walker makes its own

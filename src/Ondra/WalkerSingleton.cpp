@@ -34,8 +34,8 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
   if (attr.isInstantiating()) {
     Kel::Ptr<Path> const path = Path::makePath(prefixPath_);
     path->mergeFrom(leafPath);
-    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton instantiating attr, call handleInstantiating",
-                debugString());
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory,
+                "{} singleton instantiating attr, call handleInstantiating", debugString());
     // The key of a list entry is that entry's own: what hangs below it by a singular attribute has none.
     result = handleInstantiating(attrGif, path, timestamp, attr.isCollection() ? key : nullptr);
   } else {

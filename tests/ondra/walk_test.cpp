@@ -23,7 +23,8 @@ std::string textOf(Leaves const& leaves) {
   std::string text;
   for (auto const& [path, value] : leaves) {
     for (char const c : path + " " + value) {
-      text += c >= ' ' && c < 0x7f ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+      text +=
+          c >= ' ' && c < 0x7f ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
     }
     text += "\n";
   }
@@ -109,7 +110,8 @@ TEST_F(WalkTest, SurvivesWhateverHappensWhileItIsParked) {
     unsigned const percent = 1 + seed % 100;
     auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot,
                                [&random, percent] { return random() % 100 < percent; });
-    auto other = harness_.start(otherRouter, *world_.dir(), Ondra::flagSnapshot, [&random] { return random() % 2 == 0; });
+    auto other = harness_.start(otherRouter, *world_.dir(), Ondra::flagSnapshot,
+                                [&random] { return random() % 2 == 0; });
     std::set<std::string> removed;
     bool cancelled = false;
     std::size_t slices = 0;
@@ -125,8 +127,9 @@ TEST_F(WalkTest, SurvivesWhateverHappensWhileItIsParked) {
         Kel::Ptr<Kel::Entity> const victim = entities[1 + random() % (entities.size() - 1)];
         if (victim->parentAttr() && victim->parentAttr().isRemovable()) {
           removed.insert(victim->fullName().str());
-          victim->parentAttr().genericIfDel(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(victim->parent())),
-                                            victim->parentKey());
+          victim->parentAttr().genericIfDel(
+              Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(victim->parent())),
+              victim->parentKey());
         }
       }
       if (seed % 10 == 0 && random() % 20 == 0) {
@@ -139,7 +142,8 @@ TEST_F(WalkTest, SurvivesWhateverHappensWhileItIsParked) {
       // Whatever still exists and was not removed on the way has been sent, once.
       Leaves const sent = router.leaves();
       for (auto const& [path, value] : harness_.leavesOf(*world_.dir())) {
-        if (!value.starts_with("string_val:/") && value != "string_val:nullptr") { // references follow their targets
+        if (!value.starts_with("string_val:/") &&
+            value != "string_val:nullptr") { // references follow their targets
           EXPECT_TRUE(sent.contains(path)) << path;
         }
       }
@@ -188,8 +192,9 @@ TEST_F(WalkTest, StopsForAFullPipeAndGoesOnWhenScheduled) {
 TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
   auto const entry = world_.dir()->entry("device");
   RecordingRouter router;
-  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(9)},
-                                          Ondra::Path::strToPathIs("/entry"), entry.get(), Ondra::flagSnapshot);
+  auto info =
+      Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(9)},
+                                  Ondra::Path::strToPathIs("/entry"), entry.get(), Ondra::flagSnapshot);
   EXPECT_EQ(Ondra::FullKelTypeWalker::walkObject(info), Ondra::WalkResult::Success);
   EXPECT_EQ(router.pushes(), 0U);
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
