@@ -1,0 +1,361 @@
+// What is parked: the order of queues, the two maps, and walks that go on when something has changed meanwhile.
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Kel/Declare.h"
+#include "WalkHarness.h"
+#include "WalkerProbe.h"
+#include "fixture/Populate.h"
+#include "fixture/Types.h"
+
+namespace {
+
+using Ondra::FullKelTypeWalker;
+using Ondra::Path;
+using Ondra::SyncId;
+using Ondra::WalkId;
+using Ondra::WalkQ;
+using Ondra::WalkResult;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char const* kDevice = "/fixture/device";
+constexpr char const* kChassis = "/fixture/device/chassis";
+constexpr char const* kFan = "/fixture/device/chassis/fan";
+constexpr char const* kEth0 = "/fixture/device/interface[name=eth0]";
+constexpr char const* kRack = "/fixture/rack";
+
+// With every object watched, and one walk to park for.
+class Parked : public testing::Test {
+protected:
+  Parked() {
+    WalkHarness::Walk all = harness.start(recorder, *world.dir(), Ondra::flagStream);
+    WalkHarness::finish(all);
+    walk = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+    stack = std::make_unique<WalkQ>(walk.info->syncWalkId, WalkQ::onStack);
+    stack->task = walk.task;
+  }
+  ~Parked() override {
+    walk.info->task.reset();
+    stack->task.reset();
+  }
+
+  // Parks a walker of that prefix; returns its text.
+  std::string park(std::string const& prefix, WalkQ* from = nullptr) {
+    auto walker = std::make_unique<WalkerProbe>(prefix, recorder, from == nullptr ? stack.get() : from);
+    walker->letGoOfObject();
+    std::string text = walker->debugString();
+    FullKelTypeWalker::addToWalkQ(std::move(walker));
+    return text;
+  }
+  [[nodiscard]] WalkQ& queue() const { return FullKelTypeWalker::walkMap().at(walk.info->syncWalkId.second); }
+  static std::string popped(WalkQ& from) {
+    auto const walker = FullKelTypeWalker::popWalkQ(from);
+    return walker ? walker->debugString() : "";
+  }
+  static void expectNothingParked() {
+    EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 0U);
+    EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+  }
+
+  Fixture::World world;
+  RecordingRouter recorder; // outlives the notifiees that the harness ends
+  WalkHarness harness;
+  WalkHarness::Walk walk;
+  std::unique_ptr<WalkQ> stack;
+};
+
+// --- the queue and the maps --------------------------------------------------------------------------
+
+TEST_F(Parked, FirstInFirstOut) {
+  std::string const a = park(kDevice);
+  EXPECT_EQ(queue().task, walk.task);
+  auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+  stack->task = other.task;
+  std::string const b = park(kChassis);
+  EXPECT_EQ(queue().task, walk.task) << "copied once, when the queue is stored";
+  std::string const c = park(kRack, &queue());
+  std::string const again = park(kDevice, &queue());
+  EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 1U);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 3U);
+  WalkId const id = walk.info->syncWalkId.second;
+  EXPECT_EQ(FullKelTypeWalker::dumpWalkMap(),
+            fmt::format("walkId:{} walkList:[ \n{} \n{} \n{} \n{} ]\n", id, again, c, b, a));
+  EXPECT_THAT(FullKelTypeWalker::dumpPathWalkIdMap(),
+              HasSubstr(fmt::format("path:{} requestSet:[{}]\n", kRack, id)));
+
+  EXPECT_EQ(popped(queue()), a);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 3U) << "another walker of the same prefix is left";
+  EXPECT_EQ(popped(queue()), b);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 2U);
+  EXPECT_EQ(popped(queue()), c);
+  EXPECT_EQ(popped(queue()), again);
+  EXPECT_EQ(popped(queue()), "");
+  EXPECT_EQ(FullKelTypeWalker::dumpPathWalkIdMap(), "");
+  other.info->task.reset();
+}
+
+TEST_F(Parked, DeletionDropsWhatLiesAtOrBelow) {
+  struct Case {
+    char const* path;
+    std::vector<std::string> left; // in the order of resumption
+  };
+  for (Case const& one : {Case{kChassis, {kDevice, kEth0, kRack}},
+                          {kFan, {kDevice, kChassis, kEth0, kRack}},
+                          {kDevice, {kRack}},
+                          {"/fixture", {}}, // nothing is parked at it
+                          {"/fixture/device/interface[name=eth1]", {kDevice, kChassis, kFan, kEth0, kRack}},
+                          {"/fixture/device/gauges", {kDevice, kChassis, kFan, kEth0, kRack}}}) {
+    SCOPED_TRACE(one.path);
+    for (char const* const prefix : {kDevice, kChassis, kFan, kEth0, kRack}) {
+      park(prefix);
+    }
+    FullKelTypeWalker::delFromWalkQ(Path::strToPathIs(one.path));
+    EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), one.left.size());
+    for (std::string const& prefix : one.left) {
+      EXPECT_THAT(popped(queue()), HasSubstr("prefix:" + prefix + " "));
+    }
+    EXPECT_EQ(popped(queue()), "");
+    FullKelTypeWalker::flushWalkMap();
+  }
+}
+
+TEST_F(Parked, WalkersOfObjectsThatHaveGoneArePassedOver) {
+  park(kFan);
+  std::string const rack = park(kRack);
+  world.device()->chassisIs()->fanDel();
+  EXPECT_EQ(popped(queue()), rack);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+}
+
+TEST_F(Parked, CancellingAndFlushingDropEverything) {
+  EXPECT_FALSE(FullKelTypeWalker::cancelPendingWalk(walk.info));
+  park(kDevice);
+  park(kRack);
+  auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot, [] { return true; });
+  WalkHarness::slice(other);
+  EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 2U);
+  EXPECT_TRUE(FullKelTypeWalker::cancelPendingWalk(walk.info));
+  EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 1U) << "the other walk is still parked";
+  EXPECT_THAT(FullKelTypeWalker::dumpPathWalkIdMap(), testing::Not(HasSubstr(kRack)));
+  FullKelTypeWalker::flushWalkMap();
+  expectNothingParked();
+  std::size_t const before = recorder.pushes();
+  WalkHarness::slice(other);
+  EXPECT_TRUE(other.task->done) << "a walk whose queue has gone is done";
+  EXPECT_EQ(recorder.pushes(), before);
+
+  // A queue that is there and empty.
+  FullKelTypeWalker::walkMap().try_emplace(walk.info->syncWalkId.second, walk.info->syncWalkId,
+                                           WalkQ::inWalkMap);
+  EXPECT_EQ(FullKelTypeWalker::resumeWalk(walk.info), WalkResult::Success);
+  expectNothingParked();
+  other.info->task.reset();
+}
+
+// From inside a resumed slice: nothing more is parked, neither in the queue nor in the map of paths.
+TEST_F(Parked, CancellingWhileItRunsLeavesNothing) {
+  for (bool const flush : {false, true}) {
+    int slice = 0;
+    WalkHarness::Walk running = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+    running.task->yieldWhen = [&] {
+      if (slice == 2) {
+        flush ? FullKelTypeWalker::flushWalkMap() : void(FullKelTypeWalker::cancelPendingWalk(running.info));
+      }
+      return true;
+    };
+    for (slice = 1; slice <= 2; ++slice) {
+      WalkHarness::slice(running);
+      running.task->descheduleTask();
+    }
+    EXPECT_TRUE(running.task->done);
+    expectNothingParked();
+    running.info->task.reset();
+  }
+}
+
+// --- walks that go on ----------------------------------------------------------------------------------
+
+TEST_F(Parked, AFullPipeAtTheVeryLastPush) {
+  auto const optics = world.device()->interfaceIs("eth0")->opticsIs();
+  RecordingRouter full(1);
+  WalkHarness::Walk last = harness.start(full, *optics, Ondra::flagSnapshot);
+  EXPECT_LE(WalkHarness::finish(last), 2U);
+  EXPECT_EQ(full.updates(), 1U) << "sent once";
+  expectNothingParked();
+
+  if (Ondra::toggleOndraSyncBundlingEnabled()) {
+    WalkHarness::Walk nested = harness.start(full, *optics, Ondra::flagSnapshot);
+    EXPECT_EQ(FullKelTypeWalker::walkObjectInternal(nested.info, nullptr, nullptr, nullptr),
+              WalkResult::PipeFull)
+        << "inside another walk a full pipe stops the caller";
+    EXPECT_EQ(FullKelTypeWalker::walkObject(nested.info), WalkResult::Success)
+        << "at the top the walk has ended";
+    nested.info->task.reset();
+  }
+}
+
+// A reference in the middle of a value: without bundling it is sent at once, and can find the pipe full there.
+struct Leg {
+  std::uint32_t cost = 0;
+  Kel::Ptr<Fixture::Interface> via;
+  Kel::String note;
+};
+class Trip final : public Kel::EntityOf<Trip> {
+public:
+  void stopIs(Kel::String const& name, Leg const& leg) { memberIs(stops, name, leg); }
+  void stopDel(Kel::String const& name) { memberDel(stops, name); }
+  void legIs(Leg const& wanted) { valueIs(leg, wanted); }
+  void endIs(std::uint32_t wanted) { valueIs(end, wanted); }
+
+  Leg leg;
+  Kel::KeyedValues<Kel::String, Leg> stops;
+  std::uint32_t end = 0;
+};
+
+class NestedValues : public Parked {
+protected:
+  NestedValues() {
+    static bool const declared = [] {
+      Kel::valueType<Leg>("Leg", "parked-walk-test")
+          .attr("cost", &Leg::cost)
+          .pointer("via", &Leg::via)
+          .attr("note", &Leg::note)
+          .done();
+      Kel::entityType<Trip>("Trip", "parked-walk-test")
+          .attr("leg", &Trip::leg, &Trip::legIs)
+          .keyed("stop", &Trip::stops)
+          .attr("end", &Trip::end, &Trip::endIs)
+          .done();
+      return true;
+    }();
+    EXPECT_TRUE(declared);
+    trip = Kel::Ptr(new Trip());
+    world.dir()->entityIs("trip", trip);
+    fill();
+  }
+  void fill() const {
+    auto const eth0 = world.device()->interfaceIs("eth0");
+    trip->legIs({1, eth0, "first"});
+    trip->endIs(99);
+    for (char const* const name : {"a", "b", "c"}) {
+      trip->stopIs(name, {2, eth0, name});
+    }
+  }
+  Kel::Ptr<Trip> trip;
+};
+
+TEST_F(NestedValues, GoOnWithTheirOwnObject) {
+  RecordingRouter::Leaves const whole = harness.leavesOf(*trip);
+  RecordingRouter full(1);
+  WalkHarness::Walk cut = harness.start(full, *trip, Ondra::flagSnapshot);
+  bool parkedInside = false;
+  WalkHarness::finish(cut, [&] {
+    parkedInside =
+        parkedInside || FullKelTypeWalker::dumpWalkMap().find("stop[stopKey=b]") != std::string::npos;
+  });
+  EXPECT_EQ(full.leaves(), whole);
+  EXPECT_EQ(full.updates(), whole.size()) << "each once";
+  EXPECT_EQ(parkedInside, !Ondra::toggleOndraSyncBundlingEnabled());
+}
+
+TEST_F(NestedValues, EndWithAMemberThatIsRemovedAndTakeOneThatIsReplaced) {
+  bool changed = true;
+  for (int at = 1; changed; ++at) { // the change comes at the at-th pause
+    SCOPED_TRACE(at);
+    WalkHarness::clearAll(); // the routers of the walks before have gone
+    fill();
+    changed = false;
+    int pause = 0;
+    RecordingRouter full(1);
+    WalkHarness::Walk cut = harness.start(full, *trip, Ondra::flagSnapshot, [] { return true; });
+    WalkHarness::finish(cut, [&] {
+      Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1000);
+      if (++pause == at) {
+        changed = true;
+        trip->stopDel("b");
+        trip->legIs({7, nullptr, "other"});
+      }
+    });
+    RecordingRouter fresh;
+    WalkHarness::Walk check = harness.start(fresh, *trip, Ondra::flagSnapshot);
+    WalkHarness::finish(check);
+    EXPECT_THAT(full.differences(fresh), IsEmpty());
+    EXPECT_THAT(full.complaints, IsEmpty());
+    expectNothingParked();
+  }
+}
+
+// The new object is another one: what was parked for the old does not go on with it, and nothing of it is lost.
+TEST_F(Parked, AnObjectThatIsReplacedIsSentByItsNotification) {
+  bool changed = true;
+  for (int at = 1; changed; ++at) {
+    SCOPED_TRACE(at);
+    WalkHarness::clearAll();
+    Fixture::populate(*world.device());
+    changed = false;
+    int pause = 0;
+    RecordingRouter live;
+    WalkHarness::Walk cut = harness.start(live, *world.device()->chassisIs(),
+                                          Ondra::flagSnapshot | Ondra::flagStream, [] { return true; });
+    WalkHarness::finish(cut, [&] {
+      if (++pause == at) {
+        changed = true;
+        world.device()->chassisIs()->fanDel();
+        auto const fan = world.device()->chassisIs()->fanIs();
+        fan->rpmIs(1);
+      }
+      Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1000);
+    });
+    RecordingRouter fresh;
+    WalkHarness::Walk check = harness.start(fresh, *world.device()->chassisIs(), Ondra::flagSnapshot);
+    WalkHarness::finish(check);
+    EXPECT_THAT(live.differences(fresh), IsEmpty());
+    EXPECT_THAT(live.complaints, IsEmpty());
+    WalkHarness::clearAll(); // the router goes
+  }
+}
+
+// --- memory ----------------------------------------------------------------------------------------------
+
+// The most walkers and bytes of collected leaves that a walk of a rack of `count` interfaces holds at its pauses.
+std::pair<std::size_t, std::int64_t> heldAtPauses(WalkHarness& harness, Kel::Ptr<Kel::Dir> const& dir,
+                                                  unsigned count) {
+  Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());
+  dir->entityIs("measured", rack);
+  for (unsigned i = 0; i < count; ++i) {
+    Fixture::populate(*rack->interfaceIs("i" + std::to_string(i)), i);
+  }
+  auto const& leaves = Kel::MemAllocator<Ondra::IrLeaf>::record();
+  std::pair<std::size_t, std::int64_t> most{0, 0};
+  RecordingRouter router;
+  router.keepTexts = false;
+  WalkHarness::Walk walk = harness.start(router, *rack, Ondra::flagSnapshot, [] { return true; });
+  WalkHarness::finish(walk, [&] {
+    auto const& queue = FullKelTypeWalker::walkMap().begin()->second;
+    most.first = std::max(most.first, queue.walkers.size());
+    most.second = std::max(most.second, leaves.liveBytes());
+    EXPECT_LE(FullKelTypeWalker::pathWalkIdMapSize(), queue.walkers.size());
+  });
+  dir->entityDel("measured");
+  WalkHarness::clearAll();
+  return most;
+}
+
+TEST_F(Parked, AWalkHoldsWhatIsParkedAndNotWhatWasWalked) {
+  static_cast<void>(heldAtPauses(harness, world.dir(), 10)); // warms up what is kept spare
+  auto const few = heldAtPauses(harness, world.dir(), 10);
+  auto const many = heldAtPauses(harness, world.dir(), 100);
+  EXPECT_EQ(many.first, few.first);
+  EXPECT_LE(many.first, 4U) << "one for each level: rack, interface, unit, queue";
+  EXPECT_LE(many.second, few.second);
+}
+
+} // namespace

@@ -1,0 +1,408 @@
+// The parts of the full walker: keys, values as key texts, pushes, modes, and what each fatal message guards.
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Kel/Attr.h"
+#include "Kel/Declare.h"
+#include "Kel/TypeBuilder.h"
+#include "WalkHarness.h"
+#include "WalkerProbe.h"
+#include "fixture/Populate.h"
+#include "fixture/Types.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace {
+
+using Kel::handleOf;
+using Ondra::FullKelTypeWalker;
+using Ondra::Ir;
+using Ondra::KelKey;
+using Ondra::Path;
+using Ondra::SyncId;
+using Ondra::WalkId;
+using Ondra::WalkInfo;
+using Ondra::WalkQ;
+using Ondra::WalkResult;
+using Ondra::WalkTask;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+
+constexpr Ondra::SyncWalkId kId(SyncId(1), WalkId(7));
+
+bool bundling() { return Ondra::toggleOndraSyncBundlingEnabled(); }
+Kel::KelAttr deviceAttr(char const* name) {
+  Fixture::declareTypes();
+  return Kel::typeOf<Fixture::Device>().attr(name);
+}
+Handle str(char const* text) { return handleOf(Kel::String(text)); }
+
+class Walker : public testing::Test {
+protected:
+  Fixture::World world;
+  WalkHarness harness;
+  AnsweringRouter router;
+};
+
+// --- keys --------------------------------------------------------------------------------------------
+
+TEST(KelKeyTest, NamesAndTexts) {
+  KelKey one;
+  one.mapInsert("name", "eth1", str("eth1"));
+  one.mapInsert("name", "ignored", nullptr);
+  EXPECT_EQ(KelKey::toString(one), "[name=eth1]");
+  EXPECT_EQ(one.gnmiKeyName(Path::PathIs()), "name__eth1");
+  EXPECT_EQ(one.dumpKey(), "{KeyStr[name=eth1]\nValues[ name = " + str("eth1")->strRep() + " ]}\n");
+
+  KelKey two;
+  two.mapInsert("b", "2", nullptr);
+  two.mapInsert("a", "1", nullptr);
+  EXPECT_EQ(static_cast<std::string>(two), "[a=1][b=2]");
+  EXPECT_EQ(two.gnmiKeyName(Path::strToPathIs("/x/y")), "x__y__a__1__b__2");
+}
+
+TEST(KelKeyTest, NamesTheKeyOfACollection) {
+  struct Case {
+    char const* attr;
+    KelKey::Mode mode;
+    char const* name;
+  };
+  for (Case const& one :
+       {Case{"interface", KelKey::Mode::Scalar, "name"}, // the key is an attribute of the member
+        {"zoneLimit", KelKey::Mode::Scalar, "zoneLimitKey"},
+        {"vlanShare", KelKey::Mode::Scalar, "vlanShareKey"},
+        {"neighbor", KelKey::Mode::Scalar, "neighborKey"},
+        {"link", KelKey::Mode::Scalar, "linkKey"},
+        {"route", KelKey::Mode::Structured, ""}}) {
+    Kel::KelAttr const attr = deviceAttr(one.attr);
+    KelKey key;
+    EXPECT_EQ(key.updateTypeAndGenKey(attr, attr.keyType())->toKeyString(), one.name);
+    EXPECT_EQ(key.mode(), one.mode) << one.attr;
+    EXPECT_EQ(key.keyAttr(), attr);
+  }
+  KelKey key;
+  Kel::KelAttr const cost = deviceAttr("cost");
+  EXPECT_EQ(key.updateTypeAndGenKeyForPtr(cost, cost.keyType(), "/a/b")->toKeyString(), "costKey");
+  EXPECT_EQ(KelKey::toString(key), "[costKey=/a/b]");
+}
+
+TEST(KelKeyTest, GoesOntoThePathOfTheMember) {
+  KelKey key;
+  key.mapInsert("name", "eth/1", str("eth/1"));
+  Kel::Ptr<Path> const shared = Path::strToPathIs("/a/interface");
+  Kel::Ptr<Path> member = Path::makePath(shared);
+  key.updateAndStorePrefix(member, false, deviceAttr("interface"));
+  EXPECT_EQ(member->toString(), "/a/interface[name=eth/1]");
+  EXPECT_EQ(shared->toString(), "/a/interface") << "a shared element was changed";
+  Ondra::IrNode node;
+  key.copyScalars(node);
+  ASSERT_EQ(node.leaves.size(), 1U);
+  EXPECT_EQ(node.leaves[0].leafPath->toString(), "/a/interface[name=eth/1]/name");
+
+  member = Path::strToPathIs("/entityPtr");
+  key.updateAndStorePrefix(member, true, Kel::KelAttr());
+  EXPECT_EQ(member->elems()[0]->name(), "eth/1") << "a directory's entry is named by its key";
+  EXPECT_TRUE(member->elems()[0]->key().empty());
+
+  // A member that no client can write as a leaf stands below an element of its own, if its key is structured.
+  Kel::TypeBuilder builder("walker-test", "Vault", Kel::TypeKind::Entity);
+  builder.keyed("secret", Kel::typeOf<Fixture::AddrKey>(), Kel::builtinType(Kel::BuiltinKind::Bytes));
+  Kel::KelAttr const secret = builder.done().value().attr("secret");
+  KelKey structured;
+  static_cast<void>(structured.updateTypeAndGenKey(secret, secret.keyType()));
+  structured.mapInsert("vrf", "a", nullptr);
+  member = Path::strToPathIs("/secret");
+  structured.updateAndStorePrefix(member, false, secret);
+  EXPECT_EQ(member->toString(), "/secret[vrf=a]/secretValue");
+}
+
+TEST_F(Walker, KeyTextsOfEveryKind) {
+  struct Case {
+    Handle value;
+    char const* text;
+    char const* escaped = nullptr; // when it differs
+  };
+  Case const cases[] = {
+      {handleOf(std::uint8_t{200}), "200"},
+      {handleOf(std::int8_t{-100}), "-100"},
+      {handleOf(std::uint16_t{60000}), "60000"},
+      {handleOf(std::int16_t{-30000}), "-30000"},
+      {handleOf(std::uint32_t{4000000000U}), "4000000000"},
+      {handleOf(std::int32_t{-2000000000}), "-2000000000"},
+      {handleOf(~std::uint64_t{0}), "18446744073709551615"},
+      {handleOf(INT64_MIN), "-9223372036854775808"},
+      {handleOf(true), "true"},
+      {handleOf('x'), "x"},
+      {handleOf(1.5F), "P8AAAA=="},
+      {handleOf(1.5), "P/gAAAAAAAA="},
+      {str("a__b___"), "a__b___", "a\\__b\\___"},
+      {handleOf(Kel::Bytes("xyz")), "eHl6"},
+      {handleOf(Kel::Seconds(-1.5)), "-1500000000"},
+      {handleOf(Kel::Time::fromNanoseconds(std::uint64_t{1} << 63)), "9223372036854775808"},
+      {handleOf(Fixture::Zone::Dmz), "DMZ"},
+      {handleOf(Fixture::VlanId{10}), "10"},
+      {handleOf(Fixture::Trust{Fixture::Zone::Dmz}), "DMZ"},
+      {handleOf(Fixture::MacAddr{42}), "02:00:00:00:00:2a"},
+      {handleOf(Fixture::Fingerprint{Kel::Bytes("xyz")}), "eHl6"},
+      {handleOf(Fixture::Selector{std::uint32_t{7}}), "7"},
+      {handleOf(Fixture::LinkKey{}), "nullptr"},
+  };
+  WalkerProbe const walker("/p", router, nullptr);
+  for (Case const& one : cases) {
+    for (bool const escape : {false, true}) {
+      KelKey key;
+      static_cast<void>(key.updateTypeAndGenKey(deviceAttr("zoneLimit"), one.value->type()));
+      key.escapeMarkIs(escape);
+      walker.extractScalar(one.value, Path::strToPathIs("/k"), key, nullptr);
+      char const* const text = escape && one.escaped != nullptr ? one.escaped : one.text;
+      EXPECT_EQ(KelKey::toString(key), std::string("[k=") + text + "]") << one.value->type().name().view();
+    }
+  }
+}
+
+TEST_F(Walker, EscapesInStructuredKeysOnly) {
+  world.device()->routeIs({{1, 2}, "a__b"}, {3, "", nullptr});
+  world.device()->zoneLimitIs(Fixture::Zone::Dmz, 1);
+  world.device()->aliasIs("c__d", nullptr);
+  RecordingRouter::Leaves const leaves = harness.leavesOf(*world.device());
+  EXPECT_TRUE(leaves.contains("/fixture/device/alias[aliasKey=c__d]/_ptr"));
+  EXPECT_TRUE(
+      leaves.contains("/fixture/device/route[subnet__address=1][subnet__length=2][vrf=a\\__b]/metric"));
+}
+
+// --- modes -------------------------------------------------------------------------------------------
+
+TEST_F(Walker, SendsASmallObjectAsEachModeAsks) {
+  struct Case {
+    Ondra::RequestType mode;
+    bool sends;
+    bool streaming;
+  };
+  std::string const chassis = "timestamp:T prefix:/fixture/device/chassis";
+  std::string const both =
+      chassis + "/fan update0 ( path:/celsius int_val:35 ) update1 ( path:/rpm uint_val:4800 ) ";
+  std::string const model = chassis + " update0 ( path:/model string_val:two slots ) ";
+  std::vector<std::string> const bundled = {model, both};
+  std::vector<std::string> const single = {model, chassis + "/fan update0 ( path:/celsius int_val:35 ) ",
+                                           chassis + "/fan update0 ( path:/rpm uint_val:4800 ) "};
+  for (Case const& one : {Case{Ondra::RequestType::ONCE, true, false},
+                          {Ondra::RequestType::POLL, true, false},
+                          {Ondra::RequestType::STREAM, false, true}}) {
+    RecordingRouter recorder;
+    auto walk = harness.start(recorder, *world.device()->chassisIs(),
+                              Ondra::KelGnmiUtils::requestTypeToFlags(one.mode));
+    WalkHarness::finish(walk);
+    EXPECT_EQ(walk.task->doneStreaming, one.streaming);
+    std::vector<std::string> texts;
+    for (std::string const& text : recorder.texts) {
+      texts.push_back(std::regex_replace(text, std::regex("^[0-9]+:[0-9]+ timestamp:[0-9]+"), "timestamp:T"));
+    }
+    EXPECT_EQ(texts, !one.sends   ? std::vector<std::string>()
+                     : bundling() ? bundled
+                                  : single)
+        << fmt::format("{}", one.mode);
+  }
+}
+
+// --- pushes ------------------------------------------------------------------------------------------
+
+class Push : public Walker {
+protected:
+  // Three responses.
+  static void fill(Ir& ir) {
+    for (char const* const prefix : {"/a", "/b", "/c"}) {
+      ir.addNode(5, Path::strToPathIs(prefix)).addLeaf(Path::strToPathIs("/x"), handleOf(true));
+    }
+  }
+  static std::shared_ptr<Ir> filled() {
+    auto ir = Ir::IrIs();
+    fill(*ir);
+    return ir;
+  }
+  WalkHarness::Walk walk = harness.start(recorder_, *world.device(), Ondra::flagSnapshot);
+  WalkQ queue{kId, WalkQ::onStack};
+  ~Push() override { walk.info->task.reset(); }
+
+private:
+  RecordingRouter recorder_;
+};
+
+TEST_F(Push, SendsABatchToItsEnd) {
+  struct Case {
+    std::vector<bool> answers;
+    WalkResult result;
+  };
+  for (Case const& one : {Case{{}, WalkResult::Success},
+                          {{false, true, true}, WalkResult::Success},
+                          {{true, true, false}, WalkResult::PipeFull}}) {
+    router.texts.clear();
+    router.answers = one.answers;
+    std::shared_ptr<Ir> ir = filled();
+    EXPECT_EQ(WalkerProbe("/p", router, nullptr).routerPush(ir), one.result);
+    EXPECT_EQ(router.texts.size(), 3U);
+  }
+}
+
+TEST_F(Push, AsksWhetherToYieldOnlyWithAQueue) {
+  walk.task->yieldWhen = [] { return true; };
+  auto [resp, notification] = Ondra::ArenaRespMsg::createResponse(Path::strToPathIs("/a"), 5);
+  EXPECT_FALSE(queue.shouldYield()) << "without a task";
+  EXPECT_EQ(WalkerProbe("/p", router, &queue).routerPush(resp), WalkResult::Success);
+  queue.task = walk.task;
+  EXPECT_EQ(WalkerProbe("/p", router, &queue).routerPush(resp), WalkResult::QuantaExceeded);
+  EXPECT_EQ(WalkerProbe("/p", router, nullptr).routerPush(resp), WalkResult::Success);
+  router.answers.assign(4, false);
+  EXPECT_EQ(WalkerProbe("/p", router, &queue).routerPush(resp), WalkResult::PipeFull);
+  EXPECT_EQ(WalkerProbe("/p", router, &queue, Ondra::flagNoPush).routerPush(resp), WalkResult::Success);
+  std::shared_ptr<Ir> ir = filled();
+  EXPECT_EQ(WalkerProbe("/p", router, &queue, Ondra::flagNoPush).routerPush(ir), WalkResult::Success);
+  EXPECT_EQ(router.texts.size(), 4U) << "pushed in spite of flagNoPush";
+}
+
+TEST_F(Push, OfWhatIsCollectedWaitsUntilForcedOrDue) {
+  if (!bundling()) {
+    GTEST_SKIP() << "nothing is collected";
+  }
+  bool yield = false;
+  walk.task->yieldWhen = [&yield] { return yield; };
+  queue.task = walk.task;
+  WalkerProbe walker("/p", router, &queue);
+  fill(*walker.ir());
+  EXPECT_EQ(walker.routerPush(false), WalkResult::Success);
+  EXPECT_THAT(router.texts, IsEmpty());
+  EXPECT_FALSE(walker.ir()->empty());
+  EXPECT_EQ(walker.routerPush(true), WalkResult::Success);
+  EXPECT_EQ(router.texts.size(), 3U);
+  EXPECT_TRUE(walker.ir()->empty());
+  yield = true;
+  fill(*walker.ir());
+  EXPECT_EQ(walker.routerPush(false), WalkResult::QuantaExceeded);
+  EXPECT_EQ(router.texts.size(), 6U);
+
+  WalkerProbe silent("/p", router, &queue, Ondra::flagNoPush);
+  fill(*silent.ir());
+  EXPECT_EQ(silent.routerPush(true), WalkResult::Success);
+  EXPECT_EQ(router.texts.size(), 6U);
+}
+
+// --- taking watching down ------------------------------------------------------------------------------
+
+class Cell final : public Kel::EntityOf<Cell> {};
+class Grid final : public Kel::EntityOf<Grid> {
+public:
+  Kel::Ptr<Cell> cellIs(Fixture::AddrKey const& key) { return memberIs(cells, key); }
+  Kel::KeyedEntities<Fixture::AddrKey, Cell> cells;
+};
+
+TEST_F(Walker, FindsMembersOfStructuredKeysWhenItLooksForEntitiesOnly) {
+  static bool const declared = [] {
+    Kel::entityType<Cell>("Cell", "walker-test").done();
+    Kel::entityType<Grid>("Grid", "walker-test").instantiating("cell", &Grid::cells).done();
+    return true;
+  }();
+  ASSERT_TRUE(declared);
+  Kel::Ptr<Grid> const grid(new Grid());
+  world.dir()->entityIs("grid", grid);
+  grid->cellIs({"a", 1});
+  grid->cellIs({"b", 2});
+  RecordingRouter recorder;
+  auto walk = harness.start(recorder, *grid, Ondra::flagStream);
+  WalkHarness::finish(walk);
+  ASSERT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 3U);
+  EXPECT_EQ(WalkerProbe("/fixture/grid", recorder, nullptr, Ondra::flagInstantiatingOnly | Ondra::flagNoPause)
+                .walk(nullptr),
+            WalkResult::Success);
+  EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
+  EXPECT_EQ(recorder.pushes(), 3U) << "each is ended by itself, from below";
+}
+
+// --- fatal messages --------------------------------------------------------------------------------------
+
+// Those of the response side, of flags and of results are with the tests of these.
+TEST_F(Walker, FatalMessages) {
+  Handle const five = handleOf(std::uint8_t{5});
+  Handle const json = handleOf(Kel::JsonString{"1"});
+  Handle const device = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(world.device().get()));
+  Kel::TypeDesc odd; // an enumeration of something that is no integer
+  odd.name = "odd";
+  odd.kind = Kel::TypeKind::Enum;
+  odd.underlying = Kel::BuiltinKind::String;
+  odd.ops = Kel::builtinDesc(Kel::BuiltinKind::U8).ops;
+  std::uint8_t const raw = 1;
+  Handle const oddValue = Kel::GenericIf::copyOf(odd, &raw);
+
+  RecordingRouter recorder;
+  auto watched = harness.start(recorder, *world.device(), Ondra::flagStream);
+  WalkHarness::finish(watched);
+  auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+  std::shared_ptr<WalkInfo> info =
+      WalkInfo::WalkInfoIs(router, kId, Path::strToPathIs("/p"), world.device().get(), {});
+  WalkQ stack(kId, WalkQ::onStack), noTask(kId, WalkQ::inWalkMap), strange(kId, WalkQ::WalkQStored(2));
+  WalkQ others({SyncId(2), WalkId(8)}, WalkQ::inWalkMap);
+  std::string const prefix = "/fixture/device";
+  auto const probe = [&](WalkQ* queue) { return std::make_unique<WalkerProbe>(prefix, router, queue); };
+  WalkerProbe walker(prefix, router, nullptr);
+  Kel::Ptr<Path> path = Path::strToPathIs("/k");
+  KelKey value, scalar;
+  static_cast<void>(scalar.updateTypeAndGenKey(deviceAttr("zoneLimit"), five->type()));
+  auto [untimed, notification] = Ondra::ArenaRespMsg::createResponse(path, 0);
+  std::shared_ptr<Ir> ir = Ir::IrIs();
+
+  struct Case {
+    std::string message;
+    std::function<void()> run;
+  };
+  Case const cases[] = {
+      {"OndraWalker: !keyMap_.empty() && \"keyMap_ is empty\"",
+       [&] { static_cast<void>(value.gnmiKeyName(path)); }},
+      {"OndraWalker: keyMap().size() == 1 && \"Expected map size of 1\"",
+       [&] { value.updateAndStorePrefix(path, true, Kel::KelAttr()); }},
+      {"OndraWalker: No IR to extract value", [&] { walker.extractBuiltin(five, path, value, nullptr); }},
+      {"OndraWalker: No IR to extract value",
+       [&] { walker.extractEnum(handleOf(Fixture::Zone::Dmz), path, value, nullptr); }},
+      {"OndraWalker: Unknown builtin type: ", [&] { walker.extractBuiltin(json, path, scalar, nullptr); }},
+      {"OndraWalker: Unknown underlying enum type:",
+       [&] { walker.extractEnum(oddValue, path, scalar, nullptr); }},
+      {"OndraWalker: Only builtins, enums, and split inheritance types are supported",
+       [&] { walker.extractScalarArray(device, deviceAttr("contacts"), ir, path, path, 5); }},
+      {"OndraWalker: walk with a gif_ == nullptr! prefixPath_:/nowhere leafPath_:",
+       [&] { WalkerProbe("/nowhere", router, nullptr).walk(nullptr); }},
+      {bundling() ? "OndraWalker: ir_ is null" : "none",
+       [&] { WalkerProbe(prefix, router, nullptr, Ondra::flagSnapshot, nullptr); }},
+      {"OndraWalker: walkId 0 cannot be added to walkQ",
+       [&] { FullKelTypeWalker::addToWalkQ(probe(nullptr)); }},
+      {"OndraWalker: walkQ does not have a task", [&] { FullKelTypeWalker::addToWalkQ(probe(&noTask)); }},
+      {"OndraWalker: walkQ is not stored on stack", [&] { FullKelTypeWalker::addToWalkQ(probe(&strange)); }},
+      {"OndraWalker: 0 != 1", [&] { stack.addWalker(probe(&stack)); }},
+      {"OndraWalker: 1:7 == 2:8", [&] { others.addWalker(probe(&stack)); }},
+      {"OndraWalker: Expected walker->gif_ to be null!",
+       [&] {
+         noTask.addWalker(probe(&noTask));
+         static_cast<void>(FullKelTypeWalker::popWalkQ(noTask));
+       }},
+      {"OndraWalkTask: cannot walk a nullptr",
+       [&] { static_cast<void>(WalkInfo::WalkInfoIs(router, kId, path, nullptr, {})); }},
+      {"OndraWalkTask: TaskScheduler required to construct WalkTask",
+       [&] { static_cast<void>(WalkTask::WalkTaskIs(nullptr, info, Tovak::TaskPriority::normal)); }},
+      {"OndraWalkTask: constructing a WalkTask with a WalkInfo that already has a task",
+       [&] { ControlledTask(other.task->scheduler(), other.info, Tovak::TaskPriority::normal); }},
+      {"OndraWalker: resuming walk for a walkInfo without a task",
+       [&] { FullKelTypeWalker::resumeWalk(info); }},
+      {"OndraWalker: cancelling a pending walk for a WalkInfo without a task",
+       [&] { FullKelTypeWalker::cancelPendingWalk(info); }},
+      {"OndraWalker: 0 timestamps are not allowed. resp:", [&] { walker.routerPush(untimed); }},
+      {bundling() ? "none" : "OndraWalker: bundling not enabled", [&] { walker.routerPush(false); }},
+  };
+  for (Case const& one : cases) {
+    EXPECT_THAT(assertionIn(one.run), StartsWith(one.message));
+  }
+  other.info->task.reset();
+}
+
+} // namespace
