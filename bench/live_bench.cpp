@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Alloc.h"
@@ -116,12 +117,34 @@ void BM_MillionChanges(benchmark::State& state) {
   state.counters["heapCalls"] = calls;
 }
 
+// Holds all blocks that the model's free lists had left over: whoever allocates now takes fresh memory, which is seen.
+class Ballast {
+public:
+  Ballast() {
+    for (std::size_t size = 16; size <= Kel::kKelMemLargestClass; size += 16) {
+      std::size_t const before = Kel::kelMemStats().chunks;
+      while (Kel::kelMemStats().chunks == before) {
+        blocks_.emplace_back(Kel::kelMemAlloc(size), size);
+      }
+    }
+  }
+  ~Ballast() {
+    for (auto const& [block, size] : blocks_) {
+      Kel::kelMemFree(block, size);
+    }
+  }
+
+private:
+  std::vector<std::pair<void*, std::size_t>> blocks_;
+};
+
 void BM_WatchedLeafMemory(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   double held = 0;
   for (auto _ : state) {
     Tree tree(leaves);
     CountingRouter router(false);
+    Ballast const ballast;
     std::size_t const before = heapInUse();
     watchAll(tree, router);
     held = static_cast<double>(heapInUse()) - static_cast<double>(before);

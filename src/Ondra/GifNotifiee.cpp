@@ -22,6 +22,11 @@ namespace {
 constexpr WalkerFlags kMuteFlags{0x23};
 constexpr WalkerFlags kNotifFlags{0x2e};
 
+std::uint64_t& madeSoFar() {
+  static std::uint64_t count = 0;
+  return count;
+}
+
 } // namespace
 
 GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
@@ -30,6 +35,7 @@ GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Pat
     , prefixPath_(std::move(prefixPath))
     , router_(router)
     , type_(notifier->fwkType())
+    , serial_(++madeSoFar())
     , first_(first)
     , second_(second) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);

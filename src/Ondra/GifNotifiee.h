@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -60,6 +61,8 @@ public:
   [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
+  // In the order in which notifiees are made.
+  [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
   // The registry holds it: its path has not ended.
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
@@ -88,6 +91,7 @@ private:
   Kel::KelType const type_; // of the notifier
   EmittedLeaves emitted_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
+  std::uint64_t const serial_;
   bool const first_;
   bool const second_;
   bool inRegistry_ = false;

@@ -22,6 +22,9 @@ public:
 
   // What has been made so far; the encoder begins anew.
   [[nodiscard]] Responses take() { return std::exchange(responses_, {}); }
+  // The same, left with the encoder; `clear` drops them and keeps the storage of the list.
+  [[nodiscard]] Responses& responses() noexcept { return responses_; }
+  void clear() noexcept { responses_.clear(); }
 
 private:
   Responses responses_;

@@ -170,16 +170,31 @@ void KelTypeNotifWalker::endEntityAt(Kel::Ptr<Path const> const& path) {
 // --- collections ---------------------------------------------------------------------------------------
 
 void KelTypeNotifWalker::walkMembers(Plan const& plan) {
+  auto const sendSoFar = [this] {
+    routerPush(ir_);
+    ir_->clear();
+  };
   for (Handle const& key : notifiee_.attrStates().keysOf(plan.attr.id())) {
-    if (key && !plan.attr.keyType().isKeyPtrWrapper() && !plan.attr.genericIfExist(gif_, key)) {
+    if (key && !isThere(plan, key)) {
       memberGone(plan, key);
+      sendSoFar();
     }
   }
   for (auto member = plan.attr.genericIfIteratorConst(gif_); member; ++member) {
     walkMember(plan, member.key());
-    routerPush(ir_);
-    ir_->clear();
+    sendSoFar();
   }
+}
+
+// Whether the collection holds the member of a state's key, which stands for the reference that the member's own key wraps.
+bool KelTypeNotifWalker::isThere(Plan const& plan, Handle const& stateKey) const {
+  Kel::KelType const keyType = plan.attr.keyType();
+  if (!keyType || !keyType.isKeyPtrWrapper()) {
+    return plan.attr.genericIfExist(gif_, stateKey);
+  }
+  Kel::PtrInterface* const target = stateKey->object();
+  return target != nullptr &&
+         plan.attr.genericIfExist(gif_, keyType.genericIf(Kel::ArgList{Kel::GenericIf::toObject(target)}));
 }
 
 void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
@@ -373,13 +388,17 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     }
     return WalkResult::Success;
   }
+  static auto* const encoder = new RespEncoder(); // its list stays warm; a push never comes here again
+  encoder->clear();
+  ir->encode(*encoder);
   WalkResult result = WalkResult::Success;
-  for (std::shared_ptr<ArenaRespMsg>& response : ir->toSubResp()) {
+  for (std::shared_ptr<ArenaRespMsg>& response : encoder->responses()) {
     gnmi::Notification const& notification = response->response->update();
     if (notification.update_size() > 0 || notification.delete__size() > 0) {
       result = routerPush(response); // a full pipe does not hold a notification up
     }
   }
+  encoder->clear();
   return result;
 }
 

@@ -52,6 +52,7 @@ private:
   void endEntityAt(Kel::Ptr<Path const> const& path);
   void walkMembers(Plan const& plan);
   void walkMember(Plan const& plan, Handle const& key);
+  [[nodiscard]] bool isThere(Plan const& plan, Handle const& stateKey) const;
   void memberGone(Plan const& plan, Handle const& key);
   void resendSharing(Plan const& plan, Handle const& after, Kel::Ptr<Path const> const& path);
   [[nodiscard]] Kel::Ptr<Path const> memberPath(Plan const& plan, Handle const& key);

@@ -1,7 +1,6 @@
 #include "Ondra/Referrers.h"
 
 #include <algorithm>
-#include <functional>
 #include <vector>
 
 #include "Ondra/GifNotifiee.h"
@@ -17,8 +16,11 @@ int compareKeys(Kel::Ptr<Kel::GenericIf const> const& a, Kel::Ptr<Kel::GenericIf
 }
 
 int compareSources(Referrers::Source const& a, Referrers::Source const& b) {
-  if (a.notifiee != b.notifiee) {
-    return std::less<>{}(a.notifiee, b.notifiee) ? -1 : 1;
+  if (a.notifiee != b.notifiee) { // by age, so that what happens can be repeated
+    auto const age = [](Referrers::Source const& s) {
+      return s.notifiee == nullptr ? 0 : s.notifiee->serial();
+    };
+    return age(a) < age(b) ? -1 : 1;
   }
   if (a.id != b.id) {
     return a.id < b.id ? -1 : 1;

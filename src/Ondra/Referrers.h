@@ -90,7 +90,7 @@ private:
   RenderScope* outer_ = nullptr;
   GifGnmiNotifiee* notifiee_;
   Kel::AttributeId id_;
-  Kel::Ptr<Kel::GenericIf const> const& key_;
+  Kel::Ptr<Kel::GenericIf const> const key_; // callers hand in temporaries
   Referrers::Serials targets_;
 };
 

@@ -4,6 +4,8 @@
 #include <sstream>
 
 #include "AgentTesting.h"
+#include <boost/container/small_vector.hpp>
+
 #include "Kel/Attr.h"
 #include "agent/model/Schema.h"
 #include "agent/model/SupportedPaths.h"
@@ -74,7 +76,12 @@ TEST(Model, NodesCarryWhatIsPublishedOfThem) {
 TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
   Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
   Agent::Tree const tree = Agent::treeIn(*root);
-  auto const lo = tree.interfaces->entryIs(&Agent::Interfaces::interface, "lo");
+  // As generic writers make an entry.
+  KelAttr const list = tree.interfaces->fwkType().attr("interface");
+  list.genericIfSet(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(tree.interfaces.get())),
+                    Kel::ArgList{Kel::handleOf(Kel::String("lo"))});
+  Kel::Ptr<Agent::Interface> const lo(tree.interfaces->interface.find("lo"));
+  ASSERT_TRUE(lo);
   lo->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 0)
       ->ipv6->addresses->entryIs(&Agent::Ipv6Addresses::address, "::1");
   EXPECT_EQ(lo->state->fullName(), "/openconfig/interfaces/interface[name=lo]/state");
