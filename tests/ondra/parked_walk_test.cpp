@@ -210,7 +210,7 @@ struct Leg {
 };
 class Trip final : public Kel::EntityOf<Trip> {
 public:
-  void stopIs(Kel::String const& name, Leg const& leg) { memberIs(stops, name, leg); }
+  void stopIs(Kel::String const& name, Leg const& stop) { memberIs(stops, name, stop); }
   void stopDel(Kel::String const& name) { memberDel(stops, name); }
   void legIs(Leg const& wanted) { valueIs(leg, wanted); }
   void endIs(std::uint32_t wanted) { valueIs(end, wanted); }
