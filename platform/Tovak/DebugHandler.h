@@ -55,7 +55,7 @@ inline constexpr char const* traceEnvironmentVariable = "ONDRA_TRACE";
  * also during static initialisation.
  *
  * Until a trace spec says otherwise the error level is on, and level 0 as well when `levelZeroOn`. The first caller
- * decides; a trace spec that matches the name applies whichever came first, the spec or the handler.
+ * decides; a trace spec that matches the name applies whichever came first, the pattern or the handler.
  */
 KTD_EXPORT DebugHandler& getDebugHandler(std::string_view name, bool levelZeroOn);
 
