@@ -2,6 +2,7 @@
 // permit one.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <linux/neighbour.h>
 #include <net/if.h>
 #include <netlink/addr.h>
