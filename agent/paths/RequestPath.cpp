@@ -1,0 +1,78 @@
+#include "agent/paths/RequestPath.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "agent/model/Tree.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+grpc::Status invalid(std::string const& what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
+
+bool isServed(std::string_view origin) {
+  if (origin.empty() || origin == kOrigin) return true;
+  return std::ranges::any_of(publishedModels(),
+                             [origin](PublishedModel const& model) { return model.name == origin; });
+}
+
+grpc::Status appendElem(std::vector<RequestElem>& elems, gnmi::PathElem const& from) {
+  if (from.name().empty()) return invalid("a path element has no name");
+  if (from.name() == "..." && from.key_size() > 0) return invalid("the path element ... takes no keys");
+  RequestElem elem{from.name(), {from.key().begin(), from.key().end()}};
+  std::ranges::sort(elem.keys);
+  if (!elem.keys.empty() && elem.keys.front().first.empty())
+    return invalid(fmt::format("a key of the path element {} has no name", statusText(from.name())));
+  elems.push_back(std::move(elem));
+  return grpc::Status::OK;
+}
+
+grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from) {
+  if (from.element_size() > 0) return invalid("the field element of a path is not supported: use elem");
+  if (elems.size() + static_cast<std::size_t>(from.elem_size()) > kMaxPathElems)
+    return invalid(fmt::format("a path has more than {} elements", kMaxPathElems));
+  for (gnmi::PathElem const& elem : from.elem()) {
+    if (grpc::Status status = appendElem(elems, elem); !status.ok()) return status;
+  }
+  return grpc::Status::OK;
+}
+
+} // namespace
+
+RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const& path) {
+  if (!prefix.origin().empty() && !path.origin().empty())
+    return invalid("the origin is given in the prefix and in a path");
+  if (!path.target().empty()) return invalid("a target belongs into the prefix");
+  RequestPath made;
+  made.origin = prefix.origin().empty() ? path.origin() : prefix.origin();
+  made.target = prefix.target();
+  if (!isServed(made.origin))
+    return invalid(fmt::format("the origin {} is not served", statusText(made.origin)));
+  for (gnmi::Path const* const part : {&prefix, &path}) {
+    if (grpc::Status status = appendElems(made.elems, *part); !status.ok()) return status;
+  }
+  return made;
+}
+
+std::string RequestPath::text() const {
+  std::string out;
+  for (RequestElem const& elem : elems) {
+    out += '/';
+    out += elem.name;
+    for (auto const& [name, value] : elem.keys)
+      out += fmt::format("[{}={}]", name, value);
+  }
+  return statusText(out.empty() ? "/" : out);
+}
+
+std::string statusText(std::string_view text, std::size_t length) {
+  std::string out;
+  for (char const byte : text.substr(0, length))
+    out += byte >= ' ' && byte != 0x7f ? byte : '?';
+  if (text.size() > length) out += "...";
+  return out;
+}
+
+} // namespace Agent

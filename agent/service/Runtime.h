@@ -1,0 +1,69 @@
+// Agent::Runtime: what every part of the agent shares: the clock, the scheduler and its thread, the tree, the limits, the engine of
+// the subscriptions.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+#include "Tovak/Clock.h"
+#include "Tovak/TaskScheduler.h"
+#include "agent/model/Tree.h"
+
+namespace Agent {
+
+class Engine;
+
+// What clients may ask of the agent. Sizes in bytes, times in nanoseconds.
+struct Limits {
+  std::size_t streams = 4096;                    // Subscribe calls at a time
+  std::size_t subscriptionsPerCall = 256;        // in one list
+  std::size_t messageBytes = 4U << 20;           // of a request
+  std::size_t responseBytes = (4U << 20) - 4096; // of a response that can be split
+  std::size_t queueBytes = 4U << 20;             // that wait for one subscriber, before they are coalesced
+  std::int64_t sampleFloorNs = 1'000'000'000;    // the shortest interval of samples and heartbeats
+  std::int64_t targetDefinedNs = 5'000'000'000;  // the interval of what TARGET_DEFINED samples
+  std::int64_t stuckNs = 30'000'000'000; // how long a subscriber may take no message that waits for it
+};
+
+// One a process, because the model is: made first, gone last. Made, started and stopped by one thread. Tests do not start it but
+// drive the scheduler by hand, on a simulated clock.
+class Runtime {
+public:
+  struct Options {
+    Limits limits = {};
+    Tovak::Clock* clock = nullptr; // the machine's when null; outlives the runtime
+  };
+
+  Runtime();
+  explicit Runtime(Options const& options);
+  // Stops, ends all calls and takes all watching off the model.
+  ~Runtime();
+  Runtime(Runtime const&) = delete;
+  Runtime& operator=(Runtime const&) = delete;
+
+  // `post` of it may be called from any thread; the rest belongs to its own.
+  [[nodiscard]] std::shared_ptr<Tovak::TaskScheduler> const& scheduler() const noexcept { return scheduler_; }
+  [[nodiscard]] Tovak::Clock& clock() const noexcept { return clock_; }
+  // Scheduler thread.
+  [[nodiscard]] Tree const& tree() const noexcept { return tree_; }
+  [[nodiscard]] Engine& engine() noexcept { return *engine_; }
+  [[nodiscard]] Limits const& limits() const noexcept { return limits_; }
+
+  // Runs the loop on a thread of its own. What is set up before needs no `post`.
+  void start();
+  // Ends the loop and joins its thread; does nothing when it is not running. Calls that are open stay open: see
+  // `Engine::callsEnd`.
+  void stop();
+
+private:
+  Limits const limits_;
+  Tovak::Clock& clock_;
+  std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  Tree const tree_;
+  std::unique_ptr<Engine> engine_;
+  std::thread thread_;
+};
+
+} // namespace Agent
