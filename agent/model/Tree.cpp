@@ -1,5 +1,8 @@
 #include "agent/model/Tree.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "agent/model/Declarations.h"
 
 namespace Agent {
@@ -11,6 +14,16 @@ Kel::Ptr<E> entityIn(Kel::Dir& dir, std::string_view name) {
   Kel::Ptr<E> const made(new E());
   dir.entityIs(name, made, false);
   return made;
+}
+
+std::vector<TopLevel>& declaredTops() {
+  declareTypes();
+  static auto* const all = new std::vector<TopLevel>{
+      {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
+      {"system", Kel::typeOf<System>(), Impl::kSystemModule},
+      {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
+  };
+  return *all;
 }
 
 } // namespace
@@ -143,14 +156,11 @@ void declareTypes() {
   static_cast<void>(once);
 }
 
-std::array<TopLevel, 3> const& topLevels() {
-  declareTypes();
-  static std::array<TopLevel, 3> const all = {{
-      {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
-      {"system", Kel::typeOf<System>(), Impl::kSystemModule},
-      {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
-  }};
-  return all;
+std::span<TopLevel const> topLevels() { return declaredTops(); }
+
+void topLevelIs(TopLevel const& top) {
+  std::vector<TopLevel>& tops = declaredTops();
+  if (std::ranges::find(tops, top.name, &TopLevel::name) == tops.end()) tops.push_back(top);
 }
 
 std::array<PublishedModel, 5> const& publishedModels() {
@@ -166,11 +176,11 @@ std::array<PublishedModel, 5> const& publishedModels() {
 }
 
 Tree treeIn(Kel::Dir& root) {
-  auto const& [interfaces, system, components] = topLevels();
+  std::span<TopLevel const> const tops = topLevels();
   Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
-  return {.interfaces = entityIn<Interfaces>(*dir, interfaces.name),
-          .system = entityIn<System>(*dir, system.name),
-          .components = entityIn<Components>(*dir, components.name)};
+  return {.interfaces = entityIn<Interfaces>(*dir, tops[0].name),
+          .system = entityIn<System>(*dir, tops[1].name),
+          .components = entityIn<Components>(*dir, tops[2].name)};
 }
 
 } // namespace Agent

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 #include <string_view>
 
 #include "Kel/Dir.h"
@@ -35,7 +36,11 @@ struct TopLevel {
   Kel::KelType type;
   std::string_view module;
 };
-[[nodiscard]] std::array<TopLevel, 3> const& topLevels();
+// The three entities of the tree first, then what was added. Constant once other threads look at it.
+[[nodiscard]] std::span<TopLevel const> topLevels();
+// Adds the type of an entity that is to stand beside those three; the same name again changes nothing. `name` and `module` must
+// live for the process. To be called before other threads ask for `topLevels` or `leafInfo`.
+void topLevelIs(TopLevel const& top);
 
 // A model that the tree is made of, as Capabilities lists them.
 struct PublishedModel {
