@@ -92,6 +92,8 @@ bool AttrStateMap::Equal::operator()(AttrStateNode const& a, Probe const& b) con
   return a.id_ == b.id && sameKey(a.key_, b.key);
 }
 
+std::uint32_t AttrStateMap::traceMask() { return trace().mask(); }
+
 AttrStateMap::~AttrStateMap() {
   if (singular_ != nullptr) {
     std::destroy_n(singular_, places_);

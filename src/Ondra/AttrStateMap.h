@@ -85,12 +85,18 @@ public:
 
   // The node, made when there is none.
   AttrStateNode const& getAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  // The stamp of a singular attribute by its position in the owner's type; 0 while it has no node.
+  [[nodiscard]] long singularTimestamp(std::size_t position) const noexcept {
+    return position < places_ ? singular_[position].timestamp_ : 0;
+  }
   // The node, or null.
   [[nodiscard]] AttrStateNode const* queryAttrState(Kel::AttributeId id,
                                                     Kel::Ptr<Kel::GenericIf const> const& key) const;
   // Removes the node and returns the time of the deletion, later than every stamp of the node; nothing when there was none.
   std::optional<long> delAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
 
+  // The levels of traces that reading and making nodes emits.
+  [[nodiscard]] static std::uint32_t traceMask();
   // The keys of one attribute's nodes, in no order; null for the node of the attribute as such.
   [[nodiscard]] std::vector<Kel::Ptr<Kel::GenericIf const>> keysOf(Kel::AttributeId id) const;
   [[nodiscard]] std::size_t size() const noexcept;

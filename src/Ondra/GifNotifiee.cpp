@@ -176,7 +176,7 @@ void GifGnmiNotifiee::clearAllGnmiNotifiees() {
   Pending::instance().clear();
   Referrers::instance().clear();
   for (std::size_t left = notifieeMapSize(); left > 0; --left) {
-    if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->any()) {
+    if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->last()) {
       notifieeMaps->erase(notifiee);
     }
   }

@@ -66,6 +66,16 @@ public:
   // The registry holds it: its path has not ended.
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
+  // Notes that the path is the holder's with one element more, that of the holder's attribute under which the object, an entity, has
+  // its place. An entity has one place in its life, so that walks of the holder need not work out the path again.
+  void heldByIs(GifGnmiNotifiee const& holder, Kel::AttributeId attr) noexcept {
+    holderSerial_ = holder.serial_;
+    holderAttr_ = attr;
+  }
+  [[nodiscard]] bool isHeldBy(GifGnmiNotifiee const& holder, Kel::AttributeId attr) const noexcept {
+    return holderSerial_ == holder.serial_ && holderAttr_ == attr;
+  }
+
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that are running have unwound.
   // A null key for a collection: all of it.
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
@@ -92,6 +102,8 @@ private:
   EmittedLeaves emitted_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   std::uint64_t const serial_;
+  std::uint64_t holderSerial_ = 0; // 0: not noted
+  Kel::AttributeId holderAttr_ = 0;
   bool const first_;
   bool const second_;
   bool inRegistry_ = false;

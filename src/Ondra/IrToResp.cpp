@@ -51,6 +51,12 @@ void addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
 
 } // namespace
 
+RespEncoder& RespEncoder::shared() {
+  static auto* const encoder = new RespEncoder();
+  encoder->clear();
+  return *encoder;
+}
+
 void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
   gnmi::Notification* notification = nullptr;
   auto const nextResponse = [&](std::size_t leavesLeft) {

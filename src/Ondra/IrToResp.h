@@ -18,6 +18,9 @@ public:
 
   static constexpr int kLeavesPerResponse = 1000;
 
+  // The one that pushes share, emptied: its list stays warm. A push never leads to another. Scheduler thread.
+  [[nodiscard]] static RespEncoder& shared();
+
   void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) override;
 
   // What has been made so far; the encoder begins anew.

@@ -43,6 +43,11 @@ Kel::Ptr<Path> scalarKeyPath(Kel::KelAttr const& attr) {
 
 } // namespace
 
+KelKey::Scalars const& KelKey::noScalars() noexcept {
+  static auto const* const none = new Scalars();
+  return *none;
+}
+
 Kel::Ptr<Path> KelKey::updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType) {
   mode_ = isScalarKey(keyType) ? Mode::Scalar : Mode::Structured;
   keyAttr_ = attr;
@@ -65,7 +70,10 @@ void KelKey::mapInsert(std::string const& name, std::string const& text,
                        Kel::Ptr<Kel::GenericIf const> const& value) {
   keyMap_.emplace(name, text);
   if (value) {
-    scalars_.emplace_back(name, value);
+    if (!scalars_) {
+      scalars_.emplace();
+    }
+    scalars_->emplace_back(name, value);
   }
 }
 
@@ -104,7 +112,7 @@ void KelKey::updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::
 }
 
 void KelKey::copyScalars(IrNode& node) const {
-  for (auto const& [name, value] : scalars_) {
+  for (auto const& [name, value] : scalars()) {
     Kel::Ptr<Path> const path = prefix_ ? Path::makePath(prefix_) : Path::PathIs();
     path->push(PathElem::PathElemIs(Kel::String(name)));
     node.addLeaf(path, value);
@@ -123,7 +131,7 @@ KelKey::operator std::string() const {
 
 std::string KelKey::dumpKey() const {
   std::string text = fmt::format("{{KeyStr{}\nValues[ ", toString(*this));
-  for (auto const& [name, value] : scalars_) {
+  for (auto const& [name, value] : scalars()) {
     text += fmt::format("{} = {} ", name, value->strRep());
   }
   text += fmt::format("]}}\n");

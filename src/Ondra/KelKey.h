@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -41,7 +42,7 @@ public:
   // The collection attribute whose member this key names.
   [[nodiscard]] Kel::KelAttr keyAttr() const noexcept { return keyAttr_; }
   [[nodiscard]] KeyMap const& keyMap() const noexcept { return keyMap_; }
-  [[nodiscard]] Scalars const& scalars() const noexcept { return scalars_; }
+  [[nodiscard]] Scalars const& scalars() const noexcept { return scalars_ ? *scalars_ : noScalars(); }
   // Key texts of strings are written with "__" escaped.
   [[nodiscard]] bool escapeMark() const noexcept { return escapeMark_; }
   void escapeMarkIs(bool mark) noexcept { escapeMark_ = mark; }
@@ -76,10 +77,13 @@ public:
   [[nodiscard]] std::string dumpKey() const;
 
 private:
+  static Scalars const& noScalars() noexcept;
+
   Mode mode_ = Mode::Value;
   Kel::KelAttr keyAttr_;
   KeyMap keyMap_;
-  Scalars scalars_;
+  std::optional<Scalars>
+      scalars_; // made with the first: an empty deque takes storage, and most keys are of walkers that make leaves
   bool escapeMark_ = false;
   bool scalarsCopied_ = false;
   Kel::Ptr<Path const> prefix_;

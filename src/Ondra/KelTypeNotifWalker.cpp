@@ -388,17 +388,16 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     }
     return WalkResult::Success;
   }
-  static auto* const encoder = new RespEncoder(); // its list stays warm; a push never comes here again
-  encoder->clear();
-  ir->encode(*encoder);
+  RespEncoder& encoder = RespEncoder::shared();
+  ir->encode(encoder);
   WalkResult result = WalkResult::Success;
-  for (std::shared_ptr<ArenaRespMsg>& response : encoder->responses()) {
+  for (std::shared_ptr<ArenaRespMsg>& response : encoder.responses()) {
     gnmi::Notification const& notification = response->response->update();
     if (notification.update_size() > 0 || notification.delete__size() > 0) {
       result = routerPush(response); // a full pipe does not hold a notification up
     }
   }
-  encoder->clear();
+  encoder.clear();
   return result;
 }
 

@@ -9,6 +9,7 @@
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
+#include "Ondra/NotifieeMaps.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/WalkerTrace.h"
 
@@ -75,13 +76,14 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   }
   Kel::Ptr<GifGnmiNotifiee> notifiee;
   if (!objType_.isValueType()) { // values are watched by nobody
-    notifiee = KelGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
+    notifiee = notifiee_ ? std::move(notifiee_) : KelGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
   }
   if (!attrQ_.started()) {
     attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
   }
   std::shared_ptr<Ir> ir = ir_;
   WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
+  bool const shortRoads = takesShortRoads(notifiee.get());
   WalkResult result = WalkResult::Success;
   for (; attrQ_; ++attrQ_) {
     if (mustPause(result)) {
@@ -91,6 +93,11 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
       return pause(result, key, ir);
     }
     WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
+    if (shortRoads && attr.isOwnLeaf && !attr.isEntityName &&
+        !WalkRules::collidesWithKey(*prefixPath_, *leafPath_, attr.attr)) {
+      result = merged(result, walkOwnLeaf(attr, attrQ_.position(), *notifiee));
+      continue;
+    }
     if (isLeftOut(attr)) {
       continue;
     }
@@ -125,6 +132,12 @@ bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
 
 WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee,
                                             KelKey* key, std::shared_ptr<Ir>& ir) {
+  if (plan.isPlainHolder && takesShortRoads(notifiee)) {
+    Kel::Ptr<Kel::GenericIf const> const entity = plan.attr.genericIfGet(gif_);
+    if (Kel::Ptr<GifGnmiNotifiee> const child = watchedChild(plan, entity, *notifiee)) {
+      return handleInstantiating(entity, child->prefixPath(), 0, nullptr);
+    }
+  }
   long const timestamp = attrTimestamp(plan.attr, nullptr, notifiee);
   Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
   Kel::Ptr<Kel::GenericIf const> const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
@@ -140,7 +153,15 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
                                                : plan.attr.genericIfIteratorConst(gif_);
   resumeKey_.reset();
   bool const renders = plan.rendersReferences && !objType_.isValueType();
+  bool const shortRoad = plan.isPlainHolder && takesShortRoads(notifiee);
   for (; member; ++member) {
+    Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
+    if (shortRoad && !mustPause(result)) {
+      if (Kel::Ptr<GifGnmiNotifiee> const child = watchedChild(plan, value, *notifiee)) {
+        result = merged(result, handleInstantiating(value, child->prefixPath(), 0, nullptr));
+        continue;
+      }
+    }
     Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
     if (mustPause(result)) {
       TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
@@ -152,7 +173,7 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
     }
     step_ = {plan.attr, memberKey};
     RenderScope const rendering(renders, notifiee, plan.attr.id(), memberKey);
-    result = merged(result, walkCollectionAttr(plan.attr, memberKey, member.ptr(), notifiee, ir));
+    result = merged(result, walkCollectionAttr(plan.attr, memberKey, value, notifiee, ir));
   }
   return true;
 }
@@ -215,6 +236,12 @@ WalkResult FullKelTypeWalker::handleInstantiating(Kel::Ptr<Kel::GenericIf const>
                                                   Kel::Ptr<Path const> const& path, long timestamp,
                                                   KelKey* key) {
   auto const* const object = static_cast<Kel::PtrInterface const*>(gif->voidPtrIs(gif->type()));
+  if (ir_ && toggleOndraSyncBundlingEnabled() && !flags_.has(flagInstantiatingOnly) &&
+      !walkerTrace().isOn(4)) {
+    if (Kel::Ptr<GifGnmiNotifiee> watched{notifieeMaps->find(object, path)}) {
+      return walkWatched(gif, std::move(watched), path, timestamp, key);
+    }
+  }
   auto walkInfo = std::allocate_shared<WalkInfo>(Kel::MemAllocator<WalkInfo>(), router_, syncWalkId(), path,
                                                  object, flags_);
   walkInfo->timeStampToUse = timestamp;

@@ -190,6 +190,16 @@ private:
   WalkResult pause(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir);
   WalkResult finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir, GifGnmiNotifiee* notifiee);
   WalkResult finishSkipped();
+  // The short roads (WalkerShort.cpp).
+  [[nodiscard]] bool takesShortRoads(GifGnmiNotifiee const* notifiee) const;
+  WalkResult walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position, GifGnmiNotifiee& notifiee);
+  [[nodiscard]] Kel::Ptr<GifGnmiNotifiee> watchedChild(WalkRules::AttrPlan const& plan,
+                                                       Kel::Ptr<Kel::GenericIf const> const& child,
+                                                       GifGnmiNotifiee const& notifiee) const;
+  void noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
+                Kel::Ptr<Path const> const& path, GifGnmiNotifiee const* notifiee) const;
+  WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
+                         Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
   [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
   WalkResult walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
                            std::shared_ptr<Ir>& ir);
@@ -215,8 +225,14 @@ private:
   static WalkResult runParked(WalkQ& walkQ, FullKelTypeWalker& walker);
   static WalkResult doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
                                  std::shared_ptr<Ir> ir);
+  // Whether and how its caller hears of a pipe that has filled up at the very end of a walk inside a walk.
+  [[nodiscard]] static WalkResult insideResult(WalkResult result) noexcept {
+    return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
+  }
   static PathWalkIdMapType& pathWalkIdMap();
 
+  Kel::Ptr<GifGnmiNotifiee>
+      notifiee_; // of the prefix, where whoever made the walker knows it; taken by `walk`
   FullKelTypeWalker const* parent_ = nullptr; // the walker on the stack that this one was made by
   std::vector<Link> links_;                   // of a parked walker: from the prefix's object to its own
   std::optional<KelKey> ownKeyName_;          // of a parked walker

@@ -91,6 +91,33 @@ GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
   return found == byPath_.end() ? nullptr : found->second.get();
 }
 
+GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
+  auto const found = byObject_.find(object);
+  if (found == byObject_.end()) {
+    return nullptr;
+  }
+  for (GifGnmiNotifiee* const notifiee : found->second) {
+    if (notifiee->notifier() == object && notifiee->prefixPath()->isEqual(path.get())) {
+      return notifiee;
+    }
+  }
+  return nullptr;
+}
+
+GifGnmiNotifiee* NotifieeMaps::findHeld(Kel::PtrInterface const* object, GifGnmiNotifiee const& holder,
+                                        Kel::AttributeId attr) const {
+  auto const found = byObject_.find(object);
+  if (found == byObject_.end()) {
+    return nullptr;
+  }
+  for (GifGnmiNotifiee* const notifiee : found->second) {
+    if (notifiee->notifier() == object && notifiee->isHeldBy(holder, attr)) {
+      return notifiee;
+    }
+  }
+  return nullptr;
+}
+
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
   auto const found = byObject_.find(object);
   if (found == byObject_.end()) {
@@ -113,8 +140,8 @@ std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path)
   return out;
 }
 
-NotifieeMaps::NotifieePtr NotifieeMaps::any() const {
-  return byPath_.empty() ? nullptr : byPath_.begin()->second;
+NotifieeMaps::NotifieePtr NotifieeMaps::last() const {
+  return inOrder_.empty() ? nullptr : NotifieePtr(*inOrder_.rbegin());
 }
 
 } // namespace Ondra

@@ -1,7 +1,7 @@
 // How responses leave the library, and where a walk learns that it must stop.
 
 #include "Ondra/ArenaRespMsg.h"
-#include "Ondra/IR.h"
+#include "Ondra/IrToResp.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/WalkerTrace.h"
 #include "Toggle/Toggle.h"
@@ -37,13 +37,16 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   }
   WalkResult result = WalkResult::Success;
   // The notifications of one bundle stay together: the rest is sent also when the pipe has filled up.
-  for (std::shared_ptr<ArenaRespMsg>& response : ir->toSubResp()) {
+  RespEncoder& encoder = RespEncoder::shared();
+  ir->encode(encoder);
+  for (std::shared_ptr<ArenaRespMsg>& response : encoder.responses()) {
     if (!toggleOndraSyncBundlingEnabled()) {
       TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", debugString(),
                   response->toString());
     }
     result = routerPush(response);
   }
+  encoder.clear();
   return result;
 }
 

@@ -58,6 +58,39 @@ bool leavesVary(Kel::KelType type, int depth = 0) {
   return false;
 }
 
+// The value's own handle is what a leaf of the type holds.
+bool isOwnLeaf(Kel::KelType type) {
+  return type.isBuiltin() || type.isEnum() || type.hasGnmiStrRep() || type.hasGnmiByteRep();
+}
+
+// An attribute of the collection's members can have the name of a field of their key. A scalar key has one field, named after the
+// index attribute, which is no collision, or after the collection.
+bool keyCanCollide(Kel::KelAttr collection) {
+  Kel::KelType const member = collection.memberType();
+  if (!collection.indexAttr() && member.attr(collection.name().merge("Key").view())) {
+    return true;
+  }
+  Kel::KelType const keyType = collection.keyType();
+  if (!keyType || isScalarType(keyType)) {
+    return false;
+  }
+  for (Kel::KelTypeBase::AttributeQIterator field(keyType); field; ++field) {
+    if (member.attr((*field).name().view()) || (*field).memberType().isValueType()) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool isPlainHolder(AttrPlan const& plan) {
+  Kel::KelAttr const& attr = plan.attr;
+  if (!attr.isInstantiating() || plan.keyHoldsReference || attr.isKeyScalarNode() ||
+      !attr.memberType().isEntity()) {
+    return false;
+  }
+  return plan.road == Road::Collection ? !keyCanCollide(attr) : plan.readsValue;
+}
+
 AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   AttrPlan plan;
   plan.attr = attr;
@@ -70,11 +103,13 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
                     (!attr.isCollection() || (attr.readsAsOneValue() && attr.isArray()));
   plan.isScalarLeaf = plan.readsValue && !attr.isCollection() && !attr.isPointer() &&
                       !attr.isInstantiating() && isScalarType(attr.memberType());
+  plan.isOwnLeaf = plan.isScalarLeaf && isOwnLeaf(attr.memberType());
   plan.keyHoldsReference = attr.isKeyed() && holdsReference(attr.keyType());
   plan.rendersReferences = plan.keyHoldsReference || attr.isPointer() ||
                            (!attr.isInstantiating() && holdsReference(attr.memberType()));
   plan.canLoseLeaves = !attr.isInstantiating() && !attr.isPointer() && !attr.isGnmiJsonString() &&
                        leavesVary(attr.memberType());
+  plan.isPlainHolder = isPlainHolder(plan);
   Kel::Ptr<PathElem> const elem = PathElem::PathElemIs(attr.name());
   plan.elem = elem;
   plan.leafPath = Path::PathIs();
@@ -96,6 +131,11 @@ TypePlan const& typePlan(Kel::KelType type) {
     }
   }
   return *plan;
+}
+
+Kel::Ptr<Path> const& noPath() {
+  static auto const* const path = new Kel::Ptr<Path>(Path::PathIs());
+  return *path;
 }
 
 Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan) {

@@ -28,9 +28,12 @@ enum class Road : unsigned char {
 struct AttrPlan {
   Kel::KelAttr attr;
   Road road = Road::Skip;
-  bool isEntityName = false;      // an entity's "name", left out while it is empty
-  bool readsValue = false;        // the singleton road reads the attribute's value
-  bool isScalarLeaf = false;      // a single scalar value and nothing else: the plain and most frequent case
+  bool isEntityName = false; // an entity's "name", left out while it is empty
+  bool readsValue = false;   // the singleton road reads the attribute's value
+  bool isScalarLeaf = false; // a single scalar value and nothing else: the plain and most frequent case
+  bool isOwnLeaf = false;    // and the value's own handle is what its leaf holds: no wrapper, no union
+  bool isPlainHolder =
+      false; // of entities whose walk needs nothing but their path: neither references nor colliding keys
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
   bool canLoseLeaves = false;     // a nested value with parts that can be absent: its set of leaves changes
@@ -46,6 +49,9 @@ struct TypePlan {
 
 // The plan of a type; made on first use, kept for the process. Scheduler thread only.
 [[nodiscard]] KTD_EXPORT TypePlan const& typePlan(Kel::KelType type);
+
+// The empty path, where an entity's own attributes begin: shared, not to be changed.
+[[nodiscard]] KTD_EXPORT Kel::Ptr<Path> const& noPath();
 
 // The leaf path of an attribute of the object at `objectPath`: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan);

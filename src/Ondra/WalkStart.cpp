@@ -23,8 +23,7 @@ WalkResult FullKelTypeWalker::walkObject(std::shared_ptr<WalkInfo>& walkInfo) {
 
 WalkResult FullKelTypeWalker::walkObjectInternal(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ,
                                                  KelKey* key, std::shared_ptr<Ir> ir) {
-  WalkResult const result = doWalkObject(walkInfo, walkQ, key, std::move(ir));
-  return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
+  return insideResult(doWalkObject(walkInfo, walkQ, key, std::move(ir)));
 }
 
 WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
@@ -49,8 +48,9 @@ WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, 
                              ? walkInfo->timeStampToUse
                              : Kel::activityManagerStatus()->activityLoopExecNsTime();
   KelKey keyName;
-  FullKelTypeWalker walker(walkInfo->path, ir, object, Path::PathIs(), walkInfo->router, walkQ,
+  FullKelTypeWalker walker(walkInfo->path, ir, object, WalkRules::noPath(), walkInfo->router, walkQ,
                            walkInfo->walkerFlags, keyName, true, timestamp);
+  walker.notifiee_ = notifiee;
   return walker.walk(key);
 }
 

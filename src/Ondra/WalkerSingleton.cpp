@@ -13,7 +13,6 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
                                                 GifGnmiNotifiee* notifiee, long timestamp,
                                                 Kel::Ptr<Path> leafPath, KelKey* key,
                                                 std::shared_ptr<Ir>& ir) {
-  static_cast<void>(notifiee); // the timestamp has been read from it
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} leaf attr:{} type:{} addKeyScalar:{}", debugString(),
               attr.name().view(), attr.type().name().view(), key != nullptr);
   keyName_->escapeMarkIs(!valueMode());
@@ -38,6 +37,7 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
                 "{} singleton instantiating attr, call handleInstantiating", debugString());
     // The key of a list entry is that entry's own: what hangs below it by a singular attribute has none.
     result = handleInstantiating(attrGif, path, timestamp, attr.isCollection() ? key : nullptr);
+    noteHeld(attr, attrGif, path, notifiee);
   } else {
     result = attr.isPointer() ? walkPointerAttr(attrGif, leafPath, timestamp, ir)
                               : walkPlainAttr(attr, interest, leafPath, timestamp, key, ir);
