@@ -31,7 +31,7 @@ LeafType builtinLeafType(Kel::BuiltinKind kind) {
 
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
   // Records never move once the types are declared: nothing is entered afterwards.
-  records().emplace(&attr.desc(), record);
+  records().emplace(&attr.desc(), record).first->second.leaf.held = attr.memberType();
 }
 
 NodeRecord const* nodeRecord(Kel::KelAttr attr) {

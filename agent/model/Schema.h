@@ -34,6 +34,7 @@ struct LeafInfo {
   bool isLeafList = false; // `type` is that of its members
   std::string_view
       identityModule; // of the names of an identity or of a union's names; empty when they need no prefix
+  Kel::KelType held = Kel::KelType(); // the model's own type of the value, or of a leaf-list's members
 };
 
 // Null for containers and lists, and for attributes that are not of the agent's model.
@@ -51,7 +52,8 @@ struct NodeRecord {
   bool isLeaf = false;
   LeafInfo leaf;
 };
-// Enters a node, once. `module` and the leaf's `identityModule` must live for the process.
+// Enters a node, once; `LeafInfo::held` is taken from the attribute. `module` and the leaf's `identityModule` must live for the
+// process.
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record);
 [[nodiscard]] NodeRecord const* nodeRecord(Kel::KelAttr attr);
 // The published type that follows from the attribute's own.
