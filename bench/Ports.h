@@ -17,6 +17,7 @@
 #include "Kel/Declare.h"
 #include "Kel/Dir.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/ByteRouter.h"
 #include "Ondra/KelTypeWalker.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -110,6 +111,17 @@ public:
 private:
   bool serialize_;
   std::vector<std::uint8_t> bytes_;
+};
+
+// Takes bytes, and reads the first of them.
+class CountingByteRouter final : public Ondra::ByteRouter {
+public:
+  bool pushBytes(Ondra::SyncId, Ondra::WalkId, Ondra::WireResponse const& response) override {
+    benchmark::DoNotOptimize(response.bytes.data());
+    bytes += response.bytes.size();
+    return true;
+  }
+  std::size_t bytes = 0;
 };
 
 inline void addElem(gnmi::Path& path, char const* name) { path.add_elem()->mutable_name()->assign(name); }

@@ -20,7 +20,7 @@ namespace {
 
 using namespace Bench;
 
-Ondra::WalkResult walkAll(Tree& tree, CountingRouter& router, std::uint64_t walkId) {
+Ondra::WalkResult walkAll(Tree& tree, Ondra::BaseRouter& router, std::uint64_t walkId) {
   auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(walkId)},
                                           Ondra::Path::strToPathIs("/bench/net/ports"), &tree.ports(),
                                           Ondra::flagSnapshot);
@@ -61,6 +61,17 @@ void BM_WalkToBytes(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   Tree tree(leaves);
   CountingRouter router(true);
+  walkAll(tree, router, 1);
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    walkAll(tree, router, 1);
+  }
+}
+
+void BM_WalkDirect(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  Tree tree(leaves);
+  CountingByteRouter router;
   walkAll(tree, router, 1);
   PerLeaf const perLeaf(state, leaves);
   for (auto _ : state) {
@@ -161,6 +172,7 @@ BENCHMARK(BM_FloorToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000);
 BENCHMARK(BM_FloorToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_WalkToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_WalkToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_WalkDirect)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_ParkedWalk)
     ->ArgNames({"leaves", "walked"})
     ->Args({1'000'000, 10})

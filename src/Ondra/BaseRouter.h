@@ -9,6 +9,7 @@
 namespace Ondra {
 
 class ArenaRespMsg;
+class ByteRouter;
 
 // Implemented and owned by the host; outlives every walk and notifiee that was given it. Called on the scheduler thread.
 class KTD_EXPORT BaseRouter {
@@ -20,6 +21,9 @@ public:
   // full. After false the walk parks what is left; when the pipe has drained, the host schedules the walk's task again. Must not
   // call back into the library, nor change the model.
   virtual bool push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) = 0;
+
+  // Null for a router that takes messages; one that takes bytes instead derives from `ByteRouter`.
+  virtual ByteRouter* byteRouter() { return nullptr; }
 };
 
 } // namespace Ondra

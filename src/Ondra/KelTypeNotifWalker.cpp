@@ -388,6 +388,9 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     }
     return WalkResult::Success;
   }
+  if (ByteRouter* const router = router_.byteRouter()) {
+    return pushBytes(*router, *ir, false); // a full pipe does not hold a notification up
+  }
   RespEncoder& encoder = RespEncoder::shared();
   ir->encode(encoder);
   WalkResult result = WalkResult::Success;

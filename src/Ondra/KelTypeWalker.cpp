@@ -83,7 +83,8 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   }
   std::shared_ptr<Ir> ir = ir_;
   WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
-  bool const shortRoads = takesShortRoads(notifiee.get());
+  bool const shortLeaves =
+      takesShortRoads(notifiee.get()) && !WalkRules::anyCollidesWithKey(*prefixPath_, *leafPath_, objType_);
   WalkResult result = WalkResult::Success;
   for (; attrQ_; ++attrQ_) {
     if (mustPause(result)) {
@@ -93,8 +94,7 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
       return pause(result, key, ir);
     }
     WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
-    if (shortRoads && attr.isOwnLeaf && !attr.isEntityName &&
-        !WalkRules::collidesWithKey(*prefixPath_, *leafPath_, attr.attr)) {
+    if (shortLeaves && attr.isOwnLeaf) {
       result = merged(result, walkOwnLeaf(attr, attrQ_.position(), *notifiee));
       continue;
     }
@@ -122,12 +122,12 @@ bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
     bool const always = plan.road == Road::Singleton || plan.attr.walkAlways();
     return !plan.attr.isInstantiating() || !always;
   }
-  if (plan.isEntityName) {
-    Kel::Ptr<Kel::GenericIf const> const name = plan.attr.genericIfGet(gif_);
-    Kel::String const* const text = name ? name->attrValPtr<Kel::String>() : nullptr;
-    return text != nullptr && text->empty();
-  }
-  return false;
+  return plan.isEntityName && isEmptyText(plan.attr.genericIfGet(gif_));
+}
+
+bool FullKelTypeWalker::isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value) {
+  Kel::String const* const text = value ? value->attrValPtr<Kel::String>() : nullptr;
+  return text != nullptr && text->empty();
 }
 
 WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee,

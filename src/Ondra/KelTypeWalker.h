@@ -46,7 +46,9 @@
 namespace Ondra {
 
 class ArenaRespMsg;
+class ByteRouter;
 class Ir;
+struct WireResponse;
 
 // Whether walks collect their leaves and send them in bundles (the default), or send each attribute as soon as it is found. The toggle
 // "OndraSyncBundling" of "Ondra.json", read once per process.
@@ -93,6 +95,7 @@ public:
                                 std::shared_ptr<Ir>& ir);
   // Hands one response to the router.
   WalkResult routerPush(std::shared_ptr<ArenaRespMsg>& resp) const;
+  WalkResult routerPush(ByteRouter& router, WireResponse const& resp) const;
 
   // --- values: a leaf's handle in value mode (into `out`), a key text in a key mode -----------------
   void extractScalar(Kel::Ptr<Kel::GenericIf const> const& value, Kel::Ptr<Path const> const& path,
@@ -152,6 +155,8 @@ protected:
     Kel::Ptr<Kel::GenericIf const> key; // detached; null for a singular attribute
   };
 
+  // Sends all that is in `ir` as bytes; `emptyOnes`: also what holds neither updates nor deletes. The result is that of the last push.
+  [[nodiscard]] WalkResult pushBytes(ByteRouter& router, Ir const& ir, bool emptyOnes) const;
   [[nodiscard]] bool valueMode() const noexcept { return !keyName_->inKeyMode(); }
   [[nodiscard]] WalkResult yieldResult() const;
   [[nodiscard]] long attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
@@ -180,6 +185,8 @@ protected:
   Link step_; // being taken: the attribute and member that a child walker is made for
 
 private:
+  class BytePush;
+  [[nodiscard]] WalkResult afterPush(bool taken) const;
   struct Parked; // tag of the constructor of parked walkers
   FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key);
 
@@ -201,6 +208,7 @@ private:
   WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
                          Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
   [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
+  [[nodiscard]] static bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value);
   WalkResult walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
                            std::shared_ptr<Ir>& ir);
   // Nothing when the walker has been parked on the way; the result then is in `result`.

@@ -1,10 +1,13 @@
 // How responses leave the library, and where a walk learns that it must stop.
 
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/CompactText.h"
 #include "Ondra/IrToResp.h"
+#include "Ondra/IrToWire.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/WalkerTrace.h"
 #include "Toggle/Toggle.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
 
@@ -12,6 +15,16 @@ bool toggleOndraSyncBundlingEnabled() {
   static bool const enabled = Toggle::getToggleState("OndraSyncBundling", "Ondra.json", true);
   return enabled;
 }
+
+namespace {
+
+Tovak::String textOf(WireResponse const& resp) {
+  gnmi::SubscribeResponse message;
+  static_cast<void>(message.ParseFromArray(resp.bytes.data(), static_cast<int>(resp.bytes.size())));
+  return subscribeResponseToCompactString(message);
+}
+
+} // namespace
 
 WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) const {
   if (flags_ & flagNoPush) {
@@ -21,7 +34,20 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) co
               resp->toString());
   TOVAK_ASSERT(resp->response->update().timestamp() != 0, walkerTrace(),
                "0 timestamps are not allowed. resp:{}", resp->toString());
-  if (!router_.push(syncId_, walkId_, resp)) {
+  return afterPush(router_.push(syncId_, walkId_, resp));
+}
+
+WalkResult FullKelTypeWalker::routerPush(ByteRouter& router, WireResponse const& resp) const {
+  if (flags_ & flagNoPush) {
+    return WalkResult::Success;
+  }
+  TOVAK_TRACE(walkerTrace(), 7, kWalkerCategory, "{} push id:{} {}", debugString(), syncId_, textOf(resp));
+  TOVAK_ASSERT(resp.timestamp != 0, walkerTrace(), "0 timestamps are not allowed. resp:{}", textOf(resp));
+  return afterPush(router.pushBytes(syncId_, walkId_, resp));
+}
+
+WalkResult FullKelTypeWalker::afterPush(bool taken) const {
+  if (!taken) {
     return WalkResult::PipeFull;
   }
   if (walkQ_ != nullptr && walkQ_->shouldYield()) {
@@ -34,6 +60,9 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) co
 WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   if (flags_ & flagNoPush) {
     return WalkResult::Success;
+  }
+  if (ByteRouter* const router = router_.byteRouter()) {
+    return pushBytes(*router, *ir, true);
   }
   WalkResult result = WalkResult::Success;
   // The notifications of one bundle stay together: the rest is sent also when the pipe has filled up.
@@ -48,6 +77,35 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   }
   encoder.clear();
   return result;
+}
+
+// Encodes and hands over one response after the other.
+class FullKelTypeWalker::BytePush final : public WireEncoder {
+public:
+  BytePush(FullKelTypeWalker const& walker, ByteRouter& router, bool emptyOnes) noexcept
+      : walker_(walker)
+      , router_(router)
+      , emptyOnes_(emptyOnes) {}
+  [[nodiscard]] WalkResult result() const noexcept { return result_; }
+
+protected:
+  void response(WireResponse const& response) override {
+    if (emptyOnes_ || response.updates > 0 || response.deletes > 0) {
+      result_ = walker_.routerPush(router_, response);
+    }
+  }
+
+private:
+  FullKelTypeWalker const& walker_;
+  ByteRouter& router_;
+  bool const emptyOnes_;
+  WalkResult result_ = WalkResult::Success;
+};
+
+WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool emptyOnes) const {
+  BytePush push(*this, router, emptyOnes);
+  ir.encode(push);
+  return push.result();
 }
 
 WalkResult FullKelTypeWalker::routerPush(bool force) {

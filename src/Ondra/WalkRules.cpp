@@ -156,6 +156,19 @@ bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelA
   return !elem.key().empty() && !attr.isKeyField() && elem.key().lookup(attr.name()) != nullptr;
 }
 
+bool anyCollidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelType const& type) {
+  Path const& last = objectLeaf.empty() ? objectPrefix : objectLeaf;
+  if (last.empty()) {
+    return false;
+  }
+  for (auto const& [name, value] : last.elems().back()->key()) {
+    if (Kel::KelAttr const attr = type.attr(name.view()); attr && !attr.isKeyField()) {
+      return true;
+    }
+  }
+  return false;
+}
+
 Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath) {
   Kel::Ptr<Path> renamed = Path::makePath(leafPath);
   std::size_t const last = renamed->elemSize() - 1;

@@ -26,11 +26,14 @@ bool FullKelTypeWalker::takesShortRoads(GifGnmiNotifiee const* notifiee) const {
 // A scalar whose own handle is the leaf's value, of a watched object.
 WalkResult FullKelTypeWalker::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position,
                                           GifGnmiNotifiee& notifiee) {
+  Kel::Ptr<Kel::GenericIf const> value = plan.attr.genericIfGet(gif_);
+  if (plan.isEntityName && isEmptyText(value)) {
+    return WalkResult::Success;
+  }
   long timestamp = notifiee.attrStates().singularTimestamp(position);
   if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
     timestamp = notifiee.attrStates().getAttrState(plan.attr.id(), nullptr).effectiveTimestamp();
   }
-  Kel::Ptr<Kel::GenericIf const> value = plan.attr.genericIfGet(gif_);
   if (!value) {
     return WalkResult::Success;
   }

@@ -1,22 +1,67 @@
 // A router for tests: keeps what it is given as texts and applies it to a plain map, as a subscriber does.
 #pragma once
 
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "Ondra/ArenaRespMsg.h"
-#include "Ondra/BaseRouter.h"
+#include "Ondra/ByteRouter.h"
 #include "Ondra/CompactText.h"
 #include "Ondra/WalkTask.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
+// Takes bytes, checks them, and hands on the message that they are.
+class ParsingRouter final : public Ondra::ByteRouter {
+public:
+  explicit ParsingRouter(Ondra::BaseRouter& to) : to_(to) {}
+
+  bool pushBytes(Ondra::SyncId syncId, Ondra::WalkId walkId, Ondra::WireResponse const& response) override {
+    auto message = std::make_shared<Ondra::ArenaRespMsg>();
+    EXPECT_TRUE(
+        message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())));
+    EXPECT_EQ(serialized(*message->response), std::string(response.bytes.begin(), response.bytes.end()));
+    gnmi::Notification const& update = message->response->update();
+    EXPECT_EQ(response.timestamp, update.timestamp());
+    EXPECT_TRUE(response.prefix->isEqual(Ondra::Path::gnmiPathIs(update.prefix())));
+    EXPECT_EQ(response.updates, static_cast<std::uint32_t>(update.update_size()));
+    EXPECT_EQ(response.deletes, static_cast<std::uint32_t>(update.delete__size()));
+    gnmi::Notification changes;
+    EXPECT_TRUE(changes.ParseFromArray(response.changes.data(), static_cast<int>(response.changes.size())));
+    EXPECT_FALSE(changes.has_prefix());
+    EXPECT_EQ(changes.update_size() + changes.delete__size(), update.update_size() + update.delete__size());
+    return to_.push(syncId, walkId, message);
+  }
+
+  // The bytes with the entries of maps in the order of their keys.
+  static std::string serialized(gnmi::SubscribeResponse const& message) {
+    std::string bytes;
+    google::protobuf::io::StringOutputStream stream(&bytes);
+    {
+      google::protobuf::io::CodedOutputStream coded(&stream);
+      coded.SetSerializationDeterministic(true);
+      message.SerializeToCodedStream(&coded);
+    }
+    return bytes;
+  }
+
+private:
+  Ondra::BaseRouter& to_;
+};
+
+// Takes messages; bytes when the environment says ONDRA_TEST_ROAD=bytes.
 class RecordingRouter final : public Ondra::BaseRouter {
 public:
   // Path text to value text, e.g. "/a/b[k=1]/c" to "uint_val:5".
@@ -32,6 +77,11 @@ public:
     ++pushes_;
     apply(resp->response->update());
     return refuseEvery_ == 0 || pushes_ % refuseEvery_ != 0;
+  }
+
+  Ondra::ByteRouter* byteRouter() override {
+    static char const* const road = std::getenv("ONDRA_TEST_ROAD");
+    return road != nullptr && std::string_view(road) == "bytes" ? &bytes_ : nullptr;
   }
 
   [[nodiscard]] Leaves leaves() const {
@@ -77,6 +127,7 @@ public:
   std::vector<std::string> complaints; // about timestamps that went back
 
 private:
+  ParsingRouter bytes_{*this};
   struct Elem {
     std::string name;
     std::map<std::string, std::string> keys;

@@ -1,0 +1,262 @@
+// Everything is written from its end to its beginning (WireWriter), hence the order of the statements: fields with higher numbers
+// first, the length and tag of a message after its fields.
+#include "Ondra/IrToWire.h"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <boost/container/small_vector.hpp>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/IrToResp.h"
+#include "Ondra/ScalarEncode.h"
+#include "Ondra/ScalarValue.h"
+#include "Ondra/WireWriter.h"
+#include "Tovak/Assert.h"
+#include "Tovak/Trace.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Ondra {
+namespace {
+
+using enum WireType;
+constexpr std::uint8_t kResponseUpdate = wireTag(gnmi::SubscribeResponse::kUpdateFieldNumber, Length);
+constexpr std::uint8_t kTimestamp = wireTag(gnmi::Notification::kTimestampFieldNumber, Varint);
+constexpr std::uint8_t kPrefix = wireTag(gnmi::Notification::kPrefixFieldNumber, Length);
+constexpr std::uint8_t kUpdate = wireTag(gnmi::Notification::kUpdateFieldNumber, Length);
+constexpr std::uint8_t kDelete = wireTag(gnmi::Notification::kDeleteFieldNumber, Length);
+constexpr std::uint8_t kUpdatePath = wireTag(gnmi::Update::kPathFieldNumber, Length);
+constexpr std::uint8_t kUpdateVal = wireTag(gnmi::Update::kValFieldNumber, Length);
+constexpr std::uint8_t kElem = wireTag(gnmi::Path::kElemFieldNumber, Length);
+constexpr std::uint8_t kElemName = wireTag(gnmi::PathElem::kNameFieldNumber, Length);
+constexpr std::uint8_t kElemKey = wireTag(gnmi::PathElem::kKeyFieldNumber, Length);
+constexpr std::uint8_t kEntryKey = wireTag(1, Length); // of every map
+constexpr std::uint8_t kEntryValue = wireTag(2, Length);
+constexpr std::uint8_t kArrayElement = wireTag(gnmi::ScalarArray::kElementFieldNumber, Length);
+constexpr std::uint8_t kLeafList = wireTag(gnmi::TypedValue::kLeaflistValFieldNumber, Length);
+
+WireWriter& sharedWriter() {
+  static auto* const writer = new WireWriter();
+  return *writer;
+}
+
+Tovak::DebugHandler& debugHandler() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("OndraIr", false);
+  return handler;
+}
+
+class WireSink {
+public:
+  explicit WireSink(WireWriter& out) noexcept : out_(out) {}
+  void uintVal(std::uint64_t value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kUintValFieldNumber, Varint), value);
+  }
+  void intVal(std::int64_t value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kIntValFieldNumber, Varint),
+                     static_cast<std::uint64_t>(value));
+  }
+  void boolVal(bool value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kBoolValFieldNumber, Varint), value ? 1 : 0);
+  }
+  void doubleVal(double value) {
+    out_.fixed64Field(wireTag(gnmi::TypedValue::kDoubleValFieldNumber, Fixed64),
+                      std::bit_cast<std::uint64_t>(value));
+  }
+  void stringVal(std::string_view text) {
+    out_.textField(wireTag(gnmi::TypedValue::kStringValFieldNumber, Length), text);
+  }
+  void bytesVal(std::string_view bytes) {
+    out_.textField(wireTag(gnmi::TypedValue::kBytesValFieldNumber, Length), bytes);
+  }
+  void jsonVal(std::string_view text) {
+    out_.textField(wireTag(gnmi::TypedValue::kJsonValFieldNumber, Length), text);
+  }
+
+private:
+  WireWriter& out_;
+};
+
+void putEntry(WireWriter& out, std::string_view key, std::string_view value) {
+  std::size_t const before = out.size();
+  out.textField(kEntryValue, value);
+  out.textField(kEntryKey, key);
+  out.enclose(kElemKey, before);
+}
+
+void putKeys(WireWriter& out, PathElem const& elem) {
+  auto const& keys = elem.key();
+  if (keys.size() == 1) [[likely]] {
+    return putEntry(out, keys.begin()->key.view(), keys.begin()->value.view());
+  }
+  boost::container::small_vector<std::pair<std::string_view, std::string_view>, 8> sorted;
+  for (auto const& [key, value] : keys) {
+    sorted.emplace_back(key.view(), value.view());
+  }
+  std::sort(sorted.begin(), sorted.end(), std::greater<>());
+  for (auto const& [key, value] : sorted) {
+    putEntry(out, key, value);
+  }
+}
+
+void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
+  std::size_t const before = out.size();
+  auto const elems = path.elems();
+  for (std::size_t i = elems.size(); i-- > 0;) {
+    std::size_t const beforeElem = out.size();
+    if (!elems[i]->key().empty()) {
+      putKeys(out, *elems[i]);
+    }
+    if (std::string_view const name = elems[i]->name().view(); !name.empty()) [[likely]] {
+      out.textField(kElemName, name);
+    }
+    out.enclose(kElem, beforeElem);
+  }
+  out.enclose(key, before);
+}
+
+// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address; an entry
+// holds its path, so that its address is nobody else's.
+class LeafPaths {
+public:
+  void put(WireWriter& out, Kel::Ptr<Path const> const& path) {
+    Entry& entry = entries_[(reinterpret_cast<std::uintptr_t>(path.get()) >> 4) % entries_.size()];
+    if (entry.path == path) [[likely]] {
+      return out.tailOf(entry.bytes, entry.size);
+    }
+    std::size_t const before = out.size();
+    putPath(out, kUpdatePath, *path);
+    std::size_t const size = out.size() - before;
+    if (path->refCount() > 1 && size <= kMost) { // else nobody but this leaf has it
+      entry.path = path;
+      entry.size = static_cast<std::uint32_t>(size);
+      std::copy_n(out.bytes().begin(), size, entry.bytes.end() - static_cast<std::ptrdiff_t>(size));
+    }
+  }
+
+private:
+  static constexpr std::size_t kMost = 52;
+  struct Entry {
+    Kel::Ptr<Path const> path;
+    std::uint32_t size = 0;
+    std::array<std::uint8_t, kMost> bytes{}; // at the end
+  };
+  std::array<Entry, 1024> entries_;
+};
+
+LeafPaths& leafPaths() {
+  static auto* const paths = new LeafPaths();
+  return *paths;
+}
+
+void putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
+  std::size_t const before = out.size();
+  WireSink sink(out);
+  for (auto value = values.rbegin(); value != values.rend(); ++value) {
+    TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "only scalar array types are supported");
+    std::size_t const beforeElement = out.size();
+    tellScalar(*value, sink);
+    out.enclose(kArrayElement, beforeElement);
+  }
+  out.enclose(kLeafList, before);
+}
+
+void putUpdate(WireWriter& out, LeafPaths& paths, IrLeaf const& leaf) {
+  std::size_t const before = out.size();
+  if (auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value)) [[likely]] {
+    TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "unsupported type");
+    WireSink sink(out);
+    tellScalar(*value, sink);
+  } else {
+    putLeafList(out, std::get<IrLeaf::LeafList>(leaf.value));
+  }
+  out.enclose(kUpdateVal, before);
+  paths.put(out, leaf.leafPath);
+  out.enclose(kUpdate, before);
+}
+
+// The entries of maps in the order of their keys.
+std::string serialized(google::protobuf::MessageLite const& message) {
+  std::string bytes;
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  google::protobuf::io::CodedOutputStream coded(&stream);
+  coded.SetSerializationDeterministic(true);
+  message.SerializeToCodedStream(&coded);
+  coded.Trim();
+  return bytes;
+}
+
+bool isDelete(IrLeaf const& leaf) {
+  auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
+  return value != nullptr && !*value;
+}
+
+} // namespace
+
+void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
+  constexpr auto kMost = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
+  auto first = node.leaves.begin();
+  for (; node.leaves.end() - first >= kMost; first += kMost) {
+    encodeResponse(timestamp, prefix, first, first + kMost);
+  }
+  encodeResponse(timestamp, prefix, first, node.leaves.end());
+}
+
+void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix,
+                                 Leaves::const_iterator first, Leaves::const_iterator last) {
+  WireWriter& out = sharedWriter();
+  LeafPaths& paths = leafPaths();
+  out.clear();
+  std::uint32_t deletes = 0;
+  for (auto leaf = last; leaf != first;) {
+    if (isDelete(*--leaf)) [[unlikely]] {
+      putPath(out, kDelete, *leaf->leafPath);
+      ++deletes;
+    }
+  }
+  for (auto leaf = last; leaf != first;) {
+    if (--leaf; deletes == 0 || !isDelete(*leaf)) [[likely]] {
+      putUpdate(out, paths, *leaf);
+    }
+  }
+  std::size_t const changes = out.size();
+  putPath(out, kPrefix, *prefix);
+  if (timestamp != 0) {
+    out.varintField(kTimestamp, static_cast<std::uint64_t>(timestamp));
+  }
+  out.enclose(kResponseUpdate, 0);
+  auto const leaves = static_cast<std::uint32_t>(last - first);
+  response({timestamp, prefix, leaves - deletes, deletes, out.bytes(), out.bytes().last(changes)});
+}
+
+bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) {
+  WireWriter& out = sharedWriter();
+  out.clear();
+  gnmi::Notification const& update = response->response->update();
+  for (int i = update.delete__size(); i-- > 0;) {
+    out.textField(kDelete, serialized(update.delete_(i)));
+  }
+  for (int i = update.update_size(); i-- > 0;) {
+    out.textField(kUpdate, serialized(update.update(i)));
+  }
+  std::size_t const changes = out.size();
+  Kel::Ptr<Path const> const prefix = Path::gnmiPathIs(update.prefix());
+  putPath(out, kPrefix, *prefix);
+  if (update.timestamp() != 0) {
+    out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
+  }
+  out.enclose(kResponseUpdate, 0);
+  return pushBytes(syncId, walkId,
+                   {update.timestamp(), prefix, static_cast<std::uint32_t>(update.update_size()),
+                    static_cast<std::uint32_t>(update.delete__size()), out.bytes(),
+                    out.bytes().last(changes)});
+}
+
+} // namespace Ondra

@@ -1,0 +1,26 @@
+// WireEncoder: the content of an Ir as the bytes of SubscribeResponses.
+#pragma once
+
+#include "Kstd/Export.h"
+#include "Ondra/ByteRouter.h"
+#include "Ondra/IR.h"
+
+namespace Ondra {
+
+// The same responses as RespEncoder makes, one after the other, each byte for byte what the message would be serialized to
+// deterministically. All encoders share one buffer: what `response` is given is valid during the call, and no encoder runs inside
+// another. Scheduler thread.
+class KTD_EXPORT WireEncoder : public IrEncoder {
+public:
+  void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) final;
+
+protected:
+  virtual void response(WireResponse const& response) = 0;
+
+private:
+  using Leaves = IrNode::LeafQueue;
+  void encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix, Leaves::const_iterator first,
+                      Leaves::const_iterator last);
+};
+
+} // namespace Ondra

@@ -1,0 +1,150 @@
+// The two encoders of an Ir make the same responses, byte for byte.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Kel/Attr.h"
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/IR.h"
+#include "Ondra/IrToWire.h"
+#include "RecordingRouter.h"
+#include "Tovak/Assert.h"
+#include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
+#include "fixture/Types.h"
+
+namespace {
+
+using Kel::handleOf;
+using Handle = Ondra::IrLeaf::Handle;
+
+class Collector final : public Ondra::WireEncoder {
+public:
+  std::vector<std::string> responses;
+
+protected:
+  void response(Ondra::WireResponse const& response) override {
+    responses.emplace_back(response.bytes.begin(), response.bytes.end());
+  }
+};
+
+void expectSame(Ondra::Ir const& ir) {
+  std::vector<std::string> messages;
+  for (auto const& message : ir.toSubResp()) {
+    messages.push_back(ParsingRouter::serialized(*message->response));
+  }
+  Collector bytes;
+  ir.encode(bytes);
+  EXPECT_EQ(bytes.responses, messages);
+}
+
+// Texts of every kind that a path or a value can hold, few enough for elements to be met again.
+std::string text(std::mt19937& random) {
+  static std::vector<std::string> const texts = {"",
+                                                 "a",
+                                                 "name",
+                                                 "in-octets",
+                                                 "[x=1]/y",
+                                                 std::string("\0\xff", 2),
+                                                 std::string(127, 'm'),
+                                                 std::string(128, 'l'),
+                                                 std::string(300, 'z')};
+  return texts[random() % texts.size()];
+}
+
+Kel::Ptr<Ondra::Path> path(std::mt19937& random) {
+  Kel::Ptr<Ondra::Path> const path = Ondra::Path::PathIs();
+  for (std::size_t elems = random() % 5; elems-- > 0;) {
+    Kel::Ptr<Ondra::PathElem> const elem = path->addElem();
+    elem->nameIs(Kel::String(text(random)));
+    for (std::size_t keys = random() % 3 == 0 ? random() % 12 : 0; keys-- > 0;) {
+      elem->keyIs(Kel::String(text(random)), Kel::String(text(random)));
+    }
+  }
+  return path;
+}
+
+TEST(Wire, RandomTreesComeOutAsTheirMessages) {
+  Fixture::World const world;
+  std::vector<Kel::KelType> scalars;
+  for (auto const& entity : Fixture::entitiesBeneath(world.dir())) {
+    for (Kel::KelTypeBase::AttributeQIterator attr(entity->fwkType()); attr; ++attr) {
+      if (!(*attr).isPointer() && (*attr).memberType() && (*attr).memberType().desc().isScalar()) {
+        scalars.push_back((*attr).memberType());
+      }
+    }
+  }
+  for (std::uint32_t seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    Fixture::RandomEdits values(world.device(), seed);
+    std::vector<Kel::Ptr<Ondra::Path>> shared(6);
+    std::generate(shared.begin(), shared.end(), [&random] { return path(random); });
+    auto const aPath = [&] { return random() % 2 == 0 ? shared[random() % shared.size()] : path(random); };
+    auto const aValue = [&] { return values.value(scalars[random() % scalars.size()]); };
+    Ondra::Ir ir;
+    for (std::size_t nodes = 1 + random() % 5; nodes-- > 0;) {
+      long const timestamp =
+          random() % 8 == 0 ? -1 : static_cast<long>(random() % 3) * 1'600'000'000'123'456'789;
+      Ondra::IrNode& node = ir.addNode(timestamp, aPath());
+      for (std::size_t leaves = random() % 40; leaves-- > 0;) {
+        switch (random() % 8) {
+        case 0: node.addLeaf(aPath(), nullptr); break;
+        case 1: {
+          Ondra::IrLeaf::LeafList list;
+          for (std::size_t members = random() % 4; members-- > 0;) {
+            list.push_back(aValue());
+          }
+          node.leaves.push_back({aPath(), std::move(list)});
+          break;
+        }
+        default: node.addLeaf(aPath(), aValue());
+        }
+      }
+    }
+    expectSame(ir);
+  }
+}
+
+TEST(Wire, LimitsOfValues) {
+  Ondra::Ir ir;
+  Ondra::IrNode& node = ir.addNode(std::numeric_limits<long>::max(), Ondra::Path::PathIs());
+  for (Handle const& value : std::initializer_list<Handle>{
+           handleOf(std::uint64_t{0}), handleOf(std::uint64_t{127}), handleOf(std::uint64_t{128}),
+           handleOf(std::numeric_limits<std::uint64_t>::max()),
+           handleOf(std::numeric_limits<std::int64_t>::min()), handleOf(std::int8_t{-1}), handleOf('\xff'),
+           handleOf(false), handleOf(-0.0), handleOf(std::numeric_limits<double>::quiet_NaN()),
+           handleOf(1.5F), handleOf(Kel::String())}) {
+    node.addLeaf(Ondra::Path::strToPathIs("/v"), value);
+  }
+  expectSame(ir);
+}
+
+TEST(Wire, AThousandLeavesAndARestAsResponses) {
+  for (std::size_t const leaves : {0U, 1U, 999U, 1000U, 1001U, 2500U}) {
+    Ondra::Ir ir;
+    Ondra::IrNode& node = ir.addNode(7, Ondra::Path::strToPathIs("/a[k=1]"));
+    auto const shared = Ondra::Path::strToPathIs("/x/y");
+    for (std::size_t i = 0; i < leaves; ++i) {
+      node.addLeaf(shared, i % 400 == 399 ? nullptr : Handle(handleOf(static_cast<std::uint64_t>(i))));
+    }
+    expectSame(ir);
+  }
+}
+
+TEST(Wire, WhatIsNoScalarIsAsserted) {
+  Fixture::World const world;
+  Ondra::Ir ir;
+  ir.addNode(1, Ondra::Path::PathIs())
+      .addLeaf(Ondra::Path::strToPathIs("/x"), Kel::GenericIf::toObject(world.device().get()));
+  Tovak::ScopedAssertHandler const throwing;
+  Collector bytes;
+  EXPECT_THROW(ir.encode(bytes), Tovak::AssertionError);
+}
+
+} // namespace
