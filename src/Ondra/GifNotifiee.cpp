@@ -15,6 +15,7 @@
 #include "Ondra/PathTypes.h"
 #include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
+#include "Ondra/WalkRules.h"
 
 namespace Ondra {
 namespace {
@@ -36,6 +37,7 @@ GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Pat
     , router_(router)
     , type_(notifier->fwkType())
     , serial_(++madeSoFar())
+    , keysCollide_(WalkRules::anyCollidesWithKey(*prefixPath_, type_))
     , first_(first)
     , second_(second) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
@@ -95,6 +97,9 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
     return;
   }
   WalkScope const scope;
+  if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, object, id)) {
+    return;
+  }
   KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, key,
                             notifFlags());
   static_cast<void>(walker.walk());

@@ -61,6 +61,8 @@ public:
   [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
+  // An attribute of the object may have the name of a field of the key in the path (`WalkRules::collidesWithKey`).
+  [[nodiscard]] bool keysCollide() const noexcept { return keysCollide_; }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
   // The registry holds it: its path has not ended.
@@ -104,6 +106,7 @@ private:
   std::uint64_t const serial_;
   std::uint64_t holderSerial_ = 0; // 0: not noted
   Kel::AttributeId holderAttr_ = 0;
+  bool const keysCollide_;
   bool const first_;
   bool const second_;
   bool inRegistry_ = false;

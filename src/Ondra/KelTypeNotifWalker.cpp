@@ -134,8 +134,7 @@ bool KelTypeNotifWalker::isAbsent(Plan const& plan, Handle const& value) const {
   if (plan.attr.isPointer() || plan.attr.isScalarArray()) {
     return false;
   }
-  Kel::String const* const name = plan.isEntityName && value ? value->attrValPtr<Kel::String>() : nullptr;
-  return !value || (name != nullptr && name->empty());
+  return !value || (plan.isEntityName && isEmptyText(value));
 }
 
 void KelTypeNotifWalker::wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath) {

@@ -83,8 +83,7 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   }
   std::shared_ptr<Ir> ir = ir_;
   WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
-  bool const shortLeaves =
-      takesShortRoads(notifiee.get()) && !WalkRules::anyCollidesWithKey(*prefixPath_, *leafPath_, objType_);
+  bool const shortLeaves = takesShortRoads(notifiee.get()) && !notifiee->keysCollide();
   WalkResult result = WalkResult::Success;
   for (; attrQ_; ++attrQ_) {
     if (mustPause(result)) {

@@ -157,6 +157,10 @@ protected:
 
   // Sends all that is in `ir` as bytes; `emptyOnes`: also what holds neither updates nor deletes. The result is that of the last push.
   [[nodiscard]] WalkResult pushBytes(ByteRouter& router, Ir const& ir, bool emptyOnes) const;
+  // Traces of walks are on.
+  [[nodiscard]] static bool isTraced();
+  // A string that is empty.
+  [[nodiscard]] static bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value);
   [[nodiscard]] bool valueMode() const noexcept { return !keyName_->inKeyMode(); }
   [[nodiscard]] WalkResult yieldResult() const;
   [[nodiscard]] long attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
@@ -208,7 +212,6 @@ private:
   WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
                          Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
   [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
-  [[nodiscard]] static bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value);
   WalkResult walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
                            std::shared_ptr<Ir>& ir);
   // Nothing when the walker has been parked on the way; the result then is in `result`.

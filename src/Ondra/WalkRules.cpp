@@ -156,12 +156,11 @@ bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelA
   return !elem.key().empty() && !attr.isKeyField() && elem.key().lookup(attr.name()) != nullptr;
 }
 
-bool anyCollidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelType const& type) {
-  Path const& last = objectLeaf.empty() ? objectPrefix : objectLeaf;
-  if (last.empty()) {
+bool anyCollidesWithKey(Path const& objectPath, Kel::KelType const& type) {
+  if (objectPath.empty()) {
     return false;
   }
-  for (auto const& [name, value] : last.elems().back()->key()) {
+  for (auto const& [name, value] : objectPath.elems().back()->key()) {
     if (Kel::KelAttr const attr = type.attr(name.view()); attr && !attr.isKeyField()) {
       return true;
     }

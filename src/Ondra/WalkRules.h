@@ -60,9 +60,8 @@ struct TypePlan {
 // would be taken for the key's. `objectPrefix` and `objectLeaf` together are the object's path.
 [[nodiscard]] KTD_EXPORT bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf,
                                               Kel::KelAttr const& attr);
-// Whether any attribute of an object of that type does, by name: then each is to be asked.
-[[nodiscard]] KTD_EXPORT bool anyCollidesWithKey(Path const& objectPrefix, Path const& objectLeaf,
-                                                 Kel::KelType const& type);
+// Whether any attribute of an object of that type at that path does, by name: then each is to be asked.
+[[nodiscard]] KTD_EXPORT bool anyCollidesWithKey(Path const& objectPath, Kel::KelType const& type);
 // The leaf path that a colliding attribute gets instead: its last element's name with "Value_".
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath);
 

@@ -10,13 +10,10 @@
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
-namespace {
-
-constexpr std::uint32_t kLevels = (1U << 10) - 1; // 0 to 9: not the error level
-
-bool isTraced() { return ((walkerTrace().mask() | AttrStateMap::traceMask()) & kLevels) != 0; }
-
-} // namespace
+bool FullKelTypeWalker::isTraced() {
+  constexpr std::uint32_t kLevels = (1U << 10) - 1; // 0 to 9: not the error level
+  return ((walkerTrace().mask() | AttrStateMap::traceMask()) & kLevels) != 0;
+}
 
 bool FullKelTypeWalker::takesShortRoads(GifGnmiNotifiee const* notifiee) const {
   return notifiee != nullptr && ir_ && toggleOndraSyncBundlingEnabled() && valueMode() &&
