@@ -29,8 +29,15 @@ grpc::Status appendElem(std::vector<RequestElem>& elems, gnmi::PathElem const& f
   return grpc::Status::OK;
 }
 
+// The list of plain texts that paths once were; the generated accessors are deprecated like the field.
+bool hasOldElements(gnmi::Path const& path) {
+  static auto const* const field =
+      gnmi::Path::descriptor()->FindFieldByNumber(gnmi::Path::kElementFieldNumber);
+  return gnmi::Path::GetReflection()->FieldSize(path, field) > 0;
+}
+
 grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from) {
-  if (from.element_size() > 0) return invalid("the field element of a path is not supported: use elem");
+  if (hasOldElements(from)) return invalid("the field element of a path is not supported: use elem");
   if (elems.size() + static_cast<std::size_t>(from.elem_size()) > kMaxPathElems)
     return invalid(fmt::format("a path has more than {} elements", kMaxPathElems));
   for (gnmi::PathElem const& elem : from.elem()) {

@@ -9,12 +9,16 @@
 
 #include <grpcpp/support/status.h>
 
+#include "agent/subscribe/PatternWalk.h"
 #include "agent/subscribe/Snapshot.h"
 
 namespace Agent {
 
+class FeedIndex;
 class Pattern;
 class Runtime;
+class SubscribeStream;
+struct CallPlan;
 
 // Owned by the Runtime; outlives every walk and every watch of the model.
 class Engine {
@@ -36,8 +40,26 @@ public:
   void callsEnd(grpc::Status const& status);
   [[nodiscard]] std::size_t callCount() const;
 
+  // --- for Subscribe streams ----------------------------------------------------------------------
+  // A place among the calls that are allowed at a time, until it is dropped; null when there are too many. Any thread, both.
+  [[nodiscard]] std::shared_ptr<void const> slotIs();
+  // Has `pump` of the stream called on a thread that may encode. Any thread.
+  void pumpIs(std::shared_ptr<SubscribeStream> stream);
+  void callIs(std::shared_ptr<SubscribeStream> const& stream, CallPlan const& plan);
+  void callPoll(SubscribeStream& stream);
+  void callHalfClosed(SubscribeStream& stream);
+  void callDrained(SubscribeStream& stream);
+  void callDel(SubscribeStream& stream);
+
+  // --- for calls and their parts --------------------------------------------------------------------
+  [[nodiscard]] Runtime& runtime() noexcept;
+  [[nodiscard]] FeedIndex& feeds() noexcept;
+  // A walk for `receiver`, known to the router until `walkDel`; its maker owns it.
+  [[nodiscard]] std::unique_ptr<PatternWalk>
+  walkIs(std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags, PatternWalk::Receiver& receiver);
+  void walkDel(PatternWalk const& walk);
+
 private:
-  friend class EngineAccess;
   class Impl;
   std::unique_ptr<Impl> impl_;
 };

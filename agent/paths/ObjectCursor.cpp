@@ -1,0 +1,143 @@
+#include "agent/paths/ObjectCursor.h"
+
+#include <utility>
+
+#include "Ondra/PathElem.h"
+#include "Ondra/WalkRules.h"
+#include "agent/model/Tree.h"
+
+namespace Agent {
+namespace {
+
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+using Kind = Pattern::Elem::Kind;
+
+Kel::Ptr<Ondra::PathElem const> nameElem(std::string_view name) {
+  return Ondra::PathElem::PathElemIs(Kel::String(name));
+}
+
+Kel::Ptr<Ondra::PathElem const> memberElem(Kel::KelAttr attr, Handle const& key) {
+  Kel::Ptr<Ondra::PathElem> const elem = Ondra::PathElem::PathElemIs(attr.name());
+  elem->keyIs(attr.indexAttr().name(), Kel::String(key->gnmiStrRep()));
+  return elem;
+}
+
+// Whether the attribute is one that an element can stand for.
+bool isMeant(Pattern::Elem const& elem, Kel::KelAttr attr) {
+  if (!attr.isInstantiating()) return false;
+  return elem.keys.empty() ||
+         (attr.isKeyed() && attr.indexAttr() && attr.indexAttr().name().view() == elem.keys.front().first);
+}
+
+} // namespace
+
+ObjectCursor::Result ObjectCursor::next() {
+  root_ = Kel::dynamicPtrCast<Kel::Dir>(Kel::globalDir()->entity(kOrigin));
+  object_.reset();
+  path_.reset();
+  elems_.clear();
+  budget_ = kMembersAtATime;
+  if (!root_) return Result::End;
+  return descend(0, root_, std::exchange(started_, true));
+}
+
+ObjectCursor::Result ObjectCursor::descend(std::size_t depth, Kel::Ptr<Kel::Entity> const& object,
+                                           bool onTheWay) {
+  if (depth == pattern_.objectDepth()) {
+    if (onTheWay && wasFound_) return Result::End;
+    object_ = object;
+    path_ = Ondra::Path::PathIs();
+    path_->push(nameElem(kOrigin));
+    for (Kel::Ptr<Ondra::PathElem const> const& elem : elems_)
+      path_->push(elem);
+    standing_.resize(depth);
+    wasFound_ = true;
+    return Result::Found;
+  }
+  onTheWay = onTheWay && depth < standing_.size();
+  if (depth == 0) return descendRoot(onTheWay);
+  Pattern::Elem const& elem = pattern_.elems()[depth];
+  Handle const handle = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(object.get()));
+  if (elem.kind == Kind::Name) {
+    Kel::KelAttr const attr = object->fwkType().attr(std::string_view(elem.name));
+    return attr && isMeant(elem, attr) ? descendAttr(depth, handle, attr, onTheWay) : Result::End;
+  }
+  std::size_t const count = object->fwkType().attrCount();
+  for (std::size_t at = onTheWay ? standing_[depth].position : 0; at < count; ++at, onTheWay = false) {
+    Kel::KelAttr const attr = object->fwkType().attrAt(at);
+    if (!isMeant(elem, attr)) continue;
+    if (Result const result = descendAttr(depth, handle, attr, onTheWay); result != Result::End)
+      return result;
+  }
+  return Result::End;
+}
+
+ObjectCursor::Result ObjectCursor::descendRoot(bool onTheWay) {
+  Pattern::Elem const& elem = pattern_.elems()[0];
+  std::span<TopLevel const> const tops = topLevels();
+  for (std::size_t at = onTheWay ? standing_[0].position : 0; at < tops.size(); ++at, onTheWay = false) {
+    if (elem.kind == Kind::Name && tops[at].name != elem.name) continue;
+    Kel::Ptr<Kel::Entity> const entity = root_->entity(tops[at].name);
+    if (!entity) continue;
+    Handle const handle = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity.get()));
+    Result const result = descendInto(0, at, nullptr, handle, nameElem(tops[at].name), onTheWay);
+    if (result != Result::End) return result;
+  }
+  return Result::End;
+}
+
+ObjectCursor::Result ObjectCursor::descendAttr(std::size_t depth, Handle const& object, Kel::KelAttr attr,
+                                               bool onTheWay) {
+  if (attr.isKeyed()) return descendMembers(depth, object, attr, onTheWay);
+  Handle const value = attr.genericIfGet(object);
+  std::size_t const position = attr.desc().index;
+  return descendInto(depth, position, nullptr, value,
+                     Ondra::WalkRules::typePlan(object->type()).attrs[position].elem, onTheWay);
+}
+
+ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle const& object, Kel::KelAttr attr,
+                                                  bool onTheWay) {
+  Pattern::Elem const& elem = pattern_.elems()[depth];
+  std::size_t const position = attr.desc().index;
+  if (!elem.keys.empty()) {
+    auto const read = attr.keyType().genericIfFromGnmiString(Kel::String(elem.keys.front().second));
+    if (!read.ok()) return Result::End; // of another list that "*" stands for
+    Handle const key = read.value();
+    return descendInto(depth, position, key, attr.genericIfGet(object, key), memberElem(attr, key), onTheWay);
+  }
+  Handle const start = onTheWay ? standing_[depth].key : nullptr;
+  for (auto it = start ? attr.genericIfIteratorConst(object, start) : attr.genericIfIteratorConst(object); it;
+       ++it, onTheWay = false) {
+    Handle const key = it.key();
+    bool const here = onTheWay && start && key->equals(*start);
+    if (!here && budget_-- == 0) return pauseBefore(depth, position, key);
+    Result const result = descendInto(depth, position, key, it.ptr(), memberElem(attr, key), here);
+    if (result != Result::End) return result;
+  }
+  return Result::End;
+}
+
+ObjectCursor::Result ObjectCursor::descendInto(std::size_t depth, std::size_t position, Handle const& key,
+                                               Handle const& value, Kel::Ptr<Ondra::PathElem const> elem,
+                                               bool onTheWay) {
+  auto* const object = value ? dynamic_cast<Kel::Entity*>(value->object()) : nullptr;
+  if (object == nullptr) return Result::End;
+  elems_.push_back(std::move(elem));
+  Result const result = descend(depth + 1, Kel::Ptr<Kel::Entity>(object), onTheWay);
+  if (result == Result::End) {
+    elems_.pop_back();
+  } else {
+    standing_[depth] = {position, key ? key->detachedKey() : nullptr};
+  }
+  return result;
+}
+
+// Stands before a member that has not been looked at.
+ObjectCursor::Result ObjectCursor::pauseBefore(std::size_t depth, std::size_t position, Handle const& key) {
+  standing_.resize(depth + 1);
+  standing_[depth] = {position, key->detachedKey()};
+  wasFound_ = false;
+  return Result::Paused;
+}
+
+} // namespace Agent

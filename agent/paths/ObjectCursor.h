@@ -1,0 +1,70 @@
+// Agent::ObjectCursor: the objects that a pattern matches, one at a time, in the order of declaration and of keys.
+//
+// Invariants
+// 1. Between two calls it holds no object of the model, only the attribute and the key it stands at on each level. What has gone
+//    meanwhile is passed over; what has come is found when it lies ahead.
+// 2. Its memory does not grow with the number of objects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Kel/Attr.h"
+#include "Kel/Dir.h"
+#include "Kel/Entity.h"
+#include "Kel/GenericIf.h"
+#include "Kel/Ptr.h"
+#include "Ondra/Path.h"
+#include "agent/paths/Pattern.h"
+
+namespace Agent {
+
+// Scheduler thread. The pattern outlives it.
+class ObjectCursor {
+public:
+  enum class Result : std::uint8_t {
+    Found,  // `object` and `path` are the next one
+    Paused, // has looked at enough for one go; call again
+    End,
+  };
+
+  explicit ObjectCursor(Pattern const& pattern) : pattern_(pattern) {}
+
+  // Looks at `kMembersAtATime` members at most.
+  [[nodiscard]] Result next();
+  // Of the last `Found`, until the next call: an object, or the data root's directory for a pattern that names none.
+  [[nodiscard]] Kel::Ptr<Kel::Entity> const& object() const { return object_; }
+  [[nodiscard]] Kel::Ptr<Ondra::Path const> path() const {
+    return path_;
+  } // internal, from the root of the model
+
+  static constexpr std::size_t kMembersAtATime = 512;
+
+private:
+  using Handle = Kel::Ptr<Kel::GenericIf const>;
+  struct Level {
+    std::size_t position = 0; // among the attributes, or among the entities of the data root
+    Handle key;               // detached; null for what has none
+  };
+
+  Result descend(std::size_t depth, Kel::Ptr<Kel::Entity> const& object, bool onTheWay);
+  Result descendRoot(bool onTheWay);
+  Result descendAttr(std::size_t depth, Handle const& object, Kel::KelAttr attr, bool onTheWay);
+  Result descendMembers(std::size_t depth, Handle const& object, Kel::KelAttr attr, bool onTheWay);
+  Result descendInto(std::size_t depth, std::size_t position, Handle const& key, Handle const& value,
+                     Kel::Ptr<Ondra::PathElem const> elem, bool onTheWay);
+  Result pauseBefore(std::size_t depth, std::size_t position, Handle const& key);
+
+  Pattern const& pattern_;
+  std::vector<Level> standing_; // where it stands, from the data root down
+  bool started_ = false;
+  bool wasFound_ = false; // what it stands at has been given; else it is looked at next
+  std::size_t budget_ = 0;
+  std::vector<Kel::Ptr<Ondra::PathElem const>> elems_; // on the way down
+  Kel::Ptr<Kel::Dir> root_;
+  Kel::Ptr<Ondra::Path> path_;
+  Kel::Ptr<Kel::Entity> object_;
+};
+
+} // namespace Agent

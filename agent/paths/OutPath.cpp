@@ -1,0 +1,72 @@
+#include "agent/paths/OutPath.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "agent/paths/Pattern.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+constexpr char kEscape = '\x03'; // before the bytes up to itself, which then are moved up
+
+void appendEscaped(std::string& to, std::string_view text) {
+  for (char const byte : text) {
+    if (static_cast<unsigned char>(byte) <= static_cast<unsigned char>(kEscape)) {
+      to += kEscape;
+      to += static_cast<char>(byte + '0');
+    } else {
+      to += byte;
+    }
+  }
+}
+
+void appendKey(std::string& to, std::string_view name, std::string_view value) {
+  to += kKeyStart;
+  appendEscaped(to, name);
+  to += kKeyStart;
+  appendEscaped(to, value);
+}
+
+} // namespace
+
+void appendElemBytes(std::string& to, gnmi::PathElem const& elem) {
+  appendEscaped(to, elem.name());
+  if (elem.key_size() == 1) {
+    appendKey(to, elem.key().begin()->first, elem.key().begin()->second);
+  } else if (elem.key_size() > 1) {
+    std::vector<std::pair<std::string_view, std::string_view>> keys(elem.key().begin(), elem.key().end());
+    std::ranges::sort(keys);
+    for (auto const& [name, value] : keys)
+      appendKey(to, name, value);
+  }
+  to += kElemEnd;
+}
+
+std::string pathBytes(PathView const& path) {
+  std::string bytes;
+  for (std::size_t i = 0; i < path.size(); ++i)
+    appendElemBytes(bytes, path[i]);
+  return bytes;
+}
+
+bool bytesAtOrBelow(std::string_view ancestor, std::string_view bytes) {
+  if (ancestor.empty()) return true;
+  std::string_view const stem = ancestor.substr(0, ancestor.size() - 1);
+  if (!bytes.starts_with(stem) || bytes.size() == stem.size()) return false;
+  char const next = bytes[stem.size()];
+  if (next == kElemEnd) return true;
+  // The last element of the ancestor has no keys when no key starts after its name.
+  std::size_t const nameAt = stem.rfind(kElemEnd) == std::string_view::npos ? 0 : stem.rfind(kElemEnd) + 1;
+  return next == kKeyStart && stem.find(kKeyStart, nameAt) == std::string_view::npos;
+}
+
+void outPrefixIs(gnmi::Path& prefix, std::string_view origin, std::string_view target) {
+  if (prefix.elem_size() > 0) prefix.mutable_elem()->DeleteSubrange(0, 1);
+  prefix.set_origin(std::string(origin));
+  prefix.set_target(std::string(target));
+}
+
+} // namespace Agent

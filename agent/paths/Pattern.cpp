@@ -1,0 +1,237 @@
+#include "agent/paths/Pattern.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bitset>
+#include <utility>
+
+#include "Kel/GenericIf.h"
+#include "agent/paths/SchemaPath.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+
+// --- views ------------------------------------------------------------------------------------------------
+
+PathView::PathView(gnmi::Path const& prefix, gnmi::Path const& path, std::size_t skip)
+    : prefix_(&prefix)
+    , path_(&path)
+    , skip_(skip)
+    , prefixSize_(static_cast<std::size_t>(prefix.elem_size()))
+    , size_(prefixSize_ + static_cast<std::size_t>(path.elem_size())) {
+  size_ = size_ > skip_ ? size_ - skip_ : 0;
+}
+
+PathView::PathView(gnmi::Path const& path, std::size_t skip)
+    : PathView(path, gnmi::Path::default_instance(), skip) {}
+
+gnmi::PathElem const& PathView::operator[](std::size_t index) const {
+  std::size_t const at = index + skip_;
+  return at < prefixSize_ ? prefix_->elem(static_cast<int>(at))
+                          : path_->elem(static_cast<int>(at - prefixSize_));
+}
+
+// --- compiling --------------------------------------------------------------------------------------------
+
+namespace {
+
+using Elem = Pattern::Elem;
+using Kind = Pattern::Elem::Kind;
+using Places = std::vector<SchemaPlace>;
+
+// The members of these lists can be looked up and enumerated by the text of their key.
+bool hasPlainKey(SchemaPlace const& place) {
+  Kel::KelType const key = place.attr().keyType();
+  return !place.keyName().empty() &&
+         (key.isBuiltin() || key.isEnum() || key.hasGnmiStrRep() || key.valAttr());
+}
+
+// The form in which walks print the key; an error text for a value that no member can have.
+Kstd::Result<std::string, std::string> canonicalKey(SchemaPlace const& list, std::string const& value) {
+  auto const read = list.attr().keyType().genericIfFromGnmiString(Kel::String(value));
+  if (!read.ok()) return Kstd::Err(read.error());
+  return Kstd::Result<std::string, std::string>(read.value()->gnmiStrRep());
+}
+
+void appendDescendants(Places& to, SchemaPlace const& place) {
+  for (SchemaPlace const& child : place.children()) {
+    bool const isNew = std::ranges::none_of(to, [&child](SchemaPlace const& known) {
+      return known.attr() == child.attr() && known.isLeaf() == child.isLeaf() &&
+             (known.attr() || known.type().name() == child.type().name());
+    });
+    if (!isNew) continue;
+    to.push_back(child);
+    appendDescendants(to, child);
+  }
+}
+
+// What an element leads to from any of the places, before its keys are looked at.
+Places step(Places const& from, RequestElem const& elem) {
+  Places to;
+  for (SchemaPlace const& place : from) {
+    if (elem.name == "...") {
+      to.push_back(place);
+      appendDescendants(to, place);
+    } else if (elem.name == "*") {
+      Places const children = place.children();
+      to.insert(to.end(), children.begin(), children.end());
+    } else if (std::optional<SchemaPlace> const child = place.child(elem.name)) {
+      to.push_back(*child);
+    }
+  }
+  return to;
+}
+
+grpc::Status notFound(RequestElem const& elem, RequestPath const& path) {
+  return {grpc::StatusCode::NOT_FOUND,
+          fmt::format("{} of {} is not in the schema", statusText(elem.name, 64), path.text())};
+}
+
+grpc::Status badKey(RequestElem const& elem, RequestPath const& path, std::string const& what) {
+  return {grpc::StatusCode::INVALID_ARGUMENT,
+          fmt::format("{} of {}: {}", statusText(elem.name, 64), path.text(), statusText(what))};
+}
+
+// Keeps the places that have the element's keys, and gives the values their form. The error text of the last place that does not.
+std::string takeKeys(Places& places, RequestElem const& elem, Elem& into) {
+  std::string fault;
+  std::vector<std::pair<std::string, std::string>> keys;
+  std::erase_if(places, [&](SchemaPlace const& place) {
+    keys.clear();
+    for (auto const& [name, value] : elem.keys) {
+      if (!place.isList() || place.keyName() != name) {
+        fault = fmt::format("there is no key {}", name);
+        return true;
+      }
+      if (value == "*") continue;
+      Kstd::Result<std::string, std::string> const text = canonicalKey(place, value);
+      if (!text.ok()) {
+        fault = fmt::format("the key {} has a bad value: {}", name, text.error());
+        return true;
+      }
+      keys.emplace_back(name, text.value());
+    }
+    into.keys = keys;
+    return false;
+  });
+  return fault;
+}
+
+bool isEnumerable(SchemaPlace const& place) {
+  if (place.isLeaf()) return false;
+  return !place.isList() || hasPlainKey(place);
+}
+
+} // namespace
+
+Pattern::OrError Pattern::of(RequestPath const& path) {
+  Pattern made;
+  Places places{SchemaPlace()};
+  bool enumerable = true;
+  bool concrete = true;
+  for (RequestElem const& from : path.elems) {
+    Elem elem{from.name == "*"     ? Kind::AnyName
+              : from.name == "..." ? Kind::AnyDepth
+                                   : Kind::Name,
+              from.name,
+              {}};
+    places = step(places, from);
+    if (places.empty()) return notFound(from, path);
+    if (!from.keys.empty()) {
+      std::string const fault = takeKeys(places, from, elem);
+      if (places.empty()) return badKey(from, path, fault);
+    }
+    made.hasAnyDepth_ = made.hasAnyDepth_ || elem.kind == Kind::AnyDepth;
+    enumerable = enumerable && elem.kind != Kind::AnyDepth && std::ranges::all_of(places, isEnumerable);
+    concrete =
+        concrete && elem.kind == Kind::Name && std::ranges::all_of(places, [&elem](SchemaPlace const& place) {
+          return place.isLeaf() || !place.isList() || !elem.keys.empty();
+        });
+    made.elems_.push_back(std::move(elem));
+    if (enumerable) made.objectDepth_ = made.elems_.size();
+    if (concrete) made.anchorDepth_ = made.elems_.size();
+  }
+  return made;
+}
+
+// --- matching ---------------------------------------------------------------------------------------------
+
+namespace {
+
+bool elemMatches(Elem const& pattern, gnmi::PathElem const& elem) {
+  if (pattern.kind == Kind::Name && pattern.name != elem.name()) return false;
+  for (auto const& [name, value] : pattern.keys) {
+    auto const found = elem.key().find(name);
+    if (found == elem.key().end() || found->second != value) return false;
+  }
+  return true;
+}
+
+} // namespace
+
+Pattern::Cover Pattern::cover(PathView const& path) const {
+  if (hasAnyDepth_) return coverByStates(path);
+  std::size_t const both = std::min(elems_.size(), path.size());
+  for (std::size_t i = 0; i < both; ++i) {
+    if (!elemMatches(elems_[i], path[i])) return Cover::None;
+  }
+  return elems_.size() <= path.size() ? Cover::All : Cover::Partial;
+}
+
+// All ways to match at once: a state for each number of pattern elements that have been used up.
+Pattern::Cover Pattern::coverByStates(PathView const& path) const {
+  std::bitset<kMaxPathElems + 1> now;
+  now.set(0);
+  auto const passDepths = [this](auto& states) {
+    for (std::size_t i = 0; i < elems_.size(); ++i) {
+      if (states[i] && elems_[i].kind == Kind::AnyDepth) states.set(i + 1);
+    }
+  };
+  passDepths(now);
+  for (std::size_t at = 0; at < path.size(); ++at) {
+    if (now[elems_.size()]) return Cover::All;
+    std::bitset<kMaxPathElems + 1> next;
+    for (std::size_t i = 0; i < elems_.size(); ++i) {
+      if (!now[i]) continue;
+      if (elems_[i].kind == Kind::AnyDepth) {
+        next.set(i);
+      } else if (elemMatches(elems_[i], path[at])) {
+        next.set(i + 1);
+      }
+    }
+    if (next.none()) return Cover::None;
+    passDepths(next);
+    now = next;
+  }
+  return now[elems_.size()] ? Cover::All : Cover::Partial;
+}
+
+bool Pattern::mayOverlap(Pattern const& other) const {
+  std::size_t const both = std::min(elems_.size(), other.elems_.size());
+  for (std::size_t i = 0; i < both; ++i) {
+    Elem const& a = elems_[i];
+    Elem const& b = other.elems_[i];
+    if (a.kind == Kind::AnyDepth || b.kind == Kind::AnyDepth) return true;
+    if (a.kind == Kind::Name && b.kind == Kind::Name && a.name != b.name) return false;
+    for (auto const& [name, value] : a.keys) {
+      for (auto const& [otherName, otherValue] : b.keys) {
+        if (name == otherName && value != otherValue) return false;
+      }
+    }
+  }
+  return true;
+}
+
+std::string Pattern::text() const {
+  std::string out;
+  for (Elem const& elem : elems_) {
+    out += '/';
+    out += elem.name;
+    for (auto const& [name, value] : elem.keys)
+      out += fmt::format("[{}={}]", name, value);
+  }
+  return out.empty() ? "/" : out;
+}
+
+} // namespace Agent

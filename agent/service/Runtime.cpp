@@ -1,0 +1,34 @@
+#include "agent/service/Runtime.h"
+
+#include "Kel/ActivityClock.h"
+#include "Kel/Dir.h"
+#include "agent/subscribe/Engine.h"
+
+namespace Agent {
+
+Runtime::Runtime() : Runtime(Options()) {}
+
+Runtime::Runtime(Options const& options)
+    : limits_(options.limits)
+    , clock_(options.clock != nullptr ? *options.clock : Tovak::SystemClock::instance())
+    , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
+    , tree_(treeIn(*Kel::globalDir()))
+    , engine_(std::make_unique<Engine>(*this)) {
+  auto const takeTime = [this] { Kel::activityManagerStatus()->activityLoopExecNsTimeIs(clock_.wallNs()); };
+  takeTime();
+  scheduler_->loopHookIs(takeTime);
+}
+
+Runtime::~Runtime() { stop(); }
+
+void Runtime::start() {
+  if (!thread_.joinable()) thread_ = std::thread([this] { scheduler_->run(); });
+}
+
+void Runtime::stop() {
+  if (!thread_.joinable()) return;
+  scheduler_->stop();
+  thread_.join();
+}
+
+} // namespace Agent

@@ -1,0 +1,189 @@
+#include "agent/subscribe/Call.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Kel/ActivityClock.h"
+#include "Ondra/KelGnmiUtils.h"
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Engine.h"
+#include "agent/subscribe/SubscribeStream.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+using Patterns = std::vector<std::shared_ptr<Pattern const>>;
+
+std::size_t wildcards(Pattern const& pattern) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      pattern.elems(), [](Pattern::Elem const& elem) { return elem.kind != Pattern::Elem::Kind::Name; }));
+}
+
+// Whether what both cover belongs to `a`: the longer one, then the one with fewer wildcards, then the earlier one.
+bool isNearer(Patterns const& patterns, std::size_t a, std::size_t b) {
+  std::size_t const sizeA = patterns[a]->elems().size();
+  std::size_t const sizeB = patterns[b]->elems().size();
+  if (sizeA != sizeB) return sizeA > sizeB;
+  std::size_t const wildA = wildcards(*patterns[a]);
+  std::size_t const wildB = wildcards(*patterns[b]);
+  return wildA != wildB ? wildA < wildB : a < b;
+}
+
+Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
+  Patterns rivals;
+  for (std::size_t other = 0; other < patterns.size(); ++other) {
+    if (other != index && isNearer(patterns, other, index) && patterns[other]->mayOverlap(*patterns[index])) {
+      rivals.push_back(patterns[other]);
+    }
+  }
+  return rivals;
+}
+
+} // namespace
+
+Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan const& plan)
+    : engine_(engine)
+    , stream_(std::move(stream))
+    , mode_(plan.mode)
+    , updatesOnly_(plan.updatesOnly) {}
+
+Call::~Call() {
+  if (walk_) engine_.walkDel(*walk_);
+}
+
+grpc::Status Call::prepare(CallPlan const& plan) {
+  Patterns patterns;
+  for (SubscriptionPlan const& subscription : plan.subscriptions) {
+    Pattern::OrError pattern = Pattern::of(subscription.path);
+    if (!pattern.ok()) return pattern.error();
+    patterns.push_back(std::make_shared<Pattern const>(std::move(pattern).value()));
+  }
+  for (std::size_t i = 0; i < patterns.size(); ++i) {
+    subscriptions_.push_back(std::make_unique<Subscription>(*this, plan.subscriptions[i], plan.encoding,
+                                                            Selector(patterns[i], rivalsOf(patterns, i))));
+  }
+  return grpc::Status::OK;
+}
+
+// --- what runs --------------------------------------------------------------------------------------------
+
+void Call::start() {
+  if (mode_ == CallMode::Stream) {
+    isLive_ = true;
+    for (auto const& subscription : subscriptions_)
+      subscription->goLive();
+  }
+  snapshot(Purpose::Initial);
+}
+
+void Call::poll() { snapshot(Purpose::Initial); }
+
+void Call::halfClosed() {
+  halfClosed_ = true;
+  if (mode_ == CallMode::Poll && !syncOwed_) stream_->end(grpc::Status::OK);
+}
+
+void Call::snapshot(Purpose purpose) {
+  syncOwed_ = true;
+  if (!updatesOnly_ || purpose == Purpose::Restart) {
+    for (auto const& subscription : subscriptions_)
+      jobs_.push_back({subscription.get(), purpose});
+  }
+  nextJob();
+}
+
+void Call::walkIs(Subscription& subscription, Purpose purpose) {
+  Job const job{&subscription, purpose};
+  if (overflown_ || std::ranges::find(jobs_, job) != jobs_.end()) return;
+  jobs_.push_back(job);
+  nextJob();
+}
+
+void Call::nextJob() {
+  if (walk_ || overflown_) return;
+  bool const onlyRepeats = std::ranges::all_of(jobs_, [](Job const& job) {
+    return job.purpose == Purpose::Sample || job.purpose == Purpose::Heartbeat;
+  });
+  if (onlyRepeats && syncOwed_) sync();
+  if (jobs_.empty()) return;
+  Ondra::WalkerFlags flags = Ondra::flagSnapshot;
+  if (mode_ != CallMode::Once) flags |= Ondra::flagStream;
+  walk_ = engine_.walkIs(jobs_.front().subscription->selector().pattern(), flags, *this);
+}
+
+void Call::walkEnded() {
+  engine_.walkDel(*walk_);
+  walk_.reset();
+  jobs_.pop_front();
+  nextJob();
+}
+
+void Call::sync() {
+  syncOwed_ = false;
+  push(Message::sync(), OutQueue::Kind::Walk);
+  if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {
+    stream_->end(grpc::Status::OK);
+  } else if (std::exchange(isLive_, false)) { // the first of a STREAM
+    for (auto const& subscription : subscriptions_)
+      subscription->timersStart();
+  }
+}
+
+// --- what comes of it -------------------------------------------------------------------------------------
+
+bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
+  if (overflown_) return true;
+  Job const& job = jobs_.front();
+  Message::Ptr message;
+  switch (job.purpose) {
+  case Purpose::Initial: message = job.subscription->initial(response); break;
+  case Purpose::Restart:
+  case Purpose::Heartbeat: message = job.subscription->restamped(response, LeafKind::All); break;
+  case Purpose::Sample: message = job.subscription->sampled(response); break;
+  }
+  if (message) push(message, OutQueue::Kind::Walk);
+  return !isFull();
+}
+
+bool Call::isFull() const { return stream_->isFull(); }
+
+void Call::push(Message::Ptr const& message, OutQueue::Kind kind) {
+  if (overflown_) return;
+  SubscribeStream::Pushed const pushed = stream_->push(message, kind);
+  if (pushed == SubscribeStream::Pushed::Taken) return;
+  overflown_ = true;
+  if (pushed == SubscribeStream::Pushed::SyncLost) syncOwed_ = true;
+}
+
+void Call::drained() {
+  if (overflown_) {
+    restart();
+  } else if (walk_) {
+    walk_->resume();
+  }
+}
+
+// Too much has changed to be told one by one: everything ends and is told anew. Changes since are part of that.
+void Call::restart() {
+  overflown_ = false;
+  if (walk_) engine_.walkDel(*walk_);
+  walk_.reset();
+  jobs_.clear();
+  Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
+  clock.activityLoopExecNsTimeInc(1); // later than all that has been sent
+  for (auto const& subscription : subscriptions_) {
+    auto ends = std::make_unique<gnmi::Notification>();
+    ends->set_timestamp(clock.activityLoopExecNsTime());
+    *ends->add_delete_() = subscription->selector().anchor();
+    push(Message::of(std::move(ends), subscription->frame()), OutQueue::Kind::Walk);
+  }
+  clock.activityLoopExecNsTimeInc(1);
+  bool const syncWasOwed = syncOwed_;
+  for (auto const& subscription : subscriptions_)
+    jobs_.push_back({subscription.get(), Purpose::Restart});
+  syncOwed_ = syncWasOwed;
+  nextJob();
+}
+
+} // namespace Agent

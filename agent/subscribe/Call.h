@@ -1,0 +1,90 @@
+// Agent::Call: one Subscribe call as the scheduler thread sees it.
+//
+// Invariants
+// 1. Snapshots of a STREAM start only once the whole model is watched and the call is live: whatever changes from then on is told, by the
+//    walk, by a change, or by both with the later one last.
+// 2. Snapshot, changes and sync go into the one queue in the order in which they are found.
+// 3. One walk at a time. A job that waits or runs already is not queued again.
+// 4. The sync is owed until it is queued behind the last snapshot; a queue that was dropped gives back the sync it held.
+// 5. While it must start over (`overflown_`) nothing is queued: the snapshot that follows tells it all.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include <grpcpp/support/status.h>
+
+#include "agent/subscribe/OutQueue.h"
+#include "agent/subscribe/PatternWalk.h"
+#include "agent/subscribe/Subscription.h"
+
+namespace Agent {
+
+class Engine;
+class SubscribeStream;
+
+// Made for a valid plan, owned by the engine until either side ends the call. Never dropped by what it is called from itself: it asks
+// the engine to.
+class Call final : private PatternWalk::Receiver {
+public:
+  Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan const& plan);
+  ~Call() override;
+  Call(Call const&) = delete;
+  Call& operator=(Call const&) = delete;
+
+  // Compiles the paths; what is wrong with one of them otherwise.
+  [[nodiscard]] grpc::Status prepare(CallPlan const& plan);
+  [[nodiscard]] bool isStream() const noexcept { return mode_ == CallMode::Stream; }
+
+  // Begins a ONCE; a STREAM when the model is watched.
+  void start();
+  void poll();
+  // The client sends no more.
+  void halfClosed();
+  // The queue takes more.
+  void drained();
+
+  // --- for its subscriptions ---
+  enum class Purpose : std::uint8_t {
+    Initial,   // everything, stamped as the model says
+    Restart,   // everything, stamped with the present time, as those below
+    Sample,    // what is sampled, without what is to be suppressed
+    Heartbeat, // everything
+  };
+  void walkIs(Subscription& subscription, Purpose purpose);
+  void push(Message::Ptr const& message, OutQueue::Kind kind);
+  [[nodiscard]] Engine& engine() noexcept { return engine_; }
+
+private:
+  struct Job {
+    Subscription* subscription;
+    Purpose purpose;
+    friend bool operator==(Job const&, Job const&) = default;
+  };
+
+  bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) override;
+  [[nodiscard]] bool isFull() const override;
+  void walkEnded() override;
+
+  void snapshot(Purpose purpose);
+  void nextJob();
+  void sync();
+  void restart();
+
+  Engine& engine_;
+  std::shared_ptr<SubscribeStream> const stream_;
+  CallMode const mode_;
+  bool const updatesOnly_;
+  std::vector<std::unique_ptr<Subscription>> subscriptions_;
+  std::deque<Job> jobs_; // the first one runs while there is a walk
+  std::unique_ptr<PatternWalk> walk_;
+  bool syncOwed_ = false;
+  bool isLive_ = false;
+  bool overflown_ = false;
+  bool halfClosed_ = false;
+};
+
+} // namespace Agent

@@ -1,0 +1,260 @@
+#include "agent/subscribe/Engine.h"
+
+#include <absl/container/flat_hash_map.h>
+
+#include <atomic>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/BaseRouter.h"
+#include "Ondra/GifNotifiee.h"
+#include "Tovak/TaskScheduler.h"
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Call.h"
+#include "agent/subscribe/Feed.h"
+#include "agent/subscribe/Pumps.h"
+#include "agent/subscribe/SubscribeStream.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::int64_t kStuckCheckNs = 1'000'000'000;
+
+// Takes nothing: the walk that installs the watch sends nothing of its own.
+class Watch final : public PatternWalk::Receiver {
+public:
+  enum class State : std::uint8_t { Off, Installing, On };
+
+  bool take(std::shared_ptr<Ondra::ArenaRespMsg>&) override { return true; }
+  void walkEnded() override {
+    state = State::On;
+    if (whenOn) whenOn();
+  }
+
+  State state = State::Off;
+  std::unique_ptr<PatternWalk> walk;
+  absl::AnyInvocable<void()> whenOn;
+};
+
+// A snapshot for a sink.
+class SinkSnapshot final : public Snapshot, private PatternWalk::Receiver {
+public:
+  SinkSnapshot(Engine& engine, Pattern pattern, std::shared_ptr<SnapshotSink> sink)
+      : engine_(engine)
+      , selector_(std::make_shared<Pattern const>(std::move(pattern)), {})
+      , sink_(std::move(sink))
+      , walk_(engine.walkIs(selector_.pattern(), Ondra::flagSnapshot, *this)) {}
+  ~SinkSnapshot() override {
+    if (walk_) engine_.walkDel(*walk_);
+  }
+
+private:
+  bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
+    gnmi::Notification const& notification = response->response->update();
+    Selector::Selected const selected = selector_.updates(notification, LeafKind::All);
+    if (!selected.any) return true;
+    if (!selected.updates) {
+      sink_->notification(notification);
+      return true;
+    }
+    gnmi::Notification part;
+    part.set_timestamp(notification.timestamp());
+    *part.mutable_prefix() = notification.prefix();
+    for (std::uint32_t const at : *selected.updates)
+      *part.add_update() = notification.update(static_cast<int>(at));
+    sink_->notification(part);
+    return true;
+  }
+  void walkEnded() override {
+    engine_.walkDel(*walk_);
+    walk_.reset();
+    std::shared_ptr<SnapshotSink> const sink = sink_;
+    sink->done(grpc::Status::OK); // which may drop this
+  }
+
+  Engine& engine_;
+  Selector const selector_;
+  std::shared_ptr<SnapshotSink> const sink_;
+  std::unique_ptr<PatternWalk> walk_;
+};
+
+} // namespace
+
+class Engine::Impl final : public Ondra::BaseRouter {
+public:
+  Impl(Engine& theEngine, Runtime& theRuntime) : engine(theEngine), runtime(theRuntime) {}
+
+  bool push(Ondra::SyncId syncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
+    if (syncId == Ondra::SyncId()) {
+      if (held) {
+        held->push_back(response);
+      } else {
+        feeds.changed(response);
+      }
+      return true;
+    }
+    auto const walk = walks.find(syncId.value());
+    return walk == walks.end() || walk->second->take(response);
+  }
+
+  // The model is watched: calls that wait for it go live.
+  void watchIsOn() {
+    engine.walkDel(*watch.walk);
+    watch.walk.reset();
+    for (SubscribeStream* const stream : std::exchange(waiting, {})) {
+      if (auto const call = calls.find(stream); call != calls.end()) call->second->start();
+    }
+  }
+  void startStream(SubscribeStream& stream, Call& call) {
+    if (watch.state == Watch::State::On) {
+      call.start();
+      return;
+    }
+    waiting.push_back(&stream);
+    if (watch.state == Watch::State::Installing) return;
+    watch.state = Watch::State::Installing;
+    watch.whenOn = [this] { watchIsOn(); };
+    watch.walk = engine.walkIs(std::make_shared<Pattern const>(), Ondra::flagStream, watch);
+  }
+  void endStuckCalls() {
+    std::int64_t const now = runtime.clock().monotonicNs();
+    for (auto& [stream, sinceNs] : stuck) {
+      if (now - sinceNs >= runtime.limits().stuckNs) std::exchange(stream, nullptr)->reset();
+    }
+    std::erase_if(stuck, [](Stuck const& one) { return !one.stream || one.stream.use_count() == 1; });
+    absl::erase_if(calls, [&](auto const& call) {
+      if (!call.first->isStuck(now, runtime.limits().stuckNs)) return false;
+      stuck.push_back({call.first->shared_from_this(), now});
+      call.first->endStuck();
+      return true;
+    });
+  }
+  Call* find(SubscribeStream& stream) {
+    auto const call = calls.find(&stream);
+    return call == calls.end() ? nullptr : call->second.get();
+  }
+
+  struct Stuck { // has been ended, but its client still takes nothing
+    std::shared_ptr<SubscribeStream> stream;
+    std::int64_t sinceNs;
+  };
+
+  Engine& engine;
+  Runtime& runtime;
+  std::uint64_t lastWalk = 0;
+  absl::flat_hash_map<std::uint64_t, PatternWalk*> walks;
+  FeedIndex feeds;
+  Watch watch;
+  absl::flat_hash_map<SubscribeStream*, std::unique_ptr<Call>> calls; // each holds its stream
+  std::vector<SubscribeStream*> waiting;                              // for the watch
+  std::optional<std::vector<std::shared_ptr<Ondra::ArenaRespMsg>>> held;
+  std::optional<grpc::Status> ending;
+  std::vector<Stuck> stuck;
+  Tovak::TimerId stuckTimer;
+  std::shared_ptr<std::atomic<std::size_t>> const slots = std::make_shared<std::atomic<std::size_t>>(0);
+  Pumps pumps; // ends first
+};
+
+Engine::Engine(Runtime& runtime) : impl_(std::make_unique<Impl>(*this, runtime)) {
+  impl_->stuckTimer = runtime.scheduler()->timerEvery(kStuckCheckNs, [this] { impl_->endStuckCalls(); });
+}
+
+Engine::~Engine() {
+  impl_->runtime.scheduler()->timerDel(impl_->stuckTimer);
+  impl_->watch.walk.reset();
+  impl_->calls.clear();
+  impl_->stuck.clear();
+  Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees(); // they refer to the router
+}
+
+Runtime& Engine::runtime() noexcept { return impl_->runtime; }
+FeedIndex& Engine::feeds() noexcept { return impl_->feeds; }
+
+// --- walks and snapshots ----------------------------------------------------------------------------------
+
+std::unique_ptr<PatternWalk> Engine::walkIs(std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags,
+                                            PatternWalk::Receiver& receiver) {
+  auto walk = std::make_unique<PatternWalk>(*impl_, impl_->runtime.scheduler(), ++impl_->lastWalk,
+                                            std::move(pattern), flags, receiver);
+  impl_->walks.emplace(walk->id(), walk.get());
+  return walk;
+}
+
+void Engine::walkDel(PatternWalk const& walk) { impl_->walks.erase(walk.id()); }
+
+std::shared_ptr<Snapshot> Engine::snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink) {
+  return std::make_shared<SinkSnapshot>(*this, std::move(pattern), std::move(sink));
+}
+
+void Engine::outputHeldIs(Output output) {
+  switch (output) {
+  case Output::Hold: impl_->held.emplace(); break;
+  case Output::Drop: impl_->held.reset(); break;
+  case Output::Release:
+    for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : *std::exchange(impl_->held, std::nullopt))
+      impl_->feeds.changed(response);
+    break;
+  }
+}
+
+// --- calls ------------------------------------------------------------------------------------------------
+
+std::shared_ptr<void const> Engine::slotIs() {
+  std::shared_ptr<std::atomic<std::size_t>> const& taken = impl_->slots;
+  if (taken->fetch_add(1, std::memory_order_relaxed) >= impl_->runtime.limits().streams) {
+    taken->fetch_sub(1, std::memory_order_relaxed);
+    return nullptr;
+  }
+  return {taken.get(), [taken](void const*) { taken->fetch_sub(1, std::memory_order_relaxed); }};
+}
+
+void Engine::pumpIs(std::shared_ptr<SubscribeStream> stream) { impl_->pumps.pumpIs(std::move(stream)); }
+
+void Engine::callIs(std::shared_ptr<SubscribeStream> const& stream, CallPlan const& plan) {
+  if (impl_->ending) {
+    stream->end(*impl_->ending);
+    return;
+  }
+  auto made = std::make_unique<Call>(*this, stream, plan);
+  if (grpc::Status const status = made->prepare(plan); !status.ok()) {
+    stream->end(status);
+    return;
+  }
+  Call& call = *made;
+  impl_->calls.emplace(stream.get(), std::move(made));
+  switch (plan.mode) {
+  case CallMode::Once: call.start(); break;
+  case CallMode::Poll: break;
+  case CallMode::Stream: impl_->startStream(*stream, call); break;
+  }
+}
+
+void Engine::callPoll(SubscribeStream& stream) {
+  if (Call* const call = impl_->find(stream)) call->poll();
+}
+
+void Engine::callHalfClosed(SubscribeStream& stream) {
+  if (Call* const call = impl_->find(stream)) call->halfClosed();
+}
+
+void Engine::callDrained(SubscribeStream& stream) {
+  if (Call* const call = impl_->find(stream)) call->drained();
+}
+
+void Engine::callDel(SubscribeStream& stream) {
+  std::erase(impl_->waiting, &stream);
+  impl_->calls.erase(&stream);
+}
+
+void Engine::callsEnd(grpc::Status const& status) {
+  impl_->ending = status;
+  for (auto const& [stream, call] : impl_->calls)
+    stream->end(status);
+}
+
+std::size_t Engine::callCount() const { return impl_->calls.size(); }
+
+} // namespace Agent

@@ -1,0 +1,130 @@
+#include "agent/subscribe/PatternWalk.h"
+
+#include <utility>
+
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/WalkTask.h"
+#include "Tovak/Task.h"
+#include "Tovak/TaskScheduler.h"
+
+namespace Agent {
+namespace {
+
+// Of all walks of the process: what is parked is known by it.
+std::uint64_t& lastWalkId() {
+  static std::uint64_t id = 0;
+  return id;
+}
+
+} // namespace
+
+// Looks for the next object.
+class PatternWalk::Finder final : public Tovak::Task {
+public:
+  Finder(std::shared_ptr<Tovak::TaskScheduler> scheduler, PatternWalk* owner)
+      : Tovak::Task(std::move(scheduler), "FindObjects", Tovak::TaskPriority::normal)
+      , owner_(owner) {}
+
+  void taskExecute() override {
+    if (owner_ != nullptr) owner_->find(*this);
+  }
+  void ownerDel() { owner_ = nullptr; }
+
+private:
+  PatternWalk* owner_;
+};
+
+// Walks one object.
+class PatternWalk::Run final : public Ondra::WalkTask {
+public:
+  Run(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::shared_ptr<Ondra::WalkInfo>& info,
+      Kel::Ptr<Kel::Entity> object, PatternWalk* owner)
+      : Ondra::WalkTask(std::move(scheduler), info, Tovak::TaskPriority::normal)
+      , object_(std::move(object))
+      , owner_(owner) {}
+
+  void taskExecute() override {
+    if (owner_ == nullptr) return;
+    if (object_ && object_->isOrphan()) { // it went between the turn that found it and this one
+      owner_->runEnded();
+      return;
+    }
+    std::shared_ptr<Tovak::Task> const self = shared_from_this();
+    Ondra::WalkTask::taskExecute();
+    object_.reset();
+  }
+  bool providerPaused() const override { return owner_ == nullptr; }
+  void walkDone(Ondra::SyncWalkId const&, bool) override {
+    if (owner_ != nullptr) owner_->runEnded();
+  }
+  void ownerDel() { owner_ = nullptr; }
+
+private:
+  Kel::Ptr<Kel::Entity> object_; // until the first slice is over
+  PatternWalk* owner_;
+};
+
+PatternWalk::PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler,
+                         std::uint64_t id, std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags,
+                         Receiver& receiver)
+    : router_(router)
+    , scheduler_(std::move(scheduler))
+    , id_(id)
+    , pattern_(std::move(pattern))
+    , flags_(flags)
+    , receiver_(receiver)
+    , cursor_(*pattern_)
+    , finder_(std::make_shared<Finder>(scheduler_, this)) {
+  finder_->scheduleTask();
+}
+
+PatternWalk::~PatternWalk() {
+  finder_->ownerDel();
+  finder_->descheduleTask();
+  if (!run_) return;
+  run_->ownerDel();
+  run_->descheduleTask();
+  if (info_->task) Ondra::FullKelTypeWalker::cancelPendingWalk(info_);
+  info_->task.reset();
+}
+
+void PatternWalk::find(Finder const& finder) {
+  if (receiver_.isFull()) return; // `resume` goes on
+  for (;;) {
+    switch (cursor_.next()) {
+    case ObjectCursor::Result::Found: startRun(); return;
+    case ObjectCursor::Result::End: receiver_.walkEnded(); return; // which may have dropped this
+    case ObjectCursor::Result::Paused:
+      if (!finder.taskShouldYield()) break;
+      finder_->scheduleTask();
+      return;
+    }
+  }
+}
+
+void PatternWalk::startRun() {
+  Kel::Ptr<Kel::Entity> const object = cursor_.object();
+  info_ = Ondra::WalkInfo::WalkInfoIs(router_, {Ondra::SyncId(id_), Ondra::WalkId(++lastWalkId())},
+                                      cursor_.path(), object.get(), flags_);
+  run_ = std::make_shared<Run>(scheduler_, info_, object, this);
+  info_->task = run_;
+  run_->scheduleTask();
+}
+
+void PatternWalk::runEnded() {
+  run_->ownerDel();
+  run_.reset();
+  info_->task.reset();
+  info_.reset();
+  finder_->scheduleTask();
+}
+
+void PatternWalk::resume() { // a walk that told its last with a full pipe waits too, though nothing is parked
+  if (run_) {
+    run_->scheduleTask();
+  } else {
+    finder_->scheduleTask();
+  }
+}
+
+} // namespace Agent

@@ -1,0 +1,74 @@
+// Agent::PatternWalk: the walks of everything that a pattern covers, one object after the other.
+//
+// Invariants
+// 1. One walk at a time. An object is looked up, and held, in the turn before its walk's first slice, which looks at it again; no object
+//    is held across any other turn.
+// 2. Once it is gone, nothing of it runs: its walk is called off, and pushes that name it are nobody's.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "Ondra/WalkTypes.h"
+#include "agent/paths/ObjectCursor.h"
+#include "agent/paths/Pattern.h"
+
+namespace Ondra {
+class ArenaRespMsg;
+class BaseRouter;
+struct WalkInfo;
+} // namespace Ondra
+namespace Tovak {
+class TaskScheduler;
+} // namespace Tovak
+
+namespace Agent {
+
+// Scheduler thread. Whoever made it owns it and may drop it at any time except within `take`.
+class PatternWalk {
+public:
+  class Receiver {
+  public:
+    virtual ~Receiver() = default;
+    // A response as it is walked: more than the pattern may cover. False: no more until `resume`.
+    virtual bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) = 0;
+    // Whether it would answer false.
+    [[nodiscard]] virtual bool isFull() const { return false; }
+    // All has been told. May drop the walk.
+    virtual void walkEnded() = 0;
+  };
+
+  // `id`, not 0, names it to the router. Starts by itself, in a later turn.
+  PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler, std::uint64_t id,
+              std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags, Receiver& receiver);
+  ~PatternWalk();
+  PatternWalk(PatternWalk const&) = delete;
+  PatternWalk& operator=(PatternWalk const&) = delete;
+
+  [[nodiscard]] std::uint64_t id() const noexcept { return id_; }
+  bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) { return receiver_.take(response); }
+  // The receiver takes more.
+  void resume();
+
+private:
+  class Finder;
+  class Run;
+
+  void find(Finder const& finder);
+  void startRun();
+  void runEnded();
+
+  Ondra::BaseRouter& router_;
+  std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  std::uint64_t const id_;
+  std::shared_ptr<Pattern const> const pattern_;
+  Ondra::WalkerFlags const flags_;
+  Receiver& receiver_;
+  ObjectCursor cursor_;
+  std::shared_ptr<Finder> finder_;
+  std::shared_ptr<Run> run_; // of the object that is walked
+  std::shared_ptr<Ondra::WalkInfo> info_;
+};
+
+} // namespace Agent

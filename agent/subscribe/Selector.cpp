@@ -1,0 +1,113 @@
+#include "agent/subscribe/Selector.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "agent/model/Tree.h"
+#include "agent/paths/SchemaPath.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+using Cover = Pattern::Cover;
+
+// Appends the elements of a pattern from `depth` on, as far as they are concrete. A list without all keys is not.
+void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth) {
+  std::optional<SchemaPlace> place = schemaPlace(path, 1);
+  for (std::size_t i = depth; i < pattern.elems().size() && place; ++i) {
+    Pattern::Elem const& elem = pattern.elems()[i];
+    if (elem.kind != Pattern::Elem::Kind::Name) return;
+    place = place->child(elem.name);
+    if (!place || (place->isList() && elem.keys.empty())) return;
+    gnmi::PathElem& added = *path.add_elem();
+    added.set_name(elem.name);
+    for (auto const& [name, value] : elem.keys)
+      (*added.mutable_key())[name] = value;
+  }
+}
+
+bool hasAnyDepth(Pattern const& pattern) {
+  for (Pattern::Elem const& elem : pattern.elems()) {
+    if (elem.kind == Pattern::Elem::Kind::AnyDepth) return true;
+  }
+  return false;
+}
+
+bool isKind(std::optional<SchemaPlace> place, gnmi::Path const& path, LeafKind kind) {
+  for (int i = 0; i < path.elem_size() && place; ++i)
+    place = place->child(path.elem(i).name());
+  LeafInfo const* const leaf = place ? place->leaf() : nullptr;
+  bool const isSampled = leaf != nullptr && leaf->isSampled;
+  return isSampled == (kind == LeafKind::Sampled);
+}
+
+} // namespace
+
+Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals)
+    : pattern_(std::move(pattern))
+    , rivals_(std::move(rivals)) {}
+
+Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind) const {
+  return chosen(notification, kind, nullptr);
+}
+
+Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind, Keep keep) const {
+  return chosen(notification, kind, &keep);
+}
+
+Selector::Selected Selector::chosen(gnmi::Notification const& notification, LeafKind kind,
+                                    Keep const* keep) const {
+  if (notification.update_size() == 0) return {};
+  PathView const prefix(notification.prefix(), 1);
+  Cover const cover = pattern_->cover(prefix);
+  if (cover == Cover::None) return {};
+  std::vector<Pattern const*> rivals; // those that matter below this prefix
+  for (std::shared_ptr<Pattern const> const& rival : rivals_) {
+    switch (rival->cover(prefix)) {
+    case Cover::None: break;
+    case Cover::Partial: rivals.push_back(rival.get()); break;
+    case Cover::All: return {};
+    }
+  }
+  bool const takesAll = cover == Cover::All && rivals.empty();
+  if (takesAll && kind == LeafKind::All && keep == nullptr) return {.any = true, .updates = std::nullopt};
+
+  std::optional<SchemaPlace> const place =
+      kind == LeafKind::All ? std::nullopt : schemaPlace(notification.prefix(), 1);
+  std::vector<std::uint32_t> positions;
+  for (int i = 0; i < notification.update_size(); ++i) {
+    gnmi::Update const& update = notification.update(i);
+    PathView const path(notification.prefix(), update.path(), 1);
+    if (cover != Cover::All && !pattern_->covers(path)) continue;
+    bool const isOthers =
+        std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
+    if (isOthers || (kind != LeafKind::All && !isKind(place, update.path(), kind))) continue;
+    if (keep == nullptr || (*keep)(update)) positions.push_back(static_cast<std::uint32_t>(i));
+  }
+  if (positions.size() == static_cast<std::size_t>(notification.update_size()))
+    return {.any = true, .updates = std::nullopt};
+  bool const any = !positions.empty();
+  return {.any = any, .updates = std::move(positions)};
+}
+
+void Selector::appendEnds(gnmi::Path const& prefix, gnmi::Path const& path,
+                          std::vector<gnmi::Path>& to) const {
+  PathView const view(prefix, path, 1);
+  Cover const cover = pattern_->cover(view);
+  if (cover == Cover::None) return;
+  gnmi::Path end = prefix;
+  end.mutable_elem()->MergeFrom(path.elem());
+  if (cover == Cover::Partial && !hasAnyDepth(*pattern_)) appendConcrete(end, *pattern_, view.size());
+  to.push_back(std::move(end));
+}
+
+gnmi::Path Selector::anchor() const {
+  gnmi::Path path;
+  path.add_elem()->set_name(std::string(kOrigin));
+  appendConcrete(path, *pattern_, 0);
+  return path;
+}
+
+} // namespace Agent

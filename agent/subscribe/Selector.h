@@ -1,0 +1,57 @@
+// Agent::Selector: which parts of a notification one subscription owns.
+#pragma once
+
+#include <absl/functional/function_ref.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "agent/paths/Pattern.h"
+#include "agent/subscribe/Message.h"
+
+namespace gnmi {
+class Notification;
+class Path;
+class Update;
+} // namespace gnmi
+
+namespace Agent {
+
+// Which leaves are meant, as the model publishes them (`LeafInfo::isSampled`).
+enum class LeafKind : std::uint8_t { All, Event, Sampled };
+
+// An immutable value. Notifications are internal: their paths begin with the data root.
+class Selector {
+public:
+  using Keep = absl::FunctionRef<bool(gnmi::Update const&)>;
+  struct Selected {
+    bool any = false;
+    Selection updates; // none: all of them
+  };
+
+  // `rivals`: the patterns of the same call to which a leaf belongs that they cover too.
+  Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals);
+
+  [[nodiscard]] std::shared_ptr<Pattern const> const& pattern() const noexcept { return pattern_; }
+  [[nodiscard]] bool hasRivals() const noexcept { return !rivals_.empty(); }
+
+  [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind) const;
+  // The same, of those alone that `keep` is true for; it is asked for no others.
+  [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind, Keep keep) const;
+
+  // What the end of `path` means for the pattern: the path itself where it is covered; of a path above, as far down towards the
+  // pattern as that is concrete. Appended to `to`, internal and whole.
+  void appendEnds(gnmi::Path const& prefix, gnmi::Path const& path, std::vector<gnmi::Path>& to) const;
+  // The deepest concrete path above everything that the pattern covers; internal.
+  [[nodiscard]] gnmi::Path anchor() const;
+
+private:
+  [[nodiscard]] Selected chosen(gnmi::Notification const& notification, LeafKind kind,
+                                Keep const* keep) const;
+
+  std::shared_ptr<Pattern const> pattern_;
+  std::vector<std::shared_ptr<Pattern const>> rivals_;
+};
+
+} // namespace Agent

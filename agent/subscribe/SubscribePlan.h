@@ -1,0 +1,55 @@
+// Agent::CallPlan: what a Subscribe call asks for, checked as far as that needs no model.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <grpcpp/support/status.h>
+
+#include "Kstd/Result.h"
+#include "agent/paths/RequestPath.h"
+
+namespace gnmi {
+class SubscriptionList;
+} // namespace gnmi
+
+namespace Agent {
+
+struct Limits;
+
+enum class CallMode : std::uint8_t { Stream, Once, Poll };
+enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
+
+// How answers are to look. Calls that ask for the same share what is encoded for them.
+struct Frame {
+  std::string origin;
+  std::string target;
+  int encoding = 0; // gnmi::Encoding
+  friend bool operator==(Frame const&, Frame const&) = default;
+};
+
+struct SubscriptionPlan {
+  RequestPath path;
+  LeafMode mode = LeafMode::TargetDefined;
+  std::int64_t sampleNs = 0;    // of samples; never 0 for Sample and TargetDefined
+  std::int64_t heartbeatNs = 0; // 0: none
+  bool suppressRedundant = false;
+};
+
+// A plain value, made on any thread.
+struct CallPlan {
+  using OrError = Kstd::Result<CallPlan, grpc::Status>;
+
+  // INVALID_ARGUMENT for unknown modes, bad paths and intervals that cannot be kept; UNIMPLEMENTED for encodings; RESOURCE_EXHAUSTED
+  // for too many subscriptions.
+  [[nodiscard]] static OrError of(gnmi::SubscriptionList const& list, Limits const& limits);
+
+  CallMode mode = CallMode::Stream;
+  bool updatesOnly = false;
+  int encoding = 0;
+  std::vector<SubscriptionPlan> subscriptions;
+};
+
+} // namespace Agent

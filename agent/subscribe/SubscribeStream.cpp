@@ -1,0 +1,237 @@
+#include "agent/subscribe/SubscribeStream.h"
+
+#include <utility>
+
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Engine.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
+
+namespace Agent {
+namespace {
+
+grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
+
+grpc::Status parse(grpc::ByteBuffer& from, gnmi::SubscribeRequest& into) {
+  grpc::Status const status = grpc::SerializationTraits<gnmi::SubscribeRequest>::Deserialize(&from, &into);
+  return status.ok() ? status : invalid("the message is no SubscribeRequest");
+}
+
+} // namespace
+
+grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
+subscribeCall(grpc::CallbackServerContext& context, Runtime& runtime) {
+  auto const stream = std::make_shared<SubscribeStream>(context, runtime);
+  stream->begin();
+  return stream.get();
+}
+
+SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Runtime& runtime)
+    : context_(&context)
+    , runtime_(runtime)
+    , queue_(runtime.limits().queueBytes) {}
+
+void SubscribeStream::begin() {
+  self_ = shared_from_this();
+  slot_ = runtime_.engine().slotIs();
+  if (slot_) {
+    StartRead(&request_);
+  } else {
+    end({grpc::StatusCode::RESOURCE_EXHAUSTED, "there are too many Subscribe calls"});
+  }
+}
+
+// --- requests ---------------------------------------------------------------------------------------------
+
+void SubscribeStream::OnReadDone(bool ok) {
+  if (ok) {
+    gnmi::SubscribeRequest request;
+    grpc::Status const status = parse(request_, request);
+    if (status.ok()) {
+      take(request);
+    } else {
+      end(status);
+    }
+    return;
+  }
+  if (!mode_) {
+    end(invalid("the call ended before a subscription list"));
+    return;
+  }
+  runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callHalfClosed(*self); });
+}
+
+void SubscribeStream::take(gnmi::SubscribeRequest const& request) {
+  if (!mode_) {
+    grpc::Status const status = takeList(request);
+    if (!status.ok()) {
+      end(status);
+    } else {
+      StartRead(&request_);
+    }
+    return;
+  }
+  if (request.request_case() == gnmi::SubscribeRequest::kPoll && *mode_ == CallMode::Poll) {
+    {
+      std::lock_guard const guard(mutex_);
+      readsAfterSync_ = true;
+    }
+    runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callPoll(*self); });
+    return;
+  }
+  switch (request.request_case()) {
+  case gnmi::SubscribeRequest::kSubscribe: end(invalid("a call takes one subscription list")); break;
+  case gnmi::SubscribeRequest::kPoll: end(invalid("only a call of mode POLL can be polled")); break;
+  default: end(invalid("the request holds neither a subscription list nor a poll")); break;
+  }
+}
+
+grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
+  if (request.request_case() != gnmi::SubscribeRequest::kSubscribe)
+    return invalid("the first message holds no subscription list");
+  CallPlan::OrError plan = CallPlan::of(request.subscribe(), runtime_.limits());
+  if (!plan.ok()) return plan.error();
+  mode_ = plan->mode;
+  runtime_.scheduler()->post([self = shared_from_this(), plan = std::move(plan).value()] {
+    self->runtime_.engine().callIs(self, plan);
+  });
+  return grpc::Status::OK;
+}
+
+// --- responses --------------------------------------------------------------------------------------------
+
+SubscribeStream::Pushed SubscribeStream::push(Message::Ptr const& message, OutQueue::Kind kind) {
+  bool pumpIs = false;
+  Pushed result = Pushed::Taken;
+  {
+    std::lock_guard const guard(mutex_);
+    if (end_) return result;
+    if (queue_.push(message, kind) == OutQueue::Pushed::Overflow)
+      result = queue_.hasDroppedSync() ? Pushed::SyncLost : Pushed::Overflow;
+    pumpIs = !writing_ && !std::exchange(pumpComes_, true);
+  }
+  if (pumpIs) runtime_.engine().pumpIs(shared_from_this());
+  return result;
+}
+
+bool SubscribeStream::isFull() const {
+  std::lock_guard const guard(mutex_);
+  return queue_.isFull();
+}
+
+void SubscribeStream::pump() {
+  bool drained = false;
+  bool reads = false;
+  std::optional<grpc::Status> finish;
+  grpc::WriteOptions options;
+  std::size_t slice = 0;
+  Message::Ptr message;
+  {
+    std::lock_guard const guard(mutex_);
+    pumpComes_ = false;
+    if (writing_ || finished_) return;
+    if (takeNext()) {
+      writing_ = true;
+      writeSinceNs_ = runtime_.clock().monotonicNs();
+      message = current_;
+      slice = nextSlice_;
+      if (!queue_.empty()) options.set_buffer_hint();
+      reads = message->isSync() && std::exchange(readsAfterSync_, false);
+    } else if (end_) {
+      finished_ = true;
+      finish = end_;
+    }
+    drained = queue_.takeDrained();
+  }
+  if (drained) postDrained();
+  if (finish) Finish(*finish);
+  if (!message) return;
+  if (reads) StartRead(&request_);
+  std::vector<grpc::Slice> const& slices = message->encoded(runtime_.limits().responseBytes);
+  grpc::ByteBuffer buffer(&slices[slice], 1);
+  response_.Swap(&buffer);
+  StartWrite(&response_, options);
+}
+
+// Stands `current_` and `nextSlice_` at what is to be written next.
+bool SubscribeStream::takeNext() {
+  if (current_ && ++nextSlice_ < current_->encoded(runtime_.limits().responseBytes).size()) return true;
+  current_ = queue_.pop();
+  nextSlice_ = 0;
+  return current_ != nullptr;
+}
+
+void SubscribeStream::OnWriteDone(bool ok) {
+  {
+    std::lock_guard const guard(mutex_);
+    writing_ = false;
+    response_.Clear();
+    if (!ok) {
+      dropQueued();
+      if (!end_) end_ = grpc::Status::CANCELLED;
+    }
+  }
+  pump();
+}
+
+void SubscribeStream::postDrained() {
+  runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callDrained(*self); });
+}
+
+void SubscribeStream::dropQueued() {
+  queue_.clear();
+  current_.reset();
+}
+
+// --- the end ----------------------------------------------------------------------------------------------
+
+void SubscribeStream::end(grpc::Status const& status) {
+  {
+    std::lock_guard const guard(mutex_);
+    if (end_) return;
+    end_ = status;
+    if (!status.ok()) dropQueued();
+    if (status.ok() && (writing_ || std::exchange(pumpComes_, true))) return;
+  }
+  if (status.ok()) {
+    runtime_.engine().pumpIs(shared_from_this()); // what is queued is written first
+  } else {
+    pump();
+  }
+}
+
+bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
+  std::lock_guard const guard(mutex_);
+  return writing_ && nowNs - writeSinceNs_ >= ns;
+}
+
+void SubscribeStream::endStuck() {
+  grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED,
+                            "the subscriber takes nothing of what waits for it");
+  {
+    std::lock_guard const guard(mutex_);
+    if (std::exchange(finished_, true)) return;
+    end_ = status;
+    queue_.clear();
+  }
+  Finish(status);
+}
+
+void SubscribeStream::OnCancel() {
+  end(grpc::Status::CANCELLED);
+  runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callDel(*self); });
+}
+
+void SubscribeStream::reset() {
+  std::lock_guard const guard(contextMutex_);
+  if (context_ != nullptr) context_->TryCancel();
+}
+
+void SubscribeStream::OnDone() {
+  {
+    std::lock_guard const guard(contextMutex_);
+    context_ = nullptr;
+  }
+  runtime_.scheduler()->post([self = std::move(self_)] { self->runtime_.engine().callDel(*self); });
+}
+
+} // namespace Agent

@@ -1,0 +1,99 @@
+// Agent::SubscribeStream: the gRPC side of one Subscribe call: requests in, queued messages out.
+//
+// Invariants
+// 1. Everything below `mutex_` is guarded by it, and no operation of gRPC is started while it is held.
+// 2. At most one write is on its way, and one thread pumps: whoever sets `writing_`.
+// 3. Finish is called once; with a status that is an error it does not wait for what is queued.
+// 4. It lives until gRPC is done with it, and as long as anybody holds it; what is pushed after its end is dropped.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include <grpcpp/grpcpp.h>
+
+#include "agent/subscribe/OutQueue.h"
+#include "agent/subscribe/SubscribePlan.h"
+
+namespace gnmi {
+class SubscribeRequest;
+} // namespace gnmi
+
+namespace Agent {
+
+class Runtime;
+
+// Answers a Subscribe call; for a raw (ByteBuffer) callback method, once the caller has been let in. The runtime outlives the call.
+[[nodiscard]] grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
+subscribeCall(grpc::CallbackServerContext& context, Runtime& runtime);
+
+class SubscribeStream final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>,
+                              public std::enable_shared_from_this<SubscribeStream> {
+public:
+  SubscribeStream(grpc::CallbackServerContext& context, Runtime& runtime);
+  // Starts reading; gRPC holds it from now on.
+  void begin();
+
+  // --- scheduler thread -------------------------------------------------------------------------
+  enum class Pushed : std::uint8_t {
+    Taken,
+    Overflow, // everything has been dropped; `Call::drained` follows
+    SyncLost, // and a sync was among it
+  };
+  [[nodiscard]] Pushed push(Message::Ptr const& message, OutQueue::Kind kind);
+  [[nodiscard]] bool isFull() const;
+
+  // --- any thread -------------------------------------------------------------------------------
+  // The call ends: with OK when all that is queued has been written, with an error at once. The first status counts.
+  void end(grpc::Status const& status);
+  // The client has taken nothing of what waits for it since `ns` before `nowNs`.
+  [[nodiscard]] bool isStuck(std::int64_t nowNs, std::int64_t ns) const;
+  // Ends the call though a write is on its way. The client learns of it once it reads on.
+  void endStuck();
+  // Takes the call away from a client that does not even take its end.
+  void reset();
+  // Writes what is queued when no write is on its way.
+  void pump();
+
+  // --- gRPC's threads -----------------------------------------------------------------------------
+  void OnReadDone(bool ok) override;
+  void OnWriteDone(bool ok) override;
+  void OnCancel() override;
+  void OnDone() override;
+
+private:
+  void take(gnmi::SubscribeRequest const& request);
+  [[nodiscard]] grpc::Status takeList(gnmi::SubscribeRequest const& request);
+  // These two REQUIRE the lock.
+  [[nodiscard]] bool takeNext();
+  void dropQueued();
+
+  void postDrained();
+
+  std::mutex contextMutex_;
+  grpc::CallbackServerContext* context_; // guarded by it; null once gRPC is done
+  Runtime& runtime_;
+  std::shared_ptr<SubscribeStream> self_; // until gRPC is done
+  std::shared_ptr<void const> slot_;      // among the calls that are allowed
+  grpc::ByteBuffer request_;
+  grpc::ByteBuffer response_;
+  std::optional<CallMode> mode_; // once the list has come; the thread of the reads alone
+
+  mutable std::mutex mutex_;
+  OutQueue queue_;
+  Message::Ptr current_;      // being written
+  std::size_t nextSlice_ = 0; // of it: the one that is written
+  std::optional<grpc::Status> end_;
+  std::int64_t writeSinceNs_ = 0;
+  bool writing_ = false;
+  bool pumpComes_ = false; // somebody has been asked to pump
+  bool finished_ = false;
+  bool readsAfterSync_ = false; // a poll is being answered
+};
+
+} // namespace Agent

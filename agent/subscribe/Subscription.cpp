@@ -1,0 +1,110 @@
+#include "agent/subscribe/Subscription.h"
+
+#include <functional>
+#include <utility>
+
+#include "Kel/ActivityClock.h"
+#include "Ondra/ArenaRespMsg.h"
+#include "Tovak/Clock.h"
+#include "agent/paths/OutPath.h"
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Call.h"
+#include "agent/subscribe/Engine.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+
+Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encoding, Selector selector)
+    : call_(call)
+    , mode_(plan.mode)
+    , sampleNs_(plan.sampleNs)
+    , heartbeatNs_(plan.heartbeatNs)
+    , suppresses_(plan.suppressRedundant)
+    , selector_(std::make_unique<Selector const>(std::move(selector)))
+    , frame_(std::make_shared<Frame>(
+          Frame{.origin = plan.path.origin, .target = plan.path.target, .encoding = encoding})) {}
+
+Subscription::~Subscription() {
+  if (feed_) call_.engine().feeds().memberDel(feed_, *this);
+  Tovak::TaskScheduler& scheduler = *call_.engine().runtime().scheduler();
+  scheduler.timerDel(sampleTimer_);
+  scheduler.timerDel(heartbeatTimer_);
+}
+
+void Subscription::goLive() {
+  FeedIndex& feeds = call_.engine().feeds();
+  feed_ = feeds.feedIs(*selector_, *frame_, mode_);
+  feeds.memberIs(feed_, *this);
+  frame_ = feed_->frame;
+  selector_.reset();
+}
+
+void Subscription::timersStart() {
+  Tovak::TaskScheduler& scheduler = *call_.engine().runtime().scheduler();
+  if (mode_ != LeafMode::OnChange) {
+    sampleTimer_ = scheduler.timerEvery(sampleNs_, [this] { call_.walkIs(*this, Call::Purpose::Sample); });
+  }
+  // A sample resends by itself, with suppression too when its ticks are no rarer than the heartbeats.
+  bool const bySamples = mode_ == LeafMode::Sample && (!suppresses_ || sampleNs_ <= heartbeatNs_);
+  if (heartbeatNs_ > 0 && !bySamples) {
+    heartbeatTimer_ =
+        scheduler.timerEvery(heartbeatNs_, [this] { call_.walkIs(*this, Call::Purpose::Heartbeat); });
+  }
+}
+
+// --- walks ------------------------------------------------------------------------------------------------
+
+Message::Ptr Subscription::initial(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
+  gnmi::Notification const& notification = response->response->update();
+  Selector::Selected selected = selector().updates(notification, LeafKind::All);
+  return selected.any ? Message::of(response, frame_, std::move(selected.updates), 0) : nullptr;
+}
+
+Message::Ptr Subscription::restamped(std::shared_ptr<Ondra::ArenaRespMsg> const& response, LeafKind kind) {
+  gnmi::Notification const& notification = response->response->update();
+  Selector::Selected selected = selector().updates(notification, kind);
+  if (!selected.any) return nullptr;
+  return Message::of(response, frame_, std::move(selected.updates),
+                     Kel::activityManagerStatus()->activityLoopExecNsTime());
+}
+
+Message::Ptr Subscription::sampled(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
+  LeafKind const kind = mode_ == LeafMode::TargetDefined ? LeafKind::Sampled : LeafKind::All;
+  if (!suppresses_) return restamped(response, kind);
+  gnmi::Notification const& notification = response->response->update();
+  Selector::Selected selected = selector().updates(
+      notification, kind, [&](gnmi::Update const& update) { return keepSampled(notification, update); });
+  if (!selected.any) return nullptr;
+  return Message::of(response, frame_, std::move(selected.updates),
+                     Kel::activityManagerStatus()->activityLoopExecNsTime());
+}
+
+bool Subscription::keepSampled(gnmi::Notification const& notification, gnmi::Update const& update) {
+  std::int64_t const now = call_.engine().runtime().clock().monotonicNs();
+  std::uint64_t const hash = std::hash<std::string>()(update.val().SerializeAsString());
+  auto const [at, isNew] =
+      sent_.try_emplace(pathBytes(PathView(notification.prefix(), update.path(), 0)), Sent{hash, now});
+  if (isNew) return true;
+  bool const isDue = heartbeatNs_ > 0 && now - at->second.atNs >= heartbeatNs_;
+  if (at->second.hash == hash && !isDue) return false;
+  at->second = {hash, now};
+  return true;
+}
+
+// --- changes ----------------------------------------------------------------------------------------------
+
+void Subscription::changed(Message::Ptr const& message) {
+  if (suppresses_ && message->tellsDeletes()) forget(message->notification());
+  call_.push(message, OutQueue::Kind::Change);
+}
+
+void Subscription::forget(gnmi::Notification const& notification) {
+  for (gnmi::Path const& path : notification.delete_()) {
+    std::string const bytes = pathBytes(PathView(notification.prefix(), path, 0));
+    std::string_view const stem = std::string_view(bytes).substr(0, bytes.empty() ? 0 : bytes.size() - 1);
+    for (auto at = sent_.lower_bound(stem); at != sent_.end() && at->first.starts_with(stem);)
+      at = bytesAtOrBelow(bytes, at->first) ? sent_.erase(at) : std::next(at);
+  }
+}
+
+} // namespace Agent

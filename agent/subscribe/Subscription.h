@@ -1,0 +1,68 @@
+// Agent::Subscription: one entry of a call's list.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Tovak/TaskScheduler.h"
+#include "agent/subscribe/Feed.h"
+#include "agent/subscribe/Selector.h"
+#include "agent/subscribe/SubscribePlan.h"
+
+namespace Ondra {
+class ArenaRespMsg;
+} // namespace Ondra
+
+namespace Agent {
+
+class Call;
+
+// Owned by its call. Scheduler thread.
+class Subscription final : private FeedMember {
+public:
+  Subscription(Call& call, SubscriptionPlan const& plan, int encoding, Selector selector);
+  ~Subscription() override;
+  Subscription(Subscription const&) = delete;
+  Subscription& operator=(Subscription const&) = delete;
+
+  [[nodiscard]] Selector const& selector() const noexcept { return feed_ ? feed_->selector : *selector_; }
+  [[nodiscard]] std::shared_ptr<Frame const> const& frame() const noexcept { return frame_; }
+
+  // From now on it is told of changes.
+  void goLive();
+  // Starts the timers of samples and heartbeats.
+  void timersStart();
+
+  // What of a walk's response is to be sent; null for nothing.
+  [[nodiscard]] Message::Ptr initial(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  [[nodiscard]] Message::Ptr restamped(std::shared_ptr<Ondra::ArenaRespMsg> const& response, LeafKind kind);
+  [[nodiscard]] Message::Ptr sampled(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+
+private:
+  struct Sent {
+    std::uint64_t hash = 0; // of the value
+    std::int64_t atNs = 0;  // monotonic
+  };
+
+  void changed(Message::Ptr const& message) override;
+  void forget(gnmi::Notification const& notification);
+  // Remembers a leaf as sent now; false when it is to be suppressed instead.
+  [[nodiscard]] bool keepSampled(gnmi::Notification const& notification, gnmi::Update const& update);
+
+  Call& call_;
+  LeafMode const mode_;
+  std::int64_t const sampleNs_;
+  std::int64_t const heartbeatNs_;
+  bool const suppresses_;
+  std::unique_ptr<Selector const> selector_; // until it is live: then the feed's
+  std::shared_ptr<Frame const> frame_;
+  std::shared_ptr<Feed> feed_;
+  std::map<std::string, Sent, std::less<>>
+      sent_; // by canonical bytes of the path; of leaves that may be suppressed
+  Tovak::TimerId sampleTimer_;
+  Tovak::TimerId heartbeatTimer_;
+};
+
+} // namespace Agent
