@@ -1,0 +1,127 @@
+#include "agent/service/ServeOptions.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+namespace {
+
+constexpr char const* kCommand = "ondra-agent serve";
+constexpr std::int64_t kMillisecondNs = 1'000'000;
+
+// What the user wrote, before it is checked.
+struct Raw {
+  std::vector<std::string> listen = {"127.0.0.1:9339"};
+  int insecure = 0;
+  bool leavesMachineOut = false;
+};
+
+void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
+  app.add_option("--listen", raw.listen,
+                 "where to listen: HOST:PORT, [IPv6]:PORT or unix:PATH; may be repeated")
+      ->type_name("ADDRESS")
+      ->take_all()
+      ->capture_default_str();
+  app.add_option("--tls-cert", options.tls.certificate, "certificate with its chain, PEM")->type_name("FILE");
+  app.add_option("--tls-key", options.tls.key, "its key, PEM")->type_name("FILE");
+  app.add_option("--tls-client-ca", options.tls.clientCa,
+                 "clients need a certificate that one of these authorities signed, PEM")
+      ->type_name("FILE");
+  app.add_flag("--insecure", raw.insecure,
+               "plaintext; say it twice to listen that way on other than loopback addresses");
+  app.add_option("--users", options.usersFile,
+                 "who may call: lines NAME:HASH, hashes as of crypt(5), made by 'mkpasswd'")
+      ->type_name("FILE");
+}
+
+void addLimits(CLI::App& app, Limits& limits) {
+  auto const count = [&](char const* name, std::size_t& value, char const* description) {
+    app.add_option(name, value, description)
+        ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
+        ->type_name("N")
+        ->capture_default_str();
+  };
+  auto const bytes = [&](char const* name, std::size_t& value, char const* description) {
+    app.add_option(name, value, description)
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::size_t{16} << 10, std::size_t{1} << 30))
+        ->type_name("BYTES")
+        ->capture_default_str();
+  };
+  count("--max-streams", limits.streams, "Subscribe calls at a time");
+  count("--max-subscriptions", limits.subscriptionsPerCall, "subscriptions of one call");
+  bytes("--max-message", limits.messageBytes, "size of a request");
+  bytes("--max-queue", limits.queueBytes, "what waits for one subscriber, before it is coalesced");
+  durationOption(app, "--sample-floor", limits.sampleFloorNs,
+                 "the shortest interval of samples and heartbeats (1s)");
+  durationOption(app, "--default-sample", limits.targetDefinedNs,
+                 "the interval of what TARGET_DEFINED samples (5s)");
+  durationOption(app, "--stuck-after", limits.stuckNs,
+                 "how long a subscriber may take nothing before it is ended (30s)");
+}
+
+void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
+  durationOption(app, "--machine-period", options.samplePeriodNs, "how often the machine is read (1s)");
+  app.add_flag("--no-machine", raw.leavesMachineOut, "leave the machine's values out");
+  app.add_flag("--apply-config", options.appliesConfig,
+               "carry description, mtu and enabled of interfaces to the kernel");
+  app.add_option("--synthetic", options.syntheticLeaves, "serve a generated tree of about N leaves as well")
+      ->check(CLI::Range(std::size_t{0}, std::size_t{20'000'000}))
+      ->type_name("N");
+  app.add_option("--synthetic-rate", options.syntheticRate, "change so many of its counters a second")
+      ->check(CLI::Range(std::size_t{0}, std::size_t{200'000}))
+      ->type_name("N");
+}
+
+// What is wrong with the options as a whole; empty when nothing is.
+std::string faultOf(Raw const& raw, ServeOptions& options) {
+  for (std::string const& text : raw.listen) {
+    auto address = ListenAddress::parse(text);
+    if (!address) return fmt::format("--listen: {}", address.error());
+    options.listen.push_back(std::move(*address));
+  }
+  options.isSecure = !options.tls.certificate.empty();
+  options.servesMachine = !raw.leavesMachineOut;
+  if (options.isSecure == options.tls.key.empty()) return "--tls-cert and --tls-key need each other";
+  if (!options.isSecure && !options.tls.clientCa.empty()) return "--tls-client-ca needs --tls-cert";
+  if (options.isSecure && raw.insecure > 0) return "--insecure contradicts --tls-cert";
+  if (!options.isSecure && raw.insecure == 0)
+    return "give --tls-cert and --tls-key, or --insecure for plaintext";
+  for (ListenAddress const& address : options.listen) {
+    if (!options.isSecure && raw.insecure < 2 && !address.isLoopback()) {
+      return fmt::format("plaintext on {} is open to others: use TLS, or say --insecure twice",
+                         address.text());
+    }
+  }
+  if (options.limits.sampleFloorNs < kMillisecondNs) return "--sample-floor: at least 1ms";
+  if (options.limits.targetDefinedNs < options.limits.sampleFloorNs)
+    return "--default-sample: at least the sample floor";
+  if (options.samplePeriodNs < 10 * kMillisecondNs) return "--machine-period: at least 10ms";
+  if (options.limits.stuckNs < 10 * kMillisecondNs) return "--stuck-after: at least 10ms";
+  if (options.syntheticRate > 0 && options.syntheticLeaves == 0) return "--synthetic-rate needs --synthetic";
+  return {};
+}
+
+} // namespace
+
+Kstd::Result<ServeOptions, EarlyExit> ServeOptions::parse(std::vector<std::string> const& arguments) {
+  CLI::App app("Serves this machine over gNMI until SIGTERM or SIGINT.", kCommand);
+  app.allow_config_extras(false);
+  app.set_config("--config", "", "read options from this file: lines OPTION = VALUE (TOML)")
+      ->type_name("FILE");
+  Raw raw;
+  ServeOptions options;
+  addConnection(app, raw, options);
+  addLimits(app, options.limits);
+  addModel(app, raw, options);
+  app.add_option("--trace", options.trace, "trace levels, as in 'OndraWalker/0-5,AgentGrpc/*'")
+      ->type_name("SPEC");
+  app.add_flag("--check-config", options.checksOnly, "check options and files, and end")->configurable(false);
+
+  if (auto const parsed = parseCommandLine(app, arguments); !parsed) return parsed.error();
+  if (std::string const fault = faultOf(raw, options); !fault.empty()) return wrongUsage(kCommand, fault);
+  return options;
+}
+
+} // namespace Agent

@@ -1,0 +1,36 @@
+// The options of `ondra-agent serve`, from the command line and a configuration file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Kstd/Result.h"
+#include "agent/options/CommandLine.h"
+#include "agent/service/ListenAddress.h"
+#include "agent/service/Runtime.h"
+#include "agent/service/Tls.h"
+
+namespace Agent {
+
+// A plain value; checked, as far as that goes without opening files.
+struct ServeOptions {
+  std::vector<ListenAddress> listen;
+  TlsFiles tls;
+  bool isSecure = false; // else plaintext
+  std::string usersFile; // empty: everybody may call
+  std::string trace;
+  Limits limits;
+  bool servesMachine = true;
+  std::int64_t samplePeriodNs = 1'000'000'000; // of the machine
+  bool appliesConfig = false;
+  std::size_t syntheticLeaves = 0;
+  std::size_t syntheticRate = 0; // changes a second
+  bool checksOnly = false;
+
+  // Of the arguments after the command's name.
+  [[nodiscard]] static Kstd::Result<ServeOptions, EarlyExit> parse(std::vector<std::string> const& arguments);
+};
+
+} // namespace Agent

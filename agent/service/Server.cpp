@@ -1,0 +1,113 @@
+#include "agent/service/Server.h"
+
+#include <fmt/format.h>
+#include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/health_check_service_interface.h>
+#include <grpcpp/resource_quota.h>
+#include <grpcpp/server_builder.h>
+
+#include <utility>
+
+#include "agent/model/System.h"
+#include "agent/service/GnmiService.h"
+#include "agent/service/LibraryLogs.h"
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Engine.h"
+
+namespace Agent {
+namespace {
+
+constexpr int kSecondMs = 1'000;
+
+void prepareGrpc() {
+  static bool const once = [] {
+    libraryLogsToTraces();
+    grpc::EnableDefaultHealthCheckService(true);
+    grpc::reflection::InitProtoReflectionServerBuilderPlugin();
+    return true;
+  }();
+  static_cast<void>(once);
+}
+
+void limitsIs(grpc::ServerBuilder& builder, Limits const& limits) {
+  builder.SetMaxReceiveMessageSize(static_cast<int>(limits.messageBytes));
+  builder.SetMaxSendMessageSize(-1);
+  // Two servers must not share a port without knowing.
+  builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
+  // Collectors ping as often as every 10 s, also while a stream says nothing: the default policy would end such connections.
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5 * kSecondMs);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+  // A peer that vanished without a word is noticed.
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 60 * kSecondMs);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 20 * kSecondMs);
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+  // Beyond what Subscribe calls may be: those are refused with a status and a text.
+  builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, static_cast<int>(limits.streams + 1'024));
+}
+
+gpr_timespec fromNow(std::int64_t ns) {
+  return gpr_time_add(gpr_now(GPR_CLOCK_REALTIME), gpr_time_from_nanos(ns, GPR_TIMESPAN));
+}
+
+} // namespace
+
+Kstd::Result<std::unique_ptr<Server>, std::string> Server::start(Options const& options, Runtime& runtime) {
+  prepareGrpc();
+  std::unique_ptr<Server> server(new Server(runtime));
+  server->service_ = std::make_unique<GnmiService>(runtime, options.authenticator);
+  if (server->listen(options)) return server;
+  for (ListenAddress const& address : options.listen) {
+    if (std::string const why = address.whyNot(); !why.empty())
+      return Kstd::Err(fmt::format("cannot listen on {}: {}", address.text(), why));
+  }
+  return Kstd::Err(fmt::format("cannot listen on {}", options.listen.front().text()));
+}
+
+bool Server::listen(Options const& options) {
+  grpc::ServerBuilder builder;
+  limitsIs(builder, runtime_.limits());
+  builder.RegisterService(service_.get());
+  std::vector<int> ports(options.listen.size(), 0);
+  for (std::size_t i = 0; i < ports.size(); ++i)
+    builder.AddListeningPort(options.listen[i].text(), options.security.credentials, &ports[i]);
+  server_ = builder.BuildAndStart();
+  if (!server_) return false;
+  for (std::size_t i = 0; i < ports.size(); ++i) {
+    addresses_.push_back(options.listen[i]);
+    if (!addresses_.back().isUnix) addresses_.back().port = static_cast<std::uint16_t>(ports[i]);
+  }
+  server_->GetHealthCheckService()->SetServingStatus(gnmi::gNMI::service_full_name(), true);
+  return true;
+}
+
+Server::~Server() { drain(0); }
+
+void Server::drain(std::int64_t patienceNs) {
+  if (!server_) return;
+  server_->GetHealthCheckService()->SetServingStatus(false);
+  service_->closedIs();
+  runtime_.scheduler()->post([&runtime = runtime_] {
+    runtime.engine().callsEnd({grpc::StatusCode::UNAVAILABLE, "the agent is going down"});
+  });
+  server_->Shutdown(fromNow(patienceNs));
+  server_->Wait();
+  server_.reset();
+}
+
+void serverFactsIs(Runtime& runtime, std::string const& name, std::vector<ListenAddress> const& addresses,
+                   bool isSecure) {
+  GrpcServerState& state =
+      *runtime.tree().system->grpcServers->entryIs(&GrpcServers::grpcServer, Kel::String(name))->state;
+  state.leafIs(&GrpcServerState::services, {Kel::String("GNMI")});
+  state.leafIs(&GrpcServerState::enable, true);
+  state.leafIs(&GrpcServerState::transportSecurity, isSecure);
+  std::vector<Kel::String> hosts;
+  for (ListenAddress const& address : addresses) {
+    if (address.isUnix) continue;
+    if (hosts.empty()) state.leafIs(&GrpcServerState::port, address.port);
+    hosts.emplace_back(address.host);
+  }
+  state.leafIs(&GrpcServerState::listenAddresses, hosts);
+}
+
+} // namespace Agent

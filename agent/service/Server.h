@@ -1,0 +1,61 @@
+// Agent::Server: gRPC around the gNMI service: ports, TLS, health, reflection, limits, the end.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kstd/Result.h"
+#include "agent/service/ListenAddress.h"
+#include "agent/service/Tls.h"
+
+namespace grpc {
+class Server;
+} // namespace grpc
+
+namespace Agent {
+
+class Authenticator;
+class GnmiService;
+class Runtime;
+
+// Serves from being made to `drain` or destruction. Made and drained by one thread; the runtime's loop must be running when calls
+// come in, and outlives it.
+class Server {
+public:
+  struct Options {
+    std::vector<ListenAddress> listen;
+    ServerSecurity security;
+    std::shared_ptr<Authenticator> authenticator; // null: everybody may call
+  };
+
+  // The error names the address and why it cannot be listened on.
+  [[nodiscard]] static Kstd::Result<std::unique_ptr<Server>, std::string> start(Options const& options,
+                                                                                Runtime& runtime);
+  ~Server(); // drains, with no patience
+  Server(Server const&) = delete;
+  Server& operator=(Server const&) = delete;
+
+  // Where it listens, with the ports that were chosen for 0.
+  [[nodiscard]] std::vector<ListenAddress> const& addresses() const noexcept { return addresses_; }
+
+  // Health says not serving, new calls are refused, streams end with UNAVAILABLE, calls that run are waited for, for so long at
+  // most; what is left then is cancelled. Returns when no call is left. Needs the runtime's loop.
+  void drain(std::int64_t patienceNs);
+
+private:
+  explicit Server(Runtime& runtime) : runtime_(runtime) {}
+  [[nodiscard]] bool listen(Options const& options);
+
+  Runtime& runtime_;
+  std::unique_ptr<GnmiService> service_;
+  std::vector<ListenAddress> addresses_;
+  std::unique_ptr<grpc::Server> server_;
+};
+
+// Enters the server in the model: /system/grpc-servers/grpc-server[name]. Scheduler thread.
+void serverFactsIs(Runtime& runtime, std::string const& name, std::vector<ListenAddress> const& addresses,
+                   bool isSecure);
+
+} // namespace Agent

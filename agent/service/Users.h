@@ -1,0 +1,80 @@
+// The users that may call the agent, and the check of a call's credentials.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <grpcpp/support/status.h>
+#include <grpcpp/support/string_ref.h>
+
+#include "Kstd/Result.h"
+
+namespace Tovak {
+class Clock;
+} // namespace Tovak
+
+namespace Agent {
+
+// Names with the crypt(5) hashes of their passwords. An immutable value.
+class Users {
+public:
+  // Lines "name:hash", of which further fields after another ':' are left alone; empty lines and those that begin with '#' say
+  // nothing. Hashes of methods that are weak by today's measure are refused. Errors name the line, never its hash.
+  [[nodiscard]] static Kstd::Result<Users, std::string> parse(std::string_view text);
+  [[nodiscard]] static Kstd::Result<Users, std::string> fromFile(std::string const& path);
+
+  [[nodiscard]] std::size_t size() const noexcept { return hashes_.size(); }
+  // Whether that is the user's password. Takes as long as the hash was made to take, milliseconds to a second, for unknown names
+  // too. Any thread.
+  [[nodiscard]] bool accepts(std::string_view name, std::string_view password) const;
+
+private:
+  std::map<std::string, std::string, std::less<>> hashes_;
+};
+
+// Checks the metadata "username" and "password" of calls. What a password hashes to is remembered for a while, as a digest with
+// a key of this process, so that a client pays for its hash once. One hash is computed at a time, and only so many wrong passwords
+// are looked at in a second: guessing neither succeeds nor takes the machine. Any thread; not for the scheduler's.
+class Authenticator {
+public:
+  static constexpr std::int64_t acceptedNs = 600'000'000'000; // how long a right password is remembered
+  static constexpr std::int64_t refusedNs = 10'000'000'000;   // and a wrong one
+  static constexpr std::int64_t guessNs = 200'000'000; // one wrong password per so long is looked at...
+  static constexpr std::int64_t guessBurst = 10;       // ... after so many at once
+  static constexpr std::size_t memory = 4'096;         // passwords that are remembered at most
+
+  using Metadata = std::multimap<grpc::string_ref, grpc::string_ref>;
+
+  // The clock must outlive it. REQUIRES that there are users.
+  Authenticator(Users users, Tovak::Clock& clock);
+
+  // OK; UNAUTHENTICATED; UNAVAILABLE when too many wrong passwords came in.
+  [[nodiscard]] grpc::Status check(Metadata const& metadata);
+
+private:
+  using Digest = std::array<unsigned char, 32>;
+  struct Verdict {
+    bool isAccepted;
+    std::int64_t untilNs;
+  };
+  [[nodiscard]] Digest digest(std::string_view name, std::string_view password) const;
+  enum class Known : std::uint8_t { Accepted, Refused, No };
+  [[nodiscard]] Known known(Digest const& digest);
+  void remember(Digest const& digest, bool isAccepted);
+  [[nodiscard]] bool mayGuess();
+
+  Users const users_;
+  Tovak::Clock& clock_;
+  std::array<unsigned char, 32> key_;
+  std::mutex hashing_; // held while a hash is computed; before `lock_`
+  std::mutex lock_;    // guards what follows
+  std::map<Digest, Verdict> verdicts_;
+  std::int64_t guessesUntilNs_ = 0; // wrong passwords are paid for until then
+};
+
+} // namespace Agent
