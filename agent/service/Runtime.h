@@ -4,8 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "Tovak/Clock.h"
 #include "Tovak/TaskScheduler.h"
@@ -21,6 +25,7 @@ struct Limits {
   std::size_t subscriptionsPerCall = 256;        // in one list
   std::size_t messageBytes = 4U << 20;           // of a request
   std::size_t responseBytes = (4U << 20) - 4096; // of a response that can be split
+  std::size_t getBytes = 32U << 20;              // of the answer to a Get, which cannot be split
   std::size_t queueBytes = 4U << 20;             // that wait for one subscriber, before they are coalesced
   std::int64_t sampleFloorNs = 1'000'000'000;    // the shortest interval of samples and heartbeats
   std::int64_t targetDefinedNs = 5'000'000'000;  // the interval of what TARGET_DEFINED samples
@@ -51,6 +56,11 @@ public:
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
   [[nodiscard]] Limits const& limits() const noexcept { return limits_; }
 
+  // Called on the scheduler thread after a Set that wrote the configuration of interfaces, with their names. May be null.
+  using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
+  void configChangedIs(ConfigChanged changed) { configChanged_ = std::move(changed); }
+  [[nodiscard]] ConfigChanged const& configChanged() const noexcept { return configChanged_; }
+
   // Runs the loop on a thread of its own. What is set up before needs no `post`.
   void start();
   // Ends the loop and joins its thread; does nothing when it is not running. Calls that are open stay open: see
@@ -63,6 +73,7 @@ private:
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
   Tree const tree_;
   std::unique_ptr<Engine> engine_;
+  ConfigChanged configChanged_;
   std::thread thread_;
 };
 

@@ -1,0 +1,291 @@
+#include "agent/data/GetAnswer.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "agent/data/LeafEncoding.h"
+#include "agent/model/Tree.h"
+#include "agent/paths/OutPath.h"
+#include "agent/paths/Pattern.h"
+
+namespace Agent {
+
+using grpc::StatusCode;
+
+// --- the request ------------------------------------------------------------------------------------------------
+
+namespace {
+
+bool isWildcard(RequestElem const& elem) {
+  return elem.name == "*" || elem.name == "..." ||
+         std::any_of(elem.keys.begin(), elem.keys.end(), [](auto const& key) { return key.second == "*"; });
+}
+
+// The elements of the prefix when they can stand in the answers as they are.
+std::size_t sharedPrefixElems(GetOrder const& order, gnmi::GetRequest const& request) {
+  auto const count = static_cast<std::size_t>(request.prefix().elem_size());
+  TypeNode node = TypeNode::root();
+  for (std::size_t i = 0; i < count && !order.paths.empty(); ++i) {
+    RequestElem const& elem = order.paths.front().elems[i];
+    auto const child = node.child(elem.name);
+    if (!child || isWildcard(elem) || (child->isList() && elem.keys.empty())) return 0;
+    node = *child;
+  }
+  return count;
+}
+
+bool isOffered(gnmi::ModelData const& wanted) {
+  auto const& all = publishedModels();
+  return std::any_of(all.begin(), all.end(), [&](PublishedModel const& model) {
+    return model.name == wanted.name() &&
+           (wanted.organization().empty() || model.organization == wanted.organization()) &&
+           (wanted.version().empty() || model.version == wanted.version());
+  });
+}
+
+} // namespace
+
+GetOrder::OrError GetOrder::of(gnmi::GetRequest const& request) {
+  GetOrder order;
+  if (!gnmi::Encoding_IsValid(request.encoding()) || !isEncodingSupported(request.encoding()))
+    return Kstd::Err(grpc::Status(StatusCode::UNIMPLEMENTED,
+                                  fmt::format("encoding {} is not supported: use JSON, JSON_IETF or PROTO",
+                                              gnmi::Encoding_IsValid(request.encoding())
+                                                  ? gnmi::Encoding_Name(request.encoding())
+                                                  : std::to_string(request.encoding()))));
+  if (!gnmi::GetRequest::DataType_IsValid(request.type()))
+    return Kstd::Err(grpc::Status(StatusCode::INVALID_ARGUMENT, "unknown type of data"));
+  order.encoding = request.encoding();
+  order.type = request.type();
+  for (gnmi::ModelData const& model : request.use_models()) {
+    if (!isOffered(model))
+      return Kstd::Err(grpc::Status(StatusCode::UNIMPLEMENTED,
+                                    fmt::format("model '{}' {} is not supported", statusText(model.name()),
+                                                statusText(model.version()))));
+    order.modules.push_back(model.name());
+  }
+  for (gnmi::Path const& path : request.path()) {
+    auto checked = RequestPath::of(request.prefix(), path);
+    if (!checked) return Kstd::Err(checked.error());
+    order.paths.push_back(std::move(*checked));
+  }
+  order.prefixElems = sharedPrefixElems(order, request);
+  return order;
+}
+
+bool GetOrder::wants(std::vector<TypeNode> const& nodes) const {
+  TypeNode const& leaf = nodes.back();
+  if (!modules.empty() && std::find(modules.begin(), modules.end(), leaf.module) == modules.end())
+    return false;
+  bool const isConfig = leaf.leaf()->isConfig;
+  switch (type) {
+  case gnmi::GetRequest::CONFIG: return isConfig;
+  case gnmi::GetRequest::STATE: return !isConfig;
+  case gnmi::GetRequest::OPERATIONAL: break;
+  default: return true;
+  }
+  // State that does not just say what has become of the configuration: none of the same name beside it.
+  if (isConfig || nodes.size() < 3) return !isConfig;
+  auto const config = nodes[nodes.size() - 3].child("config");
+  return !config || !config->child(leaf.name);
+}
+
+// --- the answer -------------------------------------------------------------------------------------------------
+
+struct GetAnswer::Match {
+  gnmi::Path path; // as it stands in the answer
+  std::unique_ptr<JsonTree> tree;
+  gnmi::TypedValue leaf; // where there is no tree
+  std::size_t bytesCounted = 0;
+};
+
+// Where a leaf stands: the elements of its path from the data root down, each with its place in the types. Elements are those of the
+// notification that is being taken.
+class GetAnswer::Place {
+public:
+  explicit Place(GetAnswer const& answer) : states_{PathStates(answer.path_)}, answer_(answer) {
+    nodes_.push_back(TypeNode::root());
+    noteMatch();
+  }
+
+  // False for what the types do not know.
+  bool enter(gnmi::PathElem const& elem) {
+    auto const child = nodes_.back().child(elem.name());
+    if (!child) return false;
+    elems_.push_back(&elem);
+    nodes_.push_back(*child);
+    if (answer_.hasAnyDepth_) states_.push_back(states_.back().below(*child, key(elems_.size() - 1)));
+    noteMatch();
+    return true;
+  }
+  void truncate(std::size_t size) {
+    elems_.resize(size);
+    nodes_.resize(size + 1);
+    if (answer_.hasAnyDepth_) states_.resize(size + 1, states_.front());
+    if (matchDepth_ > size) matchDepth_ = kNone;
+  }
+
+  static constexpr std::size_t kNone = SIZE_MAX;
+  [[nodiscard]] std::size_t size() const { return elems_.size(); }
+  [[nodiscard]] std::size_t matchDepth() const {
+    return matchDepth_;
+  } // of the node that the path matches, or kNone
+  [[nodiscard]] gnmi::PathElem const& elem(std::size_t index) const { return *elems_[index]; }
+  [[nodiscard]] TypeNode const& node(std::size_t depth) const { return nodes_[depth]; } // 0: the root
+  // From the root down to where it stands.
+  [[nodiscard]] std::vector<TypeNode> const& nodes() const { return nodes_; }
+  [[nodiscard]] std::string_view key(std::size_t index) const {
+    auto const& keys = elems_[index]->key();
+    return keys.empty() ? std::string_view() : std::string_view(keys.begin()->second);
+  }
+
+  // What `addJson` has found for the notification's prefix, while it holds.
+  Match* match = nullptr;
+  JsonTree::Node* container = nullptr; // at the end of the prefix
+
+private:
+  void noteMatch() {
+    if (matchDepth_ != kNone) return;
+    bool const isMatch =
+        answer_.hasAnyDepth_ ? states_.back().isEnd() : elems_.size() == answer_.path_.elems.size();
+    if (isMatch) matchDepth_ = elems_.size();
+  }
+
+  std::vector<gnmi::PathElem const*> elems_;
+  std::vector<TypeNode> nodes_; // one more: the root
+  std::vector<PathStates> states_;
+  std::size_t matchDepth_ = kNone;
+  GetAnswer const& answer_;
+};
+
+GetAnswer::GetAnswer(GetOrder const& order, std::size_t index)
+    : order_(order)
+    , path_(order.paths[index])
+    , hasAnyDepth_(std::any_of(path_.elems.begin(), path_.elems.end(),
+                               [](RequestElem const& elem) { return elem.name == "..."; })) {}
+GetAnswer::~GetAnswer() = default;
+
+void GetAnswer::add(gnmi::Notification const& notification) {
+  Place place(*this);
+  auto const& prefix = notification.prefix().elem();
+  for (int i = 1; i < prefix.size(); ++i) { // the first is the data root's
+    if (!place.enter(prefix[i])) return;
+  }
+  std::size_t const depth = place.size();
+  for (gnmi::Update const& update : notification.update()) {
+    place.truncate(depth);
+    auto const& elems = update.path().elem();
+    if (elems.empty() ||
+        !std::all_of(elems.begin(), elems.end(), [&](auto const& each) { return place.enter(each); }))
+      continue;
+    if (place.nodes().back().leaf() == nullptr || place.matchDepth() == Place::kNone) continue;
+    if (!order_.wants(place.nodes())) {
+      hasLeftOut_ = true;
+    } else if (order_.encoding == gnmi::PROTO) {
+      addProto(place, update.val());
+    } else {
+      addJson(place, depth, update.val());
+    }
+  }
+}
+
+void GetAnswer::addProto(Place const& place, gnmi::TypedValue const& value) {
+  gnmi::Update& update = updates_.emplace_back();
+  *update.mutable_path() = relative(place, place.size());
+  *update.mutable_val() = value;
+  bytes_ += update.ByteSizeLong() + 4;
+}
+
+void GetAnswer::addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue const& value) {
+  bool const isMatchAbove = place.matchDepth() <= prefixDepth; // for all leaves of the notification
+  Match& match = isMatchAbove && place.match != nullptr ? *place.match : matchIs(place);
+  TypeNode const& leaf = place.nodes().back();
+  if (!match.tree) {
+    match.leaf = value;
+    leafEncodingIs(match.leaf, *leaf.leaf(), order_.encoding);
+    bytes_ += match.leaf.ByteSizeLong();
+    return;
+  }
+  JsonTree::Node* node = isMatchAbove && place.container != nullptr ? place.container : &match.tree->top();
+  std::size_t depth = node == place.container ? prefixDepth : place.matchDepth();
+  for (; depth + 1 < place.size(); ++depth) {
+    if (depth == prefixDepth && isMatchAbove) place.container = node;
+    node = &match.tree->childIs(*node, place.node(depth + 1), place.key(depth));
+  }
+  if (isMatchAbove) {
+    place.match = &match;
+    if (depth == prefixDepth) place.container = node;
+  }
+  match.tree->leafIs(*node, leaf, value);
+  bytes_ += match.tree->bytes() - match.bytesCounted;
+  match.bytesCounted = match.tree->bytes();
+}
+
+GetAnswer::Match& GetAnswer::matchIs(Place const& place) {
+  gnmi::Path path = relative(place, place.matchDepth());
+  Match*& match = matchOf_[pathBytes(PathView(path, 0))];
+  if (match == nullptr) {
+    matches_.push_back(std::make_unique<Match>());
+    match = matches_.back().get();
+    TypeNode const& top = place.node(place.matchDepth());
+    if (top.leaf() == nullptr)
+      match->tree = std::make_unique<JsonTree>(top, order_.encoding == gnmi::JSON_IETF);
+    bytes_ += path.ByteSizeLong();
+    match->path = std::move(path);
+  }
+  return *match;
+}
+
+void GetAnswer::emptyContainerIs() {
+  if (order_.encoding == gnmi::PROTO) return;
+  // The path is concrete: as it was asked for.
+  matches_.push_back(std::make_unique<Match>());
+  Match& match = *matches_.back();
+  for (std::size_t i = order_.prefixElems; i < path_.elems.size(); ++i) {
+    gnmi::PathElem& elem = *match.path.add_elem();
+    elem.set_name(path_.elems[i].name);
+    for (auto const& [name, text] : path_.elems[i].keys)
+      (*elem.mutable_key())[name] = text;
+  }
+  *(order_.encoding == gnmi::JSON ? match.leaf.mutable_json_val() : match.leaf.mutable_json_ietf_val()) =
+      "{}";
+}
+
+gnmi::Path GetAnswer::relative(Place const& place, std::size_t depth) const {
+  gnmi::Path path;
+  for (std::size_t i = order_.prefixElems; i < depth; ++i)
+    *path.add_elem() = place.elem(i);
+  return path;
+}
+
+gnmi::Notification GetAnswer::notification(std::int64_t timestamp) const {
+  gnmi::Notification made;
+  made.set_timestamp(timestamp);
+  gnmi::Path& prefix = *made.mutable_prefix();
+  for (std::size_t i = 0; i < order_.prefixElems; ++i) {
+    gnmi::PathElem& elem = *prefix.add_elem();
+    elem.set_name(path_.elems[i].name);
+    for (auto const& [name, text] : path_.elems[i].keys)
+      (*elem.mutable_key())[name] = text;
+  }
+  prefix.set_origin(path_.origin);
+  prefix.set_target(path_.target);
+  for (gnmi::Update const& update : updates_)
+    *made.add_update() = update;
+  for (auto const& match : matches_) {
+    gnmi::Update& update = *made.add_update();
+    *update.mutable_path() = match->path;
+    gnmi::TypedValue& value = *update.mutable_val();
+    if (!match->tree) {
+      value = match->leaf;
+    } else if (order_.encoding == gnmi::JSON_IETF) {
+      value.set_json_ietf_val(match->tree->text());
+    } else {
+      value.set_json_val(match->tree->text());
+    }
+  }
+  return made;
+}
+
+} // namespace Agent

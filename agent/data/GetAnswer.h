@@ -1,0 +1,83 @@
+// The answer to one path of a GetRequest: leaves come in as they are read, one notification goes out. The request, checked, too.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <absl/container/flat_hash_map.h>
+#include <grpcpp/support/status.h>
+
+#include "Kstd/Result.h"
+#include "agent/data/JsonTree.h"
+#include "agent/data/PathStates.h"
+#include "agent/paths/RequestPath.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+
+// What a GetRequest asks for. Pure; made on any thread.
+struct GetOrder {
+  using OrError = Kstd::Result<GetOrder, grpc::Status>;
+
+  // UNIMPLEMENTED for encodings and models that are not offered, INVALID_ARGUMENT for what makes no sense.
+  [[nodiscard]] static OrError of(gnmi::GetRequest const& request);
+
+  // Whether a leaf is asked for; `nodes`: the places from the root down to the leaf.
+  [[nodiscard]] bool wants(std::vector<TypeNode> const& nodes) const;
+
+  std::vector<RequestPath> paths;
+  std::size_t prefixElems = 0; // of each path, that the answers' prefix repeats
+  gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL;
+  gnmi::Encoding encoding = gnmi::JSON;
+  std::vector<std::string> modules; // the leaves of these alone; empty: all
+};
+
+// JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf. Filled on the scheduler thread,
+// written out on any one thread.
+class GetAnswer {
+public:
+  // The order outlives it. `index`: of the path.
+  GetAnswer(GetOrder const& order, std::size_t index);
+  ~GetAnswer();
+  GetAnswer(GetAnswer const&) = delete;
+  GetAnswer& operator=(GetAnswer const&) = delete;
+
+  // Takes leaves; prefix and paths as SnapshotSink gets them.
+  void add(gnmi::Notification const& notification);
+  // There is an empty container at the path.
+  void emptyContainerIs();
+  // Nothing was asked for of what has been read.
+  [[nodiscard]] bool isEmpty() const { return matches_.empty() && updates_.empty(); }
+  // Something has been read that was not asked for.
+  [[nodiscard]] bool hasLeftOut() const { return hasLeftOut_; }
+  // About the size of the answer.
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
+
+  [[nodiscard]] gnmi::Notification notification(std::int64_t timestamp) const;
+
+private:
+  struct Match;
+  class Place;
+
+  void addProto(Place const& place, gnmi::TypedValue const& value);
+  // `prefixDepth`: of the place, how many elements all leaves of the notification share.
+  void addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue const& value);
+  // What the path matches at or above the place, made if missing.
+  [[nodiscard]] Match& matchIs(Place const& place);
+  // The first elements of a place as a path in the answer.
+  [[nodiscard]] gnmi::Path relative(Place const& place, std::size_t depth) const;
+
+  GetOrder const& order_;
+  RequestPath const& path_;
+  bool const hasAnyDepth_; // else what matches has as many elements as the path
+  bool hasLeftOut_ = false;
+  std::size_t bytes_ = 0;
+  std::vector<gnmi::Update> updates_;           // PROTO
+  std::vector<std::unique_ptr<Match>> matches_; // JSON
+  absl::flat_hash_map<std::string, Match*> matchOf_;
+};
+
+} // namespace Agent

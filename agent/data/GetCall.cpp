@@ -1,0 +1,65 @@
+#include <memory>
+#include <utility>
+
+#include <grpc/support/time.h>
+#include <grpcpp/alarm.h>
+
+#include "agent/data/GetRun.h"
+#include "agent/data/UnaryCalls.h"
+#include "agent/data/UnaryEnd.h"
+#include "agent/service/Runtime.h"
+
+namespace Agent {
+namespace {
+
+class GetCall final : public grpc::ServerUnaryReactor {
+public:
+  GetCall(gnmi::GetResponse& response, Runtime& runtime)
+      : response_(response)
+      , scheduler_(runtime.scheduler())
+      , end_(std::make_shared<UnaryEnd>(*this)) {}
+
+  void start(gnmi::GetRequest const& request, Runtime& runtime) {
+    std::shared_ptr<UnaryEnd> const end = std::move(end_); // the run's from now on
+    auto order = GetOrder::of(request);
+    if (!order) return end->finish(order.error());
+    auto const run = std::make_shared<GetRun>(runtime, std::move(*order));
+    run_ = run;
+    scheduler_->post([this, run, end] {
+      run->start([this, end, weak = std::weak_ptr(run)](grpc::Status const& status) {
+        if (!status.ok()) return end->finish(status);
+        // The texts are written on one of gRPC's threads; they may take longer than a slice.
+        alarm_.Set(gpr_time_0(GPR_CLOCK_MONOTONIC), [this, end, read = weak.lock()](bool) {
+          for (auto const& answer : read->answers())
+            *response_.add_notification() = answer->notification(read->timestamp());
+          end->finish(grpc::Status::OK);
+        });
+      });
+    });
+  }
+
+  void OnCancel() override {
+    scheduler_->post([run = run_.lock()] {
+      if (run) run->cancel();
+    });
+  }
+  void OnDone() override { delete this; }
+
+private:
+  gnmi::GetResponse& response_;
+  std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  std::shared_ptr<UnaryEnd> end_; // until the call has begun
+  std::weak_ptr<GetRun> run_;
+  grpc::Alarm alarm_;
+};
+
+} // namespace
+
+grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext&, gnmi::GetRequest const& request,
+                                  gnmi::GetResponse& response, Runtime& runtime) {
+  auto* const call = new GetCall(response, runtime);
+  call->start(request, runtime);
+  return call;
+}
+
+} // namespace Agent

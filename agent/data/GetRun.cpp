@@ -1,0 +1,72 @@
+#include "agent/data/GetRun.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Kel/ActivityClock.h"
+#include "agent/data/ModelPlace.h"
+#include "agent/paths/Pattern.h"
+#include "agent/service/Runtime.h"
+#include "agent/subscribe/Engine.h"
+
+namespace Agent {
+
+using grpc::StatusCode;
+
+GetRun::GetRun(Runtime& runtime, GetOrder order) : runtime_(runtime), order_(std::move(order)) {}
+GetRun::~GetRun() = default;
+
+void GetRun::start(Done done) {
+  done_ = std::move(done);
+  next();
+}
+
+void GetRun::next() {
+  if (!done_) return;
+  std::size_t const index = answers_.size();
+  if (index == order_.paths.size()) return end(grpc::Status::OK);
+  auto pattern = Pattern::of(order_.paths[index]);
+  if (!pattern) return end(pattern.error());
+  answers_.push_back(std::make_unique<GetAnswer>(order_, index));
+  snapshot_ = runtime_.engine().snapshotIs(std::move(*pattern), shared_from_this());
+}
+
+void GetRun::notification(gnmi::Notification const& notification) {
+  if (isTooLarge_ || !done_) return;
+  answers_.back()->add(notification);
+  if (bytes_ + answers_.back()->bytes() <= runtime_.limits().getBytes) return;
+  isTooLarge_ = true;
+  runtime_.scheduler()->post([self = shared_from_this()] {
+    self->end({StatusCode::RESOURCE_EXHAUSTED,
+               fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
+                           self->runtime_.limits().getBytes)});
+  });
+}
+
+void GetRun::done(grpc::Status const& status) {
+  std::shared_ptr<GetRun> const self = shared_from_this();
+  std::shared_ptr<Snapshot> const snapshot = std::exchange(snapshot_, nullptr); // until it has returned
+  if (!status.ok()) return end(status);
+  if (isTooLarge_) return;
+  GetAnswer& answer = *answers_.back();
+  if (answer.isEmpty() && !answer.hasLeftOut()) {
+    RequestPath const& path = order_.paths[answers_.size() - 1];
+    if (!isContainerThere(path))
+      return end({StatusCode::NOT_FOUND, fmt::format("{}: there is nothing", path.text())});
+    answer.emptyContainerIs();
+  }
+  bytes_ += answer.bytes();
+  runtime_.scheduler()->post([self] { self->next(); });
+}
+
+void GetRun::cancel() { end({StatusCode::CANCELLED, "the client has left"}); }
+
+void GetRun::end(grpc::Status const& status) {
+  if (!done_) return;
+  snapshot_.reset();
+  timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
+  std::exchange(done_, nullptr)(status);
+}
+
+} // namespace Agent

@@ -1,0 +1,53 @@
+// Carries out a Get: reads one path after the other in slices of the scheduler. Scheduler thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <grpcpp/support/status.h>
+
+#include "agent/data/GetAnswer.h"
+#include "agent/subscribe/Snapshot.h"
+
+namespace Agent {
+
+class Runtime;
+
+// Keeps itself alive while it reads. `done` is called once, with as many answers as paths when the status is OK.
+class GetRun final : public SnapshotSink, public std::enable_shared_from_this<GetRun> {
+public:
+  using Answers = std::vector<std::unique_ptr<GetAnswer>>;
+  using Done = std::function<void(grpc::Status const&)>;
+
+  GetRun(Runtime& runtime, GetOrder order);
+  ~GetRun() override;
+
+  void start(Done done);
+  // Stops reading: CANCELLED. Nothing happens when it is done already.
+  void cancel();
+  // Once done, for any one thread.
+  [[nodiscard]] Answers const& answers() const { return answers_; }
+  [[nodiscard]] std::int64_t timestamp() const {
+    return timestamp_;
+  } // of the end of the reading, in loop time
+
+private:
+  void notification(gnmi::Notification const& notification) override;
+  void done(grpc::Status const& status) override;
+  void next();
+  void end(grpc::Status const& status);
+
+  Runtime& runtime_;
+  GetOrder const order_;
+  Done done_; // null before the start and once told
+  Answers answers_;
+  std::size_t bytes_ = 0; // of the answers before the last
+  bool isTooLarge_ = false;
+  std::int64_t timestamp_ = 0;
+  std::shared_ptr<Snapshot> snapshot_; // refers to this
+};
+
+} // namespace Agent

@@ -1,0 +1,150 @@
+#include "agent/data/JsonTree.h"
+
+#include <algorithm>
+
+#include "agent/data/LeafEncoding.h"
+
+namespace Agent {
+
+class JsonTree::Node {
+public:
+  Node(TypeNode const& place, std::string_view entryKey) : type(place), key(entryKey) {}
+
+  struct Leaf {
+    TypeNode type;
+    std::size_t begin; // in `values_`
+    std::size_t size;
+  };
+
+  TypeNode const type;
+  std::string const key;
+  std::vector<Leaf> leaves;
+  std::vector<std::unique_ptr<Node>> children;
+  absl::flat_hash_map<std::pair<std::string_view, std::string_view>, Node*> index;
+};
+
+namespace {
+
+constexpr std::size_t kPunctuation = 6; // of a member: quotes, colon, comma, braces
+
+// Numbers by their value, other texts as such.
+bool isKeyLess(std::string_view a, std::string_view b) {
+  auto const isNumber = [](std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+  };
+  if (isNumber(a) && isNumber(b) && a.size() != b.size()) return a.size() < b.size();
+  return a < b;
+}
+
+// The position of a member in its container's declaration; at the root, where there is none, by the order of arrival.
+std::size_t positionOf(TypeNode const& type) { return type.attr ? type.attr.desc().index : 0; }
+
+} // namespace
+
+JsonTree::JsonTree(TypeNode const& top, bool isIetf)
+    : isIetf_(isIetf)
+    , top_(std::make_unique<Node>(top, "")) {}
+JsonTree::~JsonTree() = default;
+
+TypeNode const& JsonTree::typeOf(Node const& node) { return node.type; }
+
+JsonTree::Node& JsonTree::childIs(Node& node, TypeNode const& child, std::string_view key) {
+  auto const found = node.index.find(std::pair(child.name, key));
+  if (found != node.index.end()) return *found->second;
+  node.children.push_back(std::make_unique<Node>(child, key));
+  Node& made = *node.children.back();
+  node.index.emplace(std::pair<std::string_view, std::string_view>(made.type.name, made.key), &made);
+  bytes_ += child.name.size() + kPunctuation + 2 * key.size();
+  return made;
+}
+
+void JsonTree::leafIs(Node& node, TypeNode const& leaf, gnmi::TypedValue const& value) {
+  std::size_t const begin = values_.size();
+  appendLeafJson(values_, value, *leaf.leaf(), isIetf_);
+  node.leaves.push_back({leaf, begin, values_.size() - begin});
+  bytes_ += leaf.name.size() + kPunctuation + (values_.size() - begin);
+}
+
+std::string JsonTree::text() const {
+  std::string text;
+  text.reserve(bytes_ + bytes_ / 4);
+  append(text, *top_, "");
+  return text;
+}
+
+// --- writing ----------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Members of one object: the name, with the module where that is another one than the parent's.
+class Object {
+public:
+  Object(std::string& to, bool isIetf, std::string_view parentModule)
+      : to_(to)
+      , isIetf_(isIetf)
+      , parentModule_(parentModule) {
+    to_ += '{';
+  }
+  void member(TypeNode const& type) {
+    if (to_.back() != '{') to_ += ',';
+    to_ += '"';
+    if (isIetf_ && type.module != parentModule_) {
+      to_ += type.module;
+      to_ += ':';
+    }
+    to_ += type.name;
+    to_ += "\":";
+  }
+  void end() { to_ += '}'; }
+
+private:
+  std::string& to_;
+  bool const isIetf_;
+  std::string_view const parentModule_;
+};
+
+} // namespace
+
+void JsonTree::append(std::string& to, Node const& node, std::string_view parentModule) const {
+  Object object(to, isIetf_, parentModule);
+  if (node.type.isList()) {
+    for (TypeNode const& child : node.type.children()) {
+      if (!(child.attr == node.type.key())) continue;
+      object.member(child);
+      appendKeyJson(to, node.key, *child.leaf(), isIetf_);
+    }
+  }
+  std::vector<Node::Leaf const*> leaves;
+  for (Node::Leaf const& leaf : node.leaves) {
+    if (!leaf.type.attr.isKeyField()) leaves.push_back(&leaf);
+  }
+  std::stable_sort(leaves.begin(), leaves.end(),
+                   [](auto const* a, auto const* b) { return positionOf(a->type) < positionOf(b->type); });
+  for (std::size_t i = 0; i < leaves.size(); ++i) {
+    bool const isOutdated = i + 1 < leaves.size() && leaves[i + 1]->type.attr == leaves[i]->type.attr;
+    if (isOutdated) continue;
+    object.member(leaves[i]->type);
+    to.append(values_, leaves[i]->begin, leaves[i]->size);
+  }
+  std::vector<Node const*> children;
+  for (auto const& child : node.children)
+    children.push_back(child.get());
+  std::stable_sort(children.begin(), children.end(), [](Node const* a, Node const* b) {
+    auto const positionA = positionOf(a->type), positionB = positionOf(b->type);
+    return positionA != positionB ? positionA < positionB : isKeyLess(a->key, b->key);
+  });
+  for (std::size_t i = 0; i < children.size(); ++i) {
+    Node const& child = *children[i];
+    bool const isEntry = child.type.isList();
+    bool const isFirst = !isEntry || i == 0 || !(children[i - 1]->type.attr == child.type.attr);
+    bool const isLast =
+        !isEntry || i + 1 == children.size() || !(children[i + 1]->type.attr == child.type.attr);
+    if (isFirst) object.member(child.type);
+    if (isEntry) to += isFirst ? '[' : ',';
+    append(to, child, child.type.module);
+    if (isEntry && isLast) to += ']';
+  }
+  object.end();
+}
+
+} // namespace Agent

@@ -1,0 +1,24 @@
+// Finding what stands at a place of the model. Scheduler thread.
+#pragma once
+
+#include <string_view>
+
+#include "Kel/Attr.h"
+#include "agent/data/TypeTree.h"
+#include "agent/paths/RequestPath.h"
+
+namespace Agent {
+
+using Handle = Kel::KelAttr::ConstHandle;
+
+// The container below a place: a module's own, or what an attribute of `parent` holds. Null when it is not there.
+[[nodiscard]] Handle containerOf(TypeNode const& child, Handle const& parent);
+// The key of a list from its text in a path; null for a text that is none.
+[[nodiscard]] Handle keyHandleOf(TypeNode const& list, std::string_view text);
+// The entry of that key; null when there is none.
+[[nodiscard]] Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key);
+
+// Whether a concrete path means a container or entry that is there. (That it holds no leaf is for the caller to know.)
+[[nodiscard]] bool isContainerThere(RequestPath const& path);
+
+} // namespace Agent

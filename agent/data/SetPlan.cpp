@@ -1,0 +1,275 @@
+#include "agent/data/SetPlan.h"
+
+#include <algorithm>
+
+#include <absl/container/flat_hash_set.h>
+#include <fmt/format.h>
+
+#include "agent/data/JsonText.h"
+#include "agent/data/LeafValue.h"
+#include "agent/data/PathStates.h"
+
+namespace Agent {
+
+using gnmi::TypedValue;
+using nlohmann::json;
+
+// --- PlanNode ------------------------------------------------------------------------------------------------
+
+PlanNode& PlanNode::childIs(TypeNode const& childType, std::string_view childKey) {
+  if (PlanNode* const there = child(childType.name, childKey)) return *there;
+  children_.push_back(std::make_unique<PlanNode>(childType, std::string(childKey), this));
+  PlanNode& made = *children_.back();
+  index_.emplace(std::pair<std::string_view, std::string_view>(made.type.name, made.key), &made);
+  return made;
+}
+
+PlanNode* PlanNode::child(std::string_view name, std::string_view childKey) const {
+  auto const found = index_.find(std::pair(name, childKey));
+  return found == index_.end() ? nullptr : found->second;
+}
+
+void PlanNode::childrenDelAll() {
+  index_.clear();
+  children_.clear();
+}
+
+std::string PlanNode::path() const {
+  if (parent_ == nullptr) return "/";
+  std::string const above = parent_->parent_ == nullptr ? std::string() : parent_->path();
+  return type.isList() ? fmt::format("{}/{}[{}={}]", above, type.name, type.key().name().view(), key)
+                       : fmt::format("{}/{}", above, type.name);
+}
+
+void PlanNode::isNamedIs() {
+  for (PlanNode* node = this; node != nullptr && !(node->type.isList() && node->isNamed);
+       node = node->parent_)
+    node->isNamed = node->type.isList();
+}
+
+std::string_view PlanNode::nearestKey() const {
+  PlanNode const* node = this;
+  while (node != nullptr && !node->type.isList())
+    node = node->parent_;
+  return node == nullptr ? std::string_view() : std::string_view(node->key);
+}
+
+// --- checking ------------------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::size_t kStatusBytes = 1024;
+
+grpc::Status refusal(grpc::StatusCode code, std::string_view path, std::string_view what) {
+  return {code, statusText(fmt::format("{}: {}", statusText(path, kStatusBytes / 2), what), kStatusBytes)};
+}
+grpc::Status invalid(std::string_view path, std::string_view what) {
+  return refusal(grpc::StatusCode::INVALID_ARGUMENT, path, what);
+}
+grpc::Status notFound(std::string_view path, std::string_view what) {
+  return refusal(grpc::StatusCode::NOT_FOUND, path, what);
+}
+
+using Status = grpc::Status;
+constexpr std::string_view kState = "is state and cannot be set";
+
+Status writeJson(PlanNode& node, json const& value);
+
+// --- leaves ---------------------------------------------------------------------------------------------------
+
+bool repeatsKey(PlanNode const& node) { return node.type.leaf()->isKeyCopy || node.type.attr.isKeyField(); }
+
+template <class Value>
+Status writeLeaf(PlanNode& node, Value const& given) {
+  LeafInfo const& leaf = *node.type.leaf();
+  if (!leaf.isConfig) return invalid(node.path(), kState);
+  LeafValue value = leafValueOf(leaf, given);
+  if (!value) return invalid(node.path(), value.error());
+  if (repeatsKey(node)) {
+    if (std::string const text = keyTextOf(*value); text != node.nearestKey())
+      return invalid(node.path(),
+                     fmt::format("'{}' contradicts the key '{}' of its entry", text, node.nearestKey()));
+  } else {
+    if (!node.type.isWritableLeaf()) return invalid(node.path(), kState);
+    node.value = std::move(*value);
+  }
+  node.isNamedIs();
+  return Status::OK;
+}
+
+// --- containers and lists, from JSON ---------------------------------------------------------------------------
+
+// The key of an entry of a list, out of its members.
+Kstd::Result<std::string, Status> entryKey(PlanNode const& parent, TypeNode const& list, json const& entry) {
+  std::string const path = fmt::format("{}/{}", parent.path(), list.name);
+  if (!entry.is_object()) return Kstd::Err(invalid(path, "expected an object for each entry"));
+  Kel::KelAttr const key = list.key();
+  for (auto const& [name, value] : entry.items()) {
+    auto const member = list.child(name);
+    if (!member || !(member->attr == key)) continue;
+    LeafValue const text = leafValueOf(*leafInfo(key), value);
+    if (!text) return Kstd::Err(invalid(fmt::format("{}/{}", path, name), text.error()));
+    return keyTextOf(*text);
+  }
+  return Kstd::Err(invalid(path, fmt::format("an entry without its key '{}'", key.name().view())));
+}
+
+Status writeEntries(PlanNode& parent, TypeNode const& list, json const& entries) {
+  std::string const path = fmt::format("{}/{}", parent.path(), list.name);
+  if (!entries.is_array()) return invalid(path, "expected an array");
+  if (!list.isWritableList()) return invalid(path, kState);
+  absl::flat_hash_set<std::string> keys;
+  for (json const& entry : entries) {
+    auto key = entryKey(parent, list, entry);
+    if (!key) return std::move(key).error();
+    if (!keys.insert(*key).second) return invalid(path, fmt::format("two entries of the key '{}'", *key));
+    PlanNode& node = parent.childIs(list, *key);
+    node.isNamedIs();
+    if (Status status = writeJson(node, entry); !status.ok()) return status;
+  }
+  return Status::OK;
+}
+
+Status writeJson(PlanNode& node, json const& value) {
+  if (node.type.leaf() != nullptr) return writeLeaf(node, value);
+  if (!value.is_object()) return invalid(node.path(), "expected an object");
+  absl::flat_hash_set<std::string_view> seen;
+  for (auto const& [name, member] : value.items()) {
+    auto const child = node.type.child(name);
+    if (!child) return invalid(node.path(), fmt::format("unknown member '{}'", statusText(name)));
+    if (!seen.insert(child->name).second)
+      return invalid(node.path(), fmt::format("member '{}' is there twice", child->name));
+    Status status =
+        child->isList() ? writeEntries(node, *child, member) : writeJson(node.childIs(*child), member);
+    if (!status.ok()) return status;
+  }
+  return Status::OK;
+}
+
+// --- operations -------------------------------------------------------------------------------------------------
+
+// The place that a concrete path means. Containers that hold state alone are refused.
+Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path) {
+  PlanNode* node = &root;
+  for (RequestElem const& elem : path.elems) {
+    if (elem.name == "*" || elem.name == "...")
+      return Kstd::Err(invalid(path.text(), "no wildcards where something is written"));
+    auto const child = node->type.child(elem.name);
+    if (!child) return Kstd::Err(notFound(path.text(), fmt::format("'{}' is not known here", elem.name)));
+    auto const key = keyOf(elem, *child);
+    if (!key) return Kstd::Err(invalid(path.text(), key.error()));
+    if (child->isList() && !*key)
+      return Kstd::Err(invalid(path.text(), fmt::format("'{}' needs its key", elem.name)));
+    node = &node->childIs(*child, key->value_or(std::string()));
+  }
+  if (!hasWritable(node->type) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
+    return Kstd::Err(invalid(path.text(), kState));
+  return node;
+}
+
+Status write(PlanNode& node, gnmi::Update const& update) {
+  TypedValue const& value = update.val();
+  switch (value.value_case()) {
+  case TypedValue::VALUE_NOT_SET: return invalid(node.path(), "there is no value");
+  case TypedValue::kAsciiVal:
+  case TypedValue::kProtoBytes:
+  case TypedValue::kAnyVal:
+    return refusal(grpc::StatusCode::UNIMPLEMENTED, node.path(), "values come as JSON, JSON_IETF or typed");
+  case TypedValue::kJsonVal:
+  case TypedValue::kJsonIetfVal: break;
+  default:
+    if (node.type.leaf() != nullptr) return writeLeaf(node, value);
+    return invalid(node.path(), "a container is given as JSON");
+  }
+  auto const parsed = jsonOf(value.has_json_val() ? value.json_val() : value.json_ietf_val());
+  return parsed ? writeJson(node, *parsed) : invalid(node.path(), parsed.error());
+}
+
+Status applyUpdate(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& update, bool isReplace) {
+  auto const path = RequestPath::of(prefix, update.path());
+  if (!path) return path.error();
+  auto const place = placeOf(plan.root, *path);
+  if (!place) return place.error();
+  PlanNode& node = **place;
+  if (node.type.leaf() == nullptr) {
+    if (isReplace) {
+      node.childrenDelAll();
+      node.isCleared = true;
+    }
+    node.isNamedIs();
+  }
+  return write(node, update);
+}
+
+// What a delete's path means among the types.
+struct Meaning {
+  bool isKnown = false;
+  bool canGo = false; // some of it
+  std::string keyError;
+};
+
+bool canGo(TypeNode const& node) {
+  return node.leaf() != nullptr ? node.isWritableLeaf() && !node.leaf()->isKeyCopy : hasWritable(node);
+}
+
+void findMeaning(TypeNode const& node, PathStates const& states, Meaning& meaning) {
+  if (states.isEnd()) {
+    meaning.isKnown = true;
+    meaning.canGo = meaning.canGo || canGo(node);
+  }
+  for (TypeNode const& child : node.children()) {
+    PathStates const below = states.belowAny(child);
+    if (!below.isDead()) findMeaning(child, below, meaning);
+  }
+}
+
+Status applyDelete(SetPlan& plan, gnmi::Path const& prefix, gnmi::Path const& deleted) {
+  auto path = RequestPath::of(prefix, deleted);
+  if (!path) return path.error();
+  // Concrete names first: a wrong key on one of them is told as such.
+  TypeNode node = TypeNode::root();
+  for (RequestElem const& elem : path->elems) {
+    auto const child = node.child(elem.name);
+    if (!child) break;
+    if (auto const key = keyOf(elem, *child); !key) return invalid(path->text(), key.error());
+    node = *child;
+  }
+  Meaning meaning;
+  findMeaning(TypeNode::root(), PathStates(*path), meaning);
+  if (!meaning.isKnown) return notFound(path->text(), "nothing is known under this path");
+  if (!meaning.canGo) return invalid(path->text(), "is state, or a key, and cannot be deleted");
+  plan.deletes.push_back(std::move(*path));
+  return Status::OK;
+}
+
+Status checkExtensions(gnmi::SetRequest const& request) {
+  for (gnmi_ext::Extension const& extension : request.extension()) {
+    // Whoever asks for these counts on them; others may be left aside.
+    if (extension.has_commit() || extension.has_master_arbitration())
+      return {grpc::StatusCode::UNIMPLEMENTED, "this agent does not offer the extension that is asked for"};
+  }
+  return Status::OK;
+}
+
+} // namespace
+
+SetPlan::OrError setPlanOf(gnmi::SetRequest const& request) {
+  if (Status status = checkExtensions(request); !status.ok()) return Kstd::Err(status);
+  if (request.union_replace_size() != 0)
+    return Kstd::Err(Status(grpc::StatusCode::UNIMPLEMENTED, "union_replace is not offered"));
+  auto plan = std::make_unique<SetPlan>();
+  for (gnmi::Path const& path : request.delete_()) {
+    if (Status status = applyDelete(*plan, request.prefix(), path); !status.ok()) return Kstd::Err(status);
+  }
+  for (gnmi::Update const& replace : request.replace()) {
+    if (Status status = applyUpdate(*plan, request.prefix(), replace, true); !status.ok())
+      return Kstd::Err(status);
+  }
+  for (gnmi::Update const& update : request.update()) {
+    if (Status status = applyUpdate(*plan, request.prefix(), update, false); !status.ok())
+      return Kstd::Err(status);
+  }
+  return plan;
+}
+
+} // namespace Agent

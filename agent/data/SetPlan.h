@@ -1,0 +1,73 @@
+// What a SetRequest asks for, put together: checked whole against the types, JSON taken apart into leaves, the operations laid over
+// each other in their order. Pure: any thread.
+//
+// Invariants
+// 1. A plan is the outcome of the operations, not their list: what a later operation overwrites or removes is not in it. Carrying it out in
+//    any order gives what the operations would have given one after the other.
+// 2. Deletes come before everything else in a request. So a delete need not look at what is written: it only marks places as cleared,
+//    and what is written below such a place stays.
+// 3. Entries that are to be there afterwards are marked `isNamed`, and so are all entries above them.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <absl/container/flat_hash_map.h>
+#include <grpcpp/support/status.h>
+
+#include "Kstd/Result.h"
+#include "agent/data/TypeTree.h"
+#include "agent/paths/RequestPath.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+
+// A place that the request touches, or one on the way to it: a container, a list entry or a leaf.
+class PlanNode {
+public:
+  explicit PlanNode(TypeNode const& place, std::string entryKey = {}, PlanNode* parent = nullptr)
+      : type(place)
+      , key(std::move(entryKey))
+      , parent_(parent) {}
+
+  // The child of that name (and, for an entry of a list, key), made if missing.
+  PlanNode& childIs(TypeNode const& child, std::string_view key = {});
+  // Null when the plan says nothing of it.
+  [[nodiscard]] PlanNode* child(std::string_view name, std::string_view key = {}) const;
+  [[nodiscard]] std::vector<std::unique_ptr<PlanNode>> const& children() const { return children_; }
+  void childrenDelAll();
+
+  // "/interfaces/interface[name=lo]"; "/" for the root.
+  [[nodiscard]] std::string path() const;
+  // Marks this entry and those above it as named.
+  void isNamedIs();
+  // The text of the key that a leaf below repeats: of the nearest entry. Empty when there is none.
+  [[nodiscard]] std::string_view nearestKey() const;
+
+  TypeNode const type;
+  std::string const key;  // of a list entry, in the model's own spelling
+  bool isCleared = false; // what can be written at and below goes, but for what the plan writes there
+  bool isNamed = false;   // an entry: it is to be there
+  std::optional<gnmi::TypedValue> value; // of a leaf
+
+private:
+  PlanNode* parent_;
+  std::vector<std::unique_ptr<PlanNode>> children_; // in the order of the request
+  absl::flat_hash_map<std::pair<std::string_view, std::string_view>, PlanNode*> index_;
+};
+
+struct SetPlan {
+  using OrError = Kstd::Result<std::unique_ptr<SetPlan>, grpc::Status>;
+
+  PlanNode root{TypeNode::root()};
+  std::vector<RequestPath> deletes; // may hold wildcards: what they match depends on the model
+};
+
+// INVALID_ARGUMENT and NOT_FOUND with the path and what is wrong with it; UNIMPLEMENTED for what this agent does not offer.
+[[nodiscard]] SetPlan::OrError setPlanOf(gnmi::SetRequest const& request);
+
+} // namespace Agent

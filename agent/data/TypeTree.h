@@ -1,0 +1,42 @@
+// The tree of the model's types as paths name it. Pure: any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "Kel/Attr.h"
+#include "agent/model/Schema.h"
+
+namespace Agent {
+
+// A place in the tree of types: the root (no attribute, no type), a module's top-level container (no attribute), or what an
+// attribute holds.
+struct TypeNode {
+  std::string_view name; // lives for the process
+  std::string_view module;
+  Kel::KelAttr attr;
+  Kel::KelType type; // of the container or entry; of a leaf its value's
+
+  [[nodiscard]] static TypeNode root() { return {}; }
+  [[nodiscard]] bool isRoot() const { return !type; }
+  [[nodiscard]] LeafInfo const* leaf() const { return attr ? leafInfo(attr) : nullptr; }
+  [[nodiscard]] bool isList() const { return attr && attr.isKeyed(); }
+  // The key leaf of a list.
+  [[nodiscard]] Kel::KelAttr key() const { return attr.indexAttr(); }
+  // A leaf that clients may write.
+  [[nodiscard]] bool isWritableLeaf() const;
+  // A list whose entries clients may make and remove.
+  [[nodiscard]] bool isWritableList() const { return isList() && attr.isRemovable(); }
+
+  // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when there is none.
+  [[nodiscard]] std::optional<TypeNode> child(std::string_view name) const;
+  // In the order of declaration. Valid on this thread, for its life.
+  [[nodiscard]] std::vector<TypeNode> const& children() const;
+};
+
+// Whether clients can write anything at or below the place.
+[[nodiscard]] bool hasWritable(TypeNode const& node);
+
+} // namespace Agent
