@@ -3,6 +3,7 @@
 // The model: interfaces of 20 leaves (12 counters, 4 texts, 4 flags) in a nested entity; the updates go to every n-th interface, all
 // of its leaves, so that a larger model shows in the lookups.
 #include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
 
 #include <array>
 #include <string>
@@ -12,6 +13,7 @@
 #include "Alloc.h"
 #include "Kel/Declare.h"
 #include "Kel/Dir.h"
+#include "Ondra/ArenaBlocks.h"
 #include "Ondra/KelGnmiSetter.h"
 
 namespace {
@@ -143,8 +145,58 @@ void execute(benchmark::State& state, bool isRefused) {
   perLeaf(state);
 }
 
+// The messages in one arena, whose blocks stay warm.
+void executeInArena(benchmark::State& state, bool isRefused) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  modelIs(leaves);
+  std::array<std::string, 2> const bytes = {requestBytes(leaves, 0, isRefused),
+                                            requestBytes(leaves, 1, isRefused)};
+  std::size_t turn = 0;
+  std::string answer;
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  Bench::HeapCallsPerOp const calls(state);
+  for (auto _ : state) {
+    {
+      auto& request = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
+      auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
+      request.ParseFromString(bytes[turn++ % 2]);
+      Ondra::KelGnmiSet::Set set(dataRoot(), request, response);
+      grpc::Status const status = set.executeInPlace();
+      if (status.ok() == isRefused) {
+        state.SkipWithError(status.error_message().c_str());
+      }
+      response.SerializeToString(&answer);
+      benchmark::DoNotOptimize(answer.data());
+    }
+    arena.Reset();
+  }
+  perLeaf(state);
+}
+
+void Set_UpdateInArena(benchmark::State& state) { executeInArena(state, false); }
+void Set_RefuseInArena(benchmark::State& state) { executeInArena(state, true); }
 void Set_Update1000(benchmark::State& state) { execute(state, false); }
 void Set_Refuse1000(benchmark::State& state) { execute(state, true); }
+
+void Set_MessagesInArena(benchmark::State& state) {
+  std::string const bytes = requestBytes(1000, 0, false);
+  std::string answer;
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  for (auto _ : state) {
+    auto& request = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
+    auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
+    request.ParseFromString(bytes);
+    for (gnmi::Update& update : *request.mutable_update()) {
+      gnmi::UpdateResult& result = *response.add_response();
+      result.set_op(gnmi::UpdateResult::UPDATE);
+      result.mutable_path()->Swap(update.mutable_path());
+    }
+    response.SerializeToString(&answer);
+    benchmark::DoNotOptimize(answer.data());
+    arena.Reset();
+  }
+  perLeaf(state);
+}
 
 // The same bytes parsed, and the answer's messages made and serialized by hand; no model is touched.
 void Set_MessagesAlone(benchmark::State& state) {
@@ -167,6 +219,9 @@ void Set_MessagesAlone(benchmark::State& state) {
 
 BENCHMARK(Set_Update1000)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Set_Refuse1000)->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Set_UpdateInArena)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Set_RefuseInArena)->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Set_MessagesInArena)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Set_MessagesAlone)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -34,7 +34,20 @@ namespace KelGnmiSet {
 
 Set::Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest request)
     : dataRoot_(std::move(dataRoot))
-    , request_(std::move(request)) {
+    , ownRequest_(std::move(request))
+    , request_(ownRequest_)
+    , response_(ownResponse_) {
+  requireDataRoot();
+}
+
+Set::Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest& request, gnmi::SetResponse& response)
+    : dataRoot_(std::move(dataRoot))
+    , request_(request)
+    , response_(response) {
+  requireDataRoot();
+}
+
+void Set::requireDataRoot() const {
   TOVAK_ASSERT(dataRoot_ && dataRoot_->elemSize() > 0, setTrace,
                "data root path must be an absolute non-empty path");
 }
@@ -42,13 +55,18 @@ Set::Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest request)
 Set::~Set() = default;
 
 std::pair<gnmi::SetResponse, grpc::Status> Set::execute() {
+  grpc::Status status = executeInPlace();
+  return {std::move(response_), std::move(status)};
+}
+
+grpc::Status Set::executeInPlace() {
   TOVAK_TRACE(setTrace, 0, "", "Start executing a Set request");
   grpc::Status status = executeImpl();
   root_.reset();
   handPathsOver();
   TOVAK_TRACE(setTrace, 1, "", "Result: {}", status.ok() ? "OK" : status.error_message());
   TOVAK_TRACE(setTrace, 0, "", "Finish executing a Set request");
-  return {std::move(response_), std::move(status)};
+  return status;
 }
 
 grpc::Status Set::executeImpl() {

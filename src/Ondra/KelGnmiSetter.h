@@ -57,6 +57,9 @@ public:
   // `dataRoot`: the path from the model's root directory to the entity beneath which the request's paths lie. REQUIRES at least one
   // element: asserted.
   Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest request);
+  // The caller's own messages, for `executeInPlace`. Both outlive the Set. When both lie in one protobuf arena, parsing, executing and
+  // answering a request take about half the time.
+  Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest& request, gnmi::SetResponse& response);
   ~Set();
   Set(Set const&) = delete;
   Set& operator=(Set const&) = delete;
@@ -64,10 +67,13 @@ public:
   // The response lists every operation of the request, whatever the outcome; its timestamp is left to the caller. Status codes:
   // NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
   [[nodiscard]] std::pair<gnmi::SetResponse, grpc::Status> execute();
+  // The same with the caller's messages: fills the response, which takes the paths out of the request.
+  [[nodiscard]] grpc::Status executeInPlace();
 
 private:
   using StepStatus = std::variant<bool, grpc::Status>;
 
+  void requireDataRoot() const;
   [[nodiscard]] grpc::Status executeImpl();
   // Lists the operations; their paths stay in the request until the tree, which refers to them, is gone.
   void populateResponse();
@@ -81,8 +87,10 @@ private:
                                    ValueOf const& valueOf);
 
   Kel::Ptr<Path const> dataRoot_;
-  gnmi::SetRequest request_;
-  gnmi::SetResponse response_;
+  gnmi::SetRequest ownRequest_; // unless they are the caller's
+  gnmi::SetResponse ownResponse_;
+  gnmi::SetRequest& request_;
+  gnmi::SetResponse& response_;
   std::unique_ptr<AttrTree::AttrNode> root_;
   gnmi::Path rootPath_; // the data root's elements, to the last of which the tree's root refers
 };

@@ -1,5 +1,7 @@
 #include "ondra/set_support.h"
 
+#include <google/protobuf/arena.h>
+
 #include <sstream>
 
 #include <google/protobuf/text_format.h>
@@ -43,8 +45,20 @@ gnmi::SetRequest requestOf(std::vector<Op> const& ops, std::string const& prefix
   return request;
 }
 
+// By turns with messages of its own and with the caller's, which lie in an arena.
 Outcome execute(gnmi::SetRequest request, std::string const& dataRoot) {
-  return Ondra::KelGnmiSet::Set(Ondra::Path::strToPathIs(dataRoot), std::move(request)).execute();
+  static bool inArena = false;
+  inArena = !inArena;
+  auto const root = Ondra::Path::strToPathIs(dataRoot);
+  if (!inArena) {
+    return Ondra::KelGnmiSet::Set(root, std::move(request)).execute();
+  }
+  google::protobuf::Arena arena;
+  auto& own = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
+  auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
+  own = request;
+  grpc::Status status = Ondra::KelGnmiSet::Set(root, own, response).executeInPlace();
+  return {response, std::move(status)};
 }
 
 std::string textOf(grpc::Status const& status) {
