@@ -1,9 +1,11 @@
 #include "agent/paths/Pattern.h"
 
+#include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <bitset>
+#include <string_view>
 #include <utility>
 
 #include "Kel/GenericIf.h"
@@ -54,33 +56,44 @@ Kstd::Result<std::string, std::string> canonicalKey(SchemaPlace const& list, std
   return Kstd::Result<std::string, std::string>(read.value()->gnmiStrRep());
 }
 
-void appendDescendants(Places& to, SchemaPlace const& place) {
-  for (SchemaPlace const& child : place.children()) {
-    bool const isNew = std::ranges::none_of(to, [&child](SchemaPlace const& known) {
-      return known.attr() == child.attr() && known.isLeaf() == child.isLeaf() &&
-             (known.attr() || known.type().name() == child.type().name());
-    });
-    if (!isNew) continue;
-    to.push_back(child);
-    appendDescendants(to, child);
+// Places without doubles: two branches of a pattern may meet again.
+class PlaceSet {
+public:
+  // Whether it is new.
+  bool add(SchemaPlace const& place) {
+    std::pair<void const*, std::string_view> const id{
+        place.attr() ? &place.attr().desc() : nullptr,
+        !place.attr() && place.type() ? place.type().name().view() : std::string_view()};
+    if (!known_.insert(id).second) return false;
+    places_.push_back(place);
+    return true;
   }
-}
+  void addWithDescendants(SchemaPlace const& place) {
+    if (!add(place)) return;
+    for (SchemaPlace const& child : place.children())
+      addWithDescendants(child);
+  }
+  [[nodiscard]] Places take() { return std::move(places_); }
+
+private:
+  absl::flat_hash_set<std::pair<void const*, std::string_view>> known_;
+  Places places_;
+};
 
 // What an element leads to from any of the places, before its keys are looked at.
 Places step(Places const& from, RequestElem const& elem) {
-  Places to;
+  PlaceSet to;
   for (SchemaPlace const& place : from) {
     if (elem.name == "...") {
-      to.push_back(place);
-      appendDescendants(to, place);
+      to.addWithDescendants(place);
     } else if (elem.name == "*") {
-      Places const children = place.children();
-      to.insert(to.end(), children.begin(), children.end());
+      for (SchemaPlace const& child : place.children())
+        to.add(child);
     } else if (std::optional<SchemaPlace> const child = place.child(elem.name)) {
-      to.push_back(*child);
+      to.add(*child);
     }
   }
-  return to;
+  return to.take();
 }
 
 grpc::Status notFound(RequestElem const& elem, RequestPath const& path) {

@@ -193,10 +193,13 @@ void Engine::outputHeldIs(Output output) {
   switch (output) {
   case Output::Hold: impl_->held.emplace(); break;
   case Output::Drop: impl_->held.reset(); break;
-  case Output::Release:
-    for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : *std::exchange(impl_->held, std::nullopt))
+  case Output::Release: {
+    std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> const responses = std::move(*impl_->held);
+    impl_->held.reset();
+    for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : responses)
       impl_->feeds.changed(response);
     break;
+  }
   }
 }
 

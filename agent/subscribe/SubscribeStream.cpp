@@ -122,7 +122,6 @@ void SubscribeStream::pump() {
   bool drained = false;
   bool reads = false;
   std::optional<grpc::Status> finish;
-  grpc::WriteOptions options;
   std::size_t slice = 0;
   Message::Ptr message;
   {
@@ -134,7 +133,6 @@ void SubscribeStream::pump() {
       writeSinceNs_ = runtime_.clock().monotonicNs();
       message = current_;
       slice = nextSlice_;
-      if (!queue_.empty()) options.set_buffer_hint();
       reads = message->isSync() && std::exchange(readsAfterSync_, false);
     } else if (end_) {
       finished_ = true;
@@ -149,7 +147,7 @@ void SubscribeStream::pump() {
   std::vector<grpc::Slice> const& slices = message->encoded(runtime_.limits().responseBytes);
   grpc::ByteBuffer buffer(&slices[slice], 1);
   response_.Swap(&buffer);
-  StartWrite(&response_, options);
+  StartWrite(&response_);
 }
 
 // Stands `current_` and `nextSlice_` at what is to be written next.

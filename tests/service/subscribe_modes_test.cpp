@@ -1,0 +1,312 @@
+// ONCE, POLL and STREAM against the tree, over gRPC.
+
+#include <gmock/gmock.h>
+
+#include "agent/paths/Pattern.h"
+#include "agent/subscribe/Engine.h"
+#include "service/subscribe_testing.h"
+
+using namespace ServiceTesting;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+class SubscribeModes : public testing::Test {
+protected:
+  Bench bench;
+  SubscribeService service{bench.runtime()};
+  Server server{service};
+
+  std::unique_ptr<Subscriber> call(gnmi::SubscribeRequest const& request) {
+    auto made = std::make_unique<Subscriber>(bench, server.channel());
+    made->send(request);
+    return made;
+  }
+  // What a fresh ONCE of the path gives.
+  std::map<std::string, std::string> now(std::string_view path) {
+    auto const client = call(once().add(path).done());
+    client->untilSync();
+    return client->tree;
+  }
+  std::vector<std::string> paths(Subscriber const& client) {
+    std::vector<std::string> all;
+    for (auto const& [path, value] : client.tree)
+      all.push_back(path);
+    return all;
+  }
+};
+
+TEST_F(SubscribeModes, onceSendsWhatIsThereSyncsAndEnds) {
+  bench.addInterface("eth0", 1500);
+  bench.addInterface("eth1", 9000);
+  auto const client = call(once().add("/interfaces/interface[name=eth0]/state").done());
+  EXPECT_GT(client->untilSync(), 2);
+  EXPECT_EQ(client->tree.at("/interfaces/interface[name=eth0]/state/mtu"), "uint_val:1500");
+  EXPECT_EQ(client->tree.at("/interfaces/interface[name=eth0]/state/counters/in-octets"), "uint_val:0");
+  EXPECT_THAT(client->tree, Not(Contains(testing::Key("/interfaces/interface[name=eth1]/state/mtu"))));
+  EXPECT_THAT(client->complaints, IsEmpty());
+  EXPECT_TRUE(client->status().ok());
+}
+
+TEST_F(SubscribeModes, pathsSelectTheirLeaves) {
+  for (char const* const name : {"eth0", "eth1", "lo"})
+    bench.addInterface(name);
+  struct Row {
+    char const* path;
+    std::vector<std::string> leaves;
+  };
+  std::string const all = "/interfaces/interface[name=";
+  for (Row const& row : std::vector<Row>{
+           {"/interfaces/interface[name=eth0]/state/mtu", {all + "eth0]/state/mtu"}},
+           {"/interfaces/interface[name=*]/state/mtu",
+            {all + "eth0]/state/mtu", all + "eth1]/state/mtu", all + "lo]/state/mtu"}},
+           {"/interfaces/interface/state/mtu",
+            {all + "eth0]/state/mtu", all + "eth1]/state/mtu", all + "lo]/state/mtu"}},
+           {"/interfaces/*/state/counters/in-octets",
+            {all + "eth0]/state/counters/in-octets", all + "eth1]/state/counters/in-octets",
+             all + "lo]/state/counters/in-octets"}},
+           {"/interfaces/interface[name=lo]/*/mtu", {all + "lo]/state/mtu"}},
+           {"/*/interface[name=lo]/state/mtu", {all + "lo]/state/mtu"}},
+           {"/.../in-octets",
+            {all + "eth0]/state/counters/in-octets", all + "eth1]/state/counters/in-octets",
+             all + "lo]/state/counters/in-octets"}},
+           {"/interfaces/interface[name=lo]/.../counters", {all + "lo]/state/counters/in-octets"}},
+           {"/interfaces/interface[name=none]/state", {}},
+           {"/interfaces/interface[name=lo]/ethernet", {}},
+           {"/interfaces/interface[name=lo]/name", {all + "lo]/name"}},
+       }) {
+    SCOPED_TRACE(row.path);
+    auto const client = call(once().add(row.path).done());
+    client->untilSync();
+    EXPECT_EQ(paths(*client), row.leaves);
+    EXPECT_THAT(client->complaints, IsEmpty());
+    EXPECT_TRUE(client->status().ok());
+  }
+}
+
+TEST_F(SubscribeModes, theRootIsEverything) {
+  bench.addInterface("eth0");
+  EXPECT_EQ(now("/"), now("/..."));
+  EXPECT_THAT(now("/"), Contains(testing::Key("/interfaces/interface[name=eth0]/name")));
+}
+
+TEST_F(SubscribeModes, streamTellsWhatIsThereAndThenWhatChanges) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(stream().add("/interfaces/interface[name=*]/state").done());
+  EXPECT_GT(client->untilSync(), 0);
+  eth0->state->leafIs(&Agent::InterfaceState::mtu, 1400);
+  auto const eth1 = bench.addInterface("eth1", 9000);
+  EXPECT_TRUE(client->applyUntil([&] {
+    return client->tree["/interfaces/interface[name=eth1]/state/counters/in-octets"] == "uint_val:0";
+  }));
+  EXPECT_EQ(client->tree["/interfaces/interface[name=eth0]/state/mtu"], "uint_val:1400");
+  eth1->state->leafIs(&Agent::InterfaceState::mtu, std::nullopt);
+  EXPECT_TRUE(client->applyUntil([&] { return !client->deletes.empty(); }));
+  EXPECT_EQ(client->deletes.back(), "/interfaces/interface[name=eth1]/state/mtu");
+  bench.tree().interfaces->entryDel(&Agent::Interfaces::interface, "eth1");
+  EXPECT_TRUE(client->applyUntil([&] { return client->deletes.size() > 1; }));
+  EXPECT_EQ(client->deletes.back(), "/interfaces/interface[name=eth1]/state");
+  EXPECT_EQ(client->tree, now("/interfaces/interface[name=*]/state"));
+  EXPECT_THAT(client->complaints, IsEmpty());
+  EXPECT_EQ(client->syncs, 1);
+}
+
+TEST_F(SubscribeModes, whatIsNotThereYetIsWatched) {
+  auto const client = call(stream().add("/interfaces/interface[name=eth7]/state/mtu").done());
+  EXPECT_EQ(client->untilSync(), 0);
+  bench.addInterface("eth8");
+  bench.addInterface("eth7", 1234);
+  EXPECT_TRUE(client->applyUntil([&] { return !client->tree.empty(); }));
+  EXPECT_THAT(client->tree,
+              ElementsAre(testing::Pair("/interfaces/interface[name=eth7]/state/mtu", "uint_val:1234")));
+  bench.tree().interfaces->entryDel(&Agent::Interfaces::interface, "eth7");
+  EXPECT_TRUE(client->applyUntil([&] { return client->tree.empty(); }));
+  EXPECT_THAT(client->deletes, ElementsAre("/interfaces/interface[name=eth7]/state/mtu"));
+}
+
+TEST_F(SubscribeModes, updatesOnlyBeginsWithTheSync) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(stream().add("/interfaces").updatesOnly().done());
+  EXPECT_TRUE(client->next().sync_response());
+  eth0->state->leafIs(&Agent::InterfaceState::mtu, 99);
+  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 99U);
+  auto const snapshot = call(once().add("/interfaces").updatesOnly().done());
+  EXPECT_TRUE(snapshot->next().sync_response());
+  EXPECT_TRUE(snapshot->status().ok());
+}
+
+TEST_F(SubscribeModes, eachPollIsASnapshotAndASync) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(poll().add("/interfaces/interface/state/mtu").done());
+  for (std::uint16_t mtu : {1500, 1600, 1700}) {
+    eth0->state->leafIs(&Agent::InterfaceState::mtu, mtu);
+    client->send(pollNow());
+    EXPECT_EQ(client->untilSync(), 1);
+    EXPECT_EQ(client->tree["/interfaces/interface[name=eth0]/state/mtu"], fmt::format("uint_val:{}", mtu));
+  }
+  client->halfClose();
+  EXPECT_TRUE(client->status().ok());
+}
+
+TEST_F(SubscribeModes, aHalfClosedStreamGoesOnAndACancelledOneIsForgotten) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(stream().add("/interfaces").done());
+  client->halfClose();
+  client->untilSync();
+  eth0->state->leafIs(&Agent::InterfaceState::mtu, 77);
+  EXPECT_TRUE(client->applyUntil(
+      [&] { return client->tree["/interfaces/interface[name=eth0]/state/mtu"] == "uint_val:77"; }));
+  EXPECT_EQ(bench.runtime().engine().callCount(), 1U);
+  client->cancel();
+  EXPECT_EQ(client->status().error_code(), grpc::StatusCode::CANCELLED);
+  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().engine().callCount() == 0; }));
+}
+
+TEST_F(SubscribeModes, originAndTargetComeBackAsAsked) {
+  bench.addInterface("eth0");
+  for (char const* const origin : {"", "openconfig", "openconfig-interfaces"}) {
+    for (bool const inPrefix : {false, true}) {
+      gnmi::SubscribeRequest request = once().add("/interface[name=eth0]/state/mtu").done();
+      gnmi::Path& prefix = *request.mutable_subscribe()->mutable_prefix();
+      prefix = path("/interfaces");
+      prefix.set_target("here");
+      (inPrefix ? prefix : *request.mutable_subscribe()->mutable_subscription(0)->mutable_path())
+          .set_origin(origin);
+      auto const client = call(request);
+      gnmi::SubscribeResponse const answer = client->next();
+      EXPECT_EQ(answer.update().prefix().origin(), origin);
+      EXPECT_EQ(answer.update().prefix().target(), "here");
+      EXPECT_EQ(text(answer.update().prefix(), answer.update().update(0).path()),
+                "/interfaces/interface[name=eth0]/state/mtu");
+    }
+  }
+}
+
+TEST_F(SubscribeModes, leavesComeInTheEncodingThatWasAsked) {
+  auto const eth0 = bench.addInterface("eth0");
+  eth0->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, 1'234'567'890'123);
+  for (auto const& [encoding, value] : std::vector<std::pair<gnmi::Encoding, std::string>>{
+           {gnmi::PROTO, "uint_val: 1234567890123"},
+           {gnmi::JSON, "json_val: \"1234567890123\""},
+           {gnmi::JSON_IETF, "json_ietf_val: \"\\\"1234567890123\\\"\""}}) {
+    Request request = once();
+    request.encoding = encoding;
+    auto const client = call(request.add("/interfaces/interface/state/counters/in-octets").done());
+    EXPECT_EQ(client->next().update().update(0).val().ShortDebugString(), value);
+  }
+}
+
+TEST_F(SubscribeModes, callsEndWithTheStatusOfTheAgentsEnd) {
+  auto const client = call(stream().add("/").done());
+  client->untilSync();
+  grpc::Status const away(grpc::StatusCode::UNAVAILABLE, "going down");
+  bench.runtime().engine().callsEnd(away);
+  EXPECT_EQ(client->status().error_code(), away.error_code());
+  EXPECT_EQ(call(once().add("/").done())->status().error_message(), away.error_message());
+}
+
+// --- samples, heartbeats ------------------------------------------------------------------------------------
+
+TEST_F(SubscribeModes, samplesComeAtEachTickWithThePresentTime) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client =
+      call(stream().add("/interfaces/interface/state/counters/in-octets", gnmi::SAMPLE, 2 * kSecond).done());
+  EXPECT_EQ(client->untilSync(), 1);
+  std::int64_t last = 0;
+  for (int tick = 0; tick < 3; ++tick) {
+    if (tick == 1) eth0->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, 5);
+    bench.advance(2 * kSecond);
+    gnmi::Notification const sample = client->next().update();
+    EXPECT_EQ(sample.update(0).val().uint_val(), tick == 0 ? 0U : 5U);
+    EXPECT_GE(sample.timestamp(), last + (tick == 0 ? 0 : 2 * kSecond));
+    last = sample.timestamp();
+  }
+  eth0->state->containerDel(&Agent::InterfaceState::counters); // ends are told at once
+  EXPECT_EQ(client->next().update().delete__size(), 1);
+}
+
+TEST_F(SubscribeModes, suppressedSamplesAndHeartbeats) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client =
+      call(stream()
+               .add("/interfaces/interface/state/mtu", gnmi::SAMPLE, kSecond, 3 * kSecond, true)
+               .add("/interfaces/interface/state/counters", gnmi::ON_CHANGE, 0, 3 * kSecond)
+               .done());
+  client->untilSync();
+  std::map<int, std::vector<std::string>> told; // second -> leaves
+  auto& counters = *eth0->state->counters;
+  for (int second = 1; second <= 7; ++second) {
+    if (second == 5) eth0->state->leafIs(&Agent::InterfaceState::mtu, 1000);
+    bench.advance(kSecond);
+    counters.leafIs(&Agent::InterfaceCounters::outOctets, 100 + second); // a mark that ends the second
+    for (bool marked = false; !marked;) {
+      gnmi::Notification const got = client->next().update();
+      for (gnmi::Update const& update : got.update()) {
+        std::string const leaf = update.path().elem(update.path().elem_size() - 1).name();
+        marked = marked || (leaf == "out-octets" && update.val().uint_val() == 100U + second);
+        if (leaf != "out-octets") told[second].push_back(leaf);
+      }
+    }
+  }
+  EXPECT_THAT(told,
+              ElementsAre(testing::Pair(1, ElementsAre("mtu")), // the first tick has nothing to compare with
+                          testing::Pair(3, ElementsAre("in-octets")),
+                          testing::Pair(4, ElementsAre("mtu")), // unchanged for a heartbeat
+                          testing::Pair(5, ElementsAre("mtu")), testing::Pair(6, ElementsAre("in-octets"))));
+}
+
+TEST_F(SubscribeModes, targetDefinedTellsEventsAtOnceAndSamplesCounters) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client =
+      call(stream().add("/interfaces/interface/state", gnmi::TARGET_DEFINED, 2 * kSecond).done());
+  client->untilSync();
+  eth0->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, 5);
+  eth0->state->leafIs(&Agent::InterfaceState::mtu, 1000);
+  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 1000U); // the counter waits
+  bench.advance(2 * kSecond);
+  gnmi::Notification const sample = client->next().update();
+  ASSERT_EQ(sample.update_size(), 1);
+  EXPECT_EQ(sample.update(0).val().uint_val(), 5U);
+}
+
+TEST_F(SubscribeModes, aLeafBelongsToTheNearestSubscription) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(stream()
+                               .add("/interfaces", gnmi::ON_CHANGE)
+                               .add("/interfaces/interface/state/counters", gnmi::SAMPLE, 5 * kSecond)
+                               .add("/interfaces", gnmi::ON_CHANGE) // once more
+                               .done());
+  int const initial = client->untilSync();
+  EXPECT_EQ(initial, static_cast<int>(client->tree.size())) << "each leaf once";
+  eth0->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, 5);
+  eth0->state->leafIs(&Agent::InterfaceState::mtu, 1000);
+  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 1000U);
+  bench.advance(5 * kSecond);
+  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 5U);
+}
+
+// --- staging -------------------------------------------------------------------------------------------------
+
+TEST_F(SubscribeModes, heldChangesAreReleasedOrForgotten) {
+  using Output = Agent::Engine::Output;
+  auto const eth0 = bench.addInterface("eth0");
+  auto const client = call(stream().add("/interfaces/interface/state/mtu").done());
+  client->untilSync();
+  Agent::Engine& engine = bench.runtime().engine();
+  auto const set = [&](std::uint16_t mtu) { eth0->state->leafIs(&Agent::InterfaceState::mtu, mtu); };
+  engine.outputHeldIs(Output::Hold);
+  set(1);
+  set(1500); // put back
+  engine.outputHeldIs(Output::Drop);
+  engine.outputHeldIs(Output::Hold);
+  set(2);
+  engine.outputHeldIs(Output::Release);
+  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 2U);
+}
+
+} // namespace
