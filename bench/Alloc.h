@@ -3,7 +3,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "Kel/Memory.h"
 
 namespace Bench {
 
@@ -25,6 +30,27 @@ public:
 private:
   benchmark::State& state_;
   std::uint64_t const before_;
+};
+
+// Holds all blocks that the model's free lists had left over: whoever allocates now takes fresh memory, which is seen.
+class Ballast {
+public:
+  Ballast() {
+    for (std::size_t size = 16; size <= Kel::kKelMemLargestClass; size += 16) {
+      std::size_t const before = Kel::kelMemStats().chunks;
+      while (Kel::kelMemStats().chunks == before) {
+        blocks_.emplace_back(Kel::kelMemAlloc(size), size);
+      }
+    }
+  }
+  ~Ballast() {
+    for (auto const& [block, size] : blocks_) {
+      Kel::kelMemFree(block, size);
+    }
+  }
+
+private:
+  std::vector<std::pair<void*, std::size_t>> blocks_;
 };
 
 } // namespace Bench

@@ -19,6 +19,7 @@
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/ByteRouter.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/WireWriter.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Bench {
@@ -118,10 +119,10 @@ class CountingByteRouter final : public Ondra::ByteRouter {
 public:
   bool pushBytes(Ondra::SyncId, Ondra::WalkId, Ondra::WireResponse const& response) override {
     benchmark::DoNotOptimize(response.bytes.data());
-    bytes += response.bytes.size();
+    ++pushes;
     return true;
   }
-  std::size_t bytes = 0;
+  std::size_t pushes = 0;
 };
 
 inline void addElem(gnmi::Path& path, char const* name) { path.add_elem()->mutable_name()->assign(name); }
@@ -140,6 +141,43 @@ inline gnmi::TypedValue& addLeaf(gnmi::Notification& notification, char const* n
   gnmi::Update& update = *notification.add_update();
   addElem(*update.mutable_path(), name);
   return *update.mutable_val();
+}
+
+// --- the same, in wire bytes, written from their end to their beginning -----------------------------
+
+inline void putWireElem(Ondra::WireWriter& out, std::string_view name, std::string_view key = {}) {
+  std::size_t const before = out.size();
+  if (!key.empty()) {
+    std::size_t const beforeEntry = out.size();
+    out.textField(0x12, key);
+    out.textField(0x0a, "name");
+    out.enclose(0x12, beforeEntry);
+  }
+  out.textField(0x0a, name);
+  out.enclose(0x1a, before);
+}
+
+template <class Value>
+void putWireLeaf(Ondra::WireWriter& out, char const* name, Value const& value) {
+  std::size_t const before = out.size();
+  value();
+  out.enclose(0x1a, before);
+  std::size_t const beforePath = out.size();
+  putWireElem(out, name);
+  out.enclose(0x0a, beforePath);
+  out.enclose(0x22, before);
+}
+
+// What comes before the leaves of a port's notification.
+inline void putWireHead(Ondra::WireWriter& out, std::string_view port, std::uint64_t timestamp) {
+  std::size_t const before = out.size();
+  putWireElem(out, "port", port);
+  putWireElem(out, "ports");
+  putWireElem(out, "net");
+  putWireElem(out, "bench");
+  out.enclose(0x12, before);
+  out.varintField(0x08, timestamp);
+  out.enclose(0x0a, 0);
 }
 
 } // namespace Bench

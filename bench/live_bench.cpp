@@ -18,7 +18,7 @@ namespace {
 
 using namespace Bench;
 
-void watchAll(Tree& tree, CountingRouter& router) {
+void watchAll(Tree& tree, Ondra::BaseRouter& router) {
   auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(1)},
                                           Ondra::Path::strToPathIs("/bench/net/ports"), &tree.ports(),
                                           Ondra::flagStream | Ondra::flagSnapshot);
@@ -60,33 +60,56 @@ void BM_FloorChange(benchmark::State& state) {
   }
 }
 
+void BM_FloorChangeDirect(benchmark::State& state) {
+  std::string const name = portName(17);
+  std::uint64_t value = 0;
+  Ondra::WireWriter out;
+  HeapCallsPerOp const calls(state);
+  for (auto _ : state) {
+    out.clear();
+    putWireLeaf(out, kCounterNames[0], [&] { out.varintField(0x18, ++value); });
+    putWireHead(out, name, 1'700'000'000'000'000'000 + value);
+    benchmark::DoNotOptimize(out.bytes().data());
+  }
+}
+
 // Range 0: watched leaves. Range 1: how many ports take turns in changing.
-void BM_Change(benchmark::State& state) {
+template <class Router>
+void change(benchmark::State& state, Router& router) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   Tree tree(leaves);
-  CountingRouter router(true);
   watchAll(tree, router);
   std::vector<Kel::Ptr<Port>> ports = scattered(tree);
   ports.resize(static_cast<std::size_t>(state.range(1)));
   std::uint64_t value = 0;
   std::size_t next = 0;
-  auto const change = [&] {
+  auto const changeOne = [&] {
     ports[next]->counterIs(++value);
     next = next + 1 == ports.size() ? 0 : next + 1;
   };
   for (std::size_t i = 0; i < 2 * ports.size(); ++i) {
-    change();
+    changeOne();
   }
   std::size_t const before = router.pushes;
   {
     HeapCallsPerOp const calls(state);
     for (auto _ : state) {
-      change();
+      changeOne();
     }
   }
   if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
     state.SkipWithError("each change is one response");
   }
+}
+
+void BM_Change(benchmark::State& state) {
+  CountingRouter router(true);
+  change(state, router);
+}
+
+void BM_ChangeDirect(benchmark::State& state) {
+  CountingByteRouter router;
+  change(state, router);
 }
 
 std::size_t heapInUse() {
@@ -117,27 +140,6 @@ void BM_MillionChanges(benchmark::State& state) {
   state.counters["heapCalls"] = calls;
 }
 
-// Holds all blocks that the model's free lists had left over: whoever allocates now takes fresh memory, which is seen.
-class Ballast {
-public:
-  Ballast() {
-    for (std::size_t size = 16; size <= Kel::kKelMemLargestClass; size += 16) {
-      std::size_t const before = Kel::kelMemStats().chunks;
-      while (Kel::kelMemStats().chunks == before) {
-        blocks_.emplace_back(Kel::kelMemAlloc(size), size);
-      }
-    }
-  }
-  ~Ballast() {
-    for (auto const& [block, size] : blocks_) {
-      Kel::kelMemFree(block, size);
-    }
-  }
-
-private:
-  std::vector<std::pair<void*, std::size_t>> blocks_;
-};
-
 void BM_WatchedLeafMemory(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   double held = 0;
@@ -153,6 +155,12 @@ void BM_WatchedLeafMemory(benchmark::State& state) {
 }
 
 BENCHMARK(BM_FloorChange);
+BENCHMARK(BM_FloorChangeDirect);
+BENCHMARK(BM_ChangeDirect)
+    ->ArgNames({"leaves", "ports"})
+    ->Args({1'000, 50})
+    ->Args({1'000'000, 50})
+    ->Args({1'000'000, 50'000});
 BENCHMARK(BM_Change)
     ->ArgNames({"leaves", "ports"})
     ->Args({1'000, 50})

@@ -85,11 +85,12 @@ void modelIs(std::size_t leaves) {
   made = leaves;
 }
 
-std::string requestBytes(std::size_t leaves, std::uint64_t salt, bool isRefused) {
+std::string requestBytes(std::size_t leaves, std::uint64_t salt, bool isRefused,
+                         std::size_t updates = kUpdates) {
   gnmi::SetRequest request;
   std::size_t const ports = leaves / kLeaves;
-  std::size_t const used = kUpdates / kLeaves;
-  for (std::size_t i = 0; i < kUpdates; ++i) {
+  std::size_t const used = updates / kLeaves;
+  for (std::size_t i = 0; i < updates; ++i) {
     gnmi::Update& update = *request.add_update();
     gnmi::PathElem& port = *update.mutable_path()->add_elem();
     port.set_name("port");
@@ -109,7 +110,7 @@ std::string requestBytes(std::size_t leaves, std::uint64_t salt, bool isRefused)
     }
   }
   if (isRefused) {
-    request.mutable_update(kUpdates - 1)->mutable_val()->set_int_val(-1);
+    request.mutable_update(static_cast<int>(updates) - 1)->mutable_val()->set_int_val(-1);
   }
   return request.SerializeAsString();
 }
@@ -217,6 +218,24 @@ void Set_MessagesAlone(benchmark::State& state) {
   perLeaf(state);
 }
 
+// One request with an operation for every leaf of the model.
+void Set_AMillion(benchmark::State& state) {
+  constexpr std::size_t kMany = 1'000'000;
+  modelIs(kMany);
+  std::string const bytes = requestBytes(kMany, 0, false, kMany);
+  for (auto _ : state) {
+    gnmi::SetRequest request;
+    request.ParseFromString(bytes);
+    auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot(), std::move(request)).execute();
+    if (!status.ok() || response.response_size() != static_cast<int>(kMany)) {
+      state.SkipWithError(status.error_message().c_str());
+    }
+  }
+  state.counters["ns/leaf"] = benchmark::Counter(static_cast<double>(state.iterations() * kMany) * 1e-9,
+                                                 benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+BENCHMARK(Set_AMillion)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(Set_Update1000)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Set_Refuse1000)->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Set_UpdateInArena)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond);

@@ -103,8 +103,7 @@ void fillFlat(gnmi::Notification& notification, FlatPort const& port) {
   }
 }
 
-void floorRun(benchmark::State& state, bool serialize) {
-  auto const leaves = static_cast<std::size_t>(state.range(0));
+std::vector<FlatPort> flatPorts(std::size_t leaves) {
   std::vector<FlatPort> ports(leaves / kLeavesPerPort);
   Port const like;
   for (std::size_t i = 0; i < ports.size(); ++i) {
@@ -113,6 +112,12 @@ void floorRun(benchmark::State& state, bool serialize) {
                 {portName(i), "ethernetCsma", "abcdefghijkl", "mnopqrstuvwx"},
                 {true, false, true, true}};
   }
+  return ports;
+}
+
+void floorRun(benchmark::State& state, bool serialize) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  std::vector<FlatPort> const ports = flatPorts(leaves);
   google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
   std::vector<std::uint8_t> bytes(64 * 1024);
   auto const once = [&] {
@@ -134,6 +139,35 @@ void floorRun(benchmark::State& state, bool serialize) {
   }
 }
 
+// The same bytes written directly, from the end to the beginning.
+void BM_FloorDirect(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  std::vector<FlatPort> const ports = flatPorts(leaves);
+  Ondra::WireWriter out;
+  auto const once = [&] {
+    for (FlatPort const& port : ports) {
+      out.clear();
+      for (std::size_t i = kFlagNames.size(); i-- > 0;) {
+        putWireLeaf(out, kFlagNames[i], [&] { out.varintField(0x20, port.flags[i] ? 1 : 0); });
+      }
+      for (std::size_t i = kTextNames.size(); i-- > 1;) {
+        putWireLeaf(out, kTextNames[i], [&] { out.textField(0x0a, port.texts[i]); });
+      }
+      for (std::size_t i = kCounterNames.size(); i-- > 0;) {
+        putWireLeaf(out, kCounterNames[i], [&] { out.varintField(0x18, port.counters[i]); });
+      }
+      putWireLeaf(out, kTextNames[0], [&] { out.textField(0x0a, port.texts[0]); });
+      putWireHead(out, port.texts[0], 1'700'000'000'000'000'000);
+      benchmark::DoNotOptimize(out.bytes().data());
+    }
+  };
+  once();
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    once();
+  }
+}
+
 void BM_FloorToMessages(benchmark::State& state) { floorRun(state, false); }
 void BM_FloorToBytes(benchmark::State& state) { floorRun(state, true); }
 
@@ -146,6 +180,19 @@ std::size_t heapInUse() {
 
 // A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond the model and its
 // notifiees, must not depend on how much was walked.
+// What an object of 20 leaves costs, its place in its collection included.
+void BM_ObjectMemory(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  double held = 0;
+  for (auto _ : state) {
+    Ballast const ballast;
+    std::size_t const before = heapInUse();
+    Tree const tree(leaves);
+    held = static_cast<double>(heapInUse()) - static_cast<double>(before);
+  }
+  state.counters["bytes/object"] = held / static_cast<double>(leaves / kLeavesPerPort);
+}
+
 void BM_ParkedWalk(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   auto const walked = static_cast<std::size_t>(state.range(1));
@@ -168,11 +215,13 @@ void BM_ParkedWalk(benchmark::State& state) {
   state.counters["heldBytes"] = held;
 }
 
-BENCHMARK(BM_FloorToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000);
+BENCHMARK(BM_FloorToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_FloorDirect)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_FloorToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_WalkToMessages)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_WalkToBytes)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_WalkDirect)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(BM_ObjectMemory)->ArgName("leaves")->Arg(1'000'000)->Iterations(1);
 BENCHMARK(BM_ParkedWalk)
     ->ArgNames({"leaves", "walked"})
     ->Args({1'000'000, 10})
