@@ -24,8 +24,8 @@ enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
 
 // How answers are to look. Calls that ask for the same share what is encoded for them.
 struct Frame {
-  std::string origin;
-  std::string target;
+  std::string origin = {};
+  std::string target = {};
   int encoding = 0; // gnmi::Encoding
   friend bool operator==(Frame const&, Frame const&) = default;
 };

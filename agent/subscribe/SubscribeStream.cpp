@@ -229,6 +229,7 @@ void SubscribeStream::OnDone() {
     std::lock_guard const guard(contextMutex_);
     context_ = nullptr;
   }
+  slot_.reset();
   runtime_.scheduler()->post([self = std::move(self_)] { self->runtime_.engine().callDel(*self); });
 }
 

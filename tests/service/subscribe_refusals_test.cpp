@@ -1,0 +1,184 @@
+// What is refused, with which code, and that it concerns that call alone.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+
+#include <grpcpp/generic/generic_stub.h>
+
+#include "agent/subscribe/Engine.h"
+#include "service/subscribe_testing.h"
+
+using namespace ServiceTesting;
+using Code = grpc::StatusCode;
+
+namespace {
+
+gnmi::SubscribeRequest with(gnmi::SubscribeRequest request,
+                            std::function<void(gnmi::SubscriptionList&)> const& change) {
+  change(*request.mutable_subscribe());
+  return request;
+}
+gnmi::Path& firstPath(gnmi::SubscriptionList& list) { return *list.mutable_subscription(0)->mutable_path(); }
+
+struct Row {
+  char const* what;
+  std::vector<gnmi::SubscribeRequest> requests; // one after the other
+  Code code;
+};
+
+std::vector<Row> refusals() {
+  gnmi::SubscribeRequest const good = stream().add("/interfaces").done();
+  auto const changed = [&good](std::function<void(gnmi::SubscriptionList&)> const& change) {
+    return std::vector{with(good, change)};
+  };
+  auto const list = [](Request request) { return std::vector{request.done()}; };
+  using List = gnmi::SubscriptionList;
+  return {
+      {"nothing in the first message", {gnmi::SubscribeRequest()}, Code::INVALID_ARGUMENT},
+      {"a poll before the list", {pollNow()}, Code::INVALID_ARGUMENT},
+      {"the list twice", {good, good}, Code::INVALID_ARGUMENT},
+      {"a poll of a stream", {good, pollNow()}, Code::INVALID_ARGUMENT},
+      {"an empty second message", {good, gnmi::SubscribeRequest()}, Code::INVALID_ARGUMENT},
+      {"the list twice in a poll", {poll().add("/").done(), good}, Code::INVALID_ARGUMENT},
+      {"an unknown mode", changed([](List& l) { l.set_mode(static_cast<List::Mode>(7)); }),
+       Code::INVALID_ARGUMENT},
+      {"an unknown subscription mode",
+       changed([](List& l) { l.mutable_subscription(0)->set_mode(static_cast<gnmi::SubscriptionMode>(9)); }),
+       Code::INVALID_ARGUMENT},
+      {"encoding BYTES", changed([](List& l) { l.set_encoding(gnmi::BYTES); }), Code::UNIMPLEMENTED},
+      {"encoding ASCII", changed([](List& l) { l.set_encoding(gnmi::ASCII); }), Code::UNIMPLEMENTED},
+      {"an unknown encoding", changed([](List& l) { l.set_encoding(static_cast<gnmi::Encoding>(42)); }),
+       Code::UNIMPLEMENTED},
+      {"origins in prefix and path", changed([](List& l) {
+         l.mutable_prefix()->set_origin("openconfig");
+         firstPath(l).set_origin("openconfig");
+       }),
+       Code::INVALID_ARGUMENT},
+      {"an origin that is not served", changed([](List& l) { firstPath(l).set_origin("cli"); }),
+       Code::INVALID_ARGUMENT},
+      {"a target in a path", changed([](List& l) { firstPath(l).set_target("x"); }), Code::INVALID_ARGUMENT},
+      {"an empty name", changed([](List& l) { firstPath(l).add_elem(); }), Code::INVALID_ARGUMENT},
+      {"an empty name in the prefix", changed([](List& l) { l.mutable_prefix()->add_elem(); }),
+       Code::INVALID_ARGUMENT},
+      {"a key without name",
+       changed([](List& l) { (*firstPath(l).mutable_elem(0)->mutable_key())[""] = "x"; }),
+       Code::INVALID_ARGUMENT},
+      {"129 elements", changed([](List& l) {
+         while (firstPath(l).elem_size() <= 128)
+           firstPath(l).add_elem()->set_name("a");
+       }),
+       Code::INVALID_ARGUMENT},
+      {"a path outside of the schema", list(once().add("/interfaces/nothing")), Code::NOT_FOUND},
+      {"something below a leaf", list(once().add("/interfaces/interface/state/mtu/more")), Code::NOT_FOUND},
+      {"a wildcard that leads nowhere", list(once().add("/interfaces/*/nothing")), Code::NOT_FOUND},
+      {"a key of a container", list(once().add("/interfaces[name=x]")), Code::INVALID_ARGUMENT},
+      {"an unknown key", list(once().add("/interfaces/interface[title=x]")), Code::INVALID_ARGUMENT},
+      {"a key value that cannot be",
+       list(once().add("/interfaces/interface/subinterfaces/subinterface[index=x]")), Code::INVALID_ARGUMENT},
+      {"too short an interval", list(stream().add("/", gnmi::SAMPLE, 1000)), Code::INVALID_ARGUMENT},
+      {"too short an interval of TARGET_DEFINED", list(stream().add("/", gnmi::TARGET_DEFINED, 1000)),
+       Code::INVALID_ARGUMENT},
+      {"an interval beyond all time", list(stream().add("/", gnmi::SAMPLE, ~0ULL)), Code::INVALID_ARGUMENT},
+      {"too short a heartbeat", list(stream().add("/", gnmi::ON_CHANGE, 0, 1000)), Code::INVALID_ARGUMENT},
+      {"10,000 subscriptions", changed([](List& l) {
+         for (int i = 0; i < 9'999; ++i)
+           *l.add_subscription() = l.subscription(0);
+       }),
+       Code::RESOURCE_EXHAUSTED},
+  };
+}
+
+class SubscribeRefusals : public testing::Test {
+protected:
+  explicit SubscribeRefusals(Agent::Limits const& limits = {}) : bench(limits) {}
+  Bench bench;
+  SubscribeService service{bench.runtime()};
+  Server server{service};
+};
+class FewSubscribers : public SubscribeRefusals {
+protected:
+  FewSubscribers() : SubscribeRefusals({.streams = 3}) {}
+};
+
+TEST_F(SubscribeRefusals, theTable) {
+  auto const eth0 = bench.addInterface("eth0");
+  Subscriber other(bench, server.channel());
+  other.send(stream().add("/interfaces/interface/state/mtu").done());
+  other.untilSync();
+  std::uint16_t mtu = 100;
+  for (Row const& row : refusals()) {
+    SCOPED_TRACE(row.what);
+    Subscriber client(bench, server.channel());
+    for (gnmi::SubscribeRequest const& request : row.requests)
+      client.send(request);
+    grpc::Status const status = client.status();
+    EXPECT_EQ(status.error_code(), row.code) << status.error_message();
+    EXPECT_FALSE(status.error_message().empty());
+    EXPECT_LT(status.error_message().size(), 600U);
+    eth0->state->leafIs(&Agent::InterfaceState::mtu, ++mtu); // the other call goes on
+    EXPECT_EQ(other.next().update().update(0).val().uint_val(), mtu);
+  }
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+}
+
+TEST_F(SubscribeRefusals, whatMayBeAskedThoughItDoesNothing) {
+  for (gnmi::SubscribeRequest const& request :
+       {with(once().add("/interfaces").done(), [](auto& list) { list.mutable_qos()->set_marking(0); }),
+        with(once().add("/interfaces").done(), [](auto& list) { list.set_allow_aggregation(true); }),
+        with(once().add("/interfaces").done(),
+             [](auto& list) { list.add_use_models()->set_name("openconfig-interfaces"); }),
+        with(once().add("/interfaces").done(), [](auto& list) { list.mutable_prefix(); }),
+        once().add("/", gnmi::SAMPLE, 5).done(), // of a stream alone
+        once().done()}) {
+    Subscriber client(bench, server.channel());
+    client.send(request);
+    client.untilSync();
+    EXPECT_TRUE(client.status().ok()) << request.ShortDebugString();
+  }
+}
+
+TEST_F(FewSubscribers, noMoreCallsThanAllowed) {
+  std::vector<std::unique_ptr<Subscriber>> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.push_back(std::make_unique<Subscriber>(bench, server.channel()));
+    clients.back()->send(stream().add("/interfaces").done());
+    clients.back()->untilSync();
+  }
+  Subscriber late(bench, server.channel());
+  EXPECT_EQ(late.status().error_code(), Code::RESOURCE_EXHAUSTED);
+  clients.pop_back();
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 2; }));
+  Subscriber next(bench, server.channel());
+  next.send(once().add("/interfaces").done());
+  next.untilSync();
+  EXPECT_TRUE(next.status().ok());
+}
+
+TEST_F(SubscribeRefusals, aCallThatEndsBeforeItBegins) {
+  Subscriber client(bench, server.channel());
+  client.halfClose();
+  EXPECT_EQ(client.status().error_code(), Code::INVALID_ARGUMENT);
+}
+
+TEST_F(SubscribeRefusals, bytesThatAreNoRequest) {
+  grpc::GenericStub stub(server.channel());
+  for (std::string const& bytes :
+       {std::string("\xff\xff\xff"), std::string("\x0a\x7f", 2),
+        std::string("\x0a\x09\x12\x07\x0a\x05\x1a\x03\x0a\x01\xff")}) { // a name that is not UTF-8
+    grpc::ClientContext context;
+    grpc::Slice const slice(bytes);
+    grpc::ByteBuffer const request(&slice, 1);
+    grpc::ByteBuffer answer;
+    grpc::Status status;
+    std::atomic<bool> done = false;
+    stub.UnaryCall(&context, "/gnmi.gNMI/Subscribe", {}, &request, &answer, [&](grpc::Status const& ended) {
+      status = ended;
+      done = true;
+    });
+    EXPECT_TRUE(bench.settleUntil([&] { return done.load(); }));
+    EXPECT_EQ(status.error_code(), Code::INVALID_ARGUMENT);
+  }
+}
+
+} // namespace
