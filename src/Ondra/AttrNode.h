@@ -53,12 +53,15 @@ public:
     [[nodiscard]] std::size_t size() const { return nodes_.size(); }
 
   private:
-    struct Index;
-    void addPlace(AttrNode& node);
+    struct ByElem;
+    struct ByPlace;
+    static void addPlace(ByPlace& places, AttrNode& node);
 
     Nodes nodes_;
     std::vector<AttrNode*> wildcards_;
-    std::unique_ptr<Index> index_; // only above a handful of children
+    // Only above a handful of children; that of the places only once it is asked for, as it is for members of collections.
+    std::unique_ptr<ByElem> byElem_;
+    mutable std::unique_ptr<ByPlace> byPlace_;
     mutable AttrNode* last_ = nullptr;
   };
 

@@ -39,9 +39,11 @@ struct PlaceHash {
 
 } // namespace
 
-struct AttrTree::AttrNode::AttrQueue::Index {
-  absl::flat_hash_map<PathElem const*, AttrNode*, ElemHash, ElemEqual> byElem;
-  absl::flat_hash_map<Place, AttrNode*, PlaceHash> byPlace;
+struct AttrTree::AttrNode::AttrQueue::ByElem {
+  absl::flat_hash_map<PathElem const*, AttrNode*, ElemHash, ElemEqual> map;
+};
+struct AttrTree::AttrNode::AttrQueue::ByPlace {
+  absl::flat_hash_map<Place, AttrNode*, PlaceHash> map;
 };
 
 AttrTree::AttrNode::AttrQueue::AttrQueue() = default;
@@ -53,9 +55,9 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
     return last_;
   }
   AttrNode* found = nullptr;
-  if (index_) {
-    auto const at = index_->byElem.find(&elem);
-    found = at == index_->byElem.end() ? nullptr : at->second;
+  if (byElem_) {
+    auto const at = byElem_->map.find(&elem);
+    found = at == byElem_->map.end() ? nullptr : at->second;
   } else {
     for (auto const& node : nodes_) {
       if (node->elem() == elem) {
@@ -74,9 +76,15 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr) const { ret
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle const& key) const {
   Place const wanted{attr, key};
-  if (index_) {
-    auto const at = index_->byPlace.find(wanted);
-    return at == index_->byPlace.end() ? nullptr : at->second;
+  if (nodes_.size() > kUnindexed) {
+    if (!byPlace_) {
+      byPlace_ = std::make_unique<ByPlace>();
+      for (auto const& node : nodes_) {
+        addPlace(*byPlace_, *node);
+      }
+    }
+    auto const at = byPlace_->map.find(wanted);
+    return at == byPlace_->map.end() ? nullptr : at->second;
   }
   for (auto const& node : nodes_) {
     if (!node->object().hasFilter() && Place{node->object().attr, node->object().key()} == wanted) {
@@ -87,7 +95,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
 }
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
-  if (index_ ? !index_->byElem.emplace(&node->elem(), node.get()).second : get(node->elem()) != nullptr) {
+  if (byElem_ ? !byElem_->map.emplace(&node->elem(), node.get()).second : get(node->elem()) != nullptr) {
     return false;
   }
   last_ = node.get();
@@ -95,27 +103,28 @@ bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
     wildcards_.push_back(node.get());
   }
   nodes_.push_back(std::move(node));
-  if (index_) {
-    addPlace(*nodes_.back());
-  } else if (nodes_.size() > kUnindexed) {
-    index_ = std::make_unique<Index>();
+  if (byPlace_) {
+    addPlace(*byPlace_, *nodes_.back());
+  }
+  if (!byElem_ && nodes_.size() > kUnindexed) {
+    byElem_ = std::make_unique<ByElem>();
     for (auto const& one : nodes_) {
-      index_->byElem.emplace(&one->elem(), one.get());
-      addPlace(*one);
+      byElem_->map.emplace(&one->elem(), one.get());
     }
   }
   return true;
 }
 
-void AttrTree::AttrNode::AttrQueue::addPlace(AttrNode& node) {
+void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
   if (!node.object().hasFilter()) {
-    index_->byPlace.emplace(Place{node.object().attr, node.object().key()}, &node);
+    places.map.emplace(Place{node.object().attr, node.object().key()}, &node);
   }
 }
 
 void AttrTree::AttrNode::AttrQueue::clear() {
   last_ = nullptr;
-  index_.reset();
+  byElem_.reset();
+  byPlace_.reset();
   wildcards_.clear();
   nodes_.clear();
 }

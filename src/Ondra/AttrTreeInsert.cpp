@@ -1,5 +1,6 @@
 // Recording the paths of a request in the attribute tree.
 #include <boost/container/small_vector.hpp>
+#include <optional>
 
 #include "Kel/Entity.h"
 #include "Ondra/AttrNode.h"
@@ -33,7 +34,8 @@ public:
   // The session learns of the entities that were named, whether or not the request succeeds.
   void recordDirtyPaths() const;
 
-  [[nodiscard]] Error takeError() { return std::move(error_); }
+  // REQUIRES a step that has failed.
+  [[nodiscard]] Error takeError() { return *std::move(error_); }
 
 private:
   Step existingChild(AttrNode& child, bool onPrefix);
@@ -53,18 +55,19 @@ private:
   AttrNode* attachTo_ = nullptr;
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
   boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
-  Error error_;
+  std::optional<Error> error_;
 };
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::string message,
                                                                         PathElem const* child) {
-  error_.code = grpc::StatusCode::NOT_FOUND;
-  error_.message = std::move(message);
+  Error& error = error_.emplace();
+  error.code = grpc::StatusCode::NOT_FOUND;
+  error.message = std::move(message);
   if (node_ != &root_) {
-    error_.path.push_back(node_->elem());
+    error.path.push_back(node_->elem());
   }
   if (child != nullptr) {
-    error_.path.push_back(*child);
+    error.path.push_back(*child);
   }
   return Step::Failed;
 }
