@@ -80,6 +80,8 @@ bool Server::listen(Options const& options) {
   return true;
 }
 
+Server::Server(Runtime& runtime) : runtime_(runtime) {}
+
 Server::~Server() { drain(0); }
 
 void Server::drain(std::int64_t patienceNs) {

@@ -45,7 +45,7 @@ public:
   void drain(std::int64_t patienceNs);
 
 private:
-  explicit Server(Runtime& runtime) : runtime_(runtime) {}
+  explicit Server(Runtime& runtime);
   [[nodiscard]] bool listen(Options const& options);
 
   Runtime& runtime_;

@@ -1,0 +1,142 @@
+// ondra-agent: this machine over gNMI, and a client for people. Puts the parts
+// together, and nothing else.
+#include <fmt/format.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Kel/Dir.h"
+#include "Kstd/Version.h"
+#include "Tovak/DebugHandler.h"
+#include "agent/client/Commands.h"
+#include "agent/collect/Collectors.h"
+#include "agent/data/ConfigCarrier.h"
+#include "agent/service/Runtime.h"
+#include "agent/service/ServeOptions.h"
+#include "agent/service/Server.h"
+#include "agent/service/Signals.h"
+#include "agent/service/Users.h"
+#include "agent/synthetic/Synthetic.h"
+
+namespace {
+
+constexpr std::int64_t kPatienceNs = 5'000'000'000; // with calls that run when the agent is to end
+
+int cannotStart(std::string const& why) {
+  fmt::print(stderr, "ondra-agent serve: {}\n", why);
+  return Agent::ExitCode::start;
+}
+
+// What feeds the model. Goes before the runtime; its parts belong to the
+// scheduler thread.
+struct Sources {
+  Sources(Agent::Runtime& runtime, Agent::ServeOptions const& options) {
+    if (options.syntheticLeaves > 0) {
+      auto const ports = Agent::syntheticIn(*Kel::globalDir(), options.syntheticLeaves);
+      if (options.syntheticRate > 0)
+        changes =
+            std::make_unique<Agent::SyntheticChanges>(runtime.scheduler(), *ports, options.syntheticRate);
+    }
+    if (!options.servesMachine) return;
+    Agent::Collectors::Options collecting;
+    collecting.periodNs = options.samplePeriodNs;
+    collectors = std::make_unique<Agent::Collectors>(runtime.scheduler(), runtime.tree(), collecting);
+    collectors->start();
+  }
+  std::unique_ptr<Agent::SyntheticChanges> changes;
+  std::unique_ptr<Agent::ConfigCarrier> carrier;
+  std::unique_ptr<Agent::Collectors> collectors;
+};
+
+void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
+  for (std::string const& warning : security.warnings)
+    fmt::print(stderr, "ondra-agent serve: warning: {}\n", warning);
+  for (Agent::ListenAddress const& address : server.addresses()) {
+    fmt::print(stderr, "ondra-agent serve: listening on {} ({})\n", address.text(),
+               !security.isSecure     ? "plaintext"
+               : security.asksClients ? "TLS, client certificates required"
+                                      : "TLS");
+  }
+}
+
+int serve(std::vector<std::string> const& arguments) {
+  auto options = Agent::ServeOptions::parse(arguments);
+  if (!options) {
+    fmt::print(options.error().code == Agent::ExitCode::ok ? stdout : stderr, "{}", options.error().text);
+    return options.error().code;
+  }
+  auto security = options->isSecure ? Agent::tlsSecurity(options->tls) : Agent::plaintext();
+  if (!security) return cannotStart(security.error());
+  std::shared_ptr<Agent::Authenticator> authenticator;
+  if (!options->usersFile.empty()) {
+    auto users = Agent::Users::fromFile(options->usersFile);
+    if (!users) return cannotStart(users.error());
+    authenticator = std::make_shared<Agent::Authenticator>(std::move(*users), Tovak::SystemClock::instance());
+  }
+  if (options->checksOnly) {
+    fmt::print("configuration ok\n");
+    return Agent::ExitCode::ok;
+  }
+
+  Agent::Signals signals; // before there are threads
+  if (options->syntheticLeaves > 0) Agent::declareSynthetic();
+  Agent::Runtime runtime({.limits = options->limits});
+  Sources sources(runtime, *options);
+  runtime.start();
+  auto server = Agent::Server::start({options->listen, *security, authenticator}, runtime);
+  if (!server) {
+    runtime.stop();
+    return cannotStart(server.error());
+  }
+  announce(**server, *security);
+  runtime.scheduler()->post([&runtime, addresses = (*server)->addresses(), isSecure = security->isSecure] {
+    Agent::serverFactsIs(runtime, "ondra-agent", addresses, isSecure);
+  });
+  signals.await();
+  (*server)->drain(kPatienceNs);
+  runtime.stop();
+  return Agent::ExitCode::ok;
+}
+
+struct Command {
+  std::string_view name;
+  std::string_view what;
+  int (*run)(std::vector<std::string> const& arguments);
+};
+constexpr std::array<Command, 5> kCommands = {{
+    {"serve", "serve this machine over gNMI", serve},
+    {"watch", "print updates as they come", Agent::watchCommand},
+    {"get", "print what is there", Agent::getCommand},
+    {"set", "change the configuration", Agent::setCommand},
+    {"capabilities", "print what a server can do", Agent::capabilitiesCommand},
+}};
+
+int help(std::FILE* to, int code) {
+  fmt::print(to, "usage: ondra-agent COMMAND [OPTION...]\n\n");
+  for (Command const& command : kCommands)
+    fmt::print(to, "  {:<14}{}\n", command.name, command.what);
+  fmt::print(to, "\n'ondra-agent COMMAND --help' tells its options; "
+                 "'ondra-agent --version' the version.\n");
+  return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> const arguments(argv + 1, argv + argc);
+  if (arguments.empty()) return help(stderr, Agent::ExitCode::usage);
+  for (Command const& command : kCommands) {
+    if (arguments.front() == command.name) return command.run({arguments.begin() + 1, arguments.end()});
+  }
+  if (arguments.front() == "--help" || arguments.front() == "-h") return help(stdout, Agent::ExitCode::ok);
+  if (arguments.front() == "--version") {
+    fmt::print("ondra-agent {}\n", Kstd::libraryVersion());
+    return Agent::ExitCode::ok;
+  }
+  fmt::print(stderr, "ondra-agent: no command '{}'\n", arguments.front());
+  return help(stderr, Agent::ExitCode::usage);
+}

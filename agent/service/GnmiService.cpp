@@ -1,0 +1,109 @@
+#include "agent/service/GnmiService.h"
+
+#include <utility>
+
+#include "agent/data/UnaryCalls.h"
+#include "agent/service/Users.h"
+#include "agent/subscribe/SubscribeStream.h"
+
+namespace Agent {
+namespace {
+
+// The methods in the order of the published service.
+enum Method : int { kCapabilities, kGet, kSet, kSubscribe };
+
+// A stream that is refused before it begins.
+class RefusedStream final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer> {
+public:
+  explicit RefusedStream(grpc::Status const& status) { Finish(status); }
+  void OnDone() override { delete this; }
+};
+
+grpc::ServerUnaryReactor* refused(grpc::CallbackServerContext& context, grpc::Status const& status) {
+  grpc::ServerUnaryReactor* const reactor = context.DefaultReactor();
+  reactor->Finish(status);
+  return reactor;
+}
+
+} // namespace
+
+// The messages of one call; gRPC releases it when the call is over.
+template <class Request, class Response>
+class GnmiService::UnaryCall final : public grpc::MessageHolder<grpc::ByteBuffer, Response> {
+public:
+  UnaryCall() {
+    this->set_request(&bytes_);
+    this->set_response(&response_);
+  }
+  void Release() override { delete this; }
+
+  // The bytes are let go.
+  [[nodiscard]] bool parse() {
+    return grpc::SerializationTraits<Request>::Deserialize(&bytes_, &request_).ok();
+  }
+  [[nodiscard]] Request& request() { return request_; }
+
+private:
+  grpc::ByteBuffer bytes_;
+  Request request_;
+  Response response_;
+};
+
+template <class Request, class Response>
+class GnmiService::UnaryCalls final : public grpc::MessageAllocator<grpc::ByteBuffer, Response> {
+public:
+  grpc::MessageHolder<grpc::ByteBuffer, Response>* AllocateMessages() override {
+    return new UnaryCall<Request, Response>();
+  }
+};
+
+template <class Request, class Response, class Handle>
+void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Handle handle) {
+  using Handler = grpc::internal::CallbackUnaryHandler<grpc::ByteBuffer, Response>;
+  auto handler = std::make_unique<Handler>(
+      [this, handle](grpc::CallbackServerContext* context, grpc::ByteBuffer const*, Response* response) {
+        if (grpc::Status const status = admission(*context); !status.ok()) return refused(*context, status);
+        auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
+        if (!call.parse())
+          return refused(*context, {grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
+        return handle(*context, call.request(), *response);
+      });
+  handler->SetMessageAllocator(&calls);
+  MarkMethodCallback(method, handler.release()); // which owns it from then on
+}
+
+GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator)
+    : runtime_(runtime)
+    , authenticator_(std::move(authenticator))
+    , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
+    , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, gnmi::GetResponse>>())
+    , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
+  unaryIs(kCapabilities, *capabilities_, [](auto& context, auto& request, auto& response) {
+    return capabilitiesCall(context, request, response);
+  });
+  unaryIs(kGet, *gets_, [this](auto& context, auto& request, auto& response) {
+    return getCall(context, request, response, runtime_);
+  });
+  unaryIs(kSet, *sets_, [this](auto& context, auto& request, auto& response) {
+    return setCall(context, request, response, runtime_);
+  });
+  MarkMethodRawCallback(kSubscribe,
+                        new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(
+                            [this](grpc::CallbackServerContext* context) { return subscribe(*context); }));
+}
+
+GnmiService::~GnmiService() = default;
+
+grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context) const {
+  if (closed_.load(std::memory_order_relaxed))
+    return {grpc::StatusCode::UNAVAILABLE, "the agent is going down"};
+  return authenticator_ ? authenticator_->check(context.client_metadata()) : grpc::Status::OK;
+}
+
+grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
+GnmiService::subscribe(grpc::CallbackServerContext& context) {
+  if (grpc::Status const status = admission(context); !status.ok()) return new RefusedStream(status);
+  return subscribeCall(context, runtime_);
+}
+
+} // namespace Agent
