@@ -10,6 +10,14 @@
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
+namespace {
+
+// Objects that are walked one after the other are cold. How far into one it is worth looking ahead.
+constexpr std::size_t kLine = 64;
+constexpr std::size_t kPrefetchedLines = 5;
+
+} // namespace
+
 bool FullKelTypeWalker::isTraced() {
   constexpr std::uint32_t kLevels = (1U << 10) - 1; // 0 to 9: not the error level
   return ((walkerTrace().mask() | AttrStateMap::traceMask()) & kLevels) != 0;
@@ -46,7 +54,16 @@ Kel::Ptr<GifGnmiNotifiee> FullKelTypeWalker::watchedChild(WalkRules::AttrPlan co
       !(child->type() == plan.attr.memberType())) { // a derived type may have what the plan does not know of
     return nullptr;
   }
-  return Kel::Ptr<GifGnmiNotifiee>(notifieeMaps->findHeld(child->object(), notifiee, plan.attr.id()));
+  Kel::PtrInterface const* const object = child->object();
+  for (std::size_t at = 1; at <= kPrefetchedLines;
+       ++at) { // meanwhile its values come, of which all will be read
+    __builtin_prefetch(reinterpret_cast<char const*>(object) + at * kLine);
+  }
+  GifGnmiNotifiee* const held = notifieeMaps->findHeld(object, notifiee, plan.attr.id());
+  if (held != nullptr) {
+    held->attrStates().prefetch();
+  }
+  return Kel::Ptr<GifGnmiNotifiee>(held);
 }
 
 void FullKelTypeWalker::noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
