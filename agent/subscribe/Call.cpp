@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Kel/ActivityClock.h"
-#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/ArenaRespMsg.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 #include "agent/subscribe/SubscribeStream.h"
@@ -70,7 +70,7 @@ grpc::Status Call::prepare(CallPlan const& plan) {
 
 void Call::start() {
   if (mode_ == CallMode::Stream) {
-    isLive_ = true;
+    timersOwed_ = true;
     for (auto const& subscription : subscriptions_)
       subscription->goLive();
   }
@@ -113,6 +113,7 @@ void Call::nextJob() {
 }
 
 void Call::walkEnded() {
+  pushBundles();
   engine_.walkDel(*walk_);
   walk_.reset();
   jobs_.pop_front();
@@ -121,10 +122,13 @@ void Call::walkEnded() {
 
 void Call::sync() {
   syncOwed_ = false;
-  push(Message::sync(), OutQueue::Kind::Walk);
+  for (auto const& subscription : subscriptions_)
+    subscription->catchUp();
+  Message::Ptr const mark = Message::sync();
+  push({&mark, 1}, OutQueue::Kind::Walk);
   if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {
     stream_->end(grpc::Status::OK);
-  } else if (std::exchange(isLive_, false)) { // the first of a STREAM
+  } else if (std::exchange(timersOwed_, false)) { // the first of a STREAM
     for (auto const& subscription : subscriptions_)
       subscription->timersStart();
   }
@@ -135,22 +139,48 @@ void Call::sync() {
 bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
   if (overflown_) return true;
   Job const& job = jobs_.front();
-  Message::Ptr message;
-  switch (job.purpose) {
-  case Purpose::Initial: message = job.subscription->initial(response); break;
-  case Purpose::Restart:
-  case Purpose::Heartbeat: message = job.subscription->restamped(response, LeafKind::All); break;
-  case Purpose::Sample: message = job.subscription->sampled(response); break;
+  gnmi::Notification const& notification = response->response->update();
+  Selector::Selected selected = job.purpose == Purpose::Sample
+                                    ? job.subscription->sampled(notification)
+                                    : job.subscription->selector().updates(notification, LeafKind::All);
+  if (selected.any) {
+    std::int64_t const time = job.purpose == Purpose::Initial
+                                  ? notification.timestamp()
+                                  : Kel::activityManagerStatus()->activityLoopExecNsTime();
+    bundledLeaves_ +=
+        selected.updates ? selected.updates->size() : static_cast<std::size_t>(notification.update_size());
+    bundles_[time].push_back({response, std::move(selected.updates)});
+    if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
   }
-  if (message) push(message, OutQueue::Kind::Walk);
   return !isFull();
 }
 
+void Call::pushBundles() {
+  if (bundles_.empty()) return;
+  for (auto const& subscription : subscriptions_)
+    subscription->catchUp();
+  std::shared_ptr<Frame const> const& frame = jobs_.front().subscription->frame();
+  std::size_t const limit = engine_.runtime().limits().responseBytes;
+  std::vector<Message::Ptr> messages;
+  messages.reserve(bundles_.size());
+  for (auto& [time, parts] : bundles_) {
+    // JSON takes its time, and is left to the threads that write.
+    messages.push_back(frame->encoding == gnmi::PROTO
+                           ? Message::encodedOf(std::move(parts), frame, time, limit)
+                           : Message::of(std::move(parts), frame, time));
+  }
+  bundles_.clear();
+  bundledLeaves_ = 0;
+  push(messages, OutQueue::Kind::Walk);
+}
+
+void Call::sliceEnded() { pushBundles(); }
+
 bool Call::isFull() const { return stream_->isFull(); }
 
-void Call::push(Message::Ptr const& message, OutQueue::Kind kind) {
+void Call::push(std::span<Message::Ptr const> messages, OutQueue::Kind kind) {
   if (overflown_) return;
-  SubscribeStream::Pushed const pushed = stream_->push(message, kind);
+  SubscribeStream::Pushed const pushed = stream_->push(messages, kind);
   if (pushed == SubscribeStream::Pushed::Taken) return;
   overflown_ = true;
   if (pushed == SubscribeStream::Pushed::SyncLost) syncOwed_ = true;
@@ -166,7 +196,11 @@ void Call::drained() {
 
 // Too much has changed to be told one by one: everything ends and is told anew. Changes since are part of that.
 void Call::restart() {
+  for (auto const& subscription : subscriptions_)
+    subscription->catchUp(); // which is dropped
   overflown_ = false;
+  bundles_.clear();
+  bundledLeaves_ = 0;
   if (walk_) engine_.walkDel(*walk_);
   walk_.reset();
   jobs_.clear();
@@ -176,7 +210,8 @@ void Call::restart() {
     auto ends = std::make_unique<gnmi::Notification>();
     ends->set_timestamp(clock.activityLoopExecNsTime());
     *ends->add_delete_() = subscription->selector().anchor();
-    push(Message::of(std::move(ends), subscription->frame()), OutQueue::Kind::Walk);
+    Message::Ptr const message = Message::of(std::move(ends), subscription->frame());
+    push({&message, 1}, OutQueue::Kind::Walk);
   }
   clock.activityLoopExecNsTimeInc(1);
   bool const syncWasOwed = syncOwed_;

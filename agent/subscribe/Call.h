@@ -3,7 +3,8 @@
 // Invariants
 // 1. Snapshots of a STREAM start only once the whole model is watched and the call is live: whatever changes from then on is told, by the
 //    walk, by a change, or by both with the later one last.
-// 2. Snapshot, changes and sync go into the one queue in the order in which they are found.
+// 2. Snapshot, changes and sync go into the one queue in the order in which they are found: before anything of a walk is queued, the
+//    changes that wait are.
 // 3. One walk at a time. A job that waits or runs already is not queued again.
 // 4. The sync is owed until it is queued behind the last snapshot; a queue that was dropped gives back the sync it held.
 // 5. While it must start over (`overflown_`) nothing is queued: the snapshot that follows tells it all.
@@ -12,7 +13,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include <grpcpp/support/status.h>
@@ -55,7 +58,7 @@ public:
     Heartbeat, // everything
   };
   void walkIs(Subscription& subscription, Purpose purpose);
-  void push(Message::Ptr const& message, OutQueue::Kind kind);
+  void push(std::span<Message::Ptr const> messages, OutQueue::Kind kind);
   [[nodiscard]] Engine& engine() noexcept { return engine_; }
 
 private:
@@ -67,12 +70,14 @@ private:
 
   bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) override;
   [[nodiscard]] bool isFull() const override;
+  void sliceEnded() override;
   void walkEnded() override;
 
   void snapshot(Purpose purpose);
   void nextJob();
   void sync();
   void restart();
+  void pushBundles();
 
   Engine& engine_;
   std::shared_ptr<SubscribeStream> const stream_;
@@ -81,8 +86,10 @@ private:
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::deque<Job> jobs_; // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
+  std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
+  std::size_t bundledLeaves_ = 0;
   bool syncOwed_ = false;
-  bool isLive_ = false;
+  bool timersOwed_ = false; // of a STREAM, until the first sync
   bool overflown_ = false;
   bool halfClosed_ = false;
 };

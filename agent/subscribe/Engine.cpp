@@ -85,7 +85,10 @@ private:
 
 class Engine::Impl final : public Ondra::BaseRouter {
 public:
-  Impl(Engine& theEngine, Runtime& theRuntime) : engine(theEngine), runtime(theRuntime) {}
+  Impl(Engine& theEngine, Runtime& theRuntime)
+      : engine(theEngine)
+      , runtime(theRuntime)
+      , feeds(theRuntime.scheduler()) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
     if (syncId == Ondra::SyncId()) {

@@ -1,22 +1,25 @@
 #include "agent/subscribe/Feed.h"
 
+#include <absl/hash/hash.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <deque>
 #include <utility>
 
 #include "Ondra/ArenaRespMsg.h"
+#include "Tovak/Task.h"
+#include "Tovak/TaskScheduler.h"
 #include "agent/paths/OutPath.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 
-void Feed::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
+// --- making messages --------------------------------------------------------------------------------------
+
+bool Feed::take(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
   gnmi::Notification const& notification = response->response->update();
-  auto const tell = [this](Message::Ptr const& message) {
-    for (std::size_t i = 0; i < members.size(); ++i)
-      members[i]->changed(message);
-  };
+  bool any = false;
   if (notification.delete__size() > 0) {
     std::vector<gnmi::Path> ends;
     for (gnmi::Path const& path : notification.delete_())
@@ -26,13 +29,94 @@ void Feed::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
       made->set_timestamp(notification.timestamp());
       for (gnmi::Path& path : ends)
         made->add_delete_()->Swap(&path);
-      tell(Message::of(std::move(made), frame));
+      close();
+      log_.push_back(Message::of(std::move(made), frame));
+      any = true;
     }
   }
-  if (mode == LeafMode::Sample) return;
+  if (mode == LeafMode::Sample) return any;
   Selector::Selected selected =
       selector.updates(notification, mode == LeafMode::OnChange ? LeafKind::All : LeafKind::Event);
-  if (selected.any) tell(Message::of(response, frame, std::move(selected.updates), 0));
+  if (!selected.any) return any;
+  bundle(response, std::move(selected.updates));
+  return true;
+}
+
+void Feed::bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates) {
+  gnmi::Notification const& notification = response->response->update();
+  if (notification.timestamp() != openTime_ || openLeaves_ >= kLeavesPerMessage) close();
+  if (repeatsPath(notification, updates)) {
+    close();
+    static_cast<void>(repeatsPath(notification, updates));
+  }
+  openTime_ = notification.timestamp();
+  openLeaves_ += updates ? updates->size() : static_cast<std::size_t>(notification.update_size());
+  open_.push_back({response, std::move(updates)});
+}
+
+// Whether one of the paths is in the open message already; enters them.
+bool Feed::repeatsPath(gnmi::Notification const& notification, Selection const& updates) {
+  bool repeats = false;
+  auto const enter = [&](gnmi::Update const& update) {
+    std::string const bytes = pathBytes(PathView(notification.prefix(), update.path(), 0));
+    repeats = !openPaths_.insert(absl::HashOf(bytes)).second || repeats;
+  };
+  if (updates) {
+    for (std::uint32_t const at : *updates)
+      enter(notification.update(static_cast<int>(at)));
+  } else {
+    for (gnmi::Update const& update : notification.update())
+      enter(update);
+  }
+  return repeats;
+}
+
+void Feed::close() {
+  openPaths_.clear();
+  openLeaves_ = 0;
+  if (!open_.empty()) log_.push_back(Message::of(std::exchange(open_, {}), frame, openTime_));
+}
+
+// --- delivering -------------------------------------------------------------------------------------------
+
+void Feed::catchUp(FeedMember& member) {
+  close();
+  std::uint64_t const from = std::exchange(member.position_, end());
+  if (from < end()) member.changed(std::span(log_).subspan(from - first_));
+}
+
+bool Feed::deliver(Tovak::Task const& task) {
+  for (;;) {
+    if (nextMember_ == 0) {
+      close();
+      deliveryEnd_ = end();
+    }
+    while (nextMember_ < members_.size()) {
+      catchUp(*members_[nextMember_++]);
+      if (nextMember_ < members_.size() && task.taskShouldYield()) return false;
+    }
+    nextMember_ = 0;
+    log_.erase(log_.begin(), log_.begin() + static_cast<std::ptrdiff_t>(deliveryEnd_ - first_));
+    first_ = deliveryEnd_;
+    if (log_.empty() && open_.empty()) return true;
+    if (task.taskShouldYield()) return false;
+  }
+}
+
+void Feed::memberIs(FeedMember& member) {
+  close();
+  member.position_ = end();
+  members_.push_back(&member);
+}
+
+void Feed::memberDel(FeedMember& member) {
+  auto const found = std::ranges::find(members_, &member);
+  if (found == members_.end()) return;
+  // The last one takes its place, which the delivery may have passed already.
+  if (members_.back() != &member) catchUp(*members_.back());
+  *found = members_.back();
+  members_.pop_back();
+  nextMember_ = std::min(nextMember_, members_.size());
 }
 
 // --- the index --------------------------------------------------------------------------------------------
@@ -42,8 +126,38 @@ struct FeedIndex::Node {
   std::vector<std::shared_ptr<Feed>> feeds;
 };
 
-FeedIndex::FeedIndex() : root_(std::make_unique<Node>()) {}
-FeedIndex::~FeedIndex() = default;
+// Gives the members of the feeds that are due what there is for them.
+class FeedIndex::Delivery final : public Tovak::Task {
+public:
+  explicit Delivery(std::shared_ptr<Tovak::TaskScheduler> scheduler)
+      : Tovak::Task(std::move(scheduler), "DeliverChanges", Tovak::TaskPriority::high) {}
+
+  void feedIs(std::shared_ptr<Feed> const& feed) {
+    if (std::exchange(feed->isDue, true)) return;
+    due_.push_back(feed);
+    scheduleTask();
+  }
+  void taskExecute() override {
+    while (!due_.empty()) {
+      std::shared_ptr<Feed> const feed = due_.front();
+      bool const done = feed->deliver(*this);
+      if (done) {
+        feed->isDue = false;
+        due_.pop_front();
+      }
+      if (!done || taskShouldYield()) break;
+    }
+    if (!due_.empty()) scheduleTask();
+  }
+
+private:
+  std::deque<std::shared_ptr<Feed>> due_;
+};
+
+FeedIndex::FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler)
+    : root_(std::make_unique<Node>())
+    , delivery_(std::make_shared<Delivery>(std::move(scheduler))) {}
+FeedIndex::~FeedIndex() { delivery_->descheduleTask(); }
 
 namespace {
 
@@ -81,8 +195,9 @@ std::shared_ptr<Feed> FeedIndex::feedIs(Selector const& selector, Frame const& f
 }
 
 void FeedIndex::memberIs(std::shared_ptr<Feed> const& feed, FeedMember& member) {
-  feed->members.push_back(&member);
-  if (feed->members.size() > 1) return;
+  bool const isFirst = feed->empty();
+  feed->memberIs(member);
+  if (!isFirst) return;
   Node* node = root_.get();
   for (std::string& bytes : anchorBytes(*feed->selector.pattern())) {
     std::unique_ptr<Node>& below = node->below[std::move(bytes)];
@@ -94,11 +209,8 @@ void FeedIndex::memberIs(std::shared_ptr<Feed> const& feed, FeedMember& member) 
 }
 
 void FeedIndex::memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member) {
-  auto const found = std::ranges::find(feed->members, &member);
-  if (found == feed->members.end()) return;
-  std::swap(*found, feed->members.back());
-  feed->members.pop_back();
-  if (!feed->members.empty()) return;
+  feed->memberDel(member);
+  if (!feed->empty()) return;
   std::vector<std::string> const anchor = anchorBytes(*feed->selector.pattern());
   std::vector<Node*> road{root_.get()};
   for (std::string const& bytes : anchor)
@@ -116,8 +228,9 @@ void FeedIndex::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
   if (count_ == 0) return;
   find(response->response->update());
   std::vector<std::shared_ptr<Feed>> const found = std::exchange(found_, {});
-  for (std::shared_ptr<Feed> const& feed : found)
-    feed->changed(response);
+  for (std::shared_ptr<Feed> const& feed : found) {
+    if (feed->take(response)) delivery_->feedIs(feed);
+  }
 }
 
 void FeedIndex::find(gnmi::Notification const& notification) {

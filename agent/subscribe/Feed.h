@@ -1,16 +1,21 @@
 // Agent::Feed, FeedIndex: the way of changes to those that are subscribed to them.
 //
 // Invariants
-// 1. Subscriptions that ask for the same share one feed: a change is selected and framed once for all of them.
+// 1. Subscriptions that ask for the same share one feed: a change is selected, framed and encoded once for all of them.
 // 2. A feed is in the index, at its pattern's anchor, exactly while it has members.
 // 3. A change is compared with the patterns of those feeds alone whose anchors lie above it (for the end of a path: or below).
+// 4. Changes of one time that follow each other become one message. A path that is in it already, and the end of a path, close it.
+// 5. Every member gets all messages that were made since it joined, each once, in their order; when exactly is up to the delivery, which
+//    is cut into slices, or to the member, which catches up before it queues anything else.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,6 +25,10 @@
 namespace Ondra {
 class ArenaRespMsg;
 } // namespace Ondra
+namespace Tovak {
+class Task;
+class TaskScheduler;
+} // namespace Tovak
 
 namespace Agent {
 
@@ -27,7 +36,11 @@ namespace Agent {
 class FeedMember {
 public:
   virtual ~FeedMember() = default;
-  virtual void changed(Message::Ptr const& message) = 0;
+  virtual void changed(std::span<Message::Ptr const> messages) = 0;
+
+private:
+  friend class Feed;
+  std::uint64_t position_ = 0; // number of the message that it gets next
 };
 
 class Feed {
@@ -37,20 +50,45 @@ public:
       , frame(std::move(theFrame))
       , mode(theMode) {}
 
-  // Tells the members of what concerns them: ends of paths first, then updates.
-  void changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  // Takes what of a change concerns the members: ends of paths first, then updates. Whether anything did.
+  bool take(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  // Gives a member what it has not got yet.
+  void catchUp(FeedMember& member);
+  // Gives all members what they have not got yet; false when it was told to yield before the end.
+  bool deliver(Tovak::Task const& task);
+
+  void memberIs(FeedMember& member);
+  // REQUIRES that it is one.
+  void memberDel(FeedMember& member);
+  [[nodiscard]] bool empty() const noexcept { return members_.empty(); }
 
   Selector const selector;
   std::shared_ptr<Frame const> const frame;
   LeafMode const mode;
-  std::vector<FeedMember*> members;
   std::uint64_t seen = 0; // by which change it has been found already
+  bool isDue = false;     // waits for the delivery
+
+private:
+  void bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates);
+  [[nodiscard]] bool repeatsPath(gnmi::Notification const& notification, Selection const& updates);
+  void close();
+  [[nodiscard]] std::uint64_t end() const noexcept { return first_ + log_.size(); }
+
+  std::vector<FeedMember*> members_;
+  std::size_t nextMember_ = 0;    // of the delivery
+  std::uint64_t deliveryEnd_ = 0; // before which the members so far have got all
+  std::vector<Message::Ptr> log_; // what some member has not got yet
+  std::uint64_t first_ = 0;       // its number
+  Message::Parts open_;           // the message that is being made
+  std::int64_t openTime_ = 0;
+  std::size_t openLeaves_ = 0;
+  absl::flat_hash_set<std::size_t> openPaths_; // hashes
 };
 
 // Scheduler thread.
 class FeedIndex {
 public:
-  FeedIndex();
+  explicit FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler);
   ~FeedIndex();
 
   // The feed that such subscriptions share; one of its own for a subscription with rivals. Not indexed before it has a member.
@@ -58,12 +96,12 @@ public:
   void memberIs(std::shared_ptr<Feed> const& feed, FeedMember& member);
   void memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member);
 
-  // Tells every feed that the notification concerns.
+  // Takes a change into every feed that it concerns, to be delivered in the turns that follow.
   void changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
-  [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
 
 private:
   struct Node;
+  class Delivery;
   void find(gnmi::Notification const& notification);
   void take(Node const& node);
   void takeBelow(Node const& node);
@@ -74,6 +112,7 @@ private:
   std::size_t count_ = 0; // of feeds that have members
   std::uint64_t change_ = 0;
   std::vector<std::shared_ptr<Feed>> found_;
+  std::shared_ptr<Delivery> const delivery_;
 };
 
 } // namespace Agent

@@ -23,21 +23,36 @@ Message::Ptr Message::sync() {
   static Ptr const* const one = [] {
     std::shared_ptr<Message> const message = made();
     message->bytes_ = sizeof(Message);
+    message->isSync_ = true;
     return new Ptr(message);
   }();
   return *one;
 }
 
-Message::Ptr Message::of(std::shared_ptr<Ondra::ArenaRespMsg> response, std::shared_ptr<Frame const> frame,
-                         Selection updates, std::int64_t timestamp) {
+Message::Ptr Message::of(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp) {
   std::shared_ptr<Message> message = made();
-  message->notification_ = &response->response->update();
-  message->timestamp_ = timestamp != 0 ? timestamp : message->notification_->timestamp();
-  message->bytes_ = sizeof(Message) + response->spaceAllocated();
-  if (updates) message->bytes_ += updates->capacity() * sizeof(std::uint32_t);
-  message->response_ = std::move(response);
+  message->bytes_ = sizeof(Message);
+  for (Part const& part : parts) {
+    message->bytes_ += sizeof(Part) + part.response->spaceAllocated();
+    if (part.updates) message->bytes_ += part.updates->capacity() * sizeof(std::uint32_t);
+  }
+  message->parts_ = std::move(parts);
   message->frame_ = std::move(frame);
-  message->updates_ = std::move(updates);
+  message->timestamp_ = timestamp;
+  return message;
+}
+
+Message::Ptr Message::encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
+                                std::size_t limit) {
+  std::shared_ptr<Message> message = made();
+  message->parts_ = std::move(parts);
+  message->frame_ = std::move(frame);
+  message->timestamp_ = timestamp;
+  static_cast<void>(message->encoded(limit));
+  message->parts_.clear();
+  message->bytes_ = sizeof(Message);
+  for (grpc::Slice const& slice : message->encoded_)
+    message->bytes_ += sizeof(grpc::Slice) + slice.size();
   return message;
 }
 
@@ -47,10 +62,25 @@ Message::Ptr Message::of(std::unique_ptr<gnmi::Notification> notification,
   message->timestamp_ = notification->timestamp();
   message->bytes_ = sizeof(Message) + notification->SpaceUsedLong();
   message->own_ = std::move(notification);
-  message->notification_ = message->own_.get();
   message->frame_ = std::move(frame);
-  message->tellsDeletes_ = true;
   return message;
+}
+
+void Message::forEachUpdate(OnUpdate visit) const {
+  if (own_) {
+    for (gnmi::Update const& update : own_->update())
+      visit(own_->prefix(), update);
+  }
+  for (Part const& part : parts_) {
+    gnmi::Notification const& notification = part.response->response->update();
+    if (part.updates) {
+      for (std::uint32_t const at : *part.updates)
+        visit(notification.prefix(), notification.update(static_cast<int>(at)));
+    } else {
+      for (gnmi::Update const& update : notification.update())
+        visit(notification.prefix(), update);
+    }
+  }
 }
 
 std::vector<grpc::Slice> const& Message::encoded(std::size_t limit) const {

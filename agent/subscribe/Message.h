@@ -2,9 +2,13 @@
 //
 // Invariants
 // 1. Immutable but for what is encoded, which is made once, on the thread that first asks, and shared by all queues that hold the
-//    message.
-// 2. The notification is internal: its paths begin with the data root. The frame says how it is told.
+//    message. What has been encoded ahead keeps nothing else.
+// 2. All of one message is of one time, and no path is in it twice.
+// 3. Notifications are internal: their paths begin with the data root. The frame says how they are told.
 #pragma once
+
+#include <absl/container/inlined_vector.h>
+#include <absl/functional/function_ref.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -19,6 +23,8 @@
 
 namespace gnmi {
 class Notification;
+class Path;
+class Update;
 } // namespace gnmi
 namespace Ondra {
 class ArenaRespMsg;
@@ -29,16 +35,23 @@ namespace Agent {
 // Which updates of a notification are meant: all, or those of these positions.
 using Selection = std::optional<std::vector<std::uint32_t>>;
 
-// A response of the library as it is to be told to some subscribers, a notification of the agent's own, or the sync. Shared; dropped on
-// any thread.
+// Updates of responses of the library as they are to be told to some subscribers; or a notification of the agent's own; or the sync.
+// Shared; dropped on any thread.
 class Message {
 public:
   using Ptr = std::shared_ptr<Message const>;
+  struct Part {
+    std::shared_ptr<Ondra::ArenaRespMsg> response; // its updates alone are meant
+    Selection updates;
+  };
+  using Parts = absl::InlinedVector<Part, 1>;
 
   [[nodiscard]] static Ptr sync();
-  // `timestamp`: instead of the response's own, unless 0. The deletes of the response are left out.
-  [[nodiscard]] static Ptr of(std::shared_ptr<Ondra::ArenaRespMsg> response,
-                              std::shared_ptr<Frame const> frame, Selection updates, std::int64_t timestamp);
+  // REQUIRES a part. `timestamp` stands for the responses' own.
+  [[nodiscard]] static Ptr of(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp);
+  // The same, encoded at once: the responses are free again.
+  [[nodiscard]] static Ptr encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
+                                     std::size_t limit);
   // All of it.
   [[nodiscard]] static Ptr of(std::unique_ptr<gnmi::Notification> notification,
                               std::shared_ptr<Frame const> frame);
@@ -49,28 +62,28 @@ public:
   Message(Message const&) = delete;
   Message& operator=(Message const&) = delete;
 
-  [[nodiscard]] bool isSync() const noexcept { return notification_ == nullptr; }
+  [[nodiscard]] bool isSync() const noexcept { return isSync_; }
   // Memory that the message keeps, as it is counted against a subscriber's bound.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   // The encoded responses, none longer than `limit` unless a single leaf is. Any thread.
   [[nodiscard]] std::vector<grpc::Slice> const& encoded(std::size_t limit) const;
 
-  // REQUIRES that it is no sync, here and below.
-  [[nodiscard]] gnmi::Notification const& notification() const noexcept { return *notification_; }
+  // --- what it says, unless it was encoded ahead --------------------------------------------------
   [[nodiscard]] std::shared_ptr<Frame const> const& frame() const noexcept { return frame_; }
   [[nodiscard]] std::int64_t timestamp() const noexcept { return timestamp_; }
-  [[nodiscard]] Selection const& updates() const noexcept { return updates_; }
-  [[nodiscard]] bool tellsDeletes() const noexcept { return tellsDeletes_; }
+  using OnUpdate = absl::FunctionRef<void(gnmi::Path const& prefix, gnmi::Update const& update)>;
+  void forEachUpdate(OnUpdate visit) const;
+  // Null unless it is of the agent's own.
+  [[nodiscard]] gnmi::Notification const* own() const noexcept { return own_.get(); }
+  [[nodiscard]] Parts const& parts() const noexcept { return parts_; }
 
 private:
-  std::shared_ptr<Ondra::ArenaRespMsg> response_; // or
+  Parts parts_; // or
   std::unique_ptr<gnmi::Notification> own_;
-  gnmi::Notification const* notification_ = nullptr; // of one of the two
   std::shared_ptr<Frame const> frame_;
-  Selection updates_;
   std::int64_t timestamp_ = 0;
   std::size_t bytes_ = 0;
-  bool tellsDeletes_ = false;
+  bool isSync_ = false;
   mutable std::once_flag once_;
   mutable std::vector<grpc::Slice> encoded_;
 };

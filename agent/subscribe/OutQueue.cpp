@@ -55,28 +55,16 @@ bool OutQueue::takeDrained() noexcept { return std::exchange(drained_, false); }
 // --- coalescing -------------------------------------------------------------------------------------------
 
 void OutQueue::takeApart(Message const& message) {
-  gnmi::Notification const& notification = message.notification();
-  gnmi::Path path = notification.prefix();
-  int const depth = path.elem_size();
-  auto const complete = [&path, depth](gnmi::Path const& below) -> gnmi::Path const& {
-    path.mutable_elem()->DeleteSubrange(depth, path.elem_size() - depth);
-    path.mutable_elem()->MergeFrom(below.elem());
-    return path;
-  };
-  if (message.tellsDeletes()) {
-    for (gnmi::Path const& below : notification.delete_())
-      putDelete(message, complete(below));
+  if (message.own() != nullptr) {
+    for (gnmi::Path const& path : message.own()->delete_())
+      putDelete(message, path);
   }
-  auto const put = [&](gnmi::Update const& update) {
-    putUpdate(message, complete(update.path()), update.val(), update.duplicates());
-  };
-  if (message.updates()) {
-    for (std::uint32_t const at : *message.updates())
-      put(notification.update(static_cast<int>(at)));
-  } else {
-    for (gnmi::Update const& update : notification.update())
-      put(update);
-  }
+  gnmi::Path path;
+  message.forEachUpdate([&](gnmi::Path const& prefix, gnmi::Update const& update) {
+    path = prefix;
+    path.mutable_elem()->MergeFrom(update.path().elem());
+    putUpdate(message, path, update.val(), update.duplicates());
+  });
 }
 
 void OutQueue::putUpdate(Message const& message, gnmi::Path const& path, gnmi::TypedValue const& value,

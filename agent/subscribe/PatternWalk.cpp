@@ -52,6 +52,7 @@ public:
     std::shared_ptr<Tovak::Task> const self = shared_from_this();
     Ondra::WalkTask::taskExecute();
     object_.reset();
+    if (owner_ != nullptr) owner_->receiver_.sliceEnded();
   }
   bool providerPaused() const override { return owner_ == nullptr; }
   void walkDone(Ondra::SyncWalkId const&, bool) override {
@@ -112,6 +113,7 @@ void PatternWalk::startRun() {
 }
 
 void PatternWalk::runEnded() {
+  receiver_.sliceEnded();
   run_->ownerDel();
   run_.reset();
   info_->task.reset();

@@ -33,6 +33,8 @@ public:
     virtual ~Receiver() = default;
     // A response as it is walked: more than the pattern may cover. False: no more until `resume`.
     virtual bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) = 0;
+    // A slice is over: other work, and changes of the model, may follow.
+    virtual void sliceEnded() {}
     // Whether it would answer false.
     [[nodiscard]] virtual bool isFull() const { return false; }
     // All has been told. May drop the walk.

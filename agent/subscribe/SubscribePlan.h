@@ -19,6 +19,8 @@ namespace Agent {
 
 struct Limits;
 
+inline constexpr std::size_t kLeavesPerMessage = 1000; // from which on no more are bundled
+
 enum class CallMode : std::uint8_t { Stream, Once, Poll };
 enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
 
@@ -26,7 +28,8 @@ enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
 struct Frame {
   std::string origin = {};
   std::string target = {};
-  int encoding = 0; // gnmi::Encoding
+  int encoding = 0;            // gnmi::Encoding
+  std::size_t prefixDepth = 0; // how many elements, the data root aside, the prefix of a notification has
   friend bool operator==(Frame const&, Frame const&) = default;
 };
 

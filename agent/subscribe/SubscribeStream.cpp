@@ -99,14 +99,17 @@ grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
 
 // --- responses --------------------------------------------------------------------------------------------
 
-SubscribeStream::Pushed SubscribeStream::push(Message::Ptr const& message, OutQueue::Kind kind) {
+SubscribeStream::Pushed SubscribeStream::push(std::span<Message::Ptr const> messages, OutQueue::Kind kind) {
   bool pumpIs = false;
   Pushed result = Pushed::Taken;
   {
     std::lock_guard const guard(mutex_);
     if (end_) return result;
-    if (queue_.push(message, kind) == OutQueue::Pushed::Overflow)
+    for (Message::Ptr const& message : messages) {
+      if (queue_.push(message, kind) == OutQueue::Pushed::Taken) continue;
       result = queue_.hasDroppedSync() ? Pushed::SyncLost : Pushed::Overflow;
+      break;
+    }
     pumpIs = !writing_ && !std::exchange(pumpComes_, true);
   }
   if (pumpIs) runtime_.engine().pumpIs(shared_from_this());

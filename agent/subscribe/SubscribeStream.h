@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include <grpcpp/grpcpp.h>
@@ -45,7 +46,7 @@ public:
     Overflow, // everything has been dropped; `Call::drained` follows
     SyncLost, // and a sync was among it
   };
-  [[nodiscard]] Pushed push(Message::Ptr const& message, OutQueue::Kind kind);
+  [[nodiscard]] Pushed push(std::span<Message::Ptr const> messages, OutQueue::Kind kind);
   [[nodiscard]] bool isFull() const;
 
   // --- any thread -------------------------------------------------------------------------------

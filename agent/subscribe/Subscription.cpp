@@ -1,10 +1,9 @@
 #include "agent/subscribe/Subscription.h"
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
-#include "Kel/ActivityClock.h"
-#include "Ondra/ArenaRespMsg.h"
 #include "Tovak/Clock.h"
 #include "agent/paths/OutPath.h"
 #include "agent/service/Runtime.h"
@@ -21,8 +20,11 @@ Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encodin
     , heartbeatNs_(plan.heartbeatNs)
     , suppresses_(plan.suppressRedundant)
     , selector_(std::make_unique<Selector const>(std::move(selector)))
-    , frame_(std::make_shared<Frame>(
-          Frame{.origin = plan.path.origin, .target = plan.path.target, .encoding = encoding})) {}
+    , frame_(std::make_shared<Frame>(Frame{.origin = plan.path.origin,
+                                           .target = plan.path.target,
+                                           .encoding = encoding,
+                                           .prefixDepth = std::min(selector_->pattern()->anchorDepth(),
+                                                                   selector_->pattern()->objectDepth())})) {}
 
 Subscription::~Subscription() {
   if (feed_) call_.engine().feeds().memberDel(feed_, *this);
@@ -52,31 +54,17 @@ void Subscription::timersStart() {
   }
 }
 
-// --- walks ------------------------------------------------------------------------------------------------
-
-Message::Ptr Subscription::initial(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
-  gnmi::Notification const& notification = response->response->update();
-  Selector::Selected selected = selector().updates(notification, LeafKind::All);
-  return selected.any ? Message::of(response, frame_, std::move(selected.updates), 0) : nullptr;
+void Subscription::catchUp() {
+  if (feed_) feed_->catchUp(*this);
 }
 
-Message::Ptr Subscription::restamped(std::shared_ptr<Ondra::ArenaRespMsg> const& response, LeafKind kind) {
-  gnmi::Notification const& notification = response->response->update();
-  Selector::Selected selected = selector().updates(notification, kind);
-  if (!selected.any) return nullptr;
-  return Message::of(response, frame_, std::move(selected.updates),
-                     Kel::activityManagerStatus()->activityLoopExecNsTime());
-}
+// --- samples ----------------------------------------------------------------------------------------------
 
-Message::Ptr Subscription::sampled(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
+Selector::Selected Subscription::sampled(gnmi::Notification const& notification) {
   LeafKind const kind = mode_ == LeafMode::TargetDefined ? LeafKind::Sampled : LeafKind::All;
-  if (!suppresses_) return restamped(response, kind);
-  gnmi::Notification const& notification = response->response->update();
-  Selector::Selected selected = selector().updates(
-      notification, kind, [&](gnmi::Update const& update) { return keepSampled(notification, update); });
-  if (!selected.any) return nullptr;
-  return Message::of(response, frame_, std::move(selected.updates),
-                     Kel::activityManagerStatus()->activityLoopExecNsTime());
+  if (!suppresses_) return selector().updates(notification, kind);
+  return selector().updates(notification, kind,
+                            [&](gnmi::Update const& update) { return keepSampled(notification, update); });
 }
 
 bool Subscription::keepSampled(gnmi::Notification const& notification, gnmi::Update const& update) {
@@ -93,9 +81,11 @@ bool Subscription::keepSampled(gnmi::Notification const& notification, gnmi::Upd
 
 // --- changes ----------------------------------------------------------------------------------------------
 
-void Subscription::changed(Message::Ptr const& message) {
-  if (suppresses_ && message->tellsDeletes()) forget(message->notification());
-  call_.push(message, OutQueue::Kind::Change);
+void Subscription::changed(std::span<Message::Ptr const> messages) {
+  for (Message::Ptr const& message : messages) {
+    if (suppresses_ && message->own() != nullptr) forget(*message->own());
+  }
+  call_.push(messages, OutQueue::Kind::Change);
 }
 
 void Subscription::forget(gnmi::Notification const& notification) {

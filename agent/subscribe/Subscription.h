@@ -4,16 +4,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "Tovak/TaskScheduler.h"
 #include "agent/subscribe/Feed.h"
 #include "agent/subscribe/Selector.h"
 #include "agent/subscribe/SubscribePlan.h"
-
-namespace Ondra {
-class ArenaRespMsg;
-} // namespace Ondra
 
 namespace Agent {
 
@@ -35,10 +32,11 @@ public:
   // Starts the timers of samples and heartbeats.
   void timersStart();
 
-  // What of a walk's response is to be sent; null for nothing.
-  [[nodiscard]] Message::Ptr initial(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
-  [[nodiscard]] Message::Ptr restamped(std::shared_ptr<Ondra::ArenaRespMsg> const& response, LeafKind kind);
-  [[nodiscard]] Message::Ptr sampled(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  // Is told of the changes that wait for it, if it is live.
+  void catchUp();
+
+  // What is sampled of a walk's notification, without what is to be suppressed.
+  [[nodiscard]] Selector::Selected sampled(gnmi::Notification const& notification);
 
 private:
   struct Sent {
@@ -46,7 +44,7 @@ private:
     std::int64_t atNs = 0;  // monotonic
   };
 
-  void changed(Message::Ptr const& message) override;
+  void changed(std::span<Message::Ptr const> messages) override;
   void forget(gnmi::Notification const& notification);
   // Remembers a leaf as sent now; false when it is to be suppressed instead.
   [[nodiscard]] bool keepSampled(gnmi::Notification const& notification, gnmi::Update const& update);

@@ -28,7 +28,7 @@ Message::Ptr leaf(std::string_view prefix, std::string_view name, std::uint64_t 
   gnmi::Update& update = *notification->add_update();
   *update.mutable_path() = path(name);
   update.mutable_val()->set_uint_val(value);
-  return Message::of(response, frame(), std::nullopt, 0);
+  return Message::of(Message::Parts{{response, std::nullopt}}, frame(), time);
 }
 
 Message::Ptr gone(std::string_view top, long time = 1) {
@@ -42,14 +42,14 @@ Message::Ptr gone(std::string_view top, long time = 1) {
 std::vector<std::string> textsOf(Message::Ptr const& message) {
   if (message->isSync()) return {"sync"};
   std::vector<std::string> texts;
-  gnmi::Notification const& notification = message->notification();
-  for (gnmi::Path const& top : notification.delete_())
-    texts.push_back("-" + text(notification.prefix(), top));
-  for (gnmi::Update const& update : notification.update()) {
-    texts.push_back(
-        fmt::format("+{}={}", text(notification.prefix(), update.path()), update.val().uint_val()));
-    if (update.duplicates() > 0) texts.back() += fmt::format("x{}", update.duplicates());
+  if (message->own() != nullptr) {
+    for (gnmi::Path const& top : message->own()->delete_())
+      texts.push_back("-" + text(top));
   }
+  message->forEachUpdate([&texts](gnmi::Path const& prefix, gnmi::Update const& update) {
+    texts.push_back(fmt::format("+{}={}", text(prefix, update.path()), update.val().uint_val()));
+    if (update.duplicates() > 0) texts.back() += fmt::format("x{}", update.duplicates());
+  });
   return texts;
 }
 
