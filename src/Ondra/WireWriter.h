@@ -37,17 +37,23 @@ public:
     }
     reserve(text.size());
     at_ -= text.size();
-    std::memcpy(buffer_.get() + at_, text.data(), text.size());
+    copyText(buffer_.get() + at_, text.data(), text.size());
   }
   void varint(std::uint64_t value) {
     reserve(kVarintMax);
-    std::size_t const size = (static_cast<std::size_t>(std::bit_width(value | 1)) + 6) / 7;
-    at_ -= size;
-    std::uint8_t* out = buffer_.get() + at_;
-    for (; value >= 0x80; value >>= 7) {
-      *out++ = static_cast<std::uint8_t>(value | 0x80);
+    if (value < 1U << 7) [[likely]] {
+      buffer_[--at_] = static_cast<std::uint8_t>(value);
+    } else if (value >> 56 == 0) {
+      putGroups(value);
+    } else {
+      std::size_t const size = groups(value);
+      at_ -= size;
+      std::uint8_t* out = buffer_.get() + at_;
+      for (; value >= 1U << 7; value >>= 7) {
+        *out++ = static_cast<std::uint8_t>(value | 1U << 7);
+      }
+      *out = static_cast<std::uint8_t>(value);
     }
-    *out = static_cast<std::uint8_t>(value);
   }
   void tag(std::uint8_t key) {
     reserve(1);
@@ -88,6 +94,48 @@ public:
 private:
   static constexpr std::size_t kVarintMax = 10;
   static constexpr std::size_t kFirstCapacity = 16 * 1024;
+
+  static_assert(std::endian::native == std::endian::little, "words are stored as they are");
+
+  // Of 7 bits; one at least.
+  static std::size_t groups(std::uint64_t value) noexcept {
+    return (static_cast<std::size_t>(std::bit_width(value | 1)) + 6) / 7;
+  }
+  // A value below 2^56 without a branch for each of its groups: they are spread over the bytes of a word, all but the last marked, and
+  // the word is stored so that it ends where writing has got to.
+  void putGroups(std::uint64_t value) {
+    std::size_t const size = groups(value);
+    std::uint64_t word = (value & 0x0fffffff) | (value & 0x00fffffff0000000) << 4;
+    word = (word & 0x00003fff00003fff) | (word & 0x0fffc0000fffc000) << 2;
+    word = (word & 0x007f007f007f007f) | (word & 0x3f803f803f803f80) << 1;
+    word |= 0x8080808080808080 & ((std::uint64_t{1} << 8 * (size - 1)) - 1);
+    word <<= 8 * (8 - size);
+    std::memcpy(buffer_.get() + at_ - sizeof word, &word, sizeof word);
+    at_ -= size;
+  }
+  // The library's copy is a call, and most texts are short: two words that may overlap do.
+  static void copyText(std::uint8_t* to, char const* from, std::size_t size) noexcept {
+    if (size > 16) {
+      std::memcpy(to, from, size);
+    } else if (size >= 8) {
+      copyEnds<std::uint64_t>(to, from, size);
+    } else if (size >= 4) {
+      copyEnds<std::uint32_t>(to, from, size);
+    } else {
+      for (std::size_t i = 0; i < size; ++i) {
+        to[i] = static_cast<std::uint8_t>(from[i]);
+      }
+    }
+  }
+  template <class Word>
+  static void copyEnds(std::uint8_t* to, char const* from, std::size_t size) noexcept {
+    Word first;
+    Word last;
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&last, from + size - sizeof last, sizeof last);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + size - sizeof last, &last, sizeof last);
+  }
 
   void reserve(std::size_t bytes) {
     if (at_ < bytes) [[unlikely]] {
