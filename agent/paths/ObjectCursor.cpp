@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Ondra/KeyDecoder.h"
 #include "Ondra/PathElem.h"
 #include "Ondra/WalkRules.h"
 #include "agent/model/Tree.h"
@@ -100,7 +101,8 @@ ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle cons
   Pattern::Elem const& elem = pattern_.elems()[depth];
   std::size_t const position = attr.desc().index;
   if (!elem.keys.empty()) {
-    auto const read = attr.keyType().genericIfFromGnmiString(Kel::String(elem.keys.front().second));
+    auto const read =
+        Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(attr.keyType(), elem.keys.front().second);
     if (!read.ok()) return Result::End; // of another list that "*" stands for
     Handle const key = read.value();
     return descendInto(depth, position, key, attr.genericIfGet(object, key), memberElem(attr, key), onTheWay);

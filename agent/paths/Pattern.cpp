@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Kel/GenericIf.h"
+#include "Ondra/KeyDecoder.h"
 #include "agent/paths/SchemaPath.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -51,7 +52,7 @@ bool hasPlainKey(SchemaPlace const& place) {
 
 // The form in which walks print the key; an error text for a value that no member can have.
 Kstd::Result<std::string, std::string> canonicalKey(SchemaPlace const& list, std::string const& value) {
-  auto const read = list.attr().keyType().genericIfFromGnmiString(Kel::String(value));
+  auto const read = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(list.attr().keyType(), value);
   if (!read.ok()) return Kstd::Err(read.error());
   return Kstd::Result<std::string, std::string>(read.value()->gnmiStrRep());
 }

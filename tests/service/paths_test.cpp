@@ -1,0 +1,178 @@
+// Paths of requests: checking, patterns and what they cover, enumeration of objects, canonical bytes.
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "agent/paths/ObjectCursor.h"
+#include "agent/paths/OutPath.h"
+#include "agent/paths/Pattern.h"
+#include "agent/paths/SchemaPath.h"
+#include "service/ServiceTesting.h"
+
+using namespace ServiceTesting;
+using Agent::ObjectCursor;
+using Agent::PathView;
+using Agent::Pattern;
+using Cover = Pattern::Cover;
+
+namespace {
+
+Pattern pattern(std::string_view text) {
+  Pattern::OrError made = Pattern::of(Agent::RequestPath::of({}, path(text)).value());
+  EXPECT_TRUE(made.ok()) << text << ": " << (made.ok() ? "" : made.error().error_message());
+  return made.ok() ? made.value() : Pattern();
+}
+
+TEST(Pattern, covers) {
+  Agent::declareTypes();
+  std::string const eth0 = "/interfaces/interface[name=eth0]";
+  struct Row {
+    std::string pattern;
+    std::string path;
+    Cover cover;
+  };
+  for (Row const& row : std::vector<Row>{
+           {"/", eth0, Cover::All},
+           {"/interfaces", eth0 + "/state/mtu", Cover::All},
+           {eth0 + "/state", eth0, Cover::Partial},
+           {eth0 + "/state", "/interfaces/interface[name=eth1]", Cover::None},
+           {eth0 + "/state", eth0 + "/config", Cover::None},
+           {eth0, "/interfaces", Cover::Partial},
+           {eth0, "/system", Cover::None},
+           {"/interfaces/interface[name=*]/state", eth0 + "/state/mtu", Cover::All},
+           {"/interfaces/interface/state", eth0 + "/state", Cover::All},
+           {"/interfaces/*/state/mtu", eth0 + "/state", Cover::Partial},
+           {"/*/*/*/mtu", eth0 + "/state/mtu", Cover::All},
+           {"/...", eth0, Cover::All},
+           {"/.../mtu", eth0 + "/state/mtu", Cover::All},
+           {"/.../mtu", eth0 + "/state/enabled", Cover::Partial},
+           {"/interfaces/.../mtu", "/system", Cover::None},
+           {"/interfaces/.../state/.../in-octets", eth0 + "/state/counters/in-octets", Cover::All},
+           {"/.../interface[name=eth0]/.../mtu", "/interfaces/interface[name=eth1]/state/mtu",
+            Cover::Partial},
+           {"/.../state", eth0 + "/hold-time/state/up", Cover::All},
+       }) {
+    EXPECT_EQ(pattern(row.pattern).cover(PathView(path(row.path), 0)), row.cover)
+        << row.pattern << " of " << row.path;
+  }
+}
+
+TEST(Pattern, splitsByTheTypes) {
+  Agent::declareTypes();
+  struct Row {
+    char const* pattern;
+    std::size_t objects;
+    std::size_t anchor;
+  };
+  for (Row const& row : std::vector<Row>{{"/", 0, 0},
+                                         {"/interfaces", 1, 1},
+                                         {"/interfaces/interface[name=a]/state/mtu", 3, 4},
+                                         {"/interfaces/interface[name=*]/state/mtu", 3, 1},
+                                         {"/interfaces/interface/state", 3, 1},
+                                         {"/interfaces/interface[name=a]/*", 2, 2}, // the name is a leaf
+                                         {"/interfaces/interface[name=a]/*/mtu", 2, 2},
+                                         {"/interfaces/.../mtu", 1, 1},
+                                         {"/*/interface[name=a]/state", 3, 0}}) {
+    EXPECT_EQ(pattern(row.pattern).objectDepth(), row.objects) << row.pattern;
+    EXPECT_EQ(pattern(row.pattern).anchorDepth(), row.anchor) << row.pattern;
+  }
+}
+
+TEST(Pattern, manyWildcardsCostLittle) {
+  gnmi::Path many;
+  for (int i = 0; i < 128; ++i)
+    many.add_elem()->set_name(i % 2 == 0 ? "..." : "*");
+  Pattern::OrError const made = Pattern::of(Agent::RequestPath::of({}, many).value());
+  ASSERT_FALSE(made.ok()); // nothing is that deep
+  EXPECT_EQ(made.error().error_code(), grpc::StatusCode::NOT_FOUND);
+  many.clear_elem();
+  for (int i = 0; i < 128; ++i)
+    many.add_elem()->set_name("...");
+  Pattern const all = Pattern::of(Agent::RequestPath::of({}, many).value()).value();
+  EXPECT_EQ(all.cover(PathView(path("/interfaces/interface[name=a]/state/mtu"), 0)), Cover::All);
+}
+
+TEST(Pattern, keysTakeTheFormInWhichTheyArePrinted) {
+  Agent::declareTypes();
+  EXPECT_EQ(pattern("/interfaces/interface[name=a]/subinterfaces/subinterface[index=7]").text(),
+            "/interfaces/interface[name=a]/subinterfaces/subinterface[index=7]");
+  EXPECT_EQ(pattern("/system/cpus/cpu[index=ALL]/state").text(), "/system/cpus/cpu[index=ALL]/state");
+}
+
+// Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once, in order.
+TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
+  Bench bench;
+  for (unsigned seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    std::mt19937 random(seed);
+    auto& all = *bench.tree().interfaces;
+    auto const name = [](unsigned i) { return fmt::format("p{:04}", i); };
+    std::vector<std::string> staying;
+    for (unsigned i = 0; i < 1500; i += 3) {
+      bench.addInterface(name(i));
+      staying.push_back(fmt::format("/openconfig/interfaces/interface[name={}]/state/counters", name(i)));
+    }
+    Pattern const wanted = pattern("/interfaces/interface[name=*]/state/counters");
+    ObjectCursor cursor(wanted);
+    std::vector<std::string> found;
+    for (ObjectCursor::Result at; (at = cursor.next()) != ObjectCursor::Result::End;) {
+      unsigned const other = random() % 500 * 3 + 1;
+      if (random() % 2 == 0) {
+        bench.addInterface(name(other));
+      } else {
+        all.entryDel(&Agent::Interfaces::interface, Kel::String(name(other)));
+      }
+      if (at != ObjectCursor::Result::Found) continue;
+      std::string const path = cursor.path()->toString();
+      if (std::ranges::find(staying, path) != staying.end()) found.push_back(path);
+    }
+    EXPECT_EQ(found, staying);
+    while (!all.interface.empty())
+      all.entryDel(&Agent::Interfaces::interface, Kel::String(all.interface.begin()->first));
+  }
+}
+
+TEST(SchemaPath, followsTheTypesOnly) {
+  Agent::declareTypes();
+  auto const leaf = [](std::string_view text) {
+    auto const place = Agent::schemaPlace(path(text));
+    return place && place->leaf() != nullptr;
+  };
+  EXPECT_TRUE(leaf("/interfaces/interface[name=none]/state/mtu"));
+  EXPECT_TRUE(leaf("/interfaces/interface/name"));
+  EXPECT_FALSE(leaf("/interfaces/interface/state"));
+  EXPECT_FALSE(leaf("/interfaces/interface/state/mtu/more"));
+  EXPECT_FALSE(leaf("/nothing"));
+}
+
+TEST(OutPath, bytesOfWhatLiesBelowBeginWithThoseAbove) {
+  auto const bytes = [](std::string_view text) { return Agent::pathBytes(PathView(path(text), 0)); };
+  struct Row {
+    char const* above;
+    char const* below;
+    bool is;
+  };
+  for (Row const& row : std::vector<Row>{{"/a/b", "/a/b", true},
+                                         {"/a/b", "/a/b/c", true},
+                                         {"/a/b", "/a/bc", false},
+                                         {"/a/b", "/a/b[k=1]/c", true}, // no key stands for all
+                                         {"/a/b[k=1]", "/a/b[k=1]/c", true},
+                                         {"/a/b[k=1]", "/a/b[k=11]", false},
+                                         {"/a/b[k=1]", "/a/b", false},
+                                         {"/a/b[k=1]", "/a/b[k=1][l=2]", false},
+                                         {"/a/b[k=1][l=2]", "/a/b[l=2][k=1]/c", true},
+                                         {"/a", "/b", false}}) {
+    EXPECT_EQ(Agent::bytesAtOrBelow(bytes(row.above), bytes(row.below)), row.is)
+        << row.above << " " << row.below;
+  }
+  gnmi::Path odd = path("/a");
+  (*odd.mutable_elem(0)->mutable_key())["k"] = std::string("\x01\x02\x03z", 4);
+  gnmi::Path other = path("/a");
+  (*other.mutable_elem(0)->mutable_key())["k"] = std::string("\x01\x02\x33z", 4);
+  EXPECT_NE(Agent::pathBytes(PathView(odd, 0)), Agent::pathBytes(PathView(other, 0)));
+  EXPECT_FALSE(
+      Agent::bytesAtOrBelow(Agent::pathBytes(PathView(odd, 0)), Agent::pathBytes(PathView(other, 0))));
+}
+
+} // namespace

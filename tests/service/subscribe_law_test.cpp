@@ -1,0 +1,188 @@
+// Snapshot plus changes is the truth: whatever happens meanwhile and however slowly a subscriber reads, applying what it gets gives at
+// every quiet moment what a fresh ONCE gives, and the times of one path never go back.
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "agent/subscribe/Engine.h"
+#include "service/subscribe_testing.h"
+
+using namespace ServiceTesting;
+
+namespace {
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+// Random edits of the interfaces, each a write, an entry that comes or one that goes.
+class Edits {
+public:
+  Edits(Bench& bench, unsigned seed) : bench_(bench), random_(seed) {}
+
+  unsigned upTo(unsigned n) { return random_() % n; }
+  void one() {
+    std::string const name = fmt::format("eth{}", upTo(6));
+    Agent::Interfaces& all = *bench_.tree().interfaces;
+    if (upTo(10) == 0) {
+      all.entryDel(&Agent::Interfaces::interface, Kel::String(name));
+      return;
+    }
+    auto const interface = bench_.addInterface(name, static_cast<std::uint16_t>(upTo(5)));
+    switch (upTo(6)) {
+    case 0: interface->state->leafIs(&Agent::InterfaceState::mtu, std::nullopt); break;
+    case 1: interface->state->containerDel(&Agent::InterfaceState::counters); break;
+    case 2: interface->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, upTo(1000)); break;
+    case 3:
+      interface->state->leafIs(&Agent::InterfaceState::description, Kel::String(std::string(upTo(400), 'd')));
+      break;
+    case 4: subinterface(*interface); break;
+    default: break;
+    }
+  }
+
+private:
+  void subinterface(Agent::Interface& interface) {
+    auto const sub = interface.subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, upTo(3));
+    if (upTo(4) == 0) {
+      interface.subinterfaces->entryDel(&Agent::Subinterfaces::subinterface, sub->index);
+    } else {
+      sub->ipv4->addresses->entryIs(&Agent::Ipv4Addresses::address,
+                                    Kel::String(fmt::format("10.0.0.{}", upTo(3))));
+    }
+  }
+
+  Bench& bench_;
+  std::mt19937 random_;
+};
+
+std::vector<std::string> const kPaths = {
+    "/",
+    "/interfaces/interface[name=eth1]",
+    "/interfaces/interface[name=*]/state/mtu",
+    "/interfaces/interface/subinterfaces/subinterface[index=1]",
+    "/interfaces/.../ip",
+    "/interfaces/*/state/counters",
+};
+
+class SubscribeLaw : public testing::Test {
+protected:
+  explicit SubscribeLaw(Agent::Limits const& limits = {}) : bench(limits) {}
+
+  std::map<std::string, std::string> truth(std::string const& path) {
+    Subscriber client(bench, server.channel());
+    client.send(once().add(path).done());
+    client.untilSync();
+    return client.tree;
+  }
+  void expectTruth(Subscriber& client, std::string const& path) {
+    SCOPED_TRACE(path);
+    std::map<std::string, std::string> const expected = truth(path);
+    static_cast<void>(client.applyUntil([&] { return client.tree == expected; }));
+    EXPECT_EQ(client.tree, expected);
+    EXPECT_THAT(client.complaints, testing::IsEmpty());
+  }
+
+  Bench bench;
+  SubscribeService service{bench.runtime()};
+  Server server{service};
+};
+
+TEST_F(SubscribeLaw, holdsForReadersOfAllPatterns) {
+  for (unsigned seed = 1; seed <= 6 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    Edits edits(bench, seed);
+    std::vector<std::unique_ptr<Subscriber>> clients;
+    for (std::string const& path : kPaths) {
+      clients.push_back(std::make_unique<Subscriber>(bench, server.channel()));
+      clients.back()->send(
+          stream().add(path, edits.upTo(2) == 0 ? gnmi::ON_CHANGE : gnmi::SAMPLE, kSecond).done());
+    }
+    for (int quiet = 0; quiet < 3; ++quiet) {
+      for (int i = 0; i < 60; ++i) { // the walks of the beginning run meanwhile
+        edits.one();
+        if (edits.upTo(3) == 0) bench.runtime().scheduler()->runOnce();
+        if (edits.upTo(8) == 0) bench.clock().advance(kSecond / 10);
+      }
+      bench.advance(kSecond);
+      for (std::size_t i = 0; i < clients.size(); ++i)
+        expectTruth(*clients[i], kPaths[i]);
+    }
+  }
+}
+
+class SmallQueues : public SubscribeLaw {
+protected:
+  explicit SmallQueues(std::size_t streams = 100)
+      : SubscribeLaw({.streams = streams, .queueBytes = 12'000, .stuckNs = 5 * kSecond}) {}
+
+  void change(int number) {
+    bench.addInterface("flood")->state->leafIs(
+        &Agent::InterfaceState::description,
+        Kel::String(std::string(1000, static_cast<char>('a' + number % 26))));
+  }
+  // Changes and seconds, until the agent gives up on the one that does not read.
+  void floodUntilItIsEnded() {
+    int number = 0;
+    EXPECT_TRUE(bench.settleUntil([&] {
+      change(++number);
+      if (number % 100 == 0) bench.advance(kSecond);
+      return bench.runtime().engine().callCount() == 0;
+    }));
+  }
+  // Many changes, of a long text among others: the connection's own buffers fill, then the queue.
+  void flood(Edits& edits) {
+    for (int i = 0; i < 3000; ++i) {
+      edits.one();
+      change(i);
+      if (i % 3 == 0) bench.clock().advance(1000);
+      bench.settle();
+    }
+  }
+};
+
+TEST_F(SmallQueues, holdForOneThatDoesNotReadForALongTime) {
+  for (unsigned seed = 1; seed <= 3 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    Edits edits(bench, seed);
+    Subscriber slow(bench, server.channel(), true);
+    slow.send(stream().add("/interfaces").done());
+    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+    flood(edits);
+    slow.readOn();
+    expectTruth(slow, "/interfaces");
+    EXPECT_EQ(slow.syncs, 1);
+    slow.cancel();
+    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 0; }));
+  }
+}
+
+TEST_F(SmallQueues, oneThatNeverReadsIsEndedAndLearnsWhy) {
+  Subscriber slow(bench, server.channel(), true);
+  slow.send(stream().add("/interfaces").done());
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+  floodUntilItIsEnded();
+  slow.readOn();
+  EXPECT_EQ(slow.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
+class OneCallAtATime : public SmallQueues {
+protected:
+  OneCallAtATime() : SmallQueues(1) {}
+};
+
+TEST_F(OneCallAtATime, theCallOfOneThatDoesNotEvenTakeItsEndIsFreed) {
+  Subscriber slow(bench, server.channel(), true);
+  slow.send(stream().add("/interfaces").done());
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+  floodUntilItIsEnded();
+  Subscriber early(bench, server.channel());
+  EXPECT_EQ(early.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+  bench.advance(7 * kSecond);
+  EXPECT_TRUE(bench.settleUntil([this] {
+    Subscriber next(bench, server.channel());
+    next.send(once().add("/interfaces").updatesOnly().done());
+    return next.status().ok();
+  }));
+}
+
+} // namespace
