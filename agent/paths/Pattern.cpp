@@ -144,7 +144,15 @@ Pattern::OrError Pattern::of(RequestPath const& path) {
   Places places{SchemaPlace()};
   bool enumerable = true;
   bool concrete = true;
+  std::size_t anyDepths = 0;
   for (RequestElem const& from : path.elems) {
+    if (from.name == "...") {
+      if (!made.elems_.empty() && made.elems_.back().kind == Kind::AnyDepth) continue; // says nothing more
+      if (++anyDepths > kMaxAnyDepths) {
+        return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT,
+                            fmt::format("{} has more than {} elements ...", path.text(), kMaxAnyDepths));
+      }
+    }
     Elem elem{from.name == "*"     ? Kind::AnyName
               : from.name == "..." ? Kind::AnyDepth
                                    : Kind::Name,

@@ -28,6 +28,8 @@ class PathElem;
 
 namespace Agent {
 
+inline constexpr std::size_t kMaxAnyDepths = 4; // elements "..." in one path
+
 // A concrete path below the data root in two halves, a notification's prefix and an update's path, seen as one. Refers to both.
 class PathView {
 public:
@@ -64,7 +66,8 @@ public:
     All,     // covers the path and everything below it
   };
 
-  // NOT_FOUND for a path outside of the types; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values.
+  // NOT_FOUND for a path outside of the types; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values, and
+  // for more than `kMaxAnyDepths` elements "...".
   [[nodiscard]] static OrError of(RequestPath const& path);
 
   [[nodiscard]] Cover cover(PathView const& path) const;

@@ -30,38 +30,48 @@ bool isNearer(Patterns const& patterns, std::size_t a, std::size_t b) {
   return wildA != wildB ? wildA < wildB : a < b;
 }
 
+// The nearest first, which is the likeliest to own a leaf.
 Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
-  Patterns rivals;
+  std::vector<std::size_t> found;
   for (std::size_t other = 0; other < patterns.size(); ++other) {
     if (other != index && isNearer(patterns, other, index) && patterns[other]->mayOverlap(*patterns[index])) {
-      rivals.push_back(patterns[other]);
+      found.push_back(other);
     }
   }
+  std::ranges::sort(found, [&patterns](std::size_t a, std::size_t b) { return isNearer(patterns, a, b); });
+  Patterns rivals;
+  for (std::size_t const other : found)
+    rivals.push_back(patterns[other]);
   return rivals;
 }
 
+constexpr std::size_t kPathsAtATime = 8; // compiled in one turn: one may take a millisecond
+
 } // namespace
 
-Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan const& plan)
+Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan plan)
     : engine_(engine)
     , stream_(std::move(stream))
     , mode_(plan.mode)
-    , updatesOnly_(plan.updatesOnly) {}
+    , updatesOnly_(plan.updatesOnly)
+    , plan_(std::move(plan)) {}
 
 Call::~Call() {
   if (walk_) engine_.walkDel(*walk_);
 }
 
-grpc::Status Call::prepare(CallPlan const& plan) {
-  Patterns patterns;
-  for (SubscriptionPlan const& subscription : plan.subscriptions) {
-    Pattern::OrError pattern = Pattern::of(subscription.path);
+grpc::Status Call::prepareSome() {
+  std::vector<SubscriptionPlan> const& plans = plan_.subscriptions;
+  std::size_t left = kPathsAtATime;
+  for (; patterns_.size() < plans.size() && left > 0; --left) {
+    Pattern::OrError pattern = Pattern::of(plans[patterns_.size()].path);
     if (!pattern.ok()) return pattern.error();
-    patterns.push_back(std::make_shared<Pattern const>(std::move(pattern).value()));
+    patterns_.push_back(std::make_shared<Pattern const>(std::move(pattern).value()));
   }
-  for (std::size_t i = 0; i < patterns.size(); ++i) {
-    subscriptions_.push_back(std::make_unique<Subscription>(*this, plan.subscriptions[i], plan.encoding,
-                                                            Selector(patterns[i], rivalsOf(patterns, i))));
+  for (; patterns_.size() == plans.size() && !isPrepared() && left > 0; --left) {
+    std::size_t const i = subscriptions_.size();
+    subscriptions_.push_back(std::make_unique<Subscription>(*this, plans[i], plan_.encoding,
+                                                            Selector(patterns_[i], rivalsOf(patterns_, i))));
   }
   return grpc::Status::OK;
 }
@@ -69,6 +79,16 @@ grpc::Status Call::prepare(CallPlan const& plan) {
 // --- what runs --------------------------------------------------------------------------------------------
 
 void Call::start() {
+  started_ = true;
+  patterns_.clear();
+  if (mode_ == CallMode::Poll) {
+    if (pollWaits_) {
+      snapshot(Purpose::Initial);
+    } else if (halfClosed_) {
+      stream_->end(grpc::Status::OK);
+    }
+    return;
+  }
   if (mode_ == CallMode::Stream) {
     timersOwed_ = true;
     for (auto const& subscription : subscriptions_)
@@ -77,11 +97,17 @@ void Call::start() {
   snapshot(Purpose::Initial);
 }
 
-void Call::poll() { snapshot(Purpose::Initial); }
+void Call::poll() {
+  if (started_) {
+    snapshot(Purpose::Initial);
+  } else {
+    pollWaits_ = true;
+  }
+}
 
 void Call::halfClosed() {
   halfClosed_ = true;
-  if (mode_ == CallMode::Poll && !syncOwed_) stream_->end(grpc::Status::OK);
+  if (mode_ == CallMode::Poll && started_ && !syncOwed_) stream_->end(grpc::Status::OK);
 }
 
 void Call::snapshot(Purpose purpose) {

@@ -33,16 +33,19 @@ class SubscribeStream;
 // the engine to.
 class Call final : private PatternWalk::Receiver {
 public:
-  Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan const& plan);
+  Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan plan);
   ~Call() override;
   Call(Call const&) = delete;
   Call& operator=(Call const&) = delete;
 
-  // Compiles the paths; what is wrong with one of them otherwise.
-  [[nodiscard]] grpc::Status prepare(CallPlan const& plan);
-  [[nodiscard]] bool isStream() const noexcept { return mode_ == CallMode::Stream; }
+  // Compiles some of the paths; what is wrong with one of them otherwise. To be called, in turns of its own, until it is prepared.
+  [[nodiscard]] grpc::Status prepareSome();
+  [[nodiscard]] bool isPrepared() const noexcept {
+    return subscriptions_.size() == plan_.subscriptions.size();
+  }
+  [[nodiscard]] CallMode mode() const noexcept { return mode_; }
 
-  // Begins a ONCE; a STREAM when the model is watched.
+  // Begins a ONCE; a STREAM when the model is watched; a POLL with what has been asked of it meanwhile.
   void start();
   void poll();
   // The client sends no more.
@@ -83,6 +86,8 @@ private:
   std::shared_ptr<SubscribeStream> const stream_;
   CallMode const mode_;
   bool const updatesOnly_;
+  CallPlan const plan_;
+  std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::deque<Job> jobs_; // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
@@ -92,6 +97,8 @@ private:
   bool timersOwed_ = false; // of a STREAM, until the first sync
   bool overflown_ = false;
   bool halfClosed_ = false;
+  bool started_ = false;
+  bool pollWaits_ = false; // for the start
 };
 
 } // namespace Agent

@@ -111,6 +111,21 @@ public:
       if (auto const call = calls.find(stream); call != calls.end()) call->second->start();
     }
   }
+  // A bit in each turn until the call is prepared.
+  void prepare(std::shared_ptr<SubscribeStream> const& stream) {
+    Call* const call = find(*stream);
+    if (call == nullptr) return;
+    if (grpc::Status const status = call->prepareSome(); !status.ok()) {
+      stream->end(status);
+      calls.erase(stream.get());
+    } else if (!call->isPrepared()) {
+      runtime.scheduler()->post([this, stream] { prepare(stream); });
+    } else if (call->mode() == CallMode::Stream) {
+      startStream(*stream, *call);
+    } else {
+      call->start();
+    }
+  }
   void startStream(SubscribeStream& stream, Call& call) {
     if (watch.state == Watch::State::On) {
       call.start();
@@ -224,18 +239,8 @@ void Engine::callIs(std::shared_ptr<SubscribeStream> const& stream, CallPlan con
     stream->end(*impl_->ending);
     return;
   }
-  auto made = std::make_unique<Call>(*this, stream, plan);
-  if (grpc::Status const status = made->prepare(plan); !status.ok()) {
-    stream->end(status);
-    return;
-  }
-  Call& call = *made;
-  impl_->calls.emplace(stream.get(), std::move(made));
-  switch (plan.mode) {
-  case CallMode::Once: call.start(); break;
-  case CallMode::Poll: break;
-  case CallMode::Stream: impl_->startStream(*stream, call); break;
-  }
+  impl_->calls.emplace(stream.get(), std::make_unique<Call>(*this, stream, plan));
+  impl_->prepare(stream);
 }
 
 void Engine::callPoll(SubscribeStream& stream) {

@@ -153,6 +153,18 @@ TEST_F(SubscribeModes, eachPollIsASnapshotAndASync) {
   EXPECT_TRUE(client->status().ok());
 }
 
+TEST_F(SubscribeModes, aLongListIsPreparedInTurnsWhileThePollWaits) {
+  bench.addInterface("eth0");
+  Request list = poll();
+  for (int i = 0; i < 200; ++i)
+    list.add(fmt::format("/interfaces/interface[name=eth{}]/state/mtu", i));
+  auto const client = call(list.done());
+  client->send(pollNow());
+  client->halfClose();
+  EXPECT_EQ(client->untilSync(), 1);
+  EXPECT_TRUE(client->status().ok());
+}
+
 TEST_F(SubscribeModes, aHalfClosedStreamGoesOnAndACancelledOneIsForgotten) {
   auto const eth0 = bench.addInterface("eth0");
   auto const client = call(stream().add("/interfaces").done());
