@@ -31,8 +31,7 @@ int cannotStart(std::string const& why) {
   return Agent::ExitCode::start;
 }
 
-// What feeds the model. Goes before the runtime; its parts belong to the
-// scheduler thread.
+// What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
 struct Sources {
   Sources(Agent::Runtime& runtime, Agent::ServeOptions const& options) {
     if (options.syntheticLeaves > 0) {
@@ -41,6 +40,7 @@ struct Sources {
         changes =
             std::make_unique<Agent::SyntheticChanges>(runtime.scheduler(), *ports, options.syntheticRate);
     }
+    if (options.appliesConfig) carrier = std::make_unique<Agent::ConfigCarrier>(runtime);
     if (!options.servesMachine) return;
     Agent::Collectors::Options collecting;
     collecting.periodNs = options.samplePeriodNs;
@@ -68,6 +68,12 @@ int serve(std::vector<std::string> const& arguments) {
   if (!options) {
     fmt::print(options.error().code == Agent::ExitCode::ok ? stdout : stderr, "{}", options.error().text);
     return options.error().code;
+  }
+  if (!options->trace.empty()) { // an empty one would take back what the environment says
+    if (auto const traced = Tovak::Platform::traceIs(options->trace); !traced) {
+      fmt::print(stderr, "ondra-agent serve: --trace: {}\n", traced.error());
+      return Agent::ExitCode::usage;
+    }
   }
   auto security = options->isSecure ? Agent::tlsSecurity(options->tls) : Agent::plaintext();
   if (!security) return cannotStart(security.error());

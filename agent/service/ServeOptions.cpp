@@ -52,6 +52,7 @@ void addLimits(CLI::App& app, Limits& limits) {
   count("--max-streams", limits.streams, "Subscribe calls at a time");
   count("--max-subscriptions", limits.subscriptionsPerCall, "subscriptions of one call");
   bytes("--max-message", limits.messageBytes, "size of a request");
+  bytes("--max-get", limits.getBytes, "size of the answer to a Get");
   bytes("--max-queue", limits.queueBytes, "what waits for one subscriber, before it is coalesced");
   durationOption(app, "--sample-floor", limits.sampleFloorNs,
                  "the shortest interval of samples and heartbeats (1s)");

@@ -1,0 +1,208 @@
+"""What the end-to-end tests share: the agent as a process, clients, certificates. Nothing here sleeps: everything waits for a line, a
+message or an end, with a deadline."""
+import logging
+import os
+import pathlib
+import queue
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+import grpc
+from pygnmi.client import gNMIclient
+from pygnmi.spec.v080 import gnmi_pb2, gnmi_pb2_grpc
+
+AGENT = os.environ["E2E_AGENT"]
+WORK = pathlib.Path(os.environ["E2E_WORK"])
+OWN_NETWORK = bool(os.environ.get("E2E_OWN_NETWORK"))
+DEADLINE = 30  # seconds, for what should take milliseconds
+logging.disable(logging.CRITICAL)  # the client logs what the tests provoke
+
+# The client's reader threads end with the error of their call; the tests look at it themselves.
+threading.excepthook = lambda args: None
+
+
+class Agent:
+    """`ondra-agent serve` on a port of its own, as a context."""
+
+    def __init__(self, *options, secure=()):
+        connection = secure or ("--insecure",)
+        self.process = subprocess.Popen([AGENT, "serve", "--listen", "127.0.0.1:0", *connection, *options],
+                                        stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
+        self.lines = []
+        self._queue = queue.Queue()
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+        self.port = int(self.awaitLine("listening on ").split("listening on ")[1].split(" ")[0].rsplit(":", 1)[1])
+
+    def _read(self):
+        for line in self.process.stderr:
+            self.lines.append(line)
+            self._queue.put(line)
+        self._queue.put(None)
+
+    def awaitLine(self, text):
+        end = time.monotonic() + DEADLINE
+        while True:
+            line = self._queue.get(timeout=max(0.01, end - time.monotonic()))
+            if line is None:
+                raise AssertionError("the agent ended: " + "".join(self.lines))
+            if text in line:
+                return line
+
+    def target(self):
+        return ("127.0.0.1", self.port)
+
+    def client(self, **options):
+        return gNMIclient(target=self.target(), **({"insecure": True} | options))
+
+    def stub(self):
+        """The published service, without what the client makes of it."""
+        return gnmi_pb2_grpc.gNMIStub(grpc.insecure_channel("127.0.0.1:%d" % self.port))
+
+    def end(self, number=signal.SIGTERM):
+        """Sends the signal and gives the exit code."""
+        self.process.send_signal(number)
+        return self.process.wait(timeout=DEADLINE)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *unused):
+        if self.process.poll() is None:
+            self.process.terminate()
+            try:
+                self.process.wait(timeout=DEADLINE)
+            finally:
+                self.process.kill()
+        self._reader.join(DEADLINE)
+        self.process.stderr.close()
+        if any("Sanitizer" in line for line in self.lines):
+            raise AssertionError("".join(self.lines))
+
+
+def command(*arguments, check=None):
+    """One of the agent's commands, to its end: (exit code, standard output, standard error)."""
+    result = subprocess.run([AGENT, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
+                            timeout=DEADLINE)
+    return result.returncode, result.stdout, result.stderr
+
+
+def changes(message):
+    """The updates of one parsed message as {path: value}, and the deleted paths."""
+    update = message.get("update", {})
+    prefix = update.get("prefix", "")
+    whole = lambda path: "/".join(part for part in (prefix, path) if part)
+    return ({whole(entry["path"]): entry["val"] for entry in update.get("update", [])},
+            [whole(entry["path"]) for entry in update.get("delete", [])])
+
+
+class Watcher:
+    """A subscription through the client, message by message: its own merging of messages loses their prefixes."""
+
+    def __init__(self, client, subscribe):
+        self.subscriber = client.subscribe2(subscribe=subscribe)
+
+    def messages(self):
+        """What comes, for so long that what is waited for must be among it."""
+        end = time.monotonic() + DEADLINE
+        while True:
+            try:
+                yield self.subscriber._get_one_update(timeout=max(0.001, end - time.monotonic()))
+            except queue.Empty:
+                raise AssertionError(f"it did not come; the call's error: {self.subscriber.error}") from None
+
+    def toSync(self):
+        """What comes until the sync, applied in order."""
+        values = {}
+        for message in self.messages():
+            if "sync_response" in message:
+                return values
+            updates, deletes = changes(message)
+            for path in deletes:
+                values = {p: v for p, v in values.items() if p != path and not p.startswith(path + "/")}
+            values |= updates
+
+    def awaitUpdate(self, path, accepts=lambda value: True):
+        for message in self.messages():
+            value = changes(message)[0].get(path)
+            if value is not None and accepts(value):
+                return value, message["update"]["timestamp"]
+
+    def awaitAll(self, expected):
+        """Until all these paths have had these values, in whichever order."""
+        missing = dict(expected)
+        for message in self.messages():
+            for path, value in changes(message)[0].items():
+                if missing.get(path) == value:
+                    del missing[path]
+            if not missing:
+                return
+
+    def awaitDelete(self, path):
+        for message in self.messages():
+            if any(path == deleted or path.startswith(deleted + "/") for deleted in changes(message)[1]):
+                return
+
+    def close(self):
+        self.subscriber.close()
+
+
+def stream(*paths, mode="on_change", **options):
+    """A subscription of the client's form."""
+    subscription = {key: options.pop(key) for key in ("sample_interval", "heartbeat_interval", "suppress_redundant")
+                    if key in options}
+    return {"mode": "stream", "encoding": "proto",
+            "subscription": [{"path": path, "mode": mode, **subscription} for path in paths], **options}
+
+
+def statusOf(error):
+    """The gRPC status code behind an exception of the client."""
+    cause = getattr(error, "orig_exc", None) or error
+    return cause.code()
+
+
+class Certificates:
+    """An authority, and certificates that it signs, for 127.0.0.1."""
+
+    def __init__(self):
+        self._folder = tempfile.TemporaryDirectory(dir=WORK)
+        self.root = pathlib.Path(self._folder.name)
+        self._make("ca", "-addext", "basicConstraints=critical,CA:TRUE")
+
+    def _make(self, name, *options):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                        "-days", "2", "-subj", f"/CN={name}", "-keyout", self.root / f"{name}.key", "-out",
+                        self.root / f"{name}.pem", *options],
+                       check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def signed(self, name, names="IP:127.0.0.1,DNS:localhost", by="ca"):
+        """(certificate, key) as file names."""
+        san = ["-addext", f"subjectAltName={names}"] if names else []
+        self._make(name, "-CA", self.root / f"{by}.pem", "-CAkey", self.root / f"{by}.key", *san)
+        return str(self.root / f"{name}.pem"), str(self.root / f"{name}.key")
+
+    def selfSigned(self, name):
+        self._make(name, "-addext", "basicConstraints=critical,CA:TRUE")
+        return str(self.root / f"{name}.pem"), str(self.root / f"{name}.key")
+
+    @property
+    def ca(self):
+        return str(self.root / "ca.pem")
+
+    def file(self, name, text):
+        (self.root / name).write_text(text)
+        return str(self.root / name)
+
+    def remove(self):
+        self._folder.cleanup()
+
+
+def link(*arguments):
+    subprocess.run(["ip", "link", *arguments], check=True)
+
+
+needsLinks = unittest.skipUnless(OWN_NETWORK, "needs a network namespace")

@@ -1,0 +1,91 @@
+"""The program: start and end, exit codes, and its own client."""
+import json
+import signal
+import socket
+import time
+import unittest
+
+import grpc
+
+from support import DEADLINE, Agent, Watcher, command, stream
+
+DESCRIPTION = "/interfaces/interface[name=lo]/config/description"
+
+
+class Process(unittest.TestCase):
+    def testSigtermEndsStreamsAndTheProcess(self):
+        with Agent() as agent, agent.client() as client:
+            watcher = Watcher(client, stream("interfaces"))
+            watcher.toSync()
+            begin = time.monotonic()
+            self.assertEqual(agent.end(signal.SIGTERM), 0)
+            self.assertLess(time.monotonic() - begin, 10)
+            watcher.subscriber._subscribe_thread.join(DEADLINE)
+            self.assertEqual(watcher.subscriber.error.code(), grpc.StatusCode.UNAVAILABLE)
+
+    def testSigintEndsItToo(self):
+        with Agent() as agent:
+            self.assertEqual(agent.end(signal.SIGINT), 0)
+
+    def testAPortThatIsTakenIsNamed(self):
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            address = "127.0.0.1:%d" % taken.getsockname()[1]
+            code, out, err = command("serve", "--insecure", "--listen", address)
+        self.assertEqual((code, out), (3, ""))
+        self.assertIn(f"cannot listen on {address}: Address already in use", err)
+
+    def testUsage(self):
+        for arguments, code in (((), 2), (("--help",), 0), (("--version",), 0), (("fly",), 2), (("serve", "--help"), 0),
+                                (("serve",), 2), (("serve", "--insecure", "--trace", "x/y"), 2), (("watch", "a[b"), 2),
+                                (("serve", "--insecure", "--check-config"), 0),
+                                (("serve", "--insecure", "--listen", "0.0.0.0:0", "--check-config"), 2)):
+            result, out, err = command(*arguments)
+            self.assertEqual(result, code, (arguments, err))
+            self.assertTrue(out if code == 0 else err)
+            self.assertFalse(err if code == 0 else out)
+
+    def testASyntheticTreeChanges(self):
+        with Agent("--no-machine", "--synthetic", "2000", "--synthetic-rate", "1000") as agent, agent.client() as client:
+            watcher = Watcher(client, stream("synthetic/port[name=ethernet000007]"))
+            values = watcher.toSync()
+            self.assertEqual(len(values), 20)
+            path = "synthetic/port[name=ethernet000007]/in-octets"
+            self.assertGreater(watcher.awaitUpdate(path)[0], values[path])
+
+
+class OwnClient(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.agent = Agent()
+        cls.addClassCleanup(cls.agent.__exit__)
+
+    def run_(self, *arguments):
+        return command(arguments[0], "--insecure", "-a", f"127.0.0.1:{self.agent.port}", *arguments[1:])
+
+    def testSetThenGetThenWatch(self):
+        self.assertEqual(self.run_("set", DESCRIPTION + "=to the core"), (0, f"UPDATE {DESCRIPTION}\n", ""))
+        self.assertEqual(self.run_("get", DESCRIPTION), (0, f"{DESCRIPTION} to the core\n", ""))
+        code, out, err = self.run_("watch", "--once", "--json", DESCRIPTION)
+        lines = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual((code, err), (0, ""))
+        self.assertEqual([(line["path"], line["value"]) for line in lines[:-1]], [(DESCRIPTION, "to the core")])
+        self.assertEqual(lines[-1], {"sync": True})
+        self.assertEqual(self.run_("set", "--delete", DESCRIPTION)[0], 0)
+        code, out, err = self.run_("get", DESCRIPTION)
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("NOT_FOUND", err)
+
+    def testWatchEndsByItself(self):
+        code, out, err = self.run_("watch", "--seconds", "1", "--sample", "1s", "/interfaces/interface[name=lo]/state/name")
+        self.assertEqual((code, err), (0, ""))
+        self.assertIn("-- in sync\n", out)
+        self.assertIn(" /interfaces/interface[name=lo]/state/name lo\n", out)
+
+    def testCapabilitiesForPeopleAndPrograms(self):
+        self.assertIn("openconfig-interfaces 3.8.1", self.run_("capabilities")[1])
+        self.assertIn("supportedEncodings", json.loads(self.run_("capabilities", "--json")[1]))
+
+    def testNobodyThere(self):
+        code, out, err = command("get", "--insecure", "-a", "127.0.0.1:1", "--timeout", "1s")
+        self.assertEqual((code, out), (1, ""))
+        self.assertIn("cannot connect to 127.0.0.1:1", err)

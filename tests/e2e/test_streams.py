@@ -1,0 +1,140 @@
+"""Subscribe in all its modes."""
+import unittest
+
+from support import Agent, Watcher, link, needsLinks, stream
+
+LO = "interfaces/interface[name=lo]"
+DESCRIPTION = LO + "/config/description"
+OCTETS = LO + "/state/counters/in-octets"
+TICK = 100_000_000  # ns
+
+
+class Streams(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.agent = Agent("--sample-floor", "100ms", "--default-sample", "100ms", "--machine-period", "100ms")
+        cls.addClassCleanup(cls.agent.__exit__)
+        cls.client = cls.agent.client().connect()
+        cls.addClassCleanup(cls.client.close)
+
+    def setUp(self):
+        self.describe("first")
+
+    def describe(self, text):
+        self.client.set(update=[(DESCRIPTION, f'"{text}"')])
+
+    def watch(self, subscribe):
+        watcher = Watcher(self.client, subscribe)
+        self.addCleanup(watcher.close)
+        return watcher
+
+    def testOnceGivesAllThenSyncThenEnds(self):
+        watcher = self.watch({"mode": "once", "encoding": "proto", "subscription": [{"path": LO}]})
+        values = watcher.toSync()
+        self.assertEqual(values[DESCRIPTION], "first")
+        self.assertIn(values[LO + "/state/admin-status"], ("UP", "DOWN"))
+        self.assertIsInstance(values[OCTETS], int)
+        watcher.subscriber._subscribe_thread.join(20)
+        self.assertFalse(watcher.subscriber._subscribe_thread.is_alive(), "the call did not end")
+        self.assertIsNone(watcher.subscriber.error)
+
+    def testPollGivesAllAtEachPoll(self):
+        subscriber = self.client.subscribe2(subscribe={"mode": "poll", "encoding": "json",
+                                                       "subscription": [{"path": DESCRIPTION}]})
+        self.addCleanup(subscriber.close)
+        for text in ("first", "second"):
+            self.describe(text)
+            answer = subscriber.get_update(timeout=20)
+            self.assertEqual([entry["val"] for entry in answer["update"]["update"]], [text])
+            self.assertTrue(answer["sync_response"])
+
+    def testOnChangeTellsChangesAndDeletes(self):
+        watcher = self.watch(stream(LO + "/config"))
+        self.assertEqual(watcher.toSync()[DESCRIPTION], "first")
+        self.describe("second")
+        value, before = watcher.awaitUpdate(DESCRIPTION)
+        self.assertEqual(value, "second")
+        self.client.set(delete=[DESCRIPTION])
+        watcher.awaitDelete(DESCRIPTION)
+        self.describe("third")
+        value, after = watcher.awaitUpdate(DESCRIPTION)
+        self.assertEqual(value, "third")
+        self.assertGreater(after, before)
+
+    def testSamplesComeAtTheirIntervalChangedOrNot(self):
+        watcher = self.watch(stream(DESCRIPTION, mode="sample", sample_interval=TICK))
+        watcher.toSync()
+        stamps = [watcher.awaitUpdate(DESCRIPTION)[1] for _ in range(3)]
+        self.assertEqual(stamps, sorted(set(stamps)))
+
+    def testRedundantSamplesAreLeftOutOnRequest(self):
+        watcher = self.watch(stream(DESCRIPTION, LO + "/state/counters", mode="sample", sample_interval=TICK,
+                                    suppress_redundant=True))
+        watcher.toSync()
+        other = self.watch(stream(DESCRIPTION, mode="sample", sample_interval=TICK))
+        other.toSync()
+        for _ in range(3):  # samples that the first one must not get
+            other.awaitUpdate(DESCRIPTION)
+        self.describe("second")
+        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
+
+    def testAHeartbeatRepeatsWhatHasNotChanged(self):
+        watcher = self.watch(stream(DESCRIPTION, heartbeat_interval=TICK))
+        watcher.toSync()
+        stamps = [watcher.awaitUpdate(DESCRIPTION)[1] for _ in range(2)]
+        self.assertLess(*stamps)
+
+    def testTargetDefinedSamplesCountersAndTellsEvents(self):
+        watcher = self.watch(stream(LO, mode="target_defined"))
+        self.assertIn(OCTETS, watcher.toSync())
+        self.describe("second")
+        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
+        first = watcher.awaitUpdate(OCTETS)[0]
+        self.assertGreaterEqual(watcher.awaitUpdate(OCTETS)[0], first)
+
+    def testUpdatesOnlyBeginsWithTheSync(self):
+        watcher = self.watch(stream(DESCRIPTION, updates_only=True))
+        self.assertEqual(watcher.toSync(), {})
+        self.describe("second")
+        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
+
+    def testAPathThatHasNothingYetIsWatched(self):
+        self.client.set(delete=[DESCRIPTION])
+        watcher = self.watch(stream(DESCRIPTION))
+        self.assertEqual(watcher.toSync(), {})
+        self.describe("new")
+        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "new")
+
+    def testWildcardsOfAllSorts(self):
+        for pattern in ("interfaces/interface[name=*]/config/description", "interfaces/interface/config/description",
+                        "interfaces/*/config/description", "interfaces/.../description"):
+            self.describe("first")
+            watcher = self.watch(stream(pattern))
+            self.assertEqual(watcher.toSync()[DESCRIPTION], "first", pattern)
+            self.describe("second")
+            self.assertEqual(watcher.awaitUpdate(DESCRIPTION, lambda value: value == "second")[0], "second", pattern)
+
+    def testJsonStreamsToo(self):
+        watcher = self.watch(stream(LO + "/config", encoding="json_ietf"))
+        self.assertEqual(watcher.toSync()[DESCRIPTION], "first")
+
+    @needsLinks
+    def testLinksComeAndGo(self):
+        watcher = self.watch(stream("interfaces/interface[name=*]/state"))
+        watcher.toSync()
+        link("add", "left0", "type", "veth", "peer", "name", "right0")
+        watcher.awaitAll({f"interfaces/interface[name={name}]/state/name": name for name in ("left0", "right0")})
+        link("set", "left0", "up")
+        watcher.awaitUpdate("interfaces/interface[name=left0]/state/admin-status", lambda value: value == "UP")
+        link("del", "left0")
+        watcher.awaitDelete("interfaces/interface[name=left0]/state/name")
+
+    @needsLinks
+    def testAnInterfaceThatComesLaterIsWatchedByName(self):
+        watcher = self.watch(stream("interfaces/interface[name=later0]/state/name"))
+        self.assertEqual(watcher.toSync(), {})
+        for _ in range(2):
+            link("add", "later0", "type", "veth", "peer", "name", "later1")
+            watcher.awaitUpdate("interfaces/interface[name=later0]/state/name")
+            link("del", "later0")
+            watcher.awaitDelete("interfaces/interface[name=later0]/state/name")

@@ -1,0 +1,150 @@
+// Options: what is taken, and what is refused with which exit code and text.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "agent/client/Requests.h"
+#include "agent/service/ServeOptions.h"
+
+namespace Agent {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+class TextFile {
+public:
+  explicit TextFile(std::string const& text)
+      : path(testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name()) {
+    std::ofstream(path) << text;
+  }
+  ~TextFile() { std::remove(path.c_str()); }
+  std::string const path;
+};
+
+TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
+  struct Case {
+    Arguments arguments;
+    std::string fault; // empty: taken
+  };
+  for (Case const& c : std::vector<Case>{
+           {{}, "give --tls-cert and --tls-key, or --insecure"},
+           {{"--insecure"}, ""},
+           {{"--insecure", "--listen", "0.0.0.0:9339"}, "plaintext on 0.0.0.0:9339 is open to others"},
+           {{"--insecure", "--listen", "127.0.0.1:1", "--listen", "[::]:1"}, "plaintext on [::]:1"},
+           {{"--insecure", "--insecure", "--listen", "0.0.0.0:9339"}, ""},
+           {{"--tls-cert", "c", "--tls-key", "k", "--listen", "0.0.0.0:9339"}, ""},
+           {{"--tls-cert", "c"}, "need each other"},
+           {{"--tls-key", "k"}, "need each other"},
+           {{"--tls-key", "k", "--insecure"}, "need each other"},
+           {{"--insecure", "--tls-client-ca", "c"}, "--tls-client-ca needs --tls-cert"},
+           {{"--tls-cert", "c", "--tls-key", "k", "--insecure"}, "contradicts"},
+           {{"--insecure", "--listen", "nowhere"}, "--listen: 'nowhere' is not of the form HOST:PORT"},
+           {{"--insecure", "--sample-floor", "5"}, "--sample-floor"},
+           {{"--insecure", "--sample-floor", "0s"}, "--sample-floor: at least 1ms"},
+           {{"--insecure", "--max-streams", "0"}, "--max-streams"},
+           {{"--insecure", "--max-message", "1"}, "--max-message"},
+           {{"--insecure", "--synthetic-rate", "5"}, "needs --synthetic"},
+           {{"--insecure", "--nonsense"}, "--nonsense"},
+           {{"--insecure", "word"}, "word"},
+       }) {
+    auto const options = ServeOptions::parse(c.arguments);
+    std::string const shown = testing::PrintToString(c.arguments);
+    EXPECT_EQ(options.ok(), c.fault.empty()) << shown << (options.ok() ? "" : options.error().text);
+    if (options.ok()) continue;
+    EXPECT_EQ(options.error().code, ExitCode::usage) << shown;
+    EXPECT_NE(options.error().text.find(c.fault), std::string::npos) << options.error().text;
+    EXPECT_NE(options.error().text.find("--help"), std::string::npos) << options.error().text;
+  }
+}
+
+TEST(ServeOptions, ComeFromTheCommandLineAndFromAFile) {
+  TextFile const file("listen = [\"0.0.0.0:1\", \"[::]:2\"]\n"
+                      "insecure = 2\n"
+                      "# a comment\n"
+                      "max-streams = 7\n"
+                      "max-message = \"1MiB\"\n"
+                      "sample-floor = \"500ms\"\n"
+                      "apply-config = true\n");
+  auto const options = ServeOptions::parse(
+      {"--config", file.path, "--max-streams", "9", "--synthetic", "1000", "--check-config"});
+  ASSERT_TRUE(options.ok()) << options.error().text;
+  ServeOptions const& o = options.value();
+  ASSERT_EQ(o.listen.size(), 2U);
+  EXPECT_EQ(o.listen[1].text(), "[::]:2");
+  EXPECT_EQ(o.limits.streams, 9U); // the command line is stronger
+  EXPECT_EQ(o.limits.messageBytes, std::size_t{1} << 20);
+  EXPECT_EQ(o.limits.sampleFloorNs, 500'000'000);
+  EXPECT_TRUE(o.appliesConfig);
+  EXPECT_TRUE(o.checksOnly);
+  EXPECT_TRUE(o.servesMachine);
+  EXPECT_EQ(o.syntheticLeaves, 1'000U);
+
+  TextFile const misspelt("lisden = \"0.0.0.0:1\"\n");
+  auto const refused = ServeOptions::parse({"--config", misspelt.path, "--insecure"});
+  ASSERT_FALSE(refused.ok());
+  EXPECT_NE(refused.error().text.find("lisden"), std::string::npos) << refused.error().text;
+  EXPECT_FALSE(ServeOptions::parse({"--config", misspelt.path + ".not", "--insecure"}).ok());
+}
+
+TEST(ServeOptions, HelpIsNoFault) {
+  auto const help = ServeOptions::parse({"--help"});
+  ASSERT_FALSE(help.ok());
+  EXPECT_EQ(help.error().code, ExitCode::ok);
+  EXPECT_NE(help.error().text.find("--tls-client-ca"), std::string::npos);
+}
+
+TEST(ClientOptions, BecomeTheRequest) {
+  auto const request = [](Arguments const& arguments) {
+    auto const options = WatchOptions::parse(arguments);
+    return options.ok() ? options.value().request.ShortDebugString() : options.error().text;
+  };
+  EXPECT_EQ(request({"/a", "--target", "t"}), "subscribe { prefix { target: \"t\" } subscription { path { "
+                                              "elem { name: \"a\" } } } encoding: PROTO }");
+  EXPECT_EQ(request({"--once", "--encoding", "json"}),
+            "subscribe { prefix { } subscription { path { } } mode: ONCE }");
+  EXPECT_EQ(
+      request({"a", "b", "--sample", "1s", "--suppress-redundant", "--heartbeat", "1m", "--updates-only"}),
+      "subscribe { prefix { } "
+      "subscription { path { elem { name: \"a\" } } mode: SAMPLE sample_interval: 1000000000 "
+      "suppress_redundant: true heartbeat_interval: 60000000000 } "
+      "subscription { path { elem { name: \"b\" } } mode: SAMPLE sample_interval: 1000000000 "
+      "suppress_redundant: true heartbeat_interval: 60000000000 } encoding: PROTO updates_only: true }");
+  EXPECT_EQ(request({"--on-change", "a"}), "subscribe { prefix { } subscription { path { elem { name: \"a\" "
+                                           "} } mode: ON_CHANGE } encoding: PROTO }");
+
+  auto const get = GetOptions::parse({"a", "--type", "config"});
+  ASSERT_TRUE(get.ok());
+  EXPECT_EQ(get.value().request.ShortDebugString(),
+            "prefix { } path { elem { name: \"a\" } } type: CONFIG encoding: JSON_IETF");
+  auto const set = SetOptions::parse({"/a/b=5", "--delete", "/c", "--replace", "/d={}", "--update", "/e=f"});
+  ASSERT_TRUE(set.ok());
+  EXPECT_EQ(set.value().request.ShortDebugString(),
+            "prefix { } delete { elem { name: \"c\" } } "
+            "replace { path { elem { name: \"d\" } } val { json_ietf_val: \"{}\" } } "
+            "update { path { elem { name: \"a\" } elem { name: \"b\" } } val { json_ietf_val: \"5\" } } "
+            "update { path { elem { name: \"e\" } } val { json_ietf_val: \"\\\"f\\\"\" } }");
+}
+
+TEST(ClientOptions, WrongOnesAreRefused) {
+  for (Arguments const& arguments : std::vector<Arguments>{{"--once", "--on-change"},
+                                                           {"--once", "--sample", "1s"},
+                                                           {"--suppress-redundant"},
+                                                           {"--sample", "1"},
+                                                           {"a[b]"},
+                                                           {"--insecure", "--ca", "x"},
+                                                           {"--cert", "x"},
+                                                           {"--encoding", "xml"},
+                                                           {"--seconds", "0"}}) {
+    auto const options = WatchOptions::parse(arguments);
+    ASSERT_FALSE(options.ok()) << testing::PrintToString(arguments);
+    EXPECT_EQ(options.error().code, ExitCode::usage);
+  }
+  EXPECT_FALSE(SetOptions::parse({}).ok());
+  EXPECT_FALSE(SetOptions::parse({"/a"}).ok());
+}
+
+} // namespace
+} // namespace Agent

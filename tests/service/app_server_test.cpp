@@ -1,0 +1,216 @@
+// The server: who is let in, and before what; health, reflection, limits, ports that are taken, the end.
+#include <gtest/gtest.h>
+
+#include <crypt.h>
+#include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/grpcpp.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Tovak/Clock.h"
+#include "agent/service/Runtime.h"
+#include "agent/service/Server.h"
+#include "agent/service/Users.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
+#include "service/ServiceTesting.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+constexpr char const* kGet = "/gnmi.gNMI/Get";
+constexpr char const* kHealthCheck = "/grpc.health.v1.Health/Check";
+
+std::string hashed(char const* password) {
+  crypt_data data{};
+  return ::crypt_r(password, "$6$rounds=1000$abcdefgh$", &data);
+}
+
+// A server on loopback over a runtime that runs, and a connection to it.
+class Serving {
+public:
+  explicit Serving(bool hasUsers = false, Limits const& limits = {}) {
+    ServiceTesting::clearModel();
+    runtime = std::make_unique<Runtime>(Runtime::Options{.limits = limits});
+    runtime->start();
+    Server::Options options{
+        .listen = {ListenAddress{.host = "127.0.0.1"}}, .security = plaintext(), .authenticator = {}};
+    if (hasUsers) {
+      options.authenticator = std::make_shared<Authenticator>(Users::parse("ann:" + hashed("open")).value(),
+                                                              Tovak::SystemClock::instance());
+    }
+    auto started = Server::start(options, *runtime);
+    EXPECT_TRUE(started.ok());
+    server = std::move(started.value());
+    channel = grpc::CreateChannel(server->addresses().front().text(), grpc::InsecureChannelCredentials());
+  }
+  ~Serving() {
+    server.reset();
+    runtime->stop();
+  }
+
+  std::unique_ptr<Runtime> runtime;
+  std::unique_ptr<Server> server;
+  std::shared_ptr<grpc::Channel> channel;
+};
+
+// A context with a deadline far off, so that a test that would hang fails, and with credentials.
+std::unique_ptr<grpc::ClientContext> contextOf(char const* password = nullptr) {
+  auto context = std::make_unique<grpc::ClientContext>();
+  context->set_deadline(gpr_time_add(gpr_now(GPR_CLOCK_REALTIME), gpr_time_from_seconds(20, GPR_TIMESPAN)));
+  if (password != nullptr) {
+    context->AddMetadata("username", "ann");
+    context->AddMetadata("password", password);
+  }
+  return context;
+}
+
+struct Answer {
+  grpc::Status status;
+  std::string bytes;
+};
+
+// A unary call with whatever bytes.
+Answer call(Serving& serving, char const* method, std::string const& request,
+            char const* password = nullptr) {
+  grpc::GenericStub stub(serving.channel);
+  auto const context = contextOf(password);
+  grpc::CompletionQueue queue;
+  grpc::Slice const slice(request);
+  auto const reader = stub.PrepareUnaryCall(context.get(), method, grpc::ByteBuffer(&slice, 1), &queue);
+  reader->StartCall();
+  grpc::ByteBuffer response;
+  Answer answer;
+  reader->Finish(&response, &answer.status, nullptr);
+  void* tag = nullptr;
+  bool ok = false;
+  queue.Next(&tag, &ok);
+  grpc::Slice whole;
+  if (answer.status.ok() && response.DumpToSingleSlice(&whole).ok())
+    answer.bytes.assign(reinterpret_cast<char const*>(whole.begin()), whole.size());
+  return answer;
+}
+
+// A stream that has been answered its initial sync.
+struct Stream {
+  explicit Stream(Serving& serving) : stub(gnmi::gNMI::NewStub(serving.channel)), context(contextOf()) {
+    stream = stub->Subscribe(context.get());
+    gnmi::SubscribeRequest request;
+    request.mutable_subscribe()->add_subscription()->mutable_path()->add_elem()->set_name("interfaces");
+    stream->Write(request);
+  }
+  // The status of the call once it has ended.
+  grpc::Status end() {
+    gnmi::SubscribeResponse response;
+    while (stream->Read(&response)) {
+    }
+    return stream->Finish();
+  }
+  bool awaitSync() {
+    gnmi::SubscribeResponse response;
+    while (stream->Read(&response)) {
+      if (response.sync_response()) return true;
+    }
+    return false;
+  }
+  std::unique_ptr<gnmi::gNMI::Stub> stub;
+  std::unique_ptr<grpc::ClientContext> context;
+  std::unique_ptr<grpc::ClientReaderWriter<gnmi::SubscribeRequest, gnmi::SubscribeResponse>> stream;
+};
+
+TEST(Server, CredentialsComeBeforeTheRequest) {
+  Serving serving(true);
+  std::string const garbage = "\xff\xff\xff";
+  using Code = grpc::StatusCode;
+  for (char const* const method : {kGet, "/gnmi.gNMI/Set", "/gnmi.gNMI/Capabilities"}) {
+    EXPECT_EQ(call(serving, method, garbage).status.error_code(), Code::UNAUTHENTICATED) << method;
+    EXPECT_EQ(call(serving, method, garbage, "wrong").status.error_code(), Code::UNAUTHENTICATED) << method;
+    EXPECT_EQ(call(serving, method, garbage, "open").status.error_code(), Code::INVALID_ARGUMENT) << method;
+    EXPECT_EQ(call(serving, method, "", "open").status.error_code(), Code::OK) << method;
+  }
+  EXPECT_EQ(Stream(serving).end().error_code(), Code::UNAUTHENTICATED);
+  EXPECT_TRUE(call(serving, kHealthCheck, "").status.ok()) << "health is for everybody";
+}
+
+TEST(Server, TextsThatAreNoUtf8AreRefusedWithoutAWordOnStandardError) {
+  Serving serving;
+  std::string const request("\x12\x04\x1a\x02\x0a\xff",
+                            6); // a path element whose name is cut short and no text
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(call(serving, kGet, request).status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  std::string const name("\x12\x05\x1a\x03\x0a\x01\xff", 7);
+  EXPECT_EQ(call(serving, kGet, name).status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Server, TellsItsHealthAndItsServices) {
+  Serving serving;
+  std::string const kServing = "\x08\x01";
+  EXPECT_EQ(call(serving, kHealthCheck, "").bytes, kServing);
+  EXPECT_EQ(call(serving, kHealthCheck, "\x0a\x09gnmi.gNMI").bytes, kServing);
+  EXPECT_EQ(call(serving, kHealthCheck, "\x0a\x02no").status.error_code(), grpc::StatusCode::NOT_FOUND);
+
+  grpc::GenericStub stub(serving.channel);
+  auto const context = contextOf();
+  grpc::CompletionQueue queue;
+  void* tag = nullptr;
+  bool ok = false;
+  auto const stream = stub.PrepareCall(
+      context.get(), "/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo", &queue);
+  stream->StartCall(nullptr);
+  queue.Next(&tag, &ok);
+  grpc::Slice const listServices("\x3a\x00", 2);
+  stream->Write(grpc::ByteBuffer(&listServices, 1), nullptr);
+  queue.Next(&tag, &ok);
+  grpc::ByteBuffer response;
+  stream->Read(&response, nullptr);
+  queue.Next(&tag, &ok);
+  grpc::Slice whole;
+  ASSERT_TRUE(ok && response.DumpToSingleSlice(&whole).ok());
+  std::string const text(reinterpret_cast<char const*>(whole.begin()), whole.size());
+  EXPECT_NE(text.find("gnmi.gNMI"), std::string::npos);
+  context->TryCancel();
+  grpc::Status status;
+  stream->Finish(&status, nullptr);
+  queue.Next(&tag, &ok);
+}
+
+TEST(Server, LimitsMessagesAndStreams) {
+  Serving serving(false, {.streams = 2, .messageBytes = 64 << 10});
+  using Code = grpc::StatusCode;
+  EXPECT_EQ(call(serving, kGet, std::string(65 << 10, 'x')).status.error_code(), Code::RESOURCE_EXHAUSTED);
+  Stream first(serving), second(serving);
+  ASSERT_TRUE(first.awaitSync() && second.awaitSync());
+  EXPECT_EQ(Stream(serving).end().error_code(), Code::RESOURCE_EXHAUSTED);
+  EXPECT_TRUE(call(serving, "/gnmi.gNMI/Capabilities", "").status.ok()) << "others are served on";
+  first.context->TryCancel();
+  second.context->TryCancel();
+  EXPECT_EQ(first.end().error_code(), Code::CANCELLED);
+  EXPECT_EQ(second.end().error_code(), Code::CANCELLED);
+}
+
+TEST(Server, APortThatIsTakenIsNamed) {
+  Serving serving;
+  ListenAddress const taken = serving.server->addresses().front();
+  auto const second =
+      Server::start({.listen = {taken}, .security = plaintext(), .authenticator = {}}, *serving.runtime);
+  ASSERT_FALSE(second.ok());
+  EXPECT_EQ(second.error(), "cannot listen on " + taken.text() + ": Address already in use");
+}
+
+TEST(Server, DrainingEndsStreamsAndHealthAndRefusesCalls) {
+  Serving serving;
+  Stream stream(serving);
+  ASSERT_TRUE(stream.awaitSync());
+  serving.server->drain(10 * kSecondNs);
+  grpc::Status const status = stream.end();
+  EXPECT_EQ(status.error_code(), grpc::StatusCode::UNAVAILABLE);
+  EXPECT_EQ(status.error_message(), "the agent is going down");
+  EXPECT_EQ(call(serving, kHealthCheck, "").status.error_code(), grpc::StatusCode::UNAVAILABLE);
+}
+
+} // namespace
+} // namespace Agent
