@@ -20,6 +20,10 @@ if(KTD_CCACHE)
   add_compile_options(-fpch-preprocess)
 endif()
 
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang") # for the fuzz harnesses; the project's compiler is gcc
+  add_compile_options(-fsized-deallocation -Wno-unknown-warning-option)
+endif()
+
 add_library(KtdWarnings INTERFACE)
 target_compile_options(KtdWarnings INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wunused -Wredundant-decls
