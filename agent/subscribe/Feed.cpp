@@ -17,9 +17,16 @@ namespace Agent {
 
 // --- making messages --------------------------------------------------------------------------------------
 
-bool Feed::take(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
+// Makes messages of all that has been taken: of each change the ends of paths first, then updates.
+void Feed::settle() {
+  for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : taken_)
+    select(response);
+  taken_.clear();
+  close();
+}
+
+void Feed::select(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
   gnmi::Notification const& notification = response->response->update();
-  bool any = false;
   if (notification.delete__size() > 0) {
     std::vector<gnmi::Path> ends;
     for (gnmi::Path const& path : notification.delete_())
@@ -31,15 +38,12 @@ bool Feed::take(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
         made->add_delete_()->Swap(&path);
       close();
       log_.push_back(Message::of(std::move(made), frame));
-      any = true;
     }
   }
-  if (mode == LeafMode::Sample) return any;
+  if (mode == LeafMode::Sample) return;
   Selector::Selected selected =
       selector.updates(notification, mode == LeafMode::OnChange ? LeafKind::All : LeafKind::Event);
-  if (!selected.any) return any;
-  bundle(response, std::move(selected.updates));
-  return true;
+  if (selected.any) bundle(response, std::move(selected.updates));
 }
 
 void Feed::bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates) {
@@ -80,7 +84,7 @@ void Feed::close() {
 // --- delivering -------------------------------------------------------------------------------------------
 
 void Feed::catchUp(FeedMember& member) {
-  close();
+  settle();
   std::uint64_t const from = std::exchange(member.position_, end());
   if (from < end()) member.changed(std::span(log_).subspan(from - first_));
 }
@@ -88,7 +92,7 @@ void Feed::catchUp(FeedMember& member) {
 bool Feed::deliver(Tovak::Task const& task) {
   for (;;) {
     if (nextMember_ == 0) {
-      close();
+      settle();
       deliveryEnd_ = end();
     }
     while (nextMember_ < members_.size()) {
@@ -98,13 +102,13 @@ bool Feed::deliver(Tovak::Task const& task) {
     nextMember_ = 0;
     log_.erase(log_.begin(), log_.begin() + static_cast<std::ptrdiff_t>(deliveryEnd_ - first_));
     first_ = deliveryEnd_;
-    if (log_.empty() && open_.empty()) return true;
+    if (log_.empty() && taken_.empty()) return true;
     if (task.taskShouldYield()) return false;
   }
 }
 
 void Feed::memberIs(FeedMember& member) {
-  close();
+  settle();
   member.position_ = end();
   members_.push_back(&member);
 }
@@ -227,10 +231,11 @@ void FeedIndex::memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member)
 void FeedIndex::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
   if (count_ == 0) return;
   find(response->response->update());
-  std::vector<std::shared_ptr<Feed>> const found = std::exchange(found_, {});
-  for (std::shared_ptr<Feed> const& feed : found) {
-    if (feed->take(response)) delivery_->feedIs(feed);
+  for (std::shared_ptr<Feed> const& feed : found_) {
+    feed->take(response);
+    delivery_->feedIs(feed);
   }
+  found_.clear();
 }
 
 void FeedIndex::find(gnmi::Notification const& notification) {

@@ -50,8 +50,8 @@ public:
       , frame(std::move(theFrame))
       , mode(theMode) {}
 
-  // Takes what of a change concerns the members: ends of paths first, then updates. Whether anything did.
-  bool take(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  // Takes a change that may concern the members. What of it does is found out when it is delivered.
+  void take(std::shared_ptr<Ondra::ArenaRespMsg> const& response) { taken_.push_back(response); }
   // Gives a member what it has not got yet.
   void catchUp(FeedMember& member);
   // Gives all members what they have not got yet; false when it was told to yield before the end.
@@ -69,17 +69,20 @@ public:
   bool isDue = false;     // waits for the delivery
 
 private:
+  void settle();
+  void select(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
   void bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates);
   [[nodiscard]] bool repeatsPath(gnmi::Notification const& notification, Selection const& updates);
   void close();
   [[nodiscard]] std::uint64_t end() const noexcept { return first_ + log_.size(); }
 
   std::vector<FeedMember*> members_;
-  std::size_t nextMember_ = 0;    // of the delivery
-  std::uint64_t deliveryEnd_ = 0; // before which the members so far have got all
-  std::vector<Message::Ptr> log_; // what some member has not got yet
-  std::uint64_t first_ = 0;       // its number
-  Message::Parts open_;           // the message that is being made
+  std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> taken_; // not yet looked at
+  std::size_t nextMember_ = 0;                              // of the delivery
+  std::uint64_t deliveryEnd_ = 0;                           // before which the members so far have got all
+  std::vector<Message::Ptr> log_;                           // what some member has not got yet
+  std::uint64_t first_ = 0;                                 // its number
+  Message::Parts open_;                                     // the message that is being made
   std::int64_t openTime_ = 0;
   std::size_t openLeaves_ = 0;
   absl::flat_hash_set<std::size_t> openPaths_; // hashes

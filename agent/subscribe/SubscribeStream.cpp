@@ -191,13 +191,9 @@ void SubscribeStream::end(grpc::Status const& status) {
     if (end_) return;
     end_ = status;
     if (!status.ok()) dropQueued();
-    if (status.ok() && (writing_ || std::exchange(pumpComes_, true))) return;
+    if (writing_ || std::exchange(pumpComes_, true)) return;
   }
-  if (status.ok()) {
-    runtime_.engine().pumpIs(shared_from_this()); // what is queued is written first
-  } else {
-    pump();
-  }
+  runtime_.engine().pumpIs(shared_from_this());
 }
 
 bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {

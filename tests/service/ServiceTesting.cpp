@@ -59,7 +59,10 @@ Server::Server(grpc::Service& service) {
   builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
   builder.RegisterService(&service);
   server_ = builder.BuildAndStart();
-  channel_ = grpc::CreateChannel("127.0.0.1:" + std::to_string(port), grpc::InsecureChannelCredentials());
+  grpc::ChannelArguments args;
+  args.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0); // a window that stays small: who does not read is noticed soon
+  channel_ = grpc::CreateCustomChannel("127.0.0.1:" + std::to_string(port),
+                                       grpc::InsecureChannelCredentials(), args);
 }
 
 Server::~Server() {
