@@ -1,5 +1,4 @@
-// ondra-agent: this machine over gNMI, and a client for people. Puts the parts
-// together, and nothing else.
+// ondra-agent: this machine over gNMI, and a client for people. Puts the parts together, and nothing else.
 #include <fmt/format.h>
 
 #include <array>

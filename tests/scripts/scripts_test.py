@@ -106,10 +106,63 @@ class Packages(unittest.TestCase):
         self.assertNotIn("ready", result.stdout)
 
     def testWrongOptionsAreRefused(self):
-        for command in (["./run", "--nonsense"], ["./test", "-j", "x"], ["./test", "--preset"]):
+        for command in (["./run", "--nonsense"], ["./run", "--seconds", "x"], ["./test", "-j", "x"], ["./test", "--preset"]):
             result = call(*command, cwd=ROOT)
             self.assertEqual(result.returncode, 1, command)
             self.assertIn(command[1], result.stdout)
+
+
+class Run(unittest.TestCase):
+    """./run on a machine played by commands that do nothing, with an agent that says how it was called."""
+    AGENT = """#!/bin/bash
+echo "$*" >>calls
+[[ $1 == serve ]] || { echo "update"; exit "${WATCH_ENDS:-0}"; }
+[[ -z ${SERVE_FAILS:-} ]] || { echo "ondra-agent serve: cannot listen" >&2; exit 3; }
+[[ $2 == --insecure && $3 == --listen ]] || exit 0
+trap 'echo "ended" >>calls; exit 0' TERM
+echo "ondra-agent serve: listening on 127.0.0.1:5 (plaintext)" >&2
+tail -f /dev/null &
+wait
+"""
+
+    def run_(self, *arguments, **variables):
+        with tempfile.TemporaryDirectory() as tree:
+            for name in ("run", "scripts/lib.sh", "CMakePresets.json"):
+                write(tree, name, (ROOT / name).read_text(encoding="utf-8"), 0o755)
+            write(tree, "scripts/packages.txt", "")
+            write(tree, "build/release/agent/ondra-agent", self.AGENT, 0o755)
+            for tool in ("ninja", "cmake", "dpkg-query"):
+                write(tree, f"tools/{tool}", "#!/bin/sh\nexit 0\n", 0o755)
+            environment = dict(os.environ, PATH=f"{tree}/tools:{os.environ['PATH']}", **variables)
+            result = call("./run", *arguments, cwd=tree, env=environment)
+            calls = pathlib.Path(tree, "calls")
+            return result, calls.read_text().splitlines() if calls.exists() else []
+
+    def testItServesAndWatchesForAWhile(self):
+        for arguments, seconds in (([], 10), (["--seconds", "3"], 3)):
+            result, calls = self.run_(*arguments)
+            self.assertEqual(result.returncode, 0, result.stdout)
+            self.assertIn("update", result.stdout)
+            self.assertEqual(calls[0], "serve --insecure --listen 127.0.0.1:0")
+            self.assertTrue(calls[1].startswith(f"watch --insecure --address 127.0.0.1:5 --seconds {seconds} "), calls)
+            self.assertIn("/interfaces", calls[1])
+            self.assertEqual(calls[2:], ["ended"])
+
+    def testWhatToWatchAndHowItEndedArePassedOn(self):
+        result, calls = self.run_("--", "--json", "/system", WATCH_ENDS="1")
+        self.assertEqual(result.returncode, 1, result.stdout)
+        self.assertTrue(calls[1].endswith("--seconds 10 --json /system"), calls)
+        self.assertEqual(calls[2:], ["ended"])
+
+    def testAnAgentThatDoesNotStartIsTold(self):
+        result, calls = self.run_(SERVE_FAILS="1")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("cannot listen", result.stdout)
+        self.assertEqual(len(calls), 1)
+
+    def testServeTakesAllOptions(self):
+        self.assertEqual(self.run_("--serve", "--synthetic", "1000", "--help")[1], ["serve --synthetic 1000 --help"])
+        self.assertEqual(self.run_("--serve")[1], ["serve --insecure"])
 
 
 if __name__ == "__main__":
