@@ -229,8 +229,10 @@ GetAnswer::Match& GetAnswer::matchIs(Place const& place) {
     matches_.push_back(std::make_unique<Match>());
     match = matches_.back().get();
     TypeNode const& top = place.node(place.matchDepth());
+    std::string_view const key =
+        place.matchDepth() == 0 ? std::string_view() : place.key(place.matchDepth() - 1);
     if (top.leaf() == nullptr)
-      match->tree = std::make_unique<JsonTree>(top, order_.encoding == gnmi::JSON_IETF);
+      match->tree = std::make_unique<JsonTree>(top, key, order_.encoding == gnmi::JSON_IETF);
     bytes_ += path.ByteSizeLong();
     match->path = std::move(path);
   }

@@ -41,9 +41,9 @@ std::size_t positionOf(TypeNode const& type) { return type.attr ? type.attr.desc
 
 } // namespace
 
-JsonTree::JsonTree(TypeNode const& top, bool isIetf)
+JsonTree::JsonTree(TypeNode const& top, std::string_view key, bool isIetf)
     : isIetf_(isIetf)
-    , top_(std::make_unique<Node>(top, "")) {}
+    , top_(std::make_unique<Node>(top, key)) {}
 JsonTree::~JsonTree() = default;
 
 TypeNode const& JsonTree::typeOf(Node const& node) { return node.type; }

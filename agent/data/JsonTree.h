@@ -21,7 +21,8 @@ class JsonTree {
 public:
   class Node;
 
-  JsonTree(TypeNode const& top, bool isIetf);
+  // `key`: of a list entry.
+  JsonTree(TypeNode const& top, std::string_view key, bool isIetf);
   ~JsonTree();
   JsonTree(JsonTree const&) = delete;
   JsonTree& operator=(JsonTree const&) = delete;

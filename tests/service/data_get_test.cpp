@@ -1,0 +1,356 @@
+// Capabilities and Get: encodings, types, wildcards, what is told of what is not there.
+#include <nlohmann/json.hpp>
+
+#include "Ondra/GnmiPath.h"
+#include "agent/data/JsonText.h"
+#include "agent/data/LeafEncoding.h"
+#include "agent/data/LeafValue.h"
+#include "service/data_testing.h"
+
+namespace {
+
+using namespace ServiceTesting;
+using gnmi::GetRequest;
+using gnmi::JSON;
+using gnmi::JSON_IETF;
+using gnmi::PROTO;
+using grpc::StatusCode;
+using nlohmann::json;
+using namespace std::string_literals;
+
+class DataGet : public testing::Test {
+protected:
+  DataGet() { bench.fill(); }
+  DataBench bench;
+};
+
+TEST_F(DataGet, capabilitiesNameModelsEncodingsAndVersion) {
+  gnmi::CapabilityResponse const response = bench.capabilities();
+  EXPECT_EQ(response.gnmi_version(), "0.10.0");
+  EXPECT_EQ(std::vector<int>(response.supported_encodings().begin(), response.supported_encodings().end()),
+            (std::vector<int>{JSON, JSON_IETF, PROTO}));
+  ASSERT_EQ(response.supported_models_size(), 5);
+  EXPECT_EQ(response.supported_models(0).name(), "openconfig-interfaces");
+  EXPECT_EQ(response.supported_models(0).version(), "3.8.1");
+  EXPECT_FALSE(response.supported_models(0).organization().empty());
+}
+
+TEST_F(DataGet, leavesInAllEncodings) {
+  struct Row {
+    char const* path;
+    char const* json;
+    char const* ietf;
+    char const* proto;
+  };
+  Row const rows[] = {
+      {"/interfaces/interface[name=eth0]/state/counters/in-octets", "18446744073709551615",
+       R"("18446744073709551615")", "uint_val: 18446744073709551615"},
+      {"/interfaces/interface[name=eth0]/state/ifindex", "2", "2", "uint_val: 2"},
+      {"/interfaces/interface[name=eth0]/config/enabled", "true", "true", "bool_val: true"},
+      {"/interfaces/interface[name=eth0]/config/description", R"("to \"the\" core")", R"("to \"the\" core")",
+       R"(string_val: "to \"the\" core")"},
+      {"/interfaces/interface[name=eth0]/state/oper-status", R"("UP")", R"("UP")", R"(string_val: "UP")"},
+      {"/interfaces/interface[name=eth0]/config/type", R"("iana-if-type:ethernetCsmacd")",
+       R"("iana-if-type:ethernetCsmacd")", R"(string_val: "iana-if-type:ethernetCsmacd")"},
+      {"/interfaces/interface[name=eth0]/ethernet/state/port-speed", R"("SPEED_1GB")",
+       R"("openconfig-if-ethernet:SPEED_1GB")", R"(string_val: "SPEED_1GB")"},
+      {"/components/component[name=sensor]/state/temperature/instant", "45.5", R"("45.5")",
+       "double_val: 45.5"},
+      {"/system/cpus/cpu[index=ALL]/state/index", R"("ALL")", R"("ALL")", R"(string_val: "ALL")"},
+      {"/system/cpus/cpu[index=10]/state/index", "10", "10", "uint_val: 10"},
+      {"/system/cpus/cpu[index=0]/state/total/avg", "7", "7", "uint_val: 7"},
+      {"/system/mount-points/mount-point[name=/]/state/type", R"("EXT4_FS")",
+       R"("openconfig-system:EXT4_FS")", R"(string_val: "EXT4_FS")"},
+      {"/system/mount-points/mount-point[name=/proc]/state/type", R"("proc")", R"("proc")",
+       R"(string_val: "proc")"},
+      {"/system/dns/config/search", R"(["example.org","example.net"])", R"(["example.org","example.net"])",
+       R"(leaflist_val { element { string_val: "example.org" } element { string_val: "example.net" } })"},
+  };
+  for (Row const& row : rows) {
+    EXPECT_EQ(bench.value(row.path, JSON), row.json) << row.path;
+    EXPECT_EQ(bench.value(row.path, JSON_IETF), row.ietf) << row.path;
+    EXPECT_EQ(bench.value(row.path, PROTO), row.proto) << row.path;
+  }
+  // A process may be called by what is no UTF-8; JSON stays JSON.
+  Agent::Process* const process = bench.tree().system->processes->process.find(1);
+  process->state->leafIs(&Agent::ProcessState::args, {Kel::String("\xff")});
+  EXPECT_EQ(bench.value("/system/processes/process[pid=1]/state/args"), "[\"\xef\xbf\xbd\"]");
+}
+
+TEST_F(DataGet, containersAndListsInJson) {
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4"),
+            R"({"config":{"enabled":true},"addresses":{"address":[{"ip":"192.0.2.1",)"
+            R"("config":{"ip":"192.0.2.1","prefix-length":24},"state":{"ip":"192.0.2.1","origin":"STATIC"}},)"
+            R"({"ip":"192.0.2.2","config":{"ip":"192.0.2.2","prefix-length":24},)"
+            R"("state":{"ip":"192.0.2.2","origin":"STATIC"}}]}})");
+  // Members carry their module at the top, and below where it is another one than the parent's.
+  EXPECT_EQ(
+      bench.value("/interfaces/interface[name=eth0]/subinterfaces", JSON_IETF, GetRequest::CONFIG),
+      R"({"openconfig-interfaces:subinterface":[{"index":0,"config":{"index":0,"description":"all of it",)"
+      R"("enabled":true},"openconfig-if-ip:ipv4":{"config":{"enabled":true},"addresses":{"address":[)"
+      R"({"ip":"192.0.2.1","config":{"ip":"192.0.2.1","prefix-length":24}},)"
+      R"({"ip":"192.0.2.2","config":{"ip":"192.0.2.2","prefix-length":24}}]}},)"
+      R"("openconfig-if-ip:ipv6":{"config":{"enabled":true},"addresses":{"address":[)"
+      R"({"ip":"2001:db8::1","config":{"ip":"2001:db8::1","prefix-length":64,"type":"GLOBAL_UNICAST"}}]}}}]})");
+  EXPECT_EQ(
+      bench.value("/system/cpus", JSON_IETF), R"({"openconfig-system:cpu":[)" + [] {
+        std::string entries;
+        for (std::string const key : {"0", "1", "10", "ALL"}) {
+          std::string const leaf = key == "ALL" ? "\"ALL\"" : key;
+          entries += (entries.empty() ? "" : ",") + R"({"index":")"s + key + R"(","state":{"index":)" + leaf +
+                     R"(,"total":{"instant":0,"avg":7,"min":0,"max":0,"interval":"0","min-time":"0",)" +
+                     R"("max-time":"0"})";
+          for (char const* const share :
+               {"user", "kernel", "nice", "idle", "wait", "hardware-interrupt", "software-interrupt"})
+            entries +=
+                R"(,")"s + share +
+                R"(":{"instant":0,"avg":0,"min":0,"max":0,"interval":"0","min-time":"0","max-time":"0"})";
+          entries += "}}";
+        }
+        return entries;
+      }() + "]}");
+}
+
+// Flattens JSON to "path" -> "value", as `leaves` has it for the leaf's JSON form.
+void flatten(json const& value, std::string const& path, std::map<std::string, std::string>& to) {
+  if (value.is_object()) {
+    for (auto const& [name, member] : value.items())
+      flatten(member, path + "/" + name, to);
+  } else if (value.is_array() && !value.empty() && value.front().is_object()) {
+    static std::map<std::string, std::string> const keys = {
+        {"interface", "name"},   {"subinterface", "index"}, {"address", "ip"},       {"neighbor", "ip"},
+        {"cpu", "index"},        {"process", "pid"},        {"mount-point", "name"}, {"server", "address"},
+        {"grpc-server", "name"}, {"component", "name"}};
+    std::string const key = keys.at(path.substr(path.rfind('/') + 1));
+    for (json const& entry : value) {
+      std::string const text = entry[key].is_string() ? entry[key].get<std::string>() : entry[key].dump();
+      flatten(entry, path + "[" + key + "=" + text + "]", to);
+    }
+  } else {
+    to[path] = value.dump(-1, ' ', false, json::error_handler_t::replace);
+  }
+}
+
+// The tree as one JSON value holds exactly the leaves that are told one by one.
+TEST_F(DataGet, jsonOfTheRootHoldsAllLeaves) {
+  std::map<std::string, std::string> fromTree, oneByOne;
+  flatten(json::parse(bench.value("/")), "", fromTree);
+  for (auto const& [leaf, typed] : bench.leaves())
+    oneByOne[leaf] = json::parse(bench.value(leaf)).dump(-1, ' ', false, json::error_handler_t::replace);
+  EXPECT_GT(oneByOne.size(), 250U);
+  EXPECT_EQ(difference(oneByOne, fromTree), "");
+}
+
+TEST_F(DataGet, typesSelectLeaves) {
+  std::string const eth0 = "/interfaces/interface[name=eth0]/hold-time";
+  EXPECT_EQ(bench.value(eth0), R"({"config":{"up":0,"down":0},"state":{"up":0,"down":0}})");
+  EXPECT_EQ(bench.value(eth0, JSON, GetRequest::CONFIG), R"({"config":{"up":0,"down":0}})");
+  EXPECT_EQ(bench.value(eth0, JSON, GetRequest::STATE), R"({"state":{"up":0,"down":0}})");
+  // What only says what has become of the configuration is not operational.
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/ethernet", JSON, GetRequest::OPERATIONAL),
+            "nothing");
+  std::string const state =
+      bench.value("/interfaces/interface[name=eth0]/state", JSON, GetRequest::OPERATIONAL);
+  EXPECT_EQ(state, R"({"ifindex":2,"oper-status":"UP","last-change":1700000000000000000,)"
+                   R"("counters":{"in-octets":18446744073709551615}})");
+  std::size_t const config = bench.leaves(GetRequest::CONFIG).size(), all = bench.leaves().size();
+  EXPECT_EQ(config + bench.leaves(GetRequest::STATE).size(), all);
+  EXPECT_GT(config, 30U);
+}
+
+TEST_F(DataGet, oneNotificationAPathOneUpdateAMatch) {
+  gnmi::GetRequest request = getRequest(
+      {"interface[name=*]/config/mtu", "interface/state/.../in-octets", "interface[name=eth1]/config/mtu"});
+  *request.mutable_prefix() = path("/interfaces");
+  request.mutable_prefix()->set_target("box");
+  request.mutable_prefix()->set_origin("openconfig");
+  gnmi::GetResponse response;
+  ASSERT_TRUE(bench.get(request, response).ok());
+  ASSERT_EQ(response.notification_size(), 3);
+  std::vector<std::string> told;
+  for (gnmi::Notification const& each : response.notification()) {
+    EXPECT_EQ(each.timestamp(), bench.clock().wallNs());
+    EXPECT_EQ(each.prefix().target(), "box");
+    EXPECT_EQ(each.prefix().origin(), "openconfig");
+    for (gnmi::Update const& update : each.update())
+      told.push_back(text(each.prefix(), update.path()));
+  }
+  EXPECT_EQ(told, (std::vector<std::string>{"/interfaces/interface[name=eth0]/config/mtu",
+                                            "/interfaces/interface[name=eth1]/config/mtu",
+                                            "/interfaces/interface[name=eth0]/state/counters/in-octets",
+                                            "/interfaces/interface[name=eth1]/state/counters/in-octets",
+                                            "/interfaces/interface[name=eth1]/config/mtu"}));
+  // Without a prefix nothing is echoed; a prefix with wildcards is not repeated, the paths are concrete.
+  request = getRequest({"config/mtu"});
+  *request.mutable_prefix() = path("/interfaces/interface[name=*]");
+  ASSERT_TRUE(bench.get(request, response).ok());
+  ASSERT_EQ(response.notification_size(), 1);
+  EXPECT_TRUE(response.notification(0).has_prefix());
+  EXPECT_EQ(response.notification(0).prefix().ByteSizeLong(), 0U);
+  EXPECT_EQ(text(response.notification(0).update(1).path()), "/interfaces/interface[name=eth1]/config/mtu");
+}
+
+TEST_F(DataGet, refusals) {
+  struct Row {
+    char const* path;
+    StatusCode code;
+    char const* message; // a part of it
+  };
+  Row const rows[] = {
+      {"/interfaces/interface[name=eth9]", StatusCode::NOT_FOUND, "/interfaces/interface[name=eth9]"},
+      {"/interfaces/interface[name=eth9]/config/mtu", StatusCode::NOT_FOUND, "eth9"},
+      {"/interfaces/interface[name=eth0]/state/last-clear", StatusCode::NOT_FOUND, "last-clear"},
+      {"/interfaces/interface[name=eth0]/state/counters/out-octets", StatusCode::NOT_FOUND, "out-octets"},
+      {"/interfaces/interface[name=eth0]/nothing", StatusCode::NOT_FOUND, "nothing"},
+      {"/network-instances", StatusCode::NOT_FOUND, "network-instances"},
+      {"/interfaces/interface[id=eth0]", StatusCode::INVALID_ARGUMENT, "id"},
+      {"/system/processes/process[pid=x]", StatusCode::INVALID_ARGUMENT, "x"},
+  };
+  for (Row const& row : rows) {
+    gnmi::GetResponse response;
+    grpc::Status const status = bench.get(getRequest({"/system/config", row.path}), response);
+    EXPECT_EQ(status.error_code(), row.code) << row.path << ": " << status.error_message();
+    EXPECT_NE(status.error_message().find(row.message), std::string::npos) << status.error_message();
+  }
+  auto const refused = [&](auto const& change) {
+    gnmi::GetRequest request = getRequest({"/interfaces"});
+    change(request);
+    gnmi::GetResponse response;
+    return bench.get(request, response).error_code();
+  };
+  for (gnmi::Encoding const encoding : {gnmi::BYTES, gnmi::ASCII, static_cast<gnmi::Encoding>(77)})
+    EXPECT_EQ(refused([&](auto& request) { request.set_encoding(encoding); }), StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(refused([](auto& request) { request.add_use_models()->set_name("no-such-model"); }),
+            StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(refused([](auto& request) { request.add_use_models()->set_name("openconfig-interfaces"); }),
+            StatusCode::OK);
+  EXPECT_EQ(refused([](auto& request) { request.set_type(static_cast<GetRequest::DataType>(9)); }),
+            StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(refused([](auto& request) { request.clear_path(); }), StatusCode::OK);
+}
+
+TEST_F(DataGet, whatIsThereButEmptyIsNoError) {
+  EXPECT_EQ(bench.value("/system/dns/state"), "{\"search\":[]}");
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/state"),
+            "{}");
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/state",
+                        JSON_IETF),
+            "{}");
+}
+
+TEST(DataGetLimits, answersHaveABound) {
+  DataBench bench({.getBytes = 2000});
+  bench.fill();
+  EXPECT_TRUE(bench.value("/system/config").starts_with("{"));
+  for (gnmi::Encoding const encoding : {JSON, PROTO})
+    EXPECT_TRUE(bench.value("/", encoding).starts_with("8: ")) << bench.value("/", encoding);
+}
+
+TEST_F(DataGet, aClientThatLeavesIsNotServedOn) {
+  gnmi::GetRequest const request = getRequest({"/"});
+  gnmi::GetResponse response;
+  for (int turns = 0; turns < 4; ++turns) { // called off before, during and after the reading
+    grpc::ClientContext context;
+    std::atomic<bool> ended = false;
+    bench.stub().async()->Get(&context, &request, &response, [&](grpc::Status const&) { ended = true; });
+    for (int i = 0; i < turns; ++i)
+      bench.runtime().scheduler()->runOnce();
+    context.TryCancel();
+    EXPECT_TRUE(bench.settleUntil([&] { return ended.load(); }));
+  }
+  EXPECT_TRUE(bench.value("/system/config").starts_with("{"));
+}
+
+// --- JSON of clients ------------------------------------------------------------------------------------------------
+
+TEST(DataJson, textsThatAreRefused) {
+  std::string const deep(Agent::kMaxJsonDepth, '['), deepest(200'000, '[');
+  for (std::string const& text :
+       {std::string(), "{"s, "{}x"s, "{'a':1}"s, "{\"a\":1,}"s, "\"\xff\""s, "\"\xed\xa0\x80\""s,
+        "{\"a\":1,\"a\":2}"s, "[{\"a\":1},{\"a\":1,\"b\":{},\"a\":1}]"s, "NaN"s, "01"s,
+        "[" + deep + "1" + std::string(200, ']'), deepest})
+    EXPECT_FALSE(Agent::jsonOf(text)) << text.substr(0, 40);
+  for (std::string const& text :
+       {"1"s, " {\"a\":[{\"a\":1},{\"a\":1}]} "s, "\"\\u00e9\""s, deep + std::string(deep.size(), ']')})
+    EXPECT_TRUE(Agent::jsonOf(text)) << text.substr(0, 40);
+}
+
+// What a leaf takes as JSON, in the form that the library gets, or a part of what is said against it.
+TEST(DataJson, leafValues) {
+  Agent::declareTypes();
+  auto const leaf = [](Kel::KelType type, char const* name) { return *Agent::leafInfo(type.attr(name)); };
+  auto const u16 = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "mtu");
+  auto const u8 = leaf(Kel::typeOf<Agent::PercentStats>(), "avg");
+  auto const u64 = leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets");
+  auto const flag = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "enabled");
+  auto const text = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "description");
+  auto const decimal = leaf(Kel::typeOf<Agent::Temperature>(), "avg");
+  auto const type = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "type");
+  auto const speed = leaf(Kel::typeOf<Agent::EthernetConfig>(), "port-speed");
+  auto const index = leaf(Kel::typeOf<Agent::CpuState>(), "index");
+  auto const fs = leaf(Kel::typeOf<Agent::MountPointState>(), "type");
+  auto const search = leaf(Kel::typeOf<Agent::DnsConfig>(), "search");
+  struct Row {
+    Agent::LeafInfo const& leaf;
+    char const* json;
+    char const* outcome;
+  };
+  Row const rows[] = {
+      {u16, "1500", "uint_val: 1500"},
+      {u16, "65535", "uint_val: 65535"},
+      {u16, "65536", "out of the range 0..65535"},
+      {u16, "-1", "uint16; found '-1'"},
+      {u16, "1500.0", "uint16; found '1500.0'"},
+      {u16, "\"1500\"", "uint16; found"},
+      {u16, "null", "uint16; found 'null'"},
+      {u16, "[1]", "uint16; found an array"},
+      {u8, "100", "uint_val: 100"},
+      {u8, "256", "out of the range"},
+      {u64, "18446744073709551615", "uint_val: 18446744073709551615"},
+      {u64, "\"18446744073709551615\"", "uint_val: 18446744073709551615"},
+      {u64, "18446744073709551616", "uint64; found"},
+      {u64, "\"18446744073709551616\"", "uint64; found"},
+      {u64, "\"-1\"", "uint64; found"},
+      {u64, "\"1 \"", "uint64; found"},
+      {flag, "false", "bool_val: false"},
+      {flag, "\"true\"", "boolean; found"},
+      {flag, "0", "boolean; found"},
+      {text, "\"\\u00e9\"", "string_val: \"\\303\\251\""},
+      {text, "7", "string; found"},
+      {decimal, "45.5", "double_val: 45.5"},
+      {decimal, "\"45.5\"", "double_val: 45.5"},
+      {decimal, "45", "double_val: 45"},
+      {decimal, "\"nan\"", "decimal64; found"},
+      {decimal, "\"1e3\"", "decimal64; found"},
+      {type, "\"iana-if-type:ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\""},
+      {type, "\"ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\""},
+      {type, "\"other-module:ethernetCsmacd\"", "is no value of this identityref"},
+      {speed, "\"SPEED_1GB\"", "string_val: \"SPEED_1GB\""},
+      {speed, "\"openconfig-if-ethernet:SPEED_1GB\"", "string_val: \"SPEED_1GB\""},
+      {speed, "\"openconfig-system:SPEED_1GB\"", "is no value"},
+      {index, "\"ALL\"", "string_val: \"ALL\""},
+      {index, "3", "uint_val: 3"},
+      {index, "\"NONE\"", "fits no alternative"},
+      {fs, "\"openconfig-system:EXT4_FS\"", "string_val: \"EXT4_FS\""},
+      {fs, "\"proc\"", "string_val: \"proc\""},
+      {search, "[\"a\",\"b\"]", "element { string_val: \"b\" }"},
+      {search, "[]", "leaflist_val { }"},
+      {search, "\"a\"", "expected an array"},
+      {search, "[\"a\",1]", "string; found '1'"},
+  };
+  for (Row const& row : rows) {
+    auto const value = Agent::leafValueOf(row.leaf, json::parse(row.json));
+    std::string const outcome = value ? value.value().ShortDebugString() : value.error();
+    EXPECT_NE(outcome.find(row.outcome), std::string::npos) << row.json << " -> " << outcome;
+    if (!value) continue;
+    // What is written of it is read again as the same.
+    for (bool const isIetf : {false, true}) {
+      std::string written;
+      Agent::appendLeafJson(written, *value, row.leaf, isIetf);
+      auto const again = Agent::leafValueOf(row.leaf, json::parse(written));
+      EXPECT_TRUE(again && again.value().ShortDebugString() == outcome) << written;
+    }
+  }
+}
+
+} // namespace

@@ -1,0 +1,248 @@
+// The laws of Set, over seeded random requests against the agent's tree and over all that can be read back.
+#include <random>
+
+#include <fmt/format.h>
+
+#include "agent/data/TypeTree.h"
+#include "service/data_testing.h"
+#include "service/subscribe_testing.h"
+
+namespace {
+
+using namespace ServiceTesting;
+using Agent::TypeNode;
+using gnmi::GetRequest;
+
+// Random operations over the types: mostly sound ones, over few keys so that they meet.
+class Operations {
+public:
+  explicit Operations(std::uint64_t seed) : random_(seed) {}
+
+  gnmi::SetRequest request(int count, bool mayBeWrong) {
+    gnmi::SetRequest made;
+    for (int i = 0; i < count; ++i) {
+      mayBeWrong_ = mayBeWrong && oneIn(2 * count);
+      switch (below(3)) {
+      case 0: *made.add_delete_() = place(true).first; break;
+      case 1: fill(*made.add_replace()); break;
+      default: fill(*made.add_update());
+      }
+    }
+    return made;
+  }
+
+private:
+  std::size_t below(std::size_t bound) {
+    return std::uniform_int_distribution<std::size_t>(0, bound - 1)(random_);
+  }
+  bool oneIn(int count) { return below(static_cast<std::size_t>(count)) == 0; }
+
+  std::string key(TypeNode const& list) {
+    if (list.key().name() == "index") return std::to_string(below(3));
+    static char const* const all[] = {"eth0", "eth1", "new", "192.0.2.1", "192.0.2.53"};
+    return all[below(std::size(all))];
+  }
+  static bool isUseful(TypeNode const& node) {
+    Agent::LeafInfo const* const leaf = node.leaf();
+    return hasWritable(node) && !(leaf != nullptr && leaf->isKeyCopy) &&
+           !(node.attr && node.attr.isKeyField());
+  }
+
+  // A place where something can be written, from the root down; now and then one where nothing can.
+  std::pair<gnmi::Path, TypeNode> place(bool wildcards) {
+    gnmi::Path path;
+    TypeNode node = TypeNode::root();
+    while (node.leaf() == nullptr && (node.isRoot() || !oneIn(6))) {
+      std::vector<TypeNode> fitting;
+      for (TypeNode const& child : node.children()) {
+        if (child.attr && child.attr.isKeyField() ? mayBeWrong_ : mayBeWrong_ || isUseful(child))
+          fitting.push_back(child);
+      }
+      if (fitting.empty()) break;
+      node = fitting[below(fitting.size())];
+      gnmi::PathElem& elem = *path.add_elem();
+      elem.set_name(std::string(node.name));
+      if (node.isList() && !(wildcards && oneIn(4)))
+        (*elem.mutable_key())[node.key().name().str()] = wildcards && oneIn(4) ? "*" : key(node);
+    }
+    return {path, node};
+  }
+
+  std::string leafJson(TypeNode const& leaf) {
+    if (mayBeWrong_ && oneIn(3)) return "{}";
+    Agent::LeafInfo const& info = *leaf.leaf();
+    if (info.isLeafList) return below(2) == 0 ? "[]" : R"(["a","b"])";
+    switch (info.type) {
+    case Agent::LeafType::Boolean: return below(2) == 0 ? "true" : "false";
+    case Agent::LeafType::Enumeration:
+    case Agent::LeafType::Identity: {
+      auto const& all = info.held.enumerators();
+      return fmt::format("\"{}\"", all[below(all.size())].name.view());
+    }
+    case Agent::LeafType::String: return fmt::format("\"text {}\"", below(3));
+    default: return std::to_string(below(mayBeWrong_ ? 100'000 : 250));
+    }
+  }
+  std::string containerJson(TypeNode const& node, std::string const& entryKey) {
+    std::string text = "{";
+    auto const member = [&](TypeNode const& child, std::string const& value) {
+      text += fmt::format("{}\"{}{}\":{}", text.size() > 1 ? "," : "",
+                          oneIn(4) ? std::string(child.module) + ":" : std::string(), child.name, value);
+    };
+    for (TypeNode const& child : node.children()) {
+      if (child.attr && child.attr.isKeyField()) {
+        bool const isNumber = child.leaf()->type != Agent::LeafType::String;
+        if (!entryKey.empty()) member(child, isNumber ? entryKey : fmt::format("\"{}\"", entryKey));
+      } else if (!isUseful(child) || below(3) == 0) {
+        continue;
+      } else if (child.isList()) {
+        std::string const first = key(child), second = key(child);
+        std::string entries = containerJson(child, first);
+        if (first != second) entries += "," + containerJson(child, second);
+        member(child, "[" + entries + "]");
+      } else {
+        member(child, child.leaf() != nullptr ? leafJson(child) : containerJson(child, ""));
+      }
+    }
+    return text + "}";
+  }
+  void fill(gnmi::Update& update) {
+    auto const [path, node] = place(mayBeWrong_);
+    *update.mutable_path() = path;
+    update.mutable_val()->set_json_val(node.leaf() != nullptr ? leafJson(node) : containerJson(node, ""));
+  }
+
+  std::mt19937_64 random_;
+  bool mayBeWrong_ = false;
+};
+
+class DataSetLaws : public testing::Test {
+protected:
+  DataSetLaws() : service_(bench.runtime()), server_(service_), subscriber(bench, server_.channel()) {
+    bench.fill();
+    subscriber.send(stream().add("/").done());
+    subscriber.untilSync();
+  }
+  // What has been told since the sync, but for the time of the last configuration.
+  std::string toldSince() {
+    // A change of our own, so that there is an end to wait for.
+    std::string const mark = std::to_string(++marks_);
+    bench.tree().system->state->leafIs(&Agent::SystemState::softwareVersion, Kel::String(mark));
+    std::string told;
+    for (;;) {
+      gnmi::SubscribeResponse const next = subscriber.next();
+      for (gnmi::Path const& each : next.update().delete_())
+        told += "- " + text(next.update().prefix(), each) + "\n";
+      for (gnmi::Update const& update : next.update().update()) {
+        std::string const where = text(next.update().prefix(), update.path());
+        if (where.ends_with("/software-version") && update.val().string_val() == mark) return told;
+        if (!where.ends_with("-timestamp")) told += "+ " + where + "\n";
+      }
+      if (!next.has_update()) return told + "nothing more";
+    }
+  }
+
+  DataBench bench;
+
+private:
+  SubscribeService service_;
+  Server server_;
+  int marks_ = 0;
+
+protected:
+  Subscriber subscriber;
+};
+
+TEST_F(DataSetLaws, aRefusedRequestIsInvisible) {
+  int refused = 0, accepted = 0;
+  for (std::uint64_t seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    gnmi::SetRequest const request = Operations(seed).request(4, true);
+    static_cast<void>(toldSince());
+    auto const before = bench.leaves();
+    bool const ok = bench.setHere(request).ok();
+    ok ? ++accepted : ++refused;
+    if (ok) continue;
+    EXPECT_EQ(difference(before, bench.leaves()), "") << request.DebugString();
+    ASSERT_EQ(toldSince(), "") << request.DebugString();
+  }
+  EXPECT_GT(refused, 15);
+  EXPECT_GT(accepted, 15);
+}
+
+// Together or one after the other: the configuration is the same. And replacing all of it by what was read restores it.
+TEST_F(DataSetLaws, operationsTakeEffectInTheirOrder) {
+  std::string const start = bench.value("/", gnmi::JSON_IETF, GetRequest::CONFIG);
+  gnmi::SetRequest restore;
+  restore.add_replace()->mutable_val()->set_json_ietf_val(start);
+  for (std::uint64_t seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    gnmi::SetRequest const request = Operations(seed).request(5, false);
+    grpc::Status const together = bench.setHere(request);
+    ASSERT_TRUE(together.ok()) << together.error_message() << request.DebugString();
+    auto const atOnce = bench.leaves(GetRequest::CONFIG);
+    ASSERT_TRUE(bench.setHere(restore).ok());
+    EXPECT_EQ(bench.value("/", gnmi::JSON_IETF, GetRequest::CONFIG), start);
+    auto const single = [&](auto const& operations, auto const& add) {
+      for (auto const& operation : operations) {
+        gnmi::SetRequest one;
+        *add(one) = operation;
+        ASSERT_TRUE(bench.setHere(one).ok());
+      }
+    };
+    single(request.delete_(), [](gnmi::SetRequest& one) { return one.add_delete_(); });
+    single(request.replace(), [](gnmi::SetRequest& one) { return one.add_replace(); });
+    single(request.update(), [](gnmi::SetRequest& one) { return one.add_update(); });
+    EXPECT_EQ(difference(bench.leaves(GetRequest::CONFIG), atOnce), "") << request.DebugString();
+    ASSERT_TRUE(bench.setHere(restore).ok());
+  }
+}
+
+void collectPlaces(TypeNode const& node, std::string const& path, std::vector<std::string>& to) {
+  for (TypeNode const& child : node.children()) {
+    if (!hasWritable(child)) continue;
+    std::string below = fmt::format("{}/{}", path, child.name);
+    if (child.isList())
+      below += fmt::format("[{}={}]", child.key().name().view(),
+                           child.name == "interface"          ? "eth0"
+                           : child.name == "subinterface"     ? "0"
+                           : child.name == "server"           ? "192.0.2.53"
+                           : below.find("ipv4") == below.npos ? "2001:db8::1"
+                                                              : "192.0.2.2");
+    to.push_back(below);
+    collectPlaces(child, below, to);
+  }
+}
+
+// What is read, set again, changes nothing and tells nothing.
+TEST_F(DataSetLaws, whatIsReadCanBeSetAgain) {
+  std::vector<std::string> places = {"/"};
+  collectPlaces(TypeNode::root(), "", places);
+  int written = 0;
+  auto const before = bench.leaves();
+  static_cast<void>(toldSince());
+  for (std::string const& place : places) {
+    for (gnmi::Encoding const encoding : {gnmi::JSON, gnmi::JSON_IETF, gnmi::PROTO}) {
+      gnmi::GetResponse read;
+      if (!bench.get(getRequest({place}, encoding, GetRequest::CONFIG), read).ok()) continue;
+      gnmi::SetRequest request;
+      for (gnmi::Update const& update : read.notification(0).update()) {
+        // A container is no value in PROTO: its leaves are.
+        bool const isLeaf = encoding == gnmi::PROTO && read.notification(0).update_size() > 1;
+        *(isLeaf ? request.add_update() : request.add_replace()) = update;
+        ++written;
+      }
+      grpc::Status const status = bench.set(request);
+      EXPECT_TRUE(status.ok()) << place << ": " << status.error_message();
+    }
+  }
+  EXPECT_GT(written, 100);
+  auto after = bench.leaves();
+  after["/system/state/software-version"] = ""; // our own mark
+  auto expected = before;
+  expected["/system/state/software-version"] = "";
+  EXPECT_EQ(difference(expected, after), "");
+  EXPECT_EQ(toldSince(), "");
+}
+
+} // namespace

@@ -1,0 +1,364 @@
+// Set: what requests do to the model, what is refused and how, what a refused request leaves behind: nothing.
+#include <random>
+
+#include <fmt/format.h>
+
+#include "Kel/Declare.h"
+#include "Kel/Error.h"
+#include "agent/data/SetRun.h"
+#include "agent/model/Shape.h"
+#include "service/data_testing.h"
+#include "service/subscribe_testing.h"
+
+namespace {
+
+using namespace ServiceTesting;
+using gnmi::GetRequest;
+using grpc::StatusCode;
+
+class DataSet : public testing::Test {
+protected:
+  DataSet() { bench.fill(); }
+  DataBench bench;
+};
+
+// Each row on a freshly filled tree; what differs afterwards. The time of the last configuration differs too and is left out.
+TEST(DataSetRows, whatRequestsDo) {
+  struct Row {
+    char const* request;
+    char const* outcome;
+  };
+  Row const rows[] = {
+      {"update /interfaces/interface[name=eth0]/config/mtu uint:9000",
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+      {"update /interfaces/interface[name=eth0]/config/mtu 9000",
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+      {"update /interfaces/interface[name=eth0]/config/mtu int:9000",
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+      // An update never deletes.
+      {R"(update /interfaces/interface[name=eth0]/config ietf:{"openconfig-interfaces:mtu":1,"enabled":false})",
+       "/interfaces/interface[name=eth0]/config/enabled = bool_val: false (was bool_val: true)\n"
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 1 (was uint_val: 1500)\n"},
+      {R"(update /system/dns/config/search ["a"])",
+       "/system/dns/config/search = leaflist_val { element { string_val: \"a\" } } (was leaflist_val { "
+       "element { "
+       "string_val: \"example.org\" } element { string_val: \"example.net\" } })\n"},
+      {"update /system/dns/config/search list:",
+       "/system/dns/config/search = leaflist_val { } (was leaflist_val { element { string_val: "
+       "\"example.org\" } element { string_val: \"example.net\" } })\n"},
+      // A replace of a leaf is an update; of a container it takes the rest to its default, or away, and leaves state alone.
+      {"replace /interfaces/interface[name=eth0]/config/mtu 9000",
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+      {R"(replace /interfaces/interface[name=eth0]/config {"name":"eth0","loopback-mode":"FACILITY"})",
+       "- /interfaces/interface[name=eth0]/config/description\n"
+       "/interfaces/interface[name=eth0]/config/loopback-mode = string_val: \"FACILITY\" (was string_val: "
+       "\"NONE\")\n"
+       "- /interfaces/interface[name=eth0]/config/mtu\n"
+       "- /interfaces/interface[name=eth0]/config/type\n"},
+      {R"(replace /interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses {"address":[{"ip":"192.0.2.2"},{"ip":"192.0.2.3","config":{"prefix-length":8}}]})",
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.1]/config/ip\n"
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.1]/config/prefix-length\n"
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.1]/ip\n"
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.1]/state/ip\n"
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.1]/state/origin\n"
+       "- "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.2]/config/prefix-length\n"
+       "+ "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.3]/config/ip = string_val: \"192.0.2.3\"\n"
+       "+ "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.3]/config/prefix-length = uint_val: 8\n"
+       "+ "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.3]/ip = string_val: \"192.0.2.3\"\n"
+       "+ "
+       "/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+       "address[ip=192.0.2.3]/state/ip = string_val: \"192.0.2.3\"\n"},
+      {"replace /system/dns {}",
+       "/system/dns/config/search = leaflist_val { } (was leaflist_val { element { string_val: "
+       "\"example.org\" } element { string_val: \"example.net\" } })\n"
+       "- /system/dns/servers/server[address=192.0.2.53]/address\n"
+       "- /system/dns/servers/server[address=192.0.2.53]/config/address\n"
+       "- /system/dns/servers/server[address=192.0.2.53]/config/port\n"
+       "- /system/dns/servers/server[address=192.0.2.53]/state/address\n"},
+      // What is not there yet is made.
+      {R"(update /system/dns/servers {"server":[{"address":"::1","config":{"address":"::1","port":5353}}]})",
+       "+ /system/dns/servers/server[address=::1]/address = string_val: \"::1\"\n"
+       "+ /system/dns/servers/server[address=::1]/config/address = string_val: \"::1\"\n"
+       "+ /system/dns/servers/server[address=::1]/config/port = uint_val: 5353\n"
+       "+ /system/dns/servers/server[address=::1]/state/address = string_val: \"::1\"\n"},
+      {R"(update /system/dns/servers/server[address=::1]/config/address "::1")",
+       "+ /system/dns/servers/server[address=::1]/address = string_val: \"::1\"\n"
+       "+ /system/dns/servers/server[address=::1]/config/address = string_val: \"::1\"\n"
+       "+ /system/dns/servers/server[address=::1]/config/port = uint_val: 53\n"
+       "+ /system/dns/servers/server[address=::1]/state/address = string_val: \"::1\"\n"},
+      // Deletes: a default comes back, entries go whole, wildcards expand, what is not there is silent.
+      {"delete /interfaces/interface[name=eth0]/config/description",
+       "- /interfaces/interface[name=eth0]/config/description\n"},
+      {"delete /interfaces/interface[name=eth0]/config/enabled", ""},
+      {"delete /interfaces/interface/config/mtu",
+       "- /interfaces/interface[name=eth0]/config/mtu\n- /interfaces/interface[name=eth1]/config/mtu\n"},
+      {"delete /interfaces/interface[name=*]/.../port-speed",
+       "- /interfaces/interface[name=eth0]/ethernet/config/port-speed\n"
+       "- /interfaces/interface[name=eth1]/ethernet/config/port-speed\n"},
+      {"delete /*/config/hostname", "- /system/config/hostname\n"},
+      {"delete /interfaces/interface[name=eth0]/ethernet",
+       "- /interfaces/interface[name=eth0]/ethernet/config/port-speed\n"},
+      {"delete /interfaces/interface[name=eth9]/config/mtu\ndelete /interfaces/interface[name=eth9]\n"
+       "delete /interfaces/interface[name=eth0]/config/mtu\ndelete /system/dns/servers/server[address=::9]",
+       "- /interfaces/interface[name=eth0]/config/mtu\n"},
+      // The order: deletes, replaces, updates; and within each.
+      {"update /interfaces/interface[name=eth0]/config/mtu 1\ndelete "
+       "/interfaces/interface[name=eth0]/config\n"
+       "replace /interfaces/interface[name=eth0]/config {\"description\":\"x\",\"mtu\":2}\n"
+       "update /interfaces/interface[name=eth0]/config/mtu 3",
+       "/interfaces/interface[name=eth0]/config/description = string_val: \"x\" (was string_val: \"to "
+       "\\\"the\\\" core\")\n"
+       "/interfaces/interface[name=eth0]/config/mtu = uint_val: 3 (was uint_val: 1500)\n"
+       "- /interfaces/interface[name=eth0]/config/type\n"},
+      {"replace /system/config {\"hostname\":\"a\",\"domain-name\":\"b\"}\nreplace /system/config "
+       "{\"hostname\":\"c\"}",
+       "/system/config/hostname = string_val: \"c\" (was string_val: \"host\")\n"},
+      // An entry that is deleted and made again in one request keeps its state.
+      {"delete /interfaces/interface[name=eth0]/ethernet/config\ndelete "
+       "/system/dns/servers/server[address=192.0.2.53]\nupdate "
+       "/system/dns/servers/server[address=192.0.2.53]/config/port 54",
+       "- /interfaces/interface[name=eth0]/ethernet/config/port-speed\n"
+       "/system/dns/servers/server[address=192.0.2.53]/config/port = uint_val: 54 (was uint_val: 53)\n"},
+      {"", ""},
+  };
+  for (Row const& row : rows) {
+    DataBench bench;
+    bench.fill();
+    auto const before = bench.leaves();
+    grpc::Status const status = bench.setHere(setRequest(row.request));
+    EXPECT_TRUE(status.ok()) << row.request << ": " << status.error_message();
+    auto after = bench.leaves();
+    bool const isChanged = *row.outcome != '\0';
+    EXPECT_EQ(after.erase("/system/state/last-configuration-timestamp") != 0, isChanged) << row.request;
+    EXPECT_EQ(difference(before, after), row.outcome) << row.request;
+  }
+}
+
+TEST_F(DataSet, refusals) {
+  std::string const eth0 = "/interfaces/interface[name=eth0]";
+  struct Row {
+    std::string request;
+    StatusCode code;
+    char const* message; // a part of it, beside the path
+  };
+  using enum StatusCode;
+  Row const rows[] = {
+      {"update /interfaces/interface[name=eth0]/config/nothing 1", NOT_FOUND, "'nothing' is not known"},
+      {"update /nothing {}", NOT_FOUND, "'nothing'"},
+      {"update " + eth0 + "/config/mtu/deeper 1", NOT_FOUND, "'deeper'"},
+      {"delete /interfaces/interface[name=eth0]/nothing", NOT_FOUND, "nothing is known"},
+      {"delete /.../nothing", NOT_FOUND, "nothing is known"},
+      {"update " + eth0 + "/state/mtu 1500", INVALID_ARGUMENT, "is state"},
+      {"update " + eth0 + "/state {}", INVALID_ARGUMENT, "is state"},
+      {"replace " + eth0 + R"( {"state":{"mtu":1}})", INVALID_ARGUMENT, "/state/mtu: is state"},
+      {"update /system/processes {\"process\":[]}", INVALID_ARGUMENT, "is state"},
+      {"update /system {\"processes\":{\"process\":[{\"pid\":\"1\"}]}}", INVALID_ARGUMENT, "is state"},
+      {"delete " + eth0 + "/state", INVALID_ARGUMENT, "cannot be deleted"},
+      {"delete " + eth0 + "/name", INVALID_ARGUMENT, "cannot be deleted"},
+      {"delete " + eth0 + "/config/name", INVALID_ARGUMENT, "cannot be deleted"},
+      {"delete /system/processes/process[pid=1]", INVALID_ARGUMENT, "cannot be deleted"},
+      {"update " + eth0 + "/config/mtu none", INVALID_ARGUMENT, "no value"},
+      {"update " + eth0 + "/config/mtu uint:65536", INVALID_ARGUMENT, "out of the range"},
+      {"update " + eth0 + "/config/mtu int:-1", INVALID_ARGUMENT, "found -1"},
+      {"update " + eth0 + "/config/mtu string:1500", INVALID_ARGUMENT, "found string_val"},
+      {"update " + eth0 + "/config/mtu {\"mtu\":1}", INVALID_ARGUMENT, "found an object"},
+      {"update " + eth0 + "/config/enabled uint:1", INVALID_ARGUMENT, "expected a value of type boolean"},
+      {"update " + eth0 + "/config/type string:nonsense", INVALID_ARGUMENT, "'nonsense'"},
+      {"update " + eth0 + "/config/mtu {\"broken", INVALID_ARGUMENT, "no JSON"},
+      {"update " + eth0 + "/config/mtu ascii:1", UNIMPLEMENTED, "JSON"},
+      {"update " + eth0 + "/config uint:1", INVALID_ARGUMENT, "container"},
+      {"update " + eth0 + "/config 1", INVALID_ARGUMENT, "expected an object"},
+      {"update " + eth0 + "/config {\"mtu\":1,\"openconfig-interfaces:mtu\":1}", INVALID_ARGUMENT, "twice"},
+      {"update " + eth0 + "/config {\"openconfig-system:mtu\":1}", INVALID_ARGUMENT, "unknown member"},
+      {"update " + eth0 + "/config {\"mtu\":1,\"color\":1}", INVALID_ARGUMENT, "unknown member 'color'"},
+      {"update /interfaces {\"interface\":{}}", INVALID_ARGUMENT, "expected an array"},
+      {"update /interfaces {\"interface\":[{}]}", INVALID_ARGUMENT, "without its key 'name'"},
+      {"update /interfaces {\"interface\":[{\"name\":\"a\"},{\"name\":\"a\"}]}", INVALID_ARGUMENT,
+       "two entries"},
+      {"update /interfaces {\"interface\":[{\"name\":\"a\",\"config\":{\"name\":\"b\"}}]}", INVALID_ARGUMENT,
+       "'b' contradicts the key 'a'"},
+      {"replace " + eth0 + " {\"name\":\"eth1\"}", INVALID_ARGUMENT, "contradicts the key"},
+      {"update " + eth0 + "/config/name string:eth1", INVALID_ARGUMENT, "contradicts the key"},
+      {"update " + eth0 + "/subinterfaces {\"subinterface\":[{\"index\":4294967296}]}", INVALID_ARGUMENT,
+       "range"},
+      {"update " + eth0 + "/subinterfaces/subinterface[index=x]/config {}", INVALID_ARGUMENT, "index"},
+      {"update " + eth0 + "/subinterfaces/subinterface[number=0]/config {}", INVALID_ARGUMENT, "'index'"},
+      {"update /interfaces/interface/config/mtu 1", INVALID_ARGUMENT, "needs its key"},
+      {"replace /interfaces/interface [{\"name\":\"x\"}]", INVALID_ARGUMENT, "needs its key"},
+      {"update /interfaces/interface[name=*]/config/mtu 1", INVALID_ARGUMENT, "needs its key"},
+      {"update /interfaces/*/config/mtu 1", INVALID_ARGUMENT, "wildcard"},
+      {"replace /interfaces/... {}", INVALID_ARGUMENT, "wildcard"},
+      {"update " + eth0 + "/config[name=x]/mtu 1", INVALID_ARGUMENT, "no list"},
+  };
+  auto const before = bench.leaves();
+  for (Row const& row : rows) {
+    // Refused whole, though it begins well.
+    grpc::Status const status = bench.set(
+        setRequest("delete /system/dns/servers\nupdate /system/config/hostname \"other\"\n" + row.request));
+    EXPECT_EQ(status.error_code(), row.code) << row.request << ": " << status.error_message();
+    EXPECT_NE(status.error_message().find(row.message), std::string::npos)
+        << row.request << ": " << status.error_message();
+    EXPECT_EQ(status.error_message().front(), '/') << status.error_message();
+    EXPECT_EQ(difference(before, bench.leaves()), "") << row.request;
+  }
+}
+
+TEST_F(DataSet, refusalsOfTheRequestAsSuch) {
+  auto const refused = [&](auto const& change) {
+    gnmi::SetRequest request = setRequest("update /system/config/hostname \"other\"");
+    change(request);
+    grpc::Status const status = bench.set(request);
+    EXPECT_LT(status.error_message().size(), 1100U);
+    return status.error_code();
+  };
+  EXPECT_EQ(refused([](auto&) {}), StatusCode::OK);
+  EXPECT_EQ(refused([](auto& request) { request.add_union_replace(); }), StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(refused([](auto& request) { request.add_extension()->mutable_commit(); }),
+            StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(refused([](auto& request) { request.add_extension()->mutable_registered_ext(); }),
+            StatusCode::OK);
+  EXPECT_EQ(refused([](auto& request) {
+              for (int i = 0; i < 129; ++i)
+                request.mutable_update(0)->mutable_path()->add_elem()->set_name("x");
+            }),
+            StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(refused([](auto& request) { request.mutable_update(0)->mutable_path()->set_origin("other"); }),
+            StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(refused([](auto& request) {
+              request.mutable_update(0)->mutable_path()->mutable_elem(2)->set_name(std::string(100'000, 'x'));
+            }),
+            StatusCode::NOT_FOUND);
+  std::string const wildcards = [] {
+    std::string text;
+    for (int i = 0; i < 60; ++i)
+      text += "/.../*";
+    return text;
+  }();
+  EXPECT_EQ(refused([&](auto& request) { *request.add_delete_() = path(wildcards); }), StatusCode::NOT_FOUND);
+}
+
+TEST_F(DataSet, theResponseListsTheOperations) {
+  gnmi::SetRequest request =
+      setRequest("delete config/mtu\nreplace hold-time {}\nreplace config/description \"d\"\n"
+                 "update config/enabled true");
+  *request.mutable_prefix() = path("/interfaces/interface[name=eth0]");
+  request.mutable_prefix()->set_target("box");
+  gnmi::SetResponse response;
+  ASSERT_TRUE(bench.set(request, response).ok());
+  EXPECT_EQ(response.prefix().ShortDebugString(), request.prefix().ShortDebugString());
+  EXPECT_EQ(response.timestamp(), bench.clock().wallNs());
+  std::string listed;
+  for (gnmi::UpdateResult const& result : response.response())
+    listed += gnmi::UpdateResult::Operation_Name(result.op()) + " " + text(result.path()) + "\n";
+  EXPECT_EQ(listed,
+            "DELETE /config/mtu\nREPLACE /hold-time\nREPLACE /config/description\nUPDATE /config/enabled\n");
+  EXPECT_EQ(bench.tree().system->state->lastConfigurationTimestamp,
+            static_cast<std::uint64_t>(response.timestamp()));
+}
+
+TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
+  std::string told;
+  bench.runtime().configChangedIs([&told](std::set<std::string> const& names) {
+    for (std::string const& name : names)
+      told += name + " ";
+  });
+  auto const toldOf = [&](char const* request) {
+    told.clear();
+    static_cast<void>(bench.setHere(setRequest(request)));
+    return told;
+  };
+  EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 9000\n"
+                   "update /interfaces/interface[name=eth0]/config/enabled false"),
+            "eth0 eth1 ");
+  EXPECT_EQ(toldOf("delete /interfaces/interface/config/description"), "eth0 eth1 ");
+  EXPECT_EQ(toldOf("update /system/config/hostname \"x\""), "");
+  EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 99999"), "");
+}
+
+// --- a model that refuses half-way ------------------------------------------------------------------------------
+
+// Takes any value but "bad".
+class Moody final : public Agent::Node<Moody> {
+public:
+  void textIs(Kel::String const& to) {
+    if (to == "bad") throw Kel::Error("this object is in no mood");
+    leafIs(&Moody::text, to);
+  }
+  Kel::String name; // the key
+  Kel::String text;
+};
+class Moodies final : public Agent::Node<Moodies> {
+public:
+  Kel::KeyedEntities<Kel::String, Moody> moody;
+};
+
+void declareMoodies() {
+  static bool const once = [] {
+    Kel::kelModuleIs("moods");
+    Agent::configShape<Moody>("Moody", "moods")
+        .key("name", &Moody::name)
+        .leaf("text", &Moody::text, &Moody::textIs)
+        .done();
+    auto const type =
+        Agent::configShape<Moodies>("Moodies", "moods").list("moody", &Moodies::moody, "name").done();
+    Agent::topLevelIs({"moodies", type, "moods"});
+    return true;
+  }();
+  static_cast<void>(once);
+}
+
+TEST(DataSetUndo, whatIsRefusedHalfWayIsPutBackAndNeverTold) {
+  declareMoodies();
+  DataBench bench;
+  bench.fill();
+  Kel::Ptr<Moodies> const moodies(new Moodies());
+  Kel::dynamicPtrCast<Kel::Dir>(Kel::globalDir()->entity(Agent::kOrigin))
+      ->entityIs("moodies", moodies, false);
+  moodies->entryIs(&Moodies::moody, "calm")->leafIs(&Moody::text, "before");
+  SubscribeService service(bench.runtime());
+  Server server(service);
+  Subscriber subscriber(bench, server.channel());
+  subscriber.send(stream().add("/").done());
+  EXPECT_GT(subscriber.untilSync(), 100);
+  auto const before = bench.leaves();
+  for (char const* const also : {"", "delete /interfaces/interface[name=eth1]", "delete /system/dns"}) {
+    gnmi::SetRequest request = setRequest(
+        "delete /interfaces/interface[name=eth0]/config/mtu\ndelete /system/dns/config/search\n"
+        "update /interfaces/interface[name=eth0]/config/description \"new\"\n"
+        "update /interfaces/interface[name=new]/config/mtu 1\n"
+        "update /interfaces/interface[name=new]/ethernet/config/auto-negotiate true\n"
+        "update /interfaces/interface[name=eth0]/hold-time/config/up 7\n"
+        "update /moodies/moody[name=calm]/text \"after\"\nupdate /moodies/moody[name=new]/text \"after\"\n"
+        "update /moodies/moody[name=zealous]/text \"bad\"\n" +
+        std::string(also));
+    grpc::Status const status = bench.set(request);
+    EXPECT_FALSE(status.ok());
+    EXPECT_NE(status.error_message().find("no mood"), std::string::npos) << status.error_message();
+    EXPECT_EQ(difference(before, bench.leaves()), "");
+  }
+  // The next thing that the subscriber hears of is what comes after.
+  ASSERT_TRUE(bench.set(setRequest("update /moodies/moody[name=calm]/text \"last\"")).ok());
+  gnmi::SubscribeResponse const next = subscriber.next();
+  EXPECT_EQ(text(next.update().prefix(), next.update().update(0).path()), "/moodies/moody[name=calm]/text");
+  EXPECT_EQ(next.update().delete__size(), 0);
+}
+
+} // namespace
