@@ -5,6 +5,7 @@
 
 #include "Kel/ActivityClock.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/ByteRouter.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 #include "agent/subscribe/SubscribeStream.h"
@@ -172,9 +173,7 @@ bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
                                     ? job.subscription->sampled(notification)
                                     : job.subscription->selector().updates(notification, LeafKind::All);
   if (selected.any) {
-    std::int64_t const time = job.purpose == Purpose::Initial
-                                  ? notification.timestamp()
-                                  : Kel::activityManagerStatus()->activityLoopExecNsTime();
+    std::int64_t const time = stampOf(notification.timestamp());
     bundledLeaves_ +=
         selected.updates ? selected.updates->size() : static_cast<std::size_t>(notification.update_size());
     bundles_[time].push_back({response, std::move(selected.updates)});
@@ -183,22 +182,56 @@ bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
   return !isFull();
 }
 
+// Values as the library encodes them are what PROTO asks for. Which leaves are meant must not depend on the leaf.
+bool Call::wantsBytes() const {
+  Job const& job = jobs_.front();
+  Selector const& selector = job.subscription->selector();
+  return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !selector.hasRivals() &&
+         selector.pattern()->coversObjects();
+}
+
+bool Call::takeBytes(Ondra::WireResponse const& response) {
+  if (overflown_ || response.updates == 0) return true;
+  std::int64_t const time = stampOf(response.timestamp);
+  auto const bundle = byteBundles_
+                          .try_emplace(time, jobs_.front().subscription->frame(), time,
+                                       engine_.runtime().limits().responseBytes)
+                          .first;
+  bundle->second.add(response);
+  bundledLeaves_ += response.updates;
+  if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
+  return !isFull();
+}
+
+// What is not told for the first time is told with the present time, or collectors take it for what they hold.
+std::int64_t Call::stampOf(std::int64_t walked) const {
+  return jobs_.front().purpose == Purpose::Initial ? walked
+                                                   : Kel::activityManagerStatus()->activityLoopExecNsTime();
+}
+
+void Call::dropBundles() {
+  bundles_.clear();
+  byteBundles_.clear();
+  bundledLeaves_ = 0;
+}
+
 void Call::pushBundles() {
-  if (bundles_.empty()) return;
+  if (bundles_.empty() && byteBundles_.empty()) return;
   for (auto const& subscription : subscriptions_)
     subscription->catchUp();
   std::shared_ptr<Frame const> const& frame = jobs_.front().subscription->frame();
   std::size_t const limit = engine_.runtime().limits().responseBytes;
   std::vector<Message::Ptr> messages;
-  messages.reserve(bundles_.size());
+  messages.reserve(bundles_.size() + byteBundles_.size());
   for (auto& [time, parts] : bundles_) {
     // JSON takes its time, and is left to the threads that write.
     messages.push_back(frame->encoding == gnmi::PROTO
                            ? Message::encodedOf(std::move(parts), frame, time, limit)
                            : Message::of(std::move(parts), frame, time));
   }
-  bundles_.clear();
-  bundledLeaves_ = 0;
+  for (auto& [time, bundle] : byteBundles_)
+    messages.push_back(Message::of(bundle.take(), frame, time));
+  dropBundles();
   push(messages, OutQueue::Kind::Walk);
 }
 
@@ -227,8 +260,7 @@ void Call::restart() {
   for (auto const& subscription : subscriptions_)
     subscription->catchUp(); // which is dropped
   overflown_ = false;
-  bundles_.clear();
-  bundledLeaves_ = 0;
+  dropBundles();
   if (walk_) engine_.walkDel(*walk_);
   walk_.reset();
   jobs_.clear();

@@ -20,6 +20,7 @@
 
 #include <grpcpp/support/status.h>
 
+#include "agent/subscribe/ByteBundle.h"
 #include "agent/subscribe/OutQueue.h"
 #include "agent/subscribe/PatternWalk.h"
 #include "agent/subscribe/Subscription.h"
@@ -72,6 +73,8 @@ private:
   };
 
   bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) override;
+  [[nodiscard]] bool wantsBytes() const override;
+  bool takeBytes(Ondra::WireResponse const& response) override;
   [[nodiscard]] bool isFull() const override;
   void sliceEnded() override;
   void walkEnded() override;
@@ -80,7 +83,9 @@ private:
   void nextJob();
   void sync();
   void restart();
+  [[nodiscard]] std::int64_t stampOf(std::int64_t walked) const;
   void pushBundles();
+  void dropBundles();
 
   Engine& engine_;
   std::shared_ptr<SubscribeStream> const stream_;
@@ -92,6 +97,7 @@ private:
   std::deque<Job> jobs_; // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
   std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
+  std::map<std::int64_t, ByteBundle> byteBundles_; // the same of walks that tell bytes
   std::size_t bundledLeaves_ = 0;
   bool syncOwed_ = false;
   bool timersOwed_ = false; // of a STREAM, until the first sync

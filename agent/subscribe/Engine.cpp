@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Ondra/ArenaRespMsg.h"
-#include "Ondra/BaseRouter.h"
+#include "Ondra/ByteRouter.h"
 #include "Ondra/GifNotifiee.h"
 #include "Tovak/TaskScheduler.h"
 #include "agent/service/Runtime.h"
@@ -85,9 +85,30 @@ private:
 
 class Engine::Impl final : public Ondra::BaseRouter {
 public:
+  // The router of walks whose receivers want bytes.
+  class Bytes final : public Ondra::ByteRouter {
+  public:
+    explicit Bytes(Impl& impl) : impl_(impl) {}
+    bool pushBytes(Ondra::SyncId syncId, Ondra::WalkId walkId, Ondra::WireResponse const& response) override {
+      if (!(syncId == Ondra::SyncId())) {
+        auto const walk = impl_.walks.find(syncId.value());
+        return walk == impl_.walks.end() || walk->second->takeBytes(response);
+      }
+      // A change of what such a walk was the first to watch.
+      auto message = Ondra::ArenaRespMsg::createResponse(response.prefix, response.timestamp).first;
+      static_cast<void>(
+          message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())));
+      return impl_.push(syncId, walkId, message);
+    }
+
+  private:
+    Impl& impl_;
+  };
+
   Impl(Engine& theEngine, Runtime& theRuntime)
       : engine(theEngine)
       , runtime(theRuntime)
+      , bytes(*this)
       , feeds(theRuntime.scheduler()) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
@@ -162,6 +183,7 @@ public:
 
   Engine& engine;
   Runtime& runtime;
+  Bytes bytes;
   std::uint64_t lastWalk = 0;
   absl::flat_hash_map<std::uint64_t, PatternWalk*> walks;
   FeedIndex feeds;
@@ -195,7 +217,8 @@ FeedIndex& Engine::feeds() noexcept { return impl_->feeds; }
 
 std::unique_ptr<PatternWalk> Engine::walkIs(std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags,
                                             PatternWalk::Receiver& receiver) {
-  auto walk = std::make_unique<PatternWalk>(*impl_, impl_->runtime.scheduler(), ++impl_->lastWalk,
+  Ondra::BaseRouter& router = receiver.wantsBytes() ? static_cast<Ondra::BaseRouter&>(impl_->bytes) : *impl_;
+  auto walk = std::make_unique<PatternWalk>(router, impl_->runtime.scheduler(), ++impl_->lastWalk,
                                             std::move(pattern), flags, receiver);
   impl_->walks.emplace(walk->id(), walk.get());
   return walk;

@@ -42,6 +42,18 @@ Message::Ptr Message::of(Parts parts, std::shared_ptr<Frame const> frame, std::i
   return message;
 }
 
+Message::Ptr Message::of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame const> frame,
+                         std::int64_t timestamp) {
+  std::shared_ptr<Message> message = made();
+  message->frame_ = std::move(frame);
+  message->timestamp_ = timestamp;
+  message->bytes_ = sizeof(Message);
+  for (grpc::Slice const& slice : encoded)
+    message->bytes_ += sizeof(grpc::Slice) + slice.size();
+  std::call_once(message->once_, [&] { message->encoded_ = std::move(encoded); });
+  return message;
+}
+
 Message::Ptr Message::encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
                                 std::size_t limit) {
   std::shared_ptr<Message> message = made();

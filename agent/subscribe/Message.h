@@ -52,6 +52,9 @@ public:
   // The same, encoded at once: the responses are free again.
   [[nodiscard]] static Ptr encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
                                      std::size_t limit);
+  // What has been encoded already.
+  [[nodiscard]] static Ptr of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame const> frame,
+                              std::int64_t timestamp);
   // All of it.
   [[nodiscard]] static Ptr of(std::unique_ptr<gnmi::Notification> notification,
                               std::shared_ptr<Frame const> frame);

@@ -18,6 +18,7 @@ namespace Ondra {
 class ArenaRespMsg;
 class BaseRouter;
 struct WalkInfo;
+struct WireResponse;
 } // namespace Ondra
 namespace Tovak {
 class TaskScheduler;
@@ -33,6 +34,9 @@ public:
     virtual ~Receiver() = default;
     // A response as it is walked: more than the pattern may cover. False: no more until `resume`.
     virtual bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) = 0;
+    // Takes wire bytes instead, by `takeBytes`. Asked once, when the walk is made.
+    [[nodiscard]] virtual bool wantsBytes() const { return false; }
+    virtual bool takeBytes(Ondra::WireResponse const&) { return true; }
     // A slice is over: other work, and changes of the model, may follow.
     virtual void sliceEnded() {}
     // Whether it would answer false.
@@ -50,6 +54,7 @@ public:
 
   [[nodiscard]] std::uint64_t id() const noexcept { return id_; }
   bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) { return receiver_.take(response); }
+  bool takeBytes(Ondra::WireResponse const& response) { return receiver_.takeBytes(response); }
   // The receiver takes more.
   void resume();
 

@@ -1,0 +1,42 @@
+// Agent::ByteBundle: what a walk has found, as the library encodes it, gathered into responses.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/subscribe/ResponseBody.h"
+#include "agent/subscribe/SubscribePlan.h"
+
+namespace Ondra {
+class Path;
+struct WireResponse;
+} // namespace Ondra
+
+namespace Agent {
+
+// Of one time. For PROTO, and for walks all of whose leaves are meant: values are sent as they come, and only the paths are put together
+// anew, those of the updates with what their prefixes have beyond the frame's `prefixDepth`. Scheduler thread.
+class ByteBundle {
+public:
+  ByteBundle(std::shared_ptr<Frame const> frame, std::int64_t timestamp, std::size_t limit)
+      : frame_(std::move(frame))
+      , timestamp_(timestamp)
+      , limit_(limit) {}
+
+  // REQUIRES that the prefix has the data root and `prefixDepth` elements more, the same ones each time.
+  void add(Ondra::WireResponse const& response);
+  [[nodiscard]] std::vector<grpc::Slice> take();
+
+private:
+  std::shared_ptr<Frame const> frame_;
+  std::int64_t timestamp_;
+  std::size_t limit_;
+  std::optional<ResponseBody> body_; // from the first response on, whose prefix its head takes
+  std::string above_;
+};
+
+} // namespace Agent

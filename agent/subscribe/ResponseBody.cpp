@@ -1,0 +1,122 @@
+#include "agent/subscribe/ResponseBody.h"
+
+#include <google/protobuf/io/coded_stream.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "agent/subscribe/SubscribePlan.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+using google::protobuf::io::CodedOutputStream;
+
+// Field numbers and wire types of gnmi.proto.
+constexpr char kResponseUpdate = 1 << 3 | 2;
+constexpr char kTimestamp = 1 << 3 | 0;
+constexpr char kPrefix = 2 << 3 | 2;
+constexpr char kUpdate = 4 << 3 | 2;
+constexpr char kDelete = 5 << 3 | 2;
+constexpr char kUpdatePath = 1 << 3 | 2;
+constexpr char kUpdateVal = 3 << 3 | 2;
+constexpr char kUpdateDuplicates = 4 << 3 | 0;
+
+std::size_t varintSize(std::size_t value) { return CodedOutputStream::VarintSize64(value); }
+std::size_t fieldSize(std::size_t size) { return 1 + varintSize(size) + size; }
+
+void appendVarint(std::string& to, std::uint64_t value) {
+  std::uint8_t bytes[10];
+  std::uint8_t const* const end = CodedOutputStream::WriteVarint64ToArray(value, bytes);
+  to.append(reinterpret_cast<char const*>(bytes), static_cast<std::size_t>(end - bytes));
+}
+
+std::uint8_t* putHead(char tag, std::size_t size, std::uint8_t* at) {
+  *at++ = static_cast<std::uint8_t>(tag);
+  return CodedOutputStream::WriteVarint64ToArray(size, at);
+}
+
+std::uint8_t* putText(std::string_view text, std::uint8_t* at) {
+  return CodedOutputStream::WriteRawToArray(text.data(), static_cast<int>(text.size()), at);
+}
+
+} // namespace
+
+ResponseBody::ResponseBody(Frame const& frame, std::int64_t timestamp, gnmi::Path prefix, std::size_t limit)
+    : limit_(limit) {
+  prefix.set_origin(frame.origin);
+  prefix.set_target(frame.target);
+  head_ += kTimestamp;
+  appendVarint(head_, static_cast<std::uint64_t>(timestamp));
+  head_ += kPrefix;
+  appendVarint(head_, prefix.ByteSizeLong());
+  prefix.AppendToString(&head_);
+}
+
+void ResponseBody::update(std::string_view above, gnmi::Path const& path, gnmi::TypedValue const& val,
+                          std::uint32_t duplicates) {
+  std::size_t const pathSize = path.ByteSizeLong();
+  std::size_t const valSize = val.ByteSizeLong();
+  std::size_t const size = fieldSize(above.size() + pathSize) + fieldSize(valSize) +
+                           (duplicates > 0 ? 1 + varintSize(duplicates) : 0);
+  std::uint8_t* at = grow(fieldSize(size));
+  at = putHead(kUpdate, size, at);
+  at = putHead(kUpdatePath, above.size() + pathSize, at);
+  at = putText(above, at);
+  at = path.SerializeWithCachedSizesToArray(at);
+  at = putHead(kUpdateVal, valSize, at);
+  at = val.SerializeWithCachedSizesToArray(at);
+  if (duplicates == 0) return;
+  *at++ = kUpdateDuplicates;
+  CodedOutputStream::WriteVarint64ToArray(duplicates, at);
+}
+
+void ResponseBody::encodedUpdate(std::string_view above, std::string_view update) {
+  std::size_t pathSize = 0;
+  std::size_t begin = 1; // behind the path's tag
+  for (unsigned shift = 0;; shift += 7) {
+    auto const byte = static_cast<unsigned char>(update[begin++]);
+    pathSize |= static_cast<std::size_t>(byte & 0x7f) << shift;
+    if (byte < 0x80) break;
+  }
+  std::string_view const rest = update.substr(begin); // the path's elements and what follows it
+  std::size_t const size = fieldSize(above.size() + pathSize) + rest.size() - pathSize;
+  std::uint8_t* at = grow(fieldSize(size));
+  at = putHead(kUpdate, size, at);
+  at = putHead(kUpdatePath, above.size() + pathSize, at);
+  at = putText(above, at);
+  putText(rest, at);
+}
+
+void ResponseBody::del(gnmi::Path const& path) {
+  std::size_t const size = path.ByteSizeLong();
+  path.SerializeWithCachedSizesToArray(putHead(kDelete, size, grow(fieldSize(size))));
+}
+
+std::vector<grpc::Slice> ResponseBody::take() {
+  if (size_ > 0) flush();
+  return std::move(slices_);
+}
+
+// Room for so many bytes more, in a new response where this one would become too long.
+std::uint8_t* ResponseBody::grow(std::size_t size) {
+  if (size_ > 0 && head_.size() + size_ + size > limit_) flush();
+  if (body_.size() < size_ + size) body_.resize(std::max(2 * body_.size(), size_ + size + 1024));
+  std::uint8_t* const at = reinterpret_cast<std::uint8_t*>(body_.data()) + size_;
+  size_ += size;
+  return at;
+}
+
+void ResponseBody::flush() {
+  std::size_t const inner = head_.size() + size_;
+  grpc::Slice slice(fieldSize(inner));
+  std::uint8_t* at = putHead(kResponseUpdate, inner, const_cast<std::uint8_t*>(slice.begin()));
+  at = putText(head_, at);
+  std::memcpy(at, body_.data(), size_);
+  slices_.push_back(std::move(slice));
+  size_ = 0;
+}
+
+} // namespace Agent

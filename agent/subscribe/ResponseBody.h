@@ -1,0 +1,49 @@
+// Agent::ResponseBody: updates and deletes as the bytes of SubscribeResponses.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <grpcpp/support/slice.h>
+
+namespace gnmi {
+class Path;
+class TypedValue;
+} // namespace gnmi
+
+namespace Agent {
+
+struct Frame;
+
+// Gathers updates and deletes into responses that share their head: time and prefix. None is longer than `limit` unless a single leaf is.
+// A plain value; any thread.
+class ResponseBody {
+public:
+  // `prefix` as clients are to see it, but for origin and target, which are the frame's.
+  ResponseBody(Frame const& frame, std::int64_t timestamp, gnmi::Path prefix, std::size_t limit);
+
+  // The path of the update begins with the elements of `above`, encoded as fields of a Path.
+  void update(std::string_view above, gnmi::Path const& path, gnmi::TypedValue const& val,
+              std::uint32_t duplicates);
+  // The same of an Update that is encoded already, its path first.
+  void encodedUpdate(std::string_view above, std::string_view update);
+  void del(gnmi::Path const& path);
+
+  // What has been gathered; none when nothing has.
+  [[nodiscard]] std::vector<grpc::Slice> take();
+
+private:
+  [[nodiscard]] std::uint8_t* grow(std::size_t size);
+  void flush();
+
+  std::size_t limit_;
+  std::string head_;
+  std::string body_; // its first `size_` bytes
+  std::size_t size_ = 0;
+  std::vector<grpc::Slice> slices_;
+};
+
+} // namespace Agent
