@@ -13,6 +13,8 @@
 #include <array>
 #include <string_view>
 
+#include "agent/collect/Utf8.h"
+
 namespace Agent {
 namespace {
 
@@ -29,7 +31,11 @@ std::string macText(nl_addr const* address) {
   return address != nullptr && nl_addr_get_len(address) == 6 ? addressText(address) : std::string();
 }
 
-std::string text(char const* chars) { return chars == nullptr ? std::string() : std::string(chars); }
+std::string text(char const* chars) {
+  std::string made = chars == nullptr ? std::string() : std::string(chars);
+  utf8Is(made);
+  return made;
+}
 
 OperStatus operStatusOf(std::uint8_t state) {
   switch (state) {

@@ -5,6 +5,8 @@
 #include <ctime>
 #include <vector>
 
+#include "agent/collect/Utf8.h"
+
 namespace Agent {
 namespace {
 
@@ -239,8 +241,10 @@ void MountSource::sample(MountLine const& mount) {
   bool const remote = isRemote(mount.kind);
   // The kernel's own file systems hold no blocks.
   if (!remote && (statFs_(mount.mountPoint.c_str(), &stat) != 0 || stat.f_blocks == 0)) return;
-  seen_.insert(mount.mountPoint);
-  MountPointState& state = *mounts_->entryIs(&MountPoints::mountPoint, Kel::String(mount.mountPoint))->state;
+  std::string name = mount.mountPoint; // its bytes may have been escaped in the line
+  utf8Is(name);
+  seen_.insert(name);
+  MountPointState& state = *mounts_->entryIs(&MountPoints::mountPoint, Kel::String(name))->state;
   state.leafIs(&MountPointState::type, filesystemType(mount.kind));
   auto const megabytes = [&](std::uint64_t blocks) {
     return remote ? std::nullopt : std::optional(blocks * stat.f_frsize / kMegabyte);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "agent/collect/ProcText.h"
+#include "agent/collect/Utf8.h"
 
 namespace Agent {
 namespace {
@@ -48,6 +49,7 @@ std::optional<std::string_view> TextRoot::text(std::string_view below) {
   } while (got > 0 && filled < kMaxBytes);
   ::close(fd);
   if (got < 0) return std::nullopt;
+  utf8Is(std::span(buffer_).first(filled));
   return std::string_view(buffer_).substr(0, filled);
 }
 
@@ -94,6 +96,7 @@ bool LineReader::next(std::string_view& line) {
   for (;;) {
     std::string_view const rest(buffer_.get() + begin_, end_ - begin_);
     if (std::size_t const at = rest.find('\n'); at != std::string_view::npos) {
+      utf8Is({buffer_.get() + begin_, at});
       begin_ += at + 1;
       if (!std::exchange(skipping_, false)) {
         line = rest.substr(0, at);
@@ -101,6 +104,7 @@ bool LineReader::next(std::string_view& line) {
       }
     } else if (!fill()) {
       close();
+      utf8Is({buffer_.get() + begin_, end_ - begin_});
       line = std::string_view(buffer_.get() + begin_, end_ - begin_); // a last line without an end
       begin_ = end_;
       return !line.empty() && !skipping_;

@@ -1,5 +1,5 @@
 // Reading the small files of /proc, /sys and /etc below a root folder, which in tests is a recorded tree. What cannot be read, for
-// whatever reason, is not there: files and folders of processes and devices vanish at any moment.
+// whatever reason, is not there: files and folders of processes and devices vanish at any moment. Texts are valid UTF-8 (see Utf8.h).
 #pragma once
 
 #include <dirent.h>

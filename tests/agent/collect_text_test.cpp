@@ -88,6 +88,30 @@ TEST(TextFiles, LinesAreReadInBoundedSteps) {
   EXPECT_FALSE(reader.next(line));
 }
 
+// Whatever the kernel's bytes are, clients get characters.
+TEST(TextFiles, TextsAreUtf8) {
+  std::pair<std::string, std::string> const rows[] = {
+      {"plain", "plain"},
+      {"\u00e9\u20ac\U0001f600", "\u00e9\u20ac\U0001f600"},
+      {"caf\xc3", "caf?"}, // cut short
+      {"\xff\xfe.", "??."},
+      {"\x80\xc0\xaf", "???"},
+      {"\xed\xa0\x80", "???"},
+      {"\xf4\x90\x80\x80", "????"},
+      {"\xe0\x80\x80\xe2\x82", "?????"},
+  };
+  AgentTesting::RecordedFolder folder;
+  TextRoot root(folder.path());
+  LineReader lines;
+  for (auto const& [bytes, text] : rows) {
+    folder.put("file", bytes + "\n" + bytes);
+    EXPECT_EQ(root.text("file"), text + "\n" + text);
+    ASSERT_TRUE(lines.open(folder.path("file")));
+    for (std::string_view line; lines.next(line);)
+      EXPECT_EQ(line, text);
+  }
+}
+
 TEST(StatWindow, LooksBackOverTheLastSamplesOnly) {
   StatWindow<std::uint8_t> window;
   window.push(100, 1, 10);
