@@ -23,6 +23,8 @@
 
 namespace {
 
+constexpr std::int64_t kFillNs = 5'000'000'000; // the machine's first values are waited for, at most
+constexpr std::int64_t kFillStepNs = 5'000'000;
 constexpr std::int64_t kPatienceNs = 5'000'000'000; // with calls that run when the agent is to end
 
 int cannotStart(std::string const& why) {
@@ -45,6 +47,11 @@ struct Sources {
     collecting.periodNs = options.samplePeriodNs;
     collectors = std::make_unique<Agent::Collectors>(runtime.scheduler(), runtime.tree(), collecting);
     collectors->start();
+    // Who asks first is not to find the machine half there. The scheduler is driven from here, as its thread does not run yet.
+    Tovak::Clock const& clock = runtime.clock();
+    std::int64_t const deadline = clock.monotonicNs() + kFillNs;
+    while (!collectors->isFilled() && clock.monotonicNs() < deadline)
+      runtime.scheduler()->runUntil(clock.monotonicNs() + kFillStepNs);
   }
   std::unique_ptr<Agent::SyntheticChanges> changes;
   std::unique_ptr<Agent::ConfigCarrier> carrier;
