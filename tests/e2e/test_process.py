@@ -27,6 +27,18 @@ class Process(unittest.TestCase):
         with Agent() as agent:
             self.assertEqual(agent.end(signal.SIGINT), 0)
 
+    def testHealthSaysThatItDrainsAndASecondSignalEndsItAtOnce(self):
+        for second, code in ((False, 0), (True, 128 + signal.SIGTERM)):
+            with Agent() as agent, grpc.insecure_channel("127.0.0.1:%d" % agent.port) as channel:
+                asIs = {"request_serializer": bytes, "response_deserializer": bytes}
+                watch = channel.unary_stream("/grpc.health.v1.Health/Watch", **asIs)(b"\n\tgnmi.gNMI", timeout=DEADLINE)
+                self.assertEqual(next(watch), b"\x08\x01")  # SERVING
+                begin = time.monotonic()
+                agent.process.send_signal(signal.SIGTERM)
+                self.assertEqual(next(watch), b"\x08\x02")  # NOT_SERVING; the call itself stays, and is waited for
+                self.assertEqual(agent.end() if second else agent.process.wait(timeout=DEADLINE), code)
+                self.assertLess(time.monotonic() - begin, 10)
+
     def testAPortThatIsTakenIsNamed(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:
             address = "127.0.0.1:%d" % taken.getsockname()[1]
