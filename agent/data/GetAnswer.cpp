@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include <absl/container/inlined_vector.h>
 #include <fmt/format.h>
 
+#include "Ondra/GnmiPath.h"
 #include "agent/data/LeafEncoding.h"
 #include "agent/model/Tree.h"
 #include "agent/paths/OutPath.h"
@@ -74,7 +76,7 @@ GetOrder::OrError GetOrder::of(gnmi::GetRequest const& request) {
   return order;
 }
 
-bool GetOrder::wants(std::vector<TypeNode> const& nodes) const {
+bool GetOrder::wants(std::span<TypeNode const> nodes) const {
   TypeNode const& leaf = nodes.back();
   if (!modules.empty() && std::find(modules.begin(), modules.end(), leaf.module) == modules.end())
     return false;
@@ -104,8 +106,9 @@ struct GetAnswer::Match {
 // notification that is being taken.
 class GetAnswer::Place {
 public:
-  explicit Place(GetAnswer const& answer) : states_{PathStates(answer.path_)}, answer_(answer) {
+  explicit Place(GetAnswer const& answer) : answer_(answer) {
     nodes_.push_back(TypeNode::root());
+    if (answer.hasAnyDepth_) states_.emplace_back(answer.path_);
     noteMatch();
   }
 
@@ -122,7 +125,8 @@ public:
   void truncate(std::size_t size) {
     elems_.resize(size);
     nodes_.resize(size + 1);
-    if (answer_.hasAnyDepth_) states_.resize(size + 1, states_.front());
+    if (answer_.hasAnyDepth_)
+      states_.erase(states_.begin() + static_cast<std::ptrdiff_t>(size) + 1, states_.end());
     if (matchDepth_ > size) matchDepth_ = kNone;
   }
 
@@ -134,7 +138,7 @@ public:
   [[nodiscard]] gnmi::PathElem const& elem(std::size_t index) const { return *elems_[index]; }
   [[nodiscard]] TypeNode const& node(std::size_t depth) const { return nodes_[depth]; } // 0: the root
   // From the root down to where it stands.
-  [[nodiscard]] std::vector<TypeNode> const& nodes() const { return nodes_; }
+  [[nodiscard]] std::span<TypeNode const> nodes() const { return nodes_; }
   [[nodiscard]] std::string_view key(std::size_t index) const {
     auto const& keys = elems_[index]->key();
     return keys.empty() ? std::string_view() : std::string_view(keys.begin()->second);
@@ -152,8 +156,8 @@ private:
     if (isMatch) matchDepth_ = elems_.size();
   }
 
-  std::vector<gnmi::PathElem const*> elems_;
-  std::vector<TypeNode> nodes_; // one more: the root
+  absl::InlinedVector<gnmi::PathElem const*, 16> elems_;
+  absl::InlinedVector<TypeNode, 16> nodes_; // one more: the root
   std::vector<PathStates> states_;
   std::size_t matchDepth_ = kNone;
   GetAnswer const& answer_;
@@ -222,7 +226,17 @@ void GetAnswer::addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue 
   match.bytesCounted = match.tree->bytes();
 }
 
+bool GetAnswer::isAt(Match const& match, Place const& place) const {
+  auto const& elems = match.path.elem();
+  if (place.matchDepth() != order_.prefixElems + static_cast<std::size_t>(elems.size())) return false;
+  for (int i = 0; i < elems.size(); ++i) {
+    if (!(elems[i] == place.elem(order_.prefixElems + static_cast<std::size_t>(i)))) return false;
+  }
+  return true;
+}
+
 GetAnswer::Match& GetAnswer::matchIs(Place const& place) {
+  if (!matches_.empty() && isAt(*matches_.back(), place)) return *matches_.back();
   gnmi::Path path = relative(place, place.matchDepth());
   Match*& match = matchOf_[pathBytes(PathView(path, 0))];
   if (match == nullptr) {

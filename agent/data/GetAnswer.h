@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,7 +27,7 @@ struct GetOrder {
   [[nodiscard]] static OrError of(gnmi::GetRequest const& request);
 
   // Whether a leaf is asked for; `nodes`: the places from the root down to the leaf.
-  [[nodiscard]] bool wants(std::vector<TypeNode> const& nodes) const;
+  [[nodiscard]] bool wants(std::span<TypeNode const> nodes) const;
 
   std::vector<RequestPath> paths;
   std::size_t prefixElems = 0; // of each path, that the answers' prefix repeats
@@ -67,6 +68,7 @@ private:
   void addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue const& value);
   // What the path matches at or above the place, made if missing.
   [[nodiscard]] Match& matchIs(Place const& place);
+  [[nodiscard]] bool isAt(Match const& match, Place const& place) const;
   // The first elements of a place as a path in the answer.
   [[nodiscard]] gnmi::Path relative(Place const& place, std::size_t depth) const;
 

@@ -11,7 +11,7 @@ public:
   Node(TypeNode const& place, std::string_view entryKey) : type(place), key(entryKey) {}
 
   struct Leaf {
-    TypeNode type;
+    Kel::KelAttr attr;
     std::size_t begin; // in `values_`
     std::size_t size;
   };
@@ -61,7 +61,7 @@ JsonTree::Node& JsonTree::childIs(Node& node, TypeNode const& child, std::string
 void JsonTree::leafIs(Node& node, TypeNode const& leaf, gnmi::TypedValue const& value) {
   std::size_t const begin = values_.size();
   appendLeafJson(values_, value, *leaf.leaf(), isIetf_);
-  node.leaves.push_back({leaf, begin, values_.size() - begin});
+  node.leaves.push_back({leaf.attr, begin, values_.size() - begin});
   bytes_ += leaf.name.size() + kPunctuation + (values_.size() - begin);
 }
 
@@ -85,15 +85,18 @@ public:
       , parentModule_(parentModule) {
     to_ += '{';
   }
-  void member(TypeNode const& type) {
+  void member(std::string_view name, std::string_view module) {
     if (to_.back() != '{') to_ += ',';
     to_ += '"';
-    if (isIetf_ && type.module != parentModule_) {
-      to_ += type.module;
+    if (isIetf_ && module != parentModule_) {
+      to_ += module;
       to_ += ':';
     }
-    to_ += type.name;
+    to_ += name;
     to_ += "\":";
+  }
+  void member(Kel::KelAttr attr) {
+    member(attr.name().view(), isIetf_ ? nodeModule(attr) : std::string_view());
   }
   void end() { to_ += '}'; }
 
@@ -108,23 +111,23 @@ private:
 void JsonTree::append(std::string& to, Node const& node, std::string_view parentModule) const {
   Object object(to, isIetf_, parentModule);
   if (node.type.isList()) {
-    for (TypeNode const& child : node.type.children()) {
-      if (!(child.attr == node.type.key())) continue;
-      object.member(child);
-      appendKeyJson(to, node.key, *child.leaf(), isIetf_);
-    }
+    object.member(node.type.key());
+    appendKeyJson(to, node.key, *leafInfo(node.type.key()), isIetf_);
   }
-  std::vector<Node::Leaf const*> leaves;
-  for (Node::Leaf const& leaf : node.leaves) {
-    if (!leaf.type.attr.isKeyField()) leaves.push_back(&leaf);
+  auto const isBefore = [](Node::Leaf const& a, Node::Leaf const& b) {
+    return a.attr.desc().index < b.attr.desc().index;
+  };
+  std::vector<Node::Leaf> sorted;
+  if (!std::is_sorted(node.leaves.begin(), node.leaves.end(), isBefore)) {
+    sorted = node.leaves;
+    std::stable_sort(sorted.begin(), sorted.end(), isBefore);
   }
-  std::stable_sort(leaves.begin(), leaves.end(),
-                   [](auto const* a, auto const* b) { return positionOf(a->type) < positionOf(b->type); });
+  std::vector<Node::Leaf> const& leaves = sorted.empty() ? node.leaves : sorted;
   for (std::size_t i = 0; i < leaves.size(); ++i) {
-    bool const isOutdated = i + 1 < leaves.size() && leaves[i + 1]->type.attr == leaves[i]->type.attr;
-    if (isOutdated) continue;
-    object.member(leaves[i]->type);
-    to.append(values_, leaves[i]->begin, leaves[i]->size);
+    bool const isOutdated = i + 1 < leaves.size() && leaves[i + 1].attr == leaves[i].attr;
+    if (isOutdated || leaves[i].attr.isKeyField()) continue;
+    object.member(leaves[i].attr);
+    to.append(values_, leaves[i].begin, leaves[i].size);
   }
   std::vector<Node const*> children;
   for (auto const& child : node.children)
@@ -139,7 +142,7 @@ void JsonTree::append(std::string& to, Node const& node, std::string_view parent
     bool const isFirst = !isEntry || i == 0 || !(children[i - 1]->type.attr == child.type.attr);
     bool const isLast =
         !isEntry || i + 1 == children.size() || !(children[i + 1]->type.attr == child.type.attr);
-    if (isFirst) object.member(child.type);
+    if (isFirst) object.member(child.type.name, child.type.module);
     if (isEntry) to += isFirst ? '[' : ',';
     append(to, child, child.type.module);
     if (isEntry && isLast) to += ']';

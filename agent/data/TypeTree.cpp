@@ -10,10 +10,17 @@ namespace Agent {
 namespace {
 
 TypeNode topNode(TopLevel const& top) {
-  return {.name = top.name, .module = top.module, .attr = {}, .type = top.type};
+  return {.name = top.name, .module = top.module, .attr = {}, .type = top.type, .info = nullptr};
 }
-TypeNode attrNode(Kel::KelAttr attr) {
-  return {.name = attr.name().view(), .module = nodeModule(attr), .attr = attr, .type = attr.memberType()};
+// Nothing for what has not been published.
+std::optional<TypeNode> attrNode(Kel::KelAttr attr) {
+  Impl::NodeRecord const* const record = attr ? Impl::nodeRecord(attr) : nullptr;
+  if (record == nullptr || record->module.empty()) return std::nullopt;
+  return TypeNode{.name = attr.name().view(),
+                  .module = record->module,
+                  .attr = attr,
+                  .type = attr.memberType(),
+                  .info = record->isLeaf ? &record->leaf : nullptr};
 }
 
 // What follows from a type. Asked for at every place of the model, so each thread remembers it.
@@ -22,15 +29,15 @@ struct Facts {
   bool hasWritable = false; // below
 };
 
-std::vector<TypeNode> childrenOf(TypeNode const& node) {
+std::vector<TypeNode> childrenOf(TypeNode const& place) {
   std::vector<TypeNode> all;
-  if (node.isRoot()) {
+  if (place.isRoot()) {
     for (TopLevel const& top : topLevels())
       all.push_back(topNode(top));
     return all;
   }
-  for (Kel::KelTypeBase::AttributeQIterator it(node.type); it; ++it) {
-    if (!nodeModule(*it).empty()) all.push_back(attrNode(*it));
+  for (Kel::KelTypeBase::AttributeQIterator it(place.type); it; ++it) {
+    if (auto const node = attrNode(*it)) all.push_back(*node);
   }
   return all;
 }
@@ -52,8 +59,8 @@ Facts const& factsOf(TypeNode const& node) {
 } // namespace
 
 bool TypeNode::isWritableLeaf() const {
-  LeafInfo const* const info = leaf();
-  return info != nullptr && info->isConfig && attr.isSettable();
+  LeafInfo const* const published = leaf();
+  return published != nullptr && published->isConfig && attr.isSettable();
 }
 
 std::optional<TypeNode> TypeNode::child(std::string_view wanted) const {
@@ -66,7 +73,7 @@ std::optional<TypeNode> TypeNode::child(std::string_view wanted) const {
         std::find_if(all.begin(), all.end(), [&](TopLevel const& each) { return each.name == bare; });
     if (top != all.end()) found = topNode(*top);
   } else if (leaf() == nullptr) {
-    if (Kel::KelAttr const held = type.attr(bare); held && !nodeModule(held).empty()) found = attrNode(held);
+    found = attrNode(type.attr(bare));
   }
   if (found && colon != wanted.npos && found->module != wanted.substr(0, colon)) return std::nullopt;
   return found;

@@ -18,10 +18,11 @@ struct TypeNode {
   std::string_view module;
   Kel::KelAttr attr;
   Kel::KelType type; // of the container or entry; of a leaf its value's
+  LeafInfo const* info = nullptr;
 
   [[nodiscard]] static TypeNode root() { return {}; }
   [[nodiscard]] bool isRoot() const { return !type; }
-  [[nodiscard]] LeafInfo const* leaf() const { return attr ? leafInfo(attr) : nullptr; }
+  [[nodiscard]] LeafInfo const* leaf() const { return info; } // null for containers and lists
   [[nodiscard]] bool isList() const { return attr && attr.isKeyed(); }
   // The key leaf of a list.
   [[nodiscard]] Kel::KelAttr key() const { return attr.indexAttr(); }
