@@ -1,5 +1,7 @@
 #include "agent/data/UnaryCalls.h"
 
+#include <grpcpp/server_context.h>
+
 #include "agent/model/Tree.h"
 
 namespace Agent {
