@@ -39,6 +39,7 @@ std::uint8_t* putHead(char tag, std::size_t size, std::uint8_t* at) {
 }
 
 std::uint8_t* putText(std::string_view text, std::uint8_t* at) {
+  if (text.empty()) return at; // which may have no address
   return CodedOutputStream::WriteRawToArray(text.data(), static_cast<int>(text.size()), at);
 }
 
