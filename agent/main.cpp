@@ -70,6 +70,7 @@ void announce(Agent::Server const& server, Agent::ServerSecurity const& security
 }
 
 int serve(std::vector<std::string> const& arguments) {
+  Agent::Signals signals; // before there are threads: gRPC starts some with the first credentials
   auto options = Agent::ServeOptions::parse(arguments);
   if (!options) {
     fmt::print(options.error().code == Agent::ExitCode::ok ? stdout : stderr, "{}", options.error().text);
@@ -94,7 +95,6 @@ int serve(std::vector<std::string> const& arguments) {
     return Agent::ExitCode::ok;
   }
 
-  Agent::Signals signals; // before there are threads
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
   Sources sources(runtime, *options);
