@@ -50,7 +50,7 @@ std::string text(std::mt19937& random) {
                                                  "name",
                                                  "in-octets",
                                                  "[x=1]/y",
-                                                 std::string("\0\xff", 2),
+                                                 std::string("\0\xc3\xa9", 3),
                                                  std::string(127, 'm'),
                                                  std::string(128, 'l'),
                                                  std::string(300, 'z')};
