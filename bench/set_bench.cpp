@@ -125,53 +125,48 @@ void perLeaf(benchmark::State& state) {
                                                  benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
-void execute(benchmark::State& state, bool isRefused) {
+// `once` parses the bytes it is given, executes the request, serializes the answer and returns the status.
+template <class Once>
+void repeat(benchmark::State& state, bool isRefused, Once const& once) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   modelIs(leaves);
   std::array<std::string, 2> const bytes = {requestBytes(leaves, 0, isRefused),
                                             requestBytes(leaves, 1, isRefused)};
   std::size_t turn = 0;
   std::string answer;
+  Bench::HeapCallsPerOp const calls(state);
   for (auto _ : state) {
-    gnmi::SetRequest request;
-    request.ParseFromString(bytes[turn++ % 2]);
-    Ondra::KelGnmiSet::Set set(dataRoot(), std::move(request));
-    auto const [response, status] = set.execute();
+    grpc::Status const status = once(bytes[turn++ % 2], answer);
     if (status.ok() == isRefused) {
       state.SkipWithError(status.error_message().c_str());
     }
-    response.SerializeToString(&answer);
     benchmark::DoNotOptimize(answer.data());
   }
   perLeaf(state);
 }
 
+void execute(benchmark::State& state, bool isRefused) {
+  repeat(state, isRefused, [](std::string const& bytes, std::string& answer) {
+    gnmi::SetRequest request;
+    request.ParseFromString(bytes);
+    auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot(), std::move(request)).execute();
+    response.SerializeToString(&answer);
+    return status;
+  });
+}
+
 // The messages in one arena, whose blocks stay warm.
 void executeInArena(benchmark::State& state, bool isRefused) {
-  auto const leaves = static_cast<std::size_t>(state.range(0));
-  modelIs(leaves);
-  std::array<std::string, 2> const bytes = {requestBytes(leaves, 0, isRefused),
-                                            requestBytes(leaves, 1, isRefused)};
-  std::size_t turn = 0;
-  std::string answer;
   google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
-  Bench::HeapCallsPerOp const calls(state);
-  for (auto _ : state) {
-    {
-      auto& request = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
-      auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
-      request.ParseFromString(bytes[turn++ % 2]);
-      Ondra::KelGnmiSet::Set set(dataRoot(), request, response);
-      grpc::Status const status = set.executeInPlace();
-      if (status.ok() == isRefused) {
-        state.SkipWithError(status.error_message().c_str());
-      }
-      response.SerializeToString(&answer);
-      benchmark::DoNotOptimize(answer.data());
-    }
+  repeat(state, isRefused, [&arena](std::string const& bytes, std::string& answer) {
     arena.Reset();
-  }
-  perLeaf(state);
+    auto& request = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
+    auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
+    request.ParseFromString(bytes);
+    grpc::Status status = Ondra::KelGnmiSet::Set(dataRoot(), request, response).executeInPlace();
+    response.SerializeToString(&answer);
+    return status;
+  });
 }
 
 void Set_UpdateInArena(benchmark::State& state) { executeInArena(state, false); }

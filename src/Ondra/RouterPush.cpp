@@ -90,6 +90,10 @@ public:
 
 protected:
   void response(WireResponse const& response) override {
+    if (emptyOnes_ && !toggleOndraSyncBundlingEnabled()) {
+      TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", walker_.debugString(),
+                  textOf(response));
+    }
     if (emptyOnes_ || response.updates > 0 || response.deletes > 0) {
       result_ = walker_.routerPush(router_, response);
     }

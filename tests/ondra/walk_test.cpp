@@ -9,6 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "Tovak/Trace.h"
+#include "Tovak/TraceSink.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"
@@ -69,6 +71,37 @@ TEST_F(WalkTest, OfAStreamAloneSendsNothingAndWatchesEverything) {
   EXPECT_EQ(router.pushes(), 0U);
   std::size_t const entities = Fixture::entitiesBeneath(world_.dir()).size();
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), entities);
+}
+
+// A walk that is traced takes the general roads all the way; any other takes short ones over what is watched already.
+TEST_F(WalkTest, SendsTheSameResponsesOverShortRoads) {
+  RecordingRouter live;
+  auto const responses = [this] {
+    RecordingRouter router;
+    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot);
+    WalkHarness::finish(walk);
+    for (std::string& text : router.texts) {
+      text.erase(0, text.find(' ')); // the walk's id
+    }
+    return router.texts;
+  };
+  for (std::uint32_t seed = 1; seed <= 25; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    auto walk = harness_.start(live, *world_.dir(), Ondra::flagStream | Ondra::flagSnapshot);
+    WalkHarness::finish(walk);
+    Fixture::RandomEdits edits(world_.dir(), seed);
+    for (int i = 0; i < 40; ++i) {
+      edits.edit();
+    }
+    std::vector<std::string> const first = responses(); // over some of both roads
+    std::vector<std::string> const again = responses();
+    Tovak::ScopedTraceSink const sink;
+    ASSERT_TRUE(Tovak::Platform::traceIs("OndraWalker/4").ok());
+    std::vector<std::string> const traced = responses();
+    ASSERT_TRUE(Tovak::Platform::traceIs("").ok());
+    EXPECT_EQ(first, traced);
+    EXPECT_EQ(again, traced);
+  }
 }
 
 // --- a cut walk is a whole walk -------------------------------------------------------------------
