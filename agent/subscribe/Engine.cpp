@@ -248,10 +248,10 @@ void Engine::outputHeldIs(Output output) {
 
 std::shared_ptr<void const> Engine::slotIs() {
   std::shared_ptr<std::atomic<std::size_t>> const& taken = impl_->slots;
-  if (taken->fetch_add(1, std::memory_order_relaxed) >= impl_->runtime.limits().streams) {
-    taken->fetch_sub(1, std::memory_order_relaxed);
-    return nullptr;
-  }
+  std::size_t before = taken->load(std::memory_order_relaxed);
+  do { // one that is refused does not count meanwhile
+    if (before >= impl_->runtime.limits().streams) return nullptr;
+  } while (!taken->compare_exchange_weak(before, before + 1, std::memory_order_relaxed));
   return {taken.get(), [taken](void const*) { taken->fetch_sub(1, std::memory_order_relaxed); }};
 }
 

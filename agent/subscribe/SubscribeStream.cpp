@@ -32,8 +32,13 @@ SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Runtime& 
 
 void SubscribeStream::begin() {
   self_ = shared_from_this();
-  slot_ = runtime_.engine().slotIs();
-  if (slot_) {
+  bool isAllowed = false;
+  {
+    std::lock_guard const guard(mutex_);
+    slot_ = runtime_.engine().slotIs();
+    isAllowed = slot_ != nullptr;
+  }
+  if (isAllowed) {
     StartRead(&request_);
   } else {
     end({grpc::StatusCode::RESOURCE_EXHAUSTED, "there are too many Subscribe calls"});
@@ -144,7 +149,10 @@ void SubscribeStream::pump() {
     drained = queue_.takeDrained();
   }
   if (drained) postDrained();
-  if (finish) Finish(*finish);
+  if (finish) {
+    slotDel();
+    Finish(*finish);
+  }
   if (!message) return;
   if (reads) StartRead(&request_);
   std::vector<grpc::Slice> const& slices = message->encoded(runtime_.limits().responseBytes);
@@ -213,7 +221,13 @@ void SubscribeStream::endStuck() {
   Finish(status);
 }
 
+void SubscribeStream::slotDel() {
+  std::lock_guard const guard(mutex_);
+  slot_.reset();
+}
+
 void SubscribeStream::OnCancel() {
+  slotDel();
   end(grpc::Status::CANCELLED);
   runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callDel(*self); });
 }
@@ -228,7 +242,7 @@ void SubscribeStream::OnDone() {
     std::lock_guard const guard(contextMutex_);
     context_ = nullptr;
   }
-  slot_.reset();
+  slotDel();
   runtime_.scheduler()->post([self = std::move(self_)] { self->runtime_.engine().callDel(*self); });
 }
 

@@ -5,6 +5,8 @@
 // 2. At most one write is on its way, and one thread pumps: whoever sets `writing_`.
 // 3. Finish is called once; with a status that is an error it does not wait for what is queued.
 // 4. It lives until gRPC is done with it, and as long as anybody holds it; what is pushed after its end is dropped.
+// 5. Its place among the calls that are allowed is free before its client can know of the end: who calls again at once is let in. The
+//    place of one that was stuck is free when nothing of it waits any more.
 #pragma once
 
 #include <atomic>
@@ -75,12 +77,12 @@ private:
   void dropQueued();
 
   void postDrained();
+  void slotDel();
 
   std::mutex contextMutex_;
   grpc::CallbackServerContext* context_; // guarded by it; null once gRPC is done
   Runtime& runtime_;
   std::shared_ptr<SubscribeStream> self_; // until gRPC is done
-  std::shared_ptr<void const> slot_;      // among the calls that are allowed
   grpc::ByteBuffer request_;
   grpc::ByteBuffer response_;
   std::optional<CallMode> mode_; // once the list has come; the thread of the reads alone
@@ -90,6 +92,7 @@ private:
   Message::Ptr current_;      // being written
   std::size_t nextSlice_ = 0; // of it: the one that is written
   std::optional<grpc::Status> end_;
+  std::shared_ptr<void const> slot_; // among the calls that are allowed
   std::int64_t writeSinceNs_ = 0;
   bool writing_ = false;
   bool pumpComes_ = false; // somebody has been asked to pump

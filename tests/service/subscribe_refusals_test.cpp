@@ -149,10 +149,12 @@ TEST_F(FewSubscribers, noMoreCallsThanAllowed) {
   EXPECT_EQ(late.status().error_code(), Code::RESOURCE_EXHAUSTED);
   clients.pop_back();
   EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 2; }));
-  Subscriber next(bench, server.channel());
-  next.send(once().add("/interfaces").done());
-  next.untilSync();
-  EXPECT_TRUE(next.status().ok());
+  for (int i = 0; i < 20; ++i) { // who has seen the end of one call may begin the next
+    Subscriber next(bench, server.channel());
+    next.send(once().add("/interfaces").done());
+    next.untilSync();
+    EXPECT_TRUE(next.status().ok());
+  }
 }
 
 TEST_F(SubscribeRefusals, aCallThatEndsBeforeItBegins) {
