@@ -169,9 +169,8 @@ bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
   if (overflown_) return true;
   Job const& job = jobs_.front();
   gnmi::Notification const& notification = response->response->update();
-  Selector::Selected selected = job.purpose == Purpose::Sample
-                                    ? job.subscription->sampled(notification)
-                                    : job.subscription->selector().updates(notification, LeafKind::All);
+  Selector::Selected selected = job.purpose == Purpose::Sample ? job.subscription->sampled(notification)
+                                                               : job.subscription->all(notification);
   if (selected.any) {
     std::int64_t const time = stampOf(notification.timestamp());
     bundledLeaves_ +=
@@ -182,12 +181,12 @@ bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
   return !isFull();
 }
 
-// Values as the library encodes them are what PROTO asks for. Which leaves are meant must not depend on the leaf.
+// Values as the library encodes them are what PROTO asks for. Nobody may want to know of single leaves.
 bool Call::wantsBytes() const {
   Job const& job = jobs_.front();
   Selector const& selector = job.subscription->selector();
-  return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !selector.hasRivals() &&
-         selector.pattern()->coversObjects();
+  return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !job.subscription->suppresses() &&
+         !selector.hasRivals() && selector.pattern()->coversObjects();
 }
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {

@@ -60,21 +60,34 @@ void Subscription::catchUp() {
 
 // --- samples ----------------------------------------------------------------------------------------------
 
-Selector::Selected Subscription::sampled(gnmi::Notification const& notification) {
-  LeafKind const kind = mode_ == LeafMode::TargetDefined ? LeafKind::Sampled : LeafKind::All;
-  if (!suppresses_) return selector().updates(notification, kind);
-  return selector().updates(notification, kind,
-                            [&](gnmi::Update const& update) { return keepSampled(notification, update); });
+LeafKind Subscription::sampledKind() const noexcept {
+  return mode_ == LeafMode::TargetDefined ? LeafKind::Sampled : LeafKind::All;
 }
 
-bool Subscription::keepSampled(gnmi::Notification const& notification, gnmi::Update const& update) {
+Selector::Selected Subscription::all(gnmi::Notification const& notification) {
+  if (suppresses_) {
+    static_cast<void>(selector().updates(notification, sampledKind(), [&](gnmi::Update const& update) {
+      return remember(notification, update, false);
+    }));
+  }
+  return selector().updates(notification, LeafKind::All);
+}
+
+Selector::Selected Subscription::sampled(gnmi::Notification const& notification) {
+  if (!suppresses_) return selector().updates(notification, sampledKind());
+  return selector().updates(notification, sampledKind(),
+                            [&](gnmi::Update const& update) { return remember(notification, update, true); });
+}
+
+bool Subscription::remember(gnmi::Notification const& notification, gnmi::Update const& update, bool orNot) {
   std::int64_t const now = call_.engine().runtime().clock().monotonicNs();
   std::uint64_t const hash = std::hash<std::string>()(update.val().SerializeAsString());
   auto const [at, isNew] =
       sent_.try_emplace(pathBytes(PathView(notification.prefix(), update.path(), 0)), Sent{hash, now});
   if (isNew) return true;
-  bool const isDue = heartbeatNs_ > 0 && now - at->second.atNs >= heartbeatNs_;
-  if (at->second.hash == hash && !isDue) return false;
+  // The heartbeat is kept by the last tick before it; ticks do not come to the nanosecond.
+  bool const isDue = heartbeatNs_ > 0 && now - at->second.atNs > heartbeatNs_ - sampleNs_ / 4 * 3;
+  if (orNot && at->second.hash == hash && !isDue) return false;
   at->second = {hash, now};
   return true;
 }

@@ -35,7 +35,11 @@ public:
   // Is told of the changes that wait for it, if it is live.
   void catchUp();
 
-  // What is sampled of a walk's notification, without what is to be suppressed.
+  // Whether it remembers what it sends, leaf by leaf: `all` must see everything that is sent.
+  [[nodiscard]] bool suppresses() const noexcept { return suppresses_; }
+  // What is its own of a walk's notification.
+  [[nodiscard]] Selector::Selected all(gnmi::Notification const& notification);
+  // What is sampled of it, without what is to be suppressed.
   [[nodiscard]] Selector::Selected sampled(gnmi::Notification const& notification);
 
 private:
@@ -46,8 +50,9 @@ private:
 
   void changed(std::span<Message::Ptr const> messages) override;
   void forget(gnmi::Notification const& notification);
-  // Remembers a leaf as sent now; false when it is to be suppressed instead.
-  [[nodiscard]] bool keepSampled(gnmi::Notification const& notification, gnmi::Update const& update);
+  [[nodiscard]] LeafKind sampledKind() const noexcept;
+  // Remembers a leaf as sent now. `orNot`: unless it is to be suppressed; says whether it is sent.
+  bool remember(gnmi::Notification const& notification, gnmi::Update const& update, bool orNot);
 
   Call& call_;
   LeafMode const mode_;

@@ -265,10 +265,8 @@ TEST_F(SubscribeModes, suppressedSamplesAndHeartbeats) {
       }
     }
   }
-  EXPECT_THAT(told,
-              ElementsAre(testing::Pair(1, ElementsAre("mtu")), // the first tick has nothing to compare with
-                          testing::Pair(3, ElementsAre("in-octets")),
-                          testing::Pair(4, ElementsAre("mtu")), // unchanged for a heartbeat
+  EXPECT_THAT(told, // the snapshot counts as sent; the mtu is told when it changes or has not for a heartbeat
+              ElementsAre(testing::Pair(3, testing::UnorderedElementsAre("mtu", "in-octets")),
                           testing::Pair(5, ElementsAre("mtu")), testing::Pair(6, ElementsAre("in-octets"))));
 }
 
