@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/container/small_vector.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,8 +14,8 @@
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/Error.h"
-#include "Kel/Notifiee.h"
 #include "fixture/Device.h"
+#include "fixture/Observer.h"
 #include "fixture/Types.h"
 
 namespace KelTesting {
@@ -54,28 +55,20 @@ ConstHandle num(T value) {
   return handleOf(value);
 }
 
-// Observes one entity, weakly, and writes down what it is told: "mtu", "vlan[10]", and at the end "end".
-class Recorder final : public Kel::PtrInterface::NotifieeConst {
+// Writes down what is told of one entity.
+class Recorder {
 public:
-  explicit Recorder(Kel::Ptr<Kel::Entity> const& entity) : type_(entity->fwkType()) {
-    isWeakReferenceIs(true);
-    notifierIs(entity.get());
-    isRegisteredNotifieeIs(true);
-    hasNotificationActiveIs(true);
-  }
-  void onAttribute(Kel::AttributeId id, void const* key) override {
-    KelAttr const attr = type_.attr(id);
-    ConstHandle const handle = GenericIf::NotifieeConst::keyPointerToGif(attr, key);
-    told_.push_back(attr.name().str() + (handle ? "[" + handle->strRep() + "]" : ""));
-  }
-  void onZeroReferences() override { told_.push_back("end"); }
+  explicit Recorder(Kel::Ptr<Kel::Entity> const& entity)
+      : observer_(new Fixture::Observer(entity.get(), [this](auto const& text) { told_.push_back(text); })) {}
+  Recorder(Recorder const&) = delete;
+  Recorder& operator=(Recorder const&) = delete;
 
-  // What it was told since the last call.
+  // What was told since the last call.
   std::vector<std::string> take() { return std::exchange(told_, {}); }
 
 private:
-  KelType type_;
   std::vector<std::string> told_;
+  Kel::Ptr<Fixture::Observer> observer_;
 };
 
 // The text of the error that `act` raises; a note when it raises none.
@@ -95,7 +88,7 @@ protected:
   InterfaceTest() : type_(GetParam().interface()), dir_(Kel::globalDir()->dirIs("contract")) {
     object = make("subject");
     other = make("other");
-    recorder_ = Kel::Ptr(new Recorder(entityIn(object)));
+    recorder_.emplace(entityIn(object));
   }
   ~InterfaceTest() override { Kel::globalDir()->entityDel("contract"); }
 
@@ -114,7 +107,7 @@ protected:
   KelType type_;
   Kel::Ptr<Kel::Dir> dir_;
   Handle object, other;
-  Kel::Ptr<Recorder> recorder_;
+  std::optional<Recorder> recorder_;
 };
 
 } // namespace KelTesting

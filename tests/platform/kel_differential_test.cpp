@@ -1,6 +1,7 @@
 // The same random edits on objects of C++ classes and on objects of the same types described at run time: everything that can be
 // seen from outside, values, names, order and notifications, is the same at every step.
 #include <map>
+#include <memory>
 
 #include "fixture/RandomEdits.h"
 #include "platform/KelTesting.h"
@@ -23,8 +24,8 @@ public:
   void watch() {
     for (auto const& entity : Fixture::entitiesBeneath(root_)) {
       std::string const name = entity->fullName().str();
-      auto const [at, isNew] = recorders_.try_emplace(entity->serial());
-      if (isNew) at->second = {name, Kel::Ptr(new Recorder(entity))};
+      auto& [called, recorder] = recorders_[entity->serial()];
+      if (recorder == nullptr) called = name, recorder = std::make_unique<Recorder>(entity);
     }
   }
   // What all observers were told, by the name of the entity.
@@ -45,7 +46,7 @@ public:
 private:
   Kel::Ptr<Kel::Dir> dir_;
   Kel::Ptr<Kel::Entity> root_;
-  std::map<std::uint64_t, std::pair<std::string, Kel::Ptr<Recorder>>> recorders_;
+  std::map<std::uint64_t, std::pair<std::string, std::unique_ptr<Recorder>>> recorders_;
 };
 
 struct Step {

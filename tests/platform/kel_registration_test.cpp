@@ -16,7 +16,6 @@ KelType const kU32 = builtinType(BuiltinKind::U32);
 KelType const kText = builtinType(BuiltinKind::String);
 
 struct Refusal {
-  char const* name;
   TypeKind kind;
   std::function<void(TypeBuilder&)> describe;
   char const* text;
@@ -28,48 +27,44 @@ TEST(KelRegistration, RefusesWithTypeAttributeAndRule) {
   KelType const selector = Kel::typeOf<Fixture::Selector>(), print = Kel::typeOf<Fixture::Fingerprint>(),
                 policy = Kel::typeOf<Fixture::Policy>(), phone = Kel::typeOf<Fixture::Phone>();
   Refusal const refusals[] = {
-      {"instantiating in a value", TypeKind::Struct,
-       [&](TypeBuilder& b) { b.instantiating("unit", kU32, unit).index("id"); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.instantiating("unit", kU32, unit).index("id"); },
        "type 'T', attribute 'unit': a value type cannot own entities"},
-      {"plain entity", TypeKind::Entity, [&](TypeBuilder& b) { b.attr("unit", unit); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.attr("unit", unit); },
        "type 'T', attribute 'unit': an entity is held by reference or by an instantiating attribute, never "
        "plainly"},
-      {"instantiating a value", TypeKind::Entity, [&](TypeBuilder& b) { b.instantiating("phone", phone); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.instantiating("phone", phone); },
        "type 'T', attribute 'phone': an instantiating attribute holds entities"},
-      {"union key", TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", selector, kU32); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", selector, kU32); },
        "type 'T', attribute 'by': a union cannot be a key"},
-      {"byte-rep key", TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", print, kU32); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", print, kU32); },
        "type 'T', attribute 'by': a type with a byte representation cannot be a key"},
-      {"key with a collection", TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", policy, kU32); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", policy, kU32); },
        "type 'T', attribute 'by': a key must not hold collections"},
-      {"settable key", TypeKind::Entity, [&](TypeBuilder& b) { b.attr("id", kU32).keyField().settable(); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.attr("id", kU32).keyField().settable(); },
        "type 'T', attribute 'id': a key attribute cannot be settable"},
-      {"index without mark", TypeKind::Entity,
-       [&](TypeBuilder& b) { b.keyed("phone", kText, phone).index("number"); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("phone", kText, phone).index("number"); },
        "type 'T', attribute 'phone': the key attribute 'number' of 'Phone' lacks the key-field mark"},
-      {"index missing", TypeKind::Entity,
-       [&](TypeBuilder& b) { b.instantiating("unit", kU32, unit).index("name"); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.instantiating("unit", kU32, unit).index("name"); },
        "type 'T', attribute 'unit': the member type 'Unit' has no attribute 'name' to be the key"},
-      {"index of another type", TypeKind::Entity,
-       [&](TypeBuilder& b) { b.instantiating("unit", kText, unit).index("id"); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.instantiating("unit", kText, unit).index("id"); },
        "type 'T', attribute 'unit': it is keyed by 'String', but the key attribute 'id' is of type 'U32'"},
-      {"separator in a name", TypeKind::Entity, [&](TypeBuilder& b) { b.attr("a__b", kU32); },
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.attr("a__b", kU32); },
        "type 'T', attribute 'a__b': a name must not contain '__', which separates key fields"},
-      {"leading underscore", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("_a", kU32); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("_a", kU32); },
        "type 'T', attribute '_a': a name must not begin or end with '_'"},
-      {"trailing underscore", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a_", kU32); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a_", kU32); },
        "type 'T', attribute 'a_': a name must not begin or end with '_'"},
-      {"no name", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("", kU32); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("", kU32); },
        "type 'T', attribute '': a name must not be empty"},
-      {"same name", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).attr("a", kText); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).attr("a", kText); },
        "type 'T', attribute 'a': another attribute has the same name"},
-      {"same id", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).attr("b", kText).id(1); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).attr("b", kText).id(1); },
        "type 'T', attribute 'b': another attribute has the id 1"},
-      {"id zero", TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).id(0); },
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).id(0); },
        "type 'T', attribute 'a': an id must be positive, because notifications carry it with either sign"},
   };
   for (Refusal const& refusal : refusals) {
-    SCOPED_TRACE(refusal.name);
+    SCOPED_TRACE(refusal.text);
     TypeBuilder builder("test", "T", refusal.kind);
     refusal.describe(builder);
     auto const type = builder.done();
@@ -85,10 +80,6 @@ enum class Twice : std::uint8_t { One, Two };
 TEST(KelRegistration, RefusesAmbiguousUnionsAndEnumerations) {
   Kel::enumType<Light>("Light", {{"RED", Light::Red}, {"GREEN", Light::Green}});
   Kel::enumType<Alarm>("Alarm", {{"RED", Alarm::Red}, {"BLUE", Alarm::Blue}});
-  EXPECT_EQ(errorOf([] {
-              Kel::unionType<std::variant<Kel::String, Light>>("U", {"text", "light"});
-            }),
-            "type 'U', attribute 'light': the earlier alternative 'text' accepts what this one sends");
   EXPECT_EQ(errorOf([] {
               Kel::unionType<std::variant<Light, Alarm>>("U", {"light", "alarm"});
             }),
@@ -113,24 +104,13 @@ TEST(KelRegistration, RefusesAmbiguousUnionsAndEnumerations) {
 
 // What follows from a declaration without being said.
 TEST(KelRegistration, DerivesWhatFollows) {
-  KelType const interface = Fixture::runtimeTypes().interface;
-  KelType const device = Kel::typeOf<Fixture::Device>();
-  EXPECT_TRUE(interface.attr("unit").walkAlways()) << "the builder sets it for instantiating collections";
-  EXPECT_TRUE(device.attr("numbers").isScalarArray());
-  EXPECT_FALSE(device.attr("contacts").isScalarArray());
-  EXPECT_TRUE(Kel::typeOf<Fixture::Percent>().valAttr());
+  EXPECT_TRUE(Fixture::runtimeTypes().interface.attr("unit").walkAlways()) << "an instantiating collection";
   EXPECT_FALSE(Kel::typeOf<Fixture::MacAddr>().valAttr()) << "a string representation is what is sent";
-  EXPECT_TRUE(Kel::typeOf<Fixture::LinkKey>().isKeyPtrWrapper());
-  EXPECT_EQ(Kel::typeOf<Fixture::Fan>().attr("celsius").ownerType(), Kel::typeOf<Fixture::Fan>());
-  EXPECT_FALSE(Kel::typeOf<Fixture::Neighbor>().reportsDelete());
-  EXPECT_TRUE(interface.isRuntime() && !device.isRuntime());
   std::string order;
   for (KelType::AttributeQIterator at(Kel::typeOf<Fixture::Fan>()); at; ++at)
     order += (*at).name().str() + " ";
   EXPECT_EQ(order, "celsius rpm ");
-  EXPECT_EQ(Kel::typeOf<Fixture::Trust>().genericIf(nullptr)->strRep(), "'INSIDE'")
-      << "the first enumerator is the default";
-  EXPECT_EQ(Kel::typeOf<Fixture::Selector>().genericIf(nullptr)->strRep(), "'INSIDE'");
+  EXPECT_EQ(Kel::typeOf<Fixture::Selector>().genericIf(nullptr)->strRep(), "'INSIDE'") << "the first one";
 }
 
 } // namespace

@@ -68,57 +68,32 @@ TEST(KelText, MalformedTextsAreRefused) {
   Fixture::declareTypes();
   struct {
     KelType type;
-    char const* text;
+    std::vector<char const*> texts;
   } const refused[] = {
-      {Kel::typeOf<std::uint8_t>(), "256"},
-      {Kel::typeOf<std::uint8_t>(), "-1"},
-      {Kel::typeOf<std::uint8_t>(), ""},
-      {Kel::typeOf<std::uint8_t>(), "007"},
-      {Kel::typeOf<std::uint8_t>(), "+7"},
-      {Kel::typeOf<std::uint8_t>(), " 7"},
-      {Kel::typeOf<std::uint8_t>(), "7 "},
-      {Kel::typeOf<std::uint8_t>(), "0x7"},
-      {Kel::typeOf<std::uint8_t>(), "7.0"},
-      {Kel::typeOf<std::int8_t>(), "-129"},
-      {Kel::typeOf<std::int8_t>(), "-0"},
-      {Kel::typeOf<std::int8_t>(), "--1"},
-      {Kel::typeOf<std::uint64_t>(), "18446744073709551616"},
-      {Kel::typeOf<std::int64_t>(), "9223372036854775808"},
-      {Kel::typeOf<bool>(), "TRUE"},
-      {Kel::typeOf<bool>(), "1"},
-      {Kel::typeOf<double>(), "1.5x"},
-      {Kel::typeOf<double>(), ""},
-      {Kel::typeOf<Kel::String>(), "bare"},
-      {Kel::typeOf<Kel::String>(), "\""},
-      {Kel::typeOf<Kel::String>(), "\"open"},
-      {Kel::typeOf<Kel::Bytes>(), "a"},
-      {Kel::typeOf<Kel::Time>(), "-1"},
-      {Kel::typeOf<Kel::Time>(), "1.5"},
-      {Kel::typeOf<Fixture::Duplex>(), "FULL"},
-      {Kel::typeOf<Fixture::Duplex>(), "'full'"},
-      {Kel::typeOf<Fixture::MacAddr>(), "\"02:00\""},
-      {Kel::typeOf<Fixture::Contact>(), "{}"},
-      {Kel::typeOf<Fixture::Interface>(), "x"},
+      {Kel::typeOf<std::uint8_t>(), {"256", "-1", "", "007", "+7", " 7", "7 ", "0x7", "7.0"}},
+      {Kel::typeOf<std::int8_t>(), {"-129", "-0", "--1"}},
+      {Kel::typeOf<std::uint64_t>(), {"18446744073709551616"}},
+      {Kel::typeOf<std::int64_t>(), {"9223372036854775808"}},
+      {Kel::typeOf<bool>(), {"TRUE", "1"}},
+      {Kel::typeOf<double>(), {"1.5x", ""}},
+      {Kel::typeOf<Kel::String>(), {"bare", "\"", "\"open"}},
+      {Kel::typeOf<Kel::Bytes>(), {"a"}},
+      {Kel::typeOf<Kel::Time>(), {"-1", "1.5"}},
+      {Kel::typeOf<Fixture::Duplex>(), {"FULL", "'full'"}},
+      {Kel::typeOf<Fixture::MacAddr>(), {"\"02:00\""}},
+      {Kel::typeOf<Fixture::Interface>(), {"x"}},
   };
   for (auto const& c : refused) {
-    auto const value = c.type.genericIf(Kel::String(c.text));
-    ASSERT_FALSE(value.ok()) << c.type.name().str() << " took '" << c.text << "' as "
-                             << value.value()->strRep();
-    EXPECT_NE(value.error().find(c.type.name().str()), std::string::npos) << value.error();
+    for (char const* const text : c.texts) {
+      auto const value = c.type.genericIf(Kel::String(text));
+      ASSERT_FALSE(value.ok()) << c.type.name().str() << " took '" << text << "'";
+      EXPECT_NE(value.error().find(c.type.name().str()), std::string::npos) << value.error();
+    }
   }
   EXPECT_EQ(parsed(Kel::typeOf<Fixture::Duplex>(), "'full'"),
             "'full' is no enumerator of type 'Duplex': expected one of AUTO, FULL, HALF");
   EXPECT_EQ(parsed(Kel::typeOf<Fixture::Contact>(), "{}"),
             "type 'Contact' has no text form to read a value from; found '{}'");
-}
-
-// From raw 64-bit integers a narrower type takes the low-order part.
-TEST(KelText, RawIntegersAreCutToTheLowOrderPart) {
-  std::uint64_t const raw = 300;
-  EXPECT_EQ(Kel::typeOf<std::uint8_t>().genericIf(&raw)->strRep(), "44");
-  std::int64_t const negative = -2;
-  EXPECT_EQ(Kel::typeOf<std::int16_t>().genericIf(&negative)->strRep(), "-2");
-  EXPECT_EQ(Kel::typeOf<std::uint16_t>().genericIf(&negative)->strRep(), "65534");
 }
 
 // What is stored leads back to its own nanoseconds, whatever it was made from.

@@ -1,4 +1,3 @@
-#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -38,26 +37,6 @@ TEST(KstdResult, EqualTypesStayApart) {
   Text const error = Err(std::string("text"));
   EXPECT_TRUE(value.ok());
   EXPECT_FALSE(error.ok());
-}
-
-TEST(KstdResult, MovesWhatCannotBeCopied) {
-  using Owner = Result<std::unique_ptr<int>, std::string>;
-  Owner owner = std::make_unique<int>(5);
-  Owner moved = std::move(owner);
-  ASSERT_TRUE(moved.ok());
-  std::unique_ptr<int> const taken = std::move(moved).value();
-  EXPECT_EQ(*taken, 5);
-}
-
-TEST(KstdResult, VoidValue) {
-  auto check = [](bool good) -> Result<void, std::string> {
-    if (!good) {
-      return Err("bad");
-    }
-    return {};
-  };
-  EXPECT_TRUE(check(true).ok());
-  EXPECT_EQ(check(false).error(), "bad");
 }
 
 TEST(KstdResultDeathTest, TheWrongAlternativeAborts) {

@@ -1,4 +1,4 @@
-// The base library's small values: hash mixing, identifiers, the counting allocator.
+// The base library's small values: hash mixing, the counting allocator.
 #include <bit>
 #include <memory>
 #include <random>
@@ -6,12 +6,10 @@
 #include <unordered_set>
 #include <vector>
 
-#include <absl/container/flat_hash_set.h>
 #include <gtest/gtest.h>
 
 #include "Tovak/Allocator.h"
 #include "Tovak/HashMix.h"
-#include "Tovak/Id64.h"
 
 namespace {
 
@@ -74,36 +72,6 @@ TEST(TovakHashMix, EveryInputBitMovesAboutHalfOfTheState) {
     }
     EXPECT_NEAR(flipped / (rounds * static_cast<double>(len) * 8), 32, 1) << "length " << len;
   }
-}
-
-TEST(TovakHashMix, TypicalNamesAndNumbersDoNotCollide) {
-  std::unordered_set<uint64_t> seen;
-  std::unordered_set<uint64_t> lowBits; // what a hash table looks at
-  constexpr int count = 100'000;
-  for (int i = 0; i < count; ++i) {
-    ASSERT_TRUE(seen.insert(hashOf({"Ethernet" + std::to_string(i)})).second) << i;
-    uint64_t word = HashMix::stateStart;
-    HashMix::mixFixedLen<8>(word, static_cast<uint64_t>(i));
-    ASSERT_TRUE(seen.insert(word).second) << i;
-    lowBits.insert(word & 0x1ffff);
-  }
-  // 100,000 balls into 131,072 bins leave about 70,000 of them occupied; a weak mixer leaves far fewer.
-  EXPECT_GT(lowBits.size(), 65'000u);
-}
-
-struct _Port;
-using PortId = Tovak::Id64<_Port>;
-
-TEST(TovakId64, IsAValueOfItsOwnType) {
-  static_assert(!std::is_convertible_v<uint64_t, PortId>);
-  static_assert(!std::is_convertible_v<PortId, Tovak::Id64<struct _Other>>);
-  EXPECT_EQ(fmt::format("{}:{}", PortId(5), PortId(~uint64_t{0})), "5:18446744073709551615");
-  EXPECT_LT(PortId(1), PortId(2));
-  EXPECT_EQ(PortId(), PortId(0));
-  absl::flat_hash_set<PortId> const abslSet{PortId(1), PortId(2), PortId(1)};
-  std::unordered_set<PortId> const stdSet{PortId(1), PortId(2), PortId(1)};
-  EXPECT_EQ(abslSet.size(), 2u);
-  EXPECT_EQ(stdSet.size(), 2u);
 }
 
 struct Widget {
