@@ -12,7 +12,10 @@ set_target_properties(KelTypeDecoder PROPERTIES
 
 # Calls inside the library are direct. Only functions: data must stay interposable, because a program may hold copy
 # relocations of default instances and type information.
-target_link_options(KelTypeDecoder PRIVATE -Wl,-Bsymbolic-functions -Wl,-z,defs)
+target_link_options(KelTypeDecoder PRIVATE -Wl,-Bsymbolic-functions)
+if(NOT (KTD_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang)) # whose sanitizers' runtime is in the program
+  target_link_options(KelTypeDecoder PRIVATE -Wl,-z,defs)
+endif()
 
 set(KTD_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/KelTypeDecoder")
 target_include_directories(KelTypeDecoder PUBLIC

@@ -1,5 +1,6 @@
 #include "agent/subscribe/ByteBundle.h"
 
+#include <span>
 #include <string_view>
 
 #include "Ondra/ByteRouter.h"
@@ -11,10 +12,10 @@ namespace {
 
 constexpr char kUpdate = 4 << 3 | 2; // of a Notification
 
-// The elements from `first` to before `last`, below each other.
-gnmi::Path elemsOf(Ondra::Path const& path, std::size_t first, std::size_t last) {
+// The elements between the data root and `end`.
+gnmi::Path elemsOf(Ondra::Path const& path, std::size_t end) {
   Kel::Ptr<Ondra::Path> const part = Ondra::Path::PathIs();
-  for (std::size_t i = first; i < last; ++i)
+  for (std::size_t i = 1; i < end; ++i)
     part->push(path.elems()[i]);
   gnmi::Path out;
   part->copyToGnmiPath(&out);
@@ -31,19 +32,30 @@ std::size_t takeVarint(std::string_view& bytes) {
   }
 }
 
+// Takes one field with a length off; what is in it.
+std::string_view takeField(std::string_view& bytes) {
+  bytes.remove_prefix(1);
+  std::size_t const size = takeVarint(bytes);
+  std::string_view const field = bytes.substr(0, size);
+  bytes.remove_prefix(size);
+  return field;
+}
+
+std::string_view textOf(std::span<std::uint8_t const> bytes) {
+  return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
 } // namespace
 
 void ByteBundle::add(Ondra::WireResponse const& response) {
   std::size_t const depth = 1 + frame_->prefixDepth;
-  if (!body_) body_.emplace(*frame_, timestamp_, elemsOf(*response.prefix, 1, depth), limit_);
-  above_ = elemsOf(*response.prefix, depth, response.prefix->elemSize()).SerializeAsString();
-  std::string_view left(reinterpret_cast<char const*>(response.changes.data()), response.changes.size());
-  while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none
-    left.remove_prefix(1);
-    std::size_t const size = takeVarint(left);
-    body_->encodedUpdate(above_, left.substr(0, size));
-    left.remove_prefix(size);
-  }
+  if (!body_) body_.emplace(*frame_, timestamp_, elemsOf(*response.prefix, depth), limit_);
+  std::string_view above = textOf(response.prefixElems);
+  for (std::size_t i = 0; i < depth; ++i)
+    static_cast<void>(takeField(above));
+  std::string_view left = textOf(response.changes);
+  while (!left.empty() && left.front() == kUpdate) // deletes come behind the updates; a walk has none
+    body_->encodedUpdate(above, takeField(left));
 }
 
 std::vector<grpc::Slice> ByteBundle::take() { return body_ ? body_->take() : std::vector<grpc::Slice>(); }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "agent/subscribe/ResponseBody.h"
@@ -36,7 +35,6 @@ private:
   std::int64_t timestamp_;
   std::size_t limit_;
   std::optional<ResponseBody> body_; // from the first response on, whose prefix its head takes
-  std::string above_;
 };
 
 } // namespace Agent

@@ -61,6 +61,10 @@ class KTD_EXPORT InPlaceAccess final : public AttrAccess {
 public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
   bool exist(AttrDesc const&, GenericIf const&, GenericIf const* key) const override;
+  bool readsInPlace() const noexcept override { return true; }
+  void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
+    return &storage<unsigned char>(attr, object);
+  }
   void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override;
   void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override;
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;
@@ -86,6 +90,11 @@ public:
   }
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const*) const override {
     return storage<std::optional<T>>(attr, obj).has_value();
+  }
+  bool readsInPlace() const noexcept override { return true; }
+  void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
+    auto const& slot = storage<std::optional<T>>(attr, object);
+    return slot ? &*slot : nullptr;
   }
   void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
            GenericIf const* value) const override {
@@ -272,6 +281,18 @@ public:
     moved_ = false;
     return ToHandle{}(*attr_, at_->second);
   }
+  PtrInterface const* objectAhead(std::size_t steps) const noexcept override {
+    if constexpr (requires { ToHandle::object(at_->second); }) {
+      auto const end = members_->map().end();
+      if (moved_ || stamp_ != members_->stamp()) return nullptr;
+      auto at = at_;
+      for (; at != end && steps > 0; --steps)
+        ++at;
+      return at == end ? nullptr : ToHandle::object(at->second);
+    } else {
+      return nullptr;
+    }
+  }
 
 private:
   // After a change: back to the member it stood at; when that has gone, on to the next, which is then yet to be given.
@@ -334,6 +355,7 @@ public:
 
 template <class E>
 struct ObjectToHandle {
+  static PtrInterface const* object(Ptr<E> const& member) noexcept { return member.get(); }
   Ptr<GenericIf const> operator()(AttrDesc const&, Ptr<E> const& member) const {
     return GenericIf::toObject(static_cast<PtrInterface*>(member.get()));
   }

@@ -149,6 +149,7 @@ Ptr<GenericIf const> AttrAccess::get(AttrDesc const& attr, GenericIf const&, Gen
 bool AttrAccess::exist(AttrDesc const& attr, GenericIf const&, GenericIf const*) const {
   notSupported(attr, "exist");
 }
+void const* AttrAccess::valueAt(AttrDesc const&, void const*) const noexcept { return nullptr; }
 void AttrAccess::set(AttrDesc const& attr, GenericIf&, GenericIf const*, GenericIf const*) const {
   notSupported(attr, "set");
 }

@@ -176,7 +176,7 @@ TypeDesc* makeShell() {
 
 // Where a data member lies within the raw form of its class.
 template <class C, class M>
-[[gnu::no_sanitize("undefined")]] std::size_t offsetOf(M C::*member) {
+__attribute__((no_sanitize("undefined"))) std::size_t offsetOf(M C::*member) {
   alignas(C) static unsigned char space[sizeof(C)];
   C* const object = reinterpret_cast<C*>(space);
   auto const* const at = reinterpret_cast<unsigned char*>(&(object->*member));

@@ -102,6 +102,10 @@ public:
   virtual ~AttrAccess() = default;
   virtual Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
   virtual bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
+  // Whether the value of a singular attribute can be read where it lies: `valueAt` gives its raw form within the raw form of the
+  // object, null when it is not set. Valid until the object changes.
+  [[nodiscard]] virtual bool readsInPlace() const noexcept { return false; }
+  [[nodiscard]] virtual void const* valueAt(AttrDesc const& attr, void const* object) const noexcept;
   // A null value clears where the attribute can be left without one.
   virtual void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const;
   // Stores a constructor argument into an object that is being made, silently and whether or not it is settable.

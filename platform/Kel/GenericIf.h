@@ -22,6 +22,12 @@ public:
   virtual void advance() = 0;
   [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;
   [[nodiscard]] virtual Ptr<GenericIf const> value() = 0;
+  // The object that is the member so many steps from here, 0 being the current one; null when there is none, when members are no
+  // objects, and whenever the cursor would have to look for it. A hint: for whoever wants to have it at hand in time.
+  [[nodiscard]] virtual PtrInterface const* objectAhead(std::size_t steps) const noexcept {
+    static_cast<void>(steps);
+    return nullptr;
+  }
 };
 
 // The raw view of a handle.
@@ -80,6 +86,9 @@ public:
     using GenericIfRaw::Iterator::Iterator;
     [[nodiscard]] Ptr<GenericIf const> key() const { return cursor_->key(); }
     [[nodiscard]] Ptr<GenericIf const> ptr() const { return cursor_->value(); }
+    [[nodiscard]] PtrInterface const* objectAhead(std::size_t steps) const noexcept {
+      return cursor_->objectAhead(steps);
+    }
   };
 
   // --- making handles; see also KelType::genericIf -------------------------------------------------

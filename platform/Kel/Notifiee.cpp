@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/container/small_vector.hpp>
+#include <memory>
 
 namespace Kel {
 
@@ -55,21 +56,31 @@ void PtrInterface::NotifieeConst::release() {
 NotifieeList::~NotifieeList() { deleteAll(); }
 
 void NotifieeList::add(PtrInterface::NotifieeConst* notifiee) {
-  if (members_ == nullptr) members_ = new Members;
-  members_->push_back(notifiee);
+  if (Members* const members = several()) {
+    members->push_back(notifiee);
+  } else if (one_ != nullptr) {
+    severalIs(new Members{one_, notifiee});
+  } else {
+    one_ = notifiee;
+  }
 }
 
 void NotifieeList::remove(PtrInterface::NotifieeConst* notifiee) noexcept {
-  if (members_ == nullptr) return;
-  std::erase(*members_, notifiee);
-  if (members_->empty()) {
-    delete members_;
-    members_ = nullptr;
+  Members* const members = several();
+  if (members == nullptr) {
+    if (one_ == notifiee) one_ = nullptr;
+    return;
+  }
+  std::erase(*members, notifiee);
+  if (members->size() <= 1) {
+    one_ = members->empty() ? nullptr : members->front();
+    delete members;
   }
 }
 
 bool NotifieeList::holds(PtrInterface::NotifieeConst const* notifiee) const noexcept {
-  return members_ != nullptr && std::find(members_->begin(), members_->end(), notifiee) != members_->end();
+  auto const all = members();
+  return std::find(all.begin(), all.end(), notifiee) != all.end();
 }
 
 // The snapshot pins the notifiees, so that one that is dropped by another's call still is an object when its turn comes.
@@ -77,7 +88,7 @@ template <class Tell>
 void NotifieeList::tell(Tell const& tell) const {
   if (empty()) return;
   boost::container::small_vector<Ptr<PtrInterface::NotifieeConst>, 4> snapshot;
-  for (PtrInterface::NotifieeConst* const member : *members_)
+  for (PtrInterface::NotifieeConst* const member : members())
     snapshot.emplace_back(Ptr(member));
   for (auto const& member : snapshot) {
     bool const dropped = member->refCount() == 1; // only the pin is left: its owner is done with it
@@ -94,12 +105,13 @@ void NotifieeList::visitZeroReferences() const {
 }
 
 void NotifieeList::deleteAll() {
-  Members* const leaving = members_;
-  members_ = nullptr;
-  if (leaving == nullptr) return;
+  std::unique_ptr<Members> const leaving(several());
+  PtrInterface::NotifieeConst* const one = leaving ? nullptr : one_;
+  one_ = nullptr;
+  if (one != nullptr) one->release();
+  if (!leaving) return;
   for (PtrInterface::NotifieeConst* const member : *leaving)
     member->release();
-  delete leaving;
 }
 
 } // namespace Kel

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include "Kel/PtrInterface.h"
@@ -51,7 +53,8 @@ private:
 };
 
 // The observers of one object, in the order of their registration. Tolerates registration and removal during a visit: who was
-// registered when the visit began is told, unless he has left meanwhile; who joins during it is not. 8 bytes when empty.
+// registered when the visit began is told, unless he has left meanwhile; who joins during it is not. 8 bytes, and
+// no storage of its own for a single one.
 class KTD_EXPORT NotifieeList {
 public:
   NotifieeList() = default;
@@ -59,8 +62,14 @@ public:
   NotifieeList& operator=(NotifieeList const&) = delete;
   ~NotifieeList();
 
-  [[nodiscard]] bool empty() const noexcept { return members_ == nullptr || members_->empty(); }
-  [[nodiscard]] std::size_t size() const noexcept { return members_ == nullptr ? 0 : members_->size(); }
+  [[nodiscard]] bool empty() const noexcept { return one_ == nullptr; }
+  [[nodiscard]] std::size_t size() const noexcept { return members().size(); }
+  // Valid until the list changes.
+  [[nodiscard]] std::span<PtrInterface::NotifieeConst* const> members() const noexcept {
+    if (Members const* const several = this->several()) [[unlikely]]
+      return *several;
+    return {&one_, one_ == nullptr ? std::size_t{0} : std::size_t{1}};
+  }
 
   // Delivers an attribute notification to the active notifiees.
   void visit(AttributeId id, void const* key) const;
@@ -77,8 +86,16 @@ private:
   void add(PtrInterface::NotifieeConst* notifiee);
   void remove(PtrInterface::NotifieeConst* notifiee) noexcept;
   [[nodiscard]] bool holds(PtrInterface::NotifieeConst const* notifiee) const noexcept;
+  // Several have a block, whose address is kept with its lowest bit set.
+  [[nodiscard]] Members* several() const noexcept {
+    auto const bits = reinterpret_cast<std::uintptr_t>(one_);
+    return (bits & 1) != 0 ? reinterpret_cast<Members*>(bits - 1) : nullptr;
+  }
+  void severalIs(Members* members) noexcept {
+    one_ = reinterpret_cast<PtrInterface::NotifieeConst*>(reinterpret_cast<std::uintptr_t>(members) + 1);
+  }
 
-  Members* members_ = nullptr;
+  PtrInterface::NotifieeConst* one_ = nullptr;
 };
 
 } // namespace Kel

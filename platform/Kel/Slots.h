@@ -95,6 +95,11 @@ class SlotValueAccess final : public AttrAccess {
 public:
   Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
   bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
+  bool readsInPlace() const noexcept override { return true; }
+  void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
+    Ptr<GenericIf const> const& slot = storage<Ptr<GenericIf const>>(attr, object);
+    return slot ? slot->data() : nullptr;
+  }
   void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override;
   void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override;
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;

@@ -22,6 +22,8 @@ struct WireResponse {
   std::uint32_t deletes;
   // The whole SubscribeResponse.
   std::span<std::uint8_t const> bytes;
+  // The part of these that is the fields `elem` of the prefix, each with its tag.
+  std::span<std::uint8_t const> prefixElems;
   // The end of these: the fields `update` and `delete` of the notification, each with its tag. For a host that puts another prefix
   // before them.
   std::span<std::uint8_t const> changes;

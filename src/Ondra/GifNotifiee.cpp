@@ -32,12 +32,12 @@ std::uint64_t& madeSoFar() {
 
 GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
                                  BaseRouter& router, bool first, bool second)
-    : attrStates_(this)
+    : keysCollide_(WalkRules::anyCollidesWithKey(*prefixPath, notifier->fwkType()))
+    , attrStates_(this)
     , prefixPath_(std::move(prefixPath))
-    , router_(router)
     , type_(notifier->fwkType())
+    , router_(router)
     , serial_(++madeSoFar())
-    , keysCollide_(WalkRules::anyCollidesWithKey(*prefixPath_, type_))
     , first_(first)
     , second_(second) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);

@@ -19,6 +19,7 @@
 #include "Kel/GenericIf.h"
 #include "Kel/Notifiee.h"
 #include "Kel/Ptr.h"
+#include "Kel/String.h"
 #include "Kstd/Export.h"
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/BaseRouter.h"
@@ -63,6 +64,13 @@ public:
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object may have the name of a field of the key in the path (`WalkRules::collidesWithKey`).
   [[nodiscard]] bool keysCollide() const noexcept { return keysCollide_; }
+  // The elements of the path as bytes of a gNMI path; empty until somebody has put them here.
+  [[nodiscard]] Kel::Bytes& wirePrefix() noexcept { return wirePrefix_; }
+  // Has what walks of the object read of it, beside itself, on its way into the cache.
+  void prefetch() const noexcept {
+    attrStates_.prefetch();
+    __builtin_prefetch(wirePrefix_.bytesPtr());
+  }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
   // The registry holds it: its path has not ended.
@@ -97,16 +105,18 @@ private:
   friend class NotifieeMaps;
   void recordType(Kel::PtrInterface const& notifier);
 
-  AttrStateMap attrStates_;
-  Kel::Ptr<Path const> const prefixPath_;
-  BaseRouter& router_;
-  Kel::KelType const type_; // of the notifier
-  EmittedLeaves emitted_;
-  Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
-  std::uint64_t const serial_;
+  // What walks read comes first: it lies together.
   std::uint64_t holderSerial_ = 0; // 0: not noted
   Kel::AttributeId holderAttr_ = 0;
   bool const keysCollide_;
+  AttrStateMap attrStates_;
+  Kel::Ptr<Path const> const prefixPath_;
+  Kel::Bytes wirePrefix_;
+  Kel::KelType const type_; // of the notifier
+  BaseRouter& router_;
+  std::uint64_t const serial_;
+  EmittedLeaves emitted_;
+  Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   bool const first_;
   bool const second_;
   bool inRegistry_ = false;

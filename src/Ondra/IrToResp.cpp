@@ -79,6 +79,18 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
   }
 }
 
+void RespEncoder::encodeNode(PlainNode const& node) {
+  auto made = ArenaRespMsg::createResponse(node.prefix, node.timestamp);
+  responses_.push_back(std::move(made.first));
+  auto& updates = *made.second->mutable_update();
+  updates.Reserve(static_cast<int>(node.leaves.size()));
+  for (PlainLeaf const& leaf : node.leaves) {
+    gnmi::Update& update = *updates.Add();
+    leaf.plan->leafPath->copyToGnmiPath(update.mutable_path());
+    extractScalar(leaf.plan->attr.memberType().desc(), leaf.value, *update.mutable_val());
+  }
+}
+
 std::vector<std::shared_ptr<ArenaRespMsg>> Ir::toSubResp() const {
   RespEncoder encoder;
   encode(encoder);

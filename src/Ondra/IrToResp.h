@@ -7,6 +7,7 @@
 
 #include "Kstd/Export.h"
 #include "Ondra/IR.h"
+#include "Ondra/PlainLeaves.h"
 
 namespace Ondra {
 
@@ -22,6 +23,8 @@ public:
   [[nodiscard]] static RespEncoder& shared();
 
   void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) override;
+  // One response.
+  void encodeNode(PlainNode const& node);
 
   // What has been made so far; the encoder begins anew.
   [[nodiscard]] Responses take() { return std::exchange(responses_, {}); }

@@ -106,8 +106,7 @@ void putKeys(WireWriter& out, PathElem const& elem) {
   }
 }
 
-void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
-  std::size_t const before = out.size();
+void putElems(WireWriter& out, Path const& path) {
   auto const elems = path.elems();
   for (std::size_t i = elems.size(); i-- > 0;) {
     std::size_t const beforeElem = out.size();
@@ -119,7 +118,23 @@ void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
     }
     out.enclose(kElem, beforeElem);
   }
+}
+
+void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
+  std::size_t const before = out.size();
+  putElems(out, path);
   out.enclose(key, before);
+}
+
+// The elements of a prefix that is asked for again and again.
+void putElems(WireWriter& out, PlainNode const& node) {
+  if (std::string_view const made = node.wirePrefix.view(); !made.empty()) [[likely]] {
+    return out.raw(made);
+  }
+  std::size_t const before = out.size();
+  putElems(out, *node.prefix);
+  auto const elems = out.bytes().first(out.size() - before);
+  node.wirePrefix = Kel::Bytes({reinterpret_cast<char const*>(elems.data()), elems.size()});
 }
 
 // The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address; an entry
@@ -227,13 +242,41 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
     }
   }
   std::size_t const changes = out.size();
-  putPath(out, kPrefix, *prefix);
+  putElems(out, *prefix);
+  auto const leaves = static_cast<std::uint32_t>(last - first);
+  finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes, deletes);
+}
+
+void WireEncoder::encodeNode(PlainNode const& node) {
+  WireWriter& out = sharedWriter();
+  LeafPaths& paths = leafPaths();
+  out.clear();
+  for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
+    std::size_t const before = out.size();
+    WireSink sink(out);
+    tellScalar(leaf->plan->attr.memberType().desc(), leaf->value, sink);
+    out.enclose(kUpdateVal, before);
+    paths.put(out, leaf->plan->leafPath);
+    out.enclose(kUpdate, before);
+  }
+  std::size_t const changes = out.size();
+  putElems(out, node);
+  finish(node.timestamp, node.prefix, out.size() - changes, changes,
+         static_cast<std::uint32_t>(node.leaves.size()), 0);
+}
+
+// What comes before the changes and the elements of the prefix.
+void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std::size_t prefixSize,
+                         std::size_t changes, std::uint32_t updates, std::uint32_t deletes) {
+  WireWriter& out = sharedWriter();
+  out.enclose(kPrefix, changes);
   if (timestamp != 0) {
     out.varintField(kTimestamp, static_cast<std::uint64_t>(timestamp));
   }
   out.enclose(kResponseUpdate, 0);
-  auto const leaves = static_cast<std::uint32_t>(last - first);
-  response({timestamp, prefix, leaves - deletes, deletes, out.bytes(), out.bytes().last(changes)});
+  auto const bytes = out.bytes();
+  response({timestamp, prefix, updates, deletes, bytes, bytes.last(changes + prefixSize).first(prefixSize),
+            bytes.last(changes)});
 }
 
 bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) {
@@ -248,7 +291,9 @@ bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg
   }
   std::size_t const changes = out.size();
   Kel::Ptr<Path const> const prefix = Path::gnmiPathIs(update.prefix());
-  putPath(out, kPrefix, *prefix);
+  putElems(out, *prefix);
+  std::size_t const prefixSize = out.size() - changes;
+  out.enclose(kPrefix, changes);
   if (update.timestamp() != 0) {
     out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
   }
@@ -256,7 +301,7 @@ bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg
   return pushBytes(syncId, walkId,
                    {update.timestamp(), prefix, static_cast<std::uint32_t>(update.update_size()),
                     static_cast<std::uint32_t>(update.delete__size()), out.bytes(),
-                    out.bytes().last(changes)});
+                    out.bytes().last(changes + prefixSize).first(prefixSize), out.bytes().last(changes)});
 }
 
 } // namespace Ondra

@@ -4,6 +4,7 @@
 #include "Kstd/Export.h"
 #include "Ondra/ByteRouter.h"
 #include "Ondra/IR.h"
+#include "Ondra/PlainLeaves.h"
 
 namespace Ondra {
 
@@ -13,6 +14,8 @@ namespace Ondra {
 class KTD_EXPORT WireEncoder : public IrEncoder {
 public:
   void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) final;
+  // One response.
+  void encodeNode(PlainNode const& node);
 
 protected:
   virtual void response(WireResponse const& response) = 0;
@@ -21,6 +24,8 @@ private:
   using Leaves = IrNode::LeafQueue;
   void encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix, Leaves::const_iterator first,
                       Leaves::const_iterator last);
+  void finish(long timestamp, Kel::Ptr<Path const> const& prefix, std::size_t prefixSize, std::size_t changes,
+              std::uint32_t updates, std::uint32_t deletes);
 };
 
 } // namespace Ondra

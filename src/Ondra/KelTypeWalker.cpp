@@ -92,6 +92,9 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
                   objType_.name().view(), (*attrQ_).name().view());
       return pause(result, key, ir);
     }
+    if (shortLeaves && rootWalker_ && attrQ_.position() == plan.plainFrom && sendsPlain()) {
+      return finish(result, key, ir, notifiee.get(), pushPlain(plan, *gif_->object(), *notifiee));
+    }
     WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
     if (shortLeaves && attr.isOwnLeaf) {
       result = merged(result, walkOwnLeaf(attr, attrQ_.position(), *notifiee));
@@ -132,9 +135,8 @@ bool FullKelTypeWalker::isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value)
 WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee,
                                             KelKey* key, std::shared_ptr<Ir>& ir) {
   if (plan.isPlainHolder && takesShortRoads(notifiee)) {
-    Kel::Ptr<Kel::GenericIf const> const entity = plan.attr.genericIfGet(gif_);
-    if (Kel::Ptr<GifGnmiNotifiee> const child = watchedChild(plan, entity, *notifiee)) {
-      return handleInstantiating(entity, child->prefixPath(), 0, nullptr);
+    if (auto const result = walkChild(plan, plan.attr.genericIfGet(gif_), *notifiee)) {
+      return *result;
     }
   }
   long const timestamp = attrTimestamp(plan.attr, nullptr, notifiee);
@@ -154,10 +156,18 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
   bool const renders = plan.rendersReferences && !objType_.isValueType();
   bool const shortRoad = plan.isPlainHolder && takesShortRoads(notifiee);
   for (; member; ++member) {
+    bool const isShort = shortRoad && !mustPause(result);
+    if (isShort) {
+      fetchAhead(plan, member);
+      if (auto const pushed = pushPlainChild(plan, member.objectAhead(0), *notifiee)) {
+        result = merged(result, *pushed);
+        continue;
+      }
+    }
     Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
-    if (shortRoad && !mustPause(result)) {
-      if (Kel::Ptr<GifGnmiNotifiee> const child = watchedChild(plan, value, *notifiee)) {
-        result = merged(result, handleInstantiating(value, child->prefixPath(), 0, nullptr));
+    if (isShort) {
+      if (auto const walked = walkChild(plan, value, *notifiee)) {
+        result = merged(result, *walked);
         continue;
       }
     }
@@ -188,12 +198,11 @@ WalkResult FullKelTypeWalker::finishSkipped() {
 }
 
 WalkResult FullKelTypeWalker::finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir,
-                                     GifGnmiNotifiee* notifiee) {
+                                     GifGnmiNotifiee* notifiee, WalkResult pushed) {
   if (notifiee != nullptr && rootWalker_ && flags_.has(flagInstantiatingOnly)) {
     SilentEnds const silent(flags_.has(flagNoPush));
     notifiee->onZeroReferences();
   }
-  WalkResult pushed = WalkResult::Success;
   if (toggleOndraSyncBundlingEnabled()) {
     if (rootWalker_ && ir_ && !ir_->empty()) {
       pushed = routerPush(true);

@@ -48,6 +48,7 @@ namespace Ondra {
 class ArenaRespMsg;
 class ByteRouter;
 class Ir;
+class RespEncoder;
 struct WireResponse;
 
 // Whether walks collect their leaves and send them in bundles (the default), or send each attribute as soon as it is found. The toggle
@@ -191,6 +192,9 @@ protected:
 private:
   class BytePush;
   [[nodiscard]] WalkResult afterPush(bool taken) const;
+  [[nodiscard]] WalkResult pushAll(RespEncoder& encoder) const;
+  [[nodiscard]] WalkResult pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                                     GifGnmiNotifiee& notifiee) const;
   struct Parked; // tag of the constructor of parked walkers
   FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key);
 
@@ -199,14 +203,22 @@ private:
     return result != WalkResult::Success && !(flags_ & flagNoPause);
   }
   WalkResult pause(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir);
-  WalkResult finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir, GifGnmiNotifiee* notifiee);
+  // `pushed`: of what the walker has sent by itself.
+  WalkResult finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir, GifGnmiNotifiee* notifiee,
+                    WalkResult pushed = WalkResult::Success);
   WalkResult finishSkipped();
   // The short roads (WalkerShort.cpp).
   [[nodiscard]] bool takesShortRoads(GifGnmiNotifiee const* notifiee) const;
   WalkResult walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position, GifGnmiNotifiee& notifiee);
-  [[nodiscard]] Kel::Ptr<GifGnmiNotifiee> watchedChild(WalkRules::AttrPlan const& plan,
-                                                       Kel::Ptr<Kel::GenericIf const> const& child,
-                                                       GifGnmiNotifiee const& notifiee) const;
+  // Nothing waits to be sent before the plain leaves of an object.
+  [[nodiscard]] bool sendsPlain() const;
+  static void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member);
+  [[nodiscard]] std::optional<WalkResult> pushPlainChild(WalkRules::AttrPlan const& plan,
+                                                         Kel::PtrInterface const* child,
+                                                         GifGnmiNotifiee const& notifiee) const;
+  [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& plan,
+                                                    Kel::Ptr<Kel::GenericIf const> const& child,
+                                                    GifGnmiNotifiee const& notifiee);
   void noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
                 Kel::Ptr<Path const> const& path, GifGnmiNotifiee const* notifiee) const;
   WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,

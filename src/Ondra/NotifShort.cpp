@@ -21,13 +21,13 @@ private:
 };
 
 // A full pipe does not hold a notification up.
-void push(BaseRouter& router, long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
+void push(BaseRouter& router, PlainNode const& node) {
   if (ByteRouter* const bytes = router.byteRouter()) {
-    LeafPush(*bytes).encodeNode(timestamp, prefix, node);
+    LeafPush(*bytes).encodeNode(node);
     return;
   }
   RespEncoder& encoder = RespEncoder::shared();
-  encoder.encodeNode(timestamp, prefix, node);
+  encoder.encodeNode(node);
   router.push(SyncId(), WalkId(), encoder.responses().front());
   encoder.clear();
 }
@@ -40,22 +40,17 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& ob
     return false;
   }
   Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
-  if (!plan.isOwnLeaf) {
-    return false;
-  }
-  Handle value = attr.genericIfGet(object);
-  if (!value || (plan.isEntityName && isEmptyText(value))) {
+  void const* const value = plan.isPlainLeaf ? attr.valueAt(*object->object()) : nullptr;
+  if (value == nullptr ||
+      (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty())) {
     return false;
   }
   AttrStateMap& states = notifiee.attrStates();
   AttrStateNode const* const known = states.queryAttrState(attr.id(), nullptr);
   long const timestamp = known != nullptr ? known->updatedTimestamp()
                                           : states.getAttrState(attr.id(), nullptr).effectiveTimestamp();
-  static auto* const node = new IrNode(); // keeps a block of leaves
-  node->leaves.clear();                   // of a push that was left by an exception
-  node->addLeaf(plan.leafPath, std::move(value));
-  push(notifiee.router(), timestamp, notifiee.prefixPath(), *node);
-  node->leaves.clear();
+  PlainLeaf const leaf{timestamp, &plan, value};
+  push(notifiee.router(), {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
   return true;
 }
 

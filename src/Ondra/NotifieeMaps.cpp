@@ -104,20 +104,6 @@ GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr con
   return nullptr;
 }
 
-GifGnmiNotifiee* NotifieeMaps::findHeld(Kel::PtrInterface const* object, GifGnmiNotifiee const& holder,
-                                        Kel::AttributeId attr) const {
-  auto const found = byObject_.find(object);
-  if (found == byObject_.end()) {
-    return nullptr;
-  }
-  for (GifGnmiNotifiee* const notifiee : found->second) {
-    if (notifiee->notifier() == object && notifiee->isHeldBy(holder, attr)) {
-      return notifiee;
-    }
-  }
-  return nullptr;
-}
-
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
   auto const found = byObject_.find(object);
   if (found == byObject_.end()) {

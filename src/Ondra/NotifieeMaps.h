@@ -58,9 +58,6 @@ public:
   [[nodiscard]] GifGnmiNotifiee* find(PathPtr const& path) const;
   // The object's notifiee at that path; null when there is none. Valid until the next change.
   [[nodiscard]] GifGnmiNotifiee* find(Kel::PtrInterface const* object, PathPtr const& path) const;
-  // The object's notifiee that is held by that attribute (`GifGnmiNotifiee::heldByIs`); null when there is none.
-  [[nodiscard]] GifGnmiNotifiee* findHeld(Kel::PtrInterface const* object, GifGnmiNotifiee const& holder,
-                                          Kel::AttributeId attr) const;
   // The oldest path of the object; null when it is not watched.
   [[nodiscard]] PathPtr pathOf(Kel::PtrInterface const* object) const;
   // Parents before children.

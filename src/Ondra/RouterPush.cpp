@@ -64,10 +64,14 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   if (ByteRouter* const router = router_.byteRouter()) {
     return pushBytes(*router, *ir, true);
   }
-  WalkResult result = WalkResult::Success;
-  // The notifications of one bundle stay together: the rest is sent also when the pipe has filled up.
   RespEncoder& encoder = RespEncoder::shared();
   ir->encode(encoder);
+  return pushAll(encoder);
+}
+
+// The notifications of one bundle stay together: the rest is sent also when the pipe has filled up.
+WalkResult FullKelTypeWalker::pushAll(RespEncoder& encoder) const {
+  WalkResult result = WalkResult::Success;
   for (std::shared_ptr<ArenaRespMsg>& response : encoder.responses()) {
     if (!toggleOndraSyncBundlingEnabled()) {
       TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", debugString(),
@@ -110,6 +114,22 @@ WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool e
   BytePush push(*this, router, emptyOnes);
   ir.encode(push);
   return push.result();
+}
+
+// The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send. Routers
+// neither change the model nor call back, so that the values may be read between two pushes.
+WalkResult FullKelTypeWalker::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                                        GifGnmiNotifiee& notifiee) const {
+  PlainLeaves& leaves = PlainLeaves::shared();
+  leaves.collect(plan, object, notifiee);
+  if (ByteRouter* const router = router_.byteRouter()) {
+    BytePush push(*this, *router, true);
+    leaves.forEachNode(notifiee, [&push](PlainNode const& node) { push.encodeNode(node); });
+    return push.result();
+  }
+  RespEncoder& encoder = RespEncoder::shared();
+  leaves.forEachNode(notifiee, [&encoder](PlainNode const& node) { encoder.encodeNode(node); });
+  return pushAll(encoder);
 }
 
 WalkResult FullKelTypeWalker::routerPush(bool force) {

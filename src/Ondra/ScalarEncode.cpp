@@ -49,6 +49,11 @@ void extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf con
   tellScalar(value, sink);
 }
 
+void extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out) {
+  MessageSink sink(out);
+  tellScalar(type, value, sink);
+}
+
 void base64Encode(char const* data, unsigned long size, std::string& out) {
   namespace base64 = boost::beast::detail::base64;
   out.resize(base64::encoded_size(size));

@@ -20,13 +20,13 @@ namespace Ondra {
 namespace Impl {
 
 template <class T>
-T const& heldBy(Kel::GenericIf const& value) {
-  return *static_cast<T const*>(value.data());
+T const& heldBy(void const* value) {
+  return *static_cast<T const*>(value);
 }
 
 // `kind` says how the bits of the value are to be read: a builtin's own kind, or the integer under an enumeration.
 template <class Sink>
-void tellBuiltin(Kel::BuiltinKind kind, Kel::GenericIf const& value, Sink& sink) {
+void tellBuiltin(Kel::BuiltinKind kind, void const* value, Sink& sink) {
   using enum Kel::BuiltinKind;
   switch (kind) {
   case U8: return sink.uintVal(heldBy<std::uint8_t>(value));
@@ -67,8 +67,8 @@ void tellScalar(Kel::Ptr<Kel::GenericIf const> const& value, Sink& sink) {
     return sink.stringVal(value->gnmiStrRep());
   }
   switch (type.kind) {
-  case Kel::TypeKind::Builtin: return Impl::tellBuiltin(type.builtin, *value, sink);
-  case Kel::TypeKind::Enum: return Impl::tellBuiltin(type.underlying, *value, sink);
+  case Kel::TypeKind::Builtin: return Impl::tellBuiltin(type.builtin, value->data(), sink);
+  case Kel::TypeKind::Enum: return Impl::tellBuiltin(type.underlying, value->data(), sink);
   case Kel::TypeKind::Nominal:
   case Kel::TypeKind::Union:
     if (Kel::Ptr<Kel::GenericIf const> const inner = innerScalar(value)) {
@@ -77,6 +77,15 @@ void tellScalar(Kel::Ptr<Kel::GenericIf const> const& value, Sink& sink) {
     return;
   default: scalarNotSupported();
   }
+}
+
+// The same for the raw form of a value.
+template <class Sink>
+void tellScalar(Kel::TypeDesc const& type, void const* value, Sink& sink) {
+  if (type.kind == Kel::TypeKind::Builtin && !type.hasGnmiStrRep && !type.hasGnmiByteRep) [[likely]] {
+    return Impl::tellBuiltin(type.builtin, value, sink);
+  }
+  tellScalar(Kel::Ptr<Kel::GenericIf const>(Kel::GenericIf::copyOf(type, value)), sink);
 }
 
 } // namespace Ondra

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "Ondra/PlainLeaves.h"
 #include "Ondra/ScalarEncode.h"
 
 namespace Ondra::WalkRules {
@@ -104,6 +105,8 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   plan.isScalarLeaf = plan.readsValue && !attr.isCollection() && !attr.isPointer() &&
                       !attr.isInstantiating() && isScalarType(attr.memberType());
   plan.isOwnLeaf = plan.isScalarLeaf && isOwnLeaf(attr.memberType());
+  plan.isPlainLeaf = plan.isOwnLeaf && attr.readsInPlace();
+  plan.isText = plan.isPlainLeaf && attr.memberType().builtinKind() == Kel::BuiltinKind::String;
   plan.keyHoldsReference = attr.isKeyed() && holdsReference(attr.keyType());
   plan.rendersReferences = plan.keyHoldsReference || attr.isPointer() ||
                            (!attr.isInstantiating() && holdsReference(attr.memberType()));
@@ -115,6 +118,14 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   plan.leafPath = Path::PathIs();
   plan.leafPath->push(elem);
   return plan;
+}
+
+std::size_t plainFrom(TypePlan const& plan) {
+  std::size_t from = plan.attrs.size();
+  while (from > 0 && (plan.attrs[from - 1].isPlainLeaf || plan.attrs[from - 1].road == Road::Skip)) {
+    --from;
+  }
+  return plan.attrs.size() - from <= PlainLeaves::kMost ? from : plan.attrs.size();
 }
 
 } // namespace
@@ -129,6 +140,7 @@ TypePlan const& typePlan(Kel::KelType type) {
     for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr) {
       plan->attrs.push_back(planOf(type, *attr));
     }
+    plan->plainFrom = plainFrom(*plan);
   }
   return *plan;
 }

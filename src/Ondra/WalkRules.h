@@ -32,6 +32,8 @@ struct AttrPlan {
   bool readsValue = false;   // the singleton road reads the attribute's value
   bool isScalarLeaf = false; // a single scalar value and nothing else: the plain and most frequent case
   bool isOwnLeaf = false;    // and the value's own handle is what its leaf holds: no wrapper, no union
+  bool isPlainLeaf = false;  // and the value can be read where it lies
+  bool isText = false;       // and is a text, whose characters lie elsewhere
   bool isPlainHolder =
       false; // of entities whose walk needs nothing but their path: neither references nor colliding keys
   bool rendersReferences = false; // the value, or the key of a member, can hold references
@@ -44,6 +46,7 @@ struct AttrPlan {
 struct TypePlan {
   Kel::KelType type;
   bool isValueType = false;
+  std::size_t plainFrom = 0;   // from this position on there are plain leaves and nothing else
   std::vector<AttrPlan> attrs; // by position in the type
 };
 

@@ -2,19 +2,23 @@
 // known from their notifiee. They send exactly what the long roads send, and leave the same behind; a walk that is traced takes the
 // long ones.
 
+#include <typeinfo>
+
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
+#include "Kel/Notifiee.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
+#include "Ondra/PlainLeaves.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
 namespace {
 
-// Objects that are walked one after the other are cold. How far into one it is worth looking ahead.
 constexpr std::size_t kLine = 64;
-constexpr std::size_t kPrefetchedLines = 5;
+constexpr std::size_t kObjectLines = 6;
+constexpr std::size_t kNotifieeLines = 3;
 
 } // namespace
 
@@ -27,6 +31,8 @@ bool FullKelTypeWalker::takesShortRoads(GifGnmiNotifiee const* notifiee) const {
   return notifiee != nullptr && ir_ && toggleOndraSyncBundlingEnabled() && valueMode() &&
          (flags_ & (flagSnapshot | flagInstantiatingOnly)) == flagSnapshot && !isTraced();
 }
+
+bool FullKelTypeWalker::sendsPlain() const { return ir_->empty() && !(flags_ & flagNoPush); }
 
 // A scalar whose own handle is the leaf's value, of a watched object.
 WalkResult FullKelTypeWalker::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position,
@@ -46,24 +52,89 @@ WalkResult FullKelTypeWalker::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::
   return walkQ_ != nullptr && walkQ_->task ? routerPush(false) : WalkResult::Success;
 }
 
-// The notifiee of an entity that the object holds by that attribute, if a walk has noted it.
-Kel::Ptr<GifGnmiNotifiee> FullKelTypeWalker::watchedChild(WalkRules::AttrPlan const& plan,
-                                                          Kel::Ptr<Kel::GenericIf const> const& child,
-                                                          GifGnmiNotifiee const& notifiee) const {
-  if (!child ||
-      !(child->type() == plan.attr.memberType())) { // a derived type may have what the plan does not know of
+namespace {
+
+// The notifiee of an entity that the holder has by that attribute, if a walk has noted it; else null. Valid until it is taken out.
+GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
+                              Kel::AttributeId attr) {
+  Kel::NotifieeList const* const list = entity.notifieeList();
+  if (list == nullptr) {
     return nullptr;
   }
-  Kel::PtrInterface const* const object = child->object();
-  for (std::size_t at = 1; at <= kPrefetchedLines;
-       ++at) { // meanwhile its values come, of which all will be read
-    __builtin_prefetch(reinterpret_cast<char const*>(object) + at * kLine);
+  for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
+    if (typeid(*member) == typeid(GifGnmiNotifiee)) {
+      auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
+      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) {
+        return notifiee;
+      }
+    }
   }
-  GifGnmiNotifiee* const held = notifieeMaps->findHeld(object, notifiee, plan.attr.id());
-  if (held != nullptr) {
-    held->attrStates().prefetch();
+  return nullptr;
+}
+
+void prefetchLines(void const* from, std::size_t lines) {
+  for (std::size_t at = 0; at < lines; ++at) {
+    __builtin_prefetch(static_cast<char const*>(from) + at * kLine);
   }
-  return Kel::Ptr<GifGnmiNotifiee>(held);
+}
+
+} // namespace
+
+// The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the object, three members
+// before its turn; its notifiee; then what these two point to.
+void FullKelTypeWalker::fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member) {
+  if (Kel::PtrInterface const* const object = member.objectAhead(3)) {
+    prefetchLines(object, kObjectLines);
+  }
+  if (Kel::PtrInterface const* const object = member.objectAhead(2)) {
+    if (Kel::NotifieeList const* const list = object->notifieeList(); list != nullptr && !list->empty()) {
+      prefetchLines(list->members().front(), kNotifieeLines);
+    }
+  }
+  if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
+    Kel::NotifieeList const* const list = object->notifieeList();
+    if (list != nullptr && !list->empty() && typeid(*list->members().front()) == typeid(GifGnmiNotifiee)) {
+      static_cast<GifGnmiNotifiee const*>(list->members().front())->prefetch();
+    }
+    if (object->fwkType() == plan.attr.memberType()) {
+      PlainLeaves::prefetch(WalkRules::typePlan(plan.attr.memberType()), *object);
+    }
+  }
+}
+
+// Sends an entity that the object holds by that attribute, when it has plain leaves alone and a walk has noted it.
+std::optional<WalkResult> FullKelTypeWalker::pushPlainChild(WalkRules::AttrPlan const& plan,
+                                                            Kel::PtrInterface const* child,
+                                                            GifGnmiNotifiee const& notifiee) const {
+  // A derived type may have what the plan does not know of.
+  if (child == nullptr || !sendsPlain() || !(child->fwkType() == plan.attr.memberType())) {
+    return std::nullopt;
+  }
+  WalkRules::TypePlan const& leaves = WalkRules::typePlan(plan.attr.memberType());
+  GifGnmiNotifiee* const held =
+      leaves.plainFrom == 0 ? heldNotifiee(*child, notifiee, plan.attr.id()) : nullptr;
+  if (held == nullptr || held->keysCollide()) {
+    return std::nullopt;
+  }
+  return pushPlain(leaves, *child, *held);
+}
+
+// Walks an entity that the object holds by that attribute, when a walk has noted it.
+std::optional<WalkResult> FullKelTypeWalker::walkChild(WalkRules::AttrPlan const& plan,
+                                                       Kel::Ptr<Kel::GenericIf const> const& child,
+                                                       GifGnmiNotifiee const& notifiee) {
+  if (!child || !(child->type() == plan.attr.memberType())) {
+    return std::nullopt;
+  }
+  if (auto const pushed = pushPlainChild(plan, child->object(), notifiee)) {
+    return pushed;
+  }
+  Kel::Ptr<GifGnmiNotifiee> held(heldNotifiee(*child->object(), notifiee, plan.attr.id()));
+  if (!held) {
+    return std::nullopt;
+  }
+  Kel::Ptr<Path const> const path = held->prefixPath();
+  return walkWatched(child, std::move(held), path, 0, nullptr);
 }
 
 void FullKelTypeWalker::noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,

@@ -1,0 +1,75 @@
+// PlainLeaves: the leaves of an object that are plain scalars, read where they lie, without handles and without an Ir.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "Kel/Ptr.h"
+#include "Kel/PtrInterface.h"
+#include "Kel/String.h"
+#include "Ondra/Path.h"
+#include "Ondra/WalkRules.h"
+
+namespace Ondra {
+
+class GifGnmiNotifiee;
+
+struct PlainLeaf {
+  long timestamp;
+  WalkRules::AttrPlan const* plan;
+  void const* value; // the raw form, in the object
+};
+
+// What an `IrNode` is to an `Ir`: leaves of one time below one prefix. Valid while the object neither changes nor goes.
+struct PlainNode {
+  long timestamp;
+  Kel::Ptr<Path const> const& prefix;
+  Kel::Bytes& wirePrefix; // the elements of the prefix as bytes; empty until an encoder has made them
+  std::span<PlainLeaf const> leaves;
+};
+
+// Collects them and gives them away node by node. Its storage stays for the next object. Scheduler thread.
+class PlainLeaves {
+public:
+  // So many leaves at most are one response, whoever encodes them.
+  static constexpr std::size_t kMost = 999;
+
+  // The one that all walks share: none sends while another collects.
+  [[nodiscard]] static PlainLeaves& shared();
+  // Has what the plan's leaves need that does not lie in the object itself on its way into the cache.
+  static void prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object);
+
+  void clear() noexcept { leaves_.clear(); }
+  void add(PlainLeaf const& leaf) { leaves_.push_back(leaf); }
+  // The leaves of a watched object from that position of its type's plan on; a state is made for each that has none yet.
+  void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
+  [[nodiscard]] bool empty() const noexcept { return leaves_.empty(); }
+
+  // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must not change its object.
+  template <class Visit>
+  void forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit);
+
+private:
+  // Sorts by time, and within one time as collected.
+  void sort();
+  [[nodiscard]] static PlainNode nodeOf(GifGnmiNotifiee& notifiee, std::span<PlainLeaf const> leaves);
+
+  std::vector<PlainLeaf> leaves_;
+};
+
+template <class Visit>
+void PlainLeaves::forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit) {
+  sort();
+  std::span<PlainLeaf const> left = leaves_;
+  while (!left.empty()) {
+    std::size_t size = 1;
+    while (size < left.size() && left[size].timestamp == left.front().timestamp) {
+      ++size;
+    }
+    visit(nodeOf(notifiee, left.first(size)));
+    left = left.subspan(size);
+  }
+}
+
+} // namespace Ondra
