@@ -190,8 +190,8 @@ void GifGnmiNotifiee::clearAllGnmiNotifiees() {
 
 std::string GifGnmiNotifiee::dumpGnmiNotifieeMap() {
   std::string text;
-  for (auto const& [path, notifiee] : notifieeMaps->byPath()) {
-    text += fmt::format("path:{} notifiee:{}\n", path, static_cast<void const*>(notifiee.get()));
+  for (auto const& [hashed, notifiee] : notifieeMaps->byPath()) {
+    text += fmt::format("path:{} notifiee:{}\n", hashed.path, static_cast<void const*>(notifiee.get()));
   }
   return text;
 }

@@ -1,7 +1,9 @@
 #include "Ondra/NotifieeMaps.h"
 
 #include <algorithm>
+#include <boost/container/small_vector.hpp>
 #include <string_view>
+#include <utility>
 
 #include "Ondra/PathTypes.h"
 #include "Ondra/Referrers.h"
@@ -11,26 +13,36 @@
 namespace Ondra {
 namespace {
 
-using Fields = std::vector<std::pair<std::string_view, std::string_view>>;
+using Fields = boost::container::small_vector<std::pair<std::string_view, std::string_view>, 4>;
 
-std::pair<std::string_view, Fields> textOf(PathElem const& elem) {
+Fields fieldsOf(PathElem const& elem) {
   Fields fields;
   for (auto const& [key, value] : elem.key()) {
     fields.emplace_back(key.view(), value.view());
   }
   std::sort(fields.begin(), fields.end());
-  return {elem.name().view(), std::move(fields)};
+  return fields;
 }
 
-// By hash, which elements remember; texts decide between the few that share one.
+// By their texts: a walk goes through the members of a collection in nearly that order, so that what it enters one after the other comes
+// to lie side by side.
 int compareElems(PathElem const& a, PathElem const& b) {
-  if (a.hash() != b.hash()) {
-    return a.hash() < b.hash() ? -1 : 1;
-  }
-  if (a.isEqual(&b)) {
+  if (&a == &b) {
     return 0;
   }
-  return textOf(a) < textOf(b) ? -1 : 1;
+  if (!(a.name() == b.name())) {
+    return a.name().view() < b.name().view() ? -1 : 1;
+  }
+  if (a.key().size() == 1 && b.key().size() == 1) [[likely]] {
+    auto const& left = *a.key().begin();
+    auto const& right = *b.key().begin();
+    if (left.key == right.key) {
+      return left.value.view().compare(right.value.view());
+    }
+  }
+  Fields const left = fieldsOf(a);
+  Fields const right = fieldsOf(b);
+  return left < right ? -1 : right < left ? 1 : 0;
 }
 
 } // namespace

@@ -35,14 +35,33 @@ struct KTD_EXPORT PathOrder {
   bool operator()(Path const& a, GifGnmiNotifiee const* b) const { return compare(a, *b->prefixPath()) < 0; }
 };
 
+// A path with its hash beside it: a map that grows does not have to read every path again, which would hold the scheduler thread for
+// milliseconds.
+struct KTD_EXPORT HashedPath {
+  using PathPtr = Kel::Ptr<Path const>;
+  HashedPath(PathPtr thePath) : path(std::move(thePath)), hash(std::hash<PathPtr>{}(path)) {}
+  operator PathPtr const&() const noexcept { return path; }
+  Path const* operator->() const noexcept { return path.get(); }
+  friend bool operator==(HashedPath const& a, HashedPath const& b) {
+    return a.hash == b.hash && a.path->isEqual(b.path.get());
+  }
+
+  struct Hash {
+    std::size_t operator()(HashedPath const& hashed) const noexcept { return hashed.hash; }
+  };
+
+  PathPtr path;
+  std::size_t hash;
+};
+
 // There is one, `notifieeMaps`, which lives for the process. Holds the notifiees. Scheduler thread only.
 class KTD_EXPORT NotifieeMaps {
 public:
   using PathPtr = Kel::Ptr<Path const>;
   using NotifieePtr = Kel::Ptr<GifGnmiNotifiee>;
   using GnmiNotifieeMapType =
-      absl::flat_hash_map<PathPtr, NotifieePtr, std::hash<PathPtr>, std::equal_to<PathPtr>,
-                          Kel::MemAllocator<std::pair<PathPtr const, NotifieePtr>, NotifieeMaps>>;
+      absl::flat_hash_map<HashedPath, NotifieePtr, HashedPath::Hash, std::equal_to<HashedPath>,
+                          Kel::MemAllocator<std::pair<HashedPath const, NotifieePtr>, NotifieeMaps>>;
   using NotifieeSetType = absl::InlinedVector<GifGnmiNotifiee*, 1>; // one a path, the oldest first
   using NotifieePathMapType = absl::flat_hash_map<
       Kel::PtrInterface const*, NotifieeSetType, absl::Hash<Kel::PtrInterface const*>,
