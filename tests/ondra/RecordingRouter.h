@@ -71,9 +71,7 @@ public:
   explicit RecordingRouter(std::size_t refuseEvery = 0) : refuseEvery_(refuseEvery) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId walkId, std::shared_ptr<Ondra::ArenaRespMsg>& resp) override {
-    if (keepTexts) {
-      texts.push_back(fmt::format("{}:{} {}", syncId, walkId, resp->toString()));
-    }
+    if (keepTexts) texts.push_back(fmt::format("{}:{} {}", syncId, walkId, resp->toString()));
     ++pushes_;
     apply(resp->response->update());
     return refuseEvery_ == 0 || pushes_ % refuseEvery_ != 0;
@@ -86,41 +84,27 @@ public:
 
   [[nodiscard]] Leaves leaves() const {
     Leaves out;
-    for (auto const& [key, leaf] : tree_) {
+    for (auto const& [key, leaf] : tree_)
       out[text(key)] = leaf.value;
-    }
     return out;
   }
   // "path: mine -> theirs" for each leaf that differs, "nothing" for one that is not there.
   [[nodiscard]] std::vector<std::string> differences(RecordingRouter const& other) const {
     std::vector<std::string> out;
-    Leaves const mine = leaves();
-    Leaves const theirs = other.leaves();
-    for (auto const& [path, value] : mine) {
-      auto const found = theirs.find(path);
-      if (found == theirs.end() || found->second != value) {
-        out.push_back(
-            fmt::format("{}: {} -> {}", path, value, found == theirs.end() ? "nothing" : found->second));
-      }
-    }
-    for (auto const& [path, value] : theirs) {
-      if (!mine.contains(path)) {
-        out.push_back(fmt::format("{}: nothing -> {}", path, value));
-      }
-    }
+    Leaves const mine = leaves(), theirs = other.leaves();
+    auto const in = [](Leaves const& leaves, std::string const& path) {
+      auto const found = leaves.find(path);
+      return found == leaves.end() ? "nothing" : found->second;
+    };
+    Leaves both = mine;
+    both.insert(theirs.begin(), theirs.end());
+    for (auto const& [path, value] : both)
+      if (in(mine, path) != in(theirs, path))
+        out.push_back(fmt::format("{}: {} -> {}", path, in(mine, path), in(theirs, path)));
     return out;
-  }
-  void clear() {
-    tree_.clear();
-    stamps_.clear();
-    deletes_.clear();
-    texts.clear();
-    complaints.clear();
-    pushes_ = updates_ = 0;
   }
   [[nodiscard]] std::size_t pushes() const { return pushes_; }
   [[nodiscard]] std::size_t updates() const { return updates_; } // leaves sent, in all pushes
-  void refuseEveryIs(std::size_t n) { refuseEvery_ = n; }
 
   bool keepTexts = true;
   std::vector<std::string> texts;      // "<sync id>:<walk id> <compact text>" of each push
@@ -139,47 +123,37 @@ private:
     std::int64_t time = 0;
   };
 
-  static void append(Key& key, gnmi::Path const& path) {
-    for (gnmi::PathElem const& elem : path.elem()) {
-      key.push_back(Elem{elem.name(), {elem.key().begin(), elem.key().end()}});
-    }
+  static Key keyOf(gnmi::Path const& prefix, gnmi::Path const& path) {
+    Key key;
+    for (gnmi::Path const* const part : {&prefix, &path})
+      for (gnmi::PathElem const& elem : part->elem())
+        key.push_back(Elem{elem.name(), {elem.key().begin(), elem.key().end()}});
+    return key;
   }
   static std::string text(Key const& key) {
     std::string out;
     for (Elem const& elem : key) {
       out += "/" + elem.name;
-      for (auto const& [name, value] : elem.keys) {
+      for (auto const& [name, value] : elem.keys)
         out += fmt::format("[{}={}]", name, value);
-      }
     }
     return out;
   }
   // An element of `top` without keys stands for any keys.
   static bool isBelow(Key const& top, Key const& key) {
-    if (top.size() > key.size()) {
-      return false;
-    }
-    for (std::size_t i = 0; i < top.size(); ++i) {
-      if (top[i].name != key[i].name || (!top[i].keys.empty() && top[i].keys != key[i].keys)) {
-        return false;
-      }
-    }
+    if (top.size() > key.size()) return false;
+    for (std::size_t i = 0; i < top.size(); ++i)
+      if (top[i].name != key[i].name || (!top[i].keys.empty() && top[i].keys != key[i].keys)) return false;
     return true;
   }
 
   // The deletes of a notification come before its updates.
   void apply(gnmi::Notification const& notification) {
-    for (gnmi::Path const& path : notification.delete_()) {
-      Key key;
-      append(key, notification.prefix());
-      append(key, path);
-      remove(key, notification.timestamp());
-    }
+    for (gnmi::Path const& path : notification.delete_())
+      remove(keyOf(notification.prefix(), path), notification.timestamp());
     for (gnmi::Update const& update : notification.update()) {
-      Key key;
-      append(key, notification.prefix());
-      append(key, update.path());
-      write(key, Ondra::typedValueToCompactString(update.val()), notification.timestamp());
+      write(keyOf(notification.prefix(), update.path()), Ondra::typedValueToCompactString(update.val()),
+            notification.timestamp());
     }
   }
   void remove(Key const& top, std::int64_t time) {
@@ -199,9 +173,8 @@ private:
   void write(Key const& key, std::string value, std::int64_t time) {
     ++updates_;
     std::int64_t& last = stamps_[key];
-    if (time < last) {
+    if (time < last)
       complaints.push_back(fmt::format("update of {} goes back from {} to {}", text(key), last, time));
-    }
     last = time;
     Key top;
     for (Elem const& elem : key) {

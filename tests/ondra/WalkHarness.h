@@ -61,7 +61,7 @@ public:
     std::shared_ptr<ControlledTask> task;
   };
 
-  Walk start(RecordingRouter& router, Kel::Entity const& root, Ondra::WalkerFlags flags,
+  Walk start(Ondra::BaseRouter& router, Kel::Entity const& root, Ondra::WalkerFlags flags,
              std::function<bool()> yieldWhen = {}) {
     Walk walk;
     walk.info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(++lastWalkId_)},
@@ -83,9 +83,7 @@ public:
         ADD_FAILURE() << "the walk does not end";
         break;
       }
-      if (!walk.task->done && between) {
-        between();
-      }
+      if (!walk.task->done && between) between();
     }
     walk.info->task.reset();
     return slices;

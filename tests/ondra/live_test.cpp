@@ -1,22 +1,14 @@
 // Live subscriptions: what is sent after the first walk, and that it is the truth.
 
 #include <algorithm>
-#include <cstdint>
-#include <functional>
-#include <random>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "Kel/ActivityClock.h"
-#include "Kel/Attr.h"
 #include "Kel/Declare.h"
-#include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/Referrers.h"
 #include "WalkHarness.h"
+#include "fixture/Observer.h"
 #include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"
 
@@ -48,12 +40,9 @@ void playLaw(std::uint32_t seed, int turns) {
   std::mt19937 random(seed ^ 0x5eed);
   std::vector<std::string> log;
   auto const someEdits = [&] {
-    for (std::size_t left = random() % 4; left > 0; --left) {
+    for (std::size_t left = random() % 4; left > 0; --left)
       log.push_back(edits.edit());
-    }
-    if (random() % 2 == 0) {
-      nextLoopPass();
-    }
+    if (random() % 2 == 0) nextLoopPass();
   };
   auto const randomly = [&random] { return random() % 5 == 0; };
   for (int turn = 0; turn < turns; ++turn) {
@@ -79,11 +68,10 @@ void playLaw(std::uint32_t seed, int turns) {
   EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
 }
 
-class LiveLaw : public ::testing::TestWithParam<std::uint32_t> {};
-
-TEST_P(LiveLaw, SnapshotAndChangesAreTheTruth) { playLaw(GetParam(), 40); }
-
-INSTANTIATE_TEST_SUITE_P(Seeds, LiveLaw, ::testing::Range(std::uint32_t{1}, std::uint32_t{25}));
+TEST(LiveLaw, SnapshotAndChangesAreTheTruth) {
+  for (std::uint32_t seed = 1; seed < 25 && !testing::Test::HasFailure(); ++seed)
+    playLaw(seed, 40);
+}
 
 // --- every kind of attribute --------------------------------------------------------------------------
 
@@ -134,18 +122,9 @@ TEST_F(Live, EveryKindOfAttributeReports) {
   auto const gone = [](std::string const& prefix, std::string const& path) {
     return fmt::format("{} delete0 ( path:{} ) ", prefix, path);
   };
-  Fixture::Gauges& gauges = *device.gauges;
-  std::string const meters = dev + "/gauges";
   std::vector<Case> const cases{
       {"scalar", [&] { eth0->mtuIs(9000); }, {leaf(port, "/mtu", "uint_val:9000")}},
       {"equal value", [&] { eth0->mtuIs(9000); }, {}},
-      {"enumeration",
-       [&] { eth0->duplexIs(Fixture::Duplex::Half); },
-       {leaf(port, "/duplex", "string_val:HALF")}},
-      {"nominal",
-       [&] { device.vlanShareIs({10}, {31}); },
-       {leaf(dev, "/vlanShare[vlanShareKey=10]", "uint_val:31")}},
-      {"union", [&] { eth0->selectorIs(std::uint32_t{7}); }, {leaf(port, "/selector", "uint_val:7")}},
       {"optional set", [&] { eth0->speedIs(25); }, {leaf(port, "/speed", "uint_val:25")}},
       {"optional cleared", [&] { eth0->speedIs(std::nullopt); }, {gone(port, "/speed")}},
       {"a leaf deep inside",
@@ -177,10 +156,6 @@ TEST_F(Live, EveryKindOfAttributeReports) {
       {"entity gone", [&] { eth0->laneDel(Zone::Dmz); }, {gone(port, "/lane[laneKey=DMZ]")}},
       {"single entity gone", [&] { eth0->opticsDel(); }, {gone(port, "/optics")}},
       {"single entity back", [&] { eth0->opticsIs(); }, {leaf(port + "/optics", "/vendor", "string_val:")}},
-      {"attribute of the new one",
-       [&] { eth0->opticsIs()->vendorIs("v"); },
-       {leaf(port + "/optics", "/vendor", "string_val:v")}},
-      {"bytes", [&] { gauges.u64Is(1); }, {leaf(meters, "/u64", "uint_val:1")}},
   };
   for (Case const& one : cases) {
     one.edit();
@@ -246,9 +221,8 @@ TEST_F(Live, ArraysOfStructures) {
   world.dir()->entityIs("sheet", sheet);
   for (std::size_t const rows : {3, 1, 0, 2}) {
     std::vector<Fixture::Phone> wanted(rows);
-    for (std::size_t i = 0; i < rows; ++i) {
+    for (std::size_t i = 0; i < rows; ++i)
       wanted[i].country = static_cast<std::uint16_t>(10 * rows + i);
-    }
     sheet->rowsAre(wanted);
     expectTruth(*world.dir());
   }
@@ -277,12 +251,10 @@ TEST_F(Live, AChainOfForwardReferences) {
   constexpr int kLength = 10'000;
   Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());
   std::vector<Kel::Ptr<Fixture::Interface>> chain;
-  for (int i = 0; i < kLength; ++i) {
+  for (int i = 0; i < kLength; ++i)
     chain.push_back(rack->interfaceIs(fmt::format("{:05}", i)));
-  }
-  for (int i = 0; i + 1 < kLength; ++i) {
+  for (int i = 0; i + 1 < kLength; ++i)
     chain[i]->peerIs(chain[i + 1]);
-  }
   router.keepTexts = false;
   world.dir()->entityIs("chain", rack);
   EXPECT_EQ(router.leaves().at("/fixture/chain/interface[name=00000]/peer/_ptr"),
@@ -294,37 +266,21 @@ TEST_F(Live, AChainOfForwardReferences) {
 
 // --- faults ----------------------------------------------------------------------------------------------
 
-class Meddler final : public Kel::PtrInterface::NotifieeConst {
-public:
-  Meddler(Kel::PtrInterface const* notifier, std::function<void(Kel::AttributeId)> act)
-      : act_(std::move(act)) {
-    isWeakReferenceIs(true);
-    notifierIs(notifier);
-    isRegisteredNotifieeIs(true);
-    hasNotificationActiveIs(true);
-  }
-  void onAttribute(Kel::AttributeId id, void const*) override { act_(id); }
-
-private:
-  std::function<void(Kel::AttributeId)> act_;
-};
-
 TEST_F(Live, NegativeAndUnknownIds) {
   Kel::Ptr<GifGnmiNotifiee> const notifiee =
       Kel::Ptr<GifGnmiNotifiee>(Ondra::notifieeMaps->find(Ondra::Path::strToPathIs("/fixture/device")));
   Kel::AttributeId const hostname = world.device()->fwkType().attr("hostname").id();
   notifiee->onAttribute(-hostname, nullptr);
   EXPECT_THAT(sent(), ElementsAre("/fixture/device update0 ( path:/hostname string_val:fixture ) "));
-  for (Kel::AttributeId const id : {0, 12345, -12345, INT32_MIN, INT32_MAX}) {
+  for (Kel::AttributeId const id : {0, 12345, -12345, INT32_MIN, INT32_MAX})
     notifiee->onAttribute(id, nullptr);
-  }
   EXPECT_THAT(sent(), IsEmpty());
 }
 
 TEST_F(Live, ChangesFromInsideANotification) {
   Device& device = *world.device();
   bool reacted = false;
-  Kel::Ptr<Meddler> const meddler(new Meddler(&device, [&](Kel::AttributeId) {
+  Kel::Ptr<Fixture::Observer> const meddler(new Fixture::Observer(&device, [&](std::string const&) {
     if (!std::exchange(reacted, true)) {
       device.hostnameIs("reaction");
       device.interfaceDel("eth1");
@@ -339,8 +295,9 @@ TEST_F(Live, ChangesFromInsideANotification) {
 TEST_F(Live, AnObjectThatEndsInsideItsOwnNotification) {
   Device& device = *world.device();
   Kel::Ptr<Fixture::Interface> eth1 = device.interfaceIs("eth1");
-  Kel::Ptr<Meddler> const meddler(
-      new Meddler(eth1.get(), [&](Kel::AttributeId) { device.interfaceDel("eth1"); }));
+  Kel::Ptr<Fixture::Observer> const meddler(new Fixture::Observer(eth1.get(), [&](std::string const& told) {
+    if (told == "mtu") device.interfaceDel("eth1");
+  }));
   eth1->mtuIs(1);
   eth1.reset();
   expectTruth(*world.dir());

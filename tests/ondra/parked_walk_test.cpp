@@ -1,12 +1,7 @@
 // What is parked: the order of queues, the two maps, and walks that go on when something has changed meanwhile.
 #include <algorithm>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Kel/Declare.h"
 #include "WalkHarness.h"
@@ -65,6 +60,14 @@ protected:
     EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
   }
 
+  void expectTruth(RecordingRouter const& got, Kel::Entity const& root) {
+    RecordingRouter fresh;
+    WalkHarness::Walk check = harness.start(fresh, root, Ondra::flagSnapshot);
+    WalkHarness::finish(check);
+    EXPECT_THAT(got.differences(fresh), IsEmpty());
+    EXPECT_THAT(got.complaints, IsEmpty());
+  }
+
   Fixture::World world;
   RecordingRouter recorder; // outlives the notifiees that the harness ends
   WalkHarness harness;
@@ -75,29 +78,21 @@ protected:
 // --- the queue and the maps --------------------------------------------------------------------------
 
 TEST_F(Parked, FirstInFirstOut) {
-  std::string const a = park(kDevice);
-  EXPECT_EQ(queue().task, walk.task);
+  std::string const a = park(kDevice), b = park(kChassis);
   auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
   stack->task = other.task;
-  std::string const b = park(kChassis);
+  std::string const c = park(kRack, &queue()), again = park(kDevice, &queue());
   EXPECT_EQ(queue().task, walk.task) << "copied once, when the queue is stored";
-  std::string const c = park(kRack, &queue());
-  std::string const again = park(kDevice, &queue());
   EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 1U);
-  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 3U);
   WalkId const id = walk.info->syncWalkId.second;
   EXPECT_EQ(FullKelTypeWalker::dumpWalkMap(),
             fmt::format("walkId:{} walkList:[ \n{} \n{} \n{} \n{} ]\n", id, again, c, b, a));
   EXPECT_THAT(FullKelTypeWalker::dumpPathWalkIdMap(),
               HasSubstr(fmt::format("path:{} requestSet:[{}]\n", kRack, id)));
-
   EXPECT_EQ(popped(queue()), a);
   EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 3U) << "another walker of the same prefix is left";
-  EXPECT_EQ(popped(queue()), b);
-  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 2U);
-  EXPECT_EQ(popped(queue()), c);
-  EXPECT_EQ(popped(queue()), again);
-  EXPECT_EQ(popped(queue()), "");
+  for (std::string const& expected : {b, c, again, std::string()})
+    EXPECT_EQ(popped(queue()), expected);
   EXPECT_EQ(FullKelTypeWalker::dumpPathWalkIdMap(), "");
   other.info->task.reset();
 }
@@ -114,14 +109,12 @@ TEST_F(Parked, DeletionDropsWhatLiesAtOrBelow) {
                           {"/fixture/device/interface[name=eth1]", {kDevice, kChassis, kFan, kEth0, kRack}},
                           {"/fixture/device/gauges", {kDevice, kChassis, kFan, kEth0, kRack}}}) {
     SCOPED_TRACE(one.path);
-    for (char const* const prefix : {kDevice, kChassis, kFan, kEth0, kRack}) {
+    for (char const* const prefix : {kDevice, kChassis, kFan, kEth0, kRack})
       park(prefix);
-    }
     FullKelTypeWalker::delFromWalkQ(Path::strToPathIs(one.path));
     EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), one.left.size());
-    for (std::string const& prefix : one.left) {
+    for (std::string const& prefix : one.left)
       EXPECT_THAT(popped(queue()), HasSubstr("prefix:" + prefix + " "));
-    }
     EXPECT_EQ(popped(queue()), "");
     FullKelTypeWalker::flushWalkMap();
   }
@@ -166,9 +159,8 @@ TEST_F(Parked, CancellingWhileItRunsLeavesNothing) {
     int slice = 0;
     WalkHarness::Walk running = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
     running.task->yieldWhen = [&] {
-      if (slice == 2) {
+      if (slice == 2)
         flush ? FullKelTypeWalker::flushWalkMap() : void(FullKelTypeWalker::cancelPendingWalk(running.info));
-      }
       return true;
     };
     for (slice = 1; slice <= 2; ++slice) {
@@ -245,26 +237,11 @@ protected:
     auto const eth0 = world.device()->interfaceIs("eth0");
     trip->legIs({1, eth0, "first"});
     trip->endIs(99);
-    for (char const* const name : {"a", "b", "c"}) {
+    for (char const* const name : {"a", "b", "c"})
       trip->stopIs(name, {2, eth0, name});
-    }
   }
   Kel::Ptr<Trip> trip;
 };
-
-TEST_F(NestedValues, GoOnWithTheirOwnObject) {
-  RecordingRouter::Leaves const whole = harness.leavesOf(*trip);
-  RecordingRouter full(1);
-  WalkHarness::Walk cut = harness.start(full, *trip, Ondra::flagSnapshot);
-  bool parkedInside = false;
-  WalkHarness::finish(cut, [&] {
-    parkedInside =
-        parkedInside || FullKelTypeWalker::dumpWalkMap().find("stop[stopKey=b]") != std::string::npos;
-  });
-  EXPECT_EQ(full.leaves(), whole);
-  EXPECT_EQ(full.updates(), whole.size()) << "each once";
-  EXPECT_EQ(parkedInside, !Ondra::toggleOndraSyncBundlingEnabled());
-}
 
 TEST_F(NestedValues, EndWithAMemberThatIsRemovedAndTakeOneThatIsReplaced) {
   bool changed = true;
@@ -284,11 +261,7 @@ TEST_F(NestedValues, EndWithAMemberThatIsRemovedAndTakeOneThatIsReplaced) {
         trip->legIs({7, nullptr, "other"});
       }
     });
-    RecordingRouter fresh;
-    WalkHarness::Walk check = harness.start(fresh, *trip, Ondra::flagSnapshot);
-    WalkHarness::finish(check);
-    EXPECT_THAT(full.differences(fresh), IsEmpty());
-    EXPECT_THAT(full.complaints, IsEmpty());
+    expectTruth(full, *trip);
     expectNothingParked();
   }
 }
@@ -314,11 +287,7 @@ TEST_F(Parked, AnObjectThatIsReplacedIsSentByItsNotification) {
       }
       Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1000);
     });
-    RecordingRouter fresh;
-    WalkHarness::Walk check = harness.start(fresh, *world.device()->chassisIs(), Ondra::flagSnapshot);
-    WalkHarness::finish(check);
-    EXPECT_THAT(live.differences(fresh), IsEmpty());
-    EXPECT_THAT(live.complaints, IsEmpty());
+    expectTruth(live, *world.device()->chassisIs());
     WalkHarness::clearAll(); // the router goes
   }
 }
@@ -330,9 +299,8 @@ std::pair<std::size_t, std::int64_t> heldAtPauses(WalkHarness& harness, Kel::Ptr
                                                   unsigned count) {
   Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());
   dir->entityIs("measured", rack);
-  for (unsigned i = 0; i < count; ++i) {
+  for (unsigned i = 0; i < count; ++i)
     Fixture::populate(*rack->interfaceIs("i" + std::to_string(i)), i);
-  }
   auto const& leaves = Kel::MemAllocator<Ondra::IrLeaf>::record();
   std::pair<std::size_t, std::int64_t> most{0, 0};
   RecordingRouter router;

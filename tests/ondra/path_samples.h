@@ -31,29 +31,24 @@ public:
   // `few`: out of so few texts that equal elements meet; otherwise of any bytes.
   PlainPath plain(bool few) {
     PlainPath path(below(few ? 4 : 7));
-    for (PlainElem& elem : path) {
+    for (PlainElem& elem : path)
       elem = plainElem(few);
-    }
     return path;
   }
 
   PlainElem plainElem(bool few) {
     PlainElem elem{text(few), {}};
-    for (std::size_t keys = below(few ? 3 : 12), i = 0; i < keys; ++i) {
+    for (std::size_t keys = below(few ? 3 : 12), i = 0; i < keys; ++i)
       elem.keys[text(few)] = text(few);
-    }
     return elem;
   }
 
   std::string text(bool few) {
     static std::vector<std::string> const words{"", "a", "b", "interface-state-counters", "[x]"};
-    if (few) {
-      return words[below(words.size())];
-    }
+    if (few) return words[below(words.size())];
     std::string bytes(below(40), '\0');
-    for (char& c : bytes) {
+    for (char& c : bytes)
       c = static_cast<char>(random_());
-    }
     return bytes;
   }
 
@@ -63,9 +58,8 @@ public:
     for (PlainElem const& from : plain) {
       Kel::Ptr<Ondra::PathElem> const elem = path->addElem();
       elem->nameIs(from.name);
-      for (auto const& [key, value] : shuffled(from)) {
+      for (auto const& [key, value] : shuffled(from))
         elem->keyIs(key, value);
-      }
     }
     return path;
   }
@@ -75,9 +69,8 @@ public:
     for (PlainElem const& from : plain) {
       gnmi::PathElem& elem = *path.add_elem();
       elem.set_name(from.name);
-      for (auto const& [key, value] : shuffled(from)) {
+      for (auto const& [key, value] : shuffled(from))
         (*elem.mutable_key())[key] = value;
-      }
     }
     return path;
   }
@@ -96,18 +89,16 @@ inline PlainPath plainOf(Ondra::Path const& path) {
   PlainPath plain;
   for (auto const& elem : path.elems()) {
     plain.push_back({elem->name().str(), {}});
-    for (auto const& node : elem->key()) {
+    for (auto const& node : elem->key())
       plain.back().keys[node.key.str()] = node.value.str();
-    }
   }
   return plain;
 }
 
 inline PlainPath plainOf(gnmi::Path const& path) {
   PlainPath plain;
-  for (gnmi::PathElem const& elem : path.elem()) {
+  for (gnmi::PathElem const& elem : path.elem())
     plain.push_back({elem.name(), {elem.key().begin(), elem.key().end()}});
-  }
   return plain;
 }
 

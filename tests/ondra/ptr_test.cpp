@@ -1,11 +1,5 @@
 // References as path texts.
 
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "Kel/Attr.h"
 #include "Kel/Declare.h"
 #include "Ondra/NotifieeMaps.h"
@@ -72,27 +66,6 @@ TEST_F(PtrResolution, WhatHasNoPlace) {
   EXPECT_EQ(textOf(world.dir()->entry("device").get()), "nullptr") << "a directory's own record";
 }
 
-TEST_F(PtrResolution, TheLeaf) {
-  Kel::Ptr<Ondra::Path const> const prefix = Ondra::Path::strToPathIs("/p");
-  Kel::Ptr<Ondra::Path const> const leaf = Ondra::Path::strToPathIs("/peer");
-  auto const [none, noText] = Ondra::getPtrPath(router, prefix, nullptr, leaf);
-  EXPECT_EQ(none->toString(), "/peer/_ptr");
-  EXPECT_EQ(*noText->attrValPtr<Kel::String>(), Kel::String("nullptr"));
-  auto const [path, text] = Ondra::getPtrPath(router, prefix, refTo(world.device().get()), leaf);
-  EXPECT_EQ(path->toString(), "/peer/_ptr");
-  EXPECT_EQ(*text->attrValPtr<Kel::String>(), Kel::String("/fixture/device"));
-  EXPECT_EQ(leaf->toString(), "/peer") << "not changed";
-}
-
-TEST_F(PtrResolution, KeysThatWrapReferences) {
-  EXPECT_EQ(Ondra::resolveGifKeyPtr(nullptr), nullptr);
-  Kel::Ptr<Kel::GenericIf const> const plain = Kel::handleOf(Kel::String("x"));
-  EXPECT_EQ(Ondra::resolveGifKeyPtr(plain), plain);
-  Fixture::LinkKey const key{world.device()->interfaceIs("eth0")};
-  EXPECT_EQ(Ondra::resolveGifKeyPtr(Kel::handleOf(key))->object(), key.interface.get());
-  EXPECT_EQ(Ondra::resolveGifKeyPtr(Kel::handleOf(Fixture::LinkKey{})), nullptr);
-}
-
 // Collections keyed by members of each other: no path of theirs can be told to its end.
 class Port final : public Kel::EntityOf<Port> {};
 class Board final : public Kel::EntityOf<Board> {
@@ -116,15 +89,13 @@ TEST_F(PtrResolution, ResolutionsEnd) {
     last = boards.back()->portIs(*last);
   }
   boards.front()->portIs(*last); // and back to the beginning
-  for (std::size_t i = boards.size(); i-- > 0;) {
+  for (std::size_t i = boards.size(); i-- > 0;)
     world.dir()->dirIs(fmt::format("slot{:03}", i))->entityIs("board", boards[i]);
-  }
   WalkHarness::Walk walk = harness.start(router, *world.dir(), Ondra::flagStream | Ondra::flagSnapshot);
   WalkHarness::finish(walk);
   EXPECT_NE(textOf(last.get()), "nullptr");
-  for (auto const& board : boards) {
+  for (auto const& board : boards)
     EXPECT_TRUE(Ondra::notifieeMaps->pathOf(board.get()));
-  }
 }
 
 } // namespace

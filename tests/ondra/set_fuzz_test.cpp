@@ -1,11 +1,7 @@
 // Replays the fuzzer's corpus, then inputs cut and spliced from it. KTD_FUZZ_RUNS asks for more of these.
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <random>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -34,11 +30,10 @@ TEST(SetFuzz, CorpusAndVariations) {
     std::string const& other = corpus[random() % corpus.size()];
     for (auto left = 1 + random() % 6; left != 0 && !input.empty(); --left) {
       std::size_t const at = random() % input.size();
-      if (random() % 3 == 0) {
+      if (random() % 3 == 0)
         input = input.substr(0, at) + other.substr(std::min<std::size_t>(other.size(), random() % 400));
-      } else {
+      else
         input[at] = static_cast<char>(random());
-      }
     }
     feed(input);
   }

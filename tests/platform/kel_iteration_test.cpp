@@ -1,6 +1,5 @@
 // Iteration of keyed collections: key order, starts at keys that have gone, changes meanwhile; against a std::map.
 #include <map>
-#include <optional>
 #include <random>
 
 #include "platform/KelTesting.h"

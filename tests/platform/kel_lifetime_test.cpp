@@ -2,7 +2,6 @@
 // under the address sanitizer too.
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <thread>
 
 #include "fixture/Populate.h"

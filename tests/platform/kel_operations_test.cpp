@@ -9,6 +9,11 @@ namespace {
 
 using testing::ElementsAre;
 
+// What is said of an attribute of an interface.
+std::string of(std::string const& attr, std::string const& rest) {
+  return "attribute '" + attr + "' of type 'Interface'" + rest;
+}
+
 class KelOperations : public InterfaceTest {};
 INSTANTIATE_TEST_SUITE_P(Kel, KelOperations, testing::ValuesIn(kFlavours), nameOf);
 
@@ -32,17 +37,14 @@ TEST_P(KelOperations, SingularValue) {
     EXPECT_EQ(told(), nothing()) << "an equal value is silent";
 
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, nullptr); }),
-              "attribute '" + std::string(name) + "' of type 'Interface' cannot be left without a value");
+              of(name, " cannot be left without a value"));
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, num(true)); }),
-              "attribute '" + std::string(name) + "' of type 'Interface' takes a value of type '" +
-                  at.type().name().str() + "'; found true of type '" + num(true)->type().name().str() + "'");
+              of(name, " takes a value of type '" + at.type().name().str() + "'; found true of type '" +
+                           num(true)->type().name().str() + "'"));
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, num<std::uint8_t>(1), wanted); }),
-              "attribute '" + std::string(name) +
-                  "' of type 'Interface' is singular and takes no key; found 1");
+              of(name, " is singular and takes no key; found 1"));
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, ArgList()); }),
-              "attribute '" + std::string(name) +
-                  "' of type 'Interface' does not support the operation 'set from constructor "
-                  "arguments'");
+              of(name, " does not support the operation 'set from constructor arguments'"));
     EXPECT_TRUE(at.genericIfGet(object)->equals(*wanted)) << "what is refused changes nothing";
     EXPECT_EQ(told(), nothing());
 
@@ -209,8 +211,7 @@ TEST_P(KelOperations, KeyedEntities) {
     EXPECT_THAT(watcher.take(), ElementsAre("end"));
     EXPECT_NE(first->object(), second->object());
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, c.key, second); }),
-              "attribute '" + std::string(c.name) +
-                  "' of type 'Interface' does not support the operation 'set'");
+              of(c.name, " does not support the operation 'set'"));
     at.genericIfDel(object, c.key);
     EXPECT_EQ(told(), just(c.event));
     at.genericIfDel(object, c.key);
@@ -250,8 +251,7 @@ TEST_P(KelOperations, ReadOnlyAttributesAndWrongOwners) {
   for (char const* name : {"name", "created", "operational"}) {
     KelAttr const at = attr(name);
     ASSERT_FALSE(at.isSettable());
-    std::string const expected =
-        "attribute '" + std::string(name) + "' of type 'Interface' cannot be written";
+    std::string const expected = of(name, " cannot be written");
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, at.type().genericIf(nullptr)); }), expected);
     EXPECT_EQ(errorOf([&] { at.genericIfDel(object); }), expected);
   }

@@ -1,5 +1,4 @@
 // What registration refuses, and that the text of each refusal names the type, the attribute and the rule.
-#include <functional>
 
 #include "Kel/TypeBuilder.h"
 #include "platform/KelTesting.h"
@@ -100,17 +99,6 @@ TEST(KelRegistration, RefusesAmbiguousUnionsAndEnumerations) {
             "type 'E': an enumeration has at least one enumerator");
   EXPECT_EQ(errorOf([] { Kel::enumType<Light>("Again", {}); }),
             "type 'Light' is declared already; found a second declaration as 'Again'");
-}
-
-// What follows from a declaration without being said.
-TEST(KelRegistration, DerivesWhatFollows) {
-  EXPECT_TRUE(Fixture::runtimeTypes().interface.attr("unit").walkAlways()) << "an instantiating collection";
-  EXPECT_FALSE(Kel::typeOf<Fixture::MacAddr>().valAttr()) << "a string representation is what is sent";
-  std::string order;
-  for (KelType::AttributeQIterator at(Kel::typeOf<Fixture::Fan>()); at; ++at)
-    order += (*at).name().str() + " ";
-  EXPECT_EQ(order, "celsius rpm ");
-  EXPECT_EQ(Kel::typeOf<Fixture::Selector>().genericIf(nullptr)->strRep(), "'INSIDE'") << "the first one";
 }
 
 } // namespace

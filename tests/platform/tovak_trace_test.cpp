@@ -1,7 +1,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tovak/Trace.h"
 #include "Tovak/TraceSink.h"
@@ -97,23 +96,6 @@ TEST_F(TovakTrace, OffMessagesEvaluateNothing) {
   EXPECT_EQ(evaluated, 1);
   EXPECT_THAT(sink.lines(),
               ElementsAre("TtMessages/3 value 1", "TtMessages/E no arguments", "TtMessages/3 1-two"));
-}
-
-TEST(TovakAssert, AHandlerOfATestThrows) {
-  Tovak::ScopedAssertHandler const throwing;
-  DebugHandler& handler = getDebugHandler("TtAssert", false);
-  int evaluated = 0;
-  TOVAK_ASSERT(true, handler, "not {}", ++evaluated);
-  EXPECT_EQ(evaluated, 0);
-  try {
-    TOVAK_ASSERT(1 + 1 == 3, handler, "sum is {}", 1 + ++evaluated);
-    FAIL() << "went on after a failed assertion";
-  } catch (Tovak::AssertionError const& failure) {
-    EXPECT_STREQ(failure.what(), "sum is 2");
-    EXPECT_EQ(failure.condition(), "1 + 1 == 3");
-    EXPECT_EQ(failure.handlerName(), "TtAssert");
-    EXPECT_EQ(failure.function(), "TestBody");
-  }
 }
 
 TEST(TovakAssertDeathTest, ReportsAndAborts) {

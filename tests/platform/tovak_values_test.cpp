@@ -1,4 +1,4 @@
-// The base library's small values: hash mixing, the counting allocator.
+// The base library's small values: hash mixing.
 #include <bit>
 #include <memory>
 #include <random>
@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Tovak/Allocator.h"
 #include "Tovak/HashMix.h"
 
 namespace {
@@ -72,37 +71,6 @@ TEST(TovakHashMix, EveryInputBitMovesAboutHalfOfTheState) {
     }
     EXPECT_NEAR(flipped / (rounds * static_cast<double>(len) * 8), 32, 1) << "length " << len;
   }
-}
-
-struct Widget {
-  char bytes[40];
-};
-struct alignas(64) Aligned {
-  char byte;
-};
-
-TEST(TovakAllocator, CountsLiveBytesAndObjectsByTheTypeAskedFor) {
-  auto& record = Tovak::Allocator<Widget>::record();
-  EXPECT_EQ(record.liveObjects(), 0);
-  {
-    auto const one = std::allocate_shared<Widget>(Tovak::Allocator<Widget>());
-    auto const two = std::allocate_shared<Widget>(Tovak::Allocator<Widget>());
-    EXPECT_EQ(record.liveObjects(), 2);
-    EXPECT_GE(record.liveBytes(), 80);
-    EXPECT_NE(
-        Tovak::allocatorDump().find("Widget: " + std::to_string(record.liveBytes()) + " bytes, 2 objects\n"),
-        Tovak::String::npos);
-    std::vector<Widget, Tovak::Allocator<Widget>> row;
-    row.reserve(10);
-    EXPECT_EQ(record.liveObjects(), 12);
-  }
-  EXPECT_EQ(record.liveObjects(), 0);
-  EXPECT_EQ(record.liveBytes(), 0);
-  EXPECT_EQ(Tovak::allocatorDump().find("Widget"), Tovak::String::npos);
-
-  auto const aligned = std::allocate_shared<Aligned>(Tovak::Allocator<Aligned>());
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(aligned.get()) % 64, 0u);
-  EXPECT_THROW((void)Tovak::Allocator<Widget>().allocate(SIZE_MAX / 2), std::bad_array_new_length);
 }
 
 } // namespace
