@@ -71,25 +71,8 @@ void RecordedFolder::remove(std::string const& fileOrFolder) {
   std::filesystem::remove_all(root_ / fileOrFolder);
 }
 
-class ChangeCounter::Watch final : public Kel::PtrInterface::NotifieeConst {
-public:
-  Watch(Kel::Ptr<Kel::Entity> const& entity, int& count) : count_(count) {
-    isWeakReferenceIs(true);
-    notifierIs(entity.get());
-    isRegisteredNotifieeIs(true);
-    hasNotificationActiveIs(true);
-  }
-  void onAttribute(Kel::AttributeId, void const*) override { ++count_; }
-
-private:
-  int& count_;
-};
-
-ChangeCounter::ChangeCounter(Kel::Ptr<Kel::Entity> const& entity) { watch(entity); }
-ChangeCounter::~ChangeCounter() = default;
-
 void ChangeCounter::watch(Kel::Ptr<Kel::Entity> const& entity) {
-  watches_.push_back(Kel::Ptr<Watch>(new Watch(entity, changes_)));
+  watches_.emplace_back(new Fixture::Observer(entity.get(), [this](auto const&) { ++changes_; }));
   Handle const object = handleTo(entity);
   auto const below = [this](Handle const& child) {
     watch(Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(child->object())));

@@ -10,6 +10,7 @@
 
 #include "Kel/Dir.h"
 #include "agent/model/Tree.h"
+#include "fixture/Observer.h"
 
 namespace AgentTesting {
 
@@ -39,16 +40,14 @@ private:
 // Counts what an entity and everything beneath it tell of: changed leaves and entries.
 class ChangeCounter {
 public:
-  explicit ChangeCounter(Kel::Ptr<Kel::Entity> const& entity);
-  ~ChangeCounter();
+  explicit ChangeCounter(Kel::Ptr<Kel::Entity> const& entity) { watch(entity); }
   ChangeCounter(ChangeCounter const&) = delete;
   ChangeCounter& operator=(ChangeCounter const&) = delete;
   [[nodiscard]] int changes() const { return changes_; }
 
 private:
-  class Watch;
   void watch(Kel::Ptr<Kel::Entity> const& entity);
-  std::vector<Kel::Ptr<Watch>> watches_;
+  std::vector<Kel::Ptr<Fixture::Observer>> watches_;
   int changes_ = 0;
 };
 

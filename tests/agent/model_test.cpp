@@ -52,27 +52,6 @@ TEST(Model, ConfigurationLeavesAreTheSettableOnes) {
   EXPECT_GT(leaves, 200);
 }
 
-// What RFC 7951 needs: the published type, and the module where it is another one than the parent's.
-TEST(Model, NodesCarryWhatIsPublishedOfThem) {
-  Agent::declareTypes();
-  auto const leaf = [](Kel::KelType type, char const* name) { return *Agent::leafInfo(type.attr(name)); };
-  using enum Agent::LeafType;
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets").type, Uint64);
-  EXPECT_TRUE(leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets").isSampled);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "ifindex").type, Uint32);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "mtu").type, Uint16);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::InterfaceState>(), "oper-status").type, Enumeration);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::PercentStats>(), "avg").type, Uint8);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::Temperature>(), "avg").type, Decimal64);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::CpuState>(), "index").type, Union);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::Cpu>(), "index").type, String);
-  EXPECT_EQ(leaf(Kel::typeOf<Agent::EthernetState>(), "port-speed").identityModule, "openconfig-if-ethernet");
-  EXPECT_TRUE(leaf(Kel::typeOf<Agent::InterfaceConfig>(), "name").isKeyCopy);
-  EXPECT_EQ(Agent::nodeModule(Kel::typeOf<Agent::Interface>().attr("ethernet")), "openconfig-if-ethernet");
-  EXPECT_EQ(Agent::nodeModule(Kel::typeOf<Agent::Subinterface>().attr("ipv6")), "openconfig-if-ip");
-  EXPECT_EQ(Agent::leafInfo(Kel::typeOf<Agent::Interface>().attr("config")), nullptr);
-}
-
 TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
   Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
   Agent::Tree const tree = Agent::treeIn(*root);
