@@ -53,11 +53,11 @@ std::string text(gnmi::Path const& path) { return Ondra::pathToStr(path, 0, true
 
 std::string text(gnmi::Path const& prefix, gnmi::Path const& path) { return text(prefix) + text(path); }
 
-Server::Server(grpc::Service& service) {
+Server::Server(Agent::Runtime& runtime) : service_(runtime, nullptr) {
   int port = 0;
   grpc::ServerBuilder builder;
   builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
-  builder.RegisterService(&service);
+  builder.RegisterService(&service_);
   server_ = builder.BuildAndStart();
   grpc::ChannelArguments args;
   args.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0); // a window that stays small: who does not read is noticed soon

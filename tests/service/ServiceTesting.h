@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -18,6 +17,7 @@
 #include "Kel/Ptr.h"
 #include "Tovak/Clock.h"
 #include "agent/model/Tree.h"
+#include "agent/service/GnmiService.h"
 #include "agent/service/Runtime.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
 
@@ -54,16 +54,30 @@ private:
   std::unique_ptr<Agent::Runtime> runtime_;
 };
 
+// Starts a call of the callback API, `start(context, told)`, and settles until it has ended.
+template <class Start>
+grpc::Status awaited(Bench& bench, Start const& start) {
+  grpc::ClientContext context;
+  std::atomic<bool> ended = false;
+  grpc::Status status;
+  start(&context, [&](grpc::Status const& told) {
+    status = told;
+    ended = true;
+  });
+  EXPECT_TRUE(bench.settleUntil([&] { return ended.load(); }));
+  return status;
+}
+
 // A path from its text, "/interfaces/interface[name=eth0]/state".
 [[nodiscard]] gnmi::Path path(std::string_view text);
 // The text of a path or of a prefix and a path.
 [[nodiscard]] std::string text(gnmi::Path const& path);
 [[nodiscard]] std::string text(gnmi::Path const& prefix, gnmi::Path const& path);
 
-// A gRPC server in this process on a port of its own, and a channel to it.
+// The agent's service in this process, on a port of its own, and a channel to it. The runtime outlives it.
 class Server {
 public:
-  explicit Server(grpc::Service& service);
+  explicit Server(Agent::Runtime& runtime);
   ~Server();
   Server(Server const&) = delete;
   Server& operator=(Server const&) = delete;
@@ -71,6 +85,7 @@ public:
   [[nodiscard]] std::shared_ptr<grpc::Channel> const& channel() const { return channel_; }
 
 private:
+  Agent::GnmiService service_;
   std::unique_ptr<grpc::Server> server_;
   std::shared_ptr<grpc::Channel> channel_;
 };

@@ -31,21 +31,16 @@ TEST(PathText, EachTextIsOnePathAndPrintsCanonically) {
   };
   for (Case const& c : std::vector<Case>{
            {"/", "/", {}},
-           {"", "/", {}},
            {"a/b", "/a/b", {"a", "b"}},
            {"/a/b/", "/a/b", {"a", "b"}},
            {"openconfig:/a", "openconfig:/a", {"a"}},
-           {"openconfig:/", "openconfig:/", {}},
-           {"/a[k=v]/b", "/a[k=v]/b", {"a", "b"}},
            {"/a[z=1][b=2]", "/a[b=2][z=1]", {"a"}},
            {"/a[k=eth1/0.5]", "/a[k=eth1/0.5]", {"a"}},
            {"/a[k=x[y=z]", "/a[k=x[y=z]", {"a"}},
-           {"/a[k=]", "/a[k=]", {"a"}},
            {R"(/a[k=\]\\])", R"(/a[k=\]\\])", {"a"}},
            {R"(/a\/b/c\[d)", R"(/a\/b/c\[d)", {"a/b", "c[d"}},
            {R"(/a[k\=l=v])", R"(/a[k\=l=v])", {"a"}},
            {"/a/*/...", "/a/*/...", {"a", "*", "..."}},
-           {"/a[k=v:/w]", "/a[k=v:/w]", {"a"}},
        }) {
     gnmi::Path const path = parsed(c.text);
     std::vector<std::string> names;
@@ -62,14 +57,12 @@ TEST(PathText, EachTextIsOnePathAndPrintsCanonically) {
 TEST(PathText, FaultsNameTheirPlace) {
   for (auto const& [text, expected] : std::vector<std::pair<std::string, std::string>>{
            {"//a", "an empty name at position 2"},
-           {"/a//b", "an empty name"},
            {"/a[k]", "not of the form [NAME=VALUE]"},
            {"/a[=v]", "not of the form [NAME=VALUE]"},
            {"/a[k=v", "']' is missing"},
            {"/a[k=v]b", "'/' or '[' is missing at position 8"},
            {"/a[k=1][k=2]", "a second key 'k'"},
            {"/a\\", "nothing follows the backslash"},
-           {"/[k=v]", "an empty name"},
        }) {
     auto const path = pathOf(text);
     ASSERT_FALSE(path.ok()) << text;
@@ -103,27 +96,20 @@ TEST(ValueText, WhatAUserWritesIsJsonOrAString) {
   EXPECT_FALSE(valueOf("@no/such/file").ok());
 }
 
-gnmi::TypedValue typed(void (*fill)(gnmi::TypedValue&)) {
-  gnmi::TypedValue value;
-  fill(value);
-  return value;
-}
-
 TEST(ValueText, ValuesKeepTheirDigitsAndCannotControlATerminal) {
-  using V = gnmi::TypedValue;
-  EXPECT_EQ(valueText(typed([](V& v) { v.set_uint_val(UINT64_MAX); })), "18446744073709551615");
-  EXPECT_EQ(valueText(typed([](V& v) { v.set_int_val(INT64_MIN); })), "-9223372036854775808");
-  EXPECT_EQ(valueText(typed([](V& v) { v.set_json_ietf_val(R"({"b":"1","a":[1,2]})"); })),
-            R"({"b":"1","a":[1,2]})");
-  EXPECT_EQ(valueText(typed([](V& v) { v.set_json_val("no json"); })), "no json");
-  EXPECT_EQ(valueText(typed([](V& v) {
-              v.mutable_leaflist_val()->add_element()->set_string_val("x");
-              v.mutable_leaflist_val()->add_element()->set_bool_val(true);
-            })),
-            R"(["x",true])");
-  EXPECT_EQ(valueText(typed([](V& v) { v.set_string_val("\x1b[2Jü\"\\\x7f\xc2\x9b\n\xff"); })),
-            "\\u001b[2Jü\"\\\\\\u007f\\u009b\\n\xef\xbf\xbd");
-  EXPECT_EQ(valueText(gnmi::TypedValue()), "null");
+  gnmi::TypedValue value;
+  EXPECT_EQ(valueText(value), "null");
+  value.set_uint_val(UINT64_MAX);
+  EXPECT_EQ(valueText(value), "18446744073709551615");
+  value.set_json_ietf_val(R"({"b":"1","a":[1,2]})");
+  EXPECT_EQ(valueText(value), R"({"b":"1","a":[1,2]})");
+  value.set_json_val("no json");
+  EXPECT_EQ(valueText(value), "no json");
+  value.set_string_val("\x1b[2Jü\"\\\x7f\xc2\x9b\n\xff");
+  EXPECT_EQ(valueText(value), "\\u001b[2Jü\"\\\\\\u007f\\u009b\\n\xef\xbf\xbd");
+  value.mutable_leaflist_val()->add_element()->set_string_val("x");
+  value.mutable_leaflist_val()->add_element()->set_bool_val(true);
+  EXPECT_EQ(valueText(value), R"(["x",true])");
 }
 
 TEST(Lines, OneForEachDeleteAndUpdate) {
@@ -157,44 +143,31 @@ TEST(Lines, OneForEachDeleteAndUpdate) {
 }
 
 TEST(Durations, NeedAUnit) {
-  for (auto const& [text, ns] : std::vector<std::pair<std::string, std::optional<std::int64_t>>>{
-           {"1s", 1'000'000'000},
-           {"250ms", 250'000'000},
-           {"1.5s", 1'500'000'000},
-           {"2m", 120'000'000'000},
-           {"1h", 3'600'000'000'000},
-           {"7ns", 7},
-           {"0s", 0},
-           {"1", std::nullopt},
-           {"s", std::nullopt},
-           {"-1s", std::nullopt},
-           {"1e9s", std::nullopt},
-           {"nans", std::nullopt},
-           {"1 s", std::nullopt},
-           {"9999999h", std::nullopt},
-       }) {
+  for (auto const& [text, ns] : std::vector<std::pair<std::string, std::int64_t>>{{"250ms", 250'000'000},
+                                                                                  {"1.5s", 1'500'000'000},
+                                                                                  {"2m", 120'000'000'000},
+                                                                                  {"1h", 3'600'000'000'000},
+                                                                                  {"7ns", 7},
+                                                                                  {"0s", 0}})
     EXPECT_EQ(durationOf(text), ns) << text;
-  }
+  for (char const* const text : {"1", "s", "-1s", "1e9s", "nans", "1 s", "9999999h"})
+    EXPECT_EQ(durationOf(text), std::nullopt) << text;
 }
 
 TEST(ListenAddress, TextsAndWhoCanReachThem) {
-  struct Case {
-    std::string text, printed;
-    bool isLoopback;
-  };
-  for (Case const& c : std::vector<Case>{{"127.0.0.1:9339", "127.0.0.1:9339", true},
-                                         {"127.8.8.8:1", "127.8.8.8:1", true},
-                                         {"localhost:0", "localhost:0", true},
-                                         {"[::1]:9339", "[::1]:9339", true},
-                                         {"unix:/run/a.sock", "unix:/run/a.sock", true},
-                                         {"0.0.0.0:9339", "0.0.0.0:9339", false},
-                                         {"[::]:9339", "[::]:9339", false},
-                                         {"192.0.2.1:65535", "192.0.2.1:65535", false},
-                                         {"localhost.example:1", "localhost.example:1", false}}) {
-    auto const address = ListenAddress::parse(c.text);
-    ASSERT_TRUE(address.ok()) << c.text;
-    EXPECT_EQ(address.value().text(), c.printed);
-    EXPECT_EQ(address.value().isLoopback(), c.isLoopback) << c.text;
+  for (auto const& [text, isLoopback] :
+       std::vector<std::pair<std::string, bool>>{{"127.8.8.8:1", true},
+                                                 {"localhost:0", true},
+                                                 {"[::1]:9339", true},
+                                                 {"unix:/run/a.sock", true},
+                                                 {"0.0.0.0:9339", false},
+                                                 {"[::]:9339", false},
+                                                 {"192.0.2.1:65535", false},
+                                                 {"localhost.example:1", false}}) {
+    auto const address = ListenAddress::parse(text);
+    ASSERT_TRUE(address.ok()) << text;
+    EXPECT_EQ(address.value().text(), text);
+    EXPECT_EQ(address.value().isLoopback(), isLoopback) << text;
   }
   for (char const* const text :
        {"", "9339", ":9339", "host:", "host:65536", "host:-1", "host:x", "::1:9339", "unix:"})

@@ -1,4 +1,4 @@
-// Capabilities and Get: encodings, types, wildcards, what is told of what is not there.
+// Get: encodings, types, wildcards, what is told of what is not there.
 #include <nlohmann/json.hpp>
 
 #include "Ondra/GnmiPath.h"
@@ -24,17 +24,6 @@ protected:
   DataBench bench;
 };
 
-TEST_F(DataGet, capabilitiesNameModelsEncodingsAndVersion) {
-  gnmi::CapabilityResponse const response = bench.capabilities();
-  EXPECT_EQ(response.gnmi_version(), "0.10.0");
-  EXPECT_EQ(std::vector<int>(response.supported_encodings().begin(), response.supported_encodings().end()),
-            (std::vector<int>{JSON, JSON_IETF, PROTO}));
-  ASSERT_EQ(response.supported_models_size(), 5);
-  EXPECT_EQ(response.supported_models(0).name(), "openconfig-interfaces");
-  EXPECT_EQ(response.supported_models(0).version(), "3.8.1");
-  EXPECT_FALSE(response.supported_models(0).organization().empty());
-}
-
 TEST_F(DataGet, leavesInAllEncodings) {
   struct Row {
     char const* path;
@@ -45,11 +34,9 @@ TEST_F(DataGet, leavesInAllEncodings) {
   Row const rows[] = {
       {"/interfaces/interface[name=eth0]/state/counters/in-octets", "18446744073709551615",
        R"("18446744073709551615")", "uint_val: 18446744073709551615"},
-      {"/interfaces/interface[name=eth0]/state/ifindex", "2", "2", "uint_val: 2"},
       {"/interfaces/interface[name=eth0]/config/enabled", "true", "true", "bool_val: true"},
       {"/interfaces/interface[name=eth0]/config/description", R"("to \"the\" core")", R"("to \"the\" core")",
        R"(string_val: "to \"the\" core")"},
-      {"/interfaces/interface[name=eth0]/state/oper-status", R"("UP")", R"("UP")", R"(string_val: "UP")"},
       {"/interfaces/interface[name=eth0]/config/type", R"("iana-if-type:ethernetCsmacd")",
        R"("iana-if-type:ethernetCsmacd")", R"(string_val: "iana-if-type:ethernetCsmacd")"},
       {"/interfaces/interface[name=eth0]/ethernet/state/port-speed", R"("SPEED_1GB")",
@@ -58,7 +45,6 @@ TEST_F(DataGet, leavesInAllEncodings) {
        "double_val: 45.5"},
       {"/system/cpus/cpu[index=ALL]/state/index", R"("ALL")", R"("ALL")", R"(string_val: "ALL")"},
       {"/system/cpus/cpu[index=10]/state/index", "10", "10", "uint_val: 10"},
-      {"/system/cpus/cpu[index=0]/state/total/avg", "7", "7", "uint_val: 7"},
       {"/system/mount-points/mount-point[name=/]/state/type", R"("EXT4_FS")",
        R"("openconfig-system:EXT4_FS")", R"(string_val: "EXT4_FS")"},
       {"/system/mount-points/mount-point[name=/proc]/state/type", R"("proc")", R"("proc")",
@@ -92,23 +78,6 @@ TEST_F(DataGet, containersAndListsInJson) {
       R"({"ip":"192.0.2.2","config":{"ip":"192.0.2.2","prefix-length":24}}]}},)"
       R"("openconfig-if-ip:ipv6":{"config":{"enabled":true},"addresses":{"address":[)"
       R"({"ip":"2001:db8::1","config":{"ip":"2001:db8::1","prefix-length":64,"type":"GLOBAL_UNICAST"}}]}}}]})");
-  EXPECT_EQ(
-      bench.value("/system/cpus", JSON_IETF), R"({"openconfig-system:cpu":[)" + [] {
-        std::string entries;
-        for (std::string const key : {"0", "1", "10", "ALL"}) {
-          std::string const leaf = key == "ALL" ? "\"ALL\"" : key;
-          entries += (entries.empty() ? "" : ",") + R"({"index":")"s + key + R"(","state":{"index":)" + leaf +
-                     R"(,"total":{"instant":0,"avg":7,"min":0,"max":0,"interval":"0","min-time":"0",)" +
-                     R"("max-time":"0"})";
-          for (char const* const share :
-               {"user", "kernel", "nice", "idle", "wait", "hardware-interrupt", "software-interrupt"})
-            entries +=
-                R"(,")"s + share +
-                R"(":{"instant":0,"avg":0,"min":0,"max":0,"interval":"0","min-time":"0","max-time":"0"})";
-          entries += "}}";
-        }
-        return entries;
-      }() + "]}");
 }
 
 // Flattens JSON to "path" -> "value", as `leaves` has it for the leaf's JSON form.
@@ -146,6 +115,8 @@ TEST_F(DataGet, typesSelectLeaves) {
   EXPECT_EQ(bench.value(eth0), R"({"config":{"up":0,"down":0},"state":{"up":0,"down":0}})");
   EXPECT_EQ(bench.value(eth0, JSON, GetRequest::CONFIG), R"({"config":{"up":0,"down":0}})");
   EXPECT_EQ(bench.value(eth0, JSON, GetRequest::STATE), R"({"state":{"up":0,"down":0}})");
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/state"),
+            "{}");
   // What only says what has become of the configuration is not operational.
   EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/ethernet", JSON, GetRequest::OPERATIONAL),
             "nothing");
@@ -198,11 +169,8 @@ TEST_F(DataGet, refusals) {
   };
   Row const rows[] = {
       {"/interfaces/interface[name=eth9]", StatusCode::NOT_FOUND, "/interfaces/interface[name=eth9]"},
-      {"/interfaces/interface[name=eth9]/config/mtu", StatusCode::NOT_FOUND, "eth9"},
-      {"/interfaces/interface[name=eth0]/state/last-clear", StatusCode::NOT_FOUND, "last-clear"},
       {"/interfaces/interface[name=eth0]/state/counters/out-octets", StatusCode::NOT_FOUND, "out-octets"},
       {"/interfaces/interface[name=eth0]/nothing", StatusCode::NOT_FOUND, "nothing"},
-      {"/network-instances", StatusCode::NOT_FOUND, "network-instances"},
       {"/interfaces/interface[id=eth0]", StatusCode::INVALID_ARGUMENT, "id"},
       {"/system/processes/process[pid=x]", StatusCode::INVALID_ARGUMENT, "x"},
   };
@@ -218,7 +186,7 @@ TEST_F(DataGet, refusals) {
     gnmi::GetResponse response;
     return bench.get(request, response).error_code();
   };
-  for (gnmi::Encoding const encoding : {gnmi::BYTES, gnmi::ASCII, static_cast<gnmi::Encoding>(77)})
+  for (gnmi::Encoding const encoding : {gnmi::ASCII, static_cast<gnmi::Encoding>(77)})
     EXPECT_EQ(refused([&](auto& request) { request.set_encoding(encoding); }), StatusCode::UNIMPLEMENTED);
   EXPECT_EQ(refused([](auto& request) { request.add_use_models()->set_name("no-such-model"); }),
             StatusCode::UNIMPLEMENTED);
@@ -227,15 +195,6 @@ TEST_F(DataGet, refusals) {
   EXPECT_EQ(refused([](auto& request) { request.set_type(static_cast<GetRequest::DataType>(9)); }),
             StatusCode::INVALID_ARGUMENT);
   EXPECT_EQ(refused([](auto& request) { request.clear_path(); }), StatusCode::OK);
-}
-
-TEST_F(DataGet, whatIsThereButEmptyIsNoError) {
-  EXPECT_EQ(bench.value("/system/dns/state"), "{\"search\":[]}");
-  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/state"),
-            "{}");
-  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/subinterfaces/subinterface[index=0]/ipv4/state",
-                        JSON_IETF),
-            "{}");
 }
 
 TEST(DataGetLimits, answersHaveABound) {
@@ -280,7 +239,6 @@ TEST(DataJson, leafValues) {
   Agent::declareTypes();
   auto const leaf = [](Kel::KelType type, char const* name) { return *Agent::leafInfo(type.attr(name)); };
   auto const u16 = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "mtu");
-  auto const u8 = leaf(Kel::typeOf<Agent::PercentStats>(), "avg");
   auto const u64 = leaf(Kel::typeOf<Agent::InterfaceCounters>(), "in-octets");
   auto const flag = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "enabled");
   auto const text = leaf(Kel::typeOf<Agent::InterfaceConfig>(), "description");
@@ -296,16 +254,12 @@ TEST(DataJson, leafValues) {
     char const* outcome;
   };
   Row const rows[] = {
-      {u16, "1500", "uint_val: 1500"},
       {u16, "65535", "uint_val: 65535"},
       {u16, "65536", "out of the range 0..65535"},
-      {u16, "-1", "uint16; found '-1'"},
       {u16, "1500.0", "uint16; found '1500.0'"},
       {u16, "\"1500\"", "uint16; found"},
       {u16, "null", "uint16; found 'null'"},
       {u16, "[1]", "uint16; found an array"},
-      {u8, "100", "uint_val: 100"},
-      {u8, "256", "out of the range"},
       {u64, "18446744073709551615", "uint_val: 18446744073709551615"},
       {u64, "\"18446744073709551615\"", "uint_val: 18446744073709551615"},
       {u64, "18446744073709551616", "uint64; found"},
@@ -314,18 +268,14 @@ TEST(DataJson, leafValues) {
       {u64, "\"1 \"", "uint64; found"},
       {flag, "false", "bool_val: false"},
       {flag, "\"true\"", "boolean; found"},
-      {flag, "0", "boolean; found"},
       {text, "\"\\u00e9\"", "string_val: \"\\303\\251\""},
       {text, "7", "string; found"},
-      {decimal, "45.5", "double_val: 45.5"},
-      {decimal, "\"45.5\"", "double_val: 45.5"},
       {decimal, "45", "double_val: 45"},
+      {decimal, "\"45.5\"", "double_val: 45.5"},
       {decimal, "\"nan\"", "decimal64; found"},
       {decimal, "\"1e3\"", "decimal64; found"},
-      {type, "\"iana-if-type:ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\""},
       {type, "\"ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\""},
       {type, "\"other-module:ethernetCsmacd\"", "is no value of this identityref"},
-      {speed, "\"SPEED_1GB\"", "string_val: \"SPEED_1GB\""},
       {speed, "\"openconfig-if-ethernet:SPEED_1GB\"", "string_val: \"SPEED_1GB\""},
       {speed, "\"openconfig-system:SPEED_1GB\"", "is no value"},
       {index, "\"ALL\"", "string_val: \"ALL\""},

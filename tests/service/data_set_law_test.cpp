@@ -118,7 +118,7 @@ private:
 
 class DataSetLaws : public testing::Test {
 protected:
-  DataSetLaws() : service_(bench.runtime()), server_(service_), subscriber(bench, server_.channel()) {
+  DataSetLaws() {
     bench.fill();
     subscriber.send(stream().add("/").done());
     subscriber.untilSync();
@@ -143,14 +143,10 @@ protected:
   }
 
   DataBench bench;
+  Subscriber subscriber{bench, bench.channel()};
 
 private:
-  SubscribeService service_;
-  Server server_;
   int marks_ = 0;
-
-protected:
-  Subscriber subscriber;
 };
 
 TEST_F(DataSetLaws, aRefusedRequestIsInvisible) {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "agent/data/GetRun.h"
 #include "agent/data/SetRun.h"
@@ -15,25 +14,10 @@ using gnmi::TypedValue;
 
 DataBench::DataBench(Agent::Limits const& limits)
     : Bench(limits)
-    , service_(runtime())
-    , server_(service_)
+    , server_(runtime())
     , stub_(gnmi::gNMI::NewStub(server_.channel())) {}
 
 namespace {
-
-// Starts a call of the callback API and settles until it has ended.
-template <class Start>
-grpc::Status called(Bench& bench, Start const& start) {
-  grpc::ClientContext context;
-  std::atomic<bool> ended = false;
-  grpc::Status status;
-  start(&context, [&](grpc::Status const& told) {
-    status = told;
-    ended = true;
-  });
-  EXPECT_TRUE(bench.settleUntil([&] { return ended.load(); }));
-  return status;
-}
 
 std::string shown(TypedValue const& value) {
   if (value.has_json_val()) return value.json_val();
@@ -44,30 +28,15 @@ std::string shown(TypedValue const& value) {
 } // namespace
 
 grpc::Status DataBench::get(GetRequest const& request, gnmi::GetResponse& response) {
-  return called(*this, [&](grpc::ClientContext* context, auto told) {
+  return awaited(*this, [&](grpc::ClientContext* context, auto told) {
     stub_->async()->Get(context, &request, &response, told);
   });
 }
 
 grpc::Status DataBench::set(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
-  return called(*this, [&](grpc::ClientContext* context, auto told) {
+  return awaited(*this, [&](grpc::ClientContext* context, auto told) {
     stub_->async()->Set(context, &request, &response, told);
   });
-}
-
-grpc::Status DataBench::set(gnmi::SetRequest const& request) {
-  gnmi::SetResponse response;
-  return set(request, response);
-}
-
-gnmi::CapabilityResponse DataBench::capabilities() {
-  gnmi::CapabilityRequest const request;
-  gnmi::CapabilityResponse response;
-  grpc::Status const status = called(*this, [&](grpc::ClientContext* context, auto told) {
-    stub_->async()->Capabilities(context, &request, &response, told);
-  });
-  EXPECT_TRUE(status.ok());
-  return response;
 }
 
 std::string DataBench::value(std::string_view path, gnmi::Encoding encoding, GetRequest::DataType type) {

@@ -1,4 +1,4 @@
-// Get, Set and Capabilities in tests: a server with these calls, a client of it, a filled tree, the leaves of the model.
+// Get and Set in tests: a server, a client of it, a filled tree, the leaves of the model.
 #pragma once
 
 #include <map>
@@ -6,33 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/data/UnaryCalls.h"
 #include "service/ServiceTesting.h"
 
 namespace ServiceTesting {
-
-class DataService final
-    : public gnmi::gNMI::WithCallbackMethod_Capabilities<
-          gnmi::gNMI::WithCallbackMethod_Get<gnmi::gNMI::WithCallbackMethod_Set<gnmi::gNMI::Service>>> {
-public:
-  explicit DataService(Agent::Runtime& runtime) : runtime_(runtime) {}
-  grpc::ServerUnaryReactor* Capabilities(grpc::CallbackServerContext* context,
-                                         gnmi::CapabilityRequest const* request,
-                                         gnmi::CapabilityResponse* response) override {
-    return Agent::capabilitiesCall(*context, *request, *response);
-  }
-  grpc::ServerUnaryReactor* Get(grpc::CallbackServerContext* context, gnmi::GetRequest const* request,
-                                gnmi::GetResponse* response) override {
-    return Agent::getCall(*context, *request, *response, runtime_);
-  }
-  grpc::ServerUnaryReactor* Set(grpc::CallbackServerContext* context, gnmi::SetRequest const* request,
-                                gnmi::SetResponse* response) override {
-    return Agent::setCall(*context, *request, *response, runtime_);
-  }
-
-private:
-  Agent::Runtime& runtime_;
-};
 
 // A runtime, a server over it and a client; the test's thread runs the scheduler during calls.
 class DataBench : public Bench {
@@ -41,9 +17,12 @@ public:
 
   grpc::Status get(gnmi::GetRequest const& request, gnmi::GetResponse& response);
   grpc::Status set(gnmi::SetRequest const& request, gnmi::SetResponse& response);
-  grpc::Status set(gnmi::SetRequest const& request);
-  [[nodiscard]] gnmi::CapabilityResponse capabilities();
+  grpc::Status set(gnmi::SetRequest const& request) {
+    gnmi::SetResponse ignored;
+    return set(request, ignored);
+  }
   [[nodiscard]] gnmi::gNMI::Stub& stub() { return *stub_; }
+  [[nodiscard]] std::shared_ptr<grpc::Channel> const& channel() const { return server_.channel(); }
 
   // One value, which must be there: bare JSON, or the short text of a typed value.
   [[nodiscard]] std::string value(std::string_view path, gnmi::Encoding encoding = gnmi::JSON,
@@ -58,7 +37,6 @@ public:
   void fill();
 
 private:
-  DataService service_;
   Server server_;
   std::unique_ptr<gnmi::gNMI::Stub> stub_;
 };

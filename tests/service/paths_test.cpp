@@ -7,7 +7,6 @@
 #include "agent/paths/ObjectCursor.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
-#include "agent/paths/SchemaPath.h"
 #include "service/ServiceTesting.h"
 
 using namespace ServiceTesting;
@@ -39,12 +38,10 @@ TEST(Pattern, covers) {
            {eth0 + "/state", "/interfaces/interface[name=eth1]", Cover::None},
            {eth0 + "/state", eth0 + "/config", Cover::None},
            {eth0, "/interfaces", Cover::Partial},
-           {eth0, "/system", Cover::None},
            {"/interfaces/interface[name=*]/state", eth0 + "/state/mtu", Cover::All},
            {"/interfaces/interface/state", eth0 + "/state", Cover::All},
            {"/interfaces/*/state/mtu", eth0 + "/state", Cover::Partial},
            {"/*/*/*/mtu", eth0 + "/state/mtu", Cover::All},
-           {"/...", eth0, Cover::All},
            {"/.../mtu", eth0 + "/state/mtu", Cover::All},
            {"/.../mtu", eth0 + "/state/enabled", Cover::Partial},
            {"/interfaces/.../mtu", "/system", Cover::None},
@@ -55,27 +52,6 @@ TEST(Pattern, covers) {
        }) {
     EXPECT_EQ(pattern(row.pattern).cover(PathView(path(row.path), 0)), row.cover)
         << row.pattern << " of " << row.path;
-  }
-}
-
-TEST(Pattern, splitsByTheTypes) {
-  Agent::declareTypes();
-  struct Row {
-    char const* pattern;
-    std::size_t objects;
-    std::size_t anchor;
-  };
-  for (Row const& row : std::vector<Row>{{"/", 0, 0},
-                                         {"/interfaces", 1, 1},
-                                         {"/interfaces/interface[name=a]/state/mtu", 3, 4},
-                                         {"/interfaces/interface[name=*]/state/mtu", 3, 1},
-                                         {"/interfaces/interface/state", 3, 1},
-                                         {"/interfaces/interface[name=a]/*", 2, 2}, // the name is a leaf
-                                         {"/interfaces/interface[name=a]/*/mtu", 2, 2},
-                                         {"/interfaces/.../mtu", 1, 1},
-                                         {"/*/interface[name=a]/state", 3, 0}}) {
-    EXPECT_EQ(pattern(row.pattern).objectDepth(), row.objects) << row.pattern;
-    EXPECT_EQ(pattern(row.pattern).anchorDepth(), row.anchor) << row.pattern;
   }
 }
 
@@ -91,13 +67,6 @@ TEST(Pattern, manyWildcardsCostLittle) {
     many.add_elem()->set_name("...");
   Pattern const all = Pattern::of(Agent::RequestPath::of({}, many).value()).value();
   EXPECT_EQ(all.cover(PathView(path("/interfaces/interface[name=a]/state/mtu"), 0)), Cover::All);
-}
-
-TEST(Pattern, keysTakeTheFormInWhichTheyArePrinted) {
-  Agent::declareTypes();
-  EXPECT_EQ(pattern("/interfaces/interface[name=a]/subinterfaces/subinterface[index=7]").text(),
-            "/interfaces/interface[name=a]/subinterfaces/subinterface[index=7]");
-  EXPECT_EQ(pattern("/system/cpus/cpu[index=ALL]/state").text(), "/system/cpus/cpu[index=ALL]/state");
 }
 
 // Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once, in order.
@@ -131,19 +100,6 @@ TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
     while (!all.interface.empty())
       all.entryDel(&Agent::Interfaces::interface, Kel::String(all.interface.begin()->first));
   }
-}
-
-TEST(SchemaPath, followsTheTypesOnly) {
-  Agent::declareTypes();
-  auto const leaf = [](std::string_view text) {
-    auto const place = Agent::schemaPlace(path(text));
-    return place && place->leaf() != nullptr;
-  };
-  EXPECT_TRUE(leaf("/interfaces/interface[name=none]/state/mtu"));
-  EXPECT_TRUE(leaf("/interfaces/interface/name"));
-  EXPECT_FALSE(leaf("/interfaces/interface/state"));
-  EXPECT_FALSE(leaf("/interfaces/interface/state/mtu/more"));
-  EXPECT_FALSE(leaf("/nothing"));
 }
 
 TEST(OutPath, bytesOfWhatLiesBelowBeginWithThoseAbove) {

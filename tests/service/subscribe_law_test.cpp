@@ -83,8 +83,7 @@ protected:
   }
 
   Bench bench;
-  SubscribeService service{bench.runtime()};
-  Server server{service};
+  Server server{bench.runtime()};
 };
 
 TEST_F(SubscribeLaw, holdsForReadersOfAllPatterns) {

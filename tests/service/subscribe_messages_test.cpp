@@ -89,21 +89,12 @@ TEST(Messages, areSplitWhereTheyWouldBeTooLong) {
   EXPECT_EQ(got, expected);
 }
 
-TEST(Messages, saySyncInTwoBytes) {
-  ASSERT_THAT(Message::sync()->encoded(100), SizeIs(1));
-  grpc::Slice const& slice = Message::sync()->encoded(100)[0];
-  gnmi::SubscribeResponse response;
-  EXPECT_TRUE(response.ParseFromArray(slice.begin(), static_cast<int>(slice.size())));
-  EXPECT_TRUE(response.sync_response());
-}
-
 TEST(Messages, encodedAheadTheyFreeTheirResponses) {
   Message::Part one = part("/o/l", {{"a", "1"}});
   std::weak_ptr<Ondra::ArenaRespMsg> const response = one.response;
   auto const frame = std::make_shared<Agent::Frame>(Agent::Frame{.encoding = gnmi::PROTO});
   Message::Ptr const message = Message::encodedOf({std::move(one)}, frame, 99, 1000);
   EXPECT_TRUE(response.expired());
-  EXPECT_THAT(message->encoded(1000), SizeIs(1));
   EXPECT_LT(message->bytes(), 1000U);
 }
 

@@ -98,13 +98,6 @@ TEST_F(CoalescingQueue, theSyncIsNeverPassed) {
   EXPECT_THAT(rest(), ElementsAre("+/o/x/a=1", "sync", "+/o/x/a=3x1"));
 }
 
-TEST_F(CoalescingQueue, anOlderValueOfAWalkIsNotPassedEither) {
-  push(leaf("/o/x", "a", 1));
-  push(leaf("/o/x", "a", 2), Kind::Walk);
-  push(leaf("/o/x", "a", 3));
-  EXPECT_THAT(rest(), ElementsAre("+/o/x/a=1", "+/o/x/a=2", "+/o/x/a=3"));
-}
-
 TEST_F(CoalescingQueue, anEndTakesWhatLiesBeneathAndIsABarrier) {
   push(leaf("/o/list[k=1]/state", "a", 1));
   push(leaf("/o/list[k=11]/state", "a", 2));
@@ -135,21 +128,6 @@ TEST(OutQueue, endsOfEverNewPathsMakeItStartOver) {
   EXPECT_EQ(queue.pop(), nullptr);
   EXPECT_TRUE(queue.takeDrained());
   EXPECT_FALSE(queue.isFull());
-}
-
-TEST(OutQueue, isFullFromTheBoundToHalfOfIt) {
-  OutQueue queue(20'000);
-  int pushed = 0;
-  for (; !queue.isFull(); ++pushed)
-    EXPECT_EQ(queue.push(leaf("/o/x", "a", 1), Kind::Walk), Pushed::Taken);
-  EXPECT_GE(queue.bytes(), 20'000U);
-  int popped = 0;
-  for (; queue.isFull(); ++popped)
-    ASSERT_NE(queue.pop(), nullptr);
-  EXPECT_LE(queue.bytes(), 10'000U);
-  EXPECT_GE(popped, pushed / 2);
-  EXPECT_TRUE(queue.takeDrained());
-  EXPECT_FALSE(queue.takeDrained());
 }
 
 // Whatever is coalesced and whenever something is taken out: applying all gives what applying the pushes gives, times of one path never

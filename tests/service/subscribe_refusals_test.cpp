@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-
 #include <grpcpp/generic/generic_stub.h>
 
 #include "agent/subscribe/Engine.h"
@@ -24,7 +22,7 @@ gnmi::Path& firstPath(gnmi::SubscriptionList& list) { return *list.mutable_subsc
 struct Row {
   char const* what;
   std::vector<gnmi::SubscribeRequest> requests; // one after the other
-  Code code;
+  Code code = Code::INVALID_ARGUMENT;
 };
 
 std::vector<Row> refusals() {
@@ -35,52 +33,40 @@ std::vector<Row> refusals() {
   auto const list = [](Request request) { return std::vector{request.done()}; };
   using List = gnmi::SubscriptionList;
   return {
-      {"nothing in the first message", {gnmi::SubscribeRequest()}, Code::INVALID_ARGUMENT},
-      {"a poll before the list", {pollNow()}, Code::INVALID_ARGUMENT},
-      {"the list twice", {good, good}, Code::INVALID_ARGUMENT},
-      {"a poll of a stream", {good, pollNow()}, Code::INVALID_ARGUMENT},
-      {"an empty second message", {good, gnmi::SubscribeRequest()}, Code::INVALID_ARGUMENT},
-      {"the list twice in a poll", {poll().add("/").done(), good}, Code::INVALID_ARGUMENT},
-      {"an unknown mode", changed([](List& l) { l.set_mode(static_cast<List::Mode>(7)); }),
-       Code::INVALID_ARGUMENT},
+      {"nothing in the first message", {gnmi::SubscribeRequest()}},
+      {"a poll before the list", {pollNow()}},
+      {"the list twice", {good, good}},
+      {"a poll of a stream", {good, pollNow()}},
+      {"an empty second message", {good, gnmi::SubscribeRequest()}},
+      {"the list twice in a poll", {poll().add("/").done(), good}},
       {"an unknown subscription mode",
-       changed([](List& l) { l.mutable_subscription(0)->set_mode(static_cast<gnmi::SubscriptionMode>(9)); }),
-       Code::INVALID_ARGUMENT},
+       changed([](List& l) { l.mutable_subscription(0)->set_mode(static_cast<gnmi::SubscriptionMode>(9)); })},
       {"encoding BYTES", changed([](List& l) { l.set_encoding(gnmi::BYTES); }), Code::UNIMPLEMENTED},
-      {"encoding ASCII", changed([](List& l) { l.set_encoding(gnmi::ASCII); }), Code::UNIMPLEMENTED},
       {"an unknown encoding", changed([](List& l) { l.set_encoding(static_cast<gnmi::Encoding>(42)); }),
        Code::UNIMPLEMENTED},
       {"origins in prefix and path", changed([](List& l) {
          l.mutable_prefix()->set_origin("openconfig");
          firstPath(l).set_origin("openconfig");
-       }),
-       Code::INVALID_ARGUMENT},
-      {"an origin that is not served", changed([](List& l) { firstPath(l).set_origin("cli"); }),
-       Code::INVALID_ARGUMENT},
-      {"a target in a path", changed([](List& l) { firstPath(l).set_target("x"); }), Code::INVALID_ARGUMENT},
-      {"an empty name", changed([](List& l) { firstPath(l).add_elem(); }), Code::INVALID_ARGUMENT},
-      {"an empty name in the prefix", changed([](List& l) { l.mutable_prefix()->add_elem(); }),
-       Code::INVALID_ARGUMENT},
+       })},
+      {"an origin that is not served", changed([](List& l) { firstPath(l).set_origin("cli"); })},
+      {"a target in a path", changed([](List& l) { firstPath(l).set_target("x"); })},
+      {"an empty name", changed([](List& l) { firstPath(l).add_elem(); })},
       {"a key without name",
-       changed([](List& l) { (*firstPath(l).mutable_elem(0)->mutable_key())[""] = "x"; }),
-       Code::INVALID_ARGUMENT},
+       changed([](List& l) { (*firstPath(l).mutable_elem(0)->mutable_key())[""] = "x"; })},
       {"129 elements", changed([](List& l) {
          while (firstPath(l).elem_size() <= 128)
            firstPath(l).add_elem()->set_name("a");
-       }),
-       Code::INVALID_ARGUMENT},
+       })},
       {"a path outside of the schema", list(once().add("/interfaces/nothing")), Code::NOT_FOUND},
       {"something below a leaf", list(once().add("/interfaces/interface/state/mtu/more")), Code::NOT_FOUND},
       {"a wildcard that leads nowhere", list(once().add("/interfaces/*/nothing")), Code::NOT_FOUND},
-      {"a key of a container", list(once().add("/interfaces[name=x]")), Code::INVALID_ARGUMENT},
-      {"an unknown key", list(once().add("/interfaces/interface[title=x]")), Code::INVALID_ARGUMENT},
+      {"a key of a container", list(once().add("/interfaces[name=x]"))},
+      {"an unknown key", list(once().add("/interfaces/interface[title=x]"))},
       {"a key value that cannot be",
-       list(once().add("/interfaces/interface/subinterfaces/subinterface[index=x]")), Code::INVALID_ARGUMENT},
-      {"too short an interval", list(stream().add("/", gnmi::SAMPLE, 1000)), Code::INVALID_ARGUMENT},
-      {"too short an interval of TARGET_DEFINED", list(stream().add("/", gnmi::TARGET_DEFINED, 1000)),
-       Code::INVALID_ARGUMENT},
-      {"an interval beyond all time", list(stream().add("/", gnmi::SAMPLE, ~0ULL)), Code::INVALID_ARGUMENT},
-      {"too short a heartbeat", list(stream().add("/", gnmi::ON_CHANGE, 0, 1000)), Code::INVALID_ARGUMENT},
+       list(once().add("/interfaces/interface/subinterfaces/subinterface[index=x]"))},
+      {"too short an interval", list(stream().add("/", gnmi::SAMPLE, 1000))},
+      {"an interval beyond all time", list(stream().add("/", gnmi::SAMPLE, ~0ULL))},
+      {"too short a heartbeat", list(stream().add("/", gnmi::ON_CHANGE, 0, 1000))},
       {"10,000 subscriptions", changed([](List& l) {
          for (int i = 0; i < 9'999; ++i)
            *l.add_subscription() = l.subscription(0);
@@ -93,8 +79,7 @@ class SubscribeRefusals : public testing::Test {
 protected:
   explicit SubscribeRefusals(Agent::Limits const& limits = {}) : bench(limits) {}
   Bench bench;
-  SubscribeService service{bench.runtime()};
-  Server server{service};
+  Server server{bench.runtime()};
 };
 class FewSubscribers : public SubscribeRefusals {
 protected:
@@ -168,17 +153,12 @@ TEST_F(SubscribeRefusals, bytesThatAreNoRequest) {
   for (std::string const& bytes :
        {std::string("\xff\xff\xff"), std::string("\x0a\x7f", 2),
         std::string("\x0a\x09\x12\x07\x0a\x05\x1a\x03\x0a\x01\xff")}) { // a name that is not UTF-8
-    grpc::ClientContext context;
     grpc::Slice const slice(bytes);
     grpc::ByteBuffer const request(&slice, 1);
     grpc::ByteBuffer answer;
-    grpc::Status status;
-    std::atomic<bool> done = false;
-    stub.UnaryCall(&context, "/gnmi.gNMI/Subscribe", {}, &request, &answer, [&](grpc::Status const& ended) {
-      status = ended;
-      done = true;
+    grpc::Status const status = awaited(bench, [&](grpc::ClientContext* context, auto told) {
+      stub.UnaryCall(context, "/gnmi.gNMI/Subscribe", {}, &request, &answer, told);
     });
-    EXPECT_TRUE(bench.settleUntil([&] { return done.load(); }));
     EXPECT_EQ(status.error_code(), Code::INVALID_ARGUMENT);
   }
 }

@@ -1,7 +1,6 @@
 // Subscribing in tests: a call against an in-process server, read message by message or applied to a map as a collector does.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -12,23 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/subscribe/SubscribeStream.h"
 #include "service/ServiceTesting.h"
 
 namespace ServiceTesting {
-
-// The Subscribe method alone.
-class SubscribeService final : public gnmi::gNMI::WithRawCallbackMethod_Subscribe<gnmi::gNMI::Service> {
-public:
-  explicit SubscribeService(Agent::Runtime& runtime) : runtime_(runtime) {}
-  grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
-  Subscribe(grpc::CallbackServerContext* context) override {
-    return Agent::subscribeCall(*context, runtime_);
-  }
-
-private:
-  Agent::Runtime& runtime_;
-};
 
 // One client call. Its reads run on gRPC's threads and gather; `paused` stops them. The test's thread settles the scheduler meanwhile.
 class Subscriber final : private grpc::ClientBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse> {
