@@ -1,5 +1,7 @@
 #include "agent/subscribe/SubscribeStream.h"
 
+#include <grpc/grpc.h>
+
 #include <utility>
 
 #include "agent/service/Runtime.h"
@@ -8,6 +10,9 @@
 
 namespace Agent {
 namespace {
+
+// Why a subscriber is given up on.
+constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
 
 grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
@@ -210,8 +215,7 @@ bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
 }
 
 void SubscribeStream::endStuck() {
-  grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED,
-                            "the subscriber takes nothing of what waits for it");
+  grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED, kStuckText);
   {
     std::lock_guard const guard(mutex_);
     if (std::exchange(finished_, true)) return;
@@ -233,8 +237,11 @@ void SubscribeStream::OnCancel() {
 }
 
 void SubscribeStream::reset() {
+  // `TryCancel` would tell the client CANCELLED, as if it had done it itself. A status that comes with a reset passes by what the client
+  // has not read.
   std::lock_guard const guard(contextMutex_);
-  if (context_ != nullptr) context_->TryCancel();
+  if (context_ != nullptr)
+    grpc_call_cancel_with_status(context_->c_call(), GRPC_STATUS_RESOURCE_EXHAUSTED, kStuckText, nullptr);
 }
 
 void SubscribeStream::OnDone() {

@@ -58,7 +58,7 @@ public:
   [[nodiscard]] bool isStuck(std::int64_t nowNs, std::int64_t ns) const;
   // Ends the call though a write is on its way. The client learns of it once it reads on.
   void endStuck();
-  // Takes the call away from a client that does not even take its end.
+  // Takes the call away from a client that does not even take its end, with the same status.
   void reset();
   // Writes what is queued when no write is on its way.
   void pump();

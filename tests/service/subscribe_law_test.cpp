@@ -196,6 +196,8 @@ TEST_F(OneCallAtATime, theCallOfOneThatDoesNotEvenTakeItsEndIsFreed) {
     next.send(once().add("/interfaces").updatesOnly().done());
     return next.status().ok();
   }));
+  slow.readOn();
+  EXPECT_EQ(slow.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED) << "it learns why, too";
 }
 
 } // namespace
