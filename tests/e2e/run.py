@@ -64,7 +64,8 @@ def main():
     print("in a network namespace of its own" if network else
           "no network namespace: what needs links that come and go is skipped", flush=True)
     variables = dict(os.environ, E2E_AGENT=str(arguments.agent.resolve()), E2E_WORK=str(arguments.work.resolve()),
-                     E2E_OWN_NETWORK="1" if network else "", PYTHONDONTWRITEBYTECODE="1", no_proxy="*")
+                     E2E_OWN_NETWORK="1" if network else "", PYTHONDONTWRITEBYTECODE="1", no_proxy="*",
+                     LSAN_OPTIONS=f"suppressions={HERE}/lsan.supp:print_suppressions=0")
     tests = arguments.tests or ["discover"]
     os.chdir(HERE)
     command = [*network, str(python), "-W", "ignore", "-m", "unittest", *map(str, tests), "--verbose"]
