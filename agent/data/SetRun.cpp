@@ -46,11 +46,12 @@ void putBack(Undo const& undo) {
 
 } // namespace
 
-SetOutcome setRun(SetPlan& plan) {
+SetOutcome setRun(SetPlan& plan, absl::FunctionRef<void()> removalsBegin) {
   SetDiff diff(plan);
   SetOutcome outcome;
   bool const removes = diff.removals.delete__size() != 0;
   for (gnmi::SetRequest* const request : {&diff.resets, &diff.writes, &diff.removals}) {
+    if (request == &diff.removals) removalsBegin();
     outcome.status = execute(*request);
     if (outcome.status.ok()) continue;
     std::for_each(diff.undo.rbegin(), diff.undo.rend(), putBack);
@@ -64,11 +65,12 @@ SetOutcome setRun(SetPlan& plan) {
 grpc::Status setExecuted(SetPlan& plan, Runtime& runtime, gnmi::SetResponse& response) {
   Engine& engine = runtime.engine();
   engine.outputHeldIs(Engine::Output::Hold);
-  SetOutcome const outcome = setRun(plan);
+  SetOutcome const outcome = setRun(plan, [&engine] { engine.outputHeldIs(Engine::Output::HoldBefore); });
   if (!outcome.status.ok()) {
     engine.outputHeldIs(Engine::Output::Drop);
     return outcome.status;
   }
+  engine.outputHeldIs(Engine::Output::HoldBehind);
   std::int64_t const now = Kel::activityManagerStatus()->activityLoopExecNsTime();
   if (outcome.hasChanged)
     runtime.tree().system->state->leafIs(&SystemState::lastConfigurationTimestamp,

@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include <absl/functional/function_ref.h>
 #include <grpcpp/support/status.h>
 
 #include "agent/data/SetPlan.h"
@@ -21,11 +22,13 @@ struct SetOutcome {
 // Compares the plan with the model and writes what differs, in one turn. When the model refuses a write half-way, everything written before
 // is put back.
 //
-// Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state.
-[[nodiscard]] SetOutcome setRun(SetPlan& plan);
+// Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state. Entries are removed
+// last; `removalsBegin` is called before.
+[[nodiscard]] SetOutcome setRun(
+    SetPlan& plan, absl::FunctionRef<void()> removalsBegin = [] {});
 
-// The same as clients see it: while it runs, what subscribers would be told waits aside; it is forgotten after a refusal. After a
-// success the response gets its timestamp and whoever applies configuration learns of it.
+// The same as clients see it: while it runs, what subscribers would be told waits aside; it is forgotten after a refusal, else told in
+// the published order, deletes first. After a success the response gets its timestamp and whoever applies configuration learns of it.
 [[nodiscard]] grpc::Status setExecuted(SetPlan& plan, Runtime& runtime, gnmi::SetResponse& response);
 
 } // namespace Agent

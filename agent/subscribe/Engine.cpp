@@ -2,6 +2,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <algorithm>
 #include <atomic>
 #include <optional>
 #include <utility>
@@ -191,6 +192,7 @@ public:
   absl::flat_hash_map<SubscribeStream*, std::unique_ptr<Call>> calls; // each holds its stream
   std::vector<SubscribeStream*> waiting;                              // for the watch
   std::optional<std::vector<std::shared_ptr<Ondra::ArenaRespMsg>>> held;
+  std::size_t heldBehind = 0; // so many of them, the first, go behind what comes now
   std::optional<grpc::Status> ending;
   std::vector<Stuck> stuck;
   Tovak::TimerId stuckTimer;
@@ -233,6 +235,10 @@ std::shared_ptr<Snapshot> Engine::snapshotIs(Pattern pattern, std::shared_ptr<Sn
 void Engine::outputHeldIs(Output output) {
   switch (output) {
   case Output::Hold: impl_->held.emplace(); break;
+  case Output::HoldBefore: impl_->heldBehind = impl_->held->size(); break;
+  case Output::HoldBehind:
+    std::ranges::rotate(*impl_->held, impl_->held->begin() + static_cast<std::ptrdiff_t>(impl_->heldBehind));
+    break;
   case Output::Drop: impl_->held.reset(); break;
   case Output::Release: {
     std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> const responses = std::move(*impl_->held);

@@ -31,9 +31,10 @@ public:
   // Reads everything at and below the pattern for `sink`. The first notification comes in a later turn.
   [[nodiscard]] std::shared_ptr<Snapshot> snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink);
 
-  // For a Set that may be taken back: while changes are held they wait aside. `Release` sends them in their order, `Drop` forgets them
-  // (the model is as it was before). REQUIRES that nothing is held for `Hold`, that something is for the others.
-  enum class Output : std::uint8_t { Hold, Release, Drop };
+  // For a Set that may be taken back: while changes are held they wait aside. What comes between `HoldBefore` and `HoldBehind` goes before
+  // what came until then, else they stay in their order. `Release` sends them, `Drop` forgets them (the model is as it was before).
+  // REQUIRES that nothing is held for `Hold`, that something is for the others.
+  enum class Output : std::uint8_t { Hold, HoldBefore, HoldBehind, Release, Drop };
   void outputHeldIs(Output output);
 
   // Ends every Subscribe call with that status, and refuses new ones with it: the agent is going down.

@@ -315,6 +315,17 @@ TEST(DataSetUndo, whatIsRefusedHalfWayIsPutBackAndNeverTold) {
   gnmi::SubscribeResponse const next = subscriber.next();
   EXPECT_EQ(text(next.update().prefix(), next.update().update(0).path()), "/moodies/moody[name=calm]/text");
   EXPECT_EQ(next.update().delete__size(), 0);
+  // What is carried out last is told in the published order.
+  moodies->entryIs(&Moodies::moody, "gone");
+  ASSERT_TRUE(bench
+                  .set(setRequest("delete /moodies/moody[name=gone]\n"
+                                  "update /moodies/moody[name=calm]/text \"again\""))
+                  .ok());
+  EXPECT_TRUE(subscriber.applyUntil([&] { return !subscriber.deletes.empty(); }));
+  EXPECT_EQ(subscriber.deletes.back(), "/moodies/moody[name=gone]");
+  EXPECT_NE(subscriber.tree["/moodies/moody[name=calm]/text"], "string_val:again");
+  EXPECT_TRUE(subscriber.applyUntil(
+      [&] { return subscriber.tree["/moodies/moody[name=calm]/text"] == "string_val:again"; }));
 }
 
 } // namespace
