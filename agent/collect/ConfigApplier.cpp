@@ -1,5 +1,6 @@
 #include "agent/collect/ConfigApplier.h"
 
+#include <absl/functional/function_ref.h>
 #include <fmt/format.h>
 #include <net/if.h>
 #include <netlink/errno.h>
@@ -19,21 +20,32 @@ struct LinkDeleter {
 };
 using Link = std::unique_ptr<rtnl_link, LinkDeleter>;
 
+// Asks for what `edit` writes into an empty link. An error of netlink below zero.
+int request(nl_sock* socket, rtnl_link* now, absl::FunctionRef<void(rtnl_link*)> edit) {
+  Link const wanted(rtnl_link_alloc());
+  if (!wanted) return -NLE_NOMEM;
+  edit(wanted.get());
+  return rtnl_link_change(socket, now, wanted.get(), 0);
+}
+
+// Each in a request of its own: what the kernel refuses does not keep the others back. The first error.
 int applyTo(nl_sock* socket, LinkChange const& change) {
   rtnl_link* found = nullptr;
   if (int const error = rtnl_link_get_kernel(socket, 0, change.name.c_str(), &found); error < 0) return error;
-  Link const now(found), wanted(rtnl_link_alloc());
-  if (!wanted) return -NLE_NOMEM;
-  if (change.description) rtnl_link_set_ifalias(wanted.get(), change.description->c_str());
-  if (change.mtu) rtnl_link_set_mtu(wanted.get(), *change.mtu);
+  Link const now(found);
+  int first = 0;
+  auto const apply = [&](absl::FunctionRef<void(rtnl_link*)> edit) {
+    int const error = request(socket, now.get(), edit);
+    if (first >= 0) first = error;
+  };
+  if (change.description)
+    apply([&](rtnl_link* link) { rtnl_link_set_ifalias(link, change.description->c_str()); });
+  if (change.mtu) apply([&](rtnl_link* link) { rtnl_link_set_mtu(link, *change.mtu); });
   if (change.enabled) {
-    if (*change.enabled) {
-      rtnl_link_set_flags(wanted.get(), IFF_UP);
-    } else {
-      rtnl_link_unset_flags(wanted.get(), IFF_UP);
-    }
+    auto* const flags = *change.enabled ? &rtnl_link_set_flags : &rtnl_link_unset_flags;
+    apply([flags](rtnl_link* link) { flags(link, IFF_UP); });
   }
-  return rtnl_link_change(socket, now.get(), wanted.get(), 0);
+  return first;
 }
 
 ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
@@ -42,7 +54,7 @@ ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
   int error = socket ? nl_connect(socket.get(), NETLINK_ROUTE) : -NLE_NOMEM;
   if (error >= 0) error = applyTo(socket.get(), change);
   if (error >= 0) return {};
-  return Kstd::Err(fmt::format("interface '{}' was not changed: {}", change.name, nl_geterror(error)));
+  return Kstd::Err(fmt::format("interface '{}' was not changed as asked: {}", change.name, nl_geterror(error)));
 }
 
 } // namespace

@@ -46,7 +46,7 @@ public:
   ConfigApplier(ConfigApplier const&) = delete;
   ConfigApplier& operator=(ConfigApplier const&) = delete;
 
-  // Applies a change in one request, and calls `done` on the scheduler thread, later. An empty change succeeds.
+  // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. An empty change succeeds.
   void apply(LinkChange change, Done done);
 
 private:
