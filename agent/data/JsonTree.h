@@ -10,7 +10,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
-#include "agent/data/TypeTree.h"
+#include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {

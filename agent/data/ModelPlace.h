@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "Kel/Attr.h"
-#include "agent/data/TypeTree.h"
 #include "agent/paths/RequestPath.h"
+#include "agent/paths/TypeTree.h"
 
 namespace Agent {
 

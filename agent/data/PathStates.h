@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "Kstd/Result.h"
-#include "agent/data/TypeTree.h"
 #include "agent/paths/RequestPath.h"
+#include "agent/paths/TypeTree.h"
 
 namespace Agent {
 

@@ -20,8 +20,8 @@
 #include <grpcpp/support/status.h>
 
 #include "Kstd/Result.h"
-#include "agent/data/TypeTree.h"
 #include "agent/paths/RequestPath.h"
+#include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {

@@ -10,7 +10,7 @@
 
 #include "Kel/GenericIf.h"
 #include "Ondra/KeyDecoder.h"
-#include "agent/paths/SchemaPath.h"
+#include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -41,56 +41,54 @@ namespace {
 
 using Elem = Pattern::Elem;
 using Kind = Pattern::Elem::Kind;
-using Places = std::vector<SchemaPlace>;
+using Nodes = std::vector<TypeNode>;
 
 // The members of these lists can be looked up and enumerated by the text of their key.
-bool hasPlainKey(SchemaPlace const& place) {
-  Kel::KelType const key = place.attr().keyType();
-  return !place.keyName().empty() &&
-         (key.isBuiltin() || key.isEnum() || key.hasGnmiStrRep() || key.valAttr());
+bool hasPlainKey(TypeNode const& list) {
+  Kel::KelType const key = list.attr.keyType();
+  return list.key() && (key.isBuiltin() || key.isEnum() || key.hasGnmiStrRep() || key.valAttr());
 }
 
 // The form in which walks print the key; an error text for a value that no member can have.
-Kstd::Result<std::string, std::string> canonicalKey(SchemaPlace const& list, std::string const& value) {
-  auto const read = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(list.attr().keyType(), value);
+Kstd::Result<std::string, std::string> canonicalKey(TypeNode const& list, std::string const& value) {
+  auto const read = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(list.attr.keyType(), value);
   if (!read.ok()) return Kstd::Err(read.error());
   return Kstd::Result<std::string, std::string>(read.value()->gnmiStrRep());
 }
 
-// Places without doubles: two branches of a pattern may meet again.
-class PlaceSet {
+// Nodes without doubles: two branches of a pattern may meet again.
+class NodeSet {
 public:
   // Whether it is new.
-  bool add(SchemaPlace const& place) {
-    std::pair<void const*, std::string_view> const id{
-        place.attr() ? &place.attr().desc() : nullptr,
-        !place.attr() && place.type() ? place.type().name().view() : std::string_view()};
+  bool add(TypeNode const& node) {
+    std::pair<void const*, std::string_view> const id{node.attr ? &node.attr.desc() : nullptr,
+                                                      node.attr ? std::string_view() : node.name};
     if (!known_.insert(id).second) return false;
-    places_.push_back(place);
+    nodes_.push_back(node);
     return true;
   }
-  void addWithDescendants(SchemaPlace const& place) {
-    if (!add(place)) return;
-    for (SchemaPlace const& child : place.children())
+  void addWithDescendants(TypeNode const& node) {
+    if (!add(node)) return;
+    for (TypeNode const& child : node.children())
       addWithDescendants(child);
   }
-  [[nodiscard]] Places take() { return std::move(places_); }
+  [[nodiscard]] Nodes take() { return std::move(nodes_); }
 
 private:
   absl::flat_hash_set<std::pair<void const*, std::string_view>> known_;
-  Places places_;
+  Nodes nodes_;
 };
 
-// What an element leads to from any of the places, before its keys are looked at.
-Places step(Places const& from, RequestElem const& elem) {
-  PlaceSet to;
-  for (SchemaPlace const& place : from) {
+// What an element leads to from any of the nodes, before its keys are looked at.
+Nodes step(Nodes const& from, RequestElem const& elem) {
+  NodeSet to;
+  for (TypeNode const& node : from) {
     if (elem.name == "...") {
-      to.addWithDescendants(place);
+      to.addWithDescendants(node);
     } else if (elem.name == "*") {
-      for (SchemaPlace const& child : place.children())
+      for (TypeNode const& child : node.children())
         to.add(child);
-    } else if (std::optional<SchemaPlace> const child = place.child(elem.name)) {
+    } else if (std::optional<TypeNode> const child = node.child(elem.name)) {
       to.add(*child);
     }
   }
@@ -107,19 +105,19 @@ grpc::Status badKey(RequestElem const& elem, RequestPath const& path, std::strin
           fmt::format("{} of {}: {}", statusText(elem.name, 64), path.text(), statusText(what))};
 }
 
-// Keeps the places that have the element's keys, and gives the values their form. The error text of the last place that does not.
-std::string takeKeys(Places& places, RequestElem const& elem, Elem& into) {
+// Keeps the nodes that have the element's keys, and gives the values their form. The error text of the last node that does not.
+std::string takeKeys(Nodes& nodes, RequestElem const& elem, Elem& into) {
   std::string fault;
   std::vector<std::pair<std::string, std::string>> keys;
-  std::erase_if(places, [&](SchemaPlace const& place) {
+  std::erase_if(nodes, [&](TypeNode const& node) {
     keys.clear();
     for (auto const& [name, value] : elem.keys) {
-      if (!place.isList() || place.keyName() != name) {
+      if (!node.isList() || !node.key() || node.key().name().view() != name) {
         fault = fmt::format("there is no key {}", name);
         return true;
       }
       if (value == "*") continue;
-      Kstd::Result<std::string, std::string> const text = canonicalKey(place, value);
+      Kstd::Result<std::string, std::string> const text = canonicalKey(node, value);
       if (!text.ok()) {
         fault = fmt::format("the key {} has a bad value: {}", name, text.error());
         return true;
@@ -132,16 +130,13 @@ std::string takeKeys(Places& places, RequestElem const& elem, Elem& into) {
   return fault;
 }
 
-bool isEnumerable(SchemaPlace const& place) {
-  if (place.isLeaf()) return false;
-  return !place.isList() || hasPlainKey(place);
-}
+bool isEnumerable(TypeNode const& node) { return node.isObject() && (!node.isList() || hasPlainKey(node)); }
 
 } // namespace
 
 Pattern::OrError Pattern::of(RequestPath const& path) {
   Pattern made;
-  Places places{SchemaPlace()};
+  Nodes nodes{TypeNode::root()};
   bool enumerable = true;
   bool concrete = true;
   std::size_t anyDepths = 0;
@@ -158,17 +153,18 @@ Pattern::OrError Pattern::of(RequestPath const& path) {
                                    : Kind::Name,
               from.name,
               {}};
-    places = step(places, from);
-    if (places.empty()) return notFound(from, path);
+    nodes = step(nodes, from);
+    if (nodes.empty()) return notFound(from, path);
+    if (elem.kind == Kind::Name) elem.name = nodes.front().name; // its module may stand before it
     if (!from.keys.empty()) {
-      std::string const fault = takeKeys(places, from, elem);
-      if (places.empty()) return badKey(from, path, fault);
+      std::string const fault = takeKeys(nodes, from, elem);
+      if (nodes.empty()) return badKey(from, path, fault);
     }
     made.hasAnyDepth_ = made.hasAnyDepth_ || elem.kind == Kind::AnyDepth;
-    enumerable = enumerable && elem.kind != Kind::AnyDepth && std::ranges::all_of(places, isEnumerable);
+    enumerable = enumerable && elem.kind != Kind::AnyDepth && std::ranges::all_of(nodes, isEnumerable);
     concrete =
-        concrete && elem.kind == Kind::Name && std::ranges::all_of(places, [&elem](SchemaPlace const& place) {
-          return place.isLeaf() || !place.isList() || !elem.keys.empty();
+        concrete && elem.kind == Kind::Name && std::ranges::all_of(nodes, [&elem](TypeNode const& node) {
+          return !node.isList() || !elem.keys.empty();
         });
     made.elems_.push_back(std::move(elem));
     if (enumerable) made.objectDepth_ = made.elems_.size();

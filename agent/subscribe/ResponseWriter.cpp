@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "agent/data/LeafEncoding.h"
-#include "agent/paths/SchemaPath.h"
+#include "agent/paths/TypeTree.h"
 #include "agent/subscribe/Message.h"
 #include "agent/subscribe/ResponseBody.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
@@ -34,12 +34,10 @@ public:
     if (encoding_ == gnmi::PROTO) return update.val();
     if (&prefix != prefix_) {
       prefix_ = &prefix;
-      below_ = schemaPlace(prefix, 1);
+      below_ = TypeNode::root().descendant(prefix, 1);
     }
-    std::optional<SchemaPlace> place = below_;
-    for (int i = prefix.elem_size() > 0 ? 0 : 1; i < update.path().elem_size() && place; ++i)
-      place = place->child(update.path().elem(i).name());
-    LeafInfo const* const leaf = place ? place->leaf() : nullptr;
+    auto const node = below_ ? below_->descendant(update.path(), prefix.elem_size() > 0 ? 0 : 1) : below_;
+    LeafInfo const* const leaf = node ? node->leaf() : nullptr;
     scratch_ = update.val();
     leafEncodingIs(scratch_, leaf != nullptr ? *leaf : LeafInfo(), encoding_);
     return scratch_;
@@ -48,7 +46,7 @@ public:
 private:
   gnmi::Encoding const encoding_;
   gnmi::Path const* prefix_ = nullptr;
-  std::optional<SchemaPlace> below_;
+  std::optional<TypeNode> below_;
   gnmi::TypedValue scratch_;
 };
 

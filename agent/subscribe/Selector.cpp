@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "agent/model/Tree.h"
-#include "agent/paths/SchemaPath.h"
+#include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -15,12 +15,12 @@ using Cover = Pattern::Cover;
 
 // Appends the elements of a pattern from `depth` on, as far as they are concrete. A list without all keys is not.
 void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth) {
-  std::optional<SchemaPlace> place = schemaPlace(path, 1);
-  for (std::size_t i = depth; i < pattern.elems().size() && place; ++i) {
+  std::optional<TypeNode> node = TypeNode::root().descendant(path, 1);
+  for (std::size_t i = depth; i < pattern.elems().size() && node; ++i) {
     Pattern::Elem const& elem = pattern.elems()[i];
     if (elem.kind != Pattern::Elem::Kind::Name) return;
-    place = place->child(elem.name);
-    if (!place || (place->isList() && elem.keys.empty())) return;
+    node = node->child(elem.name);
+    if (!node || (node->isList() && elem.keys.empty())) return;
     gnmi::PathElem& added = *path.add_elem();
     added.set_name(elem.name);
     for (auto const& [name, value] : elem.keys)
@@ -35,10 +35,9 @@ bool hasAnyDepth(Pattern const& pattern) {
   return false;
 }
 
-bool isKind(std::optional<SchemaPlace> place, gnmi::Path const& path, LeafKind kind) {
-  for (int i = 0; i < path.elem_size() && place; ++i)
-    place = place->child(path.elem(i).name());
-  LeafInfo const* const leaf = place ? place->leaf() : nullptr;
+bool isKind(std::optional<TypeNode> const& prefix, gnmi::Path const& path, LeafKind kind) {
+  auto const node = prefix ? prefix->descendant(path, 0) : prefix;
+  LeafInfo const* const leaf = node ? node->leaf() : nullptr;
   bool const isSampled = leaf != nullptr && leaf->isSampled;
   return isSampled == (kind == LeafKind::Sampled);
 }
@@ -74,8 +73,8 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
   bool const takesAll = cover == Cover::All && rivals.empty();
   if (takesAll && kind == LeafKind::All && keep == nullptr) return {.any = true, .updates = std::nullopt};
 
-  std::optional<SchemaPlace> const place =
-      kind == LeafKind::All ? std::nullopt : schemaPlace(notification.prefix(), 1);
+  std::optional<TypeNode> const node =
+      kind == LeafKind::All ? std::nullopt : TypeNode::root().descendant(notification.prefix(), 1);
   std::vector<std::uint32_t> positions;
   for (int i = 0; i < notification.update_size(); ++i) {
     gnmi::Update const& update = notification.update(i);
@@ -83,7 +82,7 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     if (cover != Cover::All && !pattern_->covers(path)) continue;
     bool const isOthers =
         std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
-    if (isOthers || (kind != LeafKind::All && !isKind(place, update.path(), kind))) continue;
+    if (isOthers || (kind != LeafKind::All && !isKind(node, update.path(), kind))) continue;
     if (keep == nullptr || (*keep)(update)) positions.push_back(static_cast<std::uint32_t>(i));
   }
   if (positions.size() == static_cast<std::size_t>(notification.update_size()))

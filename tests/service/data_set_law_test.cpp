@@ -3,7 +3,7 @@
 
 #include <fmt/format.h>
 
-#include "agent/data/TypeTree.h"
+#include "agent/paths/TypeTree.h"
 #include "service/data_testing.h"
 #include "service/subscribe_testing.h"
 

@@ -40,6 +40,7 @@ TEST(Pattern, covers) {
            {eth0, "/interfaces", Cover::Partial},
            {"/interfaces/interface[name=*]/state", eth0 + "/state/mtu", Cover::All},
            {"/interfaces/interface/state", eth0 + "/state", Cover::All},
+           {"/openconfig-interfaces:interfaces/interface/state", eth0 + "/state", Cover::All},
            {"/interfaces/*/state/mtu", eth0 + "/state", Cover::Partial},
            {"/*/*/*/mtu", eth0 + "/state/mtu", Cover::All},
            {"/.../mtu", eth0 + "/state/mtu", Cover::All},

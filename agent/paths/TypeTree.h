@@ -9,6 +9,10 @@
 #include "Kel/Attr.h"
 #include "agent/model/Schema.h"
 
+namespace gnmi {
+class Path;
+} // namespace gnmi
+
 namespace Agent {
 
 // A place in the tree of types: the root (no attribute, no type), a module's top-level container (no attribute), or what an
@@ -24,6 +28,8 @@ struct TypeNode {
   [[nodiscard]] bool isRoot() const { return !type; }
   [[nodiscard]] LeafInfo const* leaf() const { return info; } // null for containers and lists
   [[nodiscard]] bool isList() const { return attr && attr.isKeyed(); }
+  // What stands there are objects of their own: containers or entries, rather than values or parts of one.
+  [[nodiscard]] bool isObject() const { return info == nullptr && (!attr || attr.isInstantiating()); }
   // The key leaf of a list.
   [[nodiscard]] Kel::KelAttr key() const { return attr.indexAttr(); }
   // A leaf that clients may write.
@@ -33,6 +39,8 @@ struct TypeNode {
 
   // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when there is none.
   [[nodiscard]] std::optional<TypeNode> child(std::string_view name) const;
+  // What the elements of a concrete path mean from here, from element `skip` on.
+  [[nodiscard]] std::optional<TypeNode> descendant(gnmi::Path const& path, int skip) const;
   // In the order of declaration. Valid on this thread, for its life.
   [[nodiscard]] std::vector<TypeNode> const& children() const;
 };

@@ -1,10 +1,11 @@
-#include "agent/data/TypeTree.h"
+#include "agent/paths/TypeTree.h"
 
 #include <algorithm>
 
 #include <absl/container/node_hash_map.h>
 
 #include "agent/model/Tree.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 namespace {
@@ -77,6 +78,13 @@ std::optional<TypeNode> TypeNode::child(std::string_view wanted) const {
   }
   if (found && colon != wanted.npos && found->module != wanted.substr(0, colon)) return std::nullopt;
   return found;
+}
+
+std::optional<TypeNode> TypeNode::descendant(gnmi::Path const& path, int skip) const {
+  std::optional<TypeNode> node = *this;
+  for (int i = skip; i < path.elem_size() && node; ++i)
+    node = node->child(path.elem(i).name());
+  return node;
 }
 
 std::vector<TypeNode> const& TypeNode::children() const { return factsOf(*this).children; }
