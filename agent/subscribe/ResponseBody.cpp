@@ -45,8 +45,7 @@ std::uint8_t* putText(std::string_view text, std::uint8_t* at) {
 
 } // namespace
 
-ResponseBody::ResponseBody(Frame const& frame, std::int64_t timestamp, gnmi::Path prefix, std::size_t limit)
-    : limit_(limit) {
+ResponseBody::ResponseBody(Frame const& frame, std::int64_t timestamp, gnmi::Path prefix, std::size_t limit) {
   prefix.set_origin(frame.origin);
   prefix.set_target(frame.target);
   head_ += kTimestamp;
@@ -54,6 +53,10 @@ ResponseBody::ResponseBody(Frame const& frame, std::int64_t timestamp, gnmi::Pat
   head_ += kPrefix;
   appendVarint(head_, prefix.ByteSizeLong());
   prefix.AppendToString(&head_);
+  // No message of protobuf is longer than 2 GiB.
+  room_ = 1 + CodedOutputStream::VarintSize64(UINT32_MAX) + head_.size();
+  std::size_t const most = std::min(limit, ResponseBlock::kBytes);
+  limit_ = most > room_ ? most - room_ : 0;
 }
 
 void ResponseBody::update(std::string_view above, gnmi::Path const& path, gnmi::TypedValue const& val,
@@ -103,20 +106,27 @@ std::vector<grpc::Slice> ResponseBody::take() {
 
 // Room for so many bytes more, in a new response where this one would become too long.
 std::uint8_t* ResponseBody::grow(std::size_t size) {
-  if (size_ > 0 && head_.size() + size_ + size > limit_) flush();
-  if (body_.size() < size_ + size) body_.resize(std::max(2 * body_.size(), size_ + size + 1024));
-  std::uint8_t* const at = reinterpret_cast<std::uint8_t*>(body_.data()) + size_;
+  if (size_ > 0 && size_ + size > limit_) flush();
+  if (std::size_t const wanted = room_ + size_ + size; block_.size() < wanted) {
+    ResponseBlock larger(wanted);
+    if (size_ > 0) std::memcpy(larger.data() + room_, block_.data() + room_, size_);
+    block_ = std::move(larger);
+  }
+  std::uint8_t* const at = block_.data() + room_ + size_;
   size_ += size;
   return at;
 }
 
 void ResponseBody::flush() {
   std::size_t const inner = head_.size() + size_;
-  grpc::Slice slice(fieldSize(inner));
-  std::uint8_t* at = putHead(kResponseUpdate, inner, const_cast<std::uint8_t*>(slice.begin()));
-  at = putText(head_, at);
-  std::memcpy(at, body_.data(), size_);
-  slices_.push_back(std::move(slice));
+  std::size_t const size = fieldSize(inner);
+  std::uint8_t* const begin = block_.data() + room_ + size_ - size;
+  putText(head_, putHead(kResponseUpdate, inner, begin));
+  if (size > block_.size() / 2) {
+    slices_.push_back(std::move(block_).slice({begin, size}));
+  } else {
+    slices_.emplace_back(begin, size);
+  }
   size_ = 0;
 }
 

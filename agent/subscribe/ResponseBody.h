@@ -9,6 +9,8 @@
 
 #include <grpcpp/support/slice.h>
 
+#include "agent/subscribe/ResponseBlock.h"
+
 namespace gnmi {
 class Path;
 class TypedValue;
@@ -18,8 +20,8 @@ namespace Agent {
 
 struct Frame;
 
-// Gathers updates and deletes into responses that share their head: time and prefix. None is longer than `limit` unless a single leaf is.
-// A plain value; any thread.
+// Gathers updates and deletes into responses that share their head: time and prefix. None is longer than `limit`, nor than a block, unless
+// a single leaf is. Each is written where it will be sent from. Any thread.
 class ResponseBody {
 public:
   // `prefix` as clients are to see it, but for origin and target, which are the frame's.
@@ -39,9 +41,10 @@ private:
   [[nodiscard]] std::uint8_t* grow(std::size_t size);
   void flush();
 
-  std::size_t limit_;
+  std::size_t limit_; // of what is gathered
   std::string head_;
-  std::string body_; // its first `size_` bytes
+  ResponseBlock block_; // room for the head and its length, then what has been gathered
+  std::size_t room_;
   std::size_t size_ = 0;
   std::vector<grpc::Slice> slices_;
 };
