@@ -412,8 +412,10 @@ void measureStreams(std::size_t count) {
   fmt::print("streams: {:.1f} KiB an idle subscriber\n",
              static_cast<double>(agent.ask("rss") - before) / 1024 / static_cast<double>(count));
   agent.tell("changes 5");
-  fmt::print("streams: change to all: {}; scheduler held {:.1f} ms at most\n",
-             percentiles(crowd.latencies(5)), ms(agent.ask("hold")));
+  std::size_t const updates = crowd.updates();
+  std::vector<std::int64_t> const latencies = crowd.latencies(5);
+  fmt::print("streams: change to all: {}, among {} updates each; scheduler held {:.1f} ms at most\n",
+             percentiles(latencies), (crowd.updates() - updates) / count, ms(agent.ask("hold")));
 }
 
 // In turns, because the machine itself is faster at one time than at another.
