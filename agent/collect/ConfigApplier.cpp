@@ -54,7 +54,8 @@ ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
   int error = socket ? nl_connect(socket.get(), NETLINK_ROUTE) : -NLE_NOMEM;
   if (error >= 0) error = applyTo(socket.get(), change);
   if (error >= 0) return {};
-  return Kstd::Err(fmt::format("interface '{}' was not changed as asked: {}", change.name, nl_geterror(error)));
+  return Kstd::Err(
+      fmt::format("interface '{}' was not changed as asked: {}", change.name, nl_geterror(error)));
 }
 
 } // namespace
