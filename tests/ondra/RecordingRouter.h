@@ -41,12 +41,14 @@ public:
     gnmi::Notification changes;
     EXPECT_TRUE(changes.ParseFromArray(response.changes.data(), static_cast<int>(response.changes.size())));
     EXPECT_FALSE(changes.has_prefix());
+    EXPECT_EQ(serialized(update.prefix()),
+              std::string(response.prefixElems.begin(), response.prefixElems.end()));
     EXPECT_EQ(changes.update_size() + changes.delete__size(), update.update_size() + update.delete__size());
     return to_.push(syncId, walkId, message);
   }
 
   // The bytes with the entries of maps in the order of their keys.
-  static std::string serialized(gnmi::SubscribeResponse const& message) {
+  static std::string serialized(google::protobuf::MessageLite const& message) {
     std::string bytes;
     google::protobuf::io::StringOutputStream stream(&bytes);
     {
