@@ -44,7 +44,7 @@ void PlainLeaves::collect(WalkRules::TypePlan const& plan, Kel::PtrInterface con
       timestamp = states.getAttrState(attr.attr.id(), nullptr).effectiveTimestamp();
     }
     if (value != nullptr) {
-      add({timestamp, &attr, value});
+      leaves_.push_back({timestamp, &attr, value});
     }
   }
 }

@@ -41,10 +41,8 @@ public:
   static void prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object);
 
   void clear() noexcept { leaves_.clear(); }
-  void add(PlainLeaf const& leaf) { leaves_.push_back(leaf); }
-  // The leaves of a watched object from that position of its type's plan on; a state is made for each that has none yet.
+  // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made for each that has none yet.
   void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
-  [[nodiscard]] bool empty() const noexcept { return leaves_.empty(); }
 
   // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must not change its object.
   template <class Visit>
