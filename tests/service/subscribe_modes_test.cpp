@@ -118,6 +118,11 @@ TEST_F(SubscribeModes, updatesOnlyBeginsWithTheSync) {
   auto const snapshot = call(once().add("/interfaces").updatesOnly().done());
   EXPECT_TRUE(snapshot->next().sync_response());
   EXPECT_TRUE(snapshot->status().ok());
+  auto const polled = call(poll().add("/interfaces").updatesOnly().done());
+  for (int round = 0; round < 2; ++round) {
+    polled->send(pollNow());
+    EXPECT_TRUE(polled->next().sync_response());
+  }
 }
 
 TEST_F(SubscribeModes, eachPollIsASnapshotAndASync) {
