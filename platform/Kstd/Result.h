@@ -71,6 +71,7 @@ public:
 
   T& operator*() & { return value(); }
   T const& operator*() const& { return value(); }
+  T&& operator*() && { return std::move(*this).value(); }
   T* operator->() { return &value(); }
   T const* operator->() const { return &value(); }
 

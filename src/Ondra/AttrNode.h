@@ -33,7 +33,13 @@ public:
   // The children of a node in insertion order, which is the order of the commit.
   class KTD_EXPORT AttrQueue {
   public:
-    using Nodes = std::vector<std::unique_ptr<AttrNode>>;
+    struct Child {
+      AttrNode* operator->() const { return node.get(); }
+
+      std::unique_ptr<AttrNode> node;
+      std::size_t hash; // of its element
+    };
+    using Children = std::vector<Child>;
 
     AttrQueue();
     ~AttrQueue();
@@ -48,21 +54,23 @@ public:
 
     // The children with a key filter.
     [[nodiscard]] std::vector<AttrNode*> const& wildcards() const { return wildcards_; }
-    [[nodiscard]] Nodes::const_iterator begin() const { return nodes_.begin(); }
-    [[nodiscard]] Nodes::const_iterator end() const { return nodes_.end(); }
-    [[nodiscard]] std::size_t size() const { return nodes_.size(); }
+    [[nodiscard]] Children::const_iterator begin() const { return children_.begin(); }
+    [[nodiscard]] Children::const_iterator end() const { return children_.end(); }
+    [[nodiscard]] std::size_t size() const { return children_.size(); }
 
   private:
     struct ByElem;
     struct ByPlace;
     static void addPlace(ByPlace& places, AttrNode& node);
 
-    Nodes nodes_;
+    Children children_;
     std::vector<AttrNode*> wildcards_;
-    // Only above a handful of children; that of the places only once it is asked for, as it is for members of collections.
+    // Only above a few children; that of the places only once it is asked for, as it is for members of collections.
     std::unique_ptr<ByElem> byElem_;
     mutable std::unique_ptr<ByPlace> byPlace_;
-    mutable AttrNode* last_ = nullptr;
+    // The element looked up last that was not there, which is mostly the next to be inserted, and its hash.
+    mutable gnmi::PathElem const* missed_ = nullptr;
+    mutable std::size_t missedHash_ = 0;
   };
 
   using Elems = google::protobuf::RepeatedPtrField<gnmi::PathElem>;
@@ -74,7 +82,7 @@ public:
   static constexpr std::size_t kMaxWildcards = 1024;
 
   // Refers to the element, which must outlive the node.
-  AttrNode(gnmi::PathElem const& elem, KelObject object);
+  AttrNode(gnmi::PathElem const& elem, KelObject&& object);
   ~AttrNode();
   AttrNode(AttrNode const&) = delete;
   AttrNode& operator=(AttrNode const&) = delete;
@@ -87,7 +95,7 @@ public:
   [[nodiscard]] AttrQueue const& children() const { return children_; }
 
   // --- for the driver, on the root --------------------------------------------------------------------------
-  void opIs(SetOp op) { op_ = op; }
+  void opIs(SetOp op);
   // Records one path of the request. The elements and the value (null: none) must outlive the tree.
   [[nodiscard]] Status insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
                                         ElemIterator pathBegin, ElemIterator pathEnd,
@@ -101,6 +109,7 @@ public:
 
 private:
   class Insertion;
+  struct Trail;
   struct Made;
 
   // --- what the node is -------------------------------------------------------------------------------------
@@ -170,10 +179,18 @@ private:
   bool isFresh_ = false;     // will be, or is part of, an object that does not exist before the commit
   Handle
       newValue_; // of a scalar the decoded value, of a value its copy, of an entity the object being committed
-  std::vector<Handle> members_; // of an array
-  ConstHandle base_;            // invariant 4
-  std::unique_ptr<Made> made_;  // of an entity that the commit makes
+  std::vector<Handle> members_;  // of an array
+  ConstHandle base_;             // invariant 4
+  std::unique_ptr<Made> made_;   // of an entity that the commit makes
+  std::unique_ptr<Trail> trail_; // of the root
   AttrQueue children_;
+};
+
+// The way of the path inserted last, but for its last node. Its nodes were found fit to be passed by this operation, and only deletes
+// change that: a path that begins alike, as it does in a sorted request, sets out from where it leaves the way.
+struct AttrTree::AttrNode::Trail {
+  SetOp op = SetOp::Delete;
+  std::vector<AttrNode*> nodes;
 };
 
 // What an entity is made from, and the detached one that was made to try.

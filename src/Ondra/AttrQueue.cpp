@@ -2,6 +2,7 @@
 #include <utility>
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include "Ondra/AttrNode.h"
 #include "Ondra/GnmiPath.h"
@@ -13,13 +14,21 @@ using Kel::KelAttr;
 
 namespace {
 
-constexpr std::size_t kUnindexed = 8;
+// Up to so many children a look at each is faster than an index: at the hashes of their elements, which lie side by side, or at places.
+constexpr std::size_t kUnindexed = 32;
+constexpr std::size_t kUnindexedPlaces = 8;
 
-struct ElemHash {
-  std::size_t operator()(PathElem const* elem) const { return std::hash<PathElem>{}(*elem); }
+// An element with its hash: tables grow, and tell elements apart, without reading them again.
+struct HashedElem {
+  std::size_t hash;
+  PathElem const* elem;
+
+  friend bool operator==(HashedElem const& a, HashedElem const& b) {
+    return a.hash == b.hash && *a.elem == *b.elem;
+  }
 };
-struct ElemEqual {
-  bool operator()(PathElem const* a, PathElem const* b) const { return *a == *b; }
+struct KeptHash {
+  std::size_t operator()(HashedElem const& hashed) const { return hashed.hash; }
 };
 
 // A place below a node: a singular attribute, or a member of a collection.
@@ -40,7 +49,7 @@ struct PlaceHash {
 } // namespace
 
 struct AttrTree::AttrNode::AttrQueue::ByElem {
-  absl::flat_hash_map<PathElem const*, AttrNode*, ElemHash, ElemEqual> map;
+  absl::flat_hash_map<HashedElem, AttrNode*, KeptHash> map;
 };
 struct AttrTree::AttrNode::AttrQueue::ByPlace {
   absl::flat_hash_map<Place, AttrNode*, PlaceHash> map;
@@ -50,66 +59,66 @@ AttrTree::AttrNode::AttrQueue::AttrQueue() = default;
 AttrTree::AttrNode::AttrQueue::~AttrQueue() = default;
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) const {
-  // Requests are mostly sorted: the next path shares its elements with the one before.
-  if (last_ != nullptr && last_->elem() == elem) {
-    return last_;
-  }
-  AttrNode* found = nullptr;
+  HashedElem const wanted{std::hash<PathElem>{}(elem), &elem};
   if (byElem_) {
-    auto const at = byElem_->map.find(&elem);
-    found = at == byElem_->map.end() ? nullptr : at->second;
+    if (auto const at = byElem_->map.find(wanted); at != byElem_->map.end()) {
+      return at->second;
+    }
   } else {
-    for (auto const& node : nodes_) {
-      if (node->elem() == elem) {
-        found = node.get();
-        break;
+    for (Child const& child : children_) {
+      if (child.hash == wanted.hash && child->elem() == elem) {
+        return child.node.get();
       }
     }
   }
-  if (found != nullptr) {
-    last_ = found;
-  }
-  return found;
+  missed_ = &elem;
+  missedHash_ = wanted.hash;
+  return nullptr;
 }
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr) const { return get(attr, nullptr); }
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle const& key) const {
   Place const wanted{attr, key};
-  if (nodes_.size() > kUnindexed) {
+  if (children_.size() > kUnindexedPlaces) {
     if (!byPlace_) {
       byPlace_ = std::make_unique<ByPlace>();
-      for (auto const& node : nodes_) {
-        addPlace(*byPlace_, *node);
+      for (Child const& child : children_) {
+        addPlace(*byPlace_, *child.node);
       }
     }
     auto const at = byPlace_->map.find(wanted);
     return at == byPlace_->map.end() ? nullptr : at->second;
   }
-  for (auto const& node : nodes_) {
-    if (!node->object().hasFilter() && Place{node->object().attr, node->object().key()} == wanted) {
-      return node.get();
+  for (Child const& child : children_) {
+    if (!child->object().hasFilter() && Place{child->object().attr, child->object().key()} == wanted) {
+      return child.node.get();
     }
   }
   return nullptr;
 }
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
-  if (byElem_ ? !byElem_->map.emplace(&node->elem(), node.get()).second : get(node->elem()) != nullptr) {
+  bool const isNew = missed_ == &node->elem() || get(node->elem()) == nullptr;
+  missed_ = nullptr;
+  if (!isNew) {
     return false;
   }
-  last_ = node.get();
-  if (node->object().hasFilter()) {
-    wildcards_.push_back(node.get());
+  AttrNode& added = *node;
+  children_.push_back({std::move(node), missedHash_});
+  if (added.object().hasFilter()) {
+    wildcards_.push_back(&added);
   }
-  nodes_.push_back(std::move(node));
   if (byPlace_) {
-    addPlace(*byPlace_, *nodes_.back());
+    addPlace(*byPlace_, added);
   }
-  if (!byElem_ && nodes_.size() > kUnindexed) {
+  if (byElem_) {
+    byElem_->map.emplace(HashedElem{missedHash_, &added.elem()}, &added);
+  } else if (children_.size() > kUnindexed) {
     byElem_ = std::make_unique<ByElem>();
-    for (auto const& one : nodes_) {
-      byElem_->map.emplace(&one->elem(), one.get());
+    byElem_->map.reserve(2 * children_.size());
+    for (Child const& child : children_) {
+      byElem_->map.emplace(HashedElem{child.hash, &child->elem()}, child.node.get());
     }
   }
   return true;
@@ -122,11 +131,11 @@ void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
 }
 
 void AttrTree::AttrNode::AttrQueue::clear() {
-  last_ = nullptr;
+  missed_ = nullptr;
   byElem_.reset();
   byPlace_.reset();
   wildcards_.clear();
-  nodes_.clear();
+  children_.clear();
 }
 
 } // namespace Ondra::KelGnmiSet

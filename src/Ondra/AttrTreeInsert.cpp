@@ -23,6 +23,9 @@ public:
   // What became of one step.
   enum class Step : std::uint8_t { Taken, Dropped, Failed };
 
+  // Follows the path before as far as this one begins alike, and moves the iterators as far.
+  void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
+                   ElemIterator pathEnd);
   // Whether the node reached can be used and passed; `last`: no element follows.
   [[nodiscard]] bool enter(bool last);
   // On to the child that the element names.
@@ -31,6 +34,8 @@ public:
   [[nodiscard]] bool end(gnmi::TypedValue const* value);
   // Puts the path into the tree.
   void finish();
+  // Leaves the way of a path of that length to the next one. REQUIRES that it is in the tree.
+  void leaveTrail(std::size_t length);
   // The session learns of the entities that were named, whether or not the request succeeds.
   void recordDirtyPaths() const;
 
@@ -51,6 +56,7 @@ private:
   AttrNode& root_;
   AttrNode* node_;
   SetOp const op_;
+  std::size_t followed_ = 0;       // elements
   std::unique_ptr<AttrNode> head_; // the first new node
   AttrNode* attachTo_ = nullptr;
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
@@ -75,6 +81,27 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::str
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(PathElem const& elem) {
   return fail(fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_),
               &elem == &node_->elem() ? nullptr : &elem);
+}
+
+void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
+                                                ElemIterator& pathBegin, ElemIterator pathEnd) {
+  Trail* const trail = root_.trail_.get();
+  if (trail == nullptr || trail->op != op_) {
+    return;
+  }
+  for (AttrNode* const next : trail->nodes) {
+    bool const onPrefix = prefixBegin != prefixEnd;
+    ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
+    // The last element is looked at in full: it may not end where others pass.
+    bool const isLast =
+        onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
+    if (isLast || !(next->elem() == *at)) {
+      return;
+    }
+    ++at;
+    ++followed_;
+    node_ = next;
+  }
 }
 
 bool AttrTree::AttrNode::Insertion::enter(bool last) {
@@ -277,6 +304,24 @@ void AttrTree::AttrNode::Insertion::finish() {
   }
 }
 
+void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
+  if (op_ == SetOp::Delete) {
+    root_.trail_.reset();
+    return;
+  }
+  if (!root_.trail_) {
+    root_.trail_ = std::make_unique<Trail>();
+  }
+  root_.trail_->op = op_;
+  auto& nodes = root_.trail_->nodes;
+  nodes.resize(length - 1);
+  AttrNode* node = node_->parent_;
+  for (std::size_t i = length - 1; i > followed_; --i) {
+    nodes[i - 1] = node;
+    node = node->parent_;
+  }
+}
+
 void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
   for (auto const& entity : dirty_) {
     Kel::String const name = entity->fullName();
@@ -301,7 +346,8 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
     insertion.recordDirtyPaths();
     return insertion.takeError();
   };
-  for (std::size_t left = length; left > 0; --left) {
+  insertion.followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
+  while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
     if (!insertion.enter(false)) {
       return failed();
     }
@@ -318,6 +364,7 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
   }
   insertion.recordDirtyPaths();
   insertion.finish();
+  insertion.leaveTrail(length);
   return true;
 }
 

@@ -11,12 +11,17 @@ namespace Ondra::KelGnmiSet {
 using Kel::KelAttr;
 using Kel::KelType;
 
-AttrTree::AttrNode::AttrNode(gnmi::PathElem const& elem, KelObject object)
+AttrTree::AttrNode::AttrNode(gnmi::PathElem const& elem, KelObject&& object)
     : elem_(&elem)
     , object_(std::move(object))
     , kind_(getPlaceKind(object_.attr, object_.type())) {}
 
 AttrTree::AttrNode::~AttrNode() = default;
+
+void AttrTree::AttrNode::opIs(SetOp op) {
+  op_ = op;
+  trail_.reset();
+}
 
 AttrTree::Error AttrTree::AttrNode::error(std::string message, grpc::StatusCode code) const {
   return Error{code, {*elem_}, std::move(message)};
@@ -342,6 +347,7 @@ std::variant<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constru
 }
 
 void AttrTree::AttrNode::pruneSubTree() {
+  trail_.reset();
   TOVAK_TRACE(setTrace, 9, "", "Prune tree rooted at '{}'", *elem_);
   if (!isEntity()) {
     children_.clear();

@@ -250,19 +250,30 @@ bool Path::isNotifPrefix(Kel::Ptr<Path const> const& prefix, gnmi::Notification 
 } // namespace Ondra
 
 bool gnmi::operator==(gnmi::PathElem const& a, gnmi::PathElem const& b) {
-  if (a.name() != b.name() || a.key().size() != b.key().size()) {
+  if (&a == &b) {
+    return true;
+  }
+  auto const& keys = a.key();
+  auto const& others = b.key();
+  if (a.name() != b.name() || keys.size() != others.size()) {
     return false;
   }
-  return std::all_of(a.key().begin(), a.key().end(), [&b](auto const& entry) {
-    auto const twin = b.key().find(entry.first);
-    return twin != b.key().end() && twin->second == entry.second;
+  if (keys.size() == 1) { // most often: no look-up
+    auto const& [key, value] = *keys.begin();
+    auto const& [otherKey, otherValue] = *others.begin();
+    return value == otherValue && key == otherKey;
+  }
+  return std::all_of(keys.begin(), keys.end(), [&others](auto const& entry) {
+    auto const twin = others.find(entry.first);
+    return twin != others.end() && twin->second == entry.second;
   });
 }
 
 std::size_t std::hash<gnmi::PathElem>::operator()(gnmi::PathElem const& elem) const {
   Ondra::ElemHash mixed(elem.name());
-  for (auto const& [key, value] : elem.key()) {
+  auto const& keys = elem.key();
+  for (auto const& [key, value] : keys) {
     mixed.key(key, value);
   }
-  return mixed.value(!elem.key().empty());
+  return mixed.value(!keys.empty());
 }

@@ -117,9 +117,14 @@ void Set::handPathsOver() {
   for (gnmi::Path& path : *request_.mutable_delete_()) {
     (result++)->mutable_path()->Swap(&path);
   }
+  bool const isOneArena = request_.GetArena() == response_.GetArena();
   for (auto* const updates : {request_.mutable_replace(), request_.mutable_update()}) {
     for (gnmi::Update& update : *updates) {
-      (result++)->mutable_path()->Swap(update.mutable_path());
+      if (isOneArena && update.has_path()) {
+        (result++)->unsafe_arena_set_allocated_path(update.unsafe_arena_release_path());
+      } else {
+        (result++)->mutable_path()->Swap(update.mutable_path());
+      }
     }
   }
 }
