@@ -106,6 +106,7 @@ Broken checkAttr(TypeDesc const& type, AttrDesc const& attr) {
   if (!entity && !known(type, *attr.memberType)) {
     return broken(type, attr, fmt::format("its type '{}' is not declared yet", attr.memberType->name.view()));
   }
+  if (attr.isArray && attr.isOptional) return broken(type, attr, "an array is empty, never without value");
   if (attr.isKeyField && attr.isSettable && type.isEntity())
     return broken(type, attr, "a key attribute cannot be settable");
   if (attr.isKeyed) return checkKeyed(type, attr);

@@ -5,20 +5,27 @@
 #include <cstring>
 #include <string_view>
 
+#include "Kstd/Export.h"
+
 namespace Tovak::Impl {
 
 /**
  * Incremental 64-bit hash mixing for hash tables: each call folds one piece of data into a caller's 64-bit state.
- * Pure functions of their arguments, usable from any thread, the same in every process on little-endian machines.
+ * Functions of their arguments and of the process, usable from any thread.
  *
  * Pieces are delimited: the length of a piece is mixed with its bytes, so ("ab", "c") and ("a", "bc") differ, and
- * mixing an empty piece is not the same as mixing none. Not meant to withstand somebody who chooses inputs in order
- * to collide, and not meant to be stored: the values may change with the library's version.
+ * mixing an empty piece is not the same as mixing none. Not meant to be stored: the values differ from process to
+ * process. Keys of hash tables come from clients, who could choose them to collide and hold the process up for seconds
+ * with one request. So every product has a factor on each side that depends on where the process was loaded, which the
+ * kernel draws anew each time.
  *
  * The construction is the multiply-and-fold of Wang Yi's wyhash (final version 4, public domain): 64x64 to 128-bit
  * products whose halves are xored, with its published constants, at most 16 bytes costing two products.
  */
 struct HashMix {
+  /** Stands somewhere in the library. */
+  KTD_EXPORT static char const loadedHere;
+
   /** What a state starts at: the 64-bit FNV-1a offset basis. */
   static constexpr uint64_t stateStart = 0xcbf29ce484222325;
 
@@ -32,14 +39,14 @@ struct HashMix {
     } else {
       size_t left = len;
       for (; left > 16; left -= 16, p += 16) {
-        state = fold(load64(p) ^ secret1, load64(p + 8) ^ state);
+        state = fold(load64(p) ^ secret1 ^ processSeed(), load64(p + 8) ^ state ^ processSeed());
       }
       // The last 16 bytes, overlapping what was read: no tail loop.
       a = load64(p + left - 16);
       b = load64(p + left - 8);
     }
     __extension__ using Wide = unsigned __int128;
-    Wide const product = static_cast<Wide>(a ^ secret1) * (b ^ state);
+    Wide const product = static_cast<Wide>(a ^ secret1 ^ processSeed()) * (b ^ state ^ processSeed());
     state =
         fold(static_cast<uint64_t>(product) ^ secret0 ^ len, static_cast<uint64_t>(product >> 64) ^ secret1);
   }
@@ -50,12 +57,15 @@ struct HashMix {
   template <size_t N>
   static void mixFixedLen(uint64_t& state, uint64_t word) {
     static_assert(N == sizeof(uint64_t), "only whole 64-bit words");
-    state = fold(word ^ secret1, state ^ secret0);
+    state = fold(word ^ secret1 ^ processSeed(), state ^ secret0 ^ processSeed());
   }
 
 private:
   static constexpr uint64_t secret0 = 0xa0761d6478bd642f;
   static constexpr uint64_t secret1 = 0xe7037ed1a0b428db;
+
+  // An address, so that it is there before anything is initialized.
+  static uint64_t processSeed() { return reinterpret_cast<uintptr_t>(&loadedHere) * 0x9e3779b97f4a7c15; }
 
   static uint64_t fold(uint64_t a, uint64_t b) {
     __extension__ using Wide = unsigned __int128;

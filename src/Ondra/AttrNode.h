@@ -44,7 +44,8 @@ public:
     AttrQueue();
     ~AttrQueue();
 
-    // The child of that very element, of that singular attribute, of that member; null when there is none.
+    // The child of that very element, of that singular attribute, of that member; null when there is none. An element that is not there
+    // must stay as it is until the next look-up or insertion: it is mostly the one to be inserted, and is not compared again.
     [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
@@ -68,7 +69,7 @@ public:
     // Only above a few children; that of the places only once it is asked for, as it is for members of collections.
     std::unique_ptr<ByElem> byElem_;
     mutable std::unique_ptr<ByPlace> byPlace_;
-    // The element looked up last that was not there, which is mostly the next to be inserted, and its hash.
+    // The element looked up last that was not there, and its hash.
     mutable gnmi::PathElem const* missed_ = nullptr;
     mutable std::size_t missedHash_ = 0;
   };
@@ -78,8 +79,9 @@ public:
 
   // Longer paths are refused; bounds the depth of the tree.
   static constexpr std::size_t kMaxPathElems = 128;
-  // More key filters below one element are refused; bounds the time that comparing with them takes.
-  static constexpr std::size_t kMaxWildcards = 1024;
+  // More key filters below one element are refused; bounds the time that comparing with them takes, each with every member that the
+  // request names.
+  static constexpr std::size_t kMaxWildcards = 64;
 
   // Refers to the element, which must outlive the node.
   AttrNode(gnmi::PathElem const& elem, KelObject&& object);
@@ -186,14 +188,14 @@ private:
   AttrQueue children_;
 };
 
-// The way of the path inserted last, but for its last node. Its nodes were found fit to be passed by this operation, and only deletes
-// change that: a path that begins alike, as it does in a sorted request, sets out from where it leaves the way.
+// The way of the path inserted last in this phase, but for its last node. Its nodes were found fit to be passed by this operation, and
+// only deletes change that: a path that begins alike, as the next one of a sorted request does, begins at the last node they share.
 struct AttrTree::AttrNode::Trail {
   SetOp op = SetOp::Delete;
   std::vector<AttrNode*> nodes;
 };
 
-// What an entity is made from, and the detached one that was made to try.
+// What an entity is made from. (The detached one that was made of it to try is `base_`.)
 struct AttrTree::AttrNode::Made {
   Kel::ArgList args;
 };

@@ -149,7 +149,7 @@ public:
     std::size_t const before = out.size();
     putPath(out, kUpdatePath, *path);
     std::size_t const size = out.size() - before;
-    if (path->refCount() > 1 && size <= kMost) { // else nobody but this leaf has it
+    if (path->refCount() > 1 && size <= kCachedBytes) { // else nobody but this leaf has it
       entry.path = path;
       entry.size = static_cast<std::uint32_t>(size);
       std::copy_n(out.bytes().begin(), size, entry.bytes.end() - static_cast<std::ptrdiff_t>(size));
@@ -157,11 +157,11 @@ public:
   }
 
 private:
-  static constexpr std::size_t kMost = 52;
+  static constexpr std::size_t kCachedBytes = 52;
   struct Entry {
     Kel::Ptr<Path const> path;
     std::uint32_t size = 0;
-    std::array<std::uint8_t, kMost> bytes{}; // at the end
+    std::array<std::uint8_t, kCachedBytes> bytes{}; // at the end
   };
   std::array<Entry, 1024> entries_;
 };
@@ -216,10 +216,10 @@ bool isDelete(IrLeaf const& leaf) {
 } // namespace
 
 void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
-  constexpr auto kMost = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
+  constexpr auto kLeaves = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
   auto first = node.leaves.begin();
-  for (; node.leaves.end() - first >= kMost; first += kMost) {
-    encodeResponse(timestamp, prefix, first, first + kMost);
+  for (; node.leaves.end() - first >= kLeaves; first += kLeaves) {
+    encodeResponse(timestamp, prefix, first, first + kLeaves);
   }
   encodeResponse(timestamp, prefix, first, node.leaves.end());
 }

@@ -99,6 +99,7 @@ grpc::Status Set::executeImpl() {
 }
 
 void Set::populateResponse() {
+  response_.Clear();
   auto* const results = response_.mutable_response();
   results->Reserve(request_.delete__size() + request_.replace_size() + request_.update_size());
   auto const add = [results](gnmi::UpdateResult::Operation op, int count) {

@@ -67,7 +67,7 @@ public:
   // The response lists every operation of the request, whatever the outcome; its timestamp is left to the caller. Status codes:
   // NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
   [[nodiscard]] std::pair<gnmi::SetResponse, grpc::Status> execute();
-  // The same with the caller's messages: fills the response, which takes the paths out of the request.
+  // The same with the caller's messages: fills the response anew, which takes the paths out of the request.
   [[nodiscard]] grpc::Status executeInPlace();
 
 private:

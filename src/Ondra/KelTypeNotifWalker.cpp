@@ -40,12 +40,6 @@ std::shared_ptr<Ir> takeIr() {
   return ir ? ir : Ir::IrIs();
 }
 
-// The build state of a walker that makes leaves. Never written to but for what it holds already.
-KelKey& valueMode() {
-  static KelKey key;
-  return key;
-}
-
 void advanceClock() { Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1); }
 
 } // namespace
@@ -54,7 +48,7 @@ KelTypeNotifWalker::KelTypeNotifWalker(Kel::Ptr<Path const> const& prefixPath, G
                                        Handle object, Kel::Ptr<Path> leafPath, BaseRouter& router,
                                        Kel::AttributeId id, Handle key, WalkerFlags flags)
     : FullKelTypeWalker(prefixPath, takeIr(), std::move(object), std::move(leafPath), router, nullptr, flags,
-                        Ondra::valueMode(), false, 0)
+                        valueModeKey(), false, 0)
     , notifiee_(notifiee)
     , id_(id)
     , key_(std::move(key))

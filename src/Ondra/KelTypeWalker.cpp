@@ -156,8 +156,16 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
   bool const renders = plan.rendersReferences && !objType_.isValueType();
   bool const shortRoad = plan.isPlainHolder && takesShortRoads(notifiee);
   for (; member; ++member) {
-    bool const isShort = shortRoad && !mustPause(result);
-    if (isShort) {
+    if (mustPause(result)) {
+      Kel::Ptr<Kel::GenericIf const> const next = member.key();
+      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
+                  "Pause walk type:{} at collection:{} after syncing keyGif:{}", objType_.name().view(),
+                  plan.attr.name().view(), next->strRep());
+      resumeKey_ = next->detachedKey();
+      result = pause(result, key, ir);
+      return false;
+    }
+    if (shortRoad) {
       fetchAhead(plan, member);
       if (auto const pushed = pushPlainChild(plan, member.objectAhead(0), *notifiee)) {
         result = merged(result, *pushed);
@@ -165,21 +173,13 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
       }
     }
     Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
-    if (isShort) {
+    if (shortRoad) {
       if (auto const walked = walkChild(plan, value, *notifiee)) {
         result = merged(result, *walked);
         continue;
       }
     }
     Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
-    if (mustPause(result)) {
-      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
-                  "Pause walk type:{} at collection:{} after syncing keyGif:{}", objType_.name().view(),
-                  plan.attr.name().view(), memberKey->strRep());
-      resumeKey_ = memberKey->detachedKey();
-      result = pause(result, key, ir);
-      return false;
-    }
     step_ = {plan.attr, memberKey};
     RenderScope const rendering(renders, notifiee, plan.attr.id(), memberKey);
     result = merged(result, walkCollectionAttr(plan.attr, memberKey, value, notifiee, ir));

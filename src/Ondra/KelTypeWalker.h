@@ -163,11 +163,13 @@ protected:
   // A string that is empty.
   [[nodiscard]] static bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value);
   [[nodiscard]] bool valueMode() const noexcept { return !keyName_->inKeyMode(); }
+  // The key state of walkers that make leaves. Such a state is never written to, so all of them share it.
+  [[nodiscard]] static KelKey& valueModeKey();
   [[nodiscard]] WalkResult yieldResult() const;
   [[nodiscard]] long attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
                                    GifGnmiNotifiee* notifiee) const;
   [[nodiscard]] static std::shared_ptr<Ir> makeIr();
-  // The first non-zero result wins over a later success.
+  // The latest that is not a success, if there is one.
   [[nodiscard]] static WalkResult merged(WalkResult before, WalkResult now) noexcept {
     return now == WalkResult::Success ? before : now;
   }
@@ -226,7 +228,7 @@ private:
   [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
   WalkResult walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
                            std::shared_ptr<Ir>& ir);
-  // Nothing when the walker has been parked on the way; the result then is in `result`.
+  // False when the walker has been parked on the way. The result so far is in `result`.
   [[nodiscard]] bool walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
                                  std::shared_ptr<Ir>& ir, WalkResult& result);
   WalkResult walkJsonAttr(Kel::KelAttr const& attr, Kel::Ptr<Path> const& leafPath, long timestamp,

@@ -32,7 +32,7 @@ struct PlainNode {
 // Collects them and gives them away node by node. Its storage stays for the next object. Scheduler thread.
 class PlainLeaves {
 public:
-  // So many leaves at most are one response, whoever encodes them.
+  // So many leaves at most are one response, whoever encodes them: one less than where a response is full.
   static constexpr std::size_t kMost = 999;
 
   // The one that all walks share: none sends while another collects.

@@ -12,15 +12,10 @@ namespace Ondra {
 
 struct FullKelTypeWalker::Parked {};
 
-namespace {
-
-// The key state of walkers that make leaves. Such a state is never written to, so all of them share it.
-KelKey& valueModeKey() {
+KelKey& FullKelTypeWalker::valueModeKey() {
   static KelKey key;
   return key;
 }
-
-} // namespace
 
 // Moves everything but the object out of the running walker. The frames that own its keys are about to go: it copies them.
 FullKelTypeWalker::FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key)

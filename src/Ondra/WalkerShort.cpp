@@ -1,6 +1,6 @@
 // The short roads of a walk over what an earlier walk has been over: plain leaves of a watched object, and entities whose path is
-// known from their notifiee. They send exactly what the long roads send, and leave the same behind; a walk that is traced takes the
-// long ones.
+// known from their notifiee. They send exactly what the long roads send, and leave the same behind; a walk that is traced, or whose
+// virtual operations may be others, takes the long ones.
 
 #include <typeinfo>
 
@@ -29,7 +29,8 @@ bool FullKelTypeWalker::isTraced() {
 
 bool FullKelTypeWalker::takesShortRoads(GifGnmiNotifiee const* notifiee) const {
   return notifiee != nullptr && ir_ && toggleOndraSyncBundlingEnabled() && valueMode() &&
-         (flags_ & (flagSnapshot | flagInstantiatingOnly)) == flagSnapshot && !isTraced();
+         (flags_ & (flagSnapshot | flagInstantiatingOnly)) == flagSnapshot && !isTraced() &&
+         typeid(*this) == typeid(FullKelTypeWalker);
 }
 
 bool FullKelTypeWalker::sendsPlain() const { return ir_->empty() && !(flags_ & flagNoPush); }

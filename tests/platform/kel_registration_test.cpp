@@ -39,6 +39,8 @@ TEST(KelRegistration, RefusesWithTypeAttributeAndRule) {
        "type 'T', attribute 'by': a type with a byte representation cannot be a key"},
       {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("by", policy, kU32); },
        "type 'T', attribute 'by': a key must not hold collections"},
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.array("list", kU32).optional(); },
+       "type 'T', attribute 'list': an array is empty, never without value"},
       {TypeKind::Entity, [&](TypeBuilder& b) { b.attr("id", kU32).keyField().settable(); },
        "type 'T', attribute 'id': a key attribute cannot be settable"},
       {TypeKind::Entity, [&](TypeBuilder& b) { b.keyed("phone", kText, phone).index("number"); },

@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Tovak/HashMix.h"
@@ -32,6 +33,18 @@ TEST(TovakHashMix, PiecesAreDelimited) {
   uint64_t state = HashMix::stateStart;
   HashMix::mix(state, nullptr, 0);
   EXPECT_EQ(state, hashOf({""}));
+}
+
+// Whoever knows the state after the first piece can choose the last eight bytes of the second so that those before them do not count.
+TEST(TovakHashMix, TheStateAfterAPieceIsNotTheSameInEveryProcess) {
+  std::unordered_set<uint64_t> hashes;
+  for (int i = 0; i < 1000; ++i) {
+    uint64_t state = HashMix::stateStart;
+    HashMix::mix(state, "k0003085");
+    HashMix::mix(state, fmt::format("{:08}S+ 2P-Pp", i));
+    hashes.insert(state);
+  }
+  EXPECT_EQ(hashes.size(), 1000U);
 }
 
 TEST(TovakHashMix, ReadsExactlyItsBytesWhereverTheyLie) {

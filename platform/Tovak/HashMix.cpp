@@ -1,0 +1,7 @@
+#include "Tovak/HashMix.h"
+
+namespace Tovak::Impl {
+
+char const HashMix::loadedHere = 0;
+
+} // namespace Tovak::Impl
