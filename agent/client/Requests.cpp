@@ -64,7 +64,7 @@ gnmi::Subscription subscriptionOf(Modes const& modes) {
 void addModes(CLI::App& app, Modes& modes) {
   CLI::Option* const once = app.add_flag("--once", modes.isOnce, "what is there now, and end");
   CLI::Option* const change =
-      app.add_flag("--on-change", modes.isOnChange, "only what changes")->excludes(once);
+      app.add_flag("--on-change", modes.isOnChange, "what is there, then changes")->excludes(once);
   CLI::Option* const sample = durationOption(app, "--sample", modes.sampleNs, "everything at this interval")
                                   ->excludes(once)
                                   ->excludes(change);

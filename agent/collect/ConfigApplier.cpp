@@ -38,10 +38,13 @@ int applyTo(nl_sock* socket, LinkChange const& change) {
     int const error = request(socket, now.get(), edit);
     if (first >= 0) first = error;
   };
-  if (change.description)
+  char const* const description = rtnl_link_get_ifalias(now.get());
+  if (change.description && *change.description != (description == nullptr ? "" : description))
     apply([&](rtnl_link* link) { rtnl_link_set_ifalias(link, change.description->c_str()); });
-  if (change.mtu) apply([&](rtnl_link* link) { rtnl_link_set_mtu(link, *change.mtu); });
-  if (change.enabled) {
+  if (change.mtu && *change.mtu != rtnl_link_get_mtu(now.get()))
+    apply([&](rtnl_link* link) { rtnl_link_set_mtu(link, *change.mtu); });
+  bool const isEnabled = (rtnl_link_get_flags(now.get()) & IFF_UP) != 0;
+  if (change.enabled && *change.enabled != isEnabled) {
     auto* const flags = *change.enabled ? &rtnl_link_set_flags : &rtnl_link_unset_flags;
     apply([flags](rtnl_link* link) { flags(link, IFF_UP); });
   }
@@ -62,12 +65,10 @@ ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
 
 LinkChange linkChangeOf(Interface const& interface) {
   InterfaceConfig const& config = *interface.config;
-  InterfaceState const& state = *interface.state;
-  LinkChange change{.name = interface.name.str(), .description = {}, .mtu = {}, .enabled = {}};
-  if (config.description != state.description) change.description = config.description.value_or("").str();
-  if (config.mtu && config.mtu != state.mtu) change.mtu = config.mtu;
-  if (config.enabled != state.enabled) change.enabled = config.enabled;
-  return change;
+  return {.name = interface.name.str(),
+          .description = config.description.value_or("").str(),
+          .mtu = config.mtu,
+          .enabled = config.enabled};
 }
 
 struct ConfigApplier::Shared {
@@ -119,8 +120,8 @@ void ConfigApplier::work(Shared& shared) {
     shared.orders.pop_front();
     lock.unlock();
     shared.scheduler->post(
-        [self = shared.self.lock(), done = std::move(order.done), outcome = outcomeOf(order.change)] {
-          if (self->isAlive) done(outcome);
+        [weak = shared.self, done = std::move(order.done), outcome = outcomeOf(order.change)] {
+          if (auto const self = weak.lock(); self && self->isAlive) done(outcome);
         });
     lock.lock();
   }

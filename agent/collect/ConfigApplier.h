@@ -28,8 +28,7 @@ struct LinkChange {
   bool operator==(LinkChange const&) const = default;
 };
 
-// Where the configuration of an interface differs from its state. A configuration without a description or an MTU asks for no
-// description, and for the MTU to stay.
+// What the configuration of an interface asks for: without a description for none, without an MTU for the one that is there.
 [[nodiscard]] LinkChange linkChangeOf(Interface const& interface);
 
 // Applies changes one after the other on a thread of its own, because a driver may take long over one. The model follows by the
@@ -46,7 +45,8 @@ public:
   ConfigApplier(ConfigApplier const&) = delete;
   ConfigApplier& operator=(ConfigApplier const&) = delete;
 
-  // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. An empty change succeeds.
+  // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. What is right already is found out when
+  // it is the change's turn, from the kernel: an earlier change may be on its way. An empty change succeeds.
   void apply(LinkChange change, Done done);
 
 private:

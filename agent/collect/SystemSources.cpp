@@ -206,8 +206,9 @@ constexpr std::uint64_t kMegabyte = 1'000'000;
 
 bool isRemote(std::string_view kind) {
   return kind.starts_with("nfs") || kind.starts_with("fuse") || kind.starts_with("smb") || kind == "cifs" ||
-         kind == "ceph" || kind == "9p" || kind == "afs" || kind == "ocfs2" || kind == "gfs2" ||
-         kind == "lustre";
+         kind == "ceph" || kind == "9p" || kind == "virtiofs" || kind == "vboxsf" || kind == "vmhgfs" ||
+         kind == "beegfs" || kind == "gpfs" || kind == "glusterfs" || kind == "afs" || kind == "ocfs2" ||
+         kind == "gfs2" || kind == "lustre";
 }
 
 FilesystemType filesystemType(std::string const& kind) {

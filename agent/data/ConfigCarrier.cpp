@@ -23,9 +23,7 @@ void ConfigCarrier::carry(std::set<std::string> const& interfaces) {
   for (std::string const& name : interfaces) {
     Interface const* const interface = runtime_.tree().interfaces->interface.find(Kel::String(name));
     if (interface == nullptr) continue;
-    LinkChange change = linkChangeOf(*interface);
-    if (change.isEmpty()) continue;
-    applier_.apply(std::move(change), [](ConfigApplier::Outcome const& outcome) {
+    applier_.apply(linkChangeOf(*interface), [](ConfigApplier::Outcome const& outcome) {
       if (!outcome) TOVAK_TRACE(trace(), 0, "", "{}", outcome.error());
     });
   }

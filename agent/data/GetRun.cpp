@@ -14,7 +14,10 @@ namespace Agent {
 
 using grpc::StatusCode;
 
-GetRun::GetRun(Runtime& runtime, GetOrder order) : runtime_(runtime), order_(std::move(order)) {}
+GetRun::GetRun(Runtime& runtime, GetOrder order)
+    : runtime_(runtime)
+    , order_(std::move(order))
+    , share_(std::make_shared<ByteBudget::Share>(runtime.getBudget())) {}
 GetRun::~GetRun() = default;
 
 void GetRun::start(Done done) {
@@ -35,12 +38,19 @@ void GetRun::next() {
 void GetRun::notification(gnmi::Notification const& notification) {
   if (isTooLarge_ || !done_) return;
   answers_.back()->add(notification);
-  if (bytes_ + answers_.back()->bytes() <= runtime_.limits().getBytes) return;
+  std::size_t const bytes = bytes_ + answers_.back()->bytes();
+  if (bytes > runtime_.limits().getBytes) {
+    tooLargeIs(fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
+                           runtime_.limits().getBytes));
+  } else if (!share_->growTo(bytes)) {
+    tooLargeIs("too many answers wait for their clients: try again later");
+  }
+}
+
+void GetRun::tooLargeIs(std::string text) {
   isTooLarge_ = true;
-  runtime_.scheduler()->post([self = shared_from_this()] {
-    self->end({StatusCode::RESOURCE_EXHAUSTED,
-               fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
-                           self->runtime_.limits().getBytes)});
+  runtime_.scheduler()->post([self = shared_from_this(), text = std::move(text)] {
+    self->end({StatusCode::RESOURCE_EXHAUSTED, text});
   });
 }
 

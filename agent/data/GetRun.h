@@ -9,6 +9,7 @@
 
 #include <grpcpp/support/status.h>
 
+#include "agent/data/ByteBudget.h"
 #include "agent/data/GetAnswer.h"
 #include "agent/subscribe/Snapshot.h"
 
@@ -28,6 +29,8 @@ public:
   void start(Done done);
   // Stops reading: CANCELLED. Nothing happens when it is done already.
   void cancel();
+  // What the answers take of the budget of all Gets; kept by whoever keeps an answer.
+  [[nodiscard]] std::shared_ptr<void const> bytes() const { return share_; }
   // Once done, for any one thread.
   [[nodiscard]] Answers const& answers() const { return answers_; }
   [[nodiscard]] std::int64_t timestamp() const {
@@ -38,12 +41,14 @@ private:
   void notification(gnmi::Notification const& notification) override;
   void done(grpc::Status const& status) override;
   void next();
+  void tooLargeIs(std::string text);
   void end(grpc::Status const& status);
 
   Runtime& runtime_;
   GetOrder const order_;
   Done done_; // null before the start and once told
   Answers answers_;
+  std::shared_ptr<ByteBudget::Share> const share_;
   std::size_t bytes_ = 0; // of the answers before the last
   bool isTooLarge_ = false;
   std::int64_t timestamp_ = 0;

@@ -29,7 +29,10 @@ void answer(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
 
 class SetCall final : public grpc::ServerUnaryReactor {
 public:
-  explicit SetCall(Runtime& runtime) : runtime_(runtime), end_(std::make_shared<UnaryEnd>(*this)) {}
+  SetCall(grpc::CallbackServerContext& context, Runtime& runtime)
+      : runtime_(runtime)
+      , context_(std::make_shared<UnaryContext>(context))
+      , end_(std::make_shared<UnaryEnd>(*this, context_, runtime.limits().stuckNs)) {}
 
   void start(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
     std::shared_ptr<UnaryEnd> const end = std::move(end_);
@@ -44,19 +47,23 @@ public:
   }
 
   void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
-  void OnDone() override { delete this; }
+  void OnDone() override {
+    context_->doneIs();
+    delete this;
+  }
 
 private:
   Runtime& runtime_;
+  std::shared_ptr<UnaryContext> const context_;
   std::shared_ptr<UnaryEnd> end_; // until the call has begun
   std::atomic<bool> isCancelled_ = false;
 };
 
 } // namespace
 
-grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext&, gnmi::SetRequest const& request,
+grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, gnmi::SetRequest const& request,
                                   gnmi::SetResponse& response, Runtime& runtime) {
-  auto* const call = new SetCall(runtime);
+  auto* const call = new SetCall(context, runtime);
   call->start(request, response);
   return call;
 }

@@ -2,28 +2,53 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
+#include <mutex>
+#include <utility>
 
+#include <grpcpp/alarm.h>
 #include <grpcpp/support/server_callback.h>
 
 namespace Agent {
 
+// A unary call as those see it who may outlive it. Any thread.
+class UnaryContext : public std::enable_shared_from_this<UnaryContext> {
+public:
+  explicit UnaryContext(grpc::CallbackServerContext& context) : context_(&context) {}
+
+  // The answer is about to be sent: a client that has not taken it by then loses the call, and with it what the answer takes up.
+  void patienceIs(std::int64_t ns);
+  // gRPC is done with the call.
+  void doneIs();
+
+private:
+  void takeAway();
+
+  std::mutex mutex_;
+  grpc::CallbackServerContext* context_; // guarded by it; null once gRPC is done
+  grpc::Alarm alarm_;
+};
+
 // Shared by all that may end the call; when the last of them lets go of it without having done so, the call ends with UNAVAILABLE.
 class UnaryEnd {
 public:
-  // The reactor lives until its call has ended.
-  explicit UnaryEnd(grpc::ServerUnaryReactor& reactor) : reactor_(&reactor) {}
+  // The reactor lives until its call has ended, and tells the context so. `patienceNs`: how long its client may take over the answer.
+  UnaryEnd(grpc::ServerUnaryReactor& reactor, std::shared_ptr<UnaryContext> context, std::int64_t patienceNs)
+      : reactor_(&reactor)
+      , context_(std::move(context))
+      , patienceNs_(patienceNs) {}
   ~UnaryEnd() { finish({grpc::StatusCode::UNAVAILABLE, "the agent is going down"}); }
   UnaryEnd(UnaryEnd const&) = delete;
   UnaryEnd& operator=(UnaryEnd const&) = delete;
 
   // The first end counts.
-  void finish(grpc::Status const& status) {
-    if (grpc::ServerUnaryReactor* const reactor = reactor_.exchange(nullptr)) reactor->Finish(status);
-  }
+  void finish(grpc::Status const& status);
 
 private:
   std::atomic<grpc::ServerUnaryReactor*> reactor_;
+  std::shared_ptr<UnaryContext> const context_;
+  std::int64_t const patienceNs_;
 };
 
 } // namespace Agent

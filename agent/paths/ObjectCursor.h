@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "Kel/Attr.h"
@@ -33,8 +34,9 @@ public:
 
   // Looks at `kMembersAtATime` members at most.
   [[nodiscard]] Result next();
-  // Of the last `Found`, until the next call: an object, or the data root's directory for a pattern that names none.
-  [[nodiscard]] Kel::Ptr<Kel::Entity> const& object() const { return object_; }
+  // Of the last `Found`: an object, or the data root's directory for a pattern that names none. Asked for once: the cursor lets go of it.
+  [[nodiscard]] Kel::Ptr<Kel::Entity> takeObject() { return std::move(object_); }
+  // Until the next call.
   [[nodiscard]] Kel::Ptr<Ondra::Path const> path() const {
     return path_;
   } // internal, from the root of the model

@@ -2,6 +2,7 @@
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Dir.h"
+#include "agent/data/ByteBudget.h"
 #include "agent/subscribe/Engine.h"
 
 namespace Agent {
@@ -10,6 +11,7 @@ Runtime::Runtime() : Runtime(Options()) {}
 
 Runtime::Runtime(Options const& options)
     : limits_(options.limits)
+    , getBudget_(std::make_shared<ByteBudget>(2 * options.limits.getBytes))
     , clock_(options.clock != nullptr ? *options.clock : Tovak::SystemClock::instance())
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir()))

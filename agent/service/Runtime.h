@@ -17,6 +17,7 @@
 
 namespace Agent {
 
+class ByteBudget;
 class Engine;
 
 // What clients may ask of the agent. Sizes in bytes, times in nanoseconds.
@@ -25,11 +26,13 @@ struct Limits {
   std::size_t subscriptionsPerCall = 256;        // in one list
   std::size_t messageBytes = 4U << 20;           // of a request
   std::size_t responseBytes = (4U << 20) - 4096; // of a response that can be split
-  std::size_t getBytes = 32U << 20;              // of the answer to a Get, which cannot be split
-  std::size_t queueBytes = 4U << 20;             // that wait for one subscriber, before they are coalesced
-  std::int64_t sampleFloorNs = 1'000'000'000;    // the shortest interval of samples and heartbeats
-  std::int64_t targetDefinedNs = 5'000'000'000;  // the interval of what TARGET_DEFINED samples
-  std::int64_t stuckNs = 30'000'000'000; // how long a subscriber may take no message that waits for it
+  std::size_t getBytes =
+      32U << 20; // of the answer to a Get, which cannot be split; twice as much of all at a time
+  std::size_t queueBytes = 4U << 20;            // that wait for one subscriber, before they are coalesced
+  std::int64_t sampleFloorNs = 1'000'000'000;   // the shortest interval of samples and heartbeats
+  std::int64_t targetDefinedNs = 5'000'000'000; // the interval of what TARGET_DEFINED samples
+  std::int64_t stuckNs =
+      30'000'000'000; // how long a client may take nothing of what waits for it, or not say what it wants
 };
 
 // One a process, because the model is: made first, gone last. Made, started and stopped by one thread. Tests do not start it but
@@ -55,6 +58,8 @@ public:
   [[nodiscard]] Tree const& tree() const noexcept { return tree_; }
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
   [[nodiscard]] Limits const& limits() const noexcept { return limits_; }
+  // Of the answers to all Gets that are being read or wait for their clients. Any thread.
+  [[nodiscard]] std::shared_ptr<ByteBudget> const& getBudget() const noexcept { return getBudget_; }
 
   // Called on the scheduler thread after a Set that wrote the configuration of interfaces, with their names. May be null.
   using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
@@ -69,6 +74,7 @@ public:
 
 private:
   Limits const limits_;
+  std::shared_ptr<ByteBudget> const getBudget_;
   Tovak::Clock& clock_;
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
   Tree const tree_;

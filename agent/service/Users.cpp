@@ -8,6 +8,7 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -109,12 +110,14 @@ grpc::Status Authenticator::check(Metadata const& metadata) {
   Digest const asked = digest(name, password);
   Known verdict = known(asked);
   if (verdict == Known::No) {
-    std::lock_guard<std::mutex> const hold(hashing_);
+    std::unique_lock const hold(hashing_, std::chrono::nanoseconds(patienceNs));
+    if (!hold) return {grpc::StatusCode::UNAVAILABLE, "too many passwords at a time; try again later"};
     verdict = known(asked); // meanwhile another call may have found out
     if (verdict == Known::No) {
       if (!mayGuess()) return {grpc::StatusCode::UNAVAILABLE, "too many wrong passwords; try again later"};
+      std::int64_t const begin = clock_.monotonicNs();
       bool const isAccepted = users_.accepts(name, password);
-      remember(asked, isAccepted);
+      remember(asked, isAccepted, clock_.monotonicNs() - begin);
       verdict = isAccepted ? Known::Accepted : Known::Refused;
     }
   }
@@ -142,12 +145,11 @@ Authenticator::Known Authenticator::known(Digest const& digest) {
   return found->second.isAccepted ? Known::Accepted : Known::Refused;
 }
 
-void Authenticator::remember(Digest const& digest, bool isAccepted) {
+void Authenticator::remember(Digest const& digest, bool isAccepted, std::int64_t tookNs) {
   std::lock_guard<std::mutex> const hold(lock_);
   std::int64_t const now = clock_.monotonicNs();
-  if (isAccepted) {
-    guessesUntilNs_ -= guessNs; // it was no guess
-  }
+  // A right one was no guess. A wrong one that was costly to find out is paid for longer.
+  guessesUntilNs_ += isAccepted ? -guessNs : std::max<std::int64_t>(0, costFactor * tookNs - guessNs);
   if (verdicts_.size() >= memory) {
     std::erase_if(verdicts_,
                   [&](auto const& entry) { return entry.second.untilNs <= now || !entry.second.isAccepted; });

@@ -44,9 +44,11 @@ class Authenticator {
 public:
   static constexpr std::int64_t acceptedNs = 600'000'000'000; // how long a right password is remembered
   static constexpr std::int64_t refusedNs = 10'000'000'000;   // and a wrong one
-  static constexpr std::int64_t guessNs = 200'000'000; // one wrong password per so long is looked at...
-  static constexpr std::int64_t guessBurst = 10;       // ... after so many at once
-  static constexpr std::size_t memory = 4'096;         // passwords that are remembered at most
+  static constexpr std::int64_t guessNs = 200'000'000;    // one wrong password per so long is looked at...
+  static constexpr std::int64_t guessBurst = 10;          // ... after so many at once,
+  static constexpr std::int64_t costFactor = 4;           // or per so many times what it took
+  static constexpr std::int64_t patienceNs = 100'000'000; // with other calls whose password is looked at
+  static constexpr std::size_t memory = 4'096;            // passwords that are remembered at most
 
   using Metadata = std::multimap<grpc::string_ref, grpc::string_ref>;
 
@@ -65,14 +67,15 @@ private:
   [[nodiscard]] Digest digest(std::string_view name, std::string_view password) const;
   enum class Known : std::uint8_t { Accepted, Refused, No };
   [[nodiscard]] Known known(Digest const& digest);
-  void remember(Digest const& digest, bool isAccepted);
+  // `tookNs`: to find out.
+  void remember(Digest const& digest, bool isAccepted, std::int64_t tookNs);
   [[nodiscard]] bool mayGuess();
 
   Users const users_;
   Tovak::Clock& clock_;
   std::array<unsigned char, 32> key_;
-  std::mutex hashing_; // held while a hash is computed; before `lock_`
-  std::mutex lock_;    // guards what follows
+  std::timed_mutex hashing_; // held while a hash is computed; before `lock_`
+  std::mutex lock_;          // guards what follows
   std::map<Digest, Verdict> verdicts_;
   std::int64_t guessesUntilNs_ = 0; // wrong passwords are paid for until then
 };

@@ -135,7 +135,7 @@ void Call::nextJob() {
     return job.purpose == Purpose::Sample || job.purpose == Purpose::Heartbeat;
   });
   if (onlyRepeats && syncOwed_) sync();
-  if (jobs_.empty()) return;
+  if (jobs_.empty() || overflown_) return;
   Ondra::WalkerFlags flags = Ondra::flagSnapshot;
   if (mode_ != CallMode::Once) flags |= Ondra::flagStream;
   walk_ = engine_.walkIs(jobs_.front().subscription->selector().pattern(), flags, *this);
@@ -150,9 +150,10 @@ void Call::walkEnded() {
 }
 
 void Call::sync() {
-  syncOwed_ = false;
   for (auto const& subscription : subscriptions_)
     subscription->catchUp();
+  if (overflown_) return; // it starts over, and still owes the sync
+  syncOwed_ = false;
   Message::Ptr const mark = Message::sync();
   push({&mark, 1}, OutQueue::Kind::Walk);
   if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {

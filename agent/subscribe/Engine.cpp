@@ -12,6 +12,7 @@
 #include "Ondra/ByteRouter.h"
 #include "Ondra/GifNotifiee.h"
 #include "Tovak/TaskScheduler.h"
+#include "Tovak/Trace.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Call.h"
 #include "agent/subscribe/Feed.h"
@@ -23,6 +24,11 @@ namespace Agent {
 namespace {
 
 constexpr std::int64_t kStuckCheckNs = 1'000'000'000;
+
+Tovak::DebugHandler& trace() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("AgentEngine", false);
+  return handler;
+}
 
 // Takes nothing: the walk that installs the watch sends nothing of its own.
 class Watch final : public PatternWalk::Receiver {
@@ -97,8 +103,8 @@ public:
       }
       // A change of what such a walk was the first to watch.
       auto message = Ondra::ArenaRespMsg::createResponse(response.prefix, response.timestamp).first;
-      static_cast<void>(
-          message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())));
+      if (!message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())))
+        TOVAK_TRACE(trace(), Tovak::traceLevelError, "", "a change holds a text that is not UTF-8");
       return impl_.push(syncId, walkId, message);
     }
 
@@ -161,6 +167,10 @@ public:
   }
   void endStuckCalls() {
     std::int64_t const now = runtime.clock().monotonicNs();
+    for (auto const& [stream, since] : begun) {
+      if (now - since.ns >= runtime.limits().stuckNs)
+        stream->end({grpc::StatusCode::INVALID_ARGUMENT, "no subscription list has come"});
+    }
     for (auto& [stream, sinceNs] : stuck) {
       if (now - sinceNs >= runtime.limits().stuckNs) std::exchange(stream, nullptr)->reset();
     }
@@ -177,6 +187,10 @@ public:
     return call == calls.end() ? nullptr : call->second.get();
   }
 
+  struct Begun { // has not told its list
+    std::shared_ptr<SubscribeStream> stream;
+    std::int64_t ns;
+  };
   struct Stuck { // has been ended, but its client still takes nothing
     std::shared_ptr<SubscribeStream> stream;
     std::int64_t sinceNs;
@@ -189,6 +203,7 @@ public:
   absl::flat_hash_map<std::uint64_t, PatternWalk*> walks;
   FeedIndex feeds;
   Watch watch;
+  absl::flat_hash_map<SubscribeStream*, Begun> begun;
   absl::flat_hash_map<SubscribeStream*, std::unique_ptr<Call>> calls; // each holds its stream
   std::vector<SubscribeStream*> waiting;                              // for the watch
   std::optional<std::vector<std::shared_ptr<Ondra::ArenaRespMsg>>> held;
@@ -209,6 +224,7 @@ Engine::~Engine() {
   impl_->watch.walk.reset();
   impl_->calls.clear();
   impl_->stuck.clear();
+  impl_->begun.clear();
   Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees(); // they refer to the router
 }
 
@@ -263,7 +279,13 @@ std::shared_ptr<void const> Engine::slotIs() {
 
 void Engine::pumpIs(std::shared_ptr<SubscribeStream> stream) { impl_->pumps.pumpIs(std::move(stream)); }
 
+void Engine::callBegun(std::shared_ptr<SubscribeStream> const& stream) {
+  impl_->begun.insert({stream.get(), {stream, impl_->runtime.clock().monotonicNs()}});
+  if (impl_->ending) stream->end(*impl_->ending);
+}
+
 void Engine::callIs(std::shared_ptr<SubscribeStream> const& stream, CallPlan const& plan) {
+  impl_->begun.erase(stream.get());
   if (impl_->ending) {
     stream->end(*impl_->ending);
     return;
@@ -286,11 +308,14 @@ void Engine::callDrained(SubscribeStream& stream) {
 
 void Engine::callDel(SubscribeStream& stream) {
   std::erase(impl_->waiting, &stream);
+  impl_->begun.erase(&stream);
   impl_->calls.erase(&stream);
 }
 
 void Engine::callsEnd(grpc::Status const& status) {
   impl_->ending = status;
+  for (auto const& [stream, since] : impl_->begun)
+    stream->end(status);
   for (auto const& [stream, call] : impl_->calls)
     stream->end(status);
 }

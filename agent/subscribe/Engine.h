@@ -46,6 +46,8 @@ public:
   [[nodiscard]] std::shared_ptr<void const> slotIs();
   // Has `pump` of the stream called on a thread that may encode. Any thread.
   void pumpIs(std::shared_ptr<SubscribeStream> stream);
+  // A call has begun; its subscription list is to come.
+  void callBegun(std::shared_ptr<SubscribeStream> const& stream);
   void callIs(std::shared_ptr<SubscribeStream> const& stream, CallPlan const& plan);
   void callPoll(SubscribeStream& stream);
   void callHalfClosed(SubscribeStream& stream);

@@ -104,7 +104,7 @@ void PatternWalk::find(Finder const& finder) {
 }
 
 void PatternWalk::startRun() {
-  Kel::Ptr<Kel::Entity> const object = cursor_.object();
+  Kel::Ptr<Kel::Entity> const object = cursor_.takeObject();
   info_ = Ondra::WalkInfo::WalkInfoIs(router_, {Ondra::SyncId(id_), Ondra::WalkId(++lastWalkId())},
                                       cursor_.path(), object.get(), flags_);
   run_ = std::make_shared<Run>(scheduler_, info_, object, this);

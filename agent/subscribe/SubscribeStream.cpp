@@ -44,6 +44,7 @@ void SubscribeStream::begin() {
     isAllowed = slot_ != nullptr;
   }
   if (isAllowed) {
+    runtime_.scheduler()->post([self = shared_from_this()] { self->runtime_.engine().callBegun(self); });
     StartRead(&request_);
   } else {
     end({grpc::StatusCode::RESOURCE_EXHAUSTED, "there are too many Subscribe calls"});
@@ -143,7 +144,6 @@ void SubscribeStream::pump() {
     if (writing_ || finished_) return;
     if (takeNext()) {
       writing_ = true;
-      writeSinceNs_ = runtime_.clock().monotonicNs();
       message = current_;
       slice = nextSlice_;
       reads = message->isSync() && std::exchange(readsAfterSync_, false);
@@ -163,6 +163,10 @@ void SubscribeStream::pump() {
   std::vector<grpc::Slice> const& slices = message->encoded(runtime_.limits().responseBytes);
   grpc::ByteBuffer buffer(&slices[slice], 1);
   response_.Swap(&buffer);
+  {
+    std::lock_guard const guard(mutex_);
+    writeSinceNs_ = runtime_.clock().monotonicNs();
+  }
   StartWrite(&response_);
 }
 
@@ -178,6 +182,7 @@ void SubscribeStream::OnWriteDone(bool ok) {
   {
     std::lock_guard const guard(mutex_);
     writing_ = false;
+    writeSinceNs_.reset();
     response_.Clear();
     if (!ok) {
       dropQueued();
@@ -211,7 +216,7 @@ void SubscribeStream::end(grpc::Status const& status) {
 
 bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
   std::lock_guard const guard(mutex_);
-  return writing_ && nowNs - writeSinceNs_ >= ns;
+  return writeSinceNs_ && nowNs - *writeSinceNs_ >= ns;
 }
 
 void SubscribeStream::endStuck() {

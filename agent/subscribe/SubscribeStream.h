@@ -92,10 +92,10 @@ private:
   Message::Ptr current_;      // being written
   std::size_t nextSlice_ = 0; // of it: the one that is written
   std::optional<grpc::Status> end_;
-  std::shared_ptr<void const> slot_; // among the calls that are allowed
-  std::int64_t writeSinceNs_ = 0;
-  bool writing_ = false;
-  bool pumpComes_ = false; // somebody has been asked to pump
+  std::shared_ptr<void const> slot_;         // among the calls that are allowed
+  std::optional<std::int64_t> writeSinceNs_; // gRPC has a write
+  bool writing_ = false;                     // it has, or is about to get one
+  bool pumpComes_ = false;                   // somebody has been asked to pump
   bool finished_ = false;
   bool readsAfterSync_ = false; // a poll is being answered
 };

@@ -6,8 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "Kel/Dir.h"
 #include "agent/service/Server.h"
 #include "agent/service/Users.h"
+#include "agent/synthetic/Synthetic.h"
 #include "service/ServiceTesting.h"
 
 namespace Agent {
@@ -87,10 +89,12 @@ Answer call(Serving& serving, char const* method, std::string const& request,
   return answer;
 }
 
-// A stream that has been answered its initial sync.
 struct Stream {
-  explicit Stream(Serving& serving) : stub(gnmi::gNMI::NewStub(serving.channel)), context(contextOf()) {
+  explicit Stream(Serving& serving, bool saysWhat = true)
+      : stub(gnmi::gNMI::NewStub(serving.channel))
+      , context(contextOf()) {
     stream = stub->Subscribe(context.get());
+    if (!saysWhat) return;
     gnmi::SubscribeRequest request;
     request.mutable_subscribe()->add_subscription()->mutable_path()->add_elem()->set_name("interfaces");
     stream->Write(request);
@@ -157,14 +161,90 @@ TEST(Server, LimitsMessages) {
   EXPECT_TRUE(call(serving, "/gnmi.gNMI/Capabilities", "").status.ok()) << "others are served on";
 }
 
+// A Get whose answer the client leaves lying.
+struct UnreadGet {
+  UnreadGet(Serving& serving, gnmi::GetRequest const& request)
+      : stub(gnmi::gNMI::NewStub(channelOf(serving)))
+      , context(contextOf())
+      , reader(stub->PrepareAsyncGet(context.get(), request, &queue)) {
+    reader->StartCall();
+    reader->ReadInitialMetadata(nullptr);
+    next();
+  }
+  ~UnreadGet() {
+    gnmi::GetResponse response;
+    grpc::Status status;
+    reader->Finish(&response, &status, nullptr);
+    next();
+    EXPECT_FALSE(status.ok());
+  }
+  void next() {
+    void* tag = nullptr;
+    bool ok = false;
+    queue.Next(&tag, &ok);
+  }
+
+  // Takes little ahead of what is asked for.
+  static std::shared_ptr<grpc::Channel> channelOf(Serving& serving) {
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+    arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, 1'024);
+    return grpc::CreateCustomChannel(serving.server->addresses().front().text(),
+                                     grpc::InsecureChannelCredentials(), arguments);
+  }
+
+  grpc::CompletionQueue queue;
+  std::unique_ptr<gnmi::gNMI::Stub> stub;
+  std::unique_ptr<grpc::ClientContext> context;
+  std::unique_ptr<grpc::ClientAsyncResponseReader<gnmi::GetResponse>> reader;
+};
+
+TEST(Server, AnswersThatNobodyTakesAreBoundedAndTakenBack) {
+  Serving serving(false, {.getBytes = 1'000'000, .stuckNs = 1'500'000'000});
+  Kel::Ptr<SyntheticPorts> ports;
+  serving.runtime->scheduler()->post([&ports] {
+    declareSynthetic();
+    ports = syntheticIn(*Kel::globalDir(), 40'000); // some 800 KB
+  });
+  gnmi::GetRequest request;
+  request.add_path()->add_elem()->set_name("synthetic");
+  std::string const bytes = request.SerializeAsString();
+  {
+    std::vector<std::unique_ptr<UnreadGet>> unread;
+    for (int i = 0; i < 2; ++i)
+      unread.push_back(std::make_unique<UnreadGet>(serving, request));
+    grpc::Status status;
+    bool wasRefused = false;
+    for (int i = 0; i < 1'000 && !(wasRefused && status.ok()); ++i) {
+      status = call(serving, kGet, bytes).status;
+      if (status.ok()) continue;
+      EXPECT_EQ(status.error_message(), "too many answers wait for their clients: try again later");
+      wasRefused = true;
+    }
+    EXPECT_TRUE(wasRefused && status.ok());
+  }
+  serving.runtime->stop();
+  ports.reset();
+}
+
+TEST(Server, SubscribeCallsThatDoNotSayWhatTheyWantEnd) {
+  Serving serving(false, {.stuckNs = 10'000'000});
+  grpc::Status const status = Stream(serving, false).end();
+  EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(status.error_message(), "no subscription list has come");
+}
+
 TEST(Server, DrainingEndsStreamsAndHealthAndRefusesCalls) {
   Serving serving;
+  Stream silent(serving, false);
   Stream stream(serving);
   ASSERT_TRUE(stream.awaitSync());
   serving.server->drain(10 * kSecondNs);
-  grpc::Status const status = stream.end();
-  EXPECT_EQ(status.error_code(), grpc::StatusCode::UNAVAILABLE);
-  EXPECT_EQ(status.error_message(), "the agent is going down");
+  for (Stream* const each : {&stream, &silent}) {
+    grpc::Status const status = each->end();
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::UNAVAILABLE);
+    EXPECT_EQ(status.error_message(), "the agent is going down");
+  }
   EXPECT_EQ(call(serving, kHealthCheck, "").status.error_code(), grpc::StatusCode::UNAVAILABLE);
 }
 
