@@ -69,6 +69,10 @@ void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInter
   }
   byPath_.emplace(path, notifiee);
   notifiee->objectIdentity_ = object;
+  // Grown before it is full, or both maps would grow at the same insertion and hold the scheduler twice as long.
+  if (byObject_.size() > byObject_.capacity() / 8 * 5) {
+    byObject_.reserve(byObject_.capacity());
+  }
   byObject_[object].push_back(notifiee.get());
   inOrder_.insert(notifiee.get());
   notifiee->inRegistry_ = true;
