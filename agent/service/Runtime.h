@@ -26,13 +26,11 @@ struct Limits {
   std::size_t subscriptionsPerCall = 256;        // in one list
   std::size_t messageBytes = 4U << 20;           // of a request
   std::size_t responseBytes = (4U << 20) - 4096; // of a response that can be split
-  std::size_t getBytes =
-      32U << 20; // of the answer to a Get, which cannot be split; twice as much of all at a time
-  std::size_t queueBytes = 4U << 20;            // that wait for one subscriber, before they are coalesced
-  std::int64_t sampleFloorNs = 1'000'000'000;   // the shortest interval of samples and heartbeats
-  std::int64_t targetDefinedNs = 5'000'000'000; // the interval of what TARGET_DEFINED samples
-  std::int64_t stuckNs =
-      30'000'000'000; // how long a client may take nothing of what waits for it, or not say what it wants
+  std::size_t getBytes = 32U << 20;              // of the answer to a Get, which is one; twice as much of all
+  std::size_t queueBytes = 4U << 20;             // that wait for one subscriber, before they are coalesced
+  std::int64_t sampleFloorNs = 1'000'000'000;    // the shortest interval of samples and heartbeats
+  std::int64_t targetDefinedNs = 5'000'000'000;  // the interval of what TARGET_DEFINED samples
+  std::int64_t stuckNs = 30'000'000'000;         // a client may take nothing, or not say what it wants
 };
 
 // One a process, because the model is: made first, gone last. Made, started and stopped by one thread. Tests do not start it but
