@@ -102,11 +102,13 @@ public:
         bytes_.resize(size);
       }
       response->response->SerializeWithCachedSizesToArray(bytes_.data());
+      bytes += size;
       benchmark::DoNotOptimize(bytes_.data());
     }
     return refuseAfter == 0 || pushes < refuseAfter;
   }
   std::size_t pushes = 0;
+  std::size_t bytes = 0; // of all pushes
   std::size_t refuseAfter = 0;
 
 private:
@@ -120,9 +122,11 @@ public:
   bool pushBytes(Ondra::SyncId, Ondra::WalkId, Ondra::WireResponse const& response) override {
     benchmark::DoNotOptimize(response.bytes.data());
     ++pushes;
+    bytes += response.bytes.size();
     return true;
   }
   std::size_t pushes = 0;
+  std::size_t bytes = 0; // of all pushes
 };
 
 inline void addElem(gnmi::Path& path, char const* name) { path.add_elem()->mutable_name()->assign(name); }

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "Alloc.h"
 #include "Kel/Dir.h"
 #include "agent/data/GetRun.h"
 #include "agent/service/Runtime.h"
@@ -59,9 +60,13 @@ void BM_GetJson(benchmark::State& state) {
   gnmi::GetRequest request;
   request.add_path()->add_elem()->set_name("synthetic");
   std::string json = tree.get(request);
-  for (auto _ : state) {
-    json = tree.get(request);
+  {
+    Bench::HeapCallsPerOp const calls(state);
+    for (auto _ : state) {
+      json = tree.get(request);
+    }
   }
+  state.counters["bytes/leaf"] = static_cast<double>(json.size()) / static_cast<double>(leaves);
   if (json.size() < leaves * 8) state.SkipWithError("the answer is not whole");
   perLeaf(state, leaves);
 }

@@ -91,6 +91,7 @@ void change(benchmark::State& state, Router& router) {
     changeOne();
   }
   std::size_t const before = router.pushes;
+  std::size_t const bytesBefore = router.bytes;
   {
     HeapCallsPerOp const calls(state);
     for (auto _ : state) {
@@ -100,6 +101,8 @@ void change(benchmark::State& state, Router& router) {
   if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
     state.SkipWithError("each change is one response");
   }
+  state.counters["bytes/leaf"] =
+      static_cast<double>(router.bytes - bytesBefore) / static_cast<double>(state.iterations());
 }
 
 void BM_Change(benchmark::State& state) {

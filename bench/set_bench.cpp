@@ -143,6 +143,7 @@ void repeat(benchmark::State& state, bool isRefused, Once const& once) {
     }
     benchmark::DoNotOptimize(answer.data());
   }
+  state.counters["bytes/leaf"] = static_cast<double>(bytes[0].size() + answer.size()) / kUpdates;
   perLeaf(state);
 }
 

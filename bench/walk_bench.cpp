@@ -62,6 +62,7 @@ void BM_WalkToBytes(benchmark::State& state) {
   Tree tree(leaves);
   CountingRouter router(true);
   walkAll(tree, router, 1);
+  state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
   for (auto _ : state) {
     walkAll(tree, router, 1);
@@ -73,6 +74,7 @@ void BM_WalkDirect(benchmark::State& state) {
   Tree tree(leaves);
   CountingByteRouter router;
   walkAll(tree, router, 1);
+  state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
   for (auto _ : state) {
     walkAll(tree, router, 1);

@@ -2,7 +2,6 @@
 #include <utility>
 
 #include <absl/container/flat_hash_map.h>
-#include <absl/container/flat_hash_set.h>
 
 #include "Ondra/AttrNode.h"
 #include "Ondra/GnmiPath.h"

@@ -83,6 +83,22 @@ TEST(SetRequest, UpdatesOfEveryKind) {
   });
 }
 
+TEST(SetRequest, AResponseThatIsUsedAgainIsFilledAnew) {
+  Fixture::World world;
+  auto const root = Ondra::Path::strToPathIs("/fixture/device");
+  gnmi::SetResponse response;
+  for (std::vector<Op> const& ops :
+       {std::vector<Op>{update("/hostname", "string_val: 'a'"), update("/gauges/u8", "uint_val: 1")},
+        std::vector<Op>{update("/gauges/u16", "uint_val: 2")}}) {
+    gnmi::SetRequest const request = requestOf(ops);
+    gnmi::SetRequest own = request;
+    ASSERT_TRUE(Ondra::KelGnmiSet::Set(root, own, response).executeInPlace().ok());
+    ASSERT_EQ(request.update_size(), response.response_size());
+    for (int i = 0; i < request.update_size(); ++i)
+      EXPECT_EQ(request.update(i).path().DebugString(), response.response(i).path().DebugString());
+  }
+}
+
 TEST(SetRequest, MembersWithinAValue) {
   Fixture::World world;
   auto const outcome = execute(
