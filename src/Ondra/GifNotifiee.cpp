@@ -32,7 +32,7 @@ std::uint64_t& madeSoFar() {
 
 GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
                                  BaseRouter& router, bool first, bool second)
-    : keysCollide_(WalkRules::anyCollidesWithKey(*prefixPath, notifier->fwkType()))
+    : meetsKeyFields_(WalkRules::meetsKeyFields(notifier->fwkType(), *prefixPath))
     , attrStates_(this)
     , prefixPath_(std::move(prefixPath))
     , type_(notifier->fwkType())
@@ -86,9 +86,9 @@ void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
   changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key));
 }
 
-void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
+void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel) {
   if (WalkScope::depth() > 0) {
-    Pending::instance().add(*this, id, key);
+    Pending::instance().add(*this, id, key, inModel ? Pending::Cause::Model : Pending::Cause::Path);
     return;
   }
   Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path

@@ -62,8 +62,8 @@ public:
   [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
-  // An attribute of the object may have the name of a field of the key in the path (`WalkRules::collidesWithKey`).
-  [[nodiscard]] bool keysCollide() const noexcept { return keysCollide_; }
+  // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
+  [[nodiscard]] bool meetsKeyFields() const noexcept { return meetsKeyFields_; }
   // The elements of the path as bytes of a gNMI path; empty until somebody has put them here.
   [[nodiscard]] Kel::Bytes& wirePrefix() noexcept { return wirePrefix_; }
   // Has what walks of the object read of it, beside itself, on its way into the cache.
@@ -88,7 +88,11 @@ public:
 
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that are running have unwound.
   // A null key for a collection: all of it.
-  void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) { changed(id, key, true); }
+  // The same for a path that it shows.
+  void pathChanged(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
+    changed(id, key, false);
+  }
 
   // Notes the path, relative to the prefix, of a member whose key holds a reference. One that it was sent under before ends.
   void memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
@@ -104,11 +108,12 @@ public:
 private:
   friend class NotifieeMaps;
   void recordType(Kel::PtrInterface const& notifier);
+  void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel);
 
   // What walks read comes first: it lies together.
   std::uint64_t holderSerial_ = 0; // 0: not noted
   Kel::AttributeId holderAttr_ = 0;
-  bool const keysCollide_;
+  bool const meetsKeyFields_;
   AttrStateMap attrStates_;
   Kel::Ptr<Path const> const prefixPath_;
   Kel::Bytes wirePrefix_;

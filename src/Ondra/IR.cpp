@@ -43,6 +43,16 @@ Tovak::String IrLeaf::toString() const {
   return fmt::format("leafPath:{} val:[{}]", leafPath, fmt::join(texts, " "));
 }
 
+void IrEncoder::leaveOut(long timestamp, Kel::Ptr<Path const> const& prefix,
+                         Kel::Ptr<Path const> const& leafPath) {
+  TOVAK_TRACE(debugHandler(), 1, "OndraIr", "left out {} below {}: a text that is not UTF-8", leafPath,
+              prefix);
+  if (!leftOut_) {
+    leftOut_ = Ir::IrIs();
+  }
+  leftOut_->addNode(timestamp, prefix).addLeaf(leafPath, nullptr);
+}
+
 std::shared_ptr<Ir> Ir::IrIs() { return std::allocate_shared<Ir>(Tovak::Allocator<Ir>()); }
 
 // --- filling -------------------------------------------------------------------------------------

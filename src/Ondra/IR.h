@@ -28,6 +28,7 @@
 namespace Ondra {
 
 class ArenaRespMsg;
+class Ir;
 class IrNode;
 
 // One leaf: a path relative to the prefix of its node, and what is there.
@@ -78,6 +79,17 @@ public:
   virtual ~IrEncoder() = default;
   // The node may be without leaves. The references are valid during the call.
   virtual void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) = 0;
+
+  // The leaves that were left out, as deletes, or null: no message can hold their values. A subscriber's tree holds nothing in their
+  // place when it is sent these too. The encoder begins anew.
+  [[nodiscard]] std::shared_ptr<Ir> takeLeftOut() noexcept { return std::exchange(leftOut_, nullptr); }
+
+protected:
+  void leaveOut(long timestamp, Kel::Ptr<Path const> const& prefix, Kel::Ptr<Path const> const& leafPath);
+  void forgetLeftOut() noexcept { leftOut_.reset(); }
+
+private:
+  std::shared_ptr<Ir> leftOut_;
 };
 
 // Collects leaves by time and prefix. Made with `std::allocate_shared<Ir>(Tovak::Allocator<Ir>())` (IrIs), shared by the

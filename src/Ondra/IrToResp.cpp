@@ -18,35 +18,42 @@ Tovak::DebugHandler& debugHandler() {
   return handler;
 }
 
-void addScalar(gnmi::Notification* notification, IrLeaf const& leaf, IrLeaf::Handle const& value) {
-  gnmi::Update* const update = notification->add_update();
-  leaf.leafPath->copyToGnmiPath(update->mutable_path());
+bool fill(gnmi::Notification* notification, IrLeaf::Handle const& value, gnmi::TypedValue& out) {
   TOVAK_ASSERT(isScalarType(value->type()), debugHandler(), "unsupported type");
-  extractScalar(notification, value, update->mutable_val());
+  return extractScalar(notification, value, &out);
 }
 
-void addLeafList(gnmi::Notification* notification, IrLeaf const& leaf, IrLeaf::LeafList const& values) {
-  gnmi::Update* const update = notification->add_update();
-  leaf.leafPath->copyToGnmiPath(update->mutable_path());
-  auto& elements = *update->mutable_val()->mutable_leaflist_val()->mutable_element();
+bool fill(gnmi::Notification* notification, IrLeaf::LeafList const& values, gnmi::TypedValue& out) {
+  auto& elements = *out.mutable_leaflist_val()->mutable_element();
   elements.Reserve(static_cast<int>(values.size()));
-  for (IrLeaf::Handle const& value : values) {
+  return std::all_of(values.begin(), values.end(), [&](IrLeaf::Handle const& value) {
     TOVAK_ASSERT(isScalarType(value->type()), debugHandler(), "only scalar array types are supported");
-    extractScalar(notification, value, elements.Add());
-  }
+    return extractScalar(notification, value, elements.Add());
+  });
 }
 
-void addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
-  if (auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value)) [[likely]] {
-    if (*value) {
-      addScalar(notification, leaf, *value);
-    } else {
-      KelGnmiUtils::pushDelete(*notification, leaf.leafPath);
-    }
-    return;
+// Adds an update, filled by `fill`, which says whether a message can hold the value; else takes it back.
+template <class Fill>
+bool addUpdate(gnmi::Notification* notification, Path const& path, Fill const& fill) {
+  gnmi::Update* const update = notification->add_update();
+  path.copyToGnmiPath(update->mutable_path());
+  if (fill(*update->mutable_val())) [[likely]] {
+    return true;
   }
-  addLeafList(notification, leaf,
-              std::get<IrLeaf::LeafList>(leaf.value)); // throws for a leaf without a value
+  notification->mutable_update()->RemoveLast();
+  return false;
+}
+
+bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
+  auto const* const one = std::get_if<IrLeaf::Handle>(&leaf.value);
+  if (one != nullptr && !*one) {
+    KelGnmiUtils::pushDelete(*notification, leaf.leafPath);
+    return true;
+  }
+  return addUpdate(notification, *leaf.leafPath, [&](gnmi::TypedValue& out) {
+    return std::visit([&](auto const& value) { return fill(notification, value, out); },
+                      leaf.value); // throws for a leaf without a value
+  });
 }
 
 } // namespace
@@ -70,7 +77,9 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
   nextResponse(leavesLeft);
   int count = 0;
   for (IrLeaf const& leaf : node.leaves) {
-    addLeaf(notification, leaf);
+    if (!addLeaf(notification, leaf)) [[unlikely]] {
+      leaveOut(timestamp, prefix, leaf.leafPath);
+    }
     --leavesLeft;
     if (++count == kLeavesPerResponse) {
       nextResponse(leavesLeft);
@@ -82,12 +91,14 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
 void RespEncoder::encodeNode(PlainNode const& node) {
   auto made = ArenaRespMsg::createResponse(node.prefix, node.timestamp);
   responses_.push_back(std::move(made.first));
-  auto& updates = *made.second->mutable_update();
-  updates.Reserve(static_cast<int>(node.leaves.size()));
+  made.second->mutable_update()->Reserve(static_cast<int>(node.leaves.size()));
   for (PlainLeaf const& leaf : node.leaves) {
-    gnmi::Update& update = *updates.Add();
-    leaf.plan->leafPath->copyToGnmiPath(update.mutable_path());
-    extractScalar(leaf.plan->attr.memberType().desc(), leaf.value, *update.mutable_val());
+    bool const added = addUpdate(made.second, *leaf.plan->leafPath, [&leaf](gnmi::TypedValue& out) {
+      return extractScalar(leaf.plan->attr.memberType().desc(), leaf.value, out);
+    });
+    if (!added) [[unlikely]] {
+      leaveOut(node.timestamp, node.prefix, leaf.plan->leafPath);
+    }
   }
 }
 

@@ -12,7 +12,7 @@
 namespace Ondra {
 
 // One response per node, and a further one after every 1000 leaves, so that a node of exactly 1000 leaves is followed by a
-// response without any. Deleted leaves count like others. A leaf whose type is not scalar is a fatal assertion.
+// response without any. Deleted leaves count like others, and so do those that are left out. A leaf whose type is not scalar is a fatal assertion.
 class KTD_EXPORT RespEncoder final : public IrEncoder {
 public:
   using Responses = std::vector<std::shared_ptr<ArenaRespMsg>>;
@@ -30,7 +30,10 @@ public:
   [[nodiscard]] Responses take() { return std::exchange(responses_, {}); }
   // The same, left with the encoder; `clear` drops them and keeps the storage of the list.
   [[nodiscard]] Responses& responses() noexcept { return responses_; }
-  void clear() noexcept { responses_.clear(); }
+  void clear() noexcept {
+    responses_.clear();
+    forgetLeftOut();
+  }
 
 private:
   Responses responses_;

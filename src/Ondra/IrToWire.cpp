@@ -171,30 +171,49 @@ LeafPaths& leafPaths() {
   return *paths;
 }
 
-void putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
+// Values: false when no message can hold one.
+bool putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
   std::size_t const before = out.size();
   WireSink sink(out);
   for (auto value = values.rbegin(); value != values.rend(); ++value) {
     TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "only scalar array types are supported");
     std::size_t const beforeElement = out.size();
-    tellScalar(*value, sink);
+    if (!tellScalar(*value, sink)) {
+      return false;
+    }
     out.enclose(kArrayElement, beforeElement);
   }
   out.enclose(kLeafList, before);
+  return true;
 }
 
-void putUpdate(WireWriter& out, LeafPaths& paths, IrLeaf const& leaf) {
+bool putValue(WireWriter& out, IrLeaf const& leaf) {
+  auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
+  if (value == nullptr) [[unlikely]] {
+    return putLeafList(out, std::get<IrLeaf::LeafList>(leaf.value));
+  }
+  TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "unsupported type");
+  WireSink sink(out);
+  return tellScalar(*value, sink);
+}
+
+bool putValue(WireWriter& out, PlainLeaf const& leaf) {
+  WireSink sink(out);
+  return tellScalar(leaf.plan->attr.memberType().desc(), leaf.value, sink);
+}
+
+// An update, or nothing when no message can hold its value.
+template <class Leaf>
+bool putUpdate(WireWriter& out, LeafPaths& paths, Leaf const& leaf, Kel::Ptr<Path const> const& path) {
   std::size_t const before = out.size();
-  if (auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value)) [[likely]] {
-    TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "unsupported type");
-    WireSink sink(out);
-    tellScalar(*value, sink);
-  } else {
-    putLeafList(out, std::get<IrLeaf::LeafList>(leaf.value));
+  if (!putValue(out, leaf)) [[unlikely]] {
+    out.cutTo(before);
+    return false;
   }
   out.enclose(kUpdateVal, before);
-  paths.put(out, leaf.leafPath);
+  paths.put(out, path);
   out.enclose(kUpdate, before);
+  return true;
 }
 
 // The entries of maps in the order of their keys.
@@ -229,6 +248,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
   WireWriter& out = sharedWriter();
   LeafPaths& paths = leafPaths();
   out.clear();
+  std::uint32_t updates = 0;
   std::uint32_t deletes = 0;
   for (auto leaf = last; leaf != first;) {
     if (isDelete(*--leaf)) [[unlikely]] {
@@ -237,32 +257,35 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
     }
   }
   for (auto leaf = last; leaf != first;) {
-    if (--leaf; deletes == 0 || !isDelete(*leaf)) [[likely]] {
-      putUpdate(out, paths, *leaf);
+    if (--leaf; deletes > 0 && isDelete(*leaf)) {
+      continue;
+    }
+    if (putUpdate(out, paths, *leaf, leaf->leafPath)) [[likely]] {
+      ++updates;
+    } else {
+      leaveOut(timestamp, prefix, leaf->leafPath);
     }
   }
   std::size_t const changes = out.size();
   putElems(out, *prefix);
-  auto const leaves = static_cast<std::uint32_t>(last - first);
-  finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes, deletes);
+  finish(timestamp, prefix, out.size() - changes, changes, updates, deletes);
 }
 
 void WireEncoder::encodeNode(PlainNode const& node) {
   WireWriter& out = sharedWriter();
   LeafPaths& paths = leafPaths();
   out.clear();
+  std::uint32_t updates = 0;
   for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
-    std::size_t const before = out.size();
-    WireSink sink(out);
-    tellScalar(leaf->plan->attr.memberType().desc(), leaf->value, sink);
-    out.enclose(kUpdateVal, before);
-    paths.put(out, leaf->plan->leafPath);
-    out.enclose(kUpdate, before);
+    if (putUpdate(out, paths, *leaf, leaf->plan->leafPath)) [[likely]] {
+      ++updates;
+    } else {
+      leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
+    }
   }
   std::size_t const changes = out.size();
   putElems(out, node);
-  finish(node.timestamp, node.prefix, out.size() - changes, changes,
-         static_cast<std::uint32_t>(node.leaves.size()), 0);
+  finish(node.timestamp, node.prefix, out.size() - changes, changes, updates, 0);
 }
 
 // What comes before the changes and the elements of the prefix.

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Kstd/Utf8.h"
 #include "Ondra/IR.h"
 #include "Ondra/WalkRules.h"
 #include "Ondra/WalkerTrace.h"
@@ -68,6 +69,7 @@ Kel::Ptr<Path> KelKey::updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::
 
 void KelKey::mapInsert(std::string const& name, std::string const& text,
                        Kel::Ptr<Kel::GenericIf const> const& value) {
+  isEncodable_ = isEncodable_ && Kstd::isUtf8(name) && Kstd::isUtf8(text);
   keyMap_.emplace(name, text);
   if (value) {
     if (!scalars_) {
@@ -109,6 +111,15 @@ void KelKey::updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::
     leafPath->push(PathElem::PathElemIs(attr.name().merge("Value")));
   }
   prefix_ = leafPath;
+}
+
+Kel::Ptr<Kel::GenericIf const> KelKey::scalar(std::string_view name, std::string_view text) const {
+  auto const field =
+      std::find_if(keyMap_.begin(), keyMap_.end(), [&](Field const& one) { return one.first == name; });
+  auto const value =
+      std::find_if(scalars().begin(), scalars().end(), [&](Scalar const& one) { return one.first == name; });
+  bool const isThis = field != keyMap_.end() && field->second == text && value != scalars().end();
+  return isThis ? value->second : nullptr;
 }
 
 void KelKey::copyScalars(IrNode& node) const {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -49,9 +50,6 @@ public:
   // The path of the member, relative to the prefix under which its leaves lie.
   [[nodiscard]] Kel::Ptr<Path const> const& prefix() const noexcept { return prefix_; }
   void prefixIs(Kel::Ptr<Path const> prefix) noexcept { prefix_ = std::move(prefix); }
-  // The key's fields have been made leaves already.
-  [[nodiscard]] bool scalarsCopied() const noexcept { return scalarsCopied_; }
-  void scalarsCopiedIs(bool copied) noexcept { scalarsCopied_ = copied; }
 
   // Sets mode and key attribute for a member of `attr`; returns the path under which its scalar key field is named: the key attribute
   // of the member, or the collection's name with "Key". Empty for a structured key, whose fields bring their own names.
@@ -59,6 +57,8 @@ public:
   // The same for a collection keyed by a reference, whose text is taken as the key.
   Kel::Ptr<Path> updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::KelType const& keyType,
                                            std::string const& ptrPath);
+  // Whether a path can hold the key: all of it is UTF-8. What no message can name is not sent, nor what is below it.
+  [[nodiscard]] bool isEncodable() const noexcept { return isEncodable_; }
   // Adds a key field; a name that is there keeps its first text. A value, when there is one, is kept for `copyScalars`.
   void mapInsert(std::string const& name, std::string const& text,
                  Kel::Ptr<Kel::GenericIf const> const& value);
@@ -68,6 +68,8 @@ public:
   // Puts the key onto the last element of `leafPath`, which is copied for that, and keeps the path as `prefix`. A directory's entry
   // is an element named by the key instead (REQUIRES exactly one field, asserted).
   void updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::KelAttr const& attr);
+  // The value of the key field of that name, if the key has it and its text is this one; else null.
+  [[nodiscard]] Kel::Ptr<Kel::GenericIf const> scalar(std::string_view name, std::string_view text) const;
   // Adds a leaf for each key field, below `prefix`.
   void copyScalars(IrNode& node) const;
 
@@ -85,7 +87,7 @@ private:
   std::optional<Scalars>
       scalars_; // made with the first: an empty deque takes storage, and most keys are of walkers that make leaves
   bool escapeMark_ = false;
-  bool scalarsCopied_ = false;
+  bool isEncodable_ = true;
   Kel::Ptr<Path const> prefix_;
 };
 

@@ -105,18 +105,7 @@ void KelTypeNotifWalker::walkWhole(Plan const& plan) {
     timestamp = stamp(plan.attr.id(), nullptr);
   }
   traceKind(plan, false);
-  // An attribute that collides with a key field brings that field's leaf along.
-  KelKey ownKey;
-  KelKey* key = nullptr;
-  if (plan.isScalarLeaf && WalkRules::collidesWithKey(*prefixPath_, *leafPath_, plan.attr)) {
-    if (auto const* const entity = dynamic_cast<Kel::Entity const*>(gif_->object());
-        entity != nullptr && entity->parentKey()) {
-      extractKeyInfo(entity->parentKey(), entity->parentAttr(), ownKey);
-      ownKey.prefixIs(Path::PathIs());
-      key = &ownKey;
-    }
-  }
-  walkSingletonAttr(plan.attr, value, &notifiee_, timestamp, leafPath, key, ir_);
+  walkSingletonAttr(plan.attr, value, &notifiee_, timestamp, leafPath, nullptr, ir_);
   settle(plan, nullptr, timestamp);
 }
 
@@ -138,8 +127,9 @@ void KelTypeNotifWalker::wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath) {
     endEntityAt(path);
     notifiee_.emitted().del(plan.attr.id(), nullptr);
     advanceClock(); // later than what the parts were stamped with
-  } else if (WalkRules::collidesWithKey(*prefixPath_, *leafPath_, plan.attr)) {
-    leafPath = WalkRules::collidingLeafPath(leafPath);
+  }
+  if (WalkRules::MetKeyField met = WalkRules::metKeyField(objType_, plan.attr, *prefixPath_, leafPath_)) {
+    leafPath = std::move(met.leafPath); // the key field stays
   }
   TOVAK_TRACE(trace(), 5, kCategory, "{} push delete message", debugString());
   addDelete(stamp(plan.attr.id(), nullptr), leafPath);
@@ -273,7 +263,7 @@ void KelTypeNotifWalker::resendSharing(Plan const& plan, Handle const& after,
     EmittedLeaves::Record const* const record = notifiee_.emitted().find(plan.attr.id(), key);
     bool const shares = record != nullptr && record->memberPath && record->memberPath->isEqual(path.get());
     if (shares && !(after && after->equals(*key))) {
-      notifiee_.changed(plan.attr.id(), key); // when this walk has ended
+      notifiee_.pathChanged(plan.attr.id(), key); // when this walk has ended
     }
   }
 }
@@ -328,7 +318,9 @@ void KelTypeNotifWalker::settle(Plan const& plan, Handle const& key, long timest
 }
 
 void KelTypeNotifWalker::addDelete(long timestamp, Kel::Ptr<Path const> const& path) {
-  ir_->addNode(timestamp, prefixPath_).addLeaf(path, nullptr);
+  if (WalkRules::isEncodable(*path)) [[likely]] { // else it was never sent
+    ir_->addNode(timestamp, prefixPath_).addLeaf(path, nullptr);
+  }
 }
 
 Kel::Ptr<Path const> KelTypeNotifWalker::absolute(Kel::Ptr<Path const> const& path) const {
@@ -382,10 +374,13 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     return WalkResult::Success;
   }
   if (ByteRouter* const router = router_.byteRouter()) {
-    return pushBytes(*router, *ir, false); // a full pipe does not hold a notification up
+    return pushBytes(*router, *ir, true); // a full pipe does not hold a notification up
   }
   RespEncoder& encoder = RespEncoder::shared();
   ir->encode(encoder);
+  if (std::shared_ptr<Ir> const gone = encoder.takeLeftOut()) {
+    gone->encode(encoder);
+  }
   WalkResult result = WalkResult::Success;
   for (std::shared_ptr<ArenaRespMsg>& response : encoder.responses()) {
     gnmi::Notification const& notification = response->response->update();

@@ -83,7 +83,7 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   }
   std::shared_ptr<Ir> ir = ir_;
   WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
-  bool const shortLeaves = takesShortRoads(notifiee.get()) && !notifiee->keysCollide();
+  bool const shortLeaves = takesShortRoads(notifiee.get()) && !notifiee->meetsKeyFields();
   WalkResult result = WalkResult::Success;
   for (; attrQ_; ++attrQ_) {
     if (mustPause(result)) {
@@ -124,7 +124,8 @@ bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
     bool const always = plan.road == Road::Singleton || plan.attr.walkAlways();
     return !plan.attr.isInstantiating() || !always;
   }
-  return plan.isEntityName && isEmptyText(plan.attr.genericIfGet(gif_));
+  return plan.isEntityName && isEmptyText(plan.attr.genericIfGet(gif_)) &&
+         !WalkRules::metKeyField(objType_, plan.attr, *prefixPath_, leafPath_);
 }
 
 bool FullKelTypeWalker::isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value) {
@@ -141,7 +142,10 @@ WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, Gif
   }
   long const timestamp = attrTimestamp(plan.attr, nullptr, notifiee);
   Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
-  Kel::Ptr<Kel::GenericIf const> const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
+  Kel::Ptr<Kel::GenericIf const> value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
+  if (plan.isEntityName && isEmptyText(value)) {
+    value.reset(); // only the key field that it meets is told
+  }
   step_ = {plan.attr, nullptr};
   bool const renders = plan.rendersReferences && !objType_.isValueType();
   RenderScope const rendering(renders, notifiee, plan.attr.id(), step_.key);

@@ -156,8 +156,9 @@ protected:
     Kel::Ptr<Kel::GenericIf const> key; // detached; null for a singular attribute
   };
 
-  // Sends all that is in `ir` as bytes; `emptyOnes`: also what holds neither updates nor deletes. The result is that of the last push.
-  [[nodiscard]] WalkResult pushBytes(ByteRouter& router, Ir const& ir, bool emptyOnes) const;
+  // Sends all that is in `ir` as bytes. `isChange`: leaves that no message can hold are deleted, and what holds neither updates nor
+  // deletes is not sent. The result is that of the last push.
+  [[nodiscard]] WalkResult pushBytes(ByteRouter& router, Ir const& ir, bool isChange) const;
   // Traces of walks are on.
   [[nodiscard]] static bool isTraced();
   // A string that is empty.
@@ -236,8 +237,10 @@ private:
   WalkResult walkPointerAttr(Kel::Ptr<Kel::GenericIf const> const& ref, Kel::Ptr<Path> const& leafPath,
                              long timestamp, std::shared_ptr<Ir>& ir);
   WalkResult walkPlainAttr(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& value,
-                           Kel::Ptr<Path> leafPath, long timestamp, KelKey* key, std::shared_ptr<Ir>& ir);
-  void addKeyLeaves(Kel::KelAttr const& attr, KelKey* key, std::shared_ptr<Ir>& ir, long timestamp) const;
+                           Kel::Ptr<Path> const& leafPath, long timestamp, KelKey* key,
+                           std::shared_ptr<Ir>& ir);
+  void addKeyLeaf(PathElem::KeyMapType::Node const& field, Kel::Ptr<Path> const& leafPath, KelKey const* key,
+                  long timestamp, Ir& ir);
   WalkResult pushCollected(WalkResult result, std::shared_ptr<Ir>& ir);
   WalkResult walkKeyScalarNode(KelKey& memberKey, long timestamp, std::shared_ptr<Ir>& ir);
   void encodeMemberIntoKey(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& value,

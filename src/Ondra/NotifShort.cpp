@@ -14,29 +14,38 @@ public:
   explicit LeafPush(ByteRouter& router) noexcept : router_(router) {}
 
 protected:
-  void response(WireResponse const& response) override { router_.pushBytes(SyncId(), WalkId(), response); }
+  void response(WireResponse const& response) override {
+    if (response.updates > 0) [[likely]] {
+      router_.pushBytes(SyncId(), WalkId(), response);
+    }
+  }
 
 private:
   ByteRouter& router_;
 };
 
-// A full pipe does not hold a notification up.
-void push(BaseRouter& router, PlainNode const& node) {
+// False when no message can hold the leaf's value. A full pipe does not hold a notification up.
+bool push(BaseRouter& router, PlainNode const& node) {
   if (ByteRouter* const bytes = router.byteRouter()) {
-    LeafPush(*bytes).encodeNode(node);
-    return;
+    LeafPush encoder(*bytes);
+    encoder.encodeNode(node);
+    return encoder.takeLeftOut() == nullptr;
   }
   RespEncoder& encoder = RespEncoder::shared();
   encoder.encodeNode(node);
-  router.push(SyncId(), WalkId(), encoder.responses().front());
+  bool const isWhole = encoder.takeLeftOut() == nullptr;
+  if (isWhole) [[likely]] {
+    router.push(SyncId(), WalkId(), encoder.responses().front());
+  }
   encoder.clear();
+  return isWhole;
 }
 
 } // namespace
 
 bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& object, Kel::AttributeId id) {
   Kel::KelAttr const attr = notifiee.objectType().attr(absoluteId(id));
-  if (!attr || notifiee.keysCollide() || notifiee.notifFlags().has(flagNoPush) || isTraced()) {
+  if (!attr || notifiee.meetsKeyFields() || notifiee.notifFlags().has(flagNoPush) || isTraced()) {
     return false;
   }
   Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
@@ -50,8 +59,7 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& ob
   long const timestamp = known != nullptr ? known->updatedTimestamp()
                                           : states.getAttrState(attr.id(), nullptr).effectiveTimestamp();
   PlainLeaf const leaf{timestamp, &plan, value};
-  push(notifiee.router(), {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
-  return true;
+  return push(notifiee.router(), {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
 }
 
 } // namespace Ondra

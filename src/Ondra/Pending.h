@@ -1,4 +1,10 @@
 // Changes that were told while a walk was running.
+//
+// Invariants
+// 1. A change waits at most once, and whoever tells it again while it waits is served by that run.
+// 2. A change of the model that was told is run after it was told: in this go or, when the model goes on changing because its changes are
+//    sent, in a later one. So the last value is sent.
+// 3. A go ends. What is told while a change runs is one link further from where the go began, and there is a last link.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -20,7 +26,12 @@ class Pending {
 public:
   static Pending& instance();
 
-  void add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  enum class Cause : bool {
+    Model, // the model says so
+    Path,  // a path that the attribute shows is another one
+  };
+  void add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+           Cause cause);
   // Runs what waits and what comes to wait by that. REQUIRES that no walk is running. Called from within itself, does nothing.
   void run();
   void clear();
@@ -38,15 +49,16 @@ private:
       return H::combine(std::move(h), change.notifiee.get(), change.what);
     }
   };
-  struct Count {
-    bool waiting = false;
-    int runs = 0;
-  };
-  // Objects whose paths hold each other's can make each other stale without end: in one go each change is run this often at most.
-  static constexpr int kMaxRuns = 4;
+  // A reference's text can hold the path of what refers to it, through keys: such paths change each other without end, longer each
+  // time. Other chains are as long as references are nested.
+  static constexpr int kMaxPathLinks = 64;
+  // Of a model that changes because it is printed or sent.
+  static constexpr int kMaxLinks = 1000;
 
   std::deque<Change> queue_;
-  absl::flat_hash_map<Change, Count> seen_; // since the queue was last empty
+  std::deque<Change> later_;                 // for the next go
+  absl::flat_hash_map<Change, int> waiting_; // what is in either: its distance from where the go began
+  int links_ = 0;                            // of what is told now
   bool running_ = false;
 };
 

@@ -1,7 +1,7 @@
 // Invariants
 // 1. A resolution ends: a root that is being walked for another reference is not walked once more, and resolutions nest to a fixed
 //    depth only. What cannot be resolved for now is "nullptr", and is noted: it is rendered again when the object gets a path.
-// 2. Whatever the model holds, a reference has a text. The assertions guard the library's own steps.
+// 2. Whatever the model holds, and does meanwhile, a reference has a text.
 #include "Ondra/PtrResolution.h"
 
 #include <algorithm>
@@ -46,7 +46,8 @@ struct Start {
 
 bool isDir(Kel::Entity const& entity) { return entity.fwkType().isDir(); }
 
-// The path of a directory, or of an entity in one. Null for the root directory and when the way up leaves the directories.
+// The path of a directory, or of an entity in one. Null for the root directory, when the way up leaves the directories, and when no
+// message can hold it.
 Kel::Ptr<Path const> pathInDirs(Kel::Entity const& entity) {
   std::vector<Kel::String> names;
   for (Kel::Entity const* at = &entity; at->parent() != nullptr; at = at->parent()) {
@@ -62,7 +63,7 @@ Kel::Ptr<Path const> pathInDirs(Kel::Entity const& entity) {
   for (auto name = names.rbegin(); name != names.rend(); ++name) {
     path->push(PathElem::PathElemIs(*name)); // not parsed from a printed name: that may hold anything
   }
-  return path;
+  return WalkRules::isEncodable(*path) ? path : nullptr;
 }
 
 // The nearest known ancestor, else the child of the first directory on the way up.
@@ -110,10 +111,13 @@ std::string resolve(Kel::Entity& object, BaseRouter& router) {
     return kNone;
   }
   walkFrom(start, router);
-  TOVAK_ASSERT(notifieeMaps->pathOf(start.root), trace(), "Failed to find a valid GifNotifiee for: {}",
-               object.fullName().view());
   std::string const path = knownPath(object);
-  return path.empty() ? kNone : path; // nothing that a walk reaches
+  if (path.empty()) { // nothing that a walk reaches, or nothing any more: whoever the walk told may have removed it
+    TOVAK_TRACE(trace(), 1, kCategory, "Failed to find a valid GifNotifiee for: {}",
+                object.fullName().view());
+    return kNone;
+  }
+  return path;
 }
 
 } // namespace

@@ -86,7 +86,7 @@ void Referrers::pathChanged(Serial target) const {
   }
   WalkScope const unwindFirst;
   for (Entry const& entry : stale) {
-    entry.source.notifiee->changed(entry.source.id, entry.source.key);
+    entry.source.notifiee->pathChanged(entry.source.id, entry.source.key);
   }
 }
 

@@ -1,6 +1,8 @@
 // The end of a path, and what waits for walks to end.
 
+#include <algorithm>
 #include <exception>
+#include <utility>
 #include <vector>
 
 #include "Kel/ActivityClock.h"
@@ -70,39 +72,57 @@ Pending& Pending::instance() {
   return *pending;
 }
 
-void Pending::add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
+void Pending::add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                  Cause cause) {
   Change change{Kel::Ptr<GifGnmiNotifiee>(&notifiee), AttrStateNode(id, key),
                 key ? key->detachedKey() : nullptr};
-  Count& count = seen_[change];
-  if (!count.waiting && count.runs < kMaxRuns) {
-    count.waiting = true;
+  if (cause == Cause::Path && links_ > kMaxPathLinks) {
+    TOVAK_TRACE(notifieeTrace(), 4, kNotifieeCategory,
+                "paths that hold each other are not followed further: {}", notifiee.prefixPath());
+    return;
+  }
+  auto const [at, isNew] = waiting_.try_emplace(change, links_);
+  if (!isNew) {
+    at->second = std::min(at->second, links_);
+  } else if (links_ <= kMaxLinks) {
     queue_.push_back(std::move(change));
+  } else {
+    TOVAK_TRACE(notifieeTrace(), 4, kNotifieeCategory, "changes whenever it is sent, told later: {}",
+                notifiee.prefixPath());
+    later_.push_back(std::move(change));
   }
 }
 
 void Pending::run() {
-  if (queue_.empty() || running_) {
+  if (running_) {
     return;
   }
   struct Running {
-    explicit Running(bool& flag) : flag_(flag) { flag_ = true; }
-    ~Running() { flag_ = false; }
-    bool& flag_;
-  } const running(running_);
+    explicit Running(Pending& theQueue) : queue(theQueue) { queue.running_ = true; }
+    ~Running() {
+      queue.running_ = false;
+      queue.links_ = 0;
+    }
+    Pending& queue;
+  } const running(*this);
+  for (Change& change : std::exchange(later_, {})) {
+    waiting_[change] = 0;
+    queue_.push_back(std::move(change));
+  }
   while (!queue_.empty()) {
     Change const change = std::move(queue_.front());
     queue_.pop_front();
-    Count& count = seen_[change];
-    count.waiting = false;
-    ++count.runs;
+    auto const waited = waiting_.find(change);
+    links_ = waited->second + 1;
+    waiting_.erase(waited);
     change.notifiee->changed(change.what.id(), change.key);
   }
-  seen_.clear();
 }
 
 void Pending::clear() {
   queue_.clear();
-  seen_.clear();
+  later_.clear();
+  waiting_.clear();
 }
 
 } // namespace Ondra

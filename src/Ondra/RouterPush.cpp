@@ -62,7 +62,7 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     return WalkResult::Success;
   }
   if (ByteRouter* const router = router_.byteRouter()) {
-    return pushBytes(*router, *ir, true);
+    return pushBytes(*router, *ir, false);
   }
   RespEncoder& encoder = RespEncoder::shared();
   ir->encode(encoder);
@@ -86,19 +86,19 @@ WalkResult FullKelTypeWalker::pushAll(RespEncoder& encoder) const {
 // Encodes and hands over one response after the other.
 class FullKelTypeWalker::BytePush final : public WireEncoder {
 public:
-  BytePush(FullKelTypeWalker const& walker, ByteRouter& router, bool emptyOnes) noexcept
+  BytePush(FullKelTypeWalker const& walker, ByteRouter& router, bool isChange) noexcept
       : walker_(walker)
       , router_(router)
-      , emptyOnes_(emptyOnes) {}
+      , isChange_(isChange) {}
   [[nodiscard]] WalkResult result() const noexcept { return result_; }
 
 protected:
   void response(WireResponse const& response) override {
-    if (emptyOnes_ && !toggleOndraSyncBundlingEnabled()) {
+    if (!isChange_ && !toggleOndraSyncBundlingEnabled()) {
       TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}", walker_.debugString(),
                   textOf(response));
     }
-    if (emptyOnes_ || response.updates > 0 || response.deletes > 0) {
+    if (!isChange_ || response.updates > 0 || response.deletes > 0) {
       result_ = walker_.routerPush(router_, response);
     }
   }
@@ -106,13 +106,16 @@ protected:
 private:
   FullKelTypeWalker const& walker_;
   ByteRouter& router_;
-  bool const emptyOnes_;
+  bool const isChange_;
   WalkResult result_ = WalkResult::Success;
 };
 
-WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool emptyOnes) const {
-  BytePush push(*this, router, emptyOnes);
+WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool isChange) const {
+  BytePush push(*this, router, isChange);
   ir.encode(push);
+  if (std::shared_ptr<Ir> const gone = push.takeLeftOut(); gone && isChange) {
+    gone->encode(push);
+  }
   return push.result();
 }
 
@@ -123,7 +126,7 @@ WalkResult FullKelTypeWalker::pushPlain(WalkRules::TypePlan const& plan, Kel::Pt
   PlainLeaves& leaves = PlainLeaves::shared();
   leaves.collect(plan, object, notifiee);
   if (ByteRouter* const router = router_.byteRouter()) {
-    BytePush push(*this, *router, true);
+    BytePush push(*this, *router, false);
     leaves.forEachNode(notifiee, [&push](PlainNode const& node) { push.encodeNode(node); });
     return push.result();
   }

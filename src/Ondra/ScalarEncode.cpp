@@ -42,16 +42,16 @@ Kel::Ptr<Kel::GenericIf const> innerScalar(Kel::Ptr<Kel::GenericIf const> const&
   return attr ? attr.genericIfGet(value) : nullptr;
 }
 
-void extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
+bool extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
                    gnmi::TypedValue* out) {
   static_cast<void>(notification);
   MessageSink sink(*out);
-  tellScalar(value, sink);
+  return tellScalar(value, sink);
 }
 
-void extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out) {
+bool extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out) {
   MessageSink sink(out);
-  tellScalar(type, value, sink);
+  return tellScalar(type, value, sink);
 }
 
 void base64Encode(char const* data, unsigned long size, std::string& out) {

@@ -21,15 +21,16 @@ namespace Ondra {
 
 // Fills `out` with a value, in this order of precedence: the byte representation of types that have one, the string
 // representation (enumerators travel by name), the builtin kind. A nominal is sent as the value it wraps, a union as its active
-// alternative; one without any leaves `out` without a value. Durations and times are sent in nanoseconds.
+// alternative; one without any leaves `out` without a value. Durations and times are sent in nanoseconds. False, and `out` as it was,
+// when no message can hold the value: a text that is no UTF-8.
 //
 // `value` must not be null. A type that is not scalar is a fatal assertion. `notification` is the one that `out` is part of; not
 // used. Texts are copied. Scheduler thread.
-KTD_EXPORT void extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
+KTD_EXPORT bool extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
                               gnmi::TypedValue* out);
 
 // The same for the raw form of a value.
-void extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out);
+[[nodiscard]] bool extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out);
 
 // The base64 text (RFC 4648, with padding) of `size` bytes, replacing what `out` held.
 KTD_EXPORT void base64Encode(char const* data, unsigned long size, std::string& out);

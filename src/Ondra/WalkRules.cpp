@@ -2,8 +2,10 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <algorithm>
 #include <memory>
 
+#include "Kstd/Utf8.h"
 #include "Ondra/PlainLeaves.h"
 #include "Ondra/ScalarEncode.h"
 
@@ -64,32 +66,13 @@ bool isOwnLeaf(Kel::KelType type) {
   return type.isBuiltin() || type.isEnum() || type.hasGnmiStrRep() || type.hasGnmiByteRep();
 }
 
-// An attribute of the collection's members can have the name of a field of their key. A scalar key has one field, named after the
-// index attribute, which is no collision, or after the collection.
-bool keyCanCollide(Kel::KelAttr collection) {
-  Kel::KelType const member = collection.memberType();
-  if (!collection.indexAttr() && member.attr(collection.name().merge("Key").view())) {
-    return true;
-  }
-  Kel::KelType const keyType = collection.keyType();
-  if (!keyType || isScalarType(keyType)) {
-    return false;
-  }
-  for (Kel::KelTypeBase::AttributeQIterator field(keyType); field; ++field) {
-    if (member.attr((*field).name().view()) || (*field).memberType().isValueType()) {
-      return true;
-    }
-  }
-  return false;
-}
-
 bool isPlainHolder(AttrPlan const& plan) {
   Kel::KelAttr const& attr = plan.attr;
   if (!attr.isInstantiating() || plan.keyHoldsReference || attr.isKeyScalarNode() ||
       !attr.memberType().isEntity()) {
     return false;
   }
-  return plan.road == Road::Collection ? !keyCanCollide(attr) : plan.readsValue;
+  return plan.road == Road::Collection || plan.readsValue;
 }
 
 AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
@@ -159,34 +142,48 @@ Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& pl
   return path;
 }
 
-bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf, Kel::KelAttr const& attr) {
-  Path const& last = objectLeaf.empty() ? objectPrefix : objectLeaf;
-  if (last.empty()) {
+namespace {
+
+// The attribute, if it is one whose leaf gives way to a key field of that name.
+bool givesWay(Kel::KelAttr const& attr) {
+  if (attr.isKeyField() || attr.isPointer() || attr.isInstantiating() || roadOf(attr) != Road::Singleton) {
     return false;
   }
-  PathElem const& elem = *last.elems().back();
-  return !elem.key().empty() && !attr.isKeyField() && elem.key().lookup(attr.name()) != nullptr;
+  return attr.isGnmiJsonString() || attr.isScalarArray() ||
+         (!attr.isCollection() && isScalarType(attr.memberType()));
 }
 
-bool anyCollidesWithKey(Path const& objectPath, Kel::KelType const& type) {
+} // namespace
+
+MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr, Path const& objectPrefix,
+                        Kel::Ptr<Path> const& objectLeaf) {
+  Path const& last = objectLeaf->empty() ? objectPrefix : *objectLeaf;
+  if (last.empty() || last.elems().back()->key().empty()) {
+    return {};
+  }
+  auto const& fields = last.elems().back()->key();
+  auto const* const field = fields.lookup(attr.name());
+  if (field == nullptr || !givesWay(attr)) {
+    return {};
+  }
+  Kel::String name = attr.name();
+  do { // what it gets may be somebody's name too
+    name = name.merge("Value_");
+  } while (type.attr(name.view()) || fields.lookup(name) != nullptr);
+  Kel::Ptr<Path> path = Path::makePath(objectLeaf);
+  path->push(PathElem::PathElemIs(name));
+  return {field, std::move(path)};
+}
+
+bool meetsKeyFields(Kel::KelType const& type, Path const& objectPath) {
   if (objectPath.empty()) {
     return false;
   }
-  for (auto const& [name, value] : objectPath.elems().back()->key()) {
-    if (Kel::KelAttr const attr = type.attr(name.view()); attr && !attr.isKeyField()) {
-      return true;
-    }
-  }
-  return false;
-}
-
-Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath) {
-  Kel::Ptr<Path> renamed = Path::makePath(leafPath);
-  std::size_t const last = renamed->elemSize() - 1;
-  Kel::Ptr<PathElem> const elem = PathElem::makePathElem(renamed->elems()[last]);
-  elem->nameIs(elem->name().merge("Value_"));
-  renamed->replace(last, elem);
-  return renamed;
+  auto const& fields = objectPath.elems().back()->key();
+  return std::any_of(fields.begin(), fields.end(), [&type](auto const& field) {
+    Kel::KelAttr const attr = type.attr(field.key.view());
+    return attr && givesWay(attr);
+  });
 }
 
 bool membersNeedValueElem(Kel::KelAttr const& attr) {
@@ -198,6 +195,18 @@ bool membersNeedValueElem(Kel::KelAttr const& attr) {
 }
 
 bool isDirEntries(Kel::KelAttr const& attr) { return attr.ownerType().isDir() && attr.name() == "entityPtr"; }
+
+bool isEncodable(PathElem const& elem) {
+  return Kstd::isUtf8(elem.name().view()) &&
+         std::all_of(elem.key().begin(), elem.key().end(), [](auto const& field) {
+           return Kstd::isUtf8(field.key.view()) && Kstd::isUtf8(field.value.view());
+         });
+}
+
+bool isEncodable(Path const& path) {
+  auto const elems = path.elems();
+  return std::all_of(elems.begin(), elems.end(), [](auto const& elem) { return isEncodable(*elem); });
+}
 
 bool isAtOrBelow(Path const& ancestor, Path const& path) {
   auto const above = ancestor.elems();

@@ -28,14 +28,13 @@ enum class Road : unsigned char {
 struct AttrPlan {
   Kel::KelAttr attr;
   Road road = Road::Skip;
-  bool isEntityName = false; // an entity's "name", left out while it is empty
-  bool readsValue = false;   // the singleton road reads the attribute's value
-  bool isScalarLeaf = false; // a single scalar value and nothing else: the plain and most frequent case
-  bool isOwnLeaf = false;    // and the value's own handle is what its leaf holds: no wrapper, no union
-  bool isPlainLeaf = false;  // and the value can be read where it lies
-  bool isText = false;       // and is a text, whose characters lie elsewhere
-  bool isPlainHolder =
-      false; // of entities whose walk needs nothing but their path: neither references nor colliding keys
+  bool isEntityName = false;  // an entity's "name", left out while it is empty
+  bool readsValue = false;    // the singleton road reads the attribute's value
+  bool isScalarLeaf = false;  // a single scalar value and nothing else: the plain and most frequent case
+  bool isOwnLeaf = false;     // and the value's own handle is what its leaf holds: no wrapper, no union
+  bool isPlainLeaf = false;   // and the value can be read where it lies
+  bool isText = false;        // and is a text, whose characters lie elsewhere
+  bool isPlainHolder = false; // of entities whose walk needs nothing but their path: no reference is in it
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
   bool canLoseLeaves = false;     // a nested value with parts that can be absent: its set of leaves changes
@@ -59,14 +58,29 @@ struct TypePlan {
 // The leaf path of an attribute of the object at `objectPath`: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan);
 
-// Whether a scalar attribute has the name of a key field of the list entry that its object is, without being that key: its leaf
-// would be taken for the key's. `objectPrefix` and `objectLeaf` together are the object's path.
-[[nodiscard]] KTD_EXPORT bool collidesWithKey(Path const& objectPrefix, Path const& objectLeaf,
-                                              Kel::KelAttr const& attr);
-// Whether any attribute of an object of that type at that path does, by name: then each is to be asked.
-[[nodiscard]] KTD_EXPORT bool anyCollidesWithKey(Path const& objectPath, Kel::KelType const& type);
-// The leaf path that a colliding attribute gets instead: its last element's name with "Value_".
-[[nodiscard]] KTD_EXPORT Kel::Ptr<Path> collidingLeafPath(Kel::Ptr<Path> const& leafPath);
+// --- attributes that meet a key field ---------------------------------------------------------------------
+//
+// A field of a list entry's key is an attribute of the entry, or lies outside of it and is told by its path alone. An attribute that has
+// the name of such a field without being it meets it:
+// - If it would be a leaf (a scalar, an array, a JSON text), whoever reads it would take it for the field. So the leaf of that name is
+//   the field's, whether or not the attribute is set, and the attribute's leaf has that name with "Value_".
+// - Anything else (a structure, a reference, an entity, a collection) is a container of that name and stays it; the field has no leaf.
+// No other key field has a leaf. All of this follows from the entry's type and path, for walks, changes and deletes alike.
+
+// What an attribute's leaf gives way to, and where it is then. Without a field: the attribute meets none, and is where it would be.
+struct MetKeyField {
+  PathElem::KeyMapType::Node const* field = nullptr; // in the path of the object
+  Kel::Ptr<Path> leafPath;
+  explicit operator bool() const noexcept { return field != nullptr; }
+};
+
+// Of an attribute of an object of that type, whose path is `objectPrefix` and `objectLeaf` together. Valid while these are.
+[[nodiscard]] KTD_EXPORT MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr,
+                                                 Path const& objectPrefix, Kel::Ptr<Path> const& objectLeaf);
+// Whether any attribute of an object of that type at that path meets one.
+[[nodiscard]] KTD_EXPORT bool meetsKeyFields(Kel::KelType const& type, Path const& objectPath);
+
+// --- members and directories ------------------------------------------------------------------------------
 
 // Whether a member under a structured key is sent below an element of its own, "<attribute>Value": a scalar of a kind that no client
 // can write, so that no Set ever addresses the member itself as a leaf.
@@ -74,6 +88,10 @@ struct TypePlan {
 
 // The attribute is the one that holds a directory's entities.
 [[nodiscard]] KTD_EXPORT bool isDirEntries(Kel::KelAttr const& attr);
+
+// Whether a message can hold the element: its texts are UTF-8. Walks send nothing at or below an element that it cannot.
+[[nodiscard]] KTD_EXPORT bool isEncodable(PathElem const& elem);
+[[nodiscard]] KTD_EXPORT bool isEncodable(Path const& path);
 
 // Whether `path` is `ancestor` or lies below it, element by element with equal keys.
 [[nodiscard]] KTD_EXPORT bool isAtOrBelow(Path const& ancestor, Path const& path);

@@ -15,6 +15,11 @@ namespace Ondra {
 
 WalkResult FullKelTypeWalker::walkObject(std::shared_ptr<WalkInfo>& walkInfo) {
   TOVAK_TRACE(walkerTrace(), 1, kWalkerCategory, "walkInfo:{}", walkInfo->toString());
+  if (!WalkRules::isEncodable(*walkInfo->path)) {
+    TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory,
+                "no walk at {}: the path is not UTF-8", walkInfo->path);
+    return WalkResult::Success;
+  }
   WalkQ queue(walkInfo->syncWalkId, WalkQ::onStack);
   queue.task = walkInfo->task;
   WalkResult const result = doWalkObject(walkInfo, &queue, nullptr, nullptr);

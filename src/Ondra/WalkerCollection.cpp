@@ -23,6 +23,12 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
     encodeMemberIntoKey(attr, memberValue, memberKeyState);
     return WalkResult::Success;
   }
+  if (!memberKeyState.isEncodable()) [[unlikely]] {
+    TOVAK_TRACE(walkerTrace(), 1, kWalkerCategory,
+                "left out member {} of {} below {}{}: its key is not UTF-8", memberKey->strRep(),
+                attr.name().view(), prefixPath_, leafPath_);
+    return WalkResult::Success;
+  }
   if (!ir) {
     ir = makeIr();
   }
@@ -49,7 +55,6 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
 WalkResult FullKelTypeWalker::walkKeyScalarNode(KelKey& memberKey, long timestamp, std::shared_ptr<Ir>& ir) {
   if (memberKey.inKeyMode() && !memberKey.escapeMark() && !memberKey.scalars().empty()) {
     memberKey.copyScalars(ir->addNode(timestamp, prefixPath_));
-    memberKey.scalarsCopiedIs(true);
   }
   if (objType_.isValueType()) {
     return WalkResult::Success;

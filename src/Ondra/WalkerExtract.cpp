@@ -96,7 +96,7 @@ void FullKelTypeWalker::extractScalar(Handle const& value, Kel::Ptr<Path const> 
     if (!key.inKeyMode()) {
       handOut(value, out);
     } else if (type.hasGnmiStrRep()) {
-      keyText(key, path, stringKeyText(value->gnmiStrRep(), key.escapeMark()), value);
+      keyText(key, path, value->gnmiStrRep(), value);
     } else {
       std::string const bytes = value->gnmiByterep();
       std::string text;
@@ -128,7 +128,7 @@ void FullKelTypeWalker::extractEnum(Handle const& value, Kel::Ptr<Path const> co
     handOut(value, out);
     return;
   }
-  keyText(key, path, stringKeyText(value->gnmiStrRep(), key.escapeMark()), value);
+  keyText(key, path, value->gnmiStrRep(), value);
 }
 
 void FullKelTypeWalker::extractValAttr(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,

@@ -114,7 +114,7 @@ std::optional<WalkResult> FullKelTypeWalker::pushPlainChild(WalkRules::AttrPlan 
   WalkRules::TypePlan const& leaves = WalkRules::typePlan(plan.attr.memberType());
   GifGnmiNotifiee* const held =
       leaves.plainFrom == 0 ? heldNotifiee(*child, notifiee, plan.attr.id()) : nullptr;
-  if (held == nullptr || held->keysCollide()) {
+  if (held == nullptr || held->meetsKeyFields()) {
     return std::nullopt;
   }
   return pushPlain(leaves, *child, *held);

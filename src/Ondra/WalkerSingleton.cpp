@@ -1,8 +1,10 @@
 // The walk of one singular attribute, or of one collection member at its keyed path.
 
+#include "Kel/Entity.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/PtrResolution.h"
+#include "Ondra/Referrers.h"
 #include "Ondra/ScalarEncode.h"
 #include "Ondra/WalkerTrace.h"
 
@@ -21,6 +23,14 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
   }
   if (!ir && valueMode()) {
     ir = makeIr(); // nested values add to it; it is sent at the end of the attribute
+  }
+  if (valueMode()) {
+    if (WalkRules::MetKeyField met = WalkRules::metKeyField(objType_, attr, *prefixPath_, leafPath_)) {
+      TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} Duplicate colliding entry: {} col attr name: {} ",
+                  debugString(), leafPath, attr.name().view());
+      addKeyLeaf(*met.field, leafPath, key, timestamp, *ir);
+      leafPath = std::move(met.leafPath);
+    }
   }
   if (attr.isGnmiJsonString()) {
     return walkJsonAttr(attr, leafPath, timestamp, ir);
@@ -81,7 +91,7 @@ WalkResult FullKelTypeWalker::walkPointerAttr(Kel::Ptr<Kel::GenericIf const> con
 
 WalkResult FullKelTypeWalker::walkPlainAttr(Kel::KelAttr const& attr,
                                             Kel::Ptr<Kel::GenericIf const> const& value,
-                                            Kel::Ptr<Path> leafPath, long timestamp, KelKey* key,
+                                            Kel::Ptr<Path> const& leafPath, long timestamp, KelKey* key,
                                             std::shared_ptr<Ir>& ir) {
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton non-value attr", debugString());
   if (attr.isScalarArray()) {
@@ -97,32 +107,26 @@ WalkResult FullKelTypeWalker::walkPlainAttr(Kel::KelAttr const& attr,
     extractScalar(value, leafPath, *keyName_, nullptr);
     return WalkResult::Success;
   }
-  // A collection's member is at its own keyed path; only attributes of an object can meet the key fields of that object.
-  if (!attr.isCollection() && WalkRules::collidesWithKey(*prefixPath_, *leafPath_, attr)) {
-    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} Duplicate colliding entry: {} col attr name: {} ",
-                debugString(), leafPath, attr.name().view());
-    addKeyLeaves(attr, key, ir, timestamp);
-    leafPath = WalkRules::collidingLeafPath(leafPath);
-  }
   extractScalar(value, *keyName_, ir, prefixPath_, leafPath, timestamp);
   return WalkResult::Success;
 }
 
-// The fields of the key that an attribute collides with, once for each list entry.
-void FullKelTypeWalker::addKeyLeaves(Kel::KelAttr const& attr, KelKey* key, std::shared_ptr<Ir>& ir,
-                                     long timestamp) const {
-  if (key == nullptr || !key->keyMap().contains(attr.name().str()) || !key->prefix() ||
-      !key->prefix()->isEqual(leafPath_.get())) {
-    return;
+// The leaf of one field of the list entry's key. Whatever the walk began with, its value is the field itself: an entity knows its key, a
+// member that is a value is walked with it. An object at a path that is not its own has the text that is there.
+void FullKelTypeWalker::addKeyLeaf(PathElem::KeyMapType::Node const& field, Kel::Ptr<Path> const& leafPath,
+                                   KelKey const* key, long timestamp, Ir& ir) {
+  Kel::Ptr<Kel::GenericIf const> value = key == nullptr ? nullptr : key->scalar(field.key, field.value);
+  if (!value && objType_.isEntity()) {
+    auto const& entity = static_cast<Kel::Entity const&>(*gif_->object());
+    if (Kel::Ptr<Kel::GenericIf const> const memberKey = entity.parentKey()) {
+      RenderScope const ofNobody(true, nullptr, 0,
+                                 nullptr); // of another text it is another path: all is sent anew
+      KelKey own;
+      extractKeyInfo(memberKey, entity.parentAttr(), own);
+      value = own.scalar(field.key, field.value);
+    }
   }
-  if (key->scalarsCopied()) {
-    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory,
-                "{} skip adding duplicate key scalar:{} to KelKey:{} leafPath_:{}", debugString(),
-                attr.name().view(), KelKey::toString(*key), leafPath_);
-    return;
-  }
-  key->copyScalars(ir->addNode(timestamp, prefixPath_));
-  key->scalarsCopiedIs(true);
+  ir.addNode(timestamp, prefixPath_).addLeaf(leafPath, value ? value : Kel::handleOf(field.value));
 }
 
 // After each attribute of an object: with bundling, when the walk must yield; without, at once.

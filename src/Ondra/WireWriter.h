@@ -28,6 +28,8 @@ public:
   // Empties it.
   void clear() noexcept { at_ = capacity_; }
   [[nodiscard]] std::size_t size() const noexcept { return capacity_ - at_; }
+  // Takes back what has been written since there were so many bytes.
+  void cutTo(std::size_t size) noexcept { at_ = capacity_ - size; }
   // What has been written, the latest first. Valid until the next operation.
   [[nodiscard]] std::span<std::uint8_t const> bytes() const noexcept { return {buffer_.get() + at_, size()}; }
 

@@ -104,16 +104,6 @@ TEST_F(Walker, KeyTextsOfEveryKind) {
   }
 }
 
-TEST_F(Walker, EscapesInStructuredKeysOnly) {
-  world.device()->routeIs({{1, 2}, "a__b"}, {3, "", nullptr});
-  world.device()->zoneLimitIs(Fixture::Zone::Dmz, 1);
-  world.device()->aliasIs("c__d", nullptr);
-  RecordingRouter::Leaves const leaves = harness.leavesOf(*world.device());
-  EXPECT_TRUE(leaves.contains("/fixture/device/alias[aliasKey=c__d]/_ptr"));
-  EXPECT_TRUE(
-      leaves.contains("/fixture/device/route[subnet__address=1][subnet__length=2][vrf=a\\__b]/metric"));
-}
-
 // --- modes -------------------------------------------------------------------------------------------
 
 TEST_F(Walker, SendsASmallObjectAsEachModeAsks) {

@@ -74,7 +74,10 @@ TEST(Wire, RandomTreesComeOutAsTheirMessages) {
     std::vector<Kel::Ptr<Ondra::Path>> shared(6);
     std::generate(shared.begin(), shared.end(), [&random] { return path(random); });
     auto const aPath = [&] { return random() % 2 == 0 ? shared[random() % shared.size()] : path(random); };
-    auto const aValue = [&] { return values.value(scalars[random() % scalars.size()]); };
+    auto const aValue = [&] { // now and then a text that no message can hold
+      return random() % 16 == 0 ? Handle(handleOf(Kel::String("no\xff")))
+                                : values.value(scalars[random() % scalars.size()]);
+    };
     ir.clear();
     for (std::size_t nodes = 1 + random() % 5; nodes-- > 0;) {
       long const timestamp =
