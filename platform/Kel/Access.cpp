@@ -105,12 +105,9 @@ void throwKeyType(AttrDesc const& attr, GenericIf const& key) {
 }
 
 EntityRef entityRefFrom(AttrDesc const& attr, GenericIf const& key) {
-  if (key.type().isEntity()) {
-    if (auto const* const entity = dynamic_cast<Entity const*>(key.object())) {
-      if (key.voidPtrIs(KelType(attr.keyType)) != nullptr) return EntityRef(*entity);
-    } else {
-      return EntityRef::fromWeak(key);
-    }
+  if (key.type().isEntity() && key.type().desc().isA(*attr.keyType)) {
+    auto const* const entity = dynamic_cast<Entity const*>(key.object());
+    return entity != nullptr ? EntityRef(*entity) : EntityRef::fromWeak(key);
   }
   throwKeyType(attr, key);
 }
@@ -153,7 +150,8 @@ void completeArrayDesc(TypeDesc& desc) {
 
 namespace {
 
-// The members of an array attribute by number; looks the array up afresh at every step.
+// The members of an array attribute by number; looks the array up afresh at every step. Who stands at an index has no other to move
+// to: it is in one of two states, Ended or not.
 class ArrayCursor final : public Cursor {
 public:
   using ArrayOf = void const* (*)(AttrDesc const&, GenericIf const&);
@@ -161,20 +159,31 @@ public:
       : obj_(std::move(obj))
       , attr_(&attr)
       , index_(start)
-      , arrayOf_(arrayOf) {}
-  bool valid() override { return index_ < attr_->type->arrayOps->size(array()); }
-  void advance() override { ++index_; }
-  Ptr<GenericIf const> key() override { return handleOf(index_); }
+      , arrayOf_(arrayOf)
+      , ended_(!isThere()) {}
+  bool valid() override {
+    ended_ = ended_ || !isThere();
+    return !ended_;
+  }
+  void advance() override {
+    if (ended_) return;
+    ++index_;
+    ended_ = !isThere();
+  }
+  Ptr<GenericIf const> key() override { return ended_ ? nullptr : handleOf(index_); }
   Ptr<GenericIf const> value() override {
-    return attr_->type->arrayOps->at(*attr_->memberType, array(), index_, obj_->owner());
+    if (ended_ || !isThere()) return nullptr;
+    return attr_->type->arrayOps->at(*attr_->memberType, array(), index_);
   }
 
 private:
   [[nodiscard]] void const* array() const { return arrayOf_(*attr_, *obj_); }
+  [[nodiscard]] bool isThere() const { return index_ < attr_->type->arrayOps->size(array()); }
   Ptr<GenericIf const> obj_;
   AttrDesc const* attr_;
   std::uint64_t index_;
   ArrayOf arrayOf_;
+  bool ended_;
 };
 
 void const* arrayInPlace(AttrDesc const& attr, GenericIf const& obj) {
@@ -202,7 +211,7 @@ Ptr<GenericIf const> InPlaceAccess::get(AttrDesc const& attr, GenericIf const& o
   if (!attr.isArray) requireNoKey(attr, key);
   std::uint64_t const index = arrayIndex(attr, *key);
   if (index >= attr.type->arrayOps->size(at)) return nullptr;
-  return attr.type->arrayOps->at(*attr.memberType, at, index, obj.owner());
+  return attr.type->arrayOps->at(*attr.memberType, at, index);
 }
 
 bool InPlaceAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {

@@ -244,7 +244,7 @@ private:
   }
 };
 
-// The cursor over any of the keyed collections.
+// The cursor over any of the keyed collections; its states are those of `Cursor`.
 template <class C, class ToHandle>
 class MembersCursor final : public Cursor {
 public:
@@ -252,79 +252,79 @@ public:
   MembersCursor(Ptr<GenericIf const> obj, C const& members, AttrDesc const& attr, GenericIf const* start)
       : obj_(std::move(obj))
       , members_(&members)
-      , attr_(&attr)
-      , stamp_(members.stamp()) {
-    at_ = start == nullptr ? members.map().begin()
-                           : members.map().lower_bound(KeyTraits<K>::from(attr, *start));
-    remember();
+      , attr_(&attr) {
+    settle(start == nullptr ? map().begin() : map().lower_bound(KeyTraits<K>::from(attr, *start)));
   }
   bool valid() override {
-    refresh();
-    return at_ != members_->map().end();
+    if (state_ != State::Ended && isStale()) [[unlikely]]
+      findAgain();
+    return state_ != State::Ended;
   }
   void advance() override {
-    if (stamp_ != members_->stamp()) {
-      seek(!moved_);
-    } else if (!moved_) {
-      ++at_;
-      remember();
+    if (state_ == State::Ended) return;
+    bool const stays = state_ == State::Moved;
+    state_ = State::Fresh;
+    if (isStale()) [[unlikely]] {
+      settle(stays ? map().lower_bound(*key_) : map().upper_bound(*key_));
+    } else if (!stays) {
+      settle(std::next(at_));
     }
-    moved_ = false;
   }
   Ptr<GenericIf const> key() override {
-    refresh();
-    moved_ = false;
-    return KeyTraits<K>::handle(at_->first);
+    if (state_ == State::Ended) return nullptr;
+    state_ = State::Given;
+    return KeyTraits<K>::handle(*key_);
   }
   Ptr<GenericIf const> value() override {
-    refresh();
-    moved_ = false;
-    return ToHandle{}(*attr_, at_->second);
+    if (state_ == State::Ended) return nullptr;
+    state_ = State::Given;
+    if (!isStale()) [[likely]]
+      return ToHandle{}(*attr_, at_->second);
+    auto const found = map().find(*key_);
+    return found == map().end() ? nullptr : Ptr<GenericIf const>(ToHandle{}(*attr_, found->second));
   }
   PtrInterface const* objectAhead(std::size_t steps) const noexcept override {
     if constexpr (requires { ToHandle::object(at_->second); }) {
-      auto const end = members_->map().end();
-      if (moved_ || stamp_ != members_->stamp()) return nullptr;
+      if (state_ == State::Ended || state_ == State::Moved || isStale()) return nullptr;
       auto at = at_;
-      for (; at != end && steps > 0; --steps)
+      for (; at != map().end() && steps > 0; --steps)
         ++at;
-      return at == end ? nullptr : ToHandle::object(at->second);
+      return at == map().end() ? nullptr : ToHandle::object(at->second);
     } else {
       return nullptr;
     }
   }
 
 private:
-  // After a change: back to the member it stood at; when that has gone, on to the next, which is then yet to be given.
-  void refresh() {
-    if (stamp_ == members_->stamp()) return;
-    std::optional<K> const stood = last_;
-    seek(false);
-    bool const there = at_ != members_->map().end() && stood && !KeyLess<K>{}(*stood, at_->first);
-    moved_ = moved_ || !there;
-  }
-  void seek(bool past) {
+  enum class State : std::uint8_t { Fresh, Given, Moved, Ended };
+
+  [[nodiscard]] typename C::Map const& map() const noexcept { return members_->map(); }
+  [[nodiscard]] bool isStale() const noexcept { return stamp_ != members_->stamp(); }
+  // Stands at that member from now on, or has ended.
+  void settle(typename C::Map::const_iterator at) {
     stamp_ = members_->stamp();
-    if (!last_) {
-      at_ = members_->map().end();
+    at_ = at;
+    if (at == map().end()) {
+      state_ = State::Ended;
     } else {
-      at_ = past ? members_->map().upper_bound(*last_) : members_->map().lower_bound(*last_);
+      key_ = at->first;
     }
-    remember();
   }
-  void remember() {
-    if (at_ != members_->map().end()) {
-      last_ = at_->first;
-    }
+  // After a change: at the member where it stood, or at the next one.
+  void findAgain() {
+    auto const at = map().lower_bound(*key_);
+    bool const isThere = at != map().end() && !KeyLess<K>{}(*key_, at->first);
+    if (!isThere && state_ == State::Given) state_ = State::Moved;
+    settle(at);
   }
 
   Ptr<GenericIf const> obj_;
   C const* members_;
   AttrDesc const* attr_;
-  std::uint64_t stamp_;
-  typename C::Map::const_iterator at_;
-  std::optional<K> last_; // the key it stands at, kept for when the collection changes
-  bool moved_ = false;    // stands at a member that has not been given yet: the next advance stays there
+  std::uint64_t stamp_ = 0;
+  typename C::Map::const_iterator at_; // of the collection of this stamp
+  std::optional<K> key_;               // where it stands; none when it has never stood anywhere
+  State state_ = State::Fresh;
 };
 
 // What the collections have in common; `ToHandle` makes a handle of a member.
@@ -363,7 +363,7 @@ struct ObjectToHandle {
 template <class V>
 struct NodeToHandle {
   Ptr<GenericIf const> operator()(AttrDesc const& attr, Ptr<ValueNode<V>> const& node) const {
-    return GenericIf::inPlace(*attr.memberType, &node->value, node.get());
+    return GenericIf::inPlace(*attr.memberType, &node->value, *node);
   }
 };
 

@@ -9,13 +9,6 @@
 namespace Kel {
 namespace {
 
-bool extends(TypeDesc const* type, TypeDesc const* owner) noexcept {
-  for (; type != nullptr; type = type->base) {
-    if (type == owner) return true;
-  }
-  return false;
-}
-
 [[noreturn]] void wrongOwner(AttrDesc const& attr, GenericIf const* obj) {
   throwError(fmt::format("attribute '{}' of type '{}' was asked of {}", attr.name.view(),
                          attr.owner->name.view(),
@@ -26,8 +19,7 @@ bool extends(TypeDesc const* type, TypeDesc const* owner) noexcept {
 void requireOwner(AttrDesc const& attr, GenericIf const* obj) {
   if (obj == nullptr) [[unlikely]]
     wrongOwner(attr, obj);
-  TypeDesc const* const type = &obj->type().desc();
-  if (type != attr.owner && !extends(type, attr.owner)) [[unlikely]]
+  if (!obj->type().desc().isA(*attr.owner)) [[unlikely]]
     wrongOwner(attr, obj);
   if (obj->data() == nullptr) [[unlikely]] {
     throwError(fmt::format("attribute '{}' of type '{}' was asked of an object that has gone",
@@ -93,7 +85,7 @@ std::vector<KelAttr::ConstHandle> KelAttr::genericIfMembers(ConstHandle const& a
   std::size_t const size = ops.size(array->data());
   members.reserve(size);
   for (std::size_t i = 0; i < size; ++i) {
-    members.push_back(ops.at(*desc_->type->elementType, array->data(), i, array->owner()));
+    members.push_back(ops.at(*desc_->type->elementType, array->data(), i));
   }
   return members;
 }

@@ -187,8 +187,9 @@ std::optional<std::string> parseFloat(TypeDesc const& type, std::string_view tex
   }
   F value{};
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size() || std::isnan(value)) {
-    return mismatch(type, text, "a decimal number, or the base64 text of its big-endian bytes");
+  // Of the decimal texts the canonical one only, as for integers.
+  if (error != std::errc() || end != text.data() + text.size() || printFloat(value) != text) {
+    return mismatch(type, text, "the shortest decimal number, or the base64 text of its big-endian bytes");
   }
   *static_cast<F*>(to) = value;
   return std::nullopt;

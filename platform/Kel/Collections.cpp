@@ -15,7 +15,7 @@ EntityRef::EntityRef(Entity const& entity) : anchor_(&entity.anchor()) {}
 
 EntityRef EntityRef::fromWeak(GenericIf const& handle) {
   EntityRef ref;
-  ref.anchor_ = Ptr<PtrInterface const>(handle.owner());
+  ref.anchor_ = Ptr<PtrInterface const>(&handle.owner());
   return ref;
 }
 

@@ -2,7 +2,8 @@
 //
 // Invariants
 // 1. Members are kept and iterated in key order: `<` for text and integers, the type's own total order otherwise.
-// 2. Every change moves the stamp; a cursor that sees another stamp than its own finds its place again by the last key it gave.
+// 2. Every change moves the stamp, the assignment of a whole collection too; a cursor that sees another stamp than its own finds its
+//    place again by the key where it stands.
 // 3. Members live in counted objects of their own (the entity, a `ValueNode`): erasing detaches a member and never frees it
 //    under a handle.
 // A collection inside an entity is changed through the entity (`Entity::memberIs`, `memberDel`) or through its attribute, so that
@@ -82,6 +83,14 @@ public:
   using Member = M;
   using Map = absl::btree_map<K, M, KeyLess<K>>;
 
+  KeyedMembers() = default;
+  KeyedMembers(KeyedMembers const& other) : map_(other.map_) {}
+  KeyedMembers& operator=(KeyedMembers const& other) {
+    ++stamp_;
+    map_ = other.map_;
+    return *this;
+  }
+
   [[nodiscard]] std::size_t size() const noexcept { return map_.size(); }
   [[nodiscard]] bool empty() const noexcept { return map_.empty(); }
   [[nodiscard]] auto begin() const { return map_.begin(); }
@@ -145,7 +154,7 @@ class KeyedValues : public KeyedMembers<K, Ptr<ValueNode<V>>> {
 public:
   using Value = V;
   KeyedValues() = default;
-  KeyedValues(KeyedValues const& other) { *this = other; }
+  KeyedValues(KeyedValues const& other) : KeyedMembers<K, Ptr<ValueNode<V>>>() { *this = other; }
   KeyedValues& operator=(KeyedValues const& other) {
     if (this == &other) return *this;
     ++this->stamp_;

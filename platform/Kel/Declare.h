@@ -137,7 +137,7 @@ TypeDesc::ArrayOps const& arrayOps() {
       .clear = [](void* array) { static_cast<A*>(array)->clear(); },
       .size = [](void const* array) { return static_cast<A const*>(array)->size(); },
       .at =
-          [](TypeDesc const& element, void const* array, std::size_t index, PtrInterface const*) {
+          [](TypeDesc const& element, void const* array, std::size_t index) {
             E const value = (*static_cast<A const*>(array))[index];
             return Ptr<GenericIf const>(GenericIf::copyOf(element, &value));
           },

@@ -55,6 +55,23 @@ enum class TypeKind : std::uint8_t {
   CollectionControl, // housekeeping of a collection
 };
 
+// The generic operations on an attribute, as dispatched to a type's own handler, and the comparisons of two values. Users know it
+// as `GenericIf::AttributeOp`.
+enum class AttributeOp : std::uint8_t {
+  Get,
+  Set,
+  Delete,
+  Count,
+  Contains,
+  Call,
+  Equal,
+  NotEqual,
+  Less,
+  LessEqual,
+  Greater,
+  GreaterEqual,
+};
+
 // The scalars of the core module, by their index in its type table.
 enum class BuiltinKind : std::uint8_t {
   None = 0,
@@ -205,8 +222,7 @@ struct TypeDesc {
     void (*append)(void* array, GenericIf const& value);
     void (*clear)(void* array);
     std::size_t (*size)(void const* array);
-    Ptr<GenericIf const> (*at)(TypeDesc const& element, void const* array, std::size_t index,
-                               PtrInterface const* owner);
+    Ptr<GenericIf const> (*at)(TypeDesc const& element, void const* array, std::size_t index); // detached
   };
   ArrayOps const* arrayOps = nullptr;
   AttrDesc const* (*activeAlternative)(TypeDesc const&, void const* at) = nullptr;
@@ -219,6 +235,13 @@ struct TypeDesc {
   }
 
   [[nodiscard]] bool isEntity() const { return kind == TypeKind::Entity; }
+  // Whether objects of this type are of that one: it is the same, or a type that this one extends.
+  [[nodiscard]] bool isA(TypeDesc const& wanted) const noexcept {
+    TypeDesc const* mine = this;
+    while (mine != nullptr && mine != &wanted)
+      mine = mine->base;
+    return mine != nullptr;
+  }
   // A scalar is sent as one leaf: everything but structures, arrays and entities.
   [[nodiscard]] bool isScalar() const {
     return kind == TypeKind::Builtin || kind == TypeKind::Enum || kind == TypeKind::Nominal ||

@@ -1,5 +1,6 @@
 #include "Kel/Entity.h"
 
+#include <absl/strings/str_replace.h>
 #include <fmt/format.h>
 
 #include <atomic>
@@ -27,17 +28,43 @@ Singletons& singletons() {
   return *instance;
 }
 
-// The key groups of a member's name: the index attribute, the fields of a structured key, or the attribute's name with "Key".
-std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
-  if (KelAttr const index = attr.indexAttr())
-    return fmt::format("[{}={}]", index.name().view(), key->gnmiStrRep());
-  TypeDesc const& type = key->type().desc();
-  if (type.kind != TypeKind::Struct || type.hasGnmiStrRep)
-    return fmt::format("[{}Key={}]", attr.name().view(), key->gnmiStrRep());
-  std::string groups;
+// "[name=text]". Between the brackets of a key brackets nest, and a backslash takes the next character as it is.
+void appendGroup(std::string& out, std::string_view name, std::string_view text) {
+  out.append(1, '[').append(name).append(1, '=');
+  for (char const c : text) {
+    if (c == '[' || c == ']' || c == '\\') out += '\\';
+    out += c;
+  }
+  out += ']';
+}
+
+bool isStructured(TypeDesc const& type) { return type.kind == TypeKind::Struct && !type.hasGnmiStrRep; }
+
+// A group for each field of a structured key that is set. Fields of fields are named from the outer one on, with "__" between, and a
+// string marks a "__" of its own with a backslash, as keys have it in paths.
+void appendFields(std::string& out, std::string const& above, Ptr<GenericIf const> const& key) {
   for (KelTypeBase::AttributeQIterator field(key->type()); field; ++field) {
-    auto const value = (*field).genericIfGet(key);
-    groups += fmt::format("[{}={}]", (*field).name().view(), value ? value->gnmiStrRep() : "");
+    Ptr<GenericIf const> const value = (*field).genericIfGet(key);
+    if (!value) continue;
+    std::string const name = above + (*field).name().str();
+    if (isStructured(value->type().desc())) {
+      appendFields(out, name + "__", value);
+    } else if (String const* const text = value->attrValPtr<String>()) {
+      appendGroup(out, name, absl::StrReplaceAll({text->data(), text->size()}, {{"__", "\\__"}}));
+    } else {
+      appendGroup(out, name, value->gnmiStrRep());
+    }
+  }
+}
+
+// The key groups of a member's name: the fields of a structured key, else the index attribute or the attribute's name with "Key".
+std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
+  std::string groups;
+  if (isStructured(key->type().desc())) {
+    appendFields(groups, "", key);
+  } else {
+    KelAttr const index = attr.indexAttr();
+    appendGroup(groups, index ? index.name().str() : attr.name().str() + "Key", key->gnmiStrRep());
   }
   return groups;
 }
@@ -82,7 +109,7 @@ String Entity::name() const {
 String Entity::fullName() const {
   std::vector<String> names;
   for (Entity const* at = this; at->parent_ != nullptr; at = at->parent_)
-    names.push_back(at->name());
+    names.push_back(at->Entity::name());
   std::string text;
   for (auto name = names.rbegin(); name != names.rend(); ++name) {
     text += '/';
@@ -152,20 +179,22 @@ void Entity::attachMember(void const* member, Ptr<GenericIf const> keyHandle, En
   attach(*this, attr, std::move(keyHandle), child);
 }
 
-Ptr<Entity> Entity::singletonExists(std::string_view name) {
-  auto const found = singletons().find(name);
-  return found == singletons().end() ? nullptr : found->second;
-}
+bool Entity::singletonExists(std::string_view name) { return singletons().contains(name); }
 
 Ptr<Entity> Entity::singletonIs(KelType type, std::string_view name) {
-  Ptr<Entity>& slot = singletons()[std::string(name)];
-  if (!slot) {
-    slot = dynamicPtrCast<Entity>(Impl::construct(type.desc(), {}));
-    if (!slot)
-      throwError(fmt::format("type '{}' cannot be a singleton: it makes no entity", type.name().view()));
-    slot->hasNotificationActiveIs(true);
+  if (auto const found = singletons().find(name); found != singletons().end()) {
+    if (!found->second->fwkType().desc().isA(type.desc())) {
+      throwError(fmt::format("the singleton '{}' is of type '{}', not '{}'", name,
+                             found->second->fwkType().name().view(), type.name().view()));
+    }
+    return found->second;
   }
-  return slot;
+  Ptr<Entity> const made = dynamicPtrCast<Entity>(Impl::construct(type.desc(), {}));
+  if (!made)
+    throwError(fmt::format("type '{}' cannot be a singleton: it makes no entity", type.name().view()));
+  made->hasNotificationActiveIs(true);
+  singletons().emplace(name, made);
+  return made;
 }
 
 void Entity::singletonDel(std::string_view name) {

@@ -27,11 +27,11 @@ class KTD_EXPORT Entity : public PtrInterface {
 public:
   ~Entity() override;
 
-  // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a member of a
-  // collection by its key as "[field=text]".
+  // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a member of a collection
+  // by its key, field by field as "[field=text]", with a backslash before each bracket and backslash of the text.
   [[nodiscard]] virtual String name() const;
-  // The absolute name in the directory tree: the names from the root on, each after a "/". Empty for the root directory. Names that
-  // hold "/" or "[" print as they are: to address an entity follow its parents, not this text.
+  // The absolute name in the directory tree: the names of the places from the root on (whatever `name` of a class says), each after
+  // a "/". As a path's text it leads back to the entity, whatever its keys are. Empty for the root directory.
   [[nodiscard]] String fullName() const;
   // It has been removed from its parent (or an ancestor of it has).
   [[nodiscard]] bool isOrphan() const noexcept { return orphan_; }
@@ -49,16 +49,15 @@ public:
   // Called after the parent link has been set or cleared.
   virtual void handleParent() {}
 
-  // The process-wide singleton entities, by type name. They live until `singletonDel`.
-  [[nodiscard]] static Ptr<Entity> singletonExists(std::string_view name);
+  // The process-wide singleton entities, by type name. They live until `singletonDel`. `singletonIs` makes what is not there; it
+  // raises `Kel::Error` when the type makes no entity, or when there is one of another type.
+  [[nodiscard]] static bool singletonExists(std::string_view name);
   static Ptr<Entity> singletonIs(KelType type, std::string_view name);
   static void singletonDel(std::string_view name);
   template <class T>
   static Ptr<T> singleton() {
     KelType const type = typeOf<T>();
-    Ptr<Entity> existing = singletonExists(type.name());
-    if (!existing) existing = singletonIs(type, type.name());
-    return staticPtrCast<T>(existing);
+    return staticPtrCast<T>(singletonIs(type, type.name()));
   }
 
   // --- for the attribute descriptors; not for users ------------------------------------------------
@@ -89,6 +88,7 @@ protected:
                 std::type_identity_t<V> const& value);
   template <class K, class V>
   void memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const& key);
+  // A null target removes the member.
   template <class K, class E>
   void memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target);
   template <class K, class E>
@@ -192,7 +192,8 @@ void Entity::memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const
 
 template <class K, class E>
 void Entity::memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target) {
-  if (members.find(key) == target.get() && target) return;
+  if (!target) return memberDel(members, key);
+  if (members.find(key) == target.get()) return;
   K const copy = key;
   members.put(copy, target);
   if (isObserved()) told(&members, &copy);

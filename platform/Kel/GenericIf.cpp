@@ -100,9 +100,9 @@ Ptr<GenericIf> GenericIf::defaultOf(TypeDesc const& type) {
   return Ptr<GenericIf>(new GenericIf(&type, box->storage(), box.get()));
 }
 
-Ptr<GenericIf const> GenericIf::inPlace(TypeDesc const& type, void const* raw, PtrInterface const* owner) {
+Ptr<GenericIf const> GenericIf::inPlace(TypeDesc const& type, void const* raw, PtrInterface const& owner) {
   if (type.isScalar()) return copyOf(type, raw);
-  return Ptr<GenericIf const>(new GenericIf(&type, const_cast<void*>(raw), owner));
+  return Ptr<GenericIf const>(new GenericIf(&type, const_cast<void*>(raw), &owner));
 }
 
 Ptr<GenericIf> GenericIf::toObject(PtrInterface* object) {
@@ -127,10 +127,7 @@ Ptr<GenericIf const> GenericIf::weak(TypeDesc const& type, PtrInterface const& a
 void* GenericIf::voidPtrIs(KelType type) const noexcept {
   if (!type) return nullptr;
   void* const at = isObjectKind(*type_) ? static_cast<void*>(object()) : data_;
-  for (TypeDesc const* mine = type_; mine != nullptr; mine = mine->base) {
-    if (mine == &type.desc()) return at;
-  }
-  return nullptr;
+  return type_->isA(type.desc()) ? at : nullptr;
 }
 
 PtrInterface* GenericIf::object() const noexcept {

@@ -14,8 +14,23 @@
 
 namespace Kel {
 
-// The state of a collection iteration. Survives any change of the collection: it goes on past the last key it gave. Keeps the
-// object that holds the collection alive.
+// The state of a collection iteration: where it stands, by key. Survives any change of the collection, at any moment, and keeps the
+// object that holds the collection alive. Whatever the kind of collection, it is in one of four states:
+//
+//   state | stands at                         | the test, when that member has gone | ++
+//   ------+-----------------------------------+-------------------------------------+--------------------------------------
+//   Fresh | a member that was not given yet   | goes to the next one: Fresh         | goes to the next one: Fresh
+//   Given | a member whose key or value has   | goes to the next one: Moved         | goes to the next one: Fresh
+//         | been asked for                    |                                     |
+//   Moved | one that took the place of a      | goes to the next one: Moved         | stays (goes to the next one when it
+//         | given one and was not given yet   |                                     | has gone): Fresh
+//   Ended | nothing, for good                 | false                               | stays
+//
+// "The next one" has the smallest greater key at that moment; when there is none, the iteration has ended and stays so, whatever is
+// added later. So each member is given once, and none that was there all the time is left out. Only the test and ++ move: `key` and
+// `value` speak of the same member. The value is null when that member has gone since; at the end both are null.
+// Arrays stand at an index instead of a key, and the collections of types with hooks of their own do not give what is added
+// meanwhile.
 class KTD_EXPORT Cursor : public PtrInterface {
 public:
   [[nodiscard]] virtual bool valid() = 0;
@@ -23,7 +38,8 @@ public:
   [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;
   [[nodiscard]] virtual Ptr<GenericIf const> value() = 0;
   // The object that is the member so many steps from here, 0 being the current one; null when there is none, when members are no
-  // objects, and whenever the cursor would have to look for it. A hint: for whoever wants to have it at hand in time.
+  // objects, and whenever the cursor would have to look for it. A hint, which counts as no giving: for whoever wants to have it at
+  // hand in time.
   [[nodiscard]] virtual PtrInterface const* objectAhead(std::size_t steps) const noexcept {
     static_cast<void>(steps);
     return nullptr;
@@ -35,7 +51,7 @@ class KTD_EXPORT GenericIfRaw {
 public:
   class Iterator {
   public:
-    Iterator() = default;
+    Iterator() = default; // has ended
     explicit Iterator(Ptr<Cursor> cursor) noexcept : cursor_(std::move(cursor)) {}
     Iterator(Iterator&&) noexcept = default;
     Iterator& operator=(Iterator&&) noexcept = default;
@@ -43,7 +59,7 @@ public:
     // A current member exists.
     explicit operator bool() const { return cursor_ && cursor_->valid(); }
     Iterator& operator++() {
-      cursor_->advance();
+      if (cursor_) cursor_->advance();
       return *this;
     }
 
@@ -65,29 +81,15 @@ class KTD_EXPORT GenericIf final : public PtrInterface {
 public:
   class NotifieeConst;
 
-  // The generic operations on an attribute, as dispatched to a type's own handler.
-  enum class AttributeOp : std::uint8_t {
-    Get,
-    Set,
-    Delete,
-    Count,
-    Contains,
-    Call,
-    Equal,
-    NotEqual,
-    Less,
-    LessEqual,
-    Greater,
-    GreaterEqual,
-  };
+  using AttributeOp = Kel::AttributeOp;
 
   class Iterator : public GenericIfRaw::Iterator {
   public:
     using GenericIfRaw::Iterator::Iterator;
-    [[nodiscard]] Ptr<GenericIf const> key() const { return cursor_->key(); }
-    [[nodiscard]] Ptr<GenericIf const> ptr() const { return cursor_->value(); }
+    [[nodiscard]] Ptr<GenericIf const> key() const { return cursor_ ? cursor_->key() : nullptr; }
+    [[nodiscard]] Ptr<GenericIf const> ptr() const { return cursor_ ? cursor_->value() : nullptr; }
     [[nodiscard]] PtrInterface const* objectAhead(std::size_t steps) const noexcept {
-      return cursor_->objectAhead(steps);
+      return cursor_ ? cursor_->objectAhead(steps) : nullptr;
     }
   };
 
@@ -98,7 +100,7 @@ public:
   [[nodiscard]] static Ptr<GenericIf> defaultOf(TypeDesc const& type);
   // A value inside `owner`, in place: scalars are copied into the handle all the same.
   [[nodiscard]] static Ptr<GenericIf const> inPlace(TypeDesc const& type, void const* raw,
-                                                    PtrInterface const* owner);
+                                                    PtrInterface const& owner);
   // An object.
   [[nodiscard]] static Ptr<GenericIf> toObject(PtrInterface* object);
   [[nodiscard]] static Ptr<GenericIf const> toObject(PtrInterface const* object);
@@ -116,8 +118,8 @@ public:
   [[nodiscard]] PtrInterface* object() const noexcept;
   // The raw form of the value; for an object its `PtrInterface*`.
   [[nodiscard]] void* data() const noexcept { return data_; }
-  // What keeps `data` alive: the object itself, the holder of the value, a box; null when the handle does so itself.
-  [[nodiscard]] PtrInterface const* owner() const noexcept { return owner_; }
+  // What keeps `data` alive: the object itself, the holder of the value, a box, or this handle; of a weak one, the identity.
+  [[nodiscard]] PtrInterface const& owner() const noexcept { return owner_ != nullptr ? *owner_ : *this; }
 
   // The held value when this is a scalar of kind T (`Kel::String`, bool, char, 8 to 64-bit integers, float, double, `Kel::Time`,
   // `Kel::Seconds`, `Kel::Bytes`, `Kel::JsonString`); else null. Valid while the handle lives.

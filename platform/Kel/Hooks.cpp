@@ -14,23 +14,33 @@ namespace {
 
 using Op = GenericIf::AttributeOp;
 
-// The members of a collection attribute, through the type's own iteration hooks. Goes on by the type's rules after a change.
+// The members of a collection attribute, through the type's own iteration hooks.
 class HookCursor final : public Cursor {
 public:
-  HookCursor(Ptr<GenericIf const> obj, TypeHooks::Iteration const& hooks, AttributeId id)
+  HookCursor(Ptr<GenericIf const> obj, TypeHooks::Iteration const& hooks, AttributeId id,
+             GenericIf const* start)
       : obj_(std::move(obj))
       , hooks_(hooks)
-      , state_(hooks.create(obj_->object(), id)) {}
+      , state_(hooks.create(obj_->object(), id, start))
+      , ended_(!hooks.nonNull(state_)) {}
   ~HookCursor() override { hooks_.del(state_); }
-  bool valid() override { return hooks_.nonNull(state_); }
-  void advance() override { hooks_.increment(state_); }
-  Ptr<GenericIf const> key() override { return hooks_.key(state_); }
-  Ptr<GenericIf const> value() override { return hooks_.object(state_); }
+  bool valid() override {
+    ended_ = ended_ || !hooks_.nonNull(state_);
+    return !ended_;
+  }
+  void advance() override {
+    if (ended_) return;
+    hooks_.increment(state_);
+    ended_ = !hooks_.nonNull(state_);
+  }
+  Ptr<GenericIf const> key() override { return ended_ ? nullptr : hooks_.key(state_); }
+  Ptr<GenericIf const> value() override { return ended_ ? nullptr : hooks_.object(state_); }
 
 private:
   Ptr<GenericIf const> obj_;
   TypeHooks::Iteration const& hooks_;
   void* state_;
+  bool ended_;
 };
 
 // Every operation becomes a request to the type's dispatcher.
@@ -65,12 +75,8 @@ public:
   Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
                       GenericIf const* start) const override {
     if (!attr.isCollection || hooks_.iteration.create == nullptr) notSupported(attr, "iterate");
-    Ptr<Cursor> cursor(new HookCursor(obj, hooks_.iteration, attr.id));
-    if (start != nullptr) {
-      while (cursor->valid() && cursor->key()->compare(*start) < 0)
-        cursor->advance();
-    }
-    return cursor;
+    if (start != nullptr && &start->type().desc() != attr.keyType) Impl::throwKeyType(attr, *start);
+    return Ptr<Cursor>(new HookCursor(obj, hooks_.iteration, attr.id, start));
   }
   Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override {
     return attr.keyType == nullptr ? nullptr : Ptr<GenericIf const>(GenericIf::copyOf(*attr.keyType, rawKey));

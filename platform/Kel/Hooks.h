@@ -25,19 +25,20 @@ enum class AttributeOpResult : std::uint8_t {
   NotHandled,   // the attribute is not the type's own; it is left to the base type
 };
 
-// All functions run on the scheduler thread. A collection's iteration state is the type's own, made by `create` and given back to
-// `del`.
+// All functions run on the scheduler thread. A collection's iteration state is the type's own, made by `create` (at the first member,
+// or at the first not before `start`) and given back to `del`. It keeps to the states of `Cursor` but for the last, Ended, which is
+// seen to here: after `nonNull` has once said no, no other function is called but `del`.
 struct TypeHooks {
   using AttributeOpFn = AttributeOpResult (*)(PtrInterface* object, AttributeId attribute,
                                               GenericIf::AttributeOp op, ArgList const& args,
                                               Ptr<GenericIf const>& result);
   struct Iteration {
-    void* (*create)(PtrInterface const* object, AttributeId attribute) = nullptr;
+    void* (*create)(PtrInterface const* object, AttributeId attribute, GenericIf const* start) = nullptr;
     void (*increment)(void* state) = nullptr;
-    bool (*nonNull)(void const* state) = nullptr;
+    bool (*nonNull)(void* state) = nullptr;
     void (*del)(void* state) = nullptr;
-    Ptr<GenericIf const> (*key)(void const* state) = nullptr;
-    Ptr<GenericIf const> (*object)(void const* state) = nullptr;
+    Ptr<GenericIf const> (*key)(void* state) = nullptr;
+    Ptr<GenericIf const> (*object)(void* state) = nullptr;
   };
 
   // Arguments by operation: Get, Delete and Contains take the key (nothing for a value attribute), Set the key and the value (the

@@ -1,33 +1,59 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Kel/Attr.h"
 #include "Kel/Builtins.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Text.h"
+#include "Kstd/Utf8.h"
 
 namespace Kel::Impl {
 namespace {
 
+// What cannot stand in a JSON text as it is: control characters are escaped, bytes of no character replaced.
 void appendText(std::string& out, std::string_view text) {
+  auto const isPlain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
   out += '"';
-  for (char const c : text) {
-    switch (c) {
-    case '"': out += "\\\""; break;
-    case '\\': out += "\\\\"; break;
+  while (true) {
+    auto const plain =
+        static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+    out += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty()) break;
+    std::size_t const size = Kstd::utf8CharacterSize(text);
+    switch (char const c = text.front()) {
+    case '"':
+    case '\\': (out += '\\') += c; break;
     case '\n': out += "\\n"; break;
     case '\r': out += "\\r"; break;
     case '\t': out += "\\t"; break;
     default:
-      if (static_cast<unsigned char>(c) < 0x20) {
+      if (size == 0) {
+        out += "\xef\xbf\xbd";
+      } else if (static_cast<unsigned char>(c) < 0x20) {
         out += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
       } else {
-        out += c;
+        out += text.substr(0, size);
       }
     }
+    text.remove_prefix(std::max<std::size_t>(size, 1));
   }
   out += '"';
+}
+
+// A value that says it is JSON: as it is when it is so, as a text otherwise, or what it stands in could not be read. The empty one is
+// the default and stands for no value.
+void appendJson(std::string& out, std::string_view text) {
+  if (text.empty()) {
+    out += "null";
+  } else if (isJson(text)) {
+    out += text;
+  } else {
+    appendText(out, text);
+  }
 }
 
 template <class F>
@@ -44,7 +70,8 @@ void appendBuiltin(std::string& out, GenericIf const& value, TypeDesc const& typ
   case BuiltinKind::Char:
   case BuiltinKind::String:
   case BuiltinKind::Bytes: appendText(out, printBuiltin(type.builtin, value.data(), true)); return;
-  default: out += printBuiltin(type.builtin, value.data(), true); // numbers, true and false, and JSON itself
+  case BuiltinKind::JsonString: appendJson(out, static_cast<JsonString const*>(value.data())->text); return;
+  default: out += printBuiltin(type.builtin, value.data(), true); // numbers, true and false
   }
 }
 
@@ -53,11 +80,13 @@ bool appendAttr(std::string& out, AttrDesc const& attr, Ptr<GenericIf const> con
   if (attr.isCollection && !attr.isArray) {
     out += '{';
     GenericIf::Iterator members(attr.access->iterate(attr, obj, nullptr));
-    for (bool first = true; members; ++members, first = false) {
-      if (!first) out += ',';
-      appendText(out, members.key()->gnmiStrRep());
-      out += ':';
+    for (char const* separator = ""; members; ++members) {
+      std::string const key = members.key()->gnmiStrRep();
       Ptr<GenericIf const> const member = members.ptr();
+      if (!member) continue; // gone while its key was printed
+      out += std::exchange(separator, ",");
+      appendText(out, key);
+      out += ':';
       attr.isPointer ? appendText(out, member->strRep()) : append(out, *member);
     }
     out += '}';
@@ -110,7 +139,7 @@ void append(std::string& out, GenericIf const& value) {
     std::size_t const size = type.arrayOps->size(value.data());
     for (std::size_t i = 0; i < size; ++i) {
       if (i != 0) out += ',';
-      append(out, *type.arrayOps->at(*type.elementType, value.data(), i, nullptr));
+      append(out, *type.arrayOps->at(*type.elementType, value.data(), i));
     }
     out += ']';
     return;

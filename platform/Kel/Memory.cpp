@@ -1,9 +1,12 @@
 #include "Kel/Memory.h"
 
+#include <pthread.h>
+
 #include <array>
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace Kel {
@@ -17,12 +20,27 @@ struct FreeBlock {
   FreeBlock* next;
 };
 
-// What the threads share: every chunk ever taken (so that a leak checker reaches the blocks of threads that have ended), and the
-// surplus of threads that free more than they allocate, for those that do the opposite.
+struct FreeList {
+  FreeBlock* head;
+  std::size_t length;
+};
+
+// The part of a chunk that no block has been taken from.
+struct Rest {
+  std::byte* begin;
+  std::byte* end;
+  [[nodiscard]] std::size_t bytes() const noexcept { return static_cast<std::size_t>(end - begin); }
+};
+
+// What the threads share: every chunk ever taken (so that a leak checker reaches all blocks); what threads that free more than they
+// allocate, and those that have ended, leave to the others.
 struct Shared {
   std::mutex mutex;
   std::vector<void*> chunks;
-  std::array<std::vector<FreeBlock*>, kClasses + 1> surplus; // batches of kBatch blocks
+  std::array<std::vector<FreeList>, kClasses + 1> surplus;
+  std::vector<Rest> rests; // each larger than the largest block
+  pthread_key_t exit;      // its destructor runs after those of all thread_local objects
+  Shared();
 };
 
 Shared& shared() {
@@ -30,15 +48,9 @@ Shared& shared() {
   return *instance;
 }
 
-struct ThreadList {
-  FreeBlock* head;
-  std::size_t length;
-};
-
 struct ThreadLists {
-  std::array<ThreadList, kClasses + 1> free;
-  std::byte* bump;
-  std::byte* bumpEnd;
+  std::array<FreeList, kClasses + 1> free;
+  Rest rest;
 };
 
 // Plain data without constructor or destructor: valid at any time in a thread's life. Initial-exec access keeps the
@@ -54,41 +66,82 @@ constexpr bool kPassThrough = true;
 constexpr bool kPassThrough = false;
 #endif
 
+// What is left of a thread's chunk and too small to be handed on becomes a block.
+void restToBlock(ThreadLists& mine) noexcept {
+  if (std::size_t const index = mine.rest.bytes() / kGrain; index != 0) {
+    FreeList& list = mine.free[index];
+    list = {new (mine.rest.begin) FreeBlock{list.head}, list.length + 1};
+  }
+  mine.rest = {nullptr, nullptr};
+}
+
 [[gnu::noinline]] void* refill(std::size_t index) {
   ThreadLists& mine = lists;
   Shared& all = shared();
   std::lock_guard<std::mutex> const guard(all.mutex);
-  if (!all.surplus[index].empty()) {
-    FreeBlock* const block = all.surplus[index].back();
-    all.surplus[index].pop_back();
-    mine.free[index] = {block->next, kBatch - 1};
-    return block;
+  pthread_setspecific(all.exit, &mine);
+  if (auto& surplus = all.surplus[index]; !surplus.empty()) {
+    FreeList const list = surplus.back();
+    surplus.pop_back();
+    mine.free[index] = {list.head->next, list.length - 1};
+    return list.head;
   }
-  auto* const chunk = static_cast<std::byte*>(::operator new(kChunkBytes));
-  all.chunks.push_back(chunk);
-  mine.bump = chunk;
-  mine.bumpEnd = chunk + kChunkBytes;
-  void* const block = mine.bump;
-  mine.bump += index * kGrain;
-  return block;
+  restToBlock(mine);
+  if (!all.rests.empty()) {
+    mine.rest = all.rests.back();
+    all.rests.pop_back();
+  } else {
+    auto* const chunk = static_cast<std::byte*>(::operator new(kChunkBytes));
+    all.chunks.push_back(chunk);
+    mine.rest = {chunk, chunk + kChunkBytes};
+  }
+  return std::exchange(mine.rest.begin, mine.rest.begin + index * kGrain);
 }
 
 void* carve(std::size_t index) {
   ThreadLists& mine = lists;
   std::size_t const bytes = index * kGrain;
-  if (static_cast<std::size_t>(mine.bumpEnd - mine.bump) < bytes) {
-    return refill(index);
+  if (mine.rest.bytes() < bytes) return refill(index);
+  return std::exchange(mine.rest.begin, mine.rest.begin + bytes);
+}
+
+// Appends to the surplus of a class. Small lists of threads that end are joined, so that taking one is worth its lock.
+void leave(Shared& all, std::size_t index, FreeList list) {
+  auto& surplus = all.surplus[index];
+  if (!surplus.empty() && surplus.back().length + list.length <= kBatch) {
+    FreeBlock* last = list.head;
+    while (last->next != nullptr)
+      last = last->next;
+    last->next = surplus.back().head;
+    surplus.back() = {list.head, list.length + surplus.back().length};
+  } else {
+    surplus.push_back(list);
   }
-  void* const block = mine.bump;
-  mine.bump += bytes;
-  return block;
 }
 
 [[gnu::noinline]] void giveAway(std::size_t index) noexcept {
   Shared& all = shared();
   std::lock_guard<std::mutex> const guard(all.mutex);
-  all.surplus[index].push_back(lists.free[index].head);
-  lists.free[index] = {nullptr, 0};
+  leave(all, index, std::exchange(lists.free[index], {nullptr, 0}));
+}
+
+// The thread ends: what it holds goes to the others. Should it take blocks even after this, this runs again.
+void threadEnds(void* ending) noexcept {
+  auto& mine = *static_cast<ThreadLists*>(ending);
+  Shared& all = shared();
+  std::lock_guard<std::mutex> const guard(all.mutex);
+  if (mine.rest.bytes() > kKelMemLargestClass) {
+    all.rests.push_back(std::exchange(mine.rest, {nullptr, nullptr}));
+  } else {
+    restToBlock(mine);
+  }
+  for (std::size_t index = 1; index <= kClasses; ++index) {
+    if (mine.free[index].head != nullptr) leave(all, index, std::exchange(mine.free[index], {nullptr, 0}));
+  }
+}
+
+Shared::Shared() {
+  if (pthread_key_create(&exit, &threadEnds) != 0) throw std::bad_alloc();
 }
 
 std::size_t classOf(std::size_t size) noexcept { return size == 0 ? 1 : (size + kGrain - 1) / kGrain; }
@@ -100,7 +153,7 @@ void* kelMemAlloc(std::size_t size) {
     return ::operator new(size);
   }
   std::size_t const index = classOf(size);
-  ThreadList& list = lists.free[index];
+  FreeList& list = lists.free[index];
   if (FreeBlock* const block = list.head) {
     list.head = block->next;
     --list.length;
@@ -118,7 +171,7 @@ void kelMemFree(void* block, std::size_t size) noexcept {
     return;
   }
   std::size_t const index = classOf(size);
-  ThreadList& list = lists.free[index];
+  FreeList& list = lists.free[index];
   list.head = new (block) FreeBlock{list.head};
   if (++list.length == kBatch) [[unlikely]] {
     giveAway(index);

@@ -1,5 +1,6 @@
 // The rules of registration: what a type must keep so that its objects can be read, addressed and set without ambiguity.
 
+#include <absl/strings/ascii.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -25,9 +26,18 @@ Broken broken(TypeDesc const& type, std::string_view rule) {
 // Types still being declared are known by what the language tells: entities by their kind.
 bool known(TypeDesc const& owner, TypeDesc const& member) { return member.complete || &member == &owner; }
 
+bool isNameCharacter(char c) {
+  return absl::ascii_isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' || c == '.';
+}
+
 Broken checkName(TypeDesc const& type, AttrDesc const& attr) {
   std::string_view const name = attr.name.view();
   if (name.empty()) return broken(type, attr, "a name must not be empty");
+  // What a path's text takes for the name of an element and of a key.
+  if (!absl::ascii_isalpha(static_cast<unsigned char>(name.front())) && name.front() != '_')
+    return broken(type, attr, "a name must begin with a letter");
+  if (!std::all_of(name.begin(), name.end(), isNameCharacter))
+    return broken(type, attr, "a name consists of letters, digits, '-', '_' and '.'");
   if (name.find("__") != std::string_view::npos)
     return broken(type, attr, "a name must not contain '__', which separates key fields");
   if (name.front() == '_' || name.back() == '_')

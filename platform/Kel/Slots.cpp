@@ -155,8 +155,8 @@ constexpr TypeDesc::ArrayOps kSlotArrayOps{
                  GenericIf const& value) { static_cast<SlotArray*>(array)->push_back(frozen(value)); },
     .clear = [](void* array) { static_cast<SlotArray*>(array)->clear(); },
     .size = [](void const* array) { return static_cast<SlotArray const*>(array)->size(); },
-    .at = [](TypeDesc const&, void const* array, std::size_t index,
-             PtrInterface const*) { return (*static_cast<SlotArray const*>(array))[index]; },
+    .at = [](TypeDesc const&, void const* array,
+             std::size_t index) { return (*static_cast<SlotArray const*>(array))[index]; },
 };
 
 } // namespace
@@ -200,7 +200,7 @@ Slot SlotValueAccess::get(AttrDesc const& attr, GenericIf const& obj, GenericIf 
   std::uint64_t const index = arrayIndex(attr, *key);
   void const* const array = arrayIn(attr, obj);
   if (index >= attr.type->arrayOps->size(array)) return nullptr;
-  return attr.type->arrayOps->at(*attr.memberType, array, index, obj.owner());
+  return attr.type->arrayOps->at(*attr.memberType, array, index);
 }
 
 bool SlotValueAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {

@@ -94,9 +94,19 @@ public:
     return a.view() == b.view();
   }
   friend bool operator==(String const& a, std::string_view b) noexcept { return a.view() == b; }
+  friend bool operator==(String const& a, std::string const& b) noexcept { return a.view() == b; }
   friend bool operator==(String const& a, char const* b) noexcept { return a.view() == b; }
   friend std::strong_ordering operator<=>(String const& a, String const& b) noexcept {
     return a.view() <=> b.view();
+  }
+  friend std::strong_ordering operator<=>(String const& a, std::string_view b) noexcept {
+    return a.view() <=> b;
+  }
+  friend std::strong_ordering operator<=>(String const& a, std::string const& b) noexcept {
+    return a.view() <=> std::string_view(b);
+  }
+  friend std::strong_ordering operator<=>(String const& a, char const* b) noexcept {
+    return a.view() <=> std::string_view(b);
   }
   template <class H>
   friend H AbslHashValue(H h, String const& s) {

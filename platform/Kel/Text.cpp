@@ -73,7 +73,7 @@ std::string printArray(TypeDesc const& type, void const* at) {
   std::size_t const size = type.arrayOps->size(at);
   for (std::size_t i = 0; i < size; ++i) {
     if (i != 0) text += ", ";
-    text += type.arrayOps->at(*type.elementType, at, i, nullptr)->strRep();
+    text += type.arrayOps->at(*type.elementType, at, i)->strRep();
   }
   return text + "]";
 }

@@ -103,21 +103,21 @@ Ptr<GenericIf> KelType::genericIf(ArgList const& args, bool active) const {
   return handle;
 }
 
-bool KelType::genericIfBooleanOp(GenericIf const& a, BooleanOp op, GenericIf const& b) {
+bool KelType::genericIfBooleanOp(GenericIf const& a, AttributeOp op, GenericIf const& b) {
   if (!(a.type() == b.type())) {
     throwError(fmt::format("a value of type '{}' cannot be compared with one of type '{}'",
                            a.type().name().view(), b.type().name().view()));
   }
   int const order = a.compare(b);
   switch (op) {
-  case BooleanOp::Equal: return order == 0;
-  case BooleanOp::NotEqual: return order != 0;
-  case BooleanOp::Less: return order < 0;
-  case BooleanOp::LessEqual: return order <= 0;
-  case BooleanOp::Greater: return order > 0;
-  case BooleanOp::GreaterEqual: return order >= 0;
+  case AttributeOp::Equal: return order == 0;
+  case AttributeOp::NotEqual: return order != 0;
+  case AttributeOp::Less: return order < 0;
+  case AttributeOp::LessEqual: return order <= 0;
+  case AttributeOp::Greater: return order > 0;
+  case AttributeOp::GreaterEqual: return order >= 0;
+  default: throwError("the operation asked of two values is no comparison");
   }
-  return false;
 }
 
 String kelModuleIs(std::string_view name) {

@@ -82,7 +82,6 @@ protected:
 // A type, with the operations that make handles of it.
 class KTD_EXPORT KelType : public KelTypeBase {
 public:
-  enum class BooleanOp : std::uint8_t { Equal, NotEqual, Less, LessEqual, Greater, GreaterEqual };
   using HandleOrText = Kstd::Result<Ptr<GenericIf>, std::string>;
 
   using KelTypeBase::KelTypeBase;
@@ -105,8 +104,8 @@ public:
   // A detached, silent object or value from its constructor arguments in constructor order. An argument that is null or
   // missing takes its default. Raises `Kel::Error` for too many arguments or one of another type.
   [[nodiscard]] Ptr<GenericIf> genericIf(ArgList const& args, bool active = false) const;
-  // Compares two values of this very type.
-  [[nodiscard]] static bool genericIfBooleanOp(GenericIf const& a, BooleanOp op, GenericIf const& b);
+  // Compares two values of one type. Raises `Kel::Error` for values of different types and for what is no comparison.
+  [[nodiscard]] static bool genericIfBooleanOp(GenericIf const& a, AttributeOp op, GenericIf const& b);
 
   // The attributes that are constructor arguments, in constructor order.
   [[nodiscard]] std::vector<AttrDesc const*> const& ctorArgs() const { return desc_->ctorArgs; }

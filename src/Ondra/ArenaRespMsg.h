@@ -1,4 +1,4 @@
-// ArenaRespMsg, ArenaPool: SubscribeResponses that live in pooled arenas.
+// ArenaRespMsg, ArenaPool: SubscribeResponses that live in pooled arenas; their compact texts come along.
 #pragma once
 
 #include <google/protobuf/arena.h>
@@ -11,6 +11,7 @@
 
 #include "Kel/Ptr.h"
 #include "Kstd/Export.h"
+#include "Ondra/CompactText.h"
 #include "Ondra/Path.h"
 #include "Tovak/Lock.h"
 #include "Tovak/String.h"

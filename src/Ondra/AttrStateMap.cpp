@@ -138,7 +138,7 @@ AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key cons
     node = place;
   } else {
     if (!keyed_) {
-      keyed_ = std::make_unique<KeyedNodes>();
+      keyed_ = std::make_unique<AttrStateMapType>();
     }
     auto found = keyed_->find(Probe{id, key});
     made = found == keyed_->end();

@@ -76,7 +76,28 @@ private:
 // walk does for every leaf, is an index into an array: the nodes of an object's singular attributes are made together, on first
 // use, in one block.
 class KTD_EXPORT AttrStateMap {
+  using Key = Kel::Ptr<Kel::GenericIf const>;
+  struct Probe { // stands for a node in look-ups
+    Kel::AttributeId id;
+    Key const& key;
+  };
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(AttrStateNode const& node) const { return (*this)(Probe{node.id_, node.key_}); }
+    std::size_t operator()(Probe const& probe) const;
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(AttrStateNode const& a, AttrStateNode const& b) const { return a == b; }
+    bool operator()(AttrStateNode const& a, Probe const& b) const;
+    bool operator()(Probe const& a, AttrStateNode const& b) const { return (*this)(b, a); }
+  };
+
 public:
+  // The set of those nodes that are found by hash; their addresses stay while it grows.
+  using AttrStateMapType =
+      absl::node_hash_set<AttrStateNode, Hash, Equal, Kel::MemAllocator<AttrStateNode, AttrStateMap>>;
+
   // Without an owner (for tests of the map alone) all nodes are found by hash.
   explicit AttrStateMap(GifGnmiNotifiee const* owner) noexcept : owner_(owner) {}
   ~AttrStateMap();
@@ -111,25 +132,6 @@ public:
   [[nodiscard]] std::string dumpState() const;
 
 private:
-  using Key = Kel::Ptr<Kel::GenericIf const>;
-  struct Probe { // stands for a node in look-ups
-    Kel::AttributeId id;
-    Key const& key;
-  };
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(AttrStateNode const& node) const { return (*this)(Probe{node.id_, node.key_}); }
-    std::size_t operator()(Probe const& probe) const;
-  };
-  struct Equal {
-    using is_transparent = void;
-    bool operator()(AttrStateNode const& a, AttrStateNode const& b) const { return a == b; }
-    bool operator()(AttrStateNode const& a, Probe const& b) const;
-    bool operator()(Probe const& a, AttrStateNode const& b) const { return (*this)(b, a); }
-  };
-  using KeyedNodes =
-      absl::node_hash_set<AttrStateNode, Hash, Equal, Kel::MemAllocator<AttrStateNode, AttrStateMap>>;
-
   // The place of a singular attribute's node; null when it is to be found by hash.
   [[nodiscard]] AttrStateNode* singularPlace(Kel::AttributeId id) const noexcept;
   AttrStateNode* makeSingularPlace(Kel::AttributeId id);
@@ -140,7 +142,7 @@ private:
   AttrStateNode* singular_ = nullptr; // by position of the attribute in the owner's type
   std::uint32_t places_ = 0;
   std::uint32_t singularCount_ = 0;
-  std::unique_ptr<KeyedNodes> keyed_;
+  std::unique_ptr<AttrStateMapType> keyed_;
 };
 
 } // namespace Ondra

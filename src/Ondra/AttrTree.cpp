@@ -140,7 +140,7 @@ LookupResult AttrTree::getNextObjInDir(KelObject const& dir, PathElem const& ele
 bool AttrTree::applyKeyFilter(MultipleKeys::Filter const& filter, ConstHandle const& memberKey) {
   for (auto const& [field, wanted] : filter) {
     ConstHandle const found = field.genericIfGet(memberKey);
-    if (!found || !KelType::genericIfBooleanOp(*found, KelType::BooleanOp::Equal, *wanted)) {
+    if (!found || !KelType::genericIfBooleanOp(*found, Kel::GenericIf::AttributeOp::Equal, *wanted)) {
       return false;
     }
   }

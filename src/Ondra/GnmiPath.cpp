@@ -47,18 +47,31 @@ struct KeyGroup {
   std::string_view key;
   std::string_view value;
 
-  [[nodiscard]] std::string text() const { return fmt::format("[{}={}]", key, value); }
   [[nodiscard]] std::size_t size() const { return key.size() + value.size() + 3; }
   void appendTo(std::string& out) const {
     out.append(1, '[').append(key).append(1, '=').append(value).append(1, ']');
   }
 
   // Groups are ordered by their whole texts, in which a key name ends with '=': "[a-b=1]" comes before
-  // "[a=1]". The texts are only made where one name begins with the other.
+  // "[a=1]".
   friend bool operator<(KeyGroup const& a, KeyGroup const& b) {
     std::size_t const common = std::min(a.key.size(), b.key.size());
     int const order = a.key.substr(0, common).compare(b.key.substr(0, common));
-    return order != 0 ? order < 0 : a.text() < b.text();
+    if (order != 0) return order < 0;
+    for (std::size_t at = common; at < a.size() - 1 && at < b.size() - 1; ++at) {
+      unsigned char const left = a.after(at), right = b.after(at);
+      if (left != right) return left < right;
+    }
+    return a.size() < b.size();
+  }
+
+private:
+  // The character of the group's text after its opening bracket.
+  [[nodiscard]] unsigned char after(std::size_t at) const {
+    if (at < key.size()) return static_cast<unsigned char>(key[at]);
+    if (at == key.size()) return '=';
+    at -= key.size() + 1;
+    return static_cast<unsigned char>(at < value.size() ? value[at] : ']');
   }
 };
 

@@ -7,6 +7,7 @@
 
 #include "Kel/Ptr.h"
 #include "Kstd/Export.h"
+#include "Ondra/GifNotifiee.h" // complete, for callers that drop what they looked up
 #include "Ondra/Path.h"
 #include "Ondra/WalkTypes.h"
 #include "Tovak/String.h"
@@ -15,11 +16,7 @@ namespace gnmi {
 class Notification;
 }
 
-namespace Ondra {
-
-class GifGnmiNotifiee;
-
-namespace KelGnmiUtils {
+namespace Ondra::KelGnmiUtils {
 
 // Stamps a notification, in nanoseconds since the Unix epoch; no unit is converted and nothing is checked.
 KTD_EXPORT void populateTimestamp(gnmi::Notification& notification, long timestamp);
@@ -43,5 +40,4 @@ KTD_EXPORT void pushDelete(gnmi::Notification& notification, Kel::Ptr<Path const
 // The notifiee of that very path, or null.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<GifGnmiNotifiee> lookupGnmiNotifieeMap(Kel::Ptr<Path const> path);
 
-} // namespace KelGnmiUtils
-} // namespace Ondra
+} // namespace Ondra::KelGnmiUtils

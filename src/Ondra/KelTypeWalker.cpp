@@ -177,6 +177,9 @@ bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNoti
       }
     }
     Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
+    if (!value) {
+      continue; // gone since it was looked for
+    }
     if (shortRoad) {
       if (auto const walked = walkChild(plan, value, *notifiee)) {
         result = merged(result, *walked);

@@ -1,5 +1,7 @@
 #include "Ondra/Prefix.h"
 
+#include <utility>
+
 #include "Tovak/Allocator.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Trace.h"
@@ -30,9 +32,22 @@ Prefix::Prefix(Tovak::String const& name, std::shared_ptr<Prefix> const& parent)
 
 Prefix::~Prefix() {
   TOVAK_TRACE(debugHandler(), 5, "", "prefix:{} parent:{}", name_, nameOf(parent_));
-  if (parent_) {
-    parent_->childDel(this);
+  if (!parent_) {
+    return;
   }
+  parent_->childDel(this);
+  // Whoever ends because of this one's end leaves its parent here instead of letting go of it itself.
+  static thread_local std::shared_ptr<Prefix>* pending = nullptr;
+  if (pending != nullptr) {
+    *pending = std::move(parent_);
+    return;
+  }
+  std::shared_ptr<Prefix> next = std::move(parent_);
+  pending = &next;
+  while (next) {
+    std::shared_ptr<Prefix> const going = std::move(next);
+  }
+  pending = nullptr;
 }
 
 std::shared_ptr<Prefix> Prefix::child(Tovak::String const& name) const {

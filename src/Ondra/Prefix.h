@@ -17,7 +17,8 @@ namespace Ondra {
 
 // A node lives as long as somebody holds it or one of its descendants: children own their parents, a parent
 // knows its children by plain pointer, and a node takes itself out of its parent when it dies. Held by
-// std::shared_ptr. Lives on the scheduler thread.
+// std::shared_ptr. However long a path is, letting its last node go takes no more than one node's stack. Lives on the
+// scheduler thread.
 class KTD_EXPORT Prefix : public std::enable_shared_from_this<Prefix> {
 public:
   // Does not enter the node into its parent: `childIs` and `prefixIs` make nodes.
@@ -58,8 +59,7 @@ private:
     bool operator()(Prefix const* a, Prefix const* b) const { return a->name_ == b->name_; }
   };
 
-  // Destroyed in reverse order: the parent is let go last.
-  std::shared_ptr<Prefix> const parent_;
+  std::shared_ptr<Prefix> parent_; // fixed; let go last
   Tovak::String const name_;
   absl::flat_hash_set<Prefix*, Hasher, SameName> children_;
 };

@@ -43,6 +43,14 @@ TEST(Prefix, EndsWithItsLastHolder) {
   EXPECT_EQ(Prefix::prefix({"top"}), nullptr); // a tree of its own
 }
 
+TEST(Prefix, EndsWithItsLastHolderHoweverLongThePath) {
+  std::shared_ptr<Prefix> leaf = Prefix::prefixIs(std::vector<std::string>(300'000, "a"));
+  std::weak_ptr<Prefix> const above = leaf->parent();
+  leaf.reset();
+  EXPECT_TRUE(above.expired());
+  EXPECT_EQ(Prefix::prefix({"a"}), nullptr);
+}
+
 TEST(Prefix, AssertsAndThrowsOnMisuse) {
   auto const root = std::make_shared<Prefix>("", nullptr);
   Prefix stranger("stranger", nullptr);

@@ -1,11 +1,15 @@
 // References as path texts.
 
+#include <random>
+
 #include "Kel/Attr.h"
 #include "Kel/Declare.h"
+#include "Kel/TypeBuilder.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PtrResolution.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
 
 namespace {
 
@@ -48,6 +52,46 @@ TEST_F(PtrResolution, WhereTheWalkBegins) {
   EXPECT_EQ(textOf(atTheTop.get()), "/top") << "the root directory has no path: the object itself is walked";
   Kel::globalDir()->entityDel("top");
   EXPECT_FALSE(isWatched("/top"));
+}
+
+// Whatever the keys are, the text of an object's full name is that of the path under which it is published.
+TEST_F(PtrResolution, FullNamesLeadBackToTheirObjects) {
+  static Kel::KelType const holderType = [] {
+    Kel::TypeBuilder builder("test", "RouteHolder", Kel::TypeKind::Entity);
+    builder.instantiating("of", Kel::typeOf<Fixture::RouteKey>(), Kel::typeOf<Fixture::Optics>());
+    return builder.done().value();
+  }();
+  Kel::Ptr<Kel::GenericIf> const holder = holderType.genericIf(Kel::ArgList());
+  world.dir()->entityIs("holder ]\\..*", Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(holder->object())));
+  std::mt19937 random(31);
+  std::vector<std::string> keys{"",     "[",     "]",   "\\",  "\\]",
+                                "][",   "a[b]c", "a/b", "a=b", "__",
+                                "\\__", "___",   "/",   "x\\", std::string("\0", 1),
+                                "\xff"};
+  for (int i = 0; i < 100; ++i) {
+    std::string key;
+    for (std::size_t size = random() % 6; key.size() < size;)
+      key += "[]\\/=_a\xc3"[random() % 8];
+    keys.push_back(key);
+  }
+  std::size_t objects = 0;
+  for (std::string const& key : keys) {
+    auto const interface = world.device()->interfaceIs(key);
+    interface->unitIs(1);
+    interface->laneIs(Fixture::Zone::Dmz);
+    holderType.attr("of").genericIfSet(holder, Kel::handleOf(Fixture::RouteKey{{1, 2}, key}), Kel::ArgList());
+  }
+  for (Kel::Entity const* root :
+       {static_cast<Kel::Entity*>(world.device()->chassis.get()), world.rack().get()})
+    static_cast<void>(textOf(root));
+  for (auto const& entity : Fixture::entitiesBeneath(world.dir())) {
+    Kel::Ptr<Ondra::Path const> const published = Ondra::notifieeMaps->pathOf(entity.get());
+    if (!published) continue;
+    ++objects;
+    EXPECT_TRUE(published->isEqual(pathOf(*entity)))
+        << entity->fullName().view() << " is published as " << published->toString();
+  }
+  EXPECT_GT(objects, 3 * keys.size());
 }
 
 TEST_F(PtrResolution, WhatHasNoPlace) {

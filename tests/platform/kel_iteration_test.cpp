@@ -1,7 +1,9 @@
-// Iteration of keyed collections: key order, starts at keys that have gone, changes meanwhile; against a std::map.
-#include <map>
+// Iteration of collections of every kind: order, starts at keys that have gone, changes at any moment; against a model of the states.
+#include <functional>
 #include <random>
+#include <set>
 
+#include "Ondra/PathElem.h"
 #include "platform/KelTesting.h"
 
 namespace KelTesting {
@@ -9,55 +11,166 @@ namespace {
 
 class KelIteration : public InterfaceTest {
 protected:
-  static Kel::Ptr<GenericIf const> key(std::uint16_t id) { return num(id); }
-  void put(std::uint16_t id) {
-    Handle const vlan = at().memberType().genericIf(nullptr);
-    at().indexAttr().genericIfSet(vlan, nullptr, key(id));
-    at().genericIfSet(object, key(id), vlan);
+  // Members of one attribute by number; handles of keys are in the order of the numbers.
+  struct Kind {
+    char const* name;
+    Handle object;
+    KelAttr attr;
+    std::function<ConstHandle(int)> key;
+    std::function<void(int)> put;
+    bool isArray = false, givesAdditions = true;
+  };
+
+  [[nodiscard]] Kind keyed(char const* name, std::function<ConstHandle(int)> const& key) const {
+    KelAttr const at = attr(name);
+    return {name, object, at, key, [this, at, key](int i) {
+              if (at.isInstantiating()) {
+                ArgList args;
+                args.push_back(key(i));
+                at.genericIfSet(object, args);
+              } else if (at.isPointer()) {
+                at.genericIfSet(object, key(i), other);
+              } else {
+                Handle const member = at.memberType().genericIf(nullptr);
+                if (at.indexAttr()) at.indexAttr().genericIfSet(member, nullptr, key(i));
+                at.genericIfSet(object, key(i), member);
+              }
+            }};
   }
-  [[nodiscard]] KelAttr at() const { return attr("vlan"); }
-  static std::uint16_t idOf(ConstHandle const& handle) { return *handle->attrValPtr<std::uint16_t>(); }
+  std::vector<Kind> kinds() {
+    auto const text = [](int i) { return str(std::string(1, static_cast<char>('a' + i)).c_str()); };
+    Kel::Ptr<Kel::Dir> const dir = dir_->dirIs("entries");
+    Kel::Ptr<Ondra::PathElem> const elem = Ondra::PathElem::PathElemIs("e");
+    Handle const hooked = GenericIf::toObject(elem.get());
+    std::vector<Kind> all = {
+        keyed("vlan", [](int i) { return num(static_cast<std::uint16_t>(i)); }),
+        keyed("addr",
+              [](int i) -> ConstHandle {
+                return handleOf(Fixture::AddrKey{"v", static_cast<std::uint32_t>(i)});
+              }),
+        keyed("backup", text),
+        keyed("unit", [](int i) { return num(static_cast<std::uint32_t>(i)); }),
+        {"entityPtr", handleTo(dir.get()), dir->fwkType().attr("entityPtr"), text,
+         [this, dir](int i) {
+           std::string const name(1, static_cast<char>('a' + i));
+           if (!dir->entity(name)) dir->entityIs(name, entityIn(type_.genericIf(ArgList())));
+         }},
+        {"key", hooked, hooked->type().attr("key"), text,
+         [hooked, text](int i) { hooked->type().attr("key").genericIfSet(hooked, text(i), str("v")); }, false,
+         false},
+        {"tags", object, attr("tags"), [](int i) { return num(static_cast<std::uint64_t>(i)); }, nullptr,
+         true},
+    };
+    if (std::string_view(GetParam().name) == "Declared") {
+      Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
+      std::vector<Handle> targets;
+      for (int i = 0; i < kKeys; ++i)
+        targets.push_back(make(("target" + std::to_string(i)).c_str()));
+      KelAttr const at = device->fwkType().attr("cost");
+      Handle const holder = handleTo(device.get());
+      all.push_back({"cost", holder, at, [targets](int i) { return targets[static_cast<std::size_t>(i)]; },
+                     [=](int i) {
+                       at.genericIfSet(holder, targets[static_cast<std::size_t>(i)], num<std::uint32_t>(1));
+                     }});
+    }
+    return all;
+  }
+
+  static constexpr int kKeys = 10;
 };
 INSTANTIATE_TEST_SUITE_P(Kel, KelIteration, testing::ValuesIn(kFlavours), nameOf);
 
-TEST_P(KelIteration, AgreesWithAMapWhateverChangesMeanwhile) {
-  for (std::uint32_t seed = 1; seed <= 200; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
-    std::map<std::uint16_t, bool> model;
-    auto const edit = [&] {
-      auto const id = static_cast<std::uint16_t>(random() % 24);
-      if (random() % 2 == 0) {
-        put(id);
-        model[id] = true;
-      } else {
-        at().genericIfDel(object, key(id));
-        model.erase(id);
-      }
-    };
-    for (int i = 0; i < 30; ++i)
-      edit();
-
-    auto const start = static_cast<std::uint16_t>(random() % 26);
-    bool const fromStart = random() % 2 == 0;
-    auto it =
-        fromStart ? at().genericIfIteratorConst(object) : at().genericIfIteratorConst(object, key(start));
-    auto expected = fromStart ? model.begin() : model.lower_bound(start);
-    std::optional<std::uint16_t> last;
-    while (it) {
-      ASSERT_NE(expected, model.end());
-      last = idOf(it.key());
-      ASSERT_EQ(*last, expected->first);
-      ASSERT_EQ(idOf(at().indexAttr().genericIfGet(it.ptr())), *last);
-      for (auto changes = random() % 3; changes > 0; --changes)
-        edit();
-      ++it;
-      expected = model.upper_bound(*last); // past the last key it gave
-    }
-    ASSERT_EQ(expected, model.end());
-    for (auto const& [id, there] : model)
-      at().genericIfDel(object, key(id));
+// What `Cursor` says of its states, said once more over a set of numbers.
+class Model {
+public:
+  Model(std::set<int> const& present, bool givesAdditions, int start)
+      : present_(present)
+      , known_(givesAdditions ? std::nullopt : std::optional(present))
+      , at_(first(start)) {}
+  [[nodiscard]] bool isThere() const { return at_ && present_.contains(*at_); }
+  [[nodiscard]] std::optional<int> at() const { return at_; }
+  bool test() {
+    if (at_ && !isThere()) moved_ = moved_ || given_, given_ = false, at_ = first(*at_);
+    return at_.has_value();
   }
+  void give() { given_ = true, moved_ = false; }
+  void advance() {
+    if (at_) at_ = first(*at_ + (moved_ ? 0 : 1));
+    given_ = moved_ = false;
+  }
+
+private:
+  [[nodiscard]] std::optional<int> first(int from) const {
+    for (auto at = present_.lower_bound(from); at != present_.end(); ++at) {
+      if (!known_ || known_->contains(*at)) return *at;
+    }
+    return std::nullopt;
+  }
+  std::set<int> const& present_;
+  std::optional<std::set<int>> known_;
+  std::optional<int> at_;
+  bool given_ = false, moved_ = false;
+};
+
+TEST_P(KelIteration, KeepsToItsStatesWhateverChangesAtWhateverMoment) {
+  int steps = 0, gone = 0;
+  for (Kind const& kind : kinds()) {
+    for (std::uint32_t seed = 1; seed <= 150; ++seed) {
+      SCOPED_TRACE(std::string(kind.name) + ", seed " + std::to_string(seed));
+      std::mt19937 random(seed);
+      auto const below = [&random](int bound) {
+        return static_cast<int>(random() % static_cast<unsigned>(bound));
+      };
+      std::set<int> present;
+      auto const edit = [&] {
+        int const i = below(kKeys);
+        if (kind.isArray) {
+          Handle const array = kind.attr.type().genericIf(nullptr);
+          present.clear();
+          for (int at = 0; at < i; ++at)
+            kind.attr.genericIfAdd(array, str("x")), present.insert(at);
+          kind.attr.genericIfSet(kind.object, nullptr, array);
+        } else if (below(5) < 2) {
+          kind.put(i), present.insert(i);
+        } else {
+          kind.attr.genericIfDel(kind.object, kind.key(i)), present.erase(i);
+        }
+      };
+      for (int i = 0; i < 12; ++i)
+        edit();
+      int const start = below(kKeys);
+      bool const fromStart = below(2) == 0;
+      auto it = fromStart ? kind.attr.genericIfIteratorConst(kind.object)
+                          : kind.attr.genericIfIteratorConst(kind.object, kind.key(start));
+      Model model(present, kind.givesAdditions, fromStart ? 0 : start);
+      for (int step = 0; step < 40; ++step, ++steps) {
+        switch (below(6)) {
+        case 0: ++it, model.advance(); break;
+        case 1: ASSERT_EQ(static_cast<bool>(it), model.test()); break;
+        case 2: {
+          ConstHandle const key = it.key();
+          ASSERT_EQ(static_cast<bool>(key), model.at().has_value());
+          ASSERT_TRUE(!key || key->equals(*kind.key(*model.at())));
+          model.give();
+          break;
+        }
+        case 3: {
+          ConstHandle const member = it.ptr();
+          ASSERT_EQ(static_cast<bool>(member), model.isThere());
+          ASSERT_TRUE(!member || member->equals(*kind.attr.genericIfGet(kind.object, kind.key(*model.at()))));
+          gone += model.at() && !member;
+          model.give();
+          break;
+        }
+        default: edit();
+        }
+      }
+      while (!kind.isArray && !present.empty())
+        kind.attr.genericIfDel(kind.object, kind.key(*present.begin())), present.erase(present.begin());
+    }
+  }
+  EXPECT_GT(steps, 40000);
+  EXPECT_GT(gone, 100);
 }
 
 // What a key orders by, kind by kind.
@@ -84,14 +197,15 @@ TEST_P(KelIteration, KeyOrder) {
 
 // A cursor pins what it walks: its object may be removed and let go of meanwhile.
 TEST_P(KelIteration, OutlivesTheObjectsPlaceInTheTree) {
-  put(1);
-  put(2);
-  auto it = at().genericIfIteratorConst(object);
+  Kind const vlans = kinds().front();
+  vlans.put(1);
+  vlans.put(2);
+  auto it = attr("vlan").genericIfIteratorConst(object);
   dir_->entityDel("subject");
   object = nullptr;
   int members = 0;
   for (; it; ++it)
-    members += idOf(it.key());
+    members += *it.key()->attrValPtr<std::uint16_t>();
   EXPECT_EQ(members, 3);
 }
 

@@ -52,6 +52,24 @@ TEST_P(KelLifetime, TheEndIsToldOnceTopDown) {
   EXPECT_THROW(dir_->entityIs("again", subject), Kel::Error) << "what was removed is never attached again";
 }
 
+// Structures small enough to lie in their handles, one in the other: the inner one's handle keeps the outer one's.
+TEST(KelHandles, OfNestedStructuresKeepWhatTheyLieIn) {
+  struct Inner {
+    Kel::String text;
+  };
+  struct Outer {
+    Inner inner;
+  };
+  Kel::valueType<Inner>("Inner").attr("text", &Inner::text).ctorArg().done();
+  KelType const type = Kel::valueType<Outer>("Outer").attr("inner", &Outer::inner).done();
+  Outer const value{{"a text that is shared"}};
+  Handle outer = type.genericIf(&value);
+  ConstHandle const inner = type.attr("inner").genericIfGet(outer);
+  EXPECT_EQ(&inner->owner(), outer.get());
+  outer = type.genericIf(nullptr); // would lie where the other one lay
+  EXPECT_EQ(inner->strRep(), "{text=\"a text that is shared\"}");
+}
+
 // Two that refer to each other, and one to itself, are no leak (the leak checker says so).
 TEST_P(KelLifetime, ReferencesAreDroppedAtTheEnd) {
   attr("peer").genericIfSet(object, nullptr, other);
@@ -92,6 +110,40 @@ TEST(KelObjects, ReferenceKeysPinNothing) {
   EXPECT_EQ(costs.genericIfGet(device, weak)->strRep(), "10")
       << "still there, under the identity of what has gone";
   EXPECT_EQ(costs.genericIfCount(device), 2U);
+  auto const gauges = Kel::Ptr<Fixture::Gauges>(new Fixture::Gauges());
+  for (ConstHandle const& stranger :
+       {ConstHandle(handleTo(gauges.get())), GenericIf::weak(*Kel::Ptr(new Fixture::Gauges()))})
+    EXPECT_EQ(errorOf([&] { static_cast<void>(costs.genericIfGet(device, stranger)); }).substr(0, 63),
+              "attribute 'cost' of type 'Device' is keyed by type 'Interface';")
+        << "also when it has gone";
+}
+
+TEST(KelObjects, SingletonsAreOfOneType) {
+  Fixture::declareTypes();
+  EXPECT_FALSE(Kel::Entity::singletonExists("Rack"));
+  EXPECT_FALSE(Kel::Entity::singletonExists("Rack")) << "asking makes nothing";
+  auto const rack = Kel::Entity::singleton<Fixture::Rack>();
+  EXPECT_TRUE(Kel::Entity::singletonExists("Rack"));
+  EXPECT_EQ(Kel::Entity::singleton<Fixture::Rack>(), rack);
+  EXPECT_EQ(errorOf([] { Kel::Entity::singletonIs(Kel::typeOf<Fixture::Device>(), "Rack"); }),
+            "the singleton 'Rack' is of type 'Rack', not 'Device'");
+  Kel::Entity::singletonDel("Rack");
+  EXPECT_TRUE(rack->isOrphan());
+}
+
+// What a thread took goes to those after it.
+TEST(KelMemory, ThreadsThatEndLeaveWhatTheyTook) {
+  auto const visit = [] {
+    std::thread([] {
+      for (std::size_t size = 16; size <= Kel::kKelMemLargestClass; size += 48)
+        Kel::kelMemFree(Kel::kelMemAlloc(size), size);
+    }).join();
+  };
+  visit();
+  std::size_t const before = Kel::kelMemStats().chunks;
+  for (int i = 0; i < 500; ++i)
+    visit();
+  EXPECT_EQ(Kel::kelMemStats().chunks, before);
 }
 
 TEST(KelNotifiees, RegistrationAndRemovalDuringAVisit) {
