@@ -72,53 +72,62 @@ TEST(KelText, JsonIsAlwaysReadable) {
   Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
   Fixture::Gauges& gauges = *device->gaugesIs();
   ConstHandle const handle = handleTo(device.get());
-  auto const printed = [&](char const* attr) {
-    return handle->type()
-        .attr(attr)
-        .genericIfGnmiJsonString(handle)
-        ->attrValPtr<Kel::JsonString>()
-        ->text.str();
+  auto const printed = [&handle](char const* attr) {
+    auto const json = handle->type().attr(attr).genericIfGnmiJsonString(handle);
+    std::string const text = json->attrValPtr<Kel::JsonString>()->text.str();
+    EXPECT_TRUE(nlohmann::json::accept(text)) << text;
+    return text;
   };
-  char const* const json[] = {"{}",   "[]", " [1, -0.5e+3,\t{\"a\" : null}, \"\\u00e9\\\"\"] ",
-                              "true", "0",  "\"\xc3\xa9\""};
-  char const* const none[] = {"{",        "[1,]", "{\"a\":}", "{1:2}",   "01",          "1.",
-                              "-",        "+1",   "nul",      "\"\\x\"", "\"\\u12g4\"", "\"\n\"",
-                              "\"\xff\"", "\"",   "1 2",      "NaN",     "'a'",         "// a"};
-  std::string const deep = std::string(200, '[') + std::string(200, ']');
-  for (auto const& text : json) {
-    gauges.config.text = text;
-    EXPECT_TRUE(nlohmann::json::accept(printed("gauges"))) << text;
-    EXPECT_NE(printed("gauges").find("\"config\":" + std::string(text)), std::string::npos) << text;
-  }
-  std::vector<std::string> texts(std::begin(none), std::end(none));
-  texts.insert(texts.end(), {"", deep, std::string("\0", 1), "\x01\x1f\x7f", "\xc3", "\xed\xa0\x80",
-                             "a\xf0\x9f\x98\x80\\\""});
+  std::string const tooDeep = std::string(200, '[') + std::string(200, ']');
+  std::vector<std::string> texts{"{}",
+                                 "[]",
+                                 " [1, -0.5e+3,\t{\"a\" : null}, \"\\u00e9\\\"\"] ",
+                                 "true",
+                                 "\"\xc3\xa9\"",
+                                 "{",
+                                 "[1,]",
+                                 "{\"a\":}",
+                                 "{1:2}",
+                                 "01",
+                                 "1.",
+                                 "-",
+                                 "+1",
+                                 "nul",
+                                 "\"\\x\"",
+                                 "\"\\u12g4\"",
+                                 "\"\n\"",
+                                 "\"\xff\"",
+                                 "\"",
+                                 "1 2",
+                                 "NaN",
+                                 "",
+                                 tooDeep,
+                                 std::string("\0", 1),
+                                 "\x01\x1f\x7f",
+                                 "\xed\xa0\x80",
+                                 "\xf0\x9f\x98\x80\\\""};
   std::mt19937 random(23);
-  for (int i = 0; i < 300; ++i) {
-    std::string text;
-    while (text.size() < random() % 12)
-      text += random() % 3 == 0 ? static_cast<char>(random()) : "[]{},:\"\\0-.eE truefalsn"[random() % 24];
+  while (texts.size() < 300) {
+    std::string text(random() % 12, '\0');
+    for (char& c : text)
+      c = random() % 3 == 0 ? static_cast<char>(random()) : "[]{},:\"\\0-.eE truefalsn"[random() % 23];
     texts.push_back(text);
-  }
-  for (std::string const& text : texts) {
-    bool const isJson = nlohmann::json::accept(text);
-    gauges.config.text = text;
-    gauges.label = text;
-    device->zoneLimitIs(static_cast<Fixture::Zone>(random()), 1);
-    device->policyText.title = text;
-    device->policyText.limit.memberIs(text, 1);
-    EXPECT_TRUE(nlohmann::json::accept(printed("gauges"))) << printed("gauges");
-    EXPECT_TRUE(nlohmann::json::accept(printed("policyText"))) << printed("policyText");
-    EXPECT_TRUE(nlohmann::json::accept(printed("zoneLimit"))) << printed("zoneLimit");
-    auto const config = nlohmann::json::parse(printed("gauges"))["config"];
-    EXPECT_EQ(config.is_null(), text.empty() || text == "null") << text;
-    bool const asItIs = config == nlohmann::json::parse(text, nullptr, false);
-    EXPECT_TRUE(text == deep || text.empty() || asItIs == isJson) << text;
   }
   gauges.ratio = std::numeric_limits<float>::quiet_NaN();
   gauges.level = -std::numeric_limits<double>::infinity();
+  for (std::string const& text : texts) {
+    gauges.config.text = gauges.label = text;
+    device->policyText.title = text;
+    device->policyText.limit.memberIs(text, 1);
+    static_cast<void>(printed("policyText"));
+    std::string const json = printed("gauges");
+    std::string const wanted = text.empty() ? "null" : text;
+    bool const isJson = text != tooDeep && nlohmann::json::accept(wanted);
+    EXPECT_TRUE(isJson ? json.find("\"config\":" + wanted) != std::string::npos
+                       : nlohmann::json::parse(json)["config"].is_string())
+        << text;
+  }
   device->aliasIs("nobody", nullptr);
-  EXPECT_TRUE(nlohmann::json::accept(printed("gauges"))) << printed("gauges");
   EXPECT_EQ(printed("alias"), "{}") << "a reference to nothing is no member";
 }
 
