@@ -207,7 +207,8 @@ Ptr<GenericIf const> InPlaceAccess::get(AttrDesc const& attr, GenericIf const& o
                                         GenericIf const* key) const {
   void const* const at = &storage<unsigned char>(attr, obj);
   if (key == nullptr) [[likely]]
-    return GenericIf::inPlace(*attr.type, at, obj.owner());
+    return attr.type->isScalar() ? Ptr<GenericIf const>(GenericIf::copyOf(*attr.type, at))
+                                 : GenericIf::inPlace(*attr.type, at, obj.owner());
   if (!attr.isArray) requireNoKey(attr, key);
   std::uint64_t const index = arrayIndex(attr, *key);
   if (index >= attr.type->arrayOps->size(at)) return nullptr;

@@ -262,13 +262,11 @@ public:
   }
   void advance() override {
     if (state_ == State::Ended) return;
-    bool const stays = state_ == State::Moved;
-    state_ = State::Fresh;
-    if (isStale()) [[unlikely]] {
-      settle(stays ? map().lower_bound(*key_) : map().upper_bound(*key_));
-    } else if (!stays) {
-      settle(std::next(at_));
-    }
+    if (isStale() || state_ == State::Moved) [[unlikely]]
+      return advanceAnew();
+    ++at_;
+    state_ = at_ == map().end() ? State::Ended : State::Fresh;
+    if (state_ != State::Ended) key_ = at_->first;
   }
   Ptr<GenericIf const> key() override {
     if (state_ == State::Ended) return nullptr;
@@ -310,8 +308,14 @@ private:
       key_ = at->first;
     }
   }
+  // Goes on after a change, or from a member that was not given.
+  [[gnu::noinline]] void advanceAnew() {
+    bool const stays = state_ == State::Moved;
+    state_ = State::Fresh;
+    if (isStale()) settle(stays ? map().lower_bound(*key_) : map().upper_bound(*key_));
+  }
   // After a change: at the member where it stood, or at the next one.
-  void findAgain() {
+  [[gnu::noinline]] void findAgain() {
     auto const at = map().lower_bound(*key_);
     bool const isThere = at != map().end() && !KeyLess<K>{}(*key_, at->first);
     if (!isThere && state_ == State::Given) state_ = State::Moved;

@@ -19,7 +19,8 @@ namespace {
 void requireOwner(AttrDesc const& attr, GenericIf const* obj) {
   if (obj == nullptr) [[unlikely]]
     wrongOwner(attr, obj);
-  if (!obj->type().desc().isA(*attr.owner)) [[unlikely]]
+  TypeDesc const& type = obj->type().desc();
+  if (&type != attr.owner && !type.isA(*attr.owner)) [[unlikely]]
     wrongOwner(attr, obj);
   if (obj->data() == nullptr) [[unlikely]] {
     throwError(fmt::format("attribute '{}' of type '{}' was asked of an object that has gone",
