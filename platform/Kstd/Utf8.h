@@ -16,7 +16,7 @@ namespace Impl {
 
 [[nodiscard]] KTD_EXPORT bool isUtf8Slow(std::string_view text) noexcept;
 
-// Whether a byte of the word is not ASCII.
+// Not 0 when a byte of the word is not ASCII.
 template <class Word>
 [[nodiscard]] inline Word highBits(char const* at) noexcept {
   Word word;
@@ -24,23 +24,26 @@ template <class Word>
   return word & static_cast<Word>(0x8080808080808080);
 }
 
-// By words that may overlap at the end.
+// Of a text of one or two words, which may overlap.
 template <class Word>
-[[nodiscard]] inline bool isAsciiBy(std::string_view text) noexcept {
-  char const* const last = text.data() + text.size() - sizeof(Word);
-  Word high = highBits<Word>(last);
-  for (char const* at = text.data(); at < last; at += sizeof(Word)) {
-    high |= highBits<Word>(at);
-  }
-  return high == 0;
+[[nodiscard]] inline bool isAsciiAtBothEnds(std::string_view text) noexcept {
+  char const* const end = text.data() + text.size();
+  return (highBits<Word>(text.data()) | highBits<Word>(end - sizeof(Word))) == 0;
 }
 
 [[nodiscard]] inline bool isAscii(std::string_view text) noexcept {
-  if (text.size() >= sizeof(std::uint64_t)) {
-    return isAsciiBy<std::uint64_t>(text);
+  using Word = std::uint64_t;
+  while (text.size() > 2 * sizeof(Word)) {
+    if (highBits<Word>(text.data()) != 0) {
+      return false;
+    }
+    text.remove_prefix(sizeof(Word));
+  }
+  if (text.size() >= sizeof(Word)) {
+    return isAsciiAtBothEnds<Word>(text);
   }
   if (text.size() >= sizeof(std::uint32_t)) {
-    return isAsciiBy<std::uint32_t>(text);
+    return isAsciiAtBothEnds<std::uint32_t>(text);
   }
   unsigned high = 0;
   for (char const c : text) {

@@ -197,21 +197,15 @@ bool putValue(WireWriter& out, IrLeaf const& leaf) {
   return tellScalar(*value, sink);
 }
 
-bool putValue(WireWriter& out, PlainLeaf const& leaf) {
-  WireSink sink(out);
-  return tellScalar(leaf.plan->attr.memberType().desc(), leaf.value, sink);
-}
-
 // An update, or nothing when no message can hold its value.
-template <class Leaf>
-bool putUpdate(WireWriter& out, LeafPaths& paths, Leaf const& leaf, Kel::Ptr<Path const> const& path) {
+bool putUpdate(WireWriter& out, LeafPaths& paths, IrLeaf const& leaf) {
   std::size_t const before = out.size();
   if (!putValue(out, leaf)) [[unlikely]] {
     out.cutTo(before);
     return false;
   }
   out.enclose(kUpdateVal, before);
-  paths.put(out, path);
+  paths.put(out, leaf.leafPath);
   out.enclose(kUpdate, before);
   return true;
 }
@@ -248,7 +242,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
   WireWriter& out = sharedWriter();
   LeafPaths& paths = leafPaths();
   out.clear();
-  std::uint32_t updates = 0;
+  std::uint32_t leftOut = 0;
   std::uint32_t deletes = 0;
   for (auto leaf = last; leaf != first;) {
     if (isDelete(*--leaf)) [[unlikely]] {
@@ -260,28 +254,33 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
     if (--leaf; deletes > 0 && isDelete(*leaf)) {
       continue;
     }
-    if (putUpdate(out, paths, *leaf, leaf->leafPath)) [[likely]] {
-      ++updates;
-    } else {
+    if (!putUpdate(out, paths, *leaf)) [[unlikely]] {
       leaveOut(timestamp, prefix, leaf->leafPath);
+      ++leftOut;
     }
   }
   std::size_t const changes = out.size();
   putElems(out, *prefix);
-  finish(timestamp, prefix, out.size() - changes, changes, updates, deletes);
+  auto const leaves = static_cast<std::uint32_t>(last - first);
+  finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes - leftOut, deletes);
 }
 
 void WireEncoder::encodeNode(PlainNode const& node) {
   WireWriter& out = sharedWriter();
   LeafPaths& paths = leafPaths();
   out.clear();
-  std::uint32_t updates = 0;
+  auto updates = static_cast<std::uint32_t>(node.leaves.size());
   for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
-    if (putUpdate(out, paths, *leaf, leaf->plan->leafPath)) [[likely]] {
-      ++updates;
-    } else {
+    std::size_t const before = out.size();
+    WireSink sink(out);
+    if (!tellScalar(leaf->plan->attr.memberType().desc(), leaf->value, sink)) [[unlikely]] {
       leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
+      --updates;
+      continue;
     }
+    out.enclose(kUpdateVal, before);
+    paths.put(out, leaf->plan->leafPath);
+    out.enclose(kUpdate, before);
   }
   std::size_t const changes = out.size();
   putElems(out, node);

@@ -94,7 +94,7 @@ void Pending::add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::
 }
 
 void Pending::run() {
-  if (running_) {
+  if (running_ || (queue_.empty() && later_.empty())) { // nothing waits after most changes
     return;
   }
   struct Running {
@@ -105,9 +105,9 @@ void Pending::run() {
     }
     Pending& queue;
   } const running(*this);
-  for (Change& change : std::exchange(later_, {})) {
-    waiting_[change] = 0;
-    queue_.push_back(std::move(change));
+  for (; !later_.empty(); later_.pop_front()) {
+    waiting_[later_.front()] = 0;
+    queue_.push_back(std::move(later_.front()));
   }
   while (!queue_.empty()) {
     Change const change = std::move(queue_.front());
