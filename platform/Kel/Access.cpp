@@ -53,6 +53,10 @@ void requireRemovable(AttrDesc const& attr, GenericIf const&) {
   if (!attr.isRemovable) throwError(described(attr) + " keeps its members: they cannot be removed");
 }
 
+void throwMadeAgain(AttrDesc const& attr) {
+  throwError(described(attr) + ": an observer has made the entity again while it was being replaced");
+}
+
 void throwNoValue(AttrDesc const& attr) { throwError(described(attr) + " cannot be left without a value"); }
 
 PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& value) {

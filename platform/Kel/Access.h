@@ -29,6 +29,8 @@ KTD_EXPORT void requireType(AttrDesc const& attr, TypeDesc const& expected, Gene
 KTD_EXPORT void requireSettable(AttrDesc const& attr, GenericIf const& obj);
 KTD_EXPORT void requireRemovable(AttrDesc const& attr, GenericIf const& obj);
 [[noreturn]] KTD_EXPORT void throwNoValue(AttrDesc const& attr);
+// An observer of the removal has put another entity into the place of what was to be replaced.
+[[noreturn]] KTD_EXPORT void throwMadeAgain(AttrDesc const& attr);
 // The object of a reference value, checked against the attribute's target type.
 KTD_EXPORT PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& value);
 // A detached object made from constructor arguments; raises `Kel::Error` when they do not fit.
@@ -217,8 +219,10 @@ public:
     Entity& owner = entityOf(attr, obj);
     Ptr<E> const made = staticPtrCast<E>(makeMember(attr, args));
     remove(attr, obj);
+    if (storage<Ptr<E>>(attr, obj)) throwMadeAgain(attr);
     Entity::attach(owner, attr, nullptr, *made);
     storage<Ptr<E>>(attr, obj) = made;
+    Entity::placed(*made);
     notifyOf(obj, attr, nullptr);
     return GenericIf::toObject(static_cast<PtrInterface*>(made.get()));
   }
@@ -383,8 +387,10 @@ public:
     GenericIf const& keyHandle = index ? *index : requireKey(attr, key);
     K const wanted = KeyTraits<K>::from(attr, keyHandle);
     remove(attr, obj, wanted);
+    if (storage<C>(attr, obj).has(wanted)) throwMadeAgain(attr);
     Entity::attach(owner, attr, index ? nullptr : KeyTraits<K>::handle(wanted), *made);
     storage<C>(attr, obj).put(wanted, made);
+    Entity::placed(*made);
     notifyOf(obj, attr, &wanted);
     return GenericIf::toObject(static_cast<PtrInterface*>(made.get()));
   }

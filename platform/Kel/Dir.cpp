@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "Kel/Access.h"
 #include "Kel/Declare.h"
 #include "Kel/Error.h"
@@ -33,8 +35,7 @@ public:
   void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
     String const name = nameFrom(attr, key);
     Dir& dir = dirOf(obj);
-    Ptr<Dir::Entry> const entry = dir.entry(name);
-    if (entry && !entry->removable) {
+    if (dir.entry(name) && !dir.isRemovable(name)) {
       throwError(
           fmt::format("entity '{}' of directory '{}' cannot be removed", name.view(), dir.fullName().view()));
     }
@@ -105,11 +106,12 @@ void Dir::entityIs(std::string_view name, Ptr<Entity> const& entity, bool remova
   String const key = String::dedup(name);
   if (entries_.has(key))
     throwError(fmt::format("directory '{}' already has an entity named '{}'", fullName().view(), name));
-  attach(*this, *loaded.attrs.front(), handleOf(key), *entity);
   Ptr<Entry> const entry(new Entry());
   entry->entity = entity;
   entry->removable = removable;
+  attach(*this, *loaded.attrs.front(), handleOf(key), *entity);
   entries_.put(key, entry);
+  placed(*entity);
   notify(loaded.attrs.front()->id, &key);
 }
 
@@ -150,6 +152,15 @@ Ptr<Entity> Dir::entity(std::string_view name) const {
 Ptr<Dir::Entry> Dir::entry(std::string_view name) const {
   auto const found = entries_.map().find(String(name));
   return found == entries_.map().end() ? nullptr : found->second;
+}
+
+bool Dir::isRemovable(std::string_view name) const {
+  Ptr<Entry> const found = entry(name);
+  if (!found || !found->removable) return false;
+  auto const* const dir = dynamic_cast<Dir const*>(found->entity.get());
+  return dir == nullptr || std::all_of(dir->entries_.begin(), dir->entries_.end(), [dir](auto const& inner) {
+           return dir->isRemovable(inner.first.view());
+         });
 }
 
 Ptr<Dir> globalDir() {

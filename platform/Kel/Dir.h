@@ -21,7 +21,7 @@ public:
     bool removable = true;
   };
 
-  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it. Raises `Kel::Error` for a name
+  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the directory. Raises `Kel::Error` for a name
   // that is empty or holds "/" or "[", for one that is taken, and for an entity that has or had a parent.
   void entityIs(std::string_view name, Ptr<Entity> const& entity, bool removable = true);
   // Makes an entity of the type, as the type's own hook for directories does it (`TypeDesc::newEntityForDir`), and takes it.
@@ -33,6 +33,8 @@ public:
 
   [[nodiscard]] Ptr<Entity> entity(std::string_view name) const;
   [[nodiscard]] Ptr<Entry> entry(std::string_view name) const;
+  // Whether generic writers may remove that entity: it, and of a directory all that it holds, is removable.
+  [[nodiscard]] bool isRemovable(std::string_view name) const;
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
 
 private:

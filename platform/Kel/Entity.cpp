@@ -119,6 +119,10 @@ String Entity::fullName() const {
 }
 
 void Entity::attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child) {
+  if (parent.orphan_ || parent.zeroReferencesTold()) {
+    throwError(fmt::format("attribute '{}' of type '{}' cannot take an entity: its owner has been removed",
+                           attr.name.view(), attr.owner->name.view()));
+  }
   if (child.parent_ != nullptr || child.orphan_) {
     throwError(fmt::format("attribute '{}' of type '{}' cannot take an entity that has or had a parent: {}",
                            attr.name.view(), attr.owner->name.view(), child.fullName().view()));
@@ -127,14 +131,21 @@ void Entity::attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> o
   child.parentAttr_ = &attr;
   child.parentKey_ = std::move(outsideKey);
   child.hasNotificationActiveIs(true);
-  child.handleParent();
+}
+
+void Entity::placed(Entity& child) {
+  try {
+    child.handleParent();
+  } catch (...) {
+    traceRaised("handleParent");
+  }
 }
 
 void Entity::detach(Entity& child) noexcept {
   child.parent_ = nullptr;
   child.parentAttr_ = nullptr;
   child.orphan_ = true;
-  child.handleParent();
+  placed(child);
 }
 
 void Entity::end(Entity& entity) {

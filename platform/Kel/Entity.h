@@ -6,6 +6,7 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kel/Collections.h"
 #include "Kel/GenericIf.h"
@@ -19,7 +20,7 @@ class Dir;
 // Owned by its parent (a directory, or another entity's instantiating attribute) and by whoever holds a `Ptr` to it. Removal
 // from the parent ends its place in the tree, whoever still holds it: it is detached and an orphan from then on, the parent's
 // observers are told, then its own observers learn `onZeroReferences`, and so do those of everything beneath it. It is never
-// attached again. Lives on the scheduler thread.
+// attached again, and takes no children any more (`Kel::Error`). Lives on the scheduler thread.
 //
 // A class of the model derives from `EntityOf<Itself>`, keeps its attributes as public data members and changes them only through
 // the protected operations below, each of which tells the observers when it changed something.
@@ -46,7 +47,7 @@ public:
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
 
   [[nodiscard]] NotifieeList* notifieeList() const override { return &notifiees_; }
-  // Called after the parent link has been set or cleared.
+  // Called when it has got or lost its place, before the observers are told. What it raises is traced and goes no further.
   virtual void handleParent() {}
 
   // The process-wide singleton entities, by type name. They live until `singletonDel`. `singletonIs` makes what is not there; it
@@ -61,7 +62,9 @@ public:
   }
 
   // --- for the attribute descriptors; not for users ------------------------------------------------
+  // Sets the parent link; the caller puts the child where it belongs, says `placed`, and tells the observers, in this order.
   static void attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child);
+  static void placed(Entity& child);
   static void detach(Entity& child) noexcept;
   // Ends the subtree of a detached entity: its observers and those beneath it learn of it.
   static void end(Entity& entity);
@@ -93,7 +96,7 @@ protected:
   void memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target);
   template <class K, class E>
   void memberDel(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key);
-  // Removes all members, telling of each.
+  // Removes the members there are, telling of each.
   template <class Members>
   void memberDelAll(Members& members);
   // The one entity of a singular instantiating attribute, made if missing.
@@ -155,10 +158,12 @@ void Entity::valueIs(M& member, V&& value) {
 template <class K, class E>
 Ptr<E> Entity::memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
   if (E* const existing = members.find(key)) return Ptr<E>(existing);
+  K const copy = key;
   Ptr<E> const made(new E());
-  attachMember(&members, KeyTraits<K>::handle(key), *made);
-  members.put(key, made);
-  if (isObserved()) told(&members, &key);
+  attachMember(&members, KeyTraits<K>::handle(copy), *made);
+  members.put(copy, made);
+  placed(*made);
+  if (isObserved()) told(&members, &copy);
   return made;
 }
 
@@ -207,10 +212,13 @@ void Entity::memberDel(KeyedRefs<K, E>& members, std::type_identity_t<K> const& 
 
 template <class Members>
 void Entity::memberDelAll(Members& members) {
-  while (!members.empty()) {
-    typename Members::Key const key = members.begin()->first;
+  std::vector<typename Members::Key> keys; // observers may put members there again
+  keys.reserve(members.size());
+  for (auto const& [key, member] : members)
+    keys.push_back(key);
+  Ptr<Entity> const pin(this);
+  for (auto const& key : keys)
     memberDel(members, key);
-  }
 }
 
 template <class E>
@@ -219,6 +227,7 @@ Ptr<E> Entity::childIs(Ptr<E>& child) {
   Ptr<E> const made(new E());
   attachMember(&child, nullptr, *made);
   child = made;
+  placed(*made);
   if (isObserved()) told(&child, nullptr);
   return made;
 }

@@ -4,9 +4,30 @@
 
 #include <utility>
 
+#include "Tovak/Assert.h"
+#include "Tovak/Trace.h"
+
 namespace Kel {
 
 void throwError(std::string text) { throw Error(std::move(text)); }
+
+std::string raisedText() {
+  try {
+    throw;
+  } catch (Tovak::AssertionError const&) {
+    throw;
+  } catch (std::exception const& raised) {
+    return raised.what();
+  } catch (...) {
+    return "something that is no exception was thrown";
+  }
+}
+
+void traceRaised(char const* who) {
+  static Tovak::DebugHandler& trace = Tovak::Platform::getDebugHandler("KelTold", false);
+  std::string const text = raisedText();
+  TOVAK_TRACE(trace, Tovak::traceLevelError, who, "Dropped what was raised while it was told: {}", text);
+}
 
 void throwNewEntityArgsException(std::string const& typeName, std::size_t expected, std::size_t found) {
   throw NewEntityArgsError(

@@ -4,6 +4,8 @@
 #include <boost/container/small_vector.hpp>
 #include <memory>
 
+#include "Kel/Error.h"
+
 namespace Kel {
 
 // --- NotifieeConst -----------------------------------------------------------------------------------
@@ -92,11 +94,19 @@ void NotifieeList::tell(Tell const& tell) const {
     snapshot.emplace_back(Ptr(member));
   for (auto const& member : snapshot) {
     bool const dropped = member->refCount() == 1; // only the pin is left: its owner is done with it
-    if (!dropped && holds(member.get()) && member->hasNotificationActive()) tell(*member);
+    if (dropped || !holds(member.get()) || !member->hasNotificationActive()) continue;
+    try {
+      tell(*member);
+    } catch (...) {
+      traceRaised("observer");
+    }
   }
 }
 
 void NotifieeList::visit(AttributeId id, void const* key) const {
+  if (empty()) return;
+  PtrInterface const* const notifier = members().front()->notifier();
+  Ptr<PtrInterface const> const pin(notifier->refCount() == 0 ? nullptr : notifier); // nobody owns it yet
   tell([id, key](PtrInterface::NotifieeConst& notifiee) { notifiee.onAttribute(id, key); });
 }
 

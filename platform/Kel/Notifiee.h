@@ -14,7 +14,8 @@ namespace Kel {
 
 // An observer attached to one notifier object. Registered and active, it is told of every change of an attribute of its
 // notifier and of the notifier's end. Whoever made it owns it; the notifier does not. Dropping it ends the observation.
-// All calls come on the scheduler thread, synchronously, after the model is consistent again.
+// All calls come on the scheduler thread, synchronously, after the model is consistent again. He may change the model, which then tells
+// again from within. What he raises is traced and goes no further: the change stands, and the others are told.
 class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 public:
   NotifieeConst() = default;
@@ -71,7 +72,7 @@ public:
     return {&one_, one_ == nullptr ? std::size_t{0} : std::size_t{1}};
   }
 
-  // Delivers an attribute notification to the active notifiees.
+  // Delivers an attribute notification to the active notifiees. Keeps the notifier alive meanwhile.
   void visit(AttributeId id, void const* key) const;
   // Tells them that the notifier has ended.
   void visitZeroReferences() const;

@@ -9,10 +9,13 @@
 // 2. `op` is the operation of the last phase whose paths reached the node. So within a phase the nodes with its operation
 //    are those it touched.
 // 3. An element of the request's prefix is never remade by a Replace of something beneath it; nor is an entity that a directory
-//    holds, nor one that its attribute does not let go.
+//    holds, nor one that its attribute does not let go, nor one that is referred to.
 // 4. `base_` is what the node's children find before this phase: the live object; for an object to be made, a detached
-//    prototype made from the same arguments; for a value, the node's own copy of it. A value is copied once, written once.
+//    prototype made from the same arguments; for a value, the node's own copy of it.
 // 5. Whatever the model could refuse is asked in prepare, so that commits do not fail half-way in practice.
+// 6. Each write of the commit tells observers, who may change anything, also what was found before. So the commit holds on to
+//    places, not to what they held: an entity is used while it stands where it was found, else its place is looked at again; a value is
+//    folded again into what its place holds by then. Updates with no place left are an error, deletes are fulfilled.
 #pragma once
 
 #include <cstddef>
@@ -51,13 +54,19 @@ public:
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
     // Appends a child; false (and nothing happens) when one of that element is there already.
     bool insert(std::unique_ptr<AttrNode> node);
-    void clear();
+    // From here on the queue is as if empty, but for `withPruned`.
+    void prune();
+    void dropPruned();
 
     // The children with a key filter.
     [[nodiscard]] std::vector<AttrNode*> const& wildcards() const { return wildcards_; }
-    [[nodiscard]] Children::const_iterator begin() const { return children_.begin(); }
+    [[nodiscard]] Children::const_iterator begin() const {
+      return children_.begin() + static_cast<std::ptrdiff_t>(pruned_);
+    }
     [[nodiscard]] Children::const_iterator end() const { return children_.end(); }
-    [[nodiscard]] std::size_t size() const { return children_.size(); }
+    [[nodiscard]] std::size_t size() const { return children_.size() - pruned_; }
+    // Those that were pruned, and then those there are.
+    [[nodiscard]] Children const& withPruned() const { return children_; }
 
   private:
     struct ByElem;
@@ -65,6 +74,7 @@ public:
     static void addPlace(ByPlace& places, AttrNode& node);
 
     Children children_;
+    std::size_t pruned_ = 0; // of them, at the front
     std::vector<AttrNode*> wildcards_;
     // Only above a few children; that of the places only once it is asked for, as it is for members of collections.
     std::unique_ptr<ByElem> byElem_;
@@ -126,7 +136,7 @@ private:
   // Whether this operation makes the composite anew (invariant 3).
   [[nodiscard]] bool isRemade() const;
   [[nodiscard]] Error error(std::string message, grpc::StatusCode code = grpc::StatusCode::NOT_FOUND) const;
-  // Runs work with the model; what it raises becomes an error of this node.
+  // Runs work with the model, which may be nested; what host code raises becomes an error of this node.
   template <class Work>
   [[nodiscard]] Status guarded(Work const& work) const;
 
@@ -154,9 +164,20 @@ private:
 
   // --- commit -----------------------------------------------------------------------------------------------
   [[nodiscard]] Status commit(Handle const& parent);
+  // Into a copy of a value.
   [[nodiscard]] Status commitChildren(Handle const& target);
+  // Into the live entity, `newValue_`.
+  [[nodiscard]] Status commitToEntity();
   [[nodiscard]] Status commitEntity(Handle const& parent);
   [[nodiscard]] Status commitValue(Handle const& parent);
+  // The entity in this place of `parent`; null when there is none any more.
+  [[nodiscard]] Handle standingIn(Handle const& parent) const;
+  // The same from the data root down.
+  [[nodiscard]] Handle standing();
+  // Puts the changes of all phases into the value that this place of `parent` holds by now.
+  [[nodiscard]] Status foldInto(Handle const& parent);
+  // What cannot change has been set to what it is: is it still?
+  [[nodiscard]] Status checkUnchanged(ConstHandle const& parent) const;
   [[nodiscard]] Status updateComposite(std::optional<Handle> const& parent);
   [[nodiscard]] Status replaceComposite(std::optional<Handle> const& parent);
   [[nodiscard]] Status deleteComposite(std::optional<Handle> const& parent);
@@ -178,6 +199,7 @@ private:
   bool onPrefix_ = false;
   bool hasNewValue_ = false; // `newValue_` counts; null then stands for "without value"
   bool unchanged_ = false;   // sets what cannot change to what it is: nothing to commit
+  bool isAnew_ = false;      // of a value: nothing of what there is stays
   bool isFresh_ = false;     // will be, or is part of, an object that does not exist before the commit
   Handle
       newValue_; // of a scalar the decoded value, of a value its copy, of an entity the object being committed

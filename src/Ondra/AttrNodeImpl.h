@@ -4,13 +4,19 @@
 #include <utility>
 #include <variant>
 
-#include "Kel/Error.h"
+#include "Kel/Entity.h"
 #include "Ondra/AttrNode.h"
+#include "Ondra/SetTrace.h"
 
 namespace Ondra::KelGnmiSet {
 
 [[nodiscard]] inline bool isError(AttrTree::Status const& status) {
   return std::holds_alternative<AttrTree::Error>(status);
+}
+
+// Whether it is no part of the model any more. REQUIRES a handle to an entity.
+[[nodiscard]] inline bool hasGone(AttrTree::ConstHandle const& entity) {
+  return !entity || static_cast<Kel::Entity const*>(entity->object())->isOrphan();
 }
 
 template <class Work>
@@ -22,8 +28,8 @@ AttrTree::Status AttrTree::AttrNode::guarded(Work const& work) const {
     } else {
       return work();
     }
-  } catch (Kel::Error const& raised) {
-    return error(raised.what());
+  } catch (...) {
+    return error(modelError());
   }
 }
 

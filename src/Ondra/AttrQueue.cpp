@@ -64,7 +64,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
       return at->second;
     }
   } else {
-    for (Child const& child : children_) {
+    for (Child const& child : *this) {
       if (child.hash == wanted.hash && child->elem() == elem) {
         return child.node.get();
       }
@@ -79,17 +79,17 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr) const { ret
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle const& key) const {
   Place const wanted{attr, key};
-  if (children_.size() > kUnindexedPlaces) {
+  if (size() > kUnindexedPlaces) {
     if (!byPlace_) {
       byPlace_ = std::make_unique<ByPlace>();
-      for (Child const& child : children_) {
+      for (Child const& child : *this) {
         addPlace(*byPlace_, *child.node);
       }
     }
     auto const at = byPlace_->map.find(wanted);
     return at == byPlace_->map.end() ? nullptr : at->second;
   }
-  for (Child const& child : children_) {
+  for (Child const& child : *this) {
     if (!child->object().hasFilter() && Place{child->object().attr, child->object().key()} == wanted) {
       return child.node.get();
     }
@@ -113,10 +113,10 @@ bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
   }
   if (byElem_) {
     byElem_->map.emplace(HashedElem{missedHash_, &added.elem()}, &added);
-  } else if (children_.size() > kUnindexed) {
+  } else if (size() > kUnindexed) {
     byElem_ = std::make_unique<ByElem>();
-    byElem_->map.reserve(2 * children_.size());
-    for (Child const& child : children_) {
+    byElem_->map.reserve(2 * size());
+    for (Child const& child : *this) {
       byElem_->map.emplace(HashedElem{child.hash, &child->elem()}, child.node.get());
     }
   }
@@ -129,12 +129,17 @@ void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
   }
 }
 
-void AttrTree::AttrNode::AttrQueue::clear() {
+void AttrTree::AttrNode::AttrQueue::prune() {
   missed_ = nullptr;
   byElem_.reset();
   byPlace_.reset();
   wildcards_.clear();
-  children_.clear();
+  pruned_ = children_.size();
+}
+
+void AttrTree::AttrNode::AttrQueue::dropPruned() {
+  children_.erase(children_.begin(), begin());
+  pruned_ = 0;
 }
 
 } // namespace Ondra::KelGnmiSet

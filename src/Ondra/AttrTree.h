@@ -24,8 +24,8 @@ namespace Ondra::KelGnmiSet {
 enum class SetOp : std::uint8_t { Delete = 0, Replace = 1, Update = 2 };
 KTD_EXPORT std::ostream& operator<<(std::ostream& out, SetOp const& op);
 
-// The parts of the tree, and the pure functions it rests on. Nothing here raises a model error: each is caught where it can
-// arise and returned as its text. All of it runs on the scheduler thread.
+// The parts of the tree, and the pure functions it rests on. Nothing here raises what host code has raised: all of it is caught where
+// it can arise and returned as its text. All of it runs on the scheduler thread.
 struct KTD_EXPORT AttrTree {
   using Handle = Kel::Ptr<Kel::GenericIf>;
   using ConstHandle = Kel::Ptr<Kel::GenericIf const>;
@@ -66,6 +66,8 @@ struct KTD_EXPORT AttrTree {
 
     // The object's own type; of an empty place that of its attribute's members; else invalid.
     [[nodiscard]] Kel::KelType type() const;
+    // A reference to an entity that lives elsewhere.
+    [[nodiscard]] bool isReference() const { return attr && attr.isPointer() && !attr.isInstantiating(); }
     [[nodiscard]] bool hasFilter() const { return std::holds_alternative<MultipleKeys>(keys); }
     // The single key, or null.
     [[nodiscard]] ConstHandle const& key() const;
@@ -95,10 +97,9 @@ struct KTD_EXPORT AttrTree {
 
   // --- types and values ------------------------------------------------------------------------------------
   enum class TypeKind : std::uint8_t { Scalar = 0, Composite = 1 };
-  // Scalars are where a path may end: unions, enumerations, builtins, nominals, types with a string representation.
+  // Scalars are where a path may end: unions, enumerations, builtins, nominals, types with a string representation. A path goes on
+  // through everything else: structures, entities, and references to these.
   [[nodiscard]] static TypeKind getTypeKind(Kel::KelType type);
-  // The same for what an attribute holds: a reference is a scalar too, whatever it refers to.
-  [[nodiscard]] static TypeKind getPlaceKind(Kel::KelAttr attr, Kel::KelType type);
 
   using ValueOrText = Kstd::Result<Handle, std::string>;
   // One value of the type from a gNMI value. Integers are not checked for range: a narrower type takes the low-order part.

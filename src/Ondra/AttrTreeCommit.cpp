@@ -19,6 +19,11 @@ AttrTree::Handle writable(AttrTree::ConstHandle const& object) {
   return Kel::GenericIf::toObject(object->object());
 }
 
+// The live entity behind a handle; null for none.
+Kel::Entity const* entityOf(AttrTree::Handle const& object) {
+  return object ? static_cast<Kel::Entity const*>(object->object()) : nullptr;
+}
+
 template <class T>
 bool storeMinimum(void* to) {
   *static_cast<T*>(to) = std::numeric_limits<T>::min();
@@ -101,7 +106,8 @@ private:
 AttrTree::Status AttrTree::AttrNode::commitTree() {
   TOVAK_TRACE(setTrace, 3, "", "Commit tree rooted at '{}'", *elem_);
   TOVAK_ASSERT(object_.object, setTrace, "Expecting attribute '{}' to be set", *elem_);
-  return commitChildren(writable(object_.object));
+  newValue_ = writable(object_.object);
+  return commitToEntity();
 }
 
 AttrTree::Status AttrTree::AttrNode::commitChildren(Handle const& target) {
@@ -113,21 +119,61 @@ AttrTree::Status AttrTree::AttrNode::commitChildren(Handle const& target) {
   return true;
 }
 
+AttrTree::Status AttrTree::AttrNode::commitToEntity() {
+  auto const* entity = entityOf(newValue_);
+  for (auto const& child : children_) {
+    if (entity == nullptr || entity->isOrphan()) [[unlikely]] {
+      entity = entityOf(standing());
+    }
+    if (entity == nullptr) [[unlikely]] {
+      bool const wentWithIt = child->op_ == SetOp::Delete || (child->unchanged_ && hasNewValue_);
+      if (wentWithIt) {
+        continue;
+      }
+      return child->error(
+          fmt::format("Path element '{}' was removed while the request was committed", *elem_));
+    }
+    if (auto status = child->commit(newValue_); isError(status)) {
+      return status;
+    }
+  }
+  return true;
+}
+
+AttrTree::Handle AttrTree::AttrNode::standingIn(Handle const& parent) const {
+  // What has a place keeps it until it is removed for good; a reference may come to refer to something else.
+  if (!object_.isReference() && object_.object && !hasGone(object_.object)) {
+    return writable(object_.object);
+  }
+  ConstHandle const now = object_.attr.genericIfGet(parent, object_.key());
+  return hasGone(now) ? nullptr : writable(now);
+}
+
+AttrTree::Handle AttrTree::AttrNode::standing() {
+  if (hasGone(newValue_)) {
+    Handle const above = parent_ == nullptr ? nullptr : parent_->standing();
+    newValue_ = above ? standingIn(above) : nullptr;
+  }
+  return newValue_;
+}
+
 AttrTree::Status AttrTree::AttrNode::commit(Handle const& parent) {
   TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: Start", *elem_);
-  Status status = true;
-  if (auto const* const keys = std::get_if<MultipleKeys>(&object_.keys)) {
-    TOVAK_ASSERT(op_ == SetOp::Delete && deleted_, setTrace, "Multiple keys commit for non-delete");
-    status = doWildcardDelete(parent, keys->filter);
-  } else if (isEntity()) {
-    TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", *elem_);
-    status = commitEntity(parent);
-  } else if (isArray()) {
-    status = deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
-  } else {
+  Status status = guarded([&]() -> Status {
+    if (auto const* const keys = std::get_if<MultipleKeys>(&object_.keys)) {
+      TOVAK_ASSERT(op_ == SetOp::Delete && deleted_, setTrace, "Multiple keys commit for non-delete");
+      return doWildcardDelete(parent, keys->filter);
+    }
+    if (isEntity()) {
+      TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", *elem_);
+      return commitEntity(parent);
+    }
+    if (isArray()) {
+      return deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
+    }
     TOVAK_TRACE(setTrace, 6, "", "Commit non-Entity '{}'", *elem_);
-    status = commitValue(parent);
-  }
+    return commitValue(parent);
+  });
   if (!isError(status)) {
     TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", *elem_);
   }
@@ -140,44 +186,52 @@ AttrTree::Status AttrTree::AttrNode::commitEntity(Handle const& parent) {
   case SetOp::Replace: return isRemade() ? replaceComposite(parent) : updateComposite(parent);
   case SetOp::Delete: break;
   }
-  // Another delete of this request may have taken it away already.
-  auto const* const entity = dynamic_cast<Kel::Entity const*>(object_.object->object());
-  return entity != nullptr && entity->isOrphan() ? Status(true) : deleteComposite(parent);
+  return deleteComposite(parent);
 }
 
 AttrTree::Status AttrTree::AttrNode::commitValue(Handle const& parent) {
+  if (unchanged_) {
+    return checkUnchanged(parent);
+  }
+  if (deleted_) {
+    object_.attr.genericIfDel(parent, object_.key());
+    return true;
+  }
+  if (!isScalar() && parent_->isEntity()) {
+    return foldInto(parent);
+  }
+  TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", *elem_);
+  object_.attr.genericIfSet(parent, object_.key(), newValue_);
+  return true;
+}
+
+AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
   KelAttr const attr = object_.attr;
-  return guarded([&] {
-    if (unchanged_) {
-      return;
+  if (!isAnew_) {
+    if (ConstHandle const now = attr.genericIfGet(parent, object_.key())) {
+      newValue_ = now->clone();
+    } else if (op_ == SetOp::Delete) {
+      return true; // deletes within do not bring back what another, or an observer, has taken away
+    } else if (auto status = instantiateObject(std::nullopt); isError(status)) {
+      return status;
     }
-    if (deleted_) {
-      attr.genericIfDel(parent, object_.key());
-      return;
+    for (auto const& child : children_.withPruned()) {
+      bool const isPart = !child->isScalar() && !child->deleted_;
+      if (auto status = isPart ? child->foldInto(newValue_) : child->commit(newValue_); isError(status)) {
+        return status;
+      }
     }
-    TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", *elem_);
-    // Deletes within a member do not bring back one that another delete of this request has taken away.
-    if (op_ == SetOp::Delete && attr.isKeyed() && !attr.genericIfExist(parent, object_.key())) {
-      return;
-    }
-    attr.genericIfSet(parent, object_.key(), newValue_);
-  });
+  }
+  attr.genericIfSet(parent, object_.key(), newValue_);
+  return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::updateComposite(std::optional<Handle> const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
   if (isEntity()) {
-    newValue_.reset();
-    ConstHandle live = object_.object;
-    if (parent_->isFresh_) {
-      auto found = catchModelError([&] { return object_.attr.genericIfGet(*parent, object_.key()); });
-      if (!found) {
-        return error(std::move(found).error());
-      }
-      live = std::move(found).value();
-    }
-    if (live) {
-      newValue_ = writable(live);
+    newValue_ = standingIn(*parent);
+    if (!newValue_ && !made_) {
+      return error(fmt::format("Path element '{}' was removed while the request was committed", *elem_));
     }
   }
   if (!newValue_) {
@@ -188,7 +242,7 @@ AttrTree::Status AttrTree::AttrNode::updateComposite(std::optional<Handle> const
   }
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
   TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", *elem_);
-  return commitChildren(newValue_);
+  return isEntity() ? commitToEntity() : commitChildren(newValue_);
 }
 
 AttrTree::Status AttrTree::AttrNode::replaceComposite(std::optional<Handle> const& parent) {
@@ -204,14 +258,18 @@ AttrTree::Status AttrTree::AttrNode::replaceComposite(std::optional<Handle> cons
   }
   TOVAK_ASSERT(newValue_, setTrace, "Expecting new object to be set");
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
-  return commitChildren(newValue_);
+  return isEntity() ? commitToEntity() : commitChildren(newValue_);
 }
 
 AttrTree::Status AttrTree::AttrNode::deleteComposite(std::optional<Handle> const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
   if (!deleted_) {
     TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
-    return commitChildren(isEntity() ? writable(object_.object) : newValue_);
+    if (!isEntity()) {
+      return commitChildren(newValue_);
+    }
+    newValue_ = standingIn(*parent); // another delete of this request may have taken it away already
+    return newValue_ ? commitToEntity() : Status(true);
   }
   TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
   if (!isEntity()) {
@@ -221,33 +279,31 @@ AttrTree::Status AttrTree::AttrNode::deleteComposite(std::optional<Handle> const
   TOVAK_TRACE(setTrace, 6, "", "Deleting Entity '{}'", *elem_);
   TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to delete instantiating attribute");
   object_.object.reset();
-  return guarded([&] { object_.attr.genericIfDel(*parent, object_.key()); });
+  object_.attr.genericIfDel(*parent, object_.key());
+  return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::instantiateObject(std::optional<Handle> const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
   KelAttr const attr = object_.attr;
+  hasNewValue_ = true;
   if (isEntity()) {
     TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to instantiate a new entity");
     TOVAK_ASSERT(made_ != nullptr, setTrace, "Expecting new object to be set");
-    return guarded([&] {
-      bool const keyIsOutside = attr.isKeyed() && !attr.indexAttr();
-      newValue_ = keyIsOutside ? attr.genericIfSet(*parent, object_.key(), made_->args)
-                               : attr.genericIfSet(*parent, made_->args);
-      hasNewValue_ = true;
-    });
+    bool const keyIsOutside = attr.isKeyed() && !attr.indexAttr();
+    newValue_ = keyIsOutside ? attr.genericIfSet(*parent, object_.key(), made_->args)
+                             : attr.genericIfSet(*parent, made_->args);
+    return true;
   }
   auto args = prepareConstructorArgs(attr.memberType());
   if (auto* const problem = std::get_if<Error>(&args)) {
     return std::move(*problem);
   }
-  return guarded([&] {
-    newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
-    if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
-      index.genericIfSet(newValue_, nullptr, object_.key());
-    }
-    hasNewValue_ = true;
-  });
+  newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
+  if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
+    index.genericIfSet(newValue_, nullptr, object_.key());
+  }
+  return true;
 }
 
 AttrTree::Handle AttrTree::AttrNode::arrayValue() const {
@@ -260,43 +316,41 @@ AttrTree::Handle AttrTree::AttrNode::arrayValue() const {
 
 AttrTree::Status AttrTree::AttrNode::replaceScalarArray(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
-  return guarded([&] {
-    if (!unchanged_) {
-      object_.attr.genericIfSet(parent, nullptr, arrayValue());
-    }
-  });
+  if (unchanged_) {
+    return checkUnchanged(parent);
+  }
+  object_.attr.genericIfSet(parent, nullptr, arrayValue());
+  return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::deleteScalarArray(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
-  return guarded([&] {
-    Handle const array = object_.attr.genericIfGet(parent)->clone();
-    object_.attr.genericIfRemove(array);
-    object_.attr.genericIfSet(parent, nullptr, array);
-  });
+  Handle const array = object_.attr.genericIfGet(parent)->clone();
+  object_.attr.genericIfRemove(array);
+  object_.attr.genericIfSet(parent, nullptr, array);
+  return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::doWildcardDelete(Handle const& parent,
                                                       MultipleKeys::Filter const& filter) {
-  return guarded([&] {
-    KelAttr const attr = object_.attr;
-    KeyRange const range(attr.keyType(), filter);
-    // Each delete tells observers, who may change the collection: first the keys, then the deletes.
-    std::vector<ConstHandle> keys;
-    auto at = range.start() ? attr.genericIfIteratorConst(parent, range.start())
-                            : attr.genericIfIteratorConst(parent);
-    for (; at; ++at) {
-      ConstHandle key = at.key();
-      if (applyKeyFilter(filter, key)) {
-        keys.push_back(std::move(key));
-      } else if (range.isPast(filter, key)) {
-        break;
-      }
+  KelAttr const attr = object_.attr;
+  KeyRange const range(attr.keyType(), filter);
+  // Each delete tells observers, who may change the collection: first the keys, then the deletes.
+  std::vector<ConstHandle> keys;
+  auto at = range.start() ? attr.genericIfIteratorConst(parent, range.start())
+                          : attr.genericIfIteratorConst(parent);
+  for (; at; ++at) {
+    ConstHandle key = at.key();
+    if (applyKeyFilter(filter, key)) {
+      keys.push_back(std::move(key));
+    } else if (range.isPast(filter, key)) {
+      break;
     }
-    for (ConstHandle const& key : keys) {
-      attr.genericIfDel(parent, key);
-    }
-  });
+  }
+  for (ConstHandle const& key : keys) {
+    attr.genericIfDel(parent, key);
+  }
+  return true;
 }
 
 } // namespace Ondra::KelGnmiSet

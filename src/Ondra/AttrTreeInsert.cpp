@@ -4,6 +4,7 @@
 
 #include "Kel/Entity.h"
 #include "Ondra/AttrNode.h"
+#include "Ondra/AttrNodeImpl.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/SetTrace.h"
@@ -23,15 +24,9 @@ public:
   // What became of one step.
   enum class Step : std::uint8_t { Taken, Dropped, Failed };
 
-  // Follows the path before as far as this one begins alike, and moves the iterators as far.
-  void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
-                   ElemIterator pathEnd);
-  // Whether the node reached can be used and passed; `last`: no element follows.
-  [[nodiscard]] bool enter(bool last);
-  // On to the child that the element names.
-  [[nodiscard]] Step descend(PathElem const& elem, bool onPrefix);
-  // The end of the path: marks the node, or decodes the value into it.
-  [[nodiscard]] bool end(gnmi::TypedValue const* value);
+  // The whole path: all elements, then the end. Adds nothing to the tree.
+  [[nodiscard]] Step take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
+                          ElemIterator pathEnd, gnmi::TypedValue const* value);
   // Puts the path into the tree.
   void finish();
   // Leaves the way of a path of that length to the next one. REQUIRES that it is in the tree.
@@ -41,52 +36,62 @@ public:
 
   // REQUIRES a step that has failed.
   [[nodiscard]] Error takeError() { return *std::move(error_); }
+  Step fail(std::string message);
 
 private:
+  // Follows the path before as far as this one begins alike, and moves the iterators as far.
+  void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
+                   ElemIterator pathEnd);
+  // Whether the path can go on beneath the node reached.
+  [[nodiscard]] bool enter();
+  // On to the child that the element names.
+  [[nodiscard]] Step descend(PathElem const& elem, bool onPrefix);
+  // The end of the path: marks the node, or decodes the value into it.
+  [[nodiscard]] Step end(gnmi::TypedValue const* value);
   Step existingChild(AttrNode& child, bool onPrefix);
   Step newChild(PathElem const& elem, bool onPrefix);
   // Whether the place can be used by this operation.
   [[nodiscard]] Step checkPlace(PathElem const& elem, KelObject& place);
   [[nodiscard]] Step checkEmptyPlace(PathElem const& elem, KelObject const& place);
   [[nodiscard]] bool isDeletedByWildcard(KelObject const& place) const;
-  Step fail(std::string message, PathElem const* child = nullptr);
   Step failAsDeleted(PathElem const& elem);
   [[nodiscard]] bool nodeIsInTree() const { return !head_; }
 
   AttrNode& root_;
   AttrNode* node_;
   SetOp const op_;
-  std::size_t followed_ = 0;       // elements
-  std::unique_ptr<AttrNode> head_; // the first new node
+  PathElem const* child_ = nullptr; // looked for below `node_`
+  std::size_t followed_ = 0;        // elements
+  std::unique_ptr<AttrNode> head_;  // the first new node
   AttrNode* attachTo_ = nullptr;
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
   boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
   std::optional<Error> error_;
 };
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::string message,
-                                                                        PathElem const* child) {
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::string message) {
   Error& error = error_.emplace();
   error.code = grpc::StatusCode::NOT_FOUND;
   error.message = std::move(message);
   if (node_ != &root_) {
     error.path.push_back(node_->elem());
   }
-  if (child != nullptr) {
-    error.path.push_back(*child);
+  if (child_ != nullptr) {
+    error.path.push_back(*child_);
   }
   return Step::Failed;
 }
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(PathElem const& elem) {
-  return fail(fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_),
-              &elem == &node_->elem() ? nullptr : &elem);
+  return fail(
+      fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_));
 }
 
 void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
                                                 ElemIterator& pathBegin, ElemIterator pathEnd) {
   Trail* const trail = root_.trail_.get();
-  if (trail == nullptr || trail->op != op_) {
+  if (trail == nullptr || trail->op != op_ ||
+      setTrace.isOn(6)) { // steps that are taken at once are not traced
     return;
   }
   for (AttrNode* const next : trail->nodes) {
@@ -104,23 +109,15 @@ void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemI
   }
 }
 
-bool AttrTree::AttrNode::Insertion::enter(bool last) {
-  if (node_->deleted_) {
-    TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", node_->elem());
-    if (op_ != SetOp::Delete) {
-      failAsDeleted(node_->elem());
-      return false;
-    }
-  }
-  if (last) {
-    return true;
-  }
+bool AttrTree::AttrNode::Insertion::enter() {
   if (node_->object_.hasFilter()) {
     fail(fmt::format("Element '{}' with wildcard must be the leaf of the delete path", node_->elem()));
     return false;
   }
   TOVAK_TRACE(setTrace, 6, "", "Inserting a suffix under element '{}'", node_->elem());
-  if (node_->isScalar()) {
+  // A value is changed in a copy before the commit; what a reference in it leads to would be changed for good.
+  bool const isReferenceInValue = node_->object_.isReference() && !node_->parent_->isEntity();
+  if (node_->isScalar() || isReferenceInValue) {
     fail(fmt::format("Leaf element '{}' cannot have a sub-element", node_->elem()));
     return false;
   }
@@ -129,23 +126,24 @@ bool AttrTree::AttrNode::Insertion::enter(bool last) {
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
                                                                            bool onPrefix) {
-  if (nodeIsInTree()) {
-    if (AttrNode* const child = node_->children_.get(elem)) {
-      return existingChild(*child, onPrefix);
-    }
-  }
-  return newChild(elem, onPrefix);
+  child_ = &elem;
+  AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem) : nullptr;
+  Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(elem, onPrefix);
+  child_ = nullptr;
+  return step;
 }
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild(AttrNode& child,
                                                                                  bool onPrefix) {
+  if (child.deleted_) {
+    TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", child.elem());
+  }
   if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_))) {
     return failAsDeleted(child.elem());
   }
   if (!onPrefix && child.op_ != op_ && child.isEntity()) {
     return fail(fmt::format("Same entity element '{}' cannot be used in multiple ops, {} and {}",
-                            child.elem(), child.op_, op_),
-                &child.elem());
+                            child.elem(), child.op_, op_));
   }
   passed_.push_back(&child);
   node_ = &child;
@@ -156,7 +154,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Path
                                                                             bool onPrefix) {
   TOVAK_TRACE(setTrace, 8, "", "New child insertion");
   if (elem.name() == "*" || elem.name() == "...") {
-    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", elem.name()), &elem);
+    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", elem.name()));
   }
   auto place = getNextPlace(node_->object_, elem);
   if (!place) {
@@ -164,7 +162,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Path
       TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path due to missing element '{}'", elem);
       return Step::Dropped;
     }
-    return fail(std::move(place.error().message), &elem);
+    return fail(std::move(place.error().message));
   }
   if (nodeIsInTree() && place->attr.isKeyed() && !place->hasFilter()) {
     // The same member by another spelling of its key map.
@@ -200,11 +198,10 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(Pa
   KelAttr const attr = place.attr;
   if (place.hasFilter()) {
     if (op_ != SetOp::Delete) {
-      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", elem, op_), &elem);
+      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", elem, op_));
     }
     bool const full = nodeIsInTree() && node_->children_.wildcards().size() >= kMaxWildcards;
-    return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards),
-                       &elem)
+    return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards))
                 : Step::Taken;
   }
   if (op_ != SetOp::Delete && isDeletedByWildcard(place)) {
@@ -212,27 +209,22 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(Pa
   }
   if (attr.isArray() && getTypeKind(attr.memberType()) == TypeKind::Composite) {
     return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", elem,
-                            attr.memberType().name().view()),
-                &elem);
+                            attr.memberType().name().view()));
   }
   // A leaf that gets a value need not be read; one that loses it need only be there.
-  if (getPlaceKind(attr, place.type()) == TypeKind::Scalar) {
-    if (op_ != SetOp::Delete) {
-      return Step::Taken;
-    }
-    auto const exists =
-        catchModelError([&] { return attr.genericIfExist(node_->object_.object, place.key()); });
-    if (!exists) {
-      return fail(exists.error(), &elem);
-    }
-    return *exists ? Step::Taken : checkEmptyPlace(elem, place);
+  if (getTypeKind(attr.isArray() ? attr.memberType() : place.type()) == TypeKind::Scalar) {
+    bool const isThere = op_ != SetOp::Delete || attr.genericIfExist(node_->object_.object, place.key());
+    return isThere ? Step::Taken : checkEmptyPlace(elem, place);
   }
   if (!place.object) {
     auto object = readPlace(node_->object_, place);
     if (!object) {
-      return fail(std::move(object).error(), &elem);
+      return fail(std::move(object).error());
     }
     place.object = std::move(object).value();
+  }
+  if (op_ != SetOp::Delete && place.isReference() && hasGone(place.object)) {
+    place.object.reset();
   }
   return place.object ? Step::Taken : checkEmptyPlace(elem, place);
 }
@@ -246,7 +238,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPla
   if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) {
     return Step::Taken;
   }
-  return fail(fmt::format("Path element '{}' is not set", elem), &elem);
+  return fail(fmt::format("Path element '{}' is not set", elem));
 }
 
 bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) const {
@@ -262,33 +254,48 @@ bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) 
   return false;
 }
 
-bool AttrTree::AttrNode::Insertion::end(gnmi::TypedValue const* value) {
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(gnmi::TypedValue const* value) {
   TOVAK_TRACE(setTrace, 8, "", "End of the path");
   if (op_ == SetOp::Delete) {
     if (node_ == &root_) {
-      fail("The data root cannot be deleted");
-      return false;
+      return fail("The data root cannot be deleted");
     }
     TOVAK_TRACE(setTrace, 6, "", "Marking leaf element '{}' as getting deleted", node_->elem());
     node_->deleted_ = true;
-    return true;
+    return Step::Taken;
   }
   if (!node_->isScalar()) {
     TOVAK_TRACE(setTrace, 6, "", "Found a composite at the end of the path");
-    fail("Path must map to a scalar type");
-    return false;
+    return fail("Path must map to a scalar type");
   }
   if (value == nullptr) {
     error_ = node_->error(fmt::format("Expecting a gnmi value in {} op path", op_),
                           grpc::StatusCode::INVALID_ARGUMENT);
-    return false;
+    return Step::Failed;
   }
   auto decoded = node_->processLeafElem(*value);
   if (auto* const error = std::get_if<Error>(&decoded)) {
     error_ = std::move(*error);
-    return false;
+    return Step::Failed;
   }
-  return true;
+  return Step::Taken;
+}
+
+AttrTree::AttrNode::Insertion::Step
+AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
+                                    ElemIterator pathEnd, gnmi::TypedValue const* value) {
+  followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
+  while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
+    if (!enter()) {
+      return Step::Failed;
+    }
+    bool const onPrefix = prefixBegin != prefixEnd;
+    PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
+    if (Step const step = descend(elem, onPrefix); step != Step::Taken) {
+      return step;
+    }
+  }
+  return end(value);
 }
 
 void AttrTree::AttrNode::Insertion::finish() {
@@ -324,9 +331,15 @@ void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
 
 void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
   for (auto const& entity : dirty_) {
-    Kel::String const name = entity->fullName();
-    TOVAK_TRACE(setTrace, 6, "", "Adding dirty path '{}'", name.view());
-    Kel::Entity::singleton<GnmiSetSessionState>()->dirtyPathIs(name);
+    auto const recorded = catchModelError([&entity] {
+      Kel::String const name = entity->fullName();
+      TOVAK_TRACE(setTrace, 6, "", "Adding dirty path '{}'", name.view());
+      Kel::Entity::singleton<GnmiSetSessionState>()->dirtyPathIs(name);
+      return true;
+    });
+    if (!recorded) {
+      TOVAK_TRACE(setTrace, Tovak::traceLevelError, "", "An entity has no name: {}", recorded.error());
+    }
   }
 }
 
@@ -342,29 +355,22 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
         fmt::format("Path of {} elements is too long; at most {} are supported", length, kMaxPathElems)};
   }
   Insertion insertion(*this, op);
-  auto const failed = [&insertion] {
+  auto step = Insertion::Step::Failed;
+  try {
+    step = insertion.take(prefixBegin, prefixEnd, pathBegin, pathEnd, value);
+  } catch (...) {
+    insertion.fail(modelError());
+  }
+  if (step != Insertion::Step::Dropped) {
     insertion.recordDirtyPaths();
+  }
+  if (step == Insertion::Step::Failed) {
     return insertion.takeError();
-  };
-  insertion.followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
-  while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
-    if (!insertion.enter(false)) {
-      return failed();
-    }
-    bool const onPrefix = prefixBegin != prefixEnd;
-    PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
-    switch (insertion.descend(elem, onPrefix)) {
-    case Insertion::Step::Taken: break;
-    case Insertion::Step::Dropped: return true;
-    case Insertion::Step::Failed: return failed();
-    }
   }
-  if (!insertion.enter(true) || !insertion.end(value)) {
-    return failed();
+  if (step == Insertion::Step::Taken) {
+    insertion.finish();
+    insertion.leaveTrail(length);
   }
-  insertion.recordDirtyPaths();
-  insertion.finish();
-  insertion.leaveTrail(length);
   return true;
 }
 

@@ -14,7 +14,7 @@ using Kel::KelType;
 AttrTree::AttrNode::AttrNode(gnmi::PathElem const& elem, KelObject&& object)
     : elem_(&elem)
     , object_(std::move(object))
-    , kind_(getPlaceKind(object_.attr, object_.type())) {}
+    , kind_(getTypeKind(isArray() ? object_.attr.memberType() : object_.type())) {}
 
 AttrTree::AttrNode::~AttrNode() = default;
 
@@ -35,11 +35,10 @@ bool AttrTree::AttrNode::isFixedAtCreation() const {
 
 bool AttrTree::AttrNode::isRemovable() const {
   if (!isInDir()) {
-    return object_.attr.isRemovable();
+    return object_.attr.isInstantiating() && object_.attr.isRemovable();
   }
   auto const* const dir = dynamic_cast<Kel::Dir const*>(parent_->object_.object->object());
-  auto const entry = dir == nullptr ? nullptr : dir->entry(elem_->name());
-  return entry && entry->removable;
+  return dir != nullptr && dir->isRemovable(elem_->name());
 }
 
 bool AttrTree::AttrNode::isRemade() const {
@@ -91,7 +90,9 @@ AttrTree::Status AttrTree::AttrNode::prepareChildren(SetOp op) {
 
 AttrTree::Status AttrTree::AttrNode::prepare(SetOp op) {
   TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: Start", *elem_, op);
-  Status status = isScalar() ? prepareScalar(op) : isEntity() ? prepareEntity(op) : prepareValue(op);
+  Status status = guarded([&] {
+    return isScalar() ? prepareScalar(op) : isEntity() ? prepareEntity(op) : prepareValue(op);
+  });
   if (!isError(status)) {
     TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: End", *elem_, op);
   }
@@ -138,12 +139,7 @@ AttrTree::Status AttrTree::AttrNode::prepareEntity(SetOp op) {
   }
   // Below an object that will be made, what there is now is of no matter.
   isFresh_ = parent_->isFresh_;
-  auto live = isFresh_ ? catchModelError([&] { return current(); })
-                       : Kstd::Result<ConstHandle, std::string>(object_.object);
-  if (!live) {
-    return error(std::move(live).error());
-  }
-  base_ = *live;
+  base_ = isFresh_ ? current() : object_.object;
   if (!base_ || isRemade()) {
     isFresh_ = true;
     if (auto status = makePrototype(op); isError(status)) {
@@ -171,7 +167,7 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
     if (!isValueArg) {
       continue;
     }
-    if (auto status = child->prepareValue(op); isError(status)) {
+    if (auto status = child->prepare(op); isError(status)) {
       return status;
     }
   }
@@ -181,11 +177,7 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
     return std::move(*problem);
   }
   made_ = std::make_unique<Made>(Made{std::get<Kel::ArgList>(std::move(args))});
-  auto prototype = catchModelError([&] { return type.genericIf(made_->args); });
-  if (!prototype) {
-    return error(std::move(prototype).error());
-  }
-  base_ = std::move(prototype).value();
+  base_ = type.genericIf(made_->args);
   return checkIndex(base_);
 }
 
@@ -226,15 +218,12 @@ AttrTree::Status AttrTree::AttrNode::openValue() {
   if (isRemade()) {
     newValue_.reset();
     hasNewValue_ = false;
-  }
-  if (!hasNewValue_ && !isRemade()) {
-    auto found = catchModelError([&] { return current(); });
-    if (!found) {
-      return error(std::move(found).error());
-    }
-    if (*found) {
+    isAnew_ = true;
+    children_.dropPruned();
+  } else if (!hasNewValue_) {
+    if (ConstHandle const found = current()) {
       TOVAK_TRACE(setTrace, 9, "", "Making a non-const copy of the Value type object");
-      newValue_ = (*found)->clone();
+      newValue_ = found->clone();
       hasNewValue_ = true;
     }
   }
@@ -258,18 +247,22 @@ AttrTree::Status AttrTree::AttrNode::checkWrite() {
     if (!parent_->base_) {
       return true; // the arguments of a prototype are being gathered; it is asked again when there is one
     }
-    return guarded([&]() -> Status {
-      ConstHandle const found = current();
-      ConstHandle const wanted = isArray() ? ConstHandle(arrayValue()) : ConstHandle(newValue_);
-      if (found && wanted && found->equals(*wanted)) {
-        unchanged_ = true;
-        return true;
-      }
-      return error(fmt::format("Attribute '{}' of Type '{}' is fixed when the object is made",
-                               attr.name().view(), attr.ownerType().name().view()));
-    });
+    auto status = checkUnchanged(parent_->base_);
+    unchanged_ = !isError(status);
+    return status;
   }
   return error(fmt::format("Attribute '{}' of Type '{}' cannot be set", attr.name().view(),
+                           attr.ownerType().name().view()));
+}
+
+AttrTree::Status AttrTree::AttrNode::checkUnchanged(ConstHandle const& parent) const {
+  KelAttr const attr = object_.attr;
+  ConstHandle const found = attr.genericIfGet(parent, object_.key());
+  ConstHandle const wanted = isArray() ? ConstHandle(arrayValue()) : ConstHandle(newValue_);
+  if (found && wanted && found->equals(*wanted)) {
+    return true;
+  }
+  return error(fmt::format("Attribute '{}' of Type '{}' is fixed when the object is made", attr.name().view(),
                            attr.ownerType().name().view()));
 }
 
@@ -290,14 +283,11 @@ AttrTree::Status AttrTree::AttrNode::checkIndex(ConstHandle const& member) const
   if (!index || !object_.key()) {
     return true;
   }
-  return guarded([&]() -> Status {
-    ConstHandle const own = index.genericIfGet(member);
-    if (own && own->equals(*object_.key())) {
-      return true;
-    }
-    return error(
-        fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), *elem_));
-  });
+  ConstHandle const own = index.genericIfGet(member);
+  if (own && own->equals(*object_.key())) {
+    return true;
+  }
+  return error(fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), *elem_));
 }
 
 std::variant<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstructorArgs(KelType type) {
@@ -350,7 +340,7 @@ void AttrTree::AttrNode::pruneSubTree() {
   trail_.reset();
   TOVAK_TRACE(setTrace, 9, "", "Prune tree rooted at '{}'", *elem_);
   if (!isEntity()) {
-    children_.clear();
+    children_.prune();
     return;
   }
   for (auto const& child : children_) {

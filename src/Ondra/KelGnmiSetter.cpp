@@ -61,7 +61,14 @@ std::pair<gnmi::SetResponse, grpc::Status> Set::execute() {
 
 grpc::Status Set::executeInPlace() {
   TOVAK_TRACE(setTrace, 0, "", "Start executing a Set request");
-  grpc::Status status = executeImpl();
+  grpc::Status status;
+  try {
+    status = executeImpl();
+  } catch (...) { // memory has run out
+    root_.reset();
+    handPathsOver();
+    throw;
+  }
   root_.reset();
   handPathsOver();
   TOVAK_TRACE(setTrace, 1, "", "Result: {}", status.ok() ? "OK" : status.error_message());
@@ -115,12 +122,15 @@ void Set::populateResponse() {
 void Set::handPathsOver() {
   response_.mutable_prefix()->Swap(request_.mutable_prefix());
   auto result = response_.mutable_response()->begin();
+  auto const end = response_.mutable_response()->end(); // early where memory ran out as they were listed
   for (gnmi::Path& path : *request_.mutable_delete_()) {
+    if (result == end) return;
     (result++)->mutable_path()->Swap(&path);
   }
   bool const isOneArena = request_.GetArena() == response_.GetArena();
   for (auto* const updates : {request_.mutable_replace(), request_.mutable_update()}) {
     for (gnmi::Update& update : *updates) {
+      if (result == end) return;
       if (isOneArena && update.has_path()) {
         (result++)->unsafe_arena_set_allocated_path(update.unsafe_arena_release_path());
       } else {

@@ -84,7 +84,7 @@ AttrTree::ValueOrText AttrTree::KeyDecoder::createScalarKey(KelType type, std::s
   if (type.isUnion()) {
     return Kstd::Err(fmt::format("key of union type '{}' is not supported", type.name().view()));
   }
-  try {
+  return catchModelText([&]() -> ValueOrText {
     if (type.hasGnmiStrRep()) {
       return type.genericIfFromGnmiString(Kel::String(text));
     }
@@ -96,15 +96,20 @@ AttrTree::ValueOrText AttrTree::KeyDecoder::createScalarKey(KelType type, std::s
           Kel::String(text)); // what stands between the quotation marks of its text form, as it is
     }
     return type.genericIf(Kel::String(text));
-  } catch (Kel::Error const& error) {
-    return Kstd::Err(std::string(error.what()));
-  }
+  });
 }
 
 AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, KeyMap const& keys) {
   TOVAK_TRACE(setTrace, 7, "", "Decoding key to expected type '{}'", keyType.name().view());
+  auto const wildcards = static_cast<std::size_t>(
+      std::count_if(keys.begin(), keys.end(), [](auto const& entry) { return entry.second == kWildcard; }));
   if (keyType.isEntity() || keyType.isKeyPtrWrapper()) {
-    return fmt::format("key of reference type '{}' is not supported", keyType.name().view());
+    // No text names an entity; all of them are named without one.
+    if (wildcards == 0 || wildcards != keys.size()) {
+      return fmt::format("key of reference type '{}' is not supported", keyType.name().view());
+    }
+    TOVAK_TRACE(setTrace, 7, "", "Found a wildcard");
+    return MultipleKeys{};
   }
   if (getTypeKind(keyType) == TypeKind::Scalar) {
     if (keys.size() != 1) {
@@ -122,8 +127,6 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, K
     }
     return SingleKey{std::move(key).value()};
   }
-  auto const wildcards =
-      std::count_if(keys.begin(), keys.end(), [](auto const& entry) { return entry.second == kWildcard; });
   if (wildcards != 0) {
     TOVAK_TRACE(setTrace, 7, "", "Found {} wildcards", wildcards);
     return decodeFilter(keyType, keys);
@@ -163,7 +166,7 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeFilter(KelType keyType
       continue;
     }
     KelAttr const field = keyType.attr(parts.front());
-    if (getPlaceKind(field, field.memberType()) == TypeKind::Composite) {
+    if (getTypeKind(field.memberType()) == TypeKind::Composite) {
       return fmt::format("Expecting a scalar at leaf element '{}'; found composite of type '{}'", name,
                          field.memberType().name().view());
     }

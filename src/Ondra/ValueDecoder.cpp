@@ -111,16 +111,6 @@ ValueOrText fromField(KelType type, TypedValue const& value) {
   }
 }
 
-// The model's answer for a text, with a raised error turned into its text as well.
-template <class Make>
-ValueOrText madeFromText(Make const& make) {
-  try {
-    return make();
-  } catch (Kel::Error const& error) {
-    return Kstd::Err(std::string(error.what()));
-  }
-}
-
 } // namespace
 
 std::ostream& operator<<(std::ostream& out, SetOp const& op) {
@@ -138,13 +128,6 @@ AttrTree::TypeKind AttrTree::getTypeKind(KelType type) {
   return scalar ? TypeKind::Scalar : TypeKind::Composite;
 }
 
-AttrTree::TypeKind AttrTree::getPlaceKind(Kel::KelAttr attr, KelType type) {
-  if (attr && attr.isPointer() && !attr.isInstantiating()) {
-    return TypeKind::Scalar;
-  }
-  return getTypeKind(attr && attr.isArray() ? attr.memberType() : type);
-}
-
 ValueOrText AttrTree::gnmiToKelValue(KelType type, TypedValue const& value) {
   if (Kel::KelAttr const inner = type.valAttr()) {
     auto decoded = gnmiToKelValue(inner.type(), value);
@@ -157,7 +140,7 @@ ValueOrText AttrTree::gnmiToKelValue(KelType type, TypedValue const& value) {
     if (value.value_case() != TypedValue::kStringVal) {
       return Kstd::Err(fmt::format("Expecting a string value as '{}' has gnmi strep", type.name().view()));
     }
-    return madeFromText([&] { return type.genericIfFromGnmiString(value.string_val()); });
+    return catchModelText([&] { return type.genericIfFromGnmiString(value.string_val()); });
   }
   if (type.isUnion()) {
     return decodeUnion(type, value);
@@ -206,7 +189,7 @@ std::variant<std::vector<AttrTree::Handle>, std::string> AttrTree::gnmiToGifArra
 }
 
 ValueOrText AttrTree::enumFromStrRep(KelType type, std::string const& text) {
-  return madeFromText([&] { return type.genericIf(Kel::String("'" + text + "'")); });
+  return catchModelText([&] { return type.genericIf(Kel::String("'" + text + "'")); });
 }
 
 ValueOrText defaultKelObject(KelType type) {

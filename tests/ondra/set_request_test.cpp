@@ -77,6 +77,9 @@ TEST(SetRequest, UpdatesOfEveryKind) {
         unit + " label[]: nothing -> \"\"", unit + " queue[3]: nothing -> /fixture" + queue,
         queue + ": nothing -> Queue", queue + " depth[]: nothing -> 5", queue + " number[]: nothing -> 3",
         queue + " weight[]: nothing -> 0"}},
+      {"through references, also a replace, which makes nothing anew",
+       {replace("/uplink/mtu", "uint_val: 1"), update("/alias[k=wan]/peer/mtu", "uint_val: 2")},
+       {eth0 + " mtu[]: 1501 -> 1", "/device/interface[name=eth1] mtu[]: 1502 -> 2"}},
       {"quotes, backslashes",
        {update("/gauges/label", R"(string_val: "\"a'\\\"")")},
        {"/device/gauges label[]: \"a \"quoted\" text, with \\ and 'both'\" -> \"\"a'\\\"\""}},
@@ -148,6 +151,14 @@ TEST(SetRequest, Deletes) {
        {del("/zoneLimit[z=*]")},
        {"/device zoneLimit['DMZ']: 105 -> nothing", "/device zoneLimit['INSIDE']: 99 -> nothing",
         "/device zoneLimit['OUTSIDE']: 101 -> nothing"}},
+      {"wildcards over what is keyed by references, under any name",
+       {del("/cost[x=*]"), del("/link[y=*]")},
+       {"/device cost[/fixture/device/interface[name=eth0]]: 10 -> nothing",
+        "/device cost[/fixture/device/interface[name=eth1]]: 20 -> nothing",
+        "/device link[/fixture/device/interface[name=eth0]]: {zone='OUTSIDE', frames=1000} -> "
+        "nothing",
+        "/device link[/fixture/device/interface[name=eth1]]: {zone='INSIDE', frames=2000} -> "
+        "nothing"}},
       {"wildcard over entities",
        {prefix("/interface[name=eth0]/unit[id=0]"), del("/queue[number=*]")},
        {unit + " queue[1]: /fixture" + unit + "/queue[number=1] -> nothing",
@@ -230,6 +241,10 @@ TEST(SetRequest, Directories) {
         {del("/rack"), del("/shelf/spare")},
         {},
         notFound("/spare", "Element 'spare' of Type 'Dir' cannot be deleted")},
+       {"nor with its directory",
+        {del("/rack"), del("/shelf")},
+        {},
+        notFound("/shelf", "Element 'shelf' of Type 'Dir' cannot be deleted")},
        {"keys",
         {update("/device[k=v]/hostname", "string_val: 'h'")},
         {},
@@ -302,20 +317,6 @@ TEST(SetRequest, AnEntityIsRemadeInOrder) {
   std::string const unit = "/fixture/device/interface[name=eth1]/unit[id=0]";
   EXPECT_EQ((Texts{unit + " queue[1]", unit + "/queue[number=1] end", unit + " queue[1]"}), watch.told());
   EXPECT_TRUE(old->isOrphan());
-}
-
-// Takes a new interface away as soon as it is there.
-TEST(SetRequest, AnObserverMayTakeAwayWhatIsBeingWritten) {
-  Fixture::World world;
-  world.device()->hasNotificationActiveIs(true);
-  Kel::Ptr<Fixture::Observer> const saboteur(
-      new Fixture::Observer(world.device().get(), [&](auto const&) { world.device()->interfaceDel("new"); }));
-  auto const outcome = execute(
-      requestOf({update("/interface[name=new]/unit[id=1]/label", "string_val: 'l'"),
-                 update("/interface[name=new]/mtu", "uint_val: 1"), update("/gauges/u8", "uint_val: 1")}));
-  EXPECT_EQ("OK", textOf(outcome.second));
-  EXPECT_EQ(1, world.device()->gauges->u8);
-  EXPECT_EQ(nullptr, world.device()->interfaces.find("new"));
 }
 
 // Its setter refuses what nobody could have asked beforehand.
