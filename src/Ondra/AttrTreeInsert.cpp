@@ -124,8 +124,8 @@ bool AttrTree::AttrNode::Insertion::enter() {
   return true;
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
-                                                                           bool onPrefix) {
+inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
+                                                                                  bool onPrefix) {
   child_ = &elem;
   AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem) : nullptr;
   Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(elem, onPrefix);
@@ -281,7 +281,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(gnmi::Typ
   return Step::Taken;
 }
 
-AttrTree::AttrNode::Insertion::Step
+inline AttrTree::AttrNode::Insertion::Step
 AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
                                     ElemIterator pathEnd, gnmi::TypedValue const* value) {
   followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);

@@ -51,7 +51,10 @@ namespace KelGnmiSet {
 //
 // The request is checked whole before anything is written: all deletes, then all replaces, then all updates, each in their order. A
 // request that fails there leaves the model as it was and tells no observer. There is no undo: should the model refuse a
-// write although everything was asked beforehand, what was written before it stays, and the status names the path.
+// write although everything was asked beforehand, what was written before it stays, and the status names the path. The same where an
+// observer, who is told of each write at once and may do what he likes (another Set included), takes away what is still to be written to.
+//
+// Whatever host code raises becomes part of the answer. Only std::bad_alloc leaves `execute`; the answer's paths are complete even then.
 class KTD_EXPORT Set {
 public:
   // `dataRoot`: the path from the model's root directory to the entity beneath which the request's paths lie. REQUIRES at least one

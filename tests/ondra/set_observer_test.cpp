@@ -9,6 +9,7 @@
 #include "Kel/Dir.h"
 #include "Kel/Error.h"
 #include "Ondra/AttrTree.h"
+#include "Tovak/TraceSink.h"
 #include "fixture/Observer.h"
 #include "fixture/RandomEdits.h"
 #include "ondra/set_rows.h"
@@ -255,6 +256,7 @@ private:
 TEST(SetObservers, WhateverTheyDoTheAnswerTellsTheTruth) {
   char const* const wanted = std::getenv("KTD_REACTION_SEEDS");
   std::uint32_t const seeds = wanted == nullptr ? 40 : static_cast<std::uint32_t>(std::atoi(wanted));
+  Tovak::ScopedTraceSink sink;
   std::size_t reactions = 0, accepted = 0, late = 0;
   for (std::uint32_t seed = 1; seed <= seeds; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -281,12 +283,11 @@ TEST(SetObservers, WhateverTheyDoTheAnswerTellsTheTruth) {
       ASSERT_NO_FATAL_FAILURE(reactors.checkPlaces()) << request.DebugString();
     }
     reactions += reactors.reactions();
+    sink.clear();
   }
   EXPECT_GT(accepted, 5 * seeds);
   EXPECT_GT(reactions, 5 * seeds);
   EXPECT_GT(late, seeds / 10);
-  RecordProperty("reactions", static_cast<int>(reactions));
-  RecordProperty("late", static_cast<int>(late));
 }
 
 struct Reaction {
@@ -372,6 +373,7 @@ TEST(SetObservers, OfEachKind) {
     SCOPED_TRACE(row.what);
     Fixture::World world;
     Model const before = modelOf(world.dir());
+    Tovak::ScopedTraceSink const sink;
     bool isDone = false;
     std::vector<Kel::Ptr<Fixture::Observer>> observers;
     for (Entity* const at : {static_cast<Entity*>(world.device().get()),
@@ -383,6 +385,7 @@ TEST(SetObservers, OfEachKind) {
     }
     EXPECT_EQ(row.status, textOf(execute(requestOf(row.ops)).second));
     EXPECT_TRUE(isDone);
+    EXPECT_EQ(row.what == "raises", sink.contains("Dropped what was raised while it was told: mine"));
     Texts const changed = changes(before, modelOf(world.dir()));
     for (std::string const& text : row.changed)
       EXPECT_TRUE(std::any_of(changed.begin(), changed.end(), [&text](auto const& one) {

@@ -1,10 +1,13 @@
 // Whole requests: what is asked, how it is answered, what has changed afterwards.
 
+#include <algorithm>
+
 #include "Kel/Declare.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/Path.h"
 #include "Tovak/Assert.h"
-#include "fixture/Observer.h"
+#include "Tovak/DebugHandler.h"
+#include "Tovak/TraceSink.h"
 #include "ondra/set_rows.h"
 
 namespace {
@@ -304,6 +307,21 @@ TEST(SetRequest, EntitiesOfDirectoriesAreRecordedAsTouchedAlsoByRefusedRequests)
   for (auto const& [name, unused] : session->dirtyPath)
     names.push_back(name.str());
   EXPECT_EQ((Texts{"/fixture/device", "/fixture/shelf/spare"}), names);
+}
+
+TEST(SetRequest, EveryStepOfEveryPathIsTraced) {
+  Fixture::World const world;
+  Tovak::ScopedTraceSink const sink;
+  ASSERT_TRUE(Tovak::Platform::traceIs("OndraKelGnmiSet/6").ok());
+  EXPECT_NE("OK", textOf(execute(requestOf({del("/chassis/fan"), update("/gauges/u8", "uint_val: 1"),
+                                            update("/gauges/u16", "uint_val: 1"),
+                                            update("/chassis/fan/rpm", "uint_val: 1")}))
+                             .second));
+  ASSERT_TRUE(Tovak::Platform::traceIs("").ok());
+  auto const lines = sink.lines();
+  EXPECT_EQ(2, std::count(lines.begin(), lines.end(),
+                          "OndraKelGnmiSet/6 Inserting a suffix under element 'gauges'"));
+  EXPECT_TRUE(sink.contains("Element 'fan' is marked as getting deleted"));
 }
 
 // An entity that is made anew: its observers learn of its end before anybody hears of the new one.

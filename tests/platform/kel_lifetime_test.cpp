@@ -2,6 +2,7 @@
 // under the address sanitizer too.
 #include <gmock/gmock.h>
 
+#include <stdexcept>
 #include <thread>
 
 #include "fixture/Populate.h"
@@ -50,6 +51,7 @@ TEST_P(KelLifetime, TheEndIsToldOnceTopDown) {
   EXPECT_TRUE(subject->isOrphan() && unit->isOrphan() && optics->isOrphan());
   EXPECT_EQ(unit->parent(), nullptr);
   EXPECT_THROW(dir_->entityIs("again", subject), Kel::Error) << "what was removed is never attached again";
+  EXPECT_THROW(attr("unit").genericIfSet(object, seven), Kel::Error) << "nor does it take children";
 }
 
 // Structures small enough to lie in their handles, one in the other: the inner one's handle keeps the outer one's.
@@ -171,7 +173,10 @@ TEST(KelNotifiees, RegistrationAndRemovalDuringAVisit) {
   world.device()->hostnameIs("one");
   EXPECT_EQ(first->calls, 1);
   EXPECT_EQ(third->calls, 0) << "who joins during a visit is told from the next on";
-  first->act = [&] { first = nullptr; }; // drops itself
+  first->act = [&] { // drops itself, and his exception with him
+    first = nullptr;
+    throw std::out_of_range("his own");
+  };
   world.device()->hostnameIs("two");
   EXPECT_EQ(third->calls, 1);
   third->hasNotificationActiveIs(false);
