@@ -313,15 +313,15 @@ TEST(SetRequest, EveryStepOfEveryPathIsTraced) {
   Fixture::World const world;
   Tovak::ScopedTraceSink const sink;
   ASSERT_TRUE(Tovak::Platform::traceIs("OndraKelGnmiSet/6").ok());
-  EXPECT_NE("OK", textOf(execute(requestOf({del("/chassis/fan"), update("/gauges/u8", "uint_val: 1"),
+  EXPECT_NE("OK", textOf(execute(requestOf({del("/chassis"), update("/gauges/u8", "uint_val: 1"),
                                             update("/gauges/u16", "uint_val: 1"),
-                                            update("/chassis/fan/rpm", "uint_val: 1")}))
+                                            update("/chassis/model", "string_val: ''")}))
                              .second));
   ASSERT_TRUE(Tovak::Platform::traceIs("").ok());
   auto const lines = sink.lines();
   EXPECT_EQ(2, std::count(lines.begin(), lines.end(),
                           "OndraKelGnmiSet/6 Inserting a suffix under element 'gauges'"));
-  EXPECT_TRUE(sink.contains("Element 'fan' is marked as getting deleted"));
+  EXPECT_TRUE(sink.contains("Element 'chassis' is marked as getting deleted"));
 }
 
 // An entity that is made anew: its observers learn of its end before anybody hears of the new one.
