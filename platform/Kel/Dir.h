@@ -21,8 +21,9 @@ public:
     bool removable = true;
   };
 
-  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the directory. Raises `Kel::Error` for a name
-  // that is empty or holds "/" or "[", for one that is taken, and for an entity that has or had a parent.
+  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the directory. Raises
+  // `Kel::Error` for a name that is empty or holds "/" or "[", for one that is taken, for an entity that has or had a parent, and
+  // when the directory itself has been removed.
   void entityIs(std::string_view name, Ptr<Entity> const& entity, bool removable = true);
   // Makes an entity of the type, as the type's own hook for directories does it (`TypeDesc::newEntityForDir`), and takes it.
   Ptr<Entity> newEntity(std::string_view name, KelType type, ArgList const& args);
