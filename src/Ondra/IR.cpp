@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Ondra/PathFormat.h"
+#include "Ondra/WalkRules.h"
 #include "Tovak/Allocator.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Trace.h"
@@ -14,8 +15,6 @@
 namespace Ondra {
 namespace {
 
-// What a cleared Ir keeps for the next object: an object has few nodes, and a walk few objects in one Ir.
-constexpr std::size_t kSpareNodesMax = 16;
 constexpr std::size_t kSpareBucketsMax = 64;
 
 Tovak::DebugHandler& debugHandler() {
@@ -63,20 +62,30 @@ IrNode& Ir::findNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
     OrderedPrefixNodeMap& nodes = findTime(timestamp);
     auto found = nodes.prefixToNode_.find(prefix);
     if (found == nodes.prefixToNode_.end()) {
-      if (spareNodes_.empty()) {
-        found = nodes.prefixToNode_.try_emplace(prefix).first;
-      } else {
-        spareNodes_.back().key() = prefix;
-        found = nodes.prefixToNode_.insert(std::move(spareNodes_.back())).position;
-        spareNodes_.pop_back();
-      }
       nodes.insertionOrder_.push_back(prefix);
+      try {
+        found = addTo(nodes, prefix);
+      } catch (...) {
+        nodes.insertionOrder_.pop_back();
+        throw;
+      }
     }
     lastTimestamp_ = timestamp;
     lastNode_ = &found->second;
   }
   lastPrefix_ = prefix;
   return *lastNode_;
+}
+
+OrderedPrefixNodeMap::PrefixToNodeType::iterator Ir::addTo(OrderedPrefixNodeMap& nodes,
+                                                           Kel::Ptr<Path const> const& prefix) {
+  if (spareNodes_.empty()) {
+    return nodes.prefixToNode_.try_emplace(prefix).first;
+  }
+  spareNodes_.back().key() = prefix;
+  auto const place = nodes.prefixToNode_.insert(std::move(spareNodes_.back())).position;
+  spareNodes_.pop_back();
+  return place;
 }
 
 OrderedPrefixNodeMap& Ir::findTime(long timestamp) {
@@ -106,6 +115,22 @@ void Ir::clear() {
     }
   }
   timestampToPrefixNode_.clear();
+}
+
+void Ir::drop(Path const& prefix) {
+  lastNode_ = nullptr;
+  lastPrefix_.reset();
+  for (auto time = timestampToPrefixNode_.begin(); time != timestampToPrefixNode_.end();) {
+    OrderedPrefixNodeMap& nodes = time->second;
+    std::erase_if(nodes.insertionOrder_, [&](Kel::Ptr<Path const> const& at) {
+      bool const goes = WalkRules::isAtOrBelow(prefix, *at);
+      if (goes) {
+        nodes.prefixToNode_.erase(Kel::Ptr<Path const>(at));
+      }
+      return goes;
+    });
+    time = nodes.insertionOrder_.empty() ? timestampToPrefixNode_.erase(time) : std::next(time);
+  }
 }
 
 void Ir::recycle(OrderedPrefixNodeMap& nodes) {

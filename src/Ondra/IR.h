@@ -8,6 +8,8 @@
 // 4. What is kept spare holds neither leaves nor paths: clearing lets go of every object of the model.
 #pragma once
 
+#include <absl/container/inlined_vector.h>
+
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -119,6 +121,8 @@ public:
   [[nodiscard]] bool empty() const noexcept { return timestampToPrefixNode_.empty(); }
   // Lets go of all content. Keeps the storage of a few nodes.
   void clear();
+  // Lets go of the nodes at and below that prefix.
+  void drop(Path const& prefix);
 
   // The content, in ascending order of time. Valid until the next non-const call.
   [[nodiscard]] TimestampToPrefixNodeType const& timestampToPrefixNode() const noexcept {
@@ -140,8 +144,13 @@ private:
   using NodeHandle = OrderedPrefixNodeMap::PrefixToNodeType::node_type;
   using TimeHandle = TimestampToPrefixNodeType::node_type;
 
+  // What a cleared Ir keeps for the next object: an object has few nodes, and a walk few objects in one Ir.
+  static constexpr std::size_t kSpareNodesMax = 16;
+
   IrNode& findNode(long timestamp, Kel::Ptr<Path const> const& prefix);
   OrderedPrefixNodeMap& findTime(long timestamp);
+  OrderedPrefixNodeMap::PrefixToNodeType::iterator addTo(OrderedPrefixNodeMap& nodes,
+                                                         Kel::Ptr<Path const> const& prefix);
   void recycle(OrderedPrefixNodeMap& nodes);
 
   long lastTimestamp_ = 0;
@@ -149,7 +158,7 @@ private:
   IrNode* lastNode_ = nullptr;
   TimestampToPrefixNodeType timestampToPrefixNode_;
   TimeHandle spareTime_;
-  std::vector<NodeHandle> spareNodes_;
+  absl::InlinedVector<NodeHandle, kSpareNodesMax> spareNodes_;
 };
 
 } // namespace Ondra

@@ -94,7 +94,7 @@ void RespEncoder::encodeNode(PlainNode const& node) {
   made.second->mutable_update()->Reserve(static_cast<int>(node.leaves.size()));
   for (PlainLeaf const& leaf : node.leaves) {
     bool const added = addUpdate(made.second, *leaf.plan->leafPath, [&leaf](gnmi::TypedValue& out) {
-      return extractScalar(leaf.plan->attr.memberType().desc(), leaf.value, out);
+      return extractScalar(*leaf.type, leaf.value, out);
     });
     if (!added) [[unlikely]] {
       leaveOut(node.timestamp, node.prefix, leaf.plan->leafPath);

@@ -137,20 +137,20 @@ void putElems(WireWriter& out, PlainNode const& node) {
   node.wirePrefix = Kel::Bytes({reinterpret_cast<char const*>(elems.data()), elems.size()});
 }
 
-// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address; an entry
-// holds its path, so that its address is nobody else's.
+// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address: such a path stays
+// where it is, and as it is.
 class LeafPaths {
 public:
   void put(WireWriter& out, Kel::Ptr<Path const> const& path) {
     Entry& entry = entries_[(reinterpret_cast<std::uintptr_t>(path.get()) >> 4) % entries_.size()];
-    if (entry.path == path) [[likely]] {
+    if (entry.path == path.get()) [[likely]] {
       return out.tailOf(entry.bytes, entry.size);
     }
     std::size_t const before = out.size();
     putPath(out, kUpdatePath, *path);
     std::size_t const size = out.size() - before;
-    if (path->refCount() > 1 && size <= kCachedBytes) { // else nobody but this leaf has it
-      entry.path = path;
+    if (path->refCount() > 1 && size <= kCachedBytes && WalkRules::isPlanned(*path)) {
+      entry.path = path.get();
       entry.size = static_cast<std::uint32_t>(size);
       std::copy_n(out.bytes().begin(), size, entry.bytes.end() - static_cast<std::ptrdiff_t>(size));
     }
@@ -159,7 +159,7 @@ public:
 private:
   static constexpr std::size_t kCachedBytes = 52;
   struct Entry {
-    Kel::Ptr<Path const> path;
+    Path const* path = nullptr;
     std::uint32_t size = 0;
     std::array<std::uint8_t, kCachedBytes> bytes{}; // at the end
   };
@@ -273,7 +273,7 @@ void WireEncoder::encodeNode(PlainNode const& node) {
   for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
     std::size_t const before = out.size();
     WireSink sink(out);
-    if (!tellScalar(leaf->plan->attr.memberType().desc(), leaf->value, sink)) [[unlikely]] {
+    if (!tellScalar(*leaf->type, leaf->value, sink)) [[unlikely]] {
       leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
       --updates;
       continue;
@@ -301,9 +301,9 @@ void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std
             bytes.last(changes)});
 }
 
+// With a writer of its own: a router that is given bytes may be changing the model, which sends a delete.
 bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) {
-  WireWriter& out = sharedWriter();
-  out.clear();
+  WireWriter out;
   gnmi::Notification const& update = response->response->update();
   for (int i = update.delete__size(); i-- > 0;) {
     out.textField(kDelete, serialized(update.delete_(i)));

@@ -8,12 +8,14 @@
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/Fault.h"
 #include "Ondra/IR.h"
 #include "Ondra/IrToResp.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/ScalarEncode.h"
+#include "Ondra/Unsent.h"
 #include "Tovak/Trace.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -76,21 +78,60 @@ WalkResult KelTypeNotifWalker::walk() {
     return WalkResult::Success;
   }
   Plan const& plan = WalkRules::typePlan(objType_).attrs[attr.desc().index];
-  switch (plan.road) {
-  case WalkRules::Road::Skip: return WalkResult::Success;
-  case WalkRules::Road::UnsupportedStack:
-    TOVAK_TRACE(trace(), 9, kCategory, "{} skipping unsupported stack collection", debugString());
-    return WalkResult::Success;
-  case WalkRules::Road::Singleton: walkWhole(plan); break;
-  case WalkRules::Road::Collection: key_ ? walkMember(plan, key_) : walkMembers(plan); break;
+  Unsent const unsent(*this, ir_, &notifiee_);
+  try {
+    walkAttr(plan);
+  } catch (...) { // not even that it has gone could be told
+    traceFault(plan);
   }
   return routerPush(ir_);
+}
+
+void KelTypeNotifWalker::walkAttr(Plan const& plan) {
+  switch (plan.road) {
+  case WalkRules::Road::Skip: return;
+  case WalkRules::Road::Unsupported:
+    TOVAK_TRACE(trace(), 9, kCategory, "{} {}", debugString(), WalkRules::whyUnsupported(plan.attr));
+    return;
+  case WalkRules::Road::Singleton: return walkWhole(plan);
+  case WalkRules::Road::Collection: return key_ ? walkMember(plan, key_) : walkMembers(plan);
+  }
+}
+
+// What is raised by the model's code while `tell` tells an attribute or member costs that attribute or member: a full walk leaves it out,
+// so it has gone. When parts of it were left out, what the subscriber has of them goes with all the rest, which is told anew.
+template <class Tell, class Gone>
+void KelTypeNotifWalker::tellOrGone(Plan const& plan, Handle const& key, Tell const& tell, Gone const& gone) {
+  std::uint64_t const interruptions = Unsent::interruptions();
+  try {
+    leftOut_ = false;
+    tell(false);
+    if (leftOut_ && !plan.canLoseLeaves) {
+      ir_->clear();
+      tell(true);
+    }
+    if (plan.canLoseLeaves && interruptions != Unsent::interruptions()) {
+      notifiee_.emitted().del(plan.attr.id(),
+                              key); // part of its leaves has gone out already: nobody has them all
+      notifiee_.changed(plan.attr.id(), key);
+    }
+  } catch (...) {
+    traceFault(plan);
+    ir_->clear();
+    gone();
+  }
 }
 
 // --- singular attributes -------------------------------------------------------------------------------
 
 void KelTypeNotifWalker::walkWhole(Plan const& plan) {
   Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(leafPath_, plan);
+  tellOrGone(
+      plan, nullptr, [&](bool clears) { tellWhole(plan, leafPath, clears); },
+      [&] { wholeGone(plan, leafPath); });
+}
+
+void KelTypeNotifWalker::tellWhole(Plan const& plan, Kel::Ptr<Path> const& leafPath, bool clears) {
   Handle const value = plan.readsValue ? plan.attr.genericIfGet(gif_) : nullptr;
   RenderScope const rendering(plan.rendersReferences, &notifiee_, plan.attr.id(), nullptr,
                               RenderScope::Mode::Replace);
@@ -100,7 +141,7 @@ void KelTypeNotifWalker::walkWhole(Plan const& plan) {
   }
   bool const isNew = plan.canLoseLeaves && notifiee_.attrStates().queryAttrState(id_, nullptr) == nullptr;
   long timestamp = stamp(plan.attr.id(), nullptr);
-  if (clearsFirst(plan, nullptr, isNew)) {
+  if (clears || clearsFirst(plan, nullptr, isNew)) {
     addDelete(timestamp, leafPath);
     timestamp = stamp(plan.attr.id(), nullptr);
   }
@@ -181,11 +222,16 @@ bool KelTypeNotifWalker::isThere(Plan const& plan, Handle const& stateKey) const
 }
 
 void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
-  Kel::AttributeId const id = plan.attr.id();
   if (!plan.attr.genericIfExist(gif_, key)) {
     memberGone(plan, key);
     return;
   }
+  tellOrGone(
+      plan, key, [&](bool clears) { tellMember(plan, key, clears); }, [&] { memberGone(plan, key); });
+}
+
+void KelTypeNotifWalker::tellMember(Plan const& plan, Handle const& key, bool clears) {
+  Kel::AttributeId const id = plan.attr.id();
   RenderScope const rendering(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
   bool const isNew = notifiee_.attrStates().queryAttrState(id, key) == nullptr;
   long timestamp = stamp(id, key);
@@ -206,7 +252,7 @@ void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
     }
     resendSharing(plan, key, path);
   }
-  if (clearsFirst(plan, key, isNew)) {
+  if (clears || clearsFirst(plan, key, isNew)) {
     addDelete(timestamp, memberPath(plan, key));
     timestamp = stamp(id, key);
   }
@@ -327,6 +373,13 @@ Kel::Ptr<Path const> KelTypeNotifWalker::absolute(Kel::Ptr<Path const> const& pa
   return Path::joinPath(prefixPath_, path);
 }
 
+// REQUIRES to be called in a handler.
+void KelTypeNotifWalker::traceFault(Plan const& plan) const {
+  std::string const text = faultText();
+  TOVAK_TRACE(trace(), Tovak::traceLevelError, kCategory, "{} skipping {}: {}", debugString(),
+              plan.attr.name().view(), text);
+}
+
 void KelTypeNotifWalker::traceKind(Plan const& plan, bool member) const {
   if (plan.attr.isGnmiJsonString()) {
     TOVAK_TRACE(trace(), 8, kCategory, "{} push toGnmiJsonString message", debugString());
@@ -356,11 +409,13 @@ WalkResult KelTypeNotifWalker::nextWalker(Handle attrGif, std::shared_ptr<Ir> co
                                           KelKey* keyArg) {
   KelTypeNotifWalker child(*this, std::move(attrGif), ir, leafPath, key,
                            timestamp == 0 ? timestamp_ : timestamp);
-  return child.FullKelTypeWalker::walk(keyArg);
+  WalkResult const result = child.FullKelTypeWalker::walk(keyArg);
+  leftOut_ |= child.leftOut_;
+  return result;
 }
 
 WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
-  if (flags_.has(flagNoPush) || !ir || ir->empty()) {
+  if (flags_.has(flagNoPush) || !ir || ir->empty() || (nested_ && ir == ir_)) {
     return WalkResult::Success;
   }
   if (ir != ir_ || nested_) { // of a part: it goes with the rest
@@ -373,6 +428,11 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     }
     return WalkResult::Success;
   }
+  Unsent::dropEnded();
+  if (ir->empty()) {
+    return WalkResult::Success;
+  }
+  Unsent::Sending const sending;
   if (ByteRouter* const router = router_.byteRouter()) {
     return pushBytes(*router, *ir, true); // a full pipe does not hold a notification up
   }

@@ -5,7 +5,8 @@
 // 1. After it, a subscriber's tree holds of that attribute exactly what a full walk would send now: what is there is walked as a full
 //    walk does it, what is no longer there is deleted.
 // 2. What is sent of one attribute is later than whatever was sent of it before; its deletes come first.
-// 3. All that it sends is collected and sent at its end; entities that come into being are walks of their own and send by themselves.
+// 3. What the model's code raises costs the attribute or member: it is told as gone, because a full walk leaves it out.
+// 4. All that it sends is collected and sent at its end; entities that come into being are walks of their own and send by themselves.
 #pragma once
 
 #include <memory>
@@ -52,16 +53,23 @@ private:
   KelTypeNotifWalker(KelTypeNotifWalker& parent, Handle value, std::shared_ptr<Ir> const& ir,
                      Kel::Ptr<Path> const& leafPath, KelKey& key, long timestamp);
 
+  void walkAttr(Plan const& plan);
+  template <class Tell, class Gone>
+  void tellOrGone(Plan const& plan, Handle const& key, Tell const& tell, Gone const& gone);
   void walkWhole(Plan const& plan);
+  // `clears`: what the subscriber has of it goes first.
+  void tellWhole(Plan const& plan, Kel::Ptr<Path> const& leafPath, bool clears);
   void wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath);
   void endEntityAt(Kel::Ptr<Path const> const& path);
   void walkMembers(Plan const& plan);
   void walkMember(Plan const& plan, Handle const& key);
+  void tellMember(Plan const& plan, Handle const& key, bool clears);
   [[nodiscard]] bool isThere(Plan const& plan, Handle const& stateKey) const;
   void memberGone(Plan const& plan, Handle const& key);
   void resendSharing(Plan const& plan, Handle const& after, Kel::Ptr<Path const> const& path);
   [[nodiscard]] Kel::Ptr<Path const> memberPath(Plan const& plan, Handle const& key);
   [[nodiscard]] bool isAbsent(Plan const& plan, Handle const& value) const;
+  void traceFault(Plan const& plan) const;
   void traceKind(Plan const& plan, bool member) const;
   [[nodiscard]] long stamp(Kel::AttributeId id, Handle const& key);
   [[nodiscard]] Kel::Ptr<Path const> absolute(Kel::Ptr<Path const> const& path) const;

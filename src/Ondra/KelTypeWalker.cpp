@@ -7,10 +7,13 @@
 
 #include "Kel/ActivityClock.h"
 #include "Ondra/AttrStateMap.h"
+#include "Ondra/Fault.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/NotifieeMaps.h"
+#include "Ondra/ParkedWalks.h"
 #include "Ondra/Referrers.h"
+#include "Ondra/Unsent.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -36,7 +39,11 @@ FullKelTypeWalker::FullKelTypeWalker(Kel::Ptr<Path const> const& prefixPath, std
   TOVAK_ASSERT(ir_ || !toggleOndraSyncBundlingEnabled(), walkerTrace(), "ir_ is null");
 }
 
-FullKelTypeWalker::~FullKelTypeWalker() = default;
+FullKelTypeWalker::~FullKelTypeWalker() {
+  if (parkedAs_ != 0) {
+    ParkedWalks::instance().unlist(*this);
+  }
+}
 
 std::string FullKelTypeWalker::debugString() const {
   return fmt::format("FullKelTypeWalker( prefix:{} leaf:{} syncId:{} walkId:{} flags:{})", prefixPath_,
@@ -82,42 +89,78 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
     attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
   }
   std::shared_ptr<Ir> ir = ir_;
+  Unsent const unsent(*this, ir, notifiee.get());
   WalkRules::TypePlan const& plan = WalkRules::typePlan(objType_);
-  bool const shortLeaves = takesShortRoads(notifiee.get()) && !notifiee->meetsKeyFields();
+  Course course{notifiee.get(), key, ir, shortRoads(notifiee.get()), Unsent::interruptions()};
   WalkResult result = WalkResult::Success;
-  for (; attrQ_; ++attrQ_) {
+  for (; attrQ_ && !hasEnded(course); ++attrQ_) {
     if (mustPause(result)) {
       TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
                   "Pause walk of prefixPath_:{} leafPath_:{} type:{} at:{}", prefixPath_, leafPath_,
                   objType_.name().view(), (*attrQ_).name().view());
       return pause(result, key, ir);
     }
-    if (shortLeaves && rootWalker_ && attrQ_.position() == plan.plainFrom && sendsPlain()) {
+    std::size_t const position = attrQ_.position();
+    if (course.shortRoads.leaves && rootWalker_ && position == plan.plainFrom && sendsPlain()) {
       return finish(result, key, ir, notifiee.get(), pushPlain(plan, *gif_->object(), *notifiee));
     }
-    WalkRules::AttrPlan const& attr = plan.attrs[attrQ_.position()];
-    if (shortLeaves && attr.isOwnLeaf) {
-      result = merged(result, walkOwnLeaf(attr, attrQ_.position(), *notifiee));
+    WalkRules::AttrPlan const& attr = plan.attrs[position];
+    if (attr.road == Road::Skip) {
       continue;
     }
-    if (isLeftOut(attr)) {
-      continue;
-    }
-    if (attr.road == Road::Singleton) {
-      result = merged(result, walkSingleton(attr, notifiee.get(), key, ir));
-    } else if (!walkMembers(attr, notifiee.get(), key, ir, result)) {
+    bool parked = false;
+    result = merged(result, walkItem(attr.attr, [&] {
+                      return attr.road == Road::Collection ? walkMembers(attr, course, parked)
+                                                           : walkAttr(attr, position, course);
+                    }));
+    if (parked) {
       return result;
     }
+    resumeKey_.reset();
   }
   return finish(result, key, ir, notifiee.get());
 }
 
-bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
-  if (plan.road == Road::Skip) {
-    return true;
+template <class Walk>
+WalkResult FullKelTypeWalker::walkItem(Kel::KelAttr const& attr, Walk const& walk) {
+  bool const asks = walkQ_ != nullptr && walkQ_->task;
+  std::uint64_t const questions = asks ? walkQ_->questions() : 0;
+  WalkResult result;
+  try {
+    result = walk();
+  } catch (...) {
+    result = leaveOut(attr);
   }
-  if (plan.road == Road::UnsupportedStack) {
-    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} skipping unsupported stack collection", debugString());
+  bool const asked = !asks || walkQ_->questions() != questions || !valueMode();
+  return asked || result != WalkResult::Success ? result : yieldResult();
+}
+
+WalkResult FullKelTypeWalker::leaveOut(Kel::KelAttr const& attr) {
+  if (!valueMode()) {
+    throw;
+  }
+  std::string const text = faultText();
+  TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "{} skipping {}: {}", debugString(),
+              attr.name().view(), text);
+  leftOut_ = true;
+  return WalkResult::Success;
+}
+
+bool FullKelTypeWalker::hasEnded(Course const& course) const {
+  if (course.interruptions == Unsent::interruptions() || course.notifiee == nullptr ||
+      course.notifiee->isRegistered() || flags_.has(flagInstantiatingOnly)) [[likely]] {
+    return false;
+  }
+  if (course.ir) {
+    course.ir->drop(*prefixPath_);
+  }
+  return true;
+}
+
+bool FullKelTypeWalker::isLeftOut(WalkRules::AttrPlan const& plan) const {
+  if (plan.road == Road::Unsupported) {
+    TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} {}", debugString(),
+                WalkRules::whyUnsupported(plan.attr));
     return true;
   }
   if (flags_.has(flagInstantiatingOnly) && valueMode()) { // a key is always told whole
@@ -133,9 +176,17 @@ bool FullKelTypeWalker::isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value)
   return text != nullptr && text->empty();
 }
 
-WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee,
-                                            KelKey* key, std::shared_ptr<Ir>& ir) {
-  if (plan.isPlainHolder && takesShortRoads(notifiee)) {
+WalkResult FullKelTypeWalker::walkAttr(WalkRules::AttrPlan const& plan, std::size_t position,
+                                       Course& course) {
+  if (course.shortRoads.leaves && plan.isOwnLeaf) {
+    return walkOwnLeaf(plan, position, *course.notifiee);
+  }
+  return isLeftOut(plan) ? WalkResult::Success : walkSingleton(plan, course);
+}
+
+WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, Course& course) {
+  GifGnmiNotifiee* const notifiee = course.notifiee;
+  if (plan.isPlainHolder && course.shortRoads.held) {
     if (auto const result = walkChild(plan, plan.attr.genericIfGet(gif_), *notifiee)) {
       return *result;
     }
@@ -149,49 +200,56 @@ WalkResult FullKelTypeWalker::walkSingleton(WalkRules::AttrPlan const& plan, Gif
   step_ = {plan.attr, nullptr};
   bool const renders = plan.rendersReferences && !objType_.isValueType();
   RenderScope const rendering(renders, notifiee, plan.attr.id(), step_.key);
-  return walkSingletonAttr(plan.attr, value, notifiee, timestamp, leafPath, key, ir);
+  return walkSingletonAttr(plan.attr, value, notifiee, timestamp, leafPath, course.key, course.ir);
 }
 
-bool FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
-                                    std::shared_ptr<Ir>& ir, WalkResult& result) {
+WalkResult FullKelTypeWalker::walkMembers(WalkRules::AttrPlan const& plan, Course& course, bool& parked) {
+  if (isLeftOut(plan)) {
+    return WalkResult::Success;
+  }
   Kel::GenericIf::Iterator member = resumeKey_ ? plan.attr.genericIfIteratorConst(gif_, resumeKey_)
                                                : plan.attr.genericIfIteratorConst(gif_);
-  resumeKey_.reset();
-  bool const renders = plan.rendersReferences && !objType_.isValueType();
-  bool const shortRoad = plan.isPlainHolder && takesShortRoads(notifiee);
-  for (; member; ++member) {
+  WalkResult result = WalkResult::Success;
+  for (; member && !hasEnded(course); ++member) {
     if (mustPause(result)) {
       Kel::Ptr<Kel::GenericIf const> const next = member.key();
       TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory,
                   "Pause walk type:{} at collection:{} after syncing keyGif:{}", objType_.name().view(),
                   plan.attr.name().view(), next->strRep());
       resumeKey_ = next->detachedKey();
-      result = pause(result, key, ir);
-      return false;
+      result = pause(result, course.key, course.ir);
+      parked = true;
+      return result;
     }
-    if (shortRoad) {
-      fetchAhead(plan, member);
-      if (auto const pushed = pushPlainChild(plan, member.objectAhead(0), *notifiee)) {
-        result = merged(result, *pushed);
-        continue;
-      }
-    }
-    Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
-    if (!value) {
-      continue; // gone since it was looked for
-    }
-    if (shortRoad) {
-      if (auto const walked = walkChild(plan, value, *notifiee)) {
-        result = merged(result, *walked);
-        continue;
-      }
-    }
-    Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
-    step_ = {plan.attr, memberKey};
-    RenderScope const rendering(renders, notifiee, plan.attr.id(), memberKey);
-    result = merged(result, walkCollectionAttr(plan.attr, memberKey, value, notifiee, ir));
+    result = merged(result, walkItem(plan.attr, [&] { return walkMember(plan, member, course); }));
   }
-  return true;
+  return result;
+}
+
+WalkResult FullKelTypeWalker::walkMember(WalkRules::AttrPlan const& plan,
+                                         Kel::GenericIf::Iterator const& member, Course& course) {
+  GifGnmiNotifiee* const notifiee = course.notifiee;
+  bool const shortRoad = plan.isPlainHolder && course.shortRoads.held;
+  if (shortRoad) {
+    fetchAhead(plan, member);
+    if (auto const pushed = pushPlainChild(plan, member.objectAhead(0), *notifiee)) {
+      return *pushed;
+    }
+  }
+  Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
+  if (!value) {
+    return WalkResult::Success; // gone since it was looked for
+  }
+  if (shortRoad) {
+    if (auto const walked = walkChild(plan, value, *notifiee)) {
+      return *walked;
+    }
+  }
+  Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
+  step_ = {plan.attr, memberKey};
+  bool const renders = plan.rendersReferences && !objType_.isValueType();
+  RenderScope const rendering(renders, notifiee, plan.attr.id(), memberKey);
+  return walkCollectionAttr(plan.attr, memberKey, value, notifiee, course.ir);
 }
 
 // A walker whose attributes are done and that waited for the children it left behind.
@@ -238,6 +296,8 @@ WalkResult FullKelTypeWalker::nextWalker(Kel::Ptr<Kel::GenericIf const> attrGif,
   FullKelTypeWalker child(prefixPath_, ir, std::move(attrGif), leafPath, router_, walkQ_, flags_, key, false,
                           timestamp == 0 ? timestamp_ : timestamp);
   child.parent_ = this;
+  child.syncId_ = syncId_;
+  child.walkId_ = walkId_;
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory,
               "{} attrGif:{} leafPath:{} objType:{} keyName:{} timestamp:{} valueType:{} constructing "
               "FullKelTypeWalker with prefixPath_:{}",
@@ -251,8 +311,7 @@ WalkResult FullKelTypeWalker::handleInstantiating(Kel::Ptr<Kel::GenericIf const>
                                                   Kel::Ptr<Path const> const& path, long timestamp,
                                                   KelKey* key) {
   auto const* const object = static_cast<Kel::PtrInterface const*>(gif->voidPtrIs(gif->type()));
-  if (ir_ && toggleOndraSyncBundlingEnabled() && !flags_.has(flagInstantiatingOnly) &&
-      !walkerTrace().isOn(4)) {
+  if (shortRoads(nullptr).watched) {
     if (Kel::Ptr<GifGnmiNotifiee> watched{notifieeMaps->find(object, path)}) {
       return walkWatched(gif, std::move(watched), path, timestamp, key);
     }

@@ -12,8 +12,11 @@
 // 3. Two keys: `keyName_` is the build state, whose mode says whether leaves or key texts are made; the `key` argument is the key of
 //    the list entry being walked, needed for its key leaves only.
 // 4. A non-zero result stays: nothing that runs later in the same walker turns it into success.
-// 5. Path id and walk id maps: a path is in `pathWalkIdMap` exactly while some queue holds a walker of that prefix, and then with the
-//    ids of those queues.
+// 5. What is parked, and where, is the business of ParkedWalks.
+//
+// 6. An exception of the host's code costs the item at hand, an attribute or a member of a collection (Fault.h); in a key mode it
+//    passes, because a key is told whole or not at all. Before a walker is parked nothing of it is moved until nothing can throw but
+//    for want of memory.
 //
 // Everything here runs on the scheduler thread that owns the model.
 #pragma once
@@ -22,6 +25,7 @@
 #include <absl/container/flat_hash_set.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,6 +52,7 @@ namespace Ondra {
 class ArenaRespMsg;
 class ByteRouter;
 class Ir;
+class ParkedWalks;
 class RespEncoder;
 struct WireResponse;
 
@@ -99,6 +104,7 @@ public:
   WalkResult routerPush(ByteRouter& router, WireResponse const& resp) const;
 
   // --- values: a leaf's handle in value mode (into `out`), a key text in a key mode -----------------
+  // What the model's code raises passes through these; the walk that uses them catches it.
   void extractScalar(Kel::Ptr<Kel::GenericIf const> const& value, Kel::Ptr<Path const> const& path,
                      KelKey& key, Kel::Ptr<Kel::GenericIf const>* out) const;
   void extractBuiltin(Kel::Ptr<Kel::GenericIf const> const& value, Kel::Ptr<Path const> const& path,
@@ -190,18 +196,42 @@ protected:
   long timestamp_;
   Kel::KelTypeBase::AttributeQIterator attrQ_;
   Kel::Ptr<Kel::GenericIf const> resumeKey_; // of the collection member that is walked next
-  Link step_; // being taken: the attribute and member that a child walker is made for
+  Link step_;            // being taken: the attribute and member that a child walker is made for
+  bool leftOut_ = false; // some item, because of an exception
 
 private:
   class BytePush;
   [[nodiscard]] WalkResult afterPush(bool taken) const;
   [[nodiscard]] WalkResult pushAll(RespEncoder& encoder) const;
   [[nodiscard]] WalkResult pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
-                                     GifGnmiNotifiee& notifiee) const;
-  struct Parked; // tag of the constructor of parked walkers
-  FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key);
+                                     GifGnmiNotifiee& notifiee);
+  struct Parked; // what a parked walker takes along that must be copied
+  FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running) noexcept;
 
   using Road = WalkRules::Road;
+  // Which short roads are open (WalkerShort.cpp).
+  struct ShortRoads {
+    bool watched = false; // to an entity whose path is watched: without a WalkInfo
+    bool held = false;    // to an entity that is known by its holder: without its path
+    bool leaves = false;  // to leaves: without a walker's general code for values
+  };
+  // What stays the same while the walker walks.
+  struct Course {
+    GifGnmiNotifiee* notifiee;
+    KelKey* key;
+    std::shared_ptr<Ir>& ir;
+    ShortRoads shortRoads;
+    std::uint64_t interruptions; // at its beginning
+  };
+  // Walks one item: what is raised in it costs the item; when nobody has asked meanwhile whether the slice is used up, it is asked.
+  template <class Walk>
+  WalkResult walkItem(Kel::KelAttr const& attr, Walk const& walk);
+  [[nodiscard]] WalkResult leaveOut(Kel::KelAttr const& attr);
+  // The object has ended while it was walked: what was collected since is of nobody.
+  [[nodiscard]] bool hasEnded(Course const& course) const;
+  WalkResult walkAttr(WalkRules::AttrPlan const& plan, std::size_t position, Course& course);
+  WalkResult walkMember(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member,
+                        Course& course);
   [[nodiscard]] bool mustPause(WalkResult result) const noexcept {
     return result != WalkResult::Success && !(flags_ & flagNoPause);
   }
@@ -211,14 +241,14 @@ private:
                     WalkResult pushed = WalkResult::Success);
   WalkResult finishSkipped();
   // The short roads (WalkerShort.cpp).
-  [[nodiscard]] bool takesShortRoads(GifGnmiNotifiee const* notifiee) const;
+  [[nodiscard]] ShortRoads shortRoads(GifGnmiNotifiee const* notifiee) const;
   WalkResult walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position, GifGnmiNotifiee& notifiee);
   // Nothing waits to be sent before the plain leaves of an object.
   [[nodiscard]] bool sendsPlain() const;
   static void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member);
   [[nodiscard]] std::optional<WalkResult> pushPlainChild(WalkRules::AttrPlan const& plan,
                                                          Kel::PtrInterface const* child,
-                                                         GifGnmiNotifiee const& notifiee) const;
+                                                         GifGnmiNotifiee const& notifiee);
   [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& plan,
                                                     Kel::Ptr<Kel::GenericIf const> const& child,
                                                     GifGnmiNotifiee const& notifiee);
@@ -227,11 +257,9 @@ private:
   WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
                          Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
   [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
-  WalkResult walkSingleton(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
-                           std::shared_ptr<Ir>& ir);
-  // False when the walker has been parked on the way. The result so far is in `result`.
-  [[nodiscard]] bool walkMembers(WalkRules::AttrPlan const& plan, GifGnmiNotifiee* notifiee, KelKey* key,
-                                 std::shared_ptr<Ir>& ir, WalkResult& result);
+  WalkResult walkSingleton(WalkRules::AttrPlan const& plan, Course& course);
+  // Says in `parked` whether the walker has been parked on the way.
+  WalkResult walkMembers(WalkRules::AttrPlan const& plan, Course& course, bool& parked);
   WalkResult walkJsonAttr(Kel::KelAttr const& attr, Kel::Ptr<Path> const& leafPath, long timestamp,
                           std::shared_ptr<Ir>& ir);
   WalkResult walkPointerAttr(Kel::Ptr<Kel::GenericIf const> const& ref, Kel::Ptr<Path> const& leafPath,
@@ -248,21 +276,27 @@ private:
   void keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text,
                Kel::Ptr<Kel::GenericIf const> const& value) const;
   [[nodiscard]] std::vector<Link> linksFromPrefix() const;
+  [[nodiscard]] bool isThereAgain();
   [[nodiscard]] bool takeObject(GifGnmiNotifiee const& notifiee);
-  static void unlistParked(WalkQ& walkQ, Kel::Ptr<Path const> const& path);
   static WalkResult runParked(WalkQ& walkQ, FullKelTypeWalker& walker);
+  [[nodiscard]] static WalkResult goThrough(WalkQ& queue);
   static WalkResult doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
                                  std::shared_ptr<Ir> ir);
   // Whether and how its caller hears of a pipe that has filled up at the very end of a walk inside a walk.
   [[nodiscard]] static WalkResult insideResult(WalkResult result) noexcept {
     return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
   }
-  static PathWalkIdMapType& pathWalkIdMap();
+
+  friend class ParkedWalks;
+  friend class WalkQ;
 
   Kel::Ptr<GifGnmiNotifiee>
       notifiee_; // of the prefix, where whoever made the walker knows it; taken by `walk`
   FullKelTypeWalker const* parent_ = nullptr; // the walker on the stack that this one was made by
   std::vector<Link> links_;                   // of a parked walker: from the prefix's object to its own
+  WalkQ::WalkerList::iterator place_;         // of a parked walker: in its queue
+  std::uint64_t parkedAs_ = 0;                // of a parked walker: counted from 1; 0: it is not parked
+  bool isPlain_ = false;                      // made by the library: no operation is overridden
   std::optional<KelKey> ownKeyName_;          // of a parked walker
   std::optional<KelKey> ownKey_;
 };

@@ -2,6 +2,7 @@
 
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/ByteRouter.h"
+#include "Ondra/Fault.h"
 #include "Ondra/IrToResp.h"
 #include "Ondra/IrToWire.h"
 #include "Ondra/KelTypeNotifWalker.h"
@@ -16,7 +17,7 @@ public:
 protected:
   void response(WireResponse const& response) override {
     if (response.updates > 0) [[likely]] {
-      router_.pushBytes(SyncId(), WalkId(), response);
+      static_cast<void>(handOver([&] { return router_.pushBytes(SyncId(), WalkId(), response); }));
     }
   }
 
@@ -35,7 +36,7 @@ bool push(BaseRouter& router, PlainNode const& node) {
   encoder.encodeNode(node);
   bool const isWhole = encoder.takeLeftOut() == nullptr;
   if (isWhole) [[likely]] {
-    router.push(SyncId(), WalkId(), encoder.responses().front());
+    static_cast<void>(handOver([&] { return router.push(SyncId(), WalkId(), encoder.responses().front()); }));
   }
   encoder.clear();
   return isWhole;
@@ -49,7 +50,7 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& ob
     return false;
   }
   Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
-  void const* const value = plan.isPlainLeaf ? attr.valueAt(*object->object()) : nullptr;
+  void const* const value = plan.isPlainLeaf && !plan.isPrinted ? attr.valueAt(*object->object()) : nullptr;
   if (value == nullptr ||
       (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty())) {
     return false;
@@ -58,7 +59,7 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& ob
   AttrStateNode const* const known = states.queryAttrState(attr.id(), nullptr);
   long const timestamp = known != nullptr ? known->updatedTimestamp()
                                           : states.getAttrState(attr.id(), nullptr).effectiveTimestamp();
-  PlainLeaf const leaf{timestamp, &plan, value};
+  PlainLeaf const leaf{timestamp, &plan, &attr.memberType().desc(), value};
   return push(notifiee.router(), {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
 }
 

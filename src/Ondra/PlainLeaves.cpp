@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Ondra/GifNotifiee.h"
+#include "Ondra/ScalarEncode.h"
 
 namespace Ondra {
 
@@ -43,10 +44,33 @@ void PlainLeaves::collect(WalkRules::TypePlan const& plan, Kel::PtrInterface con
     if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
       timestamp = states.getAttrState(attr.attr.id(), nullptr).effectiveTimestamp();
     }
-    if (value != nullptr) {
-      leaves_.push_back({timestamp, &attr, value});
+    if (value == nullptr) {
+      continue;
+    }
+    PlainLeaf leaf{timestamp, &attr, &attr.attr.memberType().desc(), value};
+    if (!attr.isPrinted || takePrinted(leaf)) [[likely]] {
+      leaves_.push_back(leaf);
     }
   }
+}
+
+Kel::Ptr<Kel::GenericIf const> PlainLeaves::printedValue(WalkRules::AttrPlan const& plan,
+                                                         Kel::PtrInterface const& object) {
+  void const* const value = plan.attr.valueAt(object);
+  return value == nullptr ? nullptr
+                          : printed(Kel::Ptr<Kel::GenericIf const>(
+                                Kel::GenericIf::copyOf(plan.attr.memberType().desc(), value)));
+}
+
+bool PlainLeaves::takePrinted(PlainLeaf& leaf) const {
+  for (auto const& [plan, value] : printed_) {
+    if (plan == leaf.plan && value) {
+      leaf.type = &value->type().desc();
+      leaf.value = value->data();
+      return true;
+    }
+  }
+  return false;
 }
 
 void PlainLeaves::sort() {

@@ -3,8 +3,10 @@
 
 #include <cstddef>
 #include <span>
+#include <utility>
 #include <vector>
 
+#include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/PtrInterface.h"
 #include "Kel/String.h"
@@ -18,7 +20,8 @@ class GifGnmiNotifiee;
 struct PlainLeaf {
   long timestamp;
   WalkRules::AttrPlan const* plan;
-  void const* value; // the raw form, in the object
+  Kel::TypeDesc const* type; // of the value
+  void const* value;         // the raw form, in the object; of one that is printed, with the collector
 };
 
 // What an `IrNode` is to an `Ir`: leaves of one time below one prefix. Valid while the object neither changes nor goes.
@@ -40,7 +43,14 @@ public:
   // Has what the plan's leaves need that does not lie in the object itself on its way into the cache.
   static void prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object);
 
-  void clear() noexcept { leaves_.clear(); }
+  void clear() noexcept {
+    leaves_.clear();
+    printed_.clear();
+  }
+  // Prints those of the leaves that the model's code prints, which may change and end the object: before any is collected. Calls
+  // `leftOut` in the handler of what is raised, and leaves the leaf out.
+  template <class LeftOut>
+  void print(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, LeftOut const& leftOut);
   // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made for each that has none yet.
   void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
 
@@ -53,8 +63,29 @@ private:
   void sort();
   [[nodiscard]] static PlainNode nodeOf(GifGnmiNotifiee& notifiee, std::span<PlainLeaf const> leaves);
 
+  // Null when there is no value.
+  [[nodiscard]] static Kel::Ptr<Kel::GenericIf const> printedValue(WalkRules::AttrPlan const& plan,
+                                                                   Kel::PtrInterface const& object);
+  // Gives the leaf its printed value, if it has one.
+  [[nodiscard]] bool takePrinted(PlainLeaf& leaf) const;
+
   std::vector<PlainLeaf> leaves_;
+  std::vector<std::pair<WalkRules::AttrPlan const*, Kel::Ptr<Kel::GenericIf const>>> printed_;
 };
+
+template <class LeftOut>
+void PlainLeaves::print(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                        LeftOut const& leftOut) {
+  for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at) {
+    if (WalkRules::AttrPlan const& attr = plan.attrs[at]; attr.isPlainLeaf && attr.isPrinted) {
+      try {
+        printed_.emplace_back(&attr, printedValue(attr, object));
+      } catch (...) {
+        leftOut(attr.attr);
+      }
+    }
+  }
+}
 
 template <class Visit>
 void PlainLeaves::forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit) {

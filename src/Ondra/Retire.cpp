@@ -8,6 +8,7 @@
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/Fault.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
@@ -15,6 +16,7 @@
 #include "Ondra/NotifieeTrace.h"
 #include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
+#include "Ondra/Unsent.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
@@ -43,12 +45,14 @@ bool retire(Kel::Ptr<Path const> const& path) {
 
 void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path) {
   static Kel::Ptr<Path const> const noPrefix = Path::PathIs();
+  Unsent::sendAll();
   Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
   clock.activityLoopExecNsTimeInc(1);
   auto [response, notification] = ArenaRespMsg::createResponse(noPrefix, clock.activityLoopExecNsTime());
   KelGnmiUtils::pushDelete(*notification, path);
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "force gnmi delete msg: {}", response->toString());
-  router.push(SyncId(), WalkId(), response);
+  static_cast<void>(
+      handOver([&, &response = response] { return router.push(SyncId(), WalkId(), response); }));
   clock.activityLoopExecNsTimeInc(1);
 }
 

@@ -2,9 +2,11 @@
 
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/CompactText.h"
+#include "Ondra/Fault.h"
 #include "Ondra/IrToResp.h"
 #include "Ondra/IrToWire.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/Unsent.h"
 #include "Ondra/WalkerTrace.h"
 #include "Toggle/Toggle.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
@@ -34,7 +36,7 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) co
               resp->toString());
   TOVAK_ASSERT(resp->response->update().timestamp() != 0, walkerTrace(),
                "0 timestamps are not allowed. resp:{}", resp->toString());
-  return afterPush(router_.push(syncId_, walkId_, resp));
+  return afterPush(handOver([&] { return router_.push(syncId_, walkId_, resp); }));
 }
 
 WalkResult FullKelTypeWalker::routerPush(ByteRouter& router, WireResponse const& resp) const {
@@ -43,7 +45,7 @@ WalkResult FullKelTypeWalker::routerPush(ByteRouter& router, WireResponse const&
   }
   TOVAK_TRACE(walkerTrace(), 7, kWalkerCategory, "{} push id:{} {}", debugString(), syncId_, textOf(resp));
   TOVAK_ASSERT(resp.timestamp != 0, walkerTrace(), "0 timestamps are not allowed. resp:{}", textOf(resp));
-  return afterPush(router.pushBytes(syncId_, walkId_, resp));
+  return afterPush(handOver([&] { return router.pushBytes(syncId_, walkId_, resp); }));
 }
 
 WalkResult FullKelTypeWalker::afterPush(bool taken) const {
@@ -61,6 +63,11 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   if (flags_ & flagNoPush) {
     return WalkResult::Success;
   }
+  bool const wasEmpty = ir->empty();
+  if (Unsent::dropEnded(); ir->empty() && !wasEmpty) {
+    return WalkResult::Success;
+  }
+  Unsent::Sending const sending;
   if (ByteRouter* const router = router_.byteRouter()) {
     return pushBytes(*router, *ir, false);
   }
@@ -120,10 +127,20 @@ WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool i
 }
 
 // The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send. Routers
-// neither change the model nor call back, so that the values may be read between two pushes.
+// neither change the model nor call back, so that the values may be read between two pushes. Printers may: theirs come first.
 WalkResult FullKelTypeWalker::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
-                                        GifGnmiNotifiee& notifiee) const {
+                                        GifGnmiNotifiee& notifiee) {
   PlainLeaves& leaves = PlainLeaves::shared();
+  Kel::Ptr<Kel::PtrInterface const> pin;
+  Kel::Ptr<GifGnmiNotifiee> watching;
+  if (plan.printsPlain) [[unlikely]] {
+    pin = Kel::Ptr<Kel::PtrInterface const>(&object);
+    watching = Kel::Ptr<GifGnmiNotifiee>(&notifiee);
+    leaves.print(plan, object, [this](Kel::KelAttr const& attr) { static_cast<void>(leaveOut(attr)); });
+    if (!notifiee.isRegistered()) {
+      return WalkResult::Success;
+    }
+  }
   leaves.collect(plan, object, notifiee);
   if (ByteRouter* const router = router_.byteRouter()) {
     BytePush push(*this, *router, false);

@@ -42,6 +42,16 @@ Kel::Ptr<Kel::GenericIf const> innerScalar(Kel::Ptr<Kel::GenericIf const> const&
   return attr ? attr.genericIfGet(value) : nullptr;
 }
 
+Kel::Ptr<Kel::GenericIf const> printed(Kel::Ptr<Kel::GenericIf const> const& value) {
+  if (!isPrinted(value->type())) [[likely]] {
+    return value;
+  }
+  if (value->type().hasGnmiByteRep()) {
+    return Kel::handleOf(Kel::Bytes(value->gnmiByterep()));
+  }
+  return Kel::handleOf(Kel::String(value->gnmiStrRep()));
+}
+
 bool extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
                    gnmi::TypedValue* out) {
   static_cast<void>(notification);

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "Kel/Desc.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/Type.h"
@@ -18,6 +19,14 @@ namespace Ondra {
 // Whether values of the type are sent as one leaf: builtins, enumerations, nominals, unions, and whatever has a gNMI string or
 // byte representation. All others are walked as objects.
 [[nodiscard]] inline bool isScalarType(Kel::KelType const& type) { return type.desc().isScalar(); }
+
+// The text or bytes of such a value are made by the model's code.
+[[nodiscard]] inline bool isPrinted(Kel::KelType const& type) {
+  return (type.desc().gnmiStrRep && !type.isEnum()) || type.desc().gnmiByteRep;
+}
+// That text or those bytes, which are sent in its place; any other value as it is. Walks keep leaves in this form, so that none of the
+// model's code runs while they are encoded.
+[[nodiscard]] Kel::Ptr<Kel::GenericIf const> printed(Kel::Ptr<Kel::GenericIf const> const& value);
 
 // Fills `out` with a value, in this order of precedence: the byte representation of types that have one, the string
 // representation (enumerators travel by name), the builtin kind. A nominal is sent as the value it wraps, a union as its active

@@ -2,8 +2,8 @@
 //
 // Invariants
 // 1. A queue on the stack (the first slice of a walk) never holds walkers; parking moves to the stored queue of the walk's id.
-// 2. `walkers` is first in, first out: in at the front, out at the back. `waiting` holds, while a resumed walker runs, those that
-//    come after everything it parks.
+// 2. `walkers` is first in, first out: in at the front, out at the back. While a resumed walker has its turn, what it parks comes to
+//    stand behind all that waits already, and so is resumed before it, in the order in which it was parked.
 // 3. A queue that is running is not erased; it is marked cancelled and goes when its run ends.
 #pragma once
 
@@ -37,20 +37,44 @@ public:
   WalkQ(WalkQ const&) = delete;
   WalkQ& operator=(WalkQ const&) = delete;
 
+  // While one lives, a walker that was taken out runs. One at a time.
+  class Turn {
+  public:
+    explicit Turn(WalkQ& queue) noexcept : queue_(queue) {
+      queue_.next_ = queue_.walkers.end();
+      queue_.inTurn_ = true;
+    }
+    ~Turn() { queue_.inTurn_ = false; }
+    Turn(Turn const&) = delete;
+    Turn& operator=(Turn const&) = delete;
+
+  private:
+    WalkQ& queue_;
+  };
+
   // Parks a walker. REQUIRES a stored queue of the walker's own walk (asserted).
   void addWalker(std::unique_ptr<FullKelTypeWalker>&& walker);
   // The walker that is to run next; null when there is none.
   [[nodiscard]] std::unique_ptr<FullKelTypeWalker> popWalker();
+  // Moves one walker, or all of them, over into `to`.
+  void drop(WalkerList::iterator walker, WalkerList& to) noexcept;
+  void dropAll(WalkerList& to) noexcept;
   // The running task has used up its slice; false without a task.
   [[nodiscard]] bool shouldYield() const;
+  // How often that has been asked.
+  [[nodiscard]] std::uint64_t questions() const noexcept { return questions_; }
 
   std::shared_ptr<Tovak::Task> task; // drives the walk; may be empty
   SyncWalkId const syncWalkId;
   WalkerList walkers;
-  WalkerList waiting;
   WalkQStored const stored;
   bool running = false;
   bool cancelled = false;
+
+private:
+  WalkerList::iterator next_; // in a turn: before which the next one is put
+  bool inTurn_ = false;
+  mutable std::uint64_t questions_ = 0;
 };
 
 // A queue in traces: its address, or "walkQ:NULL".

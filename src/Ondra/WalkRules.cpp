@@ -1,6 +1,7 @@
 #include "Ondra/WalkRules.h"
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <algorithm>
 #include <memory>
@@ -18,9 +19,10 @@ Road roadOf(Kel::KelAttr attr) {
   }
   bool const asOne = attr.isScalarArray() || attr.isGnmiJsonString() || attr.readsAsOneValue();
   if (!attr.isCollection() || asOne) {
-    return Road::Singleton;
+    bool const canBeOne = !attr.isCollection() || attr.isArray() || attr.isGnmiJsonString();
+    return canBeOne ? Road::Singleton : Road::Unsupported;
   }
-  return attr.isStack() ? Road::UnsupportedStack : Road::Collection;
+  return attr.isStack() ? Road::Unsupported : Road::Collection;
 }
 
 // Types that hold each other through collections are looked into this far.
@@ -75,6 +77,11 @@ bool isPlainHolder(AttrPlan const& plan) {
   return plan.road == Road::Collection || plan.readsValue;
 }
 
+absl::flat_hash_set<Path const*>& plannedPaths() {
+  static auto* const paths = new absl::flat_hash_set<Path const*>();
+  return *paths;
+}
+
 AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   AttrPlan plan;
   plan.attr = attr;
@@ -89,6 +96,7 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
                       !attr.isInstantiating() && isScalarType(attr.memberType());
   plan.isOwnLeaf = plan.isScalarLeaf && isOwnLeaf(attr.memberType());
   plan.isPlainLeaf = plan.isOwnLeaf && attr.readsInPlace();
+  plan.isPrinted = plan.isOwnLeaf && Ondra::isPrinted(attr.memberType());
   plan.isText = plan.isPlainLeaf && attr.memberType().builtinKind() == Kel::BuiltinKind::String;
   plan.keyHoldsReference = attr.isKeyed() && holdsReference(attr.keyType());
   plan.rendersReferences = plan.keyHoldsReference || attr.isPointer() ||
@@ -111,27 +119,44 @@ std::size_t plainFrom(TypePlan const& plan) {
   return plan.attrs.size() - from <= PlainLeaves::kMost ? from : plan.attrs.size();
 }
 
+std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
+  auto plan = std::make_unique<TypePlan>();
+  plan->type = type;
+  plan->isValueType = type.isValueType();
+  for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr) {
+    plan->attrs.push_back(planOf(type, *attr));
+  }
+  plan->plainFrom = plainFrom(*plan);
+  plan->printsPlain = std::any_of(plan->attrs.begin() + static_cast<std::ptrdiff_t>(plan->plainFrom),
+                                  plan->attrs.end(), [](AttrPlan const& attr) { return attr.isPrinted; });
+  return plan;
+}
+
 } // namespace
 
 TypePlan const& typePlan(Kel::KelType type) {
   static auto* const plans = new absl::flat_hash_map<Kel::TypeDesc const*, std::unique_ptr<TypePlan>>();
   std::unique_ptr<TypePlan>& plan = (*plans)[&type.desc()];
   if (!plan) {
-    plan = std::make_unique<TypePlan>();
-    plan->type = type;
-    plan->isValueType = type.isValueType();
-    for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr) {
-      plan->attrs.push_back(planOf(type, *attr));
+    plan = makePlan(type);
+    for (AttrPlan const& attr : plan->attrs) {
+      plannedPaths().insert(attr.leafPath.get());
     }
-    plan->plainFrom = plainFrom(*plan);
   }
   return *plan;
+}
+
+std::string_view whyUnsupported(Kel::KelAttr const& attr) {
+  return attr.isStack() ? "skipping unsupported stack collection"
+                        : "skipping a keyed collection that is marked to be read as one value";
 }
 
 Kel::Ptr<Path> const& noPath() {
   static auto const* const path = new Kel::Ptr<Path>(Path::PathIs());
   return *path;
 }
+
+bool isPlanned(Path const& path) { return plannedPaths().contains(&path); }
 
 Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan) {
   if (objectPath->empty()) {

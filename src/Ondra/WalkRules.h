@@ -18,10 +18,10 @@ namespace Ondra::WalkRules {
 
 // How an attribute is walked.
 enum class Road : unsigned char {
-  Skip,             // operations and the housekeeping of collections
-  UnsupportedStack, // skipped with a trace
-  Singleton,        // one value, or a collection that is read as one
-  Collection,       // member by member
+  Skip,        // operations and the housekeeping of collections
+  Unsupported, // skipped with a trace
+  Singleton,   // one value, or a collection that is read as one
+  Collection,  // member by member
 };
 
 // One attribute as walkers see it, with the immutable path parts that all its leaves share.
@@ -34,6 +34,7 @@ struct AttrPlan {
   bool isOwnLeaf = false;     // and the value's own handle is what its leaf holds: no wrapper, no union
   bool isPlainLeaf = false;   // and the value can be read where it lies
   bool isText = false;        // and is a text, whose characters lie elsewhere
+  bool isPrinted = false;     // its text or bytes are made by the model's code
   bool isPlainHolder = false; // of entities whose walk needs nothing but their path: no reference is in it
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
@@ -45,15 +46,22 @@ struct AttrPlan {
 struct TypePlan {
   Kel::KelType type;
   bool isValueType = false;
+  bool printsPlain = false;    // some plain leaf is printed
   std::size_t plainFrom = 0;   // from this position on there are plain leaves and nothing else
   std::vector<AttrPlan> attrs; // by position in the type
 };
+
+// The trace of an attribute that is not supported.
+[[nodiscard]] KTD_EXPORT std::string_view whyUnsupported(Kel::KelAttr const& attr);
 
 // The plan of a type; made on first use, kept for the process. Scheduler thread only.
 [[nodiscard]] KTD_EXPORT TypePlan const& typePlan(Kel::KelType type);
 
 // The empty path, where an entity's own attributes begin: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> const& noPath();
+
+// The path is that of some plan's attribute: it stays as it is for the process.
+[[nodiscard]] KTD_EXPORT bool isPlanned(Path const& path);
 
 // The leaf path of an attribute of the object at `objectPath`: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan);

@@ -1,17 +1,41 @@
 // Where walks begin, go on and are called off.
 
 #include <memory>
+#include <new>
+#include <string>
 #include <utility>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Dir.h"
+#include "Ondra/Fault.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/ParkedWalks.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
+
+namespace {
+
+// Runs a part of a walk: what is raised outside of its items ends that part. For want of memory the walk is called off.
+template <class Walk>
+WalkResult guarded(SyncWalkId const& id, Walk const& walk) {
+  WalkScope const scope; // ends after the exception has been dealt with: changes that wait are told
+  try {
+    return walk();
+  } catch (std::bad_alloc const&) {
+    ParkedWalks::instance().dropWalk(id.second);
+    throw;
+  } catch (...) {
+    std::string const text = faultText();
+    TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "walk {} loses a part: {}", id, text);
+    return WalkResult::Success;
+  }
+}
+
+} // namespace
 
 WalkResult FullKelTypeWalker::walkObject(std::shared_ptr<WalkInfo>& walkInfo) {
   TOVAK_TRACE(walkerTrace(), 1, kWalkerCategory, "walkInfo:{}", walkInfo->toString());
@@ -22,13 +46,15 @@ WalkResult FullKelTypeWalker::walkObject(std::shared_ptr<WalkInfo>& walkInfo) {
   }
   WalkQ queue(walkInfo->syncWalkId, WalkQ::onStack);
   queue.task = walkInfo->task;
-  WalkResult const result = doWalkObject(walkInfo, &queue, nullptr, nullptr);
+  WalkResult const result =
+      guarded(walkInfo->syncWalkId, [&] { return doWalkObject(walkInfo, &queue, nullptr, nullptr); });
   return result == WalkResult::SuccessWithPipeFull ? WalkResult::Success : result;
 }
 
 WalkResult FullKelTypeWalker::walkObjectInternal(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ,
                                                  KelKey* key, std::shared_ptr<Ir> ir) {
-  return insideResult(doWalkObject(walkInfo, walkQ, key, std::move(ir)));
+  return insideResult(
+      guarded(walkInfo->syncWalkId, [&] { return doWalkObject(walkInfo, walkQ, key, std::move(ir)); }));
 }
 
 WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
@@ -56,6 +82,9 @@ WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, 
   FullKelTypeWalker walker(walkInfo->path, ir, object, WalkRules::noPath(), walkInfo->router, walkQ,
                            walkInfo->walkerFlags, keyName, true, timestamp);
   walker.notifiee_ = notifiee;
+  walker.syncId_ = walkInfo->syncWalkId.first;
+  walker.walkId_ = walkInfo->syncWalkId.second;
+  walker.isPlain_ = true;
   return walker.walk(key);
 }
 
@@ -75,19 +104,35 @@ private:
 
 } // namespace
 
-// Runs one walker with the queue to itself: what it parks is resumed before what was waiting already.
+// Runs one walker; what it parks is resumed before what waits already.
 WalkResult FullKelTypeWalker::runParked(WalkQ& walkQ, FullKelTypeWalker& walker) {
-  walkQ.waiting.swap(walkQ.walkers);
+  WalkQ::Turn const turn(walkQ);
   bool const nested = !walker.links_.empty();
   Link const attribute =
       nested ? walker.links_.front() : Link(); // of the watched object, in which the value lies
   Kel::Ptr<GifGnmiNotifiee> const notifiee =
       nested ? KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_) : nullptr;
   RenderScope const rendering(nested, notifiee.get(), nested ? attribute.attr.id() : 0, attribute.key);
-  WalkResult result = walker.walk(nullptr);
-  walkQ.walkers.splice(walkQ.walkers.begin(), walkQ.waiting);
-  if (result == WalkResult::SuccessWithPipeFull) {
-    result = walkQ.walkers.empty() ? WalkResult::Success : WalkResult::PipeFull;
+  return walker.walk(nullptr);
+}
+
+// Runs what the queue holds until a walker stops. When none is left, all has been sent, whatever the last push said.
+WalkResult FullKelTypeWalker::goThrough(WalkQ& queue) {
+  WalkResult result = WalkResult::Success;
+  Running const running(queue);
+  WalkScope const scope;
+  while (std::unique_ptr<FullKelTypeWalker> const walker = popWalkQ(queue)) {
+    std::string const name = walkerTrace().isOn(4) ? walker->debugString() : std::string(); // it may be moved
+    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Resume walk of {}", name);
+    result = guarded(queue.syncWalkId, [&] { return runParked(queue, *walker); });
+    if (queue.cancelled) {
+      break;
+    }
+    if (result != WalkResult::Success && !queue.walkers.empty()) {
+      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Couldn't finish walk of {} due to {}", name, result);
+      break;
+    }
+    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Finished walk of {}", name);
   }
   return result;
 }
@@ -108,24 +153,17 @@ WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
     TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "WalkList is empty for walkId:{}",
                 id);
   }
-  WalkScope const scope;
-  {
-    Running const running(queue);
-    while (std::unique_ptr<FullKelTypeWalker> const walker = popWalkQ(queue)) {
-      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Resume walk of {}", walker->debugString());
-      WalkResult const result = runParked(queue, *walker);
-      if (queue.cancelled) {
-        break;
-      }
-      if (result != WalkResult::Success) {
-        TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Couldn't finish walk of {} due to {}",
-                    walker->debugString(), result);
-        return result;
-      }
-      TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Finished walk of {}", walker->debugString());
-    }
+  WalkResult result = WalkResult::Success;
+  try {
+    result = goThrough(queue);
+  } catch (...) { // called off: what is left would be only a part
+    ParkedWalks::instance().dropWalk(id);
+    throw;
   }
-  queue.task.reset();
+  if (!queue.walkers.empty()) {
+    return insideResult(result);
+  }
+  std::shared_ptr<Tovak::Task> const task = std::move(queue.task); // may be the last to hold what it holds
   walkMap().erase(id);
   return WalkResult::Success;
 }
@@ -133,25 +171,7 @@ WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
 bool FullKelTypeWalker::cancelPendingWalk(std::shared_ptr<WalkInfo>& walkInfo) {
   TOVAK_ASSERT(walkInfo->task, walkerTrace(), "cancelling a pending walk for a WalkInfo without a task");
   WalkId const id = walkInfo->syncWalkId.second;
-  auto const found = walkMap().find(id);
-  bool const pending = found != walkMap().end();
-  WalkQ::WalkerList dropped; // destroyed when the maps are consistent again
-  if (pending) {
-    WalkQ& queue = found->second;
-    for (WalkQ::WalkerList* const list : {&queue.walkers, &queue.waiting}) {
-      dropped.splice(dropped.end(), *list);
-    }
-    for (auto const& walker : dropped) {
-      if (pathWalkIdMap().contains(walker->prefixPath_)) {
-        unlistParked(queue, walker->prefixPath_);
-      }
-    }
-    if (queue.running) {
-      queue.cancelled = true;
-    } else {
-      walkMap().erase(found);
-    }
-  }
+  bool const pending = ParkedWalks::instance().dropWalk(id);
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "walkInfo:{} pending:{}", walkInfo->toString(), pending);
   return pending;
 }

@@ -74,8 +74,13 @@ void WalkTask::taskExecute() {
   }
   std::shared_ptr<Tovak::Task> const self = shared_from_this();
   bool const resumed = std::exchange(walkStarted_, true);
-  WalkResult const result =
-      resumed ? FullKelTypeWalker::resumeWalk(walkInfo_) : FullKelTypeWalker::walkObject(walkInfo_);
+  WalkResult result;
+  try {
+    result = resumed ? FullKelTypeWalker::resumeWalk(walkInfo_) : FullKelTypeWalker::walkObject(walkInfo_);
+  } catch (...) { // memory is short, and the walk called off: it never says that it is done
+    walkInfo_.reset();
+    throw;
+  }
   if (result == WalkResult::Success) {
     TOVAK_TRACE(trace(), 1, "WalkTask", "walk complete for {} at priority {}", walkInfo_->toString(),
                 priority());

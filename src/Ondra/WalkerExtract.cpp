@@ -96,12 +96,13 @@ void FullKelTypeWalker::extractScalar(Handle const& value, Kel::Ptr<Path const> 
     if (!key.inKeyMode()) {
       handOut(value, out);
     } else if (type.hasGnmiStrRep()) {
-      keyText(key, path, value->gnmiStrRep(), value);
+      std::string const text = value->gnmiStrRep();
+      keyText(key, path, text, Kel::handleOf(Kel::String(text)));
     } else {
       std::string const bytes = value->gnmiByterep();
       std::string text;
       base64Encode(bytes.data(), bytes.size(), text);
-      keyText(key, path, text, value);
+      keyText(key, path, text, Kel::handleOf(Kel::Bytes(bytes)));
     }
   } else if (type.isUnion()) {
     extractUnionActiveAlternative(value, path, key, out);
@@ -181,7 +182,7 @@ void FullKelTypeWalker::extractScalarArray(Handle const& object, Kel::KelAttr co
     Handle value;
     extractScalar(member.ptr(), leafPath, *keyName_, &value);
     if (value) {
-      elements.push_back(std::move(value));
+      elements.push_back(printed(value));
     }
   }
   ir->addNode(timestamp, prefix).leaves.push_back({leafPath, std::move(elements)});
@@ -193,7 +194,8 @@ void FullKelTypeWalker::extractScalar(Handle const& value, KelKey& key, std::sha
   Handle resolved;
   extractScalar(value, leafPath, key, &resolved);
   if (resolved) { // a union may have no alternative
-    ir->addNode(timestamp, prefix).addLeaf(leafPath, resolved);
+    resolved = printed(resolved);
+    ir->addNode(timestamp, prefix).addLeaf(leafPath, std::move(resolved));
   }
 }
 

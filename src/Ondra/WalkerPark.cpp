@@ -4,21 +4,27 @@
 #include <memory>
 #include <utility>
 
+#include "Ondra/Fault.h"
 #include "Ondra/IR.h"
+#include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
 
-struct FullKelTypeWalker::Parked {};
+struct FullKelTypeWalker::Parked {
+  std::vector<Link> links;
+  std::optional<KelKey> keyName;
+  std::optional<KelKey> key;
+};
 
 KelKey& FullKelTypeWalker::valueModeKey() {
   static KelKey key;
   return key;
 }
 
-// Moves everything but the object out of the running walker. The frames that own its keys are about to go: it copies them.
-FullKelTypeWalker::FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, KelKey* key)
+// Moves everything but the object out of the running walker.
+FullKelTypeWalker::FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running) noexcept
     : prefixPath_(std::move(running.prefixPath_))
     , leafPath_(std::move(running.leafPath_))
     , router_(running.router_)
@@ -30,18 +36,17 @@ FullKelTypeWalker::FullKelTypeWalker(Parked const&, FullKelTypeWalker& running, 
     , keyName_(&valueModeKey())
     , rootWalker_(running.rootWalker_)
     , timestamp_(running.timestamp_)
-    , attrQ_(running.attrQ_)
+    , attrQ_(std::move(running.attrQ_))
     , resumeKey_(std::move(running.resumeKey_))
-    , links_(running.linksFromPrefix()) {
+    , links_(std::move(copies.links))
+    , ownKeyName_(std::move(copies.keyName))
+    , ownKey_(std::move(copies.key)) {
+  isPlain_ = running.isPlain_;
   if (toggleOndraSyncBundlingEnabled()) {
     ir_ = std::move(running.ir_);
   } // else the Ir belongs to an attribute of the parent, which has been sent: the resumed walker makes its own
-  if (running.keyName_->inKeyMode()) {
-    ownKeyName_ = *running.keyName_;
+  if (ownKeyName_) {
     keyName_ = &*ownKeyName_;
-  }
-  if (key != nullptr) {
-    ownKey_ = *key;
   }
   running.ir_.reset();
   running.gif_.reset();
@@ -57,7 +62,15 @@ WalkResult FullKelTypeWalker::pause(WalkResult result, KelKey* key, std::shared_
     routerPush(ir);
     ir->clear();
   }
-  addToWalkQ(std::unique_ptr<FullKelTypeWalker>(new FullKelTypeWalker(Parked(), *this, key)));
+  // The frames that own its keys are about to go. What copying a key raises finds the walker as it was.
+  Parked copies{linksFromPrefix(), {}, {}};
+  if (keyName_->inKeyMode()) {
+    copies.keyName = *keyName_;
+  }
+  if (key != nullptr) {
+    copies.key = *key;
+  }
+  addToWalkQ(std::unique_ptr<FullKelTypeWalker>(new FullKelTypeWalker(std::move(copies), *this)));
   return result;
 }
 
@@ -72,6 +85,23 @@ std::vector<FullKelTypeWalker::Link> FullKelTypeWalker::linksFromPrefix() const 
   links.insert(links.end(), at->links_.rbegin(), at->links_.rend());
   std::reverse(links.begin(), links.end());
   return links;
+}
+
+// Whether a parked walker has its object again. What is raised on the way to it says that it has not.
+bool FullKelTypeWalker::isThereAgain() {
+  Kel::Ptr<GifGnmiNotifiee> const notifiee = KelGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
+  if (!notifiee) {
+    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Failed to find a gNmiNotif for prefix:{}", prefixPath_);
+    return false;
+  }
+  try {
+    return takeObject(*notifiee);
+  } catch (...) {
+    std::string const text = faultText();
+    TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "{} loses its object: {}",
+                debugString(), text);
+    return false;
+  }
 }
 
 // Sets `gif_` from the object at the prefix; says whether what was being walked is still there.

@@ -11,6 +11,7 @@
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PlainLeaves.h"
+#include "Ondra/ScalarEncode.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -27,10 +28,18 @@ bool FullKelTypeWalker::isTraced() {
   return ((walkerTrace().mask() | AttrStateMap::traceMask()) & kLevels) != 0;
 }
 
-bool FullKelTypeWalker::takesShortRoads(GifGnmiNotifiee const* notifiee) const {
-  return notifiee != nullptr && ir_ && toggleOndraSyncBundlingEnabled() && valueMode() &&
-         (flags_ & (flagSnapshot | flagInstantiatingOnly)) == flagSnapshot && !isTraced() &&
-         typeid(*this) == typeid(FullKelTypeWalker);
+// Each reason for a long road stands here, and only here. They stay what they are while a walker walks.
+FullKelTypeWalker::ShortRoads FullKelTypeWalker::shortRoads(GifGnmiNotifiee const* notifiee) const {
+  ShortRoads open;
+  open.watched = ir_ && toggleOndraSyncBundlingEnabled() // what is collected goes into one Ir, in order
+                 && !flags_.has(flagInstantiatingOnly)   // such a walk ends notifiees
+                 && !isTraced();                         // every step has its line
+  open.held = open.watched && notifiee != nullptr        // it knows what it holds, and times
+              && isPlain_                                // no operation means something else
+              && valueMode() && flags_.has(flagSnapshot) &&
+              leafPath_->empty();                         // leaves, under the prefix itself
+  open.leaves = open.held && !notifiee->meetsKeyFields(); // no leaf is renamed or brings others along
+  return open;
 }
 
 bool FullKelTypeWalker::sendsPlain() const { return ir_->empty() && !(flags_ & flagNoPush); }
@@ -48,6 +57,9 @@ WalkResult FullKelTypeWalker::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::
   }
   if (!value) {
     return WalkResult::Success;
+  }
+  if (plan.isPrinted) [[unlikely]] {
+    value = printed(value);
   }
   ir_->addNode(timestamp, prefixPath_).addLeaf(plan.leafPath, std::move(value));
   return walkQ_ != nullptr && walkQ_->task ? routerPush(false) : WalkResult::Success;
@@ -106,7 +118,7 @@ void FullKelTypeWalker::fetchAhead(WalkRules::AttrPlan const& plan, Kel::Generic
 // Sends an entity that the object holds by that attribute, when it has plain leaves alone and a walk has noted it.
 std::optional<WalkResult> FullKelTypeWalker::pushPlainChild(WalkRules::AttrPlan const& plan,
                                                             Kel::PtrInterface const* child,
-                                                            GifGnmiNotifiee const& notifiee) const {
+                                                            GifGnmiNotifiee const& notifiee) {
   // A derived type may have what the plan does not know of.
   if (child == nullptr || !sendsPlain() || !(child->fwkType() == plan.attr.memberType())) {
     return std::nullopt;
@@ -140,7 +152,7 @@ std::optional<WalkResult> FullKelTypeWalker::walkChild(WalkRules::AttrPlan const
 
 void FullKelTypeWalker::noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
                                  Kel::Ptr<Path const> const& path, GifGnmiNotifiee const* notifiee) const {
-  if (notifiee == nullptr || !child->type().isEntity() ||
+  if (notifiee == nullptr || !child || !child->type().isEntity() ||
       !WalkRules::typePlan(objType_).attrs[attr.desc().index].isPlainHolder) {
     return;
   }
@@ -161,6 +173,9 @@ WalkResult FullKelTypeWalker::walkWatched(Kel::Ptr<Kel::GenericIf const> const& 
                            timestamp != 0 ? timestamp
                                           : Kel::activityManagerStatus()->activityLoopExecNsTime());
   walker.notifiee_ = std::move(notifiee);
+  walker.syncId_ = syncId_;
+  walker.walkId_ = walkId_;
+  walker.isPlain_ = true;
   return insideResult(walker.walk(key));
 }
 

@@ -9,6 +9,15 @@
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
+namespace {
+
+// By the model's own code, since the walk came upon it.
+bool hasBeenRemoved(Kel::GenericIf const& value) {
+  return value.type().isEntity() && value.object() != nullptr &&
+         static_cast<Kel::Entity const*>(value.object())->isOrphan();
+}
+
+} // namespace
 
 WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
                                                 Kel::Ptr<Kel::GenericIf const> const& attrGif,
@@ -41,6 +50,9 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
   }
   WalkResult result = WalkResult::Success;
   if (attr.isInstantiating()) {
+    if (hasBeenRemoved(*attrGif)) {
+      return WalkResult::Success;
+    }
     Kel::Ptr<Path> const path = Path::makePath(prefixPath_);
     path->mergeFrom(leafPath);
     TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory,
@@ -126,7 +138,8 @@ void FullKelTypeWalker::addKeyLeaf(PathElem::KeyMapType::Node const& field, Kel:
       value = own.scalar(field.key, field.value);
     }
   }
-  ir.addNode(timestamp, prefixPath_).addLeaf(leafPath, value ? value : Kel::handleOf(field.value));
+  value = value ? printed(value) : Kel::handleOf(field.value);
+  ir.addNode(timestamp, prefixPath_).addLeaf(leafPath, std::move(value));
 }
 
 // After each attribute of an object: with bundling, when the walk must yield; without, at once.

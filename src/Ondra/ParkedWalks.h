@@ -1,0 +1,75 @@
+// Ondra::ParkedWalks: what walks have left for later: the stored queue of each walk, and which walkers wait at or below a path.
+//
+// Invariants
+// 1. A walker is in the index exactly from the time it is parked until it leaves its queue or is destroyed, by whomever. What is said of
+//    paths and walk ids is read from the index, so that it cannot differ from what the queues hold.
+// 2. A stored queue stays where it is until its walk ends; walkers point to it.
+// 3. A queue that is running (`WalkQ::running`) is never erased by others. It is marked (`WalkQ::cancelled`), takes no walker any more,
+//    and goes when its run ends.
+// 4. Walkers that are dropped are destroyed after queues and index have been put right.
+// 5. An operation that cannot get memory has done nothing.
+#pragma once
+
+#include <absl/container/btree_set.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Kel/Allocator.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/Path.h"
+#include "Ondra/WalkQ.h"
+
+namespace Ondra {
+
+// There is one, which lives for the process. Scheduler thread only.
+class ParkedWalks {
+public:
+  using Walker = FullKelTypeWalker;
+
+  static ParkedWalks& instance();
+
+  // Puts the walker into the stored queue of its walk, which is made when there is none. REQUIRES a walk id, and of a stored queue a
+  // task (asserted).
+  void park(std::unique_ptr<Walker>&& walker);
+  // Drops what waits at or below the path, in time that grows with the logarithm of all that waits and with what is dropped.
+  void dropAtOrBelow(Path const& path);
+  // Drops all of one walk; says whether it had a queue.
+  bool dropWalk(WalkId id);
+  void flush();
+
+  // The walker leaves its queue, or goes: takes it out of the index, if it is there.
+  void unlist(Walker& walker) noexcept;
+
+  [[nodiscard]] Walker::WalkMapType& queues() noexcept { return queues_; }
+  // Which walks have something waiting at which path.
+  [[nodiscard]] Walker::PathWalkIdMapType paths() const;
+
+private:
+  // By path, so that all at or below one are neighbours; within one path by walk, and then as parked.
+  struct Order {
+    using is_transparent = void;
+    bool operator()(Walker const* a, Walker const* b) const;
+    bool operator()(Walker const* a, Path const& b) const {
+      return PathOrder::compare(*a->prefixPath_, b) < 0;
+    }
+    bool operator()(Path const& a, Walker const* b) const {
+      return PathOrder::compare(a, *b->prefixPath_) < 0;
+    }
+  };
+  using Index = absl::btree_set<Walker*, Order, Kel::MemAllocator<Walker*, ParkedWalks>>;
+
+  WalkQ& queueOf(Walker& walker);
+  void unlistAll(WalkQ::WalkerList const& dropped) noexcept;
+  void traceUnlisted(Walker const& walker) const;
+  [[nodiscard]] bool isListed(Path const& path, WalkId const* id) const;
+
+  Walker::WalkMapType queues_;
+  Index index_;
+  std::uint64_t parkedSoFar_ = 0;
+};
+
+} // namespace Ondra
