@@ -43,8 +43,6 @@ void Collectors::addSources(Tree const& tree) {
   // The first two tell the others when the machine started and how much memory it has.
   sampler_->sourceIs(std::make_unique<SystemSource>(host_, tree.system));
   sampler_->sourceIs(std::make_unique<MemorySource>(host_, system.memory));
-  sampler_->sourceIs(std::make_unique<FunctionSource>([this] { links_.restoreBegin(); },
-                                                      [this] { return links_.restoreNext(); }));
   sampler_->sourceIs(std::make_unique<InterfaceSource>(host_, tree.interfaces));
   sampler_->sourceIs(std::make_unique<CpuSource>(host_, system.cpus));
   sampler_->sourceIs(std::make_unique<ProcessSource>(host_, system.processes));

@@ -64,6 +64,7 @@ ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
 } // namespace
 
 LinkChange linkChangeOf(Interface const& interface) {
+  if (!interface.config) return {.name = interface.name.str(), .description = "", .mtu = {}, .enabled = {}};
   InterfaceConfig const& config = *interface.config;
   return {.name = interface.name.str(),
           .description = config.description.value_or("").str(),

@@ -28,7 +28,8 @@ struct LinkChange {
   bool operator==(LinkChange const&) const = default;
 };
 
-// What the configuration of an interface asks for: without a description for none, without an MTU for the one that is there.
+// What the configuration of an interface asks for: without a description for none; without an MTU, or a configuration at all, for what
+// is there.
 [[nodiscard]] LinkChange linkChangeOf(Interface const& interface);
 
 // Applies changes one after the other on a thread of its own, because a driver may take long over one. The model follows by the

@@ -1,8 +1,6 @@
 // The counters of the interfaces, from /proc/net/dev.
 #pragma once
 
-#include <functional>
-
 #include "agent/collect/Host.h"
 #include "agent/collect/ProcText.h"
 #include "agent/collect/Sampler.h"
@@ -26,20 +24,6 @@ private:
   Host& host_;
   Kel::Ptr<Interfaces> interfaces_;
   LineReader lines_;
-};
-
-// Calls a function until it says that the round is over.
-class FunctionSource final : public SampleSource {
-public:
-  FunctionSource(std::function<void()> begin, std::function<bool()> advance)
-      : begin_(std::move(begin))
-      , advance_(std::move(advance)) {}
-  void begin(SampleTime const&) override { begin_(); }
-  bool advance() override { return advance_(); }
-
-private:
-  std::function<void()> begin_;
-  std::function<bool()> advance_;
 };
 
 } // namespace Agent

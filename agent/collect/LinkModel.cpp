@@ -251,18 +251,4 @@ void LinkModel::resyncEnd() {
     neighborDel(index, key.first, key.second);
 }
 
-bool LinkModel::restoreNext() {
-  auto const at = links_.upper_bound(restoreAt_);
-  if (at == links_.end()) return false;
-  restoreAt_ = at->first;
-  Link const& link = at->second;
-  Interface& entry = *entryOf(link);
-  if (link.fact.isEthernet && !entry.ethernet) writeEthernet(entry, link.fact);
-  bool const hadUnit = entry.subinterfaces->subinterface.has(0);
-  Subinterface& unit = unitOf(entry);
-  std::size_t const addresses = unit.ipv4->addresses->address.size() + unit.ipv6->addresses->address.size();
-  if (!hadUnit || addresses < link.addresses.size()) writeAll(entry, link);
-  return true;
-}
-
 } // namespace Agent

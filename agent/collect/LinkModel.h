@@ -5,7 +5,7 @@
 //    belongs to one link at a time: who takes it over ends the other one.
 // 2. A fact that was told before the present resync carries an older `round` than `round_`; `resyncEnd` removes those.
 // 3. Configuration leaves are written when the entry is made, never again: from then on they belong to the clients.
-// 4. An entry that a client has removed is made again by `restore`: the link is still there.
+//    A client that deletes an entry of the machine's deletes its configuration: the rest stands as long as the machine has it.
 #pragma once
 
 #include <cstdint>
@@ -36,10 +36,6 @@ public:
   void neighborDel(int index, bool isV6, std::string const& ip) override;
   void resyncBegin() override { ++round_; }
   void resyncEnd() override;
-
-  // Looks after one link's entries: `restoreBegin`, then `restoreNext` until it is false.
-  void restoreBegin() { restoreAt_ = -1; }
-  bool restoreNext();
 
 private:
   using IpKey = std::pair<bool, std::string>; // version 6, address
@@ -73,7 +69,6 @@ private:
   std::map<int, Link> links_;         // by ifindex
   std::map<std::string, int> byName_; // ifindex
   std::uint64_t round_ = 0;
-  int restoreAt_ = -1;
 };
 
 } // namespace Agent

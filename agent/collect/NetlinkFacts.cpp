@@ -13,6 +13,7 @@
 #include <array>
 #include <string_view>
 
+#include "agent/collect/IpText.h"
 #include "agent/collect/Utf8.h"
 
 namespace Agent {
@@ -110,7 +111,7 @@ void tellAddress(FactSink& sink, rtnl_addr* address, bool isDel) {
   AddressFact fact;
   fact.index = rtnl_addr_get_ifindex(address);
   fact.isV6 = family == AF_INET6;
-  fact.ip = addressText(local);
+  fact.ip = ipText(addressText(local)).value_or(std::string());
   if (isDel) return sink.addressDel(fact.index, fact.isV6, fact.ip);
   unsigned const flags = rtnl_addr_get_flags(address);
   int const scope = rtnl_addr_get_scope(address);
@@ -139,7 +140,7 @@ void tellNeighbor(FactSink& sink, rtnl_neigh* neighbor, bool isDel) {
   NeighborFact fact;
   fact.index = rtnl_neigh_get_ifindex(neighbor);
   fact.isV6 = family == AF_INET6;
-  fact.ip = addressText(destination);
+  fact.ip = ipText(addressText(destination)).value_or(std::string());
   int const state = rtnl_neigh_get_state(neighbor);
   // Mappings that need no resolution (multicast, broadcast) are no neighbours, nor are those that did not answer.
   bool const isNone = state <= NUD_NONE || (state & (NUD_NOARP | NUD_FAILED)) != 0;

@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
 #include <vector>
 
+#include "agent/collect/IpText.h"
 #include "agent/collect/Utf8.h"
+#include "agent/model/TextRules.h"
 
 namespace Agent {
 namespace {
@@ -42,6 +45,11 @@ std::optional<std::uint64_t> bootTimeNs(std::string_view stat) {
     if (auto const seconds = nextNumber(line)) return *seconds * kSecond;
   }
   return std::nullopt;
+}
+
+// A name as configuration: what the published type does not allow is state alone.
+std::optional<Kel::String> publishable(std::optional<Kel::String> const& name) {
+  return name && !domainName().faultOf(name->view()) ? name : std::nullopt;
 }
 
 template <class Collection>
@@ -82,8 +90,8 @@ void SystemSource::names() {
   state.leafIs(&SystemState::softwareVersion, asText(version));
   if (seeded_) return;
   SystemConfig& config = *system_->config;
-  config.leafIs(&SystemConfig::hostname, hostname);
-  config.leafIs(&SystemConfig::domainName, domainName);
+  config.leafIs(&SystemConfig::hostname, publishable(hostname));
+  config.leafIs(&SystemConfig::domainName, publishable(domainName));
   config.leafIs(&SystemConfig::loginBanner, loginBanner);
   config.leafIs(&SystemConfig::motdBanner, motdBanner);
 }
@@ -263,8 +271,17 @@ bool DnsSource::advance() {
   ResolvConf const conf = resolvConf(*text);
   std::vector<Kel::String> const search(conf.search.begin(), conf.search.end());
   dns_->state->leafIs(&DnsState::search, search);
-  if (!std::exchange(seeded_, true)) dns_->config->leafIs(&DnsConfig::search, search);
-  std::set<std::string> const there(conf.servers.begin(), conf.servers.end());
+  if (!std::exchange(seeded_, true)) {
+    std::vector<Kel::String> seed; // what a client could have configured
+    for (Kel::String const& domain : search) {
+      if (publishable(domain) && std::ranges::find(seed, domain) == seed.end()) seed.push_back(domain);
+    }
+    dns_->config->leafIs(&DnsConfig::search, seed);
+  }
+  std::set<std::string> there;
+  for (std::string const& server : conf.servers) {
+    if (auto address = ipText(server)) there.insert(std::move(*address));
+  }
   for (std::string const& address : there) {
     auto const server = dns_->servers->entryIs(&DnsServers::server, Kel::String(address));
     server->state->leafIs(&DnsServerState::port, std::uint16_t{53});

@@ -10,6 +10,7 @@
 #include "agent/model/Tree.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
+#include "agent/paths/RequestParts.h"
 
 namespace Agent {
 
@@ -37,19 +38,12 @@ std::size_t sharedPrefixElems(GetOrder const& order, gnmi::GetRequest const& req
   return count;
 }
 
-bool isOffered(gnmi::ModelData const& wanted) {
-  auto const& all = publishedModels();
-  return std::any_of(all.begin(), all.end(), [&](PublishedModel const& model) {
-    return model.name == wanted.name() &&
-           (wanted.organization().empty() || model.organization == wanted.organization()) &&
-           (wanted.version().empty() || model.version == wanted.version());
-  });
-}
-
 } // namespace
 
 GetOrder::OrError GetOrder::of(gnmi::GetRequest const& request) {
   GetOrder order;
+  if (grpc::Status status = checkExtensions(request.extension(), CallKind::Get); !status.ok())
+    return Kstd::Err(status);
   if (!gnmi::Encoding_IsValid(request.encoding()) || !isEncodingSupported(request.encoding()))
     return Kstd::Err(grpc::Status(StatusCode::UNIMPLEMENTED,
                                   fmt::format("encoding {} is not supported: use JSON, JSON_IETF or PROTO",
@@ -60,13 +54,9 @@ GetOrder::OrError GetOrder::of(gnmi::GetRequest const& request) {
     return Kstd::Err(grpc::Status(StatusCode::INVALID_ARGUMENT, "unknown type of data"));
   order.encoding = request.encoding();
   order.type = request.type();
-  for (gnmi::ModelData const& model : request.use_models()) {
-    if (!isOffered(model))
-      return Kstd::Err(grpc::Status(StatusCode::UNIMPLEMENTED,
-                                    fmt::format("model '{}' {} is not supported", statusText(model.name()),
-                                                statusText(model.version()))));
-    order.modules.push_back(model.name());
-  }
+  auto modules = modulesOf(request.use_models());
+  if (!modules) return Kstd::Err(modules.error());
+  order.modules = std::move(*modules);
   for (gnmi::Path const& path : request.path()) {
     auto checked = RequestPath::of(request.prefix(), path);
     if (!checked) return Kstd::Err(checked.error());

@@ -1,10 +1,13 @@
 #include "agent/data/LeafValue.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <utility>
 
+#include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -51,8 +54,9 @@ std::optional<Number> numberIn(std::string_view text) {
 }
 
 LeafValue ofUnsigned(LeafInfo const& leaf, std::uint64_t number) {
-  if (number > maxOf(leaf.type))
-    return Kstd::Err(fmt::format("{} is out of the range 0..{}", number, maxOf(leaf.type)));
+  std::uint64_t const max = std::min(leaf.range.max, maxOf(leaf.type));
+  if (number < leaf.range.min || number > max)
+    return Kstd::Err(fmt::format("{} is out of the range {}..{}", number, leaf.range.min, max));
   TypedValue value;
   value.set_uint_val(number);
   return value;
@@ -70,6 +74,11 @@ LeafValue ofText(std::string_view text) {
   TypedValue value;
   value.set_string_val(text.data(), text.size());
   return value;
+}
+
+LeafValue ofText(LeafInfo const& leaf, std::string_view text) {
+  if (auto fault = textFault(leaf, text)) return Kstd::Err(std::move(*fault));
+  return ofText(text);
 }
 
 // The enumerator that a client means: by its name, or with its module in front. Identities whose names carry their module already
@@ -141,7 +150,7 @@ LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
   auto const kind = value.value_case();
   switch (leaf.type) {
   case LeafType::String:
-    if (kind == TypedValue::kStringVal) return ofText(value.string_val());
+    if (kind == TypedValue::kStringVal) return ofText(leaf, value.string_val());
     break;
   case LeafType::Boolean:
     if (kind == TypedValue::kBoolVal) return value;
@@ -191,7 +200,7 @@ LeafValue decimalOf(LeafInfo const& leaf, json const& value) {
 LeafValue scalarOf(LeafInfo const& leaf, json const& value) {
   switch (leaf.type) {
   case LeafType::String:
-    if (value.is_string()) return ofText(value.get_ref<std::string const&>());
+    if (value.is_string()) return ofText(leaf, value.get_ref<std::string const&>());
     break;
   case LeafType::Boolean:
     if (value.is_boolean()) {
@@ -217,9 +226,12 @@ LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
   member.isLeafList = false;
   TypedValue list;
   list.mutable_leaflist_val();
+  absl::flat_hash_set<std::string> known;
   for (auto const& element : elements) {
     LeafValue value = scalarOf(member, element);
     if (!value) return value;
+    if (leaf.isConfig && !known.insert(keyTextOf(*value)).second)
+      return Kstd::Err(fmt::format("{} is there twice", quotedText(keyTextOf(*value))));
     *list.mutable_leaflist_val()->add_element() = std::move(*value);
   }
   return list;
@@ -237,6 +249,10 @@ LeafValue leafValueOf(LeafInfo const& leaf, json const& value) {
   if (!leaf.isLeafList) return scalarOf(leaf, value);
   if (value.is_array()) return listOf(leaf, value);
   return Kstd::Err(fmt::format("expected an array; found {}", shown(value)));
+}
+
+std::optional<std::string> textFault(LeafInfo const& leaf, std::string_view text) {
+  return leaf.text == nullptr ? std::nullopt : leaf.text->faultOf(text);
 }
 
 LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {

@@ -2,6 +2,7 @@
 // typed scalars of the family of the type, enumerations as their names, leaf-lists. Pure: any thread.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,8 +21,11 @@ using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wro
 [[nodiscard]] LeafValue leafValueOf(LeafInfo const& leaf, gnmi::TypedValue const& value);
 // A JSON value, plain or by RFC 7951: 64-bit numbers and decimals may be strings, identities may carry their module.
 [[nodiscard]] LeafValue leafValueOf(LeafInfo const& leaf, nlohmann::json const& value);
-// A key from its text in a path.
+// A key from its text in a path. Which entries there may be is another question: the machine's own may have keys that no client could give.
 [[nodiscard]] LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text);
+
+// What is wrong with a text, such as a key's, as a value of the leaf, or none. The functions above ask it of values.
+[[nodiscard]] std::optional<std::string> textFault(LeafInfo const& leaf, std::string_view text);
 
 // The text that a value has as a key in a path; of a scalar in the form that the functions above make.
 [[nodiscard]] std::string keyTextOf(gnmi::TypedValue const& value);

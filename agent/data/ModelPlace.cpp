@@ -1,5 +1,7 @@
 #include "agent/data/ModelPlace.h"
 
+#include <algorithm>
+
 #include "Kel/Dir.h"
 #include "Ondra/KeyDecoder.h"
 #include "agent/data/PathStates.h"
@@ -23,6 +25,26 @@ Handle keyHandleOf(TypeNode const& list, std::string_view text) {
 Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key) {
   return parent && key && list.attr.genericIfExist(parent, key) ? list.attr.genericIfGet(parent, key)
                                                                 : nullptr;
+}
+
+Kel::KelAttr keyCopyOf(TypeNode const& container) {
+  for (TypeNode const& child : container.children()) {
+    if (child.leaf() != nullptr && child.leaf()->isKeyCopy) return child.attr;
+  }
+  return {};
+}
+
+bool isEntryConfig(TypeNode const& child) {
+  return child.attr && !child.isList() && child.isObject() && child.attr.isRemovable() && keyCopyOf(child);
+}
+
+bool isOfMachine(TypeNode const& list, Handle const& entry) {
+  auto const state = list.child("state");
+  Handle const object = state ? containerOf(*state, entry) : nullptr;
+  if (!object) return false;
+  return std::ranges::any_of(state->children(), [&object](TypeNode const& child) {
+    return child.leaf() != nullptr && !child.leaf()->isKeyCopy && child.attr.genericIfExist(object);
+  });
 }
 
 bool isContainerThere(RequestPath const& path) {

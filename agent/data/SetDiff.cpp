@@ -1,5 +1,7 @@
 #include "agent/data/SetDiff.h"
 
+#include <utility>
+
 #include "agent/data/LeafValue.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/model/Tree.h"
@@ -79,11 +81,24 @@ void SetDiff::below(PlanNode const* node, TypeNode const& type, Handle const& ob
 void SetDiff::container(PlanNode const* node, TypeNode const& type, Handle const& parent, bool isCleared) {
   Handle const object = containerOf(type, parent);
   if (!object && node == nullptr) return;
+  bool const isNamed = node != nullptr && node->isNamed;
+  if (isCleared && isStateKept_ && !isNamed && isEntryConfig(type)) {
+    if (!object) return;
+    enter(type);
+    *removals.add_delete_() = path_;
+    leave();
+    if (interface_ != nullptr) interfaces.insert(*interface_);
+    return;
+  }
   bool const isValue = type.attr && !type.attr.isInstantiating();
   std::size_t const undoBefore = undo.size();
   int const writesBefore = writes.update_size();
   enter(type);
   if (parent && (isValue || !object)) remember(parent, type.attr, nullptr);
+  if (parent && !object && isNamed && isEntryConfig(type)) {
+    writeKey(keyCopyOf(type), node->nearestKey()); // which makes it, whatever else is written
+    if (interface_ != nullptr) interfaces.insert(*interface_);
+  }
   valuesEntered_ += isValue ? 1 : 0;
   below(node, type, object, isCleared);
   valuesEntered_ -= isValue ? 1 : 0;
@@ -114,25 +129,29 @@ void SetDiff::entry(PlanNode const* node, TypeNode const& list, std::string_view
   std::string const name(keyText);
   if (isInterface) interface_ = &name;
   enter(list, keyText);
-  bool const isGone =
-      (isCleared || (node != nullptr && node->isCleared)) && !isNamed && list.isWritableList();
-  if (isGone) {
+  bool const isHit = (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList();
+  bool const wasStateKept = std::exchange(isStateKept_, isHit && isOfMachine(list, object));
+  if (isHit && !isNamed && !isStateKept_) {
     *removals.add_delete_() = path_;
+    if (interface_ != nullptr) interfaces.insert(*interface_);
   } else {
     bool const isValue = !list.attr.isInstantiating();
     if (parent && (isValue || !object)) remember(parent, list.attr, key);
-    if (!object) { // its key alone makes it
-      gnmi::Update& update = *writes.add_update();
-      *update.mutable_path() = path_;
-      update.mutable_path()->add_elem()->set_name(list.key().name().str());
-      if (auto value = keyValueOf(*leafInfo(list.key()), keyText)) *update.mutable_val() = std::move(*value);
-    }
+    if (!object) writeKey(list.key(), keyText); // which makes it
     valuesEntered_ += isValue ? 1 : 0;
     below(node, list, object, isCleared);
     valuesEntered_ -= isValue ? 1 : 0;
   }
+  isStateKept_ = wasStateKept;
   leave();
   if (isInterface) interface_ = nullptr;
+}
+
+void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {
+  gnmi::Update& update = *writes.add_update();
+  *update.mutable_path() = path_;
+  update.mutable_path()->add_elem()->set_name(key.name().str());
+  if (auto value = keyValueOf(*leafInfo(key), text)) *update.mutable_val() = std::move(*value);
 }
 
 void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared) {

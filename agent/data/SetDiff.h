@@ -5,6 +5,8 @@
 // 1. No path is in two of the requests, and none below another of `removals`: the order in which they are carried out does not matter.
 // 2. `removals` come last: everything before them can be taken back by writing values, an entry that is gone cannot. They are of entities
 //    alone, which no model can refuse to let go once the library has checked the request.
+// 4. An entry that the machine has stays when it is removed: what is configured of it goes, and its container of configuration with that,
+//    unless the plan names this.
 // 3. `undo`, gone through backwards, restores what `resets` and `writes` change.
 #pragma once
 
@@ -51,6 +53,8 @@ private:
   void entry(PlanNode const* node, TypeNode const& list, std::string_view keyText, Handle const& key,
              Handle const& parent, bool isCleared);
   void leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared);
+  // An update of a key or its copy, which makes what it stands in.
+  void writeKey(Kel::KelAttr key, std::string_view text);
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.
   void remember(Handle const& object, Kel::KelAttr attr, Handle const& key);
   void enter(TypeNode const& type, std::string_view keyText = {});
@@ -59,6 +63,7 @@ private:
   gnmi::Path path_;
   std::size_t valuesEntered_ = 0; // containers that are values, around the place
   std::string const* interface_ = nullptr;
+  bool isStateKept_ = false; // the entry around the place is cleared, and the machine has it
 };
 
 } // namespace Agent

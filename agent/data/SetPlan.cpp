@@ -8,6 +8,8 @@
 #include "agent/data/JsonText.h"
 #include "agent/data/LeafValue.h"
 #include "agent/data/PathStates.h"
+#include "agent/paths/Pattern.h"
+#include "agent/paths/RequestParts.h"
 
 namespace Agent {
 
@@ -42,9 +44,8 @@ std::string PlanNode::path() const {
 }
 
 void PlanNode::isNamedIs() {
-  for (PlanNode* node = this; node != nullptr && !(node->type.isList() && node->isNamed);
-       node = node->parent_)
-    node->isNamed = node->type.isList();
+  for (PlanNode* node = this; node != nullptr && !node->isNamed; node = node->parent_)
+    node->isNamed = true;
 }
 
 std::string_view PlanNode::nearestKey() const {
@@ -71,6 +72,14 @@ grpc::Status notFound(std::string_view path, std::string_view what) {
 }
 
 using Status = grpc::Status;
+// Of a name that the types do not know.
+grpc::Status unknown(std::string_view path, TypeNode const& above, std::string_view name) {
+  if (above.isPublished(name))
+    return refusal(grpc::StatusCode::UNIMPLEMENTED, path,
+                   fmt::format("'{}' is not offered here", statusText(name)));
+  return notFound(path, fmt::format("'{}' is not known here", statusText(name)));
+}
+
 constexpr std::string_view kState = "is state and cannot be set";
 
 Status writeJson(PlanNode& node, json const& value);
@@ -133,10 +142,15 @@ Status writeEntries(PlanNode& parent, TypeNode const& list, json const& entries)
 Status writeJson(PlanNode& node, json const& value) {
   if (node.type.leaf() != nullptr) return writeLeaf(node, value);
   if (!value.is_object()) return invalid(node.path(), "expected an object");
+  node.isNamedIs();
   absl::flat_hash_set<std::string_view> seen;
   for (auto const& [name, member] : value.items()) {
     auto const child = node.type.child(name);
-    if (!child) return invalid(node.path(), fmt::format("unknown member '{}'", statusText(name)));
+    if (!child) {
+      return node.type.isPublished(name)
+                 ? unknown(node.path(), node.type, name)
+                 : invalid(node.path(), fmt::format("unknown member '{}'", statusText(name)));
+    }
     if (!seen.insert(child->name).second)
       return invalid(node.path(), fmt::format("member '{}' is there twice", child->name));
     Status status =
@@ -155,11 +169,13 @@ Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path)
     if (elem.name == "*" || elem.name == "...")
       return Kstd::Err(invalid(path.text(), "no wildcards where something is written"));
     auto const child = node->type.child(elem.name);
-    if (!child) return Kstd::Err(notFound(path.text(), fmt::format("'{}' is not known here", elem.name)));
+    if (!child) return Kstd::Err(unknown(path.text(), node->type, elem.name));
     auto const key = keyOf(elem, *child);
     if (!key) return Kstd::Err(invalid(path.text(), key.error()));
     if (child->isList() && !*key)
       return Kstd::Err(invalid(path.text(), fmt::format("'{}' needs its key", elem.name)));
+    if (auto const fault = *key ? textFault(*leafInfo(child->key()), **key) : std::nullopt)
+      return Kstd::Err(invalid(path.text(), *fault));
     node = &node->childIs(*child, key->value_or(std::string()));
   }
   if (!hasWritable(node->type) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
@@ -167,7 +183,7 @@ Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path)
   return node;
 }
 
-Status write(PlanNode& node, gnmi::Update const& update) {
+Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
   TypedValue const& value = update.val();
   switch (value.value_case()) {
   case TypedValue::VALUE_NOT_SET: return invalid(node.path(), "there is no value");
@@ -182,7 +198,10 @@ Status write(PlanNode& node, gnmi::Update const& update) {
     return invalid(node.path(), "a container is given as JSON");
   }
   auto const parsed = jsonOf(value.has_json_val() ? value.json_val() : value.json_ietf_val());
-  return parsed ? writeJson(node, *parsed) : invalid(node.path(), parsed.error());
+  if (!parsed) return invalid(node.path(), parsed.error());
+  if (isReplace && node.type.isList() && parsed->is_object() && parsed->empty())
+    return invalid(node.path(), "an entry cannot be replaced by an empty object");
+  return writeJson(node, *parsed);
 }
 
 Status applyUpdate(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& update, bool isReplace) {
@@ -191,14 +210,11 @@ Status applyUpdate(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& 
   auto const place = placeOf(plan.root, *path);
   if (!place) return place.error();
   PlanNode& node = **place;
-  if (node.type.leaf() == nullptr) {
-    if (isReplace) {
-      node.childrenDelAll();
-      node.isCleared = true;
-    }
-    node.isNamedIs();
+  if (node.type.leaf() == nullptr && isReplace) {
+    node.childrenDelAll();
+    node.isCleared = true;
   }
-  return write(node, update);
+  return write(node, update, isReplace);
 }
 
 // What a delete's path means among the types.
@@ -236,25 +252,22 @@ Status applyDelete(SetPlan& plan, gnmi::Path const& prefix, gnmi::Path const& de
   }
   Meaning meaning;
   findMeaning(TypeNode::root(), PathStates(*path), meaning);
-  if (!meaning.isKnown) return notFound(path->text(), "nothing is known under this path");
+  if (!meaning.isKnown) {
+    auto const pattern = Pattern::of(*path);
+    bool const isPublished = !pattern.ok() && pattern.error().error_code() == grpc::StatusCode::UNIMPLEMENTED;
+    return isPublished ? refusal(grpc::StatusCode::UNIMPLEMENTED, path->text(), "is not offered here")
+                       : notFound(path->text(), "nothing is known under this path");
+  }
   if (!meaning.canGo) return invalid(path->text(), "is state, or a key, and cannot be deleted");
   plan.deletes.push_back(std::move(*path));
-  return Status::OK;
-}
-
-Status checkExtensions(gnmi::SetRequest const& request) {
-  for (gnmi_ext::Extension const& extension : request.extension()) {
-    // Whoever asks for these counts on them; others may be left aside.
-    if (extension.has_commit() || extension.has_master_arbitration())
-      return {grpc::StatusCode::UNIMPLEMENTED, "this agent does not offer the extension that is asked for"};
-  }
   return Status::OK;
 }
 
 } // namespace
 
 SetPlan::OrError setPlanOf(gnmi::SetRequest const& request) {
-  if (Status status = checkExtensions(request); !status.ok()) return Kstd::Err(status);
+  if (Status status = checkExtensions(request.extension(), CallKind::Set); !status.ok())
+    return Kstd::Err(status);
   if (request.union_replace_size() != 0)
     return Kstd::Err(Status(grpc::StatusCode::UNIMPLEMENTED, "union_replace is not offered"));
   auto plan = std::make_unique<SetPlan>();

@@ -6,7 +6,7 @@
 //    any order gives what the operations would have given one after the other.
 // 2. Deletes come before everything else in a request. So a delete need not look at what is written: it only marks places as cleared,
 //    and what is written below such a place stays.
-// 3. Entries that are to be there afterwards are marked `isNamed`, and so are all entries above them.
+// 3. What is to be there afterwards is marked `isNamed`, and so is everything above it.
 #pragma once
 
 #include <memory>
@@ -43,7 +43,7 @@ public:
 
   // "/interfaces/interface[name=lo]"; "/" for the root.
   [[nodiscard]] std::string path() const;
-  // Marks this entry and those above it as named.
+  // Marks this place and those above it as named.
   void isNamedIs();
   // The text of the key that a leaf below repeats: of the nearest entry. Empty when there is none.
   [[nodiscard]] std::string_view nearestKey() const;
@@ -51,7 +51,7 @@ public:
   TypeNode const type;
   std::string const key;  // of a list entry, in the model's own spelling
   bool isCleared = false; // what can be written at and below goes, but for what the plan writes there
-  bool isNamed = false;   // an entry: it is to be there
+  bool isNamed = false;   // it is written, or on the way to what is: it is to be there
   std::optional<gnmi::TypedValue> value; // of a leaf
 
 private:

@@ -19,7 +19,7 @@ void declareComponents() {
       .done();
   eventShape<ComponentState>("ComponentState", kPlatformModule)
       .keyCopy("name", &ComponentState::name)
-      .leaf("type", &ComponentState::type).identity(kPlatformTypesModule)
+      .leaf("type", &ComponentState::type).identity(kPlatformTypesModule).isUnion()
       .leaf("description", &ComponentState::description)
       .leaf("mfg-name", &ComponentState::mfgName)
       .leaf("hardware-version", &ComponentState::hardwareVersion)

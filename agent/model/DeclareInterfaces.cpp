@@ -52,17 +52,17 @@ void declareInterfaces() {
       .container("state", &HoldTime::state)
       .done();
   configShape<EthernetConfig>("EthernetConfig", kEthernetModule)
-      .leaf("mac-address", &EthernetConfig::macAddress)
+      .leaf("mac-address", &EthernetConfig::macAddress).text(macAddress())
       .leaf("auto-negotiate", &EthernetConfig::autoNegotiate)
       .leaf("duplex-mode", &EthernetConfig::duplexMode)
       .leaf("port-speed", &EthernetConfig::portSpeed).identity(kEthernetModule)
       .done();
   eventShape<EthernetState>("EthernetState", kEthernetModule)
-      .leaf("mac-address", &EthernetState::macAddress)
+      .leaf("mac-address", &EthernetState::macAddress).text(macAddress())
       .leaf("auto-negotiate", &EthernetState::autoNegotiate)
       .leaf("duplex-mode", &EthernetState::duplexMode)
       .leaf("port-speed", &EthernetState::portSpeed).identity(kEthernetModule)
-      .leaf("hw-mac-address", &EthernetState::hwMacAddress)
+      .leaf("hw-mac-address", &EthernetState::hwMacAddress).text(macAddress())
       .leaf("negotiated-duplex-mode", &EthernetState::negotiatedDuplexMode)
       .leaf("negotiated-port-speed", &EthernetState::negotiatedPortSpeed).identity(kEthernetModule)
       .done();
@@ -72,7 +72,7 @@ void declareInterfaces() {
       .done();
   configShape<Interface>("Interface", kInterfacesModule)
       .key("name", &Interface::name)
-      .container("config", &Interface::config)
+      .presence("config", &Interface::config)
       .container("state", &Interface::state)
       .container("hold-time", &Interface::holdTime)
       .container("subinterfaces", &Interface::subinterfaces)

@@ -9,34 +9,34 @@ namespace {
 // clang-format off
 void declareAddresses() {
   configShape<AddressConfig>("Ipv4AddressConfig", kIpModule)
-      .keyCopy("ip", &AddressConfig::ip, &AddressConfig::ipIs)
-      .leaf("prefix-length", &AddressConfig::prefixLength)
+      .keyCopy("ip", &AddressConfig::ip, &AddressConfig::ipIs).text(ipv4Address())
+      .leaf("prefix-length", &AddressConfig::prefixLength).range(0, 32)
       .done();
   eventShape<Ipv4AddressState>("Ipv4AddressState", kIpModule)
-      .keyCopy("ip", &Ipv4AddressState::ip)
-      .leaf("prefix-length", &Ipv4AddressState::prefixLength)
+      .keyCopy("ip", &Ipv4AddressState::ip).text(ipv4Address())
+      .leaf("prefix-length", &Ipv4AddressState::prefixLength).range(0, 32)
       .leaf("origin", &Ipv4AddressState::origin)
       .done();
   configShape<Ipv4Address>("Ipv4Address", kIpModule)
-      .key("ip", &Ipv4Address::ip)
-      .container("config", &Ipv4Address::config)
+      .key("ip", &Ipv4Address::ip).text(ipv4Address())
+      .presence("config", &Ipv4Address::config)
       .container("state", &Ipv4Address::state)
       .done();
   configShape<Ipv6AddressConfig>("Ipv6AddressConfig", kIpModule)
-      .keyCopy("ip", &Ipv6AddressConfig::ip, &Ipv6AddressConfig::ipIs)
-      .leaf("prefix-length", &Ipv6AddressConfig::prefixLength)
+      .keyCopy("ip", &Ipv6AddressConfig::ip, &Ipv6AddressConfig::ipIs).text(ipv6Address())
+      .leaf("prefix-length", &Ipv6AddressConfig::prefixLength).range(0, 128)
       .leaf("type", &Ipv6AddressConfig::type, &Ipv6AddressConfig::typeIs)
       .done();
   eventShape<Ipv6AddressState>("Ipv6AddressState", kIpModule)
-      .keyCopy("ip", &Ipv6AddressState::ip)
-      .leaf("prefix-length", &Ipv6AddressState::prefixLength)
+      .keyCopy("ip", &Ipv6AddressState::ip).text(ipv6Address())
+      .leaf("prefix-length", &Ipv6AddressState::prefixLength).range(0, 128)
       .leaf("type", &Ipv6AddressState::type)
       .leaf("origin", &Ipv6AddressState::origin)
       .leaf("status", &Ipv6AddressState::status)
       .done();
   configShape<Ipv6Address>("Ipv6Address", kIpModule)
-      .key("ip", &Ipv6Address::ip)
-      .container("config", &Ipv6Address::config)
+      .key("ip", &Ipv6Address::ip).text(ipv6Address())
+      .presence("config", &Ipv6Address::config)
       .container("state", &Ipv6Address::state)
       .done();
   configShape<Ipv4Addresses>("Ipv4Addresses", kIpModule)
@@ -49,23 +49,23 @@ void declareAddresses() {
 
 void declareNeighbors() {
   eventShape<Ipv4NeighborState>("Ipv4NeighborState", kIpModule)
-      .keyCopy("ip", &Ipv4NeighborState::ip)
-      .leaf("link-layer-address", &Ipv4NeighborState::linkLayerAddress)
+      .keyCopy("ip", &Ipv4NeighborState::ip).text(ipv4Address())
+      .leaf("link-layer-address", &Ipv4NeighborState::linkLayerAddress).text(physAddress())
       .leaf("origin", &Ipv4NeighborState::origin)
       .done();
   eventShape<Ipv4Neighbor>("Ipv4Neighbor", kIpModule)
-      .key("ip", &Ipv4Neighbor::ip)
+      .key("ip", &Ipv4Neighbor::ip).text(ipv4Address())
       .container("state", &Ipv4Neighbor::state)
       .done();
   eventShape<Ipv6NeighborState>("Ipv6NeighborState", kIpModule)
-      .keyCopy("ip", &Ipv6NeighborState::ip)
-      .leaf("link-layer-address", &Ipv6NeighborState::linkLayerAddress)
+      .keyCopy("ip", &Ipv6NeighborState::ip).text(ipv6Address())
+      .leaf("link-layer-address", &Ipv6NeighborState::linkLayerAddress).text(physAddress())
       .leaf("origin", &Ipv6NeighborState::origin)
       .leaf("is-router", &Ipv6NeighborState::isRouter)
       .leaf("neighbor-state", &Ipv6NeighborState::neighborState)
       .done();
   eventShape<Ipv6Neighbor>("Ipv6Neighbor", kIpModule)
-      .key("ip", &Ipv6Neighbor::ip)
+      .key("ip", &Ipv6Neighbor::ip).text(ipv6Address())
       .container("state", &Ipv6Neighbor::state)
       .done();
   eventShape<Ipv4Neighbors>("Ipv4Neighbors", kIpModule)
@@ -79,19 +79,19 @@ void declareNeighbors() {
 void declareProtocols() {
   configShape<IpConfig>("Ipv4Config", kIpModule)
       .leaf("enabled", &IpConfig::enabled)
-      .leaf("mtu", &IpConfig::mtu)
+      .leaf("mtu", &IpConfig::mtu).range(68, UINT16_MAX)
       .done();
   configShape<Ipv6Config>("Ipv6Config", kIpModule)
       .leaf("enabled", &Ipv6Config::enabled, &Ipv6Config::enabledIs)
-      .leaf("mtu", &Ipv6Config::mtu)
+      .leaf("mtu", &Ipv6Config::mtu).range(1280, UINT32_MAX)
       .done();
   eventShape<IpState>("Ipv4State", kIpModule)
       .leaf("enabled", &IpState::enabled)
-      .leaf("mtu", &IpState::mtu)
+      .leaf("mtu", &IpState::mtu).range(68, UINT16_MAX)
       .done();
   eventShape<Ipv6State>("Ipv6State", kIpModule)
       .leaf("enabled", &Ipv6State::enabled)
-      .leaf("mtu", &Ipv6State::mtu)
+      .leaf("mtu", &Ipv6State::mtu).range(1280, UINT32_MAX)
       .done();
   configShape<Ipv4>("Ipv4", kIpModule)
       .container("config", &Ipv4::config)
@@ -143,7 +143,7 @@ void declareSubinterface() {
       .done();
   configShape<Subinterface>("Subinterface", kInterfacesModule)
       .key("index", &Subinterface::index)
-      .container("config", &Subinterface::config)
+      .presence("config", &Subinterface::config)
       .container("state", &Subinterface::state)
       .container("ipv4", &Subinterface::ipv4).module(kIpModule)
       .container("ipv6", &Subinterface::ipv6).module(kIpModule)

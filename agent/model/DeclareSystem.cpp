@@ -9,10 +9,10 @@ namespace {
 // clang-format off
 void declareCpus() {
   sampledShape<PercentStats>("PercentStats", kSystemModule)
-      .leaf("instant", &PercentStats::instant)
-      .leaf("avg", &PercentStats::avg)
-      .leaf("min", &PercentStats::min)
-      .leaf("max", &PercentStats::max)
+      .leaf("instant", &PercentStats::instant).range(0, 100)
+      .leaf("avg", &PercentStats::avg).range(0, 100)
+      .leaf("min", &PercentStats::min).range(0, 100)
+      .leaf("max", &PercentStats::max).range(0, 100)
       .leaf("interval", &PercentStats::interval)
       .leaf("min-time", &PercentStats::minTime)
       .leaf("max-time", &PercentStats::maxTime)
@@ -28,7 +28,7 @@ void declareCpus() {
       .container("hardware-interrupt", &CpuState::hardwareInterrupt)
       .container("software-interrupt", &CpuState::softwareInterrupt)
       .done();
-  eventShape<Cpu>("Cpu", kSystemModule).key("index", &Cpu::index).container("state", &Cpu::state).done();
+  eventShape<Cpu>("Cpu", kSystemModule).key("index", &Cpu::index).isUnion().container("state", &Cpu::state).done();
   eventShape<Cpus>("Cpus", kSystemModule).list("cpu", &Cpus::cpu, "index").done();
 }
 
@@ -51,9 +51,9 @@ void declareProcesses() {
       .leaf("start-time", &ProcessState::startTime)
       .leaf("cpu-usage-user", &ProcessState::cpuUsageUser).sampled()
       .leaf("cpu-usage-system", &ProcessState::cpuUsageSystem).sampled()
-      .leaf("cpu-utilization", &ProcessState::cpuUtilization).sampled()
+      .leaf("cpu-utilization", &ProcessState::cpuUtilization).range(0, 100).sampled()
       .leaf("memory-usage", &ProcessState::memoryUsage).sampled()
-      .leaf("memory-utilization", &ProcessState::memoryUtilization).sampled()
+      .leaf("memory-utilization", &ProcessState::memoryUtilization).range(0, 100).sampled()
       .done();
   eventShape<Process>("Process", kSystemModule)
       .key("pid", &Process::pid)
@@ -68,7 +68,7 @@ void declareMountPoints() {
       .leaf("size", &MountPointState::size)
       .leaf("available", &MountPointState::available).sampled()
       .leaf("utilized", &MountPointState::utilized).sampled()
-      .leaf("type", &MountPointState::type).identity(kSystemModule)
+      .leaf("type", &MountPointState::type).identity(kFilesystemTypesModule)
       .done();
   eventShape<MountPoint>("MountPoint", kSystemModule)
       .key("name", &MountPoint::name)
@@ -80,19 +80,23 @@ void declareMountPoints() {
 }
 
 void declareDns() {
-  configShape<DnsConfig>("DnsConfig", kSystemModule).leafList("search", &DnsConfig::search).done();
-  eventShape<DnsState>("DnsState", kSystemModule).leafList("search", &DnsState::search).done();
+  configShape<DnsConfig>("DnsConfig", kSystemModule)
+      .leafList("search", &DnsConfig::search).text(domainName())
+      .done();
+  eventShape<DnsState>("DnsState", kSystemModule)
+      .leafList("search", &DnsState::search).text(domainName())
+      .done();
   configShape<DnsServerConfig>("DnsServerConfig", kSystemModule)
-      .keyCopy("address", &DnsServerConfig::address, &DnsServerConfig::addressIs)
+      .keyCopy("address", &DnsServerConfig::address, &DnsServerConfig::addressIs).isUnion().text(ipAddress())
       .leaf("port", &DnsServerConfig::port, &DnsServerConfig::portIs)
       .done();
   eventShape<DnsServerState>("DnsServerState", kSystemModule)
-      .keyCopy("address", &DnsServerState::address)
+      .keyCopy("address", &DnsServerState::address).isUnion().text(ipAddress())
       .leaf("port", &DnsServerState::port)
       .done();
   configShape<DnsServer>("DnsServer", kSystemModule)
-      .key("address", &DnsServer::address)
-      .container("config", &DnsServer::config)
+      .key("address", &DnsServer::address).isUnion().text(ipAddress())
+      .presence("config", &DnsServer::config)
       .container("state", &DnsServer::state)
       .done();
   configShape<DnsServers>("DnsServers", kSystemModule).list("server", &DnsServers::server, "address").done();
@@ -106,11 +110,11 @@ void declareDns() {
 void declareGrpcServers() {
   eventShape<GrpcServerState>("GrpcServerState", kGrpcModule)
       .keyCopy("name", &GrpcServerState::name)
-      .leafList("services", &GrpcServerState::services)
+      .leafList("services", &GrpcServerState::services).identity(kGrpcModule)
       .leaf("enable", &GrpcServerState::enable)
       .leaf("port", &GrpcServerState::port)
       .leaf("transport-security", &GrpcServerState::transportSecurity)
-      .leafList("listen-addresses", &GrpcServerState::listenAddresses)
+      .leafList("listen-addresses", &GrpcServerState::listenAddresses).isUnion().text(listenAddress())
       .done();
   eventShape<GrpcServer>("GrpcServer", kGrpcModule)
       .key("name", &GrpcServer::name)
@@ -123,17 +127,17 @@ void declareGrpcServers() {
 
 void declareSystemItself() {
   configShape<SystemConfig>("SystemConfig", kSystemModule)
-      .leaf("hostname", &SystemConfig::hostname)
-      .leaf("domain-name", &SystemConfig::domainName)
+      .leaf("hostname", &SystemConfig::hostname).text(domainName())
+      .leaf("domain-name", &SystemConfig::domainName).text(domainName())
       .leaf("login-banner", &SystemConfig::loginBanner)
       .leaf("motd-banner", &SystemConfig::motdBanner)
       .done();
   eventShape<SystemState>("SystemState", kSystemModule)
-      .leaf("hostname", &SystemState::hostname)
-      .leaf("domain-name", &SystemState::domainName)
+      .leaf("hostname", &SystemState::hostname).text(domainName())
+      .leaf("domain-name", &SystemState::domainName).text(domainName())
       .leaf("login-banner", &SystemState::loginBanner)
       .leaf("motd-banner", &SystemState::motdBanner)
-      .leaf("current-datetime", &SystemState::currentDatetime).sampled()
+      .leaf("current-datetime", &SystemState::currentDatetime).text(dateAndTime()).sampled()
       .leaf("up-time", &SystemState::upTime).sampled()
       .leaf("boot-time", &SystemState::bootTime)
       .leaf("last-configuration-timestamp", &SystemState::lastConfigurationTimestamp)

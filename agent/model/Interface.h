@@ -12,6 +12,7 @@ namespace Agent {
 
 class InterfaceConfig final : public Node<InterfaceConfig> {
 public:
+  void handleParent() override;
   // Always the key of its list entry, whatever a writer says.
   void nameIs(Kel::String const&) {}
   // Without value it is true.
@@ -100,8 +101,8 @@ class Interface final : public Node<Interface> {
 public:
   void handleParent() override;
 
-  Kel::String name; // the key
-  Kel::Ptr<InterfaceConfig> config;
+  Kel::String name;                 // the key
+  Kel::Ptr<InterfaceConfig> config; // null once its configuration was deleted
   Kel::Ptr<InterfaceState> state;
   Kel::Ptr<HoldTime> holdTime;
   Kel::Ptr<Subinterfaces> subinterfaces;

@@ -1,6 +1,7 @@
 #include "agent/model/Schema.h"
 
 #include <absl/container/flat_hash_map.h>
+#include <fmt/format.h>
 
 #include <array>
 
@@ -64,9 +65,16 @@ std::string_view nodeModule(Kel::KelAttr attr) {
 std::string leafTypeText(LeafInfo const& leaf) {
   static constexpr std::array kTexts = {"string", "boolean",   "uint8",       "uint16",      "uint32",
                                         "uint64", "decimal64", "enumeration", "identityref", "union"};
-  std::string text = kTexts[static_cast<std::size_t>(leaf.type)];
+  std::string text = leaf.isUnion ? "union" : kTexts[static_cast<std::size_t>(leaf.type)];
   if (leaf.isLeafList) text += '*';
   return text;
+}
+
+std::string leafRuleText(LeafInfo const& leaf) {
+  if (leaf.text != nullptr) return std::string(leaf.text->name);
+  bool const hasMax = leaf.range.max != UINT64_MAX;
+  if (leaf.range.min == 0 && !hasMax) return {};
+  return hasMax ? fmt::format("{}..{}", leaf.range.min, leaf.range.max) : fmt::format("{}..", leaf.range.min);
 }
 
 } // namespace Agent

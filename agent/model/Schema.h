@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Kel/Attr.h"
+#include "agent/model/TextRules.h"
 
 namespace Agent {
 
@@ -25,6 +26,12 @@ enum class LeafType : std::uint8_t {
   Union,       // held as a union of the model; its active alternative decides
 };
 
+// Of numbers.
+struct LeafRange {
+  std::uint64_t min = 0;
+  std::uint64_t max = UINT64_MAX;
+};
+
 struct LeafInfo {
   LeafType type = LeafType::String;
   bool isConfig = false;  // else state
@@ -32,8 +39,11 @@ struct LeafInfo {
   bool isKeyCopy =
       false; // repeats the key of its list entry; a request that says otherwise contradicts itself
   bool isLeafList = false; // `type` is that of its members
+  bool isUnion = false;    // published as a union, whose alternatives are all written like `type`
   std::string_view
-      identityModule; // of the names of an identity or of a union's names; empty when they need no prefix
+      identityModule;   // of the names of an identity or of a union's names; empty when they need no prefix
+  LeafRange range = {}; // that a number is held to beside its type's
+  TextRules const* text = nullptr;    // that a text is held to; null: to nothing
   Kel::KelType held = Kel::KelType(); // the model's own type of the value, or of a leaf-list's members
 };
 
@@ -45,6 +55,8 @@ struct LeafInfo {
 
 // The published type as text, "uint64", "enumeration", "string*" for a leaf-list: for people.
 [[nodiscard]] std::string leafTypeText(LeafInfo const& leaf);
+// What its values are held to beyond that, "0..32", "domain-name"; empty for nothing.
+[[nodiscard]] std::string leafRuleText(LeafInfo const& leaf);
 
 namespace Impl {
 struct NodeRecord {

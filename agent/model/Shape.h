@@ -102,6 +102,21 @@ public:
     leaf.identityModule = module;
     return *this;
   }
+  // Its numbers lie there.
+  Shape& range(std::uint64_t min, std::uint64_t max = UINT64_MAX) {
+    nodes_.back().leaf.range = {min, max};
+    return *this;
+  }
+  // It is published as a union of types that are all written as its own.
+  Shape& isUnion() {
+    nodes_.back().leaf.isUnion = true;
+    return *this;
+  }
+  // Its texts are such ones.
+  Shape& text(TextRules const& rules) {
+    nodes_.back().leaf.text = &rules;
+    return *this;
+  }
   Shape& sampled() {
     nodes_.back().leaf.isSampled = true;
     return *this;

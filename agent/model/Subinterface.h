@@ -32,6 +32,7 @@ public:
 // --- addresses -----------------------------------------------------------------------------------------------
 class AddressConfig final : public Node<AddressConfig> {
 public:
+  void handleParent() override;
   void ipIs(Kel::String const&) {} // always the key of its list entry
 
   Kel::String ip;
@@ -47,12 +48,13 @@ class Ipv4Address final : public Node<Ipv4Address> {
 public:
   void handleParent() override;
 
-  Kel::String ip; // the key
-  Kel::Ptr<AddressConfig> config;
+  Kel::String ip;                 // the key
+  Kel::Ptr<AddressConfig> config; // null once its configuration was deleted
   Kel::Ptr<Ipv4AddressState> state;
 };
 class Ipv6AddressConfig final : public Node<Ipv6AddressConfig> {
 public:
+  void handleParent() override;
   void ipIs(Kel::String const&) {}
   // Without value it is a global unicast address.
   void typeIs(std::optional<Ipv6AddressType> const& kind) {
@@ -75,8 +77,8 @@ class Ipv6Address final : public Node<Ipv6Address> {
 public:
   void handleParent() override;
 
-  Kel::String ip; // the key
-  Kel::Ptr<Ipv6AddressConfig> config;
+  Kel::String ip;                     // the key
+  Kel::Ptr<Ipv6AddressConfig> config; // null once its configuration was deleted
   Kel::Ptr<Ipv6AddressState> state;
 };
 class Ipv4Addresses final : public Node<Ipv4Addresses> {
@@ -172,6 +174,7 @@ public:
 // --- the subinterface --------------------------------------------------------------------------------------------
 class SubinterfaceConfig final : public Node<SubinterfaceConfig> {
 public:
+  void handleParent() override;
   void indexIs(std::uint32_t) {} // always the key of its list entry
   void enabledIs(std::optional<bool> const& on) { leafIs(&SubinterfaceConfig::enabled, on.value_or(true)); }
 
@@ -195,8 +198,8 @@ class Subinterface final : public Node<Subinterface> {
 public:
   void handleParent() override;
 
-  std::uint32_t index = 0; // the key
-  Kel::Ptr<SubinterfaceConfig> config;
+  std::uint32_t index = 0;             // the key
+  Kel::Ptr<SubinterfaceConfig> config; // null once its configuration was deleted
   Kel::Ptr<SubinterfaceState> state;
   Kel::Ptr<Ipv4> ipv4;
   Kel::Ptr<Ipv6> ipv6;

@@ -142,6 +142,7 @@ public:
 };
 class DnsServerConfig final : public Node<DnsServerConfig> {
 public:
+  void handleParent() override;
   void addressIs(Kel::String const&) {} // always the key of its list entry
   // Without value it is 53.
   void portIs(std::optional<std::uint16_t> const& number) {
@@ -160,8 +161,8 @@ class DnsServer final : public Node<DnsServer> {
 public:
   void handleParent() override;
 
-  Kel::String address; // the key
-  Kel::Ptr<DnsServerConfig> config;
+  Kel::String address;              // the key
+  Kel::Ptr<DnsServerConfig> config; // null once its configuration was deleted
   Kel::Ptr<DnsServerState> state;
 };
 class DnsServers final : public Node<DnsServers> {
@@ -181,7 +182,7 @@ public:
 class GrpcServerState final : public Node<GrpcServerState> {
 public:
   Kel::String name;
-  std::vector<Kel::String> services; // identities of "openconfig-system-grpc", such as GNMI
+  std::vector<GrpcService> services;
   std::optional<bool> enable;
   std::optional<std::uint16_t> port;
   std::optional<bool> transportSecurity;

@@ -16,6 +16,13 @@ Kel::Ptr<E> entityIn(Kel::Dir& dir, std::string_view name) {
   return made;
 }
 
+// Of a container in the entry `Entry`.
+template <class Entry, class Container, class M>
+void keyCopyIs(Container& container, M Container::*copy, M Entry::*key) {
+  if (auto const* const entry = static_cast<Entry const*>(container.parent()))
+    container.leafIs(copy, entry->*key);
+}
+
 std::vector<TopLevel>& declaredTops() {
   declareTypes();
   static auto* const all = new std::vector<TopLevel>{
@@ -30,6 +37,20 @@ std::vector<TopLevel>& declaredTops() {
 
 // --- fixed containers and key copies: made when an entry gets its place in the tree -----------------------
 
+void InterfaceConfig::handleParent() {
+  keyCopyIs<Interface>(*this, &InterfaceConfig::name, &Interface::name);
+}
+void SubinterfaceConfig::handleParent() {
+  keyCopyIs<Subinterface>(*this, &SubinterfaceConfig::index, &Subinterface::index);
+}
+void AddressConfig::handleParent() { keyCopyIs<Ipv4Address>(*this, &AddressConfig::ip, &Ipv4Address::ip); }
+void Ipv6AddressConfig::handleParent() {
+  keyCopyIs<Ipv6Address>(*this, &Ipv6AddressConfig::ip, &Ipv6Address::ip);
+}
+void DnsServerConfig::handleParent() {
+  keyCopyIs<DnsServer>(*this, &DnsServerConfig::address, &DnsServer::address);
+}
+
 void HoldTime::handleParent() {
   if (parent() == nullptr) return;
   containerIs(&HoldTime::config);
@@ -42,14 +63,14 @@ void Ethernet::handleParent() {
 }
 void Interface::handleParent() {
   if (parent() == nullptr) return;
-  containerIs(&Interface::config)->leafIs(&InterfaceConfig::name, name);
+  containerIs(&Interface::config);
   containerIs(&Interface::state)->leafIs(&InterfaceState::name, name);
   containerIs(&Interface::holdTime);
   containerIs(&Interface::subinterfaces);
 }
 void Subinterface::handleParent() {
   if (parent() == nullptr) return;
-  containerIs(&Subinterface::config)->leafIs(&SubinterfaceConfig::index, index);
+  containerIs(&Subinterface::config);
   containerIs(&Subinterface::state)->leafIs(&SubinterfaceState::index, index);
   containerIs(&Subinterface::ipv4);
   containerIs(&Subinterface::ipv6);
@@ -70,12 +91,12 @@ void Ipv6::handleParent() {
 }
 void Ipv4Address::handleParent() {
   if (parent() == nullptr) return;
-  containerIs(&Ipv4Address::config)->leafIs(&AddressConfig::ip, ip);
+  containerIs(&Ipv4Address::config);
   containerIs(&Ipv4Address::state)->leafIs(&Ipv4AddressState::ip, ip);
 }
 void Ipv6Address::handleParent() {
   if (parent() == nullptr) return;
-  containerIs(&Ipv6Address::config)->leafIs(&Ipv6AddressConfig::ip, ip);
+  containerIs(&Ipv6Address::config);
   containerIs(&Ipv6Address::state)->leafIs(&Ipv6AddressState::ip, ip);
 }
 void Ipv4Neighbor::handleParent() {
@@ -110,7 +131,7 @@ void MountPoint::handleParent() {
 }
 void DnsServer::handleParent() {
   if (parent() == nullptr) return;
-  containerIs(&DnsServer::config)->leafIs(&DnsServerConfig::address, address);
+  containerIs(&DnsServer::config);
   containerIs(&DnsServer::state)->leafIs(&DnsServerState::address, address);
 }
 void Dns::handleParent() {
@@ -158,22 +179,28 @@ void declareTypes() {
 
 std::span<TopLevel const> topLevels() { return declaredTops(); }
 
-void topLevelIs(TopLevel const& top) {
-  std::vector<TopLevel>& tops = declaredTops();
-  if (std::ranges::find(tops, top.name, &TopLevel::name) == tops.end()) tops.push_back(top);
+namespace {
+
+std::vector<PublishedModel>& declaredModels() {
+  static constexpr std::string_view kOrganization = "OpenConfig working group";
+  static auto* const all = new std::vector<PublishedModel>{
+      {Impl::kInterfacesModule, kOrganization, "3.8.1"}, {Impl::kEthernetModule, kOrganization, "2.18.0"},
+      {Impl::kIpModule, kOrganization, "3.9.0"},         {Impl::kSystemModule, kOrganization, "3.1.0"},
+      {Impl::kGrpcModule, kOrganization, "1.1.0"},       {Impl::kPlatformModule, kOrganization, "0.32.0"},
+  };
+  return *all;
 }
 
-std::array<PublishedModel, 5> const& publishedModels() {
-  static constexpr std::string_view kOrganization = "OpenConfig working group";
-  static constexpr std::array<PublishedModel, 5> kAll = {{
-      {Impl::kInterfacesModule, kOrganization, "3.8.1"},
-      {Impl::kEthernetModule, kOrganization, "2.18.0"},
-      {Impl::kIpModule, kOrganization, "3.9.0"},
-      {Impl::kSystemModule, kOrganization, "3.1.0"},
-      {Impl::kPlatformModule, kOrganization, "0.32.0"},
-  }};
-  return kAll;
+} // namespace
+
+void topLevelIs(TopLevel const& top, PublishedModel const& model) {
+  std::vector<TopLevel>& tops = declaredTops();
+  if (std::ranges::find(tops, top.name, &TopLevel::name) != tops.end()) return;
+  tops.push_back(top);
+  declaredModels().push_back(model);
 }
+
+std::span<PublishedModel const> publishedModels() { return declaredModels(); }
 
 Tree treeIn(Kel::Dir& root) {
   std::span<TopLevel const> const tops = topLevels();

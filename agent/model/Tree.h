@@ -1,7 +1,6 @@
 // The agent's tree: declares the types of the model and makes the three entities that hold it all.
 #pragma once
 
-#include <array>
 #include <span>
 #include <string_view>
 
@@ -36,18 +35,19 @@ struct TopLevel {
   Kel::KelType type;
   std::string_view module;
 };
-// The three entities of the tree first, then what was added. Constant once other threads look at it.
-[[nodiscard]] std::span<TopLevel const> topLevels();
-// Adds the type of an entity that is to stand beside those three; the same name again changes nothing. `name` and `module` must
-// live for the process. To be called before other threads ask for `topLevels` or `leafInfo`.
-void topLevelIs(TopLevel const& top);
-
 // A model that the tree is made of, as Capabilities lists them.
 struct PublishedModel {
   std::string_view name;
   std::string_view organization;
   std::string_view version;
 };
-[[nodiscard]] std::array<PublishedModel, 5> const& publishedModels();
+// The three entities of the tree first, then what was added. Constant once other threads look at it.
+[[nodiscard]] std::span<TopLevel const> topLevels();
+// Adds the type of an entity that is to stand beside those three, and the model that all of it is of; the same name again changes nothing.
+// The texts must live for the process. To be called before other threads ask for `topLevels`, `publishedModels` or `leafInfo`.
+void topLevelIs(TopLevel const& top, PublishedModel const& model);
+// The models of which anything is served.
+
+[[nodiscard]] std::span<PublishedModel const> publishedModels();
 
 } // namespace Agent

@@ -132,6 +132,7 @@ void Impl::declareValues() {
       "Filesystem",
       {{"EXT4_FS", Filesystem::Ext4}, {"TMPFS_FS", Filesystem::Tmpfs}, {"OVERLAY_FS", Filesystem::Overlay}},
       kSystemModule);
+  enumType<GrpcService>("GrpcService", {{"GNMI", GrpcService::Gnmi}}, kGrpcModule);
   enumType<ComponentType>("ComponentType",
                           {{"CHASSIS", ComponentType::Chassis},
                            {"CPU", ComponentType::Cpu},

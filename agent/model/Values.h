@@ -85,6 +85,9 @@ enum class Filesystem : std::uint8_t { Ext4, Tmpfs, Overlay };
 // A published identity, or the kernel's own name for the kind of file system.
 using FilesystemType = std::variant<Filesystem, Kel::String>;
 
+// A service that a server of gRPC offers.
+enum class GrpcService : std::uint8_t { Gnmi };
+
 // --- platform ----------------------------------------------------------------------------------------------
 enum class ComponentType : std::uint8_t {
   Chassis,

@@ -95,7 +95,12 @@ Nodes step(Nodes const& from, RequestElem const& elem) {
   return to.take();
 }
 
-grpc::Status notFound(RequestElem const& elem, RequestPath const& path) {
+// Nothing below the nodes has the name of the element.
+grpc::Status unknown(Nodes const& nodes, RequestElem const& elem, RequestPath const& path) {
+  if (std::ranges::any_of(nodes, [&elem](TypeNode const& node) { return node.isPublished(elem.name); })) {
+    return {grpc::StatusCode::UNIMPLEMENTED,
+            fmt::format("{} of {} is not offered here", statusText(elem.name, 64), path.text())};
+  }
   return {grpc::StatusCode::NOT_FOUND,
           fmt::format("{} of {} is not in the schema", statusText(elem.name, 64), path.text())};
 }
@@ -153,8 +158,8 @@ Pattern::OrError Pattern::of(RequestPath const& path) {
                                    : Kind::Name,
               from.name,
               {}};
-    nodes = step(nodes, from);
-    if (nodes.empty()) return notFound(from, path);
+    Nodes const above = std::exchange(nodes, step(nodes, from));
+    if (nodes.empty()) return unknown(above, from, path);
     if (elem.kind == Kind::Name) elem.name = nodes.front().name; // its module may stand before it
     if (!from.keys.empty()) {
       std::string const fault = takeKeys(nodes, from, elem);

@@ -66,7 +66,7 @@ public:
     All,     // covers the path and everything below it
   };
 
-  // NOT_FOUND for a path outside of the types; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values, and
+  // UNIMPLEMENTED for a path that published models have and this agent does not serve; NOT_FOUND for one outside of them all; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values, and
   // for more than `kMaxAnyDepths` elements "...".
   [[nodiscard]] static OrError of(RequestPath const& path);
 

@@ -29,7 +29,7 @@ grpc::Status appendElem(std::vector<RequestElem>& elems, gnmi::PathElem const& f
   return grpc::Status::OK;
 }
 
-// The list of plain texts that paths once were; the generated accessors are deprecated like the field.
+// The list of plain texts that paths once were, which some clients fill beside `elem`; the generated accessors are deprecated like the field.
 bool hasOldElements(gnmi::Path const& path) {
   static auto const* const field =
       gnmi::Path::descriptor()->FindFieldByNumber(gnmi::Path::kElementFieldNumber);
@@ -37,7 +37,8 @@ bool hasOldElements(gnmi::Path const& path) {
 }
 
 grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from) {
-  if (hasOldElements(from)) return invalid("the field element of a path is not supported: use elem");
+  if (from.elem_size() == 0 && hasOldElements(from))
+    return invalid("a path has the field element alone, which is not supported: use elem");
   if (elems.size() + static_cast<std::size_t>(from.elem_size()) > kMaxPathElems)
     return invalid(fmt::format("a path has more than {} elements", kMaxPathElems));
   for (gnmi::PathElem const& elem : from.elem()) {
@@ -49,8 +50,8 @@ grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from
 } // namespace
 
 RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const& path) {
-  if (!prefix.origin().empty() && !path.origin().empty())
-    return invalid("the origin is given in the prefix and in a path");
+  if (!prefix.origin().empty() && !path.origin().empty() && prefix.origin() != path.origin())
+    return invalid("the prefix and a path name different origins");
   if (!path.target().empty()) return invalid("a target belongs into the prefix");
   RequestPath made;
   made.origin = prefix.origin().empty() ? path.origin() : prefix.origin();

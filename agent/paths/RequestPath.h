@@ -31,8 +31,8 @@ struct RequestElem {
 struct RequestPath {
   using OrError = Kstd::Result<RequestPath, grpc::Status>;
 
-  // INVALID_ARGUMENT with a text for: origins in prefix and path both, an origin that is not served, a target outside the prefix, an
-  // element or key without name, keys on "...", the `element` field of old clients, more than 128 elements.
+  // INVALID_ARGUMENT with a text for: different origins in prefix and path, an origin that is not served, a target outside the prefix, an
+  // element or key without name, keys on "...", the deprecated `element` field without `elem`, more than 128 elements.
   [[nodiscard]] static OrError of(gnmi::Path const& prefix, gnmi::Path const& path);
 
   // "/interfaces/interface[name=*]/state"; "/" for the root. Not escaped; cut at a length that fits a status text.

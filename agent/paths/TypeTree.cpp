@@ -1,9 +1,14 @@
 #include "agent/paths/TypeTree.h"
 
 #include <algorithm>
+#include <string>
 
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 #include <absl/container/node_hash_map.h>
+#include <fmt/format.h>
 
+#include "agent/model/PublishedNames.h"
 #include "agent/model/Tree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -57,7 +62,46 @@ Facts const& factsOf(TypeNode const& node) {
   return facts;
 }
 
+// The parts of a text between separators, but for empty ones.
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  while (!text.empty()) {
+    std::size_t const end = std::min(text.find(separator), text.size());
+    if (end > 0) parts.push_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return parts;
+}
+
+// The names that are published and not served, by what they stand below; null: the root. With and without their modules.
+using Names = absl::flat_hash_map<Kel::TypeDesc const*, absl::flat_hash_set<std::string>>;
+
+Names const& unservedNames() {
+  static Names const* const all = [] {
+    auto* const made = new Names();
+    for (PublishedNames const& row : publishedNames()) {
+      std::optional<TypeNode> node = TypeNode::root();
+      for (std::string_view const name : split(row.path, '/'))
+        node = node ? node->child(name) : node;
+      if (!node) continue;
+      auto& names = (*made)[node->isRoot() ? nullptr : &node->type.desc()];
+      for (std::string_view const name : split(row.names, ' ')) {
+        names.emplace(name);
+        names.insert(fmt::format("{}:{}", row.module, name));
+      }
+    }
+    return made;
+  }();
+  return *all;
+}
+
 } // namespace
+
+bool TypeNode::isPublished(std::string_view wanted) const {
+  if (leaf() != nullptr) return false;
+  auto const found = unservedNames().find(isRoot() ? nullptr : &type.desc());
+  return found != unservedNames().end() && found->second.contains(std::string(wanted));
+}
 
 bool TypeNode::isWritableLeaf() const {
   LeafInfo const* const published = leaf();

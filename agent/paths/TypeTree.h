@@ -39,6 +39,8 @@ struct TypeNode {
 
   // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when there is none.
   [[nodiscard]] std::optional<TypeNode> child(std::string_view name) const;
+  // Whether the published models have a child of that name here (with its module in front or without) that this agent does not serve.
+  [[nodiscard]] bool isPublished(std::string_view name) const;
   // What the elements of a concrete path mean from here, from element `skip` on.
   [[nodiscard]] std::optional<TypeNode> descendant(gnmi::Path const& path, int skip) const;
   // In the order of declaration. Valid on this thread, for its life.

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "agent/model/System.h"
+#include "agent/model/TextRules.h"
 #include "agent/service/GnmiService.h"
 #include "agent/service/LibraryLogs.h"
 #include "agent/service/Runtime.h"
@@ -100,14 +101,15 @@ void serverFactsIs(Runtime& runtime, std::string const& name, std::vector<Listen
                    bool isSecure) {
   GrpcServerState& state =
       *runtime.tree().system->grpcServers->entryIs(&GrpcServers::grpcServer, Kel::String(name))->state;
-  state.leafIs(&GrpcServerState::services, {Kel::String("GNMI")});
+  state.leafIs(&GrpcServerState::services, {GrpcService::Gnmi});
   state.leafIs(&GrpcServerState::enable, true);
   state.leafIs(&GrpcServerState::transportSecurity, isSecure);
   std::vector<Kel::String> hosts;
+  bool isFirst = true;
   for (ListenAddress const& address : addresses) {
     if (address.isUnix) continue;
-    if (hosts.empty()) state.leafIs(&GrpcServerState::port, address.port);
-    hosts.emplace_back(address.host);
+    if (std::exchange(isFirst, false)) state.leafIs(&GrpcServerState::port, address.port);
+    if (!listenAddress().faultOf(address.host)) hosts.emplace_back(address.host); // a name is no address
   }
   state.leafIs(&GrpcServerState::listenAddresses, hosts);
 }

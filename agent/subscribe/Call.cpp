@@ -55,7 +55,9 @@ Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan pla
     , stream_(std::move(stream))
     , mode_(plan.mode)
     , updatesOnly_(plan.updatesOnly)
-    , plan_(std::move(plan)) {}
+    , plan_(std::move(plan))
+    , modules_(plan_.modules.empty() ? nullptr
+                                     : std::make_shared<std::vector<std::string> const>(plan_.modules)) {}
 
 Call::~Call() {
   if (walk_) engine_.walkDel(*walk_);
@@ -73,8 +75,8 @@ grpc::Status Call::prepareSome() {
   }
   for (; patterns_.size() == plans.size() && !isPrepared() && left > 0; --left) {
     std::size_t const i = subscriptions_.size();
-    subscriptions_.push_back(std::make_unique<Subscription>(*this, plans[i], plan_.encoding,
-                                                            Selector(patterns_[i], rivalsOf(patterns_, i))));
+    subscriptions_.push_back(std::make_unique<Subscription>(
+        *this, plans[i], plan_.encoding, Selector(patterns_[i], rivalsOf(patterns_, i), modules_)));
   }
   return grpc::Status::OK;
 }
@@ -82,16 +84,7 @@ grpc::Status Call::prepareSome() {
 // --- what runs --------------------------------------------------------------------------------------------
 
 void Call::start() {
-  started_ = true;
   patterns_.clear();
-  if (mode_ == CallMode::Poll) {
-    if (pollWaits_) {
-      snapshot(Purpose::Initial);
-    } else if (halfClosed_) {
-      stream_->end(grpc::Status::OK);
-    }
-    return;
-  }
   if (mode_ == CallMode::Stream) {
     timersOwed_ = true;
     for (auto const& subscription : subscriptions_)
@@ -100,17 +93,11 @@ void Call::start() {
   snapshot(Purpose::Initial);
 }
 
-void Call::poll() {
-  if (started_) {
-    snapshot(Purpose::Initial);
-  } else {
-    pollWaits_ = true;
-  }
-}
+void Call::poll() { snapshot(Purpose::Initial); }
 
 void Call::halfClosed() {
   halfClosed_ = true;
-  if (mode_ == CallMode::Poll && started_ && !syncOwed_) stream_->end(grpc::Status::OK);
+  if (mode_ == CallMode::Poll && !syncOwed_) stream_->end(grpc::Status::OK);
 }
 
 void Call::snapshot(Purpose purpose) {
@@ -187,7 +174,7 @@ bool Call::wantsBytes() const {
   Job const& job = jobs_.front();
   Selector const& selector = job.subscription->selector();
   return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !job.subscription->suppresses() &&
-         !selector.hasRivals() && selector.pattern()->coversObjects();
+         !selector.hasRivals() && modules_ == nullptr && selector.pattern()->coversObjects();
 }
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {
@@ -232,6 +219,7 @@ void Call::pushBundles() {
   for (auto& [time, bundle] : byteBundles_)
     messages.push_back(Message::of(bundle.take(), frame, time));
   dropBundles();
+  std::erase_if(messages, [](Message::Ptr const& message) { return message->isEmpty(); });
   push(messages, OutQueue::Kind::Walk);
 }
 

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include <grpcpp/support/status.h>
@@ -46,7 +47,7 @@ public:
   }
   [[nodiscard]] CallMode mode() const noexcept { return mode_; }
 
-  // Begins a ONCE; a STREAM when the model is watched; a POLL with what has been asked of it meanwhile.
+  // Begins; a STREAM when the model is watched. A POLL with a first answer, before anything is asked of it.
   void start();
   void poll();
   // The client sends no more.
@@ -92,7 +93,8 @@ private:
   CallMode const mode_;
   bool const updatesOnly_;
   CallPlan const plan_;
-  std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
+  std::shared_ptr<std::vector<std::string> const> const modules_; // null: all
+  std::vector<std::shared_ptr<Pattern const>> patterns_;          // while it is prepared
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::deque<Job> jobs_; // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
@@ -103,8 +105,6 @@ private:
   bool timersOwed_ = false; // of a STREAM, until the first sync
   bool overflown_ = false;
   bool halfClosed_ = false;
-  bool started_ = false;
-  bool pollWaits_ = false; // for the start
 };
 
 } // namespace Agent

@@ -1,10 +1,13 @@
 #include "agent/subscribe/Engine.h"
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <algorithm>
 #include <atomic>
 #include <optional>
+#include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -13,6 +16,7 @@
 #include "Ondra/GifNotifiee.h"
 #include "Tovak/TaskScheduler.h"
 #include "Tovak/Trace.h"
+#include "agent/paths/OutPath.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Call.h"
 #include "agent/subscribe/Feed.h"
@@ -28,6 +32,32 @@ constexpr std::int64_t kStuckCheckNs = 1'000'000'000;
 Tovak::DebugHandler& trace() {
   static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("AgentEngine", false);
   return handler;
+}
+
+// A leaf-list without entries is not there. What the library tells of it as an empty one is left out of what is walked; of a change it is the
+// end of its path.
+void emptyListsDel(gnmi::Notification& notification, bool isChange) {
+  auto& updates = *notification.mutable_update();
+  for (int i = updates.size() - 1; i >= 0; --i) {
+    gnmi::TypedValue const& value = updates[i].val();
+    if (!value.has_leaflist_val() || value.leaflist_val().element_size() > 0) continue;
+    if (isChange) *notification.add_delete_() = updates[i].path();
+    updates.DeleteSubrange(i, 1);
+  }
+}
+
+// Of what is held, a path has its last value alone: an entry that is made and then written is told as it ends.
+void overwrittenDel(std::span<std::shared_ptr<Ondra::ArenaRespMsg> const> held) {
+  if (held.size() < 2) return;
+  absl::flat_hash_set<std::string> later;
+  for (auto response = held.rbegin(); response != held.rend(); ++response) {
+    gnmi::Notification& notification = *(*response)->response->mutable_update();
+    auto& updates = *notification.mutable_update();
+    for (int i = updates.size() - 1; i >= 0; --i) {
+      if (!later.insert(pathBytes(PathView(notification.prefix(), updates[i].path(), 0))).second)
+        updates.DeleteSubrange(i, 1);
+    }
+  }
 }
 
 // Takes nothing: the walk that installs the watch sends nothing of its own.
@@ -119,7 +149,9 @@ public:
       , feeds(theRuntime.scheduler()) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
-    if (syncId == Ondra::SyncId()) {
+    bool const isChange = syncId == Ondra::SyncId();
+    if (response->response->has_update()) emptyListsDel(*response->response->mutable_update(), isChange);
+    if (isChange) {
       if (held) {
         held->push_back(response);
       } else {
@@ -259,6 +291,7 @@ void Engine::outputHeldIs(Output output) {
   case Output::Release: {
     std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> const responses = std::move(*impl_->held);
     impl_->held.reset();
+    overwrittenDel(responses);
     for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : responses)
       impl_->feeds.changed(response);
     break;

@@ -178,6 +178,7 @@ std::string commonBytes(Selector const& selector, Frame const& frame, LeafMode m
                                   frame.origin.size(), frame.target.size(), frame.origin, frame.target);
   for (Pattern::Elem const& elem : selector.pattern()->elems())
     appendBytes(bytes, elem);
+  if (selector.modules()) bytes += fmt::format(" {}", fmt::join(*selector.modules(), " "));
   return bytes;
 }
 

@@ -66,6 +66,10 @@ public:
   Message& operator=(Message const&) = delete;
 
   [[nodiscard]] bool isSync() const noexcept { return isSync_; }
+  // It was encoded ahead, and there was nothing to tell.
+  [[nodiscard]] bool isEmpty() const noexcept {
+    return parts_.empty() && own_ == nullptr && !isSync_ && encoded_.empty();
+  }
   // Memory that the message keeps, as it is counted against a subscriber's bound.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   // The encoded responses, none longer than `limit` unless a single leaf is. Any thread.

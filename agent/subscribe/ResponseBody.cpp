@@ -23,6 +23,8 @@ constexpr char kDelete = 5 << 3 | 2;
 constexpr char kUpdatePath = 1 << 3 | 2;
 constexpr char kUpdateVal = 3 << 3 | 2;
 constexpr char kUpdateDuplicates = 4 << 3 | 0;
+// The value of an update: a `leaflist_val` of nothing.
+constexpr std::string_view kEmptyList("\x1a\x02\x42\x00", 4);
 
 std::size_t varintSize(std::size_t value) { return CodedOutputStream::VarintSize64(value); }
 std::size_t fieldSize(std::size_t size) { return 1 + varintSize(size) + size; }
@@ -86,6 +88,7 @@ void ResponseBody::encodedUpdate(std::string_view above, std::string_view update
     if (byte < 0x80) break;
   }
   std::string_view const rest = update.substr(begin); // the path's elements and what follows it
+  if (rest.substr(pathSize) == kEmptyList) return;    // a leaf-list without entries is not there
   std::size_t const size = fieldSize(above.size() + pathSize) + rest.size() - pathSize;
   std::uint8_t* at = grow(fieldSize(size));
   at = putHead(kUpdate, size, at);

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "Ondra/GnmiPath.h"
 #include "agent/data/LeafEncoding.h"
 #include "agent/paths/TypeTree.h"
 #include "agent/subscribe/Message.h"
@@ -23,6 +24,14 @@ std::string elemBytes(gnmi::Path const& path, int first, int last) {
   for (int i = first; i < last; ++i)
     *part.add_elem() = path.elem(i);
   return part.SerializeAsString();
+}
+
+// How many elements both paths begin with, at most `most`.
+int commonElems(gnmi::Path const& a, gnmi::Path const& b, int most) {
+  int common = 0;
+  while (common < std::min(most, b.elem_size()) && a.elem(common) == b.elem(common))
+    ++common;
+  return common;
 }
 
 // Writes values in the encoding that was asked for, by what is published of the leaves below one prefix.
@@ -76,14 +85,14 @@ std::vector<grpc::Slice> responseSlices(Message const& message, std::size_t limi
   }
   if (message.own() != nullptr) return ownSlices(message, limit);
 
-  int common = 1 + static_cast<int>(message.frame()->prefixDepth);
+  int common = 0;
   gnmi::Path const* first = nullptr;
   gnmi::Path const* last = nullptr;
   message.forEachUpdate([&](gnmi::Path const& prefix, gnmi::Update const&) {
     if (&prefix == last) return;
     last = &prefix;
+    common = first == nullptr ? prefix.elem_size() : commonElems(*first, prefix, common);
     if (first == nullptr) first = &prefix;
-    common = std::min(common, prefix.elem_size());
   });
   gnmi::Path head;
   for (int i = 1; first != nullptr && i < common; ++i)

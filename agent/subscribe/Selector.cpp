@@ -35,18 +35,20 @@ bool hasAnyDepth(Pattern const& pattern) {
   return false;
 }
 
-bool isKind(std::optional<TypeNode> const& prefix, gnmi::Path const& path, LeafKind kind) {
-  auto const node = prefix ? prefix->descendant(path, 0) : prefix;
-  LeafInfo const* const leaf = node ? node->leaf() : nullptr;
-  bool const isSampled = leaf != nullptr && leaf->isSampled;
-  return isSampled == (kind == LeafKind::Sampled);
-}
-
 } // namespace
 
-Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals)
+Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
+                   Modules modules)
     : pattern_(std::move(pattern))
-    , rivals_(std::move(rivals)) {}
+    , rivals_(std::move(rivals))
+    , modules_(std::move(modules)) {}
+
+// By what is published of it; what is no leaf is told when it changes.
+bool Selector::isMeant(TypeNode const& leaf, LeafKind kind) const {
+  if (modules_ && std::ranges::find(*modules_, leaf.module) == modules_->end()) return false;
+  bool const isSampled = leaf.leaf() != nullptr && leaf.leaf()->isSampled;
+  return kind == LeafKind::All || isSampled == (kind == LeafKind::Sampled);
+}
 
 Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind) const {
   return chosen(notification, kind, nullptr);
@@ -71,10 +73,11 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     }
   }
   bool const takesAll = cover == Cover::All && rivals.empty();
-  if (takesAll && kind == LeafKind::All && keep == nullptr) return {.any = true, .updates = std::nullopt};
+  bool const takesAny = kind == LeafKind::All && modules_ == nullptr; // whatever is published of them
+  if (takesAll && takesAny && keep == nullptr) return {.any = true, .updates = std::nullopt};
 
   std::optional<TypeNode> const node =
-      kind == LeafKind::All ? std::nullopt : TypeNode::root().descendant(notification.prefix(), 1);
+      takesAny ? std::nullopt : TypeNode::root().descendant(notification.prefix(), 1);
   std::vector<std::uint32_t> positions;
   for (int i = 0; i < notification.update_size(); ++i) {
     gnmi::Update const& update = notification.update(i);
@@ -82,7 +85,11 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     if (cover != Cover::All && !pattern_->covers(path)) continue;
     bool const isOthers =
         std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
-    if (isOthers || (kind != LeafKind::All && !isKind(node, update.path(), kind))) continue;
+    if (isOthers) continue;
+    if (!takesAny) {
+      auto const leaf = node ? node->descendant(update.path(), 0) : node;
+      if (!isMeant(leaf.value_or(TypeNode()), kind)) continue;
+    }
     if (keep == nullptr || (*keep)(update)) positions.push_back(static_cast<std::uint32_t>(i));
   }
   if (positions.size() == static_cast<std::size_t>(notification.update_size()))
@@ -98,6 +105,9 @@ void Selector::appendEnds(gnmi::Path const& prefix, gnmi::Path const& path,
   if (cover == Cover::None) return;
   gnmi::Path end = prefix;
   end.mutable_elem()->MergeFrom(path.elem());
+  if (auto const leaf = modules_ ? TypeNode::root().descendant(end, 1) : std::nullopt;
+      leaf && leaf->leaf() != nullptr && !isMeant(*leaf, LeafKind::All))
+    return;
   if (cover == Cover::Partial && !hasAnyDepth(*pattern_)) appendConcrete(end, *pattern_, view.size());
   to.push_back(std::move(end));
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "agent/paths/Pattern.h"
@@ -18,6 +19,8 @@ class Update;
 
 namespace Agent {
 
+struct TypeNode;
+
 // Which leaves are meant, as the model publishes them (`LeafInfo::isSampled`).
 enum class LeafKind : std::uint8_t { All, Event, Sampled };
 
@@ -30,10 +33,14 @@ public:
     Selection updates; // none: all of them
   };
 
-  // `rivals`: the patterns of the same call to which a leaf belongs that they cover too.
-  Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals);
+  using Modules = std::shared_ptr<std::vector<std::string> const>;
+  // `rivals`: the patterns of the same call to which a leaf belongs that they cover too. `modules`: those whose leaves are meant alone;
+  // null: all.
+  Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
+           Modules modules = nullptr);
 
   [[nodiscard]] std::shared_ptr<Pattern const> const& pattern() const noexcept { return pattern_; }
+  [[nodiscard]] Modules const& modules() const noexcept { return modules_; }
   [[nodiscard]] bool hasRivals() const noexcept { return !rivals_.empty(); }
 
   [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind) const;
@@ -49,9 +56,11 @@ public:
 private:
   [[nodiscard]] Selected chosen(gnmi::Notification const& notification, LeafKind kind,
                                 Keep const* keep) const;
+  [[nodiscard]] bool isMeant(TypeNode const& leaf, LeafKind kind) const;
 
   std::shared_ptr<Pattern const> pattern_;
   std::vector<std::shared_ptr<Pattern const>> rivals_;
+  Modules modules_;
 };
 
 } // namespace Agent

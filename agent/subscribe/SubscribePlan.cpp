@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "agent/data/LeafEncoding.h"
+#include "agent/paths/RequestParts.h"
 #include "agent/service/Runtime.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -75,6 +76,9 @@ CallPlan::OrError CallPlan::of(gnmi::SubscriptionList const& list, Limits const&
                         fmt::format("{} subscriptions in one list: at most {} are taken",
                                     list.subscription_size(), limits.subscriptionsPerCall));
   }
+  auto modules = modulesOf(list.use_models());
+  if (!modules) return modules.error();
+  plan.modules = std::move(*modules);
   plan.updatesOnly = list.updates_only();
   plan.encoding = list.encoding();
   for (gnmi::Subscription const& from : list.subscription()) {

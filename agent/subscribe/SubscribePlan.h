@@ -28,8 +28,9 @@ enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
 struct Frame {
   std::string origin = {};
   std::string target = {};
-  int encoding = 0;            // gnmi::Encoding
-  std::size_t prefixDepth = 0; // how many elements, the data root aside, the prefix of a notification has
+  int encoding = 0; // gnmi::Encoding
+  std::size_t prefixDepth =
+      0; // how many elements, the data root aside, all that a walk tells at a time shares
   friend bool operator==(Frame const&, Frame const&) = default;
 };
 
@@ -45,13 +46,14 @@ struct SubscriptionPlan {
 struct CallPlan {
   using OrError = Kstd::Result<CallPlan, grpc::Status>;
 
-  // INVALID_ARGUMENT for unknown modes, bad paths and intervals that cannot be kept; UNIMPLEMENTED for encodings; RESOURCE_EXHAUSTED
-  // for too many subscriptions.
+  // INVALID_ARGUMENT for unknown modes, bad paths and intervals that cannot be kept; UNIMPLEMENTED for encodings and models;
+  // RESOURCE_EXHAUSTED for too many subscriptions.
   [[nodiscard]] static OrError of(gnmi::SubscriptionList const& list, Limits const& limits);
 
   CallMode mode = CallMode::Stream;
   bool updatesOnly = false;
   int encoding = 0;
+  std::vector<std::string> modules; // the leaves of these alone; empty: all
   std::vector<SubscriptionPlan> subscriptions;
 };
 

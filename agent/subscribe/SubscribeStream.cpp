@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "agent/paths/RequestParts.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
@@ -76,7 +77,7 @@ void SubscribeStream::take(gnmi::SubscribeRequest const& request) {
     grpc::Status const status = takeList(request);
     if (!status.ok()) {
       end(status);
-    } else {
+    } else if (*mode_ != CallMode::Poll) {
       StartRead(&request_);
     }
     return;
@@ -99,9 +100,15 @@ void SubscribeStream::take(gnmi::SubscribeRequest const& request) {
 grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
   if (request.request_case() != gnmi::SubscribeRequest::kSubscribe)
     return invalid("the first message holds no subscription list");
+  if (grpc::Status status = checkExtensions(request.extension(), CallKind::Subscribe); !status.ok())
+    return status;
   CallPlan::OrError plan = CallPlan::of(request.subscribe(), runtime_.limits());
   if (!plan.ok()) return plan.error();
   mode_ = plan->mode;
+  if (mode_ == CallMode::Poll) { // the list is answered like a poll
+    std::lock_guard const guard(mutex_);
+    readsAfterSync_ = true;
+  }
   runtime_.scheduler()->post([self = shared_from_this(), plan = std::move(plan).value()] {
     self->runtime_.engine().callIs(self, plan);
   });

@@ -23,8 +23,7 @@ Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encodin
     , frame_(std::make_shared<Frame>(Frame{.origin = plan.path.origin,
                                            .target = plan.path.target,
                                            .encoding = encoding,
-                                           .prefixDepth = std::min(selector_->pattern()->anchorDepth(),
-                                                                   selector_->pattern()->objectDepth())})) {}
+                                           .prefixDepth = selector_->pattern()->objectDepth()})) {}
 
 Subscription::~Subscription() {
   if (feed_) call_.engine().feeds().memberDel(feed_, *this);

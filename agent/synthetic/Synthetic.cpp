@@ -52,7 +52,8 @@ void declareTypesOnce() {
       .leaf("up", &SyntheticPort::up)
       .done();
   eventShape<SyntheticPorts>("SyntheticPorts", kModule).list("port", &SyntheticPorts::port, "name").done();
-  topLevelIs({.name = kName, .type = Kel::typeOf<SyntheticPorts>(), .module = kModule});
+  topLevelIs({.name = kName, .type = Kel::typeOf<SyntheticPorts>(), .module = kModule},
+             {.name = kModule, .organization = "Ondra", .version = "1.0.0"});
 }
 
 } // namespace

@@ -81,7 +81,7 @@ TEST_F(Sources, SystemNamesTimesAndMemory) {
   // Configuration belongs to the clients once it is there; state follows the machine.
   tree.system->config->leafIs(&Agent::SystemConfig::hostname, Kel::String("wanted"));
   proc.put("sys/kernel/hostname", "renamed\n");
-  etc.put("resolv.conf", "nameserver 10.0.0.2\n");
+  etc.put("resolv.conf", "nameserver 10.0.0.2\nnameserver nonsense\nnameserver ::ffff:1.2.3.4%eth0\n");
   for (int i = 0; i < 10; ++i)
     nextRound();
   EXPECT_EQ(tree.system->config->hostname, Kel::String("wanted"));
@@ -89,6 +89,9 @@ TEST_F(Sources, SystemNamesTimesAndMemory) {
   EXPECT_EQ(textOf(tree.system->dns->servers, "/address"), R"(/server[10.0.0.2]/address = "10.0.0.2"
 /server[10.0.0.2]/config/address = "10.0.0.2"
 /server[10.0.0.2]/state/address = "10.0.0.2"
+/server[::ffff:102:304]/address = "::ffff:102:304"
+/server[::ffff:102:304]/config/address = "::ffff:102:304"
+/server[::ffff:102:304]/state/address = "::ffff:102:304"
 )");
 }
 

@@ -1,4 +1,5 @@
 // The model itself: what its page says, which leaves are whose, what a client's writes and deletes leave behind.
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -41,6 +42,10 @@ TEST(Model, ConfigurationLeavesAreTheSettableOnes) {
       Agent::LeafInfo const* const leaf = Agent::leafInfo(attr);
       if (leaf == nullptr) return;
       ++leaves;
+      EXPECT_NE(
+          std::ranges::find(Agent::publishedModels(), Agent::nodeModule(attr), &Agent::PublishedModel::name),
+          Agent::publishedModels().end())
+          << path << ": Capabilities must list its module";
       bool const inConfig = path.find("/config/") != std::string::npos;
       EXPECT_EQ(attr.isSettable(), inConfig) << path;
       EXPECT_TRUE(!inConfig || leaf->isConfig) << path;

@@ -1,10 +1,9 @@
-"""What the end-to-end tests share: the agent as a process, clients, certificates. Nothing here sleeps: everything waits for a line, a
-message or an end, with a deadline."""
+"""What the end-to-end tests share: clients of the agent, certificates. Nothing here sleeps: everything waits for a line, a message or an
+end, with a deadline."""
 import logging
 import os
 import pathlib
 import queue
-import signal
 import subprocess
 import tempfile
 import threading
@@ -15,46 +14,17 @@ import grpc
 from pygnmi.client import gNMIclient
 from pygnmi.spec.v080 import gnmi_pb2, gnmi_pb2_grpc
 
-AGENT = os.environ["E2E_AGENT"]
-WORK = pathlib.Path(os.environ["E2E_WORK"])
+from agentprocess import AGENT, DEADLINE, WORK, AgentProcess
+
 OWN_NETWORK = bool(os.environ.get("E2E_OWN_NETWORK"))
-DEADLINE = 30  # seconds, for what should take milliseconds
 logging.disable(logging.CRITICAL)  # the client logs what the tests provoke
 
 # The client's reader threads end with the error of their call; the tests look at it themselves.
 threading.excepthook = lambda args: None
 
 
-class Agent:
-    """`ondra-agent serve` on a port of its own, as a context."""
-
-    def __init__(self, *options, secure=()):
-        connection = secure or ("--insecure",)
-        self.process = subprocess.Popen([AGENT, "serve", "--listen", "127.0.0.1:0", *connection, *options],
-                                        stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
-        self.lines = []
-        self._queue = queue.Queue()
-        self._reader = threading.Thread(target=self._read, daemon=True)
-        self._reader.start()
-        self.port = int(self.awaitLine("listening on ").split("listening on ")[1].split(" ")[0].rsplit(":", 1)[1])
-
-    def _read(self):
-        for line in self.process.stderr:
-            self.lines.append(line)
-            self._queue.put(line)
-        self._queue.put(None)
-
-    def awaitLine(self, text):
-        end = time.monotonic() + DEADLINE
-        while True:
-            line = self._queue.get(timeout=max(0.01, end - time.monotonic()))
-            if line is None:
-                raise AssertionError("the agent ended: " + "".join(self.lines))
-            if text in line:
-                return line
-
-    def target(self):
-        return ("127.0.0.1", self.port)
+class Agent(AgentProcess):
+    """With clients of it."""
 
     def client(self, **options):
         return gNMIclient(target=self.target(), **({"insecure": True} | options))
@@ -62,26 +32,6 @@ class Agent:
     def stub(self):
         """The published service, without what the client makes of it."""
         return gnmi_pb2_grpc.gNMIStub(grpc.insecure_channel("127.0.0.1:%d" % self.port))
-
-    def end(self, number=signal.SIGTERM):
-        """Sends the signal and gives the exit code."""
-        self.process.send_signal(number)
-        return self.process.wait(timeout=DEADLINE)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *unused):
-        if self.process.poll() is None:
-            self.process.terminate()
-            try:
-                self.process.wait(timeout=DEADLINE)
-            finally:
-                self.process.kill()
-        self._reader.join(DEADLINE)
-        self.process.stderr.close()
-        if any("Sanitizer" in line for line in self.lines):
-            raise AssertionError("".join(self.lines))
 
 
 def command(*arguments, check=None):

@@ -3,6 +3,8 @@ import json
 import subprocess
 import unittest
 
+from pygnmi.client import gNMIException
+
 from support import Agent, Watcher, link, needsLinks, stream
 
 LO = "interfaces/interface[name=lo]"
@@ -40,13 +42,14 @@ class Streams(unittest.TestCase):
         self.assertFalse(watcher.subscriber._subscribe_thread.is_alive(), "the call did not end")
         self.assertIsNone(watcher.subscriber.error)
 
-    def testPollGivesAllAtEachPoll(self):
+    def testPollGivesAllAtOnceAndAtEachPoll(self):
         subscriber = self.client.subscribe2(subscribe={"mode": "poll", "encoding": "json",
                                                        "subscription": [{"path": DESCRIPTION}]})
         self.addCleanup(subscriber.close)
-        for text in ("first", "second"):
-            self.describe(text)
-            answer = subscriber.get_update(timeout=20)
+        answers = [subscriber._get_updates_till_sync(timeout=20)]  # which nobody asked for
+        self.describe("second")
+        answers.append(subscriber.get_update(timeout=20))
+        for text, answer in zip(("first", "second"), answers):
             self.assertEqual([entry["val"] for entry in answer["update"]["update"]], [text])
             self.assertTrue(answer["sync_response"])
 
@@ -157,7 +160,7 @@ class Configuration(unittest.TestCase):
         return facts["mtu"], "UP" in facts["flags"], facts.get("ifalias", "")
 
     def testGoesToTheKernelWhenTheAgentWasToldSo(self):
-        state = "interfaces/interface[name=conf0]/state"
+        state, before = "interfaces/interface[name=conf0]/state", self.kernel()
         with Agent("--apply-config") as agent, agent.client() as client:
             watcher = Watcher(client, stream(state))
             self.addCleanup(watcher.close)
@@ -170,6 +173,13 @@ class Configuration(unittest.TestCase):
             self.assertEqual(self.kernel(), (1300, False, "second"))
             answer = client.get(path=[state + "/mtu", "interfaces/interface[name=conf0]/config/mtu"])
             self.assertEqual([n["update"][0]["val"] for n in answer["notification"]], [1300, 1], "the state tells the truth")
+            # What is deleted goes back to what was there before, and does not come back by itself.
+            client.set(delete=["interfaces/interface[name=conf0]"])
+            watcher.awaitDelete(state + "/description")
+            watcher.awaitAll({state + "/mtu": 1500})
+            self.assertEqual(self.kernel(), before)
+            with self.assertRaises(gNMIException):
+                client.get(path=["interfaces/interface[name=conf0]/config"])
 
     def testStaysInTheModelOtherwise(self):
         before = self.kernel()

@@ -39,8 +39,13 @@ private:
 
   std::string key(TypeNode const& list) {
     if (list.key().name() == "index") return std::to_string(below(3));
-    static char const* const all[] = {"eth0", "eth1", "new", "192.0.2.1", "192.0.2.53"};
-    return all[below(std::size(all))];
+    static char const* const names[] = {"eth0", "eth1", "new"};
+    static char const* const addresses[] = {"192.0.2.1", "192.0.2.53", "192.0.2.99"};
+    static char const* const addressesV6[] = {"2001:db8::1", "::1", "::2"};
+    bool const isName = list.name == "interface" || (mayBeWrong_ && oneIn(9));
+    return isName                                           ? names[below(3)]
+           : list.type == Kel::typeOf<Agent::Ipv6Address>() ? addressesV6[below(3)]
+                                                            : addresses[below(3)];
   }
   static bool isUseful(TypeNode const& node) {
     Agent::LeafInfo const* const leaf = node.leaf();
@@ -79,8 +84,11 @@ private:
       auto const& all = info.held.enumerators();
       return fmt::format("\"{}\"", all[below(all.size())].name.view());
     }
-    case Agent::LeafType::String: return fmt::format("\"text {}\"", below(3));
-    default: return std::to_string(below(mayBeWrong_ ? 100'000 : 250));
+    case Agent::LeafType::String:
+      if (info.text == &Agent::macAddress()) return fmt::format("\"02:00:00:00:00:0{}\"", below(3));
+      return fmt::format("\"text{}{}\"", info.text == nullptr || (mayBeWrong_ && oneIn(9)) ? " " : "-",
+                         below(3));
+    default: return std::to_string(info.range.min + below(mayBeWrong_ ? 100'000 : 33));
     }
   }
   std::string containerJson(TypeNode const& node, std::string const& entryKey) {
@@ -109,7 +117,10 @@ private:
   void fill(gnmi::Update& update) {
     auto const [path, node] = place(mayBeWrong_);
     *update.mutable_path() = path;
-    update.mutable_val()->set_json_val(node.leaf() != nullptr ? leafJson(node) : containerJson(node, ""));
+    std::string entryKey;
+    if (node.isList() && !mayBeWrong_) entryKey = path.elem(path.elem_size() - 1).key().begin()->second;
+    update.mutable_val()->set_json_val(node.leaf() != nullptr ? leafJson(node)
+                                                              : containerJson(node, entryKey));
   }
 
   std::mt19937_64 random_;

@@ -48,7 +48,9 @@ TEST(DataSetRows, whatRequestsDo) {
        "ETH0/config/mtu = uint_val: 1 (was uint_val: 1500)\n"},
       {R"(update /system/dns/config/search ["a"])",
        "/system/dns/config/search = leaflist_val { element { string_val: \"a\" } } (was BOTH)\n"},
-      {"update /system/dns/config/search list:", "/system/dns/config/search = leaflist_val { } (was BOTH)\n"},
+      // A leaf-list without entries is not there.
+      {"update /system/dns/config/search list:", "- /system/dns/config/search\n"},
+      {"delete /system/dns/config/search", "- /system/dns/config/search\n"},
       // A replace of a leaf is an update; of a container it takes the rest to its default, or away, and leaves state alone.
       {"replace ETH0/config/mtu 9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
       {R"(replace ETH0/config {"name":"eth0","loopback-mode":"FACILITY"})",
@@ -56,19 +58,17 @@ TEST(DataSetRows, whatRequestsDo) {
        "ETH0/config/loopback-mode = string_val: \"FACILITY\" (was string_val: \"NONE\")\n"
        "- ETH0/config/mtu\n- ETH0/config/type\n"},
       {R"(replace ADDRESSES {"address":[{"ip":"192.0.2.2"},{"ip":"192.0.2.3","config":{"prefix-length":8}}]})",
-       "- ADDRESSES/address[ip=192.0.2.1]/config/ip\n"
-       "- ADDRESSES/address[ip=192.0.2.1]/config/prefix-length\n- ADDRESSES/address[ip=192.0.2.1]/ip\n"
-       "- ADDRESSES/address[ip=192.0.2.1]/state/ip\n- ADDRESSES/address[ip=192.0.2.1]/state/origin\n"
+       "- ADDRESSES/address[ip=192.0.2.1]/config/ip\n" // which the machine has: its state stays
+       "- ADDRESSES/address[ip=192.0.2.1]/config/prefix-length\n"
+       "- ADDRESSES/address[ip=192.0.2.2]/config/ip\n" // left out, with all of its configuration
        "- ADDRESSES/address[ip=192.0.2.2]/config/prefix-length\n"
        "+ ADDRESSES/address[ip=192.0.2.3]/config/ip = string_val: \"192.0.2.3\"\n"
        "+ ADDRESSES/address[ip=192.0.2.3]/config/prefix-length = uint_val: 8\n"
        "+ ADDRESSES/address[ip=192.0.2.3]/ip = string_val: \"192.0.2.3\"\n"
        "+ ADDRESSES/address[ip=192.0.2.3]/state/ip = string_val: \"192.0.2.3\"\n"},
-      {"replace /system/dns {}", "/system/dns/config/search = leaflist_val { } (was BOTH)\n"
-                                 "- SERVERS/server[address=192.0.2.53]/address\n"
+      {"replace /system/dns {}", "- /system/dns/config/search\n"
                                  "- SERVERS/server[address=192.0.2.53]/config/address\n"
-                                 "- SERVERS/server[address=192.0.2.53]/config/port\n"
-                                 "- SERVERS/server[address=192.0.2.53]/state/address\n"},
+                                 "- SERVERS/server[address=192.0.2.53]/config/port\n"},
       // What is not there yet is made.
       {R"(update SERVERS {"server":[{"address":"::1","config":{"address":"::1","port":5353}}]})",
        "+ SERVERS/server[address=::1]/address = string_val: \"::1\"\n"
@@ -121,6 +121,7 @@ TEST(DataSetRows, whatRequestsDo) {
 
 TEST_F(DataSet, refusals) {
   std::string const eth0 = "/interfaces/interface[name=eth0]";
+  std::string const unit = eth0 + "/subinterfaces/subinterface[index=0]";
   struct Row {
     std::string request;
     StatusCode code;
@@ -165,6 +166,33 @@ TEST_F(DataSet, refusals) {
       {"update /interfaces/interface/config/mtu 1", INVALID_ARGUMENT, "needs its key"},
       {"update /interfaces/*/config/mtu 1", INVALID_ARGUMENT, "wildcard"},
       {"update " + eth0 + "/config[name=x]/mtu 1", INVALID_ARGUMENT, "no list"},
+      {"replace " + eth0 + " {}", INVALID_ARGUMENT, "empty object"},
+      {"replace /system/dns/servers/server[address=192.0.2.41] { }", INVALID_ARGUMENT, "empty object"},
+      // Published, and not offered.
+      {"update /system/ntp/config/enabled true", UNIMPLEMENTED, "'ntp' is not offered"},
+      {"update " + eth0 + "/config {\"tpid\":1}", UNIMPLEMENTED, "'tpid' is not offered"},
+      {"delete /network-instances", UNIMPLEMENTED, "network-instances"},
+      {"delete /.../routed-vlan", UNIMPLEMENTED, "routed-vlan"},
+      // Ranges, lengths and patterns, in keys too, however the value comes.
+      {"update /system/config {\"hostname\":\"two words\"}", INVALID_ARGUMENT, "no domain-name"},
+      {"update /system/config/hostname string:", INVALID_ARGUMENT, "1..253 characters; found 0"},
+      {"update /system/config/hostname string:" + std::string(300, 'a'), INVALID_ARGUMENT, "found 300"},
+      {"update /system/config/domain-name string:-.-", INVALID_ARGUMENT, "no domain-name"},
+      {"update " + eth0 + "/ethernet/config/mac-address \"zz\"", INVALID_ARGUMENT, "no mac-address"},
+      {"update /system/dns/config/search [\"a\",\"b c\"]", INVALID_ARGUMENT, "'b c' is no domain-name"},
+      {"update /system/dns/config/search list:a,b,a", INVALID_ARGUMENT, "'a' is there twice"},
+      {"update " + unit + "/ipv4/config/mtu 67", INVALID_ARGUMENT, "range 68..65535"},
+      {"update " + unit + "/ipv4/addresses/address[ip=::1]/config {}", INVALID_ARGUMENT, "no ipv4-address"},
+      {"update " + unit + "/ipv4/addresses/address[ip=300.1.1.1] {}", INVALID_ARGUMENT, "no ipv4-address"},
+      {"update " + unit + "/ipv4/addresses {\"address\":[{\"ip\":\"nonsense\"}]}", INVALID_ARGUMENT,
+       "no ipv4-address"},
+      {"update " + unit + "/ipv4/addresses/address[ip=192.0.2.1]/config/prefix-length uint:33",
+       INVALID_ARGUMENT, "range 0..32"},
+      {"update " + unit + "/ipv6/addresses/address[ip=1::2::3]/config {}", INVALID_ARGUMENT,
+       "no ipv6-address"},
+      {"update /system/dns/servers/server[address=no-address] {}", INVALID_ARGUMENT, "no ip-address"},
+      {"update /system/dns/servers/server[address=]/config/port 53", INVALID_ARGUMENT, "no ip-address"},
+      {"update /system/dns/servers/server[address=192.0.2.300/24] {}", INVALID_ARGUMENT, "no ip-address"},
   };
   auto const before = bench.leaves();
   for (Row const& row : rows) {
@@ -232,6 +260,52 @@ TEST_F(DataSet, theResponseListsTheOperations) {
             static_cast<std::uint64_t>(response.timestamp()));
 }
 
+// What the machine has is not a client's to delete: configuration goes, for good, and comes back when it is set again.
+TEST_F(DataSet, deletingEntriesOfTheMachineLeavesTheirState) {
+  Subscriber subscriber(bench, bench.channel());
+  subscriber.send(stream().add("/").done());
+  subscriber.untilSync();
+  auto const leaves = [this](GetRequest::DataType type) {
+    auto all = bench.leaves(type);
+    all.erase("/system/state/last-configuration-timestamp");
+    return all;
+  };
+  auto const before = leaves(GetRequest::ALL), state = leaves(GetRequest::STATE);
+  gnmi::SetRequest restore;
+  restore.add_replace()->mutable_val()->set_json_val(bench.value("/", gnmi::JSON, GetRequest::CONFIG));
+  ASSERT_TRUE(bench.set(setRequest("delete /")).ok());
+  EXPECT_EQ(difference(state, leaves(GetRequest::STATE)), "");
+  EXPECT_TRUE(bench.value("/interfaces/interface[name=eth0]/config").starts_with("5: "));
+  EXPECT_TRUE(bench.value("/system/dns/config/search").starts_with("5: "));
+  EXPECT_TRUE(subscriber.applyUntil([&] { return !subscriber.tree.contains("/system/config/hostname"); }));
+  for (std::string const& path : subscriber.deletes)
+    EXPECT_NE(path.find("/config"), path.npos) << path;
+  // To name an entry does not configure it; to write its configuration does.
+  ASSERT_TRUE(bench.set(setRequest("update /interfaces {\"interface\":[{\"name\":\"eth0\"}]}")).ok());
+  EXPECT_TRUE(bench.value("/interfaces/interface[name=eth0]/config").starts_with("5: "));
+  ASSERT_TRUE(bench.set(setRequest("update /interfaces/interface[name=eth0]/config/name \"eth0\"")).ok());
+  EXPECT_EQ(bench.value("/interfaces/interface[name=eth0]/config"),
+            R"({"name":"eth0","loopback-mode":"NONE","enabled":true})");
+  ASSERT_TRUE(bench.set(restore).ok());
+  EXPECT_EQ(difference(before, leaves(GetRequest::ALL)), "");
+}
+
+TEST_F(DataSet, aNewEntryIsToldWithWhatItEndsAs) {
+  Subscriber subscriber(bench, bench.channel());
+  subscriber.send(stream().add("/system/dns/servers").done());
+  subscriber.untilSync();
+  ASSERT_TRUE(bench.set(setRequest("update /system/dns/servers/server[address=::1]/config/port 5305")).ok());
+  std::vector<std::string> ports;
+  while (!subscriber.tree.contains("/system/dns/servers/server[address=::1]/config/port")) {
+    gnmi::SubscribeResponse const next = subscriber.next();
+    for (gnmi::Update const& update : next.update().update()) {
+      if (text(update.path()).ends_with("/port")) ports.push_back(update.val().ShortDebugString());
+    }
+    subscriber.apply(next);
+  }
+  EXPECT_EQ(ports, std::vector<std::string>{"uint_val: 5305"});
+}
+
 TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
   std::string told;
   bench.runtime().configChangedIs([&told](std::set<std::string> const& names) {
@@ -247,6 +321,7 @@ TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
                    "update /interfaces/interface[name=eth0]/config/enabled false"),
             "eth0 eth1 ");
   EXPECT_EQ(toldOf("delete /interfaces/interface/config/description"), "eth0 eth1 ");
+  EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]"), "eth1 ");
   EXPECT_EQ(toldOf("update /system/config/hostname \"x\""), "");
   EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 99999"), "");
 }
@@ -277,7 +352,7 @@ void declareMoodies() {
         .done();
     auto const type =
         Agent::configShape<Moodies>("Moodies", "moods").list("moody", &Moodies::moody, "name").done();
-    Agent::topLevelIs({"moodies", type, "moods"});
+    Agent::topLevelIs({"moodies", type, "moods"}, {"moods", "none", "1.0.0"});
     return true;
   }();
   static_cast<void>(once);

@@ -174,6 +174,7 @@ void fillInterface(Interface& made) {
   ethernet->state->leafIs(&EthernetState::macAddress, Kel::String("02:00:00:00:00:01"));
   ethernet->state->leafIs(&EthernetState::portSpeed, PortSpeed::Gb1);
   auto const zero = made.subinterfaces->entryIs(&Subinterfaces::subinterface, 0);
+  zero->state->leafIs(&SubinterfaceState::ifindex, 2);
   zero->config->leafIs(&SubinterfaceConfig::description, Kel::String("all of it"));
   zero->ipv4->config->leafIs(&IpConfig::enabled, true);
   for (char const* const ip : {"192.0.2.1", "192.0.2.2"}) {
@@ -181,8 +182,9 @@ void fillInterface(Interface& made) {
     address->config->leafIs(&AddressConfig::prefixLength, std::uint8_t{24});
     address->state->leafIs(&Ipv4AddressState::origin, AddressOrigin::Static);
   }
-  zero->ipv6->addresses->entryIs(&Ipv6Addresses::address, "2001:db8::1")
-      ->config->leafIs(&Ipv6AddressConfig::prefixLength, std::uint8_t{64});
+  auto const address = zero->ipv6->addresses->entryIs(&Ipv6Addresses::address, "2001:db8::1");
+  address->config->leafIs(&Ipv6AddressConfig::prefixLength, std::uint8_t{64});
+  address->state->leafIs(&Ipv6AddressState::prefixLength, std::uint8_t{64});
   zero->ipv6->neighbors->entryIs(&Ipv6Neighbors::neighbor, "fe80::2")
       ->state->leafIs(&Ipv6NeighborState::neighborState, NeighborState::Reachable);
 }
@@ -199,7 +201,7 @@ void fillSystem(System& system) {
        {std::pair<char const*, FilesystemType>("/", Filesystem::Ext4), {"/proc", Kel::String("proc")}})
     system.mountPoints->entryIs(&MountPoints::mountPoint, name)->state->leafIs(&MountPointState::type, type);
   system.dns->config->leafIs(&DnsConfig::search, {Kel::String("example.org"), Kel::String("example.net")});
-  system.dns->servers->entryIs(&DnsServers::server, "192.0.2.53");
+  system.dns->servers->entryIs(&DnsServers::server, "192.0.2.53")->state->leafIs(&DnsServerState::port, 53);
   system.grpcServers->entryIs(&GrpcServers::grpcServer, "agent")->state->leafIs(&GrpcServerState::port, 9339);
 }
 

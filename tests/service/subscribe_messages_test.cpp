@@ -47,20 +47,22 @@ std::vector<std::string> textsOf(gnmi::Notification const& notification) {
   return texts;
 }
 
-TEST(Messages, shareThePrefixThatTheFrameNames) {
+TEST(Messages, haveAsPrefixTheContainerThatAllShare) {
   struct Row {
-    std::size_t depth;
+    char const* second;
     char const* prefix;
     std::vector<std::string> updates;
   };
   for (Row const& row : std::vector<Row>{
-           {0, "", {"/l/e[k=1]/s/a=1", "/l/e[k=1]/s/b/c=2", "/l/e[k=2]/s/a=3"}},
-           {1, "/l", {"/e[k=1]/s/a=1", "/e[k=1]/s/b/c=2", "/e[k=2]/s/a=3"}},
+           {"/o/l/e[k=1]/s", "/l/e[k=1]/s", {"/a=1", "/b/c=2", "/a=3"}},
+           {"/o/l/e[k=1]", "/l/e[k=1]", {"/s/a=1", "/s/b/c=2", "/a=3"}},
+           {"/o/l/e[k=2]/s", "/l", {"/e[k=1]/s/a=1", "/e[k=1]/s/b/c=2", "/e[k=2]/s/a=3"}},
+           {"/o/m", "", {"/l/e[k=1]/s/a=1", "/l/e[k=1]/s/b/c=2", "/m/a=3"}},
        }) {
     std::vector<gnmi::Notification> const all =
         written({part("/o/l/e[k=1]/s", {{"a", "1"}, {"b/c", "2"}}),
-                 part("/o/l/e[k=2]/s", {{"x", "0"}, {"a", "3"}}, {{1}})},
-                {.origin = "org", .target = "tgt", .encoding = gnmi::PROTO, .prefixDepth = row.depth});
+                 part(row.second, {{"x", "0"}, {"a", "3"}}, {{1}})},
+                {.origin = "org", .target = "tgt", .encoding = gnmi::PROTO});
     ASSERT_THAT(all, SizeIs(1));
     EXPECT_EQ(text(all[0].prefix()), row.prefix);
     EXPECT_EQ(all[0].prefix().origin(), "org");
@@ -79,8 +81,7 @@ TEST(Messages, areSplitWhereTheyWouldBeTooLong) {
   leaves[20].second = std::string(5000, 'y'); // longer than any response may be
   expected[20] = "/leaf20=" + leaves[20].second;
   std::vector<std::string> got;
-  for (gnmi::Notification const& one :
-       written({part("/o/top", leaves)}, {.encoding = gnmi::PROTO, .prefixDepth = 1}, 1000)) {
+  for (gnmi::Notification const& one : written({part("/o/top", leaves)}, {.encoding = gnmi::PROTO}, 1000)) {
     EXPECT_TRUE(one.ByteSizeLong() <= 1000 || one.update_size() == 1);
     EXPECT_EQ(text(one.prefix()), "/top");
     for (std::string const& update : textsOf(one))

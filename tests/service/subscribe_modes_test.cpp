@@ -119,21 +119,21 @@ TEST_F(SubscribeModes, updatesOnlyBeginsWithTheSync) {
   EXPECT_TRUE(snapshot->next().sync_response());
   EXPECT_TRUE(snapshot->status().ok());
   auto const polled = call(poll().add("/interfaces").updatesOnly().done());
-  for (int round = 0; round < 2; ++round) {
-    polled->send(pollNow());
-    EXPECT_TRUE(polled->next().sync_response());
-  }
+  EXPECT_TRUE(polled->next().sync_response());
+  polled->send(pollNow());
+  EXPECT_TRUE(polled->next().sync_response());
 }
 
-TEST_F(SubscribeModes, eachPollIsASnapshotAndASync) {
-  auto const eth0 = bench.addInterface("eth0");
+TEST_F(SubscribeModes, theListAndEachPollGiveASnapshotAndASync) {
+  auto const eth0 = bench.addInterface("eth0", 1500);
   auto const client = call(poll().add("/interfaces/interface/state/mtu").done());
   for (std::uint16_t mtu : {1500, 1600, 1700}) {
-    eth0->state->leafIs(&Agent::InterfaceState::mtu, mtu);
-    client->send(pollNow());
     EXPECT_EQ(client->untilSync(), 1);
     EXPECT_EQ(client->tree["/interfaces/interface[name=eth0]/state/mtu"], fmt::format("uint_val:{}", mtu));
+    eth0->state->leafIs(&Agent::InterfaceState::mtu, mtu + 100);
+    client->send(pollNow());
   }
+  EXPECT_EQ(client->untilSync(), 1);
   client->halfClose();
   EXPECT_TRUE(client->status().ok());
 }
@@ -146,8 +146,29 @@ TEST_F(SubscribeModes, aLongListIsPreparedInTurnsWhileThePollWaits) {
   auto const client = call(list.done());
   client->send(pollNow());
   client->halfClose();
-  EXPECT_EQ(client->untilSync(), 1);
+  EXPECT_EQ(client->untilSync() + client->untilSync(), 2);
   EXPECT_TRUE(client->status().ok());
+}
+
+// What belongs to other models is neither walked nor told of, its ends included.
+TEST_F(SubscribeModes, useModelsLeavesOutTheOthers) {
+  auto const eth0 = bench.addInterface("eth0");
+  auto const unit = eth0->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 0);
+  for (auto const mode : {gnmi::ON_CHANGE, gnmi::TARGET_DEFINED}) {
+    gnmi::SubscribeRequest request = stream().add("/interfaces/interface[name=eth0]", mode).done();
+    request.mutable_subscribe()->add_use_models()->set_name("openconfig-if-ip");
+    auto const client = call(request);
+    client->untilSync();
+    eth0->state->leafIs(&Agent::InterfaceState::mtu, 77);
+    eth0->state->leafIs(&Agent::InterfaceState::mtu, std::nullopt);
+    unit->ipv4->state->leafIs(&Agent::IpState::mtu, 88);
+    unit->ipv4->state->leafIs(&Agent::IpState::mtu, std::nullopt);
+    EXPECT_TRUE(client->applyUntil([&] { return !client->deletes.empty(); }));
+    EXPECT_THAT(client->deletes, ElementsAre(testing::EndsWith("/ipv4/state/mtu")));
+    for (auto const& [path, value] : client->tree)
+      EXPECT_THAT(path, testing::ContainsRegex("/ipv[46]/"));
+    EXPECT_FALSE(client->tree.empty());
+  }
 }
 
 TEST_F(SubscribeModes, aHalfClosedStreamGoesOnAndACancelledOneIsForgotten) {

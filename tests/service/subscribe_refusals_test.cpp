@@ -17,6 +17,16 @@ gnmi::SubscribeRequest with(gnmi::SubscribeRequest request,
   change(*request.mutable_subscribe());
   return request;
 }
+gnmi::SubscribeRequest extended(gnmi::SubscribeRequest request,
+                                std::function<void(gnmi_ext::Extension&)> const& change) {
+  change(*request.add_extension());
+  return request;
+}
+// As clients fill it that have not heard of `elem`; the generated accessors are deprecated like the field.
+void oldElementIs(gnmi::Path& path) {
+  auto const* const field = gnmi::Path::descriptor()->FindFieldByNumber(gnmi::Path::kElementFieldNumber);
+  gnmi::Path::GetReflection()->AddString(&path, field, "interfaces");
+}
 gnmi::Path& firstPath(gnmi::SubscriptionList& list) { return *list.mutable_subscription(0)->mutable_path(); }
 
 struct Row {
@@ -44,10 +54,27 @@ std::vector<Row> refusals() {
       {"encoding BYTES", changed([](List& l) { l.set_encoding(gnmi::BYTES); }), Code::UNIMPLEMENTED},
       {"an unknown encoding", changed([](List& l) { l.set_encoding(static_cast<gnmi::Encoding>(42)); }),
        Code::UNIMPLEMENTED},
-      {"origins in prefix and path", changed([](List& l) {
+      {"different origins in prefix and path", changed([](List& l) {
          l.mutable_prefix()->set_origin("openconfig");
-         firstPath(l).set_origin("openconfig");
+         firstPath(l).set_origin("openconfig-interfaces");
        })},
+      {"the old elements alone", changed([](List& l) {
+         firstPath(l).clear_elem();
+         oldElementIs(firstPath(l));
+       })},
+      {"a model that is not offered", changed([](List& l) { l.add_use_models()->set_name("other"); }),
+       Code::UNIMPLEMENTED},
+      {"yesterday's data",
+       {extended(good, [](auto& e) { e.mutable_history()->set_snapshot_time(1); })},
+       Code::UNIMPLEMENTED},
+      {"less depth", {extended(good, [](auto& e) { e.mutable_depth()->set_level(1); })}, Code::UNIMPLEMENTED},
+      {"commits",
+       {extended(good, [](auto& e) { e.mutable_config_subscription()->mutable_start(); })},
+       Code::UNIMPLEMENTED},
+      {"what is published and not served", list(once().add("/lldp/state")), Code::UNIMPLEMENTED},
+      {"the same with its module", list(once().add("/system/openconfig-system:ntp/*")), Code::UNIMPLEMENTED},
+      {"the same behind wildcards", list(once().add("/.../routed-vlan/config")), Code::UNIMPLEMENTED},
+      {"the same with another module", list(once().add("/openconfig-acl:lldp")), Code::NOT_FOUND},
       {"an origin that is not served", changed([](List& l) { firstPath(l).set_origin("cli"); })},
       {"a target in a path", changed([](List& l) { firstPath(l).set_target("x"); })},
       {"an empty name", changed([](List& l) { firstPath(l).add_elem(); })},
@@ -114,6 +141,14 @@ TEST_F(SubscribeRefusals, whatMayBeAskedThoughItDoesNothing) {
         with(once().add("/interfaces").done(),
              [](auto& list) { list.add_use_models()->set_name("openconfig-interfaces"); }),
         with(once().add("/interfaces").done(), [](auto& list) { list.mutable_prefix(); }),
+        with(once().add("/interfaces").done(), [](auto& list) { oldElementIs(firstPath(list)); }),
+        with(once().add("/interfaces").done(),
+             [](auto& list) {
+               list.mutable_prefix()->set_origin("openconfig");
+               firstPath(list).set_origin("openconfig");
+             }),
+        extended(once().add("/interfaces").done(), [](auto& e) { e.mutable_depth(); }),
+        extended(once().add("/interfaces").done(), [](auto& e) { e.mutable_master_arbitration(); }),
         once().add("/", gnmi::SAMPLE, 5).done(), // of a stream alone
         once().done()}) {
     Subscriber client(bench, server.channel());

@@ -1,0 +1,36 @@
+// What texts are held to beyond their type: the lengths and patterns of the published types. A leaf names one where it is declared.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace re2 {
+class RE2;
+} // namespace re2
+
+namespace Agent {
+
+// Immutable; those below live for the process. Any thread. A check takes time in proportion to the text, whatever it holds.
+struct TextRules {
+  std::string_view name; // of the published type
+  std::size_t minLength = 0;
+  std::size_t maxLength = SIZE_MAX;  // in characters
+  re2::RE2 const* pattern = nullptr; // of the whole text
+
+  // What is wrong with a text, or none.
+  [[nodiscard]] std::optional<std::string> faultOf(std::string_view text) const;
+};
+
+[[nodiscard]] TextRules const& domainName();
+[[nodiscard]] TextRules const& ipv4Address();
+[[nodiscard]] TextRules const& ipv6Address();
+[[nodiscard]] TextRules const& ipAddress();     // either of them
+[[nodiscard]] TextRules const& listenAddress(); // one of them, or ANY
+[[nodiscard]] TextRules const& macAddress();
+[[nodiscard]] TextRules const& physAddress(); // of a link of any kind
+[[nodiscard]] TextRules const& dateAndTime();
+
+} // namespace Agent

@@ -1,0 +1,50 @@
+#include "agent/paths/RequestParts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "agent/model/Tree.h"
+#include "agent/paths/RequestPath.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+grpc::Status notOffered(std::string const& what) { return {grpc::StatusCode::UNIMPLEMENTED, what}; }
+
+bool isOffered(gnmi::ModelData const& wanted) {
+  return std::ranges::any_of(publishedModels(), [&wanted](PublishedModel const& model) {
+    return model.name == wanted.name() &&
+           (wanted.organization().empty() || model.organization == wanted.organization()) &&
+           (wanted.version().empty() || model.version == wanted.version());
+  });
+}
+
+} // namespace
+
+Kstd::Result<std::vector<std::string>, grpc::Status>
+modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels) {
+  std::vector<std::string> modules;
+  for (gnmi::ModelData const& model : useModels) {
+    if (!isOffered(model)) {
+      return Kstd::Err(notOffered(fmt::format("model '{}' {} is not supported", statusText(model.name()),
+                                              statusText(model.version()))));
+    }
+    modules.push_back(model.name());
+  }
+  return modules;
+}
+
+grpc::Status checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions,
+                             CallKind call) {
+  for (gnmi_ext::Extension const& each : extensions) {
+    bool const ofSets = each.has_commit() || each.has_master_arbitration();
+    if (each.has_history() || each.depth().level() != 0 || each.has_config_subscription() ||
+        (ofSets && call == CallKind::Set))
+      return notOffered("this agent does not offer the extension that is asked for");
+  }
+  return grpc::Status::OK;
+}
+
+} // namespace Agent

@@ -1,0 +1,32 @@
+// What the requests of several calls have in common beside paths. Pure: any thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <google/protobuf/repeated_ptr_field.h>
+#include <grpcpp/support/status.h>
+
+#include "Kstd/Result.h"
+
+namespace gnmi {
+class ModelData;
+} // namespace gnmi
+namespace gnmi_ext {
+class Extension;
+} // namespace gnmi_ext
+
+namespace Agent {
+
+// The modules that a request confines itself to; none: all. UNIMPLEMENTED for a model that is not offered.
+[[nodiscard]] Kstd::Result<std::vector<std::string>, grpc::Status>
+modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels);
+
+enum class CallKind : std::uint8_t { Get, Set, Subscribe };
+
+// UNIMPLEMENTED for an extension that changes what the call means, since whoever asks for it counts on it. Others are passed over.
+[[nodiscard]] grpc::Status
+checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions, CallKind call);
+
+} // namespace Agent
