@@ -57,10 +57,6 @@ TEST_F(DataGet, leavesInAllEncodings) {
     EXPECT_EQ(bench.value(row.path, JSON_IETF), row.ietf) << row.path;
     EXPECT_EQ(bench.value(row.path, PROTO), row.proto) << row.path;
   }
-  // A process may be called by what is no UTF-8; JSON stays JSON.
-  Agent::Process* const process = bench.tree().system->processes->process.find(1);
-  process->state->leafIs(&Agent::ProcessState::args, {Kel::String("\xff")});
-  EXPECT_EQ(bench.value("/system/processes/process[pid=1]/state/args"), "[\"\xef\xbf\xbd\"]");
 }
 
 TEST_F(DataGet, containersAndListsInJson) {
