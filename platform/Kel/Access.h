@@ -5,6 +5,7 @@
 // `Impl::notifyOf`, the one place from which generic writes tell the observers.
 #pragma once
 
+#include <iterator>
 #include <optional>
 #include <type_traits>
 #include <utility>
@@ -335,6 +336,18 @@ private:
   State state_ = State::Fresh;
 };
 
+// Each member in key order, whatever a visit does to the collection. Takes no storage: the end of a tree does not fail half-way.
+template <class C, class Visit>
+void visitMembers(C const& members, Visit const& visit) {
+  for (auto at = members.map().begin(); at != members.map().end();) {
+    auto const key = at->first;
+    auto const member = at->second;
+    std::uint64_t const stamp = members.stamp();
+    visit(member);
+    at = stamp == members.stamp() ? std::next(at) : members.map().upper_bound(key);
+  }
+}
+
 // What the collections have in common; `ToHandle` makes a handle of a member.
 template <class C, class ToHandle>
 class MembersAccess : public AttrAccess {
@@ -400,13 +413,8 @@ public:
   }
   void visitChildren(AttrDesc const& attr, Entity& owner,
                      std::function<void(Entity&)> const& visit) const override {
-    auto const& members = storage<C>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner)));
-    std::vector<Ptr<E>> children;
-    children.reserve(members.size());
-    for (auto const& [key, member] : members)
-      children.push_back(member);
-    for (auto const& child : children)
-      visit(*child);
+    visitMembers(storage<C>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner))),
+                 [&visit](Ptr<E> const& child) { visit(*child); });
   }
 
 private:

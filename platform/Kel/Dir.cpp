@@ -51,11 +51,8 @@ public:
   }
   void visitChildren(AttrDesc const&, Entity& owner,
                      std::function<void(Entity&)> const& visit) const override {
-    std::vector<Ptr<Entity>> children;
-    for (auto const& [name, entry] : static_cast<Dir&>(owner).entries_)
-      children.push_back(entry->entity);
-    for (auto const& child : children)
-      visit(*child);
+    Impl::visitMembers(static_cast<Dir&>(owner).entries_,
+                       [&visit](Ptr<Dir::Entry> const& entry) { visit(*entry->entity); });
   }
 
 private:

@@ -25,8 +25,13 @@ std::string raisedText() {
 
 void traceRaised(char const* who) {
   static Tovak::DebugHandler& trace = Tovak::Platform::getDebugHandler("KelTold", false);
-  std::string const text = raisedText();
-  TOVAK_TRACE(trace, Tovak::traceLevelError, who, "Dropped what was raised while it was told: {}", text);
+  try {
+    std::string const text = raisedText();
+    TOVAK_TRACE(trace, Tovak::traceLevelError, who, "Dropped what was raised while it was told: {}", text);
+  } catch (Tovak::AssertionError const&) {
+    throw;
+  } catch (...) { // no memory for the text: whoever is next is told all the same
+  }
 }
 
 void throwNewEntityArgsException(std::string const& typeName, std::size_t expected, std::size_t found) {

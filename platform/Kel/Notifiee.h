@@ -13,7 +13,8 @@
 namespace Kel {
 
 // An observer attached to one notifier object. Registered and active, it is told of every change of an attribute of its
-// notifier and of the notifier's end. Whoever made it owns it; the notifier does not. Dropping it ends the observation.
+// notifier and of the notifier's end. Whoever made it owns it; the notifier does not. Dropping it ends the observation, while it is being
+// told itself when that call returns.
 // All calls come on the scheduler thread, synchronously, after the model is consistent again. He may change the model, which then tells
 // again from within. What he raises is traced and goes no further: the change stands, and the others are told.
 class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
@@ -33,11 +34,12 @@ public:
     static_cast<void>(key);
   }
 
-  // Attaches to another notifier (null: to none), taking its registration along.
+  // Attaches to another notifier (null: to none). Its two properties below stay, in whichever order they are set.
   void notifierIs(PtrInterface const* notifier);
-  // Weak: does not keep the notifier alive. Set it before the notifier could go.
+  // Weak: does not keep the notifier alive, and has none when that has gone. A notifier without a list of observers could not say so: it
+  // is kept alive all the same.
   void isWeakReferenceIs(bool weak);
-  // In the notifier's list, or not.
+  // Told of what happens, or not.
   void isRegisteredNotifieeIs(bool registered);
 
   [[nodiscard]] PtrInterface const* notifier() const noexcept { return notifier_; }
@@ -46,57 +48,67 @@ public:
 
 private:
   friend class NotifieeList;
-  void release();
+  static constexpr std::uint32_t kNowhere = ~std::uint32_t{0};
+  [[nodiscard]] bool keepsAlive() const; // the notifier
+  void enlist();
+  void delist() noexcept;
+  void release() noexcept;
 
   PtrInterface const* notifier_ = nullptr;
   bool weak_ = false;
   bool registered_ = false;
+  std::uint32_t place_ = kNowhere; // in the notifier's list
 };
 
-// The observers of one object, in the order of their registration. Tolerates registration and removal during a visit: who was
-// registered when the visit began is told, unless he has left meanwhile; who joins during it is not. 8 bytes, and
-// no storage of its own for a single one.
+// The observers of one object, in the order of their registration, and those that only want to know that it has gone. Tolerates
+// registration and removal during a visit: who was registered when the visit began is told, unless he has left meanwhile; who joins
+// during it is not. Joining and leaving take the same time however many there are. 8 bytes, and no storage of its own for a single one.
 class KTD_EXPORT NotifieeList {
 public:
+  using Member = PtrInterface::NotifieeConst*;
+
   NotifieeList() = default;
   NotifieeList(NotifieeList const&) = delete;
   NotifieeList& operator=(NotifieeList const&) = delete;
   ~NotifieeList();
 
   [[nodiscard]] bool empty() const noexcept { return one_ == nullptr; }
-  [[nodiscard]] std::size_t size() const noexcept { return members().size(); }
-  // Valid until the list changes.
-  [[nodiscard]] std::span<PtrInterface::NotifieeConst* const> members() const noexcept {
-    if (Members const* const several = this->several()) [[unlikely]]
-      return *several;
+  // With a null for some that have left. Valid until the list changes.
+  [[nodiscard]] std::span<Member const> members() const noexcept {
+    if (Several const* const several = this->several()) [[unlikely]]
+      return several->places;
     return {&one_, one_ == nullptr ? std::size_t{0} : std::size_t{1}};
   }
+  // The first of them, null when there is none or it has left.
+  [[nodiscard]] Member front() const noexcept { return empty() ? nullptr : members().front(); }
 
   // Delivers an attribute notification to the active notifiees. Keeps the notifier alive meanwhile.
   void visit(AttributeId id, void const* key) const;
   // Tells them that the notifier has ended.
   void visitZeroReferences() const;
   // Drops all of them without telling.
-  void deleteAll();
+  void deleteAll() noexcept;
 
 private:
   friend class PtrInterface::NotifieeConst;
-  using Members = std::vector<PtrInterface::NotifieeConst*>;
+  struct Several {
+    std::vector<Member> places; // null where somebody has left
+    std::uint32_t left = 0;     // how many have
+    std::uint32_t visits = 0;   // that are under way: nobody's place changes meanwhile
+  };
+  class Visit;
   template <class Tell>
   void tell(Tell const& tell) const;
-  void add(PtrInterface::NotifieeConst* notifiee);
-  void remove(PtrInterface::NotifieeConst* notifiee) noexcept;
-  [[nodiscard]] bool holds(PtrInterface::NotifieeConst const* notifiee) const noexcept;
+  void add(Member notifiee);
+  void remove(Member notifiee) noexcept;
+  void tidy() noexcept;
   // Several have a block, whose address is kept with its lowest bit set.
-  [[nodiscard]] Members* several() const noexcept {
+  [[nodiscard]] Several* several() const noexcept {
     auto const bits = reinterpret_cast<std::uintptr_t>(one_);
-    return (bits & 1) != 0 ? reinterpret_cast<Members*>(bits - 1) : nullptr;
-  }
-  void severalIs(Members* members) noexcept {
-    one_ = reinterpret_cast<PtrInterface::NotifieeConst*>(reinterpret_cast<std::uintptr_t>(members) + 1);
+    return (bits & 1) != 0 ? reinterpret_cast<Several*>(bits - 1) : nullptr;
   }
 
-  PtrInterface::NotifieeConst* one_ = nullptr;
+  Member one_ = nullptr;
 };
 
 } // namespace Kel

@@ -52,6 +52,8 @@ protected:
   virtual void handleZeroRef() const noexcept { delete this; }
 
   [[nodiscard]] bool zeroReferencesTold() const noexcept { return zeroReferencesTold_; }
+  // Gives up a reference without ending the object at the last one: for a constructor that hands its object out and keeps it meanwhile.
+  void unrefInConstructor() const noexcept { static_cast<void>(refs_.drop()); }
 
 private:
   RefCount refs_;

@@ -12,6 +12,7 @@
 #include "Kel/Scalars.h"
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/Path.h"
+#include "Ondra/Sharers.h"
 
 namespace Ondra {
 
@@ -30,31 +31,37 @@ public:
 
   // Null when nothing is known of it.
   [[nodiscard]] Record* find(Kel::AttributeId id, Key const& key) const {
-    if (!records_) {
+    if (!known_) {
       return nullptr;
     }
-    auto const found = records_->find(AttrStateNode(id, key));
-    return found == records_->end() ? nullptr : &found->second;
+    auto const found = known_->records.find(AttrStateNode(id, key));
+    return found == known_->records.end() ? nullptr : &found->second;
   }
-  Record& get(Kel::AttributeId id, Key const& key) {
-    if (!records_) {
-      records_ = std::make_unique<Records>();
-    }
-    return (*records_)[AttrStateNode(id, key)];
-  }
+  Record& get(Kel::AttributeId id, Key const& key) { return known().records[AttrStateNode(id, key)]; }
   void del(Kel::AttributeId id, Key const& key) {
-    if (records_) {
-      records_->erase(AttrStateNode(id, key));
+    if (known_) {
+      known_->records.erase(AttrStateNode(id, key));
     }
   }
-  void clear() { records_.reset(); }
+  // The members with a path in common.
+  [[nodiscard]] Sharers& sharers() { return known().sharers; }
 
 private:
   // The node serves as the pair of id and detached key.
   using Records =
       absl::node_hash_map<AttrStateNode, Record, absl::Hash<AttrStateNode>, std::equal_to<AttrStateNode>,
                           Kel::MemAllocator<std::pair<AttrStateNode const, Record>, EmittedLeaves>>;
-  std::unique_ptr<Records> records_;
+  struct Known {
+    Records records;
+    Sharers sharers;
+  };
+  Known& known() {
+    if (!known_) {
+      known_ = std::make_unique<Known>();
+    }
+    return *known_;
+  }
+  std::unique_ptr<Known> known_;
 };
 
 } // namespace Ondra

@@ -15,6 +15,7 @@
 #include "Ondra/PathTypes.h"
 #include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
+#include "Ondra/Sharers.h"
 #include "Ondra/WalkRules.h"
 
 namespace Ondra {
@@ -42,12 +43,14 @@ GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Pat
     , second_(second) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   TOVAK_ASSERT(!prefixPath_->empty(), notifieeTrace(), "prefixPath_ cannot be empty!");
-  recordType(*notifier);
-  notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this), notifier);
-  // Weak where the notifier's list can tell of its end.
-  isWeakReferenceIs(notifier->notifieeList() != nullptr);
-  notifierIs(notifier);
-  isRegisteredNotifieeIs(true);
+  ref(); // whoever observes the types may take it out of the registry again
+  try {
+    watch(*notifier);
+  } catch (...) {
+    notifieeMaps->erase(Kel::Ptr<GifGnmiNotifiee>(this));
+    throw;
+  }
+  unrefInConstructor();
 }
 
 GifGnmiNotifiee::GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo)
@@ -55,15 +58,35 @@ GifGnmiNotifiee::GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo)
 
 GifGnmiNotifiee::~GifGnmiNotifiee() = default;
 
-// Directories hold the entities that are recorded and are not recorded themselves.
-void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
-  if (!pathTypesMap || !type_.isEntity() || type_.isDir()) {
+// What has ended will never be told of: it is not watched.
+void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
+  auto const* const entity = type_.isEntity() ? static_cast<Kel::Entity const*>(&notifier) : nullptr;
+  if (entity != nullptr && entity->isOrphan()) {
     return;
   }
-  Kel::Entity const* const parent = static_cast<Kel::Entity const&>(notifier).parent();
-  if (parent != nullptr && parent->fwkType().isDir()) {
-    recordedType_ = true;
-    pathTypesMap->pathTypesIs(Kel::String(prefixPath_->toString()), type_.name());
+  notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this), &notifier);
+  isWeakReferenceIs(true);
+  isRegisteredNotifieeIs(true);
+  notifierIs(&notifier);
+  recordType(notifier);
+  if (entity != nullptr && (this->notifier() == nullptr || entity->isOrphan())) {
+    notifieeMaps->erase(Kel::Ptr<GifGnmiNotifiee>(this));
+  }
+}
+
+// Directories hold the entities that are recorded and are not recorded themselves. The entry comes last, when all is in order: those who
+// observe the types may do anything. A notifiee that was there before has left its entry to this one.
+void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
+  Kel::Ptr<PathToType> const types = pathTypesMap;
+  if (!types) {
+    return;
+  }
+  bool const candidate = type_.isEntity() && !type_.isDir();
+  Kel::Entity const* const parent = candidate ? static_cast<Kel::Entity const&>(notifier).parent() : nullptr;
+  bool const isRecorded = parent != nullptr && parent->fwkType().isDir();
+  if (std::exchange(recordedType_, isRecorded) || isRecorded) {
+    Kel::String const path(prefixPath_->toString());
+    isRecorded ? types->pathTypesIs(path, type_.name()) : static_cast<void>(types->pathTypesDel(path));
   }
 }
 
@@ -105,15 +128,53 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
   static_cast<void>(walker.walk());
 }
 
-void GifGnmiNotifiee::memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
-                                   Kel::Ptr<Path const> const& path) {
+GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
+                                                           Kel::Ptr<Kel::GenericIf const> const& key,
+                                                           Kel::Ptr<Path const> const& path) {
   EmittedLeaves::Record& record = emitted_.get(id, key);
-  Kel::Ptr<Path const> const before = std::exchange(record.memberPath, path);
-  if (before && !before->isEqual(path.get())) {
-    Kel::Ptr<Path const> const ended = Path::joinPath(prefixPath_, before);
-    retire(ended);
-    forceDelete(router_, ended);
+  MemberPlace place;
+  bool const isElsewhere = record.memberPath && !record.memberPath->isEqual(path.get());
+  if (isElsewhere) {
+    place.before = record.memberPath;
+    record.leaves.clear();
+    leavePath(id, key, place.before);
   }
+  record.memberPath = path;
+  if (Sharers::isShared(*path)) {
+    Kel::Ptr<Kel::GenericIf const> const own = AttrStateNode(id, key).key();
+    emitted_.sharers().add(id, path, own);
+    auto const last = emitted_.sharers().last(id, path);
+    place.isLast = *last == own || (*last && own && (*last)->equals(*own));
+  }
+  return place;
+}
+
+void GifGnmiNotifiee::memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
+  EmittedLeaves::Record const* const record = emitted_.find(id, key);
+  if (record != nullptr && record->memberPath) {
+    leavePath(id, key, Kel::Ptr<Path const>(record->memberPath));
+  }
+  emitted_.del(id, key);
+}
+
+void GifGnmiNotifiee::leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                                Kel::Ptr<Path const> const& path) {
+  if (Sharers::isShared(*path)) {
+    emitted_.sharers().del(id, path, AttrStateNode(id, key).key());
+    Pending::instance().addSharers(*this, id, path);
+  }
+}
+
+void GifGnmiNotifiee::sharersChanged(Kel::AttributeId id, Kel::Ptr<Path const> const& path) {
+  Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
+  Kel::Ptr<Kel::GenericIf const> object = this->object();
+  if (!inRegistry_ || !object) {
+    return;
+  }
+  WalkScope const scope;
+  KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, nullptr,
+                            notifFlags());
+  walker.walkSharers(path);
 }
 
 void GifGnmiNotifiee::onZeroReferences() {
@@ -128,11 +189,20 @@ void GifGnmiNotifiee::onZeroReferences() {
     return;
   }
   WalkScope const unwindFirst; // the delete goes out before what follows from the end
-  bool const report = type_.reportsDelete() && !SilentEnds::active();
-  retire(path);
-  if (report) {
-    forceDelete(router_, path);
+  auto const endPath = [&] {
+    if (inRegistry_) { // whoever has taken the delete may have ended it, or begun anew
+      retire(path);
+    }
+  };
+  if (type_.reportsDelete() && !SilentEnds::active()) {
+    try {
+      forceDelete(router_, path);
+    } catch (...) {
+      endPath();
+      throw;
+    }
   }
+  endPath();
 }
 
 void GifGnmiNotifiee::hasNotificationActiveIs(bool active) {
@@ -167,7 +237,7 @@ Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) 
   bool const firstPath = isEntity && !notifieeMaps->pathOf(walkInfo->obj);
   Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(walkInfo));
   made->hasNotificationActiveIs(true);
-  if (firstPath) {
+  if (firstPath && made->isRegistered()) {
     Referrers::instance().pathChanged(static_cast<Kel::Entity const*>(walkInfo->obj)->serial());
   }
   return made;
@@ -199,10 +269,10 @@ std::string GifGnmiNotifiee::dumpGnmiNotifieeMap() {
 std::string GifGnmiNotifiee::dumpNotifieePathMap() {
   std::string text;
   for (auto const& [object, notifiees] : notifieeMaps->byObject()) {
-    for (GifGnmiNotifiee const* const notifiee : notifiees) {
-      text +=
-          fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(object), notifiee->prefixPath());
-    }
+    static_cast<void>(notifiees.first([&text, at = object](GifGnmiNotifiee const& notifiee) {
+      text += fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(at), notifiee.prefixPath());
+      return false;
+    }));
   }
   return text;
 }

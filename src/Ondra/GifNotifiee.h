@@ -7,7 +7,9 @@
 // 3. What is retired is gone whole: notifiees at and below the path, parked walkers there, `pathTypes` entries; at most one delete
 //    is sent for it.
 // 4. No notification walk runs inside another walk: changes told meanwhile wait, each once, until the walks have unwound.
-// 5. A delete is stamped later than whatever was sent before it, and what is sent after it is stamped later still.
+// 5. A delete is stamped later than whatever was sent before it; what is sent after it is not stamped earlier.
+// 6. What is watched is alive: whoever observes the types or takes the delete may register another notifiee at the path, end it or end the
+//    object, and the last to come stands.
 #pragma once
 
 #include <cstddef>
@@ -37,7 +39,8 @@ public:
   using Kel::TrackedObject<GifGnmiNotifiee>::operator new;
   using Kel::TrackedObject<GifGnmiNotifiee>::operator delete;
 
-  // REQUIRES a path with elements (asserted). Registers itself; delivery is switched on by `hasNotificationActiveIs(true)`.
+  // REQUIRES a path with elements (asserted). Registers itself, unless the object has been removed from its parent; delivery is switched
+  // on by `hasNotificationActiveIs(true)`.
   // `first`: its notification walks send nothing; `second`: they carry flagNotifSecond.
   GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath, BaseRouter& router,
                   bool first, bool second);
@@ -94,9 +97,18 @@ public:
     changed(id, key, false);
   }
 
-  // Notes the path, relative to the prefix, of a member whose key holds a reference. One that it was sent under before ends.
-  void memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
-                    Kel::Ptr<Path const> const& path);
+  // Where a member whose key holds a reference has its place, relative to the prefix.
+  struct MemberPlace {
+    Kel::Ptr<Path const>
+        before; // the path that it was sent under, when that was another one; to be ended by the caller
+    bool isLast = true; // no other member covers it
+  };
+  MemberPlace memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                           Kel::Ptr<Path const> const& path);
+  // The member has gone from its path. What is left there is sent again when the walks that are running have unwound.
+  void memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  // Sends what is to be seen at a path that members share: at once. REQUIRES that no walk is running.
+  void sharersChanged(Kel::AttributeId id, Kel::Ptr<Path const> const& path);
 
   // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running (asserted).
   static void clearAllGnmiNotifiees();
@@ -107,8 +119,11 @@ public:
 
 private:
   friend class NotifieeMaps;
+  void watch(Kel::PtrInterface const& notifier);
   void recordType(Kel::PtrInterface const& notifier);
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel);
+  void leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
+                 Kel::Ptr<Path const> const& path);
 
   // What walks read comes first: it lies together.
   std::uint64_t holderSerial_ = 0; // 0: not noted
@@ -125,7 +140,7 @@ private:
   bool const first_;
   bool const second_;
   bool inRegistry_ = false;
-  bool recordedType_ = false; // has an entry in `pathTypesMap`
+  bool recordedType_ = false; // the entry in `pathTypesMap` is its own
   bool wasSwitchedOff_ = false;
 };
 
@@ -133,8 +148,8 @@ private:
 // first. None is made for a walk that takes notifiees down (flagInstantiatingOnly). Returns the notifiee that the path has now, or null.
 KTD_EXPORT Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo);
 
-// Ends a path: nothing at or below it is watched, parked or registered afterwards, and references to what was there are rendered
-// anew. Sends nothing. Returns whether anything was watched there.
+// Ends a path: nothing at or below it is watched, parked or registered afterwards, but what observers of the types register in turn, and
+// references to what was there are rendered anew. Sends nothing. Returns whether anything was watched there.
 KTD_EXPORT bool retire(Kel::Ptr<Path const> const& path);
 
 // Sends a delete of a whole path, later than everything before it.

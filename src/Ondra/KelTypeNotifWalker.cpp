@@ -3,7 +3,9 @@
 #include <absl/container/flat_hash_set.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
@@ -13,6 +15,7 @@
 #include "Ondra/IrToResp.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/PathFormat.h"
+#include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/ScalarEncode.h"
 #include "Ondra/Unsent.h"
@@ -111,8 +114,8 @@ void KelTypeNotifWalker::tellOrGone(Plan const& plan, Handle const& key, Tell co
       tell(true);
     }
     if (plan.canLoseLeaves && interruptions != Unsent::interruptions()) {
-      notifiee_.emitted().del(plan.attr.id(),
-                              key); // part of its leaves has gone out already: nobody has them all
+      // Part of its leaves has gone out already: nobody has them all.
+      notifiee_.emitted().get(plan.attr.id(), key).leavesKnown = false;
       notifiee_.changed(plan.attr.id(), key);
     }
   } catch (...) {
@@ -193,13 +196,15 @@ void KelTypeNotifWalker::endEntityAt(Kel::Ptr<Path const> const& path) {
 
 // --- collections ---------------------------------------------------------------------------------------
 
+void KelTypeNotifWalker::sendSoFar() {
+  routerPush(ir_);
+  ir_->clear();
+}
+
 void KelTypeNotifWalker::walkMembers(Plan const& plan) {
-  auto const sendSoFar = [this] {
-    routerPush(ir_);
-    ir_->clear();
-  };
   for (Handle const& key : notifiee_.attrStates().keysOf(plan.attr.id())) {
-    if (key && !isThere(plan, key)) {
+    Handle const own = memberKey(plan, key);
+    if (key && (!own || !plan.attr.genericIfExist(gif_, own))) {
       memberGone(plan, key);
       sendSoFar();
     }
@@ -210,15 +215,17 @@ void KelTypeNotifWalker::walkMembers(Plan const& plan) {
   }
 }
 
-// Whether the collection holds the member of a state's key, which stands for the reference that the member's own key wraps.
-bool KelTypeNotifWalker::isThere(Plan const& plan, Handle const& stateKey) const {
+// The collection's own key of a state's key, which stands for the reference that a key wraps. Null for one to an object that has gone.
+KelTypeNotifWalker::Handle KelTypeNotifWalker::memberKey(Plan const& plan, Handle const& stateKey) {
   Kel::KelType const keyType = plan.attr.keyType();
   if (!keyType || !keyType.isKeyPtrWrapper()) {
-    return plan.attr.genericIfExist(gif_, stateKey);
+    return stateKey;
+  }
+  if (!stateKey) {
+    return keyType.genericIf(nullptr);
   }
   Kel::PtrInterface* const target = stateKey->object();
-  return target != nullptr &&
-         plan.attr.genericIfExist(gif_, keyType.genericIf(Kel::ArgList{Kel::GenericIf::toObject(target)}));
+  return target == nullptr ? nullptr : keyType.genericIf(Kel::ArgList{Kel::GenericIf::toObject(target)});
 }
 
 void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
@@ -235,32 +242,84 @@ void KelTypeNotifWalker::tellMember(Plan const& plan, Handle const& key, bool cl
   RenderScope const rendering(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
   bool const isNew = notifiee_.attrStates().queryAttrState(id, key) == nullptr;
   long timestamp = stamp(id, key);
-  if (plan.keyHoldsReference) {
-    // The path holds the text of a reference, which may have become another one.
-    Kel::Ptr<Path const> const path = memberPath(plan, key);
-    EmittedLeaves::Record& record = notifiee_.emitted().get(id, key);
-    Kel::Ptr<Path const> const before = std::exchange(record.memberPath, path);
-    if (before && !before->isEqual(path.get())) {
-      if (plan.attr.isInstantiating()) {
-        retire(absolute(before));
-      }
-      advanceClock(); // later than what the parts were stamped with
-      addDelete(stamp(id, key), before);
-      record.leaves.clear();
-      timestamp = stamp(id, key);
-      resendSharing(plan, nullptr, before);
-    }
-    resendSharing(plan, key, path);
+  if (!plan.keyHoldsReference || takesPlaceAlone(plan, key, timestamp)) {
+    sendMember(plan, key, clears || clearsFirst(plan, key, isNew), timestamp);
   }
-  if (clears || clearsFirst(plan, key, isNew)) {
-    addDelete(timestamp, memberPath(plan, key));
+}
+
+// Its path holds the text of a reference, which may have become another one. False where others have that path too: what is to be seen
+// there is sent when no other change waits.
+bool KelTypeNotifWalker::takesPlaceAlone(Plan const& plan, Handle const& key, long& timestamp) {
+  Kel::AttributeId const id = plan.attr.id();
+  Kel::Ptr<Path const> const path = memberPath(plan, key);
+  GifGnmiNotifiee::MemberPlace const place = notifiee_.memberPathIs(id, key, path);
+  if (place.before) {
+    if (plan.attr.isInstantiating()) {
+      retire(absolute(place.before));
+    }
+    advanceClock(); // later than what the parts were stamped with
+    addDelete(stamp(id, key), place.before);
     timestamp = stamp(id, key);
+  }
+  if (!Sharers::isShared(*path)) {
+    return true;
+  }
+  if (place.isLast || plan.canLoseLeaves) {
+    Pending::instance().addSharers(notifiee_, id, path);
+  }
+  return false;
+}
+
+WalkResult KelTypeNotifWalker::walkSharers(Kel::Ptr<Path const> const& path) {
+  Plan const& plan = WalkRules::typePlan(objType_).attrs[objType_.attr(id_).desc().index];
+  Unsent const unsent(*this, ir_, &notifiee_);
+  try {
+    tellSharers(plan, path);
+  } catch (...) {
+    traceFault(plan);
+  }
+  return routerPush(ir_);
+}
+
+void KelTypeNotifWalker::tellSharers(Plan const& plan, Kel::Ptr<Path const> const& path) {
+  Sharers& sharers = notifiee_.emitted().sharers();
+  std::vector<Handle> seen;
+  if (plan.canLoseLeaves) {
+    seen = sharers.all(id_, path);
+  } else if (std::optional<Handle> const last = sharers.last(id_, path)) {
+    seen.push_back(*last);
+  }
+  if (plan.canLoseLeaves && !seen.empty()) {
+    advanceClock();
+    addDelete(Kel::activityManagerStatus()->activityLoopExecNsTime(), path);
+  }
+  for (Handle const& stateKey : seen) {
+    Handle const key = memberKey(plan, stateKey);
+    if (!key || !plan.attr.genericIfExist(gif_, key)) {
+      continue; // what waits for it has gone by already, or it has gone unnoticed
+    }
+    sendSoFar(); // each by itself: they are sent over each other
+    advanceClock();
+    EmittedLeaves::Record& record = notifiee_.emitted().get(id_, key);
+    record.leaves.clear(); // deleted by now, or covered
+    record.leavesKnown = true;
+    auto const tell = [&](bool clears) {
+      RenderScope const rendering(plan.rendersReferences, &notifiee_, id_, key, RenderScope::Mode::Replace);
+      sendMember(plan, key, clears, stamp(id_, key));
+    };
+    tellOrGone(plan, key, tell, [&] { memberGone(plan, key); });
+  }
+}
+
+void KelTypeNotifWalker::sendMember(Plan const& plan, Handle const& key, bool clears, long timestamp) {
+  if (clears) {
+    addDelete(timestamp, memberPath(plan, key));
+    timestamp = stamp(plan.attr.id(), key);
   }
   traceKind(plan, true);
   step_ = {plan.attr, key};
   if (plan.attr.isInstantiating()) {
-    routerPush(ir_); // before what the entity sends by itself
-    ir_->clear();
+    sendSoFar(); // before what the entity sends by itself
   }
   walkCollectionAttr(plan.attr, key, plan.attr.genericIfGet(gif_, key), &notifiee_, ir_);
   settle(plan, key, timestamp);
@@ -274,6 +333,7 @@ void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
     EmittedLeaves::Record const* const record = notifiee_.emitted().find(id, key);
     path = record != nullptr && record->memberPath ? record->memberPath : memberPath(plan, key);
   }
+  notifiee_.memberGone(id, key);
   std::optional<long> const deleted = notifiee_.attrStates().delAttrState(id, key);
   if (!deleted) {
     TOVAK_TRACE(trace(), 4, kCategory,
@@ -285,33 +345,8 @@ void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
   if (plan.attr.isInstantiating()) {
     retire(absolute(path));
   }
-  notifiee_.emitted().del(id, key);
   TOVAK_TRACE(trace(), 8, kCategory, "{} push delete message", debugString());
   addDelete(*deleted, path);
-  if (plan.keyHoldsReference) {
-    resendSharing(plan, nullptr, path);
-  }
-}
-
-// Members whose references lead nowhere all have one path, at which the last in key order is seen. Those that come after the given
-// one (null: all of them) are sent again.
-void KelTypeNotifWalker::resendSharing(Plan const& plan, Handle const& after,
-                                       Kel::Ptr<Path const> const& path) {
-  auto const& fields = path->elems().back()->key();
-  if (std::none_of(fields.begin(), fields.end(),
-                   [](auto const& field) { return field.value == "nullptr"; })) {
-    return;
-  }
-  auto member =
-      after ? plan.attr.genericIfIteratorConst(gif_, after) : plan.attr.genericIfIteratorConst(gif_);
-  for (; member; ++member) {
-    Handle const key = member.key();
-    EmittedLeaves::Record const* const record = notifiee_.emitted().find(plan.attr.id(), key);
-    bool const shares = record != nullptr && record->memberPath && record->memberPath->isEqual(path.get());
-    if (shares && !(after && after->equals(*key))) {
-      notifiee_.pathChanged(plan.attr.id(), key); // when this walk has ended
-    }
-  }
 }
 
 // The member's element at the end of the walker's own path.

@@ -31,6 +31,9 @@ public:
   ~KelTypeNotifWalker() override;
 
   WalkResult walk();
+  // Sends what is to be seen at a path, relative to the prefix, that members of the collection share: the last of them, or all in their
+  // order where each can have leaves that the others are without.
+  WalkResult walkSharers(Kel::Ptr<Path const> const& path);
 
   // The short road of the most frequent change: an attribute that is one plain leaf and has a value. Sends just what a walker would;
   // false when the change is to be walked instead, as it is while walks are traced. REQUIRES a WalkScope.
@@ -64,9 +67,12 @@ private:
   void walkMembers(Plan const& plan);
   void walkMember(Plan const& plan, Handle const& key);
   void tellMember(Plan const& plan, Handle const& key, bool clears);
-  [[nodiscard]] bool isThere(Plan const& plan, Handle const& stateKey) const;
+  void tellSharers(Plan const& plan, Kel::Ptr<Path const> const& path);
+  void sendMember(Plan const& plan, Handle const& key, bool clears, long timestamp);
+  [[nodiscard]] bool takesPlaceAlone(Plan const& plan, Handle const& key, long& timestamp);
+  [[nodiscard]] static Handle memberKey(Plan const& plan, Handle const& stateKey);
   void memberGone(Plan const& plan, Handle const& key);
-  void resendSharing(Plan const& plan, Handle const& after, Kel::Ptr<Path const> const& path);
+  void sendSoFar();
   [[nodiscard]] Kel::Ptr<Path const> memberPath(Plan const& plan, Handle const& key);
   [[nodiscard]] bool isAbsent(Plan const& plan, Handle const& value) const;
   void traceFault(Plan const& plan) const;

@@ -8,8 +8,8 @@
 
 #include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
-#include <absl/container/inlined_vector.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -21,18 +21,54 @@
 #include "Kstd/Export.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/Path.h"
+#include "Ondra/PathOrder.h"
 
 namespace Ondra {
 
-// A total order of paths in which everything below a path follows it directly. Of no meaning otherwise.
 struct KTD_EXPORT PathOrder {
   using is_transparent = void;
-  static int compare(Path const& a, Path const& b);
   bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
-    return compare(*a->prefixPath(), *b->prefixPath()) < 0;
+    return comparePaths(*a->prefixPath(), *b->prefixPath()) < 0;
   }
-  bool operator()(GifGnmiNotifiee const* a, Path const& b) const { return compare(*a->prefixPath(), b) < 0; }
-  bool operator()(Path const& a, GifGnmiNotifiee const* b) const { return compare(a, *b->prefixPath()) < 0; }
+  bool operator()(GifGnmiNotifiee const* a, Path const& b) const {
+    return comparePaths(*a->prefixPath(), b) < 0;
+  }
+  bool operator()(Path const& a, GifGnmiNotifiee const* b) const {
+    return comparePaths(a, *b->prefixPath()) < 0;
+  }
+};
+
+// The notifiees of one object, one a path, the oldest first. The first takes no storage of its own, and joining and leaving the same time
+// however many there are.
+class KTD_EXPORT NotifieesOfObject {
+public:
+  void insert(GifGnmiNotifiee* notifiee);
+  void erase(GifGnmiNotifiee* notifiee);
+  [[nodiscard]] bool empty() const noexcept { return one_ == nullptr && (!several_ || several_->empty()); }
+  // Null when there may be others.
+  [[nodiscard]] GifGnmiNotifiee* only() const noexcept { return one_; }
+  // The first for which `is` is true; null when there is none.
+  template <class Is>
+  [[nodiscard]] GifGnmiNotifiee* first(Is const& is) const {
+    if (!several_) {
+      return one_ != nullptr && is(*one_) ? one_ : nullptr;
+    }
+    auto const found = std::find_if(several_->begin(), several_->end(),
+                                    [&is](GifGnmiNotifiee const* notifiee) { return is(*notifiee); });
+    return found == several_->end() ? nullptr : *found;
+  }
+
+private:
+  struct ByAge {
+    bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+      return a->serial() < b->serial();
+    }
+  };
+  using Several =
+      absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieesOfObject>>;
+
+  GifGnmiNotifiee* one_ = nullptr; // null with several
+  std::unique_ptr<Several> several_;
 };
 
 // A path with its hash beside it: a map that grows does not have to read every path again, which would hold the scheduler thread for
@@ -62,15 +98,15 @@ public:
   using GnmiNotifieeMapType =
       absl::flat_hash_map<HashedPath, NotifieePtr, HashedPath::Hash, std::equal_to<HashedPath>,
                           Kel::MemAllocator<std::pair<HashedPath const, NotifieePtr>, NotifieeMaps>>;
-  using NotifieeSetType = absl::InlinedVector<GifGnmiNotifiee*, 1>; // one a path, the oldest first
   using NotifieePathMapType = absl::flat_hash_map<
-      Kel::PtrInterface const*, NotifieeSetType, absl::Hash<Kel::PtrInterface const*>,
+      Kel::PtrInterface const*, NotifieesOfObject, absl::Hash<Kel::PtrInterface const*>,
       std::equal_to<Kel::PtrInterface const*>,
-      Kel::MemAllocator<std::pair<Kel::PtrInterface const* const, NotifieeSetType>, NotifieeMaps>>;
+      Kel::MemAllocator<std::pair<Kel::PtrInterface const* const, NotifieesOfObject>, NotifieeMaps>>;
 
-  // Registers a notifiee of that object. One that has the path already is taken out first.
+  // Registers a notifiee of that object. One that has the path already is taken out first and leaves its entry in `pathTypesMap` to this one.
   void notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object);
-  // Takes a notifiee out of all views, off its object, out of `pathTypesMap` and out of the referrers. It may be dropped by that.
+  // Takes a notifiee out of `pathTypesMap`, then out of all views, off its object and out of the referrers. It may be dropped by that.
+  // Those who observe the types may register another at the path.
   void erase(NotifieePtr const& notifiee);
 
   // Null when there is none. Valid until the next change.

@@ -7,6 +7,7 @@
 // 3. A go ends. What is told while a change runs is one link further from where the go began, and there is a last link.
 #pragma once
 
+#include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
 
 #include <cstddef>
@@ -16,6 +17,7 @@
 #include "Kel/Ptr.h"
 #include "Kel/Scalars.h"
 #include "Ondra/AttrStateMap.h"
+#include "Ondra/Path.h"
 
 namespace Ondra {
 
@@ -32,6 +34,8 @@ public:
   };
   void add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
            Cause cause);
+  // What is to be seen at a path that members share may be another member. Run when no other change waits, so that it is sent once.
+  void addSharers(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Path const> const& path);
   // Runs what waits and what comes to wait by that. REQUIRES that no walk is running. Called from within itself, does nothing.
   void run();
   void clear();
@@ -55,10 +59,18 @@ private:
   // Of a model that changes because it is printed or sent.
   static constexpr int kMaxLinks = 1000;
 
+  struct Shared {
+    Kel::Ptr<GifGnmiNotifiee> notifiee;
+    Kel::AttributeId id;
+    Kel::Ptr<Path const> path; // relative to the notifiee's prefix
+    bool operator<(Shared const& other) const;
+  };
+
   std::deque<Change> queue_;
   std::deque<Change> later_;                 // for the next go
   absl::flat_hash_map<Change, int> waiting_; // what is in either: its distance from where the go began
   int links_ = 0;                            // of what is told now
+  absl::btree_set<Shared> shared_;
   bool running_ = false;
 };
 

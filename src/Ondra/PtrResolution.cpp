@@ -40,7 +40,7 @@ std::vector<Kel::Entity const*>& walkedRoots() {
 
 // What is walked to reach an object, and the path that it has.
 struct Start {
-  Kel::Entity* root = nullptr;
+  Kel::Ptr<Kel::Entity> root;
   Kel::Ptr<Path const> path;
 };
 
@@ -72,10 +72,11 @@ Start startOf(Kel::Entity& object) {
   for (Kel::Entity* at = previous; at != nullptr; previous = at, at = at->parent()) {
     if (Kel::Ptr<Path const> const known = notifieeMaps->pathOf(at)) {
       TOVAK_TRACE(trace(), 5, kCategory, "Found a good parent {}", known);
-      return {at, known};
+      return {Kel::Ptr(at), known};
     }
     if (isDir(*at)) {
-      Kel::Entity* const root = previous->parent() == nullptr ? &object : previous; // not the root directory
+      Kel::Ptr<Kel::Entity> const root(previous->parent() == nullptr ? &object
+                                                                     : previous); // not the root directory
       Kel::Ptr<Path const> const path = pathInDirs(*root);
       TOVAK_TRACE(trace(), 5, kCategory, "Walk the prev object {}", path);
       return path ? Start{root, path} : Start{};
@@ -86,13 +87,12 @@ Start startOf(Kel::Entity& object) {
 
 // Walks silently what is at and below `start`, so that all of it gets registered.
 void walkFrom(Start const& start, BaseRouter& router) {
-  Kel::Ptr<Kel::Entity> const pin(start.root);
-  walkedRoots().push_back(start.root);
+  walkedRoots().push_back(start.root.get());
   struct Pop {
     ~Pop() { walkedRoots().pop_back(); }
   } const pop;
   auto walkInfo = WalkInfo::WalkInfoIs(router, SyncWalkId(), start.path,
-                                       static_cast<Kel::PtrInterface const*>(start.root), kSilentWalk);
+                                       static_cast<Kel::PtrInterface const*>(start.root.get()), kSilentWalk);
   RenderScope const ofNobody(true, nullptr, 0, nullptr);
   static_cast<void>(FullKelTypeWalker::walkObject(walkInfo));
 }
@@ -106,8 +106,8 @@ std::string resolve(Kel::Entity& object, BaseRouter& router) {
   TOVAK_TRACE(trace(), 1, kCategory, "Forward reference for {} is not present", object.fullName().view());
   Start const start = object.isOrphan() ? Start{} : startOf(object);
   auto const& roots = walkedRoots();
-  bool const walksAlready = std::find(roots.begin(), roots.end(), start.root) != roots.end();
-  if (start.root == nullptr || walksAlready || roots.size() >= kMaxNested) {
+  bool const walksAlready = std::find(roots.begin(), roots.end(), start.root.get()) != roots.end();
+  if (!start.root || walksAlready || roots.size() >= kMaxNested) {
     return kNone;
   }
   walkFrom(start, router);
@@ -131,7 +131,9 @@ std::string getPtrPathStr(Kel::Ptr<Kel::GenericIf const> const& ref, BaseRouter&
   if (text.empty()) {
     text = resolve(*object, router);
   }
-  RenderScope::rendered(object->serial());
+  if (!object->isOrphan()) { // else it stays as it is
+    RenderScope::rendered(object->serial());
+  }
   return text;
 }
 

@@ -1,7 +1,6 @@
 #include "Ondra/Referrers.h"
 
 #include <algorithm>
-#include <vector>
 
 #include "Ondra/GifNotifiee.h"
 
@@ -72,15 +71,17 @@ void Referrers::forget(GifGnmiNotifiee* notifiee) {
   }
 }
 
-void Referrers::pathChanged(Serial target) const {
-  if (byTarget_.empty()) {
-    return;
-  }
-  std::vector<Entry> stale; // walking them changes the index
+// A copy: walking them changes the index.
+std::vector<Referrers::Entry> Referrers::showing(Serial target) const {
+  std::vector<Entry> entries;
   for (auto at = byTarget_.lower_bound(Entry{Source{nullptr, -1, nullptr}, target});
        at != byTarget_.end() && at->target == target; ++at) {
-    stale.push_back(*at);
+    entries.push_back(*at);
   }
+  return entries;
+}
+
+void Referrers::walkAnew(std::vector<Entry> const& stale) {
   if (stale.empty()) {
     return;
   }
@@ -88,6 +89,17 @@ void Referrers::pathChanged(Serial target) const {
   for (Entry const& entry : stale) {
     entry.source.notifiee->pathChanged(entry.source.id, entry.source.key);
   }
+}
+
+void Referrers::pathChanged(Serial target) const { walkAnew(showing(target)); }
+
+void Referrers::objectEnded(Serial target) {
+  std::vector<Entry> const stale = showing(target);
+  for (Entry const& entry : stale) {
+    bySource_.erase(entry);
+    byTarget_.erase(entry);
+  }
+  walkAnew(stale);
 }
 
 void Referrers::clear() {

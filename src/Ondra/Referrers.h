@@ -4,7 +4,7 @@
 // 1. An entry stands for an attribute, or a member of a collection, that was last rendered with a reference to that object, whether
 //    as its path or as "nullptr". Objects are known by their serial number: an entry neither keeps its object alive nor is
 //    ever taken for another's.
-// 2. Entries go with their notifiee.
+// 2. Entries go with their notifiee, and with their object once what shows it has been told: what has been removed is never shown again.
 #pragma once
 
 #include <absl/container/btree_set.h>
@@ -12,6 +12,7 @@
 #include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
@@ -42,6 +43,8 @@ public:
   void forget(GifGnmiNotifiee* notifiee);
   // The object's path has begun or ended: what shows it is walked anew, once the walks that are running have unwound.
   void pathChanged(Serial target) const;
+  // The same of an object that has been removed from its parent, and forgets who shows it.
+  void objectEnded(Serial target);
   void clear();
   [[nodiscard]] std::size_t size() const noexcept { return bySource_.size(); }
 
@@ -50,6 +53,8 @@ private:
     Source source;
     Serial target = 0;
   };
+  [[nodiscard]] std::vector<Entry> showing(Serial target) const;
+  static void walkAnew(std::vector<Entry> const& stale);
   struct SourceFirst {
     bool operator()(Entry const& a, Entry const& b) const;
   };

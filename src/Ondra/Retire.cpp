@@ -14,6 +14,7 @@
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/NotifieeTrace.h"
+#include "Ondra/PathOrder.h"
 #include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/Unsent.h"
@@ -22,10 +23,22 @@
 namespace Ondra {
 namespace {
 
-// 0 for what is no entity, or has gone.
-Referrers::Serial serialOf(GifGnmiNotifiee const& notifiee) {
-  bool const entity = notifiee.notifier() != nullptr && notifiee.objectType().isEntity();
-  return entity ? static_cast<Kel::Entity const*>(notifiee.notifier())->serial() : 0;
+// Takes a notifiee out of the registry, and has references to its object rendered anew where they show its path.
+void takeOut(Kel::Ptr<GifGnmiNotifiee> const& notifiee) {
+  bool const isEntity = notifiee->notifier() != nullptr && notifiee->objectType().isEntity();
+  auto const* const entity = isEntity ? static_cast<Kel::Entity const*>(notifiee->notifier()) : nullptr;
+  Referrers& referrers = Referrers::instance();
+  if (entity == nullptr || referrers.size() == 0) {
+    notifieeMaps->erase(notifiee);
+    return;
+  }
+  Referrers::Serial const serial = entity->serial();
+  bool const forEver = entity->isOrphan();
+  bool const isShown = forEver || notifieeMaps->pathOf(entity) == notifiee->prefixPath();
+  notifieeMaps->erase(notifiee);
+  if (isShown) {
+    forEver ? referrers.objectEnded(serial) : referrers.pathChanged(serial);
+  }
 }
 
 } // namespace
@@ -33,11 +46,8 @@ Referrers::Serial serialOf(GifGnmiNotifiee const& notifiee) {
 bool retire(Kel::Ptr<Path const> const& path) {
   WalkScope const unwindFirst;
   std::vector<Kel::Ptr<GifGnmiNotifiee>> const leaving = notifieeMaps->atOrBelow(*path);
-  Referrers& referrers = Referrers::instance();
   for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) { // children first
-    Referrers::Serial const object = serialOf(**notifiee);
-    notifieeMaps->erase(*notifiee);
-    referrers.pathChanged(object);
+    takeOut(*notifiee);
   }
   FullKelTypeWalker::delFromWalkQ(path);
   return !leaving.empty();
@@ -53,7 +63,6 @@ void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "force gnmi delete msg: {}", response->toString());
   static_cast<void>(
       handOver([&, &response = response] { return router.push(SyncId(), WalkId(), response); }));
-  clock.activityLoopExecNsTimeInc(1);
 }
 
 // --- SilentEnds, WalkScope --------------------------------------------------------------------------------
@@ -97,8 +106,19 @@ void Pending::add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::
   }
 }
 
+void Pending::addSharers(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Path const> const& path) {
+  shared_.insert({Kel::Ptr<GifGnmiNotifiee>(&notifiee), id, path});
+}
+
+bool Pending::Shared::operator<(Shared const& other) const {
+  if (notifiee != other.notifiee) { // by age, so that what happens can be repeated
+    return notifiee->serial() < other.notifiee->serial();
+  }
+  return id != other.id ? id < other.id : comparePaths(*path, *other.path) < 0;
+}
+
 void Pending::run() {
-  if (running_ || (queue_.empty() && later_.empty())) { // nothing waits after most changes
+  if (running_ || (queue_.empty() && later_.empty() && shared_.empty())) { // nothing waits after most changes
     return;
   }
   struct Running {
@@ -113,7 +133,13 @@ void Pending::run() {
     waiting_[later_.front()] = 0;
     queue_.push_back(std::move(later_.front()));
   }
-  while (!queue_.empty()) {
+  while (!queue_.empty() || !shared_.empty()) {
+    if (queue_.empty()) {
+      Shared const shared = *shared_.begin();
+      shared_.erase(shared_.begin());
+      shared.notifiee->sharersChanged(shared.id, shared.path);
+      continue;
+    }
     Change const change = std::move(queue_.front());
     queue_.pop_front();
     auto const waited = waiting_.find(change);
@@ -127,6 +153,7 @@ void Pending::clear() {
   queue_.clear();
   later_.clear();
   waiting_.clear();
+  shared_.clear();
 }
 
 } // namespace Ondra

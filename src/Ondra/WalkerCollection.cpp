@@ -40,7 +40,15 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
     // The text of the reference may be another one when the member is to be deleted.
     Kel::Ptr<Path> const sent = Path::makePath(leafPath_);
     sent->push(path->elems()[leafPath_->elemSize()]);
-    notifiee->memberPathIs(attr.id(), memberKey, sent);
+    GifGnmiNotifiee::MemberPlace const place = notifiee->memberPathIs(attr.id(), memberKey, sent);
+    if (place.before) {
+      Kel::Ptr<Path const> const ended = Path::joinPath(notifiee->prefixPath(), place.before);
+      retire(ended);
+      forceDelete(notifiee->router(), ended);
+    }
+    if (!place.isLast && !plan.canLoseLeaves) {
+      return yieldResult(); // covered by another member at the same path
+    }
   }
   if (attr.isInstantiating()) {
     memberKeyState.prefixIs(Path::PathIs()); // the member is walked under a prefix of its own

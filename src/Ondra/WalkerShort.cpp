@@ -75,7 +75,7 @@ GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee c
     return nullptr;
   }
   for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
-    if (typeid(*member) == typeid(GifGnmiNotifiee)) {
+    if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
       auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
       if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) {
         return notifiee;
@@ -100,14 +100,15 @@ void FullKelTypeWalker::fetchAhead(WalkRules::AttrPlan const& plan, Kel::Generic
     prefetchLines(object, kObjectLines);
   }
   if (Kel::PtrInterface const* const object = member.objectAhead(2)) {
-    if (Kel::NotifieeList const* const list = object->notifieeList(); list != nullptr && !list->empty()) {
-      prefetchLines(list->members().front(), kNotifieeLines);
+    if (Kel::NotifieeList const* const list = object->notifieeList()) {
+      prefetchLines(list->front(), kNotifieeLines);
     }
   }
   if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
     Kel::NotifieeList const* const list = object->notifieeList();
-    if (list != nullptr && !list->empty() && typeid(*list->members().front()) == typeid(GifGnmiNotifiee)) {
-      static_cast<GifGnmiNotifiee const*>(list->members().front())->prefetch();
+    Kel::PtrInterface::NotifieeConst const* const first = list == nullptr ? nullptr : list->front();
+    if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee)) {
+      static_cast<GifGnmiNotifiee const*>(first)->prefetch();
     }
     if (object->fwkType() == plan.attr.memberType()) {
       PlainLeaves::prefetch(WalkRules::typePlan(plan.attr.memberType()), *object);

@@ -264,6 +264,124 @@ TEST_F(Live, AChainOfForwardReferences) {
   expectTruth(*world.dir());
 }
 
+// Members of each kind under references, many of which lead nowhere: these have one path, and what a fresh walk shows of it is seen,
+// by a subscriber that other walks come by too.
+TEST(LiveLaw, MembersThatShareAPath) {
+  for (std::uint32_t seed = 1; seed < 40 && !testing::Test::HasFailure(); ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    auto const below = [&random](std::uint32_t bound) {
+      return static_cast<std::uint32_t>(random() % bound);
+    };
+    auto const maybe = [&] { return below(2) == 0 ? std::optional<std::uint32_t>() : below(99); };
+    Fixture::World world;
+    WalkHarness harness;
+    RecordingRouter live;
+    live.keepTexts = false;
+    Device& device = *world.device();
+    std::vector<Kel::Ptr<Fixture::Interface>> ports; // also those that have been removed
+    for (int i = 0; i < 8; ++i)
+      ports.push_back(device.interfaceIs("p" + std::to_string(i)));
+    WalkHarness::Walk walk = harness.start(live, *world.dir(), kStreamSnapshot);
+    WalkHarness::finish(walk);
+    for (int turn = 0; turn < 40; ++turn) {
+      {
+        std::optional<Ondra::WalkScope> together;
+        if (below(2) == 0) together.emplace();
+        for (std::uint32_t edits = 1 + below(6); edits > 0; --edits) {
+          Fixture::Interface& port = *ports[below(8)];
+          switch (below(12)) {
+          case 0:
+          case 1: device.costIs(port, below(99)); break;
+          case 2: device.costDel(port); break;
+          case 3:
+          case 4: device.shareIs(port, {below(99), maybe(), maybe()}); break;
+          case 5: device.shareDel(port); break;
+          case 6: device.linkIs(Kel::Ptr(&port), {Zone::Dmz, below(99)}); break;
+          case 7: device.linkDel(Kel::Ptr(&port)); break;
+          case 8: device.slotIs(port)->powerIs(below(99)); break;
+          case 9: device.slotDel(port); break;
+          default:
+            if (!port.isOrphan()) device.interfaceDel(port.name);
+          }
+        }
+      }
+      RecordingRouter fresh;
+      fresh.keepTexts = false;
+      WalkHarness::Walk again = harness.start(fresh, *world.dir(), flagSnapshot);
+      WalkHarness::finish(again);
+      ASSERT_THAT(live.differences(fresh), IsEmpty()) << "turn " << turn;
+      ASSERT_THAT(live.complaints, IsEmpty()) << "turn " << turn;
+    }
+  }
+}
+
+struct CountingRouter final : Ondra::BaseRouter {
+  bool push(Ondra::SyncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>&) override {
+    ++pushes;
+    return true;
+  }
+  std::size_t pushes = 0;
+};
+
+// What the removal of many costs: in pushes, and in numbers at which anything that grew faster would not end.
+TEST(LiveCost, ManyReferencesThatLeadNowhere) {
+  constexpr std::size_t kMany = 10'000;
+  struct Run {
+    char const* what;
+    bool links, backwards, together;
+    std::size_t pushesOfTargets, pushesOfMembers; // at most, for each
+  };
+  for (Run const& run :
+       {Run{"costs", false, false, false, 3, 2}, Run{"backwards", false, true, false, 3, 2},
+        Run{"links", true, false, false, 3, 2}, Run{"in one go", false, false, true, 2, 1}}) {
+    Fixture::World world;
+    WalkHarness harness;
+    CountingRouter router;
+    Device& device = *world.device();
+    std::vector<Kel::Ptr<Fixture::Interface>> ports;
+    for (std::size_t i = 0; i < kMany; ++i) {
+      ports.push_back(device.interfaceIs("p" + std::to_string(i)));
+      run.links ? device.linkIs(ports.back(), {}) : device.costIs(*ports.back(), 1);
+    }
+    WalkHarness::Walk walk = harness.start(router, *world.dir(), kStreamSnapshot);
+    WalkHarness::finish(walk);
+    auto const pushesOf = [&](auto const& remove) {
+      router.pushes = 0;
+      std::optional<Ondra::WalkScope> together;
+      if (run.together) together.emplace();
+      for (std::size_t i = 0; i < kMany; ++i)
+        remove(ports[run.backwards ? kMany - 1 - i : i]);
+      together.reset();
+      return router.pushes;
+    };
+    EXPECT_LE(pushesOf([&](auto const& port) { device.interfaceDel(port->name); }),
+              run.pushesOfTargets * kMany + 10)
+        << run.what;
+    EXPECT_LE(pushesOf([&](auto const& port) { run.links ? device.linkDel(port) : device.costDel(*port); }),
+              run.pushesOfMembers * kMany + 10)
+        << run.what;
+  }
+}
+
+TEST(LiveCost, OneObjectAtManyPaths) {
+  constexpr std::size_t kMany = 20'000;
+  Fixture::World world;
+  WalkHarness harness;
+  CountingRouter router;
+  Kel::Ptr<Fixture::Chassis> const chassis(new Fixture::Chassis());
+  world.dir()->entityIs("chassis", chassis);
+  for (std::size_t i = 0; i < kMany; ++i) {
+    auto info = Ondra::WalkInfo::WalkInfoIs(router, {}, Ondra::Path::strToPathIs("/copy" + std::to_string(i)),
+                                            chassis.get(), kStreamSnapshot);
+    Ondra::FullKelTypeWalker::walkObject(info);
+  }
+  router.pushes = 0;
+  world.dir()->entityDel("chassis");
+  EXPECT_EQ(router.pushes, kMany);
+  EXPECT_TRUE(Ondra::notifieeMaps->byObject().empty());
+}
+
 // --- faults ----------------------------------------------------------------------------------------------
 
 TEST_F(Live, NegativeAndUnknownIds) {

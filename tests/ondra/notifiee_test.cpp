@@ -12,6 +12,7 @@
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PathTypes.h"
 #include "WalkHarness.h"
+#include "fixture/Observer.h"
 #include "fixture/Populate.h"
 #include "ondra/assertion.h"
 
@@ -100,6 +101,94 @@ TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
               UnorderedElementsAre("/fixture/rack Rack", "/fixture/shelf/spare Interface", "/else Thing"));
   GifGnmiNotifiee::clearAllGnmiNotifiees();
   EXPECT_THAT(recorded(), UnorderedElementsAre("/else Thing"));
+}
+
+// Whatever those who observe the types do when they are told: a path has a type exactly while an object of that type is watched there.
+TEST_F(Notifiee, TypesOfPathsThatAreTakenOver) {
+  struct Case {
+    char const* what;
+    std::function<void()> react; // to the first entry, or to its end
+    Kel::Entity const* stands;   // at the path afterwards
+  };
+  Kel::Ptr<Kel::Entity> const device = world.device(), rack = world.rack(), spare = world.spare();
+  auto const types = [&] { return Ondra::pathTypesMap->pathTypes().lookup("/p"); };
+  std::vector<Case> const cases{
+      {"nothing", [] {}, rack.get()},
+      {"throws", [] { throw std::runtime_error("rude"); }, rack.get()},
+      {"registers another", [&] { watch(spare.get(), "/p"); }, spare.get()},
+      {"registers a directory", [&] { watch(world.dir().get(), "/p"); }, world.dir().get()},
+      {"ends the path", [] { Ondra::retire(Path::strToPathIs("/p")); }, nullptr},
+      {"drops the registry", [&] { Ondra::pathTypesMap = Ondra::pathToTypeFactory("new"); }, rack.get()},
+      {"removes the object", [&] { world.dir()->entityDel("rack"); }, nullptr},
+  };
+  for (Case const& one : cases) {
+    Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
+    std::vector<std::string> told;
+    bool reacted = true;
+    Kel::Ptr<Fixture::Observer> const observer(
+        new Fixture::Observer(Ondra::pathTypesMap.get(), [&](std::string const&) {
+          told.push_back(types() == nullptr ? "" : types()->value.str());
+          if (!std::exchange(reacted, true)) one.react();
+        }));
+    watch(device.get(), "/p");
+    watch(device.get(), "/p"); // the same type
+    watch(world.dir().get(), "/p");
+    watch(device.get(), "/p");
+    EXPECT_THAT(told, testing::ElementsAre("Device", "", "Device")) << one.what;
+    reacted = false;
+    Kel::Ptr<GifGnmiNotifiee> const taken = watch(rack.get(), "/p");
+    Kel::Ptr<GifGnmiNotifiee> const stands(notifieeMaps->find(Path::strToPathIs("/p")));
+    EXPECT_EQ(stands ? stands->notifier() : nullptr, one.stands) << one.what;
+    EXPECT_EQ(taken->isRegistered(), stands == taken) << one.what;
+    bool const recorded =
+        stands && !stands->objectType().isDir() && observer->notifier() == Ondra::pathTypesMap.get();
+    EXPECT_EQ(types() == nullptr ? "" : types()->value, recorded ? stands->objectType().name() : "")
+        << one.what;
+    // The same reaction to the end of the entry.
+    reacted = one.stands == nullptr;
+    Ondra::retire(Path::strToPathIs("/p"));
+    EXPECT_EQ(types() != nullptr, notifieeMaps->find(Path::strToPathIs("/p")) != nullptr &&
+                                      !notifieeMaps->find(Path::strToPathIs("/p"))->objectType().isDir())
+        << one.what;
+    reacted = true;
+    GifGnmiNotifiee::clearAllGnmiNotifiees();
+  }
+}
+
+// First the delete, while all is as it was; then the type's entry; then the path is free and nothing is parked there.
+TEST_F(Notifiee, TheOrderOfAnEnd) {
+  Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
+  Kel::Ptr<Path const> const path = Path::strToPathIs("/fixture/device");
+  std::vector<std::string> steps;
+  auto const step = [&](std::string const& what) {
+    steps.push_back(fmt::format("{}: type {} watched {} parked {}", what,
+                                Ondra::pathTypesMap->pathTypes().lookup("/fixture/device") != nullptr,
+                                notifieeMaps->find(path) != nullptr,
+                                Ondra::FullKelTypeWalker::pathWalkIdMapSize() > 0));
+  };
+  struct Steps final : Ondra::BaseRouter {
+    bool push(Ondra::SyncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>&) override {
+      if (step) (*step)("delete");
+      if (step) throw std::runtime_error("rude");
+      return false;
+    }
+    std::function<void(std::string const&)> const* step = nullptr;
+  } rude;
+  WalkHarness::Walk parked = harness.start(rude, *world.device(), Ondra::flagStream | Ondra::flagSnapshot);
+  WalkHarness::slice(parked);
+  std::function<void(std::string const&)> const called = step;
+  rude.step = &called;
+  Kel::Ptr<Fixture::Observer> const observer(
+      new Fixture::Observer(Ondra::pathTypesMap.get(), [&](std::string const&) { step("type"); }));
+  std::int64_t const before = Kel::activityManagerStatus()->activityLoopExecNsTime();
+  world.dir()->entityDel("device");
+  step("end");
+  EXPECT_THAT(steps, testing::ElementsAre("delete: type true watched true parked true",
+                                          "type: type false watched true parked true",
+                                          "end: type false watched false parked false"));
+  EXPECT_EQ(Kel::activityManagerStatus()->activityLoopExecNsTime(), before + 1) << "one step of the clock";
+  rude.step = nullptr;
+  WalkHarness::finish(parked);
 }
 
 TEST_F(Notifiee, TheEndOfAnObjectForcesADelete) {

@@ -2,6 +2,9 @@
 // under the address sanitizer too.
 #include <gmock/gmock.h>
 
+#include <list>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -148,40 +151,159 @@ TEST(KelMemory, ThreadsThatEndLeaveWhatTheyTook) {
   EXPECT_EQ(Kel::kelMemStats().chunks, before);
 }
 
-TEST(KelNotifiees, RegistrationAndRemovalDuringAVisit) {
+struct Actor final : Kel::PtrInterface::NotifieeConst {
+  Actor(Kel::PtrInterface const* notifier, std::function<void()> act) : act_(std::move(act)) {
+    hasNotificationActiveIs(true);
+    isWeakReferenceIs(true);
+    isRegisteredNotifieeIs(true); // before there is a notifier
+    notifierIs(notifier);
+  }
+  void onAttribute(Kel::AttributeId, void const*) override { act_(); }
+  void onZeroReferences() override { act_(); }
+
+private:
+  std::function<void()> const act_;
+};
+
+// Observers of one object that join, leave, join again, throw and change the object while they are told, at random.
+class Crowd {
+public:
+  explicit Crowd(std::uint32_t seed) : random_(seed) {}
+
+  void turn() {
+    if (below(3) == 0) return join();
+    if (below(4) == 0) return leave(below(1 + members_.size()));
+    // Tells those who were there when it began, each once, in order, unless he has left before his turn.
+    Visit& visit = visits_.emplace_back();
+    for (auto const& [id, actor] : members_)
+      visit.there.push_back(id);
+    world_.device()->hostnameIs(std::to_string(++changes_));
+    std::erase_if(visit.there, [&](int id) { return visit.left.contains(id) && !visit.told.contains(id); });
+    EXPECT_EQ(visit.order, visit.there);
+    visits_.pop_back();
+  }
+
+private:
+  struct Visit {
+    std::vector<int> there, order;
+    std::set<int> left, told;
+  };
+
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+  void join() {
+    int const id = ++made_;
+    members_.emplace_back(id, new Actor(world_.device().get(), [this, id] { react(id); }));
+  }
+  void leave(std::size_t at) {
+    if (at >= members_.size()) return;
+    auto [id, actor] = members_[at];
+    members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(at));
+    for (Visit& visit : visits_)
+      visit.left.insert(id);
+    bool const isBeingTold = std::any_of(visits_.begin(), visits_.end(), [id = id](Visit const& visit) {
+      return !visit.order.empty() && visit.order.back() == id;
+    });
+    bool const returns = below(3) == 0;
+    if (isBeingTold || returns) actor->isRegisteredNotifieeIs(false); // else it is just dropped
+    if (!returns) return;
+    actor->isRegisteredNotifieeIs(true); // at the end of the list
+    members_.emplace_back(id, actor);
+  }
+  void react(int id) {
+    EXPECT_FALSE(visits_.back().left.contains(id));
+    EXPECT_TRUE(visits_.back().told.insert(id).second);
+    visits_.back().order.push_back(id);
+    while (visits_.size() < 4 && below(3) == 0)
+      turn();
+    if (below(5) == 0) throw std::runtime_error("rude");
+    if (below(9) == 0) throw id;
+  }
+
+  std::mt19937 random_;
+  Fixture::World world_;
+  std::vector<std::pair<int, Kel::Ptr<Actor>>> members_; // in the order of their registration
+  std::list<Visit> visits_;
+  int made_ = 0, changes_ = 0;
+};
+
+TEST(KelNotifiees, WhateverObserversDo) {
+  for (std::uint32_t seed = 0; seed < 50; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Crowd crowd(seed);
+    for (int turn = 0; turn < 60; ++turn)
+      crowd.turn();
+  }
+}
+
+// So many that joining, being told and leaving would not end if each looked at all the others.
+TEST(KelNotifiees, ManyOfOneObject) {
   Fixture::World world;
-  struct Actor final : Kel::PtrInterface::NotifieeConst {
-    explicit Actor(Kel::PtrInterface const* notifier) : NotifieeConst(notifier) {
-      hasNotificationActiveIs(true);
-      isRegisteredNotifieeIs(true);
+  auto const device = world.device();
+  std::size_t told = 0;
+  std::vector<Kel::Ptr<Actor>> crowd;
+  for (int i = 0; i < 300'000; ++i)
+    crowd.emplace_back(new Actor(device.get(), [&told] { ++told; }));
+  device->hostnameIs("one");
+  EXPECT_EQ(std::exchange(told, 0), crowd.size());
+  crowd.erase(crowd.begin(), crowd.end() - 100'000);
+  device->hostnameIs("two");
+  EXPECT_EQ(told, crowd.size());
+}
+
+TEST(KelNotifiees, WeakOnesForgetWhatHasGone) {
+  struct Silent final : Kel::PtrInterface::NotifieeConst {};
+  Kel::Ptr<Silent> const silent(new Silent()); // not registered
+  silent->isWeakReferenceIs(true);
+  Kel::Ptr<Fixture::Chassis> chassis(new Fixture::Chassis());
+  silent->notifierIs(chassis.get());
+  Kel::Ptr<Actor> last; // drops the object that it is told of
+  last = Kel::Ptr(new Actor(chassis.get(), [&chassis] { chassis = nullptr; }));
+  chassis->hasNotificationActiveIs(true);
+  chassis->fanIs();
+  EXPECT_EQ(silent->notifier(), nullptr);
+  EXPECT_EQ(last->notifier(), nullptr);
+  ConstHandle handle = str("without a list of observers");
+  silent->notifierIs(handle.get());
+  EXPECT_EQ(handle->refCount(), 2U) << "nobody could tell of its end";
+}
+
+// An observer that throws changes nothing: the removed tree has ended to its last leaf, and everybody else knows.
+TEST(KelNotifiees, ATreeEndsWhole) {
+  Fixture::World world;
+  Fixture::Device& device = *world.device();
+  Kel::KelAttr const interfaces = device.fwkType().attr("interface");
+  Handle const object = handleTo(&device);
+  std::pair<char const*, std::function<void()>> const removals[] = {
+      {"member", [&] { device.interfaceDel("a"); }},
+      {"generic", [&] { interfaces.genericIfDel(object, str("a")); }},
+      {"replaced",
+       [&] {
+         interfaces.genericIfSet(object, {str("a"), nullptr});
+       }},
+      {"directory", [&] { world.dir()->entityDel("device"); }},
+  };
+  for (auto const& [what, remove] : removals) {
+    auto const a = device.interfaceIs("a");
+    auto const unit = a->unitIs(1);
+    Kel::Ptr<Kel::Entity> const ending[] = {a, unit, unit->queueIs(2), a->opticsIs()};
+    std::list<Recorder> told;
+    std::vector<Kel::Ptr<Actor>> rude;
+    auto const offend = [&rude](Kel::Entity* entity) {
+      rude.emplace_back(new Actor(entity, [] { throw std::runtime_error("rude"); }));
+    };
+    offend(world.dir().get());
+    offend(&device);
+    for (auto const& entity : ending) {
+      offend(entity.get());
+      told.emplace_back(entity);
     }
-    void onAttribute(Kel::AttributeId, void const*) override {
-      ++calls;
-      if (act) act();
+    EXPECT_NO_THROW(remove()) << what;
+    for (auto const& entity : ending) {
+      EXPECT_TRUE(entity->isOrphan() && entity->parent() == nullptr) << what;
+      EXPECT_EQ(told.front().take(), std::vector<std::string>{"end"}) << what;
+      told.pop_front();
     }
-    int calls = 0;
-    std::function<void()> act;
-  };
-  auto const* const notifier = world.device().get();
-  auto first = Kel::Ptr(new Actor(notifier)), second = Kel::Ptr(new Actor(notifier));
-  Kel::Ptr<Actor> third;
-  second->act = [] { FAIL() << "it left before its turn"; };
-  first->act = [&] {
-    second = nullptr;
-    third = Kel::Ptr(new Actor(notifier));
-  };
-  world.device()->hostnameIs("one");
-  EXPECT_EQ(first->calls, 1);
-  EXPECT_EQ(third->calls, 0) << "who joins during a visit is told from the next on";
-  first->act = [&] { // drops itself, and his exception with him
-    first = nullptr;
-    throw std::out_of_range("his own");
-  };
-  world.device()->hostnameIs("two");
-  EXPECT_EQ(third->calls, 1);
-  third->hasNotificationActiveIs(false);
-  world.device()->hostnameIs("three");
-  EXPECT_EQ(third->calls, 1) << "a silent notifiee is not told";
+  }
 }
 
 TEST(KelPointers, CountsHoldOnSeveralThreads) {
