@@ -171,7 +171,7 @@ public:
   explicit Crowd(std::uint32_t seed) : random_(seed) {}
 
   void turn() {
-    if (below(3) == 0) return join();
+    if (below(3) == 0 && members_.size() < 8) return join();
     if (below(4) == 0) return leave(below(1 + members_.size()));
     // Tells those who were there when it began, each once, in order, unless he has left before his turn.
     Visit& visit = visits_.emplace_back();
@@ -213,8 +213,7 @@ private:
     EXPECT_FALSE(visits_.back().left.contains(id));
     EXPECT_TRUE(visits_.back().told.insert(id).second);
     visits_.back().order.push_back(id);
-    while (visits_.size() < 4 && below(3) == 0)
-      turn();
+    if (visits_.size() < 4 && below(3) == 0) turn();
     if (below(5) == 0) throw std::runtime_error("rude");
     if (below(9) == 0) throw id;
   }
