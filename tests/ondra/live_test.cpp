@@ -334,7 +334,7 @@ TEST(LiveCost, ManyReferencesThatLeadNowhere) {
   };
   for (Run const& run :
        {Run{"costs", false, false, false, 3, 2}, Run{"backwards", false, true, false, 3, 2},
-        Run{"links", true, false, false, 3, 2}, Run{"in one go", false, false, true, 2, 1}}) {
+        Run{"links", true, false, false, 3, 2}, Run{"in one go", false, false, true, 3, 1}}) {
     Fixture::World world;
     WalkHarness harness;
     CountingRouter router;
