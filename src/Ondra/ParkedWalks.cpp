@@ -16,7 +16,7 @@ ParkedWalks& ParkedWalks::instance() {
 }
 
 bool ParkedWalks::Order::operator()(Walker const* a, Walker const* b) const {
-  if (int const order = PathOrder::compare(*a->prefixPath_, *b->prefixPath_); order != 0) {
+  if (int const order = comparePaths(*a->prefixPath_, *b->prefixPath_); order != 0) {
     return order < 0;
   }
   return a->walkId_ == b->walkId_ ? a->parkedAs_ < b->parkedAs_ : a->walkId_ < b->walkId_;

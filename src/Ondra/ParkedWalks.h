@@ -19,8 +19,8 @@
 
 #include "Kel/Allocator.h"
 #include "Ondra/KelTypeWalker.h"
-#include "Ondra/NotifieeMaps.h"
 #include "Ondra/Path.h"
+#include "Ondra/PathOrder.h"
 #include "Ondra/WalkQ.h"
 
 namespace Ondra {
@@ -53,12 +53,8 @@ private:
   struct Order {
     using is_transparent = void;
     bool operator()(Walker const* a, Walker const* b) const;
-    bool operator()(Walker const* a, Path const& b) const {
-      return PathOrder::compare(*a->prefixPath_, b) < 0;
-    }
-    bool operator()(Path const& a, Walker const* b) const {
-      return PathOrder::compare(a, *b->prefixPath_) < 0;
-    }
+    bool operator()(Walker const* a, Path const& b) const { return comparePaths(*a->prefixPath_, b) < 0; }
+    bool operator()(Path const& a, Walker const* b) const { return comparePaths(a, *b->prefixPath_) < 0; }
   };
   using Index = absl::btree_set<Walker*, Order, Kel::MemAllocator<Walker*, ParkedWalks>>;
 
