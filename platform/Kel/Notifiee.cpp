@@ -162,9 +162,6 @@ void NotifieeList::tell(Tell const& tell) const {
 }
 
 void NotifieeList::visit(AttributeId id, void const* key) const {
-  if (empty()) return;
-  PtrInterface const* const notifier = members().front()->notifier();
-  Ptr<PtrInterface const> const pin(notifier->refCount() == 0 ? nullptr : notifier); // nobody owns it yet
   tell([id, key](PtrInterface::NotifieeConst& notifiee) { notifiee.onAttribute(id, key); });
 }
 

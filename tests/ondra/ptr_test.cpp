@@ -1,10 +1,12 @@
 // References as path texts.
 
+#include <algorithm>
 #include <random>
 
 #include "Kel/Attr.h"
 #include "Kel/Declare.h"
 #include "Kel/TypeBuilder.h"
+#include "Kstd/Utf8.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PtrResolution.h"
 #include "WalkHarness.h"
@@ -91,7 +93,9 @@ TEST_F(PtrResolution, FullNamesLeadBackToTheirObjects) {
     EXPECT_TRUE(published->isEqual(pathOf(*entity)))
         << entity->fullName().view() << " is published as " << published->toString();
   }
-  EXPECT_GT(objects, 3 * keys.size());
+  auto const sent =
+      std::count_if(keys.begin(), keys.end(), [](std::string const& key) { return Kstd::isUtf8(key); });
+  EXPECT_GT(objects, 2 * static_cast<std::size_t>(sent));
 }
 
 TEST_F(PtrResolution, WhatHasNoPlace) {
