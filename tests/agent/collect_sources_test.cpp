@@ -289,7 +289,8 @@ TEST_F(Sources, RoundsAreSlicedAndSilentWithoutChange) {
   nextRound();
   EXPECT_EQ(counter.changes(), 1) << "current-datetime";
 
-  Agent::Tree const other = Agent::treeIn(*Kel::Ptr<Kel::Dir>(new Kel::Dir()));
+  Kel::Ptr<Kel::Dir> const dir(new Kel::Dir());
+  Agent::Tree const other = Agent::treeIn(*dir);
   auto const wholeClock = std::make_unique<Tovak::SimulatedClock>();
   auto const whole = std::make_shared<Tovak::TaskScheduler>(*wholeClock);
   Agent::Collectors all(
