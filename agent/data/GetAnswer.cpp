@@ -1,9 +1,12 @@
 #include "agent/data/GetAnswer.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include <absl/container/inlined_vector.h>
 #include <fmt/format.h>
+#include <google/protobuf/io/coded_stream.h>
 
 #include "Ondra/GnmiPath.h"
 #include "agent/data/LeafEncoding.h"
@@ -83,6 +86,25 @@ bool GetOrder::wants(std::span<TypeNode const> nodes) const {
   return !config || !config->child(leaf.name);
 }
 
+// --- bytes ---
+
+namespace {
+
+// Field numbers and wire types of gnmi.proto.
+constexpr char kNotification = 1 << 3 | 2;
+constexpr char kUpdate = 4 << 3 | 2;
+constexpr char kUpdateVal = 3 << 3 | 2;
+constexpr char kJsonVal = 10 << 3 | 2;
+constexpr char kJsonIetfVal = 11 << 3 | 2;
+
+std::string fieldHead(char field, std::size_t size) {
+  std::uint8_t bytes[10];
+  std::uint8_t const* const end = google::protobuf::io::CodedOutputStream::WriteVarint64ToArray(size, bytes);
+  return field + std::string(static_cast<std::uint8_t const*>(bytes), end);
+}
+
+} // namespace
+
 // --- the answer -------------------------------------------------------------------------------------------------
 
 struct GetAnswer::Match {
@@ -90,6 +112,7 @@ struct GetAnswer::Match {
   std::unique_ptr<JsonTree> tree;
   gnmi::TypedValue leaf; // where there is no tree
   std::size_t bytesCounted = 0;
+  std::size_t memoryCounted = 0;
 };
 
 // Where a leaf stands: the elements of its path from the data root down, each with its place in the types. Elements are those of the
@@ -185,10 +208,12 @@ void GetAnswer::add(gnmi::Notification const& notification) {
 }
 
 void GetAnswer::addProto(Place const& place, gnmi::TypedValue const& value) {
-  gnmi::Update& update = updates_.emplace_back();
+  gnmi::Update update;
   *update.mutable_path() = relative(place, place.size());
   *update.mutable_val() = value;
-  bytes_ += update.ByteSizeLong() + 4;
+  updates_ += fieldHead(kUpdate, update.ByteSizeLong());
+  updates_ += update.SerializeAsString();
+  bytes_ = updates_.size();
 }
 
 void GetAnswer::addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue const& value) {
@@ -212,8 +237,8 @@ void GetAnswer::addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue 
     if (depth == prefixDepth) place.container = node;
   }
   match.tree->leafIs(*node, leaf, value);
-  bytes_ += match.tree->bytes() - match.bytesCounted;
-  match.bytesCounted = match.tree->bytes();
+  bytes_ += match.tree->bytes() - std::exchange(match.bytesCounted, match.tree->bytes());
+  memoryBytes_ += match.tree->memoryBytes() - std::exchange(match.memoryCounted, match.tree->memoryBytes());
 }
 
 bool GetAnswer::isAt(Match const& match, Place const& place) const {
@@ -238,6 +263,7 @@ GetAnswer::Match& GetAnswer::matchIs(Place const& place) {
     if (top.leaf() == nullptr)
       match->tree = std::make_unique<JsonTree>(top, key, order_.encoding == gnmi::JSON_IETF);
     bytes_ += path.ByteSizeLong();
+    memoryBytes_ += sizeof(Match) + 2 * path.SpaceUsedLong();
     match->path = std::move(path);
   }
   return *match;
@@ -265,10 +291,10 @@ gnmi::Path GetAnswer::relative(Place const& place, std::size_t depth) const {
   return path;
 }
 
-gnmi::Notification GetAnswer::notification(std::int64_t timestamp) const {
-  gnmi::Notification made;
-  made.set_timestamp(timestamp);
-  gnmi::Path& prefix = *made.mutable_prefix();
+void GetAnswer::take(std::int64_t timestamp, std::vector<grpc::Slice>& to) {
+  gnmi::Notification head;
+  head.set_timestamp(timestamp);
+  gnmi::Path& prefix = *head.mutable_prefix();
   for (std::size_t i = 0; i < order_.prefixElems; ++i) {
     gnmi::PathElem& elem = *prefix.add_elem();
     elem.set_name(path_.elems[i].name);
@@ -277,21 +303,35 @@ gnmi::Notification GetAnswer::notification(std::int64_t timestamp) const {
   }
   prefix.set_origin(path_.origin);
   prefix.set_target(path_.target);
-  for (gnmi::Update const& update : updates_)
-    *made.add_update() = update;
-  for (auto const& match : matches_) {
-    gnmi::Update& update = *made.add_update();
-    *update.mutable_path() = match->path;
-    gnmi::TypedValue& value = *update.mutable_val();
-    if (!match->tree) {
-      value = match->leaf;
-    } else if (order_.encoding == gnmi::JSON_IETF) {
-      value.set_json_ietf_val(match->tree->text());
-    } else {
-      value.set_json_val(match->tree->text());
-    }
+
+  std::vector<grpc::Slice> body = updates_.take();
+  std::size_t size = head.ByteSizeLong();
+  for (std::unique_ptr<Match>& match : matches_) {
+    appendUpdate(*match, body);
+    match.reset(); // what has been written need not be kept beside its text
   }
-  return made;
+  for (grpc::Slice const& slice : body)
+    size += slice.size();
+  to.emplace_back(fieldHead(kNotification, size) + head.SerializeAsString());
+  std::ranges::move(body, std::back_inserter(to));
+}
+
+void GetAnswer::appendUpdate(Match const& match, std::vector<grpc::Slice>& to) const {
+  gnmi::Update update;
+  *update.mutable_path() = match.path;
+  if (!match.tree) {
+    *update.mutable_val() = match.leaf;
+    to.emplace_back(fieldHead(kUpdate, update.ByteSizeLong()) + update.SerializeAsString());
+    return;
+  }
+  SliceWriter text;
+  match.tree->write(text);
+  char const kind = order_.encoding == gnmi::JSON_IETF ? kJsonIetfVal : kJsonVal;
+  std::string const value = fieldHead(kind, text.size());
+  std::string const head =
+      update.SerializeAsString() + fieldHead(kUpdateVal, value.size() + text.size()) + value;
+  to.emplace_back(fieldHead(kUpdate, head.size() + text.size()) + head);
+  std::ranges::move(text.take(), std::back_inserter(to));
 }
 
 } // namespace Agent

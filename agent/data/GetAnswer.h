@@ -51,13 +51,15 @@ public:
   // There is an empty container at the path.
   void emptyContainerIs();
   // Nothing was asked for of what has been read.
-  [[nodiscard]] bool isEmpty() const { return matches_.empty() && updates_.empty(); }
+  [[nodiscard]] bool isEmpty() const { return matches_.empty() && updates_.size() == 0; }
   // Something has been read that was not asked for.
   [[nodiscard]] bool hasLeftOut() const { return hasLeftOut_; }
-  // About the size of the answer.
+  // About the size of the answer, and of the memory it takes until it has been taken.
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
+  [[nodiscard]] std::size_t memoryBytes() const { return memoryBytes_ + bytes_; }
 
-  [[nodiscard]] gnmi::Notification notification(std::int64_t timestamp) const;
+  // Appends the notification as a field of a GetResponse, piece by piece; nothing of the answer is left.
+  void take(std::int64_t timestamp, std::vector<grpc::Slice>& to);
 
 private:
   struct Match;
@@ -69,6 +71,7 @@ private:
   // What the path matches at or above the place, made if missing.
   [[nodiscard]] Match& matchIs(Place const& place);
   [[nodiscard]] bool isAt(Match const& match, Place const& place) const;
+  void appendUpdate(Match const& match, std::vector<grpc::Slice>& to) const;
   // The first elements of a place as a path in the answer.
   [[nodiscard]] gnmi::Path relative(Place const& place, std::size_t depth) const;
 
@@ -77,7 +80,8 @@ private:
   bool const hasAnyDepth_; // else what matches has as many elements as the path
   bool hasLeftOut_ = false;
   std::size_t bytes_ = 0;
-  std::vector<gnmi::Update> updates_;           // PROTO
+  std::size_t memoryBytes_ = 0;                 // beside the bytes of the answer
+  SliceWriter updates_;                         // PROTO: encoded
   std::vector<std::unique_ptr<Match>> matches_; // JSON
   absl::flat_hash_map<std::string, Match*> matchOf_;
 };

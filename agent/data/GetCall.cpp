@@ -14,7 +14,7 @@ namespace {
 
 class GetCall final : public grpc::ServerUnaryReactor {
 public:
-  GetCall(grpc::CallbackServerContext& context, gnmi::GetResponse& response, Runtime& runtime)
+  GetCall(grpc::CallbackServerContext& context, grpc::ByteBuffer& response, Runtime& runtime)
       : response_(response)
       , scheduler_(runtime.scheduler())
       , context_(std::make_shared<UnaryContext>(context))
@@ -26,14 +26,13 @@ public:
     if (!order) return end->finish(order.error());
     auto const run = std::make_shared<GetRun>(runtime, std::move(*order));
     run_ = run;
-    bytes_ = run->bytes();
+    shares_ = run->shares();
     scheduler_->post([this, run, end] {
       run->start([this, end, weak = std::weak_ptr(run)](grpc::Status const& status) {
         if (!status.ok()) return end->finish(status);
         // The texts are written on one of gRPC's threads; they may take longer than a slice.
         alarm_.Set(gpr_time_0(GPR_CLOCK_MONOTONIC), [this, end, read = weak.lock()](bool) mutable {
-          for (auto const& answer : read->answers())
-            *response_.add_notification() = answer->notification(read->timestamp());
+          response_ = read->takeResponse();
           read.reset(); // the alarm would keep it until the client has the answer
           end->finish(grpc::Status::OK);
         });
@@ -52,11 +51,11 @@ public:
   }
 
 private:
-  gnmi::GetResponse& response_;
+  grpc::ByteBuffer& response_;
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
   std::shared_ptr<UnaryContext> const context_;
-  std::shared_ptr<void const> bytes_; // of the answer, until the client has it
-  std::shared_ptr<UnaryEnd> end_;     // until the call has begun
+  std::shared_ptr<void const> shares_; // of the answer, until the client has it
+  std::shared_ptr<UnaryEnd> end_;      // until the call has begun
   std::weak_ptr<GetRun> run_;
   grpc::Alarm alarm_;
 };
@@ -64,7 +63,7 @@ private:
 } // namespace
 
 grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, gnmi::GetRequest const& request,
-                                  gnmi::GetResponse& response, Runtime& runtime) {
+                                  grpc::ByteBuffer& response, Runtime& runtime) {
   auto* const call = new GetCall(context, response, runtime);
   call->start(request, runtime);
   return call;

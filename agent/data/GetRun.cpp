@@ -7,6 +7,7 @@
 #include "Kel/ActivityClock.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/paths/Pattern.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 
@@ -17,8 +18,12 @@ using grpc::StatusCode;
 GetRun::GetRun(Runtime& runtime, GetOrder order)
     : runtime_(runtime)
     , order_(std::move(order))
-    , share_(std::make_shared<ByteBudget::Share>(runtime.getBudget())) {}
+    , shares_(std::make_shared<Shares>(runtime)) {}
 GetRun::~GetRun() = default;
+
+GetRun::Shares::Shares(Runtime const& runtime)
+    : bytes(runtime.getBudget())
+    , memory(runtime.memory().answers) {}
 
 void GetRun::start(Done done) {
   done_ = std::move(done);
@@ -42,7 +47,8 @@ void GetRun::notification(gnmi::Notification const& notification) {
   if (bytes > runtime_.limits().getBytes) {
     tooLargeIs(fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
                            runtime_.limits().getBytes));
-  } else if (!share_->growTo(bytes)) {
+  } else if (!shares_->bytes.growTo(bytes) ||
+             !shares_->memory.growTo(memoryBytes_ + answers_.back()->memoryBytes())) {
     tooLargeIs("too many answers wait for their clients: try again later");
   }
 }
@@ -67,7 +73,18 @@ void GetRun::done(grpc::Status const& status) {
     answer.emptyContainerIs();
   }
   bytes_ += answer.bytes();
+  memoryBytes_ += answer.memoryBytes();
   runtime_.scheduler()->post([self] { self->next(); });
+}
+
+grpc::ByteBuffer GetRun::takeResponse() {
+  std::vector<grpc::Slice> slices;
+  for (std::unique_ptr<GetAnswer>& answer : answers_) {
+    answer->take(timestamp_, slices);
+    answer.reset();
+  }
+  shares_->memory.bytesAre(bytes_);
+  return {slices.data(), slices.size()};
 }
 
 void GetRun::cancel() { end({StatusCode::CANCELLED, "the client has left"}); }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/status.h>
 
 #include "agent/data/ByteBudget.h"
@@ -29,13 +30,15 @@ public:
   void start(Done done);
   // Stops reading: CANCELLED. Nothing happens when it is done already.
   void cancel();
-  // What the answers take of the budget of all Gets; kept by whoever keeps an answer.
-  [[nodiscard]] std::shared_ptr<void const> bytes() const { return share_; }
-  // Once done, for any one thread.
-  [[nodiscard]] Answers const& answers() const { return answers_; }
-  [[nodiscard]] std::int64_t timestamp() const {
-    return timestamp_;
-  } // of the end of the reading, in loop time
+  // What the answers take of the budgets of all Gets; kept by whoever keeps an answer.
+  struct Shares {
+    explicit Shares(Runtime const& runtime);
+    ByteBudget::Share bytes;
+    ByteBudget::Share memory;
+  };
+  [[nodiscard]] std::shared_ptr<Shares const> shares() const { return shares_; }
+  // Once done and once, on any one thread: a GetResponse.
+  [[nodiscard]] grpc::ByteBuffer takeResponse();
 
 private:
   void notification(gnmi::Notification const& notification) override;
@@ -48,10 +51,11 @@ private:
   GetOrder const order_;
   Done done_; // null before the start and once told
   Answers answers_;
-  std::shared_ptr<ByteBudget::Share> const share_;
+  std::shared_ptr<Shares> const shares_;
   std::size_t bytes_ = 0; // of the answers before the last
   bool isTooLarge_ = false;
-  std::int64_t timestamp_ = 0;
+  std::size_t memoryBytes_ = 0;
+  std::int64_t timestamp_ = 0;         // of the end of the reading, in loop time
   std::shared_ptr<Snapshot> snapshot_; // refers to this
 };
 

@@ -1,6 +1,7 @@
 #include "agent/data/JsonTree.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/data/LeafEncoding.h"
 
@@ -26,6 +27,7 @@ public:
 namespace {
 
 constexpr std::size_t kPunctuation = 6; // of a member: quotes, colon, comma, braces
+constexpr std::size_t kIndexBytes = 64; // of a child: where its parent finds it
 
 // Numbers by their value, other texts as such.
 bool isKeyLess(std::string_view a, std::string_view b) {
@@ -55,6 +57,7 @@ JsonTree::Node& JsonTree::childIs(Node& node, TypeNode const& child, std::string
   Node& made = *node.children.back();
   node.index.emplace(std::pair<std::string_view, std::string_view>(made.type.name, made.key), &made);
   bytes_ += child.name.size() + kPunctuation + 2 * key.size();
+  memoryBytes_ += sizeof(Node) + kIndexBytes + key.size();
   return made;
 }
 
@@ -63,13 +66,7 @@ void JsonTree::leafIs(Node& node, TypeNode const& leaf, gnmi::TypedValue const& 
   appendLeafJson(values_, value, *leaf.leaf(), isIetf_);
   node.leaves.push_back({leaf.attr, begin, values_.size() - begin});
   bytes_ += leaf.name.size() + kPunctuation + (values_.size() - begin);
-}
-
-std::string JsonTree::text() const {
-  std::string text;
-  text.reserve(bytes_ + bytes_ / 4);
-  append(text, *top_, "");
-  return text;
+  memoryBytes_ += 2 * (sizeof(Node::Leaf) + values_.size() - begin); // both grow by doubling
 }
 
 // --- writing ----------------------------------------------------------------------------------------------------
@@ -79,15 +76,14 @@ namespace {
 // Members of one object: the name, with the module where that is another one than the parent's.
 class Object {
 public:
-  Object(std::string& to, bool isIetf, std::string_view parentModule)
+  Object(SliceWriter& to, bool isIetf, std::string_view parentModule)
       : to_(to)
       , isIetf_(isIetf)
       , parentModule_(parentModule) {
     to_ += '{';
   }
   void member(std::string_view name, std::string_view module) {
-    if (to_.back() != '{') to_ += ',';
-    to_ += '"';
+    to_ += std::exchange(isFirst_, false) ? "\"" : ",\"";
     if (isIetf_ && module != parentModule_) {
       to_ += module;
       to_ += ':';
@@ -101,18 +97,21 @@ public:
   void end() { to_ += '}'; }
 
 private:
-  std::string& to_;
+  SliceWriter& to_;
   bool const isIetf_;
   std::string_view const parentModule_;
+  bool isFirst_ = true;
 };
 
 } // namespace
 
-void JsonTree::append(std::string& to, Node const& node, std::string_view parentModule) const {
+void JsonTree::append(SliceWriter& to, Node const& node, std::string_view parentModule) const {
   Object object(to, isIetf_, parentModule);
   if (node.type.isList()) {
     object.member(node.type.key());
-    appendKeyJson(to, node.key, *leafInfo(node.type.key()), isIetf_);
+    std::string key;
+    appendKeyJson(key, node.key, *leafInfo(node.type.key()), isIetf_);
+    to += key;
   }
   auto const isBefore = [](Node::Leaf const& a, Node::Leaf const& b) {
     return a.attr.desc().index < b.attr.desc().index;
@@ -127,7 +126,7 @@ void JsonTree::append(std::string& to, Node const& node, std::string_view parent
     bool const isOutdated = i + 1 < leaves.size() && leaves[i + 1].attr == leaves[i].attr;
     if (isOutdated || leaves[i].attr.isKeyField()) continue;
     object.member(leaves[i].attr);
-    to.append(values_, leaves[i].begin, leaves[i].size);
+    to += std::string_view(values_).substr(leaves[i].begin, leaves[i].size);
   }
   std::vector<Node const*> children;
   for (auto const& child : node.children)

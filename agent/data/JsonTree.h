@@ -11,6 +11,7 @@
 #include <absl/container/flat_hash_map.h>
 
 #include "agent/paths/TypeTree.h"
+#include "agent/subscribe/SliceWriter.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -34,15 +35,17 @@ public:
   // Enters a leaf; again, with its latest value.
   void leafIs(Node& node, TypeNode const& leaf, gnmi::TypedValue const& value);
 
-  // About as many bytes as the text will have.
+  // About as many bytes as the text will have, and as the tree takes in memory.
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
-  [[nodiscard]] std::string text() const;
+  [[nodiscard]] std::size_t memoryBytes() const { return memoryBytes_; }
+  void write(SliceWriter& to) const { append(to, *top_, ""); }
 
 private:
-  void append(std::string& to, Node const& node, std::string_view parentModule) const;
+  void append(SliceWriter& to, Node const& node, std::string_view parentModule) const;
 
   bool const isIetf_;
   std::size_t bytes_ = 2;
+  std::size_t memoryBytes_ = 0;
   std::string values_; // of all leaves, one after the other
   std::unique_ptr<Node> top_;
 };

@@ -5,7 +5,9 @@
 #include "agent/data/SetRun.h"
 #include "agent/data/UnaryCalls.h"
 #include "agent/data/UnaryEnd.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
+#include "agent/service/Worker.h"
 
 namespace Agent {
 namespace {
@@ -27,6 +29,9 @@ void answer(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
     addResult(response, gnmi::UpdateResult::UPDATE, update.path());
 }
 
+// What a request becomes, JSON texts taken apart above all, against its own size.
+constexpr std::size_t kPlanFactor = 12;
+
 class SetCall final : public grpc::ServerUnaryReactor {
 public:
   SetCall(grpc::CallbackServerContext& context, Runtime& runtime)
@@ -34,15 +39,25 @@ public:
       , context_(std::make_shared<UnaryContext>(context))
       , end_(std::make_shared<UnaryEnd>(*this, context_, runtime.limits().stuckNs)) {}
 
+  // Planning is for neither gRPC's threads nor the scheduler's: it takes as long as the request is large.
   void start(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
     std::shared_ptr<UnaryEnd> const end = std::move(end_);
-    auto plan = setPlanOf(request);
-    if (!plan) return end->finish(plan.error());
-    answer(request, response);
-    runtime_.scheduler()->post([this, end, &response, plan = std::move(*plan)] {
-      if (isCancelled_.load(std::memory_order_relaxed))
-        return end->finish({grpc::StatusCode::CANCELLED, "the client has left"});
-      end->finish(setExecuted(*plan, runtime_, response));
+    auto share = std::make_shared<ByteBudget::Share>(runtime_.memory().plans);
+    if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
+      return end->finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "too many Sets wait: try again later"});
+    runtime_.worker().post([this, end, &request, &response, share = std::move(share)]() mutable {
+      auto plan = setPlanOf(request, &isCancelled_);
+      if (!plan) return end->finish(plan.error());
+      answer(request, response);
+      runtime_.scheduler()->post(
+          [this, end, &response, plan = std::move(*plan), kept = std::move(share)]() mutable {
+            if (isCancelled_.load(std::memory_order_relaxed))
+              return end->finish({grpc::StatusCode::CANCELLED, "the client has left"});
+            grpc::Status const status = setExecuted(*plan, runtime_, response);
+            plan.reset();
+            kept.reset();
+            end->finish(status);
+          });
     });
   }
 

@@ -5,6 +5,8 @@
 #include "agent/data/LeafValue.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/model/Tree.h"
+#include "agent/paths/OutPath.h"
+#include "agent/paths/Pattern.h"
 
 namespace Agent {
 
@@ -134,10 +136,14 @@ void SetDiff::entry(PlanNode const* node, TypeNode const& list, std::string_view
   if (isHit && !isNamed && !isStateKept_) {
     *removals.add_delete_() = path_;
     if (interface_ != nullptr) interfaces.insert(*interface_);
+    gone.push_back(pathBytes(PathView(path_, 0)));
   } else {
     bool const isValue = !list.attr.isInstantiating();
     if (parent && (isValue || !object)) remember(parent, list.attr, key);
-    if (!object) writeKey(list.key(), keyText); // which makes it
+    if (!object) {
+      made.push_back(pathBytes(PathView(path_, 0)));
+      writeKey(list.key(), keyText); // which makes it
+    }
     valuesEntered_ += isValue ? 1 : 0;
     below(node, list, object, isCleared);
     valuesEntered_ -= isValue ? 1 : 0;

@@ -39,6 +39,8 @@ public:
   gnmi::SetRequest removals; // deletes of entries
   std::vector<Undo> undo;
   std::set<std::string> interfaces; // see SetOutcome
+  std::vector<std::string> made;    // entries, by the canonical bytes of their paths
+  std::vector<std::string> gone;
 
 private:
   // Marks in the plan what a delete's path matches.

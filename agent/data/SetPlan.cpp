@@ -36,6 +36,13 @@ void PlanNode::childrenDelAll() {
   children_.clear();
 }
 
+std::size_t PlanNode::size() const {
+  std::size_t size = 1;
+  for (auto const& below : children_)
+    size += below->size();
+  return size;
+}
+
 std::string PlanNode::path() const {
   if (parent_ == nullptr) return "/";
   std::string const above = parent_->parent_ == nullptr ? std::string() : parent_->path();
@@ -239,49 +246,104 @@ void findMeaning(TypeNode const& node, PathStates const& states, Meaning& meanin
   }
 }
 
-Status applyDelete(SetPlan& plan, gnmi::Path const& prefix, gnmi::Path const& deleted) {
-  auto path = RequestPath::of(prefix, deleted);
-  if (!path) return path.error();
-  // Concrete names first: a wrong key on one of them is told as such.
-  TypeNode node = TypeNode::root();
-  for (RequestElem const& elem : path->elems) {
-    auto const child = node.child(elem.name);
-    if (!child) break;
-    if (auto const key = keyOf(elem, *child); !key) return invalid(path->text(), key.error());
-    node = *child;
-  }
-  Meaning meaning;
-  findMeaning(TypeNode::root(), PathStates(*path), meaning);
-  if (!meaning.isKnown) {
-    auto const pattern = Pattern::of(*path);
-    bool const isPublished = !pattern.ok() && pattern.error().error_code() == grpc::StatusCode::UNIMPLEMENTED;
-    return isPublished ? refusal(grpc::StatusCode::UNIMPLEMENTED, path->text(), "is not offered here")
-                       : notFound(path->text(), "nothing is known under this path");
-  }
-  if (!meaning.canGo) return invalid(path->text(), "is state, or a key, and cannot be deleted");
-  plan.deletes.push_back(std::move(*path));
-  return Status::OK;
+bool hasWildcard(RequestPath const& path) {
+  return std::ranges::any_of(path.elems, [](RequestElem const& elem) {
+    return elem.name == "*" || elem.name == "..." ||
+           std::ranges::any_of(elem.keys, [](auto const& key) { return key.second == "*"; });
+  });
 }
+
+// What tells a path from another one.
+std::string identityOf(RequestPath const& path) {
+  std::string all;
+  for (RequestElem const& elem : path.elems) {
+    all += fmt::format("{}/{}/", elem.name.size(), elem.name);
+    for (auto const& [name, value] : elem.keys)
+      all += fmt::format("{}={}={}", value.size(), name, value);
+  }
+  return all;
+}
+
+// The deletes of a request. One that is there twice is done once.
+class Deletes {
+public:
+  explicit Deletes(SetPlan& plan) : plan_(plan) {}
+
+  Status add(gnmi::Path const& prefix, gnmi::Path const& deleted) {
+    auto path = RequestPath::of(prefix, deleted);
+    if (!path) return path.error();
+    if (!seen_.insert(identityOf(*path)).second) return Status::OK;
+    if (Status status = check(*path); !status.ok()) return status;
+    if (hasWildcard(*path) && ++wildcards_ > kMaxWildcardDeletes)
+      return refusal(grpc::StatusCode::RESOURCE_EXHAUSTED, path->text(),
+                     fmt::format("more than {} deletes with wildcards", kMaxWildcardDeletes));
+    plan_.deletes.push_back(std::move(*path));
+    return Status::OK;
+  }
+
+private:
+  static Status check(RequestPath const& path) {
+    auto const isAnyDepth = [](RequestElem const& elem) { return elem.name == "..."; };
+    if (static_cast<std::size_t>(std::ranges::count_if(path.elems, isAnyDepth)) > kMaxAnyDepths)
+      return invalid(path.text(), fmt::format("more than {} elements '...'", kMaxAnyDepths));
+    // Concrete names first: a wrong key on one of them is told as such.
+    TypeNode node = TypeNode::root();
+    for (RequestElem const& elem : path.elems) {
+      auto const child = node.child(elem.name);
+      if (!child) break;
+      if (auto const key = keyOf(elem, *child); !key) return invalid(path.text(), key.error());
+      node = *child;
+    }
+    Meaning meaning;
+    findMeaning(TypeNode::root(), PathStates(path), meaning);
+    if (!meaning.isKnown) {
+      auto const pattern = Pattern::of(path);
+      bool const isPublished =
+          !pattern.ok() && pattern.error().error_code() == grpc::StatusCode::UNIMPLEMENTED;
+      return isPublished ? refusal(grpc::StatusCode::UNIMPLEMENTED, path.text(), "is not offered here")
+                         : notFound(path.text(), "nothing is known under this path");
+    }
+    if (!meaning.canGo) return invalid(path.text(), "is state, or a key, and cannot be deleted");
+    return Status::OK;
+  }
+
+  SetPlan& plan_;
+  absl::flat_hash_set<std::string> seen_;
+  std::size_t wildcards_ = 0;
+};
 
 } // namespace
 
-SetPlan::OrError setPlanOf(gnmi::SetRequest const& request) {
+SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> const* isCancelled) {
   if (Status status = checkExtensions(request.extension(), CallKind::Set); !status.ok())
     return Kstd::Err(status);
   if (request.union_replace_size() != 0)
     return Kstd::Err(Status(grpc::StatusCode::UNIMPLEMENTED, "union_replace is not offered"));
+  auto const exhausted = [](char const* what, std::size_t most) {
+    return Status(grpc::StatusCode::RESOURCE_EXHAUSTED,
+                  fmt::format("{} in one request: at most {} are taken", what, most));
+  };
+  if (request.delete__size() + request.replace_size() + request.update_size() > kMaxSetOperations)
+    return Kstd::Err(exhausted("too many operations", kMaxSetOperations));
+  auto const goesOn = [isCancelled] {
+    bool const ends = isCancelled != nullptr && isCancelled->load(std::memory_order_relaxed);
+    return ends ? Status(grpc::StatusCode::CANCELLED, "the client has left") : Status::OK;
+  };
   auto plan = std::make_unique<SetPlan>();
+  Deletes deletes(*plan);
   for (gnmi::Path const& path : request.delete_()) {
-    if (Status status = applyDelete(*plan, request.prefix(), path); !status.ok()) return Kstd::Err(status);
+    if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
+    if (Status status = deletes.add(request.prefix(), path); !status.ok()) return Kstd::Err(status);
   }
-  for (gnmi::Update const& replace : request.replace()) {
-    if (Status status = applyUpdate(*plan, request.prefix(), replace, true); !status.ok())
-      return Kstd::Err(status);
+  for (auto const* const updates : {&request.replace(), &request.update()}) {
+    for (gnmi::Update const& update : *updates) {
+      if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
+      if (Status status = applyUpdate(*plan, request.prefix(), update, updates == &request.replace());
+          !status.ok())
+        return Kstd::Err(status);
+    }
   }
-  for (gnmi::Update const& update : request.update()) {
-    if (Status status = applyUpdate(*plan, request.prefix(), update, false); !status.ok())
-      return Kstd::Err(status);
-  }
+  if (plan->root.size() > kMaxPlanNodes) return Kstd::Err(exhausted("too many values", kMaxPlanNodes));
   return plan;
 }
 

@@ -9,6 +9,8 @@
 // 3. What is to be there afterwards is marked `isNamed`, and so is everything above it.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +43,9 @@ public:
   [[nodiscard]] std::vector<std::unique_ptr<PlanNode>> const& children() const { return children_; }
   void childrenDelAll();
 
+  // Of it and all below.
+  [[nodiscard]] std::size_t size() const;
+
   // "/interfaces/interface[name=lo]"; "/" for the root.
   [[nodiscard]] std::string path() const;
   // Marks this place and those above it as named.
@@ -67,7 +72,14 @@ struct SetPlan {
   std::vector<RequestPath> deletes; // may hold wildcards: what they match depends on the model
 };
 
-// INVALID_ARGUMENT and NOT_FOUND with the path and what is wrong with it; UNIMPLEMENTED for what this agent does not offer.
-[[nodiscard]] SetPlan::OrError setPlanOf(gnmi::SetRequest const& request);
+inline constexpr int kMaxSetOperations = 50'000;
+inline constexpr std::size_t kMaxWildcardDeletes = 64; // each may have the whole model looked at
+inline constexpr std::size_t kMaxPlanNodes =
+    50'000; // what JSON holds counts by its members; some 10 us of one turn each
+
+// INVALID_ARGUMENT and NOT_FOUND with the path and what is wrong with it; UNIMPLEMENTED for what this agent does not offer;
+// RESOURCE_EXHAUSTED beyond the limits above. CANCELLED soon after `isCancelled`, which may be null, has become true.
+[[nodiscard]] SetPlan::OrError setPlanOf(gnmi::SetRequest const& request,
+                                         std::atomic<bool> const* isCancelled = nullptr);
 
 } // namespace Agent

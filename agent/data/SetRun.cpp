@@ -8,6 +8,7 @@
 #include "Kel/ActivityClock.h"
 #include "Kel/Error.h"
 #include "Ondra/KelGnmiSetter.h"
+#include "agent/data/ClientEntries.h"
 #include "agent/data/SetDiff.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
@@ -46,9 +47,13 @@ void putBack(Undo const& undo) {
 
 } // namespace
 
-SetOutcome setRun(SetPlan& plan, absl::FunctionRef<void()> removalsBegin) {
+SetOutcome setRun(SetPlan& plan, ClientEntries& entries, absl::FunctionRef<void()> removalsBegin) {
   SetDiff diff(plan);
   SetOutcome outcome;
+  if (!diff.made.empty() && !entries.mayMake(diff.made.size())) {
+    outcome.status = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for more entries"};
+    return outcome;
+  }
   bool const removes = diff.removals.delete__size() != 0;
   for (gnmi::SetRequest* const request : {&diff.resets, &diff.writes, &diff.removals}) {
     if (request == &diff.removals) removalsBegin();
@@ -59,13 +64,18 @@ SetOutcome setRun(SetPlan& plan, absl::FunctionRef<void()> removalsBegin) {
   }
   outcome.hasChanged = removes || !std::all_of(diff.undo.begin(), diff.undo.end(), isAsBefore);
   outcome.interfaces = std::move(diff.interfaces);
+  for (std::string const& path : diff.gone)
+    entries.gone(path);
+  for (std::string& path : diff.made)
+    entries.made(std::move(path));
   return outcome;
 }
 
 grpc::Status setExecuted(SetPlan& plan, Runtime& runtime, gnmi::SetResponse& response) {
   Engine& engine = runtime.engine();
   engine.outputHeldIs(Engine::Output::Hold);
-  SetOutcome const outcome = setRun(plan, [&engine] { engine.outputHeldIs(Engine::Output::HoldBefore); });
+  SetOutcome const outcome =
+      setRun(plan, runtime.clientEntries(), [&engine] { engine.outputHeldIs(Engine::Output::HoldBefore); });
   if (!outcome.status.ok()) {
     engine.outputHeldIs(Engine::Output::Drop);
     return outcome.status;

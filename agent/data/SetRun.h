@@ -11,6 +11,7 @@
 
 namespace Agent {
 
+class ClientEntries;
 class Runtime;
 
 struct SetOutcome {
@@ -24,8 +25,9 @@ struct SetOutcome {
 //
 // Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state. Entries are removed
 // last; `removalsBegin` is called before.
-[[nodiscard]] SetOutcome setRun(
-    SetPlan& plan, absl::FunctionRef<void()> removalsBegin = [] {});
+// RESOURCE_EXHAUSTED when there is no memory for the entries it would make.
+[[nodiscard]] SetOutcome setRun(SetPlan& plan, ClientEntries& entries,
+                                absl::FunctionRef<void()> removalsBegin);
 
 // The same as clients see it: while it runs, what subscribers would be told waits aside; it is forgotten after a refusal, else told in
 // the published order, deletes first. After a success the response gets its timestamp and whoever applies configuration learns of it.

@@ -6,6 +6,7 @@
 #include "Ondra/PathElem.h"
 #include "Ondra/WalkRules.h"
 #include "agent/model/Tree.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 namespace {
@@ -132,6 +133,29 @@ ObjectCursor::Result ObjectCursor::descendInto(std::size_t depth, std::size_t po
     standing_[depth] = {position, key ? key->detachedKey() : nullptr};
   }
   return result;
+}
+
+Ondra::WalkReach ObjectCursor::reach(PathView const& path) const {
+  using Reach = Ondra::WalkReach;
+  if (!started_) return Reach::Ahead;
+  for (std::size_t depth = 0; depth < standing_.size(); ++depth) {
+    Pattern::Elem const& wanted = pattern_.elems()[depth];
+    if (wanted.kind != Kind::Name || depth >= path.size()) return Reach::Unknown;
+    if (path[depth].name() != wanted.name) return Reach::Passed; // never to be found
+    Handle const& key = standing_[depth].key;
+    if (!key) continue;
+    if (path[depth].key_size() != 1) return Reach::Unknown;
+    std::string const& text = path[depth].key().begin()->second;
+    if (!wanted.keys.empty()) {
+      if (text != wanted.keys.front().second) return Reach::Passed;
+      continue;
+    }
+    auto const read = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(key->type(), text);
+    if (!read.ok()) return Reach::Unknown;
+    if (int const order = read.value()->compare(*key); order != 0)
+      return order < 0 ? Reach::Passed : Reach::Ahead;
+  }
+  return wasFound_ ? Reach::Passed : Reach::Ahead;
 }
 
 // Stands before a member that has not been looked at.

@@ -17,6 +17,7 @@
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Ondra/Path.h"
+#include "Ondra/WalkReach.h"
 #include "agent/paths/Pattern.h"
 
 namespace Agent {
@@ -40,6 +41,10 @@ public:
   [[nodiscard]] Kel::Ptr<Ondra::Path const> path() const {
     return path_;
   } // internal, from the root of the model
+
+  // Whether what lies at a path (without the data root) is still to be found, or in an object that has been: the last one, which may be
+  // on its way, counts as passed. Unknown behind a name that is a wildcard.
+  [[nodiscard]] Ondra::WalkReach reach(PathView const& path) const;
 
   static constexpr std::size_t kMembersAtATime = 512;
 

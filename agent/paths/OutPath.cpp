@@ -52,6 +52,39 @@ std::string pathBytes(PathView const& path) {
   return bytes;
 }
 
+gnmi::Path pathOfBytes(std::string_view bytes) {
+  gnmi::Path path;
+  gnmi::PathElem* elem = nullptr;
+  std::string text; // up to the next mark
+  std::string keyName;
+  std::size_t texts = 0; // of the element: its name, then names and values of keys in turn
+  auto const endText = [&] {
+    if (elem == nullptr) elem = path.add_elem();
+    if (texts == 0) {
+      elem->set_name(text);
+    } else if (texts % 2 == 1) {
+      keyName = text;
+    } else {
+      (*elem->mutable_key())[keyName] = text;
+    }
+    ++texts;
+    text.clear();
+  };
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    switch (bytes[i]) {
+    case kElemEnd:
+      endText();
+      elem = nullptr;
+      texts = 0;
+      break;
+    case kKeyStart: endText(); break;
+    case kEscape: text += static_cast<char>(bytes[++i] - '0'); break;
+    default: text += bytes[i]; break;
+    }
+  }
+  return path;
+}
+
 bool bytesAtOrBelow(std::string_view ancestor, std::string_view bytes) {
   if (ancestor.empty()) return true;
   std::string_view const stem = ancestor.substr(0, ancestor.size() - 1);
@@ -61,6 +94,17 @@ bool bytesAtOrBelow(std::string_view ancestor, std::string_view bytes) {
   // The last element of the ancestor has no keys when no key starts after its name.
   std::size_t const nameAt = stem.rfind(kElemEnd) == std::string_view::npos ? 0 : stem.rfind(kElemEnd) + 1;
   return next == kKeyStart && stem.find(kKeyStart, nameAt) == std::string_view::npos;
+}
+
+std::string_view bytesAbove(std::string_view bytes) {
+  std::size_t const end = bytes.empty() ? bytes.npos : bytes.substr(0, bytes.size() - 1).rfind(kElemEnd);
+  return bytes.substr(0, end == bytes.npos ? 0 : end + 1);
+}
+
+std::string_view commonBytes(std::string_view a, std::string_view b) {
+  while (!bytesAtOrBelow(a, b))
+    a = bytesAbove(a);
+  return a;
 }
 
 void outPrefixIs(gnmi::Path& prefix, std::string_view origin, std::string_view target) {

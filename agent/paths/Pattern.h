@@ -39,6 +39,8 @@ public:
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   [[nodiscard]] gnmi::PathElem const& operator[](std::size_t index) const;
+  // Without so many elements more.
+  [[nodiscard]] PathView from(std::size_t skip) const { return {*prefix_, *path_, skip_ + skip}; }
 
 private:
   gnmi::Path const* prefix_;

@@ -43,6 +43,9 @@ grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from
     return invalid(fmt::format("a path has more than {} elements", kMaxPathElems));
   for (gnmi::PathElem const& elem : from.elem()) {
     if (grpc::Status status = appendElem(elems, elem); !status.ok()) return status;
+    bool const isRepeated =
+        elems.size() > 1 && elems.back().name == "..." && elems[elems.size() - 2].name == "...";
+    if (isRepeated) elems.pop_back(); // any number of elements twice is any number of them
   }
   return grpc::Status::OK;
 }

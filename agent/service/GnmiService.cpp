@@ -76,7 +76,7 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
     : runtime_(runtime)
     , authenticator_(std::move(authenticator))
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
-    , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, gnmi::GetResponse>>())
+    , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
     , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
   unaryIs(kCapabilities, *capabilities_, [](auto& context, auto& request, auto& response) {
     return capabilitiesCall(context, request, response);

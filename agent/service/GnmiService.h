@@ -44,7 +44,7 @@ private:
   std::shared_ptr<Authenticator> const authenticator_;
   std::atomic<bool> closed_ = false;
   std::unique_ptr<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>> const capabilities_;
-  std::unique_ptr<UnaryCalls<gnmi::GetRequest, gnmi::GetResponse>> const gets_;
+  std::unique_ptr<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>> const gets_;
   std::unique_ptr<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>> const sets_;
 };
 

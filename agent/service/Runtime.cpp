@@ -3,6 +3,9 @@
 #include "Kel/ActivityClock.h"
 #include "Kel/Dir.h"
 #include "agent/data/ByteBudget.h"
+#include "agent/data/ClientEntries.h"
+#include "agent/service/Memory.h"
+#include "agent/service/Worker.h"
 #include "agent/subscribe/Engine.h"
 
 namespace Agent {
@@ -12,10 +15,13 @@ Runtime::Runtime() : Runtime(Options()) {}
 Runtime::Runtime(Options const& options)
     : limits_(options.limits)
     , getBudget_(std::make_shared<ByteBudget>(2 * options.limits.getBytes))
+    , memory_(std::make_unique<MemoryBudgets>(options.limits.memoryBytes))
+    , clientEntries_(std::make_unique<ClientEntries>(memory_->entries))
     , clock_(options.clock != nullptr ? *options.clock : Tovak::SystemClock::instance())
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir()))
-    , engine_(std::make_unique<Engine>(*this)) {
+    , engine_(std::make_unique<Engine>(*this))
+    , worker_(std::make_unique<Worker>()) {
   auto const takeTime = [this] { Kel::activityManagerStatus()->activityLoopExecNsTimeIs(clock_.wallNs()); };
   takeTime();
   scheduler_->loopHookIs(takeTime);

@@ -18,16 +18,21 @@
 namespace Agent {
 
 class ByteBudget;
+class ClientEntries;
 class Engine;
+struct MemoryBudgets;
+class Worker;
 
 // What clients may ask of the agent. Sizes in bytes, times in nanoseconds.
 struct Limits {
   std::size_t streams = 4096;                    // Subscribe calls at a time
+  std::size_t streamsPerPeer = 1024;             // of them, from one address
   std::size_t subscriptionsPerCall = 256;        // in one list
   std::size_t messageBytes = 4U << 20;           // of a request
   std::size_t responseBytes = (4U << 20) - 4096; // of a response that can be split
   std::size_t getBytes = 32U << 20;              // of the answer to a Get, which is one; twice as much of all
   std::size_t queueBytes = 4U << 20;             // that wait for one subscriber, before they are coalesced
+  std::size_t memoryBytes = 0;                   // that are kept for clients in all; 0: by what there is
   std::int64_t sampleFloorNs = 1'000'000'000;    // the shortest interval of samples and heartbeats
   std::int64_t targetDefinedNs = 5'000'000'000;  // the interval of what TARGET_DEFINED samples
   std::int64_t stuckNs = 30'000'000'000;         // a client may take nothing, or not say what it wants
@@ -53,11 +58,17 @@ public:
   [[nodiscard]] std::shared_ptr<Tovak::TaskScheduler> const& scheduler() const noexcept { return scheduler_; }
   [[nodiscard]] Tovak::Clock& clock() const noexcept { return clock_; }
   // Scheduler thread.
+  [[nodiscard]] ClientEntries& clientEntries() noexcept { return *clientEntries_; }
   [[nodiscard]] Tree const& tree() const noexcept { return tree_; }
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
   [[nodiscard]] Limits const& limits() const noexcept { return limits_; }
   // Of the answers to all Gets that are being read or wait for their clients. Any thread.
   [[nodiscard]] std::shared_ptr<ByteBudget> const& getBudget() const noexcept { return getBudget_; }
+
+  // Of all that is kept for clients. Any thread.
+  [[nodiscard]] MemoryBudgets const& memory() const noexcept { return *memory_; }
+  // For what takes long and needs no model. Any thread.
+  [[nodiscard]] Worker& worker() noexcept { return *worker_; }
 
   // Called on the scheduler thread after a Set that wrote the configuration of interfaces, with their names. May be null.
   using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
@@ -73,12 +84,15 @@ public:
 private:
   Limits const limits_;
   std::shared_ptr<ByteBudget> const getBudget_;
+  std::unique_ptr<MemoryBudgets> const memory_;
+  std::unique_ptr<ClientEntries> const clientEntries_;
   Tovak::Clock& clock_;
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
   Tree const tree_;
   std::unique_ptr<Engine> engine_;
   ConfigChanged configChanged_;
   std::thread thread_;
+  std::unique_ptr<Worker> worker_; // ends first
 };
 
 } // namespace Agent

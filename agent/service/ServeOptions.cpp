@@ -50,10 +50,16 @@ void addLimits(CLI::App& app, Limits& limits) {
         ->capture_default_str();
   };
   count("--max-streams", limits.streams, "Subscribe calls at a time");
+  count("--max-streams-per-peer", limits.streamsPerPeer, "of these, from one address");
   count("--max-subscriptions", limits.subscriptionsPerCall, "subscriptions of one call");
   bytes("--max-message", limits.messageBytes, "size of a request");
   bytes("--max-get", limits.getBytes, "size of the answer to a Get");
   bytes("--max-queue", limits.queueBytes, "what waits for one subscriber, before it is coalesced");
+  app.add_option("--memory-budget", limits.memoryBytes,
+                 "memory for what clients make the agent keep; 0: half of what it may use, 1 GiB at most")
+      ->transform(CLI::AsSizeValue(false))
+      ->type_name("BYTES")
+      ->capture_default_str();
   durationOption(app, "--sample-floor", limits.sampleFloorNs,
                  "the shortest interval of samples and heartbeats (1s)");
   durationOption(app, "--default-sample", limits.targetDefinedNs,
@@ -99,6 +105,8 @@ std::string faultOf(Raw const& raw, ServeOptions& options) {
   if (options.limits.targetDefinedNs < options.limits.sampleFloorNs)
     return "--default-sample: at least the sample floor";
   if (options.samplePeriodNs < 10 * kMillisecondNs) return "--machine-period: at least 10ms";
+  if (options.limits.memoryBytes != 0 && options.limits.memoryBytes < std::size_t{8} << 20)
+    return "--memory-budget: at least 8MiB";
   if (options.limits.stuckNs < 10 * kMillisecondNs) return "--stuck-after: at least 10ms";
   if (options.syntheticRate > 0 && options.syntheticLeaves == 0) return "--synthetic-rate needs --synthetic";
   return {};

@@ -6,6 +6,8 @@
 #include "Kel/ActivityClock.h"
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/ByteRouter.h"
+#include "agent/paths/OutPath.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 #include "agent/subscribe/SubscribeStream.h"
@@ -46,7 +48,45 @@ Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
   return rivals;
 }
 
-constexpr std::size_t kPathsAtATime = 8; // compiled in one turn: one may take a millisecond
+constexpr std::size_t kPathsAtATime = 8;     // compiled in one turn: one may take a millisecond
+constexpr std::size_t kOverlapsMax = 1024;   // pairs of subscriptions: each costs something for each leaf
+constexpr std::size_t kLeavesAtATime = 2000; // out of the backlog, in one turn
+constexpr std::size_t kLeavesPerRefill = 200;
+constexpr std::size_t kLeavesOfStalled = 256; // that wait for one who has taken nothing for
+constexpr std::int64_t kStalledNs = 1'000'000'000;
+constexpr std::int64_t kPatienceMinNs = 1'000'000'000;
+constexpr std::int64_t kPatienceMaxNs = 30'000'000'000;
+
+std::string anchorOf(Subscription const& subscription) {
+  return pathBytes(PathView(subscription.selector().anchor(), 0));
+}
+
+// The part of a pattern that lies at and below an internal path.
+std::shared_ptr<Pattern const> narrowed(std::shared_ptr<Pattern const> const& pattern,
+                                        std::string_view region) {
+  gnmi::Path const path = pathOfBytes(region);
+  RequestPath made;
+  auto const depth = static_cast<std::size_t>(path.elem_size()) - 1; // without the data root
+  for (std::size_t i = 1; i <= depth; ++i) {
+    gnmi::PathElem const& elem = path.elem(static_cast<int>(i));
+    made.elems.push_back({elem.name(), {elem.key().begin(), elem.key().end()}});
+    std::ranges::sort(made.elems.back().keys);
+  }
+  std::vector<Pattern::Elem> const& elems = pattern->elems();
+  auto const isAnyDepth = [](Pattern::Elem const& elem) {
+    return elem.kind == Pattern::Elem::Kind::AnyDepth;
+  };
+  if (std::none_of(elems.begin(), elems.begin() + static_cast<std::ptrdiff_t>(std::min(depth, elems.size())),
+                   isAnyDepth)) { // else all that lies there is walked
+    for (std::size_t i = depth; i < elems.size(); ++i)
+      made.elems.push_back({elems[i].kind == Pattern::Elem::Kind::AnyDepth  ? "..."
+                            : elems[i].kind == Pattern::Elem::Kind::AnyName ? "*"
+                                                                            : elems[i].name,
+                            elems[i].keys});
+  }
+  Pattern::OrError found = Pattern::of(made);
+  return found.ok() ? std::make_shared<Pattern const>(std::move(found).value()) : pattern;
+}
 
 } // namespace
 
@@ -57,9 +97,12 @@ Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan pla
     , updatesOnly_(plan.updatesOnly)
     , plan_(std::move(plan))
     , modules_(plan_.modules.empty() ? nullptr
-                                     : std::make_shared<std::vector<std::string> const>(plan_.modules)) {}
+                                     : std::make_shared<std::vector<std::string> const>(plan_.modules))
+    , delivery_(engine.feeds().deliveryIs())
+    , backlogShare_(engine.runtime().memory().queues) {}
 
 Call::~Call() {
+  engine_.runtime().scheduler()->timerDel(jobTimer_);
   if (walk_) engine_.walkDel(*walk_);
   walk_.reset();
   subscriptions_.clear(); // a feed may tell those that are left of what waits, which comes here
@@ -75,8 +118,12 @@ grpc::Status Call::prepareSome() {
   }
   for (; patterns_.size() == plans.size() && !isPrepared() && left > 0; --left) {
     std::size_t const i = subscriptions_.size();
+    Patterns rivals = rivalsOf(patterns_, i);
+    overlaps_ += rivals.size();
+    if (overlaps_ > kOverlapsMax)
+      return {grpc::StatusCode::RESOURCE_EXHAUSTED, "too many subscriptions of the list overlap each other"};
     subscriptions_.push_back(std::make_unique<Subscription>(
-        *this, plans[i], plan_.encoding, Selector(patterns_[i], rivalsOf(patterns_, i), modules_)));
+        *this, plans[i], plan_.encoding, Selector(patterns_[i], std::move(rivals), modules_)));
   }
   return grpc::Status::OK;
 }
@@ -102,7 +149,7 @@ void Call::halfClosed() {
 
 void Call::snapshot(Purpose purpose) {
   syncOwed_ = true;
-  if (!updatesOnly_ || purpose == Purpose::Restart) {
+  if (!updatesOnly_) {
     for (auto const& subscription : subscriptions_)
       jobs_.push_back({subscription.get(), purpose});
   }
@@ -110,22 +157,42 @@ void Call::snapshot(Purpose purpose) {
 }
 
 void Call::walkIs(Subscription& subscription, Purpose purpose) {
-  Job const job{&subscription, purpose};
-  if (overflown_ || std::ranges::find(jobs_, job) != jobs_.end()) return;
-  jobs_.push_back(job);
+  auto const isSame = [&](Job const& job) {
+    return job.subscription == &subscription && job.purpose == purpose;
+  };
+  if (std::ranges::any_of(jobs_, isSame)) return;
+  jobs_.push_back({&subscription, purpose});
   nextJob();
 }
 
 void Call::nextJob() {
-  if (walk_ || overflown_) return;
-  bool const onlyRepeats = std::ranges::all_of(jobs_, [](Job const& job) {
-    return job.purpose == Purpose::Sample || job.purpose == Purpose::Heartbeat;
-  });
-  if (onlyRepeats && syncOwed_) sync();
-  if (jobs_.empty() || overflown_) return;
+  if (walk_) return;
+  bool const isSnapshotDone =
+      std::ranges::none_of(jobs_, [](Job const& job) { return job.purpose == Purpose::Initial; });
+  if (isSnapshotDone && syncOwed_) sync();
+  if (!takeDueJob()) return;
+  Job const& job = jobs_.front();
+  if (job.purpose != Purpose::Sample) backlog_.leavesDel(job.subscription->frame(), job.region);
+  std::shared_ptr<Pattern const> const& pattern = job.subscription->selector().pattern();
   Ondra::WalkerFlags flags = Ondra::flagSnapshot;
   if (mode_ != CallMode::Once) flags |= Ondra::flagStream;
-  walk_ = engine_.walkIs(jobs_.front().subscription->selector().pattern(), flags, *this);
+  walk_ = engine_.walkIs(job.region.empty() ? pattern : narrowed(pattern, job.region), flags, *this);
+}
+
+// Puts the first one that may begin in front.
+bool Call::takeDueJob() {
+  if (jobs_.empty()) return false;
+  Tovak::TaskScheduler& scheduler = *engine_.runtime().scheduler();
+  std::int64_t const now = engine_.runtime().clock().monotonicNs();
+  auto const due = std::ranges::find_if(jobs_, [now](Job const& job) { return job.notBeforeNs <= now; });
+  scheduler.timerDel(jobTimer_);
+  if (due != jobs_.end()) {
+    std::rotate(jobs_.begin(), due, due + 1);
+    return true;
+  }
+  auto const next = std::ranges::min_element(jobs_, {}, &Job::notBeforeNs);
+  jobTimer_ = scheduler.timerAt(next->notBeforeNs, [this] { nextJob(); });
+  return false;
 }
 
 void Call::walkEnded() {
@@ -134,15 +201,16 @@ void Call::walkEnded() {
   walk_.reset();
   jobs_.pop_front();
   nextJob();
+  refill();
 }
 
 void Call::sync() {
   for (auto const& subscription : subscriptions_)
     subscription->catchUp();
-  if (overflown_) return; // it starts over, and still owes the sync
+  pushEnds();
   syncOwed_ = false;
   Message::Ptr const mark = Message::sync();
-  push({&mark, 1}, OutQueue::Kind::Walk);
+  stream_->push({&mark, 1});
   if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {
     stream_->end(grpc::Status::OK);
   } else if (std::exchange(timersOwed_, false)) { // the first of a STREAM
@@ -154,7 +222,6 @@ void Call::sync() {
 // --- what comes of it -------------------------------------------------------------------------------------
 
 bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
-  if (overflown_) return true;
   Job const& job = jobs_.front();
   gnmi::Notification const& notification = response->response->update();
   Selector::Selected selected = job.purpose == Purpose::Sample ? job.subscription->sampled(notification)
@@ -178,7 +245,7 @@ bool Call::wantsBytes() const {
 }
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {
-  if (overflown_ || response.updates == 0) return true;
+  if (response.updates == 0) return true;
   std::int64_t const time = stampOf(response.timestamp);
   auto const bundle = byteBundles_
                           .try_emplace(time, jobs_.front().subscription->frame(), time,
@@ -196,16 +263,13 @@ std::int64_t Call::stampOf(std::int64_t walked) const {
                                                    : Kel::activityManagerStatus()->activityLoopExecNsTime();
 }
 
-void Call::dropBundles() {
-  bundles_.clear();
-  byteBundles_.clear();
-  bundledLeaves_ = 0;
-}
-
 void Call::pushBundles() {
   if (bundles_.empty() && byteBundles_.empty()) return;
   for (auto const& subscription : subscriptions_)
     subscription->catchUp();
+  pushEnds();
+  if (std::exchange(isUrgent_, false))
+    stream_->push(backlog_.takeLeaves(backlog_.leafCount(), engine_.runtime().limits().responseBytes));
   std::shared_ptr<Frame const> const& frame = jobs_.front().subscription->frame();
   std::size_t const limit = engine_.runtime().limits().responseBytes;
   std::vector<Message::Ptr> messages;
@@ -218,55 +282,183 @@ void Call::pushBundles() {
   }
   for (auto& [time, bundle] : byteBundles_)
     messages.push_back(Message::of(bundle.take(), frame, time));
-  dropBundles();
+  bundles_.clear();
+  byteBundles_.clear();
+  bundledLeaves_ = 0;
   std::erase_if(messages, [](Message::Ptr const& message) { return message->isEmpty(); });
-  push(messages, OutQueue::Kind::Walk);
+  stream_->push(messages);
+}
+
+// What has been told of changes goes first, and in slices: nothing changes during one.
+bool Call::sliceBegins(Tovak::Task const& task) {
+  return std::ranges::all_of(subscriptions_,
+                             [&task](auto const& subscription) { return subscription->catchUpSome(task); });
 }
 
 void Call::sliceEnded() { pushBundles(); }
 
 bool Call::isFull() const { return stream_->isFull(); }
 
-void Call::push(std::span<Message::Ptr const> messages, OutQueue::Kind kind) {
-  if (overflown_) return;
-  SubscribeStream::Pushed const pushed = stream_->push(messages, kind);
-  if (pushed == SubscribeStream::Pushed::Taken) return;
-  overflown_ = true;
-  if (pushed == SubscribeStream::Pushed::SyncLost) syncOwed_ = true;
-}
-
 void Call::drained() {
-  if (overflown_) {
-    restart();
-  } else if (walk_) {
+  refills_ = false;
+  refill();
+  if (walk_) {
     walk_->resume();
+  } else {
+    nextJob();
   }
 }
 
-// Too much has changed to be told one by one: everything ends and is told anew. Changes since are part of that.
-void Call::restart() {
-  for (auto const& subscription : subscriptions_)
-    subscription->catchUp(); // which is dropped
-  overflown_ = false;
-  dropBundles();
-  if (walk_) engine_.walkDel(*walk_);
-  walk_.reset();
-  jobs_.clear();
+// --- what it is not ready for -----------------------------------------------------------------------------
+
+void Call::changed(Subscription const& subscription, std::span<Message::Ptr const> messages) {
+  bool const isAhead = std::ranges::any_of(jobs_, &Job::hasEnded); // perhaps, and then not told twice
+  if (backlog_.empty() && !isAhead) messages = messages.subspan(stream_->pushSome(messages));
+  if (messages.empty()) return;
+  bool const isAllAhead = isAllToBeTold(subscription);
+  for (Message::Ptr const& message : messages) {
+    if (!isAllAhead || message->own() != nullptr) putAside(subscription, *message);
+  }
+  if (backlog_.bytes() > engine_.runtime().limits().queueBytes) giveUp();
+  if (backlog_.leafCount() > kLeavesOfStalled && isStalled()) giveUpAll();
+  backlogShare_.bytesAre(backlog_.bytes());
+  if (!walk_ && !isFull()) refillSoon();
+}
+
+void Call::putAside(Subscription const& subscription, Message const& message) {
+  using Reach = Ondra::WalkReach;
+  if (message.own() != nullptr) {
+    for (gnmi::Path const& path : message.own()->delete_()) {
+      std::string bytes = pathBytes(PathView(path, 0));
+      if (!isToBeTold(subscription, bytes, true))
+        backlog_.endIs(subscription.frame(), std::move(bytes), message.timestamp());
+    }
+  }
+  message.forEachUpdate([&](gnmi::Path const& prefix, gnmi::Update const& update) {
+    PathView const path(prefix, update.path(), 0);
+    std::string bytes = pathBytes(path);
+    Reach const reach = reachOf(subscription, path, bytes);
+    if (reach == Reach::Ahead) return;
+    isUrgent_ = isUrgent_ || reach == Reach::Unknown;
+    backlog_.leafIs(subscription.frame(), std::move(bytes), update.val(), update.duplicates(),
+                    message.timestamp());
+  });
+}
+
+Ondra::WalkReach Call::reachOf(Subscription const& subscription, PathView const& path,
+                               std::string_view bytes) const {
+  using Reach = Ondra::WalkReach;
+  if (isToBeTold(subscription, bytes, false)) return Reach::Ahead;
+  bool const isWalked =
+      walk_ && jobs_.front().subscription == &subscription && jobs_.front().purpose != Purpose::Sample;
+  return isWalked ? walk_->reach(path) : Reach::Passed;
+}
+
+// A walk that waits will tell it. `onlyEnded`: and the subscriber holds nothing of it until then.
+bool Call::isToBeTold(Subscription const& subscription, std::string_view bytes, bool onlyEnded) const {
+  auto const tells = [&](Job const& job) {
+    return job.subscription == &subscription && job.purpose != Purpose::Sample &&
+           (job.hasEnded || !onlyEnded) && bytesAtOrBelow(job.region, bytes);
+  };
+  return std::any_of(jobs_.begin() + (walk_ ? 1 : 0), jobs_.end(), tells);
+}
+
+bool Call::isAllToBeTold(Subscription const& subscription) const {
+  auto const tellsAll = [&](Job const& job) {
+    return job.subscription == &subscription && job.purpose != Purpose::Sample && job.region.empty();
+  };
+  return std::any_of(jobs_.begin() + (walk_ ? 1 : 0), jobs_.end(), tellsAll);
+}
+
+bool Call::isStalled() const { return stream_->isStuck(engine_.runtime().clock().monotonicNs(), kStalledNs); }
+
+// To keep changes for one who takes none of them costs time at each change: he is told all of it anew once he reads on.
+void Call::giveUpAll() {
+  for (auto const& subscription : subscriptions_) {
+    backlog_.leavesDel(subscription->frame(), "");
+    if (!isAllToBeTold(*subscription)) refreshIs(*subscription, "", false);
+  }
+}
+
+// More has changed than is kept. What that concerned is told anew, some of it after its end.
+void Call::giveUp() {
   Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
   clock.activityLoopExecNsTimeInc(1); // later than all that has been sent
-  for (auto const& subscription : subscriptions_) {
-    auto ends = std::make_unique<gnmi::Notification>();
-    ends->set_timestamp(clock.activityLoopExecNsTime());
-    *ends->add_delete_() = subscription->selector().anchor();
-    Message::Ptr const message = Message::of(std::move(ends), subscription->frame());
-    push({&message, 1}, OutQueue::Kind::Walk);
-  }
+  auto const anchorOfFrame = [this](Frame const& frame) {
+    auto const owner = std::ranges::find_if(
+        subscriptions_, [&frame](auto const& subscription) { return subscription->frame().get() == &frame; });
+    return anchorOf(**owner);
+  };
+  std::vector<Backlog::Lost> const all =
+      backlog_.cut(engine_.runtime().limits().queueBytes / 2, clock.activityLoopExecNsTime(), anchorOfFrame);
   clock.activityLoopExecNsTimeInc(1);
-  bool const syncWasOwed = syncOwed_;
-  for (auto const& subscription : subscriptions_)
-    jobs_.push_back({subscription.get(), Purpose::Restart});
-  syncOwed_ = syncWasOwed;
-  nextJob();
+  if (std::ranges::any_of(all, &Backlog::Lost::hasEnded)) {
+    std::int64_t const now = engine_.runtime().clock().monotonicNs();
+    bool const isRare = now - lastEndedNs_ > kPatienceMaxNs + patienceNs_;
+    patienceNs_ = isRare ? 0 : std::clamp(2 * patienceNs_, kPatienceMinNs, kPatienceMaxNs);
+    lastEndedNs_ = now;
+  }
+  for (Backlog::Lost const& lost : all)
+    refreshIs(lost);
+  refillSoon();
+}
+
+void Call::refreshIs(Backlog::Lost const& lost) {
+  for (auto const& subscription : subscriptions_) {
+    if (!lost.hasEnded) {
+      if (subscription->frame() == lost.owner) refreshIs(*subscription, lost.region, false);
+      continue;
+    }
+    std::string const anchor = anchorOf(*subscription); // an end takes away what others have told, too
+    if (bytesAtOrBelow(lost.region, anchor)) {
+      refreshIs(*subscription, anchor, true);
+    } else if (bytesAtOrBelow(anchor, lost.region)) {
+      refreshIs(*subscription, lost.region, true);
+    }
+  }
+}
+
+void Call::refreshIs(Subscription& subscription, std::string_view region, bool hasEnded) {
+  auto const isSame = [&](Job const& job) {
+    return job.subscription == &subscription && job.purpose == Purpose::Refresh && job.hasEnded == hasEnded;
+  };
+  auto const waiting = std::find_if(jobs_.begin() + (walk_ ? 1 : 0), jobs_.end(), isSame);
+  if (waiting == jobs_.end()) {
+    std::int64_t const notBefore = hasEnded ? lastEndedNs_ + patienceNs_ : 0;
+    jobs_.push_back({&subscription, Purpose::Refresh, std::string(region), hasEnded, notBefore});
+  } else {
+    waiting->region.resize(commonBytes(waiting->region, region).size()); // the root's bytes are none: all
+  }
+}
+
+void Call::pushEnds() {
+  if (backlog_.hasEnds()) stream_->push(backlog_.takeEnds());
+}
+
+// Gives the subscriber what waits: ends, then leaves; a walk that runs is left its half.
+void Call::refill() {
+  if (backlog_.empty()) return;
+  pushEnds();
+  Limits const& limits = engine_.runtime().limits();
+  std::size_t const bound = walk_ ? limits.queueBytes / 4 * 3 : limits.queueBytes;
+  for (std::size_t left = kLeavesAtATime; left > 0 && backlog_.leafCount() > 0; left -= kLeavesPerRefill) {
+    if (isFull() || stream_->held().bytes >= bound) break;
+    stream_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
+  }
+  backlogShare_.bytesAre(backlog_.bytes());
+  if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refillSoon();
+}
+
+void Call::exhausted() {
+  engine_.runtime().scheduler()->post([stream = stream_] {
+    stream->end(
+        {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory left for what suppress_redundant keeps"});
+  });
+}
+
+void Call::refillSoon() {
+  if (std::exchange(refills_, true)) return;
+  engine_.runtime().scheduler()->post([&engine = engine_, stream = stream_] { engine.callDrained(*stream); });
 }
 
 } // namespace Agent

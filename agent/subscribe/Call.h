@@ -3,11 +3,15 @@
 // Invariants
 // 1. Snapshots of a STREAM start only once the whole model is watched and the call is live: whatever changes from then on is told, by the
 //    walk, by a change, or by both with the later one last.
-// 2. Snapshot, changes and sync go into the one queue in the order in which they are found: before anything of a walk is queued, the
-//    changes that wait are.
-// 3. One walk at a time. A job that waits or runs already is not queued again.
-// 4. The sync is owed until it is queued behind the last snapshot; a queue that was dropped gives back the sync it held.
-// 5. While it must start over (`overflown_`) nothing is queued: the snapshot that follows tells it all.
+// 2. Snapshot, changes and sync go into the one queue in the order in which they are found, as long as that has room. Then changes wait in
+//    the backlog, by leaf: but for those that a walk has still to reach, which it will tell.
+// 3. What waits in the backlog has been passed by the walk that runs, so that nothing the walk tells later is older. Where that is not
+//    certain (`isUrgent_`), and for ends of paths, the backlog goes before the next that the walk tells.
+// 4. Beyond its bound, and before that of a subscriber who takes nothing, the backlog gives up what it holds; what that concerned, and no more, is walked again (`Purpose::Refresh`). While
+//    such a walk waits, its region is all ahead.
+// 5. One walk at a time. A job that waits or runs already is not queued again. While a walk runs, walk and backlog share what the
+//    subscriber takes by halves.
+// 6. The sync is owed until it is queued behind the last walk of the snapshot.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +21,14 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <grpcpp/support/status.h>
 
+#include "agent/data/ByteBudget.h"
+#include "agent/subscribe/Backlog.h"
 #include "agent/subscribe/ByteBundle.h"
-#include "agent/subscribe/OutQueue.h"
 #include "agent/subscribe/PatternWalk.h"
 #include "agent/subscribe/Subscription.h"
 
@@ -54,39 +60,62 @@ public:
   void halfClosed();
   // The queue takes more.
   void drained();
+  // What it keeps for its subscriber beside the queue.
+  [[nodiscard]] std::size_t heldBytes() const noexcept { return backlog_.bytes(); }
+  // There is no memory for what one of its subscriptions must keep: it ends.
+  void exhausted();
 
   // --- for its subscriptions ---
   enum class Purpose : std::uint8_t {
     Initial,   // everything, stamped as the model says
-    Restart,   // everything, stamped with the present time, as those below
+    Refresh,   // everything, stamped with the present time, as those below
     Sample,    // what is sampled, without what is to be suppressed
     Heartbeat, // everything
   };
   void walkIs(Subscription& subscription, Purpose purpose);
-  void push(std::span<Message::Ptr const> messages, OutQueue::Kind kind);
+  void changed(Subscription const& subscription, std::span<Message::Ptr const> messages);
   [[nodiscard]] Engine& engine() noexcept { return engine_; }
+  [[nodiscard]] FeedIndex::Delivery& delivery() noexcept { return *delivery_; }
 
 private:
   struct Job {
     Subscription* subscription;
     Purpose purpose;
-    friend bool operator==(Job const&, Job const&) = default;
+    std::string region = {};      // canonical bytes of a path: of what lies there alone; empty: of all
+    bool hasEnded = false;        // the subscriber has been told the end of the region
+    std::int64_t notBeforeNs = 0; // monotonic
   };
 
   bool take(std::shared_ptr<Ondra::ArenaRespMsg>& response) override;
   [[nodiscard]] bool wantsBytes() const override;
   bool takeBytes(Ondra::WireResponse const& response) override;
   [[nodiscard]] bool isFull() const override;
+  bool sliceBegins(Tovak::Task const& task) override;
   void sliceEnded() override;
   void walkEnded() override;
 
   void snapshot(Purpose purpose);
   void nextJob();
+  [[nodiscard]] bool takeDueJob();
   void sync();
-  void restart();
   [[nodiscard]] std::int64_t stampOf(std::int64_t walked) const;
   void pushBundles();
-  void dropBundles();
+
+  void putAside(Subscription const& subscription, Message const& message);
+  [[nodiscard]] Ondra::WalkReach reachOf(Subscription const& subscription, PathView const& path,
+                                         std::string_view bytes) const;
+  [[nodiscard]] bool isToBeTold(Subscription const& subscription, std::string_view bytes,
+                                bool onlyEnded) const;
+  // A walk that waits tells all that the subscription covers.
+  [[nodiscard]] bool isAllToBeTold(Subscription const& subscription) const;
+  [[nodiscard]] bool isStalled() const;
+  void giveUp();
+  void giveUpAll();
+  void refreshIs(Backlog::Lost const& lost);
+  void refreshIs(Subscription& subscription, std::string_view region, bool hasEnded);
+  void pushEnds();
+  void refill();
+  void refillSoon();
 
   Engine& engine_;
   std::shared_ptr<SubscribeStream> const stream_;
@@ -94,16 +123,24 @@ private:
   bool const updatesOnly_;
   CallPlan const plan_;
   std::shared_ptr<std::vector<std::string> const> const modules_; // null: all
+  std::shared_ptr<FeedIndex::Delivery> const delivery_;           // of subscriptions that overlap
   std::vector<std::shared_ptr<Pattern const>> patterns_;          // while it is prepared
+  std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::deque<Job> jobs_; // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
   std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
   std::map<std::int64_t, ByteBundle> byteBundles_; // the same of walks that tell bytes
   std::size_t bundledLeaves_ = 0;
+  Backlog backlog_;
+  ByteBudget::Share backlogShare_;
+  bool isUrgent_ = false;
+  bool refills_ = false;         // in a turn that is to come
+  std::int64_t lastEndedNs_ = 0; // monotonic: when ends were last given up
+  std::int64_t patienceNs_ = 0;  // before what they stood for is told anew
+  Tovak::TimerId jobTimer_;
   bool syncOwed_ = false;
   bool timersOwed_ = false; // of a STREAM, until the first sync
-  bool overflown_ = false;
   bool halfClosed_ = false;
 };
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -17,7 +19,9 @@
 #include "Tovak/TaskScheduler.h"
 #include "Tovak/Trace.h"
 #include "agent/paths/OutPath.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
+#include "agent/service/Worker.h"
 #include "agent/subscribe/Call.h"
 #include "agent/subscribe/Feed.h"
 #include "agent/subscribe/Pumps.h"
@@ -27,7 +31,13 @@
 namespace Agent {
 namespace {
 
-constexpr std::int64_t kStuckCheckNs = 1'000'000'000;
+constexpr std::int64_t kCheckNs = 1'000'000'000;
+constexpr std::int64_t kSlowNs =
+    1'000'000'000; // a write that takes so long: the subscriber takes nothing, or little
+
+// Why a subscriber is ended.
+constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
+constexpr char const* kMemoryText = "there is no memory left for what waits for subscribers";
 
 Tovak::DebugHandler& trace() {
   static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("AgentEngine", false);
@@ -59,6 +69,36 @@ void overwrittenDel(std::span<std::shared_ptr<Ondra::ArenaRespMsg> const> held) 
     }
   }
 }
+// The calls that are allowed at a time, in all and from one address. Any thread.
+class Slots {
+public:
+  Slots(std::size_t most, std::size_t mostOfOne) : most_(most), mostOfOne_(mostOfOne) {}
+
+  [[nodiscard]] bool take(std::string const& address) {
+    std::lock_guard const guard(mutex_);
+    if (taken_ >= most_) return false;
+    if (!address.empty()) {
+      std::size_t& ofOne = byAddress_[address];
+      if (ofOne >= mostOfOne_) return false;
+      ++ofOne;
+    }
+    ++taken_;
+    return true;
+  }
+  void giveBack(std::string const& address) {
+    std::lock_guard const guard(mutex_);
+    --taken_;
+    auto const ofOne = byAddress_.find(address);
+    if (ofOne != byAddress_.end() && --ofOne->second == 0) byAddress_.erase(ofOne);
+  }
+
+private:
+  std::size_t const most_;
+  std::size_t const mostOfOne_;
+  std::mutex mutex_;
+  std::size_t taken_ = 0;
+  absl::flat_hash_map<std::string, std::size_t> byAddress_;
+};
 
 // Takes nothing: the walk that installs the watch sends nothing of its own.
 class Watch final : public PatternWalk::Receiver {
@@ -146,14 +186,16 @@ public:
       : engine(theEngine)
       , runtime(theRuntime)
       , bytes(*this)
-      , feeds(theRuntime.scheduler()) {}
+      , feeds(theRuntime.scheduler())
+      , trimmer(*theRuntime.memory().whole)
+      , slots(std::make_shared<Slots>(theRuntime.limits().streams, theRuntime.limits().streamsPerPeer)) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
     bool const isChange = syncId == Ondra::SyncId();
     if (response->response->has_update()) emptyListsDel(*response->response->mutable_update(), isChange);
     if (isChange) {
       if (held) {
-        held->push_back(response);
+        if (feeds.concerns(*response)) held->push_back(response); // nobody joins while it is held
       } else {
         feeds.changed(response);
       }
@@ -197,7 +239,7 @@ public:
     watch.whenOn = [this] { watchIsOn(); };
     watch.walk = engine.walkIs(std::make_shared<Pattern const>(), Ondra::flagStream, watch);
   }
-  void endStuckCalls() {
+  void check() {
     std::int64_t const now = runtime.clock().monotonicNs();
     for (auto const& [stream, since] : begun) {
       if (now - since.ns >= runtime.limits().stuckNs)
@@ -209,10 +251,35 @@ public:
     std::erase_if(stuck, [](Stuck const& one) { return !one.stream || one.stream.use_count() == 1; });
     absl::erase_if(calls, [&](auto const& call) {
       if (!call.first->isStuck(now, runtime.limits().stuckNs)) return false;
-      stuck.push_back({call.first->shared_from_this(), now});
-      call.first->endStuck();
+      end(*call.first, kStuckText);
       return true;
     });
+    if (trimmer.isDue(now)) runtime.worker().post(&HeapTrimmer::trim);
+  }
+  void end(SubscribeStream& stream, char const* why) {
+    stuck.push_back({stream.shared_from_this(), runtime.clock().monotonicNs()});
+    stream.endNow(why);
+  }
+  void shed() {
+    shedComes.store(false, std::memory_order_relaxed);
+    std::int64_t const now = runtime.clock().monotonicNs();
+    struct Holder {
+      bool isSlow;
+      std::size_t kept;
+      SubscribeStream* stream;
+      auto operator<=>(Holder const&) const = default;
+    };
+    std::vector<Holder> holders;
+    for (auto const& [stream, call] : calls) {
+      auto const [queued, sinceNs] = stream->held();
+      holders.push_back({sinceNs && now - *sinceNs > kSlowNs, queued + call->heldBytes(), stream});
+    }
+    std::ranges::sort(holders, std::greater());
+    for (Holder const& holder : holders) {
+      if (!runtime.memory().queues->isOver() || holder.kept == 0) break;
+      end(*holder.stream, kMemoryText);
+      calls.erase(holder.stream);
+    }
   }
   Call* find(SubscribeStream& stream) {
     auto const call = calls.find(&stream);
@@ -243,12 +310,14 @@ public:
   std::optional<grpc::Status> ending;
   std::vector<Stuck> stuck;
   Tovak::TimerId stuckTimer;
-  std::shared_ptr<std::atomic<std::size_t>> const slots = std::make_shared<std::atomic<std::size_t>>(0);
+  HeapTrimmer trimmer;
+  std::atomic<bool> shedComes = false;
+  std::shared_ptr<Slots> const slots;
   Pumps pumps; // ends first
 };
 
 Engine::Engine(Runtime& runtime) : impl_(std::make_unique<Impl>(*this, runtime)) {
-  impl_->stuckTimer = runtime.scheduler()->timerEvery(kStuckCheckNs, [this] { impl_->endStuckCalls(); });
+  impl_->stuckTimer = runtime.scheduler()->timerEvery(kCheckNs, [this] { impl_->check(); });
 }
 
 Engine::~Engine() {
@@ -301,13 +370,15 @@ void Engine::outputHeldIs(Output output) {
 
 // --- calls ------------------------------------------------------------------------------------------------
 
-std::shared_ptr<void const> Engine::slotIs() {
-  std::shared_ptr<std::atomic<std::size_t>> const& taken = impl_->slots;
-  std::size_t before = taken->load(std::memory_order_relaxed);
-  do { // one that is refused does not count meanwhile
-    if (before >= impl_->runtime.limits().streams) return nullptr;
-  } while (!taken->compare_exchange_weak(before, before + 1, std::memory_order_relaxed));
-  return {taken.get(), [taken](void const*) { taken->fetch_sub(1, std::memory_order_relaxed); }};
+std::shared_ptr<void const> Engine::slotIs(std::string const& address) {
+  std::shared_ptr<Slots> const& slots = impl_->slots;
+  if (!slots->take(address)) return nullptr;
+  return {slots.get(), [slots, address](void const*) { slots->giveBack(address); }};
+}
+
+void Engine::shedIs() {
+  if (!impl_->shedComes.exchange(true, std::memory_order_relaxed))
+    impl_->runtime.scheduler()->post([this] { impl_->shed(); });
 }
 
 void Engine::pumpIs(std::shared_ptr<SubscribeStream> stream) { impl_->pumps.pumpIs(std::move(stream)); }

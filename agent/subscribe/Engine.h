@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <grpcpp/support/status.h>
 
@@ -42,8 +43,11 @@ public:
   [[nodiscard]] std::size_t callCount() const;
 
   // --- for Subscribe streams ----------------------------------------------------------------------
-  // A place among the calls that are allowed at a time, until it is dropped; null when there are too many. Any thread, both.
-  [[nodiscard]] std::shared_ptr<void const> slotIs();
+  // A place among the calls that are allowed at a time, until it is dropped; null when there are too many, or too many from that address
+  // (which may be empty: then it has none). Any thread, both.
+  [[nodiscard]] std::shared_ptr<void const> slotIs(std::string const& address);
+  // More waits for subscribers than there is memory for: in a turn to come those who hold the most are ended, who take nothing first.
+  void shedIs();
   // Has `pump` of the stream called on a thread that may encode. Any thread.
   void pumpIs(std::shared_ptr<SubscribeStream> stream);
   // A call has begun; its subscription list is to come.

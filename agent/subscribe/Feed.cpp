@@ -18,11 +18,17 @@ namespace Agent {
 // --- making messages --------------------------------------------------------------------------------------
 
 // Makes messages of all that has been taken: of each change the ends of paths first, then updates.
-void Feed::settle() {
-  for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : taken_)
-    select(response);
+void Feed::settle() { static_cast<void>(settleSome(nullptr)); }
+
+bool Feed::settleSome(Tovak::Task const* task) {
+  while (nextTaken_ < taken_.size()) {
+    select(taken_[nextTaken_++]);
+    if (task != nullptr && nextTaken_ < taken_.size() && task->taskShouldYield()) return false;
+  }
   taken_.clear();
+  nextTaken_ = 0;
   close();
+  return true;
 }
 
 void Feed::select(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
@@ -89,10 +95,16 @@ void Feed::catchUp(FeedMember& member) {
   if (from < end()) member.changed(std::span(log_).subspan(from - first_));
 }
 
+bool Feed::catchUpSome(FeedMember& member, Tovak::Task const& task) {
+  if (!settleSome(&task)) return false;
+  catchUp(member);
+  return true;
+}
+
 bool Feed::deliver(Tovak::Task const& task) {
   for (;;) {
     if (nextMember_ == 0) {
-      settle();
+      if (!settleSome(&task)) return false;
       deliveryEnd_ = end();
     }
     while (nextMember_ < members_.size()) {
@@ -130,11 +142,11 @@ struct FeedIndex::Node {
   std::vector<std::shared_ptr<Feed>> feeds;
 };
 
-// Gives the members of the feeds that are due what there is for them.
-class FeedIndex::Delivery final : public Tovak::Task {
+class Feed::Delivery final : public Tovak::Task {
 public:
-  explicit Delivery(std::shared_ptr<Tovak::TaskScheduler> scheduler)
-      : Tovak::Task(std::move(scheduler), "DeliverChanges", Tovak::TaskPriority::high) {}
+  Delivery(std::shared_ptr<Tovak::TaskScheduler> scheduler, Tovak::TaskPriority::PriorityEnum priority)
+      : Tovak::Task(std::move(scheduler), "DeliverChanges", priority) {}
+  ~Delivery() override { descheduleTask(); }
 
   void feedIs(std::shared_ptr<Feed> const& feed) {
     if (std::exchange(feed->isDue, true)) return;
@@ -145,10 +157,9 @@ public:
     while (!due_.empty()) {
       std::shared_ptr<Feed> const feed = due_.front();
       bool const done = feed->deliver(*this);
-      if (done) {
-        feed->isDue = false;
-        due_.pop_front();
-      }
+      due_.pop_front();
+      feed->isDue = !done;
+      if (!done) due_.push_back(feed); // the others have their turn first
       if (!done || taskShouldYield()) break;
     }
     if (!due_.empty()) scheduleTask();
@@ -160,8 +171,13 @@ private:
 
 FeedIndex::FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler)
     : root_(std::make_unique<Node>())
-    , delivery_(std::make_shared<Delivery>(std::move(scheduler))) {}
-FeedIndex::~FeedIndex() { delivery_->descheduleTask(); }
+    , scheduler_(std::move(scheduler))
+    , delivery_(std::make_shared<Delivery>(scheduler_, Tovak::TaskPriority::high)) {}
+FeedIndex::~FeedIndex() = default;
+
+std::shared_ptr<Feed::Delivery> FeedIndex::deliveryIs() const {
+  return std::make_shared<Delivery>(scheduler_, Tovak::TaskPriority::normal);
+}
 
 namespace {
 
@@ -173,7 +189,7 @@ void appendBytes(std::string& to, Pattern::Elem const& from) {
   appendElemBytes(to, elem);
 }
 
-std::string commonBytes(Selector const& selector, Frame const& frame, LeafMode mode) {
+std::string feedBytes(Selector const& selector, Frame const& frame, LeafMode mode) {
   std::string bytes = fmt::format("{} {} {} {} {}{}", static_cast<int>(mode), frame.encoding,
                                   frame.origin.size(), frame.target.size(), frame.origin, frame.target);
   for (Pattern::Elem const& elem : selector.pattern()->elems())
@@ -191,11 +207,17 @@ std::vector<std::string> anchorBytes(Pattern const& pattern) {
 
 } // namespace
 
-std::shared_ptr<Feed> FeedIndex::feedIs(Selector const& selector, Frame const& frame, LeafMode mode) {
-  if (selector.hasRivals()) return std::make_shared<Feed>(selector, std::make_shared<Frame>(frame), mode);
-  std::weak_ptr<Feed>& shared = shared_[commonBytes(selector, frame, mode)];
+std::shared_ptr<Feed> FeedIndex::feedIs(Selector const& selector, Frame const& frame, LeafMode mode,
+                                        Delivery& ofCall) {
+  auto const made = [&](Delivery& delivery) {
+    auto feed = std::make_shared<Feed>(selector, std::make_shared<Frame>(frame), mode);
+    feed->delivery = &delivery;
+    return feed;
+  };
+  if (selector.hasRivals()) return made(ofCall);
+  std::weak_ptr<Feed>& shared = shared_[feedBytes(selector, frame, mode)];
   std::shared_ptr<Feed> feed = shared.lock();
-  if (!feed) shared = feed = std::make_shared<Feed>(selector, std::make_shared<Frame>(frame), mode);
+  if (!feed) shared = feed = made(*delivery_);
   return feed;
 }
 
@@ -226,7 +248,7 @@ void FeedIndex::memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member)
     road[depth - 1]->below.erase(anchor[depth - 1]);
   }
   --count_;
-  if (!feed->selector.hasRivals()) shared_.erase(commonBytes(feed->selector, *feed->frame, feed->mode));
+  if (!feed->selector.hasRivals()) shared_.erase(feedBytes(feed->selector, *feed->frame, feed->mode));
 }
 
 void FeedIndex::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
@@ -234,9 +256,17 @@ void FeedIndex::changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
   find(response->response->update());
   for (std::shared_ptr<Feed> const& feed : found_) {
     feed->take(response);
-    delivery_->feedIs(feed);
+    feed->delivery->feedIs(feed);
   }
   found_.clear();
+}
+
+bool FeedIndex::concerns(Ondra::ArenaRespMsg const& response) {
+  if (count_ == 0) return false;
+  find(response.response->update());
+  bool const isFound = !found_.empty();
+  found_.clear();
+  return isFound;
 }
 
 void FeedIndex::find(gnmi::Notification const& notification) {

@@ -45,6 +45,9 @@ private:
 
 class Feed {
 public:
+  // Has feeds give their members what there is for them, in slices, one feed after the other.
+  class Delivery;
+
   Feed(Selector theSelector, std::shared_ptr<Frame const> theFrame, LeafMode theMode)
       : selector(std::move(theSelector))
       , frame(std::move(theFrame))
@@ -54,6 +57,8 @@ public:
   void take(std::shared_ptr<Ondra::ArenaRespMsg> const& response) { taken_.push_back(response); }
   // Gives a member what it has not got yet.
   void catchUp(FeedMember& member);
+  // The same, but false when the task's slice is over before.
+  [[nodiscard]] bool catchUpSome(FeedMember& member, Tovak::Task const& task);
   // Gives all members what they have not got yet; false when it was told to yield before the end.
   bool deliver(Tovak::Task const& task);
 
@@ -65,11 +70,13 @@ public:
   Selector const selector;
   std::shared_ptr<Frame const> const frame;
   LeafMode const mode;
-  std::uint64_t seen = 0; // by which change it has been found already
-  bool isDue = false;     // waits for the delivery
+  std::uint64_t seen = 0;       // by which change it has been found already
+  bool isDue = false;           // waits for the delivery
+  Delivery* delivery = nullptr; // outlives its members
 
 private:
   void settle();
+  [[nodiscard]] bool settleSome(Tovak::Task const* task);
   void select(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
   void bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates);
   [[nodiscard]] bool repeatsPath(gnmi::Notification const& notification, Selection const& updates);
@@ -77,12 +84,13 @@ private:
   [[nodiscard]] std::uint64_t end() const noexcept { return first_ + log_.size(); }
 
   std::vector<FeedMember*> members_;
-  std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> taken_; // not yet looked at
-  std::size_t nextMember_ = 0;                              // of the delivery
-  std::uint64_t deliveryEnd_ = 0;                           // before which the members so far have got all
-  std::vector<Message::Ptr> log_;                           // what some member has not got yet
-  std::uint64_t first_ = 0;                                 // its number
-  Message::Parts open_;                                     // the message that is being made
+  std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> taken_; // of which the first have been looked at:
+  std::size_t nextTaken_ = 0;
+  std::size_t nextMember_ = 0;    // of the delivery
+  std::uint64_t deliveryEnd_ = 0; // before which the members so far have got all
+  std::vector<Message::Ptr> log_; // what some member has not got yet
+  std::uint64_t first_ = 0;       // its number
+  Message::Parts open_;           // the message that is being made
   std::int64_t openTime_ = 0;
   std::size_t openLeaves_ = 0;
   absl::flat_hash_set<std::size_t> openPaths_; // hashes
@@ -91,20 +99,27 @@ private:
 // Scheduler thread.
 class FeedIndex {
 public:
+  using Delivery = Feed::Delivery;
+
   explicit FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler);
   ~FeedIndex();
 
-  // The feed that such subscriptions share; one of its own for a subscription with rivals. Not indexed before it has a member.
-  [[nodiscard]] std::shared_ptr<Feed> feedIs(Selector const& selector, Frame const& frame, LeafMode mode);
+  // For the feeds of one call's own, whose work is to hold up nobody else.
+  [[nodiscard]] std::shared_ptr<Delivery> deliveryIs() const;
+  // The feed that such subscriptions share; one of its own, and of the call's delivery, for a subscription with rivals. Not indexed
+  // before it has a member.
+  [[nodiscard]] std::shared_ptr<Feed> feedIs(Selector const& selector, Frame const& frame, LeafMode mode,
+                                             Delivery& ofCall);
   void memberIs(std::shared_ptr<Feed> const& feed, FeedMember& member);
   void memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member);
 
+  // Whether some feed may be concerned by a change.
+  [[nodiscard]] bool concerns(Ondra::ArenaRespMsg const& response);
   // Takes a change into every feed that it concerns, to be delivered in the turns that follow.
   void changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
 
 private:
   struct Node;
-  class Delivery;
   void find(gnmi::Notification const& notification);
   void take(Node const& node);
   void takeBelow(Node const& node);
@@ -115,7 +130,8 @@ private:
   std::size_t count_ = 0; // of feeds that have members
   std::uint64_t change_ = 0;
   std::vector<std::shared_ptr<Feed>> found_;
-  std::shared_ptr<Delivery> const delivery_;
+  std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  std::shared_ptr<Delivery> const delivery_; // of shared feeds
 };
 
 } // namespace Agent

@@ -68,6 +68,13 @@ Message::Ptr Message::encodedOf(Parts parts, std::shared_ptr<Frame const> frame,
   return message;
 }
 
+Message::Ptr Message::encodedOf(std::unique_ptr<gnmi::Notification> notification,
+                                std::shared_ptr<Frame const> frame, std::size_t limit) {
+  std::int64_t const timestamp = notification->timestamp();
+  Ptr const message = of(std::move(notification), frame);
+  return of(message->encoded(limit), std::move(frame), timestamp);
+}
+
 Message::Ptr Message::of(std::unique_ptr<gnmi::Notification> notification,
                          std::shared_ptr<Frame const> frame) {
   std::shared_ptr<Message> message = made();

@@ -52,6 +52,8 @@ public:
   // The same, encoded at once: the responses are free again.
   [[nodiscard]] static Ptr encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
                                      std::size_t limit);
+  [[nodiscard]] static Ptr encodedOf(std::unique_ptr<gnmi::Notification> notification,
+                                     std::shared_ptr<Frame const> frame, std::size_t limit);
   // What has been encoded already.
   [[nodiscard]] static Ptr of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame const> frame,
                               std::int64_t timestamp);

@@ -1,11 +1,14 @@
 #include "agent/subscribe/PatternWalk.h"
 
+#include <absl/container/inlined_vector.h>
+
 #include <utility>
 
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/WalkTask.h"
 #include "Tovak/Task.h"
 #include "Tovak/TaskScheduler.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 namespace {
@@ -50,6 +53,10 @@ public:
       return;
     }
     std::shared_ptr<Tovak::Task> const self = shared_from_this();
+    if (!owner_->receiver_.sliceBegins(*this)) {
+      scheduleTask();
+      return;
+    }
     Ondra::WalkTask::taskExecute();
     object_.reset();
     if (owner_ != nullptr) owner_->receiver_.sliceEnded();
@@ -59,6 +66,8 @@ public:
     if (owner_ != nullptr) owner_->runEnded();
   }
   void ownerDel() { owner_ = nullptr; }
+  // The object that is to be walked, until that has begun.
+  [[nodiscard]] Kel::Ptr<Kel::Entity> const& object() const { return object_; }
 
 private:
   Kel::Ptr<Kel::Entity> object_; // until the first slice is over
@@ -91,6 +100,10 @@ PatternWalk::~PatternWalk() {
 
 void PatternWalk::find(Finder const& finder) {
   if (receiver_.isFull()) return; // `resume` goes on
+  if (!receiver_.sliceBegins(finder)) {
+    finder_->scheduleTask();
+    return;
+  }
   for (;;) {
     switch (cursor_.next()) {
     case ObjectCursor::Result::Found: startRun(); return;
@@ -119,6 +132,18 @@ void PatternWalk::runEnded() {
   info_->task.reset();
   info_.reset();
   finder_->scheduleTask();
+}
+
+Ondra::WalkReach PatternWalk::reach(PathView const& path) const {
+  absl::InlinedVector<gnmi::PathElem const*, 16> elems;
+  for (std::size_t i = 0; i < path.size(); ++i)
+    elems.push_back(&path[i]);
+  auto const reach = run_ ? Ondra::walkReach(*info_, elems) : std::nullopt;
+  if (!reach) return cursor_.reach(path.from(1)); // the first is the data root's
+  if (Kel::Ptr<Kel::Entity> const& object =
+          run_->object()) // what has gone since will not be looked for again
+    return object->isOrphan() ? Ondra::WalkReach::Passed : Ondra::WalkReach::Ahead;
+  return *reach;
 }
 
 void PatternWalk::resume() { // a walk that told its last with a full pipe waits too, though nothing is parked

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+#include "Ondra/WalkReach.h"
 #include "Ondra/WalkTypes.h"
 #include "agent/paths/ObjectCursor.h"
 #include "agent/paths/Pattern.h"
@@ -21,6 +22,7 @@ struct WalkInfo;
 struct WireResponse;
 } // namespace Ondra
 namespace Tovak {
+class Task;
 class TaskScheduler;
 } // namespace Tovak
 
@@ -37,6 +39,8 @@ public:
     // Takes wire bytes instead, by `takeBytes`. Asked once, when the walk is made.
     [[nodiscard]] virtual bool wantsBytes() const { return false; }
     virtual bool takeBytes(Ondra::WireResponse const&) { return true; }
+    // A slice is about to begin. False: not yet, the task's turn has been used up otherwise.
+    [[nodiscard]] virtual bool sliceBegins(Tovak::Task const&) { return true; }
     // A slice is over: other work, and changes of the model, may follow.
     virtual void sliceEnded() {}
     // Whether it would answer false.
@@ -57,6 +61,8 @@ public:
   bool takeBytes(Ondra::WireResponse const& response) { return receiver_.takeBytes(response); }
   // The receiver takes more.
   void resume();
+  // Whether it has still to read what lies at an internal path.
+  [[nodiscard]] Ondra::WalkReach reach(PathView const& path) const;
 
 private:
   class Finder;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -88,7 +89,11 @@ CallPlan::OrError CallPlan::of(gnmi::SubscriptionList const& list, Limits const&
     if (plan.mode == CallMode::Stream) {
       if (grpc::Status status = takeMode(from, limits, made); !status.ok()) return status;
     }
-    plan.subscriptions.push_back(std::move(made));
+    // What is asked for twice belongs to the first.
+    bool const isTwice = std::ranges::any_of(plan.subscriptions, [&](SubscriptionPlan const& other) {
+      return other.path.elems == made.path.elems;
+    });
+    if (!isTwice) plan.subscriptions.push_back(std::move(made));
   }
   return plan;
 }

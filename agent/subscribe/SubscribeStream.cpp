@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "agent/paths/RequestParts.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
@@ -12,8 +13,13 @@
 namespace Agent {
 namespace {
 
-// Why a subscriber is given up on.
+// Why a subscriber is taken the call away.
 constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
+
+// The peer's address without its port; empty for what has none.
+std::string addressOf(std::string const& peer) {
+  return peer.starts_with("ipv") ? peer.substr(0, peer.rfind(':')) : std::string();
+}
 
 grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
@@ -34,14 +40,14 @@ subscribeCall(grpc::CallbackServerContext& context, Runtime& runtime) {
 SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Runtime& runtime)
     : context_(&context)
     , runtime_(runtime)
-    , queue_(runtime.limits().queueBytes) {}
+    , queue_(runtime.limits().queueBytes, runtime.memory().queues) {}
 
 void SubscribeStream::begin() {
   self_ = shared_from_this();
   bool isAllowed = false;
   {
     std::lock_guard const guard(mutex_);
-    slot_ = runtime_.engine().slotIs();
+    slot_ = runtime_.engine().slotIs(addressOf(context_->peer()));
     isAllowed = slot_ != nullptr;
   }
   if (isAllowed) {
@@ -117,26 +123,37 @@ grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
 
 // --- responses --------------------------------------------------------------------------------------------
 
-SubscribeStream::Pushed SubscribeStream::push(std::span<Message::Ptr const> messages, OutQueue::Kind kind) {
+void SubscribeStream::push(std::span<Message::Ptr const> messages) {
+  static_cast<void>(pushUntilFull(messages, true));
+}
+
+std::size_t SubscribeStream::pushSome(std::span<Message::Ptr const> messages) {
+  return pushUntilFull(messages, false);
+}
+
+std::size_t SubscribeStream::pushUntilFull(std::span<Message::Ptr const> messages, bool all) {
+  std::size_t count = 0;
   bool pumpIs = false;
-  Pushed result = Pushed::Taken;
   {
     std::lock_guard const guard(mutex_);
-    if (end_) return result;
-    for (Message::Ptr const& message : messages) {
-      if (queue_.push(message, kind) == OutQueue::Pushed::Taken) continue;
-      result = queue_.hasDroppedSync() ? Pushed::SyncLost : Pushed::Overflow;
-      break;
-    }
-    pumpIs = !writing_ && !std::exchange(pumpComes_, true);
+    if (end_) return messages.size();
+    for (; count < messages.size() && (all || !queue_.isFull()); ++count)
+      queue_.push(messages[count]);
+    pumpIs = count > 0 && !writing_ && !std::exchange(pumpComes_, true);
   }
   if (pumpIs) runtime_.engine().pumpIs(shared_from_this());
-  return result;
+  if (runtime_.memory().queues->isOver()) runtime_.engine().shedIs();
+  return count;
 }
 
 bool SubscribeStream::isFull() const {
   std::lock_guard const guard(mutex_);
   return queue_.isFull();
+}
+
+SubscribeStream::Held SubscribeStream::held() const {
+  std::lock_guard const guard(mutex_);
+  return {queue_.bytes(), writeSinceNs_};
 }
 
 void SubscribeStream::pump() {
@@ -226,8 +243,8 @@ bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
   return writeSinceNs_ && nowNs - *writeSinceNs_ >= ns;
 }
 
-void SubscribeStream::endStuck() {
-  grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED, kStuckText);
+void SubscribeStream::endNow(char const* why) {
+  grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED, why);
   {
     std::lock_guard const guard(mutex_);
     if (std::exchange(finished_, true)) return;

@@ -43,12 +43,10 @@ public:
   void begin();
 
   // --- scheduler thread -------------------------------------------------------------------------
-  enum class Pushed : std::uint8_t {
-    Taken,
-    Overflow, // everything has been dropped; `Call::drained` follows
-    SyncLost, // and a sync was among it
-  };
-  [[nodiscard]] Pushed push(std::span<Message::Ptr const> messages, OutQueue::Kind kind);
+  void push(std::span<Message::Ptr const> messages);
+  // As many as there is room for; says how many.
+  [[nodiscard]] std::size_t pushSome(std::span<Message::Ptr const> messages);
+  // `Engine::callDrained` follows once it is no longer.
   [[nodiscard]] bool isFull() const;
 
   // --- any thread -------------------------------------------------------------------------------
@@ -56,8 +54,14 @@ public:
   void end(grpc::Status const& status);
   // The client has taken nothing of what waits for it since `ns` before `nowNs`.
   [[nodiscard]] bool isStuck(std::int64_t nowNs, std::int64_t ns) const;
-  // Ends the call though a write is on its way. The client learns of it once it reads on.
-  void endStuck();
+  // How much waits, and since when a write has been on its way, if one is.
+  struct Held {
+    std::size_t bytes;
+    std::optional<std::int64_t> sinceNs;
+  };
+  [[nodiscard]] Held held() const;
+  // Ends the call with RESOURCE_EXHAUSTED though a write is on its way. The client learns of it once it reads on.
+  void endNow(char const* why);
   // Takes the call away from a client that does not even take its end, with the same status.
   void reset();
   // Writes what is queued when no write is on its way.
@@ -75,6 +79,7 @@ private:
   // These two REQUIRE the lock.
   [[nodiscard]] bool takeNext();
   void dropQueued();
+  [[nodiscard]] std::size_t pushUntilFull(std::span<Message::Ptr const> messages, bool all);
 
   void postDrained();
   void slotDel();

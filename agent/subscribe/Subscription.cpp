@@ -6,12 +6,19 @@
 
 #include "Tovak/Clock.h"
 #include "agent/paths/OutPath.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Call.h"
 #include "agent/subscribe/Engine.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
+namespace {
+
+// Of memory, for one leaf that is remembered: the node, and the path where it is not short.
+std::size_t sentCost(std::string const& path) { return 112 + path.capacity(); }
+
+} // namespace
 
 Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encoding, Selector selector)
     : call_(call)
@@ -23,7 +30,8 @@ Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encodin
     , frame_(std::make_shared<Frame>(Frame{.origin = plan.path.origin,
                                            .target = plan.path.target,
                                            .encoding = encoding,
-                                           .prefixDepth = selector_->pattern()->objectDepth()})) {}
+                                           .prefixDepth = selector_->pattern()->objectDepth()}))
+    , sentShare_(call.engine().runtime().memory().sent) {}
 
 Subscription::~Subscription() {
   if (feed_) call_.engine().feeds().memberDel(feed_, *this);
@@ -34,7 +42,7 @@ Subscription::~Subscription() {
 
 void Subscription::goLive() {
   FeedIndex& feeds = call_.engine().feeds();
-  feed_ = feeds.feedIs(*selector_, *frame_, mode_);
+  feed_ = feeds.feedIs(*selector_, *frame_, mode_, call_.delivery());
   feeds.memberIs(feed_, *this);
   frame_ = feed_->frame;
   selector_.reset();
@@ -56,6 +64,8 @@ void Subscription::timersStart() {
 void Subscription::catchUp() {
   if (feed_) feed_->catchUp(*this);
 }
+
+bool Subscription::catchUpSome(Tovak::Task const& task) { return !feed_ || feed_->catchUpSome(*this, task); }
 
 // --- samples ----------------------------------------------------------------------------------------------
 
@@ -83,7 +93,11 @@ bool Subscription::remember(gnmi::Notification const& notification, gnmi::Update
   std::uint64_t const hash = std::hash<std::string>()(update.val().SerializeAsString());
   auto const [at, isNew] =
       sent_.try_emplace(pathBytes(PathView(notification.prefix(), update.path(), 0)), Sent{hash, now});
-  if (isNew) return true;
+  if (isNew) {
+    sentBytes_ += sentCost(at->first);
+    if (!sentShare_.growTo(sentBytes_)) call_.exhausted();
+    return true;
+  }
   // The heartbeat is kept by the last tick before it; ticks do not come to the nanosecond.
   bool const isDue = heartbeatNs_ > 0 && now - at->second.atNs > heartbeatNs_ - sampleNs_ / 4 * 3;
   if (orNot && at->second.hash == hash && !isDue) return false;
@@ -97,7 +111,7 @@ void Subscription::changed(std::span<Message::Ptr const> messages) {
   for (Message::Ptr const& message : messages) {
     if (suppresses_ && message->own() != nullptr) forget(*message->own());
   }
-  call_.push(messages, OutQueue::Kind::Change);
+  call_.changed(*this, messages);
 }
 
 void Subscription::forget(gnmi::Notification const& notification) {
@@ -105,8 +119,14 @@ void Subscription::forget(gnmi::Notification const& notification) {
     std::string const bytes = pathBytes(PathView(notification.prefix(), path, 0));
     std::string_view const stem = std::string_view(bytes).substr(0, bytes.empty() ? 0 : bytes.size() - 1);
     for (auto at = sent_.lower_bound(stem); at != sent_.end() && at->first.starts_with(stem);)
-      at = bytesAtOrBelow(bytes, at->first) ? sent_.erase(at) : std::next(at);
+      at = bytesAtOrBelow(bytes, at->first) ? erase(at) : std::next(at);
   }
+  sentShare_.bytesAre(std::min(sentBytes_, sentShare_.bytes()));
+}
+
+Subscription::Sents::iterator Subscription::erase(Sents::iterator one) {
+  sentBytes_ -= sentCost(one->first);
+  return sent_.erase(one);
 }
 
 } // namespace Agent

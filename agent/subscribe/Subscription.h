@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Tovak/TaskScheduler.h"
+#include "agent/data/ByteBudget.h"
 #include "agent/subscribe/Feed.h"
 #include "agent/subscribe/Selector.h"
 #include "agent/subscribe/SubscribePlan.h"
@@ -34,6 +35,8 @@ public:
 
   // Is told of the changes that wait for it, if it is live.
   void catchUp();
+  // The same, but false when the task's slice is over before.
+  [[nodiscard]] bool catchUpSome(Tovak::Task const& task);
 
   // Whether it remembers what it sends, leaf by leaf: `all` must see everything that is sent.
   [[nodiscard]] bool suppresses() const noexcept { return suppresses_; }
@@ -48,7 +51,10 @@ private:
     std::int64_t atNs = 0;  // monotonic
   };
 
+  using Sents = std::map<std::string, Sent, std::less<>>;
+
   void changed(std::span<Message::Ptr const> messages) override;
+  Sents::iterator erase(Sents::iterator one);
   void forget(gnmi::Notification const& notification);
   [[nodiscard]] LeafKind sampledKind() const noexcept;
   // Remembers a leaf as sent now. `orNot`: unless it is to be suppressed; says whether it is sent.
@@ -62,8 +68,9 @@ private:
   std::unique_ptr<Selector const> selector_; // until it is live: then the feed's
   std::shared_ptr<Frame const> frame_;
   std::shared_ptr<Feed> feed_;
-  std::map<std::string, Sent, std::less<>>
-      sent_; // by canonical bytes of the path; of leaves that may be suppressed
+  Sents sent_; // by canonical bytes of the path; of leaves that may be suppressed
+  std::size_t sentBytes_ = 0;
+  ByteBudget::Share sentShare_;
   Tovak::TimerId sampleTimer_;
   Tovak::TimerId heartbeatTimer_;
 };

@@ -131,9 +131,13 @@ bool TaskScheduler::State::runPosted() {
   if (batch.empty()) {
     return false;
   }
+  int64_t const endNs = clock.monotonicNs() + sliceNs;
   while (batchNext < batch.size()) {
     Callback work = std::move(batch[batchNext++]);
     work();
+    if (batchNext < batch.size() && sliceNs > 0 && clock.monotonicNs() >= endNs) {
+      return true; // timers and tasks have their turn; the rest goes before what was posted later
+    }
   }
   batch.clear();
   batchNext = 0;

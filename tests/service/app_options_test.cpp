@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "agent/client/Requests.h"
+#include "agent/service/Memory.h"
 #include "agent/service/ServeOptions.h"
 
 namespace Agent {
@@ -23,6 +25,24 @@ public:
   ~TextFile() { std::remove(path.c_str()); }
   std::string const path;
 };
+
+TEST(MemoryLimit, IsTheLeastThatMachineAndControlGroupsAllow) {
+  namespace fs = std::filesystem;
+  fs::path const root = fs::path(testing::TempDir()) / "memory-limit";
+  auto const write = [&root](fs::path const& file, std::string const& text) {
+    fs::create_directories((root / file).parent_path());
+    std::ofstream(root / file) << text << '\n';
+    return memoryLimit(root.string()) >> 20;
+  };
+  EXPECT_EQ(write("proc/meminfo", "MemTotal:  4194304 kB\nMemFree: 1 kB"), 4096U);
+  EXPECT_EQ(write("proc/self/cgroup", "1:cpu:/x\n0::/system.slice/agent.service"), 4096U);
+  EXPECT_EQ(write("sys/fs/cgroup/system.slice/agent.service/memory.max", "max"), 4096U);
+  EXPECT_EQ(write("sys/fs/cgroup/system.slice/memory.max", "2147483648"), 2048U);
+  EXPECT_EQ(write("sys/fs/cgroup/system.slice/agent.service/memory.max", "536870912"), 512U);
+  EXPECT_EQ(write("proc/self/cgroup", "7:memory:/old"), 4096U);
+  EXPECT_EQ(write("sys/fs/cgroup/memory/old/memory.limit_in_bytes", "1073741824"), 1024U);
+  fs::remove_all(root);
+}
 
 TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
   struct Case {
@@ -44,6 +64,7 @@ TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
            {{"--insecure", "--sample-floor", "0s"}, "--sample-floor: at least 1ms"},
            {{"--insecure", "--max-streams", "0"}, "--max-streams"},
            {{"--insecure", "--max-message", "1"}, "--max-message"},
+           {{"--insecure", "--memory-budget", "1MiB"}, "--memory-budget: at least 8MiB"},
            {{"--insecure", "--synthetic-rate", "5"}, "needs --synthetic"},
            {{"--insecure", "word"}, "word"},
        }) {

@@ -232,13 +232,17 @@ TEST_F(DataSet, refusalsOfTheRequestAsSuch) {
               request.mutable_update(0)->mutable_path()->mutable_elem(2)->set_name(std::string(100'000, 'x'));
             }),
             StatusCode::NOT_FOUND);
-  std::string const wildcards = [] {
-    std::string text;
-    for (int i = 0; i < 60; ++i)
-      text += "/.../*";
-    return text;
-  }();
-  EXPECT_EQ(refused([&](auto& request) { *request.add_delete_() = path(wildcards); }), StatusCode::NOT_FOUND);
+  auto const deletes = [&](std::string_view text, int count, bool differ) {
+    return refused([&](auto& request) {
+      for (int i = 0; i < count; ++i)
+        *request.add_delete_() = path(fmt::format(fmt::runtime(text), differ ? i : 0));
+    });
+  };
+  EXPECT_EQ(deletes("/.../.../.../interfaces/interface[name=e{}]", 5000, false), StatusCode::OK);
+  EXPECT_EQ(deletes("/.../interface[name=e{}]", 64, true), StatusCode::OK);
+  EXPECT_EQ(deletes("/.../interface[name=e{}]", 65, true), StatusCode::RESOURCE_EXHAUSTED);
+  EXPECT_EQ(deletes("/.../*/.../*/.../*/.../*/.../mtu", 1, true), StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(deletes("/interfaces/interface[name=e{}]", 50'001, true), StatusCode::RESOURCE_EXHAUSTED);
 }
 
 TEST_F(DataSet, theResponseListsTheOperations) {

@@ -61,8 +61,10 @@ DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
   settle();
   EXPECT_TRUE(ended);
   Leaves leaves;
-  gnmi::Notification const all = run->answers().front()->notification(run->timestamp());
-  for (gnmi::Update const& update : all.update()) {
+  gnmi::GetResponse response;
+  grpc::ByteBuffer bytes = run->takeResponse();
+  EXPECT_TRUE(grpc::SerializationTraits<gnmi::GetResponse>::Deserialize(&bytes, &response).ok());
+  for (gnmi::Update const& update : response.notification(0).update()) {
     bool const isNew = leaves.emplace(text(update.path()), shown(update.val())).second;
     EXPECT_TRUE(isNew) << text(update.path());
   }

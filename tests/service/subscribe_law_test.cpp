@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "agent/service/Memory.h"
 #include "agent/subscribe/Engine.h"
 #include "service/subscribe_testing.h"
 
@@ -112,7 +113,7 @@ TEST_F(SubscribeLaw, holdsForReadersOfAllPatterns) {
 class SmallQueues : public SubscribeLaw {
 protected:
   explicit SmallQueues(std::size_t streams = 100)
-      : SubscribeLaw({.streams = streams, .queueBytes = 12'000, .stuckNs = 5 * kSecond}) {}
+      : SubscribeLaw({.streamsPerPeer = streams, .queueBytes = 12'000, .stuckNs = 5 * kSecond}) {}
 
   void change(int number) {
     bench.addInterface("flood")->state->leafIs(
@@ -176,6 +177,31 @@ TEST_F(SmallQueues, oneThatNeverReadsIsEndedAndLearnsWhy) {
   floodUntilItIsEnded();
   slow.readOn();
   EXPECT_EQ(slow.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
+class LittleMemory : public SubscribeLaw {
+protected:
+  LittleMemory() : SubscribeLaw({.memoryBytes = 1U << 20}) {}
+};
+
+TEST_F(LittleMemory, isNotUsedUpByThoseWhoDoNotRead) {
+  for (int i = 0; i < 2000; ++i)
+    bench.addInterface(fmt::format("eth{}", i));
+  std::vector<std::unique_ptr<Subscriber>> unread;
+  for (int i = 0; i < 30; ++i) {
+    unread.push_back(std::make_unique<Subscriber>(bench, server.channel(), true));
+    unread.back()->send(stream().add("/").done());
+  }
+  Subscriber last(bench, server.channel());
+  last.send(gnmi::SubscribeRequest());
+  EXPECT_EQ(last.status().error_code(), grpc::StatusCode::INVALID_ARGUMENT); // the others have come before
+  EXPECT_TRUE(bench.settleUntil([&] {
+    bench.settle();
+    std::size_t const calls = bench.runtime().engine().callCount();
+    return calls > 0 && calls < unread.size() / 2 && !bench.runtime().memory().queues->isOver();
+  })) << "some of them are ended, and then there is room";
+  unread.clear();
+  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().memory().whole->used() == 0; }));
 }
 
 class OneCallAtATime : public SmallQueues {

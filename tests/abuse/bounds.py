@@ -1,0 +1,232 @@
+#!/usr/bin/env python3
+"""Clients that ask for too much, or take too little, against an agent of this machine: what it costs the agent, and a polite subscriber.
+Loopback only; every case is bounded in calls and time, prints its figures, and fails beyond what is promised. `--quick`: smaller."""
+import argparse
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "e2e"))
+
+
+class Polite:
+    """Watches one port's counters and notes how late each change comes, in milliseconds."""
+
+    def __init__(self, agent):
+        self.lags, self.ended = [], threading.Event()
+        self.call = agent.stub().Subscribe(iter([subscribe("/synthetic/port", "PROTO")]))
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        try:
+            isSynced = False
+            for response in self.call:
+                isSynced = isSynced or response.sync_response
+                if isSynced and response.update.timestamp:
+                    self.lags.append(time.time() * 1e3 - response.update.timestamp / 1e6)
+        except grpc.RpcError:
+            pass
+
+    def __enter__(self):
+        until(lambda: len(self.lags) > 20, 30)
+        self.lags.clear()
+        return self
+
+    def __exit__(self, *unused):
+        self.call.cancel()
+
+    def worst(self):
+        lags, self.lags = self.lags, []
+        return max(lags, default=float("inf"))
+
+
+def until(isTrue, seconds):
+    end = time.monotonic() + seconds
+    while not isTrue() and time.monotonic() < end:
+        time.sleep(0.02)
+    return isTrue()
+
+
+def path(text):
+    elems = [part.partition("[") for part in text.split("/") if part]
+    return pb.Path(elem=[pb.PathElem(name=name, key=dict([rest[:-1].split("=", 1)]) if rest else {})
+                         for name, _, rest in elems])
+
+
+def subscribe(text, encoding, mode="ON_CHANGE", paths=None, **options):
+    subscriptions = [pb.Subscription(path=path(one), mode=pb.SubscriptionMode.Value(mode), **options)
+                     for one in (paths or [text])]
+    return pb.SubscribeRequest(subscribe=pb.SubscriptionList(
+        mode=0, encoding=pb.Encoding.Value(encoding), subscription=subscriptions))
+
+
+def resident(agent):
+    status = pathlib.Path(f"/proc/{agent.process.pid}/status").read_text()
+    return int(status.partition("VmRSS:")[2].split()[0]) / 1024
+
+
+def unread(agent, request, count):
+    """So many calls that are never read."""
+    stubs = [agent.stub() for _ in range(8)]
+    return [stubs[i % 8].Subscribe(iter([request])) for i in range(count)]
+
+
+def codeOf(call):
+    try:
+        call()
+        return "OK"
+    except grpc.RpcError as error:
+        return error.code().name
+
+
+def slowReader(arguments):
+    """Whoever reads faster than the model changes is in sync within twice the time that the snapshot takes to read."""
+    leaves, changes, rate = (4000, 600, 800) if arguments.quick else (20000, 1000, 1200)
+
+    def read(agent, encoding, result):
+        call = agent.stub(("grpc.http2.lookahead_bytes", 16384), ("grpc.http2.bdp_probe", 0)).Subscribe(
+            iter([subscribe("/synthetic", encoding)]))
+        start, count, deletes = time.monotonic(), 0, 0
+        for response in call:
+            count += len(response.update.update)
+            deletes += len(response.update.delete)
+            late = count / rate - (time.monotonic() - start)
+            if response.sync_response or late < -3 * leaves / rate:
+                break
+            time.sleep(max(0, late))
+        result[encoding] = (time.monotonic() - start, deletes)
+        call.cancel()
+
+    with Agent("--no-machine", "--synthetic", str(leaves), "--synthetic-rate", str(changes),
+               "--max-queue", "64KiB") as agent:
+        result = {}
+        readers = [threading.Thread(target=read, args=(agent, encoding, result)) for encoding in ("PROTO", "JSON_IETF")]
+        [reader.start() for reader in readers]
+        [reader.join() for reader in readers]
+    for encoding, (took, deletes) in result.items():
+        yield f"{encoding}: in sync after {took:.1f} s, {leaves / rate:.1f} s for the leaves; {deletes} restarts", \
+            deletes == 0 and took < 2.2 * leaves / rate
+
+
+def overlaps(arguments):
+    """Many subscriptions that overlap, on many streams, cost others little."""
+    with Agent("--no-machine", "--synthetic", "5000", "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
+        time.sleep(2)
+        quiet = polite.worst()
+        paths = ["/*" * (1 + i % 8) if i < 8 else "/synthetic" + "/*" * (i % 3) + f"/x{i}" for i in range(24)]
+        paths += [f"/*/port[name=port{i}]" for i in range(arguments.count(200, 60))]
+        calls = unread(agent, subscribe("", "PROTO", paths=paths), arguments.count(20, 5))
+        time.sleep(3)
+        worst = polite.worst()
+        [call.cancel() for call in calls]
+        yield f"a change is {quiet:.0f} ms late at most, {worst:.0f} ms among them", worst < 2000
+
+
+def neverRead(arguments):
+    """What waits for those who never read stays within the budget, and all of it goes back."""
+    with Agent("--no-machine", "--synthetic", "20000", "--synthetic-rate", "1000", "--memory-budget", "64MiB",
+               "--max-streams-per-peer", "500") as agent, Polite(agent) as polite:
+        time.sleep(2)
+        quiet, before = polite.worst(), resident(agent)
+        calls = unread(agent, subscribe("/", "JSON"), arguments.count(400, 150))
+        calls += unread(agent, subscribe("/", "PROTO", "SAMPLE", suppress_redundant=True), arguments.count(100, 30))
+        most, worst = 0, 0
+        for _ in range(arguments.count(40, 16)):
+            time.sleep(0.5)
+            most = max(most, resident(agent))
+        worst = polite.worst()
+        [call.cancel() for call in calls]
+        until(lambda: resident(agent) < before + 40, 30)
+        yield (f"{before:.0f} MiB before, {most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; "
+               f"a change is {quiet:.0f} ms late at most, {worst:.0f} ms among them"), most < before + 300
+
+
+def sets(arguments):
+    """Sets that are much to look at or to do hold up nobody for long."""
+    with Agent("--no-machine", "--synthetic", "5000", "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
+        time.sleep(2)
+        quiet, stub = polite.worst(), agent.stub()
+        dots = [pb.Path(elem=[pb.PathElem(name="...")] * 126 + [pb.PathElem(name="interface", key={"name": f"x{i}"})])
+                for i in range(2500)]
+        start = time.monotonic()
+        code = codeOf(lambda: stub.Set(pb.SetRequest(delete=dots), timeout=60))
+        yield f"2,500 deletes of 126 '...': {code} after {time.monotonic() - start:.2f} s", time.monotonic() - start < 5
+        yield f"a change is {quiet:.0f} ms late at most, {polite.worst():.0f} ms meanwhile", True
+        count = arguments.count(20000, 5000)
+        entries = [pb.Update(path=path("/system/dns/servers/server[address=10.%d.%d.1]" % (i >> 8, i & 255)),
+                             val=pb.TypedValue(json_val=b"{}")) for i in range(count)]
+        before, start = resident(agent), time.monotonic()
+        code = codeOf(lambda: stub.Set(pb.SetRequest(update=entries), timeout=60))
+        yield (f"{count} new entries: {code} after {time.monotonic() - start:.2f} s, {resident(agent) - before:.0f} MiB; "
+               f"a change is {polite.worst():.0f} ms late at most"), code in ("OK", "RESOURCE_EXHAUSTED")
+        start = time.monotonic()
+        calls = [stub.Set.future(pb.SetRequest(delete=dots)) for _ in range(4)]
+        [call.cancel() for call in calls]
+        ended = agent.end()
+        yield f"ended {time.monotonic() - start:.1f} s after SIGTERM, with {ended}", time.monotonic() - start < 10
+
+
+def gets(arguments):
+    """Gets of everything are answered as far as there is memory."""
+    leaves = arguments.count(200000, 60000)
+    with Agent("--no-machine", "--synthetic", str(leaves), "--memory-budget", "64MiB") as agent:
+        before, most, codes = resident(agent), 0, []
+        for encoding in ("JSON", "PROTO"):
+            stub = agent.stub(("grpc.max_receive_message_length", -1))
+            request = pb.GetRequest(path=[path("/")], encoding=pb.Encoding.Value(encoding))
+            calls = [threading.Thread(target=lambda: codes.append(codeOf(lambda: stub.Get(request, timeout=60))))
+                     for _ in range(4)]
+            [call.start() for call in calls]
+            while any(call.is_alive() for call in calls):
+                most = max(most, resident(agent))
+                time.sleep(0.05)
+        until(lambda: resident(agent) < before + 40, 20)
+        yield (f"{leaves} leaves, 4 at a time: {', '.join(sorted(codes))}; {before:.0f} MiB before, {most:.0f} MiB at most, "
+               f"{resident(agent):.0f} MiB afterwards"), most < before + 300
+
+
+CASES = {"slow-reader": slowReader, "overlaps": overlaps, "never-read": neverRead, "sets": sets, "gets": gets}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--agent", required=True, type=pathlib.Path, help="the program under attack")
+    parser.add_argument("--work", required=True, type=pathlib.Path, help="a folder for the clients' environment")
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("cases", nargs="*", help=", ".join(CASES))
+    arguments = parser.parse_args()
+    arguments.count = lambda full, quick: quick if arguments.quick else full
+    if "E2E_AGENT" not in os.environ:
+        import run
+        python = run.environment(arguments.work.resolve())
+        if python is None:
+            print("skipped: the package index cannot be reached")
+            sys.exit(run.SKIPPED)
+        variables = dict(os.environ, E2E_AGENT=str(arguments.agent.resolve()), E2E_WORK=str(arguments.work.resolve()),
+                         PYTHONDONTWRITEBYTECODE="1", no_proxy="*")
+        sys.exit(subprocess.run([python, *sys.argv], env=variables, check=False).returncode)
+    global grpc, pb, Agent
+    import grpc
+    import support
+    from pygnmi.spec.v080 import gnmi_pb2 as pb
+    from pygnmi.spec.v080 import gnmi_pb2_grpc
+
+    class Agent(support.Agent):
+        def stub(self, *options):
+            channel = grpc.insecure_channel("127.0.0.1:%d" % self.port, options=[("grpc.use_local_subchannel_pool", 1), *options])
+            return gnmi_pb2_grpc.gNMIStub(channel)
+
+    isKept = True
+    for name in arguments.cases or CASES:
+        for figures, isGood in CASES[name](arguments):
+            print(f"{name}: {figures}{'' if isGood else '  <- too much'}", flush=True)
+            isKept = isKept and isGood
+    sys.exit(0 if isKept else 1)
+
+
+if __name__ == "__main__":
+    main()
