@@ -5,9 +5,11 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,6 +24,7 @@
 #include "Ondra/CompactText.h"
 #include "Ondra/WalkTask.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+#include "ondra/heap_faults.h"
 
 // Takes bytes, checks them, and hands on the message that they are.
 class ParsingRouter final : public Ondra::ByteRouter {
@@ -29,6 +32,7 @@ public:
   explicit ParsingRouter(Ondra::BaseRouter& to) : to_(to) {}
 
   bool pushBytes(Ondra::SyncId syncId, Ondra::WalkId walkId, Ondra::WireResponse const& response) override {
+    HeapFaults::Off const reliable;
     auto message = std::make_shared<Ondra::ArenaRespMsg>();
     EXPECT_TRUE(
         message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())));
@@ -64,7 +68,7 @@ private:
 };
 
 // Takes messages; bytes when the environment says ONDRA_TEST_ROAD=bytes.
-class RecordingRouter final : public Ondra::BaseRouter {
+class RecordingRouter : public Ondra::BaseRouter {
 public:
   // Path text to value text, e.g. "/a/b[k=1]/c" to "uint_val:5".
   using Leaves = std::map<std::string, std::string>;
@@ -73,9 +77,13 @@ public:
   explicit RecordingRouter(std::size_t refuseEvery = 0) : refuseEvery_(refuseEvery) {}
 
   bool push(Ondra::SyncId syncId, Ondra::WalkId walkId, std::shared_ptr<Ondra::ArenaRespMsg>& resp) override {
+    HeapFaults::Off const reliable;
     if (keepTexts) texts.push_back(fmt::format("{}:{} {}", syncId, walkId, resp->toString()));
     ++pushes_;
+    if (checksParsing && !gnmi::SubscribeResponse().ParseFromString(resp->response->SerializeAsString()))
+      complaints.push_back("what is sent cannot be parsed");
     apply(resp->response->update());
+    if (afterPush) afterPush();
     return refuseEvery_ == 0 || pushes_ % refuseEvery_ != 0;
   }
 
@@ -105,12 +113,30 @@ public:
         out.push_back(fmt::format("{}: {} -> {}", path, in(mine, path), in(theirs, path)));
     return out;
   }
+  [[nodiscard]] bool hasSameLeaves(RecordingRouter const& other) const { return tree_ == other.tree_; }
+  // The paths at which there is a leaf as well as something below it.
+  [[nodiscard]] std::vector<std::string> leavesThatHoldLeaves() const {
+    std::vector<std::string> out;
+    for (auto at = tree_.begin(); at != tree_.end(); ++at) {
+      auto const next = std::next(at);
+      if (next != tree_.end() && isPrefix(at->first, next->first)) out.push_back(text(at->first));
+    }
+    return out;
+  }
+  // Forgets everything.
+  void clear() {
+    tree_.clear(), stamps_.clear(), deletes_.clear(), texts.clear(), complaints.clear();
+    pushes_ = updates_ = 0;
+  }
   [[nodiscard]] std::size_t pushes() const { return pushes_; }
   [[nodiscard]] std::size_t updates() const { return updates_; } // leaves sent, in all pushes
 
   bool keepTexts = true;
   std::vector<std::string> texts;      // "<sync id>:<walk id> <compact text>" of each push
-  std::vector<std::string> complaints; // about timestamps that went back
+  std::vector<std::string> complaints; // about timestamps that went back, and whatever else is checked
+  bool checksParsing = false;          // that the parser takes what is sent
+  bool takesLeavesOnce = false;        // that no leaf is sent twice
+  std::function<void()> afterPush;
 
 private:
   ParsingRouter bytes_{*this};
@@ -123,6 +149,7 @@ private:
   struct Leaf {
     std::string value;
     std::int64_t time = 0;
+    friend bool operator==(Leaf const& a, Leaf const& b) { return a.value == b.value; }
   };
 
   static Key keyOf(gnmi::Path const& prefix, gnmi::Path const& path) {
@@ -140,6 +167,9 @@ private:
         out += fmt::format("[{}={}]", name, value);
     }
     return out;
+  }
+  static bool isPrefix(Key const& top, Key const& key) {
+    return top.size() < key.size() && std::equal(top.begin(), top.end(), key.begin());
   }
   // An element of `top` without keys stands for any keys.
   static bool isBelow(Key const& top, Key const& key) {
@@ -187,6 +217,7 @@ private:
                                          text(key), time, text(top), found->second));
       }
     }
+    if (takesLeavesOnce && tree_.contains(key)) complaints.push_back("sent twice: " + text(key));
     tree_[key] = Leaf{std::move(value), time};
   }
 

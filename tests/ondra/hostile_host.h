@@ -1,0 +1,77 @@
+// Plays the worst host there is over the hostile model, and holds the library to its laws at every quiet moment.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "WalkHarness.h"
+#include "fixture/Observer.h"
+#include "fixture/RandomEdits.h"
+#include "ondra/hostile_model.h"
+#include "ondra/set_support.h"
+
+namespace Hostile {
+
+// What a host does besides changing the model, walking it and handing in Set requests.
+struct Powers {
+  unsigned meddles = 0;  // in which of its calls it changes the model, walks it, and begins to observe
+  unsigned throws = 0;   // out of which of its calls it throws
+  bool collides = false; // its keys collide with attributes
+  bool badTexts = false; // its texts are no UTF-8
+};
+
+// Every choice comes from the seed.
+class Play {
+public:
+  Play(std::uint32_t seed, Powers powers);
+  ~Play();
+  Play(Play const&) = delete;
+  Play& operator=(Play const&) = delete;
+
+  // One thing that the host does, with what its own code does meanwhile; then the laws. What is broken is a failure of the test.
+  void step();
+  // What was done in the last step.
+  [[nodiscard]] std::vector<std::string> const& log() const { return log_; }
+
+  // The parts of a step, for scenarios of their own.
+  void act();
+  void checkLaws();
+  void subscribeAnew(); // from nothing: what was lost before is made good
+
+private:
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+  bool oneIn(std::size_t n) { return below(n) == 0; }
+  void note(std::string text);
+  void arm();
+  void meddle(Call call);
+  void edit();
+  void replaceABox();
+  void walkInSlices();
+  void walkBetween();
+  void request();
+  [[nodiscard]] SetTest::Model model() const;
+  void makeRequest(Kel::Ptr<Kel::Entity> const& root, gnmi::SetRequest& made);
+  void observeAll();
+  void run(WalkHarness::Walk& walk, std::function<void()> const& between = {});
+  void expectEntitiesAreWhole();
+
+  std::mt19937 random_;
+  Powers const powers_;
+  std::vector<std::string> texts_;
+  std::vector<std::string> kinds_;
+  RecordingRouter live_, fresh_, cut_, aside_; // outlive the notifiees that the harness ends
+  World world_;
+  WalkHarness harness_;
+  Fixture::RandomEdits edits_;
+  std::vector<Kel::Ptr<Kel::PtrInterface>> observers_;
+  std::vector<Kel::Ptr<Kel::Entity>> known_; // entities that there were
+  std::vector<std::string> log_;
+  bool threwInPrinter_ = false; // in this step: what it was to print is not there
+  bool reacted_ = false;        // something was done from inside a call
+};
+
+} // namespace Hostile

@@ -1,0 +1,232 @@
+#include "ondra/hostile_model.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Kel/Declare.h"
+#include "Kel/TypeBuilder.h"
+
+namespace Hostile {
+
+using Kel::BuiltinKind;
+using Kel::builtinType;
+using Kel::KelType;
+using Kel::TypeBuilder;
+using Kel::TypeKind;
+
+Trap& trap() {
+  static Trap one;
+  return one;
+}
+
+Trap::Inside::Inside() : before_(std::exchange(trap().inside_, true)) {}
+Trap::Inside::~Inside() { trap().inside_ = before_; }
+
+void Trap::spring(Call call) {
+  if (inside_ || !act) return;
+  Inside const once;
+  act(call);
+}
+
+void Guest::textIs(Kel::String const& wanted) {
+  trap().spring(Call::Set);
+  valueIs(text, wanted);
+}
+void Host::labelIs(Kel::String const& wanted) {
+  trap().spring(Call::Set);
+  valueIs(label, wanted);
+}
+void Host::oddIs(Odd const& wanted) {
+  valueIs(odd, wanted);
+  trap().spring(Call::Set);
+}
+void Host::peerIs(Kel::Ptr<Guest> const& wanted) {
+  trap().spring(Call::Set);
+  valueIs(peer, wanted);
+}
+
+namespace {
+
+constexpr char const* kModule = "hostile";
+
+// clang-format off
+void declareValues() {
+  Kel::enumType<Mood>("Mood", {{"CALM", Mood::Calm}, {"LOW__POWER", Mood::LowPower}, {"a]b[c", Mood::Bracketed}}, kModule);
+  Kel::valueType<Odd>("Odd", kModule)
+      .attr("text", &Odd::text).ctorArg()
+      .gnmiStrRep([](Odd const& odd) { trap().spring(Call::Print); return std::string(odd.text.view()); },
+                  [](std::string_view text, Odd& to) -> std::optional<std::string> {
+                    trap().spring(Call::Parse);
+                    to.text = Kel::String(text);
+                    return std::nullopt;
+                  })
+      .done();
+  Kel::valueType<Blob>("Blob", kModule)
+      .attr("bytes", &Blob::bytes).ctorArg()
+      .gnmiByteRep([](Blob const& blob) { trap().spring(Call::Print); return blob.bytes.view(); })
+      .done();
+  Kel::valueType<PlaceKey>("PlaceKey", kModule)
+      .attr("vrf", &PlaceKey::vrf).ctorArg()
+      .attr("tag", &PlaceKey::tag).ctorArg()
+      .attr("mood", &PlaceKey::mood).ctorArg()
+      .done();
+  Kel::valueType<Inner>("Inner", kModule).attr("number", &Inner::number).attr("word", &Inner::word).done();
+  Kel::valueType<NestedKey>("NestedKey", kModule)
+      .attr("inner", &NestedKey::inner).ctorArg()
+      .attr("vrf", &NestedKey::vrf).ctorArg()
+      .done();
+  Kel::valueType<Silent>("Silent", kModule).attr("note", &Silent::note).done();
+}
+
+void declareEntities() {
+  Kel::entityType<Room>("Room", kModule)
+      .attr("beds", &Room::beds).settable()
+      .attr("paint", &Room::paint).settable()
+      .done();
+  Kel::entityType<Guest>("Guest", kModule)
+      .attr("tag", &Guest::tag).ctorArg().keyField()
+      .attr("text", &Guest::text, &Guest::textIs)
+      .attr("odd", &Guest::odd).settable()
+      .pointer("peer", &Guest::peer).settable()
+      .instantiating("room", &Guest::rooms)
+      .instantiating("only", &Guest::only)
+      .done();
+  Kel::entityType<Host>("Host", kModule)
+      .attr("label", &Host::label, &Host::labelIs)
+      .attr("odd", &Host::odd, &Host::oddIs)
+      .attr("oddBlob", &Host::oddBlob).settable()
+      .attr("oddNote", &Host::oddNote).settable()
+      .array("oddList", &Host::oddList).settable()
+      .attr("mood", &Host::mood).settable()
+      .attr("inner", &Host::inner).settable()
+      .array("step", &Host::steps).settable()
+      .pointer("peer", &Host::peer, &Host::peerIs)
+      .keyed("oddShare", &Host::oddShares).settable()
+      .keyed("oddPlace", &Host::oddPlaces).settable()
+      .keyed("silent", &Host::silents).settable()
+      .keyed("cost", &Host::costs).settable()
+      .keyed("alias", &Host::aliases).settable()
+      .instantiating("guest", &Host::guests).index("tag")
+      .instantiating("oddRoom", &Host::oddRooms)
+      .done();
+}
+// clang-format on
+
+// One attribute of a name, of each kind. Values cannot own entities.
+struct AttrKind {
+  char const* name;
+  bool ofEntitiesOnly;
+  void (*add)(TypeBuilder& builder, std::string_view name);
+};
+KelType textType() { return builtinType(BuiltinKind::String); }
+constexpr AttrKind kAttrKinds[] = {
+    {"scalar", false, [](auto& to, auto name) { to.attr(name, textType()).settable(); }},
+    {"optional", false, [](auto& to, auto name) { to.attr(name, textType()).optional().settable(); }},
+    {"number", false,
+     [](auto& to, auto name) { to.attr(name, builtinType(BuiltinKind::U64)).optional().settable(); }},
+    {"bytes", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Blob>()).settable(); }},
+    {"json", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).gnmiJson().settable(); }},
+    {"list", false, [](auto& to, auto name) { to.array(name, textType()).settable(); }},
+    {"structure", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).settable(); }},
+    {"maybe", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).optional().settable(); }},
+    {"structures", false, [](auto& to, auto name) { to.array(name, Kel::typeOf<Inner>()).settable(); }},
+    {"values", false, [](auto& to, auto name) { to.keyed(name, textType(), textType()).settable(); }},
+    {"reference", false, [](auto& to, auto name) { to.pointer(name, Kel::typeOf<Guest>()).settable(); }},
+    {"references", true,
+     [](auto& to, auto name) { to.keyed(name, textType(), Kel::typeOf<Guest>()).settable(); }},
+    {"child", true, [](auto& to, auto name) { to.instantiating(name, Kel::typeOf<Room>()); }},
+    {"children", true, [](auto& to, auto name) { to.instantiating(name, textType(), Kel::typeOf<Room>()); }},
+};
+
+KelType done(TypeBuilder& builder) {
+  auto const type = builder.done();
+  if (!type) Kel::throwError(type.error());
+  return type.value();
+}
+
+KelType collisionOf(AttrKind const& kind) {
+  struct Key {
+    char const* collection;
+    KelType type;
+    char const* colliding;
+  };
+  TypeBuilder box(kModule, std::string("Box-") + kind.name, TypeKind::Entity);
+  for (Key const& key : {Key{"place", Kel::typeOf<PlaceKey>(), "vrf"},
+                         {"tagged", Kel::typeOf<PlaceKey>(), "tag"},
+                         {"nest", Kel::typeOf<NestedKey>(), "inner"},
+                         {"plain", textType(), "plainKey"}}) {
+    for (TypeKind const memberKind : {TypeKind::Struct, TypeKind::Entity}) {
+      bool const isEntity = memberKind == TypeKind::Entity;
+      if (kind.ofEntitiesOnly && !isEntity) continue;
+      std::string const name = std::string(key.collection) + (isEntity ? "Entity" : "");
+      TypeBuilder member(kModule, std::string(kind.name) + name, memberKind);
+      kind.add(member, name == "plainEntity" ? "plainEntityKey" : key.colliding);
+      member.attr("other", builtinType(BuiltinKind::U32)).optional().settable();
+      KelType const type = done(member);
+      isEntity ? box.instantiating(name, key.type, type) : box.keyed(name, key.type, type).settable();
+    }
+  }
+  return done(box);
+}
+
+} // namespace
+
+std::vector<Collision> const& collisions() {
+  static std::vector<Collision> const all = [] {
+    Kel::kelModuleIs(kModule);
+    declareValues();
+    declareEntities();
+    std::vector<Collision> out;
+    for (AttrKind const& kind : kAttrKinds)
+      out.push_back({kind.name, collisionOf(kind)});
+    return out;
+  }();
+  return all;
+}
+
+std::vector<std::string> const& oddTexts() {
+  using namespace std::string_literals;
+  static std::vector<std::string> const texts{"",
+                                              "__",
+                                              "*",
+                                              "...",
+                                              "a]b[c=d",
+                                              "x\\__y",
+                                              "eth0",
+                                              "\\",
+                                              "/",
+                                              "a__b__c",
+                                              "_",
+                                              "a/b",
+                                              "\"q\"'",
+                                              "nullptr",
+                                              " ",
+                                              "é€😀",
+                                              "\n\t",
+                                              "[k=1]",
+                                              "nul\0nul"s,
+                                              "true",
+                                              "7",
+                                              std::string(65536, 'x'),
+                                              "bad \xff\xfe",
+                                              "\xc0\x80 \xed\xa0\x80"};
+  return texts;
+}
+
+World::World(std::vector<std::string> const& kinds) {
+  static_cast<void>(collisions());
+  dir = Kel::globalDir()->dirIs("hostile");
+  host = Kel::Ptr(new Host());
+  dir->entityIs("host", host);
+  for (std::string const& kind : kinds)
+    boxIs(kind);
+}
+
+void World::boxIs(std::string const& kind) {
+  auto const found = std::find_if(collisions().begin(), collisions().end(),
+                                  [&kind](Collision const& one) { return one.kind == kind; });
+  dir->entityDel(kind);
+  dir->entityIs(kind, Kel::Ptr(static_cast<Kel::Entity*>(found->type.genericIf(Kel::ArgList{})->object())));
+}
+
+} // namespace Hostile

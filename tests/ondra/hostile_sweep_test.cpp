@@ -1,0 +1,157 @@
+// One fault at each place where there can be one: a child process is forked at every n-th such place of a scenario, in which that place
+// fails and the scenario goes on to its end; then the laws hold.
+//   ONDRA_HOSTILE_STEPS=100000   so many places at most instead of sixty
+//   ONDRA_HOSTILE_PLACE=17       only that place, in the process itself, as a failure names it
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+
+#include <gmock/gmock.h>
+
+#include "Kel/Error.h"
+#include "ondra/heap_faults.h"
+#include "ondra/hostile_host.h"
+
+namespace {
+
+void* allocate(std::size_t size) {
+  if (!HeapFaults::off && HeapFaults::fails) {
+    HeapFaults::Off const asking;
+    if (HeapFaults::fails()) throw std::bad_alloc();
+  }
+  void* const block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+} // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+
+namespace {
+
+using namespace Hostile;
+
+std::size_t numberIn(char const* variable, std::size_t otherwise) {
+  char const* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
+
+// The places of one run.
+class Sweep {
+public:
+  explicit Sweep(std::size_t every) : every_(every) {} // SIZE_MAX: counts only
+
+  // To be asked at each place. In the run itself always false; true in the child that is made for the place.
+  bool failsHere() {
+    ++places_;
+    if (isChild_ || (only_ == 0 ? places_ % every_ : places_ - only_) != 0) return false;
+    if (only_ != 0) return isChild_ = every_ != SIZE_MAX;
+    std::fflush(stdout);
+    pid_t const child = fork();
+    if (child == 0) return isChild_ = true;
+    int status = 0;
+    waitpid(child, &status, 0);
+    bool const survived = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    survived_ += survived;
+    if (!survived && !(WIFEXITED(status) && WEXITSTATUS(status) == kBadAlloc))
+      failures_.push_back("ONDRA_HOSTILE_PLACE=" + std::to_string(places_) + ": status " +
+                          std::to_string(status));
+    return false;
+  }
+  [[nodiscard]] bool isChild() const noexcept { return isChild_; }
+  [[nodiscard]] std::size_t places() const noexcept { return places_; }
+  [[nodiscard]] std::size_t survived() const noexcept { return survived_; }
+  [[nodiscard]] std::vector<std::string> const& failures() const noexcept { return failures_; }
+
+  // A process may end for want of memory, but by saying so.
+  static constexpr int kBadAlloc = 77;
+  [[noreturn]] static void ended() {
+    try {
+      std::rethrow_exception(std::current_exception());
+    } catch (std::bad_alloc const&) {
+      _exit(kBadAlloc);
+    } catch (...) {
+      std::abort();
+    }
+  }
+
+private:
+  std::size_t const every_;
+  std::size_t const only_ = numberIn("ONDRA_HOSTILE_PLACE", 0);
+  std::size_t places_ = 0;
+  std::size_t survived_ = 0;
+  bool isChild_ = false;
+  std::vector<std::string> failures_;
+};
+
+constexpr std::size_t kSteps = 12;
+
+// Walks, changes and requests, in which the place that a child was made for fails. `armed` switches the faults on and off.
+void scenario(std::uint32_t seed, Sweep& sweep, std::function<void(bool)> const& armed, bool losesLeaves) {
+  Play host(seed, {.collides = true});
+  for (std::size_t i = 0; i < kSteps; ++i) {
+    armed(true);
+    try {
+      host.act();
+    } catch (...) { // what is thrown at a host's own call
+    }
+    armed(false);
+  }
+  if (!sweep.isChild()) return;
+  if (losesLeaves) host.subscribeAnew();
+  for (int i = 0; i < 5 && !testing::Test::HasFailure(); ++i)
+    host.step();
+}
+
+// Every n-th place, so that there are about as many as wanted.
+template <class Run>
+void sweepOver(Run const& run) {
+  Sweep counting(SIZE_MAX);
+  run(counting);
+  std::size_t const places = counting.places();
+  ASSERT_GT(places, 10U);
+  Sweep sweep(std::max<std::size_t>(1, places / numberIn("ONDRA_HOSTILE_STEPS", 60)));
+  auto const before = std::set_terminate(&Sweep::ended);
+  run(sweep);
+  std::set_terminate(before);
+  if (sweep.isChild()) {
+    std::fflush(stdout);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  EXPECT_THAT(sweep.failures(), testing::IsEmpty());
+  EXPECT_GT(sweep.survived(), 0U);
+}
+
+TEST(HostileSweep, DISABLED_AnAllocationThatFails) {
+  sweepOver([](Sweep& sweep) {
+    auto const armed = [&sweep](bool on) {
+      HeapFaults::fails = on ? std::function<bool()>([&sweep] { return sweep.failsHere(); }) : nullptr;
+    };
+    scenario(1, sweep, armed, true);
+  });
+}
+
+TEST(HostileSweep, DISABLED_ACallThatThrows) {
+  for (Call const call : {Call::Print, Call::Parse, Call::Set, Call::Push, Call::Tell}) {
+    SCOPED_TRACE(static_cast<unsigned>(call));
+    sweepOver([call](Sweep& sweep) {
+      auto const act = [&sweep, call](Call now) {
+        if (now == call && sweep.failsHere()) throw Kel::Error("the host refuses");
+      };
+      auto const armed = [&act](bool on) { trap().act = on ? std::function<void(Call)>(act) : nullptr; };
+      scenario(2, sweep, armed, call == Call::Print);
+    });
+  }
+}
+
+} // namespace
