@@ -4,12 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "WalkHarness.h"
 #include "fixture/Observer.h"
+#include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"
 #include "ondra/hostile_model.h"
 #include "ondra/set_support.h"
@@ -18,10 +20,11 @@ namespace Hostile {
 
 // What a host does besides changing the model, walking it and handing in Set requests.
 struct Powers {
-  unsigned meddles = 0;  // in which of its calls it changes the model, walks it, and begins to observe
-  unsigned throws = 0;   // out of which of its calls it throws
-  bool collides = false; // its keys collide with attributes
-  bool badTexts = false; // its texts are no UTF-8
+  unsigned meddles = 0;   // in which of its calls it changes the model, walks it, and begins to observe
+  unsigned throws = 0;    // out of which of its calls it throws
+  bool collides = false;  // its keys collide with attributes
+  bool badTexts = false;  // its texts are no UTF-8
+  bool onFixture = false; // its model is the polite one that all other tests use
 };
 
 // Every choice comes from the seed.
@@ -50,12 +53,15 @@ private:
   void meddle(Call call);
   void edit();
   void replaceABox();
+  Kel::Ptr<Kel::Entity> anEntity(); // for requests
   void walkInSlices();
   void walkBetween();
   void request();
   [[nodiscard]] SetTest::Model model() const;
-  void makeRequest(Kel::Ptr<Kel::Entity> const& root, gnmi::SetRequest& made);
+  void makeRequest(Kel::Ptr<Kel::Entity> const& root, gnmi::SetRequest& made, gnmi::SetRequest& again);
+  void expectSilent(Kel::Entity const& root, gnmi::SetRequest& again);
   void observeAll();
+  void parkAside();
   void run(WalkHarness::Walk& walk, std::function<void()> const& between = {});
   void expectEntitiesAreWhole();
 
@@ -64,13 +70,17 @@ private:
   std::vector<std::string> texts_;
   std::vector<std::string> kinds_;
   RecordingRouter live_, fresh_, cut_, aside_; // outlive the notifiees that the harness ends
-  World world_;
+  std::optional<Fixture::World> fixture_;
+  std::optional<World> hostile_;
+  Kel::Ptr<Kel::Dir> const dir_; // all of it
   WalkHarness harness_;
+  std::optional<WalkHarness::Walk> parked_; // goes on for many steps, whatever happens meanwhile
   Fixture::RandomEdits edits_;
   std::vector<Kel::Ptr<Kel::PtrInterface>> observers_;
   std::vector<Kel::Ptr<Kel::Entity>> known_; // entities that there were
   std::vector<std::string> log_;
   bool threwInPrinter_ = false; // in this step: what it was to print is not there
+  std::size_t told_ = 0;        // how often observers were told anything
   bool reacted_ = false;        // something was done from inside a call
 };
 

@@ -79,6 +79,7 @@ void declareValues() {
 }
 
 void declareEntities() {
+  Kel::valueType<Leg>("Leg", kModule).attr("cost", &Leg::cost).pointer("via", &Leg::via).attr("note", &Leg::note).done();
   Kel::entityType<Room>("Room", kModule)
       .attr("beds", &Room::beds).settable()
       .attr("paint", &Room::paint).settable()
@@ -100,6 +101,8 @@ void declareEntities() {
       .attr("mood", &Host::mood).settable()
       .attr("inner", &Host::inner).settable()
       .array("step", &Host::steps).settable()
+      .attr("leg", &Host::leg).settable()
+      .keyed("stop", &Host::stops).settable()
       .pointer("peer", &Host::peer, &Host::peerIs)
       .keyed("oddShare", &Host::oddShares).settable()
       .keyed("oddPlace", &Host::oddPlaces).settable()

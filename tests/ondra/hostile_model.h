@@ -15,6 +15,8 @@
 
 namespace Hostile {
 
+class Guest;
+
 // The host's code that the library calls.
 enum class Call : unsigned { Print = 1, Parse = 2, Set = 4, Push = 8, Tell = 16 };
 
@@ -73,6 +75,13 @@ struct Silent {
   bool operator==(Silent const&) const = default;
 };
 
+// A reference in the middle.
+struct Leg {
+  std::uint32_t cost = 0;
+  Kel::Ptr<Guest> via;
+  Kel::String note;
+};
+
 class Room final : public Kel::EntityOf<Room> {
 public:
   std::optional<std::uint32_t> beds;
@@ -110,6 +119,8 @@ public:
   Mood mood = Mood::Calm;
   Inner inner;
   std::vector<Inner> steps;
+  Leg leg;
+  Kel::KeyedValues<Kel::String, Leg> stops;
   Kel::Ptr<Guest> peer;
   Kel::KeyedValues<Odd, std::uint32_t> oddShares;
   Kel::KeyedValues<PlaceKey, Silent> oddPlaces;

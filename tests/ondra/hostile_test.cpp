@@ -64,8 +64,9 @@ TEST_P(HostileHost, KeepsTheLaws) {
 // DISABLED_: what does not hold yet.
 constexpr Property kProperties[] = {
     {"Polite", {}},
-    {"DISABLED_BadTexts", {.badTexts = true}},
-    {"DISABLED_Collisions", {.collides = true}},
+    {"OnTheFixture", {.onFixture = true}},
+    {"BadTexts", {.badTexts = true}},
+    {"Collisions", {.collides = true}},
     {"DISABLED_ObserversThatReact", {.meddles = bit(Call::Tell)}},
     {"SettersThatReact", {.meddles = bit(Call::Set)}},
     {"DISABLED_RoutersThatReact", {.meddles = bit(Call::Push)}},

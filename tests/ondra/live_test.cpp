@@ -1,6 +1,4 @@
-// Live subscriptions: what is sent after the first walk, and that it is the truth.
-
-#include <algorithm>
+// Live subscriptions: what is sent after the first walk. That it is the truth whatever happens is played in hostile_test.cpp.
 
 #include <gmock/gmock.h>
 
@@ -10,7 +8,6 @@
 #include "WalkHarness.h"
 #include "fixture/Observer.h"
 #include "fixture/Populate.h"
-#include "fixture/RandomEdits.h"
 
 namespace {
 
@@ -24,54 +21,6 @@ using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 constexpr Ondra::WalkerFlags kStreamSnapshot = flagStream | flagSnapshot;
-
-void nextLoopPass(std::int64_t ns = 1000) { Kel::activityManagerStatus()->activityLoopExecNsTimeInc(ns); }
-
-// --- the law: a snapshot and the changes after it are the truth -------------------------------------------
-
-// Random edits while a subscriber applies what it gets, further walks of the same tree pausing in between. `edits` at each turn.
-void playLaw(std::uint32_t seed, int turns) {
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  Fixture::World world;
-  WalkHarness harness;
-  RecordingRouter live(seed % 3 == 0 ? 3 : 0);
-  live.keepTexts = false;
-  Fixture::RandomEdits edits(world.dir(), seed);
-  std::mt19937 random(seed ^ 0x5eed);
-  std::vector<std::string> log;
-  auto const someEdits = [&] {
-    for (std::size_t left = random() % 4; left > 0; --left)
-      log.push_back(edits.edit());
-    if (random() % 2 == 0) nextLoopPass();
-  };
-  auto const randomly = [&random] { return random() % 5 == 0; };
-  for (int turn = 0; turn < turns; ++turn) {
-    log.clear();
-    if (turn == 0 || random() % 8 == 0) { // a subscriber's first walk, or one more
-      WalkHarness::Walk walk = harness.start(live, *world.dir(), kStreamSnapshot, randomly);
-      WalkHarness::finish(walk, someEdits);
-    } else {
-      someEdits();
-    }
-    RecordingRouter fresh;
-    fresh.keepTexts = false;
-    WalkHarness::Walk walk = harness.start(fresh, *world.dir(), flagSnapshot);
-    WalkHarness::finish(walk);
-    ASSERT_THAT(live.differences(fresh), IsEmpty()) << "turn " << turn << "\n"
-                                                    << ::testing::PrintToString(log);
-    // Members whose references lead nowhere share one path, each with a time of its own.
-    std::erase_if(live.complaints,
-                  [](std::string const& text) { return text.find("=nullptr]") != std::string::npos; });
-    ASSERT_THAT(live.complaints, IsEmpty()) << "turn " << turn << "\n" << ::testing::PrintToString(log);
-  }
-  EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
-  EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
-}
-
-TEST(LiveLaw, SnapshotAndChangesAreTheTruth) {
-  for (std::uint32_t seed = 1; seed < 25 && !testing::Test::HasFailure(); ++seed)
-    playLaw(seed, 40);
-}
 
 // --- every kind of attribute --------------------------------------------------------------------------
 

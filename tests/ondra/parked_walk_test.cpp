@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include "Kel/Declare.h"
 #include "WalkHarness.h"
 #include "WalkerProbe.h"
 #include "fixture/Populate.h"
@@ -191,104 +190,6 @@ TEST_F(Parked, AFullPipeAtTheVeryLastPush) {
     EXPECT_EQ(FullKelTypeWalker::walkObject(nested.info), WalkResult::Success)
         << "at the top the walk has ended";
     nested.info->task.reset();
-  }
-}
-
-// A reference in the middle of a value: without bundling it is sent at once, and can find the pipe full there.
-struct Leg {
-  std::uint32_t cost = 0;
-  Kel::Ptr<Fixture::Interface> via;
-  Kel::String note;
-};
-class Trip final : public Kel::EntityOf<Trip> {
-public:
-  void stopIs(Kel::String const& name, Leg const& stop) { memberIs(stops, name, stop); }
-  void stopDel(Kel::String const& name) { memberDel(stops, name); }
-  void legIs(Leg const& wanted) { valueIs(leg, wanted); }
-  void endIs(std::uint32_t wanted) { valueIs(end, wanted); }
-
-  Leg leg;
-  Kel::KeyedValues<Kel::String, Leg> stops;
-  std::uint32_t end = 0;
-};
-
-class NestedValues : public Parked {
-protected:
-  NestedValues() {
-    static bool const declared = [] {
-      Kel::valueType<Leg>("Leg", "parked-walk-test")
-          .attr("cost", &Leg::cost)
-          .pointer("via", &Leg::via)
-          .attr("note", &Leg::note)
-          .done();
-      Kel::entityType<Trip>("Trip", "parked-walk-test")
-          .attr("leg", &Trip::leg, &Trip::legIs)
-          .keyed("stop", &Trip::stops)
-          .attr("end", &Trip::end, &Trip::endIs)
-          .done();
-      return true;
-    }();
-    EXPECT_TRUE(declared);
-    trip = Kel::Ptr(new Trip());
-    world.dir()->entityIs("trip", trip);
-    fill();
-  }
-  void fill() const {
-    auto const eth0 = world.device()->interfaceIs("eth0");
-    trip->legIs({1, eth0, "first"});
-    trip->endIs(99);
-    for (char const* const name : {"a", "b", "c"})
-      trip->stopIs(name, {2, eth0, name});
-  }
-  Kel::Ptr<Trip> trip;
-};
-
-TEST_F(NestedValues, EndWithAMemberThatIsRemovedAndTakeOneThatIsReplaced) {
-  bool changed = true;
-  for (int at = 1; changed; ++at) { // the change comes at the at-th pause
-    SCOPED_TRACE(at);
-    WalkHarness::clearAll(); // the routers of the walks before have gone
-    fill();
-    changed = false;
-    int pause = 0;
-    RecordingRouter full(1);
-    WalkHarness::Walk cut = harness.start(full, *trip, Ondra::flagSnapshot, [] { return true; });
-    WalkHarness::finish(cut, [&] {
-      Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1000);
-      if (++pause == at) {
-        changed = true;
-        trip->stopDel("b");
-        trip->legIs({7, nullptr, "other"});
-      }
-    });
-    expectTruth(full, *trip);
-    expectNothingParked();
-  }
-}
-
-// The new object is another one: what was parked for the old does not go on with it, and nothing of it is lost.
-TEST_F(Parked, AnObjectThatIsReplacedIsSentByItsNotification) {
-  bool changed = true;
-  for (int at = 1; changed; ++at) {
-    SCOPED_TRACE(at);
-    WalkHarness::clearAll();
-    Fixture::populate(*world.device());
-    changed = false;
-    int pause = 0;
-    RecordingRouter live;
-    WalkHarness::Walk cut = harness.start(live, *world.device()->chassisIs(),
-                                          Ondra::flagSnapshot | Ondra::flagStream, [] { return true; });
-    WalkHarness::finish(cut, [&] {
-      if (++pause == at) {
-        changed = true;
-        world.device()->chassisIs()->fanDel();
-        auto const fan = world.device()->chassisIs()->fanIs();
-        fan->rpmIs(1);
-      }
-      Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1000);
-    });
-    expectTruth(live, *world.device()->chassisIs());
-    WalkHarness::clearAll(); // the router goes
   }
 }
 

@@ -1,4 +1,4 @@
-// Whole walks of the fixture model: what they send, for each mode, however they are cut.
+// Whole walks of the fixture model: what they send, for each mode; cut ones are played in hostile_test.cpp.
 
 #include <fstream>
 #include <sstream>
@@ -90,79 +90,6 @@ TEST_F(WalkTest, SendsTheSameResponsesOverShortRoads) {
     ASSERT_TRUE(Tovak::Platform::traceIs("").ok());
     EXPECT_EQ(first, traced);
     EXPECT_EQ(again, traced);
-  }
-}
-
-// --- a cut walk is a whole walk -------------------------------------------------------------------
-
-struct Cut {
-  unsigned yieldPercent;
-  std::size_t refuseEvery;
-};
-
-class CutWalkTest : public WalkTest, public testing::WithParamInterface<Cut> {};
-
-TEST_P(CutWalkTest, GivesTheSameLeavesEachOnce) {
-  Leaves const whole = harness_.leavesOf(*world_.dir());
-  for (std::uint32_t seed = 1; seed <= 20; ++seed) {
-    std::mt19937 random(seed);
-    RecordingRouter router(GetParam().refuseEvery);
-    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot,
-                               [&random, this] { return random() % 100 < GetParam().yieldPercent; });
-    WalkHarness::finish(walk);
-    EXPECT_EQ(textOf(router.leaves()), textOf(whole)) << "seed " << seed;
-    EXPECT_EQ(router.updates(), whole.size()) << "seed " << seed;
-    EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
-    EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Cuts, CutWalkTest,
-                         testing::Values(Cut{100, 0}, Cut{0, 1}, Cut{0, 2}, Cut{0, 7}, Cut{30, 0}, Cut{5, 3},
-                                         Cut{100, 1}));
-
-// Members and objects disappear, the walk is dropped or another one runs while this one is parked.
-TEST_F(WalkTest, SurvivesWhateverHappensWhileItIsParked) {
-  for (std::uint32_t seed = 1; seed <= 60; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    Fixture::populate(*world_.device());
-    std::mt19937 random(seed);
-    RecordingRouter router(seed % 3 == 0 ? 2 : 0), otherRouter;
-    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot,
-                               [&random, percent = 1 + seed % 100] { return random() % 100 < percent; });
-    auto other = harness_.start(otherRouter, *world_.dir(), Ondra::flagSnapshot,
-                                [&random] { return random() % 2 == 0; });
-    bool cancelled = false;
-    for (std::size_t slices = 0; !walk.task->done && !cancelled && slices < 100'000; ++slices) {
-      WalkHarness::slice(walk);
-      walk.task->descheduleTask();
-      if (!other.task->done && random() % 3 == 0) {
-        WalkHarness::slice(other);
-        other.task->descheduleTask();
-      }
-      auto const entities = Fixture::entitiesBeneath(world_.device());
-      if (random() % 4 == 0 && entities.size() > 3) {
-        Kel::Ptr<Kel::Entity> const victim = entities[1 + random() % (entities.size() - 1)];
-        if (victim->parentAttr() && victim->parentAttr().isRemovable()) {
-          victim->parentAttr().genericIfDel(
-              Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(victim->parent())),
-              victim->parentKey());
-        }
-      }
-      cancelled = seed % 10 == 0 && random() % 20 == 0;
-    }
-    if (cancelled) {
-      WalkHarness::cancel(walk);
-    } else {
-      walk.info->task.reset();
-      Leaves const sent = router.leaves(); // holds whatever still exists, but references follow their targets
-      for (auto const& [path, value] : harness_.leavesOf(*world_.dir()))
-        EXPECT_TRUE(sent.contains(path) || path.ends_with("/_ptr")) << path << " " << value;
-    }
-    WalkHarness::finish(other);
-    WalkHarness::clearAll();
-    EXPECT_EQ(Ondra::FullKelTypeWalker::walkMapSize(), 0U);
-    EXPECT_EQ(Ondra::FullKelTypeWalker::pathWalkIdMapSize(), 0U);
   }
 }
 
