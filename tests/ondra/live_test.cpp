@@ -1,5 +1,7 @@
 // Live subscriptions: what is sent after the first walk. That it is the truth whatever happens is played in hostile_test.cpp.
 
+#include <random>
+
 #include <gmock/gmock.h>
 
 #include "Kel/Declare.h"
