@@ -32,7 +32,15 @@ void* allocate(std::size_t size) {
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+  return std::malloc(size == 0 ? 1 : size); // who asks so can do without
+}
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+  return std::malloc(size == 0 ? 1 : size);
+}
 void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::nothrow_t const&) noexcept { std::free(block); }
+void operator delete[](void* block, std::nothrow_t const&) noexcept { std::free(block); }
 void operator delete[](void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
