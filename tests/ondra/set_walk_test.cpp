@@ -4,6 +4,7 @@
 #include "Ondra/GnmiPath.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
+#include "ondra/hostile_model.h"
 #include "ondra/set_support.h"
 
 namespace {
@@ -74,6 +75,31 @@ TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
             refused);
   EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(top)));
   EXPECT_EQ(std::vector<std::string>{}, watch.told());
+}
+
+// Keys of every kind whose texts hold what separates the fields of structured ones.
+TEST(SetWalk, OddKeysAreTakenBack) {
+  Hostile::World world({});
+  WalkHarness harness;
+  LeafRouter router;
+  world.host->placeIs({"a__b\\__", {"x\\__y"}, Hostile::Mood::LowPower}, {"n"});
+  world.host->roomIs({"x__y"})->beds = 1;
+  world.host->silentIs("\\__", {"n"});
+  world.host->guestIs("a__b")->text = "t";
+  SetTest::Model const before = SetTest::modelOf(world.dir);
+  WalkHarness::Walk walk = harness.start(router, *world.host, Ondra::flagSnapshot);
+  WalkHarness::finish(walk);
+  std::size_t taken = 0;
+  for (gnmi::Update& leaf : router.leaves) {
+    if (leaf.path().elem(2).key().empty() || shapeOf(leaf.path()).ends_with("/_ptr")) continue;
+    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
+    gnmi::SetRequest request;
+    *request.add_update() = leaf;
+    EXPECT_EQ("OK", SetTest::textOf(SetTest::execute(request, "/hostile").second)) << leaf.ShortDebugString();
+    ++taken;
+  }
+  EXPECT_GE(taken, 6U);
+  EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(world.dir)));
 }
 
 } // namespace

@@ -1,13 +1,19 @@
 // Whole walks of the fixture model: what they send, for each mode; cut ones are played in hostile_test.cpp.
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
+#include <set>
 #include <sstream>
+
+#include <gmock/gmock.h>
 
 #include "Tovak/Trace.h"
 #include "Tovak/TraceSink.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"
+#include "ondra/hostile_model.h"
 
 namespace {
 
@@ -118,6 +124,74 @@ TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
   EXPECT_EQ(Ondra::FullKelTypeWalker::walkObject(info), Ondra::WalkResult::Success);
   EXPECT_EQ(router.pushes(), 0U);
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
+}
+
+// --- models that are rude ------------------------------------------------------------------------------
+
+// A key field's leaf has its name, whatever attribute has it too: that one stands aside, or stays as a container.
+TEST(RudeModels, KeyFieldsAndTheAttributesOfTheirNames) {
+  std::vector<std::string> kinds;
+  for (Hostile::Collision const& one : Hostile::collisions())
+    kinds.push_back(one.kind);
+  Hostile::World world(kinds);
+  WalkHarness harness;
+  std::vector<std::string> const texts(7, "t");
+  for (std::string const& kind : kinds) {
+    Kel::Ptr<Kel::Entity> const box = world.dir->entity(kind);
+    auto const object = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(box.get()));
+    Fixture::RandomEdits random(box, 1, texts);
+    for (Kel::KelType::AttributeQIterator attr(box->fwkType()); attr; ++attr) {
+      auto const key = random.key((*attr).keyType());
+      if (!(*attr).isInstantiating()) {
+        (*attr).genericIfSet(object, key, random.value((*attr).memberType()));
+        continue;
+      }
+      Kel::Ptr<Kel::Entity> const member(
+          static_cast<Kel::Entity*>((*attr).genericIfSet(object, key, Kel::ArgList())->object()));
+      Fixture::RandomEdits inside(member, 2, texts);
+      for (int i = 0; i < 10; ++i)
+        inside.edit();
+    }
+  }
+  expectGolden("collisions.txt", textOf(harness.leavesOf(*world.dir)));
+}
+
+// A text that is no UTF-8 costs its own leaf, as a key its member; an array goes whole.
+TEST(RudeModels, WhatNoMessageCanHoldIsLeftOut) {
+  auto const pathsWith = [](Kel::String const& text) {
+    Hostile::World world({});
+    WalkHarness harness;
+    Hostile::Host& host = *world.host;
+    host.label = text;
+    host.oddNote = Hostile::Odd{text};
+    host.oddList = {{"good"}, {text}};
+    host.guestIs(text)->text = "t";
+    host.guestIs("guest")->peer = host.guestIs(text);
+    host.roomIs({text})->beds = 1;
+    host.placeIs({text, {}, {}}, {"note"});
+    host.silentIs("silent", {text});
+    std::set<std::string> paths;
+    for (auto const& [path, value] : harness.leavesOf(*world.dir))
+      paths.insert(path.ends_with("[tag=guest]/peer/_ptr") ? path + " " + value : path);
+    return paths;
+  };
+  std::string const host = "/hostile/host/", guest = host + "guest[tag=guest]/peer/_ptr string_val:";
+  std::set<std::string> const good = pathsWith("T");
+  EXPECT_EQ(good.size(), pathsWith("g\xc3\xbc \xf0\x9f\x98\x80 \xed\x9f\xbf").size());
+  for (char const* const bad :
+       {"\xff", "plain\xc3", "\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80", "\xe0\x80\x80"}) {
+    std::set<std::string> const left = pathsWith(bad);
+    std::vector<std::string> lost, come;
+    std::ranges::set_difference(good, left, std::back_inserter(lost));
+    std::ranges::set_difference(left, good, std::back_inserter(come));
+    EXPECT_THAT(lost,
+                testing::UnorderedElementsAre(
+                    guest + host + "guest[tag=T]", host + "guest[tag=T]/odd", host + "guest[tag=T]/peer/_ptr",
+                    host + "guest[tag=T]/tag", host + "guest[tag=T]/text", host + "label", host + "oddList",
+                    host + "oddNote", host + "oddPlace[mood=CALM][tag=][vrf=T]/note",
+                    host + "oddRoom[oddRoomKey=T]/beds", host + "silent[silentKey=silent]/note"));
+    EXPECT_THAT(come, testing::ElementsAre(guest + "nullptr")) << testing::PrintToString(bad);
+  }
 }
 
 } // namespace
