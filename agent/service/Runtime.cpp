@@ -1,6 +1,5 @@
 #include "agent/service/Runtime.h"
 
-#include "Kel/ActivityClock.h"
 #include "Kel/Dir.h"
 #include "agent/data/ByteBudget.h"
 #include "agent/data/ClientEntries.h"
@@ -18,13 +17,17 @@ Runtime::Runtime(Options const& options)
     , memory_(std::make_unique<MemoryBudgets>(options.limits.memoryBytes))
     , clientEntries_(std::make_unique<ClientEntries>(memory_->entries))
     , clock_(options.clock != nullptr ? *options.clock : Tovak::SystemClock::instance())
+    , loopTime_(clock_)
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir()))
     , engine_(std::make_unique<Engine>(*this))
     , worker_(std::make_unique<Worker>()) {
-  auto const takeTime = [this] { Kel::activityManagerStatus()->activityLoopExecNsTimeIs(clock_.wallNs()); };
-  takeTime();
-  scheduler_->loopHookIs(takeTime);
+  scheduler_->loopHookIs([this] {
+    loopTime_.pass([this] {
+      engine_->callsRestart(
+          {grpc::StatusCode::UNAVAILABLE, "the machine's clock was set back: subscribe again"});
+    });
+  });
 }
 
 Runtime::~Runtime() { stop(); }

@@ -14,6 +14,7 @@
 #include "Tovak/Clock.h"
 #include "Tovak/TaskScheduler.h"
 #include "agent/model/Tree.h"
+#include "agent/service/LoopTime.h"
 
 namespace Agent {
 
@@ -87,6 +88,7 @@ private:
   std::unique_ptr<MemoryBudgets> const memory_;
   std::unique_ptr<ClientEntries> const clientEntries_;
   Tovak::Clock& clock_;
+  LoopTime loopTime_; // before what reads the time
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
   Tree const tree_;
   std::unique_ptr<Engine> engine_;

@@ -257,10 +257,11 @@ bool Call::takeBytes(Ondra::WireResponse const& response) {
   return !isFull();
 }
 
-// What is not told for the first time is told with the present time, or collectors take it for what they hold.
+// What is not told for the first time is told with the present time, or collectors take it for what they hold. What has changed while the
+// machine's clock was ahead of itself is told with the present time as well.
 std::int64_t Call::stampOf(std::int64_t walked) const {
-  return jobs_.front().purpose == Purpose::Initial ? walked
-                                                   : Kel::activityManagerStatus()->activityLoopExecNsTime();
+  std::int64_t const now = Kel::activityManagerStatus()->activityLoopExecNsTime();
+  return jobs_.front().purpose == Purpose::Initial ? std::min(walked, now) : now;
 }
 
 void Call::pushBundles() {

@@ -418,6 +418,10 @@ void Engine::callDel(SubscribeStream& stream) {
 
 void Engine::callsEnd(grpc::Status const& status) {
   impl_->ending = status;
+  callsRestart(status);
+}
+
+void Engine::callsRestart(grpc::Status const& status) {
   for (auto const& [stream, since] : impl_->begun)
     stream->end(status);
   for (auto const& [stream, call] : impl_->calls)

@@ -40,6 +40,8 @@ public:
 
   // Ends every Subscribe call with that status, and refuses new ones with it: the agent is going down.
   void callsEnd(grpc::Status const& status);
+  // Ends those that are there; new ones may come.
+  void callsRestart(grpc::Status const& status);
   [[nodiscard]] std::size_t callCount() const;
 
   // --- for Subscribe streams ----------------------------------------------------------------------

@@ -316,4 +316,47 @@ TEST_F(SubscribeModes, heldChangesAreReleasedOrForgotten) {
   EXPECT_EQ(client->next().update().update(0).val().uint_val(), 2U);
 }
 
+// The machine's clock leaps by a day, and back.
+TEST_F(SubscribeModes, aClockThatLeapsIsFollowedOnceItHasStoodAndNoLeafGetsAnEarlierTime) {
+  constexpr std::int64_t kDay = 86'400 * kSecond;
+  auto const made = bench.addInterface("eth0");
+  std::uint64_t octets = 0;
+  std::string const leaf = "/interfaces/interface[name=eth0]/state/counters/in-octets";
+  auto client = call(stream().add(leaf).done());
+  client->untilSync();
+  // How far the time of a change now is from `since` and what has gone by since then.
+  std::int64_t const wall = bench.clock().wallNs() - bench.clock().monotonicNs();
+  auto const offset = [&] {
+    made->state->counters->leafIs(&Agent::InterfaceCounters::inOctets, ++octets);
+    bench.advance(kSecond / 10);
+    EXPECT_TRUE(client->applyUntil([&] { return client->tree[leaf] == fmt::format("uint_val:{}", octets); }));
+    return client->stamps[leaf] - (bench.clock().monotonicNs() + wall);
+  };
+  auto const leap = [&](std::int64_t ns) { bench.clock().wallNsIs(bench.clock().wallNs() + ns); };
+  auto const isNear = [](std::int64_t one, std::int64_t other) {
+    return std::abs(one - other) < 2 * kSecond;
+  };
+
+  leap(kDay);
+  bench.advance(8 * kSecond);
+  EXPECT_TRUE(isNear(offset(), 0)) << "not believed yet";
+  leap(-kDay);
+  EXPECT_TRUE(isNear(offset(), 0));
+  bench.advance(20 * kSecond);
+  leap(-kSecond / 2);
+  EXPECT_TRUE(isNear(offset(), 0)) << "a small step back is waited for";
+  leap(kSecond / 2 + kDay);
+  bench.advance(11 * kSecond);
+  EXPECT_TRUE(isNear(offset(), kDay)) << "it has stood";
+  leap(-kDay);
+  EXPECT_TRUE(isNear(offset(), kDay));
+  EXPECT_EQ(client->complaints, std::vector<std::string>());
+  bench.advance(11 * kSecond);
+  EXPECT_EQ(client->status().error_message(), "the machine's clock was set back: subscribe again");
+  client = call(stream().add(leaf).done());
+  client->untilSync();
+  EXPECT_TRUE(isNear(offset(), 0)) << "without a restart";
+  EXPECT_EQ(client->complaints, std::vector<std::string>());
+}
+
 } // namespace
