@@ -10,17 +10,15 @@
 #include "agent/client/PathText.h"
 #include "agent/client/Requests.h"
 #include "agent/client/ValueText.h"
+#include "agent/options/Console.h"
 
 namespace Agent {
 namespace {
 
-void print(std::string const& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
-}
+void print(std::string const& text) { say(stdout, text); }
 
 int failed(char const* command, std::string const& what) {
-  fmt::print(stderr, "ondra-agent {}: {}\n", command, printable(what));
+  say(stderr, fmt::format("ondra-agent {}: {}\n", command, printable(what)));
   return ExitCode::failed;
 }
 
@@ -29,7 +27,7 @@ template <class Options, class Call>
 int run(char const* command, std::vector<std::string> const& arguments, Call call) {
   auto options = Options::parse(arguments);
   if (!options) {
-    fmt::print(options.error().code == ExitCode::ok ? stdout : stderr, "{}", options.error().text);
+    say(options.error().code == ExitCode::ok ? stdout : stderr, options.error().text);
     return options.error().code;
   }
   auto stub = connect(options->connection);

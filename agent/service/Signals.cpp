@@ -6,11 +6,17 @@
 namespace Agent {
 namespace {
 
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t endings() {
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, SIGTERM);
-  sigaddset(&set, SIGINT);
+  for (int const signal : {SIGTERM, SIGINT, SIGHUP}) {
+    if (signal != SIGHUP || !isIgnored(SIGHUP)) sigaddset(&set, signal);
+  }
   return set;
 }
 
@@ -30,8 +36,9 @@ void Signals::await() {
   ::sigwait(&set, &signal);
   struct sigaction action {};
   action.sa_handler = &endNow;
-  ::sigaction(SIGTERM, &action, nullptr);
-  ::sigaction(SIGINT, &action, nullptr);
+  for (int const each : {SIGTERM, SIGINT, SIGHUP}) {
+    if (sigismember(&set, each) == 1) ::sigaction(each, &action, nullptr);
+  }
   ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
