@@ -97,7 +97,7 @@ GnmiService::~GnmiService() = default;
 grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context) const {
   if (closed_.load(std::memory_order_relaxed))
     return {grpc::StatusCode::UNAVAILABLE, "the agent is going down"};
-  return authenticator_ ? authenticator_->check(context.client_metadata()) : grpc::Status::OK;
+  return authenticator_ ? authenticator_->check(context.client_metadata(), context.peer()) : grpc::Status::OK;
 }
 
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*

@@ -16,15 +16,13 @@
 #include <sstream>
 
 #include "Tovak/Clock.h"
+#include "agent/service/Place.h"
 
 namespace Agent {
 namespace {
 
 // Longer ones cannot be right; crypt takes no longer phrase.
 constexpr std::size_t kLongest = CRYPT_MAX_PASSPHRASE_SIZE - 1;
-
-// What to hash with for a name that is not known and no user is there to copy from.
-constexpr char const* kAnySetting = "$6$nobodynobodynobo$";
 
 std::string hashOf(std::string const& password, char const* setting) {
   auto const data = std::make_unique<crypt_data>();
@@ -43,6 +41,14 @@ std::string faultOf(std::string_view name, std::string const& hash) {
   case CRYPT_SALT_TOO_CHEAP: return fmt::format("the hash of '{}' is of a weak kind", name);
   default: return fmt::format("what follows '{}:' is not a crypt hash", name);
   }
+}
+
+// What of a hash says how it is computed and at which cost: all before the salt, "$6$rounds=5000", "$y$j9T", "$2b$12".
+std::string_view kindOf(std::string_view hash) {
+  std::string_view const settings = hash.substr(0, hash.rfind('$'));
+  if (hash.starts_with("$2")) return settings;            // whose salt and hash are one field
+  if (hash.starts_with("$7$")) return hash.substr(0, 14); // whose cost, of 11 letters, and salt are one field
+  return settings.substr(0, settings.rfind('$'));
 }
 
 } // namespace
@@ -64,6 +70,9 @@ Kstd::Result<Users, std::string> Users::parse(std::string_view text) {
     if (fault.empty() && !users.hashes_.emplace(name, hash).second)
       fault = fmt::format("'{}' is there already", name);
     if (!fault.empty()) return Kstd::Err(fmt::format("line {}: {}", number, fault));
+    bool const isNew = std::ranges::none_of(
+        users.kinds_, [&hash](std::string const& kind) { return kindOf(kind) == kindOf(hash); });
+    if (isNew) users.kinds_.push_back(hash);
   }
   if (users.hashes_.empty()) return Kstd::Err(std::string("no user"));
   return users;
@@ -79,21 +88,25 @@ Kstd::Result<Users, std::string> Users::fromFile(std::string const& path) {
 }
 
 bool Users::accepts(std::string_view name, std::string_view password) const {
+  std::string const phrase(password);
   auto const user = hashes_.find(name);
-  // An unknown name takes as long as a known one.
-  char const* const setting = user != hashes_.end() ? user->second.c_str()
-                              : hashes_.empty()     ? kAnySetting
-                                                    : hashes_.begin()->second.c_str();
-  std::string const hash = hashOf(std::string(password), setting);
-  return user != hashes_.end() && hash.size() == user->second.size() &&
-         CRYPTO_memcmp(hash.data(), user->second.data(), hash.size()) == 0;
+  bool isRight = false;
+  for (std::string const& kind : kinds_) {
+    bool const isOwn = user != hashes_.end() && kindOf(user->second) == kindOf(kind);
+    std::string const& expected = isOwn ? user->second : kind;
+    std::string const hash = hashOf(phrase, expected.c_str());
+    bool const isSame =
+        hash.size() == expected.size() && CRYPTO_memcmp(hash.data(), expected.data(), hash.size()) == 0;
+    isRight = isRight || (isOwn && isSame);
+  }
+  return isRight;
 }
 
 Authenticator::Authenticator(Users users, Tovak::Clock& clock) : users_(std::move(users)), clock_(clock) {
   if (RAND_bytes(key_.data(), static_cast<int>(key_.size())) != 1) std::abort(); // no randomness, no secrets
 }
 
-grpc::Status Authenticator::check(Metadata const& metadata) {
+grpc::Status Authenticator::check(Metadata const& metadata, std::string const& peer) {
   auto const one = [&](char const* key) -> std::string_view {
     auto const [first, last] = metadata.equal_range(key);
     bool const isSingle = first != last && std::next(first) == last;
@@ -110,15 +123,15 @@ grpc::Status Authenticator::check(Metadata const& metadata) {
   Digest const asked = digest(name, password);
   Known verdict = known(asked);
   if (verdict == Known::No) {
+    std::string const place = placeOf(peer);
+    grpc::Status const tooMany(grpc::StatusCode::UNAVAILABLE, "too many wrong passwords; try again later");
+    if (!mayGuess(place, name)) return tooMany; // the wait is for those who may
     std::unique_lock const hold(hashing_, std::chrono::nanoseconds(patienceNs));
     if (!hold) return {grpc::StatusCode::UNAVAILABLE, "too many passwords at a time; try again later"};
     verdict = known(asked); // meanwhile another call may have found out
     if (verdict == Known::No) {
-      if (!mayGuess()) return {grpc::StatusCode::UNAVAILABLE, "too many wrong passwords; try again later"};
-      std::int64_t const begin = clock_.monotonicNs();
-      bool const isAccepted = users_.accepts(name, password);
-      remember(asked, isAccepted, clock_.monotonicNs() - begin);
-      verdict = isAccepted ? Known::Accepted : Known::Refused;
+      if (!mayGuess(place, name)) return tooMany;
+      verdict = found(name, password, asked, place);
     }
   }
   return verdict == Known::Accepted ? grpc::Status::OK : refused;
@@ -145,25 +158,25 @@ Authenticator::Known Authenticator::known(Digest const& digest) {
   return found->second.isAccepted ? Known::Accepted : Known::Refused;
 }
 
-void Authenticator::remember(Digest const& digest, bool isAccepted, std::int64_t tookNs) {
+bool Authenticator::mayGuess(std::string const& place, std::string_view name) {
   std::lock_guard<std::mutex> const hold(lock_);
+  return guesses_.mayGuess(place, name, clock_.monotonicNs());
+}
+
+Authenticator::Known Authenticator::found(std::string_view name, std::string_view password,
+                                          Digest const& digest, std::string const& place) {
+  std::int64_t const begin = clock_.monotonicNs();
+  bool const isAccepted = users_.accepts(name, password);
   std::int64_t const now = clock_.monotonicNs();
-  // A right one was no guess. A wrong one that was costly to find out is paid for longer.
-  guessesUntilNs_ += isAccepted ? -guessNs : std::max<std::int64_t>(0, costFactor * tookNs - guessNs);
+  std::lock_guard<std::mutex> const hold(lock_);
+  if (!isAccepted) guesses_.guessed(place, name, now, now - begin);
   if (verdicts_.size() >= memory) {
     std::erase_if(verdicts_,
                   [&](auto const& entry) { return entry.second.untilNs <= now || !entry.second.isAccepted; });
   }
   if (verdicts_.size() < memory)
     verdicts_.insert_or_assign(digest, Verdict{isAccepted, now + (isAccepted ? acceptedNs : refusedNs)});
-}
-
-bool Authenticator::mayGuess() {
-  std::lock_guard<std::mutex> const hold(lock_);
-  std::int64_t const now = clock_.monotonicNs();
-  if (guessesUntilNs_ > now + (guessBurst - 1) * guessNs) return false;
-  guessesUntilNs_ = std::max(guessesUntilNs_, now) + guessNs;
-  return true;
+  return isAccepted ? Known::Accepted : Known::Refused;
 }
 
 } // namespace Agent

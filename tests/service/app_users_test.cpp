@@ -3,11 +3,13 @@
 
 #include <crypt.h>
 
+#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Tovak/Clock.h"
+#include "agent/service/Place.h"
 #include "agent/service/Users.h"
 
 namespace Agent {
@@ -25,8 +27,9 @@ Authenticator::Metadata metadata(std::vector<std::pair<char const*, char const*>
   return map;
 }
 
-grpc::StatusCode codeOf(Authenticator& authenticator, char const* name, char const* password) {
-  return authenticator.check(metadata({{"username", name}, {"password", password}})).error_code();
+grpc::StatusCode codeOf(Authenticator& authenticator, char const* name, char const* password,
+                        std::string const& peer = "ipv4:10.0.0.1:5000") {
+  return authenticator.check(metadata({{"username", name}, {"password", password}}), peer).error_code();
 }
 
 TEST(Users, TheFileIsCheckedLineByLine) {
@@ -80,12 +83,12 @@ TEST(Authenticator, OnlyTheRightPairIsLetIn) {
            {{"username", "ann"}},
            {{"username", "ann"}, {"username", "bob"}, {"password", "open"}},
            {{"username", "ann"}, {"password", endless.c_str()}}}) {
-    EXPECT_EQ(authenticator.check(metadata(entries)).error_code(), Code::UNAUTHENTICATED);
+    EXPECT_EQ(authenticator.check(metadata(entries), "unix:").error_code(), Code::UNAUTHENTICATED);
   }
   Authenticator::Metadata cut;
   cut.emplace("username", "ann");
   cut.emplace("password", grpc::string_ref("open\0more", 9)); // the hash would end at the NUL
-  EXPECT_EQ(authenticator.check(cut).error_code(), Code::UNAUTHENTICATED);
+  EXPECT_EQ(authenticator.check(cut, "unix:").error_code(), Code::UNAUTHENTICATED);
 }
 
 TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
@@ -96,19 +99,65 @@ TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
   std::int64_t looked = 0;
   for (int i = 0; i < 50; ++i)
     looked += codeOf(authenticator, "ann", std::to_string(i).c_str()) == Code::UNAUTHENTICATED ? 1 : 0;
-  EXPECT_EQ(looked, Authenticator::guessBurst);
+  EXPECT_EQ(looked, GuessBudget::burst);
   EXPECT_EQ(codeOf(authenticator, "ann", "another"), Code::UNAVAILABLE);
   EXPECT_EQ(codeOf(authenticator, "ann", "0"), Code::UNAUTHENTICATED); // a guess that was made already
   EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
-  clock.advance(Authenticator::guessNs);
+  clock.advance(GuessBudget::guessNs);
   EXPECT_EQ(codeOf(authenticator, "ann", "another"), Code::UNAUTHENTICATED);
   EXPECT_EQ(codeOf(authenticator, "ann", "yet another"), Code::UNAVAILABLE);
   // What was known is asked for anew some time, and right passwords use nothing up.
   clock.advance(Authenticator::acceptedNs);
-  for (int i = 0; i < 3 * Authenticator::guessBurst; ++i) {
+  for (int i = 0; i < 3 * GuessBudget::burst; ++i) {
     EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
-    clock.advance(Authenticator::acceptedNs / Authenticator::guessBurst / 2);
+    clock.advance(Authenticator::acceptedNs / GuessBudget::burst / 2);
   }
+}
+
+TEST(Authenticator, WhoGuessesElsewhereShutsNobodyOut) {
+  Tovak::SimulatedClock clock;
+  Authenticator authenticator(Users::parse("ann:" + hashed("open") + "\nbob:" + hashed("sesame")).value(),
+                              clock);
+  using Code = grpc::StatusCode;
+  std::int64_t looked = 0;
+  for (int i = 0; i < 400; ++i) { // 20 s of four places that guess as much as they can
+    std::string const peer = "ipv4:10.0.1." + std::to_string(i % 4) + ":" + std::to_string(i);
+    looked += codeOf(authenticator, "ann", std::to_string(i).c_str(), peer) == Code::UNAUTHENTICATED ? 1 : 0;
+    clock.advance(50'000'000);
+  }
+  EXPECT_LE(looked, 4 * GuessBudget::goodGuesses + GuessBudget::burst + 20) << "one a second at a name";
+  EXPECT_EQ(codeOf(authenticator, "ann", "mistyped"), Code::UNAUTHENTICATED)
+      << "from a place that did not guess";
+  EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "bob", "sesame", "ipv4:10.0.1.3:1"), Code::OK)
+      << "another name, from one that did";
+  EXPECT_EQ(codeOf(authenticator, "ann", "open", "ipv4:10.0.1.3:1"), Code::OK) << "remembered";
+
+  EXPECT_EQ(placeOf("ipv4:10.0.0.1:5000"), "10.0.0.1");
+  EXPECT_EQ(placeOf("ipv6:%5B2001:db8::1:2:3:4%5D:5000"), placeOf("ipv6:%5B2001:db8::4%5D:1"));
+  EXPECT_NE(placeOf("ipv6:%5B2001:db8::1%5D:5000"), placeOf("ipv6:%5B2001:db8:0:1::1%5D:1"));
+}
+
+// By the processor's time, which other programs do not lengthen.
+TEST(Users, EveryNameCostsTheSame) {
+  auto const hash = [](char const* setting) {
+    crypt_data data{};
+    return std::string(::crypt_r("open", setting, &data));
+  };
+  Users const users =
+      Users::parse("ann:" + hashed("open") + "\nbob:" + hash("$6$rounds=60000$abcdefgh$") +
+                   "\ncarl:" + hashed("open") + "\ndora:" + hash("$2b$05$abcdefghijklmnopqrstuu"))
+          .value();
+  EXPECT_TRUE(users.accepts("ann", "open") && users.accepts("bob", "open") && users.accepts("dora", "open"));
+  auto const cost = [&users](char const* name) {
+    std::clock_t const begin = std::clock();
+    for (int i = 0; i < 3; ++i)
+      EXPECT_FALSE(users.accepts(name, "wrong"));
+    return static_cast<double>(std::clock() - begin);
+  };
+  double const bob = cost("bob");
+  for (char const* const name : {"ann", "carl", "dora", "nobody"})
+    EXPECT_NEAR(cost(name) / bob, 1, 0.5) << name;
 }
 
 } // namespace
