@@ -14,6 +14,7 @@
 #include "agent/client/Commands.h"
 #include "agent/collect/Collectors.h"
 #include "agent/data/ConfigCarrier.h"
+#include "agent/options/Console.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
@@ -28,7 +29,7 @@ constexpr std::int64_t kFillStepNs = 5'000'000;
 constexpr std::int64_t kPatienceNs = 5'000'000'000; // with calls that run when the agent is to end
 
 int cannotStart(std::string const& why) {
-  fmt::print(stderr, "ondra-agent serve: {}\n", why);
+  Agent::say(stderr, fmt::format("ondra-agent serve: {}\n", why));
   return Agent::ExitCode::start;
 }
 
@@ -60,12 +61,12 @@ struct Sources {
 
 void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
   for (std::string const& warning : security.warnings)
-    fmt::print(stderr, "ondra-agent serve: warning: {}\n", warning);
+    Agent::say(stderr, fmt::format("ondra-agent serve: warning: {}\n", warning));
   for (Agent::ListenAddress const& address : server.addresses()) {
-    fmt::print(stderr, "ondra-agent serve: listening on {} ({})\n", address.text(),
-               !security.isSecure     ? "plaintext"
-               : security.asksClients ? "TLS, client certificates required"
-                                      : "TLS");
+    Agent::say(stderr, fmt::format("ondra-agent serve: listening on {} ({})\n", address.text(),
+                                   !security.isSecure     ? "plaintext"
+                                   : security.asksClients ? "TLS, client certificates required"
+                                                          : "TLS"));
   }
 }
 
@@ -73,12 +74,12 @@ int serve(std::vector<std::string> const& arguments) {
   Agent::Signals signals; // before there are threads: gRPC starts some with the first credentials
   auto options = Agent::ServeOptions::parse(arguments);
   if (!options) {
-    fmt::print(options.error().code == Agent::ExitCode::ok ? stdout : stderr, "{}", options.error().text);
+    Agent::say(options.error().code == Agent::ExitCode::ok ? stdout : stderr, options.error().text);
     return options.error().code;
   }
   if (!options->trace.empty()) { // an empty one would take back what the environment says
     if (auto const traced = Tovak::Platform::traceIs(options->trace); !traced) {
-      fmt::print(stderr, "ondra-agent serve: --trace: {}\n", traced.error());
+      Agent::say(stderr, fmt::format("ondra-agent serve: --trace: {}\n", traced.error()));
       return Agent::ExitCode::usage;
     }
   }
@@ -91,15 +92,21 @@ int serve(std::vector<std::string> const& arguments) {
     authenticator = std::make_shared<Agent::Authenticator>(std::move(*users), Tovak::SystemClock::instance());
   }
   if (options->checksOnly) {
-    fmt::print("configuration ok\n");
+    Agent::say(stdout, "configuration ok\n");
     return Agent::ExitCode::ok;
   }
+
+  if (std::size_t const fit = Agent::connectionsThatFit(options->connections.connections);
+      fit < std::exchange(options->connections.connections, fit))
+    Agent::say(stderr,
+               fmt::format("ondra-agent serve: warning: descriptors for {} connections at most\n", fit));
 
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
   Sources sources(runtime, *options);
   runtime.start();
-  auto server = Agent::Server::start({options->listen, *security, authenticator}, runtime);
+  auto server =
+      Agent::Server::start({options->listen, *security, authenticator, options->connections}, runtime);
   if (!server) {
     runtime.stop();
     return cannotStart(server.error());
@@ -128,27 +135,31 @@ constexpr std::array<Command, 5> kCommands = {{
 }};
 
 int help(std::FILE* to, int code) {
-  fmt::print(to, "usage: ondra-agent COMMAND [OPTION...]\n\n");
+  std::string text = "usage: ondra-agent COMMAND [OPTION...]\n\n";
   for (Command const& command : kCommands)
-    fmt::print(to, "  {:<14}{}\n", command.name, command.what);
-  fmt::print(to, "\n'ondra-agent COMMAND --help' tells its options; "
-                 "'ondra-agent --version' the version.\n");
+    text += fmt::format("  {:<14}{}\n", command.name, command.what);
+  Agent::say(
+      to, text + "\n'ondra-agent COMMAND --help' tells its options; 'ondra-agent --version' the version.\n");
   return code;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  std::vector<std::string> const arguments(argv + 1, argv + argc);
+int run(std::vector<std::string> const& arguments) {
   if (arguments.empty()) return help(stderr, Agent::ExitCode::usage);
   for (Command const& command : kCommands) {
     if (arguments.front() == command.name) return command.run({arguments.begin() + 1, arguments.end()});
   }
   if (arguments.front() == "--help" || arguments.front() == "-h") return help(stdout, Agent::ExitCode::ok);
   if (arguments.front() == "--version") {
-    fmt::print("ondra-agent {}\n", Kstd::libraryVersion());
+    Agent::say(stdout, fmt::format("ondra-agent {}\n", Kstd::libraryVersion()));
     return Agent::ExitCode::ok;
   }
-  fmt::print(stderr, "ondra-agent: no command '{}'\n", arguments.front());
+  Agent::say(stderr, fmt::format("ondra-agent: no command '{}'\n", arguments.front()));
   return help(stderr, Agent::ExitCode::usage);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  Agent::standardStreamsAreOpen();
+  return Agent::codeAfterPrinting(run({argv + 1, argv + argc}));
 }

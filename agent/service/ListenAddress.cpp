@@ -2,15 +2,9 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
-#include <netdb.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <memory>
 
 namespace Agent {
 
@@ -50,27 +44,6 @@ std::string ListenAddress::text() const {
   if (isUnix) return fmt::format("unix:{}", host);
   return host.find(':') == std::string::npos ? fmt::format("{}:{}", host, port)
                                              : fmt::format("[{}]:{}", host, port);
-}
-
-std::string ListenAddress::whyNot() const {
-  if (isUnix) return "the socket cannot be made";
-  addrinfo hints{};
-  hints.ai_flags = AI_PASSIVE;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (int const code = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found); code != 0)
-    return ::gai_strerror(code);
-  std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> const guard(found, &::freeaddrinfo);
-  for (addrinfo const* one = found; one != nullptr; one = one->ai_next) {
-    int const fd = ::socket(one->ai_family, one->ai_socktype | SOCK_CLOEXEC, one->ai_protocol);
-    if (fd < 0) return std::strerror(errno);
-    int const on = 1;
-    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
-    int const failed = ::bind(fd, one->ai_addr, one->ai_addrlen) == 0 && ::listen(fd, 1) == 0 ? 0 : errno;
-    ::close(fd);
-    if (failed != 0) return std::strerror(failed);
-  }
-  return {};
 }
 
 } // namespace Agent

@@ -20,10 +20,7 @@ struct ListenAddress {
 
   // Only this machine can reach it.
   [[nodiscard]] bool isLoopback() const;
-  // As gRPC takes it.
   [[nodiscard]] std::string text() const;
-  // Why a socket cannot listen there now ("Address already in use"); empty when one can. Tries it.
-  [[nodiscard]] std::string whyNot() const;
 };
 
 } // namespace Agent

@@ -9,6 +9,7 @@ namespace {
 
 constexpr char const* kCommand = "ondra-agent serve";
 constexpr std::int64_t kMillisecondNs = 1'000'000;
+constexpr std::int64_t kHourNs = 3'600'000 * kMillisecondNs;
 
 // What the user wrote, before it is checked.
 struct Raw {
@@ -35,7 +36,7 @@ void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
       ->type_name("FILE");
 }
 
-void addLimits(CLI::App& app, Limits& limits) {
+void addLimits(CLI::App& app, Limits& limits, ConnectionLimits& connections) {
   auto const count = [&](char const* name, std::size_t& value, char const* description) {
     app.add_option(name, value, description)
         ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
@@ -49,6 +50,11 @@ void addLimits(CLI::App& app, Limits& limits) {
         ->type_name("BYTES")
         ->capture_default_str();
   };
+  count("--max-connections", connections.connections, "connections at a time");
+  count("--max-connections-per-peer", connections.connectionsPerPeer,
+        "of these, from one address (IPv6: /64 network)");
+  count("--max-handshakes", connections.handshakes, "of these, that have not got beyond their handshake");
+  durationOption(app, "--handshake-timeout", connections.handshakeNs, "how long a handshake may take (10s)");
   count("--max-streams", limits.streams, "Subscribe calls at a time");
   count("--max-streams-per-peer", limits.streamsPerPeer, "of these, from one address");
   count("--max-subscriptions", limits.subscriptionsPerCall, "subscriptions of one call");
@@ -107,6 +113,8 @@ std::string faultOf(Raw const& raw, ServeOptions& options) {
   if (options.samplePeriodNs < 10 * kMillisecondNs) return "--machine-period: at least 10ms";
   if (options.limits.memoryBytes != 0 && options.limits.memoryBytes < std::size_t{8} << 20)
     return "--memory-budget: at least 8MiB";
+  if (options.connections.handshakeNs < 100 * kMillisecondNs || options.connections.handshakeNs > kHourNs)
+    return "--handshake-timeout: between 100ms and 1h";
   if (options.limits.stuckNs < 10 * kMillisecondNs) return "--stuck-after: at least 10ms";
   if (options.syntheticRate > 0 && options.syntheticLeaves == 0) return "--synthetic-rate needs --synthetic";
   return {};
@@ -122,7 +130,7 @@ Kstd::Result<ServeOptions, EarlyExit> ServeOptions::parse(std::vector<std::strin
   Raw raw;
   ServeOptions options;
   addConnection(app, raw, options);
-  addLimits(app, options.limits);
+  addLimits(app, options.limits, options.connections);
   addModel(app, raw, options);
   app.add_option("--trace", options.trace, "trace levels, as in 'OndraWalker/0-5,AgentGrpc/*'")
       ->type_name("SPEC");

@@ -8,6 +8,7 @@
 
 #include "Kstd/Result.h"
 #include "agent/options/CommandLine.h"
+#include "agent/service/Acceptor.h"
 #include "agent/service/ListenAddress.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/Tls.h"
@@ -22,6 +23,7 @@ struct ServeOptions {
   std::string usersFile; // empty: everybody may call
   std::string trace;
   Limits limits;
+  ConnectionLimits connections;
   bool servesMachine = true;
   std::int64_t samplePeriodNs = 1'000'000'000; // of the machine
   bool appliesConfig = false;

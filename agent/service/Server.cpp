@@ -6,6 +6,8 @@
 #include <grpcpp/resource_quota.h>
 #include <grpcpp/server_builder.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "agent/model/System.h"
@@ -30,11 +32,14 @@ void prepareGrpc() {
   static_cast<void>(once);
 }
 
-void limitsIs(grpc::ServerBuilder& builder, Limits const& limits) {
+void limitsIs(grpc::ServerBuilder& builder, Limits const& limits, ConnectionLimits const& connections) {
   builder.SetMaxReceiveMessageSize(static_cast<int>(limits.messageBytes));
   builder.SetMaxSendMessageSize(-1);
-  // Two servers must not share a port without knowing.
-  builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
+  // Of TLS, and until the client's settings have come.
+  builder.AddChannelArgument(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS,
+                             static_cast<int>(connections.handshakeNs / 1'000'000));
+  // Who has no calls comes again when he has some.
+  builder.AddChannelArgument(GRPC_ARG_MAX_CONNECTION_IDLE_MS, 600 * kSecondMs);
   // Collectors ping as often as every 10 s, also while a stream says nothing: the default policy would end such connections.
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5 * kSecondMs);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
@@ -56,29 +61,30 @@ Kstd::Result<std::unique_ptr<Server>, std::string> Server::start(Options const& 
   prepareGrpc();
   std::unique_ptr<Server> server(new Server(runtime));
   server->service_ = std::make_unique<GnmiService>(runtime, options.authenticator);
-  if (server->listen(options)) return server;
-  for (ListenAddress const& address : options.listen) {
-    if (std::string const why = address.whyNot(); !why.empty())
-      return Kstd::Err(fmt::format("cannot listen on {}: {}", address.text(), why));
-  }
-  return Kstd::Err(fmt::format("cannot listen on {}", options.listen.front().text()));
+  if (auto const listens = server->listen(options); !listens) return Kstd::Err(listens.error());
+  return server;
 }
 
-bool Server::listen(Options const& options) {
-  grpc::ServerBuilder builder;
-  limitsIs(builder, runtime_.limits());
-  builder.RegisterService(service_.get());
-  std::vector<int> ports(options.listen.size(), 0);
-  for (std::size_t i = 0; i < ports.size(); ++i)
-    builder.AddListeningPort(options.listen[i].text(), options.security.credentials, &ports[i]);
-  server_ = builder.BuildAndStart();
-  if (!server_) return false;
-  for (std::size_t i = 0; i < ports.size(); ++i) {
-    addresses_.push_back(options.listen[i]);
-    if (!addresses_.back().isUnix) addresses_.back().port = static_cast<std::uint16_t>(ports[i]);
+Kstd::Result<void, std::string> Server::listen(Options const& options) {
+  std::vector<Listener> listeners;
+  for (ListenAddress const& address : options.listen) {
+    auto made = Listener::at(address);
+    if (!made) return Kstd::Err(fmt::format("cannot listen on {}: {}", address.text(), made.error()));
+    addresses_.push_back(made->front().address());
+    std::ranges::move(*made, std::back_inserter(listeners));
   }
+  grpc::ServerBuilder builder;
+  limitsIs(builder, runtime_.limits(), options.connections);
+  builder.RegisterService(service_.get());
+  auto grpcs = builder.experimental().AddExternalConnectionAcceptor(
+      grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, options.security.credentials);
+  server_ = builder.BuildAndStart();
+  if (!server_) return Kstd::Err(std::string("gRPC does not start"));
   server_->GetHealthCheckService()->SetServingStatus(gnmi::gNMI::service_full_name(), true);
-  return true;
+  acceptor_ = std::make_unique<Acceptor>(std::move(listeners), options.connections, options.security.isSecure,
+                                         runtime_.clock());
+  acceptor_->start(std::move(grpcs));
+  return {};
 }
 
 Server::Server(Runtime& runtime) : runtime_(runtime) {}
@@ -89,6 +95,7 @@ void Server::drain(std::int64_t patienceNs) {
   if (!server_) return;
   server_->GetHealthCheckService()->SetServingStatus(false);
   service_->closedIs();
+  acceptor_->stop();
   runtime_.scheduler()->post([&runtime = runtime_] {
     runtime.engine().callsEnd({grpc::StatusCode::UNAVAILABLE, "the agent is going down"});
   });

@@ -1,4 +1,4 @@
-// Agent::Server: gRPC around the gNMI service: ports, TLS, health, reflection, limits, the end.
+// Agent::Server: gRPC around the gNMI service: TLS, health, reflection, limits, the end. Connections come from an `Acceptor`.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kstd/Result.h"
+#include "agent/service/Acceptor.h"
 #include "agent/service/ListenAddress.h"
 #include "agent/service/Tls.h"
 
@@ -28,6 +29,7 @@ public:
     std::vector<ListenAddress> listen;
     ServerSecurity security;
     std::shared_ptr<Authenticator> authenticator; // null: everybody may call
+    ConnectionLimits connections = {};
   };
 
   // The error names the address and why it cannot be listened on.
@@ -46,12 +48,13 @@ public:
 
 private:
   explicit Server(Runtime& runtime);
-  [[nodiscard]] bool listen(Options const& options);
+  [[nodiscard]] Kstd::Result<void, std::string> listen(Options const& options);
 
   Runtime& runtime_;
   std::unique_ptr<GnmiService> service_;
   std::vector<ListenAddress> addresses_;
   std::unique_ptr<grpc::Server> server_;
+  std::unique_ptr<Acceptor> acceptor_; // stops before gRPC does
 };
 
 // Enters the server in the model: /system/grpc-servers/grpc-server[name]. Scheduler thread.

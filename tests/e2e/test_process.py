@@ -2,12 +2,13 @@
 import json
 import signal
 import socket
+import subprocess
 import time
 import unittest
 
 import grpc
 
-from support import DEADLINE, Agent, Watcher, command, stream
+from support import AGENT, DEADLINE, WORK, Agent, Watcher, command, stream
 
 DESCRIPTION = "/interfaces/interface[name=lo]/config/description"
 
@@ -23,9 +24,22 @@ class Process(unittest.TestCase):
             watcher.subscriber._subscribe_thread.join(DEADLINE)
             self.assertEqual(watcher.subscriber.error.code(), grpc.StatusCode.UNAVAILABLE)
 
-    def testSigintEndsItToo(self):
-        with Agent() as agent:
-            self.assertEqual(agent.end(signal.SIGINT), 0)
+    def testSigintAndAHangupEndItTooAndNobodyNeedsToListen(self):
+        for number in (signal.SIGINT, signal.SIGHUP):
+            with Agent() as agent:
+                self.assertEqual(agent.end(number), 0)
+        for lost in ("2>&-", "2>/dev/full", "<&- >&- 2>&-"):  # no line tells that it listens: its socket does
+            path = str(WORK / "lost.sock")
+            process = subprocess.Popen(["sh", "-c", f'exec "$0" serve --insecure --no-machine --listen unix:{path} {lost}', AGENT])
+            end = time.monotonic() + DEADLINE
+            while command("capabilities", "--insecure", "-a", f"unix:{path}")[0] != 0:
+                self.assertLess(time.monotonic(), end)
+                self.assertIsNone(process.poll(), lost)
+            code, out, err = command("serve", "--insecure", "--listen", f"unix:{path}")
+            self.assertEqual((code, out), (3, ""), "a second one")
+            self.assertIn("Address already in use", err)
+            process.terminate()
+            self.assertEqual(process.wait(DEADLINE), 0)
 
     def testHealthSaysThatItDrainsAndASecondSignalEndsItAtOnce(self):
         for second, code in ((False, 0), (True, 128 + signal.SIGTERM)):

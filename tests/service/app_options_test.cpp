@@ -64,6 +64,7 @@ TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
            {{"--insecure", "--sample-floor", "0s"}, "--sample-floor: at least 1ms"},
            {{"--insecure", "--max-streams", "0"}, "--max-streams"},
            {{"--insecure", "--max-message", "1"}, "--max-message"},
+           {{"--insecure", "--handshake-timeout", "1ms"}, "--handshake-timeout: between"},
            {{"--insecure", "--memory-budget", "1MiB"}, "--memory-budget: at least 8MiB"},
            {{"--insecure", "--synthetic-rate", "5"}, "needs --synthetic"},
            {{"--insecure", "word"}, "word"},

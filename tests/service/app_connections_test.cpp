@@ -1,0 +1,228 @@
+// Connections until gRPC has them: who listens where, what they may open with, how many there may be, and when they have ended.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <grpcpp/server_builder.h>
+
+#include "Tovak/Clock.h"
+#include "agent/service/Acceptor.h"
+#include "agent/service/Opening.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::string_view kPreface = "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n";
+
+TEST(Opening, IsOfItsProtocol) {
+  using namespace std::string_literals;
+  struct Case {
+    std::string bytes;
+    Opening plain, tls;
+  };
+  for (Case const& c : std::vector<Case>{
+           {"", Opening::Begun, Opening::Begun},
+           {"P", Opening::Begun, Opening::Wrong},
+           {std::string(kPreface.substr(0, 23)), Opening::Begun, Opening::Wrong},
+           {std::string(kPreface) + "\0\0\0\4"s, Opening::Whole, Opening::Wrong},
+           {"GET / HTTP/1.1\r\n", Opening::Wrong, Opening::Wrong},
+           {"\x16", Opening::Wrong, Opening::Begun},
+           {"\x16\3\1\0"s, Opening::Wrong, Opening::Begun},
+           {"\x16\3\1\0\2x"s, Opening::Wrong, Opening::Begun},
+           {"\x16\3\1\0\2xy"s, Opening::Wrong, Opening::Whole},
+           {"\x16\3\1\0\0"s, Opening::Wrong, Opening::Wrong},
+           {"\x16\3\1\x40\1"s, Opening::Wrong, Opening::Wrong},
+           {"\x16\2"s, Opening::Wrong, Opening::Wrong},
+           {"\x15\3\1\0\2xy"s, Opening::Wrong, Opening::Wrong},
+       }) {
+    EXPECT_EQ(openingOf(c.bytes, false), c.plain) << c.bytes;
+    EXPECT_EQ(openingOf(c.bytes, true), c.tls) << c.bytes;
+  }
+}
+
+// Takes connections as gRPC does, and ends them when told to.
+class Taker final : public Acceptor::Grpc {
+public:
+  void HandleNewConnection(NewConnectionParameters* given) override {
+    std::lock_guard const guard(mutex_);
+    fds_.push_back(given->fd);
+    taken_.notify_all();
+  }
+  // Waits for so many.
+  void await(std::size_t count) {
+    std::unique_lock guard(mutex_);
+    EXPECT_TRUE(taken_.wait_for(guard, std::chrono::seconds(20), [&] { return fds_.size() >= count; }));
+  }
+  ~Taker() override { endAll(); }
+  void endAll() {
+    std::lock_guard const guard(mutex_);
+    for (int const fd : fds_) {
+      ::shutdown(fd, SHUT_RDWR);
+      ::close(fd);
+    }
+    fds_.clear();
+  }
+
+private:
+  std::mutex mutex_;
+  std::condition_variable taken_;
+  std::vector<int> fds_;
+};
+
+class Client {
+public:
+  Client(ListenAddress const& to, std::string_view says, char const* from = "127.0.0.1")
+      : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    timeval const patience{.tv_sec = 20, .tv_usec = 0};
+    ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    ::inet_pton(AF_INET, from, &name.sin_addr);
+    EXPECT_EQ(::bind(fd_, reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+    ::inet_pton(AF_INET, "127.0.0.1", &name.sin_addr);
+    name.sin_port = htons(to.port);
+    EXPECT_EQ(::connect(fd_, reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+    say(says);
+  }
+  ~Client() { ::close(fd_); }
+  Client(Client const&) = delete;
+  void say(std::string_view what) { static_cast<void>(::send(fd_, what.data(), what.size(), MSG_NOSIGNAL)); }
+  // Waits for it.
+  bool isClosed() {
+    char byte = 0;
+    ssize_t const count = ::recv(fd_, &byte, 1, 0);
+    return count == 0 || (count < 0 && errno == ECONNRESET);
+  }
+  bool isOpen() {
+    char byte = 0;
+    return ::recv(fd_, &byte, 1, MSG_DONTWAIT) < 0 && errno == EAGAIN;
+  }
+
+private:
+  int fd_;
+};
+
+class Accepting {
+public:
+  explicit Accepting(ConnectionLimits const& limits, bool isTls = false) {
+    auto listeners = Listener::at({.host = "127.0.0.1"});
+    EXPECT_TRUE(listeners.ok());
+    address = listeners->front().address();
+    acceptor =
+        std::make_unique<Acceptor>(std::move(*listeners), limits, isTls, Tovak::SystemClock::instance());
+    auto made = std::make_unique<Taker>();
+    taker = made.get();
+    acceptor->start(std::move(made));
+  }
+  std::unique_ptr<Client> client(std::string_view says = kPreface, char const* from = "127.0.0.1") {
+    return std::make_unique<Client>(address, says, from);
+  }
+  ListenAddress address;
+  std::unique_ptr<Acceptor> acceptor;
+  Taker* taker = nullptr; // the acceptor's
+};
+
+TEST(Acceptor, BoundsConnectionsAndCountsThemUntilTheyEnd) {
+  Accepting accepting({.connections = 5, .connectionsPerPeer = 3});
+  for (int round = 0; round < 3; ++round) { // each begins with all places free
+    std::vector<std::unique_ptr<Client>> in;
+    for (char const* const from : {"127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.2", "127.0.0.3"})
+      in.push_back(accepting.client(kPreface, from));
+    EXPECT_TRUE(accepting.client(kPreface, "127.0.0.1")->isClosed()) << "too many of one peer";
+    EXPECT_TRUE(accepting.client(kPreface, "127.0.0.4")->isClosed()) << "too many";
+    for (auto const& each : in)
+      EXPECT_TRUE(each->isOpen());
+    // gRPC ends them. That is seen a moment later: until then new ones may still be refused.
+    accepting.taker->endAll();
+    for (auto const& each : in)
+      EXPECT_TRUE(each->isClosed());
+    int tries = 0;
+    auto probe = accepting.client("GET ", "127.0.0.9");
+    while (++tries < 1'000 && !probe->isClosed())
+      probe = accepting.client("GET ", "127.0.0.9");
+  }
+  auto last = accepting.client("PRI");
+  accepting.acceptor->stop();
+  EXPECT_TRUE(last->isClosed());
+}
+
+TEST(Acceptor, HandshakesMakeWayAndEndInTime) {
+  std::string const hello("\x16\3\1\0\2xy", 7);
+  { // the oldest of who has the most
+    Accepting accepting({.handshakes = 4}, true);
+    auto const quiet = accepting.client("", "127.0.0.2");
+    auto const half = accepting.client(hello);
+    auto const spoke = accepting.client(hello);
+    auto const late = accepting.client("");
+    accepting.taker->await(2);
+    spoke->say("more");
+    std::vector<std::unique_ptr<Client>> in;
+    for (int i = 0; i < 4; ++i)
+      in.push_back(accepting.client(hello));
+    EXPECT_TRUE(half->isClosed());
+    EXPECT_TRUE(late->isClosed());
+    EXPECT_TRUE(in[0]->isClosed());
+    EXPECT_TRUE(quiet->isOpen());
+    EXPECT_TRUE(spoke->isOpen());
+    EXPECT_TRUE(in[3]->isOpen());
+  }
+  for (bool const isTls : {false, true}) {
+    Accepting accepting({.handshakeNs = 100'000'000}, isTls);
+    auto const open = accepting.client(isTls ? hello : kPreface);
+    accepting.taker->await(1);
+    open->say("more");
+    EXPECT_TRUE(accepting.client("")->isClosed());
+    EXPECT_TRUE(accepting.client(isTls ? hello.substr(0, 3) : kPreface.substr(0, 3))->isClosed());
+    if (isTls) {
+      EXPECT_TRUE(accepting.client(hello)->isClosed()) << "has not answered the server";
+    }
+    EXPECT_TRUE(open->isOpen());
+  }
+}
+
+TEST(Listener, TakesAUnixSocketFromNobodyWhoListens) {
+  ListenAddress const address{.host = testing::TempDir() + "agent.sock", .isUnix = true};
+  auto const isThere = [&address] {
+    struct stat file {};
+    return ::lstat(address.host.c_str(), &file) == 0;
+  };
+  auto const why = [&address] {
+    auto const again = Listener::at(address);
+    return again.ok() ? "" : again.error();
+  };
+  ::unlink(address.host.c_str());
+  {
+    auto const first = Listener::at(address);
+    ASSERT_TRUE(first.ok()) << first.error();
+    EXPECT_EQ(why(), "Address already in use");
+    EXPECT_TRUE(isThere());
+  }
+  EXPECT_FALSE(isThere());
+  int const left = ::socket(AF_UNIX, SOCK_STREAM, 0); // of somebody who was killed
+  sockaddr_un name{};
+  name.sun_family = AF_UNIX;
+  address.host.copy(name.sun_path, sizeof(name.sun_path) - 1);
+  ASSERT_EQ(::bind(left, reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+  ::close(left);
+  EXPECT_EQ(why(), "");
+  std::ofstream(address.host) << "no socket";
+  EXPECT_EQ(why(), "Address already in use");
+  EXPECT_TRUE(isThere());
+  ::unlink(address.host.c_str());
+  EXPECT_NE(Listener::at({.host = "no/such/folder/a", .isUnix = true}).error(), "");
+}
+
+} // namespace
+} // namespace Agent
