@@ -1,4 +1,5 @@
 // The counters of the interfaces, from /proc/net/dev.
+// docs/decisions.md: "Counters come from `/proc/net/dev`"
 #pragma once
 
 #include "agent/collect/Host.h"

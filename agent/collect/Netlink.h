@@ -2,6 +2,7 @@
 //
 // Invariants
 // 1. One socket carries both the events and the answers to the dumps, so that what comes later in its queue is never older.
+//    docs/decisions.md: "One netlink socket for events and dumps."
 // 2. After opening, all links, then all addresses, then all neighbours are dumped; events in between are taken as they come.
 //    Only a complete and consistent pass ends the resync, which drops what was not told again.
 // 3. An overrun (ENOBUFS) means that anything may have been lost, the end of a dump too: the socket is closed, opened again a

@@ -1,5 +1,6 @@
 // Values that clients give to leaves, checked against the published type and brought into the one form that the library takes:
 // typed scalars of the family of the type, enumerations as their names, leaf-lists. Pure: any thread.
+// docs/decisions.md: "Numbers in JSON."
 #pragma once
 
 #include <optional>

@@ -1,5 +1,6 @@
 // Following a path with wildcards down a tree, of types or of the model: how far it has been matched by the nodes above. However many
 // wildcards it holds, each node is looked at once. Pure: any thread.
+// docs/decisions.md: "Wildcards"
 #pragma once
 
 #include <bitset>

@@ -5,6 +5,7 @@
 // 1. No path is in two of the requests, and none below another of `removals`: the order in which they are carried out does not matter.
 // 2. `removals` come last: everything before them can be taken back by writing values, an entry that is gone cannot. They are of entities
 //    alone, which no model can refuse to let go once the library has checked the request.
+//    docs/decisions.md: "Why are entries removed last?"
 // 4. An entry that the machine has stays when it is removed: what is configured of it goes, and its container of configuration with that,
 //    unless the plan names this.
 // 3. `undo`, gone through backwards, restores what `resets` and `writes` change.

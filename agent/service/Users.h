@@ -44,6 +44,7 @@ private:
 // a key of this process, so that a client pays for its hash once. One hash is computed at a time, and of wrong passwords only so many as
 // `GuessBudget` allows are looked at: guessing neither succeeds, nor takes the machine, nor shuts others out. Any thread; not for the
 // scheduler's.
+// docs/decisions.md: "Where is a password hashed?"
 class Authenticator {
 public:
   static constexpr std::int64_t acceptedNs = 600'000'000'000; // how long a right password is remembered

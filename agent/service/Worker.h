@@ -1,4 +1,5 @@
 // Agent::Worker: a thread for what takes long and touches no model.
+// docs/decisions.md: "Where is a Set planned?"
 #pragma once
 
 #include <condition_variable>

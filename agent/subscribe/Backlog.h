@@ -6,6 +6,7 @@
 //    wait behind leaves.
 // 3. What does not fit is given up, not kept: leaves become the region they lay in, ends the end of what is above them (`cut`). Whoever
 //    owns the backlog tells those regions anew.
+// docs/decisions.md: "What of a slow subscriber?"
 #pragma once
 
 #include <boost/intrusive/list.hpp>

@@ -2,6 +2,7 @@
 //
 // Invariants
 // 1. Subscriptions that ask for the same share one feed: a change is selected, framed and encoded once for all of them.
+//    docs/decisions.md: "One feed for equal subscriptions."
 // 2. A feed is in the index, at its pattern's anchor, exactly while it has members.
 // 3. A change is compared with the patterns of those feeds alone whose anchors lie above it (for the end of a path: or below).
 // 4. Changes of one time that follow each other become one message. A path that is in it already, and the end of a path, close it.

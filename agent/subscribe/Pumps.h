@@ -1,4 +1,5 @@
 // Agent::Pumps: one thread that begins the writing of streams, so that the scheduler thread never encodes nor writes.
+// docs/decisions.md: "Who begins a write?"
 #pragma once
 
 #include <condition_variable>

@@ -83,6 +83,7 @@ private:
 };
 
 // std::optional<T>. A structure is handed out as a copy, because clearing destroys it in place.
+// docs/decisions.md: "What is a handle to an optional structure?"
 template <class T>
 class OptionalAccess final : public AttrAccess {
 public:

@@ -11,6 +11,7 @@ namespace Kel {
 // thread.
 class KTD_EXPORT ActivityManagerStatus {
 public:
+  // The time of this pass.
   [[nodiscard]] std::int64_t activityLoopExecNsTime() const noexcept { return now_; }
   // At the beginning of a loop pass: the time is `now`, unless that would take it back.
   void activityLoopExecNsTimeIs(std::int64_t now) noexcept {
@@ -26,6 +27,7 @@ private:
   std::int64_t now_ = 1;
 };
 
+// The one clock of the process.
 [[nodiscard]] KTD_EXPORT ActivityManagerStatus* activityManagerStatus();
 
 } // namespace Kel

@@ -25,13 +25,13 @@ namespace Kel {
 class KTD_EXPORT EntityRef {
 public:
   EntityRef() = default;
-  explicit EntityRef(Entity const& entity);
+  explicit EntityRef(Entity const& entity); // does not keep it alive
   // The identity that a weak handle carries.
   [[nodiscard]] static EntityRef fromWeak(GenericIf const& handle);
   // Null once the entity has gone.
   [[nodiscard]] Entity* entity() const noexcept;
-  [[nodiscard]] Ptr<GenericIf const> handle() const;
-  [[nodiscard]] std::uint64_t serial() const noexcept;
+  [[nodiscard]] Ptr<GenericIf const> handle() const;   // a weak one
+  [[nodiscard]] std::uint64_t serial() const noexcept; // 0: refers to nothing
   friend bool operator==(EntityRef const& a, EntityRef const& b) noexcept { return a.serial() == b.serial(); }
   friend bool operator<(EntityRef const& a, EntityRef const& b) noexcept { return a.serial() < b.serial(); }
 
@@ -43,7 +43,7 @@ private:
 template <class E>
 class RefTo : public EntityRef {
 public:
-  using Target = E;
+  using Target = E; // the class of the entities
   using EntityRef::EntityRef;
 };
 
@@ -63,15 +63,17 @@ struct KeyLess {
 // How a key becomes a handle and back.
 template <class K>
 struct KeyTraits {
-  static TypeDesc& type() { return descOf<K>(); }
-  static Ptr<GenericIf const> handle(K const& key) { return handleOf(key); }
+  static TypeDesc& type() { return descOf<K>(); }                            // of the key
+  static Ptr<GenericIf const> handle(K const& key) { return handleOf(key); } // a detached copy
   // Raises `Kel::Error` when the handle is of another type.
   static K from(AttrDesc const& attr, GenericIf const& key);
 };
+// Of references as keys.
 template <class E>
 struct KeyTraits<RefTo<E>> {
-  static TypeDesc& type() { return descOf<E>(); }
-  static Ptr<GenericIf const> handle(RefTo<E> const& key) { return key.handle(); }
+  static TypeDesc& type() { return descOf<E>(); } // of what the key refers to
+  static Ptr<GenericIf const> handle(RefTo<E> const& key) { return key.handle(); } // a weak one
+  // Likewise.
   static RefTo<E> from(AttrDesc const& attr, GenericIf const& key);
 };
 
@@ -79,11 +81,12 @@ struct KeyTraits<RefTo<E>> {
 template <class K, class M>
 class KeyedMembers {
 public:
-  using Key = K;
-  using Member = M;
-  using Map = absl::btree_map<K, M, KeyLess<K>>;
+  using Key = K;                                 // of a member
+  using Member = M;                              // what is stored under a key
+  using Map = absl::btree_map<K, M, KeyLess<K>>; // see invariant 1
 
   KeyedMembers() = default;
+  // Copies the members; the stamp is the copy's own.
   KeyedMembers(KeyedMembers const& other) : map_(other.map_) {}
   KeyedMembers& operator=(KeyedMembers const& other) {
     ++stamp_;
@@ -91,14 +94,15 @@ public:
     return *this;
   }
 
-  [[nodiscard]] std::size_t size() const noexcept { return map_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return map_.empty(); }
-  [[nodiscard]] auto begin() const { return map_.begin(); }
-  [[nodiscard]] auto end() const { return map_.end(); }
-  [[nodiscard]] bool has(K const& key) const { return map_.contains(key); }
-  [[nodiscard]] Map const& map() const noexcept { return map_; }
-  [[nodiscard]] std::uint64_t stamp() const noexcept { return stamp_; }
+  [[nodiscard]] std::size_t size() const noexcept { return map_.size(); }   // members
+  [[nodiscard]] bool empty() const noexcept { return map_.empty(); }        // no member
+  [[nodiscard]] auto begin() const { return map_.begin(); }                 // in key order
+  [[nodiscard]] auto end() const { return map_.end(); }                     // behind the last
+  [[nodiscard]] bool has(K const& key) const { return map_.contains(key); } // a member is there
+  [[nodiscard]] Map const& map() const noexcept { return map_; }            // all members
+  [[nodiscard]] std::uint64_t stamp() const noexcept { return stamp_; }     // see invariant 2
 
+  // Adds the member, or replaces the one under its key. Tells nobody.
   void put(K const& key, M member) {
     ++stamp_;
     map_.insert_or_assign(key, std::move(member));
@@ -114,15 +118,16 @@ public:
   }
 
 protected:
-  Map map_;
-  std::uint64_t stamp_ = 0;
+  Map map_;                 // the members
+  std::uint64_t stamp_ = 0; // counts changes
 };
 
 // Entities that their owner makes and owns, by key.
 template <class K, class E>
 class KeyedEntities : public KeyedMembers<K, Ptr<E>> {
 public:
-  using Target = E;
+  using Target = E; // the class of the entities
+  // The entity under the key; null when there is none.
   [[nodiscard]] E* find(K const& key) const {
     auto const found = this->map_.find(key);
     return found == this->map_.end() ? nullptr : found->second.get();
@@ -133,7 +138,8 @@ public:
 template <class K, class E>
 class KeyedRefs : public KeyedMembers<K, Ptr<E>> {
 public:
-  using Target = E;
+  using Target = E; // the class of the entities
+  // The entity under the key; null when there is none.
   [[nodiscard]] E* find(K const& key) const {
     auto const found = this->map_.find(key);
     return found == this->map_.end() ? nullptr : found->second.get();
@@ -144,16 +150,17 @@ public:
 template <class V>
 class ValueNode final : public PtrInterface {
 public:
-  explicit ValueNode(V const& v) : value(v) {}
-  V value;
+  explicit ValueNode(V const& v) : value(v) {} // a copy
+  V value;                                     // lies here for as long as the node lives
 };
 
 // Values by key. Copying copies the values.
 template <class K, class V>
 class KeyedValues : public KeyedMembers<K, Ptr<ValueNode<V>>> {
 public:
-  using Value = V;
+  using Value = V; // of a member
   KeyedValues() = default;
+  // Copies the values.
   KeyedValues(KeyedValues const& other) : KeyedMembers<K, Ptr<ValueNode<V>>>() { *this = other; }
   KeyedValues& operator=(KeyedValues const& other) {
     if (this == &other) return *this;
@@ -163,11 +170,14 @@ public:
       this->map_.emplace(key, Ptr(new ValueNode<V>(node->value)));
     return *this;
   }
+  // The value under the key; null when there is none. Valid until the member changes.
   [[nodiscard]] V const* find(K const& key) const {
     auto const found = this->map_.find(key);
     return found == this->map_.end() ? nullptr : &found->second->value;
   }
+  // Tells nobody.
   void memberIs(K const& key, V const& value) { this->put(key, Ptr(new ValueNode<V>(value))); }
+  // Whether it was there; tells nobody.
   bool memberDel(K const& key) { return static_cast<bool>(this->take(key)); }
 };
 
@@ -175,9 +185,9 @@ public:
 template <class T>
 class Stack {
 public:
-  void push(T value) { values_.push_back(std::move(value)); }
-  void pop() { values_.pop_back(); }
-  [[nodiscard]] std::vector<T> const& values() const noexcept { return values_; }
+  void push(T value) { values_.push_back(std::move(value)); }                     // on top
+  void pop() { values_.pop_back(); }                                              // REQUIRES a value
+  [[nodiscard]] std::vector<T> const& values() const noexcept { return values_; } // the top is the last
 
 private:
   std::vector<T> values_;

@@ -200,6 +200,7 @@ template <class T>
 template <class T>
 class Declaration {
 public:
+  // REQUIRES that T is not declared yet: `Kel::Error`.
   Declaration(std::string_view module, std::string_view name) : builder_(module, name, descOf<T>()) {
     if constexpr (std::is_base_of_v<Entity, T>) {
       builder_.desc().makeObject = [] { return Ptr<PtrInterface>(new T()); };
@@ -257,7 +258,7 @@ public:
     return *this;
   }
 
-  // Values by key, and references by key.
+  // Values by key, and references to entities by key.
   template <class C, class K, class V>
   Declaration& keyed(std::string_view name, KeyedValues<K, V> C::*member) {
     keyedBy<K>(add(name, descOf<V>(), std::make_unique<Impl::ValuesAccess<K, V>>(), member));
@@ -286,6 +287,7 @@ public:
     return *this;
   }
 
+  // A stack, which is never walked.
   template <class C, class X>
   Declaration& stack(std::string_view name, Stack<X> C::*member) {
     AttrDesc& attr = add(name, descOf<X>(), std::make_unique<Impl::StackAccess<X>>(), member);
@@ -301,7 +303,7 @@ public:
     return *this;
   }
 
-  // Modifiers of the last attribute, see `TypeBuilder`.
+  // Modifiers of the last attribute, see `TypeBuilder`:
   Declaration& id(AttributeId id) { return builder_.id(id), *this; }
   Declaration& ctorArg() { return builder_.ctorArg(), *this; }
   Declaration& keyField() { return builder_.keyField(), *this; }
@@ -314,7 +316,7 @@ public:
   Declaration& keyScalarNode() { return builder_.keyScalarNode(), *this; }
   Declaration& walkAlways() { return builder_.walkAlways(), *this; }
 
-  // Properties of the type, see `TypeBuilder`. `print` and `parse` take T.
+  // Properties of the type, see `TypeBuilder`. `print` and `parse` take T:
   template <class Print, class Parse>
   Declaration& gnmiStrRep(Print print, Parse parse) {
     builder_.gnmiStrRep(
@@ -329,6 +331,7 @@ public:
   }
   Declaration& reportsDelete(bool yes) { return builder_.reportsDelete(yes), *this; }
 
+  // Completes the type. Raises `Kel::Error`, which names the type, the attribute and the rule that is broken.
   KelType done() {
     auto type = builder_.done();
     if (!type) throwError(type.error());
@@ -362,16 +365,19 @@ private:
 
 // --- the kinds ---------------------------------------------------------------------------------------
 
+// Of a structure. REQUIRES T to be default-constructible and copyable.
 template <class T>
 [[nodiscard]] Declaration<T> valueType(std::string_view name, std::string_view module = {}) {
   return Declaration<T>(module, name);
 }
 
+// Of a class that derives from `EntityOf<T>`.
 template <class T>
 [[nodiscard]] Declaration<T> entityType(std::string_view name, std::string_view module = {}) {
   return Declaration<T>(module, name);
 }
 
+// An enumeration, complete at once; its default is the first enumerator. Raises `Kel::Error` as `done` does, and so do those below.
 template <class E>
 requires std::is_enum_v<E> KelType enumType(std::string_view name,
                                             std::initializer_list<std::pair<char const*, E>> enumerators,

@@ -17,8 +17,8 @@ public:
   // The directory's record of one entity. A type of the model, but never walked as data.
   class KTD_EXPORT Entry final : public EntityOf<Entry> {
   public:
-    Ptr<Kel::Entity> entity;
-    bool removable = true;
+    Ptr<Kel::Entity> entity; // what the directory holds
+    bool removable = true;   // by generic writers
   };
 
   // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the directory. Raises
@@ -32,10 +32,13 @@ public:
   // Removes an entity; a missing one is no matter.
   void entityDel(std::string_view name);
 
+  // The entity of that name; null when there is none.
   [[nodiscard]] Ptr<Entity> entity(std::string_view name) const;
+  // The record of it; null when there is none.
   [[nodiscard]] Ptr<Entry> entry(std::string_view name) const;
   // Whether generic writers may remove that entity: it, and of a directory all that it holds, is removable.
   [[nodiscard]] bool isRemovable(std::string_view name) const;
+  // The number of entities.
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
 
 private:

@@ -99,6 +99,7 @@ Ptr<GenericIf const> Entity::parentKey() const {
   return Impl::indexOf(*parentAttr_, const_cast<Entity&>(*this));
 }
 
+// docs/decisions.md: "How does a full name tell keys apart that hold brackets?"
 String Entity::name() const {
   if (parentAttr_ == nullptr) return String();
   if (parentAttr_->owner->isDir) return *parentKey_->attrValPtr<String>();

@@ -51,24 +51,27 @@ public:
   virtual void handleParent() {}
 
   // The process-wide singleton entities, by type name. They live until `singletonDel`. `singletonIs` makes what is not there; it
-  // raises `Kel::Error` when the type makes no entity, or when there is one of another type.
+  // raises `Kel::Error` when the type makes no entity, or when there is one of another type:
   [[nodiscard]] static bool singletonExists(std::string_view name);
   static Ptr<Entity> singletonIs(KelType type, std::string_view name);
-  static void singletonDel(std::string_view name);
+  static void singletonDel(std::string_view name); // a missing one is no matter
+  // By the type's own name.
   template <class T>
   static Ptr<T> singleton() {
     KelType const type = typeOf<T>();
     return staticPtrCast<T>(singletonIs(type, type.name()));
   }
 
-  // --- for the attribute descriptors; not for users ------------------------------------------------
+  // --- for the attribute descriptors, and `notify` for classes with hooks; not for users ------------
   // Sets the parent link; the caller puts the child where it belongs, says `placed`, and tells the observers, in this order.
   static void attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child);
-  static void placed(Entity& child);
-  static void detach(Entity& child) noexcept;
+  static void placed(Entity& child);          // it has its place: calls `handleParent`
+  static void detach(Entity& child) noexcept; // takes the parent link away
   // Ends the subtree of a detached entity: its observers and those beneath it learn of it.
   static void end(Entity& entity);
+  // Somebody is to be told.
   [[nodiscard]] bool isObserved() const noexcept { return hasNotificationActive() && !notifiees_.empty(); }
+  // Tells the observers.
   void notify(AttributeId id, void const* key) const {
     if (isObserved()) notifiees_.visit(id, key);
   }
@@ -81,17 +84,18 @@ protected:
   // Sets an attribute of a class; equal values are silent.
   template <class M, class V>
   void valueIs(M& member, V&& value);
-  // The member of that key, made if missing.
+  // The member of that key, made if missing. Deleting what is not there is silent, here and below:
   template <class K, class E>
   Ptr<E> memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key);
   template <class K, class E>
   void memberDel(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key);
+  // Sets the value under a key, and removes it:
   template <class K, class V>
   void memberIs(KeyedValues<K, V>& members, std::type_identity_t<K> const& key,
                 std::type_identity_t<V> const& value);
   template <class K, class V>
   void memberDel(KeyedValues<K, V>& members, std::type_identity_t<K> const& key);
-  // A null target removes the member.
+  // Sets the reference under a key, and removes it. A null target removes it too:
   template <class K, class E>
   void memberIs(KeyedRefs<K, E>& members, std::type_identity_t<K> const& key, Ptr<E> const& target);
   template <class K, class E>
@@ -99,7 +103,7 @@ protected:
   // Removes the members there are, telling of each.
   template <class Members>
   void memberDelAll(Members& members);
-  // The one entity of a singular instantiating attribute, made if missing.
+  // The one entity of a singular instantiating attribute, made if missing, and its removal:
   template <class E>
   Ptr<E> childIs(Ptr<E>& child);
   template <class E>
@@ -128,6 +132,23 @@ public:
   using Base::Base;
   [[nodiscard]] KelType fwkType() const override { return typeOf<T>(); }
 };
+
+// A handle to an entity, for generic access; of an entity that may not be changed, one that only reads. Keeps the entity alive. Null gives
+// null.
+template <class E>
+requires std::is_base_of_v<Entity, E>
+[[nodiscard]] auto handleTo(Ptr<E> const& entity) {
+  using Object = std::conditional_t<std::is_const_v<E>, PtrInterface const, PtrInterface>;
+  return GenericIf::toObject(static_cast<Object*>(entity.get()));
+}
+
+// The entity behind a handle. Null for a null handle, a handle to a value, to an entity that is no E, and for a weak one whose entity has
+// gone. Through a handle that only reads no entity is given out that could be changed: `entityAt<Port const>`.
+template <class E = Entity, class Handle>
+requires std::is_base_of_v<Entity, E> &&(std::is_const_v<E> || !std::is_const_v<Handle>)
+    [[nodiscard]] Ptr<E> entityAt(Ptr<Handle> const& handle) {
+  return Ptr<E>(handle ? dynamic_cast<E*>(handle->object()) : nullptr);
+}
 
 namespace Impl {
 

@@ -31,12 +31,13 @@ namespace Kel {
 // `value` speak of the same member. The value is null when that member has gone since; at the end both are null.
 // Arrays stand at an index instead of a key, and the collections of types with hooks of their own do not give what is added
 // meanwhile.
+// docs/decisions.md: "Where does an iterator stand when its member goes?"
 class KTD_EXPORT Cursor : public PtrInterface {
 public:
-  [[nodiscard]] virtual bool valid() = 0;
-  virtual void advance() = 0;
-  [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;
-  [[nodiscard]] virtual Ptr<GenericIf const> value() = 0;
+  [[nodiscard]] virtual bool valid() = 0;                 // the test
+  virtual void advance() = 0;                             // ++
+  [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;   // see above
+  [[nodiscard]] virtual Ptr<GenericIf const> value() = 0; // see above
   // The object that is the member so many steps from here, 0 being the current one; null when there is none, when members are no
   // objects, and whenever the cursor would have to look for it. A hint, which counts as no giving: for whoever wants to have it at
   // hand in time.
@@ -49,10 +50,11 @@ public:
 // The raw view of a handle.
 class KTD_EXPORT GenericIfRaw {
 public:
+  // An iteration without its members, see `GenericIf::Iterator`.
   class Iterator {
   public:
-    Iterator() = default; // has ended
-    explicit Iterator(Ptr<Cursor> cursor) noexcept : cursor_(std::move(cursor)) {}
+    Iterator() = default;                                                          // has ended
+    explicit Iterator(Ptr<Cursor> cursor) noexcept : cursor_(std::move(cursor)) {} // null: has ended
     Iterator(Iterator&&) noexcept = default;
     Iterator& operator=(Iterator&&) noexcept = default;
 
@@ -64,13 +66,13 @@ public:
     }
 
   protected:
-    Ptr<Cursor> cursor_;
+    Ptr<Cursor> cursor_; // where it stands
   };
 
-  [[nodiscard]] static GenericIfRaw fromGif(GenericIf const& handle) noexcept;
+  [[nodiscard]] static GenericIfRaw fromGif(GenericIf const& handle) noexcept; // valid as long as the handle
 
-  TypeDesc const* type = nullptr;
-  void const* data = nullptr;
+  TypeDesc const* type = nullptr; // of what the handle is to
+  void const* data = nullptr;     // its raw form
 };
 
 // A handle holds a scalar in itself, refers to any other value in place (and then keeps its owner alive), or refers to an
@@ -81,13 +83,17 @@ class KTD_EXPORT GenericIf final : public PtrInterface {
 public:
   class NotifieeConst;
 
-  using AttributeOp = Kel::AttributeOp;
+  using AttributeOp = Kel::AttributeOp; // what dispatchers are asked
 
+  // Goes through a collection as `Cursor` says: `for (auto it = attr.genericIfIteratorConst(object); it; ++it)`. Moved, not copied.
   class Iterator : public GenericIfRaw::Iterator {
   public:
     using GenericIfRaw::Iterator::Iterator;
+    // Null at the end.
     [[nodiscard]] Ptr<GenericIf const> key() const { return cursor_ ? cursor_->key() : nullptr; }
+    // Null at the end, and when the member has gone.
     [[nodiscard]] Ptr<GenericIf const> ptr() const { return cursor_ ? cursor_->value() : nullptr; }
+    // As `Cursor::objectAhead`.
     [[nodiscard]] PtrInterface const* objectAhead(std::size_t steps) const noexcept {
       return cursor_ ? cursor_->objectAhead(steps) : nullptr;
     }
@@ -110,7 +116,7 @@ public:
   [[nodiscard]] static Ptr<GenericIf const> weak(TypeDesc const& type, PtrInterface const& anchor);
 
   // --- asking ----------------------------------------------------------------------------------------
-  [[nodiscard]] KelType type() const noexcept { return KelType(type_); }
+  [[nodiscard]] KelType type() const noexcept { return KelType(type_); } // of the object or value
   // The address of the object or value seen as `type`: a `PtrInterface*` for objects (their own type and those it extends), else
   // the raw form of the value (its own type only). Null when it is none of that type.
   [[nodiscard]] void* voidPtrIs(KelType type) const noexcept;
@@ -132,6 +138,7 @@ public:
   [[nodiscard]] std::string gnmiStrRep() const;
   // The gNMI byte representation, of types that have one.
   [[nodiscard]] std::string gnmiByterep() const;
+  // Agrees with `equals`.
   [[nodiscard]] std::uint64_t hash() const;
   // Same type and equal value; for objects identity.
   [[nodiscard]] bool equals(GenericIf const& other) const;
@@ -223,11 +230,13 @@ template <class T>
   }
 }
 
+// The same as a `KelType`.
 template <class T>
 [[nodiscard]] KelType typeOf() {
   return KelType(&descOf<T>());
 }
 
+// See the class.
 template <class T>
 T const* GenericIf::attrValPtr() const noexcept {
   static_assert(Impl::kBuiltinOf<T> != BuiltinKind::None, "not a scalar kind of the model");

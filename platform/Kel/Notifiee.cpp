@@ -133,6 +133,7 @@ private:
   Several& members_;
 };
 
+// docs/decisions.md: "What of an observer that throws?"
 template <class Tell>
 void NotifieeList::tell(Tell const& tell) const {
   // One whose count is 0 is being made or destroyed.

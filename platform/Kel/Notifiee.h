@@ -42,8 +42,9 @@ public:
   // Told of what happens, or not.
   void isRegisteredNotifieeIs(bool registered);
 
-  [[nodiscard]] PtrInterface const* notifier() const noexcept { return notifier_; }
-  [[nodiscard]] bool isWeakReference() const noexcept { return weak_; }
+  [[nodiscard]] PtrInterface const* notifier() const noexcept { return notifier_; } // null: attached to none
+  [[nodiscard]] bool isWeakReference() const noexcept { return weak_; }             // see isWeakReferenceIs
+  // See isRegisteredNotifieeIs.
   [[nodiscard]] bool isRegisteredNotifiee() const noexcept { return registered_; }
 
 private:
@@ -65,13 +66,14 @@ private:
 // during it is not. Joining and leaving take the same time however many there are. 8 bytes, and no storage of its own for a single one.
 class KTD_EXPORT NotifieeList {
 public:
-  using Member = PtrInterface::NotifieeConst*;
+  using Member = PtrInterface::NotifieeConst*; // not owned
 
   NotifieeList() = default;
   NotifieeList(NotifieeList const&) = delete;
   NotifieeList& operator=(NotifieeList const&) = delete;
   ~NotifieeList();
 
+  // Nobody observes, or wants to know of the end.
   [[nodiscard]] bool empty() const noexcept { return one_ == nullptr; }
   // With a null for some that have left. Valid until the list changes.
   [[nodiscard]] std::span<Member const> members() const noexcept {

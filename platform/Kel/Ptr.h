@@ -14,15 +14,17 @@ namespace Kel {
 template <class T>
 class Ptr {
 public:
-  using element_type = T;
+  using element_type = T; // as standard pointers have it
 
   constexpr Ptr() noexcept = default;
-  constexpr Ptr(std::nullptr_t) noexcept {}
+  constexpr Ptr(std::nullptr_t) noexcept {} // null
+  // Adds a reference. A new object has none: `Ptr<Port>(new Port())`.
   explicit Ptr(T* object) noexcept : object_(object) {
     if (object_ != nullptr) object_->ref();
   }
   Ptr(Ptr const& other) noexcept : Ptr(other.object_) {}
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  // From a pointer to a class derived from T.
   template <class U>
   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other)
   noexcept : Ptr(other.get()) {}
@@ -42,13 +44,14 @@ public:
     return *this;
   }
 
+  // The object, without a reference of its own.
   [[nodiscard]] T* get() const noexcept { return object_; }
   T& operator*() const noexcept { return *object_; }
   T* operator->() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
-  void reset() noexcept { Ptr().swap(*this); }
-  void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
+  void reset() noexcept { Ptr().swap(*this); }                          // becomes null
+  void swap(Ptr& other) noexcept { std::swap(object_, other.object_); } // counts nothing
 
   // Gives the reference up without dropping it; the caller owns it now.
   [[nodiscard]] T* release() noexcept { return std::exchange(object_, nullptr); }
@@ -70,6 +73,7 @@ bool operator==(Ptr<T> const& a, Ptr<U> const& b) noexcept {
   return a.get() == b.get();
 }
 
+// The object seen as a T. REQUIRES that it is one (unchecked).
 template <class T, class U>
 [[nodiscard]] Ptr<T> staticPtrCast(Ptr<U> const& from) noexcept {
   return Ptr<T>(static_cast<T*>(from.get()));

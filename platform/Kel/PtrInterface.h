@@ -34,10 +34,14 @@ public:
   // The object's own type; invalid for objects that are not of the model itself (handles, boxes, cursors).
   [[nodiscard]] virtual KelType fwkType() const;
 
+  // Attribute notifications are delivered.
   [[nodiscard]] bool hasNotificationActive() const noexcept { return notificationActive_; }
+  // How many references hold it; a hint on any but its thread.
   [[nodiscard]] std::uint32_t refCount() const noexcept { return refs_.value(); }
 
+  // Adds a reference; `Ptr` does it.
   void ref() const noexcept { refs_.add(); }
+  // Drops a reference, and ends the object with the last one; `Ptr` does it.
   void unref() const noexcept {
     if (refs_.drop()) handleZeroRef();
   }
@@ -51,6 +55,7 @@ protected:
   // Runs when the last reference has gone; destroys the object.
   virtual void handleZeroRef() const noexcept { delete this; }
 
+  // The observers know of the end.
   [[nodiscard]] bool zeroReferencesTold() const noexcept { return zeroReferencesTold_; }
   // Gives up a reference without ending the object at the last one: for a constructor that hands its object out and keeps it meanwhile.
   void unrefInConstructor() const noexcept { static_cast<void>(refs_.drop()); }

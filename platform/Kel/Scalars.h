@@ -17,10 +17,11 @@ using AttributeId = std::int32_t;
 class KTD_EXPORT Seconds {
 public:
   constexpr Seconds() noexcept = default;
+  // Quantised, see above.
   explicit Seconds(double seconds) noexcept : Seconds(fromNanoseconds(toNanoseconds(seconds))) {}
-  [[nodiscard]] static Seconds fromNanoseconds(std::int64_t ns) noexcept;
-  [[nodiscard]] double value() const noexcept { return seconds_; }
-  [[nodiscard]] std::int64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); }
+  [[nodiscard]] static Seconds fromNanoseconds(std::int64_t ns) noexcept; // quantised, see above
+  [[nodiscard]] double value() const noexcept { return seconds_; }        // in seconds
+  [[nodiscard]] std::int64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); } // nearest
   friend bool operator==(Seconds const& a, Seconds const& b) noexcept {
     return a.nanoseconds() == b.nanoseconds();
   }
@@ -34,10 +35,11 @@ private:
 class KTD_EXPORT Time {
 public:
   constexpr Time() noexcept = default;
+  // Quantised, see above.
   explicit Time(double seconds) noexcept : Time(fromNanoseconds(toNanoseconds(seconds))) {}
-  [[nodiscard]] static Time fromNanoseconds(std::uint64_t ns) noexcept;
-  [[nodiscard]] double value() const noexcept { return seconds_; }
-  [[nodiscard]] std::uint64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); }
+  [[nodiscard]] static Time fromNanoseconds(std::uint64_t ns) noexcept; // quantised, see above
+  [[nodiscard]] double value() const noexcept { return seconds_; }      // in seconds
+  [[nodiscard]] std::uint64_t nanoseconds() const noexcept { return toNanoseconds(seconds_); } // nearest
   friend bool operator==(Time const& a, Time const& b) noexcept { return a.nanoseconds() == b.nanoseconds(); }
 
 private:
@@ -47,7 +49,7 @@ private:
 
 // A text that is JSON and is handed on as such. The model does not look inside.
 struct JsonString {
-  String text;
+  String text; // handed on as it is
   friend bool operator==(JsonString const& a, JsonString const& b) noexcept { return a.text == b.text; }
 };
 

@@ -61,30 +61,37 @@ private:
 class KTD_EXPORT String {
 public:
   constexpr String() noexcept = default;
+  // Copies the characters. Implicit: a text is a String.
   String(std::string_view text) : hold_(Impl::TextRep::make(text)) {}
   String(char const* text) : String(std::string_view(text)) {}
   String(std::string const& text) : String(std::string_view(text)) {}
 
-  [[nodiscard]] std::size_t size() const noexcept { return view().size(); }
-  [[nodiscard]] bool empty() const noexcept { return hold_.get() == nullptr; }
+  [[nodiscard]] std::size_t size() const noexcept { return view().size(); }    // in bytes
+  [[nodiscard]] bool empty() const noexcept { return hold_.get() == nullptr; } // no characters
   // The characters, ended by a NUL; valid while any String shares them.
   [[nodiscard]] char const* data() const noexcept { return empty() ? "" : hold_.get()->chars(); }
+  // The same, under the name that C programs know.
   [[nodiscard]] char const* c_str() const noexcept { return data(); }
+  // Valid while anybody shares it.
   [[nodiscard]] std::string_view view() const noexcept { return hold_.view(); }
   operator std::string_view() const noexcept { return view(); }
   operator std::string() const { return std::string(view()); }
+  // A copy.
   [[nodiscard]] std::string str() const { return std::string(view()); }
 
   // The interned copy: equal texts share one object for as long as anybody holds it, and compare by address.
   [[nodiscard]] String dedup() const;
   [[nodiscard]] static String dedup(std::string_view text) { return String(Impl::TextRep::intern(text)); }
+  // It is interned.
   [[nodiscard]] bool isDedup() const noexcept { return empty() || hold_.get()->interned != 0; }
 
+  // Byte by byte:
   [[nodiscard]] bool startsWith(std::string_view prefix) const noexcept { return view().starts_with(prefix); }
   [[nodiscard]] bool endsWith(std::string_view suffix) const noexcept { return view().ends_with(suffix); }
   // This text with `tail` appended, as a new String.
   [[nodiscard]] String merge(std::string_view tail) const;
 
+  // Equal texts have equal hashes, within one process.
   [[nodiscard]] std::uint64_t hash() const noexcept;
 
   friend bool operator==(String const& a, String const& b) noexcept {
@@ -122,10 +129,12 @@ private:
 class KTD_EXPORT Bytes {
 public:
   constexpr Bytes() noexcept = default;
+  // A copy.
   explicit Bytes(std::string_view bytes) : hold_(Impl::TextRep::make(bytes)) {}
 
-  [[nodiscard]] char const* bytesPtr() const noexcept { return hold_.view().data(); }
-  [[nodiscard]] std::size_t length() const noexcept { return hold_.view().size(); }
+  [[nodiscard]] char const* bytesPtr() const noexcept { return hold_.view().data(); } // not ended by a NUL
+  [[nodiscard]] std::size_t length() const noexcept { return hold_.view().size(); }   // in bytes
+  // Valid while anybody shares it.
   [[nodiscard]] std::string_view view() const noexcept { return hold_.view(); }
 
   friend bool operator==(Bytes const& a, Bytes const& b) noexcept { return a.view() == b.view(); }

@@ -1,6 +1,7 @@
 // KelTypeBase, KelType: the descriptor of a type as a small value.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,39 +21,45 @@ class KelType;
 class KTD_EXPORT KelTypeBase {
 public:
   constexpr KelTypeBase() noexcept = default;
-  explicit constexpr KelTypeBase(TypeDesc const* desc) noexcept : desc_(desc) {}
+  explicit constexpr KelTypeBase(TypeDesc const* desc) noexcept : desc_(desc) {} // null: invalid
 
   explicit operator bool() const noexcept { return desc_ != nullptr; }
   friend bool operator==(KelTypeBase a, KelTypeBase b) noexcept { return a.desc_ == b.desc_; }
-  [[nodiscard]] TypeDesc const& desc() const noexcept { return *desc_; }
+  [[nodiscard]] TypeDesc const& desc() const noexcept { return *desc_; } // what all answers come from
 
-  [[nodiscard]] String const& name() const { return desc_->name; }
-  [[nodiscard]] String const& module() const { return desc_->module; }
-  [[nodiscard]] TypeKind kind() const { return desc_->kind; }
+  [[nodiscard]] String const& name() const { return desc_->name; }     // within its module
+  [[nodiscard]] String const& module() const { return desc_->module; } // the group that it came with
+  [[nodiscard]] TypeKind kind() const { return desc_->kind; }          // what it is
+  // One of the model's own scalars.
   [[nodiscard]] bool isBuiltin() const { return desc_->kind == TypeKind::Builtin; }
-  [[nodiscard]] BuiltinKind builtinKind() const { return desc_->builtin; }
-  [[nodiscard]] bool isEnum() const { return desc_->kind == TypeKind::Enum; }
+  [[nodiscard]] BuiltinKind builtinKind() const { return desc_->builtin; }    // None: it is no builtin
+  [[nodiscard]] bool isEnum() const { return desc_->kind == TypeKind::Enum; } // an enumeration
   // The integer kind under an enumeration.
   [[nodiscard]] BuiltinKind underlyingKind() const { return desc_->underlying; }
+  // In the order of their declaration.
   [[nodiscard]] std::vector<Enumerator> const& enumerators() const { return desc_->enumerators; }
-  [[nodiscard]] bool isUnion() const { return desc_->kind == TypeKind::Union; }
+  [[nodiscard]] bool isUnion() const { return desc_->kind == TypeKind::Union; } // one of several alternatives
   // Builtins, enumerations, nominals, unions, structs: no identity, and every one has a default.
   [[nodiscard]] bool isValueType() const { return desc_->isValueType; }
-  [[nodiscard]] bool isEntity() const { return desc_->isEntity(); }
-  [[nodiscard]] bool isDir() const { return desc_->isDir; }
+  [[nodiscard]] bool isEntity() const { return desc_->isEntity(); } // has identity, a parent and observers
+  [[nodiscard]] bool isDir() const { return desc_->isDir; }         // a directory of entities
+  // Housekeeping, no data.
   [[nodiscard]] bool isCollectionControl() const { return desc_->kind == TypeKind::CollectionControl; }
+  // Has a text form of its own towards gNMI.
   [[nodiscard]] bool hasGnmiStrRep() const { return desc_->hasGnmiStrRep; }
-  [[nodiscard]] bool hasGnmiByteRep() const { return desc_->hasGnmiByteRep; }
+  [[nodiscard]] bool hasGnmiByteRep() const { return desc_->hasGnmiByteRep; } // has a byte form towards gNMI
+  // A text that is JSON.
   [[nodiscard]] bool isJsonString() const { return desc_->builtin == BuiltinKind::JsonString; }
   // A wrapper that holds a reference behind its value attribute, used as a key.
   [[nodiscard]] bool isKeyPtrWrapper() const { return desc_->kind == TypeKind::KeyPtr; }
-  [[nodiscard]] bool reportsDelete() const { return desc_->reportsDelete; }
-  [[nodiscard]] bool isRuntime() const { return desc_->isRuntime; }
+  [[nodiscard]] bool reportsDelete() const { return desc_->reportsDelete; } // subscribers are told of its end
+  [[nodiscard]] bool isRuntime() const { return desc_->isRuntime; }         // there is no C++ class behind it
 
   // The attribute of that name or id; an invalid one when there is none.
   [[nodiscard]] KelAttr attr(std::string_view name) const;
   [[nodiscard]] KelAttr attr(char const* name) const;
   [[nodiscard]] KelAttr attr(AttributeId id) const;
+  // Those of the type it extends included.
   [[nodiscard]] std::size_t attrCount() const { return desc_->attrs.size(); }
   [[nodiscard]] KelAttr attrAt(std::size_t index) const; // in declaration order
 
@@ -60,29 +67,29 @@ public:
   class AttributeQIterator {
   public:
     AttributeQIterator() noexcept = default;
-    explicit AttributeQIterator(KelTypeBase type) noexcept : desc_(type.desc_) {}
+    explicit AttributeQIterator(KelTypeBase type) noexcept : desc_(type.desc_) {} // at the first attribute
     explicit operator bool() const noexcept { return desc_ != nullptr && position_ < desc_->attrs.size(); }
     AttributeQIterator& operator++() noexcept {
       ++position_;
       return *this;
     }
     [[nodiscard]] KelAttr operator*() const noexcept;
-    [[nodiscard]] bool started() const noexcept { return desc_ != nullptr; }
-    [[nodiscard]] std::uint16_t position() const noexcept { return position_; }
+    [[nodiscard]] bool started() const noexcept { return desc_ != nullptr; }    // it has a type
+    [[nodiscard]] std::uint16_t position() const noexcept { return position_; } // counted from 0
 
   private:
-    TypeDesc const* desc_ = nullptr;
+    TypeDesc const* desc_ = nullptr; // null: invalid
     std::uint16_t position_ = 0;
   };
 
 protected:
-  TypeDesc const* desc_ = nullptr;
+  TypeDesc const* desc_ = nullptr; // null: invalid
 };
 
 // A type, with the operations that make handles of it.
 class KTD_EXPORT KelType : public KelTypeBase {
 public:
-  using HandleOrText = Kstd::Result<Ptr<GenericIf>, std::string>;
+  using HandleOrText = Kstd::Result<Ptr<GenericIf>, std::string>; // a text says what is wrong
 
   using KelTypeBase::KelTypeBase;
 
@@ -90,8 +97,8 @@ public:
   [[nodiscard]] KelAttr valAttr() const;
 
   // A detached value copied from its raw form; without one, the type's default. For the integer kinds the raw form may be a
-  // 64-bit integer, of which a narrower type takes the low-order part. `active` sets the handle's notification flag and has no
-  // other effect, here and below. Raises `Kel::Error` for a type that is no value type.
+  // 64-bit integer, of which a narrower type takes the low-order part; a character pointer is the raw form of a `char`. `active`
+  // sets the handle's notification flag and has no other effect, here and below. Raises `Kel::Error` for a type that is no value type.
   [[nodiscard]] Ptr<GenericIf> genericIf(void const* raw, bool active = false) const;
   [[nodiscard]] Ptr<GenericIf> genericIf(std::nullptr_t, bool active = false) const;
   // A handle to an object; the object stays alive while the handle does. Null gives null.
@@ -99,6 +106,10 @@ public:
   [[nodiscard]] Ptr<GenericIf const> genericIf(PtrInterface const* object) const;
   // A value from its text form, as `GenericIf::strRep` prints it; otherwise a text that says what is wrong. Never raises.
   [[nodiscard]] HandleOrText genericIf(String const& text, bool active = false) const;
+  template <std::size_t N> // a literal, which is no raw form
+  [[nodiscard]] HandleOrText genericIf(char const (&text)[N], bool active = false) const {
+    return genericIf(String(text), active);
+  }
   // A value from its gNMI string representation: likewise, without the quotation of text forms.
   [[nodiscard]] HandleOrText genericIfFromGnmiString(String const& text, bool active = false) const;
   // A detached, silent object or value from its constructor arguments in constructor order. An argument that is null or

@@ -10,8 +10,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kel/Attr.h"
 #include "Kel/Desc.h"
@@ -21,8 +23,11 @@
 
 namespace Kel {
 
+// The type of a builtin.
 [[nodiscard]] inline KelType builtinType(BuiltinKind kind) { return KelType(&builtinDesc(kind)); }
 
+// Owned by whoever describes a type; used up by `done`. On the thread that sets things up, before the first object is made. What does not fit
+// the kind of the type or of the attribute is told by `done` as a broken rule.
 class KTD_EXPORT TypeBuilder {
 public:
   // A type wholly described at run time: its objects hold slots. Kinds: Struct, Entity.
@@ -34,7 +39,7 @@ public:
 
   // The type itself, incomplete until `done`: for attributes that refer to it.
   [[nodiscard]] KelType type() const { return KelType(desc_); }
-  [[nodiscard]] TypeDesc& desc() { return *desc_; }
+  [[nodiscard]] TypeDesc& desc() { return *desc_; } // for what has no operation here
 
   // --- attributes of a run-time type; the modifiers below apply to the last one --------------------
   TypeBuilder& attr(std::string_view name, KelType type);                         // a value
@@ -51,21 +56,22 @@ public:
   TypeBuilder& ctorArg();                      // a constructor argument; constructor order is attribute order
   TypeBuilder& keyField();                     // carries the key-field mark
   TypeBuilder& index(std::string_view member); // the member attribute that is the key of this collection
-  TypeBuilder& settable(bool yes = true);
-  TypeBuilder& removable(bool yes = true);
-  TypeBuilder& optional();
-  TypeBuilder& embedded();
-  TypeBuilder& gnmiJson();
-  TypeBuilder& asOneValue();
-  TypeBuilder& keyScalarNode();
-  TypeBuilder& walkAlways();
+  TypeBuilder& settable(bool yes = true);      // generic writers may write it
+  TypeBuilder& removable(bool yes = true);     // generic writers may remove its members
+  TypeBuilder& optional();                     // can be left without value
+  TypeBuilder& embedded();                     // an argument that the constructor makes by itself
+  TypeBuilder& gnmiJson();                     // sent as one JSON text
+  TypeBuilder& asOneValue();                   // a collection that is read whole
+  TypeBuilder& keyScalarNode();                // members are sent by their keys alone
+  TypeBuilder& walkAlways();                   // also when only owned entities are looked for
 
   // --- properties of the type ------------------------------------------------------------------------
   // Text forms of its own towards gNMI; a type with a string representation exposes no value attribute.
   TypeBuilder& gnmiStrRep(std::function<std::string(void const*)> print,
                           std::function<std::optional<std::string>(std::string_view, void*)> parse);
+  // A form as bytes: such an attribute cannot be set by clients, nor be a key.
   TypeBuilder& gnmiByteRep(std::function<std::string(void const*)> print);
-  TypeBuilder& reportsDelete(bool yes);
+  TypeBuilder& reportsDelete(bool yes); // subscribers are told of the end
   // Starts from the attributes of the entity type that this one extends; to be called before the first attribute.
   TypeBuilder& extends(TypeDesc const& base);
 
@@ -81,7 +87,8 @@ private:
   AttrDesc* last_ = nullptr;
 };
 
-// A run-time enumeration, nominal or union. `Kstd::Result` carries the type or the rule that was broken.
+// A run-time enumeration: the type, or a text that names the rule that was broken. Nominals and unions are declared in C++ only
+// (Kel/Declare.h); a run-time type may have attributes of such types.
 [[nodiscard]] KTD_EXPORT Kstd::Result<KelType, std::string>
 runtimeEnum(std::string_view module, std::string_view name, std::vector<Enumerator> enumerators);
 

@@ -5,9 +5,10 @@
 
 namespace Kstd::Impl {
 
-void resultAccessFailed(char const* what) {
+void resultAccessFailed(char const* what, std::string_view error) {
   // This folder is below the trace service, hence the bare report.
-  std::fprintf(stderr, "Kstd::Result: %s\n", what);
+  std::fprintf(stderr, "Kstd::Result: %s%s%.*s\n", what, error.empty() ? "" : ": ",
+               static_cast<int>(error.size()), error.data());
   std::abort();
 }
 

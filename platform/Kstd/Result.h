@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -9,8 +10,8 @@
 namespace Kstd {
 
 namespace Impl {
-/** Reports which accessor was called on the wrong alternative, then aborts. */
-[[noreturn]] KTD_EXPORT void resultAccessFailed(char const* what);
+/** Reports which accessor was called on the wrong alternative, and the error where it is a text, then aborts. */
+[[noreturn]] KTD_EXPORT void resultAccessFailed(char const* what, std::string_view error = {});
 } // namespace Impl
 
 /**
@@ -19,8 +20,9 @@ namespace Impl {
  */
 template <typename E>
 struct Err {
+  /** Takes the error over. */
   explicit Err(E error) : error_(std::move(error)) {}
-  E error_;
+  E error_; // moved into the Result
 };
 
 /**
@@ -35,8 +37,8 @@ struct Err {
 template <typename T, typename E>
 class [[nodiscard]] Result {
 public:
-  using ValueType = T;
-  using ErrorType = E;
+  using ValueType = T; // what it holds when all went well
+  using ErrorType = E; // what it holds otherwise
 
   // Implicit on purpose: `return value;` is what a caller writes. A type that converts to T only explicitly does not.
   template <typename U = T>
@@ -44,12 +46,15 @@ public:
            (std::is_same_v<T, E> || !std::is_same_v<std::remove_cvref_t<U>, E>)) Result(U&& value)
       : held_(std::in_place_index<0>, std::forward<U>(value)) {}
 
+  /** An error. Implicit on purpose, as all of these. */
   template <typename U>
   requires std::is_convertible_v<U&&, E> Result(Err<U> error)
       : held_(std::in_place_index<1>, std::move(error.error_)) {}
 
+  /** Likewise. */
   Result(E error) requires(!std::is_same_v<T, E>) : held_(std::in_place_index<1>, std::move(error)) {}
 
+  /** There is no error. */
   bool ok() const noexcept { return held_.index() == 0; }
   explicit operator bool() const noexcept { return ok(); }
 
@@ -80,7 +85,9 @@ private:
   static auto& requireValue(Self& self) {
     auto* value = std::get_if<0>(&self.held_);
     if (!value) [[unlikely]] {
-      Impl::resultAccessFailed("value() of a Result that holds an error");
+      std::string_view text;
+      if constexpr (std::is_convertible_v<E const&, std::string_view>) text = std::get<1>(self.held_);
+      Impl::resultAccessFailed("value() of a Result that holds an error", text);
     }
     return *value;
   }
@@ -101,17 +108,20 @@ private:
 template <typename E>
 class [[nodiscard]] Result<void, E> {
 public:
-  using ValueType = void;
-  using ErrorType = E;
+  using ValueType = void; // nothing
+  using ErrorType = E;    // what it holds otherwise
 
   Result() : held_(std::in_place_index<0>) {}
 
+  /** An error. Implicit on purpose, as all of these. */
   template <typename U>
   requires std::is_convertible_v<U&&, E> Result(Err<U> error)
       : held_(std::in_place_index<1>, std::move(error.error_)) {}
 
+  /** Likewise. */
   Result(E error) : held_(std::in_place_index<1>, std::move(error)) {}
 
+  /** There is no error. */
   bool ok() const noexcept { return held_.index() == 0; }
   explicit operator bool() const noexcept { return ok(); }
 

@@ -1,4 +1,5 @@
 // UTF-8 (RFC 3629): what a text must be to go into a message. A reader drops a whole message for one text that is not.
+// docs/decisions.md: "What of a text that is no UTF-8?"
 #pragma once
 
 #include <cstdint>

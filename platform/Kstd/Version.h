@@ -7,7 +7,7 @@
 
 namespace Kstd {
 
-/// "major.minor.patch"; valid for the process, any thread.
+// "major.minor.patch"; valid for the process, any thread.
 KTD_EXPORT std::string_view libraryVersion() noexcept;
 
 } // namespace Kstd

@@ -16,23 +16,24 @@ class DebugHandler;
  * what the kernel reports is answered with an error value.
  */
 struct AssertionFailure {
-  DebugHandler const& handler;
-  char const* file;
-  char const* function;
-  int line;
-  char const* condition;
-  String message;
+  DebugHandler const& handler; // of the part of the program that asserts
+  char const* file;            // where it stands in the source
+  char const* function;        // likewise
+  int line;                    // likewise
+  char const* condition;       // the source text of what does not hold
+  String message;              // formatted
 };
 
 /** What the handler of ScopedAssertHandler throws. what() is the bare message. */
 class KTD_EXPORT AssertionError : public std::runtime_error {
 public:
+  /** Copies what it tells. */
   explicit AssertionError(AssertionFailure const& failure);
   ~AssertionError() override;
 
-  String const& condition() const { return condition_; }
-  String const& function() const { return function_; }
-  String const& handlerName() const { return handlerName_; }
+  String const& condition() const { return condition_; }     // the source text of what does not hold
+  String const& function() const { return function_; }       // where it was asserted
+  String const& handlerName() const { return handlerName_; } // the name of the handler
 
 private:
   String condition_;
@@ -49,6 +50,7 @@ KTD_EXPORT AssertHandler setAssertHandler(AssertHandler handler);
 /** For tests: while it lives, failed assertions go to `handler`, by default one that throws AssertionError. */
 class KTD_EXPORT ScopedAssertHandler {
 public:
+  /** Installs the handler; the end puts the one before it back. */
   ScopedAssertHandler();
   explicit ScopedAssertHandler(AssertHandler handler);
   ~ScopedAssertHandler();

@@ -50,6 +50,7 @@ public:
  */
 class KTD_EXPORT SimulatedClock final : public Clock {
 public:
+  /** Where both times begin. */
   explicit SimulatedClock(int64_t monotonicStartNs = 1'000'000'000,
                           int64_t wallStartNs = 1'600'000'000'000'000'000);
 

@@ -27,11 +27,12 @@ public:
   /** Whether a message of this level is emitted. One load and one test. */
   bool isOn(unsigned level) const { return (mask_.load(std::memory_order_relaxed) >> level) & 1u; }
 
+  /** Bit n is level n. */
   uint32_t mask() const { return mask_.load(std::memory_order_relaxed); }
   /** Sets the mask, bit n for level n, until the next Platform::traceIs. */
   void maskIs(uint32_t mask) { mask_.store(mask, std::memory_order_relaxed); }
 
-  String const& name() const { return name_; }
+  String const& name() const { return name_; } // as trace specs write it
 
 private:
   friend class DebugHandlerRegistry;

@@ -21,6 +21,7 @@ namespace Tovak::Impl {
  *
  * The construction is the multiply-and-fold of Wang Yi's wyhash (final version 4, public domain): 64x64 to 128-bit
  * products whose halves are xored, with its published constants, at most 16 bytes costing two products.
+ * docs/decisions.md: "Is a text's hash the same in every process?"
  */
 struct HashMix {
   /** Stands somewhere in the library. */

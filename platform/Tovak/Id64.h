@@ -18,9 +18,10 @@ template <typename Tag>
 class Id64 {
 public:
   constexpr Id64() = default;
+  /** Of that number. */
   constexpr explicit Id64(uint64_t value) : value_(value) {}
 
-  constexpr uint64_t value() const { return value_; }
+  constexpr uint64_t value() const { return value_; } // the number
 
   friend constexpr bool operator==(Id64, Id64) = default;
   friend constexpr auto operator<=>(Id64, Id64) = default;

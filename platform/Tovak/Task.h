@@ -17,8 +17,9 @@ struct TaskStats;
 
 /** How urgent a task is, the most urgent first. See TaskScheduler for what the order means. */
 struct TaskPriority {
+  // The most urgent first.
   enum PriorityEnum : uint8_t { critical, high, normal, low, background };
-  static constexpr size_t count = 5;
+  static constexpr size_t count = 5; // of the priorities
 };
 
 /** "critical", "high", "normal", "low", "background"; "unknown" for any other number. */
@@ -57,7 +58,7 @@ public:
   void scheduleTask();
   /** Takes the task off the queue; does nothing when it is not queued. A run in progress goes on. */
   void descheduleTask();
-  bool isScheduled() const { return Impl::TaskHook<Impl::ScheduledTag>::is_linked(); }
+  bool isScheduled() const { return Impl::TaskHook<Impl::ScheduledTag>::is_linked(); } // It is queued.
 
   /** Does a slice of the work; called once per scheduleTask. */
   virtual void taskExecute() = 0;
@@ -74,13 +75,13 @@ public:
   /** Called when the scheduler's statistics are reset, for tasks that keep figures of their own. */
   virtual void handleResetStats() {}
 
-  String const& name() const { return name_; }
-  TaskPriority::PriorityEnum priority() const { return priority_; }
-  std::shared_ptr<TaskScheduler> const& scheduler() const { return scheduler_; }
+  String const& name() const { return name_; }                                   // as traces print it
+  TaskPriority::PriorityEnum priority() const { return priority_; }              // fixed at its making
+  std::shared_ptr<TaskScheduler> const& scheduler() const { return scheduler_; } // that runs it
 
   /** Under which name the runs are counted: the task's own unless set. Tasks that are made by the thousand share one. */
   String const& taskStatsName() const { return statsName_.empty() ? name_ : statsName_; }
-  void taskStatsNameIs(String name);
+  void taskStatsNameIs(String name); // REQUIRES that it is not running
 
 private:
   friend class TaskScheduler;

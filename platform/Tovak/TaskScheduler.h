@@ -21,15 +21,15 @@ class Clock;
 struct _TimerId;
 struct _FdWatchId;
 struct _LoopHookId;
-using TimerId = Id64<_TimerId>;
-using FdWatchId = Id64<_FdWatchId>;
-using LoopHookId = Id64<_LoopHookId>;
+using TimerId = Id64<_TimerId>;       // of a timer
+using FdWatchId = Id64<_FdWatchId>;   // of a watched descriptor
+using LoopHookId = Id64<_LoopHookId>; // of a hook
 
 /** The runs that were counted under one statistics name. Times are nanoseconds of the scheduler's clock. */
 struct TaskStats {
-  uint64_t runs = 0;
-  int64_t totalNs = 0;
-  int64_t maxNs = 0; // the longest run
+  uint64_t runs = 0;   // slices
+  int64_t totalNs = 0; // all runs together
+  int64_t maxNs = 0;   // the longest run
 };
 
 /** What a watched file descriptor is ready for, as bits. `broken` (error, hang-up) is reported without being asked. */
@@ -56,13 +56,13 @@ struct FdEvents {
  */
 class KTD_EXPORT TaskScheduler {
 public:
-  using Callback = absl::AnyInvocable<void()>;
-  using FdCallback = absl::AnyInvocable<void(uint32_t events)>;
+  using Callback = absl::AnyInvocable<void()>; // called on the scheduler's thread, then destroyed there
+  using FdCallback = absl::AnyInvocable<void(uint32_t events)>; // `events`: bits of FdEvents
 
-  static constexpr int64_t defaultSliceNs = 5'000'000;
-  static constexpr uint32_t fairTurn = 8;
-  static constexpr uint32_t yieldStride = 16;
-  static constexpr int64_t busySlices = 10;
+  static constexpr int64_t defaultSliceNs = 5'000'000; // how long a task may run
+  static constexpr uint32_t fairTurn = 8;              // see above
+  static constexpr uint32_t yieldStride = 16;          // questions for each look at the machine's clock
+  static constexpr int64_t busySlices = 10;            // what a run may take before it is called busy
 
   /** Runs on the machine's clock. */
   TaskScheduler();
@@ -71,7 +71,7 @@ public:
   TaskScheduler(TaskScheduler const&) = delete;
   TaskScheduler& operator=(TaskScheduler const&) = delete;
 
-  Clock& clock() const;
+  Clock& clock() const; // that it runs on
 
   /** Runs passes until stop. */
   void run();
@@ -95,6 +95,7 @@ public:
   /** Has `callback` called once the monotonic clock reads `deadlineNs` or more. Timers are called in the order of their
    * deadlines, equal ones in the order of making. */
   TimerId timerAt(int64_t deadlineNs, Callback callback);
+  /** The same, counted from now. */
   TimerId timerAfter(int64_t delayNs, Callback callback);
   /** Calls `callback` every `periodNs`, first after one period; ticks that are missed are left out, not made up for.
    * REQUIRES periodNs > 0 (asserted). */
@@ -112,10 +113,12 @@ public:
 
   /** Has `hook` called at the start of every pass, in the order of adding. */
   LoopHookId loopHookIs(Callback hook);
+  /** Removes a hook; does nothing when it has gone. */
   void loopHookDel(LoopHookId id);
 
   /** How long a task may run before taskShouldYield says so; 0: it says so at every question. */
   int64_t sliceNs() const;
+  /** From the next run on. */
   void sliceNsIs(int64_t ns);
 
   /** The task whose taskExecute is on; null between runs. */

@@ -3,6 +3,7 @@
 // The arena of this protobuf gives all its blocks back when it is reset, and the general heap then gives large ones back to the
 // kernel, so that each reuse faults the pages in again. The cache keeps blocks instead: last in first out, in lists by size,
 // bounded in bytes.
+// docs/decisions.md: "Blocks of arenas."
 #pragma once
 
 #include <google/protobuf/arena.h>

@@ -32,7 +32,7 @@ public:
   struct KTD_EXPORT Deleter {
     void operator()(ArenaRespMsg* msg) const;
   };
-  using Ptr = std::shared_ptr<ArenaRespMsg>;
+  using Ptr = std::shared_ptr<ArenaRespMsg>; // with a `Deleter`
 
   // Outside the pool: an empty response.
   ArenaRespMsg();
@@ -50,7 +50,7 @@ public:
 
   // Bytes of the arena: taken from the block cache, and used of these.
   [[nodiscard]] std::uint64_t spaceAllocated() const { return arena_.SpaceAllocated(); }
-  [[nodiscard]] std::uint64_t spaceUsed() const { return arena_.SpaceUsed(); }
+  [[nodiscard]] std::uint64_t spaceUsed() const { return arena_.SpaceUsed(); } // of these
 
   // The compact text of the response.
   [[nodiscard]] Tovak::String toString() const;
@@ -84,6 +84,7 @@ public:
   // How many messages wait and, when any do, how much memory their arenas hold.
   [[nodiscard]] Tovak::String dumpState() const;
 
+  // How many messages wait.
   [[nodiscard]] std::size_t size() const;
 
 private:
@@ -97,7 +98,7 @@ private:
   boost::circular_buffer<ArenaRespMsg::Ptr> messages_; // the most recently released at the front
 };
 
-extern KTD_EXPORT ArenaPool arenaPool;
+extern KTD_EXPORT ArenaPool arenaPool; // the one of the process
 
 // Each is right by itself when read on any thread; the three together only while nothing is made or released.
 extern KTD_EXPORT std::atomic<std::uint64_t> arenaMsgCount;     // messages in existence

@@ -115,6 +115,7 @@ bool AttrTree::AttrNode::Insertion::enter() {
     return false;
   }
   TOVAK_TRACE(setTrace, 6, "", "Inserting a suffix under element '{}'", node_->elem());
+  // docs/decisions.md: "Where does a path through a reference lead?"
   // A value is changed in a copy before the commit; what a reference in it leads to would be changed for good.
   bool const isReferenceInValue = node_->object_.isReference() && !node_->parent_->isEntity();
   if (node_->isScalar() || isReferenceInValue) {

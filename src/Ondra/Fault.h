@@ -2,6 +2,7 @@
 // routers, observers. It costs the one thing at hand, which is traced with the exception's text; everything else goes on.
 // docs/walks.md says for each kind of thing what that means. A lack of memory (std::bad_alloc) is no fault of one thing: it passes
 // through to whoever called the library.
+// docs/decisions.md: "What does an exception of the host's code cost?"
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // Paths as texts and as gNMI messages: the printer that both representations share, the parser, and the hash
-// and equality of gnmi::PathElem.
+// and equality of gnmi::PathElem. Messages of {fmt} print them with Ondra/PathFormat.h.
 #pragma once
 
 #include <cstddef>

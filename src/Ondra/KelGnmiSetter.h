@@ -35,8 +35,8 @@ class KTD_EXPORT GnmiSetSessionState final : public Kel::EntityOf<GnmiSetSession
 public:
   // Records a name, with the loop time.
   void dirtyPathIs(Kel::String const& fullName);
-  void dirtyPathDel(Kel::String const& fullName);
-  void dirtyPathDelAll();
+  void dirtyPathDel(Kel::String const& fullName); // forgets one
+  void dirtyPathDelAll();                         // forgets all
 
   // Full name to the loop time at which a request last named it.
   Kel::KeyedValues<Kel::String, std::uint64_t> dirtyPath;

@@ -1,4 +1,5 @@
-// Ondra::Path: a path through the object tree, the library's counterpart of a gNMI path.
+// Ondra::Path: a path through the object tree, the library's counterpart of a gNMI path. Messages of {fmt} print one with
+// Ondra/PathFormat.h.
 #pragma once
 
 #include <absl/container/inlined_vector.h>
@@ -44,7 +45,7 @@ namespace Ondra {
 // already. To change an element of a path that may be shared, build a new one and `replace` it.
 class KTD_EXPORT Path final : public Kel::PtrInterface, private Kel::TrackedObject<Path> {
 public:
-  using ElemPtr = Kel::Ptr<PathElem const>;
+  using ElemPtr = Kel::Ptr<PathElem const>; // shared: never changed by a path
 
   using Kel::TrackedObject<Path>::operator new;
   using Kel::TrackedObject<Path>::operator delete;
@@ -53,7 +54,7 @@ public:
   Path() = default;
 
   // --- making paths ------------------------------------------------------------------------------
-  [[nodiscard]] static Kel::Ptr<Path> PathIs();
+  [[nodiscard]] static Kel::Ptr<Path> PathIs(); // an empty path
   // A path with the elements of `path`.
   [[nodiscard]] static Kel::Ptr<Path> makePath(Kel::Ptr<Path const> const& path);
   // The elements of the first, then those of the second.
@@ -69,8 +70,8 @@ public:
   [[nodiscard]] static Kel::Ptr<Path> gnmiPathIs(gnmi::Path const& gnmiPath);
 
   // --- elements ----------------------------------------------------------------------------------
-  [[nodiscard]] std::size_t elemSize() const noexcept { return elem_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return elem_.empty(); }
+  [[nodiscard]] std::size_t elemSize() const noexcept { return elem_.size(); } // the length
+  [[nodiscard]] bool empty() const noexcept { return elem_.empty(); }          // no elements
   // The element, for whoever built it to complete it. Throws std::out_of_range.
   [[nodiscard]] Kel::Ptr<PathElem> elem(std::size_t index) const;
   // All elements, without counting references. Valid until the path changes.

@@ -36,7 +36,7 @@ namespace Ondra {
 // hash is remembered on first use.
 class KTD_EXPORT PathElem final : public Kel::PtrInterface, private Kel::TrackedObject<PathElem> {
 public:
-  using KeyMapType = Kel::HashMap2018<Kel::String, Kel::String>;
+  using KeyMapType = Kel::HashMap2018<Kel::String, Kel::String>; // name to value
 
   using Kel::TrackedObject<PathElem>::operator new;
   using Kel::TrackedObject<PathElem>::operator delete;
@@ -49,16 +49,16 @@ public:
   // A new element with the name and keys of `elem`.
   [[nodiscard]] static Kel::Ptr<PathElem> makePathElem(Kel::Ptr<PathElem const> const& elem);
 
-  [[nodiscard]] Kel::String const& name() const noexcept { return name_; }
+  [[nodiscard]] Kel::String const& name() const noexcept { return name_; } // without keys
   // In an order of its own. Valid until the next change of the keys.
   [[nodiscard]] KeyMapType const& key() const noexcept { return key_; }
 
-  void nameIs(Kel::String const& name);
+  void nameIs(Kel::String const& name); // of an element that nobody else holds
   // Adds the key or replaces its value.
   void keyIs(Kel::String const& key, Kel::String const& value);
   // Removes the key and returns its value; the empty text when there is no such key.
   Kel::String keyDel(Kel::String const& key);
-  void keyDelAll();
+  void keyDelAll(); // leaves the name alone
 
   // Same name and same keys with the same values, in whatever order. Null equals nothing.
   [[nodiscard]] bool isEqual(Kel::Ptr<PathElem const> const& other) const { return isEqual(other.get()); }

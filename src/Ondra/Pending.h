@@ -5,6 +5,7 @@
 // 2. A change of the model that was told is run after it was told: in this go or, when the model goes on changing because its changes are
 //    sent, in a later one. So the last value is sent.
 // 3. A go ends. What is told while a change runs is one link further from where the go began, and there is a last link.
+// docs/decisions.md: "What if a change changes something again?"
 #pragma once
 
 #include <absl/container/btree_set.h>

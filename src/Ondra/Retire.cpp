@@ -57,6 +57,7 @@ void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path) {
   static Kel::Ptr<Path const> const noPrefix = Path::PathIs();
   Unsent::sendAll();
   Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
+  // docs/decisions.md: "In which order does a path end?"
   clock.activityLoopExecNsTimeInc(1);
   auto [response, notification] = ArenaRespMsg::createResponse(noPrefix, clock.activityLoopExecNsTime());
   KelGnmiUtils::pushDelete(*notification, path);

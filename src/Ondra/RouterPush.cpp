@@ -68,6 +68,7 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
     return WalkResult::Success;
   }
   Unsent::Sending const sending;
+  // docs/decisions.md: "Bytes or messages?"
   if (ByteRouter* const router = router_.byteRouter()) {
     return pushBytes(*router, *ir, false);
   }

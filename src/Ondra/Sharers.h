@@ -3,6 +3,7 @@
 // A member under a reference that leads nowhere has "nullptr" in its key, and so have all others of the kind. A walk sends them one over
 // the other, in key order: of each leaf the last member that has it is seen. Where all members have the same leaves that is the last
 // member, and the others need not be sent.
+// docs/decisions.md: "What is seen of members whose references lead nowhere?"
 #pragma once
 
 #include <absl/container/btree_set.h>

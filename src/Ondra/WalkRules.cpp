@@ -180,6 +180,7 @@ bool givesWay(Kel::KelAttr const& attr) {
 
 } // namespace
 
+// docs/decisions.md: "Which leaves does a key make?"
 MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr, Path const& objectPrefix,
                         Kel::Ptr<Path> const& objectLeaf) {
   Path const& last = objectLeaf->empty() ? objectPrefix : *objectLeaf;

@@ -16,7 +16,7 @@
 
 namespace Ondra {
 
-using SyncWalkId = std::pair<SyncId, WalkId>;
+using SyncWalkId = std::pair<SyncId, WalkId>; // as a walk is named
 
 // What to walk and for whom. Shared between the host, the task and, for walks inside a walk, the walker that made it.
 struct KTD_EXPORT WalkInfo {
@@ -24,18 +24,19 @@ struct KTD_EXPORT WalkInfo {
   // through the notifiee of its path.
   WalkInfo(BaseRouter& router, SyncWalkId syncWalkId, Kel::Ptr<Path const> path, Kel::PtrInterface const* obj,
            WalkerFlags flags);
+  // The same, shared.
   [[nodiscard]] static std::shared_ptr<WalkInfo> WalkInfoIs(BaseRouter& router, SyncWalkId syncWalkId,
                                                             Kel::Ptr<Path const> path,
                                                             Kel::PtrInterface const* obj, WalkerFlags flags);
-  [[nodiscard]] Tovak::String toString() const;
+  [[nodiscard]] Tovak::String toString() const; // for traces
 
-  BaseRouter& router;
-  SyncWalkId const syncWalkId; // walk id 0 cannot be parked
-  Kel::Ptr<Path const> const path;
-  Kel::PtrInterface const* const obj;
-  WalkerFlags const walkerFlags;
-  std::shared_ptr<Tovak::Task> task; // stored here by the host once made
-  long timeStampToUse = 0;           // for leaves without a time of their own; 0: the activity loop's time
+  BaseRouter& router;                 // not owned; outlives the walk
+  SyncWalkId const syncWalkId;        // walk id 0 cannot be parked
+  Kel::Ptr<Path const> const path;    // of the object, from the root
+  Kel::PtrInterface const* const obj; // not owned, see above
+  WalkerFlags const walkerFlags;      // how it is to be done
+  std::shared_ptr<Tovak::Task> task;  // stored here by the host once made
+  long timeStampToUse = 0;            // for leaves without a time of their own; 0: the activity loop's time
 };
 
 // Runs one walk slice by slice. Made by the host, which stores it in `walkInfo->task` and schedules it. After a slice that used up
@@ -63,7 +64,8 @@ public:
   void handleTaskBusy() override {}
   void handleResetStats() override {}
 
-  [[nodiscard]] Tovak::String toString() const;
+  [[nodiscard]] Tovak::String toString() const; // for traces
+  // Null once the walk is done.
   [[nodiscard]] std::shared_ptr<WalkInfo> const& walkInfo() const noexcept { return walkInfo_; }
 
 private:

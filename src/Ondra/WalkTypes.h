@@ -27,11 +27,14 @@ enum class WalkResult : std::uint8_t {
 class WalkerFlags {
 public:
   constexpr WalkerFlags() noexcept = default;
+  // Of the flags below, as bits.
   constexpr explicit WalkerFlags(std::uint16_t bits) noexcept : bits_(bits) {}
 
+  // As a number, for printing.
   [[nodiscard]] constexpr std::uint16_t bits() const noexcept { return bits_; }
   // Some bit is set: `if (flags & flagStream)`.
   constexpr explicit operator bool() const noexcept { return bits_ != 0; }
+  // All of these bits are set.
   [[nodiscard]] constexpr bool has(WalkerFlags all) const noexcept {
     return (bits_ & all.bits_) == all.bits_;
   }
@@ -77,8 +80,8 @@ enum class RequestType : std::uint32_t {
 using Tovak::Id64;
 struct _SyncId;
 struct _WalkId;
-using SyncId = Id64<_SyncId>;
-using WalkId = Id64<_WalkId>;
+using SyncId = Id64<_SyncId>; // of a subscription; 0: of changes
+using WalkId = Id64<_WalkId>; // 0: cannot be parked
 
 } // namespace Ondra
 
