@@ -2,6 +2,7 @@
 import hashlib
 import json
 import os
+import shlex
 import shutil
 import subprocess
 import sys
@@ -9,6 +10,7 @@ import unittest
 import venv
 
 from agentprocess import DEADLINE, WORK, AgentProcess
+from test_documents import fenced
 
 LO = "/interfaces/interface[name=lo]"
 # What the tools say when their registries cannot be reached, as opposed to when something is wrong with what is asked of them.
@@ -58,41 +60,40 @@ def goProgram(package, module, version, tags=""):
 
 class GnmiCli(unittest.TestCase):
     """Sends paths in their old and their new form both."""
+    NAME = '"name": {Deprecated TypedValue_JsonVal lo}'
 
     def setUp(self):
         self.program = goProgram("github.com/openconfig/gnmi/cmd/gnmi_cli", "github.com/openconfig/gnmi", "v0.14.1")
         self.agent = AgentProcess()
         self.addCleanup(self.agent.__exit__)
+        self.address = f"127.0.0.1:{self.agent.port}"
 
     def output(self, *arguments):
-        result = run(self.program, "-address", f"127.0.0.1:{self.agent.port}", "-insecure", *arguments, timeout=DEADLINE)
+        result = run(self.program, *arguments, timeout=DEADLINE)
         self.assertEqual(result.returncode, 0, result.stdout)
         return " ".join(result.stdout.split())  # its blanks change from build to build
 
-    def testCapabilitiesAndGet(self):
-        self.assertIn('name: "openconfig-system-grpc"', self.output("-capabilities"))
+    def testGet(self):
         path = 'path: {elem: {name: "interfaces"} elem: {name: "interface" key: {key: "name" value: "lo"}} elem: {name: "name"}}'
-        self.assertIn('json_val: "\\"lo\\""', self.output("-get", "-proto", path))
+        self.assertIn('json_val: "\\"lo\\""', self.output("-address", self.address, "-insecure", "-get", "-proto", path))
 
-    def testQueries(self):
-        for times, kind in ((1, ("once",)), (3, ("polling", "-polling_interval", "100ms", "-count", "3"))):
-            told = self.output("-query", LO + "/state/name", "-query_type", *kind)
-            self.assertEqual(told.count('"name": {Deprecated TypedValue_JsonVal lo}'), times, told)
+    def testReadme(self):
+        lines = [shlex.split(line) for line in fenced("sh", self.agent.port, __file__).splitlines()]
+        self.assertEqual([line[0] for line in lines], ["gnmi_cli"] * 2)
+        for line, expected in zip(lines, ('name: "openconfig-system-grpc"', self.NAME)):
+            self.assertEqual(self.output(*line[1:]).count(expected), 1)
+
+    def testPolls(self):
+        told = self.output("-address", self.address, "-insecure", "-query", LO + "/state/name", "-query_type", "polling",
+                           "-polling_interval", "100ms", "-count", "3")
+        self.assertEqual(told.count(self.NAME), 3, told)
 
 
 class Telegraf(unittest.TestCase):
-    CONFIG = """
+    AGENT_AND_OUTPUT = """
 [agent]
   flush_interval = "200ms"
   omit_hostname = true
-[[inputs.gnmi]]
-  addresses = ["127.0.0.1:{port}"]
-  [[inputs.gnmi.subscription]]
-    name = "counters"
-    origin = "openconfig"
-    path = "/interfaces/interface/state/counters"
-    subscription_mode = "sample"
-    sample_interval = "1s"
 [[outputs.file]]
   files = ["stdout"]
   data_format = "json"
@@ -103,7 +104,9 @@ class Telegraf(unittest.TestCase):
                             "custom,inputs.gnmi,outputs.file,serializers.json")
         with AgentProcess() as agent:
             config = WORK / "telegraf.conf"
-            config.write_text(self.CONFIG.format(port=agent.port))
+            recipe = fenced("toml", agent.port, __file__)
+            self.assertIn('sample_interval = "10s"', recipe)
+            config.write_text(recipe.replace('"10s"', '"1s"') + self.AGENT_AND_OUTPUT)  # for the test's sake
             telegraf = subprocess.Popen([program, "--config", config], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
             try:
                 lines = map(json.loads, telegraf.stdout)

@@ -2,6 +2,7 @@
 """The project's own scripts: the checks find what they are there to find, and the two commands prepare a machine."""
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -21,8 +22,8 @@ def call(*command, **options):
                           check=False, timeout=120, **options)
 
 
-class CheckLayers(unittest.TestCase):
-    CASES = [  # file, its content, what the check says of it (None: nothing)
+class ChecksOfTexts(unittest.TestCase):
+    LAYERS = [  # file, its content, what the check says of it (None: nothing)
         ("platform/Kel/A.h", '#include "Tovak/String.h"\n#include <map>\n', None),
         ("platform/Tovak/A.h", '#include "Kel/Ptr.h"\n', "A.h:1: platform/Tovak may not include Kel/Ptr.h"),
         ("platform/Tovak/A.h", '\n  #  include <Kel/Ptr.h>\n', "A.h:2: platform/Tovak may not include Kel/Ptr.h"),
@@ -45,18 +46,43 @@ class CheckLayers(unittest.TestCase):
         ("src/Other/A.cpp", "\n", "no layer is known"),
     ]
 
+    DOCUMENTS = [
+        ("README.md", "[a](README.md), `bits/of.others`\n", None),
+        ("docs/a.md", "\n[a](../b.md#c)\n", "docs/a.md:2: there is no ../b.md"),
+        ("README.md", "see `src/Nothing.h`\n", "README.md:1: there is no src/Nothing.h"),
+        ("docs/decisions.md", "**A?** Yes. (2026-11-22)\n\n**B?** No.\n", "docs/decisions.md:3: the entry is not dated"),
+        ("src/Ondra/A.h", '\n// docs/decisions.md: "B?"\n', 'A.h:2: docs/decisions.md has no "B?"'),
+        ("docs/diagrams/a.dot", "digraph {}\n", "a.svg is not made from it"),
+    ]
+
     def testEachKindOfFaultIsFound(self):
-        for name, content, expected in self.CASES:
-            with self.subTest(name=name, content=content), tempfile.TemporaryDirectory() as tree:
-                write(tree, name, content)
-                result = call(ROOT / "scripts/check-layers", tree)
-                self.assertEqual(result.returncode, 0 if expected is None else 1, result.stdout)
-                self.assertIn(expected or "", result.stdout)
-                self.assertEqual(len(result.stdout.splitlines()), 0 if expected is None else 1, result.stdout)
+        for check, cases in (("check-layers", self.LAYERS), ("check-docs", self.DOCUMENTS)):
+            for name, content, expected in cases:
+                with self.subTest(name=name, content=content), tempfile.TemporaryDirectory() as tree:
+                    write(tree, name, content)
+                    result = call(ROOT / "scripts" / check, tree)
+                    self.assertEqual(result.returncode, 0 if expected is None else 1, result.stdout)
+                    self.assertIn(expected or "", result.stdout)
+                    self.assertEqual(len(result.stdout.splitlines()), 0 if expected is None else 1, result.stdout)
 
     def testThisProjectHasNone(self):
-        result = call(ROOT / "scripts/check-layers")
-        self.assertEqual(result.returncode, 0, result.stdout)
+        for check in ("check-layers", "check-docs"):
+            result = call(ROOT / "scripts" / check)
+            self.assertEqual(result.returncode, 0, result.stdout)
+
+
+class ApiReference(unittest.TestCase):
+    def testANameWithoutACommentIsNamed(self):
+        with tempfile.TemporaryDirectory() as tree:
+            for folder in ("platform", "src"):
+                shutil.copytree(ROOT / folder, tree, dirs_exist_ok=True, ignore=shutil.ignore_patterns("*.cpp"))
+            self.assertEqual(call(ROOT / "scripts/api-reference", "--headers", tree).stdout, "")
+            header = pathlib.Path(tree, "Kel/Dir.h")
+            text = header.read_text(encoding="utf-8")
+            header.write_text(text.replace("  // Removes an entity; a missing one is no matter.\n", ""), encoding="utf-8")
+            result = call(ROOT / "scripts/api-reference", "--headers", tree)
+            self.assertEqual(result.returncode, 1)
+            self.assertRegex(result.stdout, r"^Kel/Dir.h:\d+: entityDel\(std::string_view name\) of class Kel::Dir\n$")
 
 
 class CheckHeaders(unittest.TestCase):
