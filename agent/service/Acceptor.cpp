@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "Tovak/Clock.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Opening.h"
 #include "agent/service/Place.h"
 
@@ -25,6 +26,7 @@ namespace {
 constexpr int kAtOnce = 64; // connections accepted before others get their turn
 constexpr std::int64_t kPauseNs = 100'000'000;
 constexpr std::int64_t kMillisecondNs = 1'000'000;
+constexpr std::uint64_t kMuch = 16U << 10; // bytes between two looks: more than who asks politely sends
 constexpr std::size_t kOtherDescriptors =
     256; // than those of connections: files that are read, epoll sets, sockets of the kernel's
 constexpr std::uint64_t kWake =
@@ -61,7 +63,8 @@ Acceptor::Acceptor(std::vector<Listener> listeners, ConnectionLimits const& limi
     , epoll_(::epoll_create1(EPOLL_CLOEXEC))
     , wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     , reserve_(openReserve())
-    , nextId_(1 + listeners_.size()) {}
+    , nextId_(1 + listeners_.size())
+    , guard_(residentBytes(), limits.memoryRoom, memoryLimit()) {}
 
 Acceptor::~Acceptor() {
   stop();
@@ -99,13 +102,16 @@ void Acceptor::run() {
     for (int i = 0; i < count; ++i)
       handle(events[static_cast<std::size_t>(i)].data.u64, events[static_cast<std::size_t>(i)].events);
     overdueEnd();
+    memoryLook();
     if (pausedUntilNs_ != 0 && clock_.monotonicNs() >= pausedUntilNs_) pausedIs(false);
   }
 }
 
-// Until the oldest handshake is overdue, or the pause over.
+// Until the oldest handshake is overdue, or the pause over, or memory to be looked at.
 int Acceptor::timeoutMs() const {
   std::int64_t due = pausedUntilNs_;
+  if (!settled_.empty() || guard_.isMore())
+    due = due == 0 ? lookedNs_ + MemoryGuard::lookNs : std::min(due, lookedNs_ + MemoryGuard::lookNs);
   if (!handshakes_.empty()) {
     std::int64_t const overdue = handshakes_.front().sinceNs + limits_.handshakeNs;
     due = due == 0 ? overdue : std::min(due, overdue);
@@ -186,7 +192,8 @@ void Acceptor::accepted(int fd, std::string const& place, bool hasPeer, Listener
                          .said = {}});
   Connections::iterator const made = std::prev(handshakes_.end());
   byId_.emplace(made->id, made);
-  watch(fd, made->id, EPOLLIN);
+  // What has come already saves a turn; and who has hung up already, a descriptor.
+  if (read(made)) watch(fd, made->id, EPOLLIN);
 }
 
 void Acceptor::pausedIs(bool isPaused) {
@@ -200,20 +207,17 @@ void Acceptor::pausedIs(bool isPaused) {
 
 // --- openings ---------------------------------------------------------------------------------------------
 
-void Acceptor::read(Connections::iterator connection) {
+bool Acceptor::read(Connections::iterator connection) {
   std::array<char, kLongestOpening> bytes; // NOLINT: filled by `recv`
   ssize_t const count = ::recv(connection->fd, bytes.data(), bytes.size(), 0);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count <= 0) {
-    closeNow(connection);
-    return;
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+  if (count > 0) connection->said.append(bytes.data(), static_cast<std::size_t>(count));
+  switch (count > 0 ? openingOf(connection->said, isTls_) : Opening::Wrong) {
+  case Opening::Begun: return true;
+  case Opening::Whole: handOver(connection); return false;
+  case Opening::Wrong: closeNow(connection); return false;
   }
-  connection->said.append(bytes.data(), static_cast<std::size_t>(count));
-  switch (openingOf(connection->said, isTls_)) {
-  case Opening::Begun: break;
-  case Opening::Whole: handOver(connection); break;
-  case Opening::Wrong: closeNow(connection); break;
-  }
+  return false;
 }
 
 void Acceptor::handOver(Connections::iterator connection) {
@@ -273,6 +277,38 @@ void Acceptor::overdueEnd() {
       closeNow(oldest);
     }
   }
+}
+
+// --- memory -----------------------------------------------------------------------------------------------
+
+void Acceptor::memoryLook() {
+  std::int64_t const now = clock_.monotonicNs();
+  if (now - lookedNs_ < MemoryGuard::lookNs) return;
+  lookedNs_ = now;
+  std::size_t const resident = residentBytes();
+  if (guard_.isShort(resident, now) && greediestEnd()) guard_.relieved();
+  if (guard_.trimIsDue(resident, now)) {
+    HeapTrimmer::trim();
+    guard_.trimmed(resident, residentBytes());
+  }
+}
+
+// All that have sent at least half as much as the greediest, if that is much. Says whether there were any.
+bool Acceptor::greediestEnd() {
+  bool const isRecent = std::exchange(rankedNs_, lookedNs_) > lookedNs_ - 5 * MemoryGuard::lookNs;
+  std::vector<std::pair<std::uint64_t, Id>> sent;
+  for (Connection& each : settled_) {
+    std::uint64_t const heard = bytesHeard(each.fd);
+    if (isRecent && each.looked != 0) sent.emplace_back(heard - each.looked, each.id);
+    each.looked = std::max<std::uint64_t>(heard, 1);
+  }
+  if (sent.empty()) return false;
+  std::uint64_t const most = std::ranges::max(sent).first;
+  if (most < kMuch) return false;
+  for (auto const& [bytes, id] : sent) {
+    if (bytes >= most / 2) closeNow(byId_.at(id));
+  }
+  return true;
 }
 
 // --- ends -------------------------------------------------------------------------------------------------

@@ -7,7 +7,10 @@
 // 3. At most `handshakes` connections have not got further than that, or, with TLS, than the server's answer: when there is one more, the
 //    oldest of the place that has the most of them makes way. So a newcomer who speaks gets in, whoever else is silent.
 // 4. Beyond `connections`, and `connectionsPerPeer` of one place, a connection is closed as soon as it is accepted.
-// 5. One descriptor is held back: when there is no other, it is given up for a moment to accept and close. When even that does not help,
+// 5. Before a call's credentials can be asked for, gRPC keeps for a peer what he likes: calls that are reset as soon as they begin, header
+//    fields without end. When memory runs short (`MemoryGuard`), who has sent the most since the last look is shut down. Of Unix
+//    sockets it cannot be told how much came.
+// 6. One descriptor is held back: when there is no other, it is given up for a moment to accept and close. When even that does not help,
 //    accepting pauses.
 #pragma once
 
@@ -22,6 +25,7 @@
 #include <vector>
 
 #include "agent/service/Listener.h"
+#include "agent/service/MemoryGuard.h"
 
 namespace grpc::experimental {
 class ExternalConnectionAcceptor;
@@ -39,6 +43,8 @@ struct ConnectionLimits {
       1024; // of one IPv4 address or /64 network of IPv6; Unix sockets have no peers
   std::size_t handshakes = 256;
   std::int64_t handshakeNs = 10'000'000'000;
+  std::size_t memoryRoom = std::size_t{1}
+                           << 30; // bytes that may come on top of what the process has at the start
 };
 
 // Of so many connections those that there are descriptors for, two for each; raises the process's own limit of them as far as it may.
@@ -72,8 +78,9 @@ private:
     Places::iterator place;
     bool hasPeer; // an address, that is
     std::int64_t sinceNs;
-    std::string said;        // of its opening
-    std::uint64_t heard = 0; // bytes, when gRPC got it
+    std::string said;         // of its opening
+    std::uint64_t heard = 0;  // bytes, when gRPC got it
+    std::uint64_t looked = 0; // bytes, when memory was looked at
     bool isGrpcs = false;
     bool isSettled = false; // no handshake any more
   };
@@ -87,12 +94,15 @@ private:
   [[nodiscard]] bool acceptOne(Listener const& listener);
   [[nodiscard]] bool outOfDescriptors(Listener const& listener);
   void accepted(int fd, std::string const& place, bool hasPeer, Listener const& listener);
-  void read(Connections::iterator connection);
+  // Whether there is more to wait for; the connection may have gone.
+  bool read(Connections::iterator connection);
   void handOver(Connections::iterator connection);
   void makeWay();
   [[nodiscard]] bool hasGotFurther(Connection const& connection) const;
   void handshakeEnds(Connections::iterator connection);
   void overdueEnd();
+  void memoryLook();
+  [[nodiscard]] bool greediestEnd();
   void closeNow(Connections::iterator connection);
   void pausedIs(bool isPaused);
   void watch(int fd, Id id, std::uint32_t events);
@@ -105,7 +115,7 @@ private:
   std::thread thread_;
   int const epoll_;
   int const wake_;                 // written to end
-  int reserve_;                    // see 5
+  int reserve_;                    // see 6
   std::int64_t pausedUntilNs_ = 0; // 0: not paused
   Id nextId_;
   Places places_;
@@ -113,6 +123,9 @@ private:
   Connections settled_;
   std::unordered_map<Id, Connections::iterator> byId_;
   bool ends_ = false;
+  MemoryGuard guard_;
+  std::int64_t lookedNs_ = 0;
+  std::int64_t rankedNs_ = 0; // who has sent how much
 };
 
 } // namespace Agent

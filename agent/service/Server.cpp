@@ -14,6 +14,7 @@
 #include "agent/model/TextRules.h"
 #include "agent/service/GnmiService.h"
 #include "agent/service/LibraryLogs.h"
+#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
 #include "agent/subscribe/Engine.h"
 
@@ -21,6 +22,7 @@ namespace Agent {
 namespace {
 
 constexpr int kSecondMs = 1'000;
+constexpr std::size_t kGrpcBytes = std::size_t{128} << 20; // for connections, on top of the budget
 
 void prepareGrpc() {
   static bool const once = [] {
@@ -81,7 +83,9 @@ Kstd::Result<void, std::string> Server::listen(Options const& options) {
   server_ = builder.BuildAndStart();
   if (!server_) return Kstd::Err(std::string("gRPC does not start"));
   server_->GetHealthCheckService()->SetServingStatus(gnmi::gNMI::service_full_name(), true);
-  acceptor_ = std::make_unique<Acceptor>(std::move(listeners), options.connections, options.security.isSecure,
+  ConnectionLimits connections = options.connections;
+  connections.memoryRoom = runtime_.memory().whole->limit() + kGrpcBytes;
+  acceptor_ = std::make_unique<Acceptor>(std::move(listeners), connections, options.security.isSecure,
                                          runtime_.clock());
   acceptor_->start(std::move(grpcs));
   return {};

@@ -192,6 +192,31 @@ TEST(Acceptor, HandshakesMakeWayAndEndInTime) {
   }
 }
 
+TEST(MemoryGuard, KnowsWhatIsTooMuchAndWhenItHasComeToStay) {
+  constexpr std::size_t kMiB = std::size_t{1} << 20;
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  MemoryGuard guard(100 * kMiB, 200 * kMiB, 1'024 * kMiB);
+  EXPECT_FALSE(guard.isShort(300 * kMiB, kSecond));
+  EXPECT_TRUE(guard.isShort(301 * kMiB, kSecond));
+  guard.relieved();
+  EXPECT_TRUE(guard.isShort(301 * kMiB, 9 * kSecond)) << "counted from there";
+  EXPECT_TRUE(guard.isShort(301 * kMiB, 15 * kSecond));
+  EXPECT_FALSE(guard.isShort(302 * kMiB, 16 * kSecond)) << "nobody was found: the model has grown";
+  EXPECT_TRUE(MemoryGuard(100 * kMiB, 200 * kMiB, 256 * kMiB).isShort(230 * kMiB, kSecond))
+      << "the process's limit";
+  EXPECT_FALSE(MemoryGuard(100 * kMiB, 200 * kMiB, 64 * kMiB).isShort(130 * kMiB, kSecond))
+      << "a model that fills it";
+
+  int trims = 0;
+  EXPECT_FALSE(guard.trimIsDue(130 * kMiB, 20 * kSecond));
+  for (int second = 20; second < 80; ++second) {
+    if (!guard.trimIsDue(200 * kMiB, second * kSecond)) continue;
+    guard.trimmed(200 * kMiB, 200 * kMiB);
+    ++trims;
+  }
+  EXPECT_EQ(trims, 4) << "ever more seldom, while it brings nothing";
+}
+
 TEST(Listener, TakesAUnixSocketFromNobodyWhoListens) {
   ListenAddress const address{.host = testing::TempDir() + "agent.sock", .isUnix = true};
   auto const isThere = [&address] {
