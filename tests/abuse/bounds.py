@@ -4,6 +4,7 @@ Loopback only; every case is bounded in calls and time, prints its figures, and 
 import argparse
 import os
 import pathlib
+import resource
 import subprocess
 import sys
 import threading
@@ -11,6 +12,7 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "e2e"))
+import http2  # noqa: E402
 
 
 class Polite:
@@ -189,7 +191,65 @@ def gets(arguments):
                f"{resident(agent):.0f} MiB afterwards"), most < before + 300
 
 
-CASES = {"slow-reader": slowReader, "overlaps": overlaps, "never-read": neverRead, "sets": sets, "gets": gets}
+def answered(agent):
+    """How long a call on a connection of its own takes, in seconds; endless when it fails."""
+    start = time.monotonic()
+    return time.monotonic() - start if codeOf(lambda: agent.stub().Capabilities(pb.CapabilityRequest(), timeout=10)) == "OK" else float("inf")
+
+
+def connections(arguments):
+    """Connections without end, and such as never get anywhere, keep nobody out, nor do descriptors that run out."""
+    def opened(count, greets):
+        found = []
+        for i in range(count):
+            source = "127.0.0.%d" % (2 + i % 4)
+            try:
+                found.append((http2.greeted if greets else http2.connect)(agent.target(), source=source))
+            except OSError:
+                pass  # closed already
+        return found
+
+    with Agent("--no-machine", "--handshake-timeout", "2s") as agent:
+        descriptors = lambda: len(os.listdir(f"/proc/{agent.process.pid}/fd"))
+        before, count = descriptors(), arguments.count(2000, 600)
+        silent = opened(count, False)
+        took, held = answered(agent), descriptors() - before
+        until(lambda: descriptors() <= before + 2, 5)
+        yield (f"{len(silent)} that are silent: {held} of them held, a call takes {took * 1e3:.0f} ms; {descriptors() - before} held after 2 s",
+               took < 2 and descriptors() <= before + 2)
+        resource.prlimit(agent.process.pid, resource.RLIMIT_NOFILE, (before + 100, resource.prlimit(agent.process.pid, resource.RLIMIT_NOFILE)[1]))
+        greeted = opened(count, True)
+        held = descriptors() - before
+        [each.close() for each in silent + greeted]
+        until(lambda: descriptors() <= before + 2, 5)
+        took = answered(agent)
+        yield (f"{len(greeted)} with descriptors for 50: {held} descriptors held; all closed, a call takes {took * 1e3:.0f} ms", took < 2)
+
+
+def floods(arguments):
+    """What gRPC holds for a peer before anybody knows who he is."""
+    for name, make in http2.ATTACKS.items():
+        with Agent("--no-machine", "--memory-budget", "64MiB") as agent:
+            before, most, slowest, end = resident(agent), 0, 0, time.monotonic() + arguments.count(10, 3)
+
+            def flood():
+                while (left := end - time.monotonic()) > 0:
+                    try:
+                        http2.pour(http2.greeted(agent.target(), source="127.0.0.2"), make(), left, 64)
+                    except OSError:
+                        pass
+
+            floods = [threading.Thread(target=flood) for _ in range(2)]
+            [each.start() for each in floods]
+            while any(each.is_alive() for each in floods):
+                slowest, most = max(slowest, answered(agent)), max(most, resident(agent))
+            until(lambda: resident(agent) < before + 40, 10)
+            recovered = until(lambda: answered(agent) < 5, 30)
+            yield (f"{name}: {before:.0f} MiB before, {most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; a call takes "
+                   f"{slowest * 1e3:.0f} ms at most", most < before + 500 and recovered)
+
+
+CASES = {"connections": connections, "floods": floods, "slow-reader": slowReader, "overlaps": overlaps, "never-read": neverRead, "sets": sets, "gets": gets}
 
 
 def main():
