@@ -100,7 +100,7 @@ private:
 
 // An error of the tree as the client is told of it.
 [[nodiscard]] KTD_EXPORT grpc::Status treeErrorToStatus(AttrTree::Error const& error);
-// NOT_FOUND and INVALID_ARGUMENT, with the path and what is wrong with it.
+// NOT_FOUND and INVALID_ARGUMENT, with the path and what is wrong with it:
 [[nodiscard]] KTD_EXPORT grpc::Status pathNotFoundError(std::string const& path, std::string const& message);
 [[nodiscard]] KTD_EXPORT grpc::Status invalidArgumentError(std::string const& path,
                                                            std::string const& message);

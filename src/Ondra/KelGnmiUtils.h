@@ -29,7 +29,7 @@ KTD_EXPORT void pushDelete(gnmi::Notification& notification, Kel::Ptr<Path const
                                                      Tovak::String const& separator);
 
 // A double as the eight bytes of its IEEE 754 binary64 form, most significant first; and back. Any other
-// length gives no value.
+// length gives no value:
 [[nodiscard]] KTD_EXPORT std::string encodeDoubleVal(double const& value);
 [[nodiscard]] KTD_EXPORT std::optional<double> decodeDoubleVal(std::string const& bytes);
 
