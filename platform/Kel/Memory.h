@@ -13,7 +13,7 @@
 
 namespace Kel {
 
-inline constexpr std::size_t kKelMemLargestClass = 512;
+inline constexpr std::size_t kKelMemLargestClass = 512; // bytes
 
 // Uninitialised storage for `size` bytes, aligned to 16. Throws std::bad_alloc.
 [[nodiscard]] KTD_EXPORT void* kelMemAlloc(std::size_t size);
@@ -26,6 +26,6 @@ struct MemStats {
   std::size_t chunkBytes; // bytes taken from the general heap for the lists
   std::size_t chunks;     // number of such chunks
 };
-[[nodiscard]] KTD_EXPORT MemStats kelMemStats();
+[[nodiscard]] KTD_EXPORT MemStats kelMemStats(); // of this moment
 
 } // namespace Kel

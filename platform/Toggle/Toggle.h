@@ -11,7 +11,7 @@
  */
 namespace Toggle {
 
-inline constexpr char const* directoryEnvironmentVariable = "ONDRA_TOGGLE_DIR";
+inline constexpr char const* directoryEnvironmentVariable = "ONDRA_TOGGLE_DIR"; // names the folder
 
 /**
  * The state of toggle `name` in `file` of the toggle folder; `defaultState` when there is no folder, no such file or

@@ -11,13 +11,13 @@ namespace Tovak {
 
 /** One emitted message. The views are valid during the call that hands it over. */
 struct TraceLine {
-  std::string_view handler;
-  unsigned level;
-  std::string_view file; // without its directories
-  std::string_view function;
-  int line;
-  std::string_view category;
-  std::string_view message;
+  std::string_view handler;  // its name
+  unsigned level;            // 0 to 9, or traceLevelError
+  std::string_view file;     // without its directories
+  std::string_view function; // that traces
+  int line;                  // of the file
+  std::string_view category; // may be empty
+  std::string_view message;  // formatted
 };
 
 /**
@@ -57,7 +57,7 @@ public:
   std::vector<String> lines() const;
   /** Whether any message contains the text. */
   bool contains(std::string_view text) const;
-  void clear();
+  void clear(); // forgets the messages
 
 private:
   TraceSink* const previous_;

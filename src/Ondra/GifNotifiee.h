@@ -55,14 +55,14 @@ public:
   // Switched on again, it first makes good what it has missed.
   void hasNotificationActiveIs(bool active) override;
 
-  [[nodiscard]] Kel::Ptr<Path const> const& prefixPath() const noexcept { return prefixPath_; }
-  [[nodiscard]] BaseRouter& router() const noexcept { return router_; }
+  [[nodiscard]] Kel::Ptr<Path const> const& prefixPath() const noexcept { return prefixPath_; } // its path
+  [[nodiscard]] BaseRouter& router() const noexcept { return router_; }                         // of changes
   // The watched object; null once it has gone.
   [[nodiscard]] Kel::Ptr<Kel::GenericIf const> object() const;
-  [[nodiscard]] Kel::KelType objectType() const noexcept { return type_; }
-  [[nodiscard]] AttrStateMap& attrStates() noexcept { return attrStates_; }
-  [[nodiscard]] AttrStateMap const& attrStates() const noexcept { return attrStates_; }
-  [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }
+  [[nodiscard]] Kel::KelType objectType() const noexcept { return type_; }  // also when it has gone
+  [[nodiscard]] AttrStateMap& attrStates() noexcept { return attrStates_; } // when each changed
+  [[nodiscard]] AttrStateMap const& attrStates() const noexcept { return attrStates_; } // likewise
+  [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }                  // what was last sent
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
@@ -80,7 +80,7 @@ public:
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
   // Notes that the path is the holder's with one element more, that of the holder's attribute under which the object, an entity, has
-  // its place. An entity has one place in its life, so that walks of the holder need not work out the path again.
+  // its place. An entity has one place in its life, so that walks of the holder need not work out the path again:
   void heldByIs(GifGnmiNotifiee const& holder, Kel::AttributeId attr) noexcept {
     holderSerial_ = holder.serial_;
     holderAttr_ = attr;
@@ -97,7 +97,7 @@ public:
     changed(id, key, false);
   }
 
-  // Where a member whose key holds a reference has its place, relative to the prefix.
+  // Where a member whose key holds a reference has its place, relative to the prefix:
   struct MemberPlace {
     Kel::Ptr<Path const>
         before; // the path that it was sent under, when that was another one; to be ended by the caller
@@ -112,10 +112,10 @@ public:
 
   // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running (asserted).
   static void clearAllGnmiNotifiees();
-  [[nodiscard]] static std::string dumpGnmiNotifieeMap();
-  [[nodiscard]] static std::string dumpNotifieePathMap();
-  [[nodiscard]] static std::string dumpPathTypesMap();
-  [[nodiscard]] static std::size_t notifieeMapSize();
+  [[nodiscard]] static std::string dumpGnmiNotifieeMap(); // a line each
+  [[nodiscard]] static std::string dumpNotifieePathMap(); // likewise, by object
+  [[nodiscard]] static std::string dumpPathTypesMap();    // likewise, of types
+  [[nodiscard]] static std::size_t notifieeMapSize();     // how many
 
 private:
   friend class NotifieeMaps;
@@ -158,11 +158,11 @@ KTD_EXPORT void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path
 // While one lives, paths end without a delete.
 class KTD_EXPORT SilentEnds {
 public:
-  explicit SilentEnds(bool silent) noexcept : silent_(silent) { depth_ += silent_ ? 1 : 0; }
+  explicit SilentEnds(bool silent) noexcept : silent_(silent) { depth_ += silent_ ? 1 : 0; } // false: nothing
   ~SilentEnds() { depth_ -= silent_ ? 1 : 0; }
   SilentEnds(SilentEnds const&) = delete;
   SilentEnds& operator=(SilentEnds const&) = delete;
-  [[nodiscard]] static bool active() noexcept { return depth_ > 0; }
+  [[nodiscard]] static bool active() noexcept { return depth_ > 0; } // one lives
 
 private:
   static int depth_;
@@ -177,7 +177,7 @@ public:
   ~WalkScope() noexcept(false);
   WalkScope(WalkScope const&) = delete;
   WalkScope& operator=(WalkScope const&) = delete;
-  [[nodiscard]] static int depth() noexcept { return depth_; }
+  [[nodiscard]] static int depth() noexcept { return depth_; } // how many live
 
 private:
   static int depth_;

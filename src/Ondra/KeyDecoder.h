@@ -19,11 +19,11 @@ namespace Ondra::KelGnmiSet {
 // nested fields, and a string field's own "__" travels as "\__"; a key that is one scalar travels as it is.
 class KTD_EXPORT AttrTree::KeyDecoder {
 public:
-  using KeyMap = google::protobuf::Map<std::string, std::string>;
+  using KeyMap = google::protobuf::Map<std::string, std::string>; // as in a gNMI path element
   // An error text, one key, or a filter.
   using Decoded = std::variant<std::string, SingleKey, MultipleKeys>;
 
-  [[nodiscard]] static Decoded decodeKey(Kel::KelType keyType, KeyMap const& keys);
+  [[nodiscard]] static Decoded decodeKey(Kel::KelType keyType, KeyMap const& keys); // of one path element
   // The parts of a key name between "__"s that no backslash precedes. Never none; views into `keyName`.
   [[nodiscard]] static std::vector<std::string_view> splitPath(std::string const& keyName);
   // A key of a scalar type from its text.
@@ -32,7 +32,7 @@ public:
   // One node of the tree that assembles a structured key: a field, or the key itself at the root.
   class KTD_EXPORT KeyElemNode {
   public:
-    explicit KeyElemNode(Kel::KelType type) : type_(type) {}
+    explicit KeyElemNode(Kel::KelType type) : type_(type) {} // a node without entries
 
     // Records one key entry under this node; the text of an error otherwise.
     [[nodiscard]] std::variant<bool, std::string> insertPathSuffix(std::span<std::string_view const> parts,

@@ -26,12 +26,12 @@ namespace Ondra {
 // the scheduler thread.
 class KTD_EXPORT PathToType final : public Kel::Entity, private Kel::TrackedObject<PathToType> {
 public:
-  using PathTypesMapType = Kel::HashMap2018<Kel::String, Kel::String>;
+  using PathTypesMapType = Kel::HashMap2018<Kel::String, Kel::String>; // path to type
 
   using Kel::TrackedObject<PathToType>::operator new;
   using Kel::TrackedObject<PathToType>::operator delete;
 
-  explicit PathToType(Kel::String const& name) : name_(name) {}
+  explicit PathToType(Kel::String const& name) : name_(name) {} // silent
   // A new one, notification-active.
   [[nodiscard]] static Kel::Ptr<PathToType> PathToTypeIs(Kel::String const& name);
 
@@ -56,7 +56,7 @@ private:
   PathTypesMapType pathTypes_;
 };
 
-[[nodiscard]] KTD_EXPORT Kel::Ptr<PathToType> pathToTypeFactory(Kel::String const& name);
+[[nodiscard]] KTD_EXPORT Kel::Ptr<PathToType> pathToTypeFactory(Kel::String const& name); // as PathToTypeIs
 
 // The registry that the library writes to; null, and then nothing is written, unless the host sets it.
 KTD_EXPORT extern Kel::Ptr<PathToType> pathTypesMap;

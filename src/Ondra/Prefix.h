@@ -46,8 +46,8 @@ public:
   // The names from the root to this node, joined by "/": "/a/b" below the default root.
   [[nodiscard]] Tovak::String path() const;
 
-  [[nodiscard]] Tovak::String const& name() const noexcept { return name_; }
-  [[nodiscard]] std::shared_ptr<Prefix> const& parent() const noexcept { return parent_; }
+  [[nodiscard]] Tovak::String const& name() const noexcept { return name_; } // within its parent
+  [[nodiscard]] std::shared_ptr<Prefix> const& parent() const noexcept { return parent_; } // null: a root
 
 private:
   struct Hasher {
