@@ -1,4 +1,5 @@
 // Carries an interface's configuration to the kernel: description, MTU, enabled.
+// docs/decisions.md: "Configuration is applied on a thread of its own."
 #pragma once
 
 #include <condition_variable>

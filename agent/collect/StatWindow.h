@@ -1,4 +1,5 @@
 // Average, minimum and maximum over the last samples of a figure.
+// docs/decisions.md: "Averages"
 #pragma once
 
 #include <array>

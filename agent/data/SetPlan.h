@@ -7,6 +7,7 @@
 // 2. Deletes come before everything else in a request. So a delete need not look at what is written: it only marks places as cleared,
 //    and what is written below such a place stays.
 // 3. What is to be there afterwards is marked `isNamed`, and so is everything above it.
+// docs/decisions.md: "What is a Set?"
 #pragma once
 
 #include <atomic>

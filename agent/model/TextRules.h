@@ -1,4 +1,5 @@
 // What texts are held to beyond their type: the lengths and patterns of the published types. A leaf names one where it is declared.
+// docs/decisions.md: "Which values may be configured?"
 #pragma once
 
 #include <cstddef>

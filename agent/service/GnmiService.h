@@ -1,6 +1,7 @@
 // Agent::GnmiService: the gNMI service as gRPC sees it.
 //
 // A call's credentials are checked before anything of its request is parsed; that is why requests arrive here as bytes.
+// docs/decisions.md: "Why do requests arrive as bytes?"
 #pragma once
 
 #include <atomic>

@@ -155,6 +155,7 @@ std::string mismatch(TypeDesc const& type, std::string_view text, char const* ex
                      type.name.view(), expected);
 }
 
+// docs/decisions.md: "May a number be written in several ways?"
 template <class T>
 std::optional<std::string> parseInteger(TypeDesc const& type, std::string_view text, void* to) {
   T value{};

@@ -46,6 +46,7 @@ void appendText(std::string& out, std::string_view text) {
 
 // A value that says it is JSON: as it is when it is so, as a text otherwise, or what it stands in could not be read. The empty one is
 // the default and stands for no value.
+// docs/decisions.md: "What does a value that says it is JSON print inside a JSON text?"
 void appendJson(std::string& out, std::string_view text) {
   if (text.empty()) {
     out += "null";

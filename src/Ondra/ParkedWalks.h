@@ -8,6 +8,7 @@
 //    and goes when its run ends.
 // 4. Walkers that are dropped are destroyed after queues and index have been put right.
 // 5. An operation that cannot get memory has done nothing.
+// docs/decisions.md: "Is the map from paths to walks a hash map?"
 #pragma once
 
 #include <absl/container/btree_set.h>

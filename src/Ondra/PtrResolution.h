@@ -3,6 +3,7 @@
 // gNMI has no reference type: a reference is sent as the text of the path under which the referenced object is published. That path
 // is known once a walk has registered a notifiee for the object; a reference to an object that no walk has reached yet is resolved on
 // demand, by walking the nearest known part of the tree above it, silently and at once.
+// docs/decisions.md: "What is a reference to what a walk does not reach?"
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Where a parked walk stands, asked by path.
+// docs/decisions.md: "Where does a walk stand?"
 #pragma once
 
 #include <cstdint>
