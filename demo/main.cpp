@@ -86,7 +86,7 @@ int main() {
   Kel::Ptr<Port> const port = ports->portIs("eth1");
 
   fmt::print("An object and its attributes, by name:\n  {}\n", port->fullName().view());
-  auto const handle = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(port.get()));
+  auto const handle = Kel::handleTo(port);
   for (Kel::KelTypeBase::AttributeQIterator attr(port->fwkType()); attr; ++attr) {
     fmt::print("  {} = {}\n", (*attr).name().view(), (*attr).genericIfGet(handle)->strRep());
   }

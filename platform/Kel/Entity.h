@@ -143,10 +143,10 @@ requires std::is_base_of_v<Entity, E>
 }
 
 // The entity behind a handle. Null for a null handle, a handle to a value, to an entity that is no E, and for a weak one whose entity has
-// gone. Through a handle that only reads no entity is given out that could be changed: `entityAt<Port const>`.
-template <class E = Entity, class Handle>
-requires std::is_base_of_v<Entity, E> &&(std::is_const_v<E> || !std::is_const_v<Handle>)
-    [[nodiscard]] Ptr<E> entityAt(Ptr<Handle> const& handle) {
+// gone. Given out of a handle that only reads, too, as by `GenericIf::object`: generic reads give no others.
+template <class E = Entity>
+requires std::is_base_of_v<Entity, E>
+[[nodiscard]] Ptr<E> entityAt(Ptr<GenericIf const> const& handle) {
   return Ptr<E>(handle ? dynamic_cast<E*>(handle->object()) : nullptr);
 }
 

@@ -43,12 +43,8 @@ inline constexpr Flavour kFlavours[] = {
 inline std::string nameOf(testing::TestParamInfo<Flavour> const& info) { return info.param.name; }
 inline void PrintTo(Flavour const& flavour, std::ostream* out) { *out << flavour.name; }
 
-inline Handle handleTo(Kel::Entity* entity) {
-  return GenericIf::toObject(static_cast<Kel::PtrInterface*>(entity));
-}
-inline Kel::Ptr<Kel::Entity> entityIn(ConstHandle const& handle) {
-  return Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(handle->object()));
-}
+using Kel::handleTo;
+inline Kel::Ptr<Kel::Entity> entityIn(ConstHandle const& handle) { return Kel::entityAt(handle); }
 inline ConstHandle str(char const* text) { return handleOf(Kel::String(text)); }
 template <class T>
 ConstHandle num(T value) {

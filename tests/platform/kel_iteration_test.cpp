@@ -50,7 +50,7 @@ protected:
               }),
         keyed("backup", text),
         keyed("unit", [](int i) { return num(static_cast<std::uint32_t>(i)); }),
-        {"entityPtr", handleTo(dir.get()), dir->fwkType().attr("entityPtr"), text,
+        {"entityPtr", handleTo(dir), dir->fwkType().attr("entityPtr"), text,
          [this, dir](int i) {
            std::string const name(1, static_cast<char>('a' + i));
            if (!dir->entity(name)) dir->entityIs(name, entityIn(type_.genericIf(ArgList())));
@@ -67,7 +67,7 @@ protected:
       for (int i = 0; i < kKeys; ++i)
         targets.push_back(make(("target" + std::to_string(i)).c_str()));
       KelAttr const at = device->fwkType().attr("cost");
-      Handle const holder = handleTo(device.get());
+      Handle const holder = handleTo(device);
       all.push_back({"cost", holder, at, [targets](int i) { return targets[static_cast<std::size_t>(i)]; },
                      [=](int i) {
                        at.genericIfSet(holder, targets[static_cast<std::size_t>(i)], num<std::uint32_t>(1));

@@ -90,11 +90,12 @@ TEST_P(KelLifetime, WeakKeysComeBackEmpty) {
   ConstHandle const weak = object->detachedKey();
   EXPECT_TRUE(weak->equals(*object));
   EXPECT_EQ(weak->hash(), object->hash());
-  EXPECT_EQ(weak->object(), object->object());
+  EXPECT_EQ(Kel::entityAt(weak), entityIn(object));
+  EXPECT_EQ(Kel::entityAt<Kel::Dir>(object), nullptr);
   auto const hash = weak->hash();
   dir_->entityDel("subject");
   object = nullptr;
-  EXPECT_EQ(weak->object(), nullptr);
+  EXPECT_EQ(Kel::entityAt(weak), nullptr);
   EXPECT_EQ(weak->hash(), hash);
   Handle const successor = make("subject");
   EXPECT_FALSE(weak->equals(*successor)) << "the same address or name makes it no other entity";
@@ -105,10 +106,10 @@ TEST_P(KelLifetime, WeakKeysComeBackEmpty) {
 // A collection keyed by reference keeps the key, not the entity.
 TEST(KelObjects, ReferenceKeysPinNothing) {
   Fixture::World world;
-  ConstHandle const device = handleTo(world.device().get());
+  ConstHandle const device = handleTo(world.device());
   KelAttr const costs = device->type().attr("cost");
   auto const eth0 = world.device()->interfaceIs("eth0");
-  ConstHandle const strong = handleTo(eth0.get());
+  ConstHandle const strong = handleTo(eth0);
   EXPECT_EQ(costs.genericIfGet(device, strong)->strRep(), "10");
   ConstHandle const weak = strong->detachedKey();
   world.device()->interfaceDel("eth0");
@@ -117,7 +118,7 @@ TEST(KelObjects, ReferenceKeysPinNothing) {
   EXPECT_EQ(costs.genericIfCount(device), 2U);
   auto const gauges = Kel::Ptr<Fixture::Gauges>(new Fixture::Gauges());
   for (ConstHandle const& stranger :
-       {ConstHandle(handleTo(gauges.get())), GenericIf::weak(*Kel::Ptr(new Fixture::Gauges()))})
+       {ConstHandle(handleTo(gauges)), GenericIf::weak(*Kel::Ptr(new Fixture::Gauges()))})
     EXPECT_EQ(errorOf([&] { static_cast<void>(costs.genericIfGet(device, stranger)); }).substr(0, 63),
               "attribute 'cost' of type 'Device' is keyed by type 'Interface';")
         << "also when it has gone";

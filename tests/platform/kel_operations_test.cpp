@@ -79,7 +79,7 @@ TEST_P(KelOperations, OptionalAndPointer) {
       EXPECT_FALSE(at.genericIfGet(object));
     }
   }
-  EXPECT_EQ(errorOf([&] { attr("peer").genericIfSet(object, nullptr, handleTo(dir_.get())); }),
+  EXPECT_EQ(errorOf([&] { attr("peer").genericIfSet(object, nullptr, handleTo(dir_)); }),
             "attribute 'peer' of type 'Interface' refers to an object of type 'Interface'; found /contract "
             "of type 'Dir'");
 }
@@ -227,17 +227,17 @@ TEST_P(KelOperations, KeyedEntities) {
 }
 
 TEST_P(KelOperations, Directory) {
-  ConstHandle const dir = handleTo(dir_.get());
+  ConstHandle const dir = handleTo(dir_);
   KelAttr const at = dir->type().attr("entityPtr");
   Recorder watcher(dir_);
   EXPECT_EQ(at.genericIfGet(dir, str("subject"))->object(), object->object());
   EXPECT_FALSE(at.genericIfGet(dir, str("nobody")));
-  EXPECT_EQ(errorOf([&] { at.genericIfSet(handleTo(dir_.get()), str("x"), object); }),
+  EXPECT_EQ(errorOf([&] { at.genericIfSet(handleTo(dir_), str("x"), object); }),
             "attribute 'entityPtr' of type 'Dir' does not support the operation 'set'");
-  at.genericIfDel(handleTo(dir_.get()), str("other"));
+  at.genericIfDel(handleTo(dir_), str("other"));
   EXPECT_THAT(watcher.take(), ElementsAre("entityPtr[\"other\"]"));
   dir_->dirIs("fixed")->entityIs("kept", entityIn(type_.genericIf(ArgList())), false);
-  Handle const fixed = handleTo(dir_->dirIs("fixed").get());
+  Handle const fixed = handleTo(dir_->dirIs("fixed"));
   EXPECT_EQ(errorOf([&] { at.genericIfDel(fixed, str("kept")); }),
             "entity 'kept' of directory '/contract/fixed' cannot be removed");
   for (char const* bad : {"", "a/b", "a[0]"}) {
@@ -255,7 +255,7 @@ TEST_P(KelOperations, ReadOnlyAttributesAndWrongOwners) {
     EXPECT_EQ(errorOf([&] { at.genericIfSet(object, nullptr, at.type().genericIf(nullptr)); }), expected);
     EXPECT_EQ(errorOf([&] { at.genericIfDel(object); }), expected);
   }
-  EXPECT_EQ(errorOf([&] { static_cast<void>(attr("mtu").genericIfGet(handleTo(dir_.get()))); }),
+  EXPECT_EQ(errorOf([&] { static_cast<void>(attr("mtu").genericIfGet(handleTo(dir_))); }),
             "attribute 'mtu' of type 'Interface' was asked of an object of type 'Dir'");
   EXPECT_EQ(errorOf([&] { static_cast<void>(attr("mtu").genericIfGet(nullptr)); }),
             "attribute 'mtu' of type 'Interface' was asked of a null handle");

@@ -88,7 +88,7 @@ TEST(KelText, JsonIsAlwaysReadable) {
   Fixture::declareTypes();
   Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
   Fixture::Gauges& gauges = *device->gaugesIs();
-  ConstHandle const handle = handleTo(device.get());
+  ConstHandle const handle = handleTo(device);
   auto const printed = [&handle](char const* attr) {
     auto const json = handle->type().attr(attr).genericIfGnmiJsonString(handle);
     std::string const text = json->attrValPtr<Kel::JsonString>()->text.str();
