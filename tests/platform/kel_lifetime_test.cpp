@@ -272,7 +272,7 @@ TEST(KelNotifiees, ATreeEndsWhole) {
   Fixture::World world;
   Fixture::Device& device = *world.device();
   Kel::KelAttr const interfaces = device.fwkType().attr("interface");
-  Handle const object = handleTo(&device);
+  Handle const object = handleTo(world.device());
   std::pair<char const*, std::function<void()>> const removals[] = {
       {"member", [&] { device.interfaceDel("a"); }},
       {"generic", [&] { interfaces.genericIfDel(object, str("a")); }},
