@@ -9,8 +9,7 @@ import sys
 import unittest
 import venv
 
-from agentprocess import DEADLINE, WORK, AgentProcess
-from test_documents import fenced
+from agentprocess import DEADLINE, WORK, AgentProcess, fenced
 
 LO = "/interfaces/interface[name=lo]"
 # What the tools say when their registries cannot be reached, as opposed to when something is wrong with what is asked of them.
