@@ -61,7 +61,7 @@ Play::Play(std::uint32_t seed, Powers powers)
     , edits_(dir_, seed, texts_) {
   if (!powers_.badTexts) texts_.resize(texts_.size() - kBadTexts);
   std::shuffle(texts_.begin(), texts_.end(), random_);
-  for (RecordingRouter* const router : {&live_, &fresh_, &cut_, &aside_}) {
+  for (RecordingRouter* const router : {static_cast<RecordingRouter*>(&live_), &fresh_, &cut_, &aside_}) {
     router->keepTexts = false;
     router->checksParsing = true;
     router->afterPush = [] { trap().spring(Call::Push); };
@@ -82,7 +82,7 @@ Play::~Play() {
 void Play::subscribeAnew() {
   WalkHarness::clearAll();
   live_.clear();
-  WalkHarness::Walk walk = harness_.start(live_, *dir_, kStreamSnapshot);
+  WalkHarness::Walk walk = start(live_, kStreamSnapshot);
   run(walk);
 }
 
@@ -170,17 +170,24 @@ void Play::replaceABox() {
 // One more snapshot for the subscriber, in slices between which the model changes.
 void Play::walkBetween() {
   note("walk");
-  WalkHarness::Walk walk = harness_.start(live_, *dir_, kStreamSnapshot, [this] { return oneIn(5); });
+  WalkHarness::Walk walk = start(live_, kStreamSnapshot, [this] { return oneIn(5); });
   run(walk, [this] {
     if (oneIn(2)) oneIn(4) ? replaceABox() : edit();
     if (oneIn(2)) nextLoopPass();
   });
 }
 
+WalkHarness::Walk Play::start(RecordingRouter& router, Ondra::WalkerFlags flags,
+                              std::function<bool()> yields) {
+  WalkHarness::Walk walk = harness_.start(live_, *dir_, flags, std::move(yields));
+  if (&router != &live_) live_.others[walk.info->syncWalkId.second] = &router;
+  return walk;
+}
+
 // One for somebody else.
 void Play::walkInSlices() {
   note("walk aside");
-  WalkHarness::Walk walk = harness_.start(aside_, *dir_, Ondra::flagSnapshot, [this] { return oneIn(50); });
+  WalkHarness::Walk walk = start(aside_, Ondra::flagSnapshot, [this] { return oneIn(50); });
   if (oneIn(3)) {
     WalkHarness::slice(walk);
     WalkHarness::cancel(walk);
@@ -191,7 +198,7 @@ void Play::walkInSlices() {
 
 // A slice of one that stays parked from step to step.
 void Play::parkAside() {
-  if (!parked_) parked_ = harness_.start(aside_, *dir_, Ondra::flagSnapshot, [this] { return oneIn(20); });
+  if (!parked_) parked_ = start(aside_, Ondra::flagSnapshot, [this] { return oneIn(20); });
   note("a slice aside");
   try {
     WalkHarness::slice(*parked_);
@@ -287,7 +294,7 @@ void Play::observeAll() {
 
 void Play::checkLaws() {
   fresh_.clear();
-  WalkHarness::Walk walk = harness_.start(fresh_, *dir_, Ondra::flagSnapshot);
+  WalkHarness::Walk walk = start(fresh_, Ondra::flagSnapshot);
   run(walk);
   std::vector<std::string> differences =
       live_.hasSameLeaves(fresh_) ? std::vector<std::string>() : live_.differences(fresh_);
@@ -296,7 +303,7 @@ void Play::checkLaws() {
   EXPECT_THAT(fresh_.leavesThatHoldLeaves(), IsEmpty());
   // Members whose references lead nowhere share one path.
   auto const isShared = [](std::string const& text) { return text.find("=nullptr]") != std::string::npos; };
-  for (RecordingRouter* const router : {&live_, &fresh_}) {
+  for (RecordingRouter* const router : {static_cast<RecordingRouter*>(&live_), &fresh_}) {
     std::erase_if(router->complaints, isShared);
     EXPECT_THAT(router->complaints, IsEmpty());
     router->complaints.clear();
@@ -305,8 +312,7 @@ void Play::checkLaws() {
   if (oneIn(4)) {
     cut_.clear();
     std::size_t const rarely = 1 + below(30);
-    WalkHarness::Walk slow =
-        harness_.start(cut_, *dir_, Ondra::flagSnapshot, [this, rarely] { return oneIn(rarely); });
+    WalkHarness::Walk slow = start(cut_, Ondra::flagSnapshot, [this, rarely] { return oneIn(rarely); });
     run(slow);
     EXPECT_THAT(cut_.differences(fresh_), IsEmpty()) << "a cut walk -> a whole walk";
     std::erase_if(cut_.complaints, isShared);

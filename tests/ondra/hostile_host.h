@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <random>
 #include <string>
@@ -17,6 +19,20 @@
 #include "ondra/set_support.h"
 
 namespace Hostile {
+
+// The one router of a host: whichever walk comes first to an object, its changes are told to the subscriber. What a walk for somebody else
+// sends goes to him.
+class HostRouter final : public RecordingRouter {
+public:
+  using RecordingRouter::RecordingRouter;
+  bool push(Ondra::SyncId syncId, Ondra::WalkId walkId,
+            std::shared_ptr<Ondra::ArenaRespMsg>& response) override {
+    auto const other = others.find(walkId);
+    return other == others.end() ? RecordingRouter::push(syncId, walkId, response)
+                                 : other->second->push(syncId, walkId, response);
+  }
+  std::map<Ondra::WalkId, RecordingRouter*> others;
+};
 
 // What a host does besides changing the model, walking it and handing in Set requests.
 struct Powers {
@@ -54,6 +70,8 @@ private:
   void edit();
   void replaceABox();
   Kel::Ptr<Kel::Entity> anEntity(); // for requests
+  WalkHarness::Walk start(RecordingRouter& router, Ondra::WalkerFlags flags,
+                          std::function<bool()> yields = {});
   void walkInSlices();
   void walkBetween();
   void request();
@@ -69,7 +87,8 @@ private:
   Powers const powers_;
   std::vector<std::string> texts_;
   std::vector<std::string> kinds_;
-  RecordingRouter live_, fresh_, cut_, aside_; // outlive the notifiees that the harness ends
+  HostRouter live_; // all four outlive the notifiees that the harness ends
+  RecordingRouter fresh_, cut_, aside_;
   std::optional<Fixture::World> fixture_;
   std::optional<World> hostile_;
   Kel::Ptr<Kel::Dir> const dir_; // all of it

@@ -127,7 +127,7 @@ constexpr AttrKind kAttrKinds[] = {
     {"optional", false, [](auto& to, auto name) { to.attr(name, textType()).optional().settable(); }},
     {"number", false,
      [](auto& to, auto name) { to.attr(name, builtinType(BuiltinKind::U64)).optional().settable(); }},
-    {"bytes", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Blob>()).settable(); }},
+    {"oddBytes", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Blob>()).settable(); }},
     {"json", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).gnmiJson().settable(); }},
     {"list", false, [](auto& to, auto name) { to.array(name, textType()).settable(); }},
     {"structure", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).settable(); }},
@@ -154,8 +154,8 @@ KelType collisionOf(AttrKind const& kind) {
     char const* colliding;
   };
   TypeBuilder box(kModule, std::string("Box-") + kind.name, TypeKind::Entity);
-  for (Key const& key : {Key{"place", Kel::typeOf<PlaceKey>(), "vrf"},
-                         {"tagged", Kel::typeOf<PlaceKey>(), "tag"},
+  for (Key const& key : {Key{"oddPlace", Kel::typeOf<PlaceKey>(), "vrf"},
+                         {"oddTagged", Kel::typeOf<PlaceKey>(), "tag"},
                          {"nest", Kel::typeOf<NestedKey>(), "inner"},
                          {"plain", textType(), "plainKey"}}) {
     for (TypeKind const memberKind : {TypeKind::Struct, TypeKind::Entity}) {

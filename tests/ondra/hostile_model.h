@@ -98,7 +98,7 @@ public:
   Kel::KeyedEntities<std::uint32_t, Room> rooms; // keys outside
   Kel::Ptr<Room> only;
 };
-// What its printers make has a name that begins with "odd".
+// What its printers make has a name that begins with "odd", here and everywhere.
 class Host final : public Kel::EntityOf<Host> {
 public:
   void labelIs(Kel::String const& wanted);

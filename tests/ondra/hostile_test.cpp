@@ -61,7 +61,6 @@ TEST_P(HostileHost, KeepsTheLaws) {
     if (only == 0 || only == seed) play(static_cast<std::uint32_t>(seed), GetParam().powers, kStepsASeed);
 }
 
-// DISABLED_: what does not hold yet.
 constexpr Property kProperties[] = {
     {"Polite", {}},
     {"OnTheFixture", {.onFixture = true}},
@@ -69,14 +68,14 @@ constexpr Property kProperties[] = {
     {"Collisions", {.collides = true}},
     {"ObserversThatReact", {.meddles = bit(Call::Tell)}},
     {"SettersThatReact", {.meddles = bit(Call::Set)}},
-    {"DISABLED_RoutersThatReact", {.meddles = bit(Call::Push)}},
-    {"DISABLED_PrintersThatReact", {.meddles = bit(Call::Print) | bit(Call::Parse)}},
+    {"RoutersThatReact", {.meddles = bit(Call::Push)}},
+    {"PrintersThatReact", {.meddles = bit(Call::Print) | bit(Call::Parse)}},
     {"ObserversThatThrow", {.throws = bit(Call::Tell)}},
     {"SettersThatThrow", {.throws = bit(Call::Set)}},
     {"RoutersThatThrow", {.throws = bit(Call::Push)}},
-    {"DISABLED_ParsersThatThrow", {.throws = bit(Call::Parse)}},
+    {"ParsersThatThrow", {.throws = bit(Call::Parse)}},
     {"PrintersThatThrow", {.throws = bit(Call::Print)}},
-    {"DISABLED_Everything", {.meddles = kAll, .throws = kAll, .collides = true, .badTexts = true}},
+    {"Everything", {.meddles = kAll, .throws = kAll, .collides = true, .badTexts = true}},
 };
 // What has little or nothing to say is asked for time like everything else: no slice is longer by more than a member.
 TEST(HostileSlices, EverythingIsAskedForTime) {
