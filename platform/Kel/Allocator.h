@@ -1,9 +1,10 @@
-// Kel::MemAllocator: a standard allocator over the model's free lists, tracked by type.
+// Allocators of containers. Tables and trees of absl are in the middle of a change when an allocation fails, and do not survive it. So
+// memory that runs out here ends the process (std::terminate), whatever the container is.
 #pragma once
 
 #include <cstddef>
 #include <limits>
-#include <new>
+#include <memory>
 #include <typeinfo>
 
 #include "Kel/Memory.h"
@@ -11,7 +12,20 @@
 
 namespace Kel {
 
-// Stateless; all instances are equal. What it hands out is counted under `Counted` (Tovak::allocatorDump), also after rebinding.
+// Over the general heap.
+template <class T>
+struct EndingAllocator : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = EndingAllocator<U>;
+  };
+  EndingAllocator() noexcept = default;
+  template <class U>
+  EndingAllocator(EndingAllocator<U> const&) noexcept {}
+  [[nodiscard]] T* allocate(std::size_t count) noexcept { return std::allocator<T>::allocate(count); }
+};
+
+// Over the model's free lists. Stateless; all instances are equal. What it hands out is counted under `Counted` (Tovak::allocatorDump), also after rebinding.
 template <class T, class Counted = T>
 class MemAllocator {
 public:
@@ -27,9 +41,9 @@ public:
   template <class U>
   MemAllocator(MemAllocator<U, Counted> const&) noexcept {}
 
-  [[nodiscard]] T* allocate(std::size_t count) {
-    if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
-    void* const block = kelMemAlloc(count * sizeof(T));
+  [[nodiscard]] T* allocate(std::size_t count) noexcept {
+    constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max();
+    void* const block = kelMemAlloc(count > kMax / sizeof(T) ? kMax : count * sizeof(T));
     record().add(static_cast<std::int64_t>(count * sizeof(T)), static_cast<std::int64_t>(count));
     return static_cast<T*>(block);
   }

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
 
 namespace Kel {
@@ -81,9 +82,9 @@ struct KeyTraits<RefTo<E>> {
 template <class K, class M>
 class KeyedMembers {
 public:
-  using Key = K;                                 // of a member
-  using Member = M;                              // what is stored under a key
-  using Map = absl::btree_map<K, M, KeyLess<K>>; // see invariant 1
+  using Key = K;    // of a member
+  using Member = M; // what is stored under a key
+  using Map = absl::btree_map<K, M, KeyLess<K>, EndingAllocator<std::pair<K const, M>>>; // see invariant 1
 
   KeyedMembers() = default;
   // Copies the members; the stamp is the copy's own.
@@ -102,10 +103,10 @@ public:
   [[nodiscard]] Map const& map() const noexcept { return map_; }            // all members
   [[nodiscard]] std::uint64_t stamp() const noexcept { return stamp_; }     // see invariant 2
 
-  // Adds the member, or replaces the one under its key. Tells nobody.
-  void put(K const& key, M member) {
+  // Adds the member, or replaces the one under its key. Tells nobody. Does not throw once it has its arguments.
+  void put(K key, M member) {
     ++stamp_;
-    map_.insert_or_assign(key, std::move(member));
+    map_.insert_or_assign(std::move(key), std::move(member));
   }
   // The member that was under the key, or an empty one.
   M take(K const& key) {

@@ -57,6 +57,12 @@ void appendFields(std::string& out, std::string const& above, Ptr<GenericIf cons
   }
 }
 
+// Where an entity has its place.
+struct Place {
+  AttrDesc const* attr;
+  Ptr<GenericIf const> key;
+};
+
 // The key groups of a member's name: the fields of a structured key, else the index attribute or the attribute's name with "Key".
 std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
   std::string groups;
@@ -67,6 +73,12 @@ std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
     appendGroup(groups, index ? index.name().str() : attr.name().str() + "Key", key->gnmiStrRep());
   }
   return groups;
+}
+
+String nameOf(Place const& place) {
+  AttrDesc const& attr = *place.attr;
+  if (attr.owner->isDir) return *place.key->attrValPtr<String>();
+  return attr.isKeyed ? attr.name.merge(keyGroups(KelAttr(&attr), place.key)) : attr.name;
 }
 
 } // namespace
@@ -101,20 +113,17 @@ Ptr<GenericIf const> Entity::parentKey() const {
 
 // docs/decisions.md: "How does a full name tell keys apart that hold brackets?"
 String Entity::name() const {
-  if (parentAttr_ == nullptr) return String();
-  if (parentAttr_->owner->isDir) return *parentKey_->attrValPtr<String>();
-  if (!parentAttr_->isKeyed) return parentAttr_->name;
-  return parentAttr_->name.merge(keyGroups(KelAttr(parentAttr_), parentKey()));
+  return parentAttr_ == nullptr ? String() : nameOf({parentAttr_, parentKey()});
 }
 
 String Entity::fullName() const {
-  std::vector<String> names;
+  std::vector<Place> places; // all of them before any key is printed: who prints it may remove what is above it
   for (Entity const* at = this; at->parent_ != nullptr; at = at->parent_)
-    names.push_back(at->Entity::name());
+    places.push_back({at->parentAttr_, at->parentKey()});
   std::string text;
-  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+  for (auto place = places.rbegin(); place != places.rend(); ++place) {
     text += '/';
-    text += name->view();
+    text += nameOf(*place).view();
   }
   return String(text);
 }

@@ -92,7 +92,8 @@ public:
   }
 
 private:
-  using Index = absl::flat_hash_map<K, std::uint32_t>;
+  using Index = absl::flat_hash_map<K, std::uint32_t, absl::Hash<K>, std::equal_to<K>,
+                                    EndingAllocator<std::pair<K const, std::uint32_t>>>;
   static constexpr std::size_t kFlat = 8;
   static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 

@@ -8,6 +8,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "Kel/Allocator.h"
 #include "Kel/Memory.h"
 #include "Tovak/HashMix.h"
 
@@ -39,7 +40,7 @@ struct RepEqual {
 // dropped on several threads.
 struct InternTable {
   std::mutex mutex;
-  absl::flat_hash_set<TextRep*, RepHash, RepEqual> reps;
+  absl::flat_hash_set<TextRep*, RepHash, RepEqual, EndingAllocator<TextRep*>> reps;
 };
 
 InternTable& table() {

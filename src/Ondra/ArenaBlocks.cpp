@@ -64,7 +64,8 @@ bool keepBlock(void* at, std::size_t size) {
   return true;
 }
 
-void* allocate(std::size_t size) {
+// Ends the process where there is no memory: an arena does not survive that, nor do the messages in it.
+void* allocate(std::size_t size) noexcept {
   if (isCachedSize(size)) {
     if (void* const block = takeBlock(size)) {
       return block;

@@ -1,8 +1,10 @@
 // The children of a node of the attribute tree.
+#include <functional>
 #include <utility>
 
 #include <absl/container/flat_hash_map.h>
 
+#include "Kel/Allocator.h"
 #include "Ondra/AttrNode.h"
 #include "Ondra/GnmiPath.h"
 
@@ -48,10 +50,14 @@ struct PlaceHash {
 } // namespace
 
 struct AttrTree::AttrNode::AttrQueue::ByElem {
-  absl::flat_hash_map<HashedElem, AttrNode*, KeptHash> map;
+  absl::flat_hash_map<HashedElem, AttrNode*, KeptHash, std::equal_to<HashedElem>,
+                      Kel::EndingAllocator<std::pair<HashedElem const, AttrNode*>>>
+      map;
 };
 struct AttrTree::AttrNode::AttrQueue::ByPlace {
-  absl::flat_hash_map<Place, AttrNode*, PlaceHash> map;
+  absl::flat_hash_map<Place, AttrNode*, PlaceHash, std::equal_to<Place>,
+                      Kel::EndingAllocator<std::pair<Place const, AttrNode*>>>
+      map;
 };
 
 AttrTree::AttrNode::AttrQueue::AttrQueue() = default;

@@ -36,6 +36,9 @@ struct KTD_EXPORT AttrTree {
     grpc::StatusCode code = grpc::StatusCode::NOT_FOUND;
     std::deque<gnmi::PathElem> path;
     std::string message;
+
+    // Ends the process where there is no memory: messages do not survive that.
+    void add(gnmi::PathElem const& elem) noexcept { path.push_back(elem); }
   };
   // Success (the bool says nothing further), or an error.
   using Status = std::variant<bool, Error>;

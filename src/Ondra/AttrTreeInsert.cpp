@@ -74,10 +74,10 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::str
   error.code = grpc::StatusCode::NOT_FOUND;
   error.message = std::move(message);
   if (node_ != &root_) {
-    error.path.push_back(node_->elem());
+    error.add(node_->elem());
   }
   if (child_ != nullptr) {
-    error.path.push_back(*child_);
+    error.add(*child_);
   }
   return Step::Failed;
 }
@@ -349,11 +349,12 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
                                                       gnmi::TypedValue const* value, SetOp op) {
   auto const length = static_cast<std::size_t>((prefixEnd - prefixBegin) + (pathEnd - pathBegin));
   if (length > kMaxPathElems) {
-    PathElem const& first = prefixBegin != prefixEnd ? *prefixBegin : *pathBegin;
-    return Error{
+    Error tooLong{
         grpc::StatusCode::NOT_FOUND,
-        {first},
+        {},
         fmt::format("Path of {} elements is too long; at most {} are supported", length, kMaxPathElems)};
+    tooLong.add(prefixBegin != prefixEnd ? *prefixBegin : *pathBegin);
+    return tooLong;
   }
   Insertion insertion(*this, op);
   auto step = Insertion::Step::Failed;

@@ -24,7 +24,9 @@ void AttrTree::AttrNode::opIs(SetOp op) {
 }
 
 AttrTree::Error AttrTree::AttrNode::error(std::string message, grpc::StatusCode code) const {
-  return Error{code, {*elem_}, std::move(message)};
+  Error made{code, {}, std::move(message)};
+  made.add(*elem_);
+  return made;
 }
 
 bool AttrTree::AttrNode::isFixedAtCreation() const {

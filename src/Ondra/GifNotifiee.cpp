@@ -8,6 +8,7 @@
 #include "Kel/Attr.h"
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
+#include "Ondra/Fault.h"
 #include "Ondra/KelTypeNotifWalker.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
@@ -106,26 +107,28 @@ void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
   if (!attr) {
     return;
   }
-  changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key));
+  tellOrEnd([&] { changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key)); });
 }
 
 void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel) {
-  if (WalkScope::depth() > 0) {
-    Pending::instance().add(*this, id, key, inModel ? Pending::Cause::Model : Pending::Cause::Path);
-    return;
-  }
-  Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
-  Kel::Ptr<Kel::GenericIf const> object = this->object();
-  if (!inRegistry_ || !object) {
-    return;
-  }
-  WalkScope const scope;
-  if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, object, id)) {
-    return;
-  }
-  KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, key,
-                            notifFlags());
-  static_cast<void>(walker.walk());
+  tellOrEnd([&] {
+    if (WalkScope::depth() > 0) {
+      Pending::instance().add(*this, id, key, inModel ? Pending::Cause::Model : Pending::Cause::Path);
+      return;
+    }
+    Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
+    Kel::Ptr<Kel::GenericIf const> object = this->object();
+    if (!inRegistry_ || !object) {
+      return;
+    }
+    WalkScope const scope;
+    if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, object, id)) {
+      return;
+    }
+    KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, key,
+                              notifFlags());
+    static_cast<void>(walker.walk());
+  });
 }
 
 GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
@@ -166,15 +169,17 @@ void GifGnmiNotifiee::leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf con
 }
 
 void GifGnmiNotifiee::sharersChanged(Kel::AttributeId id, Kel::Ptr<Path const> const& path) {
-  Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
-  Kel::Ptr<Kel::GenericIf const> object = this->object();
-  if (!inRegistry_ || !object) {
-    return;
-  }
-  WalkScope const scope;
-  KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, nullptr,
-                            notifFlags());
-  walker.walkSharers(path);
+  tellOrEnd([&] {
+    Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
+    Kel::Ptr<Kel::GenericIf const> object = this->object();
+    if (!inRegistry_ || !object) {
+      return;
+    }
+    WalkScope const scope;
+    KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, nullptr,
+                              notifFlags());
+    walker.walkSharers(path);
+  });
 }
 
 void GifGnmiNotifiee::onZeroReferences() {
@@ -189,20 +194,12 @@ void GifGnmiNotifiee::onZeroReferences() {
     return;
   }
   WalkScope const unwindFirst; // the delete goes out before what follows from the end
-  auto const endPath = [&] {
-    if (inRegistry_) { // whoever has taken the delete may have ended it, or begun anew
-      retire(path);
-    }
-  };
   if (type_.reportsDelete() && !SilentEnds::active()) {
-    try {
-      forceDelete(router_, path);
-    } catch (...) {
-      endPath();
-      throw;
-    }
+    forceDelete(router_, path);
   }
-  endPath();
+  if (inRegistry_) { // whoever has taken the delete may have ended it, or begun anew
+    retire(path);
+  }
 }
 
 void GifGnmiNotifiee::hasNotificationActiveIs(bool active) {
@@ -238,7 +235,8 @@ Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) 
   Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(walkInfo));
   made->hasNotificationActiveIs(true);
   if (firstPath && made->isRegistered()) {
-    Referrers::instance().pathChanged(static_cast<Kel::Entity const*>(walkInfo->obj)->serial());
+    tellOrEnd(
+        [&] { Referrers::instance().pathChanged(static_cast<Kel::Entity const*>(walkInfo->obj)->serial()); });
   }
   return made;
 }

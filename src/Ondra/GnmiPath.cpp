@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "Ondra/ElemHash.h"
@@ -243,17 +244,26 @@ Kel::Ptr<Path> Path::gnmiPathIs(gnmi::Path const& gnmiPath) {
   return path;
 }
 
-void Path::copyToGnmiPath(gnmi::Path* gnmiPath) const {
-  TOVAK_ASSERT(gnmiPath->elem_size() == 0, debugHandler(), "expected gnmiPath:{} to be empty", *gnmiPath);
-  gnmiPath->mutable_elem()->Reserve(static_cast<int>(elem_.size()));
-  for (ElemPtr const& from : elem_) {
-    gnmi::PathElem* const elem = gnmiPath->add_elem();
+namespace {
+
+// Ends the process where there is no memory: messages do not survive that.
+void fill(gnmi::Path& to, std::span<Kel::Ptr<PathElem const> const> elems) noexcept {
+  to.mutable_elem()->Reserve(static_cast<int>(elems.size()));
+  for (Kel::Ptr<PathElem const> const& from : elems) {
+    gnmi::PathElem* const elem = to.add_elem();
     std::string_view const name = from->name().view();
     elem->set_name(name.data(), name.size());
     eachKey(*from, [elem](std::string_view key, std::string_view value) {
       (*elem->mutable_key())[std::string(key)].assign(value);
     });
   }
+}
+
+} // namespace
+
+void Path::copyToGnmiPath(gnmi::Path* gnmiPath) const {
+  TOVAK_ASSERT(gnmiPath->elem_size() == 0, debugHandler(), "expected gnmiPath:{} to be empty", *gnmiPath);
+  fill(*gnmiPath, elems());
 }
 
 bool Path::isNotifPrefix(Kel::Ptr<Path const> const& prefix, gnmi::Notification const& notification) {

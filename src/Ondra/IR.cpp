@@ -63,12 +63,7 @@ IrNode& Ir::findNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
     auto found = nodes.prefixToNode_.find(prefix);
     if (found == nodes.prefixToNode_.end()) {
       nodes.insertionOrder_.push_back(prefix);
-      try {
-        found = addTo(nodes, prefix);
-      } catch (...) {
-        nodes.insertionOrder_.pop_back();
-        throw;
-      }
+      found = addTo(nodes, prefix);
     }
     lastTimestamp_ = timestamp;
     lastNode_ = &found->second;

@@ -105,7 +105,7 @@ grpc::Status Set::executeImpl() {
   return grpc::Status::OK;
 }
 
-void Set::populateResponse() {
+void Set::populateResponse() noexcept {
   response_.Clear();
   auto* const results = response_.mutable_response();
   results->Reserve(request_.delete__size() + request_.replace_size() + request_.update_size());
@@ -119,18 +119,15 @@ void Set::populateResponse() {
   add(gnmi::UpdateResult::UPDATE, request_.update_size());
 }
 
-void Set::handPathsOver() {
+void Set::handPathsOver() noexcept {
   response_.mutable_prefix()->Swap(request_.mutable_prefix());
   auto result = response_.mutable_response()->begin();
-  auto const end = response_.mutable_response()->end(); // early where memory ran out as they were listed
   for (gnmi::Path& path : *request_.mutable_delete_()) {
-    if (result == end) return;
     (result++)->mutable_path()->Swap(&path);
   }
   bool const isOneArena = request_.GetArena() == response_.GetArena();
   for (auto* const updates : {request_.mutable_replace(), request_.mutable_update()}) {
     for (gnmi::Update& update : *updates) {
-      if (result == end) return;
       if (isOneArena && update.has_path()) {
         (result++)->unsafe_arena_set_allocated_path(update.unsafe_arena_release_path());
       } else {
@@ -213,14 +210,13 @@ Set::StepStatus Set::processUpdate() {
 }
 
 grpc::Status treeErrorToStatus(AttrTree::Error const& error) {
-  gnmi::Path path;
+  std::string path;
   for (gnmi::PathElem const& elem : error.path) {
-    *path.add_elem() = elem;
+    path.append(1, '/').append(pathElemToStr(elem));
   }
   switch (error.code) {
-  case grpc::StatusCode::NOT_FOUND: return pathNotFoundError(pathToStr(path, 0, true), error.message);
-  case grpc::StatusCode::INVALID_ARGUMENT:
-    return invalidArgumentError(pathToStr(path, 0, true), error.message);
+  case grpc::StatusCode::NOT_FOUND: return pathNotFoundError(path, error.message);
+  case grpc::StatusCode::INVALID_ARGUMENT: return invalidArgumentError(path, error.message);
   default: return grpc::Status(error.code, error.message);
   }
 }

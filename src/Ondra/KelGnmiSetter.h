@@ -79,8 +79,9 @@ private:
   void requireDataRoot() const;
   [[nodiscard]] grpc::Status executeImpl();
   // Lists the operations; their paths stay in the request until the tree, which refers to them, is gone.
-  void populateResponse();
-  void handPathsOver();
+  // Both end the process where there is no memory: messages do not survive that.
+  void populateResponse() noexcept;
+  void handPathsOver() noexcept;
   [[nodiscard]] StepStatus setDataTreeRoot();
   [[nodiscard]] StepStatus processDelete();
   [[nodiscard]] StepStatus processReplace();

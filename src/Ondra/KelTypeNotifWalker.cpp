@@ -388,7 +388,8 @@ void KelTypeNotifWalker::settle(Plan const& plan, Handle const& key, long timest
   }
   EmittedLeaves::Record& record = notifiee_.emitted().get(plan.attr.id(), key);
   absl::flat_hash_set<Kel::Ptr<Path const>, std::hash<Kel::Ptr<Path const>>,
-                      std::equal_to<Kel::Ptr<Path const>>> const there(now.begin(), now.end());
+                      std::equal_to<Kel::Ptr<Path const>>, Kel::EndingAllocator<Kel::Ptr<Path const>>> const
+      there(now.begin(), now.end());
   for (Kel::Ptr<Path const> const& before : record.leaves) {
     if (!there.contains(before)) {
       addDelete(timestamp, before);

@@ -13,7 +13,10 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
+#include <utility>
 
+#include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/Scalars.h"
@@ -67,11 +70,16 @@ private:
     bool operator<(Shared const& other) const;
   };
 
-  std::deque<Change> queue_;
-  std::deque<Change> later_;                 // for the next go
-  absl::flat_hash_map<Change, int> waiting_; // what is in either: its distance from where the go began
-  int links_ = 0;                            // of what is told now
-  absl::btree_set<Shared> shared_;
+  using Queue = std::deque<
+      Change, Kel::MemAllocator<Change, Pending>>; // all or nothing: there is no want of memory between them
+
+  Queue queue_;
+  Queue later_; // for the next go
+  absl::flat_hash_map<Change, int, absl::Hash<Change>, std::equal_to<Change>,
+                      Kel::MemAllocator<std::pair<Change const, int>, Pending>>
+      waiting_;   // what is in either: its distance from where the go began
+  int links_ = 0; // of what is told now
+  absl::btree_set<Shared, std::less<Shared>, Kel::MemAllocator<Shared, Pending>> shared_;
   bool running_ = false;
 };
 

@@ -1,6 +1,7 @@
 // PlainLeaves: the leaves of an object that are plain scalars, read where they lie, without handles and without an Ir.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <utility>
@@ -54,6 +55,10 @@ public:
   // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made for each that has none yet.
   void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
 
+  [[nodiscard]] bool areOfOneTime() const {
+    return std::all_of(leaves_.begin(), leaves_.end(),
+                       [this](PlainLeaf const& leaf) { return leaf.timestamp == leaves_.front().timestamp; });
+  }
   // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must not change its object.
   template <class Visit>
   void forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit);

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Kel/Allocator.h"
 #include "Kstd/Export.h"
 #include "Tovak/String.h"
 
@@ -61,7 +62,7 @@ private:
 
   std::shared_ptr<Prefix> parent_; // fixed; let go last
   Tovak::String const name_;
-  absl::flat_hash_set<Prefix*, Hasher, SameName> children_;
+  absl::flat_hash_set<Prefix*, Hasher, SameName, Kel::EndingAllocator<Prefix*>> children_;
 };
 
 } // namespace Ondra

@@ -54,7 +54,7 @@ Kel::Ptr<Path const> pathInDirs(Kel::Entity const& entity) {
     if (!isDir(*at->parent())) {
       return nullptr;
     }
-    names.push_back(at->name());
+    names.push_back(at->Kel::Entity::name()); // of its place, whatever its class says
   }
   if (names.empty()) {
     return nullptr;

@@ -117,7 +117,8 @@ RenderScope::RenderScope(bool active, GifGnmiNotifiee* notifiee, Kel::AttributeI
     , mode_(mode)
     , notifiee_(notifiee)
     , id_(absoluteId(id))
-    , key_(key) {
+    // Detached at once where it is needed at the end, when nothing is to fail any more.
+    , key_(active && mode == Mode::Replace && key ? key->detachedKey() : key) {
   if (active_) {
     outer_ = current_;
     current_ = this;
@@ -135,7 +136,7 @@ RenderScope::~RenderScope() {
 }
 
 Referrers::Source RenderScope::source() const {
-  return {notifiee_, id_, key_ ? key_->detachedKey() : nullptr};
+  return {notifiee_, id_, key_ && mode_ == Mode::Add ? key_->detachedKey() : key_};
 }
 
 void RenderScope::rendered(Referrers::Serial target) {

@@ -45,25 +45,31 @@ void takeOut(Kel::Ptr<GifGnmiNotifiee> const& notifiee) {
 
 bool retire(Kel::Ptr<Path const> const& path) {
   WalkScope const unwindFirst;
-  std::vector<Kel::Ptr<GifGnmiNotifiee>> const leaving = notifieeMaps->atOrBelow(*path);
-  for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) { // children first
-    takeOut(*notifiee);
-  }
-  FullKelTypeWalker::delFromWalkQ(path);
-  return !leaving.empty();
+  bool wasWatched = false;
+  tellOrEnd([&] {
+    std::vector<Kel::Ptr<GifGnmiNotifiee>> const leaving = notifieeMaps->atOrBelow(*path);
+    wasWatched = !leaving.empty();
+    for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) { // children first
+      takeOut(*notifiee);
+    }
+    FullKelTypeWalker::delFromWalkQ(path);
+  });
+  return wasWatched;
 }
 
 void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path) {
   static Kel::Ptr<Path const> const noPrefix = Path::PathIs();
-  Unsent::sendAll();
-  Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
-  // docs/decisions.md: "In which order does a path end?"
-  clock.activityLoopExecNsTimeInc(1);
-  auto [response, notification] = ArenaRespMsg::createResponse(noPrefix, clock.activityLoopExecNsTime());
-  KelGnmiUtils::pushDelete(*notification, path);
-  TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "force gnmi delete msg: {}", response->toString());
-  static_cast<void>(
-      handOver([&, &response = response] { return router.push(SyncId(), WalkId(), response); }));
+  tellOrEnd([&] {
+    Unsent::sendAll();
+    Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
+    // docs/decisions.md: "In which order does a path end?"
+    clock.activityLoopExecNsTimeInc(1);
+    auto [response, notification] = ArenaRespMsg::createResponse(noPrefix, clock.activityLoopExecNsTime());
+    KelGnmiUtils::pushDelete(*notification, path);
+    TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "force gnmi delete msg: {}", response->toString());
+    static_cast<void>(
+        handOver([&, &response = response] { return router.push(SyncId(), WalkId(), response); }));
+  });
 }
 
 // --- SilentEnds, WalkScope --------------------------------------------------------------------------------

@@ -1,5 +1,7 @@
 // How responses leave the library, and where a walk learns that it must stop.
 
+#include <boost/container/small_vector.hpp>
+
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/CompactText.h"
 #include "Ondra/Fault.h"
@@ -20,7 +22,8 @@ bool toggleOndraSyncBundlingEnabled() {
 
 namespace {
 
-Tovak::String textOf(WireResponse const& resp) {
+// For traces. Ends the process where there is no memory: messages do not survive that.
+Tovak::String textOf(WireResponse const& resp) noexcept {
   gnmi::SubscribeResponse message;
   static_cast<void>(message.ParseFromArray(resp.bytes.data(), static_cast<int>(resp.bytes.size())));
   return subscribeResponseToCompactString(message);
@@ -127,8 +130,44 @@ WalkResult FullKelTypeWalker::pushBytes(ByteRouter& router, Ir const& ir, bool i
   return push.result();
 }
 
-// The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send. Routers
-// neither change the model nor call back, so that the values may be read between two pushes. Printers may: theirs come first.
+namespace {
+
+// Keeps the bytes of some responses till all are made: whoever is given the first may change the object that the others are read from.
+class KeptBytes final : public WireEncoder {
+public:
+  template <class Push>
+  void pushAll(Kel::Ptr<Path const> const& prefix, Push const& push) const {
+    std::span<std::uint8_t const> left(bytes_.data(), bytes_.size());
+    for (Kept const& kept : kept_) {
+      auto const bytes = left.first(kept.size);
+      left = left.subspan(kept.size);
+      auto const changes = bytes.last(kept.changes);
+      auto const elems = bytes.last(kept.changes + kept.prefix).first(kept.prefix);
+      push(WireResponse{kept.timestamp, prefix, kept.updates, 0, bytes, elems, changes});
+    }
+  }
+
+protected:
+  void response(WireResponse const& made) override {
+    bytes_.insert(bytes_.end(), made.bytes.begin(), made.bytes.end());
+    kept_.push_back(
+        {made.timestamp, made.updates, made.bytes.size(), made.prefixElems.size(), made.changes.size()});
+  }
+
+private:
+  struct Kept {
+    long timestamp;
+    std::uint32_t updates;
+    std::size_t size, prefix, changes;
+  };
+  boost::container::small_vector<std::uint8_t, 2048> bytes_;
+  boost::container::small_vector<Kept, 16> kept_;
+};
+
+} // namespace
+
+// The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send. What their printers and the
+// routers do to the object meanwhile is none of their business: printed values are made first, then all responses, and then these are sent.
 WalkResult FullKelTypeWalker::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                                         GifGnmiNotifiee& notifiee) {
   PlainLeaves& leaves = PlainLeaves::shared();
@@ -143,10 +182,19 @@ WalkResult FullKelTypeWalker::pushPlain(WalkRules::TypePlan const& plan, Kel::Pt
     }
   }
   leaves.collect(plan, object, notifiee);
+  Unsent::Sending const sending;
   if (ByteRouter* const router = router_.byteRouter()) {
-    BytePush push(*this, *router, false);
-    leaves.forEachNode(notifiee, [&push](PlainNode const& node) { push.encodeNode(node); });
-    return push.result();
+    if (leaves.areOfOneTime()) [[likely]] {
+      BytePush push(*this, *router, false);
+      leaves.forEachNode(notifiee, [&push](PlainNode const& node) { push.encodeNode(node); });
+      return push.result();
+    }
+    WalkResult result = WalkResult::Success;
+    Kel::Ptr<Path const> const prefix = notifiee.prefixPath();
+    KeptBytes kept;
+    leaves.forEachNode(notifiee, [&kept](PlainNode const& node) { kept.encodeNode(node); });
+    kept.pushAll(prefix, [&](WireResponse const& response) { result = routerPush(*router, response); });
+    return result;
   }
   RespEncoder& encoder = RespEncoder::shared();
   leaves.forEachNode(notifiee, [&encoder](PlainNode const& node) { encoder.encodeNode(node); });

@@ -13,17 +13,18 @@
 namespace Ondra {
 namespace {
 
-// Texts are assigned in place: a setter would make a temporary std::string first.
+// Texts are assigned in place: a setter would make a temporary std::string first. Ends the process where there is no memory: messages do
+// not survive that.
 class MessageSink {
 public:
   explicit MessageSink(gnmi::TypedValue& out) noexcept : out_(out) {}
-  void uintVal(std::uint64_t value) { out_.set_uint_val(value); }
-  void intVal(std::int64_t value) { out_.set_int_val(value); }
-  void boolVal(bool value) { out_.set_bool_val(value); }
-  void doubleVal(double value) { out_.set_double_val(value); }
-  void stringVal(std::string_view text) { out_.mutable_string_val()->assign(text); }
-  void bytesVal(std::string_view bytes) { out_.mutable_bytes_val()->assign(bytes); }
-  void jsonVal(std::string_view text) { out_.mutable_json_val()->assign(text); }
+  void uintVal(std::uint64_t value) noexcept { out_.set_uint_val(value); }
+  void intVal(std::int64_t value) noexcept { out_.set_int_val(value); }
+  void boolVal(bool value) noexcept { out_.set_bool_val(value); }
+  void doubleVal(double value) noexcept { out_.set_double_val(value); }
+  void stringVal(std::string_view text) noexcept { out_.mutable_string_val()->assign(text); }
+  void bytesVal(std::string_view bytes) noexcept { out_.mutable_bytes_val()->assign(bytes); }
+  void jsonVal(std::string_view text) noexcept { out_.mutable_json_val()->assign(text); }
 
 private:
   gnmi::TypedValue& out_;

@@ -4,8 +4,11 @@
 #include <absl/container/flat_hash_set.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
+#include <utility>
 
+#include "Kel/Allocator.h"
 #include "Kstd/Utf8.h"
 #include "Ondra/PlainLeaves.h"
 #include "Ondra/ScalarEncode.h"
@@ -77,8 +80,10 @@ bool isPlainHolder(AttrPlan const& plan) {
   return plan.road == Road::Collection || plan.readsValue;
 }
 
-absl::flat_hash_set<Path const*>& plannedPaths() {
-  static auto* const paths = new absl::flat_hash_set<Path const*>();
+using PlannedPaths = absl::flat_hash_set<Path const*, absl::Hash<Path const*>, std::equal_to<Path const*>,
+                                         Kel::EndingAllocator<Path const*>>;
+PlannedPaths& plannedPaths() {
+  static auto* const paths = new PlannedPaths();
   return *paths;
 }
 
@@ -135,7 +140,11 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
 } // namespace
 
 TypePlan const& typePlan(Kel::KelType type) {
-  static auto* const plans = new absl::flat_hash_map<Kel::TypeDesc const*, std::unique_ptr<TypePlan>>();
+  using PlanPtr = std::unique_ptr<TypePlan>;
+  using Plans = absl::flat_hash_map<Kel::TypeDesc const*, PlanPtr, absl::Hash<Kel::TypeDesc const*>,
+                                    std::equal_to<Kel::TypeDesc const*>,
+                                    Kel::EndingAllocator<std::pair<Kel::TypeDesc const* const, PlanPtr>>>;
+  static auto* const plans = new Plans();
   std::unique_ptr<TypePlan>& plan = (*plans)[&type.desc()];
   if (!plan) {
     plan = makePlan(type);

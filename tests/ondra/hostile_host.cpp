@@ -59,6 +59,7 @@ Play::Play(std::uint32_t seed, Powers powers)
       return powers_.onFixture ? fixture_.emplace().dir() : hostile_.emplace(kinds_).dir;
     }())
     , edits_(dir_, seed, texts_) {
+  trap().refusesTexts = powers_.refuses;
   if (!powers_.badTexts) texts_.resize(texts_.size() - kBadTexts);
   std::shuffle(texts_.begin(), texts_.end(), random_);
   for (RecordingRouter* const router : {static_cast<RecordingRouter*>(&live_), &fresh_, &cut_, &aside_}) {
@@ -68,13 +69,14 @@ Play::Play(std::uint32_t seed, Powers powers)
   }
   fresh_.takesLeavesOnce = cut_.takesLeavesOnce = true;
   for (int i = 0; i < 40 && !powers_.onFixture; ++i)
-    edits_.edit();
+    edit();
   observeAll();
   subscribeAnew();
 }
 
 Play::~Play() {
   trap().act = nullptr;
+  trap().refusesTexts = false;
   if (parked_) WalkHarness::cancel(*parked_);
   WalkHarness::clearAll();
 }
@@ -156,6 +158,12 @@ void Play::edit() {
   }
 }
 
+void Play::react() {
+  misbehaved();
+  for (int i = 0; i < 10; ++i)
+    edit();
+}
+
 void Play::replaceABox() {
   if (kinds_.empty()) return edit();
   std::string const& kind = kinds_[below(kinds_.size())];
@@ -216,6 +224,7 @@ void Play::run(WalkHarness::Walk& walk, std::function<void()> const& between) {
     WalkHarness::finish(walk, between);
   } catch (std::bad_alloc const&) {
     note("no memory to walk");
+    EXPECT_TRUE(walk.task->walkInfo() == nullptr && !walk.task->done);
     WalkHarness::cancel(walk);
   } catch (...) {
     ADD_FAILURE() << "an exception leaves a walk";
@@ -231,6 +240,7 @@ SetTest::Model Play::model() const {
 
 void Play::makeRequest(Kel::Ptr<Kel::Entity> const& root, gnmi::SetRequest& made, gnmi::SetRequest& again) {
   HeapFaults::Off const reliable; // protobuf's maps are not
+  Trap::Inside const quiet;
   google::protobuf::LogSilencer const silent;
   SetTest::RequestMaker maker(root, [this](std::size_t bound) { return below(bound); });
   if (!made.ParseFromString(maker.make().SerializeAsString())) made.Clear(); // no client can send that

@@ -38,6 +38,7 @@ public:
 struct Powers {
   unsigned meddles = 0;   // in which of its calls it changes the model, walks it, and begins to observe
   unsigned throws = 0;    // out of which of its calls it throws
+  bool refuses = false;   // there are texts that it cannot print
   bool collides = false;  // its keys collide with attributes
   bool badTexts = false;  // its texts are no UTF-8
   bool onFixture = false; // its model is the polite one that all other tests use
@@ -58,6 +59,8 @@ public:
 
   // The parts of a step, for scenarios of their own.
   void act();
+  void react();                          // changes the model, from within a call
+  void misbehaved() { reacted_ = true; } // a call did: a request that is refused may show
   void checkLaws();
   void subscribeAnew(); // from nothing: what was lost before is made good
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Kel/Declare.h"
+#include "Kel/Error.h"
 #include "Kel/TypeBuilder.h"
 
 namespace Hostile {
@@ -19,12 +20,14 @@ Trap& trap() {
   return one;
 }
 
-Trap::Inside::Inside() : before_(std::exchange(trap().inside_, true)) {}
-Trap::Inside::~Inside() { trap().inside_ = before_; }
+Trap::Inside::Inside(bool refusesTexts)
+    : before_(std::exchange(trap().inside_, true))
+    , refusedTexts_(std::exchange(trap().refusesTexts, refusesTexts)) {}
+Trap::Inside::~Inside() { trap().inside_ = before_, trap().refusesTexts = refusedTexts_; }
 
 void Trap::spring(Call call) {
   if (inside_ || !act) return;
-  Inside const once;
+  Inside const once(refusesTexts);
   act(call);
 }
 
@@ -54,7 +57,11 @@ void declareValues() {
   Kel::enumType<Mood>("Mood", {{"CALM", Mood::Calm}, {"LOW__POWER", Mood::LowPower}, {"a]b[c", Mood::Bracketed}}, kModule);
   Kel::valueType<Odd>("Odd", kModule)
       .attr("text", &Odd::text).ctorArg()
-      .gnmiStrRep([](Odd const& odd) { trap().spring(Call::Print); return std::string(odd.text.view()); },
+      .gnmiStrRep([](Odd const& odd) {
+                    trap().spring(Call::Print);
+                    if (trap().refuses(odd.text.view())) Kel::throwError("cannot print");
+                    return std::string(odd.text.view());
+                  },
                   [](std::string_view text, Odd& to) -> std::optional<std::string> {
                     trap().spring(Call::Parse);
                     to.text = Kel::String(text);
@@ -134,12 +141,16 @@ constexpr AttrKind kAttrKinds[] = {
     {"maybe", false, [](auto& to, auto name) { to.attr(name, Kel::typeOf<Inner>()).optional().settable(); }},
     {"structures", false, [](auto& to, auto name) { to.array(name, Kel::typeOf<Inner>()).settable(); }},
     {"values", false, [](auto& to, auto name) { to.keyed(name, textType(), textType()).settable(); }},
-    {"reference", false, [](auto& to, auto name) { to.pointer(name, Kel::typeOf<Guest>()).settable(); }},
-    {"references", true,
+    {"backRef", false, [](auto& to, auto name) { to.pointer(name, Kel::typeOf<Guest>()).settable(); }},
+    {"backRefs", true,
      [](auto& to, auto name) { to.keyed(name, textType(), Kel::typeOf<Guest>()).settable(); }},
     {"child", true, [](auto& to, auto name) { to.instantiating(name, Kel::typeOf<Room>()); }},
     {"children", true, [](auto& to, auto name) { to.instantiating(name, textType(), Kel::typeOf<Room>()); }},
 };
+
+Kel::Ptr<Kel::Entity> entityOf(KelType type) {
+  return Kel::Ptr(static_cast<Kel::Entity*>(type.genericIf(Kel::ArgList{})->object()));
+}
 
 KelType done(TypeBuilder& builder) {
   auto const type = builder.done();
@@ -187,6 +198,29 @@ std::vector<Collision> const& collisions() {
   return all;
 }
 
+std::vector<Kel::Ptr<Kel::Entity>> wideEntities(std::size_t attributes) {
+  std::vector<Kel::Ptr<Kel::Entity>> out;
+  auto const add = [&out](KelType type) { out.push_back(entityOf(type)); };
+  for (AttrKind const& kind : kAttrKinds) {
+    for (TypeKind const of : {TypeKind::Entity, TypeKind::Struct}) {
+      if (of == TypeKind::Struct && kind.ofEntitiesOnly) continue;
+      TypeBuilder wide(kModule, std::string("Wide-") + (of == TypeKind::Struct ? "value-" : "") + kind.name,
+                       of);
+      for (std::size_t i = 0; i < attributes; ++i)
+        kind.add(wide, "a" + std::to_string(i));
+      KelType const type = done(wide);
+      if (of == TypeKind::Entity) {
+        add(type);
+      } else {
+        TypeBuilder holder(kModule, std::string("Holder-") + kind.name, TypeKind::Entity);
+        holder.attr("value", type);
+        add(done(holder));
+      }
+    }
+  }
+  return out;
+}
+
 std::vector<std::string> const& oddTexts() {
   using namespace std::string_literals;
   static std::vector<std::string> const texts{"",
@@ -229,7 +263,7 @@ void World::boxIs(std::string const& kind) {
   auto const found = std::find_if(collisions().begin(), collisions().end(),
                                   [&kind](Collision const& one) { return one.kind == kind; });
   dir->entityDel(kind);
-  dir->entityIs(kind, Kel::Ptr(static_cast<Kel::Entity*>(found->type.genericIf(Kel::ArgList{})->object())));
+  dir->entityIs(kind, entityOf(found->type));
 }
 
 } // namespace Hostile

@@ -20,22 +20,25 @@ class Guest;
 // The host's code that the library calls.
 enum class Call : unsigned { Print = 1, Parse = 2, Set = 4, Push = 8, Tell = 16 };
 
-// What that code does before it does its work. Not called again from within itself, nor while an `Inside` lives.
+// What that code does before it does its work. Not called again from within itself, nor while an `Inside` lives, when all texts can be printed.
 class Trap {
 public:
   class Inside {
   public:
-    Inside();
+    explicit Inside(bool refusesTexts = false);
     ~Inside();
     Inside(Inside const&) = delete;
     Inside& operator=(Inside const&) = delete;
 
   private:
-    bool before_;
+    bool before_, refusedTexts_;
   };
   void spring(Call call);
+  // Whether a printer is to throw at that text: at some, always the same ones.
+  [[nodiscard]] bool refuses(std::string_view text) const { return refusesTexts && text.starts_with("a"); }
 
   std::function<void(Call)> act;
+  bool refusesTexts = false;
 
 private:
   bool inside_ = false;
@@ -101,6 +104,7 @@ public:
 // What its printers make has a name that begins with "odd", here and everywhere.
 class Host final : public Kel::EntityOf<Host> {
 public:
+  Kel::String name() const override { return Kel::String("no/place[of=its]"); }
   void labelIs(Kel::String const& wanted);
   void oddIs(Odd const& wanted);
   void peerIs(Kel::Ptr<Guest> const& wanted);
@@ -138,6 +142,10 @@ struct Collision {
   Kel::KelType type;
 };
 std::vector<Collision> const& collisions();
+
+// Entities with so many attributes each, of one kind and as they are made; and, for the kinds that values can have, entities with one structure
+// that has these attributes.
+std::vector<Kel::Ptr<Kel::Entity>> wideEntities(std::size_t attributes);
 
 // Texts that come from nobody with good intentions. The last ones are no UTF-8.
 inline constexpr std::size_t kBadTexts = 2;

@@ -47,7 +47,7 @@ void play(std::uint32_t seed, Powers const& powers, std::size_t steps) {
       if (testing::Test::HasFailure())
         ADD_FAILURE() << "step " << i << ": " << testing::PrintToString(host.log());
     }
-  } catch (...) { // told
+  } catch (Tovak::AssertionError const&) { // told
   }
   EXPECT_EQ(Ondra::Referrers::instance().size(), 0U);
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
@@ -65,6 +65,7 @@ constexpr Property kProperties[] = {
     {"Polite", {}},
     {"OnTheFixture", {.onFixture = true}},
     {"BadTexts", {.badTexts = true}},
+    {"TextsThatCannotBePrinted", {.refuses = true}},
     {"Collisions", {.collides = true}},
     {"ObserversThatReact", {.meddles = bit(Call::Tell)}},
     {"SettersThatReact", {.meddles = bit(Call::Set)}},
@@ -75,17 +76,17 @@ constexpr Property kProperties[] = {
     {"RoutersThatThrow", {.throws = bit(Call::Push)}},
     {"ParsersThatThrow", {.throws = bit(Call::Parse)}},
     {"PrintersThatThrow", {.throws = bit(Call::Print)}},
-    {"Everything", {.meddles = kAll, .throws = kAll, .collides = true, .badTexts = true}},
+    {"Everything", {.meddles = kAll, .throws = kAll, .refuses = true, .collides = true, .badTexts = true}},
 };
 // What has little or nothing to say is asked for time like everything else: no slice is longer by more than a member.
 TEST(HostileSlices, EverythingIsAskedForTime) {
   constexpr std::size_t kMany = 2000;
   struct Case {
-    char const* name;
+    std::string name;
     std::function<void(Host&, std::uint32_t)> add; // one more
   };
   auto const textOf = [](std::uint32_t i) { return Kel::String(std::to_string(i)); };
-  std::vector<Case> const cases{
+  std::vector<Case> cases{
       {"values", [&](Host& host, auto i) { host.silentIs(textOf(i), {}); }},
       {"values under structured keys",
        [&](Host& host, auto i) {
@@ -98,6 +99,12 @@ TEST(HostileSlices, EverythingIsAskedForTime) {
       {"directories",
        [&](Host& host, auto i) { static_cast<Kel::Dir*>(host.parent())->dirIs(textOf(i).view()); }},
   };
+  static_cast<void>(collisions());
+  for (Kel::Ptr<Kel::Entity> const& wide : wideEntities(kMany)) {
+    cases.push_back({wide->fwkType().name().str(), [wide](Host& host, auto i) {
+                       if (i == 0) static_cast<Kel::Dir*>(host.parent())->entityIs("wide", wide);
+                     }});
+  }
   for (Case const& one : cases) {
     World world({});
     for (std::uint32_t i = 0; i < kMany; ++i)
@@ -109,7 +116,9 @@ TEST(HostileSlices, EverythingIsAskedForTime) {
       for (char const* const walk : {"the first", "another"}) {
         WalkHarness::Walk whole = harness.start(router, *world.dir, flags);
         WalkHarness::finish(whole);
-        EXPECT_GE(whole.task->questions, kMany)
+        // Without values to send, a walk does not go into one.
+        bool const goesThere = flags.has(Ondra::flagSnapshot) || !one.name.starts_with("Holder");
+        EXPECT_GE(whole.task->questions, goesThere ? kMany : 0)
             << one.name << ", " << walk << " walk, flags " << flags.toString();
       }
     }
