@@ -112,12 +112,11 @@ Ptr<GenericIf const> Entity::parentKey() const {
 }
 
 // docs/decisions.md: "How does a full name tell keys apart that hold brackets?"
-String Entity::name() const {
-  return parentAttr_ == nullptr ? String() : nameOf({parentAttr_, parentKey()});
-}
+String Entity::name() const { return parentAttr_ == nullptr ? String() : nameOf({parentAttr_, parentKey()}); }
 
 String Entity::fullName() const {
-  std::vector<Place> places; // all of them before any key is printed: who prints it may remove what is above it
+  std::vector<Place>
+      places; // all of them before any key is printed: who prints it may remove what is above it
   for (Entity const* at = this; at->parent_ != nullptr; at = at->parent_)
     places.push_back({at->parentAttr_, at->parentKey()});
   std::string text;
