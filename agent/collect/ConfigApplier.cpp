@@ -8,7 +8,8 @@
 #include <netlink/route/link.h>
 #include <netlink/socket.h>
 
-#include <atomic>
+#include <map>
+#include <utility>
 
 #include "agent/collect/Netlink.h"
 
@@ -28,34 +29,58 @@ int request(nl_sock* socket, rtnl_link* now, absl::FunctionRef<void(rtnl_link*)>
   return rtnl_link_change(socket, now, wanted.get(), 0);
 }
 
+// What a link had, as far as it has been changed here.
+struct Before {
+  int ifindex = 0;
+  std::optional<std::uint32_t> mtu;
+  std::optional<bool> enabled;
+};
+using Befores = std::map<std::string, Before>; // by name
+
+// What is to become of a setting: what is wanted, else what was there before anything was.
+template <class T>
+std::optional<T> settled(std::optional<T> const& wanted, std::optional<T>& before, T now) {
+  if (!wanted) return std::exchange(before, std::nullopt);
+  if (!before && now != *wanted) before = now;
+  return wanted;
+}
+
 // Each in a request of its own: what the kernel refuses does not keep the others back. The first error.
-int applyTo(nl_sock* socket, LinkChange const& change) {
+int applyTo(nl_sock* socket, LinkChange const& change, Befores& befores) {
   rtnl_link* found = nullptr;
   if (int const error = rtnl_link_get_kernel(socket, 0, change.name.c_str(), &found); error < 0) return error;
   Link const now(found);
+  Before& before = befores[change.name];
+  if (before.ifindex != rtnl_link_get_ifindex(now.get()))
+    before = {.ifindex = rtnl_link_get_ifindex(now.get()), .mtu = {}, .enabled = {}}; // another link
   int first = 0;
   auto const apply = [&](absl::FunctionRef<void(rtnl_link*)> edit) {
     int const error = request(socket, now.get(), edit);
     if (first >= 0) first = error;
   };
   char const* const description = rtnl_link_get_ifalias(now.get());
-  if (change.description && *change.description != (description == nullptr ? "" : description))
-    apply([&](rtnl_link* link) { rtnl_link_set_ifalias(link, change.description->c_str()); });
-  if (change.mtu && *change.mtu != rtnl_link_get_mtu(now.get()))
-    apply([&](rtnl_link* link) { rtnl_link_set_mtu(link, *change.mtu); });
+  if (change.description != (description == nullptr ? "" : description))
+    apply([&](rtnl_link* link) { rtnl_link_set_ifalias(link, change.description.c_str()); });
+  std::uint32_t const mtu = rtnl_link_get_mtu(now.get());
+  if (auto const wanted = settled(change.mtu, before.mtu, mtu); wanted && *wanted != mtu)
+    apply([&](rtnl_link* link) { rtnl_link_set_mtu(link, *wanted); });
   bool const isEnabled = (rtnl_link_get_flags(now.get()) & IFF_UP) != 0;
-  if (change.enabled && *change.enabled != isEnabled) {
-    auto* const flags = *change.enabled ? &rtnl_link_set_flags : &rtnl_link_unset_flags;
+  auto const wanted = settled(change.enabled, before.enabled, isEnabled);
+  if (wanted && *wanted != isEnabled) {
+    auto* const flags = *wanted ? &rtnl_link_set_flags : &rtnl_link_unset_flags;
     apply([flags](rtnl_link* link) { flags(link, IFF_UP); });
   }
   return first;
 }
 
-ConfigApplier::Outcome outcomeOf(LinkChange const& change) {
-  if (change.isEmpty()) return {};
+ConfigApplier::Outcome outcomeOf(LinkChange const& change, Befores& befores) {
   NetlinkSocket const socket(nl_socket_alloc());
   int error = socket ? nl_connect(socket.get(), NETLINK_ROUTE) : -NLE_NOMEM;
-  if (error >= 0) error = applyTo(socket.get(), change);
+  if (error >= 0) error = applyTo(socket.get(), change, befores);
+  std::erase_if(befores, [](auto const& one) {
+    return (!one.second.mtu && !one.second.enabled) ||
+           static_cast<int>(if_nametoindex(one.first.c_str())) != one.second.ifindex;
+  });
   if (error >= 0) return {};
   return Kstd::Err(
       fmt::format("interface '{}' was not changed as asked: {}", change.name, nl_geterror(error)));
@@ -113,6 +138,7 @@ void ConfigApplier::apply(LinkChange change, Done done) {
 }
 
 void ConfigApplier::work(Shared& shared) {
+  Befores befores;
   std::unique_lock lock(shared.mutex);
   for (;;) {
     shared.changed.wait(lock, [&] { return shared.stopping || !shared.orders.empty(); });
@@ -121,7 +147,7 @@ void ConfigApplier::work(Shared& shared) {
     shared.orders.pop_front();
     lock.unlock();
     shared.scheduler->post(
-        [weak = shared.self, done = std::move(order.done), outcome = outcomeOf(order.change)] {
+        [weak = shared.self, done = std::move(order.done), outcome = outcomeOf(order.change, befores)] {
           if (auto const self = weak.lock(); self && self->isAlive) done(outcome);
         });
     lock.lock();

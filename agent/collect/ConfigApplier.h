@@ -18,23 +18,23 @@
 
 namespace Agent {
 
-// What is to become of a link; what is left without value stays as it is.
+// What is wanted of a link. What is left without value goes back to what it was before it was first wanted otherwise; it stays where
+// it never was.
 struct LinkChange {
   std::string name;
-  std::optional<std::string> description; // empty: none
-  std::optional<std::uint16_t> mtu;
+  std::string description; // empty: none
+  std::optional<std::uint32_t> mtu;
   std::optional<bool> enabled;
 
-  [[nodiscard]] bool isEmpty() const { return !description && !mtu && !enabled; }
   bool operator==(LinkChange const&) const = default;
 };
 
-// What the configuration of an interface asks for: without a description for none; without an MTU, or a configuration at all, for what
-// is there.
+// What the configuration of an interface asks for.
 [[nodiscard]] LinkChange linkChangeOf(Interface const& interface);
 
-// Applies changes one after the other on a thread of its own, because a driver may take long over one. The model follows by the
-// kernel's events. Made and used on the scheduler thread; whoever made it owns it.
+// Applies changes one after the other on a thread of its own, because a driver may take long over one. What a link had before is
+// remembered as the kernel has it, since not all of that has a leaf. The model follows by the kernel's events. Made and used on the
+// scheduler thread; whoever made it owns it.
 class ConfigApplier {
 public:
   // What the kernel said; the text names the interface and the reason.
@@ -48,7 +48,7 @@ public:
   ConfigApplier& operator=(ConfigApplier const&) = delete;
 
   // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. What is right already is found out when
-  // it is the change's turn, from the kernel: an earlier change may be on its way. An empty change succeeds.
+  // it is the change's turn, from the kernel: an earlier change may be on its way.
   void apply(LinkChange change, Done done);
 
 private:

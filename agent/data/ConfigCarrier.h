@@ -1,9 +1,6 @@
 // Carries what clients configure to the machine: for an agent that was told to apply configuration.
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <optional>
 #include <set>
 #include <string>
 
@@ -13,10 +10,9 @@ namespace Agent {
 
 class Runtime;
 
-// While it lives, each Set that writes the configuration of interfaces is followed by a request to the kernel for those whose
-// configuration differs from their state. What is deleted from the configuration goes back to what the link had before a client changed it.
-// What the kernel refuses is traced; the configuration stays, the state tells the truth. Made and dropped on the thread that owns the runtime,
-// which outlives it.
+// While it lives, each Set that writes the configuration of interfaces is followed by a request to the kernel for these. What is deleted
+// from the configuration goes back to what the link had before a client changed it. What the kernel refuses is traced; the configuration
+// stays, the state tells the truth. Made and dropped on the thread that owns the runtime, which outlives it.
 class ConfigCarrier {
 public:
   explicit ConfigCarrier(Runtime& runtime);
@@ -25,19 +21,10 @@ public:
   ConfigCarrier& operator=(ConfigCarrier const&) = delete;
 
 private:
-  // What a link had, as far as clients have changed it.
-  struct Before {
-    std::optional<std::uint32_t> ifindex;
-    std::optional<std::uint16_t> mtu;
-    std::optional<bool> enabled;
-  };
-
   void carry(std::set<std::string> const& interfaces);
-  [[nodiscard]] LinkChange changeOf(Interface const& interface);
 
   Runtime& runtime_;
   ConfigApplier applier_;
-  std::map<std::string, Before> before_; // by name
 };
 
 } // namespace Agent

@@ -238,9 +238,13 @@ TEST_F(Kernel, AppliesConfiguration) {
   d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1300});
   EXPECT_TRUE(apply(linkChangeOf(d0)).ok());
   EXPECT_EQ(d0.state->mtu, 1300);
-  EXPECT_THAT(apply({"d0", {}, std::uint16_t{1}, {}}).error(),
-              testing::HasSubstr("interface 'd0' was not changed"));
+  EXPECT_THAT(apply({"d0", {}, 1, false}).error(), testing::HasSubstr("interface 'd0' was not changed"));
   EXPECT_FALSE(apply({"none", {}, {}, true}).ok());
+  // What has no leaf comes back all the same: the loopback's MTU has more than 16 bits.
+  EXPECT_TRUE(apply({"lo", {}, 1300, {}}).ok());
+  EXPECT_EQ(find("lo")->state->mtu, 1300);
+  EXPECT_TRUE(apply({"lo", {}, {}, {}}).ok());
+  EXPECT_EQ(find("lo")->state->mtu, std::nullopt);
 }
 
 } // namespace
