@@ -28,6 +28,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -43,6 +44,7 @@
 #include "Ondra/KelKey.h"
 #include "Ondra/Path.h"
 #include "Ondra/WalkQ.h"
+#include "Ondra/WalkReach.h"
 #include "Ondra/WalkRules.h"
 #include "Ondra/WalkTask.h"
 #include "Ondra/WalkTypes.h"
@@ -287,8 +289,13 @@ private:
     return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
   }
 
+  // How a place at or below the object of this parked walker, and not of one parked below it, stands to the walk (WalkReach.cpp).
+  [[nodiscard]] WalkReach reach(std::span<gnmi::PathElem const* const> below) const;
+
   friend class ParkedWalks;
   friend class WalkQ;
+  friend std::optional<WalkReach> walkReach(WalkInfo const& walkInfo,
+                                            std::span<gnmi::PathElem const* const> path);
 
   Kel::Ptr<GifGnmiNotifiee>
       notifiee_; // of the prefix, where whoever made the walker knows it; taken by `walk`

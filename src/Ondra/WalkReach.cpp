@@ -36,38 +36,25 @@ bool beginsWith(Elems path, Path const& prefix) {
   return true;
 }
 
-// What a parked walker keeps, to be read here.
-struct Parked final : FullKelTypeWalker {
-  static Path const& prefix(FullKelTypeWalker const& walker) { return *(walker.*&Parked::prefixPath_); }
-  static Path const& leafPath(FullKelTypeWalker const& walker) { return *(walker.*&Parked::leafPath_); }
-  static Kel::KelType type(FullKelTypeWalker const& walker) { return walker.*&Parked::objType_; }
-  static bool isDone(FullKelTypeWalker const& walker) { return (walker.*&Parked::flags_).has(flagSkipWalk); }
-  static std::size_t position(FullKelTypeWalker const& walker) {
-    return (walker.*&Parked::attrQ_).position();
-  }
-  static Kel::GenericIf const* nextKey(FullKelTypeWalker const& walker) {
-    return (walker.*&Parked::resumeKey_).get();
-  }
-};
+} // namespace
 
-// Of a place at or below the object of a parked walker, and not of one that is parked below it.
-WalkReach reachOf(FullKelTypeWalker const& walker, Elems below) {
-  if (Parked::isDone(walker)) {
+WalkReach FullKelTypeWalker::reach(Elems below) const {
+  if (flags_.has(flagSkipWalk)) {
     return WalkReach::Passed;
   }
-  if (Parked::leafPath(walker).elemSize() != 0 || below.empty()) {
+  if (leafPath_->elemSize() != 0 || below.empty()) {
     return WalkReach::Unknown;
   }
   gnmi::PathElem const& elem = *below.front();
-  bool const isDir = Parked::type(walker).isDir();
-  Kel::KelAttr const attr = Parked::type(walker).attr(isDir ? std::string_view("entityPtr") : elem.name());
+  bool const isDir = objType_.isDir();
+  Kel::KelAttr const attr = objType_.attr(isDir ? std::string_view("entityPtr") : elem.name());
   if (!attr) {
     return WalkReach::Unknown;
   }
-  if (attr.desc().index != Parked::position(walker)) {
-    return attr.desc().index < Parked::position(walker) ? WalkReach::Passed : WalkReach::Ahead;
+  if (attr.desc().index != attrQ_.position()) {
+    return attr.desc().index < attrQ_.position() ? WalkReach::Passed : WalkReach::Ahead;
   }
-  Kel::GenericIf const* const next = Parked::nextKey(walker);
+  Kel::GenericIf const* const next = resumeKey_.get();
   if (!attr.isKeyed() || next == nullptr) {
     return WalkReach::Ahead;
   }
@@ -82,8 +69,6 @@ WalkReach reachOf(FullKelTypeWalker const& walker, Elems below) {
   return key.value()->compare(*next) < 0 ? WalkReach::Passed : WalkReach::Ahead;
 }
 
-} // namespace
-
 std::optional<WalkReach> walkReach(WalkInfo const& walkInfo, Elems path) {
   if (!beginsWith(path, *walkInfo.path)) {
     return std::nullopt;
@@ -95,16 +80,15 @@ std::optional<WalkReach> walkReach(WalkInfo const& walkInfo, Elems path) {
   FullKelTypeWalker const* deepest = nullptr;
   std::size_t depth = 0;
   for (std::unique_ptr<FullKelTypeWalker> const& walker : queue->second.walkers) {
-    std::size_t const prefix = Parked::prefix(*walker).elemSize();
-    std::size_t const own = prefix + Parked::leafPath(*walker).elemSize();
-    if (own <= path.size() && (deepest == nullptr || own > depth) &&
-        beginsWith(path, Parked::prefix(*walker)) &&
-        beginsWith(path.subspan(prefix), Parked::leafPath(*walker))) {
+    std::size_t const prefix = walker->prefixPath_->elemSize();
+    std::size_t const own = prefix + walker->leafPath_->elemSize();
+    if (own <= path.size() && (deepest == nullptr || own > depth) && beginsWith(path, *walker->prefixPath_) &&
+        beginsWith(path.subspan(prefix), *walker->leafPath_)) {
       deepest = walker.get();
       depth = own;
     }
   }
-  return deepest == nullptr ? WalkReach::Passed : reachOf(*deepest, path.subspan(depth));
+  return deepest == nullptr ? WalkReach::Passed : deepest->reach(path.subspan(depth));
 }
 
 } // namespace Ondra
