@@ -13,8 +13,12 @@ namespace {
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDefaultMost = std::size_t{1} << 30;
-constexpr std::size_t kTrimFrom = std::size_t{16} << 20;
-constexpr std::int64_t kTrimEveryNs = 5'000'000'000;
+// What has been let go is given back soon when it is much, and some time when it is little: to trim takes a walk through the heap.
+constexpr std::size_t kMuch = std::size_t{16} << 20;
+constexpr std::int64_t kMuchEveryNs = 5'000'000'000;
+constexpr std::size_t kLittle = std::size_t{1} << 20;
+constexpr std::int64_t kLittleEveryNs = 60'000'000'000;
+constexpr std::size_t kKeptFree = std::size_t{1} << 20; // at the end of the heap
 
 // The number that a file begins with; `kNone` for "max", and when there is none.
 std::size_t numberIn(std::string const& file) {
@@ -70,12 +74,15 @@ MemoryBudgets::MemoryBudgets(std::size_t bytes)
 bool HeapTrimmer::isDue(std::int64_t nowNs) {
   std::size_t const used = budget_.used();
   peak_ = std::max(peak_, used);
-  if (peak_ < kTrimFrom + used || nowNs - trimmedNs_ < kTrimEveryNs) return false;
+  std::size_t const letGo = peak_ - used;
+  std::int64_t const sinceNs = nowNs - trimmedNs_;
+  bool const isMuch = letGo >= kMuch && sinceNs >= kMuchEveryNs;
+  if (!isMuch && (letGo < kLittle || sinceNs < kLittleEveryNs)) return false;
   peak_ = used;
   trimmedNs_ = nowNs;
   return true;
 }
 
-void HeapTrimmer::trim() { malloc_trim(kTrimFrom / 4); }
+void HeapTrimmer::trim() { malloc_trim(kKeptFree); }
 
 } // namespace Agent

@@ -85,6 +85,15 @@ Message::Ptr Message::of(std::unique_ptr<gnmi::Notification> notification,
   return message;
 }
 
+Message::Charge Message::charged(std::shared_ptr<ByteBudget> const& budget) const {
+  Charge charge = charge_.lock();
+  if (charge) return charge;
+  auto const made = std::allocate_shared<ByteBudget::Share>(Kel::MemAllocator<ByteBudget::Share>{}, budget);
+  made->bytesAre(bytes_);
+  if (!isSync_) charge_ = made; // that one is shared by all threads
+  return made;
+}
+
 void Message::forEachUpdate(OnUpdate visit) const {
   if (own_) {
     for (gnmi::Update const& update : own_->update())

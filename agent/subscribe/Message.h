@@ -19,6 +19,7 @@
 
 #include <grpcpp/support/slice.h>
 
+#include "agent/data/ByteBudget.h"
 #include "agent/subscribe/SubscribePlan.h"
 
 namespace gnmi {
@@ -74,6 +75,9 @@ public:
   }
   // Memory that the message keeps, as it is counted against a subscriber's bound.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
+  // Counts the memory in the budget of all as long as what is returned, or got from another call, is there. Scheduler thread.
+  using Charge = std::shared_ptr<ByteBudget::Share const>;
+  [[nodiscard]] Charge charged(std::shared_ptr<ByteBudget> const& budget) const;
   // The encoded responses, none longer than `limit` unless a single leaf is. Any thread.
   [[nodiscard]] std::vector<grpc::Slice> const& encoded(std::size_t limit) const;
 
@@ -93,6 +97,7 @@ private:
   std::int64_t timestamp_ = 0;
   std::size_t bytes_ = 0;
   bool isSync_ = false;
+  mutable std::weak_ptr<ByteBudget::Share const> charge_;
   mutable std::once_flag once_;
   mutable std::vector<grpc::Slice> encoded_;
 };

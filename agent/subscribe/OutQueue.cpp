@@ -11,17 +11,18 @@ constexpr std::size_t kTightBytes = 64 * 1024;
 } // namespace
 
 void OutQueue::push(Message::Ptr message) {
-  share_.bytesAre(bytes() + message->bytes());
-  messages_.push_back(std::move(message));
-  if (bytes() >= (budget_.isTight() ? std::min(bound_, kTightBytes) : bound_)) full_ = true;
+  bytes_ += message->bytes();
+  Message::Charge charge = message->charged(budget_);
+  messages_.push_back({std::move(message), std::move(charge)});
+  if (bytes() >= (budget_->isTight() ? std::min(bound_, kTightBytes) : bound_)) full_ = true;
 }
 
 Message::Ptr OutQueue::pop() {
   Message::Ptr out;
   if (!messages_.empty()) {
-    out = std::move(messages_.front());
+    out = std::move(messages_.front().message);
     messages_.pop_front();
-    share_.bytesAre(bytes() - out->bytes());
+    bytes_ -= out->bytes();
   }
   if (full_ && bytes() <= bound_ / 2) {
     full_ = false;
@@ -32,7 +33,7 @@ Message::Ptr OutQueue::pop() {
 
 void OutQueue::clear() {
   messages_.clear();
-  share_.bytesAre(0);
+  bytes_ = 0;
   full_ = true;
 }
 

@@ -20,8 +20,7 @@ public:
   // `bound` in bytes. `budget`: of the queues of all subscribers.
   OutQueue(std::size_t bound, std::shared_ptr<ByteBudget> budget)
       : bound_(bound)
-      , budget_(*budget)
-      , share_(std::move(budget)) {}
+      , budget_(std::move(budget)) {}
   OutQueue(OutQueue const&) = delete;
   OutQueue& operator=(OutQueue const&) = delete;
 
@@ -35,13 +34,18 @@ public:
   // Whether it has stopped being full since the last question.
   [[nodiscard]] bool takeDrained() noexcept;
   [[nodiscard]] bool empty() const noexcept { return messages_.empty(); }
-  [[nodiscard]] std::size_t bytes() const noexcept { return share_.bytes(); }
+  // Of its messages, whoever else holds them.
+  [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
 
 private:
   std::size_t const bound_;
-  ByteBudget const& budget_;
-  ByteBudget::Share share_; // the bytes of the messages
-  std::deque<Message::Ptr> messages_;
+  std::shared_ptr<ByteBudget> const budget_;
+  std::size_t bytes_ = 0;
+  struct Queued {
+    Message::Ptr message;
+    Message::Charge charge; // a message in several queues is there once
+  };
+  std::deque<Queued> messages_;
   bool full_ = false;
   bool drained_ = false;
 };
