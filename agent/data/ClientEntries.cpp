@@ -1,28 +1,55 @@
 #include "agent/data/ClientEntries.h"
 
-#include <iterator>
 #include <utility>
 
 #include "agent/paths/OutPath.h"
+#include "agent/paths/TypeTree.h"
 
 namespace Agent {
+namespace {
 
-bool ClientEntries::mayMake(std::size_t count) {
-  bool const isThere = share_.growTo((paths_.size() + count) * kEntryBytes);
-  share_.bytesAre(paths_.size() * kEntryBytes);
+constexpr std::size_t kContainerBytes = 768; // an entity, what watches it, their places; measured
+constexpr std::size_t kPlaceBytes = 256;     // of an entry, here
+
+std::size_t containersIn(TypeNode const& node) {
+  std::size_t count = 1;
+  for (TypeNode const& child : node.children()) {
+    if (child.leaf() == nullptr && !child.isList()) count += containersIn(child);
+  }
+  return count;
+}
+
+} // namespace
+
+std::size_t ClientEntries::bytesOf(TypeNode const& list) {
+  return containersIn(list) * kContainerBytes + kPlaceBytes;
+}
+
+bool ClientEntries::mayMake(std::span<MadeEntry const> entries) {
+  std::size_t more = 0;
+  for (MadeEntry const& entry : entries)
+    more += entry.bytes;
+  bool const isThere = share_.growTo(bytes_ + more);
+  share_.bytesAre(bytes_);
   return isThere;
 }
 
-void ClientEntries::made(std::string path) {
-  paths_.insert(std::move(path));
-  share_.bytesAre(paths_.size() * kEntryBytes);
+void ClientEntries::made(MadeEntry entry) {
+  if (entries_.emplace(std::move(entry.path), entry.bytes).second) bytes_ += entry.bytes;
+  share_.bytesAre(bytes_);
 }
 
 void ClientEntries::gone(std::string_view path) {
   std::string_view const stem = path.substr(0, path.empty() ? 0 : path.size() - 1);
-  for (auto at = paths_.lower_bound(stem); at != paths_.end() && at->starts_with(stem);)
-    at = bytesAtOrBelow(path, *at) ? paths_.erase(at) : std::next(at);
-  share_.bytesAre(paths_.size() * kEntryBytes);
+  for (auto at = entries_.lower_bound(stem); at != entries_.end() && at->first.starts_with(stem);) {
+    if (!bytesAtOrBelow(path, at->first)) {
+      ++at;
+      continue;
+    }
+    bytes_ -= at->second;
+    at = entries_.erase(at);
+  }
+  share_.bytesAre(bytes_);
 }
 
 } // namespace Agent

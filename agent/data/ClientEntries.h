@@ -3,8 +3,9 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
-#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -12,22 +13,31 @@
 
 namespace Agent {
 
-// By the canonical bytes of their paths. Scheduler thread.
+struct TypeNode;
+
+struct MadeEntry {
+  std::string path;  // canonical bytes
+  std::size_t bytes; // of memory
+};
+
+// Scheduler thread.
 class ClientEntries {
 public:
-  // Of memory for one entry, with its containers, what watches them and its place here; about, and rather too much.
-  static constexpr std::size_t kEntryBytes = 8 * 1024;
+  // What an entry of a list takes: with the containers that may stand in it, what watches them, and its place here. Lists in it count by
+  // themselves, and texts of clients' own by the request that they come with.
+  [[nodiscard]] static std::size_t bytesOf(TypeNode const& list);
 
   explicit ClientEntries(std::shared_ptr<ByteBudget> budget) : share_(std::move(budget)) {}
 
-  // Whether there is memory for so many more.
-  [[nodiscard]] bool mayMake(std::size_t count);
-  void made(std::string path);
+  // Whether there is memory for these, too.
+  [[nodiscard]] bool mayMake(std::span<MadeEntry const> entries);
+  void made(MadeEntry entry);
   // It has gone, with all below it.
   void gone(std::string_view path);
 
 private:
-  std::set<std::string, std::less<>> paths_;
+  std::map<std::string, std::size_t, std::less<>> entries_; // their bytes, by path
+  std::size_t bytes_ = 0;
   ByteBudget::Share share_;
 };
 

@@ -1,4 +1,5 @@
 #include <memory>
+#include <string>
 #include <utility>
 
 #include <grpc/support/time.h>
@@ -7,6 +8,7 @@
 #include "agent/data/GetRun.h"
 #include "agent/data/UnaryCalls.h"
 #include "agent/data/UnaryEnd.h"
+#include "agent/paths/RequestParts.h"
 #include "agent/service/Runtime.h"
 
 namespace Agent {
@@ -17,6 +19,7 @@ public:
   GetCall(grpc::CallbackServerContext& context, grpc::ByteBuffer& response, Runtime& runtime)
       : response_(response)
       , scheduler_(runtime.scheduler())
+      , address_(addressOf(context.peer()))
       , context_(std::make_shared<UnaryContext>(context))
       , end_(std::make_shared<UnaryEnd>(*this, context_, runtime.limits().stuckNs)) {}
 
@@ -24,7 +27,7 @@ public:
     std::shared_ptr<UnaryEnd> const end = std::move(end_); // the run's from now on
     auto order = GetOrder::of(request);
     if (!order) return end->finish(order.error());
-    auto const run = std::make_shared<GetRun>(runtime, std::move(*order));
+    auto const run = std::make_shared<GetRun>(runtime, std::move(*order), address_);
     run_ = run;
     shares_ = run->shares();
     scheduler_->post([this, run, end] {
@@ -53,6 +56,7 @@ public:
 private:
   grpc::ByteBuffer& response_;
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  std::string const address_;
   std::shared_ptr<UnaryContext> const context_;
   std::shared_ptr<void const> shares_; // of the answer, until the client has it
   std::shared_ptr<UnaryEnd> end_;      // until the call has begun

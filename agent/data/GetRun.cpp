@@ -15,9 +15,10 @@ namespace Agent {
 
 using grpc::StatusCode;
 
-GetRun::GetRun(Runtime& runtime, GetOrder order)
+GetRun::GetRun(Runtime& runtime, GetOrder order, std::string address)
     : runtime_(runtime)
     , order_(std::move(order))
+    , address_(std::move(address))
     , shares_(std::make_shared<Shares>(runtime)) {}
 GetRun::~GetRun() = default;
 
@@ -37,7 +38,7 @@ void GetRun::next() {
   auto pattern = Pattern::of(order_.paths[index]);
   if (!pattern) return end(pattern.error());
   answers_.push_back(std::make_unique<GetAnswer>(order_, index));
-  snapshot_ = runtime_.engine().snapshotIs(std::move(*pattern), shared_from_this());
+  snapshot_ = runtime_.engine().snapshotIs(std::move(*pattern), shared_from_this(), address_);
 }
 
 void GetRun::notification(gnmi::Notification const& notification) {

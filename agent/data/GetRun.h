@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <grpcpp/support/byte_buffer.h>
@@ -24,7 +25,8 @@ public:
   using Answers = std::vector<std::unique_ptr<GetAnswer>>;
   using Done = std::function<void(grpc::Status const&)>;
 
-  GetRun(Runtime& runtime, GetOrder order);
+  // `address`: of the peer that asks.
+  GetRun(Runtime& runtime, GetOrder order, std::string address);
   ~GetRun() override;
 
   void start(Done done);
@@ -49,6 +51,7 @@ private:
 
   Runtime& runtime_;
   GetOrder const order_;
+  std::string const address_;
   Done done_; // null before the start and once told
   Answers answers_;
   std::shared_ptr<Shares> const shares_;

@@ -51,12 +51,12 @@ public:
       answer(request, response);
       runtime_.scheduler()->post(
           [this, end, &response, plan = std::move(*plan), kept = std::move(share)]() mutable {
-            if (isCancelled_.load(std::memory_order_relaxed))
-              return end->finish({grpc::StatusCode::CANCELLED, "the client has left"});
-            grpc::Status const status = setExecuted(*plan, runtime_, response);
-            plan.reset();
-            kept.reset();
-            end->finish(status);
+            auto const done = [end = std::move(end), &response,
+                               kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
+              response.set_timestamp(timestamp);
+              end->finish(status);
+            };
+            runtime_.sets().setIs({std::move(plan), &isCancelled_, done});
           });
     });
   }

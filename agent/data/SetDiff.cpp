@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Tovak/Task.h"
 #include "agent/data/LeafValue.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/model/Tree.h"
@@ -10,91 +11,128 @@
 
 namespace Agent {
 
-SetDiff::SetDiff(SetPlan& plan) {
-  for (RequestPath const& path : plan.deletes)
-    markDeleted(plan.root, nullptr, PathStates(path));
-  below(&plan.root, plan.root.type, nullptr, false);
+namespace {
+
+constexpr int kPartSize = 64;            // leaves of a part: about a millisecond
+constexpr std::size_t kKeysAtATime = 64; // of a list, looked up while nothing changes
+
+// The next keys of a list, from behind one on; null: from the first.
+std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle const& last) {
+  std::vector<Handle> keys;
+  auto at = last ? list.genericIfIteratorConst(parent, last) : list.genericIfIteratorConst(parent);
+  if (at && last && at.key()->equals(*last)) ++at;
+  for (; at && keys.size() < kKeysAtATime; ++at)
+    keys.push_back(at.key());
+  return keys;
+}
+
+} // namespace
+
+gnmi::SetRequest& SetParts::room() {
+  if (size_++ % kPartSize == 0) parts.emplace_back();
+  return parts.back();
+}
+void SetParts::deleteIs(gnmi::Path const& path) { *room().add_delete_() = path; }
+gnmi::TypedValue& SetParts::updateIs(gnmi::Path const& path) {
+  gnmi::Update& update = *room().add_update();
+  *update.mutable_path() = path;
+  return *update.mutable_val();
+}
+
+Steps SetDiff::run() {
+  for (RequestPath const& path : plan_.deletes)
+    co_await markDeleted(plan_.root, nullptr, PathStates(path));
+  co_await below(&plan_.root, plan_.root.type, nullptr, false);
 }
 
 // --- deletes ----------------------------------------------------------------------------------------------------
 
-void SetDiff::markDeleted(PlanNode& node, Handle const& object, PathStates const& states) {
+Steps SetDiff::markDeleted(PlanNode& node, Handle object, PathStates states) {
+  co_await Steps::pauseIf(task_.taskShouldYield());
   if (states.isEnd()) {
     node.isCleared = true;
-    return; // whatever lies below goes too
+    co_return; // whatever lies below goes too
   }
   for (TypeNode const& child : node.type.children()) {
     PathStates const next = states.belowAny(child);
     if (next.isDead() || !hasWritable(child)) continue;
     if (child.isList()) {
-      markDeletedEntries(node, object, child, states);
+      co_await markDeletedEntries(node, object, child, states);
     } else if (child.leaf() != nullptr) {
       if (next.isEnd()) node.childIs(child).isCleared = true;
     } else if (Handle const below = containerOf(child, object)) {
-      markDeleted(node.childIs(child), below, next);
+      co_await markDeleted(node.childIs(child), below, next);
     }
   }
 }
 
-void SetDiff::markDeletedEntries(PlanNode& node, Handle const& object, TypeNode const& list,
-                                 PathStates const& states) {
-  auto const mark = [&](std::string_view text, Handle const& entry) {
-    PathStates const next = states.below(list, text);
-    if (entry && !next.isDead()) markDeleted(node.childIs(list, text), entry, next);
-  };
+Steps SetDiff::markDeletedEntries(PlanNode& node, Handle object, TypeNode list, PathStates states) {
   if (auto const text = states.onlyKey(list)) {
-    mark(*text, entryOf(list, object, keyHandleOf(list, *text)));
-    return;
+    Handle const entry = entryOf(list, object, keyHandleOf(list, *text));
+    PathStates const next = states.below(list, *text);
+    if (entry && !next.isDead()) co_await markDeleted(node.childIs(list, *text), entry, next);
+    co_return;
   }
-  for (auto it = list.attr.genericIfIteratorConst(object); it; ++it)
-    mark(it.key()->gnmiStrRep(), it.ptr());
+  for (auto keys = keysBehind(list.attr, object, nullptr); !keys.empty();
+       keys = keysBehind(list.attr, object, keys.back())) {
+    for (Handle const& key : keys) {
+      std::string const text = key->gnmiStrRep();
+      PathStates const next = states.below(list, text);
+      if (next.isDead()) continue;
+      if (Handle const entry = entryOf(list, object, key))
+        co_await markDeleted(node.childIs(list, text), entry, next);
+    }
+    co_await Steps::pauseIf(task_.taskShouldYield());
+  }
 }
 
 // --- comparing --------------------------------------------------------------------------------------------------
 
-void SetDiff::below(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared) {
+Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool isCleared) {
   isCleared = isCleared || (node != nullptr && node->isCleared);
   if (isCleared && (object || type.isRoot())) {
     for (TypeNode const& child : type.children()) {
       if (!hasWritable(child)) continue;
       PlanNode const* const planned = node == nullptr || child.isList() ? nullptr : node->child(child.name);
       if (child.isList()) {
-        clearedList(node, child, object);
+        co_await clearedList(node, child, object);
       } else if (child.leaf() != nullptr) {
         leaf(planned, child, object, true);
       } else {
-        container(planned, child, object, true);
+        co_await container(planned, child, object, true);
       }
     }
-    return;
+    co_return;
   }
-  if (node == nullptr) return;
+  if (node == nullptr) co_return;
   for (auto const& child : node->children()) {
     if (child->type.isList()) {
-      entry(child.get(), child->type, child->key, keyHandleOf(child->type, child->key), object, false);
+      co_await entry(child.get(), child->type, child->key, keyHandleOf(child->type, child->key), object,
+                     false);
     } else if (child->type.leaf() != nullptr) {
       leaf(child.get(), child->type, object, false);
     } else {
-      container(child.get(), child->type, object, false);
+      co_await container(child.get(), child->type, object, false);
     }
+    co_await Steps::pauseIf(task_.taskShouldYield());
   }
 }
 
-void SetDiff::container(PlanNode const* node, TypeNode const& type, Handle const& parent, bool isCleared) {
+Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, bool isCleared) {
   Handle const object = containerOf(type, parent);
-  if (!object && node == nullptr) return;
+  if (!object && node == nullptr) co_return;
   bool const isNamed = node != nullptr && node->isNamed;
   if (isCleared && isStateKept_ && !isNamed && isEntryConfig(type)) {
-    if (!object) return;
+    if (!object) co_return;
     enter(type);
-    *removals.add_delete_() = path_;
+    removals.deleteIs(path_);
     leave();
     if (interface_ != nullptr) interfaces.insert(*interface_);
-    return;
+    co_return;
   }
   bool const isValue = type.attr && !type.attr.isInstantiating();
   std::size_t const undoBefore = undo.size();
-  int const writesBefore = writes.update_size();
+  std::size_t const writesBefore = writes.size();
   enter(type);
   if (parent && (isValue || !object)) remember(parent, type.attr, nullptr);
   if (parent && !object && isNamed && isEntryConfig(type)) {
@@ -102,50 +140,55 @@ void SetDiff::container(PlanNode const* node, TypeNode const& type, Handle const
     if (interface_ != nullptr) interfaces.insert(*interface_);
   }
   valuesEntered_ += isValue ? 1 : 0;
-  below(node, type, object, isCleared);
+  co_await below(node, type, object, isCleared);
   valuesEntered_ -= isValue ? 1 : 0;
   leave();
-  if (!object && writes.update_size() == writesBefore) undo.resize(undoBefore); // nothing will be made
+  if (!object && writes.size() == writesBefore) undo.resize(undoBefore); // nothing will be made
 }
 
-void SetDiff::clearedList(PlanNode const* parentNode, TypeNode const& list, Handle const& parent) {
-  for (auto it = list.attr.genericIfIteratorConst(parent); it; ++it) {
-    std::string const text = it.key()->gnmiStrRep();
-    entry(parentNode == nullptr ? nullptr : parentNode->child(list.name, text), list, text, it.key(), parent,
-          true);
+Steps SetDiff::clearedList(PlanNode const* parentNode, TypeNode list, Handle parent) {
+  for (auto keys = keysBehind(list.attr, parent, nullptr); !keys.empty();
+       keys = keysBehind(list.attr, parent, keys.back())) {
+    for (Handle const& key : keys) {
+      std::string const text = key->gnmiStrRep();
+      PlanNode const* const planned = parentNode == nullptr ? nullptr : parentNode->child(list.name, text);
+      co_await entry(planned, list, text, key, parent, true);
+    }
+    co_await Steps::pauseIf(task_.taskShouldYield());
   }
-  if (parentNode == nullptr) return;
+  if (parentNode == nullptr) co_return;
   for (auto const& child : parentNode->children()) {
     if (!(child->type.attr == list.attr)) continue;
     Handle const key = keyHandleOf(list, child->key);
-    if (!entryOf(list, parent, key)) entry(child.get(), list, child->key, key, parent, true);
+    if (!entryOf(list, parent, key)) co_await entry(child.get(), list, child->key, key, parent, true);
+    co_await Steps::pauseIf(task_.taskShouldYield());
   }
 }
 
-void SetDiff::entry(PlanNode const* node, TypeNode const& list, std::string_view keyText, Handle const& key,
-                    Handle const& parent, bool isCleared) {
+Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, Handle key, Handle parent,
+                     bool isCleared) {
   bool const isNamed = node != nullptr && node->isNamed;
   Handle const object = entryOf(list, parent, key);
-  if (!object && !isNamed) return;
+  if (!object && !isNamed) co_return;
   bool const isInterface = list.type == Kel::typeOf<Interface>();
-  std::string const name(keyText);
-  if (isInterface) interface_ = &name;
+  if (isInterface) interface_ = &keyText;
   enter(list, keyText);
   bool const isHit = (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList();
   bool const wasStateKept = std::exchange(isStateKept_, isHit && isOfMachine(list, object));
   if (isHit && !isNamed && !isStateKept_) {
-    *removals.add_delete_() = path_;
+    removals.deleteIs(path_);
     if (interface_ != nullptr) interfaces.insert(*interface_);
     gone.push_back(pathBytes(PathView(path_, 0)));
   } else {
     bool const isValue = !list.attr.isInstantiating();
     if (parent && (isValue || !object)) remember(parent, list.attr, key);
     if (!object) {
-      made.push_back(pathBytes(PathView(path_, 0)));
+      if (parent && valuesEntered_ == 0) undo.back().made = made.size();
+      made.push_back({pathBytes(PathView(path_, 0)), ClientEntries::bytesOf(list)});
       writeKey(list.key(), keyText); // which makes it
     }
     valuesEntered_ += isValue ? 1 : 0;
-    below(node, list, object, isCleared);
+    co_await below(node, list, object, isCleared);
     valuesEntered_ -= isValue ? 1 : 0;
   }
   isStateKept_ = wasStateKept;
@@ -154,10 +197,10 @@ void SetDiff::entry(PlanNode const* node, TypeNode const& list, std::string_view
 }
 
 void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {
-  gnmi::Update& update = *writes.add_update();
-  *update.mutable_path() = path_;
-  update.mutable_path()->add_elem()->set_name(key.name().str());
-  if (auto value = keyValueOf(*leafInfo(key), text)) *update.mutable_val() = std::move(*value);
+  path_.add_elem()->set_name(key.name().str());
+  gnmi::TypedValue& written = writes.updateIs(path_);
+  if (auto value = keyValueOf(*leafInfo(key), text)) written = std::move(*value);
+  leave();
 }
 
 void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared) {
@@ -171,11 +214,9 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
   if (interface_ != nullptr) interfaces.insert(*interface_);
   enter(type);
   if (hasValue) {
-    gnmi::Update& update = *writes.add_update();
-    *update.mutable_path() = path_;
-    *update.mutable_val() = *node->value;
+    writes.updateIs(path_) = *node->value;
   } else {
-    *resets.add_delete_() = path_;
+    resets.deleteIs(path_);
   }
   leave();
 }
@@ -186,7 +227,8 @@ void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& ke
   undo.push_back({.object = Kel::GenericIf::toObject(object->object()),
                   .attr = attr,
                   .key = key,
-                  .old = old ? Handle(old->clone()) : nullptr});
+                  .old = old ? Handle(old->clone()) : nullptr,
+                  .made = {}});
 }
 
 void SetDiff::enter(TypeNode const& type, std::string_view keyText) {

@@ -75,8 +75,7 @@ struct SetPlan {
 
 inline constexpr int kMaxSetOperations = 50'000;
 inline constexpr std::size_t kMaxWildcardDeletes = 64; // each may have the whole model looked at
-inline constexpr std::size_t kMaxPlanNodes =
-    50'000; // what JSON holds counts by its members; some 10 us of one turn each
+inline constexpr std::size_t kMaxPlanNodes = 50'000;   // what JSON holds counts by its members
 
 // INVALID_ARGUMENT and NOT_FOUND with the path and what is wrong with it; UNIMPLEMENTED for what this agent does not offer;
 // RESOURCE_EXHAUSTED beyond the limits above. CANCELLED soon after `isCancelled`, which may be null, has become true.

@@ -1,36 +1,59 @@
-// Carries out a checked Set on the model, or leaves it as it was. Scheduler thread.
+// Carries out checked Sets on the model, or leaves it as it was. Scheduler thread.
+//
+// Invariants
+// 1. One Set after the other, in their order.
+// 2. A Set is compared with the model, and what it comes to is checked by the library, in slices, while everybody reads. What is refused by
+//    then has written nothing.
+// 3. From its first write until all of it has been told, or taken back, walks wait and changes of its own wait aside
+//    (`Engine::stagingIs`): whoever reads finds none of it or all. The machine's own work goes on meanwhile.
+// 4. When the model refuses a write half-way, which it does only where the machine has taken something away meanwhile, everything written
+//    before is put back.
 #pragma once
 
-#include <set>
-#include <string>
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
 
-#include <absl/functional/function_ref.h>
+#include <absl/functional/any_invocable.h>
 #include <grpcpp/support/status.h>
 
+#include "Tovak/Task.h"
 #include "agent/data/SetPlan.h"
 
 namespace Agent {
 
-class ClientEntries;
 class Runtime;
 
-struct SetOutcome {
-  grpc::Status status;
-  bool hasChanged = false;          // the model is another one than before
-  std::set<std::string> interfaces; // the names of those whose configuration was written
+struct SetOrder {
+  // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it would make or tell,
+  // CANCELLED when its client left before anything was written.
+  using Done = absl::AnyInvocable<void(grpc::Status const&, std::int64_t timestamp)>;
+
+  std::unique_ptr<SetPlan> plan;
+  std::atomic<bool> const* isCancelled = nullptr; // may be null; lives until `done` is called or dropped
+  Done done;
 };
 
-// Compares the plan with the model and writes what differs, in one turn. When the model refuses a write half-way, everything written before
-// is put back.
+// All Sets of the agent; those that still wait when it goes are dropped.
 //
 // Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state. Entries are removed
-// last; `removalsBegin` is called before.
-// RESOURCE_EXHAUSTED when there is no memory for the entries it would make.
-[[nodiscard]] SetOutcome setRun(SetPlan& plan, ClientEntries& entries,
-                                absl::FunctionRef<void()> removalsBegin);
+// last. Subscribers are told in the published order, deletes first. After a success whoever applies configuration learns of it.
+class SetRuns final {
+public:
+  explicit SetRuns(Runtime& runtime);
+  ~SetRuns();
+  SetRuns(SetRuns const&) = delete;
+  SetRuns& operator=(SetRuns const&) = delete;
 
-// The same as clients see it: while it runs, what subscribers would be told waits aside; it is forgotten after a refusal, else told in
-// the published order, deletes first. After a success the response gets its timestamp and whoever applies configuration learns of it.
-[[nodiscard]] grpc::Status setExecuted(SetPlan& plan, Runtime& runtime, gnmi::SetResponse& response);
+  void setIs(SetOrder order);
+
+private:
+  class Run;
+  class Turns;
+  Runtime& runtime_;
+  std::shared_ptr<Turns> const turns_;
+};
 
 } // namespace Agent

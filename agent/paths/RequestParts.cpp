@@ -47,4 +47,8 @@ grpc::Status checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extens
   return grpc::Status::OK;
 }
 
+std::string addressOf(std::string const& peer) {
+  return peer.starts_with("ipv") ? peer.substr(0, peer.rfind(':')) : std::string();
+}
+
 } // namespace Agent

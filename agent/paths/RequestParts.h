@@ -23,6 +23,9 @@ namespace Agent {
 [[nodiscard]] Kstd::Result<std::vector<std::string>, grpc::Status>
 modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels);
 
+// The address of a peer as gRPC names it ("ipv4:192.0.2.1:1234"), without its port; empty for what has none.
+[[nodiscard]] std::string addressOf(std::string const& peer);
+
 enum class CallKind : std::uint8_t { Get, Set, Subscribe };
 
 // UNIMPLEMENTED for an extension that changes what the call means, since whoever asks for it counts on it. Others are passed over.

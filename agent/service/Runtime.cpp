@@ -3,6 +3,7 @@
 #include "Kel/Dir.h"
 #include "agent/data/ByteBudget.h"
 #include "agent/data/ClientEntries.h"
+#include "agent/data/SetRun.h"
 #include "agent/service/Memory.h"
 #include "agent/service/Worker.h"
 #include "agent/subscribe/Engine.h"
@@ -21,7 +22,8 @@ Runtime::Runtime(Options const& options)
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir()))
     , engine_(std::make_unique<Engine>(*this))
-    , worker_(std::make_unique<Worker>()) {
+    , worker_(std::make_unique<Worker>())
+    , sets_(std::make_unique<SetRuns>(*this)) {
   scheduler_->loopHookIs([this] {
     loopTime_.pass([this] {
       engine_->callsRestart(

@@ -22,6 +22,7 @@ class ByteBudget;
 class ClientEntries;
 class Engine;
 struct MemoryBudgets;
+class SetRuns;
 class Worker;
 
 // What clients may ask of the agent. Sizes in bytes, times in nanoseconds.
@@ -62,6 +63,8 @@ public:
   [[nodiscard]] ClientEntries& clientEntries() noexcept { return *clientEntries_; }
   [[nodiscard]] Tree const& tree() const noexcept { return tree_; }
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
+  // Scheduler thread.
+  [[nodiscard]] SetRuns& sets() noexcept { return *sets_; }
   [[nodiscard]] Limits const& limits() const noexcept { return limits_; }
   // Of the answers to all Gets that are being read or wait for their clients. Any thread.
   [[nodiscard]] std::shared_ptr<ByteBudget> const& getBudget() const noexcept { return getBudget_; }
@@ -94,7 +97,8 @@ private:
   std::unique_ptr<Engine> engine_;
   ConfigChanged configChanged_;
   std::thread thread_;
-  std::unique_ptr<Worker> worker_; // ends first
+  std::unique_ptr<Worker> worker_; // ends before what it may work for
+  std::unique_ptr<SetRuns> sets_;
 };
 
 } // namespace Agent

@@ -98,14 +98,16 @@ Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan pla
     , plan_(std::move(plan))
     , modules_(plan_.modules.empty() ? nullptr
                                      : std::make_shared<std::vector<std::string> const>(plan_.modules))
-    , delivery_(engine.feeds().deliveryIs())
+    , deliveryTurn_(engine.turns().turnIs(stream_->address(), Turns::Kind::Delivery))
+    , delivery_(engine.feeds().deliveryIs(deliveryTurn_))
     , backlogShare_(engine.runtime().memory().queues) {}
 
 Call::~Call() {
   engine_.runtime().scheduler()->timerDel(jobTimer_);
+  deliveryTurn_->cancel();
   if (walk_) engine_.walkDel(*walk_);
   walk_.reset();
-  subscriptions_.clear(); // a feed may tell those that are left of what waits, which comes here
+  subscriptions_.clear(); // they refer to this
 }
 
 grpc::Status Call::prepareSome() {
@@ -176,7 +178,8 @@ void Call::nextJob() {
   std::shared_ptr<Pattern const> const& pattern = job.subscription->selector().pattern();
   Ondra::WalkerFlags flags = Ondra::flagSnapshot;
   if (mode_ != CallMode::Once) flags |= Ondra::flagStream;
-  walk_ = engine_.walkIs(job.region.empty() ? pattern : narrowed(pattern, job.region), flags, *this);
+  walk_ = engine_.walkIs(job.region.empty() ? pattern : narrowed(pattern, job.region), flags, *this,
+                         stream_->address());
 }
 
 // Puts the first one that may begin in front.

@@ -123,8 +123,9 @@ private:
   bool const updatesOnly_;
   CallPlan const plan_;
   std::shared_ptr<std::vector<std::string> const> const modules_; // null: all
-  std::shared_ptr<FeedIndex::Delivery> const delivery_;           // of subscriptions that overlap
-  std::vector<std::shared_ptr<Pattern const>> patterns_;          // while it is prepared
+  std::shared_ptr<Turns::Turn> const deliveryTurn_;
+  std::shared_ptr<FeedIndex::Delivery> const delivery_;  // of subscriptions that overlap
+  std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
   std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::deque<Job> jobs_; // the first one runs while there is a walk

@@ -56,19 +56,6 @@ void emptyListsDel(gnmi::Notification& notification, bool isChange) {
   }
 }
 
-// Of what is held, a path has its last value alone: an entry that is made and then written is told as it ends.
-void overwrittenDel(std::span<std::shared_ptr<Ondra::ArenaRespMsg> const> held) {
-  if (held.size() < 2) return;
-  absl::flat_hash_set<std::string> later;
-  for (auto response = held.rbegin(); response != held.rend(); ++response) {
-    gnmi::Notification& notification = *(*response)->response->mutable_update();
-    auto& updates = *notification.mutable_update();
-    for (int i = updates.size() - 1; i >= 0; --i) {
-      if (!later.insert(pathBytes(PathView(notification.prefix(), updates[i].path(), 0))).second)
-        updates.DeleteSubrange(i, 1);
-    }
-  }
-}
 // The calls that are allowed at a time, in all and from one address. Any thread.
 class Slots {
 public:
@@ -119,11 +106,12 @@ public:
 // A snapshot for a sink.
 class SinkSnapshot final : public Snapshot, private PatternWalk::Receiver {
 public:
-  SinkSnapshot(Engine& engine, Pattern pattern, std::shared_ptr<SnapshotSink> sink)
+  SinkSnapshot(Engine& engine, Pattern pattern, std::shared_ptr<SnapshotSink> sink,
+               std::string const& address)
       : engine_(engine)
       , selector_(std::make_shared<Pattern const>(std::move(pattern)), {})
       , sink_(std::move(sink))
-      , walk_(engine.walkIs(selector_.pattern(), Ondra::flagSnapshot, *this)) {}
+      , walk_(engine.walkIs(selector_.pattern(), Ondra::flagSnapshot, *this, address)) {}
   ~SinkSnapshot() override {
     if (walk_) engine_.walkDel(*walk_);
   }
@@ -186,6 +174,7 @@ public:
       : engine(theEngine)
       , runtime(theRuntime)
       , bytes(*this)
+      , turns(theRuntime.scheduler())
       , feeds(theRuntime.scheduler())
       , trimmer(*theRuntime.memory().whole)
       , slots(std::make_shared<Slots>(theRuntime.limits().streams, theRuntime.limits().streamsPerPeer)) {}
@@ -194,11 +183,9 @@ public:
     bool const isChange = syncId == Ondra::SyncId();
     if (response->response->has_update()) emptyListsDel(*response->response->mutable_update(), isChange);
     if (isChange) {
-      if (held) {
-        if (feeds.concerns(*response)) held->push_back(response); // nobody joins while it is held
-      } else {
-        feeds.changed(response);
-      }
+      // While something waits aside nobody joins those who are concerned.
+      bool const waits = staging && feeds.concerns(*response) && staging->take(response, staged);
+      if (!waits) feeds.changed(response);
       return true;
     }
     auto const walk = walks.find(syncId.value());
@@ -209,6 +196,9 @@ public:
   void watchIsOn() {
     engine.walkDel(*watch.walk);
     watch.walk.reset();
+    startWaiting();
+  }
+  void startWaiting() {
     for (SubscribeStream* const stream : std::exchange(waiting, {})) {
       if (auto const call = calls.find(stream); call != calls.end()) call->second->start();
     }
@@ -229,15 +219,15 @@ public:
     }
   }
   void startStream(SubscribeStream& stream, Call& call) {
-    if (watch.state == Watch::State::On) {
+    if (watch.state == Watch::State::On && !staging) {
       call.start();
       return;
     }
     waiting.push_back(&stream);
-    if (watch.state == Watch::State::Installing) return;
+    if (watch.state != Watch::State::Off) return;
     watch.state = Watch::State::Installing;
     watch.whenOn = [this] { watchIsOn(); };
-    watch.walk = engine.walkIs(std::make_shared<Pattern const>(), Ondra::flagStream, watch);
+    watch.walk = engine.walkIs(std::make_shared<Pattern const>(), Ondra::flagStream, watch, "");
   }
   void check() {
     std::int64_t const now = runtime.clock().monotonicNs();
@@ -300,13 +290,14 @@ public:
   Bytes bytes;
   std::uint64_t lastWalk = 0;
   absl::flat_hash_map<std::uint64_t, PatternWalk*> walks;
+  Turns turns;
   FeedIndex feeds;
   Watch watch;
   absl::flat_hash_map<SubscribeStream*, Begun> begun;
   absl::flat_hash_map<SubscribeStream*, std::unique_ptr<Call>> calls; // each holds its stream
-  std::vector<SubscribeStream*> waiting;                              // for the watch
-  std::optional<std::vector<std::shared_ptr<Ondra::ArenaRespMsg>>> held;
-  std::size_t heldBehind = 0; // so many of them, the first, go behind what comes now
+  std::vector<SubscribeStream*> waiting;                              // for the watch, or the end of a Set
+  std::unique_ptr<Staging> staging;                                   // of the Set that is being carried out
+  Staging::Whose staged = Staging::Whose::Own;
   std::optional<grpc::Status> ending;
   std::vector<Stuck> stuck;
   Tovak::TimerId stuckTimer;
@@ -335,37 +326,54 @@ FeedIndex& Engine::feeds() noexcept { return impl_->feeds; }
 // --- walks and snapshots ----------------------------------------------------------------------------------
 
 std::unique_ptr<PatternWalk> Engine::walkIs(std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags,
-                                            PatternWalk::Receiver& receiver) {
+                                            PatternWalk::Receiver& receiver, std::string const& address) {
   Ondra::BaseRouter& router = receiver.wantsBytes() ? static_cast<Ondra::BaseRouter&>(impl_->bytes) : *impl_;
-  auto walk = std::make_unique<PatternWalk>(router, impl_->runtime.scheduler(), ++impl_->lastWalk,
-                                            std::move(pattern), flags, receiver);
+  auto walk = std::make_unique<PatternWalk>(router, impl_->runtime.scheduler(),
+                                            impl_->turns.turnIs(address, Turns::Kind::Walk),
+                                            ++impl_->lastWalk, std::move(pattern), flags, receiver);
   impl_->walks.emplace(walk->id(), walk.get());
   return walk;
 }
 
 void Engine::walkDel(PatternWalk const& walk) { impl_->walks.erase(walk.id()); }
 
-std::shared_ptr<Snapshot> Engine::snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink) {
-  return std::make_shared<SinkSnapshot>(*this, std::move(pattern), std::move(sink));
+std::shared_ptr<Snapshot> Engine::snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink,
+                                             std::string const& address) {
+  return std::make_shared<SinkSnapshot>(*this, std::move(pattern), std::move(sink), address);
 }
 
-void Engine::outputHeldIs(Output output) {
-  switch (output) {
-  case Output::Hold: impl_->held.emplace(); break;
-  case Output::HoldBefore: impl_->heldBehind = impl_->held->size(); break;
-  case Output::HoldBehind:
-    std::ranges::rotate(*impl_->held, impl_->held->begin() + static_cast<std::ptrdiff_t>(impl_->heldBehind));
-    break;
-  case Output::Drop: impl_->held.reset(); break;
-  case Output::Release: {
-    std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> const responses = std::move(*impl_->held);
-    impl_->held.reset();
-    overwrittenDel(responses);
-    for (std::shared_ptr<Ondra::ArenaRespMsg> const& response : responses)
-      impl_->feeds.changed(response);
-    break;
+Turns& Engine::turns() noexcept { return impl_->turns; }
+
+// --- Sets -------------------------------------------------------------------------------------------------
+
+void Engine::stagingBegins() {
+  impl_->staging = std::make_unique<Staging>(impl_->runtime.memory().plans);
+  impl_->staged = Staging::Whose::Own;
+  impl_->turns.readingHeldIs(true);
+}
+
+void Engine::stagedIs(Staging::Whose whose) { impl_->staged = whose; }
+
+bool Engine::hasRoomForStaged() const { return impl_->staging->hasRoom(); }
+
+void Engine::stagedDel(std::span<std::string const> kept) {
+  // To let go of much takes its time.
+  impl_->runtime.worker().post([forgotten = impl_->staging->drop(kept)] {});
+}
+
+bool Engine::stagedTold(Tovak::Task const& task) {
+  if (!impl_->staging->settleSome(task)) return false;
+  while (Staging::Response const response = impl_->staging->next()) {
+    impl_->feeds.changed(response);
+    if (task.taskShouldYield()) return false;
   }
-  }
+  return true;
+}
+
+void Engine::stagingEnds() {
+  impl_->runtime.worker().post([staging = std::move(impl_->staging)] {});
+  impl_->turns.readingHeldIs(false);
+  if (impl_->watch.state == Watch::State::On) impl_->startWaiting();
 }
 
 // --- calls ------------------------------------------------------------------------------------------------

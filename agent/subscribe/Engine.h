@@ -6,12 +6,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include <grpcpp/support/status.h>
 
 #include "agent/subscribe/PatternWalk.h"
 #include "agent/subscribe/Snapshot.h"
+#include "agent/subscribe/Staging.h"
+#include "agent/subscribe/Turns.h"
+
+namespace Tovak {
+class Task;
+} // namespace Tovak
 
 namespace Agent {
 
@@ -29,14 +36,23 @@ public:
   Engine(Engine const&) = delete;
   Engine& operator=(Engine const&) = delete;
 
-  // Reads everything at and below the pattern for `sink`. The first notification comes in a later turn.
-  [[nodiscard]] std::shared_ptr<Snapshot> snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink);
+  // Reads everything at and below the pattern for `sink`, when it is the turn of a peer of that address. The first notification comes in a
+  // later turn.
+  [[nodiscard]] std::shared_ptr<Snapshot> snapshotIs(Pattern pattern, std::shared_ptr<SnapshotSink> sink,
+                                                     std::string const& address);
 
-  // For a Set that may be taken back: while changes are held they wait aside. What comes between `HoldBefore` and `HoldBehind` goes before
-  // what came until then, else they stay in their order. `Release` sends them, `Drop` forgets them (the model is as it was before).
-  // REQUIRES that nothing is held for `Hold`, that something is for the others.
-  enum class Output : std::uint8_t { Hold, HoldBefore, HoldBehind, Release, Drop };
-  void outputHeldIs(Output output);
+  // --- for a Set, which may take several turns and be taken back -----------------------------------
+  // From now on nothing is read and no STREAM begins, and changes wait aside (see Staging). REQUIRES that it is not so already.
+  void stagingBegins();
+  // Whose the changes are that come now; the Set's own at first.
+  void stagedIs(Staging::Whose whose);
+  [[nodiscard]] bool hasRoomForStaged() const;
+  // Forgets those of the Set, but at and below `kept`.
+  void stagedDel(std::span<std::string const> kept);
+  // Tells those that wait; false when the task's slice is over before.
+  [[nodiscard]] bool stagedTold(Tovak::Task const& task);
+  // Everything goes on.
+  void stagingEnds();
 
   // Ends every Subscribe call with that status, and refuses new ones with it: the agent is going down.
   void callsEnd(grpc::Status const& status);
@@ -64,8 +80,10 @@ public:
   [[nodiscard]] Runtime& runtime() noexcept;
   [[nodiscard]] FeedIndex& feeds() noexcept;
   // A walk for `receiver`, known to the router until `walkDel`; its maker owns it.
-  [[nodiscard]] std::unique_ptr<PatternWalk>
-  walkIs(std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags, PatternWalk::Receiver& receiver);
+  [[nodiscard]] std::unique_ptr<PatternWalk> walkIs(std::shared_ptr<Pattern const> pattern,
+                                                    Ondra::WalkerFlags flags, PatternWalk::Receiver& receiver,
+                                                    std::string const& address);
+  [[nodiscard]] Turns& turns() noexcept;
   void walkDel(PatternWalk const& walk);
 
 private:

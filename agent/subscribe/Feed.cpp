@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 #include <utility>
 
 #include "Ondra/ArenaRespMsg.h"
@@ -22,13 +23,24 @@ void Feed::settle() { static_cast<void>(settleSome(nullptr)); }
 
 bool Feed::settleSome(Tovak::Task const* task) {
   while (nextTaken_ < taken_.size()) {
+    joinedBefore(nextTaken_);
     select(taken_[nextTaken_++]);
     if (task != nullptr && nextTaken_ < taken_.size() && task->taskShouldYield()) return false;
   }
+  joinedBefore(taken_.size());
   taken_.clear();
   nextTaken_ = 0;
   close();
   return true;
+}
+
+// Those have joined to whom nothing belongs that was taken before.
+void Feed::joinedBefore(std::size_t taken) {
+  for (; !joining_.empty() && joining_.front().from <= taken; joining_.pop_front()) {
+    close();
+    joining_.front().member->position_ = end();
+    members_.push_back(joining_.front().member);
+  }
 }
 
 void Feed::select(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
@@ -119,20 +131,18 @@ bool Feed::deliver(Tovak::Task const& task) {
   }
 }
 
-void Feed::memberIs(FeedMember& member) {
-  settle();
-  member.position_ = end();
-  members_.push_back(&member);
-}
-
 void Feed::memberDel(FeedMember& member) {
+  std::erase_if(joining_, [&member](Joining const& one) { return one.member == &member; });
   auto const found = std::ranges::find(members_, &member);
   if (found == members_.end()) return;
-  // The last one takes its place, which the delivery may have passed already.
-  if (members_.back() != &member) catchUp(*members_.back());
-  *found = members_.back();
+  // The last one takes its place, among those that the delivery has still to come to.
+  auto at = static_cast<std::size_t>(found - members_.begin());
+  if (at < nextMember_) {
+    members_[at] = members_[--nextMember_];
+    at = nextMember_;
+  }
+  members_[at] = members_.back();
   members_.pop_back();
-  nextMember_ = std::min(nextMember_, members_.size());
 }
 
 // --- the index --------------------------------------------------------------------------------------------
@@ -144,16 +154,20 @@ struct FeedIndex::Node {
 
 class Feed::Delivery final : public Tovak::Task {
 public:
-  Delivery(std::shared_ptr<Tovak::TaskScheduler> scheduler, Tovak::TaskPriority::PriorityEnum priority)
-      : Tovak::Task(std::move(scheduler), "DeliverChanges", priority) {}
-  ~Delivery() override { descheduleTask(); }
+  // `turn`: null for shared feeds, which are everybody's.
+  Delivery(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::shared_ptr<Turns::Turn> turn)
+      : Tovak::Task(std::move(scheduler), "DeliverChanges",
+                    turn ? Tovak::TaskPriority::normal : Tovak::TaskPriority::high)
+      , turn_(std::move(turn)) {}
 
   void feedIs(std::shared_ptr<Feed> const& feed) {
     if (std::exchange(feed->isDue, true)) return;
     due_.push_back(feed);
-    scheduleTask();
+    schedule();
   }
   void taskExecute() override {
+    std::optional<Turns::Turn::Run> run;
+    if (turn_) run.emplace(turn_);
     while (!due_.empty()) {
       std::shared_ptr<Feed> const feed = due_.front();
       bool const done = feed->deliver(*this);
@@ -162,21 +176,30 @@ public:
       if (!done) due_.push_back(feed); // the others have their turn first
       if (!done || taskShouldYield()) break;
     }
-    if (!due_.empty()) scheduleTask();
+    if (!due_.empty()) schedule();
   }
 
 private:
+  void schedule() {
+    if (turn_) {
+      turn_->askFor(shared_from_this());
+    } else {
+      scheduleTask();
+    }
+  }
+
+  std::shared_ptr<Turns::Turn> const turn_;
   std::deque<std::shared_ptr<Feed>> due_;
 };
 
 FeedIndex::FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler)
     : root_(std::make_unique<Node>())
     , scheduler_(std::move(scheduler))
-    , delivery_(std::make_shared<Delivery>(scheduler_, Tovak::TaskPriority::high)) {}
+    , delivery_(std::make_shared<Delivery>(scheduler_, nullptr)) {}
 FeedIndex::~FeedIndex() = default;
 
-std::shared_ptr<Feed::Delivery> FeedIndex::deliveryIs() const {
-  return std::make_shared<Delivery>(scheduler_, Tovak::TaskPriority::normal);
+std::shared_ptr<Feed::Delivery> FeedIndex::deliveryIs(std::shared_ptr<Turns::Turn> turn) const {
+  return std::make_shared<Delivery>(scheduler_, std::move(turn));
 }
 
 namespace {

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <string>
@@ -22,6 +23,7 @@
 
 #include "agent/subscribe/Selector.h"
 #include "agent/subscribe/SubscribePlan.h"
+#include "agent/subscribe/Turns.h"
 
 namespace Ondra {
 class ArenaRespMsg;
@@ -63,10 +65,9 @@ public:
   // Gives all members what they have not got yet; false when it was told to yield before the end.
   bool deliver(Tovak::Task const& task);
 
-  void memberIs(FeedMember& member);
-  // REQUIRES that it is one.
+  void memberIs(FeedMember& member) { joining_.push_back({&member, taken_.size()}); }
   void memberDel(FeedMember& member);
-  [[nodiscard]] bool empty() const noexcept { return members_.empty(); }
+  [[nodiscard]] bool empty() const noexcept { return members_.empty() && joining_.empty(); }
 
   Selector const selector;
   std::shared_ptr<Frame const> const frame;
@@ -84,7 +85,15 @@ private:
   void close();
   [[nodiscard]] std::uint64_t end() const noexcept { return first_ + log_.size(); }
 
+  struct Joining {
+    FeedMember* member;
+    std::size_t from; // which of `taken_` is its first
+  };
+
+  void joinedBefore(std::size_t taken);
+
   std::vector<FeedMember*> members_;
+  std::deque<Joining> joining_; // members to be, in their order: what was taken before is not theirs
   std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> taken_; // of which the first have been looked at:
   std::size_t nextTaken_ = 0;
   std::size_t nextMember_ = 0;    // of the delivery
@@ -105,8 +114,8 @@ public:
   explicit FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler);
   ~FeedIndex();
 
-  // For the feeds of one call's own, whose work is to hold up nobody else.
-  [[nodiscard]] std::shared_ptr<Delivery> deliveryIs() const;
+  // For the feeds of one call's own, which are delivered when it is its turn.
+  [[nodiscard]] std::shared_ptr<Delivery> deliveryIs(std::shared_ptr<Turns::Turn> turn) const;
   // The feed that such subscriptions share; one of its own, and of the call's delivery, for a subscription with rivals. Not indexed
   // before it has a member.
   [[nodiscard]] std::shared_ptr<Feed> feedIs(Selector const& selector, Frame const& frame, LeafMode mode,

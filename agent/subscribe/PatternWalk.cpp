@@ -29,7 +29,9 @@ public:
       , owner_(owner) {}
 
   void taskExecute() override {
-    if (owner_ != nullptr) owner_->find(*this);
+    if (owner_ == nullptr) return;
+    Turns::Turn::Run const run(owner_->turn_);
+    owner_->find(*this);
   }
   void ownerDel() { owner_ = nullptr; }
 
@@ -48,16 +50,22 @@ public:
 
   void taskExecute() override {
     if (owner_ == nullptr) return;
+    std::shared_ptr<Turns::Turn> const turn = owner_->turn_;
+    Turns::Turn::Run const run(turn);
     if (object_ && object_->isOrphan()) { // it went between the turn that found it and this one
       owner_->runEnded();
       return;
     }
     std::shared_ptr<Tovak::Task> const self = shared_from_this();
     if (!owner_->receiver_.sliceBegins(*this)) {
-      scheduleTask();
+      turn->askFor(self);
       return;
     }
     Ondra::WalkTask::taskExecute();
+    if (isScheduled()) { // it would go on at once
+      descheduleTask();
+      turn->askFor(self);
+    }
     object_.reset();
     if (owner_ != nullptr) owner_->receiver_.sliceEnded();
   }
@@ -75,25 +83,25 @@ private:
 };
 
 PatternWalk::PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler,
-                         std::uint64_t id, std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags,
-                         Receiver& receiver)
+                         std::shared_ptr<Turns::Turn> turn, std::uint64_t id,
+                         std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags, Receiver& receiver)
     : router_(router)
     , scheduler_(std::move(scheduler))
+    , turn_(std::move(turn))
     , id_(id)
     , pattern_(std::move(pattern))
     , flags_(flags)
     , receiver_(receiver)
     , cursor_(*pattern_)
     , finder_(std::make_shared<Finder>(scheduler_, this)) {
-  finder_->scheduleTask();
+  turn_->askFor(finder_);
 }
 
 PatternWalk::~PatternWalk() {
+  turn_->cancel();
   finder_->ownerDel();
-  finder_->descheduleTask();
   if (!run_) return;
   run_->ownerDel();
-  run_->descheduleTask();
   if (info_->task) Ondra::FullKelTypeWalker::cancelPendingWalk(info_);
   info_->task.reset();
 }
@@ -101,7 +109,7 @@ PatternWalk::~PatternWalk() {
 void PatternWalk::find(Finder const& finder) {
   if (receiver_.isFull()) return; // `resume` goes on
   if (!receiver_.sliceBegins(finder)) {
-    finder_->scheduleTask();
+    turn_->askFor(finder_);
     return;
   }
   for (;;) {
@@ -110,7 +118,7 @@ void PatternWalk::find(Finder const& finder) {
     case ObjectCursor::Result::End: receiver_.walkEnded(); return; // which may have dropped this
     case ObjectCursor::Result::Paused:
       if (!finder.taskShouldYield()) break;
-      finder_->scheduleTask();
+      turn_->askFor(finder_);
       return;
     }
   }
@@ -122,7 +130,7 @@ void PatternWalk::startRun() {
                                       cursor_.path(), object.get(), flags_);
   run_ = std::make_shared<Run>(scheduler_, info_, object, this);
   info_->task = run_;
-  run_->scheduleTask();
+  turn_->askFor(run_);
 }
 
 void PatternWalk::runEnded() {
@@ -131,7 +139,7 @@ void PatternWalk::runEnded() {
   run_.reset();
   info_->task.reset();
   info_.reset();
-  finder_->scheduleTask();
+  turn_->askFor(finder_);
 }
 
 Ondra::WalkReach PatternWalk::reach(PathView const& path) const {
@@ -148,9 +156,9 @@ Ondra::WalkReach PatternWalk::reach(PathView const& path) const {
 
 void PatternWalk::resume() { // a walk that told its last with a full pipe waits too, though nothing is parked
   if (run_) {
-    run_->scheduleTask();
+    turn_->askFor(run_);
   } else {
-    finder_->scheduleTask();
+    turn_->askFor(finder_);
   }
 }
 

@@ -14,6 +14,7 @@
 #include "Ondra/WalkTypes.h"
 #include "agent/paths/ObjectCursor.h"
 #include "agent/paths/Pattern.h"
+#include "agent/subscribe/Turns.h"
 
 namespace Ondra {
 class ArenaRespMsg;
@@ -49,9 +50,10 @@ public:
     virtual void walkEnded() = 0;
   };
 
-  // `id`, not 0, names it to the router. Starts by itself, in a later turn.
-  PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler, std::uint64_t id,
-              std::shared_ptr<Pattern const> pattern, Ondra::WalkerFlags flags, Receiver& receiver);
+  // `turn`: its own, for all its work. `id`, not 0, names it to the router. Starts by itself, when it is its turn.
+  PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler,
+              std::shared_ptr<Turns::Turn> turn, std::uint64_t id, std::shared_ptr<Pattern const> pattern,
+              Ondra::WalkerFlags flags, Receiver& receiver);
   ~PatternWalk();
   PatternWalk(PatternWalk const&) = delete;
   PatternWalk& operator=(PatternWalk const&) = delete;
@@ -74,6 +76,7 @@ private:
 
   Ondra::BaseRouter& router_;
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;
+  std::shared_ptr<Turns::Turn> const turn_;
   std::uint64_t const id_;
   std::shared_ptr<Pattern const> const pattern_;
   Ondra::WalkerFlags const flags_;

@@ -16,11 +16,6 @@ namespace {
 // Why a subscriber is taken the call away.
 constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
 
-// The peer's address without its port; empty for what has none.
-std::string addressOf(std::string const& peer) {
-  return peer.starts_with("ipv") ? peer.substr(0, peer.rfind(':')) : std::string();
-}
-
 grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
 grpc::Status parse(grpc::ByteBuffer& from, gnmi::SubscribeRequest& into) {
@@ -40,6 +35,7 @@ subscribeCall(grpc::CallbackServerContext& context, Runtime& runtime) {
 SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Runtime& runtime)
     : context_(&context)
     , runtime_(runtime)
+    , address_(addressOf(context.peer()))
     , queue_(runtime.limits().queueBytes, runtime.memory().queues) {}
 
 void SubscribeStream::begin() {
@@ -47,7 +43,7 @@ void SubscribeStream::begin() {
   bool isAllowed = false;
   {
     std::lock_guard const guard(mutex_);
-    slot_ = runtime_.engine().slotIs(addressOf(context_->peer()));
+    slot_ = runtime_.engine().slotIs(address_);
     isAllowed = slot_ != nullptr;
   }
   if (isAllowed) {

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include <grpcpp/grpcpp.h>
@@ -41,6 +42,8 @@ public:
   SubscribeStream(grpc::CallbackServerContext& context, Runtime& runtime);
   // Starts reading; gRPC holds it from now on.
   void begin();
+  // Of its peer, without the port; empty for one that has none.
+  [[nodiscard]] std::string const& address() const noexcept { return address_; }
 
   // --- scheduler thread -------------------------------------------------------------------------
   void push(std::span<Message::Ptr const> messages);
@@ -87,6 +90,7 @@ private:
   std::mutex contextMutex_;
   grpc::CallbackServerContext* context_; // guarded by it; null once gRPC is done
   Runtime& runtime_;
+  std::string const address_;
   std::shared_ptr<SubscribeStream> self_; // until gRPC is done
   grpc::ByteBuffer request_;
   grpc::ByteBuffer response_;

@@ -76,8 +76,26 @@ grpc::Status Set::executeInPlace() {
   return status;
 }
 
+grpc::Status Set::check() {
+  grpc::Status status = prepareAll();
+  root_.reset();
+  return status;
+}
+
 grpc::Status Set::executeImpl() {
   populateResponse();
+  if (grpc::Status status = prepareAll(); !status.ok()) {
+    return status;
+  }
+  TOVAK_TRACE(setTrace, 2, "", "All ops are processed successfully, performing commit");
+  auto const committed = root_->commitTree();
+  if (auto const* const error = std::get_if<AttrTree::Error>(&committed)) {
+    return treeErrorToStatus(*error);
+  }
+  return grpc::Status::OK;
+}
+
+grpc::Status Set::prepareAll() {
   TOVAK_TRACE(setTrace, 2, "", "Processing data root path '{}'", dataRoot_);
   if (auto root = setDataTreeRoot(); auto* const status = std::get_if<grpc::Status>(&root)) {
     return std::move(*status);
@@ -96,11 +114,6 @@ grpc::Status Set::executeImpl() {
   TOVAK_TRACE(setTrace, 2, "", "Processing Update ops");
   if (auto updates = processUpdate(); auto* const status = std::get_if<grpc::Status>(&updates)) {
     return std::move(*status);
-  }
-  TOVAK_TRACE(setTrace, 2, "", "All ops are processed successfully, performing commit");
-  auto const committed = root_->commitTree();
-  if (auto const* const error = std::get_if<AttrTree::Error>(&committed)) {
-    return treeErrorToStatus(*error);
   }
   return grpc::Status::OK;
 }
@@ -140,6 +153,7 @@ void Set::handPathsOver() noexcept {
 Set::StepStatus Set::setDataTreeRoot() {
   Kel::Ptr<Kel::Dir> const dir = Kel::globalDir();
   AttrTree::KelObject current(dir->fwkType().genericIf(static_cast<Kel::PtrInterface*>(dir.get())));
+  rootPath_.Clear();
   dataRoot_->copyToGnmiPath(&rootPath_);
   for (gnmi::PathElem const& elem : rootPath_.elem()) {
     auto next = AttrTree::getNextKelObject(current, elem);

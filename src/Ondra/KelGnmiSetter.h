@@ -70,7 +70,10 @@ public:
   // The response lists every operation of the request, whatever the outcome; its timestamp is left to the caller. Status codes:
   // NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
   [[nodiscard]] std::pair<gnmi::SetResponse, grpc::Status> execute();
-  // The same with the caller's messages: fills the response anew, which takes the paths out of the request.
+  // What `execute` would answer to a request that it refuses before anything is written; OK else. Writes nothing: for a caller who must know
+  // of several requests before he executes the first.
+  [[nodiscard]] grpc::Status check();
+  // `execute` with the caller's messages: fills the response anew, which takes the paths out of the request.
   [[nodiscard]] grpc::Status executeInPlace();
 
 private:
@@ -78,6 +81,8 @@ private:
 
   void requireDataRoot() const;
   [[nodiscard]] grpc::Status executeImpl();
+  // Lays the whole request out in the tree, and asks the model.
+  [[nodiscard]] grpc::Status prepareAll();
   // Lists the operations; their paths stay in the request until the tree, which refers to them, is gone.
   // Both end the process where there is no memory: messages do not survive that.
   void populateResponse() noexcept;

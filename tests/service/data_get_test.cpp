@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Ondra/GnmiPath.h"
+#include "agent/data/GetRun.h"
 #include "agent/data/JsonText.h"
 #include "agent/data/LeafEncoding.h"
 #include "agent/data/LeafValue.h"
@@ -297,6 +298,25 @@ TEST(DataJson, leafValues) {
       EXPECT_TRUE(again && again.value().ShortDebugString() == outcome) << written;
     }
   }
+}
+
+// However many one peer reads, another one has as many turns as all of these together.
+TEST_F(DataGet, turnsGoRoundThePeers) {
+  bench.runtime().scheduler()->sliceNsIs(0); // every turn is short
+  std::vector<std::shared_ptr<Agent::GetRun>> runs;
+  int ended = 0;
+  int endedBefore = -1;
+  auto const start = [&](char const* address, auto const& done) {
+    runs.push_back(
+        std::make_shared<Agent::GetRun>(bench.runtime(), *Agent::GetOrder::of(getRequest({"/"})), address));
+    runs.back()->start(done);
+  };
+  for (int i = 0; i < 20; ++i)
+    start("ipv4:192.0.2.1", [&ended](grpc::Status const&) { ++ended; });
+  start("ipv4:192.0.2.2", [&](grpc::Status const&) { endedBefore = ended; });
+  bench.settle();
+  EXPECT_EQ(ended, 20);
+  EXPECT_EQ(endedBefore, 0);
 }
 
 } // namespace

@@ -1,9 +1,14 @@
 // The laws of Set, over seeded random requests against the agent's tree and over all that can be read back.
+#include <gmock/gmock.h>
+
 #include <random>
 
 #include <fmt/format.h>
 
+#include "agent/data/GetRun.h"
+#include "agent/data/SetRun.h"
 #include "agent/paths/TypeTree.h"
+#include "agent/service/Memory.h"
 #include "service/data_testing.h"
 #include "service/subscribe_testing.h"
 
@@ -142,6 +147,7 @@ protected:
     std::string told;
     for (;;) {
       gnmi::SubscribeResponse const next = subscriber.next();
+      subscriber.apply(next);
       for (gnmi::Path const& each : next.update().delete_())
         told += "- " + text(next.update().prefix(), each) + "\n";
       for (gnmi::Update const& update : next.update().update()) {
@@ -250,6 +256,85 @@ TEST_F(DataSetLaws, whatIsReadCanBeSetAgain) {
   expected["/system/state/software-version"] = "";
   EXPECT_EQ(difference(expected, after), "");
   EXPECT_EQ(toldSince(), "");
+}
+
+// A Set that takes many turns, while the machine and other clients have theirs: who reads finds all of it, what is told of other places
+// passes by, and what the machine does to the same places comes in the right order.
+TEST_F(DataSetLaws, aSetInSlicesIsSeenWholeOrNotAtAll) {
+  bench.runtime().scheduler()->sliceNsIs(0); // a pause wherever there may be one
+  auto const& servers = bench.tree().system->dns->servers->server;
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    std::mt19937_64 random(seed);
+    std::string text = "update /interfaces/interface[name=eth1]/config/description \"a\"\n";
+    for (int i = 0; i < 130; ++i)
+      text += fmt::format("update /system/dns/servers/server[address=10.0.{}.{}]/config/port {}\n", seed, i,
+                          seed);
+    text += "delete /system/dns/servers/server\n";
+    static_cast<void>(toldSince());
+    std::size_t const before = servers.size();
+    auto plan = Agent::setPlanOf(setRequest(text));
+    ASSERT_TRUE(plan.ok());
+    bool isDone = false;
+    bench.runtime().sets().setIs(
+        {std::move(*plan), nullptr, [&isDone](grpc::Status const& status, std::int64_t) {
+           EXPECT_TRUE(status.ok()) << status.error_message();
+           isDone = true;
+         }});
+    std::shared_ptr<Agent::GetRun> read;
+    bool isRead = false;
+    int turns = 0;
+    auto const mtu = static_cast<std::uint16_t>(2000 + seed);
+    for (; !isDone; ++turns) {
+      ASSERT_TRUE(bench.runtime().scheduler()->runOnce());
+      if (servers.size() == before || isDone) continue;
+      if (!read) { // half of it is there
+        auto order = Agent::GetOrder::of(getRequest({"/system/dns/servers"}));
+        read = std::make_shared<Agent::GetRun>(bench.runtime(), std::move(*order), "");
+        read->start([&](grpc::Status const&) { isRead = true; });
+        bench.tree().interfaces->interface.find("eth0")->state->leafIs(&Agent::InterfaceState::mtu, mtu);
+      } else if (random() % 40 == 0) {
+        bench.tree().interfaces->entryDel(&Agent::Interfaces::interface, Kel::String("eth1"));
+        if (random() % 2 == 0) bench.addInterface("eth1", mtu);
+      }
+      EXPECT_FALSE(isRead);
+    }
+    EXPECT_GT(turns, 20);
+    std::string const told = toldSince();
+    EXPECT_LT(told.find("eth0]/state/mtu"), told.find("server["));
+    EXPECT_TRUE(isRead);
+    grpc::ByteBuffer bytes = read->takeResponse();
+    gnmi::GetResponse response;
+    ASSERT_TRUE(grpc::SerializationTraits<gnmi::GetResponse>::Deserialize(&bytes, &response).ok());
+    auto const all = nlohmann::json::parse(response.notification(0).update(0).val().json_val());
+    EXPECT_EQ(all["server"].size(), 131U); // one is the machine's
+    Subscriber fresh(bench, bench.channel());
+    fresh.send(once().add("/").done());
+    fresh.untilSync();
+    EXPECT_EQ(difference(fresh.tree, subscriber.tree), "");
+    EXPECT_THAT(subscriber.complaints, testing::IsEmpty());
+  }
+}
+
+// What it would tell has no room: everything is put back, and nobody hears of it.
+TEST(DataSetMemory, aSetThatHasNoRoomIsTakenBack) {
+  Agent::Limits limits;
+  limits.memoryBytes = 4U << 20;
+  DataBench bench(limits);
+  bench.fill();
+  bench.runtime().scheduler()->sliceNsIs(0);
+  Subscriber subscriber(bench, bench.channel());
+  subscriber.send(stream().add("/").done());
+  subscriber.untilSync();
+  auto const before = bench.leaves();
+  std::string text;
+  for (int i = 0; i < 400; ++i)
+    text += fmt::format("update /system/dns/servers/server[address=10.0.{}.{}] {{}}\n", i / 200, i % 200);
+  EXPECT_THAT(bench.setHere(setRequest(text)).error_message(), testing::HasSubstr("what it would tell"));
+  EXPECT_EQ(difference(before, bench.leaves()), "");
+  EXPECT_TRUE(bench.setHere(setRequest("update /system/config/hostname \"after\"")).ok());
+  EXPECT_EQ(subscriber.next().update().update(0).val().string_val(), "after");
+  EXPECT_EQ(bench.runtime().memory().plans->used(), 0U);
 }
 
 } // namespace

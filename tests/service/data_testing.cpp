@@ -52,7 +52,7 @@ std::string DataBench::value(std::string_view path, gnmi::Encoding encoding, Get
 
 DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
   auto order = Agent::GetOrder::of(getRequest({"/"}, gnmi::PROTO, type));
-  auto const run = std::make_shared<Agent::GetRun>(runtime(), std::move(*order));
+  auto const run = std::make_shared<Agent::GetRun>(runtime(), std::move(*order), "");
   bool ended = false;
   run->start([&ended](grpc::Status const& status) {
     EXPECT_TRUE(status.ok()) << status.error_message();
@@ -74,8 +74,9 @@ DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
 grpc::Status DataBench::setHere(gnmi::SetRequest const& request) {
   auto plan = Agent::setPlanOf(request);
   if (!plan) return plan.error();
-  gnmi::SetResponse response;
-  grpc::Status status = Agent::setExecuted(**plan, runtime(), response);
+  grpc::Status status(grpc::StatusCode::UNKNOWN, "it has not ended");
+  runtime().sets().setIs(
+      {std::move(*plan), nullptr, [&status](grpc::Status const& how, std::int64_t) { status = how; }});
   settle();
   return status;
 }

@@ -297,25 +297,6 @@ TEST_F(SubscribeModes, aLeafBelongsToTheNearestSubscription) {
   EXPECT_EQ(client->next().update().update(0).val().uint_val(), 5U);
 }
 
-// --- staging -------------------------------------------------------------------------------------------------
-
-TEST_F(SubscribeModes, heldChangesAreReleasedOrForgotten) {
-  using Output = Agent::Engine::Output;
-  auto const eth0 = bench.addInterface("eth0");
-  auto const client = call(stream().add("/interfaces/interface/state/mtu").done());
-  client->untilSync();
-  Agent::Engine& engine = bench.runtime().engine();
-  auto const set = [&](std::uint16_t mtu) { eth0->state->leafIs(&Agent::InterfaceState::mtu, mtu); };
-  engine.outputHeldIs(Output::Hold);
-  set(1);
-  set(1500); // put back
-  engine.outputHeldIs(Output::Drop);
-  engine.outputHeldIs(Output::Hold);
-  set(2);
-  engine.outputHeldIs(Output::Release);
-  EXPECT_EQ(client->next().update().update(0).val().uint_val(), 2U);
-}
-
 // The machine's clock leaps by a day, and back.
 TEST_F(SubscribeModes, aClockThatLeapsIsFollowedOnceItHasStoodAndNoLeafGetsAnEarlierTime) {
   constexpr std::int64_t kDay = 86'400 * kSecond;
