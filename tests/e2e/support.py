@@ -102,7 +102,7 @@ class Watcher:
 
 def stream(*paths, mode="on_change", **options):
     """A subscription of the client's form."""
-    subscription = {key: options.pop(key) for key in ("sample_interval", "heartbeat_interval", "suppress_redundant")
+    subscription = {key: options.pop(key) for key in ("sample_interval",)
                     if key in options}
     return {"mode": "stream", "encoding": "proto",
             "subscription": [{"path": path, "mode": mode, **subscription} for path in paths], **options}

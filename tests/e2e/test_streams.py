@@ -15,6 +15,7 @@ TICK = 100_000_000  # ns
 
 class Streams(unittest.TestCase):
     @classmethod
+
     def setUpClass(cls):
         cls.agent = Agent("--sample-floor", "100ms", "--default-sample", "100ms", "--machine-period", "100ms")
         cls.addClassCleanup(cls.agent.__exit__)
@@ -72,57 +73,6 @@ class Streams(unittest.TestCase):
         stamps = [watcher.awaitUpdate(DESCRIPTION)[1] for _ in range(3)]
         self.assertEqual(stamps, sorted(set(stamps)))
 
-    def testRedundantSamplesAreLeftOutOnRequest(self):
-        watcher = self.watch(stream(DESCRIPTION, LO + "/state/counters", mode="sample", sample_interval=TICK,
-                                    suppress_redundant=True))
-        watcher.toSync()
-        other = self.watch(stream(DESCRIPTION, mode="sample", sample_interval=TICK))
-        other.toSync()
-        for _ in range(5):  # samples of which the first one gets none
-            other.awaitUpdate(DESCRIPTION)
-        self.describe("second")
-        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
-
-    def testAHeartbeatRepeatsWhatHasNotChanged(self):
-        watcher = self.watch(stream(DESCRIPTION, heartbeat_interval=TICK))
-        watcher.toSync()
-        stamps = [watcher.awaitUpdate(DESCRIPTION)[1] for _ in range(2)]
-        self.assertLess(*stamps)
-
-    def testTargetDefinedSamplesCountersAndTellsEvents(self):
-        watcher = self.watch(stream(LO, mode="target_defined"))
-        self.assertIn(OCTETS, watcher.toSync())
-        self.describe("second")
-        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
-        first = watcher.awaitUpdate(OCTETS)[0]
-        self.assertGreaterEqual(watcher.awaitUpdate(OCTETS)[0], first)
-
-    def testUpdatesOnlyBeginsWithTheSync(self):
-        watcher = self.watch(stream(DESCRIPTION, updates_only=True))
-        self.assertEqual(watcher.toSync(), {})
-        self.describe("second")
-        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "second")
-
-    def testAPathThatHasNothingYetIsWatched(self):
-        self.client.set(delete=[DESCRIPTION])
-        watcher = self.watch(stream(DESCRIPTION))
-        self.assertEqual(watcher.toSync(), {})
-        self.describe("new")
-        self.assertEqual(watcher.awaitUpdate(DESCRIPTION)[0], "new")
-
-    def testWildcardsOfAllSorts(self):
-        for pattern in ("interfaces/interface[name=*]/config/description", "interfaces/interface/config/description",
-                        "interfaces/*/config/description", "interfaces/.../description"):
-            self.describe("first")
-            watcher = self.watch(stream(pattern))
-            self.assertEqual(watcher.toSync()[DESCRIPTION], "first", pattern)
-            self.describe("second")
-            self.assertEqual(watcher.awaitUpdate(DESCRIPTION, lambda value: value == "second")[0], "second", pattern)
-
-    def testJsonStreamsToo(self):
-        watcher = self.watch(stream(LO + "/config", encoding="json_ietf"))
-        self.assertEqual(watcher.toSync()[DESCRIPTION], "first")
-
     @needsLinks
     def testLinksComeAndGo(self):
         watcher = self.watch(stream("interfaces/interface[name=*]/state"))
@@ -133,17 +83,6 @@ class Streams(unittest.TestCase):
         watcher.awaitUpdate("interfaces/interface[name=left0]/state/admin-status", lambda value: value == "UP")
         link("del", "left0")
         watcher.awaitDelete("interfaces/interface[name=left0]/state/name")
-
-    @needsLinks
-    def testAnInterfaceThatComesLaterIsWatchedByName(self):
-        watcher = self.watch(stream("interfaces/interface[name=later0]/state/name"))
-        self.assertEqual(watcher.toSync(), {})
-        for _ in range(2):
-            link("add", "later0", "type", "veth", "peer", "name", "later1")
-            watcher.awaitUpdate("interfaces/interface[name=later0]/state/name")
-            link("del", "later0")
-            watcher.awaitDelete("interfaces/interface[name=later0]/state/name")
-
 
 @needsLinks
 class Configuration(unittest.TestCase):
