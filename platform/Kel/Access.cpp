@@ -21,23 +21,6 @@ void notifyOf(GenericIf const& obj, AttrDesc const& attr, void const* rawKey) {
     list->visit(attr.id, rawKey);
 }
 
-Entity& entityOf(AttrDesc const& attr, GenericIf const& obj) {
-  auto* const entity = dynamic_cast<Entity*>(obj.object());
-  if (entity == nullptr) throwError(described(attr) + " needs an entity as its owner");
-  return *entity;
-}
-
-void requireNoKey(AttrDesc const& attr, GenericIf const* key) {
-  if (key != nullptr) [[unlikely]]
-    throwError(described(attr) + " is singular and takes no key; found " + key->strRep());
-}
-
-GenericIf const& requireKey(AttrDesc const& attr, GenericIf const* key) {
-  if (key == nullptr) [[unlikely]]
-    throwError(described(attr) + " is a collection and needs a key");
-  return *key;
-}
-
 void requireType(AttrDesc const& attr, TypeDesc const& expected, GenericIf const& value) {
   if (&value.type().desc() == &expected) [[likely]]
     return;
@@ -45,19 +28,9 @@ void requireType(AttrDesc const& attr, TypeDesc const& expected, GenericIf const
                          expected.name.view(), value.strRep(), value.type().name().view()));
 }
 
-void requireSettable(AttrDesc const& attr, GenericIf const& obj) {
-  if (!attr.isSettable && obj.object() != nullptr) throwError(described(attr) + " cannot be written");
-}
-
-void requireRemovable(AttrDesc const& attr, GenericIf const&) {
-  if (!attr.isRemovable) throwError(described(attr) + " keeps its members: they cannot be removed");
-}
-
 void throwMadeAgain(AttrDesc const& attr) {
   throwError(described(attr) + ": an observer has made the entity again while it was being replaced");
 }
-
-void throwNoValue(AttrDesc const& attr) { throwError(described(attr) + " cannot be left without a value"); }
 
 PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& value) {
   PtrInterface* const target = value.object();
@@ -84,23 +57,9 @@ Ptr<PtrInterface> construct(TypeDesc const& type, ArgList const& args) {
   return object;
 }
 
-Ptr<Entity> makeMember(AttrDesc const& attr, ArgList const& args) {
-  Ptr<Entity> member = dynamicPtrCast<Entity>(construct(*attr.memberType, args));
-  if (!member) throwError(described(attr) + ": the member type makes no entity");
-  return member;
-}
-
 Ptr<GenericIf const> indexOf(AttrDesc const& attr, Entity& member) {
   KelAttr const index = KelAttr(&attr).indexAttr();
   return index.genericIfGet(GenericIf::toObject(static_cast<PtrInterface const*>(&member)));
-}
-
-void requireIndex(AttrDesc const& attr, GenericIf const& key, GenericIf const& value) {
-  KelAttr const index = KelAttr(&attr).indexAttr();
-  Ptr<GenericIf const> const own = index.genericIfGet(Ptr<GenericIf const>(&value));
-  if (own && own->equals(key)) return;
-  throwError(fmt::format("{}: the member's own key {} differs from the key {}", described(attr),
-                         own ? own->strRep() : "null", key.strRep()));
 }
 
 void throwKeyType(AttrDesc const& attr, GenericIf const& key) {
@@ -207,62 +166,43 @@ Ptr<Cursor> arrayCursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj, G
   return Ptr<Cursor>(new ArrayCursor(obj, attr, start == nullptr ? 0 : arrayIndex(attr, *start), arrayOf));
 }
 
-Ptr<GenericIf const> InPlaceAccess::get(AttrDesc const& attr, GenericIf const& obj,
-                                        GenericIf const* key) const {
+Ptr<GenericIf const> InPlaceAccess::read(AttrDesc const& attr, GenericIf const& obj,
+                                         GenericIf const* key) const {
   void const* const at = &storage<unsigned char>(attr, obj);
   if (key == nullptr) [[likely]]
     return attr.type->isScalar() ? Ptr<GenericIf const>(GenericIf::copyOf(*attr.type, at))
                                  : GenericIf::inPlace(*attr.type, at, obj.owner());
-  if (!attr.isArray) requireNoKey(attr, key);
   std::uint64_t const index = arrayIndex(attr, *key);
   if (index >= attr.type->arrayOps->size(at)) return nullptr;
   return attr.type->arrayOps->at(*attr.memberType, at, index);
 }
 
-bool InPlaceAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
-  if (key == nullptr) return true;
-  return static_cast<bool>(get(attr, obj, key));
+bool InPlaceAccess::has(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
+  return key == nullptr || arrayIndex(attr, *key) < size(attr, obj);
 }
 
-void InPlaceAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
-                        GenericIf const* value) const {
-  requireNoKey(attr, key);
-  requireSettable(attr, obj);
-  if (value == nullptr) throwNoValue(attr);
-  requireType(attr, *attr.type, *value);
-  write(attr, obj, value->data());
-}
-
-void InPlaceAccess::init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const {
-  requireType(attr, *attr.type, value);
-  attr.type->ops.assign(*attr.type, &storage<unsigned char>(attr, obj), value.data());
-}
-
-void InPlaceAccess::del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const {
-  requireNoKey(attr, key);
-  requireSettable(attr, obj);
-  write(attr, obj, GenericIf::defaultOf(*attr.type)->data());
-}
-
-void InPlaceAccess::write(AttrDesc const& attr, GenericIf& obj, void const* value) const {
-  if (attr.setter && obj.object() != nullptr) {
-    attr.setter(obj.object(), value);
-    return;
-  }
+void InPlaceAccess::store(AttrDesc const& attr, GenericIf& obj, GenericIf const*,
+                          GenericIf const* value) const {
   void* const at = &storage<unsigned char>(attr, obj);
-  if (attr.type->ops.compare(*attr.type, at, value) == 0) return;
-  attr.type->ops.assign(*attr.type, at, value);
+  if (attr.type->ops.compare(*attr.type, at, value->data()) == 0) return;
+  attr.type->ops.assign(*attr.type, at, value->data());
   notifyOf(obj, attr, nullptr);
 }
 
-std::size_t InPlaceAccess::count(AttrDesc const& attr, GenericIf const& obj) const {
-  if (!attr.isArray) notSupported(attr, "count");
+void InPlaceAccess::storeBySetter(AttrDesc const& attr, GenericIf& obj, GenericIf const* value) const {
+  attr.setter(obj.object(), value->data());
+}
+
+void InPlaceAccess::assign(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const {
+  attr.type->ops.assign(*attr.type, &storage<unsigned char>(attr, obj), value.data());
+}
+
+std::size_t InPlaceAccess::size(AttrDesc const& attr, GenericIf const& obj) const {
   return attr.type->arrayOps->size(&storage<unsigned char>(attr, obj));
 }
 
-Ptr<Cursor> InPlaceAccess::iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                                   GenericIf const* start) const {
-  if (!attr.isArray) notSupported(attr, "iterate");
+Ptr<Cursor> InPlaceAccess::cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                                  GenericIf const* start) const {
   return arrayCursor(attr, obj, start, &arrayInPlace);
 }
 

@@ -129,45 +129,4 @@ KelAttr::ConstHandle KelAttr::genericIfGnmiJsonString(ConstHandle const& obj) co
   return handleOf(JsonString{String(*text)});
 }
 
-// --- AttrAccess: what an attribute does not have --------------------------------------------------------
-
-void AttrAccess::notSupported(AttrDesc const& attr, char const* operation) {
-  throwError(fmt::format("attribute '{}' of type '{}' does not support the operation '{}'", attr.name.view(),
-                         attr.owner->name.view(), operation));
-}
-
-Ptr<GenericIf const> AttrAccess::get(AttrDesc const& attr, GenericIf const&, GenericIf const*) const {
-  notSupported(attr, "get");
-}
-bool AttrAccess::exist(AttrDesc const& attr, GenericIf const&, GenericIf const*) const {
-  notSupported(attr, "exist");
-}
-void const* AttrAccess::valueAt(AttrDesc const&, void const*) const noexcept { return nullptr; }
-void AttrAccess::set(AttrDesc const& attr, GenericIf&, GenericIf const*, GenericIf const*) const {
-  notSupported(attr, "set");
-}
-void AttrAccess::init(AttrDesc const& attr, GenericIf&, GenericIf const&) const {
-  notSupported(attr, "init");
-}
-Ptr<GenericIf> AttrAccess::create(AttrDesc const& attr, GenericIf&, GenericIf const*, ArgList const&) const {
-  notSupported(attr, "set from constructor arguments");
-}
-void AttrAccess::del(AttrDesc const& attr, GenericIf&, GenericIf const*) const {
-  notSupported(attr, "delete");
-}
-std::size_t AttrAccess::count(AttrDesc const& attr, GenericIf const&) const { notSupported(attr, "count"); }
-Ptr<Cursor> AttrAccess::iterate(AttrDesc const& attr, Ptr<GenericIf const> const&, GenericIf const*) const {
-  notSupported(attr, "iterate");
-}
-Ptr<GenericIf const> AttrAccess::keyHandle(AttrDesc const&, void const*) const { return nullptr; }
-Ptr<GenericIf const> AttrAccess::call(AttrDesc const& attr, GenericIf const&, ArgList const&) const {
-  notSupported(attr, "call");
-}
-int AttrAccess::compare(AttrDesc const& attr, void const*, void const*) const {
-  notSupported(attr, "compare");
-}
-std::uint64_t AttrAccess::hash(AttrDesc const& attr, void const*) const { notSupported(attr, "hash"); }
-void AttrAccess::visitChildren(AttrDesc const&, Entity&, std::function<void(Entity&)> const&) const {}
-void AttrAccess::dropReferences(AttrDesc const&, Entity&) const {}
-
 } // namespace Kel

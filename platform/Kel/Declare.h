@@ -32,7 +32,7 @@
 #include <variant>
 #include <vector>
 
-#include "Kel/Access.h"
+#include "Kel/AccessMembers.h"
 #include "Kel/TypeBuilder.h"
 
 namespace Kel {

@@ -112,33 +112,42 @@ struct Enumerator {
   std::int64_t value;
 };
 
-// How one attribute is reached in its objects. Implementations are immutable and shared by all objects of the type. `obj` is a
-// handle to an object of the attribute's owner type. An operation that an attribute does not have raises `Kel::Error`.
+// How one attribute is reached in its objects: what is asked of it, and, in the private half, what a kind of storage does about it.
+// Implementations are immutable and shared by all objects of the type. `obj` is a handle to an object of the attribute's owner type.
+//
+// What an attribute permits follows from its descriptor and is checked here, for all kinds of storage alike, in this order: whether there
+// is such an operation, whether it takes a key, whether it may be done, whether the value is of the right type. What does not pass raises
+// `Kel::Error` and changes nothing.
 class KTD_EXPORT AttrAccess {
 public:
   virtual ~AttrAccess() = default;
-  virtual Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
-  virtual bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
+  [[nodiscard]] Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj,
+                                         GenericIf const* key) const;
+  [[nodiscard]] bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
+  // A null value clears where the attribute can be left without one.
+  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const;
+  // Stores a constructor argument into an object that is being made, silently and whether or not it is settable.
+  void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const;
+  // A member, or the one value, made from constructor arguments.
+  Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                        ArgList const& args) const;
+  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const;
+  [[nodiscard]] std::size_t count(AttrDesc const& attr, GenericIf const& obj) const;
+  // A cursor at the first member not before `start` (at the first of all without one).
+  [[nodiscard]] Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                                    GenericIf const* start) const;
+  [[nodiscard]] Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj,
+                                          ArgList const& args) const;
+
   // Whether the value of a singular attribute can be read where it lies: `valueAt` gives its raw form within the raw form of the
   // object, null when it is not set. Valid until the object changes.
   [[nodiscard]] virtual bool readsInPlace() const noexcept { return false; }
   [[nodiscard]] virtual void const* valueAt(AttrDesc const& attr, void const* object) const noexcept;
-  // A null value clears where the attribute can be left without one.
-  virtual void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const;
-  // Stores a constructor argument into an object that is being made, silently and whether or not it is settable.
-  virtual void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const;
-  virtual Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
-                                ArgList const& args) const;
-  virtual void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const;
-  virtual std::size_t count(AttrDesc const& attr, GenericIf const& obj) const;
-  // A cursor at the first member not before `start` (at the first of all without one).
-  virtual Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                              GenericIf const* start) const;
-  virtual Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const;
-  virtual Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj, ArgList const& args) const;
+  // The handle of a key that an observer was told of by its raw form; null for what has no keys.
+  [[nodiscard]] virtual Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const;
   // Order and hash of the attribute between two values of a value type, addressed by their raw forms.
-  virtual int compare(AttrDesc const& attr, void const* a, void const* b) const;
-  virtual std::uint64_t hash(AttrDesc const& attr, void const* at) const;
+  [[nodiscard]] virtual int compare(AttrDesc const& attr, void const* a, void const* b) const;
+  [[nodiscard]] virtual std::uint64_t hash(AttrDesc const& attr, void const* at) const;
   // The children that an entity owns through this attribute, for taking a subtree down.
   virtual void visitChildren(AttrDesc const& attr, Entity& owner,
                              std::function<void(Entity&)> const& visit) const;
@@ -147,6 +156,33 @@ public:
 
 protected:
   [[noreturn]] static void notSupported(AttrDesc const& attr, char const* operation);
+
+private:
+  // What a kind of storage does, asked for what has passed the checks: `key` is there exactly for a keyed collection, or, to read an
+  // array, as its index; `value` is of the attribute's type. What changes the object tells its observers (`Impl::notifyOf`) after the
+  // change, and nobody when nothing has changed. What is left out is not supported.
+  virtual Ptr<GenericIf const> read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
+  virtual bool has(AttrDesc const& attr, GenericIf const& obj,
+                   GenericIf const* key) const; // else: whether something is read
+  // A null value: leaves the singular attribute without one.
+  virtual void store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                     GenericIf const* value) const;
+  // The same through the class's own setter (`AttrDesc::setter`), for singular attributes of objects of declared classes.
+  virtual void storeBySetter(AttrDesc const& attr, GenericIf& obj, GenericIf const* value) const;
+  virtual void assign(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const; // silently
+  // Deletes a singular value: else by writing nothing, or the default of its type where it cannot be without one.
+  virtual void reset(AttrDesc const& attr, GenericIf& obj) const;
+  // Puts the made entity there, in place of what is there.
+  virtual void place(AttrDesc const& attr, GenericIf& obj, Entity& owner, GenericIf const* key,
+                     Ptr<Entity> const& made) const;
+  // Removes a member of a keyed collection, or the child.
+  virtual void erase(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const;
+  virtual std::size_t size(AttrDesc const& attr, GenericIf const& obj) const;
+  virtual Ptr<Cursor> cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                             GenericIf const* start) const;
+  virtual Ptr<GenericIf const> invoke(AttrDesc const& attr, GenericIf const& obj, ArgList const& args) const;
+
+  void write(AttrDesc const& attr, GenericIf& obj, GenericIf const* value) const;
 };
 
 struct AttrDesc {

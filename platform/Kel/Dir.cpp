@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "Kel/Access.h"
+#include "Kel/AccessMembers.h"
 #include "Kel/Declare.h"
 #include "Kel/Error.h"
 
@@ -25,27 +25,6 @@ class DirAccess final : public AttrAccess {
 public:
   using Entries = KeyedMembers<String, Ptr<Dir::Entry>>;
 
-  Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
-    auto const found = entries(obj).map().find(nameFrom(attr, key));
-    return found == entries(obj).map().end() ? nullptr : EntryToHandle{}(attr, found->second);
-  }
-  bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
-    return entries(obj).has(nameFrom(attr, key));
-  }
-  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
-    String const name = nameFrom(attr, key);
-    Dir& dir = dirOf(obj);
-    if (dir.entry(name) && !dir.isRemovable(name)) {
-      throwError(
-          fmt::format("entity '{}' of directory '{}' cannot be removed", name.view(), dir.fullName().view()));
-    }
-    dir.entityDel(name);
-  }
-  std::size_t count(AttrDesc const&, GenericIf const& obj) const override { return entries(obj).size(); }
-  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                      GenericIf const* start) const override {
-    return Ptr<Cursor>(new Impl::MembersCursor<Entries, EntryToHandle>(obj, entries(*obj), attr, start));
-  }
   Ptr<GenericIf const> keyHandle(AttrDesc const&, void const* rawKey) const override {
     return handleOf(*static_cast<String const*>(rawKey));
   }
@@ -56,10 +35,31 @@ public:
   }
 
 private:
+  Ptr<GenericIf const> read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+    auto const found = entries(obj).map().find(nameFrom(attr, key));
+    return found == entries(obj).map().end() ? nullptr : EntryToHandle{}(attr, found->second);
+  }
+  bool has(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+    return entries(obj).has(nameFrom(attr, key));
+  }
+  void erase(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
+    String const name = nameFrom(attr, key);
+    Dir& dir = dirOf(obj);
+    if (dir.entry(name) && !dir.isRemovable(name)) {
+      throwError(
+          fmt::format("entity '{}' of directory '{}' cannot be removed", name.view(), dir.fullName().view()));
+    }
+    dir.entityDel(name);
+  }
+  std::size_t size(AttrDesc const&, GenericIf const& obj) const override { return entries(obj).size(); }
+  Ptr<Cursor> cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                     GenericIf const* start) const override {
+    return Ptr<Cursor>(new Impl::MembersCursor<Entries, EntryToHandle>(obj, entries(*obj), attr, start));
+  }
   static Dir& dirOf(GenericIf const& obj) { return *static_cast<Dir*>(obj.object()); }
   static Entries const& entries(GenericIf const& obj) { return dirOf(obj).entries_; }
   static String nameFrom(AttrDesc const& attr, GenericIf const* key) {
-    return KeyTraits<String>::from(attr, Impl::requireKey(attr, key));
+    return KeyTraits<String>::from(attr, *key);
   }
 };
 

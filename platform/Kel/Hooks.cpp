@@ -48,45 +48,42 @@ class HookAccess final : public AttrAccess {
 public:
   explicit HookAccess(TypeHooks const& hooks) : hooks_(hooks) {}
 
-  Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+  Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override {
+    return attr.keyType == nullptr ? nullptr : Ptr<GenericIf const>(GenericIf::copyOf(*attr.keyType, rawKey));
+  }
+
+private:
+  Ptr<GenericIf const> read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
     return request(attr, obj, Op::Get, args(key), "get");
   }
-  bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
-    if (!attr.isCollection) return static_cast<bool>(get(attr, obj, key));
-    return *request(attr, obj, Op::Contains, args(&Impl::requireKey(attr, key)), "contains")
-                ->attrValPtr<bool>();
+  bool has(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override {
+    if (!attr.isCollection) return static_cast<bool>(read(attr, obj, key));
+    return *request(attr, obj, Op::Contains, args(key), "contains")->attrValPtr<bool>();
   }
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
-           GenericIf const* value) const override {
-    Impl::requireSettable(attr, obj);
-    if (value == nullptr)
-      throwError(fmt::format("attribute '{}' cannot be set to nothing", attr.name.view()));
-    Impl::requireType(attr, *attr.memberType, *value);
+  void store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+             GenericIf const* value) const override {
     ArgList arguments = args(key);
     arguments.emplace_back(Ptr<GenericIf const>(value));
     request(attr, obj, Op::Set, arguments, "set");
   }
-  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
+  void reset(AttrDesc const& attr, GenericIf& obj) const override { erase(attr, obj, nullptr); }
+  void erase(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override {
     request(attr, obj, Op::Delete, args(key), "delete");
   }
-  std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override {
+  std::size_t size(AttrDesc const& attr, GenericIf const& obj) const override {
     return *request(attr, obj, Op::Count, {}, "count")->attrValPtr<std::uint64_t>();
   }
-  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                      GenericIf const* start) const override {
-    if (!attr.isCollection || hooks_.iteration.create == nullptr) notSupported(attr, "iterate");
+  Ptr<Cursor> cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                     GenericIf const* start) const override {
+    if (hooks_.iteration.create == nullptr) notSupported(attr, "iterate");
     if (start != nullptr && &start->type().desc() != attr.keyType) Impl::throwKeyType(attr, *start);
     return Ptr<Cursor>(new HookCursor(obj, hooks_.iteration, attr.id, start));
   }
-  Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override {
-    return attr.keyType == nullptr ? nullptr : Ptr<GenericIf const>(GenericIf::copyOf(*attr.keyType, rawKey));
-  }
-  Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj,
-                            ArgList const& arguments) const override {
+  Ptr<GenericIf const> invoke(AttrDesc const& attr, GenericIf const& obj,
+                              ArgList const& arguments) const override {
     return request(attr, obj, Op::Call, arguments, "call");
   }
 
-private:
   static ArgList args(GenericIf const* key) {
     ArgList list;
     if (key != nullptr) list.emplace_back(Ptr<GenericIf const>(key));

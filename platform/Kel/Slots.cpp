@@ -193,59 +193,40 @@ Slot const& SlotValueAccess::initial(AttrDesc const& attr) const {
   return default_;
 }
 
-Slot SlotValueAccess::get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
+Slot SlotValueAccess::read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
   if (key == nullptr) [[likely]]
     return slotOf(attr, obj);
-  if (!attr.isArray) requireNoKey(attr, key);
   std::uint64_t const index = arrayIndex(attr, *key);
   void const* const array = arrayIn(attr, obj);
   if (index >= attr.type->arrayOps->size(array)) return nullptr;
   return attr.type->arrayOps->at(*attr.memberType, array, index);
 }
 
-bool SlotValueAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const {
-  return static_cast<bool>(get(attr, obj, key));
-}
-
-void SlotValueAccess::write(AttrDesc const& attr, GenericIf& obj, Slot wanted) {
+void SlotValueAccess::replace(AttrDesc const& attr, GenericIf& obj, Slot wanted) {
+  if (compareHandles(slotOf(attr, obj), wanted) == 0) return;
   storage<Slot>(attr, obj).swap(wanted);
   notifyOf(obj, attr, nullptr);
 }
 
-void SlotValueAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
-                          GenericIf const* value) const {
-  requireNoKey(attr, key);
-  requireSettable(attr, obj);
+void SlotValueAccess::store(AttrDesc const& attr, GenericIf& obj, GenericIf const*,
+                            GenericIf const* value) const {
   Slot const& old = slotOf(attr, obj);
-  if (value == nullptr) {
-    if (!attr.isOptional) throwNoValue(attr);
-    if (old) write(attr, obj, nullptr);
-    return;
-  }
-  requireType(attr, *attr.type, *value);
-  if (old && old->compare(*value) == 0) return;
-  write(attr, obj, frozen(*value));
+  if (old && value != nullptr && old->compare(*value) == 0) return; // no copy for that
+  replace(attr, obj, value == nullptr ? nullptr : frozen(*value));
 }
 
-void SlotValueAccess::init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const {
-  requireType(attr, *attr.type, value);
+void SlotValueAccess::assign(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const {
   storage<Slot>(attr, obj) = frozen(value);
 }
 
-void SlotValueAccess::del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const {
-  requireNoKey(attr, key);
-  requireSettable(attr, obj);
-  if (compareHandles(slotOf(attr, obj), initial(attr)) != 0) write(attr, obj, initial(attr));
-}
+void SlotValueAccess::reset(AttrDesc const& attr, GenericIf& obj) const { replace(attr, obj, initial(attr)); }
 
-std::size_t SlotValueAccess::count(AttrDesc const& attr, GenericIf const& obj) const {
-  if (!attr.isArray) notSupported(attr, "count");
+std::size_t SlotValueAccess::size(AttrDesc const& attr, GenericIf const& obj) const {
   return attr.type->arrayOps->size(arrayIn(attr, obj));
 }
 
-Ptr<Cursor> SlotValueAccess::iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                                     GenericIf const* start) const {
-  if (!attr.isArray) notSupported(attr, "iterate");
+Ptr<Cursor> SlotValueAccess::cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                                    GenericIf const* start) const {
   return arrayCursor(attr, obj, start, &arrayIn);
 }
 
@@ -264,13 +245,9 @@ std::uint64_t SlotValueAccess::hash(AttrDesc const& attr, void const* at) const 
 
 // --- SlotValuesAccess ----------------------------------------------------------------------------------
 
-void SlotValuesAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
-                           GenericIf const* value) const {
-  requireSettable(attr, obj);
-  if (value == nullptr) return del(attr, obj, key);
-  requireType(attr, *attr.memberType, *value);
-  if (!attr.indexName.empty()) requireIndex(attr, requireKey(attr, key), *value);
-  SlotKey const wanted = KeyTraits<SlotKey>::from(attr, requireKey(attr, key));
+void SlotValuesAccess::store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+                             GenericIf const* value) const {
+  SlotKey const wanted = keyOf(attr, key);
   auto& members = storage<SlotValues>(attr, obj);
   auto const old = members.map().find(wanted);
   if (old != members.map().end() && old->second->compare(*value) == 0) return;
@@ -278,9 +255,8 @@ void SlotValuesAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const
   notifyOf(obj, attr, &wanted);
 }
 
-void SlotValuesAccess::del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const {
-  requireSettable(attr, obj);
-  SlotKey const wanted = KeyTraits<SlotKey>::from(attr, requireKey(attr, key));
+void SlotValuesAccess::erase(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const {
+  SlotKey const wanted = keyOf(attr, key);
   if (storage<SlotValues>(attr, obj).take(wanted)) notifyOf(obj, attr, &wanted);
 }
 

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "Kel/Access.h"
+#include "Kel/AccessMembers.h"
 #include "Kel/Collections.h"
 #include "Kel/Entity.h"
 
@@ -93,19 +93,11 @@ void visitSlot(AttrDesc const& attr, void* at, Visit const& visit) {
 // A value, or a whole array, in a slot.
 class SlotValueAccess final : public AttrAccess {
 public:
-  Ptr<GenericIf const> get(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
-  bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
   bool readsInPlace() const noexcept override { return true; }
   void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
     Ptr<GenericIf const> const& slot = storage<Ptr<GenericIf const>>(attr, object);
     return slot ? slot->data() : nullptr;
   }
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override;
-  void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override;
-  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;
-  std::size_t count(AttrDesc const& attr, GenericIf const& obj) const override;
-  Ptr<Cursor> iterate(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
-                      GenericIf const* start) const override;
   Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const override;
   int compare(AttrDesc const& attr, void const* a, void const* b) const override;
   std::uint64_t hash(AttrDesc const& attr, void const* at) const override;
@@ -114,7 +106,16 @@ public:
   [[nodiscard]] Ptr<GenericIf const> const& initial(AttrDesc const& attr) const;
 
 private:
-  static void write(AttrDesc const& attr, GenericIf& obj, Ptr<GenericIf const> wanted);
+  Ptr<GenericIf const> read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const override;
+  void store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+             GenericIf const* value) const override;
+  void assign(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const override;
+  void reset(AttrDesc const& attr, GenericIf& obj) const override;
+  std::size_t size(AttrDesc const& attr, GenericIf const& obj) const override;
+  Ptr<Cursor> cursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
+                     GenericIf const* start) const override;
+
+  static void replace(AttrDesc const& attr, GenericIf& obj, Ptr<GenericIf const> wanted);
   mutable Ptr<GenericIf const> default_;
 };
 
@@ -127,10 +128,13 @@ struct SlotToHandle {
 // Values by key.
 class SlotValuesAccess final : public MembersAccess<SlotValues, SlotToHandle> {
 public:
-  void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const override;
-  void del(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;
   int compare(AttrDesc const& attr, void const* a, void const* b) const override;
   std::uint64_t hash(AttrDesc const& attr, void const* at) const override;
+
+private:
+  void store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
+             GenericIf const* value) const override;
+  void erase(AttrDesc const& attr, GenericIf& obj, GenericIf const* key) const override;
 };
 
 } // namespace Impl
