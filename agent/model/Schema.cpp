@@ -5,6 +5,8 @@
 
 #include <array>
 
+#include "Kel/Error.h"
+
 namespace Agent {
 namespace Impl {
 namespace {
@@ -24,8 +26,20 @@ LeafType builtinLeafType(Kel::BuiltinKind kind) {
   case Kel::BuiltinKind::U32: return LeafType::Uint32;
   case Kel::BuiltinKind::U64: return LeafType::Uint64;
   case Kel::BuiltinKind::Double: return LeafType::Decimal64;
-  default: return LeafType::String;
+  case Kel::BuiltinKind::String: return LeafType::String;
+  case Kel::BuiltinKind::S8: // no leaf of the agent's own model is one of these
+  case Kel::BuiltinKind::S16:
+  case Kel::BuiltinKind::S32:
+  case Kel::BuiltinKind::S64:
+  case Kel::BuiltinKind::Char:
+  case Kel::BuiltinKind::Float:
+  case Kel::BuiltinKind::Bytes:
+  case Kel::BuiltinKind::Seconds:
+  case Kel::BuiltinKind::Time:
+  case Kel::BuiltinKind::JsonString:
+  case Kel::BuiltinKind::None: break;
   }
+  Kel::throwError("a leaf is declared of a scalar that has no type of YANG");
 }
 
 } // namespace
@@ -46,8 +60,14 @@ LeafType leafTypeOf(Kel::KelType type) {
   case Kel::TypeKind::Union: return LeafType::Union;
   case Kel::TypeKind::Nominal: return leafTypeOf(type.valAttr().memberType());
   case Kel::TypeKind::Builtin: return builtinLeafType(type.builtinKind());
-  default: return LeafType::String; // structures with a string representation
+  case Kel::TypeKind::Struct:
+  case Kel::TypeKind::KeyPtr:
+  case Kel::TypeKind::Array:
+  case Kel::TypeKind::Entity:
+  case Kel::TypeKind::Object:
+  case Kel::TypeKind::CollectionControl: break;
   }
+  return LeafType::String; // structures with a string representation
 }
 
 } // namespace Impl

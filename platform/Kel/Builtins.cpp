@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "Kel/Declare.h"
+#include "Kel/Error.h"
 
 namespace Kel {
 namespace Impl {
@@ -132,8 +133,19 @@ auto withInteger(BuiltinKind kind, Use const& use) {
   case BuiltinKind::U32: return use(static_cast<std::uint32_t*>(nullptr));
   case BuiltinKind::S32: return use(static_cast<std::int32_t*>(nullptr));
   case BuiltinKind::U64: return use(static_cast<std::uint64_t*>(nullptr));
-  default: return use(static_cast<std::int64_t*>(nullptr));
+  case BuiltinKind::S64: return use(static_cast<std::int64_t*>(nullptr));
+  case BuiltinKind::None:
+  case BuiltinKind::Bool:
+  case BuiltinKind::Char:
+  case BuiltinKind::Float:
+  case BuiltinKind::Double:
+  case BuiltinKind::String:
+  case BuiltinKind::Bytes:
+  case BuiltinKind::Seconds:
+  case BuiltinKind::Time:
+  case BuiltinKind::JsonString: break;
   }
+  throwError("what is no integer was asked for as one");
 }
 
 template <class F>
@@ -203,33 +215,32 @@ std::optional<std::string> parseQuoted(TypeDesc const& type, std::string_view te
   return std::nullopt;
 }
 
-std::optional<std::string> parseText(TypeDesc const& type, std::string_view text, void* to) {
-  std::string_view inner;
-  switch (type.builtin) {
-  case BuiltinKind::Bool:
-    if (text != "true" && text != "false") return mismatch(type, text, "true or false");
-    *static_cast<bool*>(to) = text == "true";
-    return std::nullopt;
-  case BuiltinKind::Char:
-    if (text.size() != 1) return mismatch(type, text, "one character");
-    *static_cast<char*>(to) = text.front();
-    return std::nullopt;
-  case BuiltinKind::String:
-    if (auto error = parseQuoted(type, text, inner)) return error;
-    *static_cast<String*>(to) = String(inner);
-    return std::nullopt;
-  case BuiltinKind::JsonString:
-    if (auto error = parseQuoted(type, text, inner)) return error;
-    static_cast<JsonString*>(to)->text = String(inner);
-    return std::nullopt;
-  case BuiltinKind::Bytes: {
-    auto const bytes = fromBase64(text);
-    if (!bytes) return mismatch(type, text, "base64 text");
-    *static_cast<Bytes*>(to) = Bytes(*bytes);
-    return std::nullopt;
-  }
-  default: return mismatch(type, text, "a known scalar kind");
-  }
+std::optional<std::string> parseBool(TypeDesc const& type, std::string_view text, void* to) {
+  if (text != "true" && text != "false") return mismatch(type, text, "true or false");
+  *static_cast<bool*>(to) = text == "true";
+  return std::nullopt;
+}
+
+std::optional<std::string> parseChar(TypeDesc const& type, std::string_view text, void* to) {
+  if (text.size() != 1) return mismatch(type, text, "one character");
+  *static_cast<char*>(to) = text.front();
+  return std::nullopt;
+}
+
+std::optional<std::string> parseBytes(TypeDesc const& type, std::string_view text, void* to) {
+  auto const bytes = fromBase64(text);
+  if (!bytes) return mismatch(type, text, "base64 text");
+  *static_cast<Bytes*>(to) = Bytes(*bytes);
+  return std::nullopt;
+}
+
+// A number of nanoseconds: of type N as text, of type T as a value.
+template <class N, class T>
+std::optional<std::string> parseNanoseconds(TypeDesc const& type, std::string_view text, void* to) {
+  N ns = 0;
+  if (auto error = parseInteger<N>(type, text, &ns)) return error;
+  *static_cast<T*>(to) = T::fromNanoseconds(ns);
+  return std::nullopt;
 }
 
 } // namespace
@@ -277,35 +288,53 @@ std::string printBuiltin(BuiltinKind kind, void const* at, bool plain) {
   case BuiltinKind::Bytes: return base64(as<Bytes>(at).view());
   case BuiltinKind::Seconds: return fmt::format("{}", as<Seconds>(at).nanoseconds());
   case BuiltinKind::Time: return fmt::format("{}", as<Time>(at).nanoseconds());
-  default:
+  case BuiltinKind::U8:
+  case BuiltinKind::S8:
+  case BuiltinKind::U16:
+  case BuiltinKind::S16:
+  case BuiltinKind::U32:
+  case BuiltinKind::S32:
+  case BuiltinKind::U64:
+  case BuiltinKind::S64:
     return withInteger(
         kind, [at](auto* type) { return fmt::format("{}", as<std::remove_pointer_t<decltype(type)>>(at)); });
+  case BuiltinKind::None: break;
   }
+  throwError("a value of no kind was to be printed");
 }
 
 std::optional<std::string> parseBuiltin(TypeDesc const& type, std::string_view text, void* to) {
-  if (isIntegerKind(type.builtin)) {
+  std::string_view inner;
+  switch (type.builtin) {
+  case BuiltinKind::U8:
+  case BuiltinKind::S8:
+  case BuiltinKind::U16:
+  case BuiltinKind::S16:
+  case BuiltinKind::U32:
+  case BuiltinKind::S32:
+  case BuiltinKind::U64:
+  case BuiltinKind::S64:
     return withInteger(type.builtin, [&](auto* kind) {
       return parseInteger<std::remove_pointer_t<decltype(kind)>>(type, text, to);
     });
-  }
-  switch (type.builtin) {
+  case BuiltinKind::Bool: return parseBool(type, text, to);
+  case BuiltinKind::Char: return parseChar(type, text, to);
   case BuiltinKind::Float: return parseFloat<float>(type, text, to);
   case BuiltinKind::Double: return parseFloat<double>(type, text, to);
-  case BuiltinKind::Seconds: {
-    std::int64_t ns = 0;
-    if (auto error = parseInteger<std::int64_t>(type, text, &ns)) return error;
-    *static_cast<Seconds*>(to) = Seconds::fromNanoseconds(ns);
+  case BuiltinKind::String:
+    if (auto error = parseQuoted(type, text, inner)) return error;
+    *static_cast<String*>(to) = String(inner);
     return std::nullopt;
-  }
-  case BuiltinKind::Time: {
-    std::uint64_t ns = 0;
-    if (auto error = parseInteger<std::uint64_t>(type, text, &ns)) return error;
-    *static_cast<Time*>(to) = Time::fromNanoseconds(ns);
+  case BuiltinKind::JsonString:
+    if (auto error = parseQuoted(type, text, inner)) return error;
+    static_cast<JsonString*>(to)->text = String(inner);
     return std::nullopt;
+  case BuiltinKind::Bytes: return parseBytes(type, text, to);
+  case BuiltinKind::Seconds: return parseNanoseconds<std::int64_t, Seconds>(type, text, to);
+  case BuiltinKind::Time: return parseNanoseconds<std::uint64_t, Time>(type, text, to);
+  case BuiltinKind::None: break;
   }
-  default: return parseText(type, text, to);
-  }
+  return mismatch(type, text, "a known scalar kind");
 }
 
 } // namespace Impl

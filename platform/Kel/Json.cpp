@@ -72,8 +72,20 @@ void appendBuiltin(std::string& out, GenericIf const& value, TypeDesc const& typ
   case BuiltinKind::String:
   case BuiltinKind::Bytes: appendText(out, printBuiltin(type.builtin, value.data(), true)); return;
   case BuiltinKind::JsonString: appendJson(out, static_cast<JsonString const*>(value.data())->text); return;
-  default: out += printBuiltin(type.builtin, value.data(), true); // numbers, true and false
+  case BuiltinKind::U8:
+  case BuiltinKind::S8:
+  case BuiltinKind::U16:
+  case BuiltinKind::S16:
+  case BuiltinKind::U32:
+  case BuiltinKind::S32:
+  case BuiltinKind::U64:
+  case BuiltinKind::S64:
+  case BuiltinKind::Bool:
+  case BuiltinKind::Seconds:
+  case BuiltinKind::Time: out += printBuiltin(type.builtin, value.data(), true); return;
+  case BuiltinKind::None: break;
   }
+  out += "null";
 }
 
 bool appendAttr(std::string& out, AttrDesc const& attr, Ptr<GenericIf const> const& obj) {
@@ -146,7 +158,10 @@ void append(std::string& out, GenericIf const& value) {
     return;
   }
   case TypeKind::KeyPtr: return appendText(out, value.strRep());
-  default: return appendObject(out, value, type);
+  case TypeKind::Struct:
+  case TypeKind::Entity:
+  case TypeKind::Object:
+  case TypeKind::CollectionControl: return appendObject(out, value, type);
   }
 }
 

@@ -144,8 +144,15 @@ Wire sentAs(TypeDesc const& type) {
   case BuiltinKind::S32:
   case BuiltinKind::S64:
   case BuiltinKind::Seconds: return Wire::Signed;
-  default: return Wire::Unsigned;
+  case BuiltinKind::U8:
+  case BuiltinKind::U16:
+  case BuiltinKind::U32:
+  case BuiltinKind::U64:
+  case BuiltinKind::Char:
+  case BuiltinKind::Time: return Wire::Unsigned;
+  case BuiltinKind::None: break; // no scalar: refused as an alternative before
   }
+  return Wire::Unsigned;
 }
 
 TypeDesc const& unwrapped(TypeDesc const& type) {
@@ -221,8 +228,14 @@ std::optional<std::string> brokenRule(TypeDesc const& type) {
   case TypeKind::Nominal:
   case TypeKind::KeyPtr: return checkWrapper(type);
   case TypeKind::Enum: return checkEnum(type);
-  default: return std::nullopt;
+  case TypeKind::Builtin:
+  case TypeKind::Struct:
+  case TypeKind::Array:
+  case TypeKind::Entity:
+  case TypeKind::Object:
+  case TypeKind::CollectionControl: break;
   }
+  return std::nullopt;
 }
 
 } // namespace Kel::Impl

@@ -116,9 +116,13 @@ std::string print(TypeDesc const& type, void const* at, Quotation quotation) {
     return quotation == Quotation::Plain ? value->gnmiStrRep() : value->strRep();
   }
   case TypeKind::Array: return printArray(type, at);
-  case TypeKind::CollectionControl: return {};
-  default: return printStruct(type, at);
+  case TypeKind::Struct:
+  case TypeKind::Entity:
+  case TypeKind::Object: return printStruct(type, at);
+  case TypeKind::Enum: // printed above
+  case TypeKind::CollectionControl: break;
   }
+  return {};
 }
 
 std::optional<std::string> parse(TypeDesc const& type, std::string_view text, void* to) {
@@ -140,10 +144,16 @@ std::optional<std::string> parse(TypeDesc const& type, std::string_view text, vo
   case TypeKind::Builtin: return parseBuiltin(type, text, to);
   case TypeKind::Nominal: return parseInto(*type.attrs.front(), type, to, false, text);
   case TypeKind::Union: return parseUnion(type, text, to);
-  default:
-    return fmt::format("type '{}' has no text form to read a value from; found '{}'", type.name.view(),
-                       text.substr(0, 80));
+  case TypeKind::Enum: // read above
+  case TypeKind::Struct:
+  case TypeKind::KeyPtr:
+  case TypeKind::Array:
+  case TypeKind::Entity:
+  case TypeKind::Object:
+  case TypeKind::CollectionControl: break;
   }
+  return fmt::format("type '{}' has no text form to read a value from; found '{}'", type.name.view(),
+                     text.substr(0, 80));
 }
 
 std::optional<std::string> parsePlain(TypeDesc const& type, std::string_view text, void* to) {
@@ -156,11 +166,17 @@ std::optional<std::string> parsePlain(TypeDesc const& type, std::string_view tex
       *static_cast<String*>(to) = String(text);
       return std::nullopt;
     }
-    [[fallthrough]];
-  default:
-    return fmt::format("type '{}' has no gNMI string representation; found '{}'", type.name.view(),
-                       text.substr(0, 80));
+    break;
+  case TypeKind::Union:
+  case TypeKind::Struct:
+  case TypeKind::KeyPtr:
+  case TypeKind::Array:
+  case TypeKind::Entity:
+  case TypeKind::Object:
+  case TypeKind::CollectionControl: break;
   }
+  return fmt::format("type '{}' has no gNMI string representation; found '{}'", type.name.view(),
+                     text.substr(0, 80));
 }
 
 } // namespace Kel::Impl

@@ -116,8 +116,14 @@ bool KelType::genericIfBooleanOp(GenericIf const& a, AttributeOp op, GenericIf c
   case AttributeOp::LessEqual: return order <= 0;
   case AttributeOp::Greater: return order > 0;
   case AttributeOp::GreaterEqual: return order >= 0;
-  default: throwError("the operation asked of two values is no comparison");
+  case AttributeOp::Get:
+  case AttributeOp::Set:
+  case AttributeOp::Delete:
+  case AttributeOp::Count:
+  case AttributeOp::Contains:
+  case AttributeOp::Call: break;
   }
+  throwError("the operation asked of two values is no comparison");
 }
 
 String kelModuleIs(std::string_view name) {

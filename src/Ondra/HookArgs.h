@@ -86,8 +86,15 @@ Kel::AttributeOpResult mapAttributeOp(Map const& map, Kel::GenericIf::AttributeO
   case Op::Contains:
     result = Kel::handleOf<bool>(map.lookup(args.scalar<Kel::String>(0)) != nullptr);
     return Kel::AttributeOpResult::Done;
-  default: return Kel::AttributeOpResult::NotSupported;
+  case Op::Call:
+  case Op::Equal:
+  case Op::NotEqual:
+  case Op::Less:
+  case Op::LessEqual:
+  case Op::Greater:
+  case Op::GreaterEqual: break;
   }
+  return Kel::AttributeOpResult::NotSupported;
 }
 
 } // namespace Ondra

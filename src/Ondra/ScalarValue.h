@@ -96,8 +96,14 @@ template <class Sink>
     Kel::Ptr<Kel::GenericIf const> const inner = innerScalar(value);
     return !inner || tellScalar(inner, sink);
   }
-  default: scalarNotSupported();
+  case Kel::TypeKind::Struct:
+  case Kel::TypeKind::KeyPtr:
+  case Kel::TypeKind::Array:
+  case Kel::TypeKind::Entity:
+  case Kel::TypeKind::Object:
+  case Kel::TypeKind::CollectionControl: break;
   }
+  scalarNotSupported();
 }
 
 // The same for the raw form of a value.

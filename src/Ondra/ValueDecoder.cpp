@@ -40,8 +40,11 @@ Family familyOf(KelType type) {
   case BuiltinKind::Bool: return Family::Bool;
   case BuiltinKind::Float: return Family::Float;
   case BuiltinKind::Double: return Family::Double;
-  default: return Family::None;
+  case BuiltinKind::Bytes:
+  case BuiltinKind::JsonString:
+  case BuiltinKind::None: break;
   }
+  return Family::None;
 }
 
 ValueOrText mismatch(KelType type, char const* found) {
@@ -56,11 +59,13 @@ ValueOrText fromSigned(KelType type, std::int64_t value) {
 }
 
 ValueOrText fromUnsigned(KelType type, std::uint64_t value) {
-  switch (type.builtinKind()) {
-  case BuiltinKind::Time: return Kel::handleOf(Kel::Time::fromNanoseconds(value));
-  case BuiltinKind::Char: return Kel::handleOf(static_cast<char>(value));
-  default: return type.genericIf(&value);
+  if (type.builtinKind() == BuiltinKind::Time) {
+    return Kel::handleOf(Kel::Time::fromNanoseconds(value));
   }
+  if (type.builtinKind() == BuiltinKind::Char) {
+    return Kel::handleOf(static_cast<char>(value));
+  }
+  return type.genericIf(&value);
 }
 
 ValueOrText fromString(KelType type, std::string const& text) {

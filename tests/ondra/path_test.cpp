@@ -211,6 +211,8 @@ TEST_F(PathReflection, SaysWhatIsWrongWithARequest) {
   EXPECT_EQ(errorOf("push", {nullptr}), "argument 1 of Path.push is missing");
   EXPECT_EQ(errorOf("push", {path}), "argument 1 of Path.push must be of type 'PathElem'; found 'Path'");
   EXPECT_THROW(static_cast<void>(path->type().attr("elemSize").genericIfGet(path)), Kel::Error);
+  EXPECT_THROW(path->type().attr("elemSize").genericIfDel(Kel::GenericIf::toObject(path->object())),
+               Kel::Error);
 }
 
 } // namespace
