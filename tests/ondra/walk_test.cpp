@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "Ondra/KelGnmiUtils.h"
 #include "Tovak/Trace.h"
 #include "Tovak/TraceSink.h"
 #include "WalkHarness.h"
@@ -49,7 +50,8 @@ protected:
 };
 
 TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
-  for (Ondra::WalkerFlags const flags : {Ondra::flagSnapshot, Ondra::flagSnapshot | Ondra::flagStream}) {
+  for (Ondra::RequestType const type : {Ondra::RequestType::ONCE, Ondra::RequestType::POLL}) {
+    Ondra::WalkerFlags const flags = Ondra::KelGnmiUtils::requestTypeToFlags(type);
     RecordingRouter router;
     auto walk = harness_.start(router, *world_.dir(), flags);
     WalkHarness::finish(walk);
@@ -62,7 +64,8 @@ TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
 
 TEST_F(WalkTest, OfAStreamAloneSendsNothingAndWatchesEverything) {
   RecordingRouter router;
-  auto walk = harness_.start(router, *world_.dir(), Ondra::flagStream);
+  auto walk = harness_.start(router, *world_.dir(),
+                             Ondra::KelGnmiUtils::requestTypeToFlags(Ondra::RequestType::STREAM));
   WalkHarness::finish(walk);
   EXPECT_TRUE(walk.task->doneStreaming);
   EXPECT_EQ(router.pushes(), 0U);

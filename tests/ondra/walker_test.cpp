@@ -1,6 +1,4 @@
 // The parts of the full walker: keys, values as key texts, pushes, modes, and what each fatal message guards.
-#include <regex>
-
 #include <gmock/gmock.h>
 
 #include "Kel/Attr.h"
@@ -101,31 +99,6 @@ TEST_F(Walker, KeyTextsOfEveryKind) {
       char const* const text = escape && one.escaped != nullptr ? one.escaped : one.text;
       EXPECT_EQ(KelKey::toString(key), std::string("[k=") + text + "]") << one.value->type().name().view();
     }
-  }
-}
-
-// --- modes -------------------------------------------------------------------------------------------
-
-TEST_F(Walker, SendsASmallObjectAsEachModeAsks) {
-  std::string const chassis = "timestamp:T prefix:/fixture/device/chassis";
-  std::string const fan = chassis + "/fan update0 ( path:/celsius int_val:35 ) ";
-  std::vector<std::string> const model = {chassis + " update0 ( path:/model string_val:two slots ) "};
-  std::vector<std::string> whole = model;
-  if (bundling())
-    whole.push_back(fan + "update1 ( path:/rpm uint_val:4800 ) ");
-  else
-    whole.insert(whole.end(), {fan, chassis + "/fan update0 ( path:/rpm uint_val:4800 ) "});
-  using Ondra::RequestType;
-  for (RequestType const mode : {RequestType::ONCE, RequestType::POLL, RequestType::STREAM}) {
-    bool const streams = mode == RequestType::STREAM;
-    RecordingRouter recorder;
-    auto walk =
-        harness.start(recorder, *world.device()->chassisIs(), Ondra::KelGnmiUtils::requestTypeToFlags(mode));
-    WalkHarness::finish(walk);
-    EXPECT_EQ(walk.task->doneStreaming, streams);
-    for (std::string& text : recorder.texts)
-      text = std::regex_replace(text, std::regex("^[0-9]+:[0-9]+ timestamp:[0-9]+"), "timestamp:T");
-    EXPECT_EQ(recorder.texts, streams ? std::vector<std::string>() : whole) << fmt::format("{}", mode);
   }
 }
 
