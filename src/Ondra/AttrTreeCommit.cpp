@@ -46,8 +46,15 @@ bool setMinimum(KelType type, AttrTree::Handle const& value) {
   case BuiltinKind::Bool:
   case BuiltinKind::String:
   case BuiltinKind::Bytes: return true; // the default is the least
-  default: return false;
+  case BuiltinKind::Char:
+  case BuiltinKind::Float:
+  case BuiltinKind::Double:
+  case BuiltinKind::Seconds:
+  case BuiltinKind::Time:
+  case BuiltinKind::JsonString:
+  case BuiltinKind::None: break;
   }
+  return false;
 }
 
 // A filter on the first fields of a structured key bounds the members that can match to one range of the key order.
