@@ -35,7 +35,7 @@ public:
 
   [[nodiscard]] grpc::ByteBuffer get(gnmi::GetRequest const& request) {
     auto order = Agent::GetOrder::of(request);
-    auto const run = std::make_shared<Agent::GetRun>(*runtime_, std::move(order).value());
+    auto const run = std::make_shared<Agent::GetRun>(*runtime_, std::move(order).value(), "");
     grpc::Status status(grpc::StatusCode::UNKNOWN, "not done");
     run->start([&status](grpc::Status const& told) { status = told; });
     runtime_->scheduler()->runUntilIdle();
