@@ -271,9 +271,11 @@ def connections(arguments):
         greeted = opened(count, True)
         held = descriptors() - before
         [each.close() for each in silent + greeted]
-        until(lambda: descriptors() <= before + 2, 5)
-        took = answered(agent)
-        yield (f"{len(greeted)} with descriptors for 50: {held} descriptors held; all closed, a call takes {took * 1e3:.0f} ms", took < 2)
+        start = time.monotonic()  # what still waits to be accepted may take the descriptors once more
+        until(lambda: answered(agent) < 2, 5)
+        took = time.monotonic() - start
+        yield (f"{len(greeted)} with descriptors for 50: {held} descriptors held; all closed, a call gets through after {took * 1e3:.0f} ms",
+               took < 2)
 
 
 def floods(arguments):
