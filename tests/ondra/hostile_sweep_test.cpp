@@ -1,6 +1,6 @@
 // One fault at each place where there can be one: a child process is forked at every n-th such place of a scenario, in which that place
 // fails and the scenario goes on to its end; then the laws hold.
-//   ONDRA_HOSTILE_STEPS=100000   so many places instead of fifteen
+//   ONDRA_HOSTILE_STEPS=100000   so many places instead of ten
 //   ONDRA_HOSTILE_PLACE=17       only that place, in the process itself, as a failure names it
 
 #include <sys/wait.h>
@@ -129,7 +129,7 @@ void sweepOver(Run const& run) {
   run(counting);
   std::size_t const places = counting.places();
   ASSERT_GT(places, 2U);
-  Sweep sweep(std::max<std::size_t>(1, places / numberIn("ONDRA_HOSTILE_STEPS", 15)));
+  Sweep sweep(std::max<std::size_t>(1, places / numberIn("ONDRA_HOSTILE_STEPS", 10)));
   auto const before = std::set_terminate(&Sweep::ended);
   run(sweep);
   std::set_terminate(before);
