@@ -1,10 +1,18 @@
-// Agent::Pumps: one thread that begins the writing of streams, so that the scheduler thread never encodes nor writes.
-// docs/decisions.md: "Who begins a write?"
+// Agent::Pumps: the threads that encode and write responses, so that neither the scheduler's nor gRPC's do, and no peer waits for
+// another's. docs/decisions.md: "Who begins a write?"
+//
+// 1. Peers have a turn one after the other, for one write each, however many streams they have; a peer's streams likewise among themselves.
+// 2. A stream stands in line once at most; it comes again when its write is done.
+// 3. The threads give way to all others of the process: what is to be written can wait for what is to be told, not the other way round.
 #pragma once
 
+#include <absl/container/node_hash_map.h>
+
 #include <condition_variable>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -12,8 +20,7 @@ namespace Agent {
 
 class SubscribeStream;
 
-// A stream that is idle is handed over when something is queued for it; once its first write is on its way gRPC's threads go on. Any
-// thread. The thread begins with the first stream and ends with this object, which drops the streams that still wait.
+// Any thread. As many threads as processors begin with the first stream and end with this object, which drops the streams that still wait.
 class Pumps {
 public:
   Pumps() = default;
@@ -21,16 +28,21 @@ public:
   Pumps(Pumps const&) = delete;
   Pumps& operator=(Pumps const&) = delete;
 
+  // `SubscribeStream::pump` follows. REQUIRES: it does not stand in line.
   void pumpIs(std::shared_ptr<SubscribeStream> stream);
 
 private:
+  using Lines = absl::node_hash_map<std::string, std::deque<std::shared_ptr<SubscribeStream>>>;
+
   void run();
+  [[nodiscard]] std::shared_ptr<SubscribeStream> next(); // REQUIRES the lock, and somebody who waits
 
   std::mutex mutex_;
   std::condition_variable arrived_;
-  std::vector<std::shared_ptr<SubscribeStream>> waiting_;
+  Lines lines_;                          // by peer; none is empty
+  std::deque<Lines::value_type*> ring_; // of all of them
   bool ends_ = false;
-  std::thread thread_;
+  std::vector<std::thread> threads_;
 };
 
 } // namespace Agent

@@ -179,14 +179,16 @@ void SubscribeStream::pump() {
     Finish(*finish);
   }
   if (!message) return;
-  if (reads) StartRead(&request_);
   std::vector<grpc::Slice> const& slices = message->encoded(runtime_.limits().responseBytes);
   grpc::ByteBuffer buffer(&slices[slice], 1);
   response_.Swap(&buffer);
+  std::lock_guard const asks(gRpcMutex_);
   {
     std::lock_guard const guard(mutex_);
+    if (finished_) return; // by `endNow`, while this was encoded
     writeSinceNs_ = runtime_.clock().monotonicNs();
   }
+  if (reads) StartRead(&request_);
   StartWrite(&response_);
 }
 
@@ -199,6 +201,7 @@ bool SubscribeStream::takeNext() {
 }
 
 void SubscribeStream::OnWriteDone(bool ok) {
+  bool pumpIs = false;
   {
     std::lock_guard const guard(mutex_);
     writing_ = false;
@@ -208,8 +211,9 @@ void SubscribeStream::OnWriteDone(bool ok) {
       dropQueued();
       if (!end_) end_ = grpc::Status::CANCELLED;
     }
+    pumpIs = !std::exchange(pumpComes_, true);
   }
-  pump();
+  if (pumpIs) runtime_.engine().pumpIs(shared_from_this());
 }
 
 void SubscribeStream::postDrained() {
@@ -241,6 +245,7 @@ bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
 
 void SubscribeStream::endNow(char const* why) {
   grpc::Status const status(grpc::StatusCode::RESOURCE_EXHAUSTED, why);
+  std::lock_guard const asks(gRpcMutex_);
   {
     std::lock_guard const guard(mutex_);
     if (std::exchange(finished_, true)) return;

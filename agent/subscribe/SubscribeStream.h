@@ -87,6 +87,9 @@ private:
   void postDrained();
   void slotDel();
 
+  // Held while gRPC is asked for something by who is no reaction of its own, and taken before the others: when `Finish` has been asked for,
+  // nothing else may be, because the call may be gone at once.
+  std::mutex gRpcMutex_;
   std::mutex contextMutex_;
   grpc::CallbackServerContext* context_; // guarded by it; null once gRPC is done
   Runtime& runtime_;

@@ -9,45 +9,67 @@ import subprocess
 import sys
 import threading
 import time
+import typing
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "e2e"))
 import http2  # noqa: E402
 
 
+def watch(port):
+    """The polite client's own process: for every line read, how late changes came since the last, in milliseconds."""
+    lags = []
+
+    def read():
+        isSynced = False
+        for response in stubOf(f"[::1]:{port}").Subscribe(iter([subscribe("/synthetic/port", "PROTO")])):
+            isSynced = isSynced or response.sync_response
+            if isSynced and response.update.timestamp:
+                lags.append(time.time() * 1e3 - response.update.timestamp / 1e6)
+
+    threading.Thread(target=read, daemon=True).start()
+    until(lambda: len(lags) > 20, 30)
+    lags.clear()
+    for _ in sys.stdin:
+        some, lags[:] = sorted(lags), []
+        print(*([some[int(part * (len(some) - 1))] for part in (0.99, 1)] if some else ["inf", "inf"]), flush=True)
+
+
 class Polite:
-    """Watches one port's counters, from an address of its own, and notes how late each change comes, in milliseconds."""
+    """Watches one port's counters, from an address and a process of its own: as one elsewhere, whom the attackers' processor time is no
+    matter (as far as this machine lets us say so)."""
 
     def __init__(self, agent):
-        self.lags, self.ended = [], threading.Event()
-        self.call = agent.stub(isOther=True).Subscribe(iter([subscribe("/synthetic/port", "PROTO")]))
-        threading.Thread(target=self.read, daemon=True).start()
-
-    def read(self):
-        try:
-            isSynced = False
-            for response in self.call:
-                isSynced = isSynced or response.sync_response
-                if isSynced and response.update.timestamp:
-                    self.lags.append(time.time() * 1e3 - response.update.timestamp / 1e6)
-        except grpc.RpcError:
-            pass
+        self.process = subprocess.Popen([sys.executable, __file__, "--watch", agent.other, *sys.argv[1:]], text=True,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        if os.geteuid() == 0:
+            os.setpriority(os.PRIO_PROCESS, self.process.pid, -10)
 
     def __enter__(self):
-        until(lambda: len(self.lags) > 20, 30)
-        self.lags.clear()
+        self.late()
         return self
 
     def __exit__(self, *unused):
-        self.call.cancel()
+        self.process.kill()
+        self.process.communicate()
 
-    def worst(self):
-        return self.late(1)
+    def late(self):
+        """How late changes came since it was asked last."""
+        print(file=self.process.stdin, flush=True)
+        return Late(*map(float, self.process.stdout.readline().split()))
 
-    def late(self, part):
-        """How late that part of the changes came at most."""
-        lags, self.lags = sorted(self.lags), []
-        return lags[int(part * (len(lags) - 1))] if lags else float("inf")
+
+class Late(typing.NamedTuple):
+    """How late changes come to the polite client, in milliseconds."""
+    p99: float
+    worst: float
+
+    def __str__(self):
+        return f"{self.p99:.0f} ms (p99; {self.worst:.0f} at most)"
+
+    def isLike(self, quiet):
+        """Within twice what it is when nobody else calls; a machine that does other things beside is forgiven some."""
+        return self.p99 < 2 * quiet.p99 + 20
 
 
 def until(isTrue, seconds):
@@ -68,6 +90,10 @@ def subscribe(text, encoding, mode="ON_CHANGE", paths=None, **options):
                      for one in (paths or [text])]
     return pb.SubscribeRequest(subscribe=pb.SubscriptionList(
         mode=0, encoding=pb.Encoding.Value(encoding), subscription=subscriptions))
+
+
+def stubOf(target, *options):
+    return gnmi_pb2_grpc.gNMIStub(grpc.insecure_channel(target, options=[("grpc.use_local_subchannel_pool", 1), *options]))
 
 
 def resident(agent):
@@ -122,14 +148,14 @@ def overlaps(arguments):
     """Many subscriptions that overlap, on many streams, cost others little."""
     with Agent("--no-machine", "--synthetic", "5000", "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
         time.sleep(2)
-        quiet = polite.worst()
+        quiet = polite.late()
         paths = ["/*" * (1 + i % 8) if i < 8 else "/synthetic" + "/*" * (i % 3) + f"/x{i}" for i in range(24)]
         paths += [f"/*/port[name=port{i}]" for i in range(arguments.count(200, 60))]
         calls = unread(agent, subscribe("", "PROTO", paths=paths), arguments.count(20, 5))
         time.sleep(3)
-        worst = polite.worst()
+        worst = polite.late()
         [call.cancel() for call in calls]
-        yield f"a change is {quiet:.0f} ms late at most, {worst:.0f} ms among them", worst < 2000
+        yield f"a change is {quiet} late, {worst} among them", worst.isLike(quiet)
 
 
 def many(arguments):
@@ -147,12 +173,12 @@ def many(arguments):
                 return 0, float("inf")
 
         time.sleep(2)
-        (leaves, alone), quiet = once(True), polite.worst()
+        (leaves, alone), quiet = once(True), polite.late()
         calls = unread(agent, subscribe("/", "PROTO"), count)
-        (_, other), (_, same), worst = once(True), once(False), polite.worst()
+        (_, other), (_, same), worst = once(True), once(False), polite.late()
         [call.cancel() for call in calls]
         yield (f"a ONCE of {leaves} leaves takes {alone:.2f} s, among {count} streams of another address {other:.2f} s, of its own "
-               f"{same:.2f} s; a change is {quiet:.0f} ms late at most, {worst:.0f} ms among them"), other < 10 + 10 * alone
+               f"{same:.2f} s; a change is {quiet} late, {worst} among them"), other < 10 + 10 * alone
 
 
 def scale(arguments):
@@ -160,7 +186,7 @@ def scale(arguments):
     leaves = arguments.count(1000000, 200000)
     with Agent("--no-machine", "--synthetic", str(leaves), "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
         time.sleep(5)
-        quiet, before, most, codes = polite.late(0.99), resident(agent), 0, []
+        quiet, before, most, codes = polite.late(), resident(agent), 0, []
         calls = unread(agent, subscribe("/", "JSON"), arguments.count(400, 150))
         stub = agent.stub(("grpc.max_receive_message_length", -1))
         request = pb.GetRequest(path=[path("/")], encoding=pb.Encoding.Value("JSON"))
@@ -169,13 +195,13 @@ def scale(arguments):
         for _ in range(arguments.count(60, 16)):
             time.sleep(0.5)
             most = max(most, resident(agent))
-        late = polite.late(0.99)
+        late = polite.late()
         [get.join() for get in gets]
         [call.cancel() for call in calls]
         until(lambda: resident(agent) < before + 40, 70)
         yield (f"{leaves} leaves, {len(calls)} that never read, two Gets of all ({', '.join(sorted(codes))}): {before:.0f} MiB before, "
-               f"{most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; p99 {quiet:.0f} ms, {late:.0f} ms among them"), \
-            agent.process.poll() is None
+               f"{most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; a change is {quiet} late, {late} among them"), \
+            agent.process.poll() is None and late.isLike(quiet)
 
 
 def neverRead(arguments):
@@ -183,38 +209,38 @@ def neverRead(arguments):
     with Agent("--no-machine", "--synthetic", "20000", "--synthetic-rate", "1000", "--memory-budget", "64MiB",
                "--max-streams-per-peer", "500") as agent, Polite(agent) as polite:
         time.sleep(2)
-        quiet, before = polite.worst(), resident(agent)
+        quiet, before = polite.late(), resident(agent)
         calls = unread(agent, subscribe("/", "JSON"), arguments.count(400, 150))
         calls += unread(agent, subscribe("/", "PROTO", "SAMPLE", suppress_redundant=True), arguments.count(100, 30))
         most, worst = 0, 0
         for _ in range(arguments.count(40, 16)):
             time.sleep(0.5)
             most = max(most, resident(agent))
-        worst = polite.worst()
+        worst = polite.late()
         [call.cancel() for call in calls]
         until(lambda: resident(agent) < before + 40, 30)
         yield (f"{before:.0f} MiB before, {most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; "
-               f"a change is {quiet:.0f} ms late at most, {worst:.0f} ms among them"), most < before + 300
+               f"a change is {quiet} late, {worst} among them"), most < before + 300
 
 
 def sets(arguments):
     """Sets that are much to look at or to do hold up nobody for long."""
     with Agent("--no-machine", "--synthetic", "5000", "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
         time.sleep(2)
-        quiet, stub = polite.worst(), agent.stub()
+        quiet, stub = polite.late(), agent.stub()
         dots = [pb.Path(elem=[pb.PathElem(name="...")] * 126 + [pb.PathElem(name="interface", key={"name": f"x{i}"})])
                 for i in range(2500)]
         start = time.monotonic()
         code = codeOf(lambda: stub.Set(pb.SetRequest(delete=dots), timeout=60))
         yield f"2,500 deletes of 126 '...': {code} after {time.monotonic() - start:.2f} s", time.monotonic() - start < 5
-        yield f"a change is {quiet:.0f} ms late at most, {polite.worst():.0f} ms meanwhile", True
+        yield f"a change is {quiet} late, {polite.late()} meanwhile", True
         count = arguments.count(20000, 5000)
         entries = [pb.Update(path=path("/system/dns/servers/server[address=10.%d.%d.1]" % (i >> 8, i & 255)),
                              val=pb.TypedValue(json_val=b"{}")) for i in range(count)]
         before, start = resident(agent), time.monotonic()
         code = codeOf(lambda: stub.Set(pb.SetRequest(update=entries), timeout=60))
         yield (f"{count} new entries: {code} after {time.monotonic() - start:.2f} s, {resident(agent) - before:.0f} MiB; "
-               f"a change is {polite.worst():.0f} ms late at most"), code in ("OK", "RESOURCE_EXHAUSTED")
+               f"a change is {polite.late()} late"), code in ("OK", "RESOURCE_EXHAUSTED")
         start = time.monotonic()
         calls = [stub.Set.future(pb.SetRequest(delete=dots)) for _ in range(4)]
         [call.cancel() for call in calls]
@@ -334,6 +360,7 @@ def main():
     parser.add_argument("--agent", required=True, type=pathlib.Path, help="the program under attack")
     parser.add_argument("--work", required=True, type=pathlib.Path, help="a folder for the clients' environment")
     parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--watch", metavar="PORT", help=argparse.SUPPRESS)
     parser.add_argument("cases", nargs="*", help=", ".join(CASES))
     arguments = parser.parse_args()
     arguments.count = lambda full, quick: quick if arguments.quick else full
@@ -346,7 +373,7 @@ def main():
         variables = dict(os.environ, E2E_AGENT=str(arguments.agent.resolve()), E2E_WORK=str(arguments.work.resolve()),
                          PYTHONDONTWRITEBYTECODE="1", no_proxy="*")
         sys.exit(subprocess.run([python, *sys.argv], env=variables, check=False).returncode)
-    global grpc, pb, Agent
+    global grpc, pb, gnmi_pb2_grpc, Agent
     import grpc
     import support
     from pygnmi.spec.v080 import gnmi_pb2 as pb
@@ -358,9 +385,11 @@ def main():
             self.other = self.awaitLine("listening on [::1]").split(" (")[0].rsplit(":", 1)[1]
 
         def stub(self, *options, isOther=False):
-            target = f"[::1]:{self.other}" if isOther else f"127.0.0.1:{self.port}"
-            channel = grpc.insecure_channel(target, options=[("grpc.use_local_subchannel_pool", 1), *options])
-            return gnmi_pb2_grpc.gNMIStub(channel)
+            return stubOf(f"[::1]:{self.other}" if isOther else f"127.0.0.1:{self.port}", *options)
+
+    if arguments.watch is not None:
+        watch(arguments.watch)
+        return
 
     isKept = True
     for name in arguments.cases or [name for name in CASES if name != "scale"]:
