@@ -4,11 +4,13 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
-#include "Alloc.h"
+#include "Interfaces.h"
 #include "Kel/Dir.h"
+#include "Measures.h"
 #include "agent/data/GetRun.h"
 #include "agent/service/Runtime.h"
 #include "agent/synthetic/Synthetic.h"
@@ -16,22 +18,19 @@
 namespace {
 
 // The agent without collectors, driven by hand.
-class GeneratedTree {
+class IdleAgent {
 public:
-  explicit GeneratedTree(std::size_t leaves) {
+  IdleAgent() {
     Kel::globalDir()->entityDel(Agent::kOrigin);
     Agent::Runtime::Options options;
     options.limits.getBytes = std::size_t{1} << 32;
     runtime_ = std::make_unique<Agent::Runtime>(options);
     Agent::declareSynthetic();
-    ports_ = Agent::syntheticIn(*Kel::globalDir(), leaves);
   }
-  ~GeneratedTree() {
+  ~IdleAgent() {
     runtime_.reset();
-    ports_.reset();
     Kel::globalDir()->entityDel(Agent::kOrigin);
   }
-  [[nodiscard]] Agent::SyntheticPorts const& ports() const { return *ports_; }
 
   [[nodiscard]] grpc::ByteBuffer get(gnmi::GetRequest const& request) {
     auto order = Agent::GetOrder::of(request);
@@ -45,42 +44,45 @@ public:
 
 private:
   std::unique_ptr<Agent::Runtime> runtime_;
-  Kel::Ptr<Agent::SyntheticPorts> ports_;
 };
 
-void perLeaf(benchmark::State& state, std::size_t leaves) {
-  state.counters["s/leaf"] =
-      benchmark::Counter(static_cast<double>(state.iterations()) * static_cast<double>(leaves),
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+void getAll(benchmark::State& state, IdleAgent& agent, char const* top, std::size_t leaves) {
+  gnmi::GetRequest request;
+  request.add_path()->add_elem()->set_name(top);
+  grpc::ByteBuffer json = agent.get(request);
+  state.counters["bytes/leaf"] = static_cast<double>(json.Length()) / static_cast<double>(leaves);
+  if (json.Length() < leaves * 8) state.SkipWithError("the answer is not whole");
+  Bench::PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    json = agent.get(request);
+  }
 }
 
 void BM_GetJson(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
-  GeneratedTree tree(leaves);
-  gnmi::GetRequest request;
-  request.add_path()->add_elem()->set_name("synthetic");
-  grpc::ByteBuffer json = tree.get(request);
-  {
-    Bench::HeapCallsPerOp const calls(state);
-    for (auto _ : state) {
-      json = tree.get(request);
-    }
-  }
-  state.counters["bytes/leaf"] = static_cast<double>(json.Length()) / static_cast<double>(leaves);
-  if (json.Length() < leaves * 8) state.SkipWithError("the answer is not whole");
-  perLeaf(state, leaves);
+  IdleAgent agent;
+  auto const ports = Agent::syntheticIn(*Kel::globalDir(), leaves);
+  getAll(state, agent, "synthetic", leaves);
+}
+
+void Small_GetJson(benchmark::State& state) {
+  IdleAgent agent;
+  Bench::InterfaceTree const tree(static_cast<std::size_t>(state.range(0)));
+  getAll(state, agent, "interfaces", tree.leaves());
 }
 
 void BM_FloorJson(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
-  GeneratedTree const tree(leaves);
+  IdleAgent const agent;
+  auto const ports = Agent::syntheticIn(*Kel::globalDir(), leaves);
   std::string json;
+  Bench::PerLeaf const perLeaf(state, leaves);
   for (auto _ : state) {
     json.clear();
     auto const out = std::back_inserter(json);
     json += R"({"port":[)";
     char const* separator = "";
-    for (auto const& [name, port] : tree.ports().port) {
+    for (auto const& [name, port] : ports->port) {
       fmt::format_to(out,
                      R"({}{{"name":"{}","in-octets":{},"in-pkts":{},"in-unicast-pkts":{},)"
                      R"("in-multicast-pkts":{},"in-errors":{},"in-discards":{},"out-octets":{},)"
@@ -97,10 +99,38 @@ void BM_FloorJson(benchmark::State& state) {
     json += "]}";
     benchmark::DoNotOptimize(json.data());
   }
-  perLeaf(state, leaves);
+}
+
+void Small_FloorJson(benchmark::State& state) {
+  std::vector<Bench::FlatInterface> const all =
+      Bench::flatInterfaces(static_cast<std::size_t>(state.range(0)));
+  std::size_t const leaves = all.size() * Bench::kLeavesPerInterface;
+  std::string json;
+  {
+    Bench::PerLeaf const perLeaf(state, leaves);
+    for (auto _ : state) {
+      json.clear();
+      json += R"({"interface":[)";
+      char const* separator = "";
+      for (Bench::FlatInterface const& one : all) {
+        fmt::format_to(
+            std::back_inserter(json),
+            R"({}{{"name":"{}","config":{{"name":"{}","mtu":{},"loopback-mode":"{}","description":"{}","enabled":{}}},)"
+            R"("state":{{"name":"{}"}},"hold-time":{{"config":{{"up":{},"down":{}}},"state":{{"up":{},"down":{}}}}}}})",
+            separator, one.name, one.name, one.mtu, one.loopbackMode, one.description, one.enabled, one.name,
+            one.up, one.down, one.stateUp, one.stateDown);
+        separator = ",";
+      }
+      json += "]}";
+      benchmark::DoNotOptimize(json.data());
+    }
+  }
+  state.counters["bytes/leaf"] = static_cast<double>(json.size()) / static_cast<double>(leaves);
 }
 
 BENCHMARK(BM_GetJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_FloorJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(Small_GetJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK(Small_FloorJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 
 } // namespace

@@ -2,14 +2,13 @@
 // a row; and what a watched leaf costs in memory.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
-#include <malloc.h>
 
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Alloc.h"
+#include "Measures.h"
 #include "Ondra/ArenaBlocks.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ports.h"
@@ -31,13 +30,7 @@ std::vector<Kel::Ptr<Port>> scattered(Tree& tree) {
   for (auto const& [name, port] : tree.ports().ports) {
     ports.push_back(port);
   }
-  std::uint64_t random = 88172645463325252ULL;
-  for (std::size_t i = ports.size(); i > 1; --i) {
-    random ^= random << 13;
-    random ^= random >> 7;
-    random ^= random << 17;
-    ports[i - 1].swap(ports[random % i]);
-  }
+  shuffle(ports);
   return ports;
 }
 
@@ -113,11 +106,6 @@ void BM_Change(benchmark::State& state) {
 void BM_ChangeDirect(benchmark::State& state) {
   CountingByteRouter router;
   change(state, router);
-}
-
-std::size_t heapInUse() {
-  auto const heap = mallinfo2(); // the model's free lists take their chunks from there
-  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd);
 }
 
 void BM_MillionChanges(benchmark::State& state) {

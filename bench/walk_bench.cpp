@@ -1,7 +1,6 @@
 // Walks of live objects to messages and to bytes, beside hand-written code that fills the same messages from a flat array.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
-#include <malloc.h>
 
 #include <array>
 #include <cstdint>
@@ -10,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Alloc.h"
+#include "Measures.h"
 #include "Ondra/ArenaBlocks.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ports.h"
@@ -26,25 +25,6 @@ Ondra::WalkResult walkAll(Tree& tree, Ondra::BaseRouter& router, std::uint64_t w
                                           Ondra::flagSnapshot);
   return Ondra::FullKelTypeWalker::walkObject(info);
 }
-
-class PerLeaf {
-public:
-  PerLeaf(benchmark::State& state, std::size_t leaves)
-      : state_(state)
-      , leaves_(static_cast<double>(leaves))
-      , before_(Bench::heapCalls()) {}
-  ~PerLeaf() {
-    double const done = static_cast<double>(state_.iterations()) * leaves_;
-    state_.counters["s/leaf"] =
-        benchmark::Counter(done, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
-    state_.counters["allocs/leaf"] = static_cast<double>(Bench::heapCalls() - before_) / done;
-  }
-
-private:
-  benchmark::State& state_;
-  double leaves_;
-  std::uint64_t before_;
-};
 
 void BM_WalkToMessages(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
@@ -175,13 +155,6 @@ void BM_FloorToBytes(benchmark::State& state) { floorRun(state, true); }
 
 // --- memory --------------------------------------------------------------------------------------
 
-std::size_t heapInUse() {
-  auto const heap = mallinfo2();
-  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd) + Kel::kelMemStats().chunkBytes;
-}
-
-// A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond the model and its
-// notifiees, must not depend on how much was walked.
 // What an object of 20 leaves costs, its place in its collection included.
 void BM_ObjectMemory(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
@@ -195,6 +168,8 @@ void BM_ObjectMemory(benchmark::State& state) {
   state.counters["bytes/object"] = held / static_cast<double>(leaves / kLeavesPerPort);
 }
 
+// A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond the model and its
+// notifiees, must not depend on how much was walked.
 void BM_ParkedWalk(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   auto const walked = static_cast<std::size_t>(state.range(1));

@@ -14,7 +14,9 @@ namespace {
 constexpr int kNicer = 5;
 
 // On Linux a priority is a thread's own, and zero names the calling one. Making it less takes no right.
-void threadGivesWay() { static_cast<void>(setpriority(PRIO_PROCESS, 0, getpriority(PRIO_PROCESS, 0) + kNicer)); }
+void threadGivesWay() {
+  static_cast<void>(setpriority(PRIO_PROCESS, 0, getpriority(PRIO_PROCESS, 0) + kNicer));
+}
 
 } // namespace
 

@@ -39,7 +39,7 @@ private:
 
   std::mutex mutex_;
   std::condition_variable arrived_;
-  Lines lines_;                          // by peer; none is empty
+  Lines lines_;                         // by peer; none is empty
   std::deque<Lines::value_type*> ring_; // of all of them
   bool ends_ = false;
   std::vector<std::thread> threads_;

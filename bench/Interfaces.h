@@ -1,0 +1,166 @@
+// The second model of the benchmarks, and what it should cost: small objects, as real trees have them.
+//
+// The model is the agent's own: /openconfig/interfaces/interface[name=...] as a client makes them, with a name, a description and an MTU. An
+// interface has 11 leaves: its key, 5 of its configuration, 1 of its state, 2 and 2 of its hold times. They lie in 7 objects, of which 5 have
+// leaves and send a response each. The hand-written code makes the same responses from a flat array.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Kel/ActivityClock.h"
+#include "Ondra/GifNotifiee.h"
+#include "Ondra/KelTypeWalker.h"
+#include "Ports.h"
+#include "agent/model/Tree.h"
+
+namespace Bench {
+
+inline constexpr std::size_t kLeavesPerInterface = 11;
+inline constexpr std::size_t kObjectsPerInterface = 7;
+inline constexpr std::size_t kResponsesPerInterface = 5;
+inline constexpr std::int64_t kTime = 1'700'000'000'000'000'000;
+inline constexpr char const* kDescription = "to the second spine";
+
+inline std::string interfaceName(std::size_t i) { return fmt::format("ethernet{:06}", i); }
+
+class InterfaceTree {
+public:
+  explicit InterfaceTree(std::size_t leaves) : tree_(Agent::treeIn(*Kel::globalDir())) {
+    // As in a process that has read its clock: a time takes as many bytes as it does there.
+    auto const clock = Kel::activityManagerStatus();
+    if (clock->activityLoopExecNsTime() < kTime) clock->activityLoopExecNsTimeInc(kTime);
+    for (std::size_t i = 0; i < leaves / kLeavesPerInterface; ++i) {
+      auto const made =
+          tree_.interfaces->entryIs(&Agent::Interfaces::interface, Kel::String(interfaceName(i)));
+      made->config->leafIs(&Agent::InterfaceConfig::description, Kel::String(kDescription));
+      made->config->leafIs(&Agent::InterfaceConfig::mtu, std::uint16_t{9000});
+    }
+  }
+  ~InterfaceTree() {
+    Ondra::FullKelTypeWalker::flushWalkMap();
+    Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees();
+    Kel::globalDir()->entityDel(Agent::kOrigin);
+  }
+  InterfaceTree(InterfaceTree const&) = delete;
+  InterfaceTree& operator=(InterfaceTree const&) = delete;
+
+  [[nodiscard]] Agent::Interfaces& interfaces() { return *tree_.interfaces; }
+  [[nodiscard]] std::size_t size() const { return tree_.interfaces->interface.size(); }
+  // How many leaves it has.
+  [[nodiscard]] std::size_t leaves() const { return size() * kLeavesPerInterface; }
+
+  void walk(Ondra::BaseRouter& router, Ondra::WalkerFlags flags) {
+    auto info = Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(1)},
+                                            Ondra::Path::strToPathIs("/openconfig/interfaces"),
+                                            tree_.interfaces.get(), flags);
+    Ondra::FullKelTypeWalker::walkObject(info);
+  }
+
+private:
+  Agent::Tree tree_;
+};
+
+// --- the same, flat ---------------------------------------------------------------------------------
+
+struct FlatInterface {
+  std::string name, description, loopbackMode;
+  std::uint64_t mtu, up, down, stateUp, stateDown;
+  bool enabled;
+};
+
+inline std::vector<FlatInterface> flatInterfaces(std::size_t leaves) {
+  std::vector<FlatInterface> flat(leaves / kLeavesPerInterface);
+  for (std::size_t i = 0; i < flat.size(); ++i) {
+    flat[i] = {interfaceName(i), kDescription, "NONE", 9000, 0, 0, 0, 0, true};
+  }
+  return flat;
+}
+
+using Below = std::initializer_list<char const*>; // the elements of a response's prefix below the interface
+
+inline void addInterfacePrefix(gnmi::Notification& notification, std::string const& name, Below below) {
+  gnmi::Path& prefix = *notification.mutable_prefix();
+  addElem(prefix, "openconfig");
+  addElem(prefix, "interfaces");
+  addElem(prefix, "interface");
+  (*prefix.mutable_elem(2)->mutable_key())["name"].assign(name);
+  for (char const* const elem : below) {
+    addElem(prefix, elem);
+  }
+}
+
+// The responses of an interface, one after the other: `make(below, fill)` makes one, and calls `fill(notification)`.
+template <class Make>
+void interfaceMessages(FlatInterface const& flat, Make const& make) {
+  make({}, [&](gnmi::Notification& one) { addLeaf(one, "name").mutable_string_val()->assign(flat.name); });
+  make({"config"}, [&](gnmi::Notification& one) {
+    one.mutable_update()->Reserve(5);
+    addLeaf(one, "name").mutable_string_val()->assign(flat.name);
+    addLeaf(one, "mtu").set_uint_val(flat.mtu);
+    addLeaf(one, "loopback-mode").mutable_string_val()->assign(flat.loopbackMode);
+    addLeaf(one, "description").mutable_string_val()->assign(flat.description);
+    addLeaf(one, "enabled").set_bool_val(flat.enabled);
+  });
+  make({"state"},
+       [&](gnmi::Notification& one) { addLeaf(one, "name").mutable_string_val()->assign(flat.name); });
+  make({"hold-time", "config"}, [&](gnmi::Notification& one) {
+    addLeaf(one, "up").set_uint_val(flat.up);
+    addLeaf(one, "down").set_uint_val(flat.down);
+  });
+  make({"hold-time", "state"}, [&](gnmi::Notification& one) {
+    addLeaf(one, "up").set_uint_val(flat.stateUp);
+    addLeaf(one, "down").set_uint_val(flat.stateDown);
+  });
+}
+
+inline void putInterfaceHead(Ondra::WireWriter& out, std::string_view name, Below below,
+                             std::uint64_t timestamp) {
+  std::size_t const before = out.size();
+  for (auto elem = std::rbegin(below); elem != std::rend(below); ++elem) {
+    putWireElem(out, *elem);
+  }
+  putWireElem(out, "interface", name);
+  putWireElem(out, "interfaces");
+  putWireElem(out, "openconfig");
+  out.enclose(0x12, before);
+  out.varintField(0x08, timestamp);
+  out.enclose(0x0a, 0);
+}
+
+inline void putText(Ondra::WireWriter& out, char const* name, std::string_view text) {
+  putWireLeaf(out, name, [&] { out.textField(0x0a, text); });
+}
+inline void putNumber(Ondra::WireWriter& out, char const* name, std::uint64_t number) {
+  putWireLeaf(out, name, [&] { out.varintField(0x18, number); });
+}
+
+// The same in wire bytes, each response from its end to its beginning; `make(below, fill)` empties the writer before it calls `fill`.
+template <class Make>
+void interfaceBytes(Ondra::WireWriter& out, FlatInterface const& flat, Make const& make) {
+  make({}, [&] { putText(out, "name", flat.name); });
+  make({"config"}, [&] {
+    putWireLeaf(out, "enabled", [&] { out.varintField(0x20, flat.enabled ? 1 : 0); });
+    putText(out, "description", flat.description);
+    putText(out, "loopback-mode", flat.loopbackMode);
+    putNumber(out, "mtu", flat.mtu);
+    putText(out, "name", flat.name);
+  });
+  make({"state"}, [&] { putText(out, "name", flat.name); });
+  make({"hold-time", "config"}, [&] {
+    putNumber(out, "down", flat.down);
+    putNumber(out, "up", flat.up);
+  });
+  make({"hold-time", "state"}, [&] {
+    putNumber(out, "down", flat.stateDown);
+    putNumber(out, "up", flat.stateUp);
+  });
+}
+
+} // namespace Bench

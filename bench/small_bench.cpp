@@ -1,0 +1,334 @@
+// Small objects: walks, changes, Sets, Gets and memory of a tree whose objects have one to five leaves, beside hand-written code that makes
+// the same of flat arrays. What real trees cost; the other benchmarks' objects have twenty leaves each.
+#include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Interfaces.h"
+#include "Measures.h"
+#include "Ondra/ArenaBlocks.h"
+#include "Ondra/KelGnmiSetter.h"
+
+namespace {
+
+using namespace Bench;
+
+std::size_t leavesOf(benchmark::State const& state) { return static_cast<std::size_t>(state.range(0)); }
+
+// --- walks ----------------------------------------------------------------------------------------------
+
+// Once the objects are watched, as they are in an agent that anybody subscribes to.
+template <class Router>
+void walks(benchmark::State& state, Router& router) {
+  InterfaceTree tree(leavesOf(state));
+  tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+  if (router.pushes != tree.size() * kResponsesPerInterface) state.SkipWithError("the walk is not whole");
+  state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(tree.leaves());
+  PerLeaf const perLeaf(state, tree.leaves());
+  for (auto _ : state) {
+    tree.walk(router, Ondra::flagSnapshot);
+  }
+}
+
+void Small_WalkToMessages(benchmark::State& state) {
+  CountingRouter router(false);
+  walks(state, router);
+}
+void Small_WalkToBytes(benchmark::State& state) {
+  CountingRouter router(true);
+  walks(state, router);
+}
+void Small_WalkDirect(benchmark::State& state) {
+  CountingByteRouter router;
+  walks(state, router);
+}
+
+// The first walk that watches: it makes a notifiee of each object.
+void Small_FirstWalkDirect(benchmark::State& state) {
+  CountingByteRouter router;
+  InterfaceTree tree(leavesOf(state));
+  tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot); // makes what a process makes once
+  PerLeaf const perLeaf(state, tree.leaves());
+  for (auto _ : state) {
+    state.PauseTiming();
+    Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees();
+    state.ResumeTiming();
+    tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+  }
+}
+
+void floorMessages(benchmark::State& state, bool serialize) {
+  std::vector<FlatInterface> const all = flatInterfaces(leavesOf(state));
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  std::vector<std::uint8_t> bytes(64 * 1024);
+  std::size_t written = 0;
+  auto const once = [&] {
+    for (FlatInterface const& one : all) {
+      interfaceMessages(one, [&](Below below, auto const& fill) {
+        auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
+        gnmi::Notification& notification = *response->mutable_update();
+        notification.set_timestamp(kTime);
+        addInterfacePrefix(notification, one.name, below);
+        fill(notification);
+        if (serialize) {
+          written += response->ByteSizeLong();
+          response->SerializeWithCachedSizesToArray(bytes.data());
+          benchmark::DoNotOptimize(bytes.data());
+        }
+        arena.Reset();
+      });
+    }
+  };
+  once();
+  std::size_t const leaves = all.size() * kLeavesPerInterface;
+  state.counters["bytes/leaf"] = static_cast<double>(written) / static_cast<double>(leaves);
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    once();
+  }
+}
+void Small_FloorToMessages(benchmark::State& state) { floorMessages(state, false); }
+void Small_FloorToBytes(benchmark::State& state) { floorMessages(state, true); }
+
+void Small_FloorDirect(benchmark::State& state) {
+  std::vector<FlatInterface> const all = flatInterfaces(leavesOf(state));
+  Ondra::WireWriter out;
+  std::size_t written = 0;
+  auto const once = [&] {
+    for (FlatInterface const& one : all) {
+      interfaceBytes(out, one, [&](Below below, auto const& fill) {
+        out.clear();
+        fill();
+        putInterfaceHead(out, one.name, below, kTime);
+        written += out.size();
+        benchmark::DoNotOptimize(out.bytes().data());
+      });
+    }
+  };
+  once();
+  std::size_t const leaves = all.size() * kLeavesPerInterface;
+  state.counters["bytes/leaf"] = static_cast<double>(written) / static_cast<double>(leaves);
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    once();
+  }
+}
+
+// --- changes --------------------------------------------------------------------------------------------
+
+// Range 1: how many interfaces take turns in changing their MTU, in an order that no cache can foresee.
+template <class Router>
+void changes(benchmark::State& state, Router& router) {
+  InterfaceTree tree(leavesOf(state));
+  tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+  std::vector<Kel::Ptr<Agent::InterfaceConfig>> configs;
+  for (auto const& [name, interface] : tree.interfaces().interface) {
+    configs.push_back(interface->config);
+  }
+  shuffle(configs);
+  configs.resize(std::min(configs.size(), static_cast<std::size_t>(state.range(1))));
+  std::uint16_t mtu = 0;
+  std::size_t next = 0;
+  auto const changeOne = [&] {
+    configs[next]->leafIs(&Agent::InterfaceConfig::mtu, ++mtu);
+    next = next + 1 == configs.size() ? 0 : next + 1;
+  };
+  for (std::size_t i = 0; i < 2 * configs.size(); ++i) {
+    changeOne();
+  }
+  std::size_t const before = router.pushes;
+  {
+    HeapCallsPerOp const calls(state);
+    for (auto _ : state) {
+      changeOne();
+    }
+  }
+  if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
+    state.SkipWithError("each change is one response");
+  }
+}
+void Small_Change(benchmark::State& state) {
+  CountingRouter router(true);
+  changes(state, router);
+}
+void Small_ChangeDirect(benchmark::State& state) {
+  CountingByteRouter router;
+  changes(state, router);
+}
+
+void Small_FloorChange(benchmark::State& state) {
+  google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
+  std::vector<std::uint8_t> bytes(1024);
+  std::string const name = interfaceName(17);
+  std::uint16_t mtu = 0;
+  for (auto _ : state) {
+    auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
+    gnmi::Notification& notification = *response->mutable_update();
+    notification.set_timestamp(kTime);
+    addInterfacePrefix(notification, name, {"config"});
+    addLeaf(notification, "mtu").set_uint_val(++mtu);
+    static_cast<void>(response->ByteSizeLong());
+    response->SerializeWithCachedSizesToArray(bytes.data());
+    benchmark::DoNotOptimize(bytes.data());
+    arena.Reset();
+  }
+}
+void Small_FloorChangeDirect(benchmark::State& state) {
+  std::string const name = interfaceName(17);
+  std::uint16_t mtu = 0;
+  Ondra::WireWriter out;
+  for (auto _ : state) {
+    out.clear();
+    putNumber(out, "mtu", ++mtu);
+    putInterfaceHead(out, name, {"config"}, kTime);
+    benchmark::DoNotOptimize(out.bytes().data());
+  }
+}
+
+// --- Sets -----------------------------------------------------------------------------------------------
+
+constexpr std::size_t kWritten =
+    4; // leaves that a client gives an interface: its name, a description, an MTU, whether it is enabled
+
+void addUpdate(gnmi::SetRequest& request, std::string const& name, char const* leaf, auto const& value) {
+  gnmi::Update& update = *request.add_update();
+  addElem(*update.mutable_path(), "interfaces");
+  addElem(*update.mutable_path(), "interface");
+  (*update.mutable_path()->mutable_elem(1)->mutable_key())["name"] = name;
+  addElem(*update.mutable_path(), "config");
+  addElem(*update.mutable_path(), leaf);
+  value(*update.mutable_val());
+}
+
+// Of all leaves that a client gives to so many interfaces, from the `first` on.
+std::string setBytes(std::size_t first, std::size_t count, std::uint64_t mtu) {
+  gnmi::SetRequest request;
+  for (std::size_t i = first; i < first + count; ++i) {
+    std::string const name = interfaceName(i);
+    addUpdate(request, name, "name", [&](gnmi::TypedValue& value) { value.set_string_val(name); });
+    addUpdate(request, name, "description",
+              [&](gnmi::TypedValue& value) { value.set_string_val(kDescription); });
+    addUpdate(request, name, "mtu", [&](gnmi::TypedValue& value) { value.set_uint_val(mtu); });
+    addUpdate(request, name, "enabled", [&](gnmi::TypedValue& value) { value.set_bool_val(mtu % 2 == 0); });
+  }
+  return request.SerializeAsString();
+}
+
+// From bytes to bytes.
+bool executed(std::string const& bytes, std::string& answer) {
+  static Kel::Ptr<Ondra::Path const> const dataRoot = Ondra::Path::strToPathIs("/openconfig");
+  gnmi::SetRequest request;
+  request.ParseFromString(bytes);
+  auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot, std::move(request)).execute();
+  response.SerializeToString(&answer);
+  return status.ok();
+}
+
+void Small_SetExisting(benchmark::State& state) {
+  constexpr std::size_t kCount = 250;
+  InterfaceTree tree(leavesOf(state));
+  std::size_t const count = std::min(tree.size(), kCount);
+  std::string const bytes[] = {setBytes(0, count, 1500), setBytes(0, count, 1501)};
+  std::string answer;
+  PerLeaf const perLeaf(state, count * kWritten);
+  std::size_t turn = 0;
+  for (auto _ : state) {
+    if (!executed(bytes[turn++ % 2], answer)) state.SkipWithError("the Set was refused");
+  }
+}
+
+// Makes so many leaves' interfaces in one request, in a tree that has none.
+void Small_SetMaking(benchmark::State& state) {
+  InterfaceTree tree(0);
+  std::size_t const count = leavesOf(state) / kWritten;
+  std::string const bytes = setBytes(0, count, 1500);
+  std::string answer;
+  PerLeaf const perLeaf(state, count * kWritten);
+  for (auto _ : state) {
+    if (!executed(bytes, answer) || tree.size() != count) state.SkipWithError("they were not made");
+    state.PauseTiming();
+    std::vector<Kel::String> names;
+    for (auto const& [name, interface] : tree.interfaces().interface) {
+      names.push_back(name);
+    }
+    for (Kel::String const& name : names) {
+      tree.interfaces().entryDel(&Agent::Interfaces::interface, name);
+    }
+    state.ResumeTiming();
+  }
+}
+
+// The same bytes parsed, and the answer's messages made and serialized; no model is touched.
+void Small_FloorSet(benchmark::State& state) {
+  std::size_t const count = leavesOf(state) / kWritten;
+  std::string const bytes = setBytes(0, count, 1500);
+  std::string answer;
+  PerLeaf const perLeaf(state, count * kWritten);
+  for (auto _ : state) {
+    gnmi::SetRequest request;
+    request.ParseFromString(bytes);
+    gnmi::SetResponse response;
+    for (gnmi::Update const& update : request.update()) {
+      gnmi::UpdateResult& result = *response.add_response();
+      result.set_op(gnmi::UpdateResult::UPDATE);
+      *result.mutable_path() = update.path();
+    }
+    response.SerializeToString(&answer);
+    benchmark::DoNotOptimize(answer.data());
+  }
+}
+
+// --- memory ---------------------------------------------------------------------------------------------
+
+// Of the model, and of watching all of it.
+void Small_Memory(benchmark::State& state) {
+  double model = 0;
+  double watching = 0;
+  double leaves = 1;
+  for (auto _ : state) {
+    Ballast const ballast;
+    std::size_t const before = heapInUse();
+    InterfaceTree tree(leavesOf(state));
+    std::size_t const made = heapInUse();
+    CountingByteRouter router;
+    tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+    leaves = static_cast<double>(tree.leaves());
+    model = static_cast<double>(made - before);
+    watching = static_cast<double>(heapInUse() - made);
+  }
+  state.counters["bytes/leaf"] = model / leaves;
+  state.counters["bytes/object"] = model / leaves * kLeavesPerInterface / kObjectsPerInterface;
+  state.counters["watching/leaf"] = watching / leaves;
+  state.counters["watching/object"] = watching / leaves * kLeavesPerInterface / kObjectsPerInterface;
+}
+
+void sizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+}
+void changing(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"leaves", "objects"})
+      ->Args({1'000, 50})
+      ->Args({1'000'000, 50})
+      ->Args({1'000'000, 50'000});
+}
+
+BENCHMARK(Small_FloorToMessages)->Apply(sizes);
+BENCHMARK(Small_FloorToBytes)->Apply(sizes);
+BENCHMARK(Small_FloorDirect)->Apply(sizes);
+BENCHMARK(Small_WalkToMessages)->Apply(sizes);
+BENCHMARK(Small_WalkToBytes)->Apply(sizes);
+BENCHMARK(Small_WalkDirect)->Apply(sizes);
+BENCHMARK(Small_FirstWalkDirect)->Apply(sizes);
+BENCHMARK(Small_FloorChange);
+BENCHMARK(Small_FloorChangeDirect);
+BENCHMARK(Small_Change)->Apply(changing);
+BENCHMARK(Small_ChangeDirect)->Apply(changing);
+BENCHMARK(Small_FloorSet)->Apply(sizes);
+BENCHMARK(Small_SetExisting)->Apply(sizes);
+BENCHMARK(Small_SetMaking)->Apply(sizes);
+BENCHMARK(Small_Memory)->ArgName("leaves")->Arg(1'000'000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
