@@ -44,6 +44,11 @@ Kel::Ptr<Path> scalarKeyPath(Kel::KelAttr const& attr) {
 
 } // namespace
 
+KelKey& KelKey::ofLeaves() {
+  static KelKey key;
+  return key;
+}
+
 KelKey::Scalars const& KelKey::noScalars() noexcept {
   static auto const* const none = new Scalars();
   return *none;

@@ -37,6 +37,8 @@ public:
   using Scalars = std::deque<Scalar, Kel::MemAllocator<Scalar>>;
 
   KelKey() : keyMap_(1) { keyMap_.max_load_factor(1.0F); }
+  // The state of walkers that make leaves. It is never written to, so that all of them can share it.
+  [[nodiscard]] static KelKey& ofLeaves();
 
   [[nodiscard]] Mode mode() const noexcept { return mode_; }
   [[nodiscard]] bool inKeyMode() const noexcept { return mode_ != Mode::Value; }

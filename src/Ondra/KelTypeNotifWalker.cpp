@@ -9,18 +9,17 @@
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
-#include "Ondra/ArenaRespMsg.h"
 #include "Ondra/Fault.h"
 #include "Ondra/IR.h"
-#include "Ondra/IrToResp.h"
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/Pending.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/ScalarEncode.h"
+#include "Ondra/Sender.h"
 #include "Ondra/Unsent.h"
+#include "Ondra/ValueText.h"
 #include "Tovak/Trace.h"
-#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
 namespace {
@@ -53,7 +52,7 @@ KelTypeNotifWalker::KelTypeNotifWalker(Kel::Ptr<Path const> const& prefixPath, G
                                        Handle object, Kel::Ptr<Path> leafPath, BaseRouter& router,
                                        Kel::AttributeId id, Handle key, WalkerFlags flags)
     : FullKelTypeWalker(prefixPath, takeIr(), std::move(object), std::move(leafPath), router, nullptr, flags,
-                        valueModeKey(), false, 0)
+                        KelKey::ofLeaves(), false, 0)
     , notifiee_(notifiee)
     , id_(id)
     , key_(std::move(key))
@@ -468,24 +467,7 @@ WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
   if (ir->empty()) {
     return WalkResult::Success;
   }
-  Unsent::Sending const sending;
-  if (ByteRouter* const router = router_.byteRouter()) {
-    return pushBytes(*router, *ir, true); // a full pipe does not hold a notification up
-  }
-  RespEncoder& encoder = RespEncoder::shared();
-  ir->encode(encoder);
-  if (std::shared_ptr<Ir> const gone = encoder.takeLeftOut()) {
-    gone->encode(encoder);
-  }
-  WalkResult result = WalkResult::Success;
-  for (std::shared_ptr<ArenaRespMsg>& response : encoder.responses()) {
-    gnmi::Notification const& notification = response->response->update();
-    if (notification.update_size() > 0 || notification.delete__size() > 0) {
-      result = routerPush(response); // a full pipe does not hold a notification up
-    }
-  }
-  encoder.clear();
-  return result;
+  return Sender(*this, Sender::What::Change).send(*ir); // a full pipe does not hold a notification up
 }
 
 } // namespace Ondra

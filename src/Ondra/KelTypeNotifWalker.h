@@ -17,6 +17,7 @@
 #include "Kstd/Export.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/WalkRules.h"
 
 namespace Ondra {
 

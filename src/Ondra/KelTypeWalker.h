@@ -13,7 +13,6 @@
 //    the list entry being walked, needed for its key leaves only.
 // 4. A non-zero result stays: nothing that runs later in the same walker turns it into success.
 // 5. What is parked, and where, is the business of ParkedWalks.
-//
 // 6. An exception of the host's code costs the item at hand, an attribute or a member of a collection (Fault.h); in a key mode it
 //    passes, because a key is told whole or not at all. Before a walker is parked nothing of it is moved until nothing can throw but
 //    for want of memory.
@@ -28,7 +27,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -44,19 +42,16 @@
 #include "Ondra/KelKey.h"
 #include "Ondra/Path.h"
 #include "Ondra/WalkQ.h"
-#include "Ondra/WalkReach.h"
-#include "Ondra/WalkRules.h"
 #include "Ondra/WalkTask.h"
 #include "Ondra/WalkTypes.h"
 
 namespace Ondra {
 
 class ArenaRespMsg;
-class ByteRouter;
 class Ir;
 class ParkedWalks;
-class RespEncoder;
-struct WireResponse;
+class Sender;
+class ShortRoads;
 
 // Whether walks collect their leaves and send them in bundles (the default), or send each attribute as soon as it is found. The toggle
 // "OndraSyncBundling" of "Ondra.json", read once per process.
@@ -103,7 +98,6 @@ public:
                                 std::shared_ptr<Ir>& ir);
   // Hands one response to the router.
   WalkResult routerPush(std::shared_ptr<ArenaRespMsg>& resp) const;
-  WalkResult routerPush(ByteRouter& router, WireResponse const& resp) const;
 
   // --- values: a leaf's handle in value mode (into `out`), a key text in a key mode -----------------
   // What the model's code raises passes through these; the walk that uses them catches it.
@@ -139,6 +133,9 @@ public:
   // A walk inside a running one. `key` and `ir` may be null.
   static WalkResult walkObjectInternal(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
                                        std::shared_ptr<Ir> ir);
+  // What both begin with.
+  static WalkResult doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
+                                 std::shared_ptr<Ir> ir);
   // Drops what is parked for the walk and says whether there was anything. REQUIRES a task (asserted).
   static bool cancelPendingWalk(std::shared_ptr<WalkInfo>& walkInfo);
 
@@ -164,24 +161,11 @@ protected:
     Kel::Ptr<Kel::GenericIf const> key; // detached; null for a singular attribute
   };
 
-  // Sends all that is in `ir` as bytes. `isChange`: leaves that no message can hold are deleted, and what holds neither updates nor
-  // deletes is not sent. The result is that of the last push.
-  [[nodiscard]] WalkResult pushBytes(ByteRouter& router, Ir const& ir, bool isChange) const;
-  // Traces of walks are on.
-  [[nodiscard]] static bool isTraced();
-  // A string that is empty.
-  [[nodiscard]] static bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value);
+  // Whether leaves are made, not key texts.
   [[nodiscard]] bool valueMode() const noexcept { return !keyName_->inKeyMode(); }
-  // The key state of walkers that make leaves. Such a state is never written to, so all of them share it.
-  [[nodiscard]] static KelKey& valueModeKey();
   [[nodiscard]] WalkResult yieldResult() const;
   [[nodiscard]] long attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
                                    GifGnmiNotifiee* notifiee) const;
-  [[nodiscard]] static std::shared_ptr<Ir> makeIr();
-  // The latest that is not a success, if there is one.
-  [[nodiscard]] static WalkResult merged(WalkResult before, WalkResult now) noexcept {
-    return now == WalkResult::Success ? before : now;
-  }
 
   Kel::Ptr<Path const> prefixPath_;
   std::shared_ptr<Ir> ir_;
@@ -202,100 +186,18 @@ protected:
   bool leftOut_ = false; // some item, because of an exception
 
 private:
-  class BytePush;
-  [[nodiscard]] WalkResult afterPush(bool taken) const;
-  [[nodiscard]] WalkResult pushAll(RespEncoder& encoder) const;
-  [[nodiscard]] WalkResult pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
-                                     GifGnmiNotifiee& notifiee);
-  struct Parked; // what a parked walker takes along that must be copied
-  FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running) noexcept;
-
-  using Road = WalkRules::Road;
-  // Which short roads are open (WalkerShort.cpp).
-  struct ShortRoads {
-    bool watched = false; // to an entity whose path is watched: without a WalkInfo
-    bool held = false;    // to an entity that is known by its holder: without its path
-    bool leaves = false;  // to leaves: without a walker's general code for values
-  };
-  // What stays the same while the walker walks.
-  struct Course {
-    GifGnmiNotifiee* notifiee;
-    KelKey* key;
-    std::shared_ptr<Ir>& ir;
-    ShortRoads shortRoads;
-    std::uint64_t interruptions; // at its beginning
-  };
-  // Walks one item: what is raised in it costs the item; when nobody has asked meanwhile whether the slice is used up, it is asked.
-  template <class Walk>
-  WalkResult walkItem(Kel::KelAttr const& attr, Walk const& walk);
-  [[nodiscard]] WalkResult leaveOut(Kel::KelAttr const& attr);
-  // The object has ended while it was walked: what was collected since is of nobody.
-  [[nodiscard]] bool hasEnded(Course const& course) const;
-  WalkResult walkAttr(WalkRules::AttrPlan const& plan, std::size_t position, Course& course);
-  WalkResult walkMember(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member,
-                        Course& course);
-  [[nodiscard]] bool mustPause(WalkResult result) const noexcept {
-    return result != WalkResult::Success && !(flags_ & flagNoPause);
-  }
-  WalkResult pause(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir);
-  // `pushed`: of what the walker has sent by itself.
-  WalkResult finish(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir, GifGnmiNotifiee* notifiee,
-                    WalkResult pushed = WalkResult::Success);
-  WalkResult finishSkipped();
-  // The short roads (WalkerShort.cpp).
-  [[nodiscard]] ShortRoads shortRoads(GifGnmiNotifiee const* notifiee) const;
-  WalkResult walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position, GifGnmiNotifiee& notifiee);
-  // Nothing waits to be sent before the plain leaves of an object.
-  [[nodiscard]] bool sendsPlain() const;
-  static void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member);
-  [[nodiscard]] std::optional<WalkResult> pushPlainChild(WalkRules::AttrPlan const& plan,
-                                                         Kel::PtrInterface const* child,
-                                                         GifGnmiNotifiee const& notifiee);
-  [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& plan,
-                                                    Kel::Ptr<Kel::GenericIf const> const& child,
-                                                    GifGnmiNotifiee const& notifiee);
-  void noteHeld(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
-                Kel::Ptr<Path const> const& path, GifGnmiNotifiee const* notifiee) const;
-  WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
-                         Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
-  [[nodiscard]] bool isLeftOut(WalkRules::AttrPlan const& plan) const;
-  WalkResult walkSingleton(WalkRules::AttrPlan const& plan, Course& course);
-  // Says in `parked` whether the walker has been parked on the way.
-  WalkResult walkMembers(WalkRules::AttrPlan const& plan, Course& course, bool& parked);
-  WalkResult walkJsonAttr(Kel::KelAttr const& attr, Kel::Ptr<Path> const& leafPath, long timestamp,
-                          std::shared_ptr<Ir>& ir);
-  WalkResult walkPointerAttr(Kel::Ptr<Kel::GenericIf const> const& ref, Kel::Ptr<Path> const& leafPath,
-                             long timestamp, std::shared_ptr<Ir>& ir);
-  WalkResult walkPlainAttr(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& value,
-                           Kel::Ptr<Path> const& leafPath, long timestamp, KelKey* key,
-                           std::shared_ptr<Ir>& ir);
-  void addKeyLeaf(PathElem::KeyMapType::Node const& field, Kel::Ptr<Path> const& leafPath, KelKey const* key,
-                  long timestamp, Ir& ir);
-  WalkResult pushCollected(WalkResult result, std::shared_ptr<Ir>& ir);
-  WalkResult walkKeyScalarNode(KelKey& memberKey, long timestamp, std::shared_ptr<Ir>& ir);
-  void encodeMemberIntoKey(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& value,
-                           KelKey const& memberKey);
-  void keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text,
-               Kel::Ptr<Kel::GenericIf const> const& value) const;
-  [[nodiscard]] std::vector<Link> linksFromPrefix() const;
-  [[nodiscard]] bool isThereAgain();
-  [[nodiscard]] bool takeObject(GifGnmiNotifiee const& notifiee);
-  static WalkResult runParked(WalkQ& walkQ, FullKelTypeWalker& walker);
-  [[nodiscard]] static WalkResult goThrough(WalkQ& queue);
-  static WalkResult doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, WalkQ* walkQ, KelKey* key,
-                                 std::shared_ptr<Ir> ir);
-  // Whether and how its caller hears of a pipe that has filled up at the very end of a walk inside a walk.
-  [[nodiscard]] static WalkResult insideResult(WalkResult result) noexcept {
-    return result == WalkResult::SuccessWithPipeFull ? WalkResult::PipeFull : result;
-  }
-
-  // How a place at or below the object of this parked walker, and not of one parked below it, stands to the walk (WalkReach.cpp).
-  [[nodiscard]] WalkReach reach(std::span<gnmi::PathElem const* const> below) const;
-
+  // What works on a walker's state, each for its own part:
+  class Run;               // the loop over the attributes (WalkRun.cpp)
+  class Item;              // one attribute or member (WalkItem.cpp)
+  friend class ShortRoads; // what an earlier walk has been over
+  friend class Sender;     // responses
   friend class ParkedWalks;
   friend class WalkQ;
-  friend std::optional<WalkReach> walkReach(WalkInfo const& walkInfo,
-                                            std::span<gnmi::PathElem const* const> path);
+
+  struct Parked; // what a parked walker takes along that must be copied
+  FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running) noexcept;
+  // What is being handled has been raised in that attribute, which is left out; in a key mode it passes.
+  void leaveOut(Kel::KelAttr const& attr);
 
   Kel::Ptr<GifGnmiNotifiee>
       notifiee_; // of the prefix, where whoever made the walker knows it; taken by `walk`

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "Ondra/IR.h"
 #include "Ondra/WalkRules.h"
 #include "Ondra/WalkerTrace.h"
 
@@ -169,17 +168,7 @@ void FullKelTypeWalker::delFromWalkQ(Kel::Ptr<Path const> const& path) {
 void FullKelTypeWalker::flushWalkMap() { ParkedWalks::instance().flush(); }
 
 std::unique_ptr<FullKelTypeWalker> FullKelTypeWalker::popWalkQ(WalkQ& walkQ) {
-  while (std::unique_ptr<FullKelTypeWalker> walker = walkQ.popWalker()) {
-    TOVAK_ASSERT(!walker->gif_, walkerTrace(), "Expected walker->gif_ to be null!");
-    if (walker->isThereAgain()) {
-      return walker;
-    }
-    // What it was walking has gone while it was parked; what others of its walk left in the bundle has not.
-    if (walker->rootWalker_ && walker->ir_ && !walker->ir_->empty()) {
-      walker->routerPush(true);
-    }
-  }
-  return nullptr;
+  return ParkedWalks::next(walkQ);
 }
 
 std::string FullKelTypeWalker::dumpWalkMap() {

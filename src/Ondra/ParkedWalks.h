@@ -1,4 +1,5 @@
-// Ondra::ParkedWalks: what walks have left for later: the stored queue of each walk, and which walkers wait at or below a path.
+// Ondra::ParkedWalks: what walks have left for later: the stored queue of each walk, and which walkers wait at or below a path; and how a
+// walker comes to be parked and finds its object again.
 //
 // Invariants
 // 1. A walker is in the index exactly from the time it is parked until it leaves its queue or is destroyed, by whomever. What is said of
@@ -16,13 +17,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
+#include <optional>
+#include <span>
+#include <vector>
 
 #include "Kel/Allocator.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/Path.h"
 #include "Ondra/PathOrder.h"
 #include "Ondra/WalkQ.h"
+#include "Ondra/WalkReach.h"
 
 namespace Ondra {
 
@@ -33,9 +37,16 @@ public:
 
   static ParkedWalks& instance();
 
+  // Moves all that a running walker needs to go on into one that can be parked, and leaves it without an object. `key`: of the list entry
+  // that it walks, or null. What copying a key raises finds the walker as it was.
+  [[nodiscard]] static std::unique_ptr<Walker> movedOut(Walker& running, KelKey const* key);
   // Puts the walker into the stored queue of its walk, which is made when there is none. REQUIRES a walk id, and of a stored queue a
   // task (asserted).
   void park(std::unique_ptr<Walker>&& walker);
+  // Takes out the next walker whose object is still there, ready to run; null when the queue is empty.
+  [[nodiscard]] static std::unique_ptr<Walker> next(WalkQ& queue);
+  // Runs one that was taken out; what it parks is resumed before what waits already.
+  static WalkResult resume(WalkQ& queue, Walker& walker);
   // Drops what waits at or below the path, in time that grows with the logarithm of all that waits and with what is dropped.
   void dropAtOrBelow(Path const& path);
   // Drops all of one walk; says whether it had a queue.
@@ -48,6 +59,9 @@ public:
   [[nodiscard]] Walker::WalkMapType& queues() noexcept { return queues_; }
   // Which walks have something waiting at which path.
   [[nodiscard]] Walker::PathWalkIdMapType paths() const;
+  // How a place stands to what the walk has parked (WalkReach.h).
+  [[nodiscard]] std::optional<WalkReach> reach(WalkInfo const& walkInfo,
+                                               std::span<gnmi::PathElem const* const> path) const;
 
 private:
   // By path, so that all at or below one are neighbours; within one path by walk, and then as parked.
@@ -60,6 +74,12 @@ private:
   using Index = absl::btree_set<Walker*, Order, Kel::MemAllocator<Walker*, ParkedWalks>>;
 
   WalkQ& queueOf(Walker& walker);
+  [[nodiscard]] static std::vector<Walker::Link> linksFromPrefix(Walker const& running);
+  // Gives a parked walker its object: false when what was being walked has gone. What is raised on the way to it says the same.
+  [[nodiscard]] static bool isThereAgain(Walker& parked);
+  [[nodiscard]] static bool takeObject(Walker& parked, GifGnmiNotifiee const& notifiee);
+  // How a place at or below the object of this parked walker, and not of one parked below it, stands to the walk.
+  [[nodiscard]] static WalkReach reachOf(Walker const& parked, std::span<gnmi::PathElem const* const> below);
   void unlistAll(WalkQ::WalkerList const& dropped) noexcept;
   void traceUnlisted(Walker const& walker) const;
   [[nodiscard]] bool isListed(Path const& path, WalkId const* id) const;

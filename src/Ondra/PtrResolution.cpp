@@ -16,6 +16,7 @@
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/Referrers.h"
+#include "Ondra/WalkRules.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Trace.h"
 

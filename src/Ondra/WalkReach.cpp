@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Ondra/KelTypeWalker.h"
 #include "Ondra/KeyDecoder.h"
+#include "Ondra/ParkedWalks.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
@@ -38,23 +38,23 @@ bool beginsWith(Elems path, Path const& prefix) {
 
 } // namespace
 
-WalkReach FullKelTypeWalker::reach(Elems below) const {
-  if (flags_.has(flagSkipWalk)) {
+WalkReach ParkedWalks::reachOf(Walker const& parked, Elems below) {
+  if (parked.flags_.has(flagSkipWalk)) {
     return WalkReach::Passed;
   }
-  if (leafPath_->elemSize() != 0 || below.empty()) {
+  if (parked.leafPath_->elemSize() != 0 || below.empty()) {
     return WalkReach::Unknown;
   }
   gnmi::PathElem const& elem = *below.front();
-  bool const isDir = objType_.isDir();
-  Kel::KelAttr const attr = objType_.attr(isDir ? std::string_view("entityPtr") : elem.name());
+  bool const isDir = parked.objType_.isDir();
+  Kel::KelAttr const attr = parked.objType_.attr(isDir ? std::string_view("entityPtr") : elem.name());
   if (!attr) {
     return WalkReach::Unknown;
   }
-  if (attr.desc().index != attrQ_.position()) {
-    return attr.desc().index < attrQ_.position() ? WalkReach::Passed : WalkReach::Ahead;
+  if (attr.desc().index != parked.attrQ_.position()) {
+    return attr.desc().index < parked.attrQ_.position() ? WalkReach::Passed : WalkReach::Ahead;
   }
-  Kel::GenericIf const* const next = resumeKey_.get();
+  Kel::GenericIf const* const next = parked.resumeKey_.get();
   if (!attr.isKeyed() || next == nullptr) {
     return WalkReach::Ahead;
   }
@@ -69,17 +69,17 @@ WalkReach FullKelTypeWalker::reach(Elems below) const {
   return key.value()->compare(*next) < 0 ? WalkReach::Passed : WalkReach::Ahead;
 }
 
-std::optional<WalkReach> walkReach(WalkInfo const& walkInfo, Elems path) {
+std::optional<WalkReach> ParkedWalks::reach(WalkInfo const& walkInfo, Elems path) const {
   if (!beginsWith(path, *walkInfo.path)) {
     return std::nullopt;
   }
-  auto const queue = FullKelTypeWalker::walkMap().find(walkInfo.syncWalkId.second);
-  if (queue == FullKelTypeWalker::walkMap().end()) {
+  auto const queue = queues_.find(walkInfo.syncWalkId.second);
+  if (queue == queues_.end()) {
     return WalkReach::Passed;
   }
-  FullKelTypeWalker const* deepest = nullptr;
+  Walker const* deepest = nullptr;
   std::size_t depth = 0;
-  for (std::unique_ptr<FullKelTypeWalker> const& walker : queue->second.walkers) {
+  for (std::unique_ptr<Walker> const& walker : queue->second.walkers) {
     std::size_t const prefix = walker->prefixPath_->elemSize();
     std::size_t const own = prefix + walker->leafPath_->elemSize();
     if (own <= path.size() && (deepest == nullptr || own > depth) && beginsWith(path, *walker->prefixPath_) &&
@@ -88,7 +88,11 @@ std::optional<WalkReach> walkReach(WalkInfo const& walkInfo, Elems path) {
       depth = own;
     }
   }
-  return deepest == nullptr ? WalkReach::Passed : deepest->reach(path.subspan(depth));
+  return deepest == nullptr ? WalkReach::Passed : reachOf(*deepest, path.subspan(depth));
+}
+
+std::optional<WalkReach> walkReach(WalkInfo const& walkInfo, Elems path) {
+  return ParkedWalks::instance().reach(walkInfo, path);
 }
 
 } // namespace Ondra

@@ -9,10 +9,10 @@
 #include "Kel/Dir.h"
 #include "Ondra/Fault.h"
 #include "Ondra/IR.h"
-#include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/ParkedWalks.h"
-#include "Ondra/Referrers.h"
+#include "Ondra/WalkResults.h"
+#include "Ondra/WalkRules.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -71,7 +71,7 @@ WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, 
   }
   Kel::Ptr<GifGnmiNotifiee> const notifiee = setUpGifNotifiee(walkInfo);
   if (!ir && toggleOndraSyncBundlingEnabled()) {
-    ir = makeIr();
+    ir = Ir::IrIs();
   }
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "construct FullKelTypeWalker with prefixPath:{}",
               walkInfo->path);
@@ -102,29 +102,15 @@ private:
   WalkQ& queue_;
 };
 
-} // namespace
-
-// Runs one walker; what it parks is resumed before what waits already.
-WalkResult FullKelTypeWalker::runParked(WalkQ& walkQ, FullKelTypeWalker& walker) {
-  WalkQ::Turn const turn(walkQ);
-  bool const nested = !walker.links_.empty();
-  Link const attribute =
-      nested ? walker.links_.front() : Link(); // of the watched object, in which the value lies
-  Kel::Ptr<GifGnmiNotifiee> const notifiee =
-      nested ? KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_) : nullptr;
-  RenderScope const rendering(nested, notifiee.get(), nested ? attribute.attr.id() : 0, attribute.key);
-  return walker.walk(nullptr);
-}
-
 // Runs what the queue holds until a walker stops. When none is left, all has been sent, whatever the last push said.
-WalkResult FullKelTypeWalker::goThrough(WalkQ& queue) {
+WalkResult goThrough(WalkQ& queue) {
   WalkResult result = WalkResult::Success;
   Running const running(queue);
   WalkScope const scope;
-  while (std::unique_ptr<FullKelTypeWalker> const walker = popWalkQ(queue)) {
+  while (std::unique_ptr<FullKelTypeWalker> const walker = ParkedWalks::next(queue)) {
     std::string const name = walkerTrace().isOn(4) ? walker->debugString() : std::string(); // it may be moved
     TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Resume walk of {}", name);
-    result = guarded(queue.syncWalkId, [&] { return runParked(queue, *walker); });
+    result = guarded(queue.syncWalkId, [&] { return ParkedWalks::resume(queue, *walker); });
     if (queue.cancelled) {
       break;
     }
@@ -136,6 +122,8 @@ WalkResult FullKelTypeWalker::goThrough(WalkQ& queue) {
   }
   return result;
 }
+
+} // namespace
 
 WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
   TOVAK_TRACE(walkerTrace(), 1, kWalkerCategory, "walkInfo:{}", walkInfo->toString());

@@ -1,16 +1,13 @@
 // How walkers turn values into leaves and into key texts.
 
-#include <boost/algorithm/string/replace.hpp>
-#include <fmt/format.h>
-
-#include <bit>
-#include <cstdint>
 #include <string>
+#include <utility>
 
 #include "Ondra/IR.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/PtrResolution.h"
 #include "Ondra/ScalarEncode.h"
+#include "Ondra/ValueText.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -26,65 +23,11 @@ void handOut(Handle const& value, Handle* out) {
   }
 }
 
-// Base64 of the bytes of a number, most significant first.
-template <typename Float, typename Bits>
-std::string floatKeyText(Float value) {
-  Bits bits = std::bit_cast<Bits>(value);
-  char bytes[sizeof(Bits)];
-  for (std::size_t i = sizeof(Bits); i-- > 0; bits = static_cast<Bits>(bits >> 8)) {
-    bytes[i] = static_cast<char>(bits & 0xff);
-  }
-  std::string text;
-  base64Encode(bytes, sizeof bytes, text);
-  return text;
-}
-
-std::string stringKeyText(std::string_view value, bool escape) {
-  std::string text(value);
-  if (escape && text.find("__") != std::string::npos) {
-    boost::algorithm::replace_all(text, "__", "\\__");
-  }
-  return text;
-}
-
-std::string builtinKeyText(Kel::GenericIf const& value, bool escape) {
-  using enum Kel::BuiltinKind;
-  void const* const at = value.data();
-  switch (value.type().builtinKind()) {
-  case U8: return fmt::format("{}", *static_cast<std::uint8_t const*>(at));
-  case S8: return fmt::format("{}", *static_cast<std::int8_t const*>(at));
-  case U16: return fmt::format("{}", *static_cast<std::uint16_t const*>(at));
-  case S16: return fmt::format("{}", *static_cast<std::int16_t const*>(at));
-  case U32: return fmt::format("{}", *static_cast<std::uint32_t const*>(at));
-  case S32: return fmt::format("{}", *static_cast<std::int32_t const*>(at));
-  case U64: return fmt::format("{}", *static_cast<std::uint64_t const*>(at));
-  case S64: return fmt::format("{}", *static_cast<std::int64_t const*>(at));
-  case Bool: return fmt::format("{}", *static_cast<bool const*>(at));
-  case Char: return fmt::format("{}", *static_cast<char const*>(at));
-  case Float: return floatKeyText<float, std::uint32_t>(*static_cast<float const*>(at));
-  case Double: return floatKeyText<double, std::uint64_t>(*static_cast<double const*>(at));
-  case String: return stringKeyText(static_cast<Kel::String const*>(at)->view(), escape);
-  case Bytes: {
-    auto const& bytes = *static_cast<Kel::Bytes const*>(at);
-    std::string text;
-    base64Encode(bytes.bytesPtr(), bytes.length(), text);
-    return text;
-  }
-  case Seconds: return fmt::format("{}", static_cast<Kel::Seconds const*>(at)->nanoseconds());
-  case Time: return fmt::format("{}", static_cast<Kel::Time const*>(at)->nanoseconds());
-  case JsonString:
-  case None: break;
-  }
-  Tovak::fmassert(walkerTrace(), __FILE__, __func__, __LINE__, "a builtin kind that can be a key",
-                  "Unknown builtin type: {}", value.type().name().view());
+void keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text, Handle const& value) {
+  key.mapInsert(path->toKeyString(), text, value);
 }
 
 } // namespace
-
-void FullKelTypeWalker::keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text,
-                                Handle const& value) const {
-  key.mapInsert(path->toKeyString(), text, value);
-}
 
 void FullKelTypeWalker::extractScalar(Handle const& value, Kel::Ptr<Path const> const& path, KelKey& key,
                                       Handle* out) const {
@@ -101,9 +44,7 @@ void FullKelTypeWalker::extractScalar(Handle const& value, Kel::Ptr<Path const> 
       keyText(key, path, text, Kel::handleOf(Kel::String(text)));
     } else {
       std::string const bytes = value->gnmiByterep();
-      std::string text;
-      base64Encode(bytes.data(), bytes.size(), text);
-      keyText(key, path, text, Kel::handleOf(Kel::Bytes(bytes)));
+      keyText(key, path, bytesKeyText(bytes), Kel::handleOf(Kel::Bytes(bytes)));
     }
   } else if (type.isUnion()) {
     extractUnionActiveAlternative(value, path, key, out);

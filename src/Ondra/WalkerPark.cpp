@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "Ondra/Fault.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
-#include "Ondra/KelTypeWalker.h"
+#include "Ondra/ParkedWalks.h"
+#include "Ondra/Referrers.h"
 #include "Ondra/WalkerTrace.h"
 
 namespace Ondra {
@@ -17,11 +19,6 @@ struct FullKelTypeWalker::Parked {
   std::optional<KelKey> keyName;
   std::optional<KelKey> key;
 };
-
-KelKey& FullKelTypeWalker::valueModeKey() {
-  static KelKey key;
-  return key;
-}
 
 // Moves everything but the object out of the running walker.
 FullKelTypeWalker::FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running) noexcept
@@ -33,7 +30,7 @@ FullKelTypeWalker::FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running
     , walkId_(running.walkId_)
     , objType_(running.objType_)
     , flags_(running.flags_)
-    , keyName_(&valueModeKey())
+    , keyName_(&KelKey::ofLeaves())
     , rootWalker_(running.rootWalker_)
     , timestamp_(running.timestamp_)
     , attrQ_(std::move(running.attrQ_))
@@ -52,33 +49,22 @@ FullKelTypeWalker::FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running
   running.gif_.reset();
 }
 
-WalkResult FullKelTypeWalker::pause(WalkResult result, KelKey* key, std::shared_ptr<Ir>& ir) {
-  // Nothing collected stays held while the walk is parked.
-  if (toggleOndraSyncBundlingEnabled()) {
-    if (ir_ && !ir_->empty()) {
-      routerPush(true);
-    }
-  } else if (ir && !ir->empty()) {
-    routerPush(ir);
-    ir->clear();
-  }
-  // The frames that own its keys are about to go. What copying a key raises finds the walker as it was.
-  Parked copies{linksFromPrefix(), {}, {}};
-  if (keyName_->inKeyMode()) {
-    copies.keyName = *keyName_;
+std::unique_ptr<FullKelTypeWalker> ParkedWalks::movedOut(Walker& running, KelKey const* key) {
+  Walker::Parked copies{linksFromPrefix(running), {}, {}};
+  if (running.keyName_->inKeyMode()) { // the frames that own its keys are about to go
+    copies.keyName = *running.keyName_;
   }
   if (key != nullptr) {
     copies.key = *key;
   }
-  addToWalkQ(std::unique_ptr<FullKelTypeWalker>(new FullKelTypeWalker(std::move(copies), *this)));
-  return result;
+  return std::unique_ptr<Walker>(new Walker(std::move(copies), running));
 }
 
-std::vector<FullKelTypeWalker::Link> FullKelTypeWalker::linksFromPrefix() const {
-  std::vector<Link> links;
-  FullKelTypeWalker const* at = this;
+std::vector<FullKelTypeWalker::Link> ParkedWalks::linksFromPrefix(Walker const& running) {
+  std::vector<Walker::Link> links;
+  Walker const* at = &running;
   for (; at->parent_ != nullptr; at = at->parent_) {
-    Link const& step = at->parent_->step_;
+    Walker::Link const& step = at->parent_->step_;
     links.push_back({step.attr, step.key ? step.key->detachedKey() : nullptr});
   }
   // The outermost may itself have been parked before, somewhere below the prefix.
@@ -87,43 +73,67 @@ std::vector<FullKelTypeWalker::Link> FullKelTypeWalker::linksFromPrefix() const 
   return links;
 }
 
-// Whether a parked walker has its object again. What is raised on the way to it says that it has not.
-bool FullKelTypeWalker::isThereAgain() {
-  Kel::Ptr<GifGnmiNotifiee> const notifiee = KelGnmiUtils::lookupGnmiNotifieeMap(prefixPath_);
+std::unique_ptr<FullKelTypeWalker> ParkedWalks::next(WalkQ& queue) {
+  while (std::unique_ptr<Walker> walker = queue.popWalker()) {
+    TOVAK_ASSERT(!walker->gif_, walkerTrace(), "Expected walker->gif_ to be null!");
+    if (isThereAgain(*walker)) {
+      return walker;
+    }
+    // What it was walking has gone while it was parked; what others of its walk left in the bundle has not.
+    if (walker->rootWalker_ && walker->ir_ && !walker->ir_->empty()) {
+      walker->routerPush(true);
+    }
+  }
+  return nullptr;
+}
+
+bool ParkedWalks::isThereAgain(Walker& parked) {
+  Kel::Ptr<GifGnmiNotifiee> const notifiee = KelGnmiUtils::lookupGnmiNotifieeMap(parked.prefixPath_);
   if (!notifiee) {
-    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Failed to find a gNmiNotif for prefix:{}", prefixPath_);
+    TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Failed to find a gNmiNotif for prefix:{}",
+                parked.prefixPath_);
     return false;
   }
   try {
-    return takeObject(*notifiee);
+    return takeObject(parked, *notifiee);
   } catch (...) {
     std::string const text = faultText();
     TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "{} loses its object: {}",
-                debugString(), text);
+                parked.debugString(), text);
     return false;
   }
 }
 
-// Sets `gif_` from the object at the prefix; says whether what was being walked is still there.
-bool FullKelTypeWalker::takeObject(GifGnmiNotifiee const& notifiee) {
+bool ParkedWalks::takeObject(Walker& parked, GifGnmiNotifiee const& notifiee) {
   Kel::Ptr<Kel::GenericIf const> at = notifiee.object();
-  for (Link const& link : links_) {
+  for (Walker::Link const& link : parked.links_) {
     if (!at || !(at->type() == link.attr.ownerType())) {
       return false;
     }
     at = link.attr.genericIfGet(at, link.key);
   }
-  if (!at || !(at->type() == objType_)) {
+  if (!at || !(at->type() == parked.objType_)) {
     return false;
   }
-  if (!links_.empty()) {
+  if (!parked.links_.empty()) {
     // What is read from now on may have been changed, and sent with a later time, while the walk was parked.
-    AttrStateNode const* const state =
-        notifiee.attrStates().queryAttrState(links_.front().attr.id(), links_.front().key);
-    timestamp_ = state != nullptr ? state->effectiveTimestamp() : timestamp_;
+    Walker::Link const& first = parked.links_.front();
+    AttrStateNode const* const state = notifiee.attrStates().queryAttrState(first.attr.id(), first.key);
+    parked.timestamp_ = state != nullptr ? state->effectiveTimestamp() : parked.timestamp_;
   }
-  gif_ = std::move(at);
+  parked.gif_ = std::move(at);
   return true;
+}
+
+WalkResult ParkedWalks::resume(WalkQ& queue, Walker& walker) {
+  WalkQ::Turn const turn(queue);
+  bool const nested = !walker.links_.empty();
+  // Of the watched object, in which the value lies.
+  Walker::Link const attribute = nested ? walker.links_.front() : Walker::Link();
+  Kel::Ptr<GifGnmiNotifiee> const notifiee =
+      nested ? KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_) : nullptr;
+  RenderScope const rendering(nested, notifiee.get(), nested ? attribute.attr.id() : 0, attribute.key);
+  return walker.walk(nullptr);
 }
 
 } // namespace Ondra
