@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "Ondra/GnmiUtils.h"
 #include "Ondra/KeyDecoder.h"
 #include "Ondra/PathElem.h"
-#include "Ondra/WalkRules.h"
 #include "agent/model/Tree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -93,8 +93,8 @@ ObjectCursor::Result ObjectCursor::descendAttr(std::size_t depth, Handle const& 
   if (attr.isKeyed()) return descendMembers(depth, object, attr, onTheWay);
   Handle const value = attr.genericIfGet(object);
   std::size_t const position = attr.desc().index;
-  return descendInto(depth, position, nullptr, value,
-                     Ondra::WalkRules::typePlan(object->type()).attrs[position].elem, onTheWay);
+  return descendInto(depth, position, nullptr, value, Ondra::KelGnmiUtils::attrElem(object->type(), attr),
+                     onTheWay);
 }
 
 ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle const& object, Kel::KelAttr attr,

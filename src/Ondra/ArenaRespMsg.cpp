@@ -9,7 +9,7 @@
 #include "Kel/Allocator.h"
 #include "Ondra/ArenaBlocks.h"
 #include "Ondra/CompactText.h"
-#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/GnmiUtils.h"
 #include "Tovak/Trace.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 

@@ -3,7 +3,8 @@
 
 #include <absl/container/node_hash_map.h>
 
-#include <memory>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "Kel/Allocator.h"
@@ -30,38 +31,21 @@ public:
   };
 
   // Null when nothing is known of it.
-  [[nodiscard]] Record* find(Kel::AttributeId id, Key const& key) const {
-    if (!known_) {
-      return nullptr;
-    }
-    auto const found = known_->records.find(AttrStateNode(id, key));
-    return found == known_->records.end() ? nullptr : &found->second;
+  [[nodiscard]] Record* find(Kel::AttributeId id, Key const& key) {
+    auto const found = records_.find(AttrStateNode(id, key));
+    return found == records_.end() ? nullptr : &found->second;
   }
-  Record& get(Kel::AttributeId id, Key const& key) { return known().records[AttrStateNode(id, key)]; }
-  void del(Kel::AttributeId id, Key const& key) {
-    if (known_) {
-      known_->records.erase(AttrStateNode(id, key));
-    }
-  }
+  Record& get(Kel::AttributeId id, Key const& key) { return records_[AttrStateNode(id, key)]; }
+  void del(Kel::AttributeId id, Key const& key) { records_.erase(AttrStateNode(id, key)); }
   // The members with a path in common.
-  [[nodiscard]] Sharers& sharers() { return known().sharers; }
+  [[nodiscard]] Sharers& sharers() noexcept { return sharers_; }
 
 private:
   // The node serves as the pair of id and detached key.
-  using Records =
-      absl::node_hash_map<AttrStateNode, Record, absl::Hash<AttrStateNode>, std::equal_to<AttrStateNode>,
-                          Kel::MemAllocator<std::pair<AttrStateNode const, Record>, EmittedLeaves>>;
-  struct Known {
-    Records records;
-    Sharers sharers;
-  };
-  Known& known() {
-    if (!known_) {
-      known_ = std::make_unique<Known>();
-    }
-    return *known_;
-  }
-  std::unique_ptr<Known> known_;
+  absl::node_hash_map<AttrStateNode, Record, absl::Hash<AttrStateNode>, std::equal_to<AttrStateNode>,
+                      Kel::MemAllocator<std::pair<AttrStateNode const, Record>, EmittedLeaves>>
+      records_;
+  Sharers sharers_;
 };
 
 } // namespace Ondra

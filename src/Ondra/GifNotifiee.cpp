@@ -8,6 +8,7 @@
 #include "Kel/Attr.h"
 #include "Kel/Dir.h"
 #include "Kel/Entity.h"
+#include "Ondra/EmittedLeaves.h"
 #include "Ondra/Fault.h"
 #include "Ondra/KelTypeNotifWalker.h"
 #include "Ondra/KelTypeWalker.h"
@@ -131,10 +132,17 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
   });
 }
 
+EmittedLeaves& GifGnmiNotifiee::emitted() {
+  if (!emitted_) {
+    emitted_ = std::make_unique<EmittedLeaves>();
+  }
+  return *emitted_;
+}
+
 GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
                                                            Kel::Ptr<Kel::GenericIf const> const& key,
                                                            Kel::Ptr<Path const> const& path) {
-  EmittedLeaves::Record& record = emitted_.get(id, key);
+  EmittedLeaves::Record& record = emitted().get(id, key);
   MemberPlace place;
   bool const isElsewhere = record.memberPath && !record.memberPath->isEqual(path.get());
   if (isElsewhere) {
@@ -145,25 +153,28 @@ GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
   record.memberPath = path;
   if (Sharers::isShared(*path)) {
     Kel::Ptr<Kel::GenericIf const> const own = AttrStateNode(id, key).key();
-    emitted_.sharers().add(id, path, own);
-    auto const last = emitted_.sharers().last(id, path);
+    emitted_->sharers().add(id, path, own);
+    auto const last = emitted_->sharers().last(id, path);
     place.isLast = *last == own || (*last && own && (*last)->equals(*own));
   }
   return place;
 }
 
 void GifGnmiNotifiee::memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
-  EmittedLeaves::Record const* const record = emitted_.find(id, key);
+  if (!emitted_) {
+    return;
+  }
+  EmittedLeaves::Record const* const record = emitted_->find(id, key);
   if (record != nullptr && record->memberPath) {
     leavePath(id, key, Kel::Ptr<Path const>(record->memberPath));
   }
-  emitted_.del(id, key);
+  emitted_->del(id, key);
 }
 
 void GifGnmiNotifiee::leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                                 Kel::Ptr<Path const> const& path) {
   if (Sharers::isShared(*path)) {
-    emitted_.sharers().del(id, path, AttrStateNode(id, key).key());
+    emitted_->sharers().del(id, path, AttrStateNode(id, key).key());
     Pending::instance().addSharers(*this, id, path);
   }
 }

@@ -25,11 +25,12 @@
 #include "Kstd/Export.h"
 #include "Ondra/AttrStateMap.h"
 #include "Ondra/BaseRouter.h"
-#include "Ondra/EmittedLeaves.h"
 #include "Ondra/Path.h"
 #include "Ondra/WalkTask.h"
 
 namespace Ondra {
+
+class EmittedLeaves;
 
 // Watches the object at one path: turns each attribute notification into a walk of that attribute, run at once, and the object's end
 // into a delete of the path. Held by the registry; a walk that uses it holds it too. Scheduler thread only.
@@ -62,7 +63,9 @@ public:
   [[nodiscard]] Kel::KelType objectType() const noexcept { return type_; }  // also when it has gone
   [[nodiscard]] AttrStateMap& attrStates() noexcept { return attrStates_; } // when each changed
   [[nodiscard]] AttrStateMap const& attrStates() const noexcept { return attrStates_; } // likewise
-  [[nodiscard]] EmittedLeaves& emitted() noexcept { return emitted_; }                  // what was last sent
+  // What was last sent: of attributes of which that must be known. Made at the first call.
+  [[nodiscard]] EmittedLeaves& emitted();
+  [[nodiscard]] EmittedLeaves* emittedSoFar() noexcept { return emitted_.get(); } // null: nothing is known
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
@@ -135,7 +138,7 @@ private:
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
   std::uint64_t const serial_;
-  EmittedLeaves emitted_;
+  std::unique_ptr<EmittedLeaves> emitted_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   bool const first_;
   bool const second_;

@@ -4,7 +4,7 @@
 #include <variant>
 
 #include "Ondra/ArenaRespMsg.h"
-#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/GnmiUtils.h"
 #include "Ondra/ScalarEncode.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Trace.h"
@@ -55,6 +55,8 @@ bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
                       leaf.value); // throws for a leaf without a value
   });
 }
+
+static_assert(WalkRules::kMostPlain < RespEncoder::kLeavesPerResponse);
 
 } // namespace
 

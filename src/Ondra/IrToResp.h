@@ -7,7 +7,7 @@
 
 #include "Kstd/Export.h"
 #include "Ondra/IR.h"
-#include "Ondra/PlainLeaves.h"
+#include "Ondra/PlainNode.h"
 
 namespace Ondra {
 

@@ -4,7 +4,7 @@
 #include "Kstd/Export.h"
 #include "Ondra/ByteRouter.h"
 #include "Ondra/IR.h"
-#include "Ondra/PlainLeaves.h"
+#include "Ondra/PlainNode.h"
 
 namespace Ondra {
 

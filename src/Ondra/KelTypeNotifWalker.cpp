@@ -9,6 +9,7 @@
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
+#include "Ondra/EmittedLeaves.h"
 #include "Ondra/Fault.h"
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"
@@ -168,7 +169,9 @@ void KelTypeNotifWalker::wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath) {
     Kel::Ptr<Path const> const path = absolute(leafPath);
     TOVAK_TRACE(trace(), 4, kCategory, "{}", path);
     endEntityAt(path);
-    notifiee_.emitted().del(plan.attr.id(), nullptr);
+    if (EmittedLeaves* const sent = notifiee_.emittedSoFar()) {
+      sent->del(plan.attr.id(), nullptr);
+    }
     advanceClock(); // later than what the parts were stamped with
   }
   if (WalkRules::MetKeyField met = WalkRules::metKeyField(objType_, plan.attr, *prefixPath_, leafPath_)) {
@@ -329,7 +332,8 @@ void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
   Kel::Ptr<Path const> path;
   {
     RenderScope const ofNobody(true, nullptr, id, nullptr);
-    EmittedLeaves::Record const* const record = notifiee_.emitted().find(id, key);
+    EmittedLeaves* const sent = notifiee_.emittedSoFar();
+    EmittedLeaves::Record const* const record = sent == nullptr ? nullptr : sent->find(id, key);
     path = record != nullptr && record->memberPath ? record->memberPath : memberPath(plan, key);
   }
   notifiee_.memberGone(id, key);

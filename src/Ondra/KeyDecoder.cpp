@@ -5,6 +5,7 @@
 #include <boost/algorithm/string/replace.hpp>
 
 #include "Ondra/SetTrace.h"
+#include "Ondra/ValueText.h"
 
 namespace Ondra::KelGnmiSet {
 
@@ -20,17 +21,9 @@ std::string unknownAttr(std::string_view name, KelType type) {
   return fmt::format("Attribute '{}' not found on Type '{}'", name, type.name().view());
 }
 
-// A string, by itself or under a name of its own.
-bool isText(KelType type) {
-  if (KelAttr const inner = type.valAttr()) {
-    return isText(inner.type());
-  }
-  return type.isBuiltin() && type.builtinKind() == Kel::BuiltinKind::String;
-}
-
 // The value of one field of a structured key.
 AttrTree::ValueOrText createFieldKey(KelType type, std::string const& text) {
-  if (isText(type) && text.find("\\__") != std::string::npos) {
+  if (isTextType(type) && text.find("\\__") != std::string::npos) {
     return AttrTree::KeyDecoder::createScalarKey(type,
                                                  boost::algorithm::replace_all_copy(text, "\\__", "__"));
   }
@@ -71,32 +64,7 @@ std::vector<std::string_view> AttrTree::KeyDecoder::splitPath(std::string const&
 
 AttrTree::ValueOrText AttrTree::KeyDecoder::createScalarKey(KelType type, std::string const& text) {
   TOVAK_TRACE(setTrace, 7, "", "Creating scalar key of type '{}'", type.name().view());
-  if (type.isEntity() || type.isKeyPtrWrapper()) {
-    return Kstd::Err(fmt::format("key of reference type '{}' is not supported", type.name().view()));
-  }
-  if (KelAttr const inner = type.valAttr()) {
-    auto value = createScalarKey(inner.type(), text);
-    if (!value) {
-      return value;
-    }
-    return catchModelError([&] { return type.genericIf(Kel::ArgList{std::move(value).value()}); });
-  }
-  if (type.isUnion()) {
-    return Kstd::Err(fmt::format("key of union type '{}' is not supported", type.name().view()));
-  }
-  return catchModelText([&]() -> ValueOrText {
-    if (type.hasGnmiStrRep()) {
-      return type.genericIfFromGnmiString(Kel::String(text));
-    }
-    if (type.isEnum()) {
-      return enumFromStrRep(type, text);
-    }
-    if (isText(type)) {
-      return Kel::handleOf(
-          Kel::String(text)); // what stands between the quotation marks of its text form, as it is
-    }
-    return type.genericIf(Kel::String(text));
-  });
+  return keyOfText(type, text);
 }
 
 AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, KeyMap const& keys) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Ondra/PathOrder.h"
 #include "Ondra/PathTypes.h"
 #include "Ondra/Referrers.h"
 #include "Ondra/WalkRules.h"
@@ -11,6 +12,18 @@ namespace Ondra {
 
 // Never destroyed: notifiees may be dropped by whatever ends later.
 std::shared_ptr<NotifieeMaps> const notifieeMaps(new NotifieeMaps(), [](NotifieeMaps*) {});
+
+// --- PathOrder -------------------------------------------------------------------------------------------
+
+bool PathOrder::operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+  return comparePaths(*a->prefixPath(), *b->prefixPath()) < 0;
+}
+bool PathOrder::operator()(GifGnmiNotifiee const* a, Path const& b) const {
+  return comparePaths(*a->prefixPath(), b) < 0;
+}
+bool PathOrder::operator()(Path const& a, GifGnmiNotifiee const* b) const {
+  return comparePaths(a, *b->prefixPath()) < 0;
+}
 
 // --- NotifieesOfObject -----------------------------------------------------------------------------------
 

@@ -21,21 +21,15 @@
 #include "Kstd/Export.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/Path.h"
-#include "Ondra/PathOrder.h"
 
 namespace Ondra {
 
+// By path, parents before children.
 struct KTD_EXPORT PathOrder {
   using is_transparent = void;
-  bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
-    return comparePaths(*a->prefixPath(), *b->prefixPath()) < 0;
-  }
-  bool operator()(GifGnmiNotifiee const* a, Path const& b) const {
-    return comparePaths(*a->prefixPath(), b) < 0;
-  }
-  bool operator()(Path const& a, GifGnmiNotifiee const* b) const {
-    return comparePaths(a, *b->prefixPath()) < 0;
-  }
+  bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const;
+  bool operator()(GifGnmiNotifiee const* a, Path const& b) const;
+  bool operator()(Path const& a, GifGnmiNotifiee const* b) const;
 };
 
 // The notifiees of one object, one a path, the oldest first. The first takes no storage of its own, and joining and leaving the same time

@@ -10,35 +10,16 @@
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/PtrInterface.h"
-#include "Kel/String.h"
-#include "Ondra/Path.h"
+#include "Ondra/PlainNode.h"
 #include "Ondra/WalkRules.h"
 
 namespace Ondra {
 
 class GifGnmiNotifiee;
 
-struct PlainLeaf {
-  long timestamp;
-  WalkRules::AttrPlan const* plan;
-  Kel::TypeDesc const* type; // of the value
-  void const* value;         // the raw form, in the object; of one that is printed, with the collector
-};
-
-// What an `IrNode` is to an `Ir`: leaves of one time below one prefix. Valid while the object neither changes nor goes.
-struct PlainNode {
-  long timestamp;
-  Kel::Ptr<Path const> const& prefix;
-  Kel::Bytes& wirePrefix; // the elements of the prefix as bytes; empty until an encoder has made them
-  std::span<PlainLeaf const> leaves;
-};
-
-// Collects them and gives them away node by node. Its storage stays for the next object. Scheduler thread.
+// Collects plain leaves and gives them away node by node. Its storage stays for the next object. Scheduler thread.
 class PlainLeaves {
 public:
-  // So many leaves at most are one response, whoever encodes them: one less than where a response is full.
-  static constexpr std::size_t kMost = 999;
-
   // The one that all walks share: none sends while another collects.
   [[nodiscard]] static PlainLeaves& shared();
   // Has what the plan's leaves need that does not lie in the object itself on its way into the cache.

@@ -4,8 +4,9 @@
 
 #include "Kel/Scalars.h"
 #include "Ondra/AttrTree.h"
-#include "Ondra/KelGnmiUtils.h"
+#include "Ondra/GnmiUtils.h"
 #include "Ondra/SetTrace.h"
+#include "Ondra/ValueText.h"
 
 namespace Ondra::KelGnmiSet {
 
@@ -193,9 +194,7 @@ std::variant<std::vector<AttrTree::Handle>, std::string> AttrTree::gnmiToGifArra
   return members;
 }
 
-ValueOrText AttrTree::enumFromStrRep(KelType type, std::string const& text) {
-  return catchModelText([&] { return type.genericIf(Kel::String("'" + text + "'")); });
-}
+ValueOrText AttrTree::enumFromStrRep(KelType type, std::string const& text) { return enumOfName(type, text); }
 
 ValueOrText defaultKelObject(KelType type) {
   if (!type.isValueType()) {

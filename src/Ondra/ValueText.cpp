@@ -5,8 +5,11 @@
 
 #include <bit>
 #include <cstdint>
+#include <utility>
 
+#include "Kel/Attr.h"
 #include "Kel/Scalars.h"
+#include "Ondra/ModelError.h"
 #include "Ondra/ScalarEncode.h"
 #include "Ondra/WalkerTrace.h"
 #include "Tovak/Assert.h"
@@ -69,6 +72,47 @@ std::string builtinKeyText(Kel::GenericIf const& value, bool escape) {
   }
   Tovak::fmassert(walkerTrace(), __FILE__, __func__, __LINE__, "a builtin kind that can be a key",
                   "Unknown builtin type: {}", value.type().name().view());
+}
+
+Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string> enumOfName(Kel::KelType type, std::string const& name) {
+  return catchModelText([&] { return type.genericIf(Kel::String("'" + name + "'")); });
+}
+
+bool isTextType(Kel::KelType type) {
+  if (Kel::KelAttr const inner = type.valAttr()) {
+    return isTextType(inner.type());
+  }
+  return type.isBuiltin() && type.builtinKind() == Kel::BuiltinKind::String;
+}
+
+Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string> keyOfText(Kel::KelType type, std::string const& text) {
+  using Answer = Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string>;
+  if (type.isEntity() || type.isKeyPtrWrapper()) {
+    return Kstd::Err(fmt::format("key of reference type '{}' is not supported", type.name().view()));
+  }
+  if (Kel::KelAttr const inner = type.valAttr()) {
+    auto value = keyOfText(inner.type(), text);
+    if (!value) {
+      return value;
+    }
+    return catchModelError([&] { return type.genericIf(Kel::ArgList{std::move(value).value()}); });
+  }
+  if (type.isUnion()) {
+    return Kstd::Err(fmt::format("key of union type '{}' is not supported", type.name().view()));
+  }
+  return catchModelText([&]() -> Answer {
+    if (type.hasGnmiStrRep()) {
+      return type.genericIfFromGnmiString(Kel::String(text));
+    }
+    if (type.isEnum()) {
+      return enumOfName(type, text);
+    }
+    if (isTextType(type)) {
+      // what stands between the quotation marks of its text form, as it is
+      return Kel::handleOf(Kel::String(text));
+    }
+    return type.genericIf(Kel::String(text));
+  });
 }
 
 bool isEmptyText(Kel::Ptr<Kel::GenericIf const> const& value) {

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Ondra/KeyDecoder.h"
 #include "Ondra/ParkedWalks.h"
+#include "Ondra/ValueText.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {
@@ -61,8 +61,7 @@ WalkReach ParkedWalks::reachOf(Walker const& parked, Elems below) {
   if (!isDir && elem.key_size() != 1) {
     return WalkReach::Unknown;
   }
-  auto const key = KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(
-      attr.keyType(), isDir ? elem.name() : elem.key().begin()->second);
+  auto const key = keyOfText(attr.keyType(), isDir ? elem.name() : elem.key().begin()->second);
   if (!key.ok() || !(key.value()->type() == next->type())) {
     return WalkReach::Unknown;
   }

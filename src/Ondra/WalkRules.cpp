@@ -10,7 +10,6 @@
 
 #include "Kel/Allocator.h"
 #include "Kstd/Utf8.h"
-#include "Ondra/PlainLeaves.h"
 #include "Ondra/ScalarEncode.h"
 
 namespace Ondra::WalkRules {
@@ -121,7 +120,7 @@ std::size_t plainFrom(TypePlan const& plan) {
   while (from > 0 && (plan.attrs[from - 1].isPlainLeaf || plan.attrs[from - 1].road == Road::Skip)) {
     --from;
   }
-  return plan.attrs.size() - from <= PlainLeaves::kMost ? from : plan.attrs.size();
+  return plan.attrs.size() - from <= kMostPlain ? from : plan.attrs.size();
 }
 
 std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {

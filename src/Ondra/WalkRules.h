@@ -3,6 +3,7 @@
 // Invariant: whatever a full walk and a notification walk must agree on is decided here.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,10 @@ struct AttrPlan {
   Kel::Ptr<PathElem const> elem;  // named after the attribute, without keys
   Kel::Ptr<Path> leafPath;        // of that one element: the leaf path of an entity's own attribute
 };
+
+// With so many plain leaves at most does a type end (`TypePlan::plainFrom`). They are one response, whoever encodes them: it is one less
+// than where a response is full.
+inline constexpr std::size_t kMostPlain = 999;
 
 struct TypePlan {
   Kel::KelType type;
