@@ -20,7 +20,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -47,13 +46,22 @@ public:
     AttrQueue();
     ~AttrQueue();
 
-    // The child of that very element, of that singular attribute, of that member; null when there is none. An element that is not there
-    // must stay as it is until the next look-up or insertion: it is mostly the one to be inserted, and is not compared again.
+    // Says of an element that it was looked for and is not there.
+    class Gap {
+      friend class AttrQueue;
+      std::size_t hash = 0; // of the element
+    };
+
+    // The child of that very element, of that singular attribute, of that member; null when there is none.
     [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem) const;
+    // The same; null has `gap` set, for `insert`.
+    [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem, Gap& gap) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
     // Appends a child; false (and nothing happens) when one of that element is there already.
     bool insert(std::unique_ptr<AttrNode> node);
+    // Appends a child that is not there: `gap` is that of its element, since whose look-up nothing has been inserted.
+    void insert(std::unique_ptr<AttrNode> node, Gap const& gap);
     // From here on the queue is as if empty, but for `withPruned`.
     void prune();
     void dropPruned();
@@ -79,9 +87,6 @@ public:
     // Only above a few children; that of the places only once it is asked for, as it is for members of collections.
     std::unique_ptr<ByElem> byElem_;
     mutable std::unique_ptr<ByPlace> byPlace_;
-    // The element looked up last that was not there, and its hash.
-    mutable gnmi::PathElem const* missed_ = nullptr;
-    mutable std::size_t missedHash_ = 0;
   };
 
   using Elems = google::protobuf::RepeatedPtrField<gnmi::PathElem>;
@@ -153,6 +158,10 @@ private:
   [[nodiscard]] Status makePrototype(SetOp op);
   // Sets the node's own copy of a value that is about to be changed.
   [[nodiscard]] Status openValue();
+  // Makes the value anew, out of its parts and defaults.
+  [[nodiscard]] Status instantiateValue();
+  // Puts the parts into the node's own copy.
+  [[nodiscard]] Status foldParts();
   // The value that a delete leaves in a singular place.
   [[nodiscard]] Status valueAfterDelete();
   // Refuses a write, or a delete, that the model would refuse.
@@ -178,13 +187,14 @@ private:
   [[nodiscard]] Status foldInto(Handle const& parent);
   // What cannot change has been set to what it is: is it still?
   [[nodiscard]] Status checkUnchanged(ConstHandle const& parent) const;
-  [[nodiscard]] Status updateComposite(std::optional<Handle> const& parent);
-  [[nodiscard]] Status replaceComposite(std::optional<Handle> const& parent);
-  [[nodiscard]] Status deleteComposite(std::optional<Handle> const& parent);
+  // Of entities:
+  [[nodiscard]] Status updateComposite(Handle const& parent);
+  [[nodiscard]] Status replaceComposite(Handle const& parent);
+  [[nodiscard]] Status deleteComposite(Handle const& parent);
+  [[nodiscard]] Status instantiateObject(Handle const& parent);
   [[nodiscard]] Status replaceScalarArray(Handle const& parent);
   [[nodiscard]] Status deleteScalarArray(Handle const& parent);
   [[nodiscard]] Status doWildcardDelete(Handle const& parent, MultipleKeys::Filter const& filter);
-  [[nodiscard]] Status instantiateObject(std::optional<Handle> const& parent);
   [[nodiscard]] std::variant<Kel::ArgList, Error> prepareConstructorArgs(Kel::KelType type);
   [[nodiscard]] std::variant<ConstHandle, Error> constructorArg(Kel::KelAttr arg);
   // The array value that the decoded members make.

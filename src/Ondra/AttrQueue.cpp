@@ -64,6 +64,11 @@ AttrTree::AttrNode::AttrQueue::AttrQueue() = default;
 AttrTree::AttrNode::AttrQueue::~AttrQueue() = default;
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) const {
+  Gap gap;
+  return get(elem, gap);
+}
+
+AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem, Gap& gap) const {
   HashedElem const wanted{std::hash<PathElem>{}(elem), &elem};
   if (byElem_) {
     if (auto const at = byElem_->map.find(wanted); at != byElem_->map.end()) {
@@ -76,8 +81,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
       }
     }
   }
-  missed_ = &elem;
-  missedHash_ = wanted.hash;
+  gap.hash = wanted.hash;
   return nullptr;
 }
 
@@ -104,13 +108,17 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
 }
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
-  bool const isNew = missed_ == &node->elem() || get(node->elem()) == nullptr;
-  missed_ = nullptr;
-  if (!isNew) {
-    return false;
+  Gap gap;
+  bool const isNew = get(node->elem(), gap) == nullptr;
+  if (isNew) {
+    insert(std::move(node), gap);
   }
+  return isNew;
+}
+
+void AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node, Gap const& gap) {
   AttrNode& added = *node;
-  children_.push_back({std::move(node), missedHash_});
+  children_.push_back({std::move(node), gap.hash});
   if (added.object().hasFilter()) {
     wildcards_.push_back(&added);
   }
@@ -118,7 +126,7 @@ bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
     addPlace(*byPlace_, added);
   }
   if (byElem_) {
-    byElem_->map.emplace(HashedElem{missedHash_, &added.elem()}, &added);
+    byElem_->map.emplace(HashedElem{gap.hash, &added.elem()}, &added);
   } else if (size() > kUnindexed) {
     byElem_ = std::make_unique<ByElem>();
     byElem_->map.reserve(2 * size());
@@ -126,7 +134,6 @@ bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
       byElem_->map.emplace(HashedElem{child.hash, &child->elem()}, child.node.get());
     }
   }
-  return true;
 }
 
 void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
@@ -136,7 +143,6 @@ void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
 }
 
 void AttrTree::AttrNode::AttrQueue::prune() {
-  missed_ = nullptr;
   byElem_.reset();
   byPlace_.reset();
   wildcards_.clear();

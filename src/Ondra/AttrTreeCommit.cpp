@@ -219,7 +219,7 @@ AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
       newValue_ = now->clone();
     } else if (op_ == SetOp::Delete) {
       return true; // deletes within do not bring back what another, or an observer, has taken away
-    } else if (auto status = instantiateObject(std::nullopt); isError(status)) {
+    } else if (auto status = instantiateValue(); isError(status)) {
       return status;
     }
     for (auto const& child : children_.withPruned()) {
@@ -233,13 +233,11 @@ AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
   return true;
 }
 
-AttrTree::Status AttrTree::AttrNode::updateComposite(std::optional<Handle> const& parent) {
+AttrTree::Status AttrTree::AttrNode::updateComposite(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
-  if (isEntity()) {
-    newValue_ = standingIn(*parent);
-    if (!newValue_ && !made_) {
-      return error(fmt::format("Path element '{}' was removed while the request was committed", *elem_));
-    }
+  newValue_ = standingIn(parent);
+  if (!newValue_ && !made_) {
+    return error(fmt::format("Path element '{}' was removed while the request was committed", *elem_));
   }
   if (!newValue_) {
     TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
@@ -249,67 +247,47 @@ AttrTree::Status AttrTree::AttrNode::updateComposite(std::optional<Handle> const
   }
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
   TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", *elem_);
-  return isEntity() ? commitToEntity() : commitChildren(newValue_);
+  return commitToEntity();
 }
 
-AttrTree::Status AttrTree::AttrNode::replaceComposite(std::optional<Handle> const& parent) {
+AttrTree::Status AttrTree::AttrNode::replaceComposite(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
-  if (isEntity()) { // a value was made anew before its parts were prepared
-    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
-    // No handle of ours keeps the old object while its observers learn of its end.
-    newValue_.reset();
-    object_.object.reset();
-    if (auto status = instantiateObject(parent); isError(status)) {
-      return status;
-    }
+  TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+  // No handle of ours keeps the old object while its observers learn of its end.
+  newValue_.reset();
+  object_.object.reset();
+  if (auto status = instantiateObject(parent); isError(status)) {
+    return status;
   }
   TOVAK_ASSERT(newValue_, setTrace, "Expecting new object to be set");
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
-  return isEntity() ? commitToEntity() : commitChildren(newValue_);
+  return commitToEntity();
 }
 
-AttrTree::Status AttrTree::AttrNode::deleteComposite(std::optional<Handle> const& parent) {
+AttrTree::Status AttrTree::AttrNode::deleteComposite(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
   if (!deleted_) {
     TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
-    if (!isEntity()) {
-      return commitChildren(newValue_);
-    }
-    newValue_ = standingIn(*parent); // another delete of this request may have taken it away already
+    newValue_ = standingIn(parent); // another delete of this request may have taken it away already
     return newValue_ ? commitToEntity() : Status(true);
   }
   TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
-  if (!isEntity()) {
-    TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", *elem_);
-    return valueAfterDelete();
-  }
   TOVAK_TRACE(setTrace, 6, "", "Deleting Entity '{}'", *elem_);
-  TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to delete instantiating attribute");
+  TOVAK_ASSERT(parent, setTrace, "Expecting a parent object to delete instantiating attribute");
   object_.object.reset();
-  object_.attr.genericIfDel(*parent, object_.key());
+  object_.attr.genericIfDel(parent, object_.key());
   return true;
 }
 
-AttrTree::Status AttrTree::AttrNode::instantiateObject(std::optional<Handle> const& parent) {
+AttrTree::Status AttrTree::AttrNode::instantiateObject(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
+  TOVAK_ASSERT(parent, setTrace, "Expecting a parent object to instantiate a new entity");
+  TOVAK_ASSERT(made_ != nullptr, setTrace, "Expecting new object to be set");
   KelAttr const attr = object_.attr;
   hasNewValue_ = true;
-  if (isEntity()) {
-    TOVAK_ASSERT(parent && *parent, setTrace, "Expecting a parent object to instantiate a new entity");
-    TOVAK_ASSERT(made_ != nullptr, setTrace, "Expecting new object to be set");
-    bool const keyIsOutside = attr.isKeyed() && !attr.indexAttr();
-    newValue_ = keyIsOutside ? attr.genericIfSet(*parent, object_.key(), made_->args)
-                             : attr.genericIfSet(*parent, made_->args);
-    return true;
-  }
-  auto args = prepareConstructorArgs(attr.memberType());
-  if (auto* const problem = std::get_if<Error>(&args)) {
-    return std::move(*problem);
-  }
-  newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
-  if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
-    index.genericIfSet(newValue_, nullptr, object_.key());
-  }
+  bool const keyIsOutside = attr.isKeyed() && !attr.indexAttr();
+  newValue_ = keyIsOutside ? attr.genericIfSet(parent, object_.key(), made_->args)
+                           : attr.genericIfSet(parent, made_->args);
   return true;
 }
 

@@ -64,6 +64,7 @@ private:
   std::size_t followed_ = 0;        // elements
   std::unique_ptr<AttrNode> head_;  // the first new node
   AttrNode* attachTo_ = nullptr;
+  AttrQueue::Gap gap_;                                   // for it, among the children there
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
   boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
   std::optional<Error> error_;
@@ -128,7 +129,7 @@ bool AttrTree::AttrNode::Insertion::enter() {
 inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
                                                                                   bool onPrefix) {
   child_ = &elem;
-  AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem) : nullptr;
+  AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem, gap_) : nullptr;
   Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(elem, onPrefix);
   child_ = nullptr;
   return step;
@@ -306,9 +307,7 @@ void AttrTree::AttrNode::Insertion::finish() {
   if (head_) {
     TOVAK_ASSERT(attachTo_ != nullptr, setTrace, "Expecting a valid node representing sub-element '{}'",
                  head_->elem());
-    PathElem const& elem = head_->elem();
-    bool const isNew = attachTo_->children_.insert(std::move(head_));
-    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", elem);
+    attachTo_->children_.insert(std::move(head_), gap_);
   }
 }
 

@@ -192,7 +192,12 @@ AttrTree::Status AttrTree::AttrNode::prepareValue(SetOp op) {
     if (auto status = checkDelete(); isError(status)) {
       return status;
     }
-    return object_.attr.isKeyed() ? Status(true) : deleteComposite(std::nullopt);
+    if (object_.attr.isKeyed()) {
+      return true;
+    }
+    TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", *elem_);
+    return valueAfterDelete();
   }
   if (auto status = openValue(); isError(status)) {
     return status;
@@ -203,11 +208,8 @@ AttrTree::Status AttrTree::AttrNode::prepareValue(SetOp op) {
   }
   TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", *elem_);
   TOVAK_TRACE(setTrace, 5, "", "Finalize Nominal '{}' for op {} by committing its sub-attrs", *elem_, op);
-  Status folded = op == SetOp::Delete ? deleteComposite(std::nullopt)
-                  : isRemade()        ? replaceComposite(std::nullopt)
-                                      : updateComposite(std::nullopt);
-  if (isError(folded)) {
-    return folded;
+  if (auto status = foldParts(); isError(status)) {
+    return status;
   }
   object_.object = newValue_; // what the next phase finds here
   if (auto status = checkIndex(newValue_); isError(status)) {
@@ -231,12 +233,39 @@ AttrTree::Status AttrTree::AttrNode::openValue() {
   }
   if (!hasNewValue_) {
     TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
-    if (auto status = instantiateObject(std::nullopt); isError(status)) {
+    if (auto status = instantiateValue(); isError(status)) {
       return status;
     }
   }
   base_ = newValue_;
   return true;
+}
+
+AttrTree::Status AttrTree::AttrNode::instantiateValue() {
+  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
+  KelAttr const attr = object_.attr;
+  hasNewValue_ = true;
+  auto args = prepareConstructorArgs(attr.memberType());
+  if (auto* const problem = std::get_if<Error>(&args)) {
+    return std::move(*problem);
+  }
+  newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
+  if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
+    index.genericIfSet(newValue_, nullptr, object_.key());
+  }
+  return true;
+}
+
+AttrTree::Status AttrTree::AttrNode::foldParts() {
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  if (!newValue_) { // an earlier phase has left it without value
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    if (auto status = instantiateValue(); isError(status)) {
+      return status;
+    }
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+  return commitChildren(newValue_);
 }
 
 AttrTree::Status AttrTree::AttrNode::checkWrite() {
