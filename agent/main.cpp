@@ -13,7 +13,7 @@
 #include "Tovak/DebugHandler.h"
 #include "agent/client/Commands.h"
 #include "agent/collect/Collectors.h"
-#include "agent/data/ConfigCarrier.h"
+#include "agent/collect/ConfigCarrier.h"
 #include "agent/options/Console.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
@@ -35,25 +35,34 @@ int cannotStart(std::string const& why) {
 
 // What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
 struct Sources {
-  Sources(Agent::Runtime& runtime, Agent::ServeOptions const& options) {
+  Sources(Agent::Runtime& theRuntime, Agent::ServeOptions const& options) : runtime(theRuntime) {
+    Agent::Context& context = runtime.context();
     if (options.syntheticLeaves > 0) {
       auto const ports = Agent::syntheticIn(*Kel::globalDir(), options.syntheticLeaves);
       if (options.syntheticRate > 0)
         changes =
-            std::make_unique<Agent::SyntheticChanges>(runtime.scheduler(), *ports, options.syntheticRate);
+            std::make_unique<Agent::SyntheticChanges>(context.scheduler(), *ports, options.syntheticRate);
     }
-    if (options.appliesConfig) carrier = std::make_unique<Agent::ConfigCarrier>(runtime);
+    if (options.appliesConfig) {
+      carrier = std::make_unique<Agent::ConfigCarrier>(context.scheduler(), context.tree());
+      runtime.sets().configChangedIs([this](auto const& interfaces) { carrier->carry(interfaces); });
+    }
     if (!options.servesMachine) return;
     Agent::Collectors::Options collecting;
     collecting.periodNs = options.samplePeriodNs;
-    collectors = std::make_unique<Agent::Collectors>(runtime.scheduler(), runtime.tree(), collecting);
+    collectors = std::make_unique<Agent::Collectors>(context.scheduler(), context.tree(), collecting);
     collectors->start();
     // Who asks first is not to find the machine half there. The scheduler is driven from here, as its thread does not run yet.
-    Tovak::Clock const& clock = runtime.clock();
+    Tovak::Clock const& clock = context.clock();
     std::int64_t const deadline = clock.monotonicNs() + kFillNs;
     while (!collectors->isFilled() && clock.monotonicNs() < deadline)
-      runtime.scheduler()->runUntil(clock.monotonicNs() + kFillStepNs);
+      context.scheduler()->runUntil(clock.monotonicNs() + kFillStepNs);
   }
+  ~Sources() { runtime.sets().configChangedIs(nullptr); }
+  Sources(Sources const&) = delete;
+  Sources& operator=(Sources const&) = delete;
+
+  Agent::Runtime& runtime;
   std::unique_ptr<Agent::SyntheticChanges> changes;
   std::unique_ptr<Agent::ConfigCarrier> carrier;
   std::unique_ptr<Agent::Collectors> collectors;
@@ -104,20 +113,21 @@ int serve(std::vector<std::string> const& arguments) {
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
   Sources sources(runtime, *options);
-  runtime.start();
+  runtime.context().start();
   auto server =
       Agent::Server::start({options->listen, *security, authenticator, options->connections}, runtime);
   if (!server) {
-    runtime.stop();
+    runtime.context().stop();
     return cannotStart(server.error());
   }
   announce(**server, *security);
-  runtime.scheduler()->post([&runtime, addresses = (*server)->addresses(), isSecure = security->isSecure] {
-    Agent::serverFactsIs(runtime, "ondra-agent", addresses, isSecure);
-  });
+  runtime.context().scheduler()->post(
+      [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security->isSecure] {
+        Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
+      });
   signals.await();
   (*server)->drain(kPatienceNs);
-  runtime.stop();
+  runtime.context().stop();
   return Agent::ExitCode::ok;
 }
 

@@ -98,12 +98,12 @@ int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
   if (syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime;
   if (syntheticLeaves > 0) static_cast<void>(Agent::syntheticIn(*Kel::globalDir(), syntheticLeaves));
-  Agent::Collectors collectors(runtime.scheduler(), runtime.tree(), {});
+  Agent::Collectors collectors(runtime.context().scheduler(), runtime.context().tree(), {});
   if (syntheticLeaves == 0) collectors.start();
-  HoldMeter hold(*runtime.scheduler());
+  HoldMeter hold(*runtime.context().scheduler());
   Kel::Ptr<Agent::Interface> const marked =
-      runtime.tree().interfaces->entryIs(&Agent::Interfaces::interface, "load0");
-  runtime.start();
+      runtime.context().tree().interfaces->entryIs(&Agent::Interfaces::interface, "load0");
+  runtime.context().start();
   Agent::ServerSecurity security;
   security.credentials = grpc::InsecureServerCredentials();
   auto server = Agent::Server::start(
@@ -125,8 +125,8 @@ int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
       writeLine(pipes.toParent[1], std::to_string(clockNs(CLOCK_PROCESS_CPUTIME_ID)));
     } else if (command.starts_with("changes ")) {
       std::int64_t const period = 1'000'000'000 / std::stol(command.substr(8));
-      runtime.scheduler()->post([&runtime, marked, period] {
-        runtime.scheduler()->timerEvery(period, [marked] {
+      runtime.context().scheduler()->post([&runtime, marked, period] {
+        runtime.context().scheduler()->timerEvery(period, [marked] {
           marked->state->leafIs(&Agent::InterfaceState::lastChange, static_cast<std::uint64_t>(nowNs()));
         });
       });
@@ -136,7 +136,7 @@ int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
   }
   (*server)->drain(1'000'000'000);
   server = std::string("gone");
-  runtime.stop();
+  runtime.context().stop();
   return 0;
 }
 

@@ -22,7 +22,7 @@ class IdleAgent {
 public:
   IdleAgent() {
     Kel::globalDir()->entityDel(Agent::kOrigin);
-    Agent::Runtime::Options options;
+    Agent::Context::Options options;
     options.limits.getBytes = std::size_t{1} << 32;
     runtime_ = std::make_unique<Agent::Runtime>(options);
     Agent::declareSynthetic();
@@ -34,10 +34,10 @@ public:
 
   [[nodiscard]] grpc::ByteBuffer get(gnmi::GetRequest const& request) {
     auto order = Agent::GetOrder::of(request);
-    auto const run = std::make_shared<Agent::GetRun>(*runtime_, std::move(order).value(), "");
+    auto const run = std::make_shared<Agent::GetRun>(runtime_->router(), std::move(order).value(), "");
     grpc::Status status(grpc::StatusCode::UNKNOWN, "not done");
     run->start([&status](grpc::Status const& told) { status = told; });
-    runtime_->scheduler()->runUntilIdle();
+    runtime_->context().scheduler()->runUntilIdle();
     if (!status.ok()) return {};
     return run->takeResponse();
   }

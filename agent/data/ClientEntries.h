@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
 
 namespace Agent {
 

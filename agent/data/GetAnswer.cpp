@@ -9,7 +9,7 @@
 #include <google/protobuf/io/coded_stream.h>
 
 #include "Ondra/GnmiPath.h"
-#include "agent/data/LeafEncoding.h"
+#include "agent/encoding/LeafEncoding.h"
 #include "agent/model/Tree.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"

@@ -5,26 +5,26 @@
 #include <fmt/format.h>
 
 #include "Kel/ActivityClock.h"
+#include "agent/context/Context.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/paths/Pattern.h"
-#include "agent/service/Memory.h"
-#include "agent/service/Runtime.h"
-#include "agent/subscribe/Engine.h"
+#include "agent/router/Router.h"
 
 namespace Agent {
 
 using grpc::StatusCode;
 
-GetRun::GetRun(Runtime& runtime, GetOrder order, std::string address)
-    : runtime_(runtime)
+GetRun::GetRun(Router& router, GetOrder order, std::string address)
+    : router_(router)
+    , context_(router.context())
     , order_(std::move(order))
     , address_(std::move(address))
-    , shares_(std::make_shared<Shares>(runtime)) {}
+    , shares_(std::make_shared<Shares>(context_)) {}
 GetRun::~GetRun() = default;
 
-GetRun::Shares::Shares(Runtime const& runtime)
-    : bytes(runtime.getBudget())
-    , memory(runtime.memory().answers) {}
+GetRun::Shares::Shares(Context const& context)
+    : bytes(context.getBudget())
+    , memory(context.memory().answers) {}
 
 void GetRun::start(Done done) {
   done_ = std::move(done);
@@ -38,16 +38,16 @@ void GetRun::next() {
   auto pattern = Pattern::of(order_.paths[index]);
   if (!pattern) return end(pattern.error());
   answers_.push_back(std::make_unique<GetAnswer>(order_, index));
-  snapshot_ = runtime_.engine().snapshotIs(std::move(*pattern), shared_from_this(), address_);
+  snapshot_ = std::make_shared<Snapshot>(router_, std::move(*pattern), shared_from_this(), address_);
 }
 
 void GetRun::notification(gnmi::Notification const& notification) {
   if (isTooLarge_ || !done_) return;
   answers_.back()->add(notification);
   std::size_t const bytes = bytes_ + answers_.back()->bytes();
-  if (bytes > runtime_.limits().getBytes) {
+  if (bytes > context_.limits().getBytes) {
     tooLargeIs(fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
-                           runtime_.limits().getBytes));
+                           context_.limits().getBytes));
   } else if (!shares_->bytes.growTo(bytes) ||
              !shares_->memory.growTo(memoryBytes_ + answers_.back()->memoryBytes())) {
     tooLargeIs("too many answers wait for their clients: try again later");
@@ -56,7 +56,7 @@ void GetRun::notification(gnmi::Notification const& notification) {
 
 void GetRun::tooLargeIs(std::string text) {
   isTooLarge_ = true;
-  runtime_.scheduler()->post([self = shared_from_this(), text = std::move(text)] {
+  context_.scheduler()->post([self = shared_from_this(), text = std::move(text)] {
     self->end({StatusCode::RESOURCE_EXHAUSTED, text});
   });
 }
@@ -75,7 +75,7 @@ void GetRun::done(grpc::Status const& status) {
   }
   bytes_ += answer.bytes();
   memoryBytes_ += answer.memoryBytes();
-  runtime_.scheduler()->post([self] { self->next(); });
+  context_.scheduler()->post([self] { self->next(); });
 }
 
 grpc::ByteBuffer GetRun::takeResponse() {

@@ -11,22 +11,23 @@
 #include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/status.h>
 
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
 #include "agent/data/GetAnswer.h"
-#include "agent/subscribe/Snapshot.h"
+#include "agent/router/Snapshot.h"
 
 namespace Agent {
 
-class Runtime;
+class Context;
+class Router;
 
-// Keeps itself alive while it reads. `done` is called once, with as many answers as paths when the status is OK.
+// Keeps itself alive while it reads; the router outlives it. `done` is called once, with as many answers as paths when the status is OK.
 class GetRun final : public SnapshotSink, public std::enable_shared_from_this<GetRun> {
 public:
   using Answers = std::vector<std::unique_ptr<GetAnswer>>;
   using Done = std::function<void(grpc::Status const&)>;
 
   // `address`: of the peer that asks.
-  GetRun(Runtime& runtime, GetOrder order, std::string address);
+  GetRun(Router& router, GetOrder order, std::string address);
   ~GetRun() override;
 
   void start(Done done);
@@ -34,7 +35,7 @@ public:
   void cancel();
   // What the answers take of the budgets of all Gets; kept by whoever keeps an answer.
   struct Shares {
-    explicit Shares(Runtime const& runtime);
+    explicit Shares(Context const& context);
     ByteBudget::Share bytes;
     ByteBudget::Share memory;
   };
@@ -49,7 +50,8 @@ private:
   void tooLargeIs(std::string text);
   void end(grpc::Status const& status);
 
-  Runtime& runtime_;
+  Router& router_;
+  Context& context_;
   GetOrder const order_;
   std::string const address_;
   Done done_; // null before the start and once told

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/data/LeafEncoding.h"
+#include "agent/encoding/LeafEncoding.h"
 
 namespace Agent {
 

@@ -10,8 +10,8 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include "agent/encoding/SliceWriter.h"
 #include "agent/paths/TypeTree.h"
-#include "agent/subscribe/SliceWriter.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {

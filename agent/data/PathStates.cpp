@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "agent/data/LeafValue.h"
+#include "agent/encoding/LeafValue.h"
 
 namespace Agent {
 namespace {

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "Tovak/Task.h"
-#include "agent/data/LeafValue.h"
 #include "agent/data/ModelPlace.h"
+#include "agent/encoding/LeafValue.h"
 #include "agent/model/Tree.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"

@@ -66,7 +66,7 @@ public:
   SetParts writes;   // updates of leaves; makes entries
   SetParts removals; // deletes of entries
   std::vector<Undo> undo;
-  std::set<std::string> interfaces; // see SetOutcome
+  std::set<std::string> interfaces; // whose configuration it writes
   std::vector<MadeEntry> made;
   std::vector<std::string> gone; // entries, by the canonical bytes of their paths
 

@@ -5,9 +5,9 @@
 #include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 
-#include "agent/data/JsonText.h"
-#include "agent/data/LeafValue.h"
 #include "agent/data/PathStates.h"
+#include "agent/encoding/JsonText.h"
+#include "agent/encoding/LeafValue.h"
 #include "agent/paths/Pattern.h"
 #include "agent/paths/RequestParts.h"
 

@@ -1,19 +1,22 @@
 #include "agent/data/SetRun.h"
 
-#include <set>
+#include <deque>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Error.h"
 #include "Ondra/KelGnmiSetter.h"
+#include "Tovak/Task.h"
+#include "agent/context/Context.h"
 #include "agent/data/ClientEntries.h"
 #include "agent/data/SetDiff.h"
-#include "agent/service/Runtime.h"
-#include "agent/service/Worker.h"
-#include "agent/subscribe/Engine.h"
+#include "agent/router/Router.h"
+#include "agent/router/StagedSet.h"
 
 namespace Agent {
 namespace {
@@ -66,24 +69,21 @@ void putBack(Undo const& undo) {
 
 class SetRuns::Run {
 public:
-  Run(Runtime& runtime, SetOrder order, Tovak::Task const& task)
-      : runtime_(runtime)
-      , engine_(runtime.engine())
+  Run(SetRuns& runs, SetOrder order, Tovak::Task const& task)
+      : runs_(runs)
+      , context_(runs.context())
       , order_(std::move(order))
       , task_(task)
       , diff_(*order_.plan, task)
       , steps_(run()) {}
-  ~Run() {
-    if (isStaging_) engine_.stagingEnds();
-  }
   Run(Run const&) = delete;
   Run& operator=(Run const&) = delete;
 
   // False once nothing of it is left.
   [[nodiscard]] bool resume() {
-    if (isStaging_) engine_.stagedIs(whose_);
+    if (staged_) staged_->whoseIs(whose_);
     bool const goesOn = steps_.resume();
-    if (isStaging_) engine_.stagedIs(Staging::Whose::Other);
+    if (staged_) staged_->whoseIs(Staging::Whose::Other);
     return goesOn;
   }
 
@@ -99,8 +99,7 @@ private:
   }
 
   Steps check() {
-    ClientEntries& entries = runtime_.clientEntries();
-    if (!diff_.made.empty() && !entries.mayMake(diff_.made)) {
+    if (!diff_.made.empty() && !runs_.entries_.mayMake(diff_.made)) {
       status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for more entries"};
       co_return;
     }
@@ -119,25 +118,23 @@ private:
 
   // The model changes from here on.
   Steps carryOut() {
-    isStaging_ = true;
-    engine_.stagingBegins();
+    staged_.emplace(runs_.router_);
     co_await write(diff_.resets);
     co_await write(diff_.writes);
-    engine_.stagedIs(whose_ = Staging::Whose::OwnRemoval);
+    staged_->whoseIs(whose_ = Staging::Whose::OwnRemoval);
     co_await write(diff_.removals);
-    engine_.stagedIs(whose_ = Staging::Whose::Own);
+    staged_->whoseIs(whose_ = Staging::Whose::Own);
     timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
     if (status_.ok()) {
       co_await note();
     } else {
       co_await takeBack();
     }
-    while (!engine_.stagedTold(task_))
+    while (!staged_->tellSome(task_))
       co_await Steps::pauseIf(true);
-    engine_.stagingEnds();
-    isStaging_ = false;
-    if (status_.ok() && !diff_.interfaces.empty() && runtime_.configChanged())
-      runtime_.configChanged()(diff_.interfaces);
+    staged_.reset();
+    if (status_.ok() && !diff_.interfaces.empty() && runs_.configChanged_)
+      runs_.configChanged_(diff_.interfaces);
   }
 
   Steps takeBack() {
@@ -150,14 +147,14 @@ private:
       }
       co_await pause();
     }
-    engine_.stagedDel(kept);
+    staged_->forget(kept);
   }
 
   Steps write(SetParts& parts) {
     for (Part& part : parts.parts) {
       if (!status_.ok()) co_return;
       status_ = librarySet(std::move(part)).execute().second;
-      if (status_.ok() && !engine_.hasRoomForStaged())
+      if (status_.ok() && !staged_->hasRoom())
         status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for what it would tell"};
       co_await pause();
     }
@@ -170,23 +167,22 @@ private:
       hasChanged = !isAsBefore(*undo);
       co_await pause();
     }
-    ClientEntries& entries = runtime_.clientEntries();
     for (std::string const& path : diff_.gone) {
-      entries.gone(path);
+      runs_.entries_.gone(path);
       co_await pause();
     }
     for (auto& made : diff_.made) {
-      entries.made(std::move(made));
+      runs_.entries_.made(std::move(made));
       co_await pause();
     }
     if (hasChanged)
-      runtime_.tree().system->state->leafIs(&SystemState::lastConfigurationTimestamp,
+      context_.tree().system->state->leafIs(&SystemState::lastConfigurationTimestamp,
                                             static_cast<std::uint64_t>(timestamp_));
   }
 
   // To let go of much takes its time, too.
   Steps tidy() {
-    runtime_.worker().post([plan = std::move(order_.plan), resets = std::move(diff_.resets),
+    context_.worker().post([plan = std::move(order_.plan), resets = std::move(diff_.resets),
                             writes = std::move(diff_.writes), removals = std::move(diff_.removals),
                             made = std::move(diff_.made), gone = std::move(diff_.gone)] {});
     while (!diff_.undo.empty()) {
@@ -195,23 +191,24 @@ private:
     }
   }
 
-  Runtime& runtime_;
-  Engine& engine_;
+  SetRuns& runs_;
+  Context& context_;
   SetOrder order_;
   Tovak::Task const& task_;
   SetDiff diff_;
   grpc::Status status_;
   std::int64_t timestamp_ = 0;
-  bool isStaging_ = false;
+  std::optional<StagedSet> staged_;            // from the first write on
   Staging::Whose whose_ = Staging::Whose::Own; // then: whose the changes of our slices are
   Steps steps_;                                // goes first
 };
 
-class SetRuns::Turns final : public Tovak::Task {
+// One after the other, in slices.
+class SetRuns::Queue final : public Tovak::Task {
 public:
-  explicit Turns(Runtime& runtime)
-      : Tovak::Task(runtime.scheduler(), "Sets", Tovak::TaskPriority::normal)
-      , runtime_(runtime) {}
+  explicit Queue(SetRuns& runs)
+      : Tovak::Task(runs.context().scheduler(), "Sets", Tovak::TaskPriority::normal)
+      , runs_(runs) {}
 
   void setIs(SetOrder order) {
     waiting_.push_back(std::move(order));
@@ -220,7 +217,7 @@ public:
   void taskExecute() override {
     while (run_ || !waiting_.empty()) {
       if (!run_) {
-        run_.emplace(runtime_, std::move(waiting_.front()), *this);
+        run_.emplace(runs_, std::move(waiting_.front()), *this);
         waiting_.pop_front();
       }
       if (!run_->resume()) run_.reset();
@@ -235,14 +232,19 @@ public:
   }
 
 private:
-  Runtime& runtime_;
+  SetRuns& runs_;
   std::deque<SetOrder> waiting_;
   std::optional<Run> run_;
 };
 
-SetRuns::SetRuns(Runtime& runtime) : runtime_(runtime), turns_(std::make_shared<Turns>(runtime)) {}
-SetRuns::~SetRuns() { turns_->allDel(); }
+SetRuns::SetRuns(Router& router)
+    : router_(router)
+    , entries_(router.context().memory().entries)
+    , queue_(std::make_shared<Queue>(*this)) {}
+SetRuns::~SetRuns() { queue_->allDel(); }
 
-void SetRuns::setIs(SetOrder order) { turns_->setIs(std::move(order)); }
+Context& SetRuns::context() const noexcept { return router_.context(); }
+
+void SetRuns::setIs(SetOrder order) { queue_->setIs(std::move(order)); }
 
 } // namespace Agent

@@ -5,26 +5,29 @@
 // 2. A Set is compared with the model, and what it comes to is checked by the library, in slices, while everybody reads. What is refused by
 //    then has written nothing.
 // 3. From its first write until all of it has been told, or taken back, walks wait and changes of its own wait aside
-//    (`Engine::stagingIs`): whoever reads finds none of it or all. The machine's own work goes on meanwhile.
+//    (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on meanwhile.
 // 4. When the model refuses a write half-way, which it does only where the machine has taken something away meanwhile, everything written
 //    before is put back.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <memory>
-#include <optional>
+#include <set>
+#include <string>
+#include <utility>
 
 #include <absl/functional/any_invocable.h>
 #include <grpcpp/support/status.h>
 
-#include "Tovak/Task.h"
+#include "agent/data/ClientEntries.h"
 #include "agent/data/SetPlan.h"
 
 namespace Agent {
 
-class Runtime;
+class Context;
+class Router;
 
 struct SetOrder {
   // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it would make or tell,
@@ -39,21 +42,31 @@ struct SetOrder {
 // All Sets of the agent; those that still wait when it goes are dropped.
 //
 // Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state. Entries are removed
-// last. Subscribers are told in the published order, deletes first. After a success whoever applies configuration learns of it.
+// last. Subscribers are told in the published order, deletes first. After a success whoever applies configuration learns of it. The router
+// outlives them.
 class SetRuns final {
 public:
-  explicit SetRuns(Runtime& runtime);
+  explicit SetRuns(Router& router);
   ~SetRuns();
   SetRuns(SetRuns const&) = delete;
   SetRuns& operator=(SetRuns const&) = delete;
 
+  // Any thread.
+  [[nodiscard]] Context& context() const noexcept;
+
   void setIs(SetOrder order);
+
+  // Called after a Set that wrote the configuration of interfaces, with their names. May be null.
+  using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
+  void configChangedIs(ConfigChanged changed) { configChanged_ = std::move(changed); }
 
 private:
   class Run;
-  class Turns;
-  Runtime& runtime_;
-  std::shared_ptr<Turns> const turns_;
+  class Queue;
+  Router& router_;
+  ClientEntries entries_;
+  ConfigChanged configChanged_;
+  std::shared_ptr<Queue> const queue_;
 };
 
 } // namespace Agent

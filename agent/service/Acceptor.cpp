@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "Tovak/Clock.h"
-#include "agent/service/Memory.h"
+#include "agent/context/Memory.h"
 #include "agent/service/Opening.h"
 #include "agent/service/Place.h"
 

@@ -2,9 +2,10 @@
 
 #include <utility>
 
-#include "agent/data/UnaryCalls.h"
+#include "agent/service/Runtime.h"
+#include "agent/service/SubscribeStream.h"
+#include "agent/service/UnaryCalls.h"
 #include "agent/service/Users.h"
-#include "agent/subscribe/SubscribeStream.h"
 
 namespace Agent {
 namespace {
@@ -82,10 +83,10 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
     return capabilitiesCall(context, request, response);
   });
   unaryIs(kGet, *gets_, [this](auto& context, auto& request, auto& response) {
-    return getCall(context, request, response, runtime_);
+    return getCall(context, request, response, runtime_.router());
   });
   unaryIs(kSet, *sets_, [this](auto& context, auto& request, auto& response) {
-    return setCall(context, request, response, runtime_);
+    return setCall(context, request, response, runtime_.sets());
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(
@@ -103,7 +104,7 @@ grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context) 
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
 GnmiService::subscribe(grpc::CallbackServerContext& context) {
   if (grpc::Status const status = admission(context); !status.ok()) return new RefusedStream(status);
-  return subscribeCall(context, runtime_);
+  return subscribeCall(context, runtime_.calls());
 }
 
 } // namespace Agent

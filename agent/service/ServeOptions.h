@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "Kstd/Result.h"
+#include "agent/context/Limits.h"
 #include "agent/options/CommandLine.h"
 #include "agent/service/Acceptor.h"
 #include "agent/service/ListenAddress.h"
-#include "agent/service/Runtime.h"
 #include "agent/service/Tls.h"
 
 namespace Agent {

@@ -12,11 +12,10 @@
 
 #include "agent/model/System.h"
 #include "agent/model/TextRules.h"
+#include "agent/model/Tree.h"
 #include "agent/service/GnmiService.h"
 #include "agent/service/LibraryLogs.h"
-#include "agent/service/Memory.h"
 #include "agent/service/Runtime.h"
-#include "agent/subscribe/Engine.h"
 
 namespace Agent {
 namespace {
@@ -76,7 +75,7 @@ Kstd::Result<void, std::string> Server::listen(Options const& options) {
     std::ranges::move(*made, std::back_inserter(listeners));
   }
   grpc::ServerBuilder builder;
-  limitsIs(builder, runtime_.limits(), options.connections);
+  limitsIs(builder, runtime_.context().limits(), options.connections);
   builder.RegisterService(service_.get());
   auto grpcs = builder.experimental().AddExternalConnectionAcceptor(
       grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, options.security.credentials);
@@ -84,9 +83,9 @@ Kstd::Result<void, std::string> Server::listen(Options const& options) {
   if (!server_) return Kstd::Err(std::string("gRPC does not start"));
   server_->GetHealthCheckService()->SetServingStatus(gnmi::gNMI::service_full_name(), true);
   ConnectionLimits connections = options.connections;
-  connections.memoryRoom = runtime_.memory().whole->limit() + kGrpcBytes;
+  connections.memoryRoom = runtime_.context().memory().whole->limit() + kGrpcBytes;
   acceptor_ = std::make_unique<Acceptor>(std::move(listeners), connections, options.security.isSecure,
-                                         runtime_.clock());
+                                         runtime_.context().clock());
   acceptor_->start(std::move(grpcs));
   return {};
 }
@@ -100,18 +99,18 @@ void Server::drain(std::int64_t patienceNs) {
   server_->GetHealthCheckService()->SetServingStatus(false);
   service_->closedIs();
   acceptor_->stop();
-  runtime_.scheduler()->post([&runtime = runtime_] {
-    runtime.engine().callsEnd({grpc::StatusCode::UNAVAILABLE, "the agent is going down"});
+  runtime_.context().scheduler()->post([&calls = runtime_.calls()] {
+    calls.end({grpc::StatusCode::UNAVAILABLE, "the agent is going down"});
   });
   server_->Shutdown(fromNow(patienceNs));
   server_->Wait();
   server_.reset();
 }
 
-void serverFactsIs(Runtime& runtime, std::string const& name, std::vector<ListenAddress> const& addresses,
+void serverFactsIs(Tree const& tree, std::string const& name, std::vector<ListenAddress> const& addresses,
                    bool isSecure) {
   GrpcServerState& state =
-      *runtime.tree().system->grpcServers->entryIs(&GrpcServers::grpcServer, Kel::String(name))->state;
+      *tree.system->grpcServers->entryIs(&GrpcServers::grpcServer, Kel::String(name))->state;
   state.leafIs(&GrpcServerState::services, {GrpcService::Gnmi});
   state.leafIs(&GrpcServerState::enable, true);
   state.leafIs(&GrpcServerState::transportSecurity, isSecure);

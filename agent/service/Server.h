@@ -20,6 +20,7 @@ namespace Agent {
 class Authenticator;
 class GnmiService;
 class Runtime;
+struct Tree;
 
 // Serves from being made to `drain` or destruction. Made and drained by one thread; the runtime's loop must be running when calls
 // come in, and outlives it.
@@ -58,7 +59,7 @@ private:
 };
 
 // Enters the server in the model: /system/grpc-servers/grpc-server[name]. Scheduler thread.
-void serverFactsIs(Runtime& runtime, std::string const& name, std::vector<ListenAddress> const& addresses,
+void serverFactsIs(Tree const& tree, std::string const& name, std::vector<ListenAddress> const& addresses,
                    bool isSecure);
 
 } // namespace Agent

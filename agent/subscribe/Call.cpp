@@ -6,11 +6,11 @@
 #include "Kel/ActivityClock.h"
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/ByteRouter.h"
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
+#include "agent/context/Context.h"
 #include "agent/paths/OutPath.h"
-#include "agent/service/Memory.h"
-#include "agent/service/Runtime.h"
-#include "agent/subscribe/Engine.h"
-#include "agent/subscribe/SubscribeStream.h"
+#include "agent/router/Router.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -90,22 +90,25 @@ std::shared_ptr<Pattern const> narrowed(std::shared_ptr<Pattern const> const& pa
 
 } // namespace
 
-Call::Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan plan)
-    : engine_(engine)
-    , stream_(std::move(stream))
+Call::Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscriber, CallPlan plan)
+    : router_(router)
+    , context_(router.context())
+    , feeds_(feeds)
+    , subscriber_(std::move(subscriber))
     , mode_(plan.mode)
     , updatesOnly_(plan.updatesOnly)
     , plan_(std::move(plan))
     , modules_(plan_.modules.empty() ? nullptr
                                      : std::make_shared<std::vector<std::string> const>(plan_.modules))
-    , deliveryTurn_(engine.turns().turnIs(stream_->address(), Turns::Kind::Delivery))
-    , delivery_(engine.feeds().deliveryIs(deliveryTurn_))
-    , backlogShare_(engine.runtime().memory().queues) {}
+    , deliveryTurn_(router.turns().turnIs(subscriber_->address(), Turns::Kind::Delivery))
+    , delivery_(feeds.deliveryIs(deliveryTurn_))
+    , backlogShare_(context_.memory().queues) {}
 
 Call::~Call() {
-  engine_.runtime().scheduler()->timerDel(jobTimer_);
+  router_.waitDel(this);
+  context_.scheduler()->timerDel(jobTimer_);
   deliveryTurn_->cancel();
-  if (walk_) engine_.walkDel(*walk_);
+  if (walk_) router_.walkDel(*walk_);
   walk_.reset();
   subscriptions_.clear(); // they refer to this
 }
@@ -132,8 +135,18 @@ grpc::Status Call::prepareSome() {
 
 // --- what runs --------------------------------------------------------------------------------------------
 
-void Call::start() {
+void Call::begin() {
+  TOVAK_ASSERT(isPrepared(), Tovak::Platform::getDebugHandler("AgentCall", false),
+               "a call begins before all its paths are compiled");
   patterns_.clear();
+  if (mode_ == CallMode::Stream) {
+    router_.whenWatched(this, [this] { start(); });
+  } else {
+    start();
+  }
+}
+
+void Call::start() {
   if (mode_ == CallMode::Stream) {
     timersOwed_ = true;
     for (auto const& subscription : subscriptions_)
@@ -146,7 +159,7 @@ void Call::poll() { snapshot(Purpose::Initial); }
 
 void Call::halfClosed() {
   halfClosed_ = true;
-  if (mode_ == CallMode::Poll && !syncOwed_) stream_->end(grpc::Status::OK);
+  if (mode_ == CallMode::Poll && !syncOwed_) subscriber_->end(grpc::Status::OK);
 }
 
 void Call::snapshot(Purpose purpose) {
@@ -178,15 +191,15 @@ void Call::nextJob() {
   std::shared_ptr<Pattern const> const& pattern = job.subscription->selector().pattern();
   Ondra::WalkerFlags flags = Ondra::flagSnapshot;
   if (mode_ != CallMode::Once) flags |= Ondra::flagStream;
-  walk_ = engine_.walkIs(job.region.empty() ? pattern : narrowed(pattern, job.region), flags, *this,
-                         stream_->address());
+  walk_ = router_.walkIs(job.region.empty() ? pattern : narrowed(pattern, job.region), flags, *this,
+                         subscriber_->address());
 }
 
 // Puts the first one that may begin in front.
 bool Call::takeDueJob() {
   if (jobs_.empty()) return false;
-  Tovak::TaskScheduler& scheduler = *engine_.runtime().scheduler();
-  std::int64_t const now = engine_.runtime().clock().monotonicNs();
+  Tovak::TaskScheduler& scheduler = *context_.scheduler();
+  std::int64_t const now = context_.clock().monotonicNs();
   auto const due = std::ranges::find_if(jobs_, [now](Job const& job) { return job.notBeforeNs <= now; });
   scheduler.timerDel(jobTimer_);
   if (due != jobs_.end()) {
@@ -200,7 +213,7 @@ bool Call::takeDueJob() {
 
 void Call::walkEnded() {
   pushBundles();
-  engine_.walkDel(*walk_);
+  router_.walkDel(*walk_);
   walk_.reset();
   jobs_.pop_front();
   nextJob();
@@ -213,9 +226,9 @@ void Call::sync() {
   pushEnds();
   syncOwed_ = false;
   Message::Ptr const mark = Message::sync();
-  stream_->push({&mark, 1});
+  subscriber_->push({&mark, 1});
   if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {
-    stream_->end(grpc::Status::OK);
+    subscriber_->end(grpc::Status::OK);
   } else if (std::exchange(timersOwed_, false)) { // the first of a STREAM
     for (auto const& subscription : subscriptions_)
       subscription->timersStart();
@@ -250,10 +263,10 @@ bool Call::wantsBytes() const {
 bool Call::takeBytes(Ondra::WireResponse const& response) {
   if (response.updates == 0) return true;
   std::int64_t const time = stampOf(response.timestamp);
-  auto const bundle = byteBundles_
-                          .try_emplace(time, jobs_.front().subscription->frame(), time,
-                                       engine_.runtime().limits().responseBytes)
-                          .first;
+  auto const bundle =
+      byteBundles_
+          .try_emplace(time, jobs_.front().subscription->frame(), time, context_.limits().responseBytes)
+          .first;
   bundle->second.add(response);
   bundledLeaves_ += response.updates;
   if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
@@ -273,9 +286,9 @@ void Call::pushBundles() {
     subscription->catchUp();
   pushEnds();
   if (std::exchange(isUrgent_, false))
-    stream_->push(backlog_.takeLeaves(backlog_.leafCount(), engine_.runtime().limits().responseBytes));
+    subscriber_->push(backlog_.takeLeaves(backlog_.leafCount(), context_.limits().responseBytes));
   std::shared_ptr<Frame const> const& frame = jobs_.front().subscription->frame();
-  std::size_t const limit = engine_.runtime().limits().responseBytes;
+  std::size_t const limit = context_.limits().responseBytes;
   std::vector<Message::Ptr> messages;
   messages.reserve(bundles_.size() + byteBundles_.size());
   for (auto& [time, parts] : bundles_) {
@@ -290,7 +303,7 @@ void Call::pushBundles() {
   byteBundles_.clear();
   bundledLeaves_ = 0;
   std::erase_if(messages, [](Message::Ptr const& message) { return message->isEmpty(); });
-  stream_->push(messages);
+  subscriber_->push(messages);
 }
 
 // What has been told of changes goes first, and in slices: nothing changes during one.
@@ -301,7 +314,7 @@ bool Call::sliceBegins(Tovak::Task const& task) {
 
 void Call::sliceEnded() { pushBundles(); }
 
-bool Call::isFull() const { return stream_->isFull(); }
+bool Call::isFull() const { return subscriber_->isFull(); }
 
 void Call::drained() {
   refills_ = false;
@@ -317,13 +330,13 @@ void Call::drained() {
 
 void Call::changed(Subscription const& subscription, std::span<Message::Ptr const> messages) {
   bool const isAhead = std::ranges::any_of(jobs_, &Job::hasEnded); // perhaps, and then not told twice
-  if (backlog_.empty() && !isAhead) messages = messages.subspan(stream_->pushSome(messages));
+  if (backlog_.empty() && !isAhead) messages = messages.subspan(subscriber_->pushSome(messages));
   if (messages.empty()) return;
   bool const isAllAhead = isAllToBeTold(subscription);
   for (Message::Ptr const& message : messages) {
     if (!isAllAhead || message->own() != nullptr) putAside(subscription, *message);
   }
-  if (backlog_.bytes() > engine_.runtime().limits().queueBytes) giveUp();
+  if (backlog_.bytes() > context_.limits().queueBytes) giveUp();
   if (backlog_.leafCount() > kLeavesOfStalled && isStalled()) giveUpAll();
   backlogShare_.bytesAre(backlog_.bytes());
   if (!walk_ && !isFull()) refillSoon();
@@ -374,7 +387,7 @@ bool Call::isAllToBeTold(Subscription const& subscription) const {
   return std::any_of(jobs_.begin() + (walk_ ? 1 : 0), jobs_.end(), tellsAll);
 }
 
-bool Call::isStalled() const { return stream_->isStuck(engine_.runtime().clock().monotonicNs(), kStalledNs); }
+bool Call::isStalled() const { return subscriber_->isStuck(context_.clock().monotonicNs(), kStalledNs); }
 
 // To keep changes for one who takes none of them costs time at each change: he is told all of it anew once he reads on.
 void Call::giveUpAll() {
@@ -394,10 +407,10 @@ void Call::giveUp() {
     return anchorOf(**owner);
   };
   std::vector<Backlog::Lost> const all =
-      backlog_.cut(engine_.runtime().limits().queueBytes / 2, clock.activityLoopExecNsTime(), anchorOfFrame);
+      backlog_.cut(context_.limits().queueBytes / 2, clock.activityLoopExecNsTime(), anchorOfFrame);
   clock.activityLoopExecNsTimeInc(1);
   if (std::ranges::any_of(all, &Backlog::Lost::hasEnded)) {
-    std::int64_t const now = engine_.runtime().clock().monotonicNs();
+    std::int64_t const now = context_.clock().monotonicNs();
     bool const isRare = now - lastEndedNs_ > kPatienceMaxNs + patienceNs_;
     patienceNs_ = isRare ? 0 : std::clamp(2 * patienceNs_, kPatienceMinNs, kPatienceMaxNs);
     lastEndedNs_ = now;
@@ -436,33 +449,33 @@ void Call::refreshIs(Subscription& subscription, std::string_view region, bool h
 }
 
 void Call::pushEnds() {
-  if (backlog_.hasEnds()) stream_->push(backlog_.takeEnds());
+  if (backlog_.hasEnds()) subscriber_->push(backlog_.takeEnds());
 }
 
 // Gives the subscriber what waits: ends, then leaves; a walk that runs is left its half.
 void Call::refill() {
   if (backlog_.empty()) return;
   pushEnds();
-  Limits const& limits = engine_.runtime().limits();
+  Limits const& limits = context_.limits();
   std::size_t const bound = walk_ ? limits.queueBytes / 4 * 3 : limits.queueBytes;
   for (std::size_t left = kLeavesAtATime; left > 0 && backlog_.leafCount() > 0; left -= kLeavesPerRefill) {
-    if (isFull() || stream_->held().bytes >= bound) break;
-    stream_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
+    if (isFull() || subscriber_->held().bytes >= bound) break;
+    subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
   }
   backlogShare_.bytesAre(backlog_.bytes());
   if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refillSoon();
 }
 
 void Call::exhausted() {
-  engine_.runtime().scheduler()->post([stream = stream_] {
-    stream->end(
+  context_.scheduler()->post([subscriber = subscriber_] {
+    subscriber->end(
         {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory left for what suppress_redundant keeps"});
   });
 }
 
 void Call::refillSoon() {
   if (std::exchange(refills_, true)) return;
-  engine_.runtime().scheduler()->post([&engine = engine_, stream = stream_] { engine.callDrained(*stream); });
+  subscriber_->drainedSoon();
 }
 
 } // namespace Agent

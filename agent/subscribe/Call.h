@@ -26,22 +26,23 @@
 
 #include <grpcpp/support/status.h>
 
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
+#include "agent/router/PatternWalk.h"
 #include "agent/subscribe/Backlog.h"
 #include "agent/subscribe/ByteBundle.h"
-#include "agent/subscribe/PatternWalk.h"
+#include "agent/subscribe/Subscriber.h"
 #include "agent/subscribe/Subscription.h"
 
 namespace Agent {
 
-class Engine;
-class SubscribeStream;
+class Context;
+class Router;
 
-// Made for a valid plan, owned by the engine until either side ends the call. Never dropped by what it is called from itself: it asks
-// the engine to.
+// Made for a valid plan, owned by the registry of calls until either side ends the call. Never dropped by what it is called from itself.
+// Router, feeds and subscriber outlive it. Scheduler thread.
 class Call final : private PatternWalk::Receiver {
 public:
-  Call(Engine& engine, std::shared_ptr<SubscribeStream> stream, CallPlan plan);
+  Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscriber, CallPlan plan);
   ~Call() override;
   Call(Call const&) = delete;
   Call& operator=(Call const&) = delete;
@@ -51,10 +52,9 @@ public:
   [[nodiscard]] bool isPrepared() const noexcept {
     return subscriptions_.size() == plan_.subscriptions.size();
   }
-  [[nodiscard]] CallMode mode() const noexcept { return mode_; }
 
-  // Begins; a STREAM when the model is watched. A POLL with a first answer, before anything is asked of it.
-  void start();
+  // Begins; a STREAM once the model is watched. A POLL with a first answer, before anything is asked of it. REQUIRES that it is prepared.
+  void begin();
   void poll();
   // The client sends no more.
   void halfClosed();
@@ -74,8 +74,9 @@ public:
   };
   void walkIs(Subscription& subscription, Purpose purpose);
   void changed(Subscription const& subscription, std::span<Message::Ptr const> messages);
-  [[nodiscard]] Engine& engine() noexcept { return engine_; }
-  [[nodiscard]] FeedIndex::Delivery& delivery() noexcept { return *delivery_; }
+  [[nodiscard]] Context& context() const noexcept { return context_; }
+  [[nodiscard]] FeedIndex& feeds() const noexcept { return feeds_; }
+  [[nodiscard]] Feed::Delivery& delivery() noexcept { return *delivery_; }
 
 private:
   struct Job {
@@ -94,6 +95,7 @@ private:
   void sliceEnded() override;
   void walkEnded() override;
 
+  void start();
   void snapshot(Purpose purpose);
   void nextJob();
   [[nodiscard]] bool takeDueJob();
@@ -117,14 +119,16 @@ private:
   void refill();
   void refillSoon();
 
-  Engine& engine_;
-  std::shared_ptr<SubscribeStream> const stream_;
+  Router& router_;
+  Context& context_;
+  FeedIndex& feeds_;
+  std::shared_ptr<Subscriber> const subscriber_;
   CallMode const mode_;
   bool const updatesOnly_;
   CallPlan const plan_;
   std::shared_ptr<std::vector<std::string> const> const modules_; // null: all
   std::shared_ptr<Turns::Turn> const deliveryTurn_;
-  std::shared_ptr<FeedIndex::Delivery> const delivery_;  // of subscriptions that overlap
+  std::shared_ptr<Feed::Delivery> const delivery_;       // of subscriptions that overlap
   std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
   std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;

@@ -21,9 +21,11 @@
 #include <string>
 #include <vector>
 
-#include "agent/subscribe/Selector.h"
+#include "agent/router/ChangeListener.h"
+#include "agent/router/Selector.h"
+#include "agent/router/Turns.h"
+#include "agent/subscribe/Message.h"
 #include "agent/subscribe/SubscribePlan.h"
-#include "agent/subscribe/Turns.h"
 
 namespace Ondra {
 class ArenaRespMsg;
@@ -107,12 +109,12 @@ private:
 };
 
 // Scheduler thread.
-class FeedIndex {
+class FeedIndex final : public ChangeListener {
 public:
   using Delivery = Feed::Delivery;
 
   explicit FeedIndex(std::shared_ptr<Tovak::TaskScheduler> scheduler);
-  ~FeedIndex();
+  ~FeedIndex() override;
 
   // For the feeds of one call's own, which are delivered when it is its turn.
   [[nodiscard]] std::shared_ptr<Delivery> deliveryIs(std::shared_ptr<Turns::Turn> turn) const;
@@ -124,9 +126,9 @@ public:
   void memberDel(std::shared_ptr<Feed> const& feed, FeedMember& member);
 
   // Whether some feed may be concerned by a change.
-  [[nodiscard]] bool concerns(Ondra::ArenaRespMsg const& response);
+  [[nodiscard]] bool concerns(Ondra::ArenaRespMsg const& response) override;
   // Takes a change into every feed that it concerns, to be delivered in the turns that follow.
-  void changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
+  void changed(std::shared_ptr<Ondra::ArenaRespMsg> const& response) override;
 
 private:
   struct Node;

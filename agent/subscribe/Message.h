@@ -14,12 +14,12 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 #include <grpcpp/support/slice.h>
 
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
+#include "agent/router/Selector.h"
 #include "agent/subscribe/SubscribePlan.h"
 
 namespace gnmi {
@@ -32,9 +32,6 @@ class ArenaRespMsg;
 } // namespace Ondra
 
 namespace Agent {
-
-// Which updates of a notification are meant: all, or those of these positions.
-using Selection = std::optional<std::vector<std::uint32_t>>;
 
 // Updates of responses of the library as they are to be told to some subscribers; or a notification of the agent's own; or the sync.
 // Shared; dropped on any thread.

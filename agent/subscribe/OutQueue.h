@@ -9,7 +9,7 @@
 #include <memory>
 #include <utility>
 
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
 #include "agent/subscribe/Message.h"
 
 namespace Agent {

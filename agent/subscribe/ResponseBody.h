@@ -9,7 +9,7 @@
 
 #include <grpcpp/support/slice.h>
 
-#include "agent/subscribe/ResponseBlock.h"
+#include "agent/encoding/ResponseBlock.h"
 
 namespace gnmi {
 class Path;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "Ondra/GnmiPath.h"
-#include "agent/data/LeafEncoding.h"
+#include "agent/encoding/LeafEncoding.h"
 #include "agent/paths/TypeTree.h"
 #include "agent/subscribe/Message.h"
 #include "agent/subscribe/ResponseBody.h"

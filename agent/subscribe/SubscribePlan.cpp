@@ -6,9 +6,9 @@
 #include <limits>
 #include <utility>
 
-#include "agent/data/LeafEncoding.h"
+#include "agent/context/Limits.h"
+#include "agent/encoding/LeafEncoding.h"
 #include "agent/paths/RequestParts.h"
-#include "agent/service/Runtime.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {

@@ -5,11 +5,9 @@
 #include <utility>
 
 #include "Tovak/Clock.h"
+#include "agent/context/Context.h"
 #include "agent/paths/OutPath.h"
-#include "agent/service/Memory.h"
-#include "agent/service/Runtime.h"
 #include "agent/subscribe/Call.h"
-#include "agent/subscribe/Engine.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -31,17 +29,17 @@ Subscription::Subscription(Call& call, SubscriptionPlan const& plan, int encodin
                                            .target = plan.path.target,
                                            .encoding = encoding,
                                            .prefixDepth = selector_->pattern()->objectDepth()}))
-    , sentShare_(call.engine().runtime().memory().sent) {}
+    , sentShare_(call.context().memory().sent) {}
 
 Subscription::~Subscription() {
-  if (feed_) call_.engine().feeds().memberDel(feed_, *this);
-  Tovak::TaskScheduler& scheduler = *call_.engine().runtime().scheduler();
+  if (feed_) call_.feeds().memberDel(feed_, *this);
+  Tovak::TaskScheduler& scheduler = *call_.context().scheduler();
   scheduler.timerDel(sampleTimer_);
   scheduler.timerDel(heartbeatTimer_);
 }
 
 void Subscription::goLive() {
-  FeedIndex& feeds = call_.engine().feeds();
+  FeedIndex& feeds = call_.feeds();
   feed_ = feeds.feedIs(*selector_, *frame_, mode_, call_.delivery());
   feeds.memberIs(feed_, *this);
   frame_ = feed_->frame;
@@ -49,7 +47,7 @@ void Subscription::goLive() {
 }
 
 void Subscription::timersStart() {
-  Tovak::TaskScheduler& scheduler = *call_.engine().runtime().scheduler();
+  Tovak::TaskScheduler& scheduler = *call_.context().scheduler();
   if (mode_ != LeafMode::OnChange) {
     sampleTimer_ = scheduler.timerEvery(sampleNs_, [this] { call_.walkIs(*this, Call::Purpose::Sample); });
   }
@@ -89,7 +87,7 @@ Selector::Selected Subscription::sampled(gnmi::Notification const& notification)
 }
 
 bool Subscription::remember(gnmi::Notification const& notification, gnmi::Update const& update, bool orNot) {
-  std::int64_t const now = call_.engine().runtime().clock().monotonicNs();
+  std::int64_t const now = call_.context().clock().monotonicNs();
   std::uint64_t const hash = std::hash<std::string>()(update.val().SerializeAsString());
   auto const [at, isNew] =
       sent_.try_emplace(pathBytes(PathView(notification.prefix(), update.path(), 0)), Sent{hash, now});

@@ -8,9 +8,9 @@
 #include <string>
 
 #include "Tovak/TaskScheduler.h"
-#include "agent/data/ByteBudget.h"
+#include "agent/context/ByteBudget.h"
+#include "agent/router/Selector.h"
 #include "agent/subscribe/Feed.h"
-#include "agent/subscribe/Selector.h"
 #include "agent/subscribe/SubscribePlan.h"
 
 namespace Agent {

@@ -4,7 +4,6 @@
 #include "Kel/Dir.h"
 #include "Ondra/GnmiPath.h"
 #include "Ondra/Path.h"
-#include "agent/subscribe/Engine.h"
 
 namespace ServiceTesting {
 
@@ -13,15 +12,15 @@ void clearModel() { Kel::globalDir()->entityDel(Agent::kOrigin); }
 Bench::Bench(Agent::Limits const& limits)
     : clock_(1'000'000'000, Kel::activityManagerStatus()->activityLoopExecNsTime() + 1'000'000'000) {
   clearModel();
-  runtime_ = std::make_unique<Agent::Runtime>(Agent::Runtime::Options{.limits = limits, .clock = &clock_});
+  runtime_ = std::make_unique<Agent::Runtime>(Agent::Context::Options{.limits = limits, .clock = &clock_});
 }
 
 Bench::~Bench() = default;
 
-void Bench::settle() { runtime_->scheduler()->runUntilIdle(); }
+void Bench::settle() { runtime_->context().scheduler()->runUntilIdle(); }
 
 void Bench::advance(std::int64_t ns) {
-  runtime_->scheduler()->runUntil(clock_.monotonicNs() + ns);
+  runtime_->context().scheduler()->runUntil(clock_.monotonicNs() + ns);
   settle();
 }
 

@@ -36,7 +36,7 @@ public:
   Bench& operator=(Bench const&) = delete;
 
   [[nodiscard]] Agent::Runtime& runtime() { return *runtime_; }
-  [[nodiscard]] Agent::Tree const& tree() { return runtime_->tree(); }
+  [[nodiscard]] Agent::Tree const& tree() { return runtime_->context().tree(); }
   [[nodiscard]] Tovak::SimulatedClock& clock() { return clock_; }
 
   // Runs what is scheduled and posted until nothing is.

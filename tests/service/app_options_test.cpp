@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/client/Requests.h"
-#include "agent/service/Memory.h"
+#include "agent/context/Memory.h"
 #include "agent/service/ServeOptions.h"
 
 namespace Agent {

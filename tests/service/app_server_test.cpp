@@ -29,8 +29,8 @@ class Serving {
 public:
   explicit Serving(bool hasUsers = false, Limits const& limits = {}) {
     ServiceTesting::clearModel();
-    runtime = std::make_unique<Runtime>(Runtime::Options{.limits = limits});
-    runtime->start();
+    runtime = std::make_unique<Runtime>(Context::Options{.limits = limits});
+    runtime->context().start();
     Server::Options options{
         .listen = {ListenAddress{.host = "127.0.0.1"}}, .security = plaintext(), .authenticator = {}};
     if (hasUsers) {
@@ -44,7 +44,7 @@ public:
   }
   ~Serving() {
     server.reset();
-    runtime->stop();
+    runtime->context().stop();
   }
 
   std::unique_ptr<Runtime> runtime;
@@ -208,7 +208,7 @@ struct UnreadGet {
 TEST(Server, AnswersThatNobodyTakesAreBoundedAndTakenBack) {
   Serving serving(false, {.getBytes = 1'000'000, .stuckNs = 3'000'000'000});
   Kel::Ptr<SyntheticPorts> ports;
-  serving.runtime->scheduler()->post([&ports] {
+  serving.runtime->context().scheduler()->post([&ports] {
     declareSynthetic();
     ports = syntheticIn(*Kel::globalDir(), 40'000); // some 800 KB
   });
@@ -230,7 +230,7 @@ TEST(Server, AnswersThatNobodyTakesAreBoundedAndTakenBack) {
     EXPECT_TRUE(wasRefused && status.ok());
     EXPECT_FALSE(unread.front()->end().ok());
   }
-  serving.runtime->stop();
+  serving.runtime->context().stop();
   ports.reset();
 }
 

@@ -3,9 +3,9 @@
 
 #include "Ondra/GnmiPath.h"
 #include "agent/data/GetRun.h"
-#include "agent/data/JsonText.h"
-#include "agent/data/LeafEncoding.h"
-#include "agent/data/LeafValue.h"
+#include "agent/encoding/JsonText.h"
+#include "agent/encoding/LeafEncoding.h"
+#include "agent/encoding/LeafValue.h"
 #include "service/data_testing.h"
 
 namespace {
@@ -210,7 +210,7 @@ TEST_F(DataGet, aClientThatLeavesIsNotServedOn) {
     std::atomic<bool> ended = false;
     bench.stub().async()->Get(&context, &request, &response, [&](grpc::Status const&) { ended = true; });
     for (int i = 0; i < turns; ++i)
-      bench.runtime().scheduler()->runOnce();
+      bench.runtime().context().scheduler()->runOnce();
     context.TryCancel();
     EXPECT_TRUE(bench.settleUntil([&] { return ended.load(); }));
   }
@@ -302,13 +302,13 @@ TEST(DataJson, leafValues) {
 
 // However many one peer reads, another one has as many turns as all of these together.
 TEST_F(DataGet, turnsGoRoundThePeers) {
-  bench.runtime().scheduler()->sliceNsIs(0); // every turn is short
+  bench.runtime().context().scheduler()->sliceNsIs(0); // every turn is short
   std::vector<std::shared_ptr<Agent::GetRun>> runs;
   int ended = 0;
   int endedBefore = -1;
   auto const start = [&](char const* address, auto const& done) {
-    runs.push_back(
-        std::make_shared<Agent::GetRun>(bench.runtime(), *Agent::GetOrder::of(getRequest({"/"})), address));
+    runs.push_back(std::make_shared<Agent::GetRun>(bench.runtime().router(),
+                                                   *Agent::GetOrder::of(getRequest({"/"})), address));
     runs.back()->start(done);
   };
   for (int i = 0; i < 20; ++i)

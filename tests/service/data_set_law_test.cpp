@@ -5,10 +5,10 @@
 
 #include <fmt/format.h>
 
+#include "agent/context/Memory.h"
 #include "agent/data/GetRun.h"
 #include "agent/data/SetRun.h"
 #include "agent/paths/TypeTree.h"
-#include "agent/service/Memory.h"
 #include "service/data_testing.h"
 #include "service/subscribe_testing.h"
 
@@ -261,7 +261,7 @@ TEST_F(DataSetLaws, whatIsReadCanBeSetAgain) {
 // A Set that takes many turns, while the machine and other clients have theirs: who reads finds all of it, what is told of other places
 // passes by, and what the machine does to the same places comes in the right order.
 TEST_F(DataSetLaws, aSetInSlicesIsSeenWholeOrNotAtAll) {
-  bench.runtime().scheduler()->sliceNsIs(0); // a pause wherever there may be one
+  bench.runtime().context().scheduler()->sliceNsIs(0); // a pause wherever there may be one
   auto const& servers = bench.tree().system->dns->servers->server;
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(fmt::format("seed {}", seed));
@@ -286,11 +286,11 @@ TEST_F(DataSetLaws, aSetInSlicesIsSeenWholeOrNotAtAll) {
     int turns = 0;
     auto const mtu = static_cast<std::uint16_t>(2000 + seed);
     for (; !isDone; ++turns) {
-      ASSERT_TRUE(bench.runtime().scheduler()->runOnce());
+      ASSERT_TRUE(bench.runtime().context().scheduler()->runOnce());
       if (servers.size() == before || isDone) continue;
       if (!read) { // half of it is there
         auto order = Agent::GetOrder::of(getRequest({"/system/dns/servers"}));
-        read = std::make_shared<Agent::GetRun>(bench.runtime(), std::move(*order), "");
+        read = std::make_shared<Agent::GetRun>(bench.runtime().router(), std::move(*order), "");
         read->start([&](grpc::Status const&) { isRead = true; });
         bench.tree().interfaces->interface.find("eth0")->state->leafIs(&Agent::InterfaceState::mtu, mtu);
       } else if (random() % 40 == 0) {
@@ -322,7 +322,7 @@ TEST(DataSetMemory, aSetThatHasNoRoomIsTakenBack) {
   limits.memoryBytes = 4U << 20;
   DataBench bench(limits);
   bench.fill();
-  bench.runtime().scheduler()->sliceNsIs(0);
+  bench.runtime().context().scheduler()->sliceNsIs(0);
   Subscriber subscriber(bench, bench.channel());
   subscriber.send(stream().add("/").done());
   subscriber.untilSync();
@@ -334,7 +334,7 @@ TEST(DataSetMemory, aSetThatHasNoRoomIsTakenBack) {
   EXPECT_EQ(difference(before, bench.leaves()), "");
   EXPECT_TRUE(bench.setHere(setRequest("update /system/config/hostname \"after\"")).ok());
   EXPECT_EQ(subscriber.next().update().update(0).val().string_val(), "after");
-  EXPECT_EQ(bench.runtime().memory().plans->used(), 0U);
+  EXPECT_EQ(bench.runtime().context().memory().plans->used(), 0U);
 }
 
 } // namespace

@@ -312,7 +312,7 @@ TEST_F(DataSet, aNewEntryIsToldWithWhatItEndsAs) {
 
 TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
   std::string told;
-  bench.runtime().configChangedIs([&told](std::set<std::string> const& names) {
+  bench.runtime().sets().configChangedIs([&told](std::set<std::string> const& names) {
     for (std::string const& name : names)
       told += name + " ";
   });

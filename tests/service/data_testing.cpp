@@ -52,7 +52,7 @@ std::string DataBench::value(std::string_view path, gnmi::Encoding encoding, Get
 
 DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
   auto order = Agent::GetOrder::of(getRequest({"/"}, gnmi::PROTO, type));
-  auto const run = std::make_shared<Agent::GetRun>(runtime(), std::move(*order), "");
+  auto const run = std::make_shared<Agent::GetRun>(runtime().router(), std::move(*order), "");
   bool ended = false;
   run->start([&ended](grpc::Status const& status) {
     EXPECT_TRUE(status.ok()) << status.error_message();

@@ -5,8 +5,7 @@
 
 #include <random>
 
-#include "agent/service/Memory.h"
-#include "agent/subscribe/Engine.h"
+#include "agent/context/Memory.h"
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
@@ -100,7 +99,7 @@ TEST_F(SubscribeLaw, holdsForReadersOfAllPatterns) {
     for (int quiet = 0; quiet < 3; ++quiet) {
       for (int i = 0; i < 60; ++i) { // the walks of the beginning run meanwhile
         edits.one();
-        if (edits.upTo(3) == 0) bench.runtime().scheduler()->runOnce();
+        if (edits.upTo(3) == 0) bench.runtime().context().scheduler()->runOnce();
         if (edits.upTo(8) == 0) bench.clock().advance(kSecond / 10);
       }
       bench.advance(kSecond);
@@ -126,7 +125,7 @@ protected:
     EXPECT_TRUE(bench.settleUntil([&] {
       change(++number);
       if (number % 100 == 0) bench.advance(kSecond);
-      return bench.runtime().engine().callCount() == 0;
+      return bench.runtime().calls().count() == 0;
     }));
   }
   // Many changes, of a long text among others: the connection's own buffers fill, then the queue.
@@ -146,13 +145,13 @@ TEST_F(SmallQueues, holdForOneThatDoesNotReadForALongTime) {
     Edits edits(bench, seed);
     Subscriber slow(bench, server.channel(), true);
     slow.send(stream().add("/interfaces").done());
-    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 1; }));
     flood(edits);
     slow.readOn();
     expectTruth(slow, "/interfaces");
     EXPECT_TRUE(slow.applyUntil([&slow] { return slow.syncs == 1; }));
     slow.cancel();
-    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 0; }));
+    EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 0; }));
   }
 }
 
@@ -173,7 +172,7 @@ TEST_F(SmallQueues, aSnapshotThatFillsThemAgainAndAgainIsWhole) {
 TEST_F(SmallQueues, oneThatNeverReadsIsEndedAndLearnsWhy) {
   Subscriber slow(bench, server.channel(), true);
   slow.send(stream().add("/interfaces").done());
-  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 1; }));
   floodUntilItIsEnded();
   slow.readOn();
   EXPECT_EQ(slow.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
@@ -197,11 +196,11 @@ TEST_F(LittleMemory, isNotUsedUpByThoseWhoDoNotRead) {
   EXPECT_EQ(last.status().error_code(), grpc::StatusCode::INVALID_ARGUMENT); // the others have come before
   EXPECT_TRUE(bench.settleUntil([&] {
     bench.settle();
-    std::size_t const calls = bench.runtime().engine().callCount();
-    return calls > 0 && calls < unread.size() / 2 && !bench.runtime().memory().queues->isOver();
+    std::size_t const calls = bench.runtime().calls().count();
+    return calls > 0 && calls < unread.size() / 2 && !bench.runtime().context().memory().queues->isOver();
   })) << "some of them are ended, and then there is room";
   unread.clear();
-  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().memory().whole->used() == 0; }));
+  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().context().memory().whole->used() == 0; }));
 }
 
 class OneCallAtATime : public SmallQueues {
@@ -212,7 +211,7 @@ protected:
 TEST_F(OneCallAtATime, theCallOfOneThatDoesNotEvenTakeItsEndIsFreed) {
   Subscriber slow(bench, server.channel(), true);
   slow.send(stream().add("/interfaces").done());
-  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 1; }));
   floodUntilItIsEnded();
   Subscriber early(bench, server.channel());
   EXPECT_EQ(early.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);

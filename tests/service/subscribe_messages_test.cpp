@@ -4,8 +4,8 @@
 
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/Path.h"
+#include "agent/router/Selector.h"
 #include "agent/subscribe/Message.h"
-#include "agent/subscribe/Selector.h"
 #include "service/ServiceTesting.h"
 
 using namespace ServiceTesting;

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include "agent/paths/Pattern.h"
-#include "agent/subscribe/Engine.h"
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
@@ -179,10 +178,10 @@ TEST_F(SubscribeModes, aHalfClosedStreamGoesOnAndACancelledOneIsForgotten) {
   eth0->state->leafIs(&Agent::InterfaceState::mtu, 77);
   EXPECT_TRUE(client->applyUntil(
       [&] { return client->tree["/interfaces/interface[name=eth0]/state/mtu"] == "uint_val:77"; }));
-  EXPECT_EQ(bench.runtime().engine().callCount(), 1U);
+  EXPECT_EQ(bench.runtime().calls().count(), 1U);
   client->cancel();
   EXPECT_EQ(client->status().error_code(), grpc::StatusCode::CANCELLED);
-  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().engine().callCount() == 0; }));
+  EXPECT_TRUE(bench.settleUntil([&] { return bench.runtime().calls().count() == 0; }));
 }
 
 TEST_F(SubscribeModes, originAndTargetComeBackAsAsked) {

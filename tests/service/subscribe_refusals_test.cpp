@@ -4,7 +4,6 @@
 
 #include <grpcpp/generic/generic_stub.h>
 
-#include "agent/subscribe/Engine.h"
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
@@ -131,7 +130,7 @@ TEST_F(SubscribeRefusals, theTable) {
     eth0->state->leafIs(&Agent::InterfaceState::mtu, ++mtu); // the other call goes on
     EXPECT_EQ(other.next().update().update(0).val().uint_val(), mtu);
   }
-  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 1; }));
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 1; }));
 }
 
 TEST_F(SubscribeRefusals, whatMayBeAskedThoughItDoesNothing) {
@@ -168,7 +167,7 @@ TEST_F(FewSubscribers, noMoreCallsThanAllowed) {
   Subscriber late(bench, server.channel());
   EXPECT_EQ(late.status().error_code(), Code::RESOURCE_EXHAUSTED);
   clients.pop_back();
-  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().engine().callCount() == 2; }));
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 2; }));
   for (int i = 0; i < 20; ++i) { // who has seen the end of one call may begin the next
     Subscriber next(bench, server.channel());
     next.send(once().add("/interfaces").done());

@@ -1,0 +1,34 @@
+#include "agent/context/Context.h"
+
+#include "Kel/Dir.h"
+
+namespace Agent {
+
+Context::Context(Options const& options)
+    : limits_(options.limits)
+    , getBudget_(std::make_shared<ByteBudget>(2 * options.limits.getBytes))
+    , memory_(options.limits.memoryBytes)
+    , clock_(options.clock != nullptr ? *options.clock : Tovak::SystemClock::instance())
+    , loopTime_(clock_)
+    , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
+    , tree_(treeIn(*Kel::globalDir())) {
+  scheduler_->loopHookIs([this] {
+    loopTime_.pass([this] {
+      if (clockGoesBack_) clockGoesBack_();
+    });
+  });
+}
+
+Context::~Context() { stop(); }
+
+void Context::start() {
+  if (!thread_.joinable()) thread_ = std::thread([this] { scheduler_->run(); });
+}
+
+void Context::stop() {
+  if (!thread_.joinable()) return;
+  scheduler_->stop();
+  thread_.join();
+}
+
+} // namespace Agent

@@ -1,0 +1,148 @@
+#include "agent/encoding/LeafEncoding.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "Kel/Attr.h"
+
+namespace Agent {
+
+using gnmi::TypedValue;
+
+namespace {
+
+bool isPlain(char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; }
+
+bool isWide(Kel::KelType type) {
+  return type.isBuiltin() &&
+         (type.builtinKind() == Kel::BuiltinKind::U64 || type.builtinKind() == Kel::BuiltinKind::S64);
+}
+
+// Whether RFC 7951 writes a number of this leaf as a string. A union's numbers follow its alternatives.
+bool isNumberText(LeafInfo const& leaf) {
+  switch (leaf.type) {
+  case LeafType::Uint64:
+  case LeafType::Decimal64: return true;
+  case LeafType::Union:
+    for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
+      if (isWide((*alternative).memberType())) return true;
+    }
+    return false;
+  default: return false;
+  }
+}
+
+bool isEnumerator(Kel::KelType type, std::string_view name) {
+  if (!type.isEnum()) return false;
+  auto const& all = type.enumerators();
+  return std::any_of(all.begin(), all.end(), [&](auto const& each) { return each.name.view() == name; });
+}
+
+// Whether a name of the leaf is an identity, and not just a text that a union allows too.
+bool isIdentityName(LeafInfo const& leaf, std::string_view name) {
+  if (leaf.type == LeafType::Identity) return true;
+  for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
+    if (isEnumerator((*alternative).memberType(), name)) return true;
+  }
+  return false;
+}
+
+void appendName(std::string& to, std::string_view name, LeafInfo const& leaf, bool isIetf) {
+  bool const isQualified = isIetf && !leaf.identityModule.empty() &&
+                           (leaf.type == LeafType::Identity || leaf.type == LeafType::Union) &&
+                           isIdentityName(leaf, name);
+  if (!isQualified) return appendJsonString(to, name);
+  to += '"';
+  to += leaf.identityModule;
+  to += ':';
+  to += name; // a name of the model: nothing to escape
+  to += '"';
+}
+
+template <class Number>
+void appendNumber(std::string& to, Number number, bool isText) {
+  fmt::format_int const digits(number);
+  if (isText) to += '"';
+  to.append(digits.data(), digits.size());
+  if (isText) to += '"';
+}
+
+void appendDecimal(std::string& to, double number, bool isText) {
+  if (!std::isfinite(number)) {
+    to += "null";
+    return;
+  }
+  if (isText) to += '"';
+  fmt::format_to(std::back_inserter(to), FMT_STRING("{:.1f}"), number);
+  if (isText) to += '"';
+}
+
+} // namespace
+
+bool isEncodingSupported(gnmi::Encoding encoding) {
+  return encoding == gnmi::JSON || encoding == gnmi::JSON_IETF || encoding == gnmi::PROTO;
+}
+
+void appendJsonString(std::string& to, std::string_view text) {
+  if (!std::all_of(text.begin(), text.end(), isPlain)) {
+    to += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return;
+  }
+  to += '"';
+  to += text;
+  to += '"';
+}
+
+void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& leaf, bool isIetf) {
+  switch (value.value_case()) {
+  case TypedValue::kStringVal: return appendName(to, value.string_val(), leaf, isIetf);
+  case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
+  case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
+  case TypedValue::kBoolVal: to += value.bool_val() ? "true" : "false"; return;
+  case TypedValue::kDoubleVal: return appendDecimal(to, value.double_val(), isIetf && isNumberText(leaf));
+  case TypedValue::kLeaflistVal: {
+    to += '[';
+    bool isFirst = true;
+    for (TypedValue const& element : value.leaflist_val().element()) {
+      if (!std::exchange(isFirst, false)) to += ',';
+      appendLeafJson(to, element, leaf, isIetf);
+    }
+    to += ']';
+    return;
+  }
+  default: to += "null"; // a union that holds nothing
+  }
+}
+
+void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf) {
+  switch (leaf.type) {
+  case LeafType::Uint64:
+    if (isIetf) break;
+    [[fallthrough]];
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Boolean: to += text; return; // canonical: the model's own text
+  default: break;
+  }
+  appendName(to, text, leaf, isIetf);
+}
+
+void leafEncodingIs(TypedValue& value, LeafInfo const& leaf, gnmi::Encoding encoding) {
+  if (encoding == gnmi::PROTO) return;
+  bool const isIetf = encoding == gnmi::JSON_IETF;
+  std::string text;
+  appendLeafJson(text, value, leaf, isIetf);
+  if (isIetf) {
+    *value.mutable_json_ietf_val() = std::move(text);
+  } else {
+    *value.mutable_json_val() = std::move(text);
+  }
+}
+
+} // namespace Agent

@@ -1,0 +1,276 @@
+#include "agent/encoding/LeafValue.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include <absl/container/flat_hash_set.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "Kel/Attr.h"
+
+namespace Agent {
+
+using gnmi::TypedValue;
+using nlohmann::json;
+
+namespace {
+
+constexpr std::size_t kShownBytes = 64; // of a client's text in an error
+
+LeafValue wrong(LeafInfo const& leaf, std::string_view found) {
+  LeafInfo one = leaf;
+  one.isLeafList = false;
+  return Kstd::Err(fmt::format("expected a value of type {}; found {}", leafTypeText(one), found));
+}
+
+std::string quotedText(std::string_view text) {
+  return text.size() <= kShownBytes ? fmt::format("'{}'", text)
+                                    : fmt::format("'{}...'", text.substr(0, kShownBytes));
+}
+
+std::uint64_t maxOf(LeafType type) {
+  switch (type) {
+  case LeafType::Uint8: return std::numeric_limits<std::uint8_t>::max();
+  case LeafType::Uint16: return std::numeric_limits<std::uint16_t>::max();
+  case LeafType::Uint32: return std::numeric_limits<std::uint32_t>::max();
+  case LeafType::Uint64: return std::numeric_limits<std::uint64_t>::max();
+  default: return 0;
+  }
+}
+bool isUnsigned(LeafType type) { return maxOf(type) != 0; }
+
+// The value of a whole text, in its canonical spelling or not; none when it is no such number.
+template <class Number>
+std::optional<Number> numberIn(std::string_view text) {
+  Number number{};
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+LeafValue ofUnsigned(LeafInfo const& leaf, std::uint64_t number) {
+  std::uint64_t const max = std::min(leaf.range.max, maxOf(leaf.type));
+  if (number < leaf.range.min || number > max)
+    return Kstd::Err(fmt::format("{} is out of the range {}..{}", number, leaf.range.min, max));
+  TypedValue value;
+  value.set_uint_val(number);
+  return value;
+}
+
+LeafValue ofDecimal(LeafInfo const& leaf, double number) {
+  constexpr double kMax = 922337203685477580.7; // of a decimal64 with one fraction digit
+  if (!std::isfinite(number) || std::abs(number) > kMax) return wrong(leaf, fmt::format("{}", number));
+  TypedValue value;
+  value.set_double_val(number);
+  return value;
+}
+
+LeafValue ofText(std::string_view text) {
+  TypedValue value;
+  value.set_string_val(text.data(), text.size());
+  return value;
+}
+
+LeafValue ofText(LeafInfo const& leaf, std::string_view text) {
+  if (auto fault = textFault(leaf, text)) return Kstd::Err(std::move(*fault));
+  return ofText(text);
+}
+
+// The enumerator that a client means: by its name, or with its module in front. Identities whose names carry their module already
+// may be given without it.
+std::optional<std::string_view> enumeratorOf(Kel::KelType type, std::string_view module,
+                                             std::string_view text) {
+  if (!type.isEnum()) return std::nullopt;
+  std::string_view bare = text;
+  if (!module.empty() && text.starts_with(module) && text.substr(module.size()).starts_with(':'))
+    bare.remove_prefix(module.size() + 1);
+  for (Kel::Enumerator const& each : type.enumerators()) {
+    std::string_view const name = each.name.view();
+    std::size_t const colon = name.find(':');
+    if (name == bare || (colon != name.npos && name.substr(colon + 1) == bare)) return name;
+  }
+  return std::nullopt;
+}
+
+LeafValue ofName(LeafInfo const& leaf, std::string_view text) {
+  if (auto const name = enumeratorOf(leaf.held, leaf.identityModule, text)) return ofText(*name);
+  return Kstd::Err(fmt::format("{} is no value of this {}", quotedText(text), leafTypeText(leaf)));
+}
+
+// What a union's alternative makes of a value, as a leaf of its own.
+template <class Value>
+LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
+  for (Kel::KelTypeBase::AttributeQIterator it(leaf.held); it; ++it) {
+    LeafInfo alternative = leaf;
+    alternative.held = (*it).memberType();
+    alternative.type = Impl::leafTypeOf(alternative.held);
+    if (LeafValue found = leafValueOf(alternative, value)) return found;
+  }
+  return Kstd::Err(std::string("the value fits no alternative of this union"));
+}
+
+char const* nameOf(TypedValue const& value) {
+  switch (value.value_case()) {
+  case TypedValue::kStringVal: return "string_val";
+  case TypedValue::kIntVal: return "int_val";
+  case TypedValue::kUintVal: return "uint_val";
+  case TypedValue::kBoolVal: return "bool_val";
+  case TypedValue::kBytesVal: return "bytes_val";
+  case TypedValue::kFloatVal: return "float_val";
+  case TypedValue::kDoubleVal: return "double_val";
+  case TypedValue::kDecimalVal: return "decimal_val";
+  case TypedValue::kLeaflistVal: return "leaflist_val";
+  case TypedValue::VALUE_NOT_SET: return "no value";
+  default: return "a value of another kind";
+  }
+}
+
+// The fields are deprecated in the schema; clients go on sending them.
+std::optional<double> decimalIn(TypedValue const& value) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  switch (value.value_case()) {
+  case TypedValue::kDoubleVal: return value.double_val();
+  case TypedValue::kFloatVal: return static_cast<double>(value.float_val());
+  case TypedValue::kDecimalVal:
+    if (value.decimal_val().precision() > 18) return std::nullopt;
+    return static_cast<double>(value.decimal_val().digits()) /
+           std::pow(10.0, static_cast<double>(value.decimal_val().precision()));
+  default: return std::nullopt;
+  }
+#pragma GCC diagnostic pop
+}
+
+LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
+  auto const kind = value.value_case();
+  switch (leaf.type) {
+  case LeafType::String:
+    if (kind == TypedValue::kStringVal) return ofText(leaf, value.string_val());
+    break;
+  case LeafType::Boolean:
+    if (kind == TypedValue::kBoolVal) return value;
+    break;
+  case LeafType::Enumeration:
+  case LeafType::Identity:
+    if (kind == TypedValue::kStringVal) return ofName(leaf, value.string_val());
+    break;
+  case LeafType::Decimal64:
+    if (auto const number = decimalIn(value)) return ofDecimal(leaf, *number);
+    break;
+  case LeafType::Union: return ofUnion(leaf, value);
+  default:
+    if (kind == TypedValue::kUintVal) return ofUnsigned(leaf, value.uint_val());
+    if (kind == TypedValue::kIntVal && value.int_val() >= 0)
+      return ofUnsigned(leaf, static_cast<std::uint64_t>(value.int_val()));
+    if (kind == TypedValue::kIntVal) return wrong(leaf, fmt::format("{}", value.int_val()));
+  }
+  return wrong(leaf, nameOf(value));
+}
+
+std::string shown(json const& value) {
+  return value.is_structured() ? std::string(value.is_object() ? "an object" : "an array")
+                               : quotedText(value.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+LeafValue unsignedOf(LeafInfo const& leaf, json const& value) {
+  if (value.is_number_unsigned()) return ofUnsigned(leaf, value.get<std::uint64_t>());
+  if (value.is_string() && leaf.type == LeafType::Uint64) {
+    if (auto const number = numberIn<std::uint64_t>(value.get_ref<std::string const&>()))
+      return ofUnsigned(leaf, *number);
+  }
+  return wrong(leaf, shown(value));
+}
+
+LeafValue decimalOf(LeafInfo const& leaf, json const& value) {
+  if (value.is_number()) return ofDecimal(leaf, value.get<double>());
+  if (value.is_string()) {
+    std::string const& text = value.get_ref<std::string const&>();
+    auto const number = numberIn<double>(text);
+    bool const isDecimal = text.find_first_not_of("+-.0123456789") == text.npos; // no exponents, no names
+    if (number && isDecimal) return ofDecimal(leaf, *number);
+  }
+  return wrong(leaf, shown(value));
+}
+
+LeafValue scalarOf(LeafInfo const& leaf, json const& value) {
+  switch (leaf.type) {
+  case LeafType::String:
+    if (value.is_string()) return ofText(leaf, value.get_ref<std::string const&>());
+    break;
+  case LeafType::Boolean:
+    if (value.is_boolean()) {
+      TypedValue typed;
+      typed.set_bool_val(value.get<bool>());
+      return typed;
+    }
+    break;
+  case LeafType::Enumeration:
+  case LeafType::Identity:
+    if (value.is_string()) return ofName(leaf, value.get_ref<std::string const&>());
+    break;
+  case LeafType::Decimal64: return decimalOf(leaf, value);
+  case LeafType::Union: return ofUnion(leaf, value);
+  default: return unsignedOf(leaf, value);
+  }
+  return wrong(leaf, shown(value));
+}
+
+template <class Elements>
+LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
+  LeafInfo member = leaf;
+  member.isLeafList = false;
+  TypedValue list;
+  list.mutable_leaflist_val();
+  absl::flat_hash_set<std::string> known;
+  for (auto const& element : elements) {
+    LeafValue value = scalarOf(member, element);
+    if (!value) return value;
+    if (leaf.isConfig && !known.insert(keyTextOf(*value)).second)
+      return Kstd::Err(fmt::format("{} is there twice", quotedText(keyTextOf(*value))));
+    *list.mutable_leaflist_val()->add_element() = std::move(*value);
+  }
+  return list;
+}
+
+} // namespace
+
+LeafValue leafValueOf(LeafInfo const& leaf, TypedValue const& value) {
+  if (!leaf.isLeafList) return scalarOf(leaf, value);
+  if (value.has_leaflist_val()) return listOf(leaf, value.leaflist_val().element());
+  return Kstd::Err(fmt::format("expected a leaflist_val; found {}", nameOf(value)));
+}
+
+LeafValue leafValueOf(LeafInfo const& leaf, json const& value) {
+  if (!leaf.isLeafList) return scalarOf(leaf, value);
+  if (value.is_array()) return listOf(leaf, value);
+  return Kstd::Err(fmt::format("expected an array; found {}", shown(value)));
+}
+
+std::optional<std::string> textFault(LeafInfo const& leaf, std::string_view text) {
+  return leaf.text == nullptr ? std::nullopt : leaf.text->faultOf(text);
+}
+
+LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
+  if (isUnsigned(leaf.type)) {
+    auto const number = numberIn<std::uint64_t>(text);
+    return number ? ofUnsigned(leaf, *number) : wrong(leaf, quotedText(text));
+  }
+  if (leaf.type == LeafType::Enumeration || leaf.type == LeafType::Identity) return ofName(leaf, text);
+  return ofText(text);
+}
+
+std::string keyTextOf(TypedValue const& value) {
+  switch (value.value_case()) {
+  case TypedValue::kUintVal: return fmt::format("{}", value.uint_val());
+  case TypedValue::kIntVal: return fmt::format("{}", value.int_val());
+  case TypedValue::kBoolVal: return value.bool_val() ? "true" : "false";
+  default: return value.string_val();
+  }
+}
+
+} // namespace Agent

@@ -1,0 +1,122 @@
+#include "agent/router/Selector.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "agent/model/Tree.h"
+#include "agent/paths/TypeTree.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+namespace {
+
+using Cover = Pattern::Cover;
+
+// Appends the elements of a pattern from `depth` on, as far as they are concrete. A list without all keys is not.
+void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth) {
+  std::optional<TypeNode> node = TypeNode::root().descendant(path, 1);
+  for (std::size_t i = depth; i < pattern.elems().size() && node; ++i) {
+    Pattern::Elem const& elem = pattern.elems()[i];
+    if (elem.kind != Pattern::Elem::Kind::Name) return;
+    node = node->child(elem.name);
+    if (!node || (node->isList() && elem.keys.empty())) return;
+    gnmi::PathElem& added = *path.add_elem();
+    added.set_name(elem.name);
+    for (auto const& [name, value] : elem.keys)
+      (*added.mutable_key())[name] = value;
+  }
+}
+
+bool hasAnyDepth(Pattern const& pattern) {
+  for (Pattern::Elem const& elem : pattern.elems()) {
+    if (elem.kind == Pattern::Elem::Kind::AnyDepth) return true;
+  }
+  return false;
+}
+
+} // namespace
+
+Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
+                   Modules modules)
+    : pattern_(std::move(pattern))
+    , rivals_(std::move(rivals))
+    , modules_(std::move(modules)) {}
+
+// By what is published of it; what is no leaf is told when it changes.
+bool Selector::isMeant(TypeNode const& leaf, LeafKind kind) const {
+  if (modules_ && std::ranges::find(*modules_, leaf.module) == modules_->end()) return false;
+  bool const isSampled = leaf.leaf() != nullptr && leaf.leaf()->isSampled;
+  return kind == LeafKind::All || isSampled == (kind == LeafKind::Sampled);
+}
+
+Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind) const {
+  return chosen(notification, kind, nullptr);
+}
+
+Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind, Keep keep) const {
+  return chosen(notification, kind, &keep);
+}
+
+Selector::Selected Selector::chosen(gnmi::Notification const& notification, LeafKind kind,
+                                    Keep const* keep) const {
+  if (notification.update_size() == 0) return {};
+  PathView const prefix(notification.prefix(), 1);
+  Cover const cover = pattern_->cover(prefix);
+  if (cover == Cover::None) return {};
+  std::vector<Pattern const*> rivals; // those that matter below this prefix
+  for (std::shared_ptr<Pattern const> const& rival : rivals_) {
+    switch (rival->cover(prefix)) {
+    case Cover::None: break;
+    case Cover::Partial: rivals.push_back(rival.get()); break;
+    case Cover::All: return {};
+    }
+  }
+  bool const takesAll = cover == Cover::All && rivals.empty();
+  bool const takesAny = kind == LeafKind::All && modules_ == nullptr; // whatever is published of them
+  if (takesAll && takesAny && keep == nullptr) return {.any = true, .updates = std::nullopt};
+
+  std::optional<TypeNode> const node =
+      takesAny ? std::nullopt : TypeNode::root().descendant(notification.prefix(), 1);
+  std::vector<std::uint32_t> positions;
+  for (int i = 0; i < notification.update_size(); ++i) {
+    gnmi::Update const& update = notification.update(i);
+    PathView const path(notification.prefix(), update.path(), 1);
+    if (cover != Cover::All && !pattern_->covers(path)) continue;
+    bool const isOthers =
+        std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
+    if (isOthers) continue;
+    if (!takesAny) {
+      auto const leaf = node ? node->descendant(update.path(), 0) : node;
+      if (!isMeant(leaf.value_or(TypeNode()), kind)) continue;
+    }
+    if (keep == nullptr || (*keep)(update)) positions.push_back(static_cast<std::uint32_t>(i));
+  }
+  if (positions.size() == static_cast<std::size_t>(notification.update_size()))
+    return {.any = true, .updates = std::nullopt};
+  bool const any = !positions.empty();
+  return {.any = any, .updates = std::move(positions)};
+}
+
+void Selector::appendEnds(gnmi::Path const& prefix, gnmi::Path const& path,
+                          std::vector<gnmi::Path>& to) const {
+  PathView const view(prefix, path, 1);
+  Cover const cover = pattern_->cover(view);
+  if (cover == Cover::None) return;
+  gnmi::Path end = prefix;
+  end.mutable_elem()->MergeFrom(path.elem());
+  if (auto const leaf = modules_ ? TypeNode::root().descendant(end, 1) : std::nullopt;
+      leaf && leaf->leaf() != nullptr && !isMeant(*leaf, LeafKind::All))
+    return;
+  if (cover == Cover::Partial && !hasAnyDepth(*pattern_)) appendConcrete(end, *pattern_, view.size());
+  to.push_back(std::move(end));
+}
+
+gnmi::Path Selector::anchor() const {
+  gnmi::Path path;
+  path.add_elem()->set_name(std::string(kOrigin));
+  appendConcrete(path, *pattern_, 0);
+  return path;
+}
+
+} // namespace Agent

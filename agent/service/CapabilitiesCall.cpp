@@ -1,0 +1,27 @@
+#include "agent/service/UnaryCalls.h"
+
+#include <grpcpp/server_context.h>
+
+#include "agent/model/Tree.h"
+
+namespace Agent {
+
+grpc::ServerUnaryReactor* capabilitiesCall(grpc::CallbackServerContext& context,
+                                           gnmi::CapabilityRequest const&,
+                                           gnmi::CapabilityResponse& response) {
+  for (PublishedModel const& model : publishedModels()) {
+    gnmi::ModelData& data = *response.add_supported_models();
+    data.set_name(model.name.data(), model.name.size());
+    data.set_organization(model.organization.data(), model.organization.size());
+    data.set_version(model.version.data(), model.version.size());
+  }
+  for (gnmi::Encoding const encoding : {gnmi::JSON, gnmi::JSON_IETF, gnmi::PROTO})
+    response.add_supported_encodings(encoding);
+  response.set_gnmi_version(
+      gnmi::CapabilityResponse::descriptor()->file()->options().GetExtension(gnmi::gnmi_service));
+  grpc::ServerUnaryReactor* const reactor = context.DefaultReactor();
+  reactor->Finish(grpc::Status::OK);
+  return reactor;
+}
+
+} // namespace Agent

@@ -1,0 +1,84 @@
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "agent/context/Context.h"
+#include "agent/data/SetRun.h"
+#include "agent/service/UnaryCalls.h"
+#include "agent/service/UnaryEnd.h"
+
+namespace Agent {
+namespace {
+
+void addResult(gnmi::SetResponse& response, gnmi::UpdateResult::Operation op, gnmi::Path const& path) {
+  gnmi::UpdateResult& result = *response.add_response();
+  result.set_op(op);
+  *result.mutable_path() = path;
+}
+
+// The answer to a request that has been carried out, but for its timestamp.
+void answer(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
+  if (request.has_prefix()) *response.mutable_prefix() = request.prefix();
+  for (gnmi::Path const& path : request.delete_())
+    addResult(response, gnmi::UpdateResult::DELETE, path);
+  for (gnmi::Update const& update : request.replace())
+    addResult(response, gnmi::UpdateResult::REPLACE, update.path());
+  for (gnmi::Update const& update : request.update())
+    addResult(response, gnmi::UpdateResult::UPDATE, update.path());
+}
+
+// What a request becomes, JSON texts taken apart above all, against its own size.
+constexpr std::size_t kPlanFactor = 12;
+
+class SetCall final : public grpc::ServerUnaryReactor {
+public:
+  SetCall(grpc::CallbackServerContext& context, SetRuns& sets)
+      : sets_(sets)
+      , context_(std::make_shared<UnaryContext>(context))
+      , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context().limits().stuckNs)) {}
+
+  // Planning is for neither gRPC's threads nor the scheduler's: it takes as long as the request is large.
+  void start(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
+    std::shared_ptr<UnaryEnd> const end = std::move(end_);
+    auto share = std::make_shared<ByteBudget::Share>(sets_.context().memory().plans);
+    if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
+      return end->finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "too many Sets wait: try again later"});
+    sets_.context().worker().post([this, end, &request, &response, share = std::move(share)]() mutable {
+      auto plan = setPlanOf(request, &isCancelled_);
+      if (!plan) return end->finish(plan.error());
+      answer(request, response);
+      sets_.context().scheduler()->post(
+          [this, end, &response, plan = std::move(*plan), kept = std::move(share)]() mutable {
+            auto const done = [end = std::move(end), &response,
+                               kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
+              response.set_timestamp(timestamp);
+              end->finish(status);
+            };
+            sets_.setIs({std::move(plan), &isCancelled_, done});
+          });
+    });
+  }
+
+  void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
+  void OnDone() override {
+    context_->doneIs();
+    delete this;
+  }
+
+private:
+  SetRuns& sets_;
+  std::shared_ptr<UnaryContext> const context_;
+  std::shared_ptr<UnaryEnd> end_; // until the call has begun
+  std::atomic<bool> isCancelled_ = false;
+};
+
+} // namespace
+
+grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, gnmi::SetRequest const& request,
+                                  gnmi::SetResponse& response, SetRuns& sets) {
+  auto* const call = new SetCall(context, sets);
+  call->start(request, response);
+  return call;
+}
+
+} // namespace Agent

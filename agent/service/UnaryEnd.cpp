@@ -1,0 +1,37 @@
+#include "agent/service/UnaryEnd.h"
+
+#include <grpc/support/time.h>
+
+namespace Agent {
+
+void UnaryContext::patienceIs(std::int64_t ns) {
+  gpr_timespec const until =
+      gpr_time_add(gpr_now(GPR_CLOCK_MONOTONIC), gpr_time_from_nanos(ns, GPR_TIMESPAN));
+  // The alarm keeps what it was given until it goes itself.
+  alarm_.Set(until, [self = shared_from_this()](bool isDue) mutable {
+    std::shared_ptr<UnaryContext> const context = std::move(self);
+    if (isDue) context->takeAway();
+  });
+}
+
+void UnaryContext::doneIs() {
+  {
+    std::lock_guard const guard(mutex_);
+    context_ = nullptr;
+  }
+  alarm_.Cancel();
+}
+
+void UnaryContext::takeAway() {
+  std::lock_guard const guard(mutex_);
+  if (context_ != nullptr) context_->TryCancel();
+}
+
+void UnaryEnd::finish(grpc::Status const& status) {
+  grpc::ServerUnaryReactor* const reactor = reactor_.exchange(nullptr);
+  if (reactor == nullptr) return;
+  if (status.ok()) context_->patienceIs(patienceNs_);
+  reactor->Finish(status);
+}
+
+} // namespace Agent
