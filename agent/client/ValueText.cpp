@@ -74,8 +74,10 @@ Json valueJson(gnmi::TypedValue const& value) {
   case gnmi::TypedValue::kJsonIetfVal: return parsedJson(value.json_ietf_val());
   case gnmi::TypedValue::kAsciiVal: return value.ascii_val();
   case gnmi::TypedValue::kProtoBytes: return absl::Base64Escape(value.proto_bytes());
-  default: return nullptr;
+  case gnmi::TypedValue::kAnyVal:
+  case gnmi::TypedValue::VALUE_NOT_SET: break;
   }
+  return nullptr;
 }
 #pragma GCC diagnostic pop
 

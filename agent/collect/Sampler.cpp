@@ -1,6 +1,7 @@
 #include "agent/collect/Sampler.h"
-
+#include "Tovak/Assert.h"
 #include "Tovak/Clock.h"
+#include "Tovak/DebugHandler.h"
 
 namespace Agent {
 
@@ -11,6 +12,8 @@ Sampler::Sampler(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::int64_t p
 Sampler::~Sampler() { scheduler()->timerDel(timer_); }
 
 void Sampler::sourceIs(std::unique_ptr<SampleSource> source, std::uint64_t everyRounds) {
+  TOVAK_ASSERT(everyRounds > 0, Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "a source that no round samples");
   sources_.push_back({std::move(source), everyRounds});
 }
 

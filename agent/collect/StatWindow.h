@@ -6,6 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
+
 namespace Agent {
 
 // Holds the last `kSamples` samples. A sample stands for the time since the one before it.
@@ -31,6 +34,7 @@ public:
 
   // REQUIRES that something has been pushed.
   [[nodiscard]] Stats stats() const {
+    TOVAK_ASSERT(count_ > 0, Tovak::Platform::getDebugHandler("OndraAgent", false), "figures of no samples");
     std::size_t const oldest = (next_ + kSamples - count_) % kSamples;
     Stats stats{.min = samples_[oldest].value, .max = samples_[oldest].value};
     double sum = 0;

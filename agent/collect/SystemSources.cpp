@@ -49,7 +49,7 @@ std::optional<std::uint64_t> bootTimeNs(std::string_view stat) {
 
 // A name as configuration: what the published type does not allow is state alone.
 std::optional<Kel::String> publishable(std::optional<Kel::String> const& name) {
-  return name && !domainName().faultOf(name->view()) ? name : std::nullopt;
+  return name && domainName().check(name->view()) ? name : std::nullopt;
 }
 
 template <class Collection>

@@ -74,12 +74,9 @@ bool GetOrder::wants(std::span<TypeNode const> nodes) const {
   if (!modules.empty() && std::find(modules.begin(), modules.end(), leaf.module) == modules.end())
     return false;
   bool const isConfig = leaf.leaf()->isConfig;
-  switch (type) {
-  case gnmi::GetRequest::CONFIG: return isConfig;
-  case gnmi::GetRequest::STATE: return !isConfig;
-  case gnmi::GetRequest::OPERATIONAL: break;
-  default: return true;
-  }
+  if (type == gnmi::GetRequest::ALL) return true;
+  if (type == gnmi::GetRequest::CONFIG) return isConfig;
+  if (type == gnmi::GetRequest::STATE) return !isConfig;
   // State that does not just say what has become of the configuration: none of the same name beside it.
   if (isConfig || nodes.size() < 3) return !isConfig;
   auto const config = nodes[nodes.size() - 3].child("config");

@@ -181,8 +181,10 @@ Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path)
     if (!key) return Kstd::Err(invalid(path.text(), key.error()));
     if (child->isList() && !*key)
       return Kstd::Err(invalid(path.text(), fmt::format("'{}' needs its key", elem.name)));
-    if (auto const fault = *key ? textFault(*leafInfo(child->key()), **key) : std::nullopt)
-      return Kstd::Err(invalid(path.text(), *fault));
+    if (*key) {
+      if (auto const checked = textCheck(*leafInfo(child->key()), **key); !checked)
+        return Kstd::Err(invalid(path.text(), checked.error()));
+    }
     node = &node->childIs(*child, key->value_or(std::string()));
   }
   if (!hasWritable(node->type) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
@@ -200,7 +202,15 @@ Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
     return refusal(grpc::StatusCode::UNIMPLEMENTED, node.path(), "values come as JSON, JSON_IETF or typed");
   case TypedValue::kJsonVal:
   case TypedValue::kJsonIetfVal: break;
-  default:
+  case TypedValue::kStringVal:
+  case TypedValue::kIntVal:
+  case TypedValue::kUintVal:
+  case TypedValue::kBoolVal:
+  case TypedValue::kBytesVal:
+  case TypedValue::kFloatVal:
+  case TypedValue::kDoubleVal:
+  case TypedValue::kDecimalVal:
+  case TypedValue::kLeaflistVal:
     if (node.type.leaf() != nullptr) return writeLeaf(node, value);
     return invalid(node.path(), "a container is given as JSON");
   }

@@ -5,6 +5,9 @@
 #include <exception>
 #include <utility>
 
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
+
 namespace Agent {
 
 //   Steps all(Tovak::Task const& task) {
@@ -94,6 +97,8 @@ inline Steps::Part Steps::operator co_await() const noexcept { return {handle_};
 
 inline bool Steps::resume() {
   promise_type& whole = handle_.promise();
+  TOVAK_ASSERT(whole.next && whole.whole == &whole, Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "a course that has ended, or is part of another one, is resumed");
   whole.isPaused = false;
   while (whole.next && !whole.isPaused)
     whole.next.resume();

@@ -1,4 +1,7 @@
 #include "agent/encoding/LeafEncoding.h"
+#include "Kel/Attr.h"
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,8 +10,6 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-
-#include "Kel/Attr.h"
 
 namespace Agent {
 
@@ -33,8 +34,15 @@ bool isNumberText(LeafInfo const& leaf) {
       if (isWide((*alternative).memberType())) return true;
     }
     return false;
-  default: return false;
+  case LeafType::String:
+  case LeafType::Boolean:
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Enumeration:
+  case LeafType::Identity: break;
   }
+  return false;
 }
 
 bool isEnumerator(Kel::KelType type, std::string_view name) {
@@ -115,7 +123,15 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
     to += ']';
     return;
   }
-  default: to += "null"; // a union that holds nothing
+  case TypedValue::VALUE_NOT_SET: // a union that holds nothing
+  case TypedValue::kBytesVal:     // no leaf of the model holds one of these
+  case TypedValue::kFloatVal:
+  case TypedValue::kDecimalVal:
+  case TypedValue::kAnyVal:
+  case TypedValue::kJsonVal:
+  case TypedValue::kJsonIetfVal:
+  case TypedValue::kAsciiVal:
+  case TypedValue::kProtoBytes: to += "null";
   }
 }
 
@@ -128,7 +144,11 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   case LeafType::Uint16:
   case LeafType::Uint32:
   case LeafType::Boolean: to += text; return; // canonical: the model's own text
-  default: break;
+  case LeafType::String:
+  case LeafType::Decimal64:
+  case LeafType::Enumeration:
+  case LeafType::Identity:
+  case LeafType::Union: break;
   }
   appendName(to, text, leaf, isIetf);
 }
@@ -136,6 +156,8 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
 void leafEncodingIs(TypedValue& value, LeafInfo const& leaf, gnmi::Encoding encoding) {
   if (encoding == gnmi::PROTO) return;
   bool const isIetf = encoding == gnmi::JSON_IETF;
+  TOVAK_ASSERT(isIetf || encoding == gnmi::JSON, Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "no leaf can be written in encoding {}", static_cast<int>(encoding));
   std::string text;
   appendLeafJson(text, value, leaf, isIetf);
   if (isIetf) {

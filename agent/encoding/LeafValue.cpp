@@ -1,4 +1,7 @@
 #include "agent/encoding/LeafValue.h"
+#include "Kel/Attr.h"
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 
 #include <algorithm>
 #include <charconv>
@@ -10,8 +13,6 @@
 #include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-
-#include "Kel/Attr.h"
 
 namespace Agent {
 
@@ -39,8 +40,14 @@ std::uint64_t maxOf(LeafType type) {
   case LeafType::Uint16: return std::numeric_limits<std::uint16_t>::max();
   case LeafType::Uint32: return std::numeric_limits<std::uint32_t>::max();
   case LeafType::Uint64: return std::numeric_limits<std::uint64_t>::max();
-  default: return 0;
+  case LeafType::String:
+  case LeafType::Boolean:
+  case LeafType::Decimal64:
+  case LeafType::Enumeration:
+  case LeafType::Identity:
+  case LeafType::Union: break;
   }
+  return 0;
 }
 bool isUnsigned(LeafType type) { return maxOf(type) != 0; }
 
@@ -77,7 +84,7 @@ LeafValue ofText(std::string_view text) {
 }
 
 LeafValue ofText(LeafInfo const& leaf, std::string_view text) {
-  if (auto fault = textFault(leaf, text)) return Kstd::Err(std::move(*fault));
+  if (auto checked = textCheck(leaf, text); !checked) return Kstd::Err(std::move(checked).error());
   return ofText(text);
 }
 
@@ -102,6 +109,9 @@ LeafValue ofName(LeafInfo const& leaf, std::string_view text) {
   return Kstd::Err(fmt::format("{} is no value of this {}", quotedText(text), leafTypeText(leaf)));
 }
 
+LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value);
+LeafValue scalarOf(LeafInfo const& leaf, json const& value);
+
 // What a union's alternative makes of a value, as a leaf of its own.
 template <class Value>
 LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
@@ -109,7 +119,7 @@ LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
     LeafInfo alternative = leaf;
     alternative.held = (*it).memberType();
     alternative.type = Impl::leafTypeOf(alternative.held);
-    if (LeafValue found = leafValueOf(alternative, value)) return found;
+    if (LeafValue found = scalarOf(alternative, value)) return found;
   }
   return Kstd::Err(std::string("the value fits no alternative of this union"));
 }
@@ -125,9 +135,14 @@ char const* nameOf(TypedValue const& value) {
   case TypedValue::kDoubleVal: return "double_val";
   case TypedValue::kDecimalVal: return "decimal_val";
   case TypedValue::kLeaflistVal: return "leaflist_val";
-  case TypedValue::VALUE_NOT_SET: return "no value";
-  default: return "a value of another kind";
+  case TypedValue::kAnyVal: return "any_val";
+  case TypedValue::kJsonVal: return "json_val";
+  case TypedValue::kJsonIetfVal: return "json_ietf_val";
+  case TypedValue::kAsciiVal: return "ascii_val";
+  case TypedValue::kProtoBytes: return "proto_bytes";
+  case TypedValue::VALUE_NOT_SET: break;
   }
+  return "no value";
 }
 
 // The fields are deprecated in the schema; clients go on sending them.
@@ -141,8 +156,20 @@ std::optional<double> decimalIn(TypedValue const& value) {
     if (value.decimal_val().precision() > 18) return std::nullopt;
     return static_cast<double>(value.decimal_val().digits()) /
            std::pow(10.0, static_cast<double>(value.decimal_val().precision()));
-  default: return std::nullopt;
+  case TypedValue::kStringVal:
+  case TypedValue::kIntVal:
+  case TypedValue::kUintVal:
+  case TypedValue::kBoolVal:
+  case TypedValue::kBytesVal:
+  case TypedValue::kLeaflistVal:
+  case TypedValue::kAnyVal:
+  case TypedValue::kJsonVal:
+  case TypedValue::kJsonIetfVal:
+  case TypedValue::kAsciiVal:
+  case TypedValue::kProtoBytes:
+  case TypedValue::VALUE_NOT_SET: break;
   }
+  return std::nullopt;
 #pragma GCC diagnostic pop
 }
 
@@ -163,7 +190,10 @@ LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
     if (auto const number = decimalIn(value)) return ofDecimal(leaf, *number);
     break;
   case LeafType::Union: return ofUnion(leaf, value);
-  default:
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Uint64:
     if (kind == TypedValue::kUintVal) return ofUnsigned(leaf, value.uint_val());
     if (kind == TypedValue::kIntVal && value.int_val() >= 0)
       return ofUnsigned(leaf, static_cast<std::uint64_t>(value.int_val()));
@@ -215,7 +245,10 @@ LeafValue scalarOf(LeafInfo const& leaf, json const& value) {
     break;
   case LeafType::Decimal64: return decimalOf(leaf, value);
   case LeafType::Union: return ofUnion(leaf, value);
-  default: return unsignedOf(leaf, value);
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Uint64: return unsignedOf(leaf, value);
   }
   return wrong(leaf, shown(value));
 }
@@ -240,6 +273,8 @@ LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
 } // namespace
 
 LeafValue leafValueOf(LeafInfo const& leaf, TypedValue const& value) {
+  TOVAK_ASSERT(!value.has_json_val() && !value.has_json_ietf_val(),
+               Tovak::Platform::getDebugHandler("OndraAgent", false), "JSON is given as a typed value");
   if (!leaf.isLeafList) return scalarOf(leaf, value);
   if (value.has_leaflist_val()) return listOf(leaf, value.leaflist_val().element());
   return Kstd::Err(fmt::format("expected a leaflist_val; found {}", nameOf(value)));
@@ -251,8 +286,8 @@ LeafValue leafValueOf(LeafInfo const& leaf, json const& value) {
   return Kstd::Err(fmt::format("expected an array; found {}", shown(value)));
 }
 
-std::optional<std::string> textFault(LeafInfo const& leaf, std::string_view text) {
-  return leaf.text == nullptr ? std::nullopt : leaf.text->faultOf(text);
+Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view text) {
+  return leaf.text == nullptr ? Kstd::Result<void, std::string>() : leaf.text->check(text);
 }
 
 LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
@@ -269,8 +304,20 @@ std::string keyTextOf(TypedValue const& value) {
   case TypedValue::kUintVal: return fmt::format("{}", value.uint_val());
   case TypedValue::kIntVal: return fmt::format("{}", value.int_val());
   case TypedValue::kBoolVal: return value.bool_val() ? "true" : "false";
-  default: return value.string_val();
+  case TypedValue::kDoubleVal: return fmt::format("{}", value.double_val());
+  case TypedValue::kStringVal: return value.string_val();
+  case TypedValue::kBytesVal: // no key is one of these
+  case TypedValue::kFloatVal:
+  case TypedValue::kDecimalVal:
+  case TypedValue::kLeaflistVal:
+  case TypedValue::kAnyVal:
+  case TypedValue::kJsonVal:
+  case TypedValue::kJsonIetfVal:
+  case TypedValue::kAsciiVal:
+  case TypedValue::kProtoBytes:
+  case TypedValue::VALUE_NOT_SET: break;
   }
+  return {};
 }
 
 } // namespace Agent

@@ -3,7 +3,6 @@
 // docs/decisions.md: "Numbers in JSON."
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,8 +24,8 @@ using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wro
 // A key from its text in a path. Which entries there may be is another question: the machine's own may have keys that no client could give.
 [[nodiscard]] LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text);
 
-// What is wrong with a text, such as a key's, as a value of the leaf, or none. The functions above ask it of values.
-[[nodiscard]] std::optional<std::string> textFault(LeafInfo const& leaf, std::string_view text);
+// Whether a text, such as a key's, may be a value of the leaf; what is wrong with it otherwise. The functions above ask it of values.
+[[nodiscard]] Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view text);
 
 // The text that a value has as a key in a path; of a scalar in the form that the functions above make.
 [[nodiscard]] std::string keyTextOf(gnmi::TypedValue const& value);

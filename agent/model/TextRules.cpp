@@ -39,13 +39,13 @@ std::size_t charactersOf(std::string_view text) {
 
 } // namespace
 
-std::optional<std::string> TextRules::faultOf(std::string_view text) const {
+Kstd::Result<void, std::string> TextRules::check(std::string_view text) const {
   std::size_t const length = charactersOf(text);
   if (length < minLength || length > maxLength)
-    return fmt::format("a {} has {}..{} characters; found {}", name, minLength, maxLength, length);
+    return Kstd::Err(fmt::format("a {} has {}..{} characters; found {}", name, minLength, maxLength, length));
   if (pattern == nullptr || re2::RE2::FullMatch(re2::StringPiece(text.data(), text.size()), *pattern))
-    return std::nullopt;
-  return fmt::format("'{}' is no {}", text.substr(0, 64), name);
+    return {};
+  return Kstd::Err(fmt::format("'{}' is no {}", text.substr(0, 64), name));
 }
 
 TextRules const& domainName() {

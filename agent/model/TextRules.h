@@ -4,9 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
+
+#include "Kstd/Result.h"
 
 namespace re2 {
 class RE2;
@@ -21,8 +22,8 @@ struct TextRules {
   std::size_t maxLength = SIZE_MAX;  // in characters
   re2::RE2 const* pattern = nullptr; // of the whole text
 
-  // What is wrong with a text, or none.
-  [[nodiscard]] std::optional<std::string> faultOf(std::string_view text) const;
+  // The error says what is wrong with a text.
+  [[nodiscard]] Kstd::Result<void, std::string> check(std::string_view text) const;
 };
 
 [[nodiscard]] TextRules const& domainName();

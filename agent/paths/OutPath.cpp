@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 #include "agent/paths/Pattern.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -53,6 +55,8 @@ std::string pathBytes(PathView const& path) {
 }
 
 gnmi::Path pathOfBytes(std::string_view bytes) {
+  TOVAK_ASSERT(bytes.empty() || bytes.back() == kElemEnd,
+               Tovak::Platform::getDebugHandler("OndraAgent", false), "bytes that are no path's");
   gnmi::Path path;
   gnmi::PathElem* elem = nullptr;
   std::string text; // up to the next mark

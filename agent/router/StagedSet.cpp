@@ -14,7 +14,7 @@ namespace Agent {
 StagedSet::StagedSet(Router& router)
     : router_(router)
     , staging_(std::make_unique<Staging>(router.context().memory().plans)) {
-  TOVAK_ASSERT(router.staged_ == nullptr, Tovak::Platform::getDebugHandler("AgentRouter", false),
+  TOVAK_ASSERT(router.staged_ == nullptr, Tovak::Platform::getDebugHandler("OndraAgent", false),
                "a Set begins while another one is carried out");
   router.stagedSetIs(this);
 }

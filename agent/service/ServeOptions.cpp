@@ -87,36 +87,39 @@ void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
       ->type_name("N");
 }
 
-// What is wrong with the options as a whole; empty when nothing is.
-std::string faultOf(Raw const& raw, ServeOptions& options) {
+Kstd::Err<std::string> wrong(std::string what) { return Kstd::Err<std::string>(std::move(what)); }
+
+// The options as a whole; those that follow from others are filled in. The error says what is wrong.
+Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) {
   for (std::string const& text : raw.listen) {
     auto address = ListenAddress::parse(text);
-    if (!address) return fmt::format("--listen: {}", address.error());
+    if (!address) return wrong(fmt::format("--listen: {}", address.error()));
     options.listen.push_back(std::move(*address));
   }
   options.isSecure = !options.tls.certificate.empty();
   options.servesMachine = !raw.leavesMachineOut;
-  if (options.isSecure == options.tls.key.empty()) return "--tls-cert and --tls-key need each other";
-  if (!options.isSecure && !options.tls.clientCa.empty()) return "--tls-client-ca needs --tls-cert";
-  if (options.isSecure && raw.insecure > 0) return "--insecure contradicts --tls-cert";
+  if (options.isSecure == options.tls.key.empty()) return wrong("--tls-cert and --tls-key need each other");
+  if (!options.isSecure && !options.tls.clientCa.empty()) return wrong("--tls-client-ca needs --tls-cert");
+  if (options.isSecure && raw.insecure > 0) return wrong("--insecure contradicts --tls-cert");
   if (!options.isSecure && raw.insecure == 0)
-    return "give --tls-cert and --tls-key, or --insecure for plaintext";
+    return wrong("give --tls-cert and --tls-key, or --insecure for plaintext");
   for (ListenAddress const& address : options.listen) {
     if (!options.isSecure && raw.insecure < 2 && !address.isLoopback()) {
-      return fmt::format("plaintext on {} is open to others: use TLS, or say --insecure twice",
-                         address.text());
+      return wrong(
+          fmt::format("plaintext on {} is open to others: use TLS, or say --insecure twice", address.text()));
     }
   }
-  if (options.limits.sampleFloorNs < kMillisecondNs) return "--sample-floor: at least 1ms";
+  if (options.limits.sampleFloorNs < kMillisecondNs) return wrong("--sample-floor: at least 1ms");
   if (options.limits.targetDefinedNs < options.limits.sampleFloorNs)
-    return "--default-sample: at least the sample floor";
-  if (options.samplePeriodNs < 10 * kMillisecondNs) return "--machine-period: at least 10ms";
+    return wrong("--default-sample: at least the sample floor");
+  if (options.samplePeriodNs < 10 * kMillisecondNs) return wrong("--machine-period: at least 10ms");
   if (options.limits.memoryBytes != 0 && options.limits.memoryBytes < std::size_t{8} << 20)
-    return "--memory-budget: at least 8MiB";
+    return wrong("--memory-budget: at least 8MiB");
   if (options.connections.handshakeNs < 100 * kMillisecondNs || options.connections.handshakeNs > kHourNs)
-    return "--handshake-timeout: between 100ms and 1h";
-  if (options.limits.stuckNs < 10 * kMillisecondNs) return "--stuck-after: at least 10ms";
-  if (options.syntheticRate > 0 && options.syntheticLeaves == 0) return "--synthetic-rate needs --synthetic";
+    return wrong("--handshake-timeout: between 100ms and 1h");
+  if (options.limits.stuckNs < 10 * kMillisecondNs) return wrong("--stuck-after: at least 10ms");
+  if (options.syntheticRate > 0 && options.syntheticLeaves == 0)
+    return wrong("--synthetic-rate needs --synthetic");
   return {};
 }
 
@@ -137,7 +140,8 @@ Kstd::Result<ServeOptions, EarlyExit> ServeOptions::parse(std::vector<std::strin
   app.add_flag("--check-config", options.checksOnly, "check options and files, and end")->configurable(false);
 
   if (auto const parsed = parseCommandLine(app, arguments); !parsed) return parsed.error();
-  if (std::string const fault = faultOf(raw, options); !fault.empty()) return wrongUsage(kCommand, fault);
+  if (auto const completed = complete(raw, options); !completed)
+    return wrongUsage(kCommand, completed.error());
   return options;
 }
 

@@ -119,7 +119,7 @@ void serverFactsIs(Tree const& tree, std::string const& name, std::vector<Listen
   for (ListenAddress const& address : addresses) {
     if (address.isUnix) continue;
     if (std::exchange(isFirst, false)) state.leafIs(&GrpcServerState::port, address.port);
-    if (!listenAddress().faultOf(address.host)) hosts.emplace_back(address.host); // a name is no address
+    if (listenAddress().check(address.host)) hosts.emplace_back(address.host); // a name is no address
   }
   state.leafIs(&GrpcServerState::listenAddresses, hosts);
 }

@@ -95,7 +95,9 @@ void SubscribeStream::take(gnmi::SubscribeRequest const& request) {
   switch (request.request_case()) {
   case gnmi::SubscribeRequest::kSubscribe: end(invalid("a call takes one subscription list")); break;
   case gnmi::SubscribeRequest::kPoll: end(invalid("only a call of mode POLL can be polled")); break;
-  default: end(invalid("the request holds neither a subscription list nor a poll")); break;
+  case gnmi::SubscribeRequest::REQUEST_NOT_SET:
+    end(invalid("the request holds neither a subscription list nor a poll"));
+    break;
   }
 }
 
@@ -161,7 +163,7 @@ void SubscribeStream::pump() {
     std::lock_guard const guard(mutex_);
     pumpComes_ = false;
     if (writing_ || finished_) return;
-    if (takeNext()) {
+    if (takeNext(guard)) {
       writing_ = true;
       message = current_;
       slice = nextSlice_;
@@ -192,7 +194,7 @@ void SubscribeStream::pump() {
 }
 
 // Stands `current_` and `nextSlice_` at what is to be written next.
-bool SubscribeStream::takeNext() {
+bool SubscribeStream::takeNext(Guard const&) {
   if (current_ && ++nextSlice_ < current_->encoded(context_.limits().responseBytes).size()) return true;
   current_ = queue_.pop();
   nextSlice_ = 0;
@@ -207,7 +209,7 @@ void SubscribeStream::OnWriteDone(bool ok) {
     writeSinceNs_.reset();
     response_.Clear();
     if (!ok) {
-      dropQueued();
+      dropQueued(guard);
       if (!end_) end_ = grpc::Status::CANCELLED;
     }
     pumpIs = !std::exchange(pumpComes_, true);
@@ -219,7 +221,7 @@ void SubscribeStream::drainedSoon() {
   context_.scheduler()->post([self = shared_from_this()] { self->calls_.drained(*self); });
 }
 
-void SubscribeStream::dropQueued() {
+void SubscribeStream::dropQueued(Guard const&) {
   queue_.clear();
   current_.reset();
 }
@@ -231,7 +233,7 @@ void SubscribeStream::end(grpc::Status const& status) {
     std::lock_guard const guard(mutex_);
     if (end_) return;
     end_ = status;
-    if (!status.ok()) dropQueued();
+    if (!status.ok()) dropQueued(guard);
     if (writing_ || std::exchange(pumpComes_, true)) return;
   }
   calls_.pumpIs(shared_from_this());

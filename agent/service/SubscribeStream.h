@@ -73,9 +73,10 @@ public:
 private:
   void take(gnmi::SubscribeRequest const& request);
   [[nodiscard]] grpc::Status takeList(gnmi::SubscribeRequest const& request);
-  // These two REQUIRE the lock.
-  [[nodiscard]] bool takeNext();
-  void dropQueued();
+  // Whoever calls these two shows that he holds `mutex_`.
+  using Guard = std::lock_guard<std::mutex>;
+  [[nodiscard]] bool takeNext(Guard const&);
+  void dropQueued(Guard const&);
   [[nodiscard]] std::size_t pushUntilFull(std::span<Message::Ptr const> messages, bool all);
 
   void slotDel();

@@ -15,7 +15,9 @@
 #include <memory>
 #include <sstream>
 
+#include "Tovak/Assert.h"
 #include "Tovak/Clock.h"
+#include "Tovak/DebugHandler.h"
 #include "agent/service/Place.h"
 
 namespace Agent {
@@ -33,13 +35,13 @@ std::string hashOf(std::string const& password, char const* setting) {
   return result;
 }
 
-std::string faultOf(std::string_view name, std::string const& hash) {
-  if (name.empty()) return "no name before ':'";
+Kstd::Result<void, std::string> check(std::string_view name, std::string const& hash) {
+  if (name.empty()) return Kstd::Err(std::string("no name before ':'"));
   switch (::crypt_checksalt(hash.c_str())) {
   case CRYPT_SALT_OK: return {};
   case CRYPT_SALT_METHOD_LEGACY:
-  case CRYPT_SALT_TOO_CHEAP: return fmt::format("the hash of '{}' is of a weak kind", name);
-  default: return fmt::format("what follows '{}:' is not a crypt hash", name);
+  case CRYPT_SALT_TOO_CHEAP: return Kstd::Err(fmt::format("the hash of '{}' is of a weak kind", name));
+  default: return Kstd::Err(fmt::format("what follows '{}:' is not a crypt hash", name));
   }
 }
 
@@ -66,10 +68,10 @@ Kstd::Result<Users, std::string> Users::parse(std::string_view text) {
     std::string_view const name = line.substr(0, colon);
     std::string_view const rest = line.substr(colon + 1);
     std::string const hash(rest.substr(0, rest.find(':')));
-    std::string fault = faultOf(name, hash);
-    if (fault.empty() && !users.hashes_.emplace(name, hash).second)
-      fault = fmt::format("'{}' is there already", name);
-    if (!fault.empty()) return Kstd::Err(fmt::format("line {}: {}", number, fault));
+    if (auto const checked = check(name, hash); !checked)
+      return Kstd::Err(fmt::format("line {}: {}", number, checked.error()));
+    if (!users.hashes_.emplace(name, hash).second)
+      return Kstd::Err(fmt::format("line {}: '{}' is there already", number, name));
     bool const isNew = std::ranges::none_of(
         users.kinds_, [&hash](std::string const& kind) { return kindOf(kind) == kindOf(hash); });
     if (isNew) users.kinds_.push_back(hash);
@@ -103,6 +105,8 @@ bool Users::accepts(std::string_view name, std::string_view password) const {
 }
 
 Authenticator::Authenticator(Users users, Tovak::Clock& clock) : users_(std::move(users)), clock_(clock) {
+  TOVAK_ASSERT(users_.size() > 0, Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "nobody could ever call");
   if (RAND_bytes(key_.data(), static_cast<int>(key_.size())) != 1) std::abort(); // no randomness, no secrets
 }
 
@@ -126,12 +130,12 @@ grpc::Status Authenticator::check(Metadata const& metadata, std::string const& p
     std::string const place = placeOf(peer);
     grpc::Status const tooMany(grpc::StatusCode::UNAVAILABLE, "too many wrong passwords; try again later");
     if (!mayGuess(place, name)) return tooMany; // the wait is for those who may
-    std::unique_lock const hold(hashing_, std::chrono::nanoseconds(patienceNs));
+    Hashing const hold(hashing_, std::chrono::nanoseconds(patienceNs));
     if (!hold) return {grpc::StatusCode::UNAVAILABLE, "too many passwords at a time; try again later"};
     verdict = known(asked); // meanwhile another call may have found out
     if (verdict == Known::No) {
       if (!mayGuess(place, name)) return tooMany;
-      verdict = found(name, password, asked, place);
+      verdict = found(hold, name, password, asked, place);
     }
   }
   return verdict == Known::Accepted ? grpc::Status::OK : refused;
@@ -163,8 +167,11 @@ bool Authenticator::mayGuess(std::string const& place, std::string_view name) {
   return guesses_.mayGuess(place, name, clock_.monotonicNs());
 }
 
-Authenticator::Known Authenticator::found(std::string_view name, std::string_view password,
-                                          Digest const& digest, std::string const& place) {
+Authenticator::Known Authenticator::found(Hashing const& hashing, std::string_view name,
+                                          std::string_view password, Digest const& digest,
+                                          std::string const& place) {
+  TOVAK_ASSERT(hashing.owns_lock() && hashing.mutex() == &hashing_,
+               Tovak::Platform::getDebugHandler("OndraAgent", false), "two passwords are hashed at a time");
   std::int64_t const begin = clock_.monotonicNs();
   bool const isAccepted = users_.accepts(name, password);
   std::int64_t const now = clock_.monotonicNs();

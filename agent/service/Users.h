@@ -70,9 +70,10 @@ private:
   enum class Known : std::uint8_t { Accepted, Refused, No };
   [[nodiscard]] Known known(Digest const& digest);
   [[nodiscard]] bool mayGuess(std::string const& place, std::string_view name);
-  // Looks at it, and remembers. REQUIRES that `hashing_` is held.
-  [[nodiscard]] Known found(std::string_view name, std::string_view password, Digest const& digest,
-                            std::string const& place);
+  // Looks at it, and remembers. REQUIRES that `hashing_` is held by `hashing`.
+  using Hashing = std::unique_lock<std::timed_mutex>;
+  [[nodiscard]] Known found(Hashing const& hashing, std::string_view name, std::string_view password,
+                            Digest const& digest, std::string const& place);
 
   Users const users_;
   Tovak::Clock& clock_;

@@ -5,6 +5,8 @@
 
 #include "Ondra/ByteRouter.h"
 #include "Ondra/Path.h"
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -49,6 +51,9 @@ std::string_view textOf(std::span<std::uint8_t const> bytes) {
 
 void ByteBundle::add(Ondra::WireResponse const& response) {
   std::size_t const depth = 1 + frame_->prefixDepth;
+  TOVAK_ASSERT(response.prefix->elems().size() >= depth,
+               Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "what was walked lies above what all of it shares");
   if (!body_) body_.emplace(*frame_, timestamp_, elemsOf(*response.prefix, depth), limit_);
   std::string_view above = textOf(response.prefixElems);
   for (std::size_t i = 0; i < depth; ++i)

@@ -136,7 +136,7 @@ grpc::Status Call::prepareSome() {
 // --- what runs --------------------------------------------------------------------------------------------
 
 void Call::begin() {
-  TOVAK_ASSERT(isPrepared(), Tovak::Platform::getDebugHandler("AgentCall", false),
+  TOVAK_ASSERT(isPrepared(), Tovak::Platform::getDebugHandler("OndraAgent", false),
                "a call begins before all its paths are compiled");
   patterns_.clear();
   if (mode_ == CallMode::Stream) {

@@ -67,21 +67,18 @@ void Feed::select(std::shared_ptr<Ondra::ArenaRespMsg> const& response) {
 void Feed::bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates) {
   gnmi::Notification const& notification = response->response->update();
   if (notification.timestamp() != openTime_ || openLeaves_ >= kLeavesPerMessage) close();
-  if (repeatsPath(notification, updates)) {
-    close();
-    static_cast<void>(repeatsPath(notification, updates));
-  }
+  hashPaths(notification, updates);
+  if (repeatsPath()) close();
+  openPaths_.insert(paths_.begin(), paths_.end());
   openTime_ = notification.timestamp();
   openLeaves_ += updates ? updates->size() : static_cast<std::size_t>(notification.update_size());
   open_.push_back({response, std::move(updates)});
 }
 
-// Whether one of the paths is in the open message already; enters them.
-bool Feed::repeatsPath(gnmi::Notification const& notification, Selection const& updates) {
-  bool repeats = false;
+void Feed::hashPaths(gnmi::Notification const& notification, Selection const& updates) {
+  paths_.clear();
   auto const enter = [&](gnmi::Update const& update) {
-    std::string const bytes = pathBytes(PathView(notification.prefix(), update.path(), 0));
-    repeats = !openPaths_.insert(absl::HashOf(bytes)).second || repeats;
+    paths_.push_back(absl::HashOf(pathBytes(PathView(notification.prefix(), update.path(), 0))));
   };
   if (updates) {
     for (std::uint32_t const at : *updates)
@@ -90,7 +87,11 @@ bool Feed::repeatsPath(gnmi::Notification const& notification, Selection const& 
     for (gnmi::Update const& update : notification.update())
       enter(update);
   }
-  return repeats;
+}
+
+// One of the paths is in the open message already.
+bool Feed::repeatsPath() const {
+  return std::ranges::any_of(paths_, [this](std::size_t path) { return openPaths_.contains(path); });
 }
 
 void Feed::close() {

@@ -83,7 +83,8 @@ private:
   [[nodiscard]] bool settleSome(Tovak::Task const* task);
   void select(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
   void bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates);
-  [[nodiscard]] bool repeatsPath(gnmi::Notification const& notification, Selection const& updates);
+  void hashPaths(gnmi::Notification const& notification, Selection const& updates);
+  [[nodiscard]] bool repeatsPath() const;
   void close();
   [[nodiscard]] std::uint64_t end() const noexcept { return first_ + log_.size(); }
 
@@ -106,6 +107,7 @@ private:
   std::int64_t openTime_ = 0;
   std::size_t openLeaves_ = 0;
   absl::flat_hash_set<std::size_t> openPaths_; // hashes
+  std::vector<std::size_t> paths_;             // of the change that is looked at, likewise
 };
 
 // Scheduler thread.

@@ -4,6 +4,8 @@
 
 #include "Kel/Allocator.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 #include "agent/subscribe/ResponseWriter.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -31,6 +33,8 @@ Message::Ptr Message::sync() {
 
 Message::Ptr Message::of(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp) {
   std::shared_ptr<Message> message = made();
+  TOVAK_ASSERT(!parts.empty(), Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "a message that says nothing");
   message->bytes_ = sizeof(Message);
   for (Part const& part : parts) {
     message->bytes_ += sizeof(Part) + part.response->spaceAllocated();
@@ -56,6 +60,8 @@ Message::Ptr Message::of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame
 
 Message::Ptr Message::encodedOf(Parts parts, std::shared_ptr<Frame const> frame, std::int64_t timestamp,
                                 std::size_t limit) {
+  TOVAK_ASSERT(!parts.empty(), Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "a message that says nothing");
   std::shared_ptr<Message> message = made();
   message->parts_ = std::move(parts);
   message->frame_ = std::move(frame);
