@@ -55,10 +55,26 @@ std::shared_ptr<Turns::Turn> Turns::turnIs(std::string const& peer, Kind kind) {
 
 void Turns::readingHeldIs(bool isHeld) {
   isHeld_ = isHeld;
-  if (isHeld) return; // they are put aside when it would be their turn
+  if (isHeld) { // walks are put aside when it would be their turn
+    bool const isGiven = current_ && current_->state_ == Turn::State::Granted;
+    if (isGiven && current_->kind_ == Kind::Walk) takeBack();
+    return;
+  }
   for (std::shared_ptr<Turn>& turn : std::exchange(held_, {})) {
     if (turn->state_ == Turn::State::Waiting) enqueue(std::move(turn));
   }
+}
+
+// The walk that would run next waits with the others.
+void Turns::takeBack() {
+  std::shared_ptr<Turn> turn = std::exchange(current_, nullptr);
+  turn->task_->descheduleTask();
+  turn->state_ = Turn::State::Waiting;
+  std::shared_ptr<Peer> const peer = turn->peer_;
+  held_.push_back(std::move(turn));
+  if (!peer->waiting.empty() && !std::exchange(peer->isInRing, true)) ring_.push_front(peer);
+  usedNs_ = 0;
+  next();
 }
 
 void Turns::enqueue(std::shared_ptr<Turn> turn) {

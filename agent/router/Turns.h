@@ -4,7 +4,7 @@
 // 1. One turn at a time. The task that has it is scheduled, or runs; no other one of these is.
 // 2. Peers have the turn one after the other, for a slice each, however many calls they have; a peer's calls likewise among themselves. What
 //    needs less than the slice leaves the rest to its own next step, then to the peer's other calls.
-// 3. While reading is held no walk has a turn; all go on from where they were.
+// 3. While reading is held no walk has a turn, nor keeps one that it has not begun; all go on from where they were.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -45,6 +45,7 @@ private:
   };
 
   void enqueue(std::shared_ptr<Turn> turn);
+  void takeBack();
   void next();
   void ended(Turn& turn);
 
