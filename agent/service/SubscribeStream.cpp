@@ -174,7 +174,7 @@ void SubscribeStream::pump() {
     }
     drained = queue_.takeDrained();
   }
-  if (drained) drainedSoon();
+  if (drained) context_.scheduler()->post([self = shared_from_this()] { self->calls_.drained(*self); });
   if (finish) {
     slotDel();
     Finish(*finish);
@@ -215,10 +215,6 @@ void SubscribeStream::OnWriteDone(bool ok) {
     pumpIs = !std::exchange(pumpComes_, true);
   }
   if (pumpIs) calls_.pumpIs(shared_from_this());
-}
-
-void SubscribeStream::drainedSoon() {
-  context_.scheduler()->post([self = shared_from_this()] { self->calls_.drained(*self); });
 }
 
 void SubscribeStream::dropQueued(Guard const&) {

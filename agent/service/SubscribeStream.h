@@ -51,7 +51,6 @@ public:
   void push(std::span<Message::Ptr const> messages) override;
   [[nodiscard]] std::size_t pushSome(std::span<Message::Ptr const> messages) override;
   [[nodiscard]] bool isFull() const override;
-  void drainedSoon() override;
   [[nodiscard]] Held held() const override;
   [[nodiscard]] bool isStuck(std::int64_t nowNs, std::int64_t ns) const override;
   void end(grpc::Status const& status) override;

@@ -8,6 +8,8 @@
 #include "Ondra/ByteRouter.h"
 #include "Tovak/Assert.h"
 #include "Tovak/DebugHandler.h"
+#include "Tovak/Task.h"
+#include "Tovak/TaskScheduler.h"
 #include "agent/context/Context.h"
 #include "agent/paths/OutPath.h"
 #include "agent/router/Router.h"
@@ -90,6 +92,27 @@ std::shared_ptr<Pattern const> narrowed(std::shared_ptr<Pattern const> const& pa
 
 } // namespace
 
+// Gives a subscriber what waits for it when it is its peer's turn: a thousand calls of one that drain at once hold up nobody else.
+class Call::Refill final : public Tovak::Task {
+public:
+  Refill(std::shared_ptr<Tovak::TaskScheduler> scheduler, Call& call, std::shared_ptr<Turns::Turn> turn)
+      : Tovak::Task(std::move(scheduler), "RefillQueue", Tovak::TaskPriority::normal)
+      , call_(call)
+      , turn_(std::move(turn)) {}
+
+  void askFor() { turn_->askFor(shared_from_this()); }
+  void cancel() { turn_->cancel(); } // before the call goes
+  void taskExecute() override {
+    Turns::Turn::Run const run(turn_);
+    call_.refill();
+    call_.goOn();
+  }
+
+private:
+  Call& call_;
+  std::shared_ptr<Turns::Turn> const turn_;
+};
+
 Call::Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscriber, CallPlan plan)
     : router_(router)
     , context_(router.context())
@@ -102,12 +125,15 @@ Call::Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscri
                                      : std::make_shared<std::vector<std::string> const>(plan_.modules))
     , deliveryTurn_(router.turns().turnIs(subscriber_->address(), Turns::Kind::Delivery))
     , delivery_(feeds.deliveryIs(deliveryTurn_))
+    , refill_(std::make_shared<Refill>(context_.scheduler(), *this,
+                                       router.turns().turnIs(subscriber_->address(), Turns::Kind::Delivery)))
     , backlogShare_(context_.memory().queues) {}
 
 Call::~Call() {
   router_.waitDel(this);
   context_.scheduler()->timerDel(jobTimer_);
   deliveryTurn_->cancel();
+  refill_->cancel();
   if (walk_) router_.walkDel(*walk_);
   walk_.reset();
   subscriptions_.clear(); // they refer to this
@@ -317,8 +343,14 @@ void Call::sliceEnded() { pushBundles(); }
 bool Call::isFull() const { return subscriber_->isFull(); }
 
 void Call::drained() {
-  refills_ = false;
-  refill();
+  if (backlog_.empty()) {
+    goOn();
+  } else {
+    refill_->askFor();
+  }
+}
+
+void Call::goOn() {
   if (walk_) {
     walk_->resume();
   } else {
@@ -330,6 +362,7 @@ void Call::drained() {
 
 void Call::changed(Subscription const& subscription, std::span<Message::Ptr const> messages) {
   bool const isAhead = std::ranges::any_of(jobs_, &Job::hasEnded); // perhaps, and then not told twice
+  if (!isAhead) refillSome();
   if (backlog_.empty() && !isAhead) messages = messages.subspan(subscriber_->pushSome(messages));
   if (messages.empty()) return;
   bool const isAllAhead = isAllToBeTold(subscription);
@@ -339,7 +372,7 @@ void Call::changed(Subscription const& subscription, std::span<Message::Ptr cons
   if (backlog_.bytes() > context_.limits().queueBytes) giveUp();
   if (backlog_.leafCount() > kLeavesOfStalled && isStalled()) giveUpAll();
   backlogShare_.bytesAre(backlog_.bytes());
-  if (!walk_ && !isFull()) refillSoon();
+  if (!walk_ && !isFull()) refill_->askFor();
 }
 
 void Call::putAside(Subscription const& subscription, Message const& message) {
@@ -417,7 +450,7 @@ void Call::giveUp() {
   }
   for (Backlog::Lost const& lost : all)
     refreshIs(lost);
-  refillSoon();
+  refill_->askFor();
 }
 
 void Call::refreshIs(Backlog::Lost const& lost) {
@@ -463,7 +496,14 @@ void Call::refill() {
     subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
   }
   backlogShare_.bytesAre(backlog_.bytes());
-  if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refillSoon();
+  if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refill_->askFor();
+}
+
+// Before more is added to what waits: whoever takes it again need not wait for a turn of its own.
+void Call::refillSome() {
+  if (backlog_.empty() || walk_ || isFull()) return;
+  pushEnds();
+  subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, context_.limits().responseBytes));
 }
 
 void Call::exhausted() {
@@ -471,11 +511,6 @@ void Call::exhausted() {
     subscriber->end(
         {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory left for what suppress_redundant keeps"});
   });
-}
-
-void Call::refillSoon() {
-  if (std::exchange(refills_, true)) return;
-  subscriber_->drainedSoon();
 }
 
 } // namespace Agent

@@ -79,6 +79,7 @@ public:
   [[nodiscard]] Feed::Delivery& delivery() noexcept { return *delivery_; }
 
 private:
+  class Refill;
   struct Job {
     Subscription* subscription;
     Purpose purpose;
@@ -117,7 +118,8 @@ private:
   void refreshIs(Subscription& subscription, std::string_view region, bool hasEnded);
   void pushEnds();
   void refill();
-  void refillSoon();
+  void refillSome();
+  void goOn();
 
   Router& router_;
   Context& context_;
@@ -128,7 +130,8 @@ private:
   CallPlan const plan_;
   std::shared_ptr<std::vector<std::string> const> const modules_; // null: all
   std::shared_ptr<Turns::Turn> const deliveryTurn_;
-  std::shared_ptr<Feed::Delivery> const delivery_;       // of subscriptions that overlap
+  std::shared_ptr<Feed::Delivery> const delivery_; // of subscriptions that overlap
+  std::shared_ptr<Refill> const refill_;
   std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
   std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
@@ -140,7 +143,6 @@ private:
   Backlog backlog_;
   ByteBudget::Share backlogShare_;
   bool isUrgent_ = false;
-  bool refills_ = false;         // in a turn that is to come
   std::int64_t lastEndedNs_ = 0; // monotonic: when ends were last given up
   std::int64_t patienceNs_ = 0;  // before what they stood for is told anew
   Tovak::TimerId jobTimer_;

@@ -26,8 +26,6 @@ public:
   [[nodiscard]] virtual std::size_t pushSome(std::span<Message::Ptr const> messages) = 0;
   // `Call::drained` follows once it is no longer.
   [[nodiscard]] virtual bool isFull() const = 0;
-  // Has `Call::drained` called in a turn that is to come, if there is a call then.
-  virtual void drainedSoon() = 0;
 
   // How much waits, and since when a write has been on its way, if one is.
   struct Held {
