@@ -58,6 +58,16 @@ def greeted(*where, **how):
     return connection
 
 
+def withoutWindow(address, count, message):
+    """So many Subscribe calls that can be sent nothing: the connection stays open for as long as it is held."""
+    connection = connect(address)
+    connection.sendall(PREFACE + frame(SETTINGS, 0, 0, struct.pack(">HI", 4, 0)))
+    for stream in range(1, 2 * count, 2):
+        connection.sendall(frame(HEADERS, END_HEADERS, stream, call(b"/gnmi.gNMI/Subscribe")) +
+                           frame(DATA, 0, stream, struct.pack(">BI", 0, len(message)) + message))
+    return connection
+
+
 def client(certificate, key, authority):
     """TLS as gRPC has it, with a certificate."""
     context = ssl.create_default_context(cafile=authority)
