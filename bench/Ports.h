@@ -19,7 +19,7 @@
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/ByteRouter.h"
 #include "Ondra/KelTypeWalker.h"
-#include "Ondra/WireWriter.h"
+#include "Ondra/responses/WireWriter.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Bench {

@@ -12,10 +12,10 @@
 
 #include "Alloc.h"
 #include "Kel/GenericIf.h"
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/IR.h"
 #include "Ondra/Path.h"
+#include "Ondra/responses/ArenaBlocks.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace {

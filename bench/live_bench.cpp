@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Measures.h"
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/GifNotifiee.h"
+#include "Ondra/responses/ArenaBlocks.h"
 #include "Ports.h"
 
 namespace {

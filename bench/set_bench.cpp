@@ -14,8 +14,8 @@
 #include "Alloc.h"
 #include "Kel/Declare.h"
 #include "Kel/Dir.h"
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/KelGnmiSetter.h"
+#include "Ondra/responses/ArenaBlocks.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include "Interfaces.h"
 #include "Measures.h"
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/KelGnmiSetter.h"
+#include "Ondra/responses/ArenaBlocks.h"
 
 namespace {
 

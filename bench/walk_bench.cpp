@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "Measures.h"
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/KelTypeWalker.h"
+#include "Ondra/responses/ArenaBlocks.h"
 #include "Ports.h"
 #include "Tovak/TaskScheduler.h"
 

@@ -28,14 +28,16 @@ target_link_libraries(KelTypeDecoder PUBLIC protobuf::libprotobuf gRPC::grpc++ $
 # The order of building only: whoever links the library includes generated headers.
 add_dependencies(KelTypeDecoder GnmiProto)
 
-# What is installed: the library, the headers of all its folders and of the generated messages, a CMake package and a
-# pkg-config file.
+# What is installed: the library, the headers of the platform, of the shelf and of the generated messages, a CMake package and
+# a pkg-config file.
 include(CMakePackageConfigHelpers)
 set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KelTypeDecoder")
 install(TARGETS KelTypeDecoder EXPORT KelTypeDecoderTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(EXPORT KelTypeDecoderTargets NAMESPACE KelTypeDecoder:: DESTINATION "${package}")
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/" "${PROJECT_SOURCE_DIR}/src/" "${KTD_PROTO_OUT}/"
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/" "${KTD_PROTO_OUT}/"
   DESTINATION "${KTD_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h")
+file(GLOB shelf CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/src/Ondra/*.h")
+install(FILES ${shelf} DESTINATION "${KTD_INSTALL_INCLUDEDIR}/Ondra")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/proto/github.com" DESTINATION "${CMAKE_INSTALL_DATADIR}/KelTypeDecoder/proto"
   FILES_MATCHING PATTERN "*.proto")
 

@@ -1,9 +1,13 @@
-# ktd_layer(NAME [DEPENDS layer...] [PRIVATE lib...]): the target of one folder of the library, made of every .cpp in it.
+# ktd_layer(NAME [FOLDER folder] [DEPENDS layer...] [PRIVATE lib...]): the target of one folder of the library, which has its name unless
+# another is given, made of every .cpp in it.
 # A folder without sources (headers only, or still empty) gives an INTERFACE target. The names of all layers with objects
 # gather in the global property KTD_OBJECT_LAYERS, out of which the shared library is linked.
 function(ktd_layer name)
-  cmake_parse_arguments(arg "" "" "DEPENDS;PRIVATE" ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp")
+  cmake_parse_arguments(arg "" "FOLDER" "DEPENDS;PRIVATE" ${ARGN})
+  if(NOT arg_FOLDER)
+    set(arg_FOLDER ${name})
+  endif()
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${arg_FOLDER}/*.cpp")
   if(sources)
     add_library(${name} OBJECT ${sources})
     set(scope PUBLIC)

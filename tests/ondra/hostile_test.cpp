@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "Kel/Allocator.h"
-#include "Ondra/Referrers.h"
+#include "Ondra/live/Referrers.h"
 #include "Tovak/Assert.h"
 #include "ondra/hostile_host.h"
 

@@ -6,7 +6,7 @@
 #include "Kel/Attr.h"
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/IR.h"
-#include "Ondra/IrToResp.h"
+#include "Ondra/responses/IrToResp.h"
 #include "fixture/Types.h"
 #include "fixture/Values.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"

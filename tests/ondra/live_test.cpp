@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 
 #include "Ondra/NotifieeMaps.h"
-#include "Ondra/Referrers.h"
+#include "Ondra/live/Referrers.h"
 #include "WalkHarness.h"
 #include "fixture/Observer.h"
 #include "fixture/Populate.h"

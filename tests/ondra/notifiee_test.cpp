@@ -8,9 +8,9 @@
 
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/KelGnmiUtils.h"
-#include "Ondra/KelTypeNotifWalker.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/PathTypes.h"
+#include "Ondra/live/KelTypeNotifWalker.h"
 #include "WalkHarness.h"
 #include "fixture/Observer.h"
 #include "fixture/Populate.h"

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "Ondra/ArenaBlocks.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/responses/ArenaBlocks.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "Ondra/IR.h"
-#include "Ondra/IrToWire.h"
+#include "Ondra/responses/IrToWire.h"
 #include "RecordingRouter.h"
 #include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"

@@ -1,0 +1,30 @@
+// The short road of a change: one plain leaf, from its attribute to its response, without a walker and without an Ir.
+
+#include "Ondra/live/KelTypeNotifWalker.h"
+#include "Ondra/live/PlainLeaves.h"
+#include "Ondra/live/Sender.h"
+#include "Ondra/live/ShortRoads.h"
+
+namespace Ondra {
+
+bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Handle const& object, Kel::AttributeId id) {
+  Kel::KelAttr const attr = notifiee.objectType().attr(absoluteId(id));
+  if (!attr || notifiee.meetsKeyFields() || notifiee.notifFlags().has(flagNoPush) || ShortRoads::isTraced()) {
+    return false;
+  }
+  Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
+  void const* const value = plan.isPlainLeaf && !plan.isPrinted ? attr.valueAt(*object->object()) : nullptr;
+  if (value == nullptr ||
+      (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty())) {
+    return false;
+  }
+  AttrStateMap& states = notifiee.attrStates();
+  AttrStateNode const* const known = states.queryAttrState(attr.id(), nullptr);
+  long const timestamp = known != nullptr ? known->updatedTimestamp()
+                                          : states.getAttrState(attr.id(), nullptr).effectiveTimestamp();
+  PlainLeaf const leaf{timestamp, &plan, &attr.memberType().desc(), value};
+  return Sender::sendChange(notifiee.router(),
+                            {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
+}
+
+} // namespace Ondra

@@ -1,0 +1,202 @@
+#include "Ondra/live/ShortRoads.h"
+
+#include <typeinfo>
+#include <utility>
+
+#include "Kel/ActivityClock.h"
+#include "Kel/Entity.h"
+#include "Kel/Notifiee.h"
+#include "Ondra/IR.h"
+#include "Ondra/NotifieeMaps.h"
+#include "Ondra/ScalarEncode.h"
+#include "Ondra/live/PlainLeaves.h"
+#include "Ondra/live/Sender.h"
+#include "Ondra/live/WalkResults.h"
+#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/WalkerTrace.h"
+
+namespace Ondra {
+namespace {
+
+constexpr std::size_t kLine = 64;
+constexpr std::size_t kObjectLines = 6;
+constexpr std::size_t kNotifieeLines = 3;
+
+} // namespace
+
+// Each reason for a long road stands here, and only here.
+ShortRoads::ShortRoads(FullKelTypeWalker& walker, GifGnmiNotifiee* notifiee)
+    : walker_(walker)
+    , notifiee_(notifiee) {
+  watched_ = walker.ir_ && toggleOndraSyncBundlingEnabled() // what is collected goes into one Ir, in order
+             && !walker.flags_.has(flagInstantiatingOnly)   // such a walk ends notifiees
+             && !isTraced();                                // every step has its line
+  held_ = watched_ && notifiee != nullptr                   // it knows what it holds, and times
+          && walker.isPlain_                                // no operation means something else
+          && walker.valueMode() && walker.flags_.has(flagSnapshot) &&
+          walker.leafPath_->empty();              // leaves, under the prefix itself
+  leaves_ = held_ && !notifiee->meetsKeyFields(); // no leaf is renamed or brings others along
+  plain_ = leaves_ && walker.rootWalker_          // it ends with what the object ends with
+           && !walker.flags_.has(flagNoPush);     // what is sent is not collected first
+}
+
+WalkResult ShortRoads::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position) {
+  FullKelTypeWalker& walker = walker_;
+  Kel::Ptr<Kel::GenericIf const> value = plan.attr.genericIfGet(walker.gif_);
+  if (plan.isEntityName && isEmptyText(value)) {
+    return WalkResult::Success;
+  }
+  long timestamp = notifiee_->attrStates().singularTimestamp(position);
+  if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
+    timestamp = notifiee_->attrStates().getAttrState(plan.attr.id(), nullptr).effectiveTimestamp();
+  }
+  if (!value) {
+    return WalkResult::Success;
+  }
+  if (plan.isPrinted) [[unlikely]] {
+    value = printed(value);
+  }
+  walker.ir_->addNode(timestamp, walker.prefixPath_).addLeaf(plan.leafPath, std::move(value));
+  return walker.walkQ_ != nullptr && walker.walkQ_->task ? walker.routerPush(false) : WalkResult::Success;
+}
+
+// What printers and routers do to the object meanwhile is none of the leaves' business: printed values are made first, then all responses,
+// and then these are sent.
+WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                                 GifGnmiNotifiee& notifiee) {
+  PlainLeaves& leaves = PlainLeaves::shared();
+  Kel::Ptr<Kel::PtrInterface const> pin;
+  Kel::Ptr<GifGnmiNotifiee> watching;
+  if (plan.printsPlain) [[unlikely]] {
+    pin = Kel::Ptr<Kel::PtrInterface const>(&object);
+    watching = Kel::Ptr<GifGnmiNotifiee>(&notifiee);
+    leaves.print(plan, object, [this](Kel::KelAttr const& attr) { walker_.leaveOut(attr); });
+    if (!notifiee.isRegistered()) {
+      return WalkResult::Success;
+    }
+  }
+  leaves.collect(plan, object, notifiee);
+  return Sender(walker_, Sender::What::Walk).send(leaves, notifiee);
+}
+
+namespace {
+
+// The notifiee of an entity that the holder has by that attribute, if a walk has noted it; else null. Valid until it is taken out.
+GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
+                              Kel::AttributeId attr) {
+  Kel::NotifieeList const* const list = entity.notifieeList();
+  if (list == nullptr) {
+    return nullptr;
+  }
+  for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
+    if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
+      auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
+      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) {
+        return notifiee;
+      }
+    }
+  }
+  return nullptr;
+}
+
+void prefetchLines(void const* from, std::size_t lines) {
+  for (std::size_t at = 0; at < lines; ++at) {
+    __builtin_prefetch(static_cast<char const*>(from) + at * kLine);
+  }
+}
+
+// The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the object, three members
+// before its turn; its notifiee; then what these two point to.
+void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member) {
+  if (Kel::PtrInterface const* const object = member.objectAhead(3)) {
+    prefetchLines(object, kObjectLines);
+  }
+  if (Kel::PtrInterface const* const object = member.objectAhead(2)) {
+    if (Kel::NotifieeList const* const list = object->notifieeList()) {
+      prefetchLines(list->front(), kNotifieeLines);
+    }
+  }
+  if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
+    Kel::NotifieeList const* const list = object->notifieeList();
+    Kel::PtrInterface::NotifieeConst const* const first = list == nullptr ? nullptr : list->front();
+    if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee)) {
+      static_cast<GifGnmiNotifiee const*>(first)->prefetch();
+    }
+    if (object->fwkType() == plan.attr.memberType()) {
+      PlainLeaves::prefetch(WalkRules::typePlan(plan.attr.memberType()), *object);
+    }
+  }
+}
+
+} // namespace
+
+bool ShortRoads::sendsPlain() const { return walker_.ir_->empty() && !(walker_.flags_ & flagNoPush); }
+
+std::optional<WalkResult> ShortRoads::pushPlainChild(WalkRules::AttrPlan const& plan,
+                                                     Kel::PtrInterface const* child) {
+  // A derived type may have what the plan does not know of.
+  if (child == nullptr || !sendsPlain() || !(child->fwkType() == plan.attr.memberType())) {
+    return std::nullopt;
+  }
+  WalkRules::TypePlan const& leaves = WalkRules::typePlan(plan.attr.memberType());
+  GifGnmiNotifiee* const held =
+      leaves.plainFrom == 0 ? heldNotifiee(*child, *notifiee_, plan.attr.id()) : nullptr;
+  if (held == nullptr || held->meetsKeyFields()) {
+    return std::nullopt;
+  }
+  return pushPlain(leaves, *child, *held);
+}
+
+std::optional<WalkResult> ShortRoads::pushMember(WalkRules::AttrPlan const& plan,
+                                                 Kel::GenericIf::Iterator const& member) {
+  fetchAhead(plan, member);
+  return pushPlainChild(plan, member.objectAhead(0));
+}
+
+std::optional<WalkResult> ShortRoads::walkChild(WalkRules::AttrPlan const& plan,
+                                                Kel::Ptr<Kel::GenericIf const> const& child) {
+  if (!child || !(child->type() == plan.attr.memberType())) {
+    return std::nullopt;
+  }
+  if (auto const pushed = pushPlainChild(plan, child->object())) {
+    return pushed;
+  }
+  Kel::Ptr<GifGnmiNotifiee> held(heldNotifiee(*child->object(), *notifiee_, plan.attr.id()));
+  if (!held) {
+    return std::nullopt;
+  }
+  Kel::Ptr<Path const> const path = held->prefixPath();
+  return walkWatched(child, std::move(held), path, 0, nullptr);
+}
+
+WalkResult ShortRoads::walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity,
+                                   Kel::Ptr<GifGnmiNotifiee> notifiee, Kel::Ptr<Path const> const& path,
+                                   long timestamp, KelKey* key) {
+  FullKelTypeWalker& outer = walker_;
+  WalkScope const scope;
+  KelKey keyName;
+  FullKelTypeWalker walker(
+      path, outer.ir_, entity, WalkRules::noPath(), outer.router_, outer.walkQ_, outer.flags_, keyName, true,
+      timestamp != 0 ? timestamp : Kel::activityManagerStatus()->activityLoopExecNsTime());
+  walker.notifiee_ = std::move(notifiee);
+  walker.syncId_ = outer.syncId_;
+  walker.walkId_ = outer.walkId_;
+  walker.isPlain_ = true;
+  return insideResult(walker.walk(key));
+}
+
+void ShortRoads::noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee const* notifiee,
+                          Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
+                          Kel::Ptr<Path const> const& path) {
+  if (notifiee == nullptr || !child || !child->type().isEntity() ||
+      !WalkRules::typePlan(holder.type()).attrs[attr.desc().index].isPlainHolder) {
+    return;
+  }
+  auto const& entity = static_cast<Kel::Entity const&>(*child->object());
+  bool const isItsPlace = entity.parent() == holder.object() && entity.parentAttr() == attr;
+  if (GifGnmiNotifiee* const held = isItsPlace ? notifieeMaps->find(&entity, path) : nullptr) {
+    held->heldByIs(*notifiee, attr.id());
+  }
+}
+
+} // namespace Ondra

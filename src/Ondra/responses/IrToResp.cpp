@@ -1,0 +1,113 @@
+#include "Ondra/responses/IrToResp.h"
+
+#include <algorithm>
+#include <variant>
+
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/GnmiUtils.h"
+#include "Ondra/ScalarEncode.h"
+#include "Tovak/Assert.h"
+#include "Tovak/Trace.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Ondra {
+namespace {
+
+Tovak::DebugHandler& debugHandler() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("OndraIr", false);
+  return handler;
+}
+
+bool fill(gnmi::Notification* notification, IrLeaf::Handle const& value, gnmi::TypedValue& out) {
+  TOVAK_ASSERT(isScalarType(value->type()), debugHandler(), "unsupported type");
+  return extractScalar(notification, value, &out);
+}
+
+bool fill(gnmi::Notification* notification, IrLeaf::LeafList const& values, gnmi::TypedValue& out) {
+  auto& elements = *out.mutable_leaflist_val()->mutable_element();
+  elements.Reserve(static_cast<int>(values.size()));
+  return std::all_of(values.begin(), values.end(), [&](IrLeaf::Handle const& value) {
+    TOVAK_ASSERT(isScalarType(value->type()), debugHandler(), "only scalar array types are supported");
+    return extractScalar(notification, value, elements.Add());
+  });
+}
+
+// Adds an update, filled by `fill`, which says whether a message can hold the value; else takes it back.
+template <class Fill>
+bool addUpdate(gnmi::Notification* notification, Path const& path, Fill const& fill) {
+  gnmi::Update* const update = notification->add_update();
+  path.copyToGnmiPath(update->mutable_path());
+  if (fill(*update->mutable_val())) [[likely]] {
+    return true;
+  }
+  notification->mutable_update()->RemoveLast();
+  return false;
+}
+
+bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
+  auto const* const one = std::get_if<IrLeaf::Handle>(&leaf.value);
+  if (one != nullptr && !*one) {
+    KelGnmiUtils::pushDelete(*notification, leaf.leafPath);
+    return true;
+  }
+  return addUpdate(notification, *leaf.leafPath, [&](gnmi::TypedValue& out) {
+    return std::visit([&](auto const& value) { return fill(notification, value, out); },
+                      leaf.value); // throws for a leaf without a value
+  });
+}
+
+static_assert(WalkRules::kMostPlain < RespEncoder::kLeavesPerResponse);
+
+} // namespace
+
+RespEncoder& RespEncoder::shared() {
+  static auto* const encoder = new RespEncoder();
+  encoder->clear();
+  return *encoder;
+}
+
+void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
+  gnmi::Notification* notification = nullptr;
+  auto const nextResponse = [&](std::size_t leavesLeft) {
+    auto made = ArenaRespMsg::createResponse(prefix, timestamp);
+    responses_.push_back(std::move(made.first));
+    notification = made.second;
+    notification->mutable_update()->Reserve(
+        static_cast<int>(std::min<std::size_t>(leavesLeft, kLeavesPerResponse)));
+  };
+  std::size_t leavesLeft = node.leaves.size();
+  nextResponse(leavesLeft);
+  int count = 0;
+  for (IrLeaf const& leaf : node.leaves) {
+    if (!addLeaf(notification, leaf)) [[unlikely]] {
+      leaveOut(timestamp, prefix, leaf.leafPath);
+    }
+    --leavesLeft;
+    if (++count == kLeavesPerResponse) {
+      nextResponse(leavesLeft);
+      count = 0;
+    }
+  }
+}
+
+void RespEncoder::encodeNode(PlainNode const& node) {
+  auto made = ArenaRespMsg::createResponse(node.prefix, node.timestamp);
+  responses_.push_back(std::move(made.first));
+  made.second->mutable_update()->Reserve(static_cast<int>(node.leaves.size()));
+  for (PlainLeaf const& leaf : node.leaves) {
+    bool const added = addUpdate(made.second, *leaf.plan->leafPath, [&leaf](gnmi::TypedValue& out) {
+      return extractScalar(*leaf.type, leaf.value, out);
+    });
+    if (!added) [[unlikely]] {
+      leaveOut(node.timestamp, node.prefix, leaf.plan->leafPath);
+    }
+  }
+}
+
+std::vector<std::shared_ptr<ArenaRespMsg>> Ir::toSubResp() const {
+  RespEncoder encoder;
+  encode(encoder);
+  return encoder.take();
+}
+
+} // namespace Ondra

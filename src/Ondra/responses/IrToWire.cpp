@@ -1,0 +1,329 @@
+// Everything is written from its end to its beginning (WireWriter), hence the order of the statements: fields with higher numbers
+// first, the length and tag of a message after its fields.
+#include "Ondra/responses/IrToWire.h"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <boost/container/small_vector.hpp>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "Ondra/ArenaRespMsg.h"
+#include "Ondra/ScalarEncode.h"
+#include "Ondra/responses/IrToResp.h"
+#include "Ondra/responses/WireWriter.h"
+#include "Ondra/rules/ScalarValue.h"
+#include "Tovak/Assert.h"
+#include "Tovak/Trace.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Ondra {
+namespace {
+
+using enum WireType;
+constexpr std::uint8_t kResponseUpdate = wireTag(gnmi::SubscribeResponse::kUpdateFieldNumber, Length);
+constexpr std::uint8_t kTimestamp = wireTag(gnmi::Notification::kTimestampFieldNumber, Varint);
+constexpr std::uint8_t kPrefix = wireTag(gnmi::Notification::kPrefixFieldNumber, Length);
+constexpr std::uint8_t kUpdate = wireTag(gnmi::Notification::kUpdateFieldNumber, Length);
+constexpr std::uint8_t kDelete = wireTag(gnmi::Notification::kDeleteFieldNumber, Length);
+constexpr std::uint8_t kUpdatePath = wireTag(gnmi::Update::kPathFieldNumber, Length);
+constexpr std::uint8_t kUpdateVal = wireTag(gnmi::Update::kValFieldNumber, Length);
+constexpr std::uint8_t kElem = wireTag(gnmi::Path::kElemFieldNumber, Length);
+constexpr std::uint8_t kElemName = wireTag(gnmi::PathElem::kNameFieldNumber, Length);
+constexpr std::uint8_t kElemKey = wireTag(gnmi::PathElem::kKeyFieldNumber, Length);
+constexpr std::uint8_t kEntryKey = wireTag(1, Length); // of every map
+constexpr std::uint8_t kEntryValue = wireTag(2, Length);
+constexpr std::uint8_t kArrayElement = wireTag(gnmi::ScalarArray::kElementFieldNumber, Length);
+constexpr std::uint8_t kLeafList = wireTag(gnmi::TypedValue::kLeaflistValFieldNumber, Length);
+
+WireWriter& sharedWriter() {
+  static auto* const writer = new WireWriter();
+  return *writer;
+}
+
+Tovak::DebugHandler& debugHandler() {
+  static Tovak::DebugHandler& handler = Tovak::Platform::getDebugHandler("OndraIr", false);
+  return handler;
+}
+
+class WireSink {
+public:
+  explicit WireSink(WireWriter& out) noexcept : out_(out) {}
+  void uintVal(std::uint64_t value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kUintValFieldNumber, Varint), value);
+  }
+  void intVal(std::int64_t value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kIntValFieldNumber, Varint),
+                     static_cast<std::uint64_t>(value));
+  }
+  void boolVal(bool value) {
+    out_.varintField(wireTag(gnmi::TypedValue::kBoolValFieldNumber, Varint), value ? 1 : 0);
+  }
+  void doubleVal(double value) {
+    out_.fixed64Field(wireTag(gnmi::TypedValue::kDoubleValFieldNumber, Fixed64),
+                      std::bit_cast<std::uint64_t>(value));
+  }
+  void stringVal(std::string_view text) {
+    out_.textField(wireTag(gnmi::TypedValue::kStringValFieldNumber, Length), text);
+  }
+  void bytesVal(std::string_view bytes) {
+    out_.textField(wireTag(gnmi::TypedValue::kBytesValFieldNumber, Length), bytes);
+  }
+  void jsonVal(std::string_view text) {
+    out_.textField(wireTag(gnmi::TypedValue::kJsonValFieldNumber, Length), text);
+  }
+
+private:
+  WireWriter& out_;
+};
+
+void putEntry(WireWriter& out, std::string_view key, std::string_view value) {
+  std::size_t const before = out.size();
+  out.textField(kEntryValue, value);
+  out.textField(kEntryKey, key);
+  out.enclose(kElemKey, before);
+}
+
+void putKeys(WireWriter& out, PathElem const& elem) {
+  auto const& keys = elem.key();
+  if (keys.size() == 1) [[likely]] {
+    return putEntry(out, keys.begin()->key.view(), keys.begin()->value.view());
+  }
+  boost::container::small_vector<std::pair<std::string_view, std::string_view>, 8> sorted;
+  for (auto const& [key, value] : keys) {
+    sorted.emplace_back(key.view(), value.view());
+  }
+  std::sort(sorted.begin(), sorted.end(), std::greater<>());
+  for (auto const& [key, value] : sorted) {
+    putEntry(out, key, value);
+  }
+}
+
+void putElems(WireWriter& out, Path const& path) {
+  auto const elems = path.elems();
+  for (std::size_t i = elems.size(); i-- > 0;) {
+    std::size_t const beforeElem = out.size();
+    if (!elems[i]->key().empty()) {
+      putKeys(out, *elems[i]);
+    }
+    if (std::string_view const name = elems[i]->name().view(); !name.empty()) [[likely]] {
+      out.textField(kElemName, name);
+    }
+    out.enclose(kElem, beforeElem);
+  }
+}
+
+void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
+  std::size_t const before = out.size();
+  putElems(out, path);
+  out.enclose(key, before);
+}
+
+// The elements of a prefix that is asked for again and again.
+void putElems(WireWriter& out, PlainNode const& node) {
+  if (std::string_view const made = node.wirePrefix.view(); !made.empty()) [[likely]] {
+    return out.raw(made);
+  }
+  std::size_t const before = out.size();
+  putElems(out, *node.prefix);
+  auto const elems = out.bytes().first(out.size() - before);
+  node.wirePrefix = Kel::Bytes({reinterpret_cast<char const*>(elems.data()), elems.size()});
+}
+
+// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address: such a path stays
+// where it is, and as it is.
+class LeafPaths {
+public:
+  void put(WireWriter& out, Kel::Ptr<Path const> const& path) {
+    Entry& entry = entries_[(reinterpret_cast<std::uintptr_t>(path.get()) >> 4) % entries_.size()];
+    if (entry.path == path.get()) [[likely]] {
+      return out.tailOf(entry.bytes, entry.size);
+    }
+    std::size_t const before = out.size();
+    putPath(out, kUpdatePath, *path);
+    std::size_t const size = out.size() - before;
+    if (path->refCount() > 1 && size <= kCachedBytes && WalkRules::isPlanned(*path)) {
+      entry.path = path.get();
+      entry.size = static_cast<std::uint32_t>(size);
+      std::copy_n(out.bytes().begin(), size, entry.bytes.end() - static_cast<std::ptrdiff_t>(size));
+    }
+  }
+
+private:
+  static constexpr std::size_t kCachedBytes = 52;
+  struct Entry {
+    Path const* path = nullptr;
+    std::uint32_t size = 0;
+    std::array<std::uint8_t, kCachedBytes> bytes{}; // at the end
+  };
+  std::array<Entry, 1024> entries_;
+};
+
+LeafPaths& leafPaths() {
+  static auto* const paths = new LeafPaths();
+  return *paths;
+}
+
+// Values: false when no message can hold one.
+bool putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
+  std::size_t const before = out.size();
+  WireSink sink(out);
+  for (auto value = values.rbegin(); value != values.rend(); ++value) {
+    TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "only scalar array types are supported");
+    std::size_t const beforeElement = out.size();
+    if (!tellScalar(*value, sink)) {
+      return false;
+    }
+    out.enclose(kArrayElement, beforeElement);
+  }
+  out.enclose(kLeafList, before);
+  return true;
+}
+
+bool putValue(WireWriter& out, IrLeaf const& leaf) {
+  auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
+  if (value == nullptr) [[unlikely]] {
+    return putLeafList(out, std::get<IrLeaf::LeafList>(leaf.value));
+  }
+  TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "unsupported type");
+  WireSink sink(out);
+  return tellScalar(*value, sink);
+}
+
+// An update, or nothing when no message can hold its value.
+bool putUpdate(WireWriter& out, LeafPaths& paths, IrLeaf const& leaf) {
+  std::size_t const before = out.size();
+  if (!putValue(out, leaf)) [[unlikely]] {
+    out.cutTo(before);
+    return false;
+  }
+  out.enclose(kUpdateVal, before);
+  paths.put(out, leaf.leafPath);
+  out.enclose(kUpdate, before);
+  return true;
+}
+
+// The entries of maps in the order of their keys.
+std::string serialized(google::protobuf::MessageLite const& message) {
+  std::string bytes;
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  google::protobuf::io::CodedOutputStream coded(&stream);
+  coded.SetSerializationDeterministic(true);
+  message.SerializeToCodedStream(&coded);
+  coded.Trim();
+  return bytes;
+}
+
+bool isDelete(IrLeaf const& leaf) {
+  auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
+  return value != nullptr && !*value;
+}
+
+} // namespace
+
+void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
+  constexpr auto kLeaves = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
+  auto first = node.leaves.begin();
+  for (; node.leaves.end() - first >= kLeaves; first += kLeaves) {
+    encodeResponse(timestamp, prefix, first, first + kLeaves);
+  }
+  encodeResponse(timestamp, prefix, first, node.leaves.end());
+}
+
+void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix,
+                                 Leaves::const_iterator first, Leaves::const_iterator last) {
+  WireWriter& out = sharedWriter();
+  LeafPaths& paths = leafPaths();
+  out.clear();
+  std::uint32_t leftOut = 0;
+  std::uint32_t deletes = 0;
+  for (auto leaf = last; leaf != first;) {
+    if (isDelete(*--leaf)) [[unlikely]] {
+      putPath(out, kDelete, *leaf->leafPath);
+      ++deletes;
+    }
+  }
+  for (auto leaf = last; leaf != first;) {
+    if (--leaf; deletes > 0 && isDelete(*leaf)) {
+      continue;
+    }
+    if (!putUpdate(out, paths, *leaf)) [[unlikely]] {
+      leaveOut(timestamp, prefix, leaf->leafPath);
+      ++leftOut;
+    }
+  }
+  std::size_t const changes = out.size();
+  putElems(out, *prefix);
+  auto const leaves = static_cast<std::uint32_t>(last - first);
+  finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes - leftOut, deletes);
+}
+
+void WireEncoder::encodeNode(PlainNode const& node) {
+  WireWriter& out = sharedWriter();
+  LeafPaths& paths = leafPaths();
+  out.clear();
+  auto updates = static_cast<std::uint32_t>(node.leaves.size());
+  for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
+    std::size_t const before = out.size();
+    WireSink sink(out);
+    if (!tellScalar(*leaf->type, leaf->value, sink)) [[unlikely]] {
+      leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
+      --updates;
+      continue;
+    }
+    out.enclose(kUpdateVal, before);
+    paths.put(out, leaf->plan->leafPath);
+    out.enclose(kUpdate, before);
+  }
+  std::size_t const changes = out.size();
+  putElems(out, node);
+  finish(node.timestamp, node.prefix, out.size() - changes, changes, updates, 0);
+}
+
+// What comes before the changes and the elements of the prefix.
+void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std::size_t prefixSize,
+                         std::size_t changes, std::uint32_t updates, std::uint32_t deletes) {
+  WireWriter& out = sharedWriter();
+  out.enclose(kPrefix, changes);
+  if (timestamp != 0) {
+    out.varintField(kTimestamp, static_cast<std::uint64_t>(timestamp));
+  }
+  out.enclose(kResponseUpdate, 0);
+  auto const bytes = out.bytes();
+  response({timestamp, prefix, updates, deletes, bytes, bytes.last(changes + prefixSize).first(prefixSize),
+            bytes.last(changes)});
+}
+
+// With a writer of its own: a router that is given bytes may be changing the model, which sends a delete.
+bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) {
+  WireWriter out;
+  gnmi::Notification const& update = response->response->update();
+  for (int i = update.delete__size(); i-- > 0;) {
+    out.textField(kDelete, serialized(update.delete_(i)));
+  }
+  for (int i = update.update_size(); i-- > 0;) {
+    out.textField(kUpdate, serialized(update.update(i)));
+  }
+  std::size_t const changes = out.size();
+  Kel::Ptr<Path const> const prefix = Path::gnmiPathIs(update.prefix());
+  putElems(out, *prefix);
+  std::size_t const prefixSize = out.size() - changes;
+  out.enclose(kPrefix, changes);
+  if (update.timestamp() != 0) {
+    out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
+  }
+  out.enclose(kResponseUpdate, 0);
+  return pushBytes(syncId, walkId,
+                   {update.timestamp(), prefix, static_cast<std::uint32_t>(update.update_size()),
+                    static_cast<std::uint32_t>(update.delete__size()), out.bytes(),
+                    out.bytes().last(changes + prefixSize).first(prefixSize), out.bytes().last(changes)});
+}
+
+} // namespace Ondra

@@ -1,0 +1,29 @@
+// The leaves of an object that are plain scalars, where they lie: what the encoders of responses are given without an Ir.
+#pragma once
+
+#include <span>
+
+#include "Kel/Ptr.h"
+#include "Kel/String.h"
+#include "Ondra/Path.h"
+#include "Ondra/rules/WalkRules.h"
+
+namespace Ondra {
+
+struct PlainLeaf {
+  long timestamp;
+  WalkRules::AttrPlan const* plan;
+  Kel::TypeDesc const* type; // of the value
+  void const* value;         // the raw form, in the object; of one that is printed, with the collector
+};
+
+// What an `IrNode` is to an `Ir`: leaves of one time below one prefix, at most `WalkRules::kMostPlain`. Valid while the object neither
+// changes nor goes.
+struct PlainNode {
+  long timestamp;
+  Kel::Ptr<Path const> const& prefix;
+  Kel::Bytes& wirePrefix; // the elements of the prefix as bytes; empty until an encoder has made them
+  std::span<PlainLeaf const> leaves;
+};
+
+} // namespace Ondra

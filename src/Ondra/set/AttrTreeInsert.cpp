@@ -1,0 +1,378 @@
+// Recording the paths of a request in the attribute tree.
+#include <boost/container/small_vector.hpp>
+#include <optional>
+
+#include "Kel/Entity.h"
+#include "Ondra/KelGnmiSetter.h"
+#include "Ondra/PathFormat.h"
+#include "Ondra/set/AttrNode.h"
+#include "Ondra/set/AttrNodeImpl.h"
+#include "Ondra/set/SetTrace.h"
+
+namespace Ondra::KelGnmiSet {
+
+using gnmi::PathElem;
+using Kel::KelAttr;
+using Kel::KelType;
+
+// One path on its way into the tree. Resolves element by element, first along nodes that are there, then along new ones that
+// hang together but not yet in the tree; `finish` attaches them (invariant 1 of AttrNode.h).
+class AttrTree::AttrNode::Insertion {
+public:
+  Insertion(AttrNode& root, SetOp op) : root_(root), node_(&root), op_(op) {}
+
+  // What became of one step.
+  enum class Step : std::uint8_t { Taken, Dropped, Failed };
+
+  // The whole path: all elements, then the end. Adds nothing to the tree.
+  [[nodiscard]] Step take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
+                          ElemIterator pathEnd, gnmi::TypedValue const* value);
+  // Puts the path into the tree.
+  void finish();
+  // Leaves the way of a path of that length to the next one. REQUIRES that it is in the tree.
+  void leaveTrail(std::size_t length);
+  // The session learns of the entities that were named, whether or not the request succeeds.
+  void recordDirtyPaths() const;
+
+  // REQUIRES a step that has failed.
+  [[nodiscard]] Error takeError() { return *std::move(error_); }
+  Step fail(std::string message);
+
+private:
+  // Follows the path before as far as this one begins alike, and moves the iterators as far.
+  void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
+                   ElemIterator pathEnd);
+  // Whether the path can go on beneath the node reached.
+  [[nodiscard]] bool enter();
+  // On to the child that the element names.
+  [[nodiscard]] Step descend(PathElem const& elem, bool onPrefix);
+  // The end of the path: marks the node, or decodes the value into it.
+  [[nodiscard]] Step end(gnmi::TypedValue const* value);
+  Step existingChild(AttrNode& child, bool onPrefix);
+  Step newChild(PathElem const& elem, bool onPrefix);
+  // Whether the place can be used by this operation.
+  [[nodiscard]] Step checkPlace(PathElem const& elem, KelObject& place);
+  [[nodiscard]] Step checkEmptyPlace(PathElem const& elem, KelObject const& place);
+  [[nodiscard]] bool isDeletedByWildcard(KelObject const& place) const;
+  Step failAsDeleted(PathElem const& elem);
+  [[nodiscard]] bool nodeIsInTree() const { return !head_; }
+
+  AttrNode& root_;
+  AttrNode* node_;
+  SetOp const op_;
+  PathElem const* child_ = nullptr; // looked for below `node_`
+  std::size_t followed_ = 0;        // elements
+  std::unique_ptr<AttrNode> head_;  // the first new node
+  AttrNode* attachTo_ = nullptr;
+  AttrQueue::Gap gap_;                                   // for it, among the children there
+  boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
+  boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
+  std::optional<Error> error_;
+};
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::string message) {
+  Error& error = error_.emplace();
+  error.code = grpc::StatusCode::NOT_FOUND;
+  error.message = std::move(message);
+  if (node_ != &root_) {
+    error.add(node_->elem());
+  }
+  if (child_ != nullptr) {
+    error.add(*child_);
+  }
+  return Step::Failed;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(PathElem const& elem) {
+  return fail(
+      fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_));
+}
+
+void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
+                                                ElemIterator& pathBegin, ElemIterator pathEnd) {
+  Trail* const trail = root_.trail_.get();
+  if (trail == nullptr || trail->op != op_ ||
+      setTrace.isOn(6)) { // steps that are taken at once are not traced
+    return;
+  }
+  for (AttrNode* const next : trail->nodes) {
+    bool const onPrefix = prefixBegin != prefixEnd;
+    ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
+    // The last element is looked at in full: it may not end where others pass.
+    bool const isLast =
+        onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
+    if (isLast || !(next->elem() == *at)) {
+      return;
+    }
+    ++at;
+    ++followed_;
+    node_ = next;
+  }
+}
+
+bool AttrTree::AttrNode::Insertion::enter() {
+  if (node_->object_.hasFilter()) {
+    fail(fmt::format("Element '{}' with wildcard must be the leaf of the delete path", node_->elem()));
+    return false;
+  }
+  TOVAK_TRACE(setTrace, 6, "", "Inserting a suffix under element '{}'", node_->elem());
+  // docs/decisions.md: "Where does a path through a reference lead?"
+  // A value is changed in a copy before the commit; what a reference in it leads to would be changed for good.
+  bool const isReferenceInValue = node_->object_.isReference() && !node_->parent_->isEntity();
+  if (node_->isScalar() || isReferenceInValue) {
+    fail(fmt::format("Leaf element '{}' cannot have a sub-element", node_->elem()));
+    return false;
+  }
+  return true;
+}
+
+inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
+                                                                                  bool onPrefix) {
+  child_ = &elem;
+  AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem, gap_) : nullptr;
+  Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(elem, onPrefix);
+  child_ = nullptr;
+  return step;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild(AttrNode& child,
+                                                                                 bool onPrefix) {
+  if (child.deleted_) {
+    TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", child.elem());
+  }
+  if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_))) {
+    return failAsDeleted(child.elem());
+  }
+  if (!onPrefix && child.op_ != op_ && child.isEntity()) {
+    return fail(fmt::format("Same entity element '{}' cannot be used in multiple ops, {} and {}",
+                            child.elem(), child.op_, op_));
+  }
+  passed_.push_back(&child);
+  node_ = &child;
+  return Step::Taken;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(PathElem const& elem,
+                                                                            bool onPrefix) {
+  TOVAK_TRACE(setTrace, 8, "", "New child insertion");
+  if (elem.name() == "*" || elem.name() == "...") {
+    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", elem.name()));
+  }
+  auto place = getNextPlace(node_->object_, elem);
+  if (!place) {
+    if (op_ == SetOp::Delete && place.error().missing) {
+      TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path due to missing element '{}'", elem);
+      return Step::Dropped;
+    }
+    return fail(std::move(place.error().message));
+  }
+  if (nodeIsInTree() && place->attr.isKeyed() && !place->hasFilter()) {
+    // The same member by another spelling of its key map.
+    if (AttrNode* const child = node_->children_.get(place->attr, place->key())) {
+      return existingChild(*child, onPrefix);
+    }
+  }
+  if (Step const step = checkPlace(elem, *place); step != Step::Taken) {
+    return step;
+  }
+  TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", elem);
+  if (node_->object_.type().isDir() && !place->type().isDir()) {
+    dirty_.push_back(Kel::dynamicPtrCast<Kel::Entity>(Kel::Ptr<Kel::PtrInterface>(place->object->object())));
+  }
+  auto child = std::make_unique<AttrNode>(elem, *std::move(place));
+  child->parent_ = node_;
+  child->op_ = op_;
+  child->onPrefix_ = onPrefix;
+  AttrNode* const made = child.get();
+  if (nodeIsInTree()) {
+    attachTo_ = node_;
+    head_ = std::move(child);
+  } else {
+    bool const isNew = node_->children_.insert(std::move(child));
+    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", elem);
+  }
+  node_ = made;
+  return Step::Taken;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(PathElem const& elem,
+                                                                              KelObject& place) {
+  KelAttr const attr = place.attr;
+  if (place.hasFilter()) {
+    if (op_ != SetOp::Delete) {
+      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", elem, op_));
+    }
+    bool const full = nodeIsInTree() && node_->children_.wildcards().size() >= kMaxWildcards;
+    return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards))
+                : Step::Taken;
+  }
+  if (op_ != SetOp::Delete && isDeletedByWildcard(place)) {
+    return failAsDeleted(elem);
+  }
+  if (attr.isArray() && getTypeKind(attr.memberType()) == TypeKind::Composite) {
+    return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", elem,
+                            attr.memberType().name().view()));
+  }
+  // A leaf that gets a value need not be read; one that loses it need only be there.
+  if (getTypeKind(attr.isArray() ? attr.memberType() : place.type()) == TypeKind::Scalar) {
+    bool const isThere = op_ != SetOp::Delete || attr.genericIfExist(node_->object_.object, place.key());
+    return isThere ? Step::Taken : checkEmptyPlace(elem, place);
+  }
+  if (!place.object) {
+    auto object = readPlace(node_->object_, place);
+    if (!object) {
+      return fail(std::move(object).error());
+    }
+    place.object = std::move(object).value();
+  }
+  if (op_ != SetOp::Delete && place.isReference() && hasGone(place.object)) {
+    place.object.reset();
+  }
+  return place.object ? Step::Taken : checkEmptyPlace(elem, place);
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPlace(PathElem const& elem,
+                                                                                   KelObject const& place) {
+  if (op_ == SetOp::Delete) {
+    TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path as element '{}' is not set", elem);
+    return Step::Dropped;
+  }
+  if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) {
+    return Step::Taken;
+  }
+  return fail(fmt::format("Path element '{}' is not set", elem));
+}
+
+bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) const {
+  if (!nodeIsInTree() || !place.key()) {
+    return false;
+  }
+  for (AttrNode const* const wildcard : node_->children_.wildcards()) {
+    if (wildcard->object_.attr == place.attr &&
+        applyKeyFilter(std::get<MultipleKeys>(wildcard->object_.keys).filter, place.key())) {
+      return true;
+    }
+  }
+  return false;
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(gnmi::TypedValue const* value) {
+  TOVAK_TRACE(setTrace, 8, "", "End of the path");
+  if (op_ == SetOp::Delete) {
+    if (node_ == &root_) {
+      return fail("The data root cannot be deleted");
+    }
+    TOVAK_TRACE(setTrace, 6, "", "Marking leaf element '{}' as getting deleted", node_->elem());
+    node_->deleted_ = true;
+    return Step::Taken;
+  }
+  if (!node_->isScalar()) {
+    TOVAK_TRACE(setTrace, 6, "", "Found a composite at the end of the path");
+    return fail("Path must map to a scalar type");
+  }
+  if (value == nullptr) {
+    error_ = node_->error(fmt::format("Expecting a gnmi value in {} op path", op_),
+                          grpc::StatusCode::INVALID_ARGUMENT);
+    return Step::Failed;
+  }
+  auto decoded = node_->processLeafElem(*value);
+  if (auto* const error = std::get_if<Error>(&decoded)) {
+    error_ = std::move(*error);
+    return Step::Failed;
+  }
+  return Step::Taken;
+}
+
+inline AttrTree::AttrNode::Insertion::Step
+AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
+                                    ElemIterator pathEnd, gnmi::TypedValue const* value) {
+  followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
+  while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
+    if (!enter()) {
+      return Step::Failed;
+    }
+    bool const onPrefix = prefixBegin != prefixEnd;
+    PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
+    if (Step const step = descend(elem, onPrefix); step != Step::Taken) {
+      return step;
+    }
+  }
+  return end(value);
+}
+
+void AttrTree::AttrNode::Insertion::finish() {
+  for (AttrNode* const node : passed_) {
+    node->op_ = op_;
+  }
+  if (head_) {
+    TOVAK_ASSERT(attachTo_ != nullptr, setTrace, "Expecting a valid node representing sub-element '{}'",
+                 head_->elem());
+    attachTo_->children_.insert(std::move(head_), gap_);
+  }
+}
+
+void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
+  if (op_ == SetOp::Delete) {
+    root_.trail_.reset();
+    return;
+  }
+  if (!root_.trail_) {
+    root_.trail_ = std::make_unique<Trail>();
+  }
+  root_.trail_->op = op_;
+  auto& nodes = root_.trail_->nodes;
+  nodes.resize(length - 1);
+  AttrNode* node = node_->parent_;
+  for (std::size_t i = length - 1; i > followed_; --i) {
+    nodes[i - 1] = node;
+    node = node->parent_;
+  }
+}
+
+void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
+  for (auto const& entity : dirty_) {
+    auto const recorded = catchModelError([&entity] {
+      Kel::String const name = entity->fullName();
+      TOVAK_TRACE(setTrace, 6, "", "Adding dirty path '{}'", name.view());
+      Kel::Entity::singleton<GnmiSetSessionState>()->dirtyPathIs(name);
+      return true;
+    });
+    if (!recorded) {
+      TOVAK_TRACE(setTrace, Tovak::traceLevelError, "", "An entity has no name: {}", recorded.error());
+    }
+  }
+}
+
+AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
+                                                      ElemIterator pathBegin, ElemIterator pathEnd,
+                                                      gnmi::TypedValue const* value, SetOp op) {
+  auto const length = static_cast<std::size_t>((prefixEnd - prefixBegin) + (pathEnd - pathBegin));
+  if (length > kMaxPathElems) {
+    Error tooLong{
+        grpc::StatusCode::NOT_FOUND,
+        {},
+        fmt::format("Path of {} elements is too long; at most {} are supported", length, kMaxPathElems)};
+    tooLong.add(prefixBegin != prefixEnd ? *prefixBegin : *pathBegin);
+    return tooLong;
+  }
+  Insertion insertion(*this, op);
+  auto step = Insertion::Step::Failed;
+  try {
+    step = insertion.take(prefixBegin, prefixEnd, pathBegin, pathEnd, value);
+  } catch (...) {
+    insertion.fail(modelError());
+  }
+  if (step != Insertion::Step::Dropped) {
+    insertion.recordDirtyPaths();
+  }
+  if (step == Insertion::Step::Failed) {
+    return insertion.takeError();
+  }
+  if (step == Insertion::Step::Taken) {
+    insertion.finish();
+    insertion.leaveTrail(length);
+  }
+  return true;
+}
+
+} // namespace Ondra::KelGnmiSet
