@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "Tovak/Assert.h"
+#include "Tovak/DebugHandler.h"
 #include "agent/service/SubscribeStream.h"
 
 namespace Agent {
@@ -48,7 +50,7 @@ void Pumps::run() {
   for (;;) {
     arrived_.wait(guard, [this] { return ends_ || !ring_.empty(); });
     if (ends_) return;
-    std::shared_ptr<SubscribeStream> stream = next();
+    std::shared_ptr<SubscribeStream> stream = next(guard);
     guard.unlock();
     stream->pump();
     stream.reset(); // whose end takes locks of its own
@@ -56,7 +58,9 @@ void Pumps::run() {
   }
 }
 
-std::shared_ptr<SubscribeStream> Pumps::next() {
+std::shared_ptr<SubscribeStream> Pumps::next(std::unique_lock<std::mutex> const& guard) {
+  TOVAK_ASSERT(guard.owns_lock() && !ring_.empty(), Tovak::Platform::getDebugHandler("OndraAgent", false),
+               "nobody waits for a turn to write");
   Lines::value_type& line = *ring_.front();
   ring_.pop_front();
   std::shared_ptr<SubscribeStream> stream = std::move(line.second.front());

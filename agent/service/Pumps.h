@@ -28,14 +28,15 @@ public:
   Pumps(Pumps const&) = delete;
   Pumps& operator=(Pumps const&) = delete;
 
-  // `SubscribeStream::pump` follows. REQUIRES: it does not stand in line.
+  // `SubscribeStream::pump` follows. That it does not stand in line already is the stream's to know.
   void pumpIs(std::shared_ptr<SubscribeStream> stream);
 
 private:
   using Lines = absl::node_hash_map<std::string, std::deque<std::shared_ptr<SubscribeStream>>>;
 
   void run();
-  [[nodiscard]] std::shared_ptr<SubscribeStream> next(); // REQUIRES the lock, and somebody who waits
+  // Who has the next turn. REQUIRES that somebody waits; that the lock is held the guard shows.
+  [[nodiscard]] std::shared_ptr<SubscribeStream> next(std::unique_lock<std::mutex> const& guard);
 
   std::mutex mutex_;
   std::condition_variable arrived_;
