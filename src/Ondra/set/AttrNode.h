@@ -21,11 +21,11 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "Kel/Memory.h"
 #include "Kstd/Export.h"
+#include "Kstd/Result.h"
 #include "Ondra/AttrTree.h"
 
 namespace Ondra::KelGnmiSet {
@@ -195,8 +195,8 @@ private:
   [[nodiscard]] Status replaceScalarArray(Handle const& parent);
   [[nodiscard]] Status deleteScalarArray(Handle const& parent);
   [[nodiscard]] Status doWildcardDelete(Handle const& parent, MultipleKeys::Filter const& filter);
-  [[nodiscard]] std::variant<Kel::ArgList, Error> prepareConstructorArgs(Kel::KelType type);
-  [[nodiscard]] std::variant<ConstHandle, Error> constructorArg(Kel::KelAttr arg);
+  [[nodiscard]] Kstd::Result<Kel::ArgList, Error> prepareConstructorArgs(Kel::KelType type);
+  [[nodiscard]] Kstd::Result<ConstHandle, Error> constructorArg(Kel::KelAttr arg);
   // The array value that the decoded members make.
   [[nodiscard]] Handle arrayValue() const;
 

@@ -175,10 +175,10 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
   }
   KelType const type = object_.attr.memberType();
   auto args = prepareConstructorArgs(type);
-  if (auto* const problem = std::get_if<Error>(&args)) {
-    return std::move(*problem);
+  if (!args) {
+    return std::move(args).error();
   }
-  made_ = std::make_unique<Made>(Made{std::get<Kel::ArgList>(std::move(args))});
+  made_ = std::make_unique<Made>(Made{std::move(args).value()});
   base_ = type.genericIf(made_->args);
   return checkIndex(base_);
 }
@@ -246,10 +246,10 @@ AttrTree::Status AttrTree::AttrNode::instantiateValue() {
   KelAttr const attr = object_.attr;
   hasNewValue_ = true;
   auto args = prepareConstructorArgs(attr.memberType());
-  if (auto* const problem = std::get_if<Error>(&args)) {
-    return std::move(*problem);
+  if (!args) {
+    return std::move(args).error();
   }
-  newValue_ = attr.memberType().genericIf(std::get<Kel::ArgList>(args));
+  newValue_ = attr.memberType().genericIf(args.value());
   if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
     index.genericIfSet(newValue_, nullptr, object_.key());
   }
@@ -321,24 +321,24 @@ AttrTree::Status AttrTree::AttrNode::checkIndex(ConstHandle const& member) const
   return error(fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), *elem_));
 }
 
-std::variant<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstructorArgs(KelType type) {
+Kstd::Result<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstructorArgs(KelType type) {
   TOVAK_TRACE(setTrace, 6, "", "Preparing constructor args for '{}'", *elem_);
   Kel::ArgList args;
   for (Kel::AttrDesc const* const desc : type.ctorArgs()) {
     KelAttr const arg(desc);
     TOVAK_TRACE(setTrace, 6, "", "Checking constructor arg '{}'", arg.name().view());
     auto value = constructorArg(arg);
-    if (auto* const problem = std::get_if<Error>(&value)) {
-      return std::move(*problem);
+    if (!value) {
+      return std::move(value).error();
     }
-    args.push_back(std::get<ConstHandle>(std::move(value)));
+    args.push_back(std::move(value).value());
     TOVAK_ASSERT(args.back() || arg.isEmbedded() || arg.isPointer(), setTrace,
                  "Constructor argument {} of element {} is nullptr", arg.name().view(), *elem_);
   }
   return args;
 }
 
-std::variant<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constructorArg(KelAttr arg) {
+Kstd::Result<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constructorArg(KelAttr arg) {
   if (object_.attr.isKeyed() && object_.attr.indexAttr() == arg) {
     TOVAK_TRACE(setTrace, 6, "", "Constructor arg is the internal key of '{}'", *elem_);
     TOVAK_ASSERT(object_.key(), setTrace,
