@@ -134,20 +134,20 @@ TEST_F(SubscribeRefusals, theTable) {
 }
 
 TEST_F(SubscribeRefusals, whatMayBeAskedThoughItDoesNothing) {
+  gnmi::SubscribeRequest const good = once().add("/interfaces").done();
   for (gnmi::SubscribeRequest const& request :
-       {with(once().add("/interfaces").done(), [](auto& list) { list.mutable_qos()->set_marking(0); }),
-        with(once().add("/interfaces").done(), [](auto& list) { list.set_allow_aggregation(true); }),
-        with(once().add("/interfaces").done(),
-             [](auto& list) { list.add_use_models()->set_name("openconfig-interfaces"); }),
-        with(once().add("/interfaces").done(), [](auto& list) { list.mutable_prefix(); }),
-        with(once().add("/interfaces").done(), [](auto& list) { oldElementIs(firstPath(list)); }),
-        with(once().add("/interfaces").done(),
+       {with(good, [](auto& list) { list.mutable_qos()->set_marking(0); }),
+        with(good, [](auto& list) { list.set_allow_aggregation(true); }),
+        with(good, [](auto& list) { list.add_use_models()->set_name("openconfig-interfaces"); }),
+        with(good, [](auto& list) { list.mutable_prefix(); }),
+        with(good, [](auto& list) { oldElementIs(firstPath(list)); }),
+        with(good,
              [](auto& list) {
                list.mutable_prefix()->set_origin("openconfig");
                firstPath(list).set_origin("openconfig");
              }),
-        extended(once().add("/interfaces").done(), [](auto& e) { e.mutable_depth(); }),
-        extended(once().add("/interfaces").done(), [](auto& e) { e.mutable_master_arbitration(); }),
+        extended(good, [](auto& extension) { extension.mutable_depth(); }),
+        extended(good, [](auto& extension) { extension.mutable_master_arbitration(); }),
         once().add("/", gnmi::SAMPLE, 5).done(), // of a stream alone
         once().done()}) {
     Subscriber client(bench, server.channel());
