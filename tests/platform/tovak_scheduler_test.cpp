@@ -22,13 +22,6 @@ using Tovak::TaskScheduler;
 
 constexpr int64_t ms = 1'000'000;
 
-class TovakScheduler : public ::testing::Test {
-protected:
-  Tovak::SimulatedClock clock_;
-  std::shared_ptr<TaskScheduler> scheduler_ = std::make_shared<TaskScheduler>(clock_);
-  std::vector<String> log_;
-};
-
 // A task made of a function.
 class FunctionTask : public Task {
 public:
@@ -46,13 +39,25 @@ public:
   int resets_ = 0;
 };
 
+class TovakScheduler : public ::testing::Test {
+protected:
+  std::shared_ptr<FunctionTask> task(String name, FunctionTask::Body body,
+                                     TaskPriority::PriorityEnum priority = TaskPriority::normal) {
+    return std::make_shared<FunctionTask>(scheduler_, std::move(name), priority, std::move(body));
+  }
+
+  Tovak::SimulatedClock clock_;
+  std::shared_ptr<TaskScheduler> scheduler_ = std::make_shared<TaskScheduler>(clock_);
+  std::vector<String> log_;
+};
+
 TEST_F(TovakScheduler, UrgentTasksGoFirstEqualOnesInOrder) {
   std::vector<std::shared_ptr<FunctionTask>> tasks;
   for (auto priority :
        {TaskPriority::background, TaskPriority::normal, TaskPriority::critical, TaskPriority::normal}) {
-    String const name = fmt::format("{}{}", priority, tasks.size());
-    tasks.push_back(std::make_shared<FunctionTask>(
-        scheduler_, name, priority, [this](FunctionTask& task) { log_.push_back(task.name()); }));
+    tasks.push_back(task(
+        fmt::format("{}{}", priority, tasks.size()),
+        [this](FunctionTask& self) { log_.push_back(self.name()); }, priority));
     tasks.back()->scheduleTask();
     tasks.back()->scheduleTask(); // once is enough
     EXPECT_TRUE(tasks.back()->isScheduled());
@@ -67,9 +72,9 @@ TEST_F(TovakScheduler, EveryPriorityGetsOnAtWorstSlowly) {
   // All five are always ready; each level must leave every fairTurn-th of its turns to those below.
   std::vector<std::shared_ptr<FunctionTask>> tasks;
   for (size_t priority = 0; priority < TaskPriority::count; ++priority) {
-    tasks.push_back(std::make_shared<FunctionTask>(scheduler_, std::to_string(priority),
-                                                   static_cast<TaskPriority::PriorityEnum>(priority),
-                                                   [](FunctionTask& task) { task.scheduleTask(); }));
+    tasks.push_back(task(
+        std::to_string(priority), [](FunctionTask& self) { self.scheduleTask(); },
+        static_cast<TaskPriority::PriorityEnum>(priority)));
     tasks.back()->scheduleTask();
   }
   uint64_t left =
@@ -88,36 +93,35 @@ TEST_F(TovakScheduler, EveryPriorityGetsOnAtWorstSlowly) {
 TEST_F(TovakScheduler, ATaskYieldsWhenItsSliceIsOver) {
   scheduler_->sliceNsIs(10 * ms);
   int steps = 0;
-  auto const task = std::make_shared<FunctionTask>(scheduler_, "SyncWalkId-5:12", TaskPriority::normal,
-                                                   [this, &steps](FunctionTask& self) {
-                                                     EXPECT_EQ(scheduler_->currentTask(), &self);
-                                                     for (; steps < 25; ++steps) {
-                                                       if (self.taskShouldYield()) {
-                                                         EXPECT_TRUE(self.taskShouldYield()) << "stays over";
-                                                         self.scheduleTask();
-                                                         log_.push_back(std::to_string(steps));
-                                                         return;
-                                                       }
-                                                       clock_.advance(1 * ms);
-                                                     }
-                                                     log_.push_back("done");
-                                                   });
-  task->taskStatsNameIs("WalkTask");
-  EXPECT_FALSE(task->taskShouldYield()) << "not running";
-  task->scheduleTask();
+  auto const walk = task("SyncWalkId-5:12", [this, &steps](FunctionTask& self) {
+    EXPECT_EQ(scheduler_->currentTask(), &self);
+    for (; steps < 25; ++steps) {
+      if (self.taskShouldYield()) {
+        EXPECT_TRUE(self.taskShouldYield()) << "stays over";
+        self.scheduleTask();
+        log_.push_back(std::to_string(steps));
+        return;
+      }
+      clock_.advance(1 * ms);
+    }
+    log_.push_back("done");
+  });
+  walk->taskStatsNameIs("WalkTask");
+  EXPECT_FALSE(walk->taskShouldYield()) << "not running";
+  walk->scheduleTask();
   scheduler_->runUntilIdle();
   EXPECT_THAT(log_, ElementsAre("10", "20", "done"));
-  EXPECT_FALSE(task->taskShouldYield());
+  EXPECT_FALSE(walk->taskShouldYield());
   EXPECT_EQ(scheduler_->statsDump(), "WalkTask: runs 3, total 25000000 ns, max 10000000 ns\n");
-  EXPECT_EQ(task->busy_, 0);
+  EXPECT_EQ(walk->busy_, 0);
 
-  task->body_ = [this](FunctionTask&) { clock_.advance(TaskScheduler::busySlices * ms + 1); };
+  walk->body_ = [this](FunctionTask&) { clock_.advance(TaskScheduler::busySlices * ms + 1); };
   scheduler_->sliceNsIs(1 * ms);
-  task->scheduleTask();
+  walk->scheduleTask();
   scheduler_->runUntilIdle();
-  EXPECT_EQ(task->busy_, 1);
+  EXPECT_EQ(walk->busy_, 1);
   scheduler_->statsReset();
-  EXPECT_EQ(task->resets_, 1);
+  EXPECT_EQ(walk->resets_, 1);
   EXPECT_EQ(scheduler_->stats("WalkTask").runs, 0u);
 }
 
@@ -148,14 +152,11 @@ TEST(TovakSchedulerClock, OnTheMachinesClockAYieldComesWithinTheStride) {
 }
 
 TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
-  auto dropped = std::make_shared<FunctionTask>(scheduler_, "dropped", TaskPriority::high,
-                                                [](FunctionTask&) { FAIL() << "ran after its end"; });
-  auto descheduled =
-      std::make_shared<FunctionTask>(scheduler_, "descheduled", TaskPriority::high,
-                                     [](FunctionTask&) { FAIL() << "ran though descheduled"; });
+  auto dropped = task("dropped", [](FunctionTask&) { FAIL() << "ran after its end"; });
+  auto descheduled = task("descheduled", [](FunctionTask&) { FAIL() << "ran though descheduled"; });
   // Lets go of itself in its own run, having queued itself again.
   std::shared_ptr<FunctionTask> own;
-  own = std::make_shared<FunctionTask>(scheduler_, "own", TaskPriority::normal, [&](FunctionTask& self) {
+  own = task("own", [&](FunctionTask& self) {
     self.scheduleTask();
     own.reset();
     log_.push_back(self.name()); // still alive: the scheduler holds it
@@ -168,15 +169,15 @@ TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
     EXPECT_EQ(test->scheduler_->currentTask(), nullptr) << "else the dead would be told that it was busy";
     test->log_.push_back("raw");
   });
-  for (FunctionTask* task : {dropped.get(), descheduled.get(), own.get(), raw}) {
-    task->scheduleTask();
+  for (FunctionTask* one : {dropped.get(), descheduled.get(), own.get(), raw}) {
+    one->scheduleTask();
   }
   descheduled->descheduleTask();
   dropped.reset();
   scheduler_->runUntilIdle();
   EXPECT_THAT(log_, ElementsAre("own", "raw"));
   // One that is told of a reset may end others that are still to be told.
-  auto victim = std::make_shared<FunctionTask>(scheduler_, "victim", TaskPriority::low, nullptr);
+  auto victim = task("victim", nullptr);
   struct Killer : FunctionTask {
     using FunctionTask::FunctionTask;
     void handleResetStats() override { victim->reset(); }
@@ -184,7 +185,7 @@ TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
   };
   Killer killer(scheduler_, "killer", TaskPriority::low, nullptr);
   killer.victim = &victim;
-  auto after = std::make_shared<FunctionTask>(scheduler_, "after", TaskPriority::low, nullptr);
+  auto const after = task("after", nullptr);
   scheduler_->statsReset();
   EXPECT_EQ(victim, nullptr);
   EXPECT_EQ(after->resets_, 1);
@@ -352,15 +353,14 @@ TEST_F(TovakScheduler, MisuseIsAsserted) {
 TEST_F(TovakScheduler, AnExceptionLosesNothingElse) {
   scheduler_->post([] { throw std::runtime_error("first"); });
   scheduler_->post([&] { log_.push_back("second"); });
-  auto const task = std::make_shared<FunctionTask>(scheduler_, "t", TaskPriority::normal,
-                                                   [](FunctionTask&) { throw std::runtime_error("task"); });
+  auto const throwing = task("t", [](FunctionTask&) { throw std::runtime_error("task"); });
   Tovak::TimerId const tick = scheduler_->timerEvery(1 * ms, [&, count = 0]() mutable {
     log_.push_back("tick");
     if (++count == 1) {
       throw std::runtime_error("tick");
     }
   });
-  task->scheduleTask();
+  throwing->scheduleTask();
   EXPECT_THROW(scheduler_->runUntilIdle(), std::runtime_error);
   EXPECT_THROW(scheduler_->runUntilIdle(), std::runtime_error);
   EXPECT_EQ(scheduler_->currentTask(), nullptr);
