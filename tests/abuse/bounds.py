@@ -14,6 +14,7 @@ import typing
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "e2e"))
 import http2  # noqa: E402
+import run  # noqa: E402
 
 
 def watch(port):
@@ -359,23 +360,15 @@ CASES = {"connections": connections, "floods": floods, "guesses": guesses, "slow
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--agent", required=True, type=pathlib.Path, help="the program under attack")
-    parser.add_argument("--work", required=True, type=pathlib.Path, help="a folder for the clients' environment")
+    parser = run.parserOf(__doc__)
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("--watch", metavar="PORT", help=argparse.SUPPRESS)
     parser.add_argument("cases", nargs="*", help=", ".join(CASES))
     arguments = parser.parse_args()
     arguments.count = lambda full, quick: quick if arguments.quick else full
     if "E2E_AGENT" not in os.environ:
-        import run
-        python = run.environment(arguments.work.resolve())
-        if python is None:
-            print("skipped: the package index cannot be reached")
-            sys.exit(run.SKIPPED)
-        variables = dict(os.environ, E2E_AGENT=str(arguments.agent.resolve()), E2E_WORK=str(arguments.work.resolve()),
-                         PYTHONDONTWRITEBYTECODE="1", no_proxy="*")
-        sys.exit(subprocess.run([python, *sys.argv], env=variables, check=False).returncode)
+        python = run.clientOrSkipped(arguments.work)
+        sys.exit(subprocess.run([python, *sys.argv], env=os.environ | run.variables(arguments, no_proxy="*"), check=False).returncode)
     global grpc, pb, gnmi_pb2_grpc, Agent
     import grpc
     import support

@@ -2,7 +2,6 @@
 """The attacks of http2.py against an agent behind the front that packaging/front describes, and, for comparison, against the agent itself.
 Loopback only; every attack is bounded in bytes and seconds, prints its figures, and fails beyond what is promised. Exit code 77: skipped, because
 the front is not installed."""
-import argparse
 import os
 import pathlib
 import re
@@ -16,8 +15,9 @@ import time
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "e2e"))
 import http2  # noqa: E402
+import run  # noqa: E402
 
-SKIPPED, DEADLINE = 77, 20
+DEADLINE = 20
 SECONDS, MEBIBYTES, CONNECTIONS = 5, 64, 4
 MAIN = """
 daemon off; master_process on; worker_processes 2; {user} pid {folder}/pid; error_log {folder}/error.log;
@@ -124,16 +124,13 @@ def attacked(setting, make):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--agent", required=True, type=pathlib.Path, help="the program under attack")
-    parser.add_argument("--work", required=True, type=pathlib.Path, help="a folder for files of the moment")
+    parser = run.parserOf(__doc__)
     parser.add_argument("--without", action="store_true", help="the agent itself, plaintext, as well")
     arguments = parser.parse_args()
     if shutil.which("nginx") is None:
         print("skipped: nginx is not installed")
-        sys.exit(SKIPPED)
-    arguments.work.mkdir(parents=True, exist_ok=True)
-    os.environ.update(E2E_AGENT=str(arguments.agent.resolve()), E2E_WORK=str(arguments.work.resolve()))
+        sys.exit(run.SKIPPED)
+    os.environ |= run.variables(arguments)
     import certificates as made
     keys = made.Certificates()
     keys.signed("server")
@@ -143,7 +140,7 @@ def main():
     for isFronted in (True, False) if arguments.without else (True,):
         for name, make in http2.ATTACKS.items():
             with tempfile.TemporaryDirectory(dir=arguments.work) as folder, \
-                    Setting(arguments.agent.resolve(), pathlib.Path(folder).resolve(), isFronted, keys) as setting:
+                    Setting(arguments.agent, pathlib.Path(folder), isFronted, keys) as setting:
                 before = setting.resident()
                 quiet = setting.polite()
                 sent, agent, front, polite = attacked(setting, make)

@@ -1,42 +1,22 @@
 """What people use as clients, as they come: gnmi_cli, telegraf and aiognmi, with the versions that are known to work."""
-import hashlib
 import json
 import os
 import shlex
 import shutil
 import subprocess
-import sys
 import unittest
-import venv
 
 from agentprocess import DEADLINE, WORK, AgentProcess, fenced
+from run import Unreachable, environment, fetched, run
 
 LO = "/interfaces/interface[name=lo]"
-# What the tools say when their registries cannot be reached, as opposed to when something is wrong with what is asked of them.
-UNREACHABLE = ("dial tcp", "no such host", "i/o timeout", "connection refused", "Temporary failure in name resolution",
-               "Network is unreachable", "NewConnectionError", "ConnectTimeoutError", "ReadTimeoutError", "ProxyError", "Max retries exceeded")
 
 
-def fetched(name, wanted, make):
-    """The folder of a client, made once for each version of it."""
-    folder = WORK / name
-    stamp = folder / "complete"
-    wanted = hashlib.sha256(wanted.encode()).hexdigest()
-    if stamp.is_file() and stamp.read_text() == wanted:
-        return folder
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir()
-    result = make(folder)
-    if result.returncode != 0:
-        if any(text in result.stdout for text in UNREACHABLE):
-            raise unittest.SkipTest(f"{name}: its registry cannot be reached")
-        raise AssertionError(f"{name} could not be made, though its registry was reached: {result.stdout[-3000:]}")
-    stamp.write_text(wanted)
-    return folder
-
-
-def run(*command, **options):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
+def orSkipped(get, *arguments):
+    try:
+        return get(*arguments)
+    except Unreachable as why:
+        raise unittest.SkipTest(str(why)) from None
 
 
 def goProgram(package, module, version, tags=""):
@@ -54,7 +34,7 @@ def goProgram(package, module, version, tags=""):
                 break
         return result
 
-    return fetched(name, f"{module} {version} {tags}", make) / name
+    return orSkipped(fetched, WORK / name, f"{module} {version} {tags}", make) / name
 
 
 class GnmiCli(unittest.TestCase):
@@ -137,13 +117,8 @@ async def main():
 asyncio.run(main())
 """
 
-    def make(self, folder):
-        venv.create(folder / "venv", with_pip=True)
-        return run(folder / "venv/bin/python", "-m", "pip", "install", "--quiet", "--disable-pip-version-check", "--retries", "1",
-                   *self.REQUIREMENTS)
-
     def testCapabilitiesGetAndSet(self):
-        python = fetched("aiognmi", " ".join(self.REQUIREMENTS) + sys.version, self.make) / "venv/bin/python"
+        python = orSkipped(environment, WORK / "aiognmi", *self.REQUIREMENTS)
         with AgentProcess() as agent:
             result = run(python, "-c", self.SCRIPT, str(agent.port), timeout=DEADLINE)
         self.assertEqual(result.returncode, 0, result.stdout)

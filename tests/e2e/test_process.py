@@ -70,14 +70,6 @@ class Process(unittest.TestCase):
             self.assertTrue(out if code == 0 else err)
             self.assertFalse(err if code == 0 else out)
 
-    def testASyntheticTreeChanges(self):
-        with Agent("--no-machine", "--synthetic", "2000", "--synthetic-rate", "1000") as agent, agent.client() as client:
-            watcher = Watcher(client, stream("synthetic/port[name=ethernet000007]"))
-            values = watcher.toSync()
-            self.assertEqual(len(values), 20)
-            path = "synthetic/port[name=ethernet000007]/in-octets"
-            self.assertGreater(watcher.awaitUpdate(path)[0], values[path])
-
 
 class OwnClient(unittest.TestCase):
     @classmethod

@@ -15,7 +15,6 @@ TICK = 100_000_000  # ns
 
 class Streams(unittest.TestCase):
     @classmethod
-
     def setUpClass(cls):
         cls.agent = Agent("--sample-floor", "100ms", "--default-sample", "100ms", "--machine-period", "100ms")
         cls.addClassCleanup(cls.agent.__exit__)
@@ -54,19 +53,6 @@ class Streams(unittest.TestCase):
             self.assertEqual([entry["val"] for entry in answer["update"]["update"]], [text])
             self.assertTrue(answer["sync_response"])
 
-    def testOnChangeTellsChangesAndDeletes(self):
-        watcher = self.watch(stream(LO + "/config"))
-        self.assertEqual(watcher.toSync()[DESCRIPTION], "first")
-        self.describe("second")
-        value, before = watcher.awaitUpdate(DESCRIPTION)
-        self.assertEqual(value, "second")
-        self.client.set(delete=[DESCRIPTION])
-        watcher.awaitDelete(DESCRIPTION)
-        self.describe("third")
-        value, after = watcher.awaitUpdate(DESCRIPTION)
-        self.assertEqual(value, "third")
-        self.assertGreater(after, before)
-
     def testSamplesComeAtTheirIntervalChangedOrNot(self):
         watcher = self.watch(stream(DESCRIPTION, mode="sample", sample_interval=TICK))
         watcher.toSync()
@@ -83,6 +69,7 @@ class Streams(unittest.TestCase):
         watcher.awaitUpdate("interfaces/interface[name=left0]/state/admin-status", lambda value: value == "UP")
         link("del", "left0")
         watcher.awaitDelete("interfaces/interface[name=left0]/state/name")
+
 
 @needsLinks
 class Configuration(unittest.TestCase):
