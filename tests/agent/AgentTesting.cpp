@@ -35,15 +35,11 @@ void visitAll(std::string const& path, Handle const& object, Visit const& visit)
   }
 }
 
-Handle handleTo(Kel::Ptr<Kel::Entity> const& entity) {
-  return Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity.get()));
-}
-
 } // namespace
 
 Leaves leavesOf(Kel::Ptr<Kel::Entity> const& entity) {
   Leaves leaves;
-  visitAll("", handleTo(entity), [&](std::string const& path, Handle const& object, Kel::KelAttr attr) {
+  visitAll("", Kel::handleTo(entity), [&](std::string const& path, Handle const& object, Kel::KelAttr attr) {
     Handle const value = attr.genericIfGet(object);
     if (value) leaves[path] = attr.isArray() ? joined(attr, value) : value->strRep();
   });
@@ -73,7 +69,7 @@ void RecordedFolder::remove(std::string const& fileOrFolder) {
 
 void ChangeCounter::watch(Kel::Ptr<Kel::Entity> const& entity) {
   watches_.emplace_back(new Fixture::Observer(entity.get(), [this](auto const&) { ++changes_; }));
-  Handle const object = handleTo(entity);
+  Handle const object = Kel::handleTo(entity);
   auto const below = [this](Handle const& child) {
     watch(Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(child->object())));
   };

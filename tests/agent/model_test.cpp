@@ -62,8 +62,7 @@ TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
   Agent::Tree const tree = Agent::treeIn(*root);
   // As generic writers make an entry.
   KelAttr const list = tree.interfaces->fwkType().attr("interface");
-  list.genericIfSet(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(tree.interfaces.get())),
-                    Kel::ArgList{Kel::handleOf(Kel::String("lo"))});
+  list.genericIfSet(Kel::handleTo(tree.interfaces), Kel::ArgList{Kel::handleOf(Kel::String("lo"))});
   Kel::Ptr<Agent::Interface> const lo(tree.interfaces->interface.find("lo"));
   ASSERT_TRUE(lo);
   lo->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 0)
@@ -95,7 +94,7 @@ TEST(Model, DefaultsAndKeyCopiesSurviveWriters) {
   Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
   Agent::Tree const tree = Agent::treeIn(*root);
   auto const entry = tree.interfaces->entryIs(&Agent::Interfaces::interface, "lo");
-  auto const config = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(entry->config.get()));
+  auto const config = Kel::handleTo(entry->config);
   Kel::KelType const type = entry->config->fwkType();
   type.attr("enabled").genericIfSet(config, nullptr, Kel::handleOf(false));
   EXPECT_EQ(entry->config->enabled, false);

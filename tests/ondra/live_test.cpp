@@ -114,23 +114,6 @@ TEST_F(Live, EveryKindOfAttributeReports) {
   expectTruth(*world.dir());
 }
 
-// Whatever the order and the loop pass, updates follow deletes in time.
-TEST_F(Live, ReplacingAnEntityDeletesFirst) {
-  Kel::KelAttr const attr = world.device()->fwkType().attr("interface");
-  Kel::Ptr<Kel::GenericIf> const object =
-      Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(world.device().get()));
-  Kel::Ptr<Fixture::Interface> const old = world.device()->interfaceIs("eth1");
-  attr.genericIfSet(object, {Kel::handleOf(Kel::String("eth1")), nullptr});
-  std::vector<std::string> const texts = sent();
-  ASSERT_FALSE(texts.empty());
-  std::string const all = ::testing::PrintToString(texts);
-  EXPECT_LT(all.find("delete0 ( path:/interface[name=eth1] )"), all.find("path:/mtu uint_val:0")) << all;
-  expectTruth(*world.dir());
-  old->mtuIs(1); // somebody still holds it: a ghost
-  old->unitIs(0)->enabledIs(false);
-  EXPECT_THAT(sent(), IsEmpty());
-}
-
 // --- references ----------------------------------------------------------------------------------------
 
 // Every interface refers to the one that is made after it.

@@ -96,11 +96,21 @@ TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
                                                "/fixture/shelf/spare Interface"));
   EXPECT_THAT(GifGnmiNotifiee::dumpPathTypesMap(), testing::HasSubstr("path:/fixture/rack typeName:Rack\n"));
   Ondra::pathTypesMap->pathTypesIs("/else", "Thing"); // somebody else's
+  std::vector<std::string> told;
+  Kel::Ptr<Fixture::Observer> const observer(
+      new Fixture::Observer(Ondra::pathTypesMap.get(), [&](auto const& text) { told.push_back(text); }));
   world.dir()->entityDel("device");
   EXPECT_THAT(recorded(),
               UnorderedElementsAre("/fixture/rack Rack", "/fixture/shelf/spare Interface", "/else Thing"));
   GifGnmiNotifiee::clearAllGnmiNotifiees();
   EXPECT_THAT(recorded(), UnorderedElementsAre("/else Thing"));
+  Ondra::pathTypesMap->pathTypesIs("/else", "Thing"); // which it is
+  EXPECT_EQ(Ondra::pathTypesMap->pathTypesDel("/absent"), "");
+  EXPECT_THAT(told, UnorderedElementsAre("pathTypes[\"/fixture/device\"]", "pathTypes[\"/fixture/rack\"]",
+                                         "pathTypes[\"/fixture/shelf/spare\"]"));
+  Ondra::pathTypesMap->pathTypesDelAll();
+  EXPECT_EQ(told.back(), "pathTypes[\"/else\"]");
+  EXPECT_THAT(recorded(), IsEmpty());
 }
 
 // Whatever those who observe the types do when they are told: a path has a type exactly while an object of that type is watched there.

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 
-#include "Kel/Declare.h"
+#include "Kel/Error.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/Path.h"
 #include "Tovak/Assert.h"
 #include "Tovak/DebugHandler.h"
 #include "Tovak/TraceSink.h"
+#include "ondra/hostile_model.h"
 #include "ondra/set_rows.h"
 
 namespace {
@@ -337,35 +338,18 @@ TEST(SetRequest, AnEntityIsRemadeInOrder) {
   EXPECT_TRUE(old->isOrphan());
 }
 
-// Its setter refuses what nobody could have asked beforehand.
-class Moody final : public Kel::EntityOf<Moody> {
-public:
-  void levelIs(std::uint32_t wanted) {
-    if (wanted == 13) throw Kel::Error("not today");
-    valueIs(level, wanted);
-  }
-  std::uint32_t level = 0;
-  std::uint32_t before = 0;
-  std::uint32_t after = 0;
-};
-
+// A setter refuses what nobody could have asked beforehand.
 TEST(SetRequest, AFailingCommitKeepsWhatWasWrittenBefore) {
-  [[maybe_unused]] static Kel::KelType const type = Kel::entityType<Moody>("Moody", "set-test")
-                                                        .attr("before", &Moody::before)
-                                                        .settable()
-                                                        .attr("level", &Moody::level, &Moody::levelIs)
-                                                        .attr("after", &Moody::after)
-                                                        .settable()
-                                                        .done();
-  Kel::Ptr<Moody> const moody(new Moody());
-  Kel::globalDir()->entityIs("moody", moody);
-  auto const outcome = execute(requestOf({update("before", "uint_val: 1"), update("level", "uint_val: 13"),
-                                          update("after", "uint_val: 1")}),
-                               "/moody");
-  EXPECT_EQ(notFound("/level", "not today"), textOf(outcome.second));
-  EXPECT_EQ(1U, moody->before);
-  EXPECT_EQ(0U, moody->after);
-  Kel::globalDir()->entityDel("moody");
+  Hostile::World const world({});
+  Hostile::trap().act = [](Hostile::Call) { throw Kel::Error("not today"); };
+  auto const outcome =
+      execute(requestOf({update("guest[tag=a]/tag", "string_val: 'a'"), update("label", "string_val: 'b'"),
+                         update("mood", "string_val: 'LOW__POWER'")}),
+              "/hostile/host");
+  Hostile::trap().act = nullptr;
+  EXPECT_EQ(notFound("/label", "not today"), textOf(outcome.second));
+  EXPECT_EQ(1U, world.host->guests.size());
+  EXPECT_EQ(Hostile::Mood::Calm, world.host->mood);
 }
 
 } // namespace

@@ -141,7 +141,7 @@ TEST(RudeModels, KeyFieldsAndTheAttributesOfTheirNames) {
   std::vector<std::string> const texts(7, "t");
   for (std::string const& kind : kinds) {
     Kel::Ptr<Kel::Entity> const box = world.dir->entity(kind);
-    auto const object = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(box.get()));
+    auto const object = Kel::handleTo(box);
     Fixture::RandomEdits random(box, 1, texts);
     for (Kel::KelType::AttributeQIterator attr(box->fwkType()); attr; ++attr) {
       auto const key = random.key((*attr).keyType());

@@ -2,12 +2,13 @@
 #include <gmock/gmock.h>
 
 #include "Kel/Attr.h"
-#include "Kel/Declare.h"
 #include "Kel/TypeBuilder.h"
 #include "WalkHarness.h"
 #include "WalkerProbe.h"
 #include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
 #include "fixture/Types.h"
+#include "ondra/hostile_model.h"
 
 namespace {
 
@@ -104,33 +105,27 @@ TEST_F(Walker, KeyTextsOfEveryKind) {
 
 // --- taking watching down ------------------------------------------------------------------------------
 
-class Cell final : public Kel::EntityOf<Cell> {};
-class Grid final : public Kel::EntityOf<Grid> {
-public:
-  Kel::Ptr<Cell> cellIs(Fixture::AddrKey const& key) { return memberIs(cells, key); }
-  Kel::KeyedEntities<Fixture::AddrKey, Cell> cells;
-};
-
-TEST_F(Walker, FindsMembersOfStructuredKeysWhenItLooksForEntitiesOnly) {
-  static bool const declared = [] {
-    Kel::entityType<Cell>("Cell", "walker-test").done();
-    Kel::entityType<Grid>("Grid", "walker-test").instantiating("cell", &Grid::cells).done();
-    return true;
-  }();
-  ASSERT_TRUE(declared);
-  Kel::Ptr<Grid> const grid(new Grid());
-  world.dir()->entityIs("grid", grid);
-  grid->cellIs({"a", 1});
-  grid->cellIs({"b", 2});
-  RecordingRouter recorder;
-  auto walk = harness.start(recorder, *grid, Ondra::flagStream);
+TEST_F(Walker, FindsMembersOfEveryKindOfKeyWhenItLooksForEntitiesOnly) {
+  Hostile::World const hostile({});
+  Hostile::Host& host = *hostile.host;
+  host.roomIs({"r"});
+  host.guestIs("g")->only = Kel::Ptr(new Hostile::Room());
+  for (Hostile::Collision const& kind : Hostile::collisions()) { // entities under structured keys
+    Kel::Ptr<Kel::Entity> const box(static_cast<Kel::Entity*>(kind.type.genericIf(Kel::ArgList())->object()));
+    hostile.dir->entityIs(kind.kind, box);
+    kind.type.attr("oddPlaceEntity")
+        .genericIfSet(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(box.get())),
+                      handleOf(Hostile::PlaceKey{"a", {"b"}}), Kel::ArgList());
+  }
+  auto walk = harness.start(router, *hostile.dir, Ondra::flagStream);
   WalkHarness::finish(walk);
-  ASSERT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 3U);
-  EXPECT_EQ(WalkerProbe("/fixture/grid", recorder, nullptr, Ondra::flagInstantiatingOnly | Ondra::flagNoPause)
+  std::size_t const watched = Fixture::entitiesBeneath(hostile.dir).size();
+  ASSERT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), watched);
+  EXPECT_EQ(WalkerProbe("/hostile", router, nullptr, Ondra::flagInstantiatingOnly | Ondra::flagNoPause)
                 .walk(nullptr),
             WalkResult::Success);
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
-  EXPECT_EQ(recorder.pushes(), 3U) << "each is ended by itself, from below";
+  EXPECT_EQ(router.pushes(), watched) << "each is ended by itself, from below";
 }
 
 // --- fatal messages --------------------------------------------------------------------------------------

@@ -21,8 +21,7 @@ TEST_P(KelLifetime, HandlesSurviveRemoval) {
   attr("vlan").genericIfSet(object, num<std::uint16_t>(0), vlan);
   ConstHandle const mtu = attr("mtu").genericIfGet(object), contact = attr("contact").genericIfGet(object),
                     member = attr("vlan").genericIfGet(object, num<std::uint16_t>(0));
-  ArgList seven;
-  seven.push_back(num<std::uint32_t>(7));
+  ArgList const seven{num<std::uint32_t>(7)};
   Handle const unit = attr("unit").genericIfSet(object, seven);
   attr("vlan").genericIfDel(object, num<std::uint16_t>(0));
   dir_->entityDel("subject");

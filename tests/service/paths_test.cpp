@@ -57,17 +57,15 @@ TEST(Pattern, covers) {
 }
 
 TEST(Pattern, manyWildcardsCostLittle) {
-  gnmi::Path many;
-  for (int i = 0; i < 128; ++i)
-    many.add_elem()->set_name(i % 2 == 0 ? "..." : "*");
-  Pattern::OrError const made = Pattern::of(Agent::RequestPath::of({}, many).value());
-  ASSERT_FALSE(made.ok());
-  EXPECT_EQ(made.error().error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  many.clear_elem();
-  for (int i = 0; i < 128; ++i)
-    many.add_elem()->set_name("...");
-  Pattern const all = Pattern::of(Agent::RequestPath::of({}, many).value()).value();
-  EXPECT_EQ(all.cover(PathView(path("/interfaces/interface[name=a]/state/mtu"), 0)), Cover::All);
+  auto const of = [](std::vector<char const*> const& names) {
+    gnmi::Path many;
+    for (int i = 0; i < 128; ++i)
+      many.add_elem()->set_name(names[i % names.size()]);
+    return Pattern::of(Agent::RequestPath::of({}, many).value());
+  };
+  EXPECT_EQ(of({"...", "*"}).error().error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  EXPECT_EQ(of({"..."}).value().cover(PathView(path("/interfaces/interface[name=a]/state/mtu"), 0)),
+            Cover::All);
 }
 
 // Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once, in order.
@@ -110,26 +108,26 @@ TEST(OutPath, bytesOfWhatLiesBelowBeginWithThoseAbove) {
     char const* below;
     bool is;
   };
-  for (Row const& row : std::vector<Row>{{"/a/b", "/a/b", true},
-                                         {"/a/b", "/a/b/c", true},
-                                         {"/a/b", "/a/bc", false},
-                                         {"/a/b", "/a/b[k=1]/c", true}, // no key stands for all
-                                         {"/a/b[k=1]", "/a/b[k=1]/c", true},
-                                         {"/a/b[k=1]", "/a/b[k=11]", false},
-                                         {"/a/b[k=1]", "/a/b", false},
-                                         {"/a/b[k=1]", "/a/b[k=1][l=2]", false},
-                                         {"/a/b[k=1][l=2]", "/a/b[l=2][k=1]/c", true},
-                                         {"/a", "/b", false}}) {
-    EXPECT_EQ(Agent::bytesAtOrBelow(bytes(row.above), bytes(row.below)), row.is)
-        << row.above << " " << row.below;
-  }
-  gnmi::Path odd = path("/a");
-  (*odd.mutable_elem(0)->mutable_key())["k"] = std::string("\x01\x02\x03z", 4);
-  gnmi::Path other = path("/a");
-  (*other.mutable_elem(0)->mutable_key())["k"] = std::string("\x01\x02\x33z", 4);
-  EXPECT_NE(Agent::pathBytes(PathView(odd, 0)), Agent::pathBytes(PathView(other, 0)));
-  EXPECT_FALSE(
-      Agent::bytesAtOrBelow(Agent::pathBytes(PathView(odd, 0)), Agent::pathBytes(PathView(other, 0))));
+  Row const rows[] = {{"/a/b", "/a/b", true},
+                      {"/a/b", "/a/b/c", true},
+                      {"/a/b", "/a/bc", false},
+                      {"/a/b", "/a/b[k=1]/c", true}, // no key stands for all
+                      {"/a/b[k=1]", "/a/b[k=1]/c", true},
+                      {"/a/b[k=1]", "/a/b[k=11]", false},
+                      {"/a/b[k=1]", "/a/b", false},
+                      {"/a/b[k=1]", "/a/b[k=1][l=2]", false},
+                      {"/a/b[k=1][l=2]", "/a/b[l=2][k=1]/c", true},
+                      {"/a", "/b", false}};
+  for (Row const& row : rows)
+    EXPECT_EQ(Agent::bytesAtOrBelow(bytes(row.above), bytes(row.below)), row.is) << row.above << row.below;
+  auto const withKey = [](std::string const& key) { // of the bytes that separate others
+    gnmi::Path made = path("/a");
+    (*made.mutable_elem(0)->mutable_key())["k"] = key;
+    return Agent::pathBytes(PathView(made, 0));
+  };
+  std::string const odd = withKey("\x01\x02\x03z"), other = withKey("\x01\x02\x33z");
+  EXPECT_NE(odd, other);
+  EXPECT_FALSE(Agent::bytesAtOrBelow(odd, other));
 }
 
 } // namespace
