@@ -51,7 +51,10 @@ TEST_F(AttrState, KeysAreDetached) {
   AttrStateNode const& link = map.getAttrState(links.id(), wrapped);
   EXPECT_TRUE(link.key()->type().isEntity()) << "of a wrapper the reference";
   std::uint32_t const held = eth0->refCount();
-  static_cast<void>(map.delAttrState(costs.id(), strong));
+  EXPECT_TRUE(map.delAttrState(costs.id(), strong));
+  EXPECT_EQ(map.queryAttrState(costs.id(), strong), nullptr);
+  EXPECT_EQ(map.queryAttrState(links.id(), wrapped), &link);
+  EXPECT_EQ(map.size(), 1U);
   EXPECT_EQ(eth0->refCount(), held) << "a state does not keep the object of its key alive";
 }
 

@@ -1,4 +1,5 @@
 // gNMI values into values of the model, key maps into keys.
+#include <bit>
 #include <random>
 
 #include <boost/algorithm/string/replace.hpp>
@@ -6,6 +7,7 @@
 
 #include "Kel/TypeBuilder.h"
 #include "Ondra/AttrTree.h"
+#include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KeyDecoder.h"
 #include "Tovak/Assert.h"
 #include "fixture/Populate.h"
@@ -135,6 +137,9 @@ TEST_F(SetValues, NumbersThatStandForSomethingElse) {
     std::int64_t const span = Kel::Seconds::fromNanoseconds(static_cast<std::int64_t>(raw)).nanoseconds();
     value.set_int_val(span);
     EXPECT_EQ(span, decode(BuiltinKind::Seconds, value)->attrValPtr<Kel::Seconds>()->nanoseconds()) << raw;
+    value.set_bytes_val(Ondra::KelGnmiUtils::encodeDoubleVal(std::bit_cast<double>(raw)));
+    double const number = *decode(BuiltinKind::Double, value)->attrValPtr<double>();
+    EXPECT_EQ(raw, std::bit_cast<std::uint64_t>(number));
   }
 }
 

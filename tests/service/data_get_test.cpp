@@ -72,36 +72,6 @@ TEST_F(DataGet, containersAndListsWithTheirModules) {
       R"({"ip":"2001:db8::1","config":{"ip":"2001:db8::1","prefix-length":64,"type":"GLOBAL_UNICAST"}}]}}}]})");
 }
 
-// Flattens JSON to "path" -> "value", as `leaves` has it for the leaf's JSON form.
-void flatten(json const& value, std::string const& path, std::map<std::string, std::string>& to) {
-  if (value.is_object()) {
-    for (auto const& [name, member] : value.items())
-      flatten(member, path + "/" + name, to);
-  } else if (value.is_array() && !value.empty() && value.front().is_object()) {
-    static std::map<std::string, std::string> const keys = {
-        {"interface", "name"},   {"subinterface", "index"}, {"address", "ip"},       {"neighbor", "ip"},
-        {"cpu", "index"},        {"process", "pid"},        {"mount-point", "name"}, {"server", "address"},
-        {"grpc-server", "name"}, {"component", "name"}};
-    std::string const key = keys.at(path.substr(path.rfind('/') + 1));
-    for (json const& entry : value) {
-      std::string const text = entry[key].is_string() ? entry[key].get<std::string>() : entry[key].dump();
-      flatten(entry, path + "[" + key + "=" + text + "]", to);
-    }
-  } else {
-    to[path] = value.dump(-1, ' ', false, json::error_handler_t::replace);
-  }
-}
-
-// The tree as one JSON value holds exactly the leaves that are told one by one.
-TEST_F(DataGet, jsonOfTheRootHoldsAllLeaves) {
-  std::map<std::string, std::string> fromTree, oneByOne;
-  flatten(json::parse(bench.value("/")), "", fromTree);
-  for (auto const& [leaf, typed] : bench.leaves())
-    oneByOne[leaf] = json::parse(bench.value(leaf)).dump(-1, ' ', false, json::error_handler_t::replace);
-  EXPECT_GT(oneByOne.size(), 250U);
-  EXPECT_EQ(difference(oneByOne, fromTree), "");
-}
-
 TEST_F(DataGet, typesSelectLeaves) {
   std::string const eth0 = "/interfaces/interface[name=eth0]/hold-time";
   EXPECT_EQ(bench.value(eth0), R"({"config":{"up":0,"down":0},"state":{"up":0,"down":0}})");

@@ -169,6 +169,15 @@ TEST_F(SmallQueues, aSnapshotThatFillsThemAgainAndAgainIsWhole) {
   }
 }
 
+TEST_F(SmallQueues, oneThatNeverReadsIsEndedAndLearnsWhy) {
+  Subscriber slow(bench, server.channel(), true);
+  slow.send(stream().add("/interfaces").done());
+  EXPECT_TRUE(bench.settleUntil([this] { return bench.runtime().calls().count() == 1; }));
+  floodUntilItIsEnded();
+  slow.readOn();
+  EXPECT_EQ(slow.status().error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
 class LittleMemory : public SubscribeLaw {
 protected:
   LittleMemory() : SubscribeLaw({.memoryBytes = 1U << 20}) {}

@@ -77,6 +77,17 @@ TEST_F(BacklogTest, aLeafWaitsOnceWithItsLatestValue) {
   EXPECT_EQ(backlog.bytes(), 0U);
 }
 
+TEST_F(BacklogTest, anEndTakesWhatLiesBeneathAndGoesFirst) {
+  leaf("/o/list[k=1]/state/a", 1);
+  leaf("/o/list[k=11]/state/a", 2);
+  leaf("/o/listing/a", 3);
+  end("/o/list[k=1]/state");
+  end("/o/list[k=1]");
+  leaf("/o/list[k=1]/state/a", 4);
+  EXPECT_THAT(take(), ElementsAre("-/o/list[k=1]", "+/o/list[k=11]/state/a=2", "+/o/listing/a=3",
+                                  "+/o/list[k=1]/state/a=4"));
+}
+
 TEST_F(BacklogTest, whatIsGivenUpIsToldByRegion) {
   for (int i = 0; i < 100; ++i)
     leaf(fmt::format("/o/lists/list[k={}]/state/a", i), 1);
