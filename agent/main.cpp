@@ -15,11 +15,11 @@
 #include "agent/collect/Collectors.h"
 #include "agent/collect/ConfigCarrier.h"
 #include "agent/options/Console.h"
+#include "agent/service/Authenticator.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
 #include "agent/service/Signals.h"
-#include "agent/service/Users.h"
 #include "agent/synthetic/Synthetic.h"
 
 namespace {
@@ -52,7 +52,8 @@ struct Sources {
     collecting.periodNs = options.samplePeriodNs;
     collectors = std::make_unique<Agent::Collectors>(context.scheduler(), context.tree(), collecting);
     collectors->start();
-    // Who asks first is not to find the machine half there. The scheduler is driven from here, as its thread does not run yet.
+    // Who asks first is not to find the machine half there. The scheduler is driven from here, as its thread
+    // does not run yet.
     Tovak::Clock const& clock = context.clock();
     std::int64_t const deadline = clock.monotonicNs() + kFillNs;
     while (!collectors->isFilled() && clock.monotonicNs() < deadline)

@@ -1,3 +1,4 @@
+// The replaced operators, counting for each thread: the plain and the aligned form, in which all others end.
 #include "Alloc.h"
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Counts the calls of the general heap: this program's global operator new is replaced (Alloc.cpp), the libraries' included.
+// Counts the calls of the general heap: this program's global operator new is replaced (Alloc.cpp), the
+// libraries' included.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -15,7 +16,8 @@ namespace Bench {
 // Calls of operator new by this thread so far.
 [[nodiscard]] std::uint64_t heapCalls() noexcept;
 
-// Made before a benchmark's loop, after one warm call; prints the calls per iteration of the loop as "allocs".
+// Made before a benchmark's loop, after one warm call; prints the calls per iteration of the loop as
+// "allocs".
 class HeapCallsPerOp {
 public:
   explicit HeapCallsPerOp(benchmark::State& state) : state_(state), before_(heapCalls()) {}
@@ -32,7 +34,8 @@ private:
   std::uint64_t const before_;
 };
 
-// Holds all blocks that the model's free lists had left over: whoever allocates now takes fresh memory, which is seen.
+// Holds all blocks that the model's free lists had left over: whoever allocates now takes fresh memory, which
+// is seen.
 class Ballast {
 public:
   Ballast() {

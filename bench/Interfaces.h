@@ -1,8 +1,9 @@
 // The second model of the benchmarks, and what it should cost: small objects, as real trees have them.
 //
-// The model is the agent's own: /openconfig/interfaces/interface[name=...] as a client makes them, with a name, a description and an MTU. An
-// interface has 11 leaves: its key, 5 of its configuration, 1 of its state, 2 and 2 of its hold times. They lie in 7 objects, of which 5 have
-// leaves and send a response each. The hand-written code makes the same responses from a flat array.
+// The model is the agent's own: /openconfig/interfaces/interface[name=...] as a client makes them, with a
+// name, a description and an MTU. An interface has 11 leaves: its key, 5 of its configuration, 1 of its
+// state, 2 and 2 of its hold times. They lie in 7 objects, of which 5 have leaves and send a response each.
+// The hand-written code makes the same responses from a flat array.
 #pragma once
 
 #include <cstdint>
@@ -96,7 +97,8 @@ inline void addInterfacePrefix(gnmi::Notification& notification, std::string con
   }
 }
 
-// The responses of an interface, one after the other: `make(below, fill)` makes one, and calls `fill(notification)`.
+// The responses of an interface, one after the other: `make(below, fill)` makes one, and calls
+// `fill(notification)`.
 template <class Make>
 void interfaceMessages(FlatInterface const& flat, Make const& make) {
   make({}, [&](gnmi::Notification& one) { addLeaf(one, "name").mutable_string_val()->assign(flat.name); });
@@ -141,7 +143,8 @@ inline void putNumber(Ondra::WireWriter& out, char const* name, std::uint64_t nu
   putWireLeaf(out, name, [&] { out.varintField(0x18, number); });
 }
 
-// The same in wire bytes, each response from its end to its beginning; `make(below, fill)` empties the writer before it calls `fill`.
+// The same in wire bytes, each response from its end to its beginning; `make(below, fill)` empties the writer
+// before it calls `fill`.
 template <class Make>
 void interfaceBytes(Ondra::WireWriter& out, FlatInterface const& flat, Make const& make) {
   make({}, [&] { putText(out, "name", flat.name); });

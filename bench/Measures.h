@@ -37,7 +37,8 @@ private:
   std::uint64_t before_;
 };
 
-// Of this process; what lies idle in the model's free lists, which take their chunks from there, is counted: see `Ballast`.
+// Of this process; what lies idle in the model's free lists, which take their chunks from there, is counted:
+// see `Ballast`.
 inline std::size_t heapInUse() {
   auto const heap = mallinfo2();
   return static_cast<std::size_t>(heap.uordblks + heap.hblkhd);

@@ -1,7 +1,8 @@
-// The model that the benchmarks of walks and of changes share, the router they push to, and hand-written code's parts.
+// The model that the benchmarks of walks and of changes share, the router they push to, and hand-written
+// code's parts.
 //
-// The model: /bench/net/ports/port[name=...], each with 12 counters, 4 texts of 12 characters (the key among them) and 4 booleans,
-// sent as one notification with a prefix of 4 elements.
+// The model: /bench/net/ports/port[name=...], each with 12 counters, 4 texts of 12 characters (the key among
+// them) and 4 booleans, sent as one notification with a prefix of 4 elements.
 #pragma once
 
 #include <benchmark/benchmark.h>

@@ -1,10 +1,12 @@
-// ondra-load: the agent under load, over loopback. The agent runs in a process of its own (a child), this one holds the subscribers.
+// ondra-load: the agent under load, over loopback. The agent runs in a process of its own (a child), this one
+// holds the subscribers.
 //
 //   ondra-load once [LEAVES]              one ONCE of a generated tree: leaves a second, time to the first update
 //   ondra-load streams [SUBSCRIBERS]      STREAMs of the machine's tree: time to sync, latency of changes, memory of an idle one
 //   ondra-load slow [SUBSCRIBERS]         one that never reads beside others: their latency without and with it, memory
 //
-// Each prints what it measured, and how long the agent's scheduler thread was held at most (processor time of one pass of its loop).
+// Each prints what it measured, and how long the agent's scheduler thread was held at most (processor time of
+// one pass of its loop).
 
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
@@ -47,7 +49,7 @@ std::int64_t clockNs(clockid_t clock) {
 std::int64_t nowNs() { return clockNs(CLOCK_MONOTONIC); }
 double ms(std::int64_t ns) { return static_cast<double>(ns) / 1e6; }
 
-// --- the agent's process ------------------------------------------------------------------------------------
+// --- the agent's process -----------------------------------------------------------------------------------
 
 // What parent and child say to each other, one line of text each way.
 struct Pipes {
@@ -92,7 +94,8 @@ private:
   std::atomic<std::int64_t> longest_ = 0;
 };
 
-// Serves until told to stop. Commands: "rss", "hold", "cpu" (each answered), "changes N" (N a second from now on), "stop".
+// Serves until told to stop. Commands: "rss", "hold", "cpu" (each answered), "changes N" (N a second from now
+// on), "stop".
 int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
   Agent::declareTypes();
   if (syntheticLeaves > 0) Agent::declareSynthetic();
@@ -178,7 +181,7 @@ private:
   std::string port_;
 };
 
-// --- subscribers --------------------------------------------------------------------------------------------
+// --- subscribers -------------------------------------------------------------------------------------------
 
 // The fields of a message, one level down, as tag number and bytes; varints count as no bytes.
 template <class Visit>
@@ -279,7 +282,7 @@ void waitFor(std::atomic<std::size_t> const& count, std::size_t wanted) {
     count.wait(now);
 }
 
-// --- the measurements ----------------------------------------------------------------------------------------
+// --- the measurements --------------------------------------------------------------------------------------
 
 constexpr std::uint64_t kUpdateField = 1;
 constexpr std::uint64_t kSyncField = 3;
@@ -325,7 +328,8 @@ void measureOnce(std::size_t leaves) {
   }
 }
 
-// Many subscribers of the machine's tree and the latencies of a marked leaf, whose value is the time of its change.
+// Many subscribers of the machine's tree and the latencies of a marked leaf, whose value is the time of its
+// change.
 class Crowd {
 public:
   Crowd(AgentProcess& agent, std::size_t count, std::vector<std::string> const& path) {

@@ -1,5 +1,5 @@
-// A Get of a generated tree in JSON, from the order to the text of its answer, beside hand-written code that writes the same text from
-// the same objects.
+// A Get of a generated tree in JSON, from the order to the text of its answer, beside hand-written code that
+// writes the same text from the same objects.
 #include <benchmark/benchmark.h>
 
 #include <memory>

@@ -1,5 +1,6 @@
-// From an Ir to bytes, beside hand-written code that fills the same messages from a flat array: what the Ir, its handles and
-// paths, the pool and the encoder cost on top of protobuf. Counters per leaf; "allocs" per object.
+// From an Ir to bytes, beside hand-written code that fills the same messages from a flat array: what the Ir,
+// its handles and paths, the pool and the encoder cost on top of protobuf. Counters per leaf; "allocs" per
+// object.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
 
@@ -208,7 +209,8 @@ void BM_IrToBytes(benchmark::State& state) {
   }
 }
 
-// Object by object, as a walk with many small objects pushes them; `held` responses wait at the router before they are let go.
+// Object by object, as a walk with many small objects pushes them; `held` responses wait at the router before
+// they are let go.
 void BM_IrToBytesHeld(benchmark::State& state) {
   auto const count = static_cast<std::size_t>(state.range(0));
   auto const held = static_cast<std::size_t>(state.range(1));

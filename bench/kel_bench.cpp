@@ -1,5 +1,5 @@
-// The object model beside hand-written C++ over the same data. Each pair measures the same work; the difference is the price of
-// the generic access.
+// The object model beside hand-written C++ over the same data. Each pair measures the same work; the
+// difference is the price of the generic access.
 #include <benchmark/benchmark.h>
 
 #include "Alloc.h"

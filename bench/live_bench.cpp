@@ -1,5 +1,5 @@
-// One changed leaf, from the setter to a serialized response, beside hand-written code that makes the same message; a million changes in
-// a row; and what a watched leaf costs in memory.
+// One changed leaf, from the setter to a serialized response, beside hand-written code that makes the same
+// message; a million changes in a row; and what a watched leaf costs in memory.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
 

@@ -1,7 +1,8 @@
-// Set requests of 1,000 leaf updates, from bytes to bytes: parse, execute, answer. Beside it what the messages alone cost.
+// Set requests of 1,000 leaf updates, from bytes to bytes: parse, execute, answer. Beside it what the
+// messages alone cost.
 //
-// The model: interfaces of 20 leaves (12 counters, 4 texts, 4 flags) in a nested entity; the updates go to every n-th interface, all
-// of its leaves, so that a larger model shows in the lookups.
+// The model: interfaces of 20 leaves (12 counters, 4 texts, 4 flags) in a nested entity; the updates go to
+// every n-th interface, all of its leaves, so that a larger model shows in the lookups.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
 

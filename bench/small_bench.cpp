@@ -1,5 +1,6 @@
-// Small objects: walks, changes, Sets, Gets and memory of a tree whose objects have one to five leaves, beside hand-written code that makes
-// the same of flat arrays. What real trees cost; the other benchmarks' objects have twenty leaves each.
+// Small objects: walks, changes, Sets, Gets and memory of a tree whose objects have one to five leaves,
+// beside hand-written code that makes the same of flat arrays. What real trees cost; the other benchmarks'
+// objects have twenty leaves each.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
 

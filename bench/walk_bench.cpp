@@ -1,4 +1,5 @@
-// Walks of live objects to messages and to bytes, beside hand-written code that fills the same messages from a flat array.
+// Walks of live objects to messages and to bytes, beside hand-written code that fills the same messages from
+// a flat array.
 #include <benchmark/benchmark.h>
 #include <google/protobuf/arena.h>
 
@@ -168,8 +169,8 @@ void BM_ObjectMemory(benchmark::State& state) {
   state.counters["bytes/object"] = held / static_cast<double>(leaves / kLeavesPerPort);
 }
 
-// A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond the model and its
-// notifiees, must not depend on how much was walked.
+// A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond
+// the model and its notifiees, must not depend on how much was walked.
 void BM_ParkedWalk(benchmark::State& state) {
   auto const leaves = static_cast<std::size_t>(state.range(0));
   auto const walked = static_cast<std::size_t>(state.range(1));

@@ -1,5 +1,5 @@
-// Shows what is there, on one small object: declared, read by name, named by a path, walked into gNMI responses, watched while it
-// changes, and set by a request. `./run --demo` starts it.
+// Shows what is there, on one small object: declared, read by name, named by a path, walked into gNMI
+// responses, watched while it changes, and set by a request. `./run --demo` starts it.
 #include <fmt/core.h>
 
 #include <cstdint>

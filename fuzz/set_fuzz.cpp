@@ -1,8 +1,9 @@
 // Fuzzes Set requests over the fixture model.
 //
-// An input that is a SetRequest in protobuf's text form is executed as it is and then with small changes; any other input is a
-// stream of choices out of which requests are made for the model. Either way a refused request must leave no change, and nothing
-// may crash, assert or leak. With libFuzzer: -DKTD_FUZZ=ON and clang. Without, the ordinary tests replay the corpus.
+// An input that is a SetRequest in protobuf's text form is executed as it is and then with small changes; any
+// other input is a stream of choices out of which requests are made for the model. Either way a refused
+// request must leave no change, and nothing may crash, assert or leak. With libFuzzer: -DKTD_FUZZ=ON and
+// clang. Without, the ordinary tests replay the corpus.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -1,3 +1,5 @@
+// One frame for all commands (options, connection, call, exit code); each command then adds its call and how
+// the answer is printed.
 #include "agent/client/Commands.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-// The client's commands, one function each: arguments after the command's name in, exit code out. They print to standard output,
-// and what went wrong to standard error.
+// The client's commands, one function each: arguments after the command's name in, exit code out. They print
+// to standard output, and what went wrong to standard error.
 #pragma once
 
 #include <string>

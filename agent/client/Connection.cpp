@@ -1,3 +1,5 @@
+// How options become credentials (plaintext, verified TLS, TLS to whoever is there), and the wait until the
+// channel is connected.
 #include "agent/client/Connection.h"
 
 #include <fmt/format.h>

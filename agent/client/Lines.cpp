@@ -1,3 +1,5 @@
+// Updates and deletes as coloured text or as JSON, a line each; values that take several lines begin below
+// their path.
 #include "agent/client/Lines.h"
 
 #include <fmt/format.h>

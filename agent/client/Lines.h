@@ -18,8 +18,9 @@ struct LineStyle {
   [[nodiscard]] static LineStyle ofStandardOutput(bool isJson);
 };
 
-// "12:00:01.250 /interfaces/interface[name=lo]/state/mtu 1500", with "- " before the path of what was deleted; deletes come first, as they
-// apply first. Values of containers take more than one line when `indent` >= 0. Each line ends with a line end.
+// "12:00:01.250 /interfaces/interface[name=lo]/state/mtu 1500", with "- " before the path of what was
+// deleted; deletes come first, as they apply first. Values of containers take more than one line when
+// `indent` >= 0. Each line ends with a line end.
 [[nodiscard]] std::string notificationLines(gnmi::Notification const& notification, LineStyle const& style,
                                             int indent = -1);
 // That the initial values are complete.

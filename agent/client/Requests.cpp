@@ -1,3 +1,5 @@
+// The command lines by CLI11, and the gNMI requests made of them. A path or value that does not parse ends as
+// wrong usage.
 #include "agent/client/Requests.h"
 
 #include <fmt/format.h>

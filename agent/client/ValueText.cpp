@@ -1,3 +1,4 @@
+// Values by way of JSON in both directions. What is printed keeps no character that could control a terminal.
 #include "agent/client/ValueText.h"
 
 #include <absl/strings/escaping.h>
@@ -37,8 +38,8 @@ double decimal(gnmi::Decimal64 const& value) {
   return number;
 }
 
-// Valid UTF-8 on one or more lines without the characters that control a terminal and that JSON does not escape: DEL and the range that
-// begins with U+0080.
+// Valid UTF-8 on one or more lines without the characters that control a terminal and that JSON does not
+// escape: DEL and the range that begins with U+0080.
 std::string withoutControls(std::string text) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {

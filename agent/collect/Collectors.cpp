@@ -1,3 +1,4 @@
+// Which sources there are, in which order they are sampled, and which of them only every tenth round.
 #include "agent/collect/Collectors.h"
 
 #include <unistd.h>

@@ -14,8 +14,8 @@
 
 namespace Agent {
 
-// Fills the tree from the machine and keeps it up to date. Lives on the scheduler thread; whoever made it owns it. The tree keeps
-// what it holds when the collectors go.
+// Fills the tree from the machine and keeps it up to date. Lives on the scheduler thread; whoever made it
+// owns it. The tree keeps what it holds when the collectors go.
 class Collectors {
 public:
   struct Options {

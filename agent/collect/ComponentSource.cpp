@@ -1,3 +1,5 @@
+// One part of the machine a step: chassis and system, processors, each disk, each sensor; then the parts that
+// were not seen again go.
 #include "agent/collect/ComponentSource.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,5 @@
-// The parts of the machine, from the firmware's tables (/sys/class/dmi), /proc/cpuinfo, /sys/block and /sys/class/hwmon.
+// The parts of the machine, from the firmware's tables (/sys/class/dmi), /proc/cpuinfo, /sys/block and
+// /sys/class/hwmon.
 #pragma once
 
 #include <map>

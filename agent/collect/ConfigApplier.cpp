@@ -1,3 +1,5 @@
+// The thread's queue of orders, and what it keeps: how links were before they were changed, so that a setting
+// taken away is undone.
 #include "agent/collect/ConfigApplier.h"
 
 #include <absl/functional/function_ref.h>

@@ -18,8 +18,8 @@
 
 namespace Agent {
 
-// What is wanted of a link. What is left without value goes back to what it was before it was first wanted otherwise; it stays where
-// it never was.
+// What is wanted of a link. What is left without value goes back to what it was before it was first wanted
+// otherwise; it stays where it never was.
 struct LinkChange {
   std::string name;
   std::string description; // empty: none
@@ -32,9 +32,9 @@ struct LinkChange {
 // What the configuration of an interface asks for.
 [[nodiscard]] LinkChange linkChangeOf(Interface const& interface);
 
-// Applies changes one after the other on a thread of its own, because a driver may take long over one. What a link had before is
-// remembered as the kernel has it, since not all of that has a leaf. The model follows by the kernel's events. Made and used on the
-// scheduler thread; whoever made it owns it.
+// Applies changes one after the other on a thread of its own, because a driver may take long over one. What a
+// link had before is remembered as the kernel has it, since not all of that has a leaf. The model follows by
+// the kernel's events. Made and used on the scheduler thread; whoever made it owns it.
 class ConfigApplier {
 public:
   // What the kernel said; the text names the interface and the reason.
@@ -47,8 +47,8 @@ public:
   ConfigApplier(ConfigApplier const&) = delete;
   ConfigApplier& operator=(ConfigApplier const&) = delete;
 
-  // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. What is right already is found out when
-  // it is the change's turn, from the kernel: an earlier change may be on its way.
+  // Applies what the kernel takes of a change, and calls `done` on the scheduler thread, later. What is right
+  // already is found out when it is the change's turn, from the kernel: an earlier change may be on its way.
   void apply(LinkChange change, Done done);
 
 private:

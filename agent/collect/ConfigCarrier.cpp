@@ -1,3 +1,5 @@
+// Hands the changed interfaces to the thread that writes to the kernel; what the kernel refuses is traced,
+// nothing else.
 #include "agent/collect/ConfigCarrier.h"
 
 #include <utility>

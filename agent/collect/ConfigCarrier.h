@@ -11,8 +11,9 @@ namespace Agent {
 
 struct Tree;
 
-// What is deleted from the configuration goes back to what the link had before a client changed it. What the kernel refuses is traced; the
-// configuration stays, the state tells the truth. Made and dropped while the scheduler does not run; the tree outlives it.
+// What is deleted from the configuration goes back to what the link had before a client changed it. What the
+// kernel refuses is traced; the configuration stays, the state tells the truth. Made and dropped while the
+// scheduler does not run; the tree outlives it.
 class ConfigCarrier {
 public:
   ConfigCarrier(std::shared_ptr<Tovak::TaskScheduler> scheduler, Tree const& tree);

@@ -1,3 +1,5 @@
+// A line of the file a step. The counters go to the interface and to its unit 0; those of checksum errors are
+// in a file of their own.
 #include "agent/collect/InterfaceSource.h"
 
 #include <fmt/format.h>

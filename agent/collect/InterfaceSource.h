@@ -9,8 +9,9 @@
 
 namespace Agent {
 
-// One interface a step. Interfaces that the tree does not hold (yet) are left alone: links come and go by their own events. The
-// kernel counts multicast for receive only and broadcast not at all, so that the split by kind of address stays without value.
+// One interface a step. Interfaces that the tree does not hold (yet) are left alone: links come and go by
+// their own events. The kernel counts multicast for receive only and broadcast not at all, so that the split
+// by kind of address stays without value.
 class InterfaceSource final : public SampleSource {
 public:
   InterfaceSource(Host& host, Kel::Ptr<Interfaces> interfaces)

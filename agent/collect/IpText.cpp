@@ -1,3 +1,4 @@
+// Made by inet_pton and inet_ntop, without the zone; IPv6 addresses with a dotted tail get it in hexadecimal.
 #include "agent/collect/IpText.h"
 
 #include <arpa/inet.h>

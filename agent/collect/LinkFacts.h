@@ -1,4 +1,5 @@
-// What the kernel tells of a link, an address, a neighbour: plain facts between the netlink messages and the model.
+// What the kernel tells of a link, an address, a neighbour: plain facts between the netlink messages and the
+// model.
 #pragma once
 
 #include <cstdint>

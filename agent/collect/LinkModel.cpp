@@ -1,3 +1,5 @@
+// Facts in, leaves out: where each fact is written, what becomes configuration, and what goes at the end of a
+// resync.
 #include "agent/collect/LinkModel.h"
 
 #include <fmt/format.h>
@@ -22,7 +24,7 @@ Subinterface& unitOf(Interface& entry) {
 
 } // namespace
 
-// --- the entry -----------------------------------------------------------------------------------------------
+// --- the entry ---------------------------------------------------------------------------------------------
 
 Kel::Ptr<Interface> LinkModel::entryOf(Link const& link) {
   Kel::String const name(link.fact.name);
@@ -51,7 +53,7 @@ void LinkModel::writeAll(Interface& entry, Link const& link) {
     writeNeighbor(unit, neighbor.fact);
 }
 
-// --- links -----------------------------------------------------------------------------------------------------
+// --- links -------------------------------------------------------------------------------------------------
 
 void LinkModel::linkIs(LinkFact const& link) {
   if (auto const owner = byName_.find(link.name); owner != byName_.end() && owner->second != link.index)
@@ -145,7 +147,7 @@ void LinkModel::writeProtocols(Subinterface& unit, Link const& link) {
   v6.leafIs(&Ipv6State::mtu, mtu ? std::optional(static_cast<std::uint32_t>(*mtu)) : std::nullopt);
 }
 
-// --- addresses and neighbours --------------------------------------------------------------------------------------
+// --- addresses and neighbours ------------------------------------------------------------------------------
 
 void LinkModel::addressIs(AddressFact const& address) {
   auto const at = links_.find(address.index);
@@ -226,7 +228,7 @@ void LinkModel::writeNeighbor(Subinterface& unit, NeighborFact const& neighbor) 
   state.leafIs(&Ipv4NeighborState::origin, neighbor.origin);
 }
 
-// --- keeping up -------------------------------------------------------------------------------------------------------
+// --- keeping up --------------------------------------------------------------------------------------------
 
 void LinkModel::resyncEnd() {
   std::vector<int> goneLinks;

@@ -1,11 +1,13 @@
 // Links, addresses and neighbours in the model: /interfaces.
 //
 // Invariants
-// 1. `links_` holds exactly what the kernel told last; an entry of the tree that stands for a link carries its ifindex. A name
-//    belongs to one link at a time: who takes it over ends the other one.
-// 2. A fact that was told before the present resync carries an older `round` than `round_`; `resyncEnd` removes those.
-// 3. Configuration leaves are written when the entry is made, never again: from then on they belong to the clients.
-//    A client that deletes an entry of the machine's deletes its configuration: the rest stands as long as the machine has it.
+// 1. `links_` holds exactly what the kernel told last; an entry of the tree that stands for a link carries
+//    its ifindex. A name belongs to one link at a time: who takes it over ends the other one.
+// 2. A fact that was told before the present resync carries an older `round` than `round_`; `resyncEnd`
+//    removes those.
+// 3. Configuration leaves are written when the entry is made, never again: from then on they belong to the
+//    clients. A client that deletes an entry of the machine's deletes its configuration: the rest stands as
+//    long as the machine has it.
 #pragma once
 
 #include <cstdint>

@@ -1,3 +1,5 @@
+// The socket alone: opening, the dumps one after the other, datagrams, overruns. What messages say is read in
+// NetlinkFacts.cpp.
 #include "agent/collect/Netlink.h"
 
 #include <linux/rtnetlink.h>
@@ -36,8 +38,8 @@ struct MessageDeleter {
   void operator()(nl_msg* message) const { nlmsg_free(message); }
 };
 
-// Links are also told of by other families: the bridge's when a port leaves it, which is no end of the link. The message is asked,
-// because libnl calls a bridge itself one of that family.
+// Links are also told of by other families: the bridge's when a port leaves it, which is no end of the link.
+// The message is asked, because libnl calls a bridge itself one of that family.
 bool isOtherFamilysLink(nlmsghdr& header) {
   if (header.nlmsg_type != RTM_NEWLINK && header.nlmsg_type != RTM_DELLINK) return false;
   if (nlmsg_datalen(&header) < static_cast<int>(sizeof(ifinfomsg))) return true;

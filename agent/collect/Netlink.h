@@ -1,12 +1,14 @@
 // Links, addresses and neighbours from the kernel, by rtnetlink.
 //
 // Invariants
-// 1. One socket carries both the events and the answers to the dumps, so that what comes later in its queue is never older.
-//    docs/decisions.md: "One netlink socket for events and dumps."
-// 2. After opening, all links, then all addresses, then all neighbours are dumped; events in between are taken as they come.
-//    Only a complete and consistent pass ends the resync, which drops what was not told again.
-// 3. An overrun (ENOBUFS) means that anything may have been lost, the end of a dump too: the socket is closed, opened again a
-//    little later, and everything is dumped anew. The model keeps what it has meanwhile.
+// 1. One socket carries both the events and the answers to the dumps, so that what comes later in its queue
+//    is never older. docs/decisions.md: "One netlink socket for events and dumps."
+// 2. After opening, all links, then all addresses, then all neighbours are dumped; events in between are
+//    taken as they come. Only a complete and consistent pass ends the resync, which drops what was not told
+//    again.
+// 3. An overrun (ENOBUFS) means that anything may have been lost, the end of a dump too: the socket is
+//    closed, opened again a little later, and everything is dumped anew. The model keeps what it has
+//    meanwhile.
 // 4. A turn takes a bounded number of datagrams; the rest waits for the next pass of the loop.
 #pragma once
 
@@ -28,7 +30,8 @@ struct NetlinkSocketDeleter {
 };
 using NetlinkSocket = std::unique_ptr<nl_sock, NetlinkSocketDeleter>;
 
-// Watches the kernel's links on the scheduler thread; nothing it does blocks. Owned by the collectors; the sink must outlive it.
+// Watches the kernel's links on the scheduler thread; nothing it does blocks. Owned by the collectors; the
+// sink must outlive it.
 class NetlinkMonitor {
 public:
   struct Options {
@@ -43,7 +46,8 @@ public:
   NetlinkMonitor(NetlinkMonitor const&) = delete;
   NetlinkMonitor& operator=(NetlinkMonitor const&) = delete;
 
-  // Opens the socket and begins the first resync. When the system refuses, it is tried again for as long as this lives.
+  // Opens the socket and begins the first resync. When the system refuses, it is tried again for as long as
+  // this lives.
   void start();
   // The last resync is complete and nothing has been lost since.
   [[nodiscard]] bool isInSync() const { return phase_ == kPhases; }

@@ -1,3 +1,5 @@
+// How libnl's objects map to the published enumerations: types and states of links, origins of addresses,
+// states of neighbours.
 #include "agent/collect/NetlinkFacts.h"
 
 #include <linux/if.h>
@@ -142,7 +144,8 @@ void tellNeighbor(FactSink& sink, rtnl_neigh* neighbor, bool isDel) {
   fact.isV6 = family == AF_INET6;
   fact.ip = ipText(addressText(destination)).value_or(std::string());
   int const state = rtnl_neigh_get_state(neighbor);
-  // Mappings that need no resolution (multicast, broadcast) are no neighbours, nor are those that did not answer.
+  // Mappings that need no resolution (multicast, broadcast) are no neighbours, nor are those that did not
+  // answer.
   bool const isNone = state <= NUD_NONE || (state & (NUD_NOARP | NUD_FAILED)) != 0;
   if (isDel || isNone) return sink.neighborDel(fact.index, fact.isV6, fact.ip);
   fact.linkLayerAddress = macText(rtnl_neigh_get_lladdr(neighbor));

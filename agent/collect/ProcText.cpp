@@ -1,3 +1,4 @@
+// Words, lines and numbers first, then a reader for each format. Nothing here opens a file.
 #include "agent/collect/ProcText.h"
 
 #include <charconv>

@@ -1,5 +1,5 @@
-// Readers of the texts that the kernel publishes in /proc, /sys and /etc: text in, numbers out. They tolerate anything: what does
-// not look as expected gives nothing.
+// Readers of the texts that the kernel publishes in /proc, /sys and /etc: text in, numbers out. They tolerate
+// anything: what does not look as expected gives nothing.
 #pragma once
 
 #include <array>
@@ -11,7 +11,8 @@
 
 namespace Agent {
 
-// Splits off the first line (without its end) of `text`, which then begins after it. False at the end of the text.
+// Splits off the first line (without its end) of `text`, which then begins after it. False at the end of the
+// text.
 bool nextLine(std::string_view& text, std::string_view& line);
 // Splits off the first word: what stands between blanks. False when there is none left.
 bool nextWord(std::string_view& text, std::string_view& word);

@@ -1,3 +1,4 @@
+// A process a step. A number with another start time is another process; usage in percent needs two rounds.
 #include "agent/collect/ProcessSource.h"
 
 #include <fmt/format.h>
@@ -81,7 +82,8 @@ void ProcessSource::write(ProcessState& state, Known& known, ProcessStat const& 
   known.startTicks = stat.startTicks;
   known.cpuTicks = cpuTicks;
   known.monotonicNs = now_.monotonicNs;
-  // Last, because it reads another file: `stat.name` lies in the text of this one. An entry that a client removed is new as well.
+  // Last, because it reads another file: `stat.name` lies in the text of this one. An entry that a client
+  // removed is new as well.
   if (isNew || !state.name || state.name->view() != stat.name) {
     state.leafIs(&ProcessState::name, Kel::String(stat.name));
     writeArguments(state);

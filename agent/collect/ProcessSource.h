@@ -12,8 +12,9 @@
 
 namespace Agent {
 
-// One process a step, then one vanished process a step: ten thousand of them never hold the thread. Arguments are read when a
-// process is new or calls itself something else. A process that cannot be read has ended, or is not for this user to see.
+// One process a step, then one vanished process a step: ten thousand of them never hold the thread. Arguments
+// are read when a process is new or calls itself something else. A process that cannot be read has ended, or
+// is not for this user to see.
 class ProcessSource final : public SampleSource {
 public:
   ProcessSource(Host& host, Kel::Ptr<Processes> processes) : host_(host), processes_(std::move(processes)) {}

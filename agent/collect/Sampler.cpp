@@ -1,3 +1,5 @@
+// A round is a task of low priority that yields between steps of its sources; a tick that finds one under way
+// starts none.
 #include "agent/collect/Sampler.h"
 #include "Tovak/Assert.h"
 #include "Tovak/Clock.h"

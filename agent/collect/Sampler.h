@@ -15,8 +15,9 @@ struct SampleTime {
   std::int64_t monotonicNs = 0;
 };
 
-// Something that is sampled. A round is `begin` and then `advance` until it says that the round is over; between two steps the
-// scheduler may do other things, and the model may have changed. A step reads one file or line, so that it takes microseconds.
+// Something that is sampled. A round is `begin` and then `advance` until it says that the round is over;
+// between two steps the scheduler may do other things, and the model may have changed. A step reads one file
+// or line, so that it takes microseconds.
 class SampleSource {
 public:
   virtual ~SampleSource() = default;
@@ -25,8 +26,9 @@ public:
   virtual bool advance() = 0;
 };
 
-// Samples its sources one after the other, round after round, in slices of the scheduler. A round that is due while the one before
-// is still on is left out. Made with std::make_shared; owned by whoever started it; dropping it ends the sampling.
+// Samples its sources one after the other, round after round, in slices of the scheduler. A round that is due
+// while the one before is still on is left out. Made with std::make_shared; owned by whoever started it;
+// dropping it ends the sampling.
 class Sampler final : public Tovak::Task {
 public:
   Sampler(std::shared_ptr<Tovak::TaskScheduler> scheduler, std::int64_t periodNs);

@@ -1,3 +1,5 @@
+// One source a section. Configuration is seeded in the first round only; entries that are not seen again are
+// removed.
 #include "agent/collect/SystemSources.h"
 
 #include <fmt/format.h>
@@ -206,7 +208,7 @@ bool MemorySource::advance() {
   return false;
 }
 
-// --- mount points --------------------------------------------------------------------------------------------
+// --- mount points ------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -263,7 +265,7 @@ void MountSource::sample(MountLine const& mount) {
   state.leafIs(&MountPointState::utilized, megabytes(stat.f_blocks - stat.f_bfree));
 }
 
-// --- name servers --------------------------------------------------------------------------------------------
+// --- name servers ------------------------------------------------------------------------------------------
 
 bool DnsSource::advance() {
   auto const text = host_.etc.text("resolv.conf");
@@ -286,7 +288,8 @@ bool DnsSource::advance() {
     auto const server = dns_->servers->entryIs(&DnsServers::server, Kel::String(address));
     server->state->leafIs(&DnsServerState::port, std::uint16_t{53});
   }
-  // A server that a client configured and the machine does not use keeps its entry, without a port in its state.
+  // A server that a client configured and the machine does not use keeps its entry, without a port in its
+  // state.
   eraseUnseen(dns_->servers, &DnsServers::server, [&](Kel::String const& key) {
     DnsServer const* const server = dns_->servers->server.find(key);
     return server->state->port.has_value() && !there.contains(key.str());

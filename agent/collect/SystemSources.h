@@ -1,4 +1,5 @@
-// The sources of /system but its processes: the machine's names and times, processors, memory, mount points, name servers.
+// The sources of /system but its processes: the machine's names and times, processors, memory, mount points,
+// name servers.
 #pragma once
 
 #include <sys/statvfs.h>
@@ -17,7 +18,8 @@
 
 namespace Agent {
 
-// Names, banners, versions, date, up-time. Configuration leaves start with what the machine has and are the clients' from then on.
+// Names, banners, versions, date, up-time. Configuration leaves start with what the machine has and are the
+// clients' from then on.
 class SystemSource final : public SampleSource {
 public:
   SystemSource(Host& host, Kel::Ptr<System> system) : host_(host), system_(std::move(system)) {}
@@ -72,8 +74,8 @@ private:
   Kel::Ptr<Memory> memory_;
 };
 
-// Mount points that hold data, one a step. Of file systems on other machines only name and kind are told: asking a server that
-// does not answer would hold the thread.
+// Mount points that hold data, one a step. Of file systems on other machines only name and kind are told:
+// asking a server that does not answer would hold the thread.
 class MountSource final : public SampleSource {
 public:
   using StatFs = std::function<int(char const* path, struct statvfs* to)>; // 0 when it worked

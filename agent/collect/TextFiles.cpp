@@ -1,3 +1,5 @@
+// Whole files into one buffer, long ones by lines, folders by names. No read waits for a pipe; a line that is
+// too long is left out.
 #include "agent/collect/TextFiles.h"
 
 #include <fcntl.h>

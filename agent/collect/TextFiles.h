@@ -1,5 +1,6 @@
-// Reading the small files of /proc, /sys and /etc below a root folder, which in tests is a recorded tree. What cannot be read, for
-// whatever reason, is not there: files and folders of processes and devices vanish at any moment. Texts are valid UTF-8 (see Utf8.h).
+// Reading the small files of /proc, /sys and /etc below a root folder, which in tests is a recorded tree.
+// What cannot be read, for whatever reason, is not there: files and folders of processes and devices vanish
+// at any moment. Texts are valid UTF-8 (see Utf8.h).
 #pragma once
 
 #include <dirent.h>
@@ -34,7 +35,8 @@ private:
   std::string buffer_;
 };
 
-// A file line by line in bounded steps: a step reads at most one buffer. Lines longer than the buffer are left out.
+// A file line by line in bounded steps: a step reads at most one buffer. Lines longer than the buffer are
+// left out.
 class LineReader {
 public:
   LineReader() = default;

@@ -1,3 +1,4 @@
+// In place: each byte that is part of no character becomes a "?".
 #include "agent/collect/Utf8.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Texts of the machine as clients may see them. Names of files, processes and links are bytes to the kernel, and it cuts some of them
-// short; a message with a text that is no UTF-8 cannot be read by its client at all.
+// Texts of the machine as clients may see them. Names of files, processes and links are bytes to the kernel,
+// and it cuts some of them short; a message with a text that is no UTF-8 cannot be read by its client at all.
 #pragma once
 
 #include <span>

@@ -1,4 +1,5 @@
-// Agent::ByteBudget: how much may be held at a time by all who hold something of one kind; a part, perhaps, of what all kinds may hold.
+// Agent::ByteBudget: how much may be held at a time by all who hold something of one kind; a part, perhaps,
+// of what all kinds may hold.
 #pragma once
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// The parts in the order in which they need each other, and the start and end of the scheduler's thread.
 #include "agent/context/Context.h"
 
 #include "Kel/Dir.h"

@@ -1,4 +1,5 @@
-// Agent::Context: what all that serves clients stands on: the clock, the scheduler and its thread, the tree, the limits, the budgets.
+// Agent::Context: what all that serves clients stands on: the clock, the scheduler and its thread, the tree,
+// the limits, the budgets.
 #pragma once
 
 #include <functional>
@@ -16,8 +17,8 @@
 
 namespace Agent {
 
-// One a process, because the model is: made first, gone last. Made, started and stopped by one thread. Tests do not start it but
-// drive the scheduler by hand, on a simulated clock.
+// One a process, because the model is: made first, gone last. Made, started and stopped by one thread. Tests
+// do not start it but drive the scheduler by hand, on a simulated clock.
 class Context {
 public:
   struct Options {
@@ -43,7 +44,8 @@ public:
   // For what takes long and needs no model. Any thread.
   [[nodiscard]] Worker& worker() noexcept { return worker_; }
 
-  // Called on the scheduler thread before time goes back (see LoopTime): ends whatever has been told of a later one. May be null.
+  // Called on the scheduler thread before time goes back (see LoopTime): ends whatever has been told of a
+  // later one. May be null.
   using ClockGoesBack = std::function<void()>;
   void clockGoesBackIs(ClockGoesBack goesBack) { clockGoesBack_ = std::move(goesBack); }
 

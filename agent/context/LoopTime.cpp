@@ -1,3 +1,5 @@
+// Kept as the offset between the wall clock and the monotonic one: a leap is another offset, believed when it
+// has stood long enough.
 #include "agent/context/LoopTime.h"
 
 #include "Kel/ActivityClock.h"

@@ -1,3 +1,5 @@
+// The limit of the machine and its control groups (both versions), the budgets as shares of it, and when the
+// heap is trimmed.
 #include "agent/context/Memory.h"
 
 #include <malloc.h>
@@ -13,7 +15,8 @@ namespace {
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kDefaultMost = std::size_t{1} << 30;
-// What has been let go is given back soon when it is much, and some time when it is little: to trim takes a walk through the heap.
+// What has been let go is given back soon when it is much, and some time when it is little: to trim takes a
+// walk through the heap.
 constexpr std::size_t kMuch = std::size_t{16} << 20;
 constexpr std::int64_t kMuchEveryNs = 5'000'000'000;
 constexpr std::size_t kLittle = std::size_t{1} << 20;
@@ -39,7 +42,7 @@ std::size_t machineLimit(std::string const& root) {
 // Of a group and those above it.
 std::size_t groupLimit(std::string const& mount, std::string group, char const* file) {
   std::size_t limit = numberIn(mount + '/' + file);
-  for (; group.size() > 1; group.resize(group.rfind('/')))
+  for (; group.starts_with('/') && group.size() > 1; group.erase(group.rfind('/')))
     limit = std::min(limit, numberIn(mount + group + '/' + file));
   return limit;
 }

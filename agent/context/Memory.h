@@ -10,11 +10,12 @@
 
 namespace Agent {
 
-// What the machine has, or the control group of this process or one above it allows, if that is less. `root`: of the file system, for tests.
+// What the machine has, or the control group of this process or one above it allows, if that is less. `root`:
+// of the file system, for tests.
 [[nodiscard]] std::size_t memoryLimit(std::string const& root = "");
 
-// One budget of real bytes for all that clients make the agent keep, with a share for each use. The shares add up to more than the whole:
-// who comes first may have his in full. Any thread.
+// One budget of real bytes for all that clients make the agent keep, with a share for each use. The shares
+// add up to more than the whole: who comes first may have his in full. Any thread.
 struct MemoryBudgets {
   // `bytes`: of the whole; 0: half of what the agent may use, 1 GiB at most.
   explicit MemoryBudgets(std::size_t bytes);

@@ -1,3 +1,4 @@
+// A queue and a thread that starts with the first piece of work. At the end, what still waits is dropped.
 #include "agent/context/Worker.h"
 
 #include <utility>

@@ -11,8 +11,8 @@
 
 namespace Agent {
 
-// Does one thing after the other. Any thread. Its own begins with the first piece of work and ends with this object, which drops what
-// still waits.
+// Does one thing after the other. Any thread. Its own begins with the first piece of work and ends with this
+// object, which drops what still waits.
 class Worker {
 public:
   using Work = absl::AnyInvocable<void()>;

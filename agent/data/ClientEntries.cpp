@@ -1,3 +1,5 @@
+// An entry costs what its containers take, as measured; removing a place gives back all entries at and below
+// it.
 #include "agent/data/ClientEntries.h"
 
 #include <utility>

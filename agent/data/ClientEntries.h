@@ -1,4 +1,5 @@
-// Agent::ClientEntries: the entries of lists that clients have made, each of which takes memory as long as it is there.
+// Agent::ClientEntries: the entries of lists that clients have made, each of which takes memory as long as it
+// is there.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +24,8 @@ struct MadeEntry {
 // Scheduler thread.
 class ClientEntries {
 public:
-  // What an entry of a list takes: with the containers that may stand in it, what watches them, and its place here. Lists in it count by
-  // themselves, and texts of clients' own by the request that they come with.
+  // What an entry of a list takes: with the containers that may stand in it, what watches them, and its place
+  // here. Lists in it count by themselves, and texts of clients' own by the request that they come with.
   [[nodiscard]] static std::size_t bytesOf(TypeNode const& list);
 
   explicit ClientEntries(std::shared_ptr<ByteBudget> budget) : share_(std::move(budget)) {}

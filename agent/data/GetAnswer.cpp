@@ -1,3 +1,5 @@
+// PROTO leaves become bytes at once; JSON leaves gather in a tree for each match of the path, written when
+// the answer is taken.
 #include "agent/data/GetAnswer.h"
 
 #include <algorithm>
@@ -19,7 +21,7 @@ namespace Agent {
 
 using grpc::StatusCode;
 
-// --- the request ------------------------------------------------------------------------------------------------
+// --- the request -------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -102,7 +104,7 @@ std::string fieldHead(char field, std::size_t size) {
 
 } // namespace
 
-// --- the answer -------------------------------------------------------------------------------------------------
+// --- the answer --------------------------------------------------------------------------------------------
 
 struct GetAnswer::Match {
   gnmi::Path path; // as it stands in the answer
@@ -112,8 +114,8 @@ struct GetAnswer::Match {
   std::size_t memoryCounted = 0;
 };
 
-// Where a leaf stands: the elements of its path from the data root down, each with its place in the types. Elements are those of the
-// notification that is being taken.
+// Where a leaf stands: the elements of its path from the data root down, each with its place in the types.
+// Elements are those of the notification that is being taken.
 class GetAnswer::Place {
 public:
   explicit Place(GetAnswer const& answer) : answer_(answer) {

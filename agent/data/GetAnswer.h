@@ -1,4 +1,5 @@
-// The answer to one path of a GetRequest: leaves come in as they are read, one notification goes out. The request, checked, too.
+// The answer to one path of a GetRequest: leaves come in as they are read, one notification goes out. The
+// request, checked, too.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +37,8 @@ struct GetOrder {
   std::vector<std::string> modules; // the leaves of these alone; empty: all
 };
 
-// JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf. Filled on the scheduler thread,
-// written out on any one thread.
+// JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf.
+// Filled on the scheduler thread, written out on any one thread.
 class GetAnswer {
 public:
   // The order outlives it. `index`: of the path.

@@ -1,3 +1,5 @@
+// One snapshot after the other, each into its answer, within the limits of size and memory; a path that gives
+// nothing is looked up again.
 #include "agent/data/GetRun.h"
 
 #include <utility>

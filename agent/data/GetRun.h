@@ -20,7 +20,8 @@ namespace Agent {
 class Context;
 class Router;
 
-// Keeps itself alive while it reads; the router outlives it. `done` is called once, with as many answers as paths when the status is OK.
+// Keeps itself alive while it reads; the router outlives it. `done` is called once, with as many answers as
+// paths when the status is OK.
 class GetRun final : public SnapshotSink, public std::enable_shared_from_this<GetRun> {
 public:
   using Answers = std::vector<std::unique_ptr<GetAnswer>>;

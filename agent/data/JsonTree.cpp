@@ -1,3 +1,5 @@
+// Values lie as text in one buffer, nodes point into it. Members are written in the order of declaration,
+// entries in that of their keys.
 #include "agent/data/JsonTree.h"
 
 #include <algorithm>
@@ -38,7 +40,8 @@ bool isKeyLess(std::string_view a, std::string_view b) {
   return a < b;
 }
 
-// The position of a member in its container's declaration; at the root, where there is none, by the order of arrival.
+// The position of a member in its container's declaration; at the root, where there is none, by the order of
+// arrival.
 std::size_t positionOf(TypeNode const& type) { return type.attr ? type.attr.desc().index : 0; }
 
 } // namespace
@@ -69,7 +72,7 @@ void JsonTree::leafIs(Node& node, TypeNode const& leaf, gnmi::TypedValue const& 
   memoryBytes_ += 2 * (sizeof(Node::Leaf) + values_.size() - begin); // both grow by doubling
 }
 
-// --- writing ----------------------------------------------------------------------------------------------------
+// --- writing -----------------------------------------------------------------------------------------------
 
 namespace {
 

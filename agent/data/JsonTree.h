@@ -1,4 +1,5 @@
-// Leaves put together to one JSON value. Filled on the scheduler thread, in any order of leaves; written out on any one thread.
+// Leaves put together to one JSON value. Filled on the scheduler thread, in any order of leaves; written out
+// on any one thread.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +17,8 @@
 
 namespace Agent {
 
-// The container, list entry or root at one path, and what lies below. Members come in the order of declaration, entries of lists by key,
-// each with its key.
+// The container, list entry or root at one path, and what lies below. Members come in the order of
+// declaration, entries of lists by key, each with its key.
 class JsonTree {
 public:
   class Node;

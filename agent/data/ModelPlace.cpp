@@ -1,3 +1,5 @@
+// Steps from a container to its child or entry by generic access, and whether an entry is the machine's: its
+// state has values.
 #include "agent/data/ModelPlace.h"
 
 #include <algorithm>

@@ -11,21 +11,24 @@ namespace Agent {
 
 using Handle = Kel::KelAttr::ConstHandle;
 
-// The container below a place: a module's own, or what an attribute of `parent` holds. Null when it is not there.
+// The container below a place: a module's own, or what an attribute of `parent` holds. Null when it is not
+// there.
 [[nodiscard]] Handle containerOf(TypeNode const& child, Handle const& parent);
 // The key of a list from its text in a path; null for a text that is none.
 [[nodiscard]] Handle keyHandleOf(TypeNode const& list, std::string_view text);
 // The entry of that key; null when there is none.
 [[nodiscard]] Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key);
 
-// The container of an entry that goes with what clients configure of it, while the entry itself may be the machine's.
+// The container of an entry that goes with what clients configure of it, while the entry itself may be the
+// machine's.
 [[nodiscard]] bool isEntryConfig(TypeNode const& child);
 // The leaf in it that repeats the entry's key; null when there is none.
 [[nodiscard]] Kel::KelAttr keyCopyOf(TypeNode const& container);
 // Whether the machine has what the entry stands for: its state says more than its key.
 [[nodiscard]] bool isOfMachine(TypeNode const& list, Handle const& entry);
 
-// Whether a concrete path means a container or entry that is there. (That it holds no leaf is for the caller to know.)
+// Whether a concrete path means a container or entry that is there. (That it holds no leaf is for the caller
+// to know.)
 [[nodiscard]] bool isContainerThere(RequestPath const& path);
 
 } // namespace Agent

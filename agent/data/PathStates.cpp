@@ -1,3 +1,4 @@
+// A bit for each element that may come next, stepped at every node; also how elements match names and keys.
 #include "agent/data/PathStates.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-// Following a path with wildcards down a tree, of types or of the model: how far it has been matched by the nodes above. However many
-// wildcards it holds, each node is looked at once. Pure: any thread.
+// Following a path with wildcards down a tree, of types or of the model: how far it has been matched by the
+// nodes above. However many wildcards it holds, each node is looked at once. Pure: any thread.
 // docs/decisions.md: "Wildcards"
 #pragma once
 
@@ -16,7 +16,8 @@ namespace Agent {
 
 // Whether a name of a path, "*" included, means a node of the types.
 [[nodiscard]] bool nameMatches(RequestElem const& elem, TypeNode const& node);
-// The key that an element gives for a list, in the model's own spelling; none for all entries. An error for what is no key of it.
+// The key that an element gives for a list, in the model's own spelling; none for all entries. An error for
+// what is no key of it.
 [[nodiscard]] Kstd::Result<std::optional<std::string>, std::string> keyOf(RequestElem const& elem,
                                                                           TypeNode const& list);
 

@@ -1,3 +1,5 @@
+// First marks what the deletes clear, then walks plan and model side by side; each difference becomes a
+// request and a step back.
 #include "agent/data/SetDiff.h"
 
 #include <utility>
@@ -45,7 +47,7 @@ Steps SetDiff::run() {
   co_await below(&plan_.root, plan_.root.type, nullptr, false);
 }
 
-// --- deletes ----------------------------------------------------------------------------------------------------
+// --- deletes -----------------------------------------------------------------------------------------------
 
 Steps SetDiff::markDeleted(PlanNode& node, Handle object, PathStates states) {
   co_await Steps::pauseIf(task_.taskShouldYield());
@@ -86,7 +88,7 @@ Steps SetDiff::markDeletedEntries(PlanNode& node, Handle object, TypeNode list, 
   }
 }
 
-// --- comparing --------------------------------------------------------------------------------------------------
+// --- comparing ---------------------------------------------------------------------------------------------
 
 Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool isCleared) {
   isCleared = isCleared || (node != nullptr && node->isCleared);

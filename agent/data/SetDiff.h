@@ -1,13 +1,15 @@
-// What a plan changes in the model: requests for the library, and how to take them back. Scheduler thread, in slices.
+// What a plan changes in the model: requests for the library, and how to take them back. Scheduler thread, in
+// slices.
 //
 // Invariants
-// 1. No path is in two of the requests, and none below another of `removals`: the order in which they are carried out does not matter.
-// 2. `removals` come last: everything before them can be taken back by writing values, an entry that is gone cannot. They are of entities
-//    alone, which no model can refuse to let go once the library has checked the request.
-//    docs/decisions.md: "Why are entries removed last?"
+// 1. No path is in two of the requests, and none below another of `removals`: the order in which they are
+//    carried out does not matter.
+// 2. `removals` come last: everything before them can be taken back by writing values, an entry that is gone
+//    cannot. They are of entities alone, which no model can refuse to let go once the library has checked the
+//    request. docs/decisions.md: "Why are entries removed last?"
 // 3. `undo`, gone through backwards, restores what `resets` and `writes` change.
-// 4. An entry that the machine has stays when it is removed: what is configured of it goes, and its container of configuration with that,
-//    unless the plan names this.
+// 4. An entry that the machine has stays when it is removed: what is configured of it goes, and its container
+//    of configuration with that, unless the plan names this.
 // 5. Between two slices the machine may change what is compared: objects are held then, iterators are not.
 #pragma once
 
@@ -75,7 +77,8 @@ private:
   Steps markDeleted(PlanNode& node, Handle object, PathStates states);
   Steps markDeletedEntries(PlanNode& node, Handle object, TypeNode list, PathStates states);
 
-  // What changes below a place: `node` is null where the plan says nothing of it, `object` where the model has nothing there.
+  // What changes below a place: `node` is null where the plan says nothing of it, `object` where the model
+  // has nothing there.
   Steps below(PlanNode const* node, TypeNode type, Handle object, bool isCleared);
   Steps container(PlanNode const* node, TypeNode type, Handle parent, bool isCleared);
   Steps clearedList(PlanNode const* parentNode, TypeNode list, Handle parent);

@@ -1,3 +1,5 @@
+// From the checks of single leaves up to whole requests; the deletes, which only mark places, come last in
+// the file.
 #include "agent/data/SetPlan.h"
 
 #include <algorithm>
@@ -16,7 +18,7 @@ namespace Agent {
 using gnmi::TypedValue;
 using nlohmann::json;
 
-// --- PlanNode ------------------------------------------------------------------------------------------------
+// --- PlanNode ----------------------------------------------------------------------------------------------
 
 PlanNode& PlanNode::childIs(TypeNode const& childType, std::string_view childKey) {
   if (PlanNode* const there = child(childType.name, childKey)) return *there;
@@ -62,7 +64,7 @@ std::string_view PlanNode::nearestKey() const {
   return node == nullptr ? std::string_view() : std::string_view(node->key);
 }
 
-// --- checking ------------------------------------------------------------------------------------------------
+// --- checking ----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -91,7 +93,7 @@ constexpr std::string_view kState = "is state and cannot be set";
 
 Status writeJson(PlanNode& node, json const& value);
 
-// --- leaves ---------------------------------------------------------------------------------------------------
+// --- leaves ------------------------------------------------------------------------------------------------
 
 bool repeatsKey(PlanNode const& node) { return node.type.leaf()->isKeyCopy || node.type.attr.isKeyField(); }
 
@@ -113,7 +115,7 @@ Status writeLeaf(PlanNode& node, Value const& given) {
   return Status::OK;
 }
 
-// --- containers and lists, from JSON ---------------------------------------------------------------------------
+// --- containers and lists, from JSON -----------------------------------------------------------------------
 
 // The key of an entry of a list, out of its members.
 Kstd::Result<std::string, Status> entryKey(PlanNode const& parent, TypeNode const& list, json const& entry) {
@@ -167,7 +169,7 @@ Status writeJson(PlanNode& node, json const& value) {
   return Status::OK;
 }
 
-// --- operations -------------------------------------------------------------------------------------------------
+// --- operations --------------------------------------------------------------------------------------------
 
 // The place that a concrete path means. Containers that hold state alone are refused.
 Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path) {

@@ -1,3 +1,5 @@
+// A coroutine for each Set: compare, check, write, tell or take back, tidy up. The queue runs them one after
+// the other.
 #include "agent/data/SetRun.h"
 
 #include <deque>

@@ -2,12 +2,13 @@
 //
 // Invariants
 // 1. One Set after the other, in their order.
-// 2. A Set is compared with the model, and what it comes to is checked by the library, in slices, while everybody reads. What is refused by
-//    then has written nothing.
-// 3. From its first write until all of it has been told, or taken back, walks wait and changes of its own wait aside
-//    (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on meanwhile.
-// 4. When the model refuses a write half-way, which it does only where the machine has taken something away meanwhile, everything written
-//    before is put back.
+// 2. A Set is compared with the model, and what it comes to is checked by the library, in slices, while
+//    everybody reads. What is refused by then has written nothing.
+// 3. From its first write until all of it has been told, or taken back, walks wait and changes of its own
+//    wait aside (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on
+//    meanwhile.
+// 4. When the model refuses a write half-way, which it does only where the machine has taken something away
+//    meanwhile, everything written before is put back.
 #pragma once
 
 #include <atomic>
@@ -30,8 +31,8 @@ class Context;
 class Router;
 
 struct SetOrder {
-  // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it would make or tell,
-  // CANCELLED when its client left before anything was written.
+  // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it
+  // would make or tell, CANCELLED when its client left before anything was written.
   using Done = absl::AnyInvocable<void(grpc::Status const&, std::int64_t timestamp)>;
 
   std::unique_ptr<SetPlan> plan;
@@ -41,9 +42,9 @@ struct SetOrder {
 
 // All Sets of the agent; those that still wait when it goes are dropped.
 //
-// Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their state. Entries are removed
-// last. Subscribers are told in the published order, deletes first. After a success whoever applies configuration learns of it. The router
-// outlives them.
+// Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their
+// state. Entries are removed last. Subscribers are told in the published order, deletes first. After a
+// success whoever applies configuration learns of it. The router outlives them.
 class SetRuns final {
 public:
   explicit SetRuns(Router& router);

@@ -1,4 +1,5 @@
-// Agent::Steps: work that is written down as one course and done in slices, as a coroutine. Parts of it may be such courses themselves.
+// Agent::Steps: work that is written down as one course and done in slices, as a coroutine. Parts of it may
+// be such courses themselves.
 #pragma once
 
 #include <coroutine>
@@ -17,7 +18,8 @@ namespace Agent {
 //     }
 //   }
 //
-// What a course is given by reference outlives it. Dropped before its end it is called off, with all its parts. One thread at a time.
+// What a course is given by reference outlives it. Dropped before its end it is called off, with all its
+// parts. One thread at a time.
 class [[nodiscard]] Steps {
 public:
   struct promise_type;
@@ -34,8 +36,8 @@ public:
     if (handle_) handle_.destroy();
   }
 
-  // Goes on until the next pause; false when that was the end. Raises what the course raises. REQUIRES that it has not ended, and that it
-  // is no part of another one.
+  // Goes on until the next pause; false when that was the end. Raises what the course raises. REQUIRES that
+  // it has not ended, and that it is no part of another one.
   [[nodiscard]] bool resume();
 
   [[nodiscard]] static Pause pauseIf(bool isDue) noexcept;

@@ -1,3 +1,4 @@
+// The parser, watched while it works: for depth, and for members that are there twice.
 #include "agent/encoding/JsonText.h"
 
 #include <stdexcept>
@@ -11,7 +12,8 @@ namespace {
 
 using nlohmann::json;
 
-// Sees every part of the document as it is parsed. The parser itself keeps the last of two equal members, in silence.
+// Sees every part of the document as it is parsed. The parser itself keeps the last of two equal members, in
+// silence.
 class Watcher {
 public:
   // Raises std::invalid_argument for what is refused.

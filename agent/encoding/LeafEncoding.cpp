@@ -1,3 +1,5 @@
+// Which numbers are written as strings, which names get their module, and how keys are written from their
+// texts.
 #include "agent/encoding/LeafEncoding.h"
 #include "Kel/Attr.h"
 #include "Tovak/Assert.h"

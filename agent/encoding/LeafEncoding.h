@@ -1,5 +1,5 @@
-// Leaf values as the clients asked for them: a value as the library sends it (typed scalars, enumerations as their names) is written
-// as JSON or, by RFC 7951, as JSON_IETF. Pure: any thread.
+// Leaf values as the clients asked for them: a value as the library sends it (typed scalars, enumerations as
+// their names) is written as JSON or, by RFC 7951, as JSON_IETF. Pure: any thread.
 #pragma once
 
 #include <string>
@@ -13,11 +13,12 @@ namespace Agent {
 // The encodings that Get and Subscribe offer: JSON, JSON_IETF, PROTO.
 [[nodiscard]] bool isEncodingSupported(gnmi::Encoding encoding);
 
-// Rewrites `value` in place: `json_val` or `json_ietf_val` with the bare value of the leaf; PROTO leaves it as it is. REQUIRES an
-// encoding that is supported.
+// Rewrites `value` in place: `json_val` or `json_ietf_val` with the bare value of the leaf; PROTO leaves it
+// as it is. REQUIRES an encoding that is supported.
 void leafEncodingIs(gnmi::TypedValue& value, LeafInfo const& leaf, gnmi::Encoding encoding);
 
-// Appends the same as JSON text. `isIetf`: 64-bit numbers and decimals are strings, identities carry their module.
+// Appends the same as JSON text. `isIetf`: 64-bit numbers and decimals are strings, identities carry their
+// module.
 void appendLeafJson(std::string& to, gnmi::TypedValue const& value, LeafInfo const& leaf, bool isIetf);
 
 // The value of a list's key leaf, from its text in a path.

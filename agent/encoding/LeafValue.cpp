@@ -1,3 +1,5 @@
+// Typed values and JSON share the makers at the top; unions try their alternatives in turn, leaf-lists go
+// element by element.
 #include "agent/encoding/LeafValue.h"
 #include "Kel/Attr.h"
 #include "Tovak/Assert.h"
@@ -88,8 +90,8 @@ LeafValue ofText(LeafInfo const& leaf, std::string_view text) {
   return ofText(text);
 }
 
-// The enumerator that a client means: by its name, or with its module in front. Identities whose names carry their module already
-// may be given without it.
+// The enumerator that a client means: by its name, or with its module in front. Identities whose names carry
+// their module already may be given without it.
 std::optional<std::string_view> enumeratorOf(Kel::KelType type, std::string_view module,
                                              std::string_view text) {
   if (!type.isEnum()) return std::nullopt;

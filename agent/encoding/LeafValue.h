@@ -1,6 +1,6 @@
-// Values that clients give to leaves, checked against the published type and brought into the one form that the library takes:
-// typed scalars of the family of the type, enumerations as their names, leaf-lists. Pure: any thread.
-// docs/decisions.md: "Numbers in JSON."
+// Values that clients give to leaves, checked against the published type and brought into the one form that
+// the library takes: typed scalars of the family of the type, enumerations as their names, leaf-lists. Pure:
+// any thread. docs/decisions.md: "Numbers in JSON."
 #pragma once
 
 #include <string>
@@ -16,15 +16,18 @@ namespace Agent {
 
 using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wrong with the value
 
-// A typed value. A non-negative `int_val` is a number for unsigned leaves too, a float or decimal one for decimals. REQUIRES a
-// value that is no JSON.
+// A typed value. A non-negative `int_val` is a number for unsigned leaves too, a float or decimal one for
+// decimals. REQUIRES a value that is no JSON.
 [[nodiscard]] LeafValue leafValueOf(LeafInfo const& leaf, gnmi::TypedValue const& value);
-// A JSON value, plain or by RFC 7951: 64-bit numbers and decimals may be strings, identities may carry their module.
+// A JSON value, plain or by RFC 7951: 64-bit numbers and decimals may be strings, identities may carry their
+// module.
 [[nodiscard]] LeafValue leafValueOf(LeafInfo const& leaf, nlohmann::json const& value);
-// A key from its text in a path. Which entries there may be is another question: the machine's own may have keys that no client could give.
+// A key from its text in a path. Which entries there may be is another question: the machine's own may have
+// keys that no client could give.
 [[nodiscard]] LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text);
 
-// Whether a text, such as a key's, may be a value of the leaf; what is wrong with it otherwise. The functions above ask it of values.
+// Whether a text, such as a key's, may be a value of the leaf; what is wrong with it otherwise. The functions
+// above ask it of values.
 [[nodiscard]] Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view text);
 
 // The text that a value has as a key in a path; of a scalar in the form that the functions above make.

@@ -1,3 +1,5 @@
+// Full blocks come from mmap and go back to one cache for all threads; small ones, and larger ones, come from
+// the heap.
 #include "agent/encoding/ResponseBlock.h"
 
 #include <sys/mman.h>

@@ -10,9 +10,10 @@
 
 namespace Agent {
 
-// Owns one block. Those of full size come from a cache for the whole process; what the cache has no room for goes back to the kernel at
-// once. From the general heap, what a thousand snapshots needed at one time would stay with the process for good. A value; any thread.
-// docs/decisions.md: "Where do the bytes of a response lie?"
+// Owns one block. Those of full size come from a cache for the whole process; what the cache has no room for
+// goes back to the kernel at once. From the general heap, what a thousand snapshots needed at one time would
+// stay with the process for good. A value; any thread. docs/decisions.md: "Where do the bytes of a response
+// lie?"
 class ResponseBlock {
 public:
   static constexpr std::size_t kBytes = 64 * 1024; // the full size

@@ -1,3 +1,5 @@
+// The first block is a small one, the others are full; a block becomes a slice when it is full or the bytes
+// are taken.
 #include "agent/encoding/SliceWriter.h"
 
 #include <algorithm>

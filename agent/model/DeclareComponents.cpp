@@ -1,3 +1,4 @@
+// The types below /components: which leaf of the published model each member is. All of it is state.
 #include "agent/model/Component.h"
 #include "agent/model/Declarations.h"
 #include "agent/model/Shape.h"

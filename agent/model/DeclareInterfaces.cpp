@@ -1,3 +1,5 @@
+// The types of /interfaces down to an interface's own containers; those of its subinterfaces are in
+// DeclareSubinterfaces.cpp.
 #include "agent/model/Declarations.h"
 #include "agent/model/Interface.h"
 #include "agent/model/Shape.h"

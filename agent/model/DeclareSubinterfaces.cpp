@@ -1,3 +1,5 @@
+// The types below an interface's subinterfaces, IP addresses and neighbours among them, and the counters that
+// interfaces share with them.
 #include "agent/model/Declarations.h"
 #include "agent/model/Shape.h"
 #include "agent/model/Subinterface.h"

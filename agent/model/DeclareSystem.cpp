@@ -1,3 +1,5 @@
+// The types below /system, innermost first: processors, memory, processes, mount points, DNS, gRPC servers,
+// then the system itself.
 #include "agent/model/Declarations.h"
 #include "agent/model/Shape.h"
 #include "agent/model/System.h"

@@ -1,5 +1,5 @@
-// The base of the model's classes: entities whose leaves and children are public members, read directly and written through the
-// operations here, which tell the observers of what changed.
+// The base of the model's classes: entities whose leaves and children are public members, read directly and
+// written through the operations here, which tell the observers of what changed.
 #pragma once
 
 #include <type_traits>
@@ -9,8 +9,8 @@
 
 namespace Agent {
 
-// `T` derives from `Node<T>` (or, extending `Base`, from `Node<T, Base>`). Scheduler thread only. Pointers to members name what is
-// written: `state->leafIs(&InterfaceState::mtu, 1500)`.
+// `T` derives from `Node<T>` (or, extending `Base`, from `Node<T, Base>`). Scheduler thread only. Pointers to
+// members name what is written: `state->leafIs(&InterfaceState::mtu, 1500)`.
 template <class T, class Base = Kel::Entity>
 class Node : public Kel::EntityOf<T, Base> {
 public:

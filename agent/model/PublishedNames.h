@@ -1,6 +1,6 @@
-// The names of what the published models have beside what this agent serves: whoever asks for one of these is told that it is not offered,
-// and not that there is no such thing. Of what is served nowhere, the top-level containers alone are known.
-// docs/decisions.md: "What does the agent know of models that it does not serve?"
+// The names of what the published models have beside what this agent serves: whoever asks for one of these is
+// told that it is not offered, and not that there is no such thing. Of what is served nowhere, the top-level
+// containers alone are known. docs/decisions.md: "What does the agent know of models that it does not serve?"
 #pragma once
 
 #include <span>

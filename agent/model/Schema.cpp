@@ -1,3 +1,5 @@
+// The side table itself, types of the model as types of YANG, and both as the texts that errors and the page
+// of paths use.
 #include "agent/model/Schema.h"
 
 #include <absl/container/flat_hash_map.h>

@@ -1,6 +1,6 @@
-// What the published models say of a node beyond its type: its module, whether a leaf is configuration or state, how it is told
-// best, its published type. A side table keyed by attribute; filled by `declareTypes` and constant afterwards, so that any thread
-// may read it. The answers live for the process.
+// What the published models say of a node beyond its type: its module, whether a leaf is configuration or
+// state, how it is told best, its published type. A side table keyed by attribute; filled by `declareTypes`
+// and constant afterwards, so that any thread may read it. The answers live for the process.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,8 @@
 
 namespace Agent {
 
-// The type that a leaf is published with: what RFC 7951 needs to know to write it. 64-bit numbers and decimals are JSON strings.
+// The type that a leaf is published with: what RFC 7951 needs to know to write it. 64-bit numbers and
+// decimals are JSON strings.
 enum class LeafType : std::uint8_t {
   String,
   Boolean,
@@ -50,7 +51,8 @@ struct LeafInfo {
 // Null for containers and lists, and for attributes that are not of the agent's model.
 [[nodiscard]] LeafInfo const* leafInfo(Kel::KelAttr attr);
 
-// The YANG module whose namespace a node (leaf, container or list) belongs to. Empty for attributes that are not of the model.
+// The YANG module whose namespace a node (leaf, container or list) belongs to. Empty for attributes that are
+// not of the model.
 [[nodiscard]] std::string_view nodeModule(Kel::KelAttr attr);
 
 // The published type as text, "uint64", "enumeration", "string*" for a leaf-list: for people.
@@ -64,8 +66,8 @@ struct NodeRecord {
   bool isLeaf = false;
   LeafInfo leaf;
 };
-// Enters a node, once; `LeafInfo::held` is taken from the attribute. `module` and the leaf's `identityModule` must live for the
-// process.
+// Enters a node, once; `LeafInfo::held` is taken from the attribute. `module` and the leaf's `identityModule`
+// must live for the process.
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record);
 [[nodiscard]] NodeRecord const* nodeRecord(Kel::KelAttr attr);
 // The published type that follows from the attribute's own.

@@ -1,4 +1,5 @@
-// How the model's classes are declared: `Kel::Declaration` with the published properties of each node (agent/model/Schema.h).
+// How the model's classes are declared: `Kel::Declaration` with the published properties of each node
+// (agent/model/Schema.h).
 //
 //   configShape<InterfaceConfig>("InterfaceConfig", kInterfacesModule)     leaves are configuration and settable
 //       .keyCopy("name", &InterfaceConfig::name, &InterfaceConfig::nameIs)
@@ -7,7 +8,8 @@
 //   eventShape<InterfaceState>(...)      leaves are state, told when they change
 //   sampledShape<InterfaceCounters>(...) leaves are state that changes all the time
 //
-// A container or list whose nodes another module adds says so with `.module(...)`; the types beneath name that module themselves.
+// A container or list whose nodes another module adds says so with `.module(...)`; the types beneath name
+// that module themselves.
 #pragma once
 
 #include <string_view>

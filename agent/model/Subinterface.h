@@ -1,4 +1,5 @@
-// A subinterface with its addresses and neighbours: .../subinterfaces/subinterface[index]. Number 0 is the interface itself.
+// A subinterface with its addresses and neighbours: .../subinterfaces/subinterface[index]. Number 0 is the
+// interface itself.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,8 @@
 
 namespace Agent {
 
-// What interfaces and subinterfaces count. An entity of its own, so that a change tells of one counter and not of all.
+// What interfaces and subinterfaces count. An entity of its own, so that a change tells of one counter and
+// not of all.
 class CommonCounters : public Node<CommonCounters> {
 public:
   std::optional<std::uint64_t> inOctets;
@@ -29,7 +31,7 @@ public:
   std::optional<std::uint64_t> lastClear; // ns since the Unix epoch
 };
 
-// --- addresses -----------------------------------------------------------------------------------------------
+// --- addresses ---------------------------------------------------------------------------------------------
 class AddressConfig final : public Node<AddressConfig> {
 public:
   void handleParent() override;
@@ -90,7 +92,7 @@ public:
   Kel::KeyedEntities<Kel::String, Ipv6Address> address;
 };
 
-// --- neighbours ------------------------------------------------------------------------------------------------
+// --- neighbours --------------------------------------------------------------------------------------------
 class Ipv4NeighborState final : public Node<Ipv4NeighborState> {
 public:
   Kel::String ip;
@@ -128,7 +130,7 @@ public:
   Kel::KeyedEntities<Kel::String, Ipv6Neighbor> neighbor;
 };
 
-// --- the two protocols -----------------------------------------------------------------------------------------
+// --- the two protocols -------------------------------------------------------------------------------------
 class IpConfig final : public Node<IpConfig> {
 public:
   std::optional<bool> enabled;
@@ -171,7 +173,7 @@ public:
   Kel::Ptr<Ipv6Neighbors> neighbors;
 };
 
-// --- the subinterface --------------------------------------------------------------------------------------------
+// --- the subinterface --------------------------------------------------------------------------------------
 class SubinterfaceConfig final : public Node<SubinterfaceConfig> {
 public:
   void handleParent() override;

@@ -1,3 +1,5 @@
+// The page's head and a table for each top level, by a descent through the types. Nothing here asks for
+// values.
 #include "agent/model/SupportedPaths.h"
 
 #include <fmt/format.h>
@@ -15,10 +17,10 @@ constexpr std::string_view kHead = R"(# Supported paths
 What `ondra-agent` serves, below the origin `openconfig`. This page is made from the types of the model by
 `ondra-supported-paths`; edit the declarations in `agent/model`, not this page.
 
-- **type**: the published one, with the range of its numbers or the published type of its texts; `*` marks a leaf-list. 64-bit numbers
-  and decimals are strings in JSON_IETF.
-- **class**: configuration leaves can be set; state leaves cannot. The key of a list whose entries nobody can configure here is state,
-  wherever the module that published it has configuration beside it.
+- **type**: the published one, with the range of its numbers or the published type of its texts; `*` marks a
+  leaf-list. 64-bit numbers and decimals are strings in JSON_IETF.
+- **class**: configuration leaves can be set; state leaves cannot. The key of a list whose entries nobody can
+  configure here is state, wherever the module that published it has configuration beside it.
 - **mode**: how TARGET_DEFINED tells of the leaf: `event` when it changes, `sampled` at an interval.
 
 A leaf is there when the machine knows its value; what it does not know is left out.

@@ -5,8 +5,8 @@
 
 namespace Agent {
 
-// docs/supported-paths.md as it must be: every leaf with its type, whether it is configuration or state, and its mode under
-// TARGET_DEFINED.
+// docs/supported-paths.md as it must be: every leaf with its type, whether it is configuration or state, and
+// its mode under TARGET_DEFINED.
 [[nodiscard]] std::string supportedPaths();
 
 } // namespace Agent

@@ -69,7 +69,7 @@ public:
   Kel::KeyedEntities<CpuIndex, Cpu> cpu;
 };
 
-// --- memory, in bytes ---------------------------------------------------------------------------------------
+// --- memory, in bytes --------------------------------------------------------------------------------------
 class MemoryState final : public Node<MemoryState> {
 public:
   std::optional<std::uint64_t> physical;
@@ -85,7 +85,7 @@ public:
   Kel::Ptr<MemoryState> state;
 };
 
-// --- processes ----------------------------------------------------------------------------------------------
+// --- processes ---------------------------------------------------------------------------------------------
 class ProcessState final : public Node<ProcessState> {
 public:
   std::uint64_t pid = 0;
@@ -110,7 +110,7 @@ public:
   Kel::KeyedEntities<std::uint64_t, Process> process;
 };
 
-// --- mount points -------------------------------------------------------------------------------------------
+// --- mount points ------------------------------------------------------------------------------------------
 class MountPointState final : public Node<MountPointState> {
 public:
   Kel::String name;
@@ -131,7 +131,7 @@ public:
   Kel::KeyedEntities<Kel::String, MountPoint> mountPoint;
 };
 
-// --- name servers -------------------------------------------------------------------------------------------
+// --- name servers ------------------------------------------------------------------------------------------
 class DnsConfig final : public Node<DnsConfig> {
 public:
   std::vector<Kel::String> search;
@@ -178,7 +178,7 @@ public:
   Kel::Ptr<DnsServers> servers;
 };
 
-// --- the agent's own servers: written by whoever serves -------------------------------------------------------
+// --- the agent's own servers: written by whoever serves ----------------------------------------------------
 class GrpcServerState final : public Node<GrpcServerState> {
 public:
   Kel::String name;

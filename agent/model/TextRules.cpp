@@ -1,3 +1,4 @@
+// The patterns as they are published, run by RE2 over whole texts; lengths count characters, not bytes.
 #include "agent/model/TextRules.h"
 
 #include <algorithm>
@@ -8,7 +9,8 @@
 namespace Agent {
 namespace {
 
-// Patterns of XML Schema, which mean the whole text and have no anchors of their own; what these use of its syntax means the same here.
+// Patterns of XML Schema, which mean the whole text and have no anchors of their own; what these use of its
+// syntax means the same here.
 constexpr std::string_view kDomainName =
     R"((([a-zA-Z0-9_]([a-zA-Z0-9\-_]){0,61})?[a-zA-Z0-9]\.)*([a-zA-Z0-9_]([a-zA-Z0-9\-_]){0,61})?[a-zA-Z0-9]\.?|\.)";
 constexpr std::string_view kIpv4Address =

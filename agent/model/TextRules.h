@@ -1,5 +1,5 @@
-// What texts are held to beyond their type: the lengths and patterns of the published types. A leaf names one where it is declared.
-// docs/decisions.md: "Which values may be configured?"
+// What texts are held to beyond their type: the lengths and patterns of the published types. A leaf names one
+// where it is declared. docs/decisions.md: "Which values may be configured?"
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,8 @@ class RE2;
 
 namespace Agent {
 
-// Immutable; those below live for the process. Any thread. A check takes time in proportion to the text, whatever it holds.
+// Immutable; those below live for the process. Any thread. A check takes time in proportion to the text,
+// whatever it holds.
 struct TextRules {
   std::string_view name; // of the published type
   std::size_t minLength = 0;

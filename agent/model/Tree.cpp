@@ -1,3 +1,5 @@
+// What each entry gets with its place (fixed containers, copies of its key), and the tables of top levels and
+// published models.
 #include "agent/model/Tree.h"
 
 #include <algorithm>
@@ -158,7 +160,7 @@ void Component::handleParent() {
   if (parent() != nullptr) containerIs(&Component::state)->leafIs(&ComponentState::name, name);
 }
 
-// --- the tree ------------------------------------------------------------------------------------------------
+// --- the tree ----------------------------------------------------------------------------------------------
 
 void declareTypes() {
   static bool const once = [] {

@@ -22,11 +22,13 @@ struct Tree {
   Kel::Ptr<Components> components;
 };
 
-// Declares all types, once; to be called before the first object is made and before other threads ask for `leafInfo`.
+// Declares all types, once; to be called before the first object is made and before other threads ask for
+// `leafInfo`.
 void declareTypes();
 
-// The directory "openconfig" in `root` (`Kel::globalDir()` in the agent) with its three entities, made if missing. All fixed
-// containers are there from the start; lists are empty. Declares the types. Scheduler thread.
+// The directory "openconfig" in `root` (`Kel::globalDir()` in the agent) with its three entities, made if
+// missing. All fixed containers are there from the start; lists are empty. Declares the types. Scheduler
+// thread.
 [[nodiscard]] Tree treeIn(Kel::Dir& root);
 
 // The entities of the data root as declared: name, type and the module that published them.
@@ -43,8 +45,9 @@ struct PublishedModel {
 };
 // The three entities of the tree first, then what was added. Constant once other threads look at it.
 [[nodiscard]] std::span<TopLevel const> topLevels();
-// Adds the type of an entity that is to stand beside those three, and the model that all of it is of; the same name again changes nothing.
-// The texts must live for the process. To be called before other threads ask for `topLevels`, `publishedModels` or `leafInfo`.
+// Adds the type of an entity that is to stand beside those three, and the model that all of it is of; the
+// same name again changes nothing. The texts must live for the process. To be called before other threads ask
+// for `topLevels`, `publishedModels` or `leafInfo`.
 void topLevelIs(TopLevel const& top, PublishedModel const& model);
 // The models of which anything is served.
 

@@ -1,3 +1,4 @@
+// Their declaration under the published names, and what maps link speeds and processor numbers.
 #include "agent/model/Values.h"
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// How errors of CLI11 become an exit code and a text, and durations as numbers with a unit from ns to h.
 #include "agent/options/CommandLine.h"
 
 #include <fmt/format.h>

@@ -35,7 +35,8 @@ struct EarlyExit {
 [[nodiscard]] Kstd::Result<void, EarlyExit> parseCommandLine(CLI::App& app,
                                                              std::vector<std::string> const& arguments);
 
-// Nanoseconds of "250ms", "1s", "1.5s", "2m", "1h"; nothing for other texts, for negative ones and for what does not fit.
+// Nanoseconds of "250ms", "1s", "1.5s", "2m", "1h"; nothing for other texts, for negative ones and for what
+// does not fit.
 [[nodiscard]] std::optional<std::int64_t> durationOf(std::string_view text);
 // Adds an option that takes such a text.
 CLI::Option* durationOption(CLI::App& app, std::string const& name, std::int64_t& ns,

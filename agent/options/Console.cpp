@@ -1,3 +1,4 @@
+// Closed streams are opened on /dev/null; output that could not be written turns success into failure.
 #include "agent/options/Console.h"
 
 #include <fcntl.h>

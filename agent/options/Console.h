@@ -6,13 +6,15 @@
 
 namespace Agent {
 
-// Standard descriptors that are closed become /dev/null, or a socket would get their number and what is printed. To be called first.
+// Standard descriptors that are closed become /dev/null, or a socket would get their number and what is
+// printed. To be called first.
 void standardStreamsAreOpen();
 
 // Prints as far as that goes: that nobody can hear it is no reason to end.
 void say(std::FILE* to, std::string_view text);
 
-// `code`, or the code of a failed call where all went well but standard output has not taken what was printed.
+// `code`, or the code of a failed call where all went well but standard output has not taken what was
+// printed.
 [[nodiscard]] int codeAfterPrinting(int code);
 
 } // namespace Agent

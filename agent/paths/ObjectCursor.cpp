@@ -1,3 +1,5 @@
+// Each call goes down from the root to the place where the last one stood, and on from there. Also what it
+// has passed, what lies ahead.
 #include "agent/paths/ObjectCursor.h"
 
 #include <utility>

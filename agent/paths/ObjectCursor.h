@@ -1,8 +1,9 @@
-// Agent::ObjectCursor: the objects that a pattern matches, one at a time, in the order of declaration and of keys.
+// Agent::ObjectCursor: the objects that a pattern matches, one at a time, in the order of declaration and of
+// keys.
 //
 // Invariants
-// 1. Between two calls it holds no object of the model, only the attribute and the key it stands at on each level. What has gone
-//    meanwhile is passed over; what has come is found when it lies ahead.
+// 1. Between two calls it holds no object of the model, only the attribute and the key it stands at on each
+//    level. What has gone meanwhile is passed over; what has come is found when it lies ahead.
 // 2. Its memory does not grow with the number of objects.
 #pragma once
 
@@ -35,15 +36,16 @@ public:
 
   // Looks at `kMembersAtATime` members at most.
   [[nodiscard]] Result next();
-  // Of the last `Found`: an object, or the data root's directory for a pattern that names none. Asked for once: the cursor lets go of it.
+  // Of the last `Found`: an object, or the data root's directory for a pattern that names none. Asked for
+  // once: the cursor lets go of it.
   [[nodiscard]] Kel::Ptr<Kel::Entity> takeObject() { return std::move(object_); }
   // Until the next call.
   [[nodiscard]] Kel::Ptr<Ondra::Path const> path() const {
     return path_;
   } // internal, from the root of the model
 
-  // Whether what lies at a path (without the data root) is still to be found, or in an object that has been: the last one, which may be
-  // on its way, counts as passed. Unknown behind a name that is a wildcard.
+  // Whether what lies at a path (without the data root) is still to be found, or in an object that has been:
+  // the last one, which may be on its way, counts as passed. Unknown behind a name that is a wildcard.
   [[nodiscard]] Ondra::WalkReach reach(PathView const& path) const;
 
   static constexpr std::size_t kMembersAtATime = 512;

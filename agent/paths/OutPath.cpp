@@ -1,3 +1,5 @@
+// The encoding of paths as bytes and back, and what can be asked of two such strings: above, below, what they
+// share.
 #include "agent/paths/OutPath.h"
 
 #include <algorithm>

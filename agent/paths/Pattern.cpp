@@ -1,3 +1,5 @@
+// Compiling follows all types that the path may mean; matching with "..." keeps all positions at once;
+// whether two patterns overlap.
 #include "agent/paths/Pattern.h"
 
 #include <absl/container/flat_hash_set.h>
@@ -110,7 +112,8 @@ grpc::Status badKey(RequestElem const& elem, RequestPath const& path, std::strin
           fmt::format("{} of {}: {}", statusText(elem.name, 64), path.text(), statusText(what))};
 }
 
-// Keeps the nodes that have the element's keys, and gives the values their form. The error text of the last node that does not.
+// Keeps the nodes that have the element's keys, and gives the values their form. The error text of the last
+// node that does not.
 std::string takeKeys(Nodes& nodes, RequestElem const& elem, Elem& into) {
   std::string fault;
   std::vector<std::pair<std::string, std::string>> keys;

@@ -1,13 +1,14 @@
 // Agent::Pattern: a request's path compiled against the types: what it matches, and where to look for it.
 //
-// Wildcards: "*" as a name, "*" or nothing for a key, "..." for any number of elements (none too). A pattern covers what it matches and
-// everything below.
+// Wildcards: "*" as a name, "*" or nothing for a key, "..." for any number of elements (none too). A pattern
+// covers what it matches and everything below.
 //
 // Invariants
-// 1. `objectDepth` elements name containers and list entries, at every place of the types that they match; so the objects they match can
-//    be enumerated, and what remains of the pattern concerns leaf paths below them (or begins with "...").
-// 2. The first `anchorDepth` elements are concrete: no wildcard, all keys given. Everything that the pattern covers lies at or below
-//    them. The anchor may name a leaf.
+// 1. `objectDepth` elements name containers and list entries, at every place of the types that they match; so
+//    the objects they match can be enumerated, and what remains of the pattern concerns leaf paths below them
+//    (or begins with "...").
+// 2. The first `anchorDepth` elements are concrete: no wildcard, all keys given. Everything that the pattern
+//    covers lies at or below them. The anchor may name a leaf.
 // 3. Key values are in the form in which walks print them.
 #pragma once
 
@@ -30,7 +31,8 @@ namespace Agent {
 
 inline constexpr std::size_t kMaxAnyDepths = 4; // elements "..." in one path
 
-// A concrete path below the data root in two halves, a notification's prefix and an update's path, seen as one. Refers to both.
+// A concrete path below the data root in two halves, a notification's prefix and an update's path, seen as
+// one. Refers to both.
 class PathView {
 public:
   // `skip` elements are left off the front: 1 for internal paths.
@@ -68,8 +70,9 @@ public:
     All,     // covers the path and everything below it
   };
 
-  // UNIMPLEMENTED for a path that published models have and this agent does not serve; NOT_FOUND for one outside of them all; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values, and
-  // for more than `kMaxAnyDepths` elements "...".
+  // UNIMPLEMENTED for a path that published models have and this agent does not serve; NOT_FOUND for one
+  // outside of them all; INVALID_ARGUMENT for keys where none belong, of unknown names or unreadable values,
+  // and for more than `kMaxAnyDepths` elements "...".
   [[nodiscard]] static OrError of(RequestPath const& path);
 
   [[nodiscard]] Cover cover(PathView const& path) const;

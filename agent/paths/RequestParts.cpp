@@ -1,3 +1,4 @@
+// Which models and extensions may be named, with the refusals, and the address in what gRPC says of a peer.
 #include "agent/paths/RequestParts.h"
 
 #include <fmt/format.h>

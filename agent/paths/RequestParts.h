@@ -28,7 +28,8 @@ modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels);
 
 enum class CallKind : std::uint8_t { Get, Set, Subscribe };
 
-// UNIMPLEMENTED for an extension that changes what the call means, since whoever asks for it counts on it. Others are passed over.
+// UNIMPLEMENTED for an extension that changes what the call means, since whoever asks for it counts on it.
+// Others are passed over.
 [[nodiscard]] grpc::Status
 checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions, CallKind call);
 

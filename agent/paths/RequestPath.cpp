@@ -1,3 +1,5 @@
+// What makes a path invalid by its form alone; whether its names exist is asked later. Texts of clients made
+// fit for a status.
 #include "agent/paths/RequestPath.h"
 
 #include <fmt/format.h>
@@ -29,7 +31,8 @@ grpc::Status appendElem(std::vector<RequestElem>& elems, gnmi::PathElem const& f
   return grpc::Status::OK;
 }
 
-// The list of plain texts that paths once were, which some clients fill beside `elem`; the generated accessors are deprecated like the field.
+// The list of plain texts that paths once were, which some clients fill beside `elem`; the generated
+// accessors are deprecated like the field.
 bool hasOldElements(gnmi::Path const& path) {
   static auto const* const field =
       gnmi::Path::descriptor()->FindFieldByNumber(gnmi::Path::kElementFieldNumber);

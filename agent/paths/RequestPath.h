@@ -19,7 +19,8 @@ namespace Agent {
 
 inline constexpr std::size_t kMaxPathElems = 128; // of prefix and path together
 
-// One element: a name, or the wildcards "*" and "..."; keys by name, whose values may be "*". A key that is left out stands for all.
+// One element: a name, or the wildcards "*" and "..."; keys by name, whose values may be "*". A key that is
+// left out stands for all.
 struct RequestElem {
   std::string name;
   std::vector<std::pair<std::string, std::string>> keys; // sorted by name
@@ -27,15 +28,18 @@ struct RequestElem {
   friend bool operator==(RequestElem const&, RequestElem const&) = default;
 };
 
-// Prefix and path of a request put together. A plain value, made on any thread; nothing of it depends on the model.
+// Prefix and path of a request put together. A plain value, made on any thread; nothing of it depends on the
+// model.
 struct RequestPath {
   using OrError = Kstd::Result<RequestPath, grpc::Status>;
 
-  // INVALID_ARGUMENT with a text for: different origins in prefix and path, an origin that is not served, a target outside the prefix, an
-  // element or key without name, keys on "...", the deprecated `element` field without `elem`, more than 128 elements.
+  // INVALID_ARGUMENT with a text for: different origins in prefix and path, an origin that is not served, a
+  // target outside the prefix, an element or key without name, keys on "...", the deprecated `element` field
+  // without `elem`, more than 128 elements.
   [[nodiscard]] static OrError of(gnmi::Path const& prefix, gnmi::Path const& path);
 
-  // "/interfaces/interface[name=*]/state"; "/" for the root. Not escaped; cut at a length that fits a status text.
+  // "/interfaces/interface[name=*]/state"; "/" for the root. Not escaped; cut at a length that fits a status
+  // text.
   [[nodiscard]] std::string text() const;
 
   std::string

@@ -1,3 +1,5 @@
+// Children by name, remembered for each thread; names that are published but not served; whether there is
+// anything to write below.
 #include "agent/paths/TypeTree.h"
 
 #include <algorithm>
@@ -73,7 +75,8 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   return parts;
 }
 
-// The names that are published and not served, by what they stand below; null: the root. With and without their modules.
+// The names that are published and not served, by what they stand below; null: the root. With and without
+// their modules.
 using Names = absl::flat_hash_map<Kel::TypeDesc const*, absl::flat_hash_set<std::string>>;
 
 Names const& unservedNames() {

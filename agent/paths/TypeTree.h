@@ -15,8 +15,8 @@ class Path;
 
 namespace Agent {
 
-// A place in the tree of types: the root (no attribute, no type), a module's top-level container (no attribute), or what an
-// attribute holds.
+// A place in the tree of types: the root (no attribute, no type), a module's top-level container (no
+// attribute), or what an attribute holds.
 struct TypeNode {
   std::string_view name; // lives for the process
   std::string_view module;
@@ -37,9 +37,11 @@ struct TypeNode {
   // A list whose entries clients may make and remove.
   [[nodiscard]] bool isWritableList() const { return isList() && attr.isRemovable(); }
 
-  // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when there is none.
+  // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when
+  // there is none.
   [[nodiscard]] std::optional<TypeNode> child(std::string_view name) const;
-  // Whether the published models have a child of that name here (with its module in front or without) that this agent does not serve.
+  // Whether the published models have a child of that name here (with its module in front or without) that
+  // this agent does not serve.
   [[nodiscard]] bool isPublished(std::string_view name) const;
   // What the elements of a concrete path mean from here, from element `skip` on.
   [[nodiscard]] std::optional<TypeNode> descendant(gnmi::Path const& path, int skip) const;

@@ -1,3 +1,4 @@
+// Two tasks take turns: one finds the next object, the other walks it; both wait while the receiver is full.
 #include "agent/router/PatternWalk.h"
 
 #include <absl/container/inlined_vector.h>

@@ -1,8 +1,8 @@
 // Agent::PatternWalk: the walks of everything that a pattern covers, one object after the other.
 //
 // Invariants
-// 1. One walk at a time. An object is looked up, and held, in the turn before its walk's first slice, which looks at it again; no object
-//    is held across any other turn.
+// 1. One walk at a time. An object is looked up, and held, in the turn before its walk's first slice, which
+//    looks at it again; no object is held across any other turn.
 // 2. Once it is gone, nothing of it runs: its walk is called off, and pushes that name it are nobody's.
 #pragma once
 
@@ -50,7 +50,8 @@ public:
     virtual void walkEnded() = 0;
   };
 
-  // `turn`: its own, for all its work. `id`, not 0, names it to the router. Starts by itself, when it is its turn.
+  // `turn`: its own, for all its work. `id`, not 0, names it to the router. Starts by itself, when it is its
+  // turn.
   PatternWalk(Ondra::BaseRouter& router, std::shared_ptr<Tovak::TaskScheduler> scheduler,
               std::shared_ptr<Turns::Turn> turn, std::uint64_t id, std::shared_ptr<Pattern const> pattern,
               Ondra::WalkerFlags flags, Receiver& receiver);

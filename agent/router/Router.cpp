@@ -1,3 +1,5 @@
+// The two ends for the library, one for messages and one for bytes; the watch over the whole model; who waits
+// for it to be on.
 #include "agent/router/Router.h"
 
 #include <algorithm>
@@ -20,8 +22,8 @@ Tovak::DebugHandler& trace() {
   return handler;
 }
 
-// A leaf-list without entries is not there. What the library tells of it as an empty one is left out of what is walked; of a change it is the
-// end of its path.
+// A leaf-list without entries is not there. What the library tells of it as an empty one is left out of what
+// is walked; of a change it is the end of its path.
 void emptyListsDel(gnmi::Notification& notification, bool isChange) {
   auto& updates = *notification.mutable_update();
   for (int i = updates.size() - 1; i >= 0; --i) {

@@ -1,9 +1,13 @@
-// Agent::Router: where the library's walks and the changes of the model go. It knows walks by their ids; who wants changes, it is told.
+// Agent::Router: where the library's walks and the changes of the model go. It knows walks by their ids; who
+// wants changes, it is told.
 //
 // Invariants
-// 1. What a walk tells goes to that walk's receiver, as long as the router knows it; what it tells afterwards is nobody's.
-// 2. Changes go to the one listener in their order. Those of a Set wait until it is told as a whole (see StagedSet).
-// 3. What happens anywhere in the model is told from the end of the first walk on that watches all of it, for good.
+// 1. What a walk tells goes to that walk's receiver, as long as the router knows it; what it tells afterwards
+//    is nobody's.
+// 2. Changes go to the one listener in their order. Those of a Set wait until it is told as a whole (see
+//    StagedSet).
+// 3. What happens anywhere in the model is told from the end of the first walk on that watches all of it, for
+//    good.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +42,8 @@ public:
   [[nodiscard]] Context& context() const noexcept { return context_; }
   [[nodiscard]] Turns& turns() noexcept { return turns_; }
 
-  // A walk for `receiver`, in turns of a peer of that address (empty: the agent's own), known until `walkDel`; its maker owns it.
+  // A walk for `receiver`, in turns of a peer of that address (empty: the agent's own), known until
+  // `walkDel`; its maker owns it.
   [[nodiscard]] std::unique_ptr<PatternWalk> walkIs(std::shared_ptr<Pattern const> pattern,
                                                     Ondra::WalkerFlags flags, PatternWalk::Receiver& receiver,
                                                     std::string const& address);
@@ -47,8 +52,8 @@ public:
   // Null: nobody wants changes.
   void listenerIs(ChangeListener* listener) noexcept { listener_ = listener; }
 
-  // Calls `begin` once all that happens is told: the whole model is watched, and no Set holds anything back. At once or in a later turn,
-  // unless `waitDel` comes before.
+  // Calls `begin` once all that happens is told: the whole model is watched, and no Set holds anything back.
+  // At once or in a later turn, unless `waitDel` comes before.
   using Begin = absl::AnyInvocable<void()>;
   void whenWatched(void const* who, Begin begin);
   void waitDel(void const* who);

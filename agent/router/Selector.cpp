@@ -1,3 +1,5 @@
+// Whole notifications are decided by their prefix where that is enough, else update by update; and which
+// paths a delete ends.
 #include "agent/router/Selector.h"
 
 #include <algorithm>
@@ -13,7 +15,8 @@ namespace {
 
 using Cover = Pattern::Cover;
 
-// Appends the elements of a pattern from `depth` on, as far as they are concrete. A list without all keys is not.
+// Appends the elements of a pattern from `depth` on, as far as they are concrete. A list without all keys is
+// not.
 void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth) {
   std::optional<TypeNode> node = TypeNode::root().descendant(path, 1);
   for (std::size_t i = depth; i < pattern.elems().size() && node; ++i) {

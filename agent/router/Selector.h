@@ -37,8 +37,8 @@ public:
   };
 
   using Modules = std::shared_ptr<std::vector<std::string> const>;
-  // `rivals`: the patterns of the same call to which a leaf belongs that they cover too. `modules`: those whose leaves are meant alone;
-  // null: all.
+  // `rivals`: the patterns of the same call to which a leaf belongs that they cover too. `modules`: those
+  // whose leaves are meant alone; null: all.
   Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
            Modules modules = nullptr);
 
@@ -50,8 +50,8 @@ public:
   // The same, of those alone that `keep` is true for; it is asked for no others.
   [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind, Keep keep) const;
 
-  // What the end of `path` means for the pattern: the path itself where it is covered; of a path above, as far down towards the
-  // pattern as that is concrete. Appended to `to`, internal and whole.
+  // What the end of `path` means for the pattern: the path itself where it is covered; of a path above, as
+  // far down towards the pattern as that is concrete. Appended to `to`, internal and whole.
   void appendEnds(gnmi::Path const& prefix, gnmi::Path const& path, std::vector<gnmi::Path>& to) const;
   // The deepest concrete path above everything that the pattern covers; internal.
   [[nodiscard]] gnmi::Path anchor() const;

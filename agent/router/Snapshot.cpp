@@ -1,3 +1,4 @@
+// What the walk tells is cut to what the pattern covers and handed on; nothing is kept here.
 #include "agent/router/Snapshot.h"
 
 #include <utility>

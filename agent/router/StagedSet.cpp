@@ -1,3 +1,4 @@
+// Walks are held while it lives; what waits is told in slices, and freed by the worker.
 #include "agent/router/StagedSet.h"
 
 #include <utility>

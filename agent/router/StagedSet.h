@@ -1,4 +1,5 @@
-// Agent::StagedSet: a Set from its first write until all of it has been told, or taken back: whoever reads finds none of it, or all.
+// Agent::StagedSet: a Set from its first write until all of it has been told, or taken back: whoever reads
+// finds none of it, or all.
 #pragma once
 
 #include <memory>
@@ -11,8 +12,8 @@ namespace Agent {
 
 class Router;
 
-// While it is there nothing is read and no STREAM begins, and changes wait aside (see Staging). Its end lets everything go on, and
-// forgets what has not been told. Scheduler thread; the router outlives it.
+// While it is there nothing is read and no STREAM begins, and changes wait aside (see Staging). Its end lets
+// everything go on, and forgets what has not been told. Scheduler thread; the router outlives it.
 class StagedSet {
 public:
   // REQUIRES that there is no other.

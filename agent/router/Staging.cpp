@@ -1,3 +1,5 @@
+// Places of which something waits, as a sorted set of path bytes; settling, from the last change to the
+// first; telling.
 #include "agent/router/Staging.h"
 
 #include <algorithm>

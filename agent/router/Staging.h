@@ -1,10 +1,12 @@
 // Agent::Staging: what a Set has changed and nobody may see yet, with what must not overtake it.
 //
 // Invariants
-// 1. Changes of the Set wait, those of its removals before the others. When all has been written they are told, or forgotten.
-// 2. What others change meanwhile passes by, unless it concerns a place of which something waits, or what lies above or below it: then it
-//    waits too, in the order in which it came.
-// 3. Of what waits, a path has its last value alone: an entry that is made and then written is told as it ends.
+// 1. Changes of the Set wait, those of its removals before the others. When all has been written they are
+//    told, or forgotten.
+// 2. What others change meanwhile passes by, unless it concerns a place of which something waits, or what
+//    lies above or below it: then it waits too, in the order in which it came.
+// 3. Of what waits, a path has its last value alone: an entry that is made and then written is told as it
+//    ends.
 #pragma once
 
 #include <absl/container/flat_hash_set.h>
@@ -46,7 +48,8 @@ public:
   [[nodiscard]] bool take(Response const& response, Whose whose);
   // What is small always has; others may be over the budget for a moment.
   [[nodiscard]] bool hasRoom() const noexcept { return share_.bytes() < kSmallBytes || !budget_.isOver(); }
-  // Of the Set all is forgotten but what lies at and below `kept`, canonical bytes of paths. It is given back, to be let go elsewhere.
+  // Of the Set all is forgotten but what lies at and below `kept`, canonical bytes of paths. It is given
+  // back, to be let go elsewhere.
   [[nodiscard]] std::vector<Response> drop(std::span<std::string const> kept);
 
   // Makes it ready to be told; false when the task's slice is over before.

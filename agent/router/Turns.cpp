@@ -1,3 +1,5 @@
+// A ring of peers with a line of turns each: the turn goes to the next peer when a slice is used up. Held
+// walks are put aside.
 #include "agent/router/Turns.h"
 
 #include <algorithm>

@@ -1,10 +1,13 @@
-// Agent::Turns: whose call does its work next: a walk's slice, or the delivery of changes that are of that call alone.
+// Agent::Turns: whose call does its work next: a walk's slice, or the delivery of changes that are of that
+// call alone.
 //
 // Invariants
 // 1. One turn at a time. The task that has it is scheduled, or runs; no other one of these is.
-// 2. Peers have the turn one after the other, for a slice each, however many calls they have; a peer's calls likewise among themselves. What
-//    needs less than the slice leaves the rest to its own next step, then to the peer's other calls.
-// 3. While reading is held no walk has a turn, nor keeps one that it has not begun; all go on from where they were.
+// 2. Peers have the turn one after the other, for a slice each, however many calls they have; a peer's calls
+//    likewise among themselves. What needs less than the slice leaves the rest to its own next step, then to
+//    the peer's other calls.
+// 3. While reading is held no walk has a turn, nor keeps one that it has not begun; all go on from where they
+//    were.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -61,7 +64,8 @@ private:
 // Made by `turnIs`, which it outlives only idle. Shared by whoever asks for it and the tasks that have it.
 class Turns::Turn : public std::enable_shared_from_this<Turn> {
 public:
-  // Has the task scheduled when it is its turn; once, however often it is asked for before. `ran` must be told around each run of it.
+  // Has the task scheduled when it is its turn; once, however often it is asked for before. `ran` must be
+  // told around each run of it.
   void askFor(std::shared_ptr<Tovak::Task> task);
   // Nothing is asked for any more.
   void cancel();

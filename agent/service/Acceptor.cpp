@@ -1,3 +1,4 @@
+// The thread and its epoll set: accepting, openings, handshakes that make way, the look at memory, ends.
 #include "agent/service/Acceptor.h"
 
 #include <fcntl.h>
@@ -17,7 +18,7 @@
 
 #include "Tovak/Clock.h"
 #include "agent/context/Memory.h"
-#include "agent/service/Opening.h"
+#include "agent/service/FirstBytes.h"
 #include "agent/service/Place.h"
 
 namespace Agent {

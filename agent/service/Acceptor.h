@@ -1,17 +1,21 @@
-// Agent::Acceptor: accepts connections and hands them to gRPC, which would stop accepting for good once descriptors run out, lets peers
-// begin handshakes without end and has no limits for each of them.
+// Agent::Acceptor: accepts connections and hands them to gRPC, which would stop accepting for good once
+// descriptors run out, lets peers begin handshakes without end and has no limits for each of them.
 //
-// 1. A connection counts from being accepted until gRPC, or this object, has shut it down: a second descriptor of it tells when, because
-//    gRPC shuts a socket down before it closes it. With the second one it can be shut down at any time, whatever has become of the first.
-// 2. gRPC gets a connection once it has opened as its protocol begins. Until then it costs a descriptor, and may take `handshakeNs`.
-// 3. At most `handshakes` connections have not got further than that, or, with TLS, than the server's answer: when there is one more, the
-//    oldest of the place that has the most of them makes way. So a newcomer who speaks gets in, whoever else is silent.
-// 4. Beyond `connections`, and `connectionsPerPeer` of one place, a connection is closed as soon as it is accepted.
-// 5. Before a call's credentials can be asked for, gRPC keeps for a peer what he likes: calls that are reset as soon as they begin, header
-//    fields without end. When memory runs short (`MemoryGuard`), who has sent the most since the last look is shut down. Of Unix
-//    sockets it cannot be told how much came.
-// 6. One descriptor is held back: when there is no other, it is given up for a moment to accept and close. When even that does not help,
-//    accepting pauses.
+// 1. A connection counts from being accepted until gRPC, or this object, has shut it down: a second
+//    descriptor of it tells when, because gRPC shuts a socket down before it closes it. With the second one
+//    it can be shut down at any time, whatever has become of the first.
+// 2. gRPC gets a connection once it has opened as its protocol begins. Until then it costs a descriptor, and
+//    may take `handshakeNs`.
+// 3. At most `handshakes` connections have not got further than that, or, with TLS, than the server's answer:
+//    when there is one more, the oldest of the place that has the most of them makes way. So a newcomer who
+//    speaks gets in, whoever else is silent.
+// 4. Beyond `connections`, and `connectionsPerPeer` of one place, a connection is closed as soon as it is
+//    accepted.
+// 5. Before a call's credentials can be asked for, gRPC keeps for a peer what he likes: calls that are reset
+//    as soon as they begin, header fields without end. When memory runs short (`MemoryGuard`), who has sent
+//    the most since the last look is shut down. Of Unix sockets it cannot be told how much came.
+// 6. One descriptor is held back: when there is no other, it is given up for a moment to accept and close.
+//    When even that does not help, accepting pauses.
 #pragma once
 
 #include <cstddef>
@@ -47,10 +51,12 @@ struct ConnectionLimits {
                            << 30; // bytes that may come on top of what the process has at the start
 };
 
-// Of so many connections those that there are descriptors for, two for each; raises the process's own limit of them as far as it may.
+// Of so many connections those that there are descriptors for, two for each; raises the process's own limit
+// of them as far as it may.
 [[nodiscard]] std::size_t connectionsThatFit(std::size_t connections);
 
-// Has a thread of its own, from `start` to `stop`. `start` and `stop` are one thread's. The clock outlives it.
+// Has a thread of its own, from `start` to `stop`. `start` and `stop` are one thread's. The clock outlives
+// it.
 class Acceptor {
 public:
   using Grpc = grpc::experimental::ExternalConnectionAcceptor;

@@ -1,3 +1,5 @@
+// Who may begin, the table from streams to calls, the check each second for those who take nothing, and whom
+// lack of memory ends.
 #include "agent/service/Calls.h"
 
 #include <algorithm>
@@ -17,7 +19,6 @@ constexpr std::int64_t kSlowNs =
     1'000'000'000; // a write that takes so long: the subscriber takes nothing, or little
 
 // Why a subscriber is ended.
-constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
 constexpr char const* kMemoryText = "there is no memory left for what waits for subscribers";
 
 } // namespace
@@ -164,7 +165,7 @@ void Calls::check() {
   std::erase_if(stuck_, [](Since const& one) { return !one.stream || one.stream.use_count() == 1; });
   absl::erase_if(calls_, [&](auto const& call) {
     if (!call.first->isStuck(now, stuckNs)) return false;
-    endNow(*call.first, kStuckText);
+    endNow(*call.first, SubscribeStream::kStuckText);
     return true;
   });
   if (trimmer_.isDue(now)) context().worker().post(&HeapTrimmer::trim);

@@ -1,11 +1,12 @@
-// Agent::Calls: the Subscribe calls that there are, from their first byte until their clients have taken the end.
+// Agent::Calls: the Subscribe calls that there are, from their first byte until their clients have taken the
+// end.
 //
 // Invariants
-// 1. A stream is in one of three places: it has begun and owes its list; it has a call; it has been ended as stuck and its client still
-//    takes nothing.
+// 1. A stream is in one of three places: it has begun and owes its list; it has a call; it has been ended as
+//    stuck and its client still takes nothing.
 // 2. A call is dropped on the scheduler thread alone, and never by what it is called from itself.
-// 3. More waits for subscribers than there is memory for only until the next turn: then those who hold the most are ended, who take
-//    nothing first.
+// 3. More waits for subscribers than there is memory for only until the next turn: then those who hold the
+//    most are ended, who take nothing first.
 #pragma once
 
 #include <atomic>
@@ -49,8 +50,8 @@ public:
   [[nodiscard]] std::size_t count() const { return calls_.size(); }
 
   // --- for streams: any thread ----------------------------------------------------------------------
-  // A place among the calls that are allowed at a time, until it is dropped; null when there are too many, or too many from that address
-  // (which may be empty: then it has none).
+  // A place among the calls that are allowed at a time, until it is dropped; null when there are too many, or
+  // too many from that address (which may be empty: then it has none).
   [[nodiscard]] std::shared_ptr<void const> slotIs(std::string const& address);
   // See 3.
   void shedIs();

@@ -1,3 +1,5 @@
+// Capabilities, answered at once: the published models, the encodings, the version of gNMI as the schema
+// itself states it.
 #include "agent/service/UnaryCalls.h"
 
 #include <grpcpp/server_context.h>

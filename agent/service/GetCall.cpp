@@ -1,3 +1,5 @@
+// A Get on its way: from gRPC's thread to the scheduler, which reads, and back to one of gRPC's, which writes
+// the texts.
 #include <memory>
 #include <string>
 #include <utility>

@@ -1,11 +1,12 @@
+// Admission before parsing: the holders of messages keep a request as bytes until its call is let in.
 #include "agent/service/GnmiService.h"
 
 #include <utility>
 
+#include "agent/service/Authenticator.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/SubscribeStream.h"
 #include "agent/service/UnaryCalls.h"
-#include "agent/service/Users.h"
 
 namespace Agent {
 namespace {

@@ -1,7 +1,7 @@
 // Agent::GnmiService: the gNMI service as gRPC sees it.
 //
-// A call's credentials are checked before anything of its request is parsed; that is why requests arrive here as bytes.
-// docs/decisions.md: "Why do requests arrive as bytes?"
+// A call's credentials are checked before anything of its request is parsed; that is why requests arrive here
+// as bytes. docs/decisions.md: "Why do requests arrive as bytes?"
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,8 @@ namespace Agent {
 class Authenticator;
 class Runtime;
 
-// Registered with one gRPC server, which it outlives, as the runtime outlives it. Its calls come in on gRPC's threads.
+// Registered with one gRPC server, which it outlives, as the runtime outlives it. Its calls come in on gRPC's
+// threads.
 class GnmiService final : public gnmi::gNMI::Service {
 public:
   // Without an authenticator everybody may call.

@@ -1,3 +1,5 @@
+// Debts in time: who pays for a guess, and whether one more may be owed. The tables are bounded and forget
+// what is long past.
 #include "agent/service/GuessBudget.h"
 
 #include <algorithm>

@@ -1,10 +1,11 @@
 // Agent::GuessBudget: how many wrong passwords are looked at, from where and for whom.
 //
-// 1. A place pays for each of its wrong guesses with time: ten at once, then five a second, fewer when a hash is costly.
-// 2. A place that guessed wrong rarely (thrice in ten minutes) pays for itself alone: whoever guesses elsewhere, at the same name too,
-//    does not shut it out.
-// 3. The other places pay for the name as well, ten at once and one a second from all of them, and share a quarter of a processor. The
-//    good ones share half of one.
+// 1. A place pays for each of its wrong guesses with time: ten at once, then five a second, fewer when a hash
+//    is costly.
+// 2. A place that guessed wrong rarely (thrice in ten minutes) pays for itself alone: whoever guesses
+//    elsewhere, at the same name too, does not shut it out.
+// 3. The other places pay for the name as well, ten at once and one a second from all of them, and share a
+//    quarter of a processor. The good ones share half of one.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +16,8 @@
 
 namespace Agent {
 
-// Places are those of `placeOf`; times are monotonic. Bounded, whatever places and names come. One thread at a time.
+// Places are those of `placeOf`; times are monotonic. Bounded, whatever places and names come. One thread at
+// a time.
 class GuessBudget {
 public:
   static constexpr std::int64_t guessNs = 200'000'000;  // what a wrong guess costs its place...

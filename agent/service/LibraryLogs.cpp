@@ -1,3 +1,4 @@
+// How the levels of protobuf and gRPC become trace levels, each library under a handler of its own.
 #include "agent/service/LibraryLogs.h"
 
 #include <google/protobuf/stubs/logging.h>

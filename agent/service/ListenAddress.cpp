@@ -1,3 +1,5 @@
+// The text taken apart, with what is wrong with it, and what counts as loopback. Names are resolved where a
+// socket is made.
 #include "agent/service/ListenAddress.h"
 
 #include <arpa/inet.h>

@@ -15,7 +15,8 @@ struct ListenAddress {
   std::uint16_t port = 0;
   bool isUnix = false;
 
-  // "127.0.0.1:9339", "[::1]:9339", "localhost:0", "unix:/run/agent.sock". The error is a text that names what is wrong.
+  // "127.0.0.1:9339", "[::1]:9339", "localhost:0", "unix:/run/agent.sock". The error is a text that names
+  // what is wrong.
   [[nodiscard]] static Kstd::Result<ListenAddress, std::string> parse(std::string_view text);
 
   // Only this machine can reach it.

@@ -1,3 +1,5 @@
+// TCP for every address that a name has, on one port; Unix sockets, whose left-over files are taken over when
+// nobody listens.
 #include "agent/service/Listener.h"
 
 #include <fcntl.h>
@@ -123,7 +125,8 @@ Kstd::Result<std::vector<Listener>, std::string> Listener::at(ListenAddress cons
   return made;
 }
 
-// Whoever starts at the same time waits for the folder, or both would find nobody listening, and the second take the first's file away.
+// Whoever starts at the same time waits for the folder, or both would find nobody listening, and the second
+// take the first's file away.
 Kstd::Result<Listener, std::string> Listener::atFile(ListenAddress const& address) {
   sockaddr_un name{};
   name.sun_family = AF_UNIX;

@@ -14,8 +14,9 @@ namespace Agent {
 // Owns the descriptor and, of a Unix socket, its file, which goes with it.
 class Listener {
 public:
-  // One for each address that the host has ("localhost" may have two), on one port, which is chosen when it is 0. A name that somebody else
-  // listens on is an error, of Unix sockets too; the file of one that nobody listens on is replaced. The error says what is in the way.
+  // One for each address that the host has ("localhost" may have two), on one port, which is chosen when it
+  // is 0. A name that somebody else listens on is an error, of Unix sockets too; the file of one that nobody
+  // listens on is replaced. The error says what is in the way.
   [[nodiscard]] static Kstd::Result<std::vector<Listener>, std::string> at(ListenAddress const& address);
 
   Listener(Listener&& other) noexcept;

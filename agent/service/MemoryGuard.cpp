@@ -1,3 +1,5 @@
+// The line above which memory is short, moved up when it stays so; and when to trim: seldom where that gives
+// nothing back.
 #include "agent/service/MemoryGuard.h"
 
 #include <unistd.h>

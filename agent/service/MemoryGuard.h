@@ -16,16 +16,19 @@ public:
   static constexpr std::int64_t acceptNs =
       5'000'000'000; // more that stays for so long is taken for what there is
 
-  // `resident` is what there is at the start, `room` may come on top, as far as `limit` goes, which is for the whole process.
+  // `resident` is what there is at the start, `room` may come on top, as far as `limit` goes, which is for
+  // the whole process.
   MemoryGuard(std::size_t resident, std::size_t room, std::size_t limit);
 
-  // Whether it is too much: then whoever makes us hold it is to go, and `relieved` to be called, if somebody was found.
+  // Whether it is too much: then whoever makes us hold it is to go, and `relieved` to be called, if somebody
+  // was found.
   [[nodiscard]] bool isShort(std::size_t resident, std::int64_t nowNs);
   void relieved() { sinceNs_ = 0; }
 
   // Whether there is more than at the start, so that looking goes on when nobody is there.
   [[nodiscard]] bool isMore() const { return isMore_; }
-  // Whether the heap is to be asked for what it keeps of it; `trimmed` tells what that brought. Seldom, while it brings nothing.
+  // Whether the heap is to be asked for what it keeps of it; `trimmed` tells what that brought. Seldom, while
+  // it brings nothing.
   [[nodiscard]] bool trimIsDue(std::size_t resident, std::int64_t nowNs);
   void trimmed(std::size_t before, std::size_t after);
 

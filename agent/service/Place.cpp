@@ -1,3 +1,4 @@
+// Made from a socket's address or from gRPC's text of one; of IPv6 the /64 network alone.
 #include "agent/service/Place.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,5 @@
+// A ring of peers with a line of streams each; as many threads as processors, of lower priority, started with
+// the first stream.
 #include "agent/service/Pumps.h"
 
 #include <sys/resource.h>

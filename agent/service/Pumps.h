@@ -1,9 +1,11 @@
-// Agent::Pumps: the threads that encode and write responses, so that neither the scheduler's nor gRPC's do, and no peer waits for
-// another's. docs/decisions.md: "Who begins a write?"
+// Agent::Pumps: the threads that encode and write responses, so that neither the scheduler's nor gRPC's do,
+// and no peer waits for another's. docs/decisions.md: "Who begins a write?"
 //
-// 1. Peers have a turn one after the other, for one write each, however many streams they have; a peer's streams likewise among themselves.
+// 1. Peers have a turn one after the other, for one write each, however many streams they have; a peer's
+//    streams likewise among themselves.
 // 2. A stream stands in line once at most; it comes again when its write is done.
-// 3. The threads give way to all others of the process: what is to be written can wait for what is to be told, not the other way round.
+// 3. The threads give way to all others of the process: what is to be written can wait for what is to be
+//    told, not the other way round.
 #pragma once
 
 #include <absl/container/node_hash_map.h>
@@ -20,7 +22,8 @@ namespace Agent {
 
 class SubscribeStream;
 
-// Any thread. As many threads as processors begin with the first stream and end with this object, which drops the streams that still wait.
+// Any thread. As many threads as processors begin with the first stream and end with this object, which drops
+// the streams that still wait.
 class Pumps {
 public:
   Pumps() = default;

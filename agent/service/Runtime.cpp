@@ -1,3 +1,4 @@
+// The order of making and ending, and that all Subscribe calls begin anew when the clock goes back.
 #include "agent/service/Runtime.h"
 
 namespace Agent {

@@ -1,3 +1,4 @@
+// The options in three groups, then what they must keep together: TLS or --insecure, intervals, budgets.
 #include "agent/service/ServeOptions.h"
 
 #include <fmt/format.h>

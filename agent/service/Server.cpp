@@ -1,3 +1,4 @@
+// gRPC's settings with their reasons, start and drain, and what the model tells of the server itself.
 #include "agent/service/Server.h"
 
 #include <fmt/format.h>
@@ -41,7 +42,8 @@ void limitsIs(grpc::ServerBuilder& builder, Limits const& limits, ConnectionLimi
                              static_cast<int>(connections.handshakeNs / 1'000'000));
   // Who has no calls comes again when he has some.
   builder.AddChannelArgument(GRPC_ARG_MAX_CONNECTION_IDLE_MS, 600 * kSecondMs);
-  // Collectors ping as often as every 10 s, also while a stream says nothing: the default policy would end such connections.
+  // Collectors ping as often as every 10 s, also while a stream says nothing: the default policy would end
+  // such connections.
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5 * kSecondMs);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
   // A peer that vanished without a word is noticed.

@@ -1,4 +1,5 @@
-// Agent::Server: gRPC around the gNMI service: TLS, health, reflection, limits, the end. Connections come from an `Acceptor`.
+// Agent::Server: gRPC around the gNMI service: TLS, health, reflection, limits, the end. Connections come
+// from an `Acceptor`.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +23,8 @@ class GnmiService;
 class Runtime;
 struct Tree;
 
-// Serves from being made to `drain` or destruction. Made and drained by one thread; the runtime's loop must be running when calls
-// come in, and outlives it.
+// Serves from being made to `drain` or destruction. Made and drained by one thread; the runtime's loop must
+// be running when calls come in, and outlives it.
 class Server {
 public:
   struct Options {
@@ -43,8 +44,9 @@ public:
   // Where it listens, with the ports that were chosen for 0.
   [[nodiscard]] std::vector<ListenAddress> const& addresses() const noexcept { return addresses_; }
 
-  // Health says not serving, new calls are refused, streams end with UNAVAILABLE, calls that run are waited for, for so long at
-  // most; what is left then is cancelled. Returns when no call is left. Needs the runtime's loop.
+  // Health says not serving, new calls are refused, streams end with UNAVAILABLE, calls that run are waited
+  // for, for so long at most; what is left then is cancelled. Returns when no call is left. Needs the
+  // runtime's loop.
   void drain(std::int64_t patienceNs);
 
 private:

@@ -1,3 +1,5 @@
+// A Set on its way: planned on the worker, carried out on the scheduler; the answer repeats the request's
+// paths.
 #include <atomic>
 #include <memory>
 #include <utility>

@@ -1,3 +1,4 @@
+// Signals that end the process are blocked and waited for; a second one ends it at once.
 #include "agent/service/Signals.h"
 
 #include <csignal>

@@ -3,10 +3,12 @@
 
 namespace Agent {
 
-// SIGTERM, SIGINT and SIGHUP, awaited by the main thread; the last unless the process was started to ignore it (nohup).
+// SIGTERM, SIGINT and SIGHUP, awaited by the main thread; the last unless the process was started to ignore
+// it (nohup).
 class Signals {
 public:
-  // From now on they wait to be asked for; to be called before any other thread is started, which inherit that.
+  // From now on they wait to be asked for; to be called before any other thread is started, which inherit
+  // that.
   Signals();
   Signals(Signals const&) = delete;
   Signals& operator=(Signals const&) = delete;

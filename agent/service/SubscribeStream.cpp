@@ -1,3 +1,5 @@
+// In three sections, requests, responses, the end: what gRPC's threads, the pumps and the scheduler do, and
+// under which lock.
 #include "agent/service/SubscribeStream.h"
 
 #include <grpc/grpc.h>
@@ -11,9 +13,6 @@
 
 namespace Agent {
 namespace {
-
-// Why a subscriber is taken the call away.
-constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
 
 grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
@@ -264,8 +263,8 @@ void SubscribeStream::OnCancel() {
 }
 
 void SubscribeStream::reset() {
-  // `TryCancel` would tell the client CANCELLED, as if it had done it itself. A status that comes with a reset passes by what the client
-  // has not read.
+  // `TryCancel` would tell the client CANCELLED, as if it had done it itself. A status that comes with a
+  // reset passes by what the client has not read.
   std::lock_guard const guard(serverContextMutex_);
   if (serverContext_ != nullptr)
     grpc_call_cancel_with_status(serverContext_->c_call(), GRPC_STATUS_RESOURCE_EXHAUSTED, kStuckText,

@@ -4,9 +4,10 @@
 // 1. Everything below `mutex_` is guarded by it, and no operation of gRPC is started while it is held.
 // 2. At most one write is on its way, and one thread pumps: whoever sets `writing_`.
 // 3. Finish is called once; with a status that is an error it does not wait for what is queued.
-// 4. It lives until gRPC is done with it, and as long as anybody holds it; what is pushed after its end is dropped.
-// 5. Its place among the calls that are allowed is free before its client can know of the end: who calls again at once is let in. The
-//    place of one that was stuck is free when nothing of it waits any more.
+// 4. It lives until gRPC is done with it, and as long as anybody holds it; what is pushed after its end is
+//    dropped.
+// 5. Its place among the calls that are allowed is free before its client can know of the end: who calls
+//    again at once is let in. The place of one that was stuck is free when nothing of it waits any more.
 #pragma once
 
 #include <atomic>
@@ -34,7 +35,8 @@ namespace Agent {
 class Calls;
 class Context;
 
-// Answers a Subscribe call; for a raw (ByteBuffer) callback method, once the caller has been let in. The registry outlives the call.
+// Answers a Subscribe call; for a raw (ByteBuffer) callback method, once the caller has been let in. The
+// registry outlives the call.
 [[nodiscard]] grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
 subscribeCall(grpc::CallbackServerContext& context, Calls& calls);
 
@@ -42,6 +44,9 @@ class SubscribeStream final : public grpc::ServerBidiReactor<grpc::ByteBuffer, g
                               public Subscriber,
                               public std::enable_shared_from_this<SubscribeStream> {
 public:
+  // Why a call is taken away from its client.
+  static constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
+
   SubscribeStream(grpc::CallbackServerContext& context, Calls& calls);
   // Starts reading; gRPC holds it from now on.
   void begin();
@@ -56,7 +61,8 @@ public:
   void end(grpc::Status const& status) override;
 
   // --- any thread -------------------------------------------------------------------------------
-  // Ends the call with RESOURCE_EXHAUSTED though a write is on its way. The client learns of it once it reads on.
+  // Ends the call with RESOURCE_EXHAUSTED though a write is on its way. The client learns of it once it reads
+  // on.
   void endNow(char const* why);
   // Takes the call away from a client that does not even take its end, with the same status.
   void reset();
@@ -80,8 +86,8 @@ private:
 
   void slotDel();
 
-  // Held while gRPC is asked for something by who is no reaction of its own, and taken before the others: when `Finish` has been asked for,
-  // nothing else may be, because the call may be gone at once.
+  // Held while gRPC is asked for something by who is no reaction of its own, and taken before the others:
+  // when `Finish` has been asked for, nothing else may be, because the call may be gone at once.
   std::mutex gRpcMutex_;
   std::mutex serverContextMutex_;
   grpc::CallbackServerContext* serverContext_; // guarded by it; null once gRPC is done

@@ -1,3 +1,5 @@
+// The files are read and checked by OpenSSL first, so that a wrong one is told by its name; gRPC would only
+// refuse connections.
 #include "agent/service/Tls.h"
 
 #include <fmt/format.h>

@@ -28,7 +28,8 @@ struct ServerSecurity {
       warnings; // texts for the operator: a certificate that has expired, or names no host
 };
 
-// TLS 1.2 or later. The error says which file is wrong, and how: not readable, no certificate, a key that does not belong to it.
+// TLS 1.2 or later. The error says which file is wrong, and how: not readable, no certificate, a key that
+// does not belong to it.
 [[nodiscard]] Kstd::Result<ServerSecurity, std::string> tlsSecurity(TlsFiles const& files);
 [[nodiscard]] ServerSecurity plaintext();
 

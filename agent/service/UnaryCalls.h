@@ -1,9 +1,11 @@
-// The unary calls of the service: Capabilities, Get, Set. Each is called on one of gRPC's threads with a request whose client has been
-// admitted, and returns the reactor that ends the call; request and response (of a Get: as bytes, written once) stay valid until it does. What concerns the types alone is
-// done at once, on that thread; the model is read and written on the scheduler thread.
+// The unary calls of the service: Capabilities, Get, Set. Each is called on one of gRPC's threads with a
+// request whose client has been admitted, and returns the reactor that ends the call; request and response
+// (of a Get: as bytes, written once) stay valid until it does. What concerns the types alone is done at once,
+// on that thread; the model is read and written on the scheduler thread.
 //
-// A call that its client has left ends soon: a Get stops reading, a Set that has not begun is not carried out. The scheduler must run until
-// all calls have ended; work that its scheduler is destroyed with ends its call with UNAVAILABLE.
+// A call that its client has left ends soon: a Get stops reading, a Set that has not begun is not carried
+// out. The scheduler must run until all calls have ended; work that its scheduler is destroyed with ends its
+// call with UNAVAILABLE.
 #pragma once
 
 #include <grpcpp/support/byte_buffer.h>

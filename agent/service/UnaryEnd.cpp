@@ -1,3 +1,5 @@
+// Whoever exchanges the reactor away finishes; from then on an alarm ends the call of a client who does not
+// take its answer.
 #include "agent/service/UnaryEnd.h"
 
 #include <grpc/support/time.h>

@@ -17,7 +17,8 @@ class UnaryContext : public std::enable_shared_from_this<UnaryContext> {
 public:
   explicit UnaryContext(grpc::CallbackServerContext& context) : context_(&context) {}
 
-  // The answer is about to be sent: a client that has not taken it by then loses the call, and with it what the answer takes up.
+  // The answer is about to be sent: a client that has not taken it by then loses the call, and with it what
+  // the answer takes up.
   void patienceIs(std::int64_t ns);
   // gRPC is done with the call.
   void doneIs();
@@ -30,10 +31,12 @@ private:
   grpc::Alarm alarm_;
 };
 
-// Shared by all that may end the call; when the last of them lets go of it without having done so, the call ends with UNAVAILABLE.
+// Shared by all that may end the call; when the last of them lets go of it without having done so, the call
+// ends with UNAVAILABLE.
 class UnaryEnd {
 public:
-  // The reactor lives until its call has ended, and tells the context so. `patienceNs`: how long its client may take over the answer.
+  // The reactor lives until its call has ended, and tells the context so. `patienceNs`: how long its client
+  // may take over the answer.
   UnaryEnd(grpc::ServerUnaryReactor& reactor, std::shared_ptr<UnaryContext> context, std::int64_t patienceNs)
       : reactor_(&reactor)
       , context_(std::move(context))

@@ -1,3 +1,5 @@
+// Leaves and ends are sorted by path bytes; what comes in, what goes out, and how runs of ends are lifted to
+// the path above them.
 #include "agent/subscribe/Backlog.h"
 
 #include <algorithm>

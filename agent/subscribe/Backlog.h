@@ -1,11 +1,13 @@
-// Agent::Backlog: changes that one subscriber is not ready for yet, coalesced: of each leaf the latest value, and ends of paths.
+// Agent::Backlog: changes that one subscriber is not ready for yet, coalesced: of each leaf the latest value,
+// and ends of paths.
 //
 // Invariants
-// 1. A leaf waits once. Leaves are of different paths, so that they may be taken in any order; the one that has waited longest goes first.
-// 2. The end of a path takes away what waits at and below it; what waits afterwards came after it. So ends always go first, and never
-//    wait behind leaves.
-// 3. What does not fit is given up, not kept: leaves become the region they lay in, ends the end of what is above them (`cut`). Whoever
-//    owns the backlog tells those regions anew.
+// 1. A leaf waits once. Leaves are of different paths, so that they may be taken in any order; the one that
+//    has waited longest goes first.
+// 2. The end of a path takes away what waits at and below it; what waits afterwards came after it. So ends
+//    always go first, and never wait behind leaves.
+// 3. What does not fit is given up, not kept: leaves become the region they lay in, ends the end of what is
+//    above them (`cut`). Whoever owns the backlog tells those regions anew.
 // docs/decisions.md: "What of a slow subscriber?"
 #pragma once
 
@@ -28,7 +30,8 @@ class TypedValue;
 
 namespace Agent {
 
-// A part of its call. Paths are the canonical bytes of internal ones, which begin with the data root. Scheduler thread.
+// A part of its call. Paths are the canonical bytes of internal ones, which begin with the data root.
+// Scheduler thread.
 class Backlog {
 public:
   // Whose something is: each subscription of a call has a frame of its own.
@@ -51,15 +54,15 @@ public:
   // A walk is about to tell all of an owner's leaves at and below a path anew: they need not wait.
   void leavesDel(FramePtr const& owner, std::string_view region);
 
-  // What has been given up of one owner: what lies at and below `region` is to be told anew. `hasEnded`: the end of the region is
-  // among the ends now and stands for those that were below it.
+  // What has been given up of one owner: what lies at and below `region` is to be told anew. `hasEnded`: the
+  // end of the region is among the ends now and stands for those that were below it.
   struct Lost {
     FramePtr owner;
     std::string region;
     bool hasEnded;
   };
-  // Gives up all leaves, and of the ends so much that at most `bytes` are left; those that stand for others are of the time `now`.
-  // `anchorOf` an owner: no region is above it.
+  // Gives up all leaves, and of the ends so much that at most `bytes` are left; those that stand for others
+  // are of the time `now`. `anchorOf` an owner: no region is above it.
   using AnchorOf = absl::FunctionRef<std::string(Frame const&)>;
   [[nodiscard]] std::vector<Lost> cut(std::size_t bytes, std::int64_t now, AnchorOf anchorOf);
 

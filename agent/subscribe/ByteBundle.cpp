@@ -1,3 +1,5 @@
+// Takes the library's bytes apart field by field and hands the updates on as they are; nothing is parsed into
+// messages.
 #include "agent/subscribe/ByteBundle.h"
 
 #include <span>

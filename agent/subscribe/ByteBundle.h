@@ -17,8 +17,9 @@ struct WireResponse;
 
 namespace Agent {
 
-// Of one time. For PROTO, and for walks all of whose leaves are meant: values are sent as they come, and only the paths are put together
-// anew, those of the updates with what their prefixes have beyond the frame's `prefixDepth`. Scheduler thread.
+// Of one time. For PROTO, and for walks all of whose leaves are meant: values are sent as they come, and only
+// the paths are put together anew, those of the updates with what their prefixes have beyond the frame's
+// `prefixDepth`. Scheduler thread.
 class ByteBundle {
 public:
   ByteBundle(std::shared_ptr<Frame const> frame, std::int64_t timestamp, std::size_t limit)

@@ -1,3 +1,5 @@
+// Which subscription a leaf belongs to; then what runs (walks, sync), what comes of it, and what the
+// subscriber is not ready for.
 #include "agent/subscribe/Call.h"
 
 #include <algorithm>
@@ -25,7 +27,8 @@ std::size_t wildcards(Pattern const& pattern) {
       pattern.elems(), [](Pattern::Elem const& elem) { return elem.kind != Pattern::Elem::Kind::Name; }));
 }
 
-// Whether what both cover belongs to `a`: the longer one, then the one with fewer wildcards, then the earlier one.
+// Whether what both cover belongs to `a`: the longer one, then the one with fewer wildcards, then the earlier
+// one.
 bool isNearer(Patterns const& patterns, std::size_t a, std::size_t b) {
   std::size_t const sizeA = patterns[a]->elems().size();
   std::size_t const sizeB = patterns[b]->elems().size();
@@ -92,7 +95,8 @@ std::shared_ptr<Pattern const> narrowed(std::shared_ptr<Pattern const> const& pa
 
 } // namespace
 
-// Gives a subscriber what waits for it when it is its peer's turn: a thousand calls of one that drain at once hold up nobody else.
+// Gives a subscriber what waits for it when it is its peer's turn: a thousand calls of one that drain at once
+// hold up nobody else.
 class Call::Refill final : public Tovak::Task {
 public:
   Refill(std::shared_ptr<Tovak::TaskScheduler> scheduler, Call& call, std::shared_ptr<Turns::Turn> turn)
@@ -299,8 +303,8 @@ bool Call::takeBytes(Ondra::WireResponse const& response) {
   return !isFull();
 }
 
-// What is not told for the first time is told with the present time, or collectors take it for what they hold. What has changed while the
-// machine's clock was ahead of itself is told with the present time as well.
+// What is not told for the first time is told with the present time, or collectors take it for what they
+// hold. What has changed while the machine's clock was ahead of itself is told with the present time as well.
 std::int64_t Call::stampOf(std::int64_t walked) const {
   std::int64_t const now = Kel::activityManagerStatus()->activityLoopExecNsTime();
   return jobs_.front().purpose == Purpose::Initial ? std::min(walked, now) : now;
@@ -422,7 +426,8 @@ bool Call::isAllToBeTold(Subscription const& subscription) const {
 
 bool Call::isStalled() const { return subscriber_->isStuck(context_.clock().monotonicNs(), kStalledNs); }
 
-// To keep changes for one who takes none of them costs time at each change: he is told all of it anew once he reads on.
+// To keep changes for one who takes none of them costs time at each change: he is told all of it anew once he
+// reads on.
 void Call::giveUpAll() {
   for (auto const& subscription : subscriptions_) {
     backlog_.leavesDel(subscription->frame(), "");

@@ -1,16 +1,19 @@
 // Agent::Call: one Subscribe call as the scheduler thread sees it.
 //
 // Invariants
-// 1. Snapshots of a STREAM start only once the whole model is watched and the call is live: whatever changes from then on is told, by the
-//    walk, by a change, or by both with the later one last.
-// 2. Snapshot, changes and sync go into the one queue in the order in which they are found, as long as that has room. Then changes wait in
-//    the backlog, by leaf: but for those that a walk has still to reach, which it will tell.
-// 3. What waits in the backlog has been passed by the walk that runs, so that nothing the walk tells later is older. Where that is not
-//    certain (`isUrgent_`), and for ends of paths, the backlog goes before the next that the walk tells.
-// 4. Beyond its bound, and before that of a subscriber who takes nothing, the backlog gives up what it holds; what that concerned, and no more, is walked again (`Purpose::Refresh`). While
-//    such a walk waits, its region is all ahead.
-// 5. One walk at a time. A job that waits or runs already is not queued again. While a walk runs, walk and backlog share what the
-//    subscriber takes by halves.
+// 1. Snapshots of a STREAM start only once the whole model is watched and the call is live: whatever changes
+//    from then on is told, by the walk, by a change, or by both with the later one last.
+// 2. Snapshot, changes and sync go into the one queue in the order in which they are found, as long as that
+//    has room. Then changes wait in the backlog, by leaf: but for those that a walk has still to reach, which
+//    it will tell.
+// 3. What waits in the backlog has been passed by the walk that runs, so that nothing the walk tells later is
+//    older. Where that is not certain (`isUrgent_`), and for ends of paths, the backlog goes before the next
+//    that the walk tells.
+// 4. Beyond its bound, and before that of a subscriber who takes nothing, the backlog gives up what it holds;
+//    what that concerned, and no more, is walked again (`Purpose::Refresh`). While such a walk waits, its
+//    region is all ahead.
+// 5. One walk at a time. A job that waits or runs already is not queued again. While a walk runs, walk and
+//    backlog share what the subscriber takes by halves.
 // 6. The sync is owed until it is queued behind the last walk of the snapshot.
 #pragma once
 
@@ -38,8 +41,8 @@ namespace Agent {
 class Context;
 class Router;
 
-// Made for a valid plan, owned by the registry of calls until either side ends the call. Never dropped by what it is called from itself.
-// Router, feeds and subscriber outlive it. Scheduler thread.
+// Made for a valid plan, owned by the registry of calls until either side ends the call. Never dropped by
+// what it is called from itself. Router, feeds and subscriber outlive it. Scheduler thread.
 class Call final : private PatternWalk::Receiver {
 public:
   Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscriber, CallPlan plan);
@@ -47,13 +50,15 @@ public:
   Call(Call const&) = delete;
   Call& operator=(Call const&) = delete;
 
-  // Compiles some of the paths; what is wrong with one of them otherwise. To be called, in turns of its own, until it is prepared.
+  // Compiles some of the paths; what is wrong with one of them otherwise. To be called, in turns of its own,
+  // until it is prepared.
   [[nodiscard]] grpc::Status prepareSome();
   [[nodiscard]] bool isPrepared() const noexcept {
     return subscriptions_.size() == plan_.subscriptions.size();
   }
 
-  // Begins; a STREAM once the model is watched. A POLL with a first answer, before anything is asked of it. REQUIRES that it is prepared.
+  // Begins; a STREAM once the model is watched. A POLL with a first answer, before anything is asked of it.
+  // REQUIRES that it is prepared.
   void begin();
   void poll();
   // The client sends no more.

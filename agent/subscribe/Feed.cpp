@@ -1,3 +1,5 @@
+// Three parts: making messages of changes, delivering them in slices, and the index, a tree over the anchors
+// of patterns.
 #include "agent/subscribe/Feed.h"
 
 #include <absl/hash/hash.h>

@@ -1,13 +1,16 @@
 // Agent::Feed, FeedIndex: the way of changes to those that are subscribed to them.
 //
 // Invariants
-// 1. Subscriptions that ask for the same share one feed: a change is selected, framed and encoded once for all of them.
-//    docs/decisions.md: "One feed for equal subscriptions."
+// 1. Subscriptions that ask for the same share one feed: a change is selected, framed and encoded once for
+//    all of them. docs/decisions.md: "One feed for equal subscriptions."
 // 2. A feed is in the index, at its pattern's anchor, exactly while it has members.
-// 3. A change is compared with the patterns of those feeds alone whose anchors lie above it (for the end of a path: or below).
-// 4. Changes of one time that follow each other become one message. A path that is in it already, and the end of a path, close it.
-// 5. Every member gets all messages that were made since it joined, each once, in their order; when exactly is up to the delivery, which
-//    is cut into slices, or to the member, which catches up before it queues anything else.
+// 3. A change is compared with the patterns of those feeds alone whose anchors lie above it (for the end of a
+//    path: or below).
+// 4. Changes of one time that follow each other become one message. A path that is in it already, and the end
+//    of a path, close it.
+// 5. Every member gets all messages that were made since it joined, each once, in their order; when exactly
+//    is up to the delivery, which is cut into slices, or to the member, which catches up before it queues
+//    anything else.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -120,8 +123,8 @@ public:
 
   // For the feeds of one call's own, which are delivered when it is its turn.
   [[nodiscard]] std::shared_ptr<Delivery> deliveryIs(std::shared_ptr<Turns::Turn> turn) const;
-  // The feed that such subscriptions share; one of its own, and of the call's delivery, for a subscription with rivals. Not indexed
-  // before it has a member.
+  // The feed that such subscriptions share; one of its own, and of the call's delivery, for a subscription
+  // with rivals. Not indexed before it has a member.
   [[nodiscard]] std::shared_ptr<Feed> feedIs(Selector const& selector, Frame const& frame, LeafMode mode,
                                              Delivery& ofCall);
   void memberIs(std::shared_ptr<Feed> const& feed, FeedMember& member);

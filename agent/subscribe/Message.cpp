@@ -1,3 +1,5 @@
+// The ways to make one, encoded ahead or when first asked, and its share of the budget. Its bytes are made in
+// ResponseWriter.cpp.
 #include "agent/subscribe/Message.h"
 
 #include <utility>

@@ -1,8 +1,8 @@
 // Agent::Message: one entry of the queues to subscribers.
 //
 // Invariants
-// 1. Immutable but for what is encoded, which is made once, on the thread that first asks, and shared by all queues that hold the
-//    message. What has been encoded ahead keeps nothing else.
+// 1. Immutable but for what is encoded, which is made once, on the thread that first asks, and shared by all
+//    queues that hold the message. What has been encoded ahead keeps nothing else.
 // 2. All of one message is of one time, and no path is in it twice.
 // 3. Notifications are internal: their paths begin with the data root. The frame says how they are told.
 #pragma once
@@ -33,8 +33,8 @@ class ArenaRespMsg;
 
 namespace Agent {
 
-// Updates of responses of the library as they are to be told to some subscribers; or a notification of the agent's own; or the sync.
-// Shared; dropped on any thread.
+// Updates of responses of the library as they are to be told to some subscribers; or a notification of the
+// agent's own; or the sync. Shared; dropped on any thread.
 class Message {
 public:
   using Ptr = std::shared_ptr<Message const>;
@@ -72,7 +72,8 @@ public:
   }
   // Memory that the message keeps, as it is counted against a subscriber's bound.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
-  // Counts the memory in the budget of all as long as what is returned, or got from another call, is there. Scheduler thread.
+  // Counts the memory in the budget of all as long as what is returned, or got from another call, is there.
+  // Scheduler thread.
   using Charge = std::shared_ptr<ByteBudget::Share const>;
   [[nodiscard]] Charge charged(std::shared_ptr<ByteBudget> const& budget) const;
   // The encoded responses, none longer than `limit` unless a single leaf is. Any thread.

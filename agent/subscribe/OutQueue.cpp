@@ -1,3 +1,5 @@
+// Bytes are counted up to the bound and down to half of it; each message holds its share of the budget while
+// it waits.
 #include "agent/subscribe/OutQueue.h"
 
 #include <algorithm>

@@ -1,7 +1,8 @@
 // Agent::OutQueue: the messages that wait to be written to one subscriber, first in, first out.
 //
-// Full is sticky: from the bound on, until half of it is left. Walks stop there, and changes wait in the backlog of the call; only what a
-// walk's slice still has in its hands, and ends of paths, go beyond. While memory is tight for all subscribers, each has a smaller bound.
+// Full is sticky: from the bound on, until half of it is left. Walks stop there, and changes wait in the
+// backlog of the call; only what a walk's slice still has in its hands, and ends of paths, go beyond. While
+// memory is tight for all subscribers, each has a smaller bound.
 #pragma once
 
 #include <cstddef>

@@ -1,3 +1,5 @@
+// Fields go into one block behind room for a head; the head is written in front when the response is as long
+// as it may be.
 #include "agent/subscribe/ResponseBody.h"
 
 #include <google/protobuf/io/coded_stream.h>

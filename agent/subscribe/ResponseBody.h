@@ -20,8 +20,8 @@ namespace Agent {
 
 struct Frame;
 
-// Gathers updates and deletes into responses that share their head: time and prefix. None is longer than `limit`, nor than a block, unless
-// a single leaf is. Each is written where it will be sent from. Any thread.
+// Gathers updates and deletes into responses that share their head: time and prefix. None is longer than
+// `limit`, nor than a block, unless a single leaf is. Each is written where it will be sent from. Any thread.
 class ResponseBody {
 public:
   // `prefix` as clients are to see it, but for origin and target, which are the frame's.

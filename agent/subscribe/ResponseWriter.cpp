@@ -1,3 +1,5 @@
+// Which prefix the updates share, and each value in the encoding that was asked for; the fields are written
+// by ResponseBody.cpp.
 #include "agent/subscribe/ResponseWriter.h"
 
 #include <algorithm>

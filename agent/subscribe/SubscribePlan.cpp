@@ -1,3 +1,5 @@
+// Modes, intervals and encoding of a list; what is asked for twice is dropped here. Whether paths exist is
+// asked later.
 #include "agent/subscribe/SubscribePlan.h"
 
 #include <fmt/format.h>

@@ -46,8 +46,8 @@ struct SubscriptionPlan {
 struct CallPlan {
   using OrError = Kstd::Result<CallPlan, grpc::Status>;
 
-  // INVALID_ARGUMENT for unknown modes, bad paths and intervals that cannot be kept; UNIMPLEMENTED for encodings and models;
-  // RESOURCE_EXHAUSTED for too many subscriptions.
+  // INVALID_ARGUMENT for unknown modes, bad paths and intervals that cannot be kept; UNIMPLEMENTED for
+  // encodings and models; RESOURCE_EXHAUSTED for too many subscriptions.
   [[nodiscard]] static OrError of(gnmi::SubscriptionList const& list, Limits const& limits);
 
   CallMode mode = CallMode::Stream;

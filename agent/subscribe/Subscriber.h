@@ -36,7 +36,8 @@ public:
   // It has taken nothing of what waits for it since `ns` before `nowNs`.
   [[nodiscard]] virtual bool isStuck(std::int64_t nowNs, std::int64_t ns) const = 0;
 
-  // The call ends: with OK when all that is queued has been written, with an error at once. The first status counts. Any thread.
+  // The call ends: with OK when all that is queued has been written, with an error at once. The first status
+  // counts. Any thread.
   virtual void end(grpc::Status const& status) = 0;
 };
 

@@ -1,3 +1,5 @@
+// Timers, the place in a feed, and the hashes of what was sent, by which suppress_redundant leaves out what
+// is the same.
 #include "agent/subscribe/Subscription.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The types, the tree with its first values, and a timer that moves counters round robin at the rate that was
+// asked for.
 #include "agent/synthetic/Synthetic.h"
 
 #include <fmt/format.h>

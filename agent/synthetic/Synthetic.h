@@ -1,4 +1,5 @@
-// A generated tree of any size beside the machine's: /synthetic/port[name], for measuring, and for clients that want load.
+// A generated tree of any size beside the machine's: /synthetic/port[name], for measuring, and for clients
+// that want load.
 #pragma once
 
 #include <cstddef>
@@ -50,12 +51,12 @@ public:
 // Declares the types and enters "synthetic" among the top levels, once; to be called where `declareTypes` is.
 void declareSynthetic();
 
-// The entity "synthetic" in the data root that `root` holds, with as many ports as make about `leaves` leaves (at least one).
-// Scheduler thread, before anybody walks: a million leaves take a good part of a second.
+// The entity "synthetic" in the data root that `root` holds, with as many ports as make about `leaves` leaves
+// (at least one). Scheduler thread, before anybody walks: a million leaves take a good part of a second.
 [[nodiscard]] Kel::Ptr<SyntheticPorts> syntheticIn(Kel::Dir& root, std::size_t leaves);
 
-// Counts up the ports' counters, one after the other, so many a second in all. Lives on the scheduler thread; dropping it ends the
-// changes. The ports must not be removed meanwhile.
+// Counts up the ports' counters, one after the other, so many a second in all. Lives on the scheduler thread;
+// dropping it ends the changes. The ports must not be removed meanwhile.
 class SyntheticChanges {
 public:
   // A hundred ticks a second; no tick makes more changes than this, so that it does not hold the thread.

@@ -1,3 +1,5 @@
+// The dispatcher: a switch over the attributes for reading, one settable attribute, and the registration by
+// hooks.
 #include "BoilerAdapter.h"
 
 #include "Kel/Declare.h"

@@ -1,4 +1,5 @@
-// Makes a `Boiler` an entity of the model: its attributes are answered by a dispatcher instead of lying in the object.
+// Makes a `Boiler` an entity of the model: its attributes are answered by a dispatcher instead of lying in
+// the object.
 #pragma once
 
 #include "Boiler.h"

@@ -1,3 +1,4 @@
+// All of their registration: which members are attributes, what keys a bed, what may be set.
 #include "Greenhouse.h"
 
 #include "Kel/Declare.h"

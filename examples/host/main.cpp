@@ -1,5 +1,5 @@
-// A host: a program that has a model and serves it. Here the client is standard output, what clients ask for comes through a pipe, and
-// time is simulated, so that every run prints the same.
+// A host: a program that has a model and serves it. Here the client is standard output, what clients ask for
+// comes through a pipe, and time is simulated, so that every run prints the same.
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <unistd.h>
@@ -43,7 +43,8 @@ public:
   std::shared_ptr<Tovak::TaskScheduler> const scheduler = std::make_shared<Tovak::TaskScheduler>(clock);
 };
 
-// The way to the client. Two responses have room in it; what waits is written when the loop comes round, and the walk goes on.
+// The way to the client. Two responses have room in it; what waits is written when the loop comes round, and
+// the walk goes on.
 class Router final : public Ondra::BaseRouter {
 public:
   explicit Router(Tovak::TaskScheduler& scheduler) : scheduler_(scheduler) {}

@@ -1,3 +1,4 @@
+// Blocks count without a lock and are listed at their first run; messages go into a ring under a lock.
 #include "Fleck/Timer.h"
 
 #include <algorithm>
@@ -21,7 +22,7 @@ struct Recorder {
   // All guarded by lock. The texts keep their storage, so a ring that has gone round once allocates no more.
   Block* blocks = nullptr; // every block that was ever used, by next_
   std::array<Message, messageCapacity> ring;
-  uint64_t recorded = 0;
+  std::uint64_t recorded = 0;
 };
 
 // Never freed: blocks are timed until the last static destructor.
@@ -34,13 +35,13 @@ Recorder& recorder() {
 
 std::atomic<bool> Impl::on{false};
 
-int64_t Impl::nowNs() {
+std::int64_t Impl::nowNs() {
   Tovak::Clock const* const clock = currentClock.load(std::memory_order_acquire);
   return clock ? clock->monotonicNs() : Tovak::SystemClock::instance().monotonicNs();
 }
 
 void Impl::recordMessage(std::string_view text) {
-  int64_t const now = nowNs();
+  std::int64_t const now = nowNs();
   Recorder& all = recorder();
   std::lock_guard const guard(all.lock);
   Message& slot = all.ring[all.recorded++ % messageCapacity];
@@ -52,10 +53,10 @@ void onIs(bool on) { Impl::on.store(on, std::memory_order_relaxed); }
 
 void clockIs(Tovak::Clock const* clock) { currentClock.store(clock, std::memory_order_release); }
 
-void Block::add(int64_t ns) {
+void Block::add(std::int64_t ns) {
   count_.fetch_add(1, std::memory_order_relaxed);
   totalNs_.fetch_add(ns, std::memory_order_relaxed);
-  int64_t max = maxNs_.load(std::memory_order_relaxed);
+  std::int64_t max = maxNs_.load(std::memory_order_relaxed);
   while (ns > max && !maxNs_.compare_exchange_weak(max, ns, std::memory_order_relaxed)) {
   }
   if (!listed_.load(std::memory_order_relaxed) && !listed_.exchange(true)) {
@@ -99,7 +100,8 @@ std::vector<Message> messages() {
   Recorder& all = recorder();
   std::lock_guard const guard(all.lock);
   std::vector<Message> kept;
-  for (uint64_t i = all.recorded - std::min<uint64_t>(all.recorded, messageCapacity); i < all.recorded; ++i) {
+  for (std::uint64_t i = all.recorded - std::min<std::uint64_t>(all.recorded, messageCapacity);
+       i < all.recorded; ++i) {
     kept.push_back(all.ring[i % messageCapacity]);
   }
   return kept;

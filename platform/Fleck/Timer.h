@@ -1,3 +1,4 @@
+// Timing of blocks of code, and the messages of the last moments, for whoever looks at a slow process.
 #pragma once
 
 #include <atomic>
@@ -12,28 +13,25 @@ namespace Tovak {
 class Clock;
 }
 
-/**
- * Fleck: where does the time go, and what happened last? Scoped block timers and a ring of trace messages, both off
- * until somebody switches them on. Off they cost one load and one test; no clock is read. Any thread.
- */
+// Fleck: where does the time go, and what happened last? Scoped block timers and a ring of trace messages,
+// both off until somebody switches them on. Off they cost one load and one test; no clock is read. Any
+// thread.
 namespace Fleck {
 
 namespace Impl {
 extern KTD_EXPORT std::atomic<bool> on;
-KTD_EXPORT int64_t nowNs();
+KTD_EXPORT std::int64_t nowNs();
 KTD_EXPORT void recordMessage(std::string_view text);
 } // namespace Impl
 
 inline bool isOn() { return Impl::on.load(std::memory_order_relaxed); }
 KTD_EXPORT void onIs(bool on);
 
-/** The clock that is read while Fleck is on; null for the machine's. The caller keeps it alive. */
+// The clock that is read while Fleck is on; null for the machine's. The caller keeps it alive.
 KTD_EXPORT void clockIs(Tovak::Clock const* clock);
 
-/**
- * The figures of one timed block of code. REQUIRES static storage duration, and a name that lives as long (a
- * literal): once used it stays in the list of blocks. `static constinit` makes it free of start-up code.
- */
+// The figures of one timed block of code. REQUIRES static storage duration, and a name that lives as long (a
+// literal): once used it stays in the list of blocks. `static constinit` makes it free of start-up code.
 class KTD_EXPORT Block {
 public:
   explicit constexpr Block(char const* name) : name_(name) {}
@@ -41,31 +39,29 @@ public:
   Block& operator=(Block const&) = delete;
 
   char const* name() const { return name_; }
-  uint64_t count() const { return count_.load(std::memory_order_relaxed); }
-  int64_t totalNs() const { return totalNs_.load(std::memory_order_relaxed); }
-  int64_t maxNs() const { return maxNs_.load(std::memory_order_relaxed); }
+  std::uint64_t count() const { return count_.load(std::memory_order_relaxed); }
+  std::int64_t totalNs() const { return totalNs_.load(std::memory_order_relaxed); }
+  std::int64_t maxNs() const { return maxNs_.load(std::memory_order_relaxed); }
 
-  /** Counts one run of the block. */
-  void add(int64_t ns);
+  // Counts one run of the block.
+  void add(std::int64_t ns);
 
 private:
   friend KTD_EXPORT Tovak::String dump();
   friend KTD_EXPORT void reset();
 
   char const* const name_;
-  std::atomic<uint64_t> count_{0};
-  std::atomic<int64_t> totalNs_{0};
-  std::atomic<int64_t> maxNs_{0};
+  std::atomic<std::uint64_t> count_{0};
+  std::atomic<std::int64_t> totalNs_{0};
+  std::atomic<std::int64_t> maxNs_{0};
   std::atomic<bool> listed_{false};
   Block* next_ = nullptr;
 };
 
-/**
- * Times the enclosing scope:
- *   static constinit Fleck::Block block{"FullKelTypeWalker::walk"};
- *   Fleck::ScopedTimer timer{block};
- * A scope that begins while Fleck is off is not counted.
- */
+// Times the enclosing scope:
+//   static constinit Fleck::Block block{"FullKelTypeWalker::walk"};
+//   Fleck::ScopedTimer timer{block};
+// A scope that begins while Fleck is off is not counted.
 class ScopedTimer {
 public:
   explicit ScopedTimer(Block& block) {
@@ -84,21 +80,21 @@ public:
 
 private:
   Block* block_ = nullptr;
-  int64_t startNs_ = 0;
+  std::int64_t startNs_ = 0;
 };
 
-/** One line "<name>: count <n>, total <ns> ns, max <ns> ns" per block that has run, in the order of the names. */
+// One line "<name>: count <n>, total <ns> ns, max <ns> ns" per block that has run, in the order of the names.
 KTD_EXPORT Tovak::String dump();
 
-/** Clears the figures of all blocks and the messages. */
+// Clears the figures of all blocks and the messages.
 KTD_EXPORT void reset();
 
-/** How many messages are kept; older ones are overwritten. */
+// How many messages are kept; older ones are overwritten.
 inline constexpr size_t messageCapacity = 1024;
-/** How many bytes of a message are kept. */
+// How many bytes of a message are kept.
 inline constexpr size_t messageMaxLength = 256;
 
-/** Records a trace message in the ring, with the time, while Fleck is on. */
+// Records a trace message in the ring, with the time, while Fleck is on.
 inline void message(std::string_view text) {
   if (isOn()) [[unlikely]] {
     Impl::recordMessage(text);
@@ -106,11 +102,11 @@ inline void message(std::string_view text) {
 }
 
 struct Message {
-  int64_t monotonicNs;
+  std::int64_t monotonicNs;
   Tovak::String text;
 };
 
-/** The messages in the ring, the oldest first. */
+// The messages in the ring, the oldest first.
 KTD_EXPORT std::vector<Message> messages();
 
 } // namespace Fleck

@@ -1,3 +1,5 @@
+// What all kinds of storage share (checks, errors, telling observers, structures), and values that lie in the
+// object, arrays too.
 #include "Kel/Access.h"
 
 #include <fmt/format.h>
@@ -113,8 +115,8 @@ void completeArrayDesc(TypeDesc& desc) {
 
 namespace {
 
-// The members of an array attribute by number; looks the array up afresh at every step. Who stands at an index has no other to move
-// to: it is in one of two states, Ended or not.
+// The members of an array attribute by number; looks the array up afresh at every step. Who stands at an
+// index has no other to move to: it is in one of two states, Ended or not.
 class ArrayCursor final : public Cursor {
 public:
   using ArrayOf = void const* (*)(AttrDesc const&, GenericIf const&);

@@ -1,16 +1,19 @@
-// How the attributes of declared classes are stored: one access class per kind of storage, behind the checks of `AttrAccess`. For the
-// declarations (Kel/Declare.h); users of the model never meet them. Keyed collections are in Kel/AccessMembers.h.
+// How the attributes of declared classes are stored: one access class per kind of storage, behind the checks
+// of `AttrAccess`. For the declarations (Kel/Declare.h); users of the model never meet them. Keyed
+// collections are in Kel/AccessMembers.h.
 //
 // Invariants
 // 1. Each finds its storage at `AttrDesc::offset` of the object's raw form, and nothing else of the object.
-// 2. It is asked for what the attribute permits (`AttrAccess`): it checks nothing again, but what only the storage knows.
-// 3. A write compares first: an equal value changes nothing and tells nobody. A class's own setter decides that itself.
-// 4. Observers are told after the change, by `Impl::notifyOf`, the one place from which generic writes tell them; no reference into the
-//    storage is used after that, because they may change or end the object.
-// 5. An entity is detached before anybody is told that it has gone, and ended after; a new one is attached before it is stored, and
-//    told of when it is.
-// 6. A handle of a value that the object may destroy in place (an optional one, an alternative) holds a copy; one that stays where it is
-//    refers to it and keeps its owner.
+// 2. It is asked for what the attribute permits (`AttrAccess`): it checks nothing again, but what only the
+//    storage knows.
+// 3. A write compares first: an equal value changes nothing and tells nobody. A class's own setter decides
+//    that itself.
+// 4. Observers are told after the change, by `Impl::notifyOf`, the one place from which generic writes tell
+//    them; no reference into the storage is used after that, because they may change or end the object.
+// 5. An entity is detached before anybody is told that it has gone, and ended after; a new one is attached
+//    before it is stored, and told of when it is.
+// 6. A handle of a value that the object may destroy in place (an optional one, an alternative) holds a copy;
+//    one that stays where it is refers to it and keeps its owner.
 #pragma once
 
 #include <optional>
@@ -49,7 +52,8 @@ template <class T>
 
 // The index that a key of an array attribute is.
 [[nodiscard]] std::uint64_t arrayIndex(AttrDesc const& attr, GenericIf const& key);
-// A cursor over the elements of an array attribute; `arrayOf` finds the array in the object, at every step afresh.
+// A cursor over the elements of an array attribute; `arrayOf` finds the array in the object, at every step
+// afresh.
 [[nodiscard]] Ptr<Cursor> arrayCursor(AttrDesc const& attr, Ptr<GenericIf const> const& obj,
                                       GenericIf const* start,
                                       void const* (*arrayOf)(AttrDesc const& attr, GenericIf const& obj));

@@ -96,7 +96,8 @@ private:
   State state_ = State::Fresh;
 };
 
-// Each member in key order, whatever a visit does to the collection. Takes no storage: the end of a tree does not fail half-way.
+// Each member in key order, whatever a visit does to the collection. Takes no storage: the end of a tree does
+// not fail half-way.
 template <class C, class Visit>
 void visitMembers(C const& members, Visit const& visit) {
   for (auto at = members.map().begin(); at != members.map().end();) {

@@ -1,3 +1,4 @@
+// The one clock of the process; its operations are in the header.
 #include "Kel/ActivityClock.h"
 
 namespace Kel {

@@ -7,8 +7,8 @@
 
 namespace Kel {
 
-// Nanoseconds since the Unix epoch. Never goes back, but for `activityLoopExecNsTimeRestart`, and is never 0. Read and moved on the scheduler
-// thread.
+// Nanoseconds since the Unix epoch. Never goes back, but for `activityLoopExecNsTimeRestart`, and is never 0.
+// Read and moved on the scheduler thread.
 class KTD_EXPORT ActivityManagerStatus {
 public:
   // The time of this pass.
@@ -17,8 +17,9 @@ public:
   void activityLoopExecNsTimeIs(std::int64_t now) noexcept {
     if (now > now_) now_ = now;
   }
-  // The time is `now`, also when that takes it back: for a host that has shown itself wrong. REQUIRES now > 0, and that nobody is left who
-  // was told of a change by the time until then, or he would take what is told him from now on for older.
+  // The time is `now`, also when that takes it back: for a host that has shown itself wrong. REQUIRES now >
+  // 0, and that nobody is left who was told of a change by the time until then, or he would take what is told
+  // him from now on for older.
   void activityLoopExecNsTimeRestart(std::int64_t now) noexcept { now_ = now; }
   // Moves the time on.
   void activityLoopExecNsTimeInc(std::int64_t ns) noexcept { now_ += ns; }

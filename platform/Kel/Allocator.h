@@ -1,5 +1,6 @@
-// Allocators of containers. Tables and trees of absl are in the middle of a change when an allocation fails, and do not survive it. So
-// memory that runs out here ends the process (std::terminate), whatever the container is.
+// Allocators of containers. Tables and trees of absl are in the middle of a change when an allocation fails,
+// and do not survive it. So memory that runs out here ends the process (std::terminate), whatever the
+// container is.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +26,8 @@ struct EndingAllocator : std::allocator<T> {
   [[nodiscard]] T* allocate(std::size_t count) noexcept { return std::allocator<T>::allocate(count); }
 };
 
-// Over the model's free lists. Stateless; all instances are equal. What it hands out is counted under `Counted` (Tovak::allocatorDump), also after rebinding.
+// Over the model's free lists. Stateless; all instances are equal. What it hands out is counted under
+// `Counted` (Tovak::allocatorDump), also after rebinding.
 template <class T, class Counted = T>
 class MemAllocator {
 public:

@@ -1,3 +1,5 @@
+// Each generic operation checks that the object is of the attribute's type and still there, then asks the
+// attribute's access.
 #include "Kel/Attr.h"
 
 #include <fmt/format.h>

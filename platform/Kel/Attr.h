@@ -1,4 +1,5 @@
-// KelAttrBase, KelAttr: the descriptor of an attribute as a small value, with the generic operations on objects.
+// KelAttrBase, KelAttr: the descriptor of an attribute as a small value, with the generic operations on
+// objects.
 #pragma once
 
 #include <boost/container/small_vector.hpp>
@@ -30,7 +31,8 @@ public:
   [[nodiscard]] KelType memberType() const { return KelType(desc_->memberType); } // of a collection
   // Of a keyed collection; invalid otherwise.
   [[nodiscard]] KelType keyType() const { return KelType(desc_->keyType); }
-  // Of a keyed collection whose members carry their own key: the member attribute that is the key. Otherwise invalid.
+  // Of a keyed collection whose members carry their own key: the member attribute that is the key. Otherwise
+  // invalid.
   [[nodiscard]] KelAttr indexAttr() const;
 
   [[nodiscard]] bool isCollection() const { return desc_->isCollection; } // of whatever kind
@@ -68,8 +70,9 @@ protected:
   AttrDesc const* desc_ = nullptr; // null: invalid
 };
 
-// An attribute, with its generic operations. `obj` must be a handle to an object of the attribute's owner type (or one that
-// extends it), else they raise `Kel::Error`. A null handle is the answer for what is not set; it is no error.
+// An attribute, with its generic operations. `obj` must be a handle to an object of the attribute's owner
+// type (or one that extends it), else they raise `Kel::Error`. A null handle is the answer for what is not
+// set; it is no error.
 class KTD_EXPORT KelAttr : public KelAttrBase {
 public:
   using ConstHandle = Ptr<GenericIf const>; // read through
@@ -77,13 +80,13 @@ public:
 
   using KelAttrBase::KelAttrBase;
 
-  // The value (the whole array value of an array); the member under `key` for a keyed collection. Scalars are copied into the
-  // handle, other values are referred to in place and stay alive with the handle.
+  // The value (the whole array value of an array); the member under `key` for a keyed collection. Scalars are
+  // copied into the handle, other values are referred to in place and stay alive with the handle.
   [[nodiscard]] ConstHandle genericIfGet(ConstHandle const& obj, ConstHandle const& key = {}) const;
   // Whether a singular value can be read without a handle, where it lies.
   [[nodiscard]] bool readsInPlace() const noexcept { return desc_->access->readsInPlace(); }
-  // Reads so: the raw form of the value, null when it is not set. Valid until the object changes. REQUIRES an object of the
-  // attribute's owner type (unchecked).
+  // Reads so: the raw form of the value, null when it is not set. Valid until the object changes. REQUIRES an
+  // object of the attribute's owner type (unchecked).
   [[nodiscard]] void const* valueAt(PtrInterface const& object) const noexcept {
     return desc_->access->valueAt(*desc_, &object);
   }
@@ -91,12 +94,13 @@ public:
   [[nodiscard]] bool genericIfExist(ConstHandle const& obj, ConstHandle const& key = {}) const;
   // Writes the attribute or the member under `key`, and notifies when that changed something.
   void genericIfSet(Handle const& obj, ConstHandle const& key, ConstHandle const& value) const;
-  // Makes a member (or the one value) of an instantiating attribute from constructor arguments, removing the one it replaces.
-  // The key is the member's index attribute; for a collection with its keys outside the members use the second form.
+  // Makes a member (or the one value) of an instantiating attribute from constructor arguments, removing the
+  // one it replaces. The key is the member's index attribute; for a collection with its keys outside the
+  // members use the second form.
   Handle genericIfSet(Handle const& obj, ArgList const& args) const;
   Handle genericIfSet(Handle const& obj, ConstHandle const& key, ArgList const& args) const;
-  // Removes the member under `key`, or clears a singular attribute: to null when it can be left without value, otherwise to its
-  // type's default. Deleting what is not there is silent.
+  // Removes the member under `key`, or clears a singular attribute: to null when it can be left without
+  // value, otherwise to its type's default. Deleting what is not there is silent.
   void genericIfDel(Handle const& obj, ConstHandle const& key = {}) const;
   // On an array value (not on its owner), append, clear, list:
   void genericIfAdd(Handle const& array, ConstHandle const& value) const;
@@ -107,7 +111,8 @@ public:
   // Calls an operation attribute.
   ConstHandle genericIfCall(ConstHandle const& obj, ArgList const& args) const;
 
-  // The members of the collection in key order (arrays: by index); from the first member not before `startKey` on:
+  // The members of the collection in key order (arrays: by index); from the first member not before
+  // `startKey` on:
   [[nodiscard]] GenericIf::Iterator genericIfIterator(Handle const& obj) const;
   [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj) const;
   [[nodiscard]] GenericIf::Iterator genericIfIteratorConst(ConstHandle const& obj,

@@ -1,3 +1,5 @@
+// One table of descriptors made from the C++ types; order and hash by value, canonical texts only, base64
+// where decimals fail.
 #include "Kel/Builtins.h"
 
 #include <absl/strings/escaping.h>
@@ -32,7 +34,8 @@ std::string_view textOf(T const& value) {
   }
 }
 
-// Floats are ordered by their bits: negative before positive, then by magnitude; every pattern equals itself alone.
+// Floats are ordered by their bits: negative before positive, then by magnitude; every pattern equals itself
+// alone.
 template <class F>
 auto orderedBits(F value) {
   using Bits = std::conditional_t<sizeof(F) == 4, std::int32_t, std::int64_t>;
@@ -249,7 +252,8 @@ std::string base64(std::string_view bytes) { return absl::Base64Escape({bytes.da
 
 std::optional<std::string> fromBase64(std::string_view text) {
   std::string bytes;
-  // The decoder is lenient (blanks, missing padding, loose final bits); one text for one value is what is wanted.
+  // The decoder is lenient (blanks, missing padding, loose final bits); one text for one value is what is
+  // wanted.
   if (!absl::Base64Unescape({text.data(), text.size()}, &bytes) || absl::Base64Escape(bytes) != text)
     return std::nullopt;
   return bytes;

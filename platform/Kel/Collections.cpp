@@ -1,3 +1,4 @@
+// Only the weak references to entities, by their anchors; the collections are templates of the header.
 #include "Kel/Collections.h"
 
 #include "Kel/EntityAnchor.h"

@@ -1,13 +1,16 @@
-// The collections that attributes of declared classes are made of: keyed entities, keyed values, keyed references, stacks.
+// The collections that attributes of declared classes are made of: keyed entities, keyed values, keyed
+// references, stacks.
 //
 // Invariants
-// 1. Members are kept and iterated in key order: `<` for text and integers, the type's own total order otherwise.
-// 2. Every change moves the stamp, the assignment of a whole collection too; a cursor that sees another stamp than its own finds its
-//    place again by the key where it stands.
-// 3. Members live in counted objects of their own (the entity, a `ValueNode`): erasing detaches a member and never frees it
-//    under a handle.
-// A collection inside an entity is changed through the entity (`Entity::memberIs`, `memberDel`) or through its attribute, so that
-// the observers are told; the operations here tell nobody and serve values that stand alone.
+// 1. Members are kept and iterated in key order: `<` for text and integers, the type's own total order
+//    otherwise.
+// 2. Every change moves the stamp, the assignment of a whole collection too; a cursor that sees another stamp
+//    than its own finds its place again by the key where it stands.
+// 3. Members live in counted objects of their own (the entity, a `ValueNode`): erasing detaches a member and
+//    never frees it under a handle.
+// A collection inside an entity is changed through the entity (`Entity::memberIs`, `memberDel`) or through
+// its attribute, so that the observers are told; the operations here tell nobody and serve values that stand
+// alone.
 #pragma once
 
 #include <absl/container/btree_map.h>
@@ -103,7 +106,8 @@ public:
   [[nodiscard]] Map const& map() const noexcept { return map_; }            // all members
   [[nodiscard]] std::uint64_t stamp() const noexcept { return stamp_; }     // see invariant 2
 
-  // Adds the member, or replaces the one under its key. Tells nobody. Does not throw once it has its arguments.
+  // Adds the member, or replaces the one under its key. Tells nobody. Does not throw once it has its
+  // arguments.
   void put(K key, M member) {
     ++stamp_;
     map_.insert_or_assign(std::move(key), std::move(member));

@@ -1,4 +1,5 @@
-// Declaring C++ classes as types of the model: one fluent expression a type, one line an attribute, from member pointers.
+// Declaring C++ classes as types of the model: one fluent expression a type, one line an attribute, from
+// member pointers.
 //
 //   struct AddrKey { Kel::String vrf; std::uint32_t addr; };
 //   auto const kAddrKey = Kel::valueType<AddrKey>("AddrKey")
@@ -14,8 +15,8 @@
 //       .keyed("addr", &Interface::addrs).settable()
 //       .done();
 //
-// A type is declared once, before its first object is made. `done()` raises `Kel::Error` when a rule of registration is broken;
-// the text names the type, the attribute and the rule.
+// A type is declared once, before its first object is made. `done()` raises `Kel::Error` when a rule of
+// registration is broken; the text names the type, the attribute and the rule.
 #pragma once
 
 #include <array>
@@ -377,7 +378,8 @@ template <class T>
   return Declaration<T>(module, name);
 }
 
-// An enumeration, complete at once; its default is the first enumerator. Raises `Kel::Error` as `done` does, and so do those below.
+// An enumeration, complete at once; its default is the first enumerator. Raises `Kel::Error` as `done` does,
+// and so do those below.
 template <class E>
 requires std::is_enum_v<E> KelType enumType(std::string_view name,
                                             std::initializer_list<std::pair<char const*, E>> enumerators,

@@ -1,13 +1,15 @@
-// The immutable descriptors behind `KelType` and `KelAttr`: what is known of a type and of an attribute, and how their
-// storage is reached.
+// The immutable descriptors behind `KelType` and `KelAttr`: what is known of a type and of an attribute, and
+// how their storage is reached.
 //
 // Invariants
-// 1. A descriptor is made once, lives for the life of the process and does not change once its type is complete
-//    (`TypeDesc::complete`). Its address is the identity of the type or attribute.
+// 1. A descriptor is made once, lives for the life of the process and does not change once its type is
+//    complete (`TypeDesc::complete`). Its address is the identity of the type or attribute.
 // 2. `attrs` is in declaration order; `AttrDesc::index` is the position there.
-// 3. A value of a type has one raw form, wherever it is stored: `ValueOps` work on that form. Scalars have the form of
-//    their C++ type, enumerations that of their underlying integer, objects are addressed by their `PtrInterface*`.
-// 4. Values of at most `kInlineValueBytes` bytes are held inside their handle; larger ones in a counted box or in place.
+// 3. A value of a type has one raw form, wherever it is stored: `ValueOps` work on that form. Scalars have
+//    the form of their C++ type, enumerations that of their underlying integer, objects are addressed by
+//    their `PtrInterface*`.
+// 4. Values of at most `kInlineValueBytes` bytes are held inside their handle; larger ones in a counted box
+//    or in place.
 #pragma once
 
 #include <boost/container/container_fwd.hpp>
@@ -55,8 +57,8 @@ enum class TypeKind : std::uint8_t {
   CollectionControl, // housekeeping of a collection
 };
 
-// The generic operations on an attribute, as dispatched to a type's own handler, and the comparisons of two values. Users know it
-// as `GenericIf::AttributeOp`.
+// The generic operations on an attribute, as dispatched to a type's own handler, and the comparisons of two
+// values. Users know it as `GenericIf::AttributeOp`.
 enum class AttributeOp : std::uint8_t {
   Get,
   Set,
@@ -94,7 +96,8 @@ enum class BuiltinKind : std::uint8_t {
   JsonString = 23,
 };
 
-// What can be done with the raw form of a value. Every function gets the type, so that one function can serve many types.
+// What can be done with the raw form of a value. Every function gets the type, so that one function can serve
+// many types.
 struct ValueOps {
   std::size_t size = 0;
   std::size_t align = 1;
@@ -112,12 +115,13 @@ struct Enumerator {
   std::int64_t value;
 };
 
-// How one attribute is reached in its objects: what is asked of it, and, in the private half, what a kind of storage does about it.
-// Implementations are immutable and shared by all objects of the type. `obj` is a handle to an object of the attribute's owner type.
+// How one attribute is reached in its objects: what is asked of it, and, in the private half, what a kind of
+// storage does about it. Implementations are immutable and shared by all objects of the type. `obj` is a
+// handle to an object of the attribute's owner type.
 //
-// What an attribute permits follows from its descriptor and is checked here, for all kinds of storage alike, in this order: whether there
-// is such an operation, whether it takes a key, whether it may be done, whether the value is of the right type. What does not pass raises
-// `Kel::Error` and changes nothing.
+// What an attribute permits follows from its descriptor and is checked here, for all kinds of storage alike,
+// in this order: whether there is such an operation, whether it takes a key, whether it may be done, whether
+// the value is of the right type. What does not pass raises `Kel::Error` and changes nothing.
 class KTD_EXPORT AttrAccess {
 public:
   virtual ~AttrAccess() = default;
@@ -126,7 +130,8 @@ public:
   [[nodiscard]] bool exist(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
   // A null value clears where the attribute can be left without one.
   void set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key, GenericIf const* value) const;
-  // Stores a constructor argument into an object that is being made, silently and whether or not it is settable.
+  // Stores a constructor argument into an object that is being made, silently and whether or not it is
+  // settable.
   void init(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const;
   // A member, or the one value, made from constructor arguments.
   Ptr<GenericIf> create(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
@@ -139,8 +144,8 @@ public:
   [[nodiscard]] Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj,
                                           ArgList const& args) const;
 
-  // Whether the value of a singular attribute can be read where it lies: `valueAt` gives its raw form within the raw form of the
-  // object, null when it is not set. Valid until the object changes.
+  // Whether the value of a singular attribute can be read where it lies: `valueAt` gives its raw form within
+  // the raw form of the object, null when it is not set. Valid until the object changes.
   [[nodiscard]] virtual bool readsInPlace() const noexcept { return false; }
   [[nodiscard]] virtual void const* valueAt(AttrDesc const& attr, void const* object) const noexcept;
   // The handle of a key that an observer was told of by its raw form; null for what has no keys.
@@ -158,19 +163,22 @@ protected:
   [[noreturn]] static void notSupported(AttrDesc const& attr, char const* operation);
 
 private:
-  // What a kind of storage does, asked for what has passed the checks: `key` is there exactly for a keyed collection, or, to read an
-  // array, as its index; `value` is of the attribute's type. What changes the object tells its observers (`Impl::notifyOf`) after the
-  // change, and nobody when nothing has changed. What is left out is not supported.
+  // What a kind of storage does, asked for what has passed the checks: `key` is there exactly for a keyed
+  // collection, or, to read an array, as its index; `value` is of the attribute's type. What changes the
+  // object tells its observers (`Impl::notifyOf`) after the change, and nobody when nothing has changed. What
+  // is left out is not supported.
   virtual Ptr<GenericIf const> read(AttrDesc const& attr, GenericIf const& obj, GenericIf const* key) const;
   virtual bool has(AttrDesc const& attr, GenericIf const& obj,
                    GenericIf const* key) const; // else: whether something is read
   // A null value: leaves the singular attribute without one.
   virtual void store(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
                      GenericIf const* value) const;
-  // The same through the class's own setter (`AttrDesc::setter`), for singular attributes of objects of declared classes.
+  // The same through the class's own setter (`AttrDesc::setter`), for singular attributes of objects of
+  // declared classes.
   virtual void storeBySetter(AttrDesc const& attr, GenericIf& obj, GenericIf const* value) const;
   virtual void assign(AttrDesc const& attr, GenericIf& obj, GenericIf const& value) const; // silently
-  // Deletes a singular value: else by writing nothing, or the default of its type where it cannot be without one.
+  // Deletes a singular value: else by writing nothing, or the default of its type where it cannot be without
+  // one.
   virtual void reset(AttrDesc const& attr, GenericIf& obj) const;
   // Puts the made entity there, in place of what is there.
   virtual void place(AttrDesc const& attr, GenericIf& obj, Entity& owner, GenericIf const* key,
@@ -249,7 +257,8 @@ struct TypeDesc {
 
   // Makes a detached object of an entity type, all attributes at their defaults; set by the declaration.
   std::function<Ptr<PtrInterface>()> makeObject;
-  // Makes a detached object from constructor arguments; when not set, `makeObject` and the argument attributes do it.
+  // Makes a detached object from constructor arguments; when not set, `makeObject` and the argument
+  // attributes do it.
   std::function<Ptr<PtrInterface>(ArgList const&)> makeFromArgs;
   // Makes an entity for a directory.
   std::function<Ptr<PtrInterface>(String const& name, ArgList const&)> newEntityForDir;

@@ -1,3 +1,4 @@
+// The access to its entries, its registration when the library is loaded, and what may be added and removed.
 #include "Kel/Dir.h"
 
 #include <fmt/format.h>

@@ -10,8 +10,8 @@
 
 namespace Kel {
 
-// Holds entities by name. Its attribute "entityPtr" is the keyed collection of them: to an entity's observers a directory looks
-// like any other owner. Directories nest.
+// Holds entities by name. Its attribute "entityPtr" is the keyed collection of them: to an entity's observers
+// a directory looks like any other owner. Directories nest.
 class KTD_EXPORT Dir final : public EntityOf<Dir> {
 public:
   // The directory's record of one entity. A type of the model, but never walked as data.
@@ -21,11 +21,12 @@ public:
     bool removable = true;   // by generic writers
   };
 
-  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the directory. Raises
-  // `Kel::Error` for a name that is empty or holds "/" or "[", for one that is taken, for an entity that has or had a parent, and
-  // when the directory itself has been removed.
+  // Takes an entity that has no parent yet. `removable`: whether generic writers may remove it, also with the
+  // directory. Raises `Kel::Error` for a name that is empty or holds "/" or "[", for one that is taken, for
+  // an entity that has or had a parent, and when the directory itself has been removed.
   void entityIs(std::string_view name, Ptr<Entity> const& entity, bool removable = true);
-  // Makes an entity of the type, as the type's own hook for directories does it (`TypeDesc::newEntityForDir`), and takes it.
+  // Makes an entity of the type, as the type's own hook for directories does it
+  // (`TypeDesc::newEntityForDir`), and takes it.
   Ptr<Entity> newEntity(std::string_view name, KelType type, ArgList const& args);
   // A directory of that name, made if missing. Raises `Kel::Error` when something else has the name.
   Ptr<Dir> dirIs(std::string_view name);

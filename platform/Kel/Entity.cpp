@@ -1,3 +1,5 @@
+// How names are made of keys, how members are attached and detached, and the end, which goes down to all
+// below. Singletons too.
 #include "Kel/Entity.h"
 
 #include <absl/strings/str_replace.h>
@@ -28,7 +30,8 @@ Singletons& singletons() {
   return *instance;
 }
 
-// "[name=text]". Between the brackets of a key brackets nest, and a backslash takes the next character as it is.
+// "[name=text]". Between the brackets of a key brackets nest, and a backslash takes the next character as it
+// is.
 void appendGroup(std::string& out, std::string_view name, std::string_view text) {
   out.append(1, '[').append(name).append(1, '=');
   for (char const c : text) {
@@ -40,8 +43,8 @@ void appendGroup(std::string& out, std::string_view name, std::string_view text)
 
 bool isStructured(TypeDesc const& type) { return type.kind == TypeKind::Struct && !type.hasGnmiStrRep; }
 
-// A group for each field of a structured key that is set. Fields of fields are named from the outer one on, with "__" between, and a
-// string marks a "__" of its own with a backslash, as keys have it in paths.
+// A group for each field of a structured key that is set. Fields of fields are named from the outer one on,
+// with "__" between, and a string marks a "__" of its own with a backslash, as keys have it in paths.
 void appendFields(std::string& out, std::string const& above, Ptr<GenericIf const> const& key) {
   for (KelTypeBase::AttributeQIterator field(key->type()); field; ++field) {
     Ptr<GenericIf const> const value = (*field).genericIfGet(key);
@@ -63,7 +66,8 @@ struct Place {
   Ptr<GenericIf const> key;
 };
 
-// The key groups of a member's name: the fields of a structured key, else the index attribute or the attribute's name with "Key".
+// The key groups of a member's name: the fields of a structured key, else the index attribute or the
+// attribute's name with "Key".
 std::string keyGroups(KelAttr attr, Ptr<GenericIf const> const& key) {
   std::string groups;
   if (isStructured(key->type().desc())) {

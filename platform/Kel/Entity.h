@@ -17,22 +17,26 @@ namespace Kel {
 
 class Dir;
 
-// Owned by its parent (a directory, or another entity's instantiating attribute) and by whoever holds a `Ptr` to it. Removal
-// from the parent ends its place in the tree, whoever still holds it: it is detached and an orphan from then on, the parent's
-// observers are told, then its own observers learn `onZeroReferences`, and so do those of everything beneath it. It is never
-// attached again, and takes no children any more (`Kel::Error`). Lives on the scheduler thread.
+// Owned by its parent (a directory, or another entity's instantiating attribute) and by whoever holds a `Ptr`
+// to it. Removal from the parent ends its place in the tree, whoever still holds it: it is detached and an
+// orphan from then on, the parent's observers are told, then its own observers learn `onZeroReferences`, and
+// so do those of everything beneath it. It is never attached again, and takes no children any more
+// (`Kel::Error`). Lives on the scheduler thread.
 //
-// A class of the model derives from `EntityOf<Itself>`, keeps its attributes as public data members and changes them only through
-// the protected operations below, each of which tells the observers when it changed something.
+// A class of the model derives from `EntityOf<Itself>`, keeps its attributes as public data members and
+// changes them only through the protected operations below, each of which tells the observers when it changed
+// something.
 class KTD_EXPORT Entity : public PtrInterface {
 public:
   ~Entity() override;
 
-  // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a member of a collection
-  // by its key, field by field as "[field=text]", with a backslash before each bracket and backslash of the text.
+  // The name within the parent: in a directory the entry's name; else the attribute's name, followed for a
+  // member of a collection by its key, field by field as "[field=text]", with a backslash before each bracket
+  // and backslash of the text.
   [[nodiscard]] virtual String name() const;
-  // The absolute name in the directory tree: the names of the places from the root on (whatever `name` of a class says), each after
-  // a "/". As a path's text it leads back to the entity, whatever its keys are. Empty for the root directory.
+  // The absolute name in the directory tree: the names of the places from the root on (whatever `name` of a
+  // class says), each after a "/". As a path's text it leads back to the entity, whatever its keys are. Empty
+  // for the root directory.
   [[nodiscard]] String fullName() const;
   // It has been removed from its parent (or an ancestor of it has).
   [[nodiscard]] bool isOrphan() const noexcept { return orphan_; }
@@ -47,11 +51,13 @@ public:
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
 
   [[nodiscard]] NotifieeList* notifieeList() const override { return &notifiees_; }
-  // Called when it has got or lost its place, before the observers are told. What it raises is traced and goes no further.
+  // Called when it has got or lost its place, before the observers are told. What it raises is traced and
+  // goes no further.
   virtual void handleParent() {}
 
-  // The process-wide singleton entities, by type name. They live until `singletonDel`. `singletonIs` makes what is not there; it
-  // raises `Kel::Error` when the type makes no entity, or when there is one of another type:
+  // The process-wide singleton entities, by type name. They live until `singletonDel`. `singletonIs` makes
+  // what is not there; it raises `Kel::Error` when the type makes no entity, or when there is one of another
+  // type:
   [[nodiscard]] static bool singletonExists(std::string_view name);
   static Ptr<Entity> singletonIs(KelType type, std::string_view name);
   static void singletonDel(std::string_view name); // a missing one is no matter
@@ -63,7 +69,8 @@ public:
   }
 
   // --- for the attribute descriptors, and `notify` for classes with hooks; not for users ------------
-  // Sets the parent link; the caller puts the child where it belongs, says `placed`, and tells the observers, in this order.
+  // Sets the parent link; the caller puts the child where it belongs, says `placed`, and tells the observers,
+  // in this order.
   static void attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> outsideKey, Entity& child);
   static void placed(Entity& child);          // it has its place: calls `handleParent`
   static void detach(Entity& child) noexcept; // takes the parent link away
@@ -133,8 +140,8 @@ public:
   [[nodiscard]] KelType fwkType() const override { return typeOf<T>(); }
 };
 
-// A handle to an entity, for generic access; of an entity that may not be changed, one that only reads. Keeps the entity alive. Null gives
-// null.
+// A handle to an entity, for generic access; of an entity that may not be changed, one that only reads. Keeps
+// the entity alive. Null gives null.
 template <class E>
 requires std::is_base_of_v<Entity, E>
 [[nodiscard]] auto handleTo(Ptr<E> const& entity) {
@@ -142,8 +149,9 @@ requires std::is_base_of_v<Entity, E>
   return GenericIf::toObject(static_cast<Object*>(entity.get()));
 }
 
-// The entity behind a handle. Null for a null handle, a handle to a value, to an entity that is no E, and for a weak one whose entity has
-// gone. Given out of a handle that only reads, too, as by `GenericIf::object`: generic reads give no others.
+// The entity behind a handle. Null for a null handle, a handle to a value, to an entity that is no E, and for
+// a weak one whose entity has gone. Given out of a handle that only reads, too, as by `GenericIf::object`:
+// generic reads give no others.
 template <class E = Entity>
 requires std::is_base_of_v<Entity, E>
 [[nodiscard]] Ptr<E> entityAt(Ptr<GenericIf const> const& handle) {

@@ -7,7 +7,8 @@
 
 namespace Kel {
 
-// Made by `Entity::anchor`, owned by the entity and by whoever keeps the identity. The entity clears it when it is destroyed.
+// Made by `Entity::anchor`, owned by the entity and by whoever keeps the identity. The entity clears it when
+// it is destroyed.
 class EntityAnchor final : public PtrInterface {
 public:
   explicit EntityAnchor(Entity const& entity) noexcept

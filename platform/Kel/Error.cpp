@@ -1,3 +1,5 @@
+// How errors are raised, the text of whatever was raised, and what observers raise: traced and dropped.
+// Failed assertions pass on.
 #include "Kel/Error.h"
 
 #include <fmt/core.h>

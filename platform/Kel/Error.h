@@ -22,7 +22,8 @@ public:
 
 // Raises `Kel::Error`.
 [[noreturn]] KTD_EXPORT void throwError(std::string text);
-// For `catch (...)`: the text of the exception in hand, whatever it is. A failed assertion, which throws in tests only, goes on.
+// For `catch (...)`: the text of the exception in hand, whatever it is. A failed assertion, which throws in
+// tests only, goes on.
 [[nodiscard]] KTD_EXPORT std::string raisedText();
 // The same where host code was told of what has happened already: its exception is traced and ends there.
 KTD_EXPORT void traceRaised(char const* who);

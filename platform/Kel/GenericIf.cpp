@@ -1,3 +1,5 @@
+// Values up to a few words lie in the handle, larger ones in a counted box, objects in themselves; weak
+// handles hold an anchor.
 #include "Kel/GenericIf.h"
 
 #include <cstring>

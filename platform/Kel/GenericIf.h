@@ -14,8 +14,9 @@
 
 namespace Kel {
 
-// The state of a collection iteration: where it stands, by key. Survives any change of the collection, at any moment, and keeps the
-// object that holds the collection alive. Whatever the kind of collection, it is in one of four states:
+// The state of a collection iteration: where it stands, by key. Survives any change of the collection, at any
+// moment, and keeps the object that holds the collection alive. Whatever the kind of collection, it is in one
+// of four states:
 //
 //   state | stands at                         | the test, when that member has gone | ++
 //   ------+-----------------------------------+-------------------------------------+--------------------------------------
@@ -26,21 +27,21 @@ namespace Kel {
 //         | given one and was not given yet   |                                     | has gone): Fresh
 //   Ended | nothing, for good                 | false                               | stays
 //
-// "The next one" has the smallest greater key at that moment; when there is none, the iteration has ended and stays so, whatever is
-// added later. So each member is given once, and none that was there all the time is left out. Only the test and ++ move: `key` and
-// `value` speak of the same member. The value is null when that member has gone since; at the end both are null.
-// Arrays stand at an index instead of a key, and the collections of types with hooks of their own do not give what is added
-// meanwhile.
-// docs/decisions.md: "Where does an iterator stand when its member goes?"
+// "The next one" has the smallest greater key at that moment; when there is none, the iteration has ended and
+// stays so, whatever is added later. So each member is given once, and none that was there all the time is
+// left out. Only the test and ++ move: `key` and `value` speak of the same member. The value is null when
+// that member has gone since; at the end both are null. Arrays stand at an index instead of a key, and the
+// collections of types with hooks of their own do not give what is added meanwhile. docs/decisions.md: "Where
+// does an iterator stand when its member goes?"
 class KTD_EXPORT Cursor : public PtrInterface {
 public:
   [[nodiscard]] virtual bool valid() = 0;                 // the test
   virtual void advance() = 0;                             // ++
   [[nodiscard]] virtual Ptr<GenericIf const> key() = 0;   // see above
   [[nodiscard]] virtual Ptr<GenericIf const> value() = 0; // see above
-  // The object that is the member so many steps from here, 0 being the current one; null when there is none, when members are no
-  // objects, and whenever the cursor would have to look for it. A hint, which counts as no giving: for whoever wants to have it at
-  // hand in time.
+  // The object that is the member so many steps from here, 0 being the current one; null when there is none,
+  // when members are no objects, and whenever the cursor would have to look for it. A hint, which counts as
+  // no giving: for whoever wants to have it at hand in time.
   [[nodiscard]] virtual PtrInterface const* objectAhead(std::size_t steps) const noexcept {
     static_cast<void>(steps);
     return nullptr;
@@ -75,17 +76,18 @@ public:
   void const* data = nullptr;     // its raw form
 };
 
-// A handle holds a scalar in itself, refers to any other value in place (and then keeps its owner alive), or refers to an
-// object. Handles through which one may write are `Ptr<GenericIf>`: to objects, and to detached values. Handles to values
-// inside an object are `Ptr<GenericIf const>`; to change such a value, clone it, change the clone, and set it.
-// Made and dropped in nanoseconds (`kelMemAlloc`), on the scheduler thread.
+// A handle holds a scalar in itself, refers to any other value in place (and then keeps its owner alive), or
+// refers to an object. Handles through which one may write are `Ptr<GenericIf>`: to objects, and to detached
+// values. Handles to values inside an object are `Ptr<GenericIf const>`; to change such a value, clone it,
+// change the clone, and set it. Made and dropped in nanoseconds (`kelMemAlloc`), on the scheduler thread.
 class KTD_EXPORT GenericIf final : public PtrInterface {
 public:
   class NotifieeConst;
 
   using AttributeOp = Kel::AttributeOp; // what dispatchers are asked
 
-  // Goes through a collection as `Cursor` says: `for (auto it = attr.genericIfIteratorConst(object); it; ++it)`. Moved, not copied.
+  // Goes through a collection as `Cursor` says: `for (auto it = attr.genericIfIteratorConst(object); it;
+  // ++it)`. Moved, not copied.
   class Iterator : public GenericIfRaw::Iterator {
   public:
     using GenericIfRaw::Iterator::Iterator;
@@ -110,29 +112,32 @@ public:
   // An object.
   [[nodiscard]] static Ptr<GenericIf> toObject(PtrInterface* object);
   [[nodiscard]] static Ptr<GenericIf const> toObject(PtrInterface const* object);
-  // An entity by weak identity: it compares and hashes like the entity, does not keep it alive, and `object()` is null once the
-  // entity has gone.
+  // An entity by weak identity: it compares and hashes like the entity, does not keep it alive, and
+  // `object()` is null once the entity has gone.
   [[nodiscard]] static Ptr<GenericIf const> weak(Entity const& entity);
   [[nodiscard]] static Ptr<GenericIf const> weak(TypeDesc const& type, PtrInterface const& anchor);
 
   // --- asking ----------------------------------------------------------------------------------------
   [[nodiscard]] KelType type() const noexcept { return KelType(type_); } // of the object or value
-  // The address of the object or value seen as `type`: a `PtrInterface*` for objects (their own type and those it extends), else
-  // the raw form of the value (its own type only). Null when it is none of that type.
+  // The address of the object or value seen as `type`: a `PtrInterface*` for objects (their own type and
+  // those it extends), else the raw form of the value (its own type only). Null when it is none of that type.
   [[nodiscard]] void* voidPtrIs(KelType type) const noexcept;
   // The object behind the handle; null for a value, and for a weak handle whose entity has gone.
   [[nodiscard]] PtrInterface* object() const noexcept;
   // The raw form of the value; for an object its `PtrInterface*`.
   [[nodiscard]] void* data() const noexcept { return data_; }
-  // What keeps `data` alive: the object itself, the holder of the value, a box, or this handle; of a weak one, the identity.
+  // What keeps `data` alive: the object itself, the holder of the value, a box, or this handle; of a weak
+  // one, the identity.
   [[nodiscard]] PtrInterface const& owner() const noexcept { return owner_ != nullptr ? *owner_ : *this; }
 
-  // The held value when this is a scalar of kind T (`Kel::String`, bool, char, 8 to 64-bit integers, float, double, `Kel::Time`,
-  // `Kel::Seconds`, `Kel::Bytes`, `Kel::JsonString`); else null. Valid while the handle lives.
+  // The held value when this is a scalar of kind T (`Kel::String`, bool, char, 8 to 64-bit integers, float,
+  // double, `Kel::Time`, `Kel::Seconds`, `Kel::Bytes`, `Kel::JsonString`); else null. Valid while the handle
+  // lives.
   template <class T>
   [[nodiscard]] T const* attrValPtr() const noexcept;
 
-  // The text form: parses back through KelType::genericIf(text). References and structures print for people only.
+  // The text form: parses back through KelType::genericIf(text). References and structures print for people
+  // only.
   [[nodiscard]] std::string strRep() const;
   // The gNMI string representation; for types without one, the plain text of the value.
   [[nodiscard]] std::string gnmiStrRep() const;
@@ -211,16 +216,16 @@ inline constexpr BuiltinKind kBuiltinOf<Time> = BuiltinKind::Time;
 template <>
 inline constexpr BuiltinKind kBuiltinOf<JsonString> = BuiltinKind::JsonString;
 
-// The descriptor of a type that is no builtin; defined with the declarations (Kel/Declare.h). One for the whole process,
-// whichever library asks: hence exported, and out of line in the unit that declares the type.
+// The descriptor of a type that is no builtin; defined with the declarations (Kel/Declare.h). One for the
+// whole process, whichever library asks: hence exported, and out of line in the unit that declares the type.
 template <class T>
 struct KTD_EXPORT DeclaredType {
   static TypeDesc& desc();
 };
 } // namespace Impl
 
-// The descriptor of a C++ type of the model. Builtins have theirs; declared types get theirs on first mention, and it is completed
-// by their declaration.
+// The descriptor of a C++ type of the model. Builtins have theirs; declared types get theirs on first
+// mention, and it is completed by their declaration.
 template <class T>
 [[nodiscard]] TypeDesc& descOf() {
   if constexpr (Impl::kBuiltinOf<T> != BuiltinKind::None) {

@@ -1,9 +1,10 @@
 // Kel::HashMap2018: the model's keyed collection for small maps that may grow large.
 //
 // Invariants
-// 1. The nodes lie in one contiguous array in an order of the collection's own: deleting moves the last node into the gap.
-// 2. Up to `kFlat` nodes a lookup compares them one by one; beyond that an index from key to position is kept, and it names
-//    every node.
+// 1. The nodes lie in one contiguous array in an order of the collection's own: deleting moves the last node
+//    into the gap.
+// 2. Up to `kFlat` nodes a lookup compares them one by one; beyond that an index from key to position is
+//    kept, and it names every node.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>

@@ -1,3 +1,5 @@
+// Each operation becomes one request to the dispatcher, iteration the type's own functions; a refusal names
+// the attribute.
 #include "Kel/Hooks.h"
 
 #include <boost/container/small_vector.hpp>

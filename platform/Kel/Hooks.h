@@ -1,7 +1,7 @@
 // Types whose objects answer generic access themselves, through a dispatcher and iterator hooks of their own.
 //
-// A library that brings classes with operations (as the path types do) registers them here: the attribute is named, and every
-// generic access to it arrives at the type's dispatcher together with the attribute's id.
+// A library that brings classes with operations (as the path types do) registers them here: the attribute is
+// named, and every generic access to it arrives at the type's dispatcher together with the attribute's id.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,10 @@ enum class AttributeOpResult : std::uint8_t {
   NotHandled,   // the attribute is not the type's own; it is left to the base type
 };
 
-// All functions run on the scheduler thread. A collection's iteration state is the type's own, made by `create` (at the first member,
-// or at the first not before `start`) and given back to `del`. It keeps to the states of `Cursor` but for the last, Ended, which is
-// seen to here: after `nonNull` has once said no, no other function is called but `del`.
+// All functions run on the scheduler thread. A collection's iteration state is the type's own, made by
+// `create` (at the first member, or at the first not before `start`) and given back to `del`. It keeps to the
+// states of `Cursor` but for the last, Ended, which is seen to here: after `nonNull` has once said no, no
+// other function is called but `del`.
 struct TypeHooks {
   // Answers one access in `result`; what it raises is the error of whoever asked.
   using AttributeOpFn = AttributeOpResult (*)(PtrInterface* object, AttributeId attribute,
@@ -44,9 +45,9 @@ struct TypeHooks {
     Ptr<GenericIf const> (*object)(void* state) = nullptr; // its value
   };
 
-  // Arguments by operation: Get, Delete and Contains take the key (nothing for a value attribute), Set the key and the value (the
-  // value alone for a value attribute), Count nothing, Call the operation's arguments. Get answers with the value or null, Count
-  // and Contains with a U64 and a Bool.
+  // Arguments by operation: Get, Delete and Contains take the key (nothing for a value attribute), Set the
+  // key and the value (the value alone for a value attribute), Count nothing, Call the operation's arguments.
+  // Get answers with the value or null, Count and Contains with a U64 and a Bool.
   AttributeOpFn genericIfAttributeOp = nullptr;
   Iteration iteration; // of all collection attributes
   // Makes a detached object from constructor arguments; without it there are no generic constructions.

@@ -1,3 +1,5 @@
+// Values and objects as JSON texts, by kind. What is no text or no JSON is mended or quoted, so that the
+// whole can always be read.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -44,9 +46,9 @@ void appendText(std::string& out, std::string_view text) {
   out += '"';
 }
 
-// A value that says it is JSON: as it is when it is so, as a text otherwise, or what it stands in could not be read. The empty one is
-// the default and stands for no value.
-// docs/decisions.md: "What does a value that says it is JSON print inside a JSON text?"
+// A value that says it is JSON: as it is when it is so, as a text otherwise, or what it stands in could not
+// be read. The empty one is the default and stands for no value. docs/decisions.md: "What does a value that
+// says it is JSON print inside a JSON text?"
 void appendJson(std::string& out, std::string_view text) {
   if (text.empty()) {
     out += "null";

@@ -1,3 +1,5 @@
+// Whether a text is one JSON value, by descent of at most 128 levels, UTF-8 included. Nothing is allocated or
+// made of it.
 #include "Kel/Text.h"
 #include "Kstd/Utf8.h"
 

@@ -1,3 +1,5 @@
+// Each thread has lists of its own, without a lock; chunks, surplus and what ended threads leave are shared
+// under one.
 #include "Kel/Memory.h"
 
 #include <pthread.h>
@@ -32,8 +34,8 @@ struct Rest {
   [[nodiscard]] std::size_t bytes() const noexcept { return static_cast<std::size_t>(end - begin); }
 };
 
-// What the threads share: every chunk ever taken (so that a leak checker reaches all blocks); what threads that free more than they
-// allocate, and those that have ended, leave to the others.
+// What the threads share: every chunk ever taken (so that a leak checker reaches all blocks); what threads
+// that free more than they allocate, and those that have ended, leave to the others.
 struct Shared {
   std::mutex mutex;
   std::vector<void*> chunks;
@@ -53,8 +55,8 @@ struct ThreadLists {
   Rest rest;
 };
 
-// Plain data without constructor or destructor: valid at any time in a thread's life. Initial-exec access keeps the
-// fast path free of a call into the loader.
+// Plain data without constructor or destructor: valid at any time in a thread's life. Initial-exec access
+// keeps the fast path free of a call into the loader.
 __attribute__((tls_model("initial-exec"))) thread_local constinit ThreadLists lists{};
 
 // A list that grows to this length is handed to the others as one batch.
@@ -105,7 +107,8 @@ void* carve(std::size_t index) {
   return std::exchange(mine.rest.begin, mine.rest.begin + bytes);
 }
 
-// Appends to the surplus of a class. Small lists of threads that end are joined, so that taking one is worth its lock.
+// Appends to the surplus of a class. Small lists of threads that end are joined, so that taking one is worth
+// its lock.
 void leave(Shared& all, std::size_t index, FreeList list) {
   auto& surplus = all.surplus[index];
   if (!surplus.empty() && surplus.back().length + list.length <= kBatch) {

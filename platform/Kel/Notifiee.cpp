@@ -1,3 +1,5 @@
+// Joining and leaving a list, also while it is told; a list of one takes no block, a longer one closes its
+// gaps when it is quiet.
 #include "Kel/Notifiee.h"
 
 #include <algorithm>
@@ -97,7 +99,8 @@ void NotifieeList::remove(Member notifiee) noexcept {
   tidy();
 }
 
-// Closes the gaps once they are half of all places, so that it takes no time to speak of, and gives up the block for a single one.
+// Closes the gaps once they are half of all places, so that it takes no time to speak of, and gives up the
+// block for a single one.
 void NotifieeList::tidy() noexcept {
   Several* const members = several();
   if (members->visits > 0 || members->left * 2 < members->places.size()) return;

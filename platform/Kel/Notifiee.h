@@ -12,11 +12,12 @@
 
 namespace Kel {
 
-// An observer attached to one notifier object. Registered and active, it is told of every change of an attribute of its
-// notifier and of the notifier's end. Whoever made it owns it; the notifier does not. Dropping it ends the observation, while it is being
-// told itself when that call returns.
-// All calls come on the scheduler thread, synchronously, after the model is consistent again. He may change the model, which then tells
-// again from within. What he raises is traced and goes no further: the change stands, and the others are told.
+// An observer attached to one notifier object. Registered and active, it is told of every change of an
+// attribute of its notifier and of the notifier's end. Whoever made it owns it; the notifier does not.
+// Dropping it ends the observation, while it is being told itself when that call returns. All calls come on
+// the scheduler thread, synchronously, after the model is consistent again. He may change the model, which
+// then tells again from within. What he raises is traced and goes no further: the change stands, and the
+// others are told.
 class KTD_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 public:
   NotifieeConst() = default;
@@ -24,20 +25,22 @@ public:
   explicit NotifieeConst(PtrInterface const* notifier);
   ~NotifieeConst() override;
 
-  // The notifier has ended: it was removed from its parent, or lost its last reference. Told once. The notifier must not be
-  // wrapped in a handle from here.
+  // The notifier has ended: it was removed from its parent, or lost its last reference. Told once. The
+  // notifier must not be wrapped in a handle from here.
   virtual void onZeroReferences() {}
   // An attribute changed. `key`: the raw key of the member for a collection attribute (see
-  // `GenericIf::NotifieeConst::keyPointerToGif`), valid during the call; else null. A null key for a collection means all of it.
+  // `GenericIf::NotifieeConst::keyPointerToGif`), valid during the call; else null. A null key for a
+  // collection means all of it.
   virtual void onAttribute(AttributeId id, void const* key) {
     static_cast<void>(id);
     static_cast<void>(key);
   }
 
-  // Attaches to another notifier (null: to none). Its two properties below stay, in whichever order they are set.
+  // Attaches to another notifier (null: to none). Its two properties below stay, in whichever order they are
+  // set.
   void notifierIs(PtrInterface const* notifier);
-  // Weak: does not keep the notifier alive, and has none when that has gone. A notifier without a list of observers could not say so: it
-  // is kept alive all the same.
+  // Weak: does not keep the notifier alive, and has none when that has gone. A notifier without a list of
+  // observers could not say so: it is kept alive all the same.
   void isWeakReferenceIs(bool weak);
   // Told of what happens, or not.
   void isRegisteredNotifieeIs(bool registered);
@@ -61,9 +64,10 @@ private:
   std::uint32_t place_ = kNowhere; // in the notifier's list
 };
 
-// The observers of one object, in the order of their registration, and those that only want to know that it has gone. Tolerates
-// registration and removal during a visit: who was registered when the visit began is told, unless he has left meanwhile; who joins
-// during it is not. Joining and leaving take the same time however many there are. 8 bytes, and no storage of its own for a single one.
+// The observers of one object, in the order of their registration, and those that only want to know that it
+// has gone. Tolerates registration and removal during a visit: who was registered when the visit began is
+// told, unless he has left meanwhile; who joins during it is not. Joining and leaving take the same time
+// however many there are. 8 bytes, and no storage of its own for a single one.
 class KTD_EXPORT NotifieeList {
 public:
   using Member = PtrInterface::NotifieeConst*; // not owned

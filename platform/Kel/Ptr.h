@@ -8,9 +8,9 @@
 
 namespace Kel {
 
-// Holds one reference to a `PtrInterface` (or is null). Copying adds a reference, destruction drops one, and the last drop
-// runs the object's `handleZeroRef`. Equality is identity. Not safe for concurrent use of one `Ptr`; whether two `Ptr`s to one
-// object may live on two threads is `VFPtrInterface::threadSafePointers_`.
+// Holds one reference to a `PtrInterface` (or is null). Copying adds a reference, destruction drops one, and
+// the last drop runs the object's `handleZeroRef`. Equality is identity. Not safe for concurrent use of one
+// `Ptr`; whether two `Ptr`s to one object may live on two threads is `VFPtrInterface::threadSafePointers_`.
 template <class T>
 class Ptr {
 public:

@@ -1,3 +1,5 @@
+// What needs more than the header knows: the type of an untyped object, and telling observers of the end,
+// once.
 #include "Kel/PtrInterface.h"
 
 #include "Kel/Notifiee.h"

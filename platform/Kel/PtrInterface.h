@@ -14,9 +14,10 @@ namespace Kel {
 class KelType;
 class NotifieeList;
 
-// Lives on the scheduler thread (its count alone may change elsewhere, see `VFPtrInterface::threadSafePointers_`). Made with
-// `new`, owned by the `Ptr`s to it, and ended by `handleZeroRef` when the last one lets go. Its storage comes from
-// `kelMemAlloc`, whatever the derived class.
+// Lives on the scheduler thread (its count alone may change elsewhere, see
+// `VFPtrInterface::threadSafePointers_`). Made with `new`, owned by the `Ptr`s to it, and ended by
+// `handleZeroRef` when the last one lets go. Its storage comes from `kelMemAlloc`, whatever the derived
+// class.
 class KTD_EXPORT PtrInterface : public VFPtrInterface {
 public:
   class NotifieeConst;
@@ -57,7 +58,8 @@ protected:
 
   // The observers know of the end.
   [[nodiscard]] bool zeroReferencesTold() const noexcept { return zeroReferencesTold_; }
-  // Gives up a reference without ending the object at the last one: for a constructor that hands its object out and keeps it meanwhile.
+  // Gives up a reference without ending the object at the last one: for a constructor that hands its object
+  // out and keeps it meanwhile.
   void unrefInConstructor() const noexcept { static_cast<void>(refs_.drop()); }
 
 private:

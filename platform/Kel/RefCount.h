@@ -10,8 +10,9 @@ namespace Kel {
 
 class KTD_EXPORT VFPtrInterface {
 public:
-  // Set: reference counts change atomically, so that handles may be dropped on any thread. Clear (the default): plain
-  // arithmetic, for a process in which only the scheduler thread holds handles. To be set before the first object is made.
+  // Set: reference counts change atomically, so that handles may be dropped on any thread. Clear (the
+  // default): plain arithmetic, for a process in which only the scheduler thread holds handles. To be set
+  // before the first object is made.
   static bool threadSafePointers_;
 };
 

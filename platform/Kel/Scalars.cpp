@@ -1,3 +1,5 @@
+// Seconds are doubles, nanoseconds integers: the way back takes the neighbour that gives the same count
+// again, and nothing overflows.
 #include "Kel/Scalars.h"
 
 #include <cmath>
@@ -10,8 +12,8 @@ constexpr double kNsPerSecond = 1e9;
 constexpr double kTwo63 = 9223372036854775808.0;
 constexpr double kTwo64 = 18446744073709551616.0;
 
-// The double whose own nanosecond count is `ns` where there is one, looking at the quotient and its two neighbours; beyond the
-// resolution of a double, the quotient.
+// The double whose own nanosecond count is `ns` where there is one, looking at the quotient and its two
+// neighbours; beyond the resolution of a double, the quotient.
 template <class Ns, class Encode>
 double secondsFor(Ns ns, Encode encode) noexcept {
   double const quotient = static_cast<double>(ns) / kNsPerSecond;

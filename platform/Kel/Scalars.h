@@ -11,9 +11,9 @@ namespace Kel {
 // Names an attribute within its type. Notifications carry it, and there it can be negative.
 using AttributeId = std::int32_t;
 
-// A duration in seconds. Whatever is stored is quantised to a double that its own number of nanoseconds leads back to, so
-// that the nanosecond text of a value gives that value again. Values beyond the range of a signed 64-bit number of nanoseconds
-// are clamped; NaN is 0.
+// A duration in seconds. Whatever is stored is quantised to a double that its own number of nanoseconds leads
+// back to, so that the nanosecond text of a value gives that value again. Values beyond the range of a signed
+// 64-bit number of nanoseconds are clamped; NaN is 0.
 class KTD_EXPORT Seconds {
 public:
   constexpr Seconds() noexcept = default;
@@ -31,7 +31,8 @@ private:
   double seconds_ = 0;
 };
 
-// A point in time, in seconds since the Unix epoch; never negative. Quantised like `Seconds`, over unsigned nanoseconds.
+// A point in time, in seconds since the Unix epoch; never negative. Quantised like `Seconds`, over unsigned
+// nanoseconds.
 class KTD_EXPORT Time {
 public:
   constexpr Time() noexcept = default;

@@ -1,3 +1,5 @@
+// Objects with room for their slots behind them, the raw forms of structures and arrays, and access to
+// values, single and keyed.
 #include "Kel/Slots.h"
 
 #include <map>

@@ -1,13 +1,14 @@
-// Storage of the types that are described wholly at run time: their objects hold one slot for each attribute. For
-// `TypeBuilder`; users of the model never meet it.
+// Storage of the types that are described wholly at run time: their objects hold one slot for each attribute.
+// For `TypeBuilder`; users of the model never meet it.
 //
 // Invariants
-// 1. A slot lies at `AttrDesc::offset` of the raw form, as the member of a declared class does: what reaches the one reaches the
-//    other. What a slot is follows from the attribute alone, see `visitSlot`.
-// 2. A value in a slot is an immutable, detached handle: a write replaces the handle, a read hands out the handle itself and
-//    allocates nothing. It is null where an optional attribute is not set, and nowhere else.
-// 3. `ValueOps::size` of a run-time type is the space that its slots take: the raw form of a structure, and what follows the
-//    `SlotEntity` of an entity.
+// 1. A slot lies at `AttrDesc::offset` of the raw form, as the member of a declared class does: what reaches
+//    the one reaches the other. What a slot is follows from the attribute alone, see `visitSlot`.
+// 2. A value in a slot is an immutable, detached handle: a write replaces the handle, a read hands out the
+//    handle itself and allocates nothing. It is null where an optional attribute is not set, and nowhere
+//    else.
+// 3. `ValueOps::size` of a run-time type is the space that its slots take: the raw form of a structure, and
+//    what follows the `SlotEntity` of an entity.
 #pragma once
 
 #include <cstddef>

@@ -1,3 +1,5 @@
+// A text and its count are one block. The table of interned texts holds no reference: they leave it with
+// their last holder.
 #include "Kel/String.h"
 
 #include <absl/container/flat_hash_set.h>
@@ -36,8 +38,8 @@ struct RepEqual {
   bool operator()(std::string_view a, TextRep const* b) const noexcept { return a == textOf(b); }
 };
 
-// The interned texts. Holds no reference: a text leaves the table when its last String goes. Locked only where Strings may be
-// dropped on several threads.
+// The interned texts. Holds no reference: a text leaves the table when its last String goes. Locked only
+// where Strings may be dropped on several threads.
 struct InternTable {
   std::mutex mutex;
   absl::flat_hash_set<TextRep*, RepHash, RepEqual, EndingAllocator<TextRep*>> reps;

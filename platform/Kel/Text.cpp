@@ -1,3 +1,5 @@
+// Printing and parsing by kind: quoted where a text must say what it is, plain for keys. JSON texts are in
+// Json.cpp.
 #include "Kel/Text.h"
 
 #include <fmt/format.h>

@@ -20,9 +20,10 @@ enum class Quotation {
 // The same from a gNMI string representation.
 [[nodiscard]] std::optional<std::string> parsePlain(TypeDesc const& type, std::string_view text, void* to);
 
-// A value or object as JSON, always one that can be read: integers as numbers, structures and entities as objects of what is set,
-// arrays as lists, keyed collections as objects by key, JSON as it is (null when it is empty), references and everything else, JSON
-// that is none too, as texts. What is no number and what is not UTF-8 cannot be told: null, and the replacement character.
+// A value or object as JSON, always one that can be read: integers as numbers, structures and entities as
+// objects of what is set, arrays as lists, keyed collections as objects by key, JSON as it is (null when it
+// is empty), references and everything else, JSON that is none too, as texts. What is no number and what is
+// not UTF-8 cannot be told: null, and the replacement character.
 [[nodiscard]] std::string toJson(GenericIf const& value);
 // One attribute of an object as JSON; none when it is not set.
 [[nodiscard]] std::optional<std::string> attrToJson(AttrDesc const& attr, Ptr<GenericIf const> const& obj);

@@ -1,3 +1,5 @@
+// Looking up attributes, making values from raw forms, texts and arguments, comparing two of them. The table
+// of modules, too.
 #include "Kel/Type.h"
 
 #include <absl/container/flat_hash_map.h>

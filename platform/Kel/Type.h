@@ -16,8 +16,9 @@ namespace Kel {
 class KelAttr;
 class KelType;
 
-// What can be asked of a type. A value of pointer size over an immutable descriptor that lives for the process; compared by
-// identity. A default-made one is invalid: of the operations below, only the comparison and the bool test may be used then.
+// What can be asked of a type. A value of pointer size over an immutable descriptor that lives for the
+// process; compared by identity. A default-made one is invalid: of the operations below, only the comparison
+// and the bool test may be used then.
 class KTD_EXPORT KelTypeBase {
 public:
   constexpr KelTypeBase() noexcept = default;
@@ -63,7 +64,8 @@ public:
   [[nodiscard]] std::size_t attrCount() const { return desc_->attrs.size(); }
   [[nodiscard]] KelAttr attrAt(std::size_t index) const; // in declaration order
 
-  // Walks the attributes of a type in declaration order. Its state is two words that can be kept and gone on from.
+  // Walks the attributes of a type in declaration order. Its state is two words that can be kept and gone on
+  // from.
   class AttributeQIterator {
   public:
     AttributeQIterator() noexcept = default;
@@ -93,18 +95,21 @@ public:
 
   using KelTypeBase::KelTypeBase;
 
-  // Of a nominal type or a key-pointer wrapper: the attribute that holds the wrapped value. Otherwise invalid.
+  // Of a nominal type or a key-pointer wrapper: the attribute that holds the wrapped value. Otherwise
+  // invalid.
   [[nodiscard]] KelAttr valAttr() const;
 
-  // A detached value copied from its raw form; without one, the type's default. For the integer kinds the raw form may be a
-  // 64-bit integer, of which a narrower type takes the low-order part; a character pointer is the raw form of a `char`. `active`
-  // sets the handle's notification flag and has no other effect, here and below. Raises `Kel::Error` for a type that is no value type.
+  // A detached value copied from its raw form; without one, the type's default. For the integer kinds the raw
+  // form may be a 64-bit integer, of which a narrower type takes the low-order part; a character pointer is
+  // the raw form of a `char`. `active` sets the handle's notification flag and has no other effect, here and
+  // below. Raises `Kel::Error` for a type that is no value type.
   [[nodiscard]] Ptr<GenericIf> genericIf(void const* raw, bool active = false) const;
   [[nodiscard]] Ptr<GenericIf> genericIf(std::nullptr_t, bool active = false) const;
   // A handle to an object; the object stays alive while the handle does. Null gives null.
   [[nodiscard]] Ptr<GenericIf> genericIf(PtrInterface* object, bool active = false) const;
   [[nodiscard]] Ptr<GenericIf const> genericIf(PtrInterface const* object) const;
-  // A value from its text form, as `GenericIf::strRep` prints it; otherwise a text that says what is wrong. Never raises.
+  // A value from its text form, as `GenericIf::strRep` prints it; otherwise a text that says what is wrong.
+  // Never raises.
   [[nodiscard]] HandleOrText genericIf(String const& text, bool active = false) const;
   template <std::size_t N> // a literal, which is no raw form
   [[nodiscard]] HandleOrText genericIf(char const (&text)[N], bool active = false) const {
@@ -112,17 +117,19 @@ public:
   }
   // A value from its gNMI string representation: likewise, without the quotation of text forms.
   [[nodiscard]] HandleOrText genericIfFromGnmiString(String const& text, bool active = false) const;
-  // A detached, silent object or value from its constructor arguments in constructor order. An argument that is null or
-  // missing takes its default. Raises `Kel::Error` for too many arguments or one of another type.
+  // A detached, silent object or value from its constructor arguments in constructor order. An argument that
+  // is null or missing takes its default. Raises `Kel::Error` for too many arguments or one of another type.
   [[nodiscard]] Ptr<GenericIf> genericIf(ArgList const& args, bool active = false) const;
-  // Compares two values of one type. Raises `Kel::Error` for values of different types and for what is no comparison.
+  // Compares two values of one type. Raises `Kel::Error` for values of different types and for what is no
+  // comparison.
   [[nodiscard]] static bool genericIfBooleanOp(GenericIf const& a, AttributeOp op, GenericIf const& b);
 
   // The attributes that are constructor arguments, in constructor order.
   [[nodiscard]] std::vector<AttrDesc const*> const& ctorArgs() const { return desc_->ctorArgs; }
 };
 
-// Announces a module: the group of types that a library brings along. Types name their module; announcing twice is harmless.
+// Announces a module: the group of types that a library brings along. Types name their module; announcing
+// twice is harmless.
 KTD_EXPORT String kelModuleIs(std::string_view name);
 // The module of the builtin types.
 [[nodiscard]] KTD_EXPORT String const& coreModule();

@@ -1,3 +1,5 @@
+// Modifiers set flags of the last attribute; at the end the rules are asked, and the lookup tables follow
+// from what was declared.
 #include "Kel/TypeBuilder.h"
 
 #include <fmt/format.h>

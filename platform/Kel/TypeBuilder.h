@@ -1,5 +1,5 @@
-// Kel::TypeBuilder: describes a type attribute by attribute. The declarations of C++ classes (Kel/Declare.h) end here, and types
-// that exist only at run time are made with it directly.
+// Kel::TypeBuilder: describes a type attribute by attribute. The declarations of C++ classes (Kel/Declare.h)
+// end here, and types that exist only at run time are made with it directly.
 //
 //   Kel::TypeBuilder vlan("my-module", "vlan", Kel::TypeKind::Entity);
 //   vlan.attr("id", Kel::builtinType(Kel::BuiltinKind::U16)).ctorArg().keyField();
@@ -26,8 +26,9 @@ namespace Kel {
 // The type of a builtin.
 [[nodiscard]] inline KelType builtinType(BuiltinKind kind) { return KelType(&builtinDesc(kind)); }
 
-// Owned by whoever describes a type; used up by `done`. On the thread that sets things up, before the first object is made. What does not fit
-// the kind of the type or of the attribute is told by `done` as a broken rule.
+// Owned by whoever describes a type; used up by `done`. On the thread that sets things up, before the first
+// object is made. What does not fit the kind of the type or of the attribute is told by `done` as a broken
+// rule.
 class KTD_EXPORT TypeBuilder {
 public:
   // A type wholly described at run time: its objects hold slots. Kinds: Struct, Entity.
@@ -72,7 +73,8 @@ public:
   // A form as bytes: such an attribute cannot be set by clients, nor be a key.
   TypeBuilder& gnmiByteRep(std::function<std::string(void const*)> print);
   TypeBuilder& reportsDelete(bool yes); // subscribers are told of the end
-  // Starts from the attributes of the entity type that this one extends; to be called before the first attribute.
+  // Starts from the attributes of the entity type that this one extends; to be called before the first
+  // attribute.
   TypeBuilder& extends(TypeDesc const& base);
 
   // Checks the rules of registration and completes the type. On an error the type stays unusable.
@@ -87,8 +89,8 @@ private:
   AttrDesc* last_ = nullptr;
 };
 
-// A run-time enumeration: the type, or a text that names the rule that was broken. Nominals and unions are declared in C++ only
-// (Kel/Declare.h); a run-time type may have attributes of such types.
+// A run-time enumeration: the type, or a text that names the rule that was broken. Nominals and unions are
+// declared in C++ only (Kel/Declare.h); a run-time type may have attributes of such types.
 [[nodiscard]] KTD_EXPORT Kstd::Result<KelType, std::string>
 runtimeEnum(std::string_view module, std::string_view name, std::vector<Enumerator> enumerators);
 

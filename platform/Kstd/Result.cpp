@@ -1,3 +1,4 @@
+// Asking for a value that is not there ends the process, with the error's text on standard error.
 #include "Kstd/Result.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// One character at a time, by its first byte; longer spellings than need be and halves of pairs are refused.
 #include "Kstd/Utf8.h"
 
 namespace Kstd {

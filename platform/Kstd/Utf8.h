@@ -1,5 +1,5 @@
-// UTF-8 (RFC 3629): what a text must be to go into a message. A reader drops a whole message for one text that is not.
-// docs/decisions.md: "What of a text that is no UTF-8?"
+// UTF-8 (RFC 3629): what a text must be to go into a message. A reader drops a whole message for one text
+// that is not. docs/decisions.md: "What of a text that is no UTF-8?"
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,8 @@
 
 namespace Kstd {
 
-// How many bytes the character at the front of the text has: 1 to 4, or 0 when there is none. REQUIRES a text that is not empty.
+// How many bytes the character at the front of the text has: 1 to 4, or 0 when there is none. REQUIRES a text
+// that is not empty.
 [[nodiscard]] KTD_EXPORT std::size_t utf8CharacterSize(std::string_view text) noexcept;
 
 namespace Impl {

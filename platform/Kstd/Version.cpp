@@ -1,3 +1,5 @@
+// The version comes from the build as a macro of this file alone, so that a new one compiles nothing else
+// anew.
 #include "Kstd/Version.h"
 
 namespace Kstd {

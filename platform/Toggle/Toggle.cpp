@@ -1,3 +1,4 @@
+// A file is read at each question; one that is broken is reported once, and the default holds.
 #include "Toggle/Toggle.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// The records by type, which live for the process, and the dump of those that have objects.
 #include "Tovak/Allocator.h"
 
 #include <algorithm>

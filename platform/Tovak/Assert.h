@@ -1,3 +1,4 @@
+// Assertions: what must hold, said where it is relied upon.
 #pragma once
 
 #include <stdexcept>
@@ -11,10 +12,8 @@ namespace Tovak {
 
 class DebugHandler;
 
-/**
- * Broken internal preconditions. Assertions guard the program's own mistakes and nothing else: what a client sends or
- * what the kernel reports is answered with an error value.
- */
+// Broken internal preconditions. Assertions guard the program's own mistakes and nothing else: what a client
+// sends or what the kernel reports is answered with an error value.
 struct AssertionFailure {
   DebugHandler const& handler; // of the part of the program that asserts
   char const* file;            // where it stands in the source
@@ -24,10 +23,10 @@ struct AssertionFailure {
   String message;              // formatted
 };
 
-/** What the handler of ScopedAssertHandler throws. what() is the bare message. */
+// What the handler of ScopedAssertHandler throws. what() is the bare message.
 class KTD_EXPORT AssertionError : public std::runtime_error {
 public:
-  /** Copies what it tells. */
+  // Copies what it tells.
   explicit AssertionError(AssertionFailure const& failure);
   ~AssertionError() override;
 
@@ -41,16 +40,16 @@ private:
   String handlerName_;
 };
 
-/** Called for a failed assertion instead of the report; may throw. The process aborts when it returns. */
+// Called for a failed assertion instead of the report; may throw. The process aborts when it returns.
 using AssertHandler = void (*)(AssertionFailure const& failure);
 
-/** Installs the process's handler and returns the one before it; null means report at error level and abort. */
+// Installs the process's handler and returns the one before it; null means report at error level and abort.
 KTD_EXPORT AssertHandler setAssertHandler(AssertHandler handler);
 
-/** For tests: while it lives, failed assertions go to `handler`, by default one that throws AssertionError. */
+// For tests: while it lives, failed assertions go to `handler`, by default one that throws AssertionError.
 class KTD_EXPORT ScopedAssertHandler {
 public:
-  /** Installs the handler; the end puts the one before it back. */
+  // Installs the handler; the end puts the one before it back.
   ScopedAssertHandler();
   explicit ScopedAssertHandler(AssertHandler handler);
   ~ScopedAssertHandler();
@@ -67,10 +66,9 @@ namespace Impl {
                                        fmt::format_args args);
 } // namespace Impl
 
-/**
- * Reports a failed assertion through the trace sink, whatever the handler's mask, and aborts the process; or, when
- * a test has installed a handler, calls that. Never returns: the handler throws or the process ends. Any thread.
- */
+// Reports a failed assertion through the trace sink, whatever the handler's mask, and aborts the process; or,
+// when a test has installed a handler, calls that. Never returns: the handler throws or the process ends. Any
+// thread.
 template <typename... Args>
 [[noreturn, gnu::cold, gnu::noinline]] void fmassert(DebugHandler const& handler, char const* file,
                                                      char const* function, int line, char const* condition,
@@ -80,7 +78,8 @@ template <typename... Args>
 
 } // namespace Tovak
 
-/** TOVAK_ASSERT(condition, handler, format, args...): the arguments are evaluated only when the condition fails. */
+// TOVAK_ASSERT(condition, handler, format, args...): the arguments are evaluated only when the condition
+// fails.
 #define TOVAK_ASSERT(condition, handler, ...)                                                                \
   do {                                                                                                       \
     if (!(condition)) [[unlikely]] {                                                                         \

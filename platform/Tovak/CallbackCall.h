@@ -1,14 +1,13 @@
+// Calls a callback that stands in a map, and that may remove itself while it runs.
 #pragma once
 
 #include <utility>
 
 namespace Tovak::Impl {
 
-/**
- * Calls the `callback` member of the entry `id` of a map, if there is one; false if not. The callback may remove its
- * own entry, or any other, from the map: it is held outside the map while it runs and goes back afterwards only
- * if its entry is still there. REQUIRES that ids are never used twice.
- */
+// Calls the `callback` member of the entry `id` of a map, if there is one; false if not. The callback may
+// remove its own entry, or any other, from the map: it is held outside the map while it runs and goes back
+// afterwards only if its entry is still there. REQUIRES that ids are never used twice.
 template <typename Map, typename... Args>
 bool callEntry(Map& map, typename Map::key_type id, Args... args) {
   auto const entry = map.find(id);

@@ -1,3 +1,5 @@
+// The registry of handlers; rules from the environment or a call switch those that are there and those to
+// come.
 #include "Tovak/DebugHandler.h"
 
 #include <cstdlib>
@@ -14,7 +16,7 @@
 
 namespace Tovak {
 
-/** All handlers of the process and the rules that switch them, those of handlers to come included. */
+// All handlers of the process and the rules that switch them, those of handlers to come included.
 class DebugHandlerRegistry {
 public:
   // Never freed: handlers are used until the last static destructor.
@@ -27,7 +29,7 @@ public:
     std::lock_guard const guard(lock_);
     auto found = handlers_.find(name);
     if (found == handlers_.end()) {
-      uint32_t const defaultMask = (1u << traceLevelError) | (levelZeroOn ? 1u : 0u);
+      std::uint32_t const defaultMask = (1u << traceLevelError) | (levelZeroOn ? 1u : 0u);
       std::unique_ptr<DebugHandler> made(new DebugHandler(name, defaultMask));
       applyRules(*made);
       found = handlers_.emplace(String(name), std::move(made)).first;
@@ -60,7 +62,7 @@ private:
   }
 
   void applyRules(DebugHandler& handler) const {
-    uint32_t levels = 0;
+    std::uint32_t levels = 0;
     for (Impl::TraceRule const& rule : rules_) {
       if (Impl::globMatches(rule.pattern, handler.name())) {
         levels |= rule.levels;

@@ -1,3 +1,5 @@
+// Descriptors in one epoll set, known by ids that are never given again; an eventfd wakes the loop, at most
+// once a pass.
 #include "Tovak/FdPoller.h"
 
 #include <array>
@@ -21,15 +23,15 @@ DebugHandler const& debugHandler() {
   return handler;
 }
 
-epoll_event toEpoll(FdWatchId id, uint32_t events) {
+epoll_event toEpoll(FdWatchId id, std::uint32_t events) {
   epoll_event event{};
-  event.events = ((events & FdEvents::readable) ? uint32_t{EPOLLIN} : 0u) |
-                 ((events & FdEvents::writable) ? uint32_t{EPOLLOUT} : 0u);
+  event.events = ((events & FdEvents::readable) ? std::uint32_t{EPOLLIN} : 0u) |
+                 ((events & FdEvents::writable) ? std::uint32_t{EPOLLOUT} : 0u);
   event.data.u64 = id.value();
   return event;
 }
 
-uint32_t fromEpoll(uint32_t events) {
+std::uint32_t fromEpoll(std::uint32_t events) {
   return ((events & EPOLLIN) ? FdEvents::readable : 0u) | ((events & EPOLLOUT) ? FdEvents::writable : 0u) |
          ((events & (EPOLLERR | EPOLLHUP)) ? FdEvents::broken : 0u);
 }
@@ -49,7 +51,8 @@ FdPoller::~FdPoller() {
   close(wakeFd_);
 }
 
-Kstd::Result<FdWatchId, String> FdPoller::add(int fd, uint32_t events, TaskScheduler::FdCallback callback) {
+Kstd::Result<FdWatchId, String> FdPoller::add(int fd, std::uint32_t events,
+                                              TaskScheduler::FdCallback callback) {
   FdWatchId const id(++lastId_);
   epoll_event event = toEpoll(id, events);
   if (epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event) != 0) {
@@ -59,7 +62,7 @@ Kstd::Result<FdWatchId, String> FdPoller::add(int fd, uint32_t events, TaskSched
   return id;
 }
 
-void FdPoller::eventsIs(FdWatchId id, uint32_t events) {
+void FdPoller::eventsIs(FdWatchId id, std::uint32_t events) {
   if (auto const watch = watches_.find(id); watch != watches_.end()) {
     epoll_event event = toEpoll(id, events);
     if (epoll_ctl(epollFd_, EPOLL_CTL_MOD, watch->second.fd, &event) != 0) {
@@ -83,11 +86,11 @@ void FdPoller::clear() {
   }
 }
 
-// The exchanges on both sides pair up: either wake sees the flag cleared by wait and writes, or wait's exchange
-// comes after wake's and so sees what was done before it.
+// The exchanges on both sides pair up: either wake sees the flag cleared by wait and writes, or wait's
+// exchange comes after wake's and so sees what was done before it.
 void FdPoller::wake() {
   if (!woken_.exchange(true, std::memory_order_acq_rel)) {
-    uint64_t const one = 1;
+    std::uint64_t const one = 1;
     [[maybe_unused]] ssize_t const written = ::write(wakeFd_, &one, sizeof one);
   }
 }
@@ -98,7 +101,7 @@ bool FdPoller::wait(int blockMs) {
   for (int i = 0; i < count; ++i) {
     epoll_event const& event = events[static_cast<size_t>(i)];
     if (event.data.u64 == 0) {
-      uint64_t wakes;
+      std::uint64_t wakes;
       [[maybe_unused]] ssize_t const got = ::read(wakeFd_, &wakes, sizeof wakes);
       woken_.exchange(false, std::memory_order_acq_rel);
     } else {

@@ -1,3 +1,4 @@
+// The byte whose address, another in each process, seeds all hashes; the mixing itself is in the header.
 #include "Tovak/HashMix.h"
 
 namespace Tovak::Impl {

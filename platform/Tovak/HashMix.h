@@ -1,3 +1,4 @@
+// The mixing of hashes for hash tables.
 #pragma once
 
 #include <cstddef>
@@ -9,32 +10,30 @@
 
 namespace Tovak::Impl {
 
-/**
- * Incremental 64-bit hash mixing for hash tables: each call folds one piece of data into a caller's 64-bit state.
- * Functions of their arguments and of the process, usable from any thread.
- *
- * Pieces are delimited: the length of a piece is mixed with its bytes, so ("ab", "c") and ("a", "bc") differ, and
- * mixing an empty piece is not the same as mixing none. Not meant to be stored: the values differ from process to
- * process. Keys of hash tables come from clients, who could choose them to collide and hold the process up for seconds
- * with one request. So every product has a factor on each side that depends on where the process was loaded, which the
- * kernel draws anew each time.
- *
- * The construction is the multiply-and-fold of Wang Yi's wyhash (final version 4, public domain): 64x64 to 128-bit
- * products whose halves are xored, with its published constants, at most 16 bytes costing two products.
- * docs/decisions.md: "Is a text's hash the same in every process?"
- */
+// Incremental 64-bit hash mixing for hash tables: each call folds one piece of data into a caller's 64-bit
+// state. Functions of their arguments and of the process, usable from any thread.
+//
+// Pieces are delimited: the length of a piece is mixed with its bytes, so ("ab", "c") and ("a", "bc") differ,
+// and mixing an empty piece is not the same as mixing none. Not meant to be stored: the values differ from
+// process to process. Keys of hash tables come from clients, who could choose them to collide and hold the
+// process up for seconds with one request. So every product has a factor on each side that depends on where
+// the process was loaded, which the kernel draws anew each time.
+//
+// The construction is the multiply-and-fold of Wang Yi's wyhash (final version 4, public domain): 64x64 to
+// 128-bit products whose halves are xored, with its published constants, at most 16 bytes costing two
+// products. docs/decisions.md: "Is a text's hash the same in every process?"
 struct HashMix {
-  /** Stands somewhere in the library. */
+  // Stands somewhere in the library.
   KTD_EXPORT static char const loadedHere;
 
-  /** What a state starts at: the 64-bit FNV-1a offset basis. */
-  static constexpr uint64_t stateStart = 0xcbf29ce484222325;
+  // What a state starts at: the 64-bit FNV-1a offset basis.
+  static constexpr std::uint64_t stateStart = 0xcbf29ce484222325;
 
-  /** Mixes `len` bytes into `state`. `bytes` may be null when `len` is 0. */
-  static void mix(uint64_t& state, void const* bytes, size_t len) {
+  // Mixes `len` bytes into `state`. `bytes` may be null when `len` is 0.
+  static void mix(std::uint64_t& state, void const* bytes, size_t len) {
     auto const* p = static_cast<unsigned char const*>(bytes);
-    uint64_t a = 0;
-    uint64_t b = 0;
+    std::uint64_t a = 0;
+    std::uint64_t b = 0;
     if (len <= 16) [[likely]] {
       loadShort(p, len, a, b);
     } else {
@@ -48,46 +47,46 @@ struct HashMix {
     }
     __extension__ using Wide = unsigned __int128;
     Wide const product = static_cast<Wide>(a ^ secret1 ^ processSeed()) * (b ^ state ^ processSeed());
-    state =
-        fold(static_cast<uint64_t>(product) ^ secret0 ^ len, static_cast<uint64_t>(product >> 64) ^ secret1);
+    state = fold(static_cast<std::uint64_t>(product) ^ secret0 ^ len,
+                 static_cast<std::uint64_t>(product >> 64) ^ secret1);
   }
 
-  static void mix(uint64_t& state, std::string_view text) { mix(state, text.data(), text.size()); }
+  static void mix(std::uint64_t& state, std::string_view text) { mix(state, text.data(), text.size()); }
 
-  /** Mixes a word of a length that is known beforehand, so none is mixed: a hash of its own, or a number. */
+  // Mixes a word of a length that is known beforehand, so none is mixed: a hash of its own, or a number.
   template <size_t N>
-  static void mixFixedLen(uint64_t& state, uint64_t word) {
-    static_assert(N == sizeof(uint64_t), "only whole 64-bit words");
+  static void mixFixedLen(std::uint64_t& state, std::uint64_t word) {
+    static_assert(N == sizeof(std::uint64_t), "only whole 64-bit words");
     state = fold(word ^ secret1 ^ processSeed(), state ^ secret0 ^ processSeed());
   }
 
 private:
-  static constexpr uint64_t secret0 = 0xa0761d6478bd642f;
-  static constexpr uint64_t secret1 = 0xe7037ed1a0b428db;
+  static constexpr std::uint64_t secret0 = 0xa0761d6478bd642f;
+  static constexpr std::uint64_t secret1 = 0xe7037ed1a0b428db;
 
   // An address, so that it is there before anything is initialized.
-  static uint64_t processSeed() { return reinterpret_cast<uintptr_t>(&loadedHere) * 0x9e3779b97f4a7c15; }
+  static std::uint64_t processSeed() { return reinterpret_cast<uintptr_t>(&loadedHere) * 0x9e3779b97f4a7c15; }
 
-  static uint64_t fold(uint64_t a, uint64_t b) {
+  static std::uint64_t fold(std::uint64_t a, std::uint64_t b) {
     __extension__ using Wide = unsigned __int128;
     Wide const product = static_cast<Wide>(a) * b;
-    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
   }
 
-  static uint64_t load64(unsigned char const* p) {
-    uint64_t word;
+  static std::uint64_t load64(unsigned char const* p) {
+    std::uint64_t word;
     std::memcpy(&word, p, sizeof word);
     return word;
   }
 
-  static uint64_t load32(unsigned char const* p) {
-    uint32_t word;
+  static std::uint64_t load32(unsigned char const* p) {
+    std::uint32_t word;
     std::memcpy(&word, p, sizeof word);
     return word;
   }
 
   // Every byte of a piece of up to 16 bytes lands in `a` or `b`; reads overlap instead of looping.
-  static void loadShort(unsigned char const* p, size_t len, uint64_t& a, uint64_t& b) {
+  static void loadShort(unsigned char const* p, size_t len, std::uint64_t& a, std::uint64_t& b) {
     if (len >= 8) {
       a = load64(p);
       b = load64(p + len - 8);
@@ -95,7 +94,7 @@ private:
       a = load32(p);
       b = load32(p + len - 4);
     } else if (len > 0) {
-      a = (uint64_t{p[0]} << 16) | (uint64_t{p[len >> 1]} << 8) | p[len - 1];
+      a = (std::uint64_t{p[0]} << 16) | (std::uint64_t{p[len >> 1]} << 8) | p[len - 1];
     }
   }
 };

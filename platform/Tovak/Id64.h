@@ -1,3 +1,4 @@
+// Tovak::Id64: a number that names something, of a type of its own.
 #pragma once
 
 #include <compare>
@@ -10,18 +11,16 @@
 
 namespace Tovak {
 
-/**
- * A 64-bit unsigned identifier. The tag type, which need not be complete, keeps identifiers of different things
- * apart at compile time. Made from a number only explicitly; the default is 0. A plain value.
- */
+// A 64-bit unsigned identifier. The tag type, which need not be complete, keeps identifiers of different
+// things apart at compile time. Made from a number only explicitly; the default is 0. A plain value.
 template <typename Tag>
 class Id64 {
 public:
   constexpr Id64() = default;
-  /** Of that number. */
-  constexpr explicit Id64(uint64_t value) : value_(value) {}
+  // Of that number.
+  constexpr explicit Id64(std::uint64_t value) : value_(value) {}
 
-  constexpr uint64_t value() const { return value_; } // the number
+  constexpr std::uint64_t value() const { return value_; } // the number
 
   friend constexpr bool operator==(Id64, Id64) = default;
   friend constexpr auto operator<=>(Id64, Id64) = default;
@@ -32,17 +31,17 @@ public:
   }
 
 private:
-  uint64_t value_ = 0;
+  std::uint64_t value_ = 0;
 };
 
 } // namespace Tovak
 
 template <typename Tag>
 struct std::hash<Tovak::Id64<Tag>> {
-  size_t operator()(Tovak::Id64<Tag> id) const noexcept { return std::hash<uint64_t>()(id.value()); }
+  size_t operator()(Tovak::Id64<Tag> id) const noexcept { return std::hash<std::uint64_t>()(id.value()); }
 };
 
-/** Prints the number; takes no format options. */
+// Prints the number; takes no format options.
 template <typename Tag>
 struct fmt::formatter<Tovak::Id64<Tag>> {
   constexpr auto parse(format_parse_context& context) { return context.begin(); }

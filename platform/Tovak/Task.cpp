@@ -1,3 +1,5 @@
+// Only what a task asks of its scheduler and the names of priorities; what is scheduled when is in
+// TaskScheduler.cpp.
 #include "Tovak/Task.h"
 
 #include <utility>

@@ -1,6 +1,9 @@
+// The loop: queues by priority, slices, one pass after the other. Timers and descriptors have files of their
+// own.
+//
 // Invariants:
-//  1. A task is in the queue of its priority exactly while isScheduled(); the queues and the list of known tasks
-//     hold tasks without owning them, and a task that dies takes itself out of both.
+//  1. A task is in the queue of its priority exactly while isScheduled(); the queues and the list of known
+//     tasks hold tasks without owning them, and a task that dies takes itself out of both.
 //  2. `current` is the running task, or null once that has died during its run.
 //  3. Callbacks are called from nowhere but a pass, and passes do not nest.
 #include "Tovak/TaskScheduler.h"
@@ -30,8 +33,8 @@ namespace bi = boost::intrusive;
 template <typename Tag>
 using TaskList = bi::list<Task, bi::base_hook<Impl::TaskHook<Tag>>, bi::constant_time_size<false>>;
 
-constexpr int64_t noWait = std::numeric_limits<int64_t>::min();
-constexpr int64_t waitForever = Impl::TimerQueue::never;
+constexpr std::int64_t noWait = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t waitForever = Impl::TimerQueue::never;
 
 DebugHandler const& debugHandler() {
   static DebugHandler const& handler = Platform::getDebugHandler("TovakTask", false);
@@ -39,8 +42,8 @@ DebugHandler const& debugHandler() {
 }
 
 // Rounded up: a wait that ends too early would spin until the deadline.
-int toBlockMs(int64_t ns) {
-  return static_cast<int>(std::min<int64_t>(ns / 1'000'000 + (ns % 1'000'000 != 0), 60'000));
+int toBlockMs(std::int64_t ns) {
+  return static_cast<int>(std::min<std::int64_t>(ns / 1'000'000 + (ns % 1'000'000 != 0), 60'000));
 }
 
 struct LoopHook {
@@ -56,7 +59,7 @@ struct TaskScheduler::State {
   Impl::FdPoller poller;
   Impl::TimerQueue timers;
   std::map<LoopHookId, LoopHook> hooks;
-  uint64_t lastHookId = 0;
+  std::uint64_t lastHookId = 0;
 
   // From any thread.
   std::atomic<std::thread::id> thread{}; // the one inside run...
@@ -70,22 +73,22 @@ struct TaskScheduler::State {
 
   TaskList<Impl::KnownTag> tasks;
   std::array<TaskList<Impl::ScheduledTag>, TaskPriority::count> queues;
-  std::array<uint32_t, TaskPriority::count> turns{}; // taken while somebody less urgent waited
-  std::map<String, TaskStats, std::less<>> stats;    // entries are never removed: tasks point at them
+  std::array<std::uint32_t, TaskPriority::count> turns{}; // taken while somebody less urgent waited
+  std::map<String, TaskStats, std::less<>> stats;         // entries are never removed: tasks point at them
 
-  int64_t sliceNs = defaultSliceNs;
+  std::int64_t sliceNs = defaultSliceNs;
   Task* current = nullptr;
-  int64_t sliceEndNs = 0;
+  std::int64_t sliceEndNs = 0;
   bool sliceOver = false;
-  uint32_t const stride;
-  uint32_t callsToRead = 0; // of taskShouldYield, until the clock is read again
+  std::uint32_t const stride;
+  std::uint32_t callsToRead = 0; // of taskShouldYield, until the clock is read again
 
   bool anyScheduled() const {
     return std::any_of(queues.begin(), queues.end(), [](auto const& queue) { return !queue.empty(); });
   }
 
-  int64_t fromNow(int64_t ns) const {
-    int64_t deadlineNs;
+  std::int64_t fromNow(std::int64_t ns) const {
+    std::int64_t deadlineNs;
     return __builtin_add_overflow(clock.monotonicNs(), ns, &deadlineNs) ? Impl::TimerQueue::never
                                                                         : deadlineNs;
   }
@@ -102,7 +105,7 @@ struct TaskScheduler::State {
   void runHooks();
   bool runPosted();
 
-  /** Marks the thread that runs the loop for as long as it does. */
+  // Marks the thread that runs the loop for as long as it does.
   struct Running {
     explicit Running(State& theState) : state(theState) {
       std::thread::id nobody;
@@ -131,7 +134,7 @@ bool TaskScheduler::State::runPosted() {
   if (batch.empty()) {
     return false;
   }
-  int64_t const endNs = clock.monotonicNs() + sliceNs;
+  std::int64_t const endNs = clock.monotonicNs() + sliceNs;
   while (batchNext < batch.size()) {
     Callback work = std::move(batch[batchNext++]);
     work();
@@ -159,14 +162,14 @@ TaskScheduler::~TaskScheduler() {
 
 Clock& TaskScheduler::clock() const { return state_->clock; }
 
-// ---- the loop ------------------------------------------------------------------------------------------------
+// ---- the loop ---------------------------------------------------------------------------------------------
 
-bool TaskScheduler::pass(int64_t waitUntilNs) {
+bool TaskScheduler::pass(std::int64_t waitUntilNs) {
   State& s = *state_;
   // Looks before it waits: a simulated clock must not move while anything is ready.
   bool const ready = s.poller.wait(0);
   if (!ready && waitUntilNs != noWait && !s.anyScheduled() && s.batch.empty()) {
-    int64_t const deadlineNs = std::min(waitUntilNs, s.timers.nextNs());
+    std::int64_t const deadlineNs = std::min(waitUntilNs, s.timers.nextNs());
     s.poller.wait(deadlineNs == waitForever ? -1 : toBlockMs(s.clock.blockNs(deadlineNs)));
   }
   s.runHooks();
@@ -195,7 +198,7 @@ void TaskScheduler::runUntilIdle() {
   }
 }
 
-void TaskScheduler::runUntil(int64_t monotonicNs) {
+void TaskScheduler::runUntil(std::int64_t monotonicNs) {
   State::Running const running(*state_);
   while (state_->clock.monotonicNs() < monotonicNs) {
     if (state_->stop.exchange(false)) {
@@ -223,18 +226,18 @@ void TaskScheduler::post(Callback work) {
   state_->poller.wake();
 }
 
-// ---- timers, descriptors, hooks ------------------------------------------------------------------------------
+// ---- timers, descriptors, hooks ---------------------------------------------------------------------------
 
-TimerId TaskScheduler::timerAt(int64_t deadlineNs, Callback callback) {
+TimerId TaskScheduler::timerAt(std::int64_t deadlineNs, Callback callback) {
   state_->requireThread("timer");
   return state_->timers.add(deadlineNs, 0, std::move(callback));
 }
 
-TimerId TaskScheduler::timerAfter(int64_t delayNs, Callback callback) {
+TimerId TaskScheduler::timerAfter(std::int64_t delayNs, Callback callback) {
   return timerAt(state_->fromNow(delayNs), std::move(callback));
 }
 
-TimerId TaskScheduler::timerEvery(int64_t periodNs, Callback callback) {
+TimerId TaskScheduler::timerEvery(std::int64_t periodNs, Callback callback) {
   state_->requireThread("timer");
   TOVAK_ASSERT(periodNs > 0, debugHandler(), "timer with a period of {} ns", periodNs);
   return state_->timers.add(state_->fromNow(periodNs), periodNs, std::move(callback));
@@ -245,12 +248,12 @@ void TaskScheduler::timerDel(TimerId id) {
   state_->timers.del(id);
 }
 
-Kstd::Result<FdWatchId, String> TaskScheduler::fdWatchIs(int fd, uint32_t events, FdCallback callback) {
+Kstd::Result<FdWatchId, String> TaskScheduler::fdWatchIs(int fd, std::uint32_t events, FdCallback callback) {
   state_->requireThread("fd watch");
   return state_->poller.add(fd, events, std::move(callback));
 }
 
-void TaskScheduler::fdWatchEventsIs(FdWatchId id, uint32_t events) {
+void TaskScheduler::fdWatchEventsIs(FdWatchId id, std::uint32_t events) {
   state_->requireThread("fd watch");
   state_->poller.eventsIs(id, events);
 }
@@ -272,7 +275,7 @@ void TaskScheduler::loopHookDel(LoopHookId id) {
   auto const gone = state_->hooks.extract(id); // dies outside the map
 }
 
-// ---- tasks ---------------------------------------------------------------------------------------------------
+// ---- tasks ------------------------------------------------------------------------------------------------
 
 void TaskScheduler::taskAdd(Task& task) {
   state_->requireThread("task");
@@ -325,7 +328,7 @@ bool TaskScheduler::runTask() {
     task->stats_ = &s.stats[task->taskStatsName()];
   }
   TaskStats& stats = *task->stats_;
-  int64_t const startNs = s.clock.monotonicNs();
+  std::int64_t const startNs = s.clock.monotonicNs();
   s.sliceEndNs = startNs + s.sliceNs;
   s.sliceOver = false;
   s.callsToRead = 0;
@@ -337,7 +340,7 @@ bool TaskScheduler::runTask() {
 
   task->taskExecute();
 
-  int64_t const tookNs = s.clock.monotonicNs() - startNs;
+  std::int64_t const tookNs = s.clock.monotonicNs() - startNs;
   ++stats.runs;
   stats.totalNs += tookNs;
   stats.maxNs = std::max(stats.maxNs, tookNs);
@@ -364,11 +367,11 @@ bool TaskScheduler::sliceUsedUp(Task const& task) {
   return s.sliceOver;
 }
 
-int64_t TaskScheduler::sliceNs() const { return state_->sliceNs; }
-void TaskScheduler::sliceNsIs(int64_t ns) { state_->sliceNs = ns; }
+std::int64_t TaskScheduler::sliceNs() const { return state_->sliceNs; }
+void TaskScheduler::sliceNsIs(std::int64_t ns) { state_->sliceNs = ns; }
 Task* TaskScheduler::currentTask() const { return state_->current; }
 
-// ---- statistics ----------------------------------------------------------------------------------------------
+// ---- statistics -------------------------------------------------------------------------------------------
 
 TaskStats TaskScheduler::stats(std::string_view statsName) const {
   auto const found = state_->stats.find(statsName);

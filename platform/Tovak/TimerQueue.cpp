@@ -1,10 +1,12 @@
+// Timers by deadline, then by id. A periodic one that is late skips ticks and stays in step with its first
+// one.
 #include "Tovak/TimerQueue.h"
 
 #include "Tovak/CallbackCall.h"
 
 namespace Tovak::Impl {
 
-TimerId TimerQueue::add(int64_t deadlineNs, int64_t periodNs, TaskScheduler::Callback callback) {
+TimerId TimerQueue::add(std::int64_t deadlineNs, std::int64_t periodNs, TaskScheduler::Callback callback) {
   TimerId const id(++lastId_);
   timers_.emplace(id, Timer{deadlineNs, periodNs, std::move(callback)});
   order_.emplace(deadlineNs, id);
@@ -24,7 +26,7 @@ void TimerQueue::clear() {
   }
 }
 
-bool TimerQueue::run(int64_t nowNs) {
+bool TimerQueue::run(std::int64_t nowNs) {
   due_.clear();
   for (auto const& [deadlineNs, id] : order_) {
     if (deadlineNs > nowNs) {
@@ -38,7 +40,7 @@ bool TimerQueue::run(int64_t nowNs) {
   return !due_.empty();
 }
 
-void TimerQueue::runTimer(TimerId id, int64_t nowNs) {
+void TimerQueue::runTimer(TimerId id, std::int64_t nowNs) {
   auto const found = timers_.find(id);
   if (found == timers_.end()) {
     return; // removed by one before it

@@ -1,3 +1,5 @@
+// How a line is formatted, and what a failed assertion does: the handler that was set, or a line and the end
+// of the process.
 #include "Tovak/Trace.h"
 
 #include <atomic>

@@ -1,3 +1,5 @@
+// Where lines go: to the sink that is set, else to standard error, each in one write. The sink for tests
+// keeps them.
 #include "Tovak/TraceSink.h"
 
 #include <algorithm>
@@ -27,7 +29,7 @@ TraceSink* traceSinkIs(TraceSink* sink) { return currentSink.exchange(sink, std:
 bool Impl::hasTraceSink() { return currentSink.load(std::memory_order_acquire) != nullptr; }
 
 void Impl::printTrace(TraceLine const& line) {
-  int64_t const now = SystemClock::instance().wallNs();
+  std::int64_t const now = SystemClock::instance().wallNs();
   fmt::memory_buffer out;
   fmt::format_to(fmt::appender(out), "{}.{:06} {} {}[{}] {}:{} {}: {}\n", now / 1'000'000'000,
                  now / 1'000 % 1'000'000, levelChar(line.level), line.handler, line.category, line.file,

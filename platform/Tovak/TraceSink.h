@@ -1,3 +1,4 @@
+// Where the lines of traces go.
 #pragma once
 
 #include <string_view>
@@ -9,7 +10,7 @@
 
 namespace Tovak {
 
-/** One emitted message. The views are valid during the call that hands it over. */
+// One emitted message. The views are valid during the call that hands it over.
 struct TraceLine {
   std::string_view handler;  // its name
   unsigned level;            // 0 to 9, or traceLevelError
@@ -20,30 +21,29 @@ struct TraceLine {
   std::string_view message;  // formatted
 };
 
-/**
- * Where emitted trace messages go. The process's default writes them to standard error, one write(2) per message, as
- * "<seconds since the epoch> <level or E> <handler>[<category>] <file>:<line> <function>: <message>".
- */
+// Where emitted trace messages go. The process's default writes them to standard error, one write(2) per
+// message, as "<seconds since the epoch> <level or E> <handler>[<category>] <file>:<line> <function>:
+// <message>".
 class KTD_EXPORT TraceSink {
 public:
   virtual ~TraceSink();
-  /** Called from whichever thread traces, also from several at a time; must not trace. */
+  // Called from whichever thread traces, also from several at a time; must not trace.
   virtual void traceLine(TraceLine const& line) = 0;
 };
 
-/** Directs messages to `sink` (null: the default) and returns the sink before it. The caller keeps it alive. */
+// Directs messages to `sink` (null: the default) and returns the sink before it. The caller keeps it alive.
 KTD_EXPORT TraceSink* traceSinkIs(TraceSink* sink);
 
 namespace Impl {
-/** Hands a message to the current sink. */
+// Hands a message to the current sink.
 void emitTrace(TraceLine const& line);
-/** Writes a message to standard error, whatever the current sink. */
+// Writes a message to standard error, whatever the current sink.
 void printTrace(TraceLine const& line);
-/** Whether a sink of somebody's own is installed. */
+// Whether a sink of somebody's own is installed.
 bool hasTraceSink();
 } // namespace Impl
 
-/** For tests: while it lives, collects the process's trace messages instead of printing them. Scopes nest. */
+// For tests: while it lives, collects the process's trace messages instead of printing them. Scopes nest.
 class KTD_EXPORT ScopedTraceSink final : public TraceSink {
 public:
   ScopedTraceSink();
@@ -53,9 +53,9 @@ public:
 
   void traceLine(TraceLine const& line) override;
 
-  /** The messages so far, each as "<handler>/<level or E> <message>", in the order of emission. */
+  // The messages so far, each as "<handler>/<level or E> <message>", in the order of emission.
   std::vector<String> lines() const;
-  /** Whether any message contains the text. */
+  // Whether any message contains the text.
   bool contains(std::string_view text) const;
   void clear(); // forgets the messages
 

@@ -1,3 +1,4 @@
+// The parser of "pattern/levels,...", which shows the entry that is wrong, and matching with "*" and "?".
 #include "Tovak/TraceSpec.h"
 
 #include <optional>
@@ -24,9 +25,9 @@ std::optional<unsigned> parseLevel(std::string_view text) {
 }
 
 // Bit n for level n, first to last inclusive.
-uint32_t levelBits(unsigned first, unsigned last) { return (2u << last) - (1u << first); }
+std::uint32_t levelBits(unsigned first, unsigned last) { return (2u << last) - (1u << first); }
 
-Kstd::Result<uint32_t, String> parseLevels(std::string_view text) {
+Kstd::Result<std::uint32_t, String> parseLevels(std::string_view text) {
   if (text == "*") {
     return levelBits(0, traceLevelMax);
   }
@@ -51,7 +52,7 @@ Kstd::Result<TraceRule, String> parseEntry(std::string_view entry) {
   if (slash == 0) {
     return Kstd::Err(String("the pattern before '/' is empty"));
   }
-  Kstd::Result<uint32_t, String> const levels = parseLevels(entry.substr(slash + 1));
+  Kstd::Result<std::uint32_t, String> const levels = parseLevels(entry.substr(slash + 1));
   if (!levels) {
     return Kstd::Err(levels.error());
   }

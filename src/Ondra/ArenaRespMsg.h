@@ -23,9 +23,9 @@ class SubscribeResponse;
 
 namespace Ondra {
 
-// One response and the arena in which it and all its parts are made. Got from `createResponse`, filled by whoever got it, then
-// read only. Shared; the last holder may let go on any thread, also during the end of the process, and the message then
-// returns to the pool or is destroyed.
+// One response and the arena in which it and all its parts are made. Got from `createResponse`, filled by
+// whoever got it, then read only. Shared; the last holder may let go on any thread, also during the end of
+// the process, and the message then returns to the pool or is destroyed.
 class KTD_EXPORT ArenaRespMsg {
 public:
   // What ends a message that nobody holds any more. Null is allowed.
@@ -40,12 +40,13 @@ public:
   ArenaRespMsg(ArenaRespMsg const&) = delete;
   ArenaRespMsg& operator=(ArenaRespMsg const&) = delete;
 
-  // A message from the pool (or a new one) and its `update`, which holds the time (nanoseconds since the Unix epoch) and the
-  // prefix and nothing else. The notification lives as long as the message.
+  // A message from the pool (or a new one) and its `update`, which holds the time (nanoseconds since the Unix
+  // epoch) and the prefix and nothing else. The notification lives as long as the message.
   [[nodiscard]] static std::pair<Ptr, gnmi::Notification*> createResponse(Kel::Ptr<Path const> const& prefix,
                                                                           long timestamp);
 
-  // Drops the response with all its parts and makes an empty one. The arena's blocks go back to the block cache.
+  // Drops the response with all its parts and makes an empty one. The arena's blocks go back to the block
+  // cache.
   void reset();
 
   // Bytes of the arena: taken from the block cache, and used of these.
@@ -66,8 +67,9 @@ public:
   gnmi::SubscribeResponse* response;
 };
 
-// The messages that wait to be used again, last in first out, so that what is handed out is still in the processor's caches.
-// There is one, `arenaPool`. Everything is guarded by ArenaRespMsg::mutex_, which the operations take themselves.
+// The messages that wait to be used again, last in first out, so that what is handed out is still in the
+// processor's caches. There is one, `arenaPool`. Everything is guarded by ArenaRespMsg::mutex_, which the
+// operations take themselves.
 class KTD_EXPORT ArenaPool {
 public:
   // How many messages may wait. The storage for that many is made with the pool; `purge` sets it to 0.
@@ -78,7 +80,8 @@ public:
   ArenaPool(ArenaPool const&) = delete;
   ArenaPool& operator=(ArenaPool const&) = delete;
 
-  // Destroys the waiting messages and frees the cached blocks, for good: from now on every release destroys its message.
+  // Destroys the waiting messages and frees the cached blocks, for good: from now on every release destroys
+  // its message.
   void purge();
 
   // How many messages wait and, when any do, how much memory their arenas hold.

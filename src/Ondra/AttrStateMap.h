@@ -1,10 +1,11 @@
 // Ondra::AttrStateMap: when each attribute and each collection member of a watched object last changed.
 //
 // Invariants
-// 1. At most one node for an (attribute id, key); ids are never negative. Keys are detached: values by copy, entities by weak
-//    identity.
+// 1. At most one node for an (attribute id, key); ids are never negative. Keys are detached: values by copy,
+//    entities by weak identity.
 // 2. A node's address is valid until the node is deleted.
-// 3. A node's timestamp never goes back, and a change is never stamped with the time that the node holds already.
+// 3. A node's timestamp never goes back, and a change is never stamped with the time that the node holds
+//    already.
 #pragma once
 
 #include <absl/container/node_hash_set.h>
@@ -40,8 +41,8 @@ public:
   // Stamped with the activity loop's time. The key is stored as `resolveGifKeyPtr` gives it, detached.
   AttrStateNode(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
 
-  // Moves the stamp to the loop's time, which is advanced by a nanosecond first when the node has that time already, and
-  // returns it.
+  // Moves the stamp to the loop's time, which is advanced by a nanosecond first when the node has that time
+  // already, and returns it.
   long updatedTimestamp() const;
   // The same, without a trace.
   long advanceTimestamp() const;
@@ -56,7 +57,8 @@ public:
   [[nodiscard]] std::string stateString(GifGnmiNotifiee const* notifiee) const;
 
   friend KTD_EXPORT bool operator==(AttrStateNode const& a, AttrStateNode const& b);
-  // By id, then by key; a null key is not less than any. No strict weak order when null and other keys meet: not for sorting.
+  // By id, then by key; a null key is not less than any. No strict weak order when null and other keys meet:
+  // not for sorting.
   friend KTD_EXPORT bool operator<(AttrStateNode const& a, AttrStateNode const& b);
   template <typename H>
   friend H AbslHashValue(H h, AttrStateNode const& node) {
@@ -72,9 +74,9 @@ private:
   Kel::Ptr<Kel::GenericIf const> key_;
 };
 
-// Owned by one notifiee; lives and dies with it. Scheduler thread only. Reading the state of a singular attribute, which every
-// walk does for every leaf, is an index into an array: the nodes of an object's singular attributes are made together, on first
-// use, in one block.
+// Owned by one notifiee; lives and dies with it. Scheduler thread only. Reading the state of a singular
+// attribute, which every walk does for every leaf, is an index into an array: the nodes of an object's
+// singular attributes are made together, on first use, in one block.
 class KTD_EXPORT AttrStateMap {
   using Key = Kel::Ptr<Kel::GenericIf const>;
   struct Probe { // stands for a node in look-ups
@@ -120,7 +122,8 @@ public:
   // The node, or null.
   [[nodiscard]] AttrStateNode const* queryAttrState(Kel::AttributeId id,
                                                     Kel::Ptr<Kel::GenericIf const> const& key) const;
-  // Removes the node and returns the time of the deletion, later than every stamp of the node; nothing when there was none.
+  // Removes the node and returns the time of the deletion, later than every stamp of the node; nothing when
+  // there was none.
   std::optional<long> delAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
 
   // The levels of traces that reading and making nodes emits.

@@ -1,5 +1,6 @@
-// The attribute tree of the write side: what a Set request will do to the object model, laid out before anything is changed.
-// Internal to `KelGnmiSet::Set`; its parts have names of their own so that each can be tested by itself.
+// The attribute tree of the write side: what a Set request will do to the object model, laid out before
+// anything is changed. Internal to `KelGnmiSet::Set`; its parts have names of their own so that each can be
+// tested by itself.
 #pragma once
 
 #include <cstdint>
@@ -24,14 +25,15 @@ namespace Ondra::KelGnmiSet {
 enum class SetOp : std::uint8_t { Delete = 0, Replace = 1, Update = 2 };
 KTD_EXPORT std::ostream& operator<<(std::ostream& out, SetOp const& op);
 
-// The parts of the tree, and the pure functions it rests on. Nothing here raises what host code has raised: all of it is caught where
-// it can arise and returned as its text. All of it runs on the scheduler thread.
+// The parts of the tree, and the pure functions it rests on. Nothing here raises what host code has raised:
+// all of it is caught where it can arise and returned as its text. All of it runs on the scheduler thread.
 struct KTD_EXPORT AttrTree {
   using Handle = Kel::Ptr<Kel::GenericIf>;
   using ConstHandle = Kel::Ptr<Kel::GenericIf const>;
 
-  // Why a request fails. NOT_FOUND for all that concerns paths, keys, arguments and commits; INVALID_ARGUMENT for a value that
-  // does not fit its leaf. The path is relative to the data root and names the element that failed.
+  // Why a request fails. NOT_FOUND for all that concerns paths, keys, arguments and commits; INVALID_ARGUMENT
+  // for a value that does not fit its leaf. The path is relative to the data root and names the element that
+  // failed.
   struct Error {
     grpc::StatusCode code = grpc::StatusCode::NOT_FOUND;
     std::deque<gnmi::PathElem> path;
@@ -48,7 +50,8 @@ struct KTD_EXPORT AttrTree {
   struct SingleKey {
     ConstHandle key;
   };
-  // A key with wildcards: the fields that a member's key must have, in the key type's declaration order. Empty: all members.
+  // A key with wildcards: the fields that a member's key must have, in the key type's declaration order.
+  // Empty: all members.
   struct MultipleKeys {
     using Filter = std::vector<std::pair<Kel::KelAttr, ConstHandle>>;
     Filter filter;
@@ -60,9 +63,11 @@ struct KTD_EXPORT AttrTree {
     KelObject() = default;
     explicit KelObject(ConstHandle held) : object(std::move(held)) {}
 
-    // Null: a place that holds nothing. Values are referred to where they are; they are copied when they are first changed.
+    // Null: a place that holds nothing. Values are referred to where they are; they are copied when they are
+    // first changed.
     ConstHandle object;
-    // The place: the attribute and the type that it belongs to. Invalid for what was not reached through an attribute.
+    // The place: the attribute and the type that it belongs to. Invalid for what was not reached through an
+    // attribute.
     Kel::KelType parentType;
     Kel::KelAttr attr;
     Keys keys;
@@ -87,8 +92,8 @@ struct KTD_EXPORT AttrTree {
   // The same where `parent` is a directory.
   [[nodiscard]] static Kstd::Result<KelObject, KelLookupError> getNextObjInDir(KelObject const& dir,
                                                                                gnmi::PathElem const& elem);
-  // The first half of `getNextKelObject`: finds the place and decodes its key without reading what it holds (a directory's entry
-  // is read all the same).
+  // The first half of `getNextKelObject`: finds the place and decodes its key without reading what it holds
+  // (a directory's entry is read all the same).
   [[nodiscard]] static Kstd::Result<KelObject, KelLookupError> getNextPlace(KelObject const& parent,
                                                                             gnmi::PathElem const& elem);
   // The second half: what the place holds. A text when the model refuses to read it.
@@ -100,12 +105,13 @@ struct KTD_EXPORT AttrTree {
 
   // --- types and values ------------------------------------------------------------------------------------
   enum class TypeKind : std::uint8_t { Scalar = 0, Composite = 1 };
-  // Scalars are where a path may end: unions, enumerations, builtins, nominals, types with a string representation. A path goes on
-  // through everything else: structures, entities, and references to these.
+  // Scalars are where a path may end: unions, enumerations, builtins, nominals, types with a string
+  // representation. A path goes on through everything else: structures, entities, and references to these.
   [[nodiscard]] static TypeKind getTypeKind(Kel::KelType type);
 
   using ValueOrText = Kstd::Result<Handle, std::string>;
-  // One value of the type from a gNMI value. Integers are not checked for range: a narrower type takes the low-order part.
+  // One value of the type from a gNMI value. Integers are not checked for range: a narrower type takes the
+  // low-order part.
   [[nodiscard]] static ValueOrText gnmiToKelValue(Kel::KelType type, gnmi::TypedValue const& value);
   // REQUIRES a union type: asserted. The first alternative that accepts the value wins.
   [[nodiscard]] static ValueOrText decodeUnion(Kel::KelType type, gnmi::TypedValue const& value);

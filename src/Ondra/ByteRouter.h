@@ -13,8 +13,8 @@
 
 namespace Ondra {
 
-// One response, encoded: the very bytes to which the message that `BaseRouter::push` is given would be serialized, with the
-// entries of each map in the order of their keys. Valid during the push.
+// One response, encoded: the very bytes to which the message that `BaseRouter::push` is given would be
+// serialized, with the entries of each map in the order of their keys. Valid during the push.
 struct WireResponse {
   long timestamp;                     // nanoseconds since the Unix epoch
   Kel::Ptr<Path const> const& prefix; // of the notification
@@ -24,13 +24,13 @@ struct WireResponse {
   std::span<std::uint8_t const> bytes;
   // The part of these that is the fields `elem` of the prefix, each with its tag.
   std::span<std::uint8_t const> prefixElems;
-  // The end of these: the fields `update` and `delete` of the notification, each with its tag. For a host that puts another prefix
-  // before them.
+  // The end of these: the fields `update` and `delete` of the notification, each with its tag. For a host
+  // that puts another prefix before them.
   std::span<std::uint8_t const> changes;
 };
 
-// A router that takes bytes: implemented and owned by the host like any router, and subject to the same rules. No message is made for
-// it.
+// A router that takes bytes: implemented and owned by the host like any router, and subject to the same
+// rules. No message is made for it.
 class KTD_EXPORT ByteRouter : public BaseRouter {
 public:
   ByteRouter* byteRouter() final { return this; }

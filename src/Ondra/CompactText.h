@@ -12,8 +12,8 @@ class TypedValue;
 
 namespace Ondra {
 
-// "timestamp:5 prefix:/a update0 ( path:/b uint_val:1 ) delete0 ( path:/c ) ", each part ended by a blank; "sync_response"; or
-// "unsupported response". Texts and bytes are written as they are. Any thread.
+// "timestamp:5 prefix:/a update0 ( path:/b uint_val:1 ) delete0 ( path:/c ) ", each part ended by a blank;
+// "sync_response"; or "unsupported response". Texts and bytes are written as they are. Any thread.
 [[nodiscard]] KTD_EXPORT Tovak::String
 subscribeResponseToCompactString(gnmi::SubscribeResponse const& response);
 // "uint_val:1".

@@ -1,15 +1,19 @@
-// The watching of published objects: one notifiee per published path. The registry of all of them is in NotifieeMaps.h.
+// The watching of published objects: one notifiee per published path. The registry of all of them is in
+// NotifieeMaps.h.
 //
 // Invariants
-// 1. At most one notifiee per path, and its object is alive: removal of the object from its parent ends the path (`retire`),
-//    whoever still holds the object.
-// 2. An object may be published under several paths; the oldest is the one that references to it are rendered as.
-// 3. What is retired is gone whole: notifiees at and below the path, parked walkers there, `pathTypes` entries; at most one delete
-//    is sent for it.
-// 4. No notification walk runs inside another walk: changes told meanwhile wait, each once, until the walks have unwound.
-// 5. A delete is stamped later than whatever was sent before it; what is sent after it is not stamped earlier.
-// 6. What is watched is alive: whoever observes the types or takes the delete may register another notifiee at the path, end it or end the
-//    object, and the last to come stands.
+// 1. At most one notifiee per path, and its object is alive: removal of the object from its parent ends the
+//    path (`retire`), whoever still holds the object.
+// 2. An object may be published under several paths; the oldest is the one that references to it are rendered
+//    as.
+// 3. What is retired is gone whole: notifiees at and below the path, parked walkers there, `pathTypes`
+//    entries; at most one delete is sent for it.
+// 4. No notification walk runs inside another walk: changes told meanwhile wait, each once, until the walks
+//    have unwound.
+// 5. A delete is stamped later than whatever was sent before it; what is sent after it is not stamped
+//    earlier.
+// 6. What is watched is alive: whoever observes the types or takes the delete may register another notifiee
+//    at the path, end it or end the object, and the last to come stands.
 #pragma once
 
 #include <cstddef>
@@ -32,25 +36,26 @@ namespace Ondra {
 
 class EmittedLeaves;
 
-// Watches the object at one path: turns each attribute notification into a walk of that attribute, run at once, and the object's end
-// into a delete of the path. Held by the registry; a walk that uses it holds it too. Scheduler thread only.
+// Watches the object at one path: turns each attribute notification into a walk of that attribute, run at
+// once, and the object's end into a delete of the path. Held by the registry; a walk that uses it holds it
+// too. Scheduler thread only.
 class KTD_EXPORT GifGnmiNotifiee final : public Kel::PtrInterface::NotifieeConst,
                                          private Kel::TrackedObject<GifGnmiNotifiee> {
 public:
   using Kel::TrackedObject<GifGnmiNotifiee>::operator new;
   using Kel::TrackedObject<GifGnmiNotifiee>::operator delete;
 
-  // REQUIRES a path with elements (asserted). Registers itself, unless the object has been removed from its parent; delivery is switched
-  // on by `hasNotificationActiveIs(true)`.
-  // `first`: its notification walks send nothing; `second`: they carry flagNotifSecond.
+  // REQUIRES a path with elements (asserted). Registers itself, unless the object has been removed from its
+  // parent; delivery is switched on by `hasNotificationActiveIs(true)`. `first`: its notification walks send
+  // nothing; `second`: they carry flagNotifSecond.
   GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath, BaseRouter& router,
                   bool first, bool second);
   // Both flags false, whatever the flags of the walk.
   explicit GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo);
   ~GifGnmiNotifiee() override;
 
-  // The object has ended, or a walk takes its watching down. Does nothing once the path is another notifiee's. REQUIRES a path that
-  // is registered (asserted).
+  // The object has ended, or a walk takes its watching down. Does nothing once the path is another
+  // notifiee's. REQUIRES a path that is registered (asserted).
   void onZeroReferences() override;
   void onAttribute(Kel::AttributeId id, void const* key) override;
   // Switched on again, it first makes good what it has missed.
@@ -82,8 +87,9 @@ public:
   // The registry holds it: its path has not ended.
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
-  // Notes that the path is the holder's with one element more, that of the holder's attribute under which the object, an entity, has
-  // its place. An entity has one place in its life, so that walks of the holder need not work out the path again:
+  // Notes that the path is the holder's with one element more, that of the holder's attribute under which the
+  // object, an entity, has its place. An entity has one place in its life, so that walks of the holder need
+  // not work out the path again:
   void heldByIs(GifGnmiNotifiee const& holder, Kel::AttributeId attr) noexcept {
     holderSerial_ = holder.serial_;
     holderAttr_ = attr;
@@ -92,8 +98,8 @@ public:
     return holderSerial_ == holder.serial_ && holderAttr_ == attr;
   }
 
-  // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that are running have unwound.
-  // A null key for a collection: all of it.
+  // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that
+  // are running have unwound. A null key for a collection: all of it.
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) { changed(id, key, true); }
   // The same for a path that it shows.
   void pathChanged(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
@@ -108,12 +114,14 @@ public:
   };
   MemberPlace memberPathIs(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                            Kel::Ptr<Path const> const& path);
-  // The member has gone from its path. What is left there is sent again when the walks that are running have unwound.
+  // The member has gone from its path. What is left there is sent again when the walks that are running have
+  // unwound.
   void memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
   // Sends what is to be seen at a path that members share: at once. REQUIRES that no walk is running.
   void sharersChanged(Kel::AttributeId id, Kel::Ptr<Path const> const& path);
 
-  // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running (asserted).
+  // Ends all watching, silently. What is parked is dropped with it. REQUIRES that no walk is running
+  // (asserted).
   static void clearAllGnmiNotifiees();
   [[nodiscard]] static std::string dumpGnmiNotifieeMap(); // a line each
   [[nodiscard]] static std::string dumpNotifieePathMap(); // likewise, by object
@@ -147,12 +155,14 @@ private:
   bool wasSwitchedOff_ = false;
 };
 
-// The notifiee of the walk's path, made and switched on when there is none; when there is one of another object, the path is retired
-// first. None is made for a walk that takes notifiees down (flagInstantiatingOnly). Returns the notifiee that the path has now, or null.
+// The notifiee of the walk's path, made and switched on when there is none; when there is one of another
+// object, the path is retired first. None is made for a walk that takes notifiees down
+// (flagInstantiatingOnly). Returns the notifiee that the path has now, or null.
 KTD_EXPORT Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo);
 
-// Ends a path: nothing at or below it is watched, parked or registered afterwards, but what observers of the types register in turn, and
-// references to what was there are rendered anew. Sends nothing. Returns whether anything was watched there.
+// Ends a path: nothing at or below it is watched, parked or registered afterwards, but what observers of the
+// types register in turn, and references to what was there are rendered anew. Sends nothing. Returns whether
+// anything was watched there.
 KTD_EXPORT bool retire(Kel::Ptr<Path const> const& path);
 
 // Sends a delete of a whole path, later than everything before it.
@@ -172,8 +182,8 @@ private:
   bool const silent_;
 };
 
-// A walk is running while one of these lives. When the outermost ends, the notifications that waited for it are run (unless an
-// exception is passing).
+// A walk is running while one of these lives. When the outermost ends, the notifications that waited for it
+// are run (unless an exception is passing).
 class KTD_EXPORT WalkScope {
 public:
   WalkScope() noexcept;

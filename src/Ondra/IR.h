@@ -1,8 +1,9 @@
 // Ondra::Ir: what a walk has found, before it becomes messages.
 //
 // Invariants
-// 1. A prefix stands in `insertionOrder_` exactly once for each node of the node map, in the order in which the nodes were
-//    first asked for. That order, under ascending timestamps, is the order of the notifications.
+// 1. A prefix stands in `insertionOrder_` exactly once for each node of the node map, in the order in which
+//    the nodes were first asked for. That order, under ascending timestamps, is the order of the
+//    notifications.
 // 2. Nodes and leaves stay where they are until `clear`: references to them survive further additions.
 // 3. `lastNode_` is null or the node of (`lastTimestamp_`, `lastPrefix_`).
 // 4. What is kept spare holds neither leaves nor paths: clearing lets go of every object of the model.
@@ -54,8 +55,8 @@ public:
   // Blocks of the size that the model's free lists hand out.
   using LeafQueue = std::deque<IrLeaf, Kel::MemAllocator<IrLeaf>>;
 
-  // Appends a leaf with one value (null: deleted). That a path is there already is not looked at: added twice, it is sent
-  // twice. The leaf stays valid until the Ir is cleared.
+  // Appends a leaf with one value (null: deleted). That a path is there already is not looked at: added
+  // twice, it is sent twice. The leaf stays valid until the Ir is cleared.
   IrLeaf& addLeaf(Kel::Ptr<Path const> leafPath, Kel::Ptr<Kel::GenericIf const> value) {
     return leaves.emplace_back(IrLeaf{std::move(leafPath), IrLeaf::Value(std::move(value))});
   }
@@ -82,8 +83,8 @@ public:
   // The node may be without leaves. The references are valid during the call.
   virtual void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) = 0;
 
-  // The leaves that were left out, as deletes, or null: no message can hold their values. A subscriber's tree holds nothing in their
-  // place when it is sent these too. The encoder begins anew.
+  // The leaves that were left out, as deletes, or null: no message can hold their values. A subscriber's tree
+  // holds nothing in their place when it is sent these too. The encoder begins anew.
   [[nodiscard]] std::shared_ptr<Ir> takeLeftOut() noexcept { return std::exchange(leftOut_, nullptr); }
 
 protected:
@@ -94,9 +95,10 @@ private:
   std::shared_ptr<Ir> leftOut_;
 };
 
-// Collects leaves by time and prefix. Made with `std::allocate_shared<Ir>(Tovak::Allocator<Ir>())` (IrIs), shared by the
-// walkers of one walk, on the scheduler thread. Emptied after each push and filled again: then it keeps some storage, so that
-// further objects cost no call of the general heap. Until it is cleared it keeps paths and values alive.
+// Collects leaves by time and prefix. Made with `std::allocate_shared<Ir>(Tovak::Allocator<Ir>())` (IrIs),
+// shared by the walkers of one walk, on the scheduler thread. Emptied after each push and filled again: then
+// it keeps some storage, so that further objects cost no call of the general heap. Until it is cleared it
+// keeps paths and values alive.
 class KTD_EXPORT Ir {
 public:
   using TimestampToPrefixNodeType =
@@ -108,8 +110,8 @@ public:
   Ir& operator=(Ir const&) = delete;
   [[nodiscard]] static std::shared_ptr<Ir> IrIs();
 
-  // The node of that time (nanoseconds since the Unix epoch) and prefix, made when it is missing. A node is sent even when no
-  // leaf is added to it.
+  // The node of that time (nanoseconds since the Unix epoch) and prefix, made when it is missing. A node is
+  // sent even when no leaf is added to it.
   IrNode& addNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
     if (lastNode_ != nullptr && timestamp == lastTimestamp_ && prefix.get() == lastPrefix_.get()) [[likely]] {
       return *lastNode_;
@@ -129,12 +131,12 @@ public:
     return timestampToPrefixNode_;
   }
 
-  // Hands every node to `encoder`: by ascending time, within one time in the order of addition. REQUIRES content (a fatal
-  // assertion).
+  // Hands every node to `encoder`: by ascending time, within one time in the order of addition. REQUIRES
+  // content (a fatal assertion).
   void encode(IrEncoder& encoder) const;
 
-  // The responses, at most 1000 leaves in each. They do not depend on this Ir, whose content stays. REQUIRES content (a fatal
-  // assertion), and of every leaf a scalar type (likewise).
+  // The responses, at most 1000 leaves in each. They do not depend on this Ir, whose content stays. REQUIRES
+  // content (a fatal assertion), and of every leaf a scalar type (likewise).
   [[nodiscard]] std::vector<std::shared_ptr<ArenaRespMsg>> toSubResp() const;
 
   // All content over several lines, for traces; the empty text when there is none.

@@ -28,9 +28,10 @@ struct KTD_EXPORT DeclaredType<Ondra::GnmiSetSessionState> {
 
 namespace Ondra {
 
-// What Set requests have touched: the full names of the entities in directories that their paths named, those of refused requests
-// included. A process-wide singleton of the model (`Kel::Entity::singleton<GnmiSetSessionState>()`); it grows with every name
-// that is new to it until whoever reads it clears it. Scheduler thread.
+// What Set requests have touched: the full names of the entities in directories that their paths named, those
+// of refused requests included. A process-wide singleton of the model
+// (`Kel::Entity::singleton<GnmiSetSessionState>()`); it grows with every name that is new to it until whoever
+// reads it clears it. Scheduler thread.
 class KTD_EXPORT GnmiSetSessionState final : public Kel::EntityOf<GnmiSetSessionState> {
 public:
   // Records a name, with the loop time.
@@ -49,29 +50,31 @@ namespace KelGnmiSet {
 //   Ondra::KelGnmiSet::Set set(dataRoot, std::move(request));
 //   auto [response, status] = set.execute();
 //
-// The request is checked whole before anything is written: all deletes, then all replaces, then all updates, each in their order. A
-// request that fails there leaves the model as it was and tells no observer. There is no undo: should the model refuse a
-// write although everything was asked beforehand, what was written before it stays, and the status names the path. The same where an
-// observer, who is told of each write at once and may do what he likes (another Set included), takes away what is still to be written to.
+// The request is checked whole before anything is written: all deletes, then all replaces, then all updates,
+// each in their order. A request that fails there leaves the model as it was and tells no observer. There is
+// no undo: should the model refuse a write although everything was asked beforehand, what was written before
+// it stays, and the status names the path. The same where an observer, who is told of each write at once and
+// may do what he likes (another Set included), takes away what is still to be written to.
 //
-// Whatever host code raises becomes part of the answer. Only std::bad_alloc leaves `execute`; the answer's paths are complete even then.
+// Whatever host code raises becomes part of the answer. Only std::bad_alloc leaves `execute`; the answer's
+// paths are complete even then.
 class KTD_EXPORT Set {
 public:
-  // `dataRoot`: the path from the model's root directory to the entity beneath which the request's paths lie. REQUIRES at least one
-  // element: asserted.
+  // `dataRoot`: the path from the model's root directory to the entity beneath which the request's paths lie.
+  // REQUIRES at least one element: asserted.
   Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest request);
-  // The caller's own messages, for `executeInPlace`. Both outlive the Set. Where both lie in one protobuf arena nothing is copied and
-  // nothing freed piece by piece (docs/performance.md).
+  // The caller's own messages, for `executeInPlace`. Both outlive the Set. Where both lie in one protobuf
+  // arena nothing is copied and nothing freed piece by piece (docs/performance.md).
   Set(Kel::Ptr<Path const> dataRoot, gnmi::SetRequest& request, gnmi::SetResponse& response);
   ~Set();
   Set(Set const&) = delete;
   Set& operator=(Set const&) = delete;
 
-  // The response lists every operation of the request, whatever the outcome; its timestamp is left to the caller. Status codes:
-  // NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
+  // The response lists every operation of the request, whatever the outcome; its timestamp is left to the
+  // caller. Status codes: NOT_FOUND for what concerns paths and keys, INVALID_ARGUMENT for values.
   [[nodiscard]] std::pair<gnmi::SetResponse, grpc::Status> execute();
-  // What `execute` would answer to a request that it refuses before anything is written; OK else. Writes nothing: for a caller who must know
-  // of several requests before he executes the first.
+  // What `execute` would answer to a request that it refuses before anything is written; OK else. Writes
+  // nothing: for a caller who must know of several requests before he executes the first.
   [[nodiscard]] grpc::Status check();
   // `execute` with the caller's messages: fills the response anew, which takes the paths out of the request.
   [[nodiscard]] grpc::Status executeInPlace();

@@ -21,9 +21,10 @@ namespace Ondra {
 
 class IrNode;
 
-// Gathers the key fields of a member as texts and as values, and turns them into gNMI form: keys on the member's path element, a
-// combined name for members that are plain values, leaves. Also the build state of walkers: in value mode they make leaves, in a key
-// mode key texts. A plain value; a walker that is parked keeps a copy.
+// Gathers the key fields of a member as texts and as values, and turns them into gNMI form: keys on the
+// member's path element, a combined name for members that are plain values, leaves. Also the build state of
+// walkers: in value mode they make leaves, in a key mode key texts. A plain value; a walker that is parked
+// keeps a copy.
 class KTD_EXPORT KelKey {
 public:
   enum class Mode : std::uint32_t {
@@ -53,22 +54,26 @@ public:
   [[nodiscard]] Kel::Ptr<Path const> const& prefix() const noexcept { return prefix_; }
   void prefixIs(Kel::Ptr<Path const> prefix) noexcept { prefix_ = std::move(prefix); }
 
-  // Sets mode and key attribute for a member of `attr`; returns the path under which its scalar key field is named: the key attribute
-  // of the member, or the collection's name with "Key". Empty for a structured key, whose fields bring their own names.
+  // Sets mode and key attribute for a member of `attr`; returns the path under which its scalar key field is
+  // named: the key attribute of the member, or the collection's name with "Key". Empty for a structured key,
+  // whose fields bring their own names.
   Kel::Ptr<Path> updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType);
   // The same for a collection keyed by a reference, whose text is taken as the key.
   Kel::Ptr<Path> updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::KelType const& keyType,
                                            std::string const& ptrPath);
-  // Whether a path can hold the key: all of it is UTF-8. What no message can name is not sent, nor what is below it.
+  // Whether a path can hold the key: all of it is UTF-8. What no message can name is not sent, nor what is
+  // below it.
   [[nodiscard]] bool isEncodable() const noexcept { return isEncodable_; }
-  // Adds a key field; a name that is there keeps its first text. A value, when there is one, is kept for `copyScalars`.
+  // Adds a key field; a name that is there keeps its first text. A value, when there is one, is kept for
+  // `copyScalars`.
   void mapInsert(std::string const& name, std::string const& text,
                  Kel::Ptr<Kel::GenericIf const> const& value);
-  // The leaf name of a member that is encoded into a key itself: the path's tokens, then each field and its text, joined by "__".
-  // REQUIRES a key field (asserted).
+  // The leaf name of a member that is encoded into a key itself: the path's tokens, then each field and its
+  // text, joined by "__". REQUIRES a key field (asserted).
   [[nodiscard]] std::string gnmiKeyName(Kel::Ptr<Path const> const& path) const;
-  // Puts the key onto the last element of `leafPath`, which is copied for that, and keeps the path as `prefix`. A directory's entry
-  // is an element named by the key instead (REQUIRES exactly one field, asserted).
+  // Puts the key onto the last element of `leafPath`, which is copied for that, and keeps the path as
+  // `prefix`. A directory's entry is an element named by the key instead (REQUIRES exactly one field,
+  // asserted).
   void updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::KelAttr const& attr);
   // The value of the key field of that name, if the key has it and its text is this one; else null.
   [[nodiscard]] Kel::Ptr<Kel::GenericIf const> scalar(std::string_view name, std::string_view text) const;

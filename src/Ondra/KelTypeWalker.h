@@ -1,21 +1,23 @@
 // Ondra::FullKelTypeWalker: walks one live object, attribute by attribute, into keyed leaves.
 //
-// The walk of a subscription is a tree of walkers: one for the object at the prefix, one below it for each nested value (on the
-// stack, the same prefix), and one for each owned entity, which is a walk of its own under its own prefix. A walk can stop after any
-// attribute of an object and after any member of a collection: the walker then moves what it needs to go on into a walker on the heap,
-// parks it in the walk's queue and returns a non-zero result, upon which its callers do the same.
+// The walk of a subscription is a tree of walkers: one for the object at the prefix, one below it for each
+// nested value (on the stack, the same prefix), and one for each owned entity, which is a walk of its own
+// under its own prefix. A walk can stop after any attribute of an object and after any member of a
+// collection: the walker then moves what it needs to go on into a walker on the heap, parks it in the walk's
+// queue and returns a non-zero result, upon which its callers do the same.
 //
 // Invariants
-// 1. `gif_` is set while a walker runs and null while it is parked. A parked walker finds its object again through the notifiee of
-//    its prefix and, for a nested value, the chain of attributes and keys from there (`links_`).
+// 1. `gif_` is set while a walker runs and null while it is parked. A parked walker finds its object again
+//    through the notifiee of its prefix and, for a nested value, the chain of attributes and keys from there
+//    (`links_`).
 // 2. A walker that is parked has nothing unsent: pausing flushes first.
-// 3. Two keys: `keyName_` is the build state, whose mode says whether leaves or key texts are made; the `key` argument is the key of
-//    the list entry being walked, needed for its key leaves only.
+// 3. Two keys: `keyName_` is the build state, whose mode says whether leaves or key texts are made; the `key`
+//    argument is the key of the list entry being walked, needed for its key leaves only.
 // 4. A non-zero result stays: nothing that runs later in the same walker turns it into success.
 // 5. What is parked, and where, is the business of ParkedWalks.
-// 6. An exception of the host's code costs the item at hand, an attribute or a member of a collection (Fault.h); in a key mode it
-//    passes, because a key is told whole or not at all. Before a walker is parked nothing of it is moved until nothing can throw but
-//    for want of memory.
+// 6. An exception of the host's code costs the item at hand, an attribute or a member of a collection
+//    (Fault.h); in a key mode it passes, because a key is told whole or not at all. Before a walker is parked
+//    nothing of it is moved until nothing can throw but for want of memory.
 //
 // Everything here runs on the scheduler thread that owns the model.
 #pragma once
@@ -53,8 +55,8 @@ class ParkedWalks;
 class Sender;
 class ShortRoads;
 
-// Whether walks collect their leaves and send them in bundles (the default), or send each attribute as soon as it is found. The toggle
-// "OndraSyncBundling" of "Ondra.json", read once per process.
+// Whether walks collect their leaves and send them in bundles (the default), or send each attribute as soon
+// as it is found. The toggle "OndraSyncBundling" of "Ondra.json", read once per process.
 [[nodiscard]] KTD_EXPORT bool toggleOndraSyncBundlingEnabled();
 
 class KTD_EXPORT FullKelTypeWalker {
@@ -66,8 +68,8 @@ public:
       absl::flat_hash_map<Kel::Ptr<Path const>, WalkIdSetType, std::hash<Kel::Ptr<Path const>>,
                           std::equal_to<Kel::Ptr<Path const>>>;
 
-  // Does not keep `key`, `router` and `walkQ` alive; all three outlive the walker (a parked one has copies of its keys).
-  // With bundling on REQUIRES an Ir (asserted).
+  // Does not keep `key`, `router` and `walkQ` alive; all three outlive the walker (a parked one has copies of
+  // its keys). With bundling on REQUIRES an Ir (asserted).
   FullKelTypeWalker(Kel::Ptr<Path const> const& prefixPath, std::shared_ptr<Ir> const& ir,
                     Kel::Ptr<Kel::GenericIf const> gif, Kel::Ptr<Path> leafPath, BaseRouter& router,
                     WalkQ* walkQ, WalkerFlags flags, KelKey& key, bool rootWalker, long timestamp);
@@ -87,7 +89,8 @@ public:
   virtual WalkResult nextWalker(Kel::Ptr<Kel::GenericIf const> attrGif, std::shared_ptr<Ir> const& ir,
                                 Kel::Ptr<Path> const& leafPath, KelKey& key, long timestamp, KelKey* keyArg);
 
-  // Walks the object's attributes from where the walker stands. `key`: of the list entry that the object is, or null.
+  // Walks the object's attributes from where the walker stands. `key`: of the list entry that the object is,
+  // or null.
   WalkResult walk(KelKey* key);
   // One singular attribute, or one member of a collection at its keyed path. `ir` is made when there is none.
   WalkResult walkSingletonAttr(Kel::KelAttr attr, Kel::Ptr<Kel::GenericIf const> const& attrGif,

@@ -1,4 +1,5 @@
-// AttrTree::KeyDecoder: the key map of a path element becomes a key of a collection, or a filter over its members.
+// AttrTree::KeyDecoder: the key map of a path element becomes a key of a collection, or a filter over its
+// members.
 #pragma once
 
 #include <memory>
@@ -15,8 +16,9 @@
 
 namespace Ondra::KelGnmiSet {
 
-// Key texts are what the read side makes of keys. A text is "*" only as a wildcard. In a structured key "__" joins the names of
-// nested fields, and a string field's own "__" travels as "\__"; a key that is one scalar travels as it is.
+// Key texts are what the read side makes of keys. A text is "*" only as a wildcard. In a structured key "__"
+// joins the names of nested fields, and a string field's own "__" travels as "\__"; a key that is one scalar
+// travels as it is.
 class KTD_EXPORT AttrTree::KeyDecoder {
 public:
   using KeyMap = google::protobuf::Map<std::string, std::string>; // as in a gNMI path element

@@ -2,7 +2,8 @@
 //
 // Invariants
 // 1. The three views hold the same notifiees; a notifiee in them knows so (`isRegistered`).
-// 2. An object that is in no view has no entry; the notifiees of an object stand in the order in which they were registered.
+// 2. An object that is in no view has no entry; the notifiees of an object stand in the order in which they
+//    were registered.
 // 3. The notifiees at or below a path are neighbours in the order of the paths.
 #pragma once
 
@@ -32,8 +33,8 @@ struct KTD_EXPORT PathOrder {
   bool operator()(Path const& a, GifGnmiNotifiee const* b) const;
 };
 
-// The notifiees of one object, one a path, the oldest first. The first takes no storage of its own, and joining and leaving the same time
-// however many there are.
+// The notifiees of one object, one a path, the oldest first. The first takes no storage of its own, and
+// joining and leaving the same time however many there are.
 class KTD_EXPORT NotifieesOfObject {
 public:
   void insert(GifGnmiNotifiee* notifiee);
@@ -65,8 +66,8 @@ private:
   std::unique_ptr<Several> several_;
 };
 
-// A path with its hash beside it: a map that grows does not have to read every path again, which would hold the scheduler thread for
-// milliseconds.
+// A path with its hash beside it: a map that grows does not have to read every path again, which would hold
+// the scheduler thread for milliseconds.
 struct KTD_EXPORT HashedPath {
   using PathPtr = Kel::Ptr<Path const>;
   HashedPath(PathPtr thePath) : path(std::move(thePath)), hash(std::hash<PathPtr>{}(path)) {}
@@ -97,10 +98,11 @@ public:
       std::equal_to<Kel::PtrInterface const*>,
       Kel::MemAllocator<std::pair<Kel::PtrInterface const* const, NotifieesOfObject>, NotifieeMaps>>;
 
-  // Registers a notifiee of that object. One that has the path already is taken out first and leaves its entry in `pathTypesMap` to this one.
+  // Registers a notifiee of that object. One that has the path already is taken out first and leaves its
+  // entry in `pathTypesMap` to this one.
   void notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object);
-  // Takes a notifiee out of `pathTypesMap`, then out of all views, off its object and out of the referrers. It may be dropped by that.
-  // Those who observe the types may register another at the path.
+  // Takes a notifiee out of `pathTypesMap`, then out of all views, off its object and out of the referrers.
+  // It may be dropped by that. Those who observe the types may register another at the path.
   void erase(NotifieePtr const& notifiee);
 
   // Null when there is none. Valid until the next change.

@@ -1,5 +1,5 @@
-// Ondra::Path: a path through the object tree, the library's counterpart of a gNMI path. Messages of {fmt} print one with
-// Ondra/PathFormat.h.
+// Ondra::Path: a path through the object tree, the library's counterpart of a gNMI path. Messages of {fmt}
+// print one with Ondra/PathFormat.h.
 #pragma once
 
 #include <absl/container/inlined_vector.h>

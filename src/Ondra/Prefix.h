@@ -18,8 +18,8 @@ namespace Ondra {
 
 // A node lives as long as somebody holds it or one of its descendants: children own their parents, a parent
 // knows its children by plain pointer, and a node takes itself out of its parent when it dies. Held by
-// std::shared_ptr. However long a path is, letting its last node go takes no more than one node's stack. Lives on the
-// scheduler thread.
+// std::shared_ptr. However long a path is, letting its last node go takes no more than one node's stack.
+// Lives on the scheduler thread.
 class KTD_EXPORT Prefix : public std::enable_shared_from_this<Prefix> {
 public:
   // Does not enter the node into its parent: `childIs` and `prefixIs` make nodes.

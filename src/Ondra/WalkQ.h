@@ -1,9 +1,11 @@
 // Ondra::WalkQ: the unfinished walkers of one walk.
 //
 // Invariants
-// 1. A queue on the stack (the first slice of a walk) never holds walkers; parking moves to the stored queue of the walk's id.
-// 2. `walkers` is first in, first out: in at the front, out at the back. While a resumed walker has its turn, what it parks comes to
-//    stand behind all that waits already, and so is resumed before it, in the order in which it was parked.
+// 1. A queue on the stack (the first slice of a walk) never holds walkers; parking moves to the stored queue
+//    of the walk's id.
+// 2. `walkers` is first in, first out: in at the front, out at the back. While a resumed walker has its turn,
+//    what it parks comes to stand behind all that waits already, and so is resumed before it, in the order in
+//    which it was parked.
 // 3. A queue that is running is not erased; it is marked cancelled and goes when its run ends.
 #pragma once
 

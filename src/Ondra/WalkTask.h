@@ -18,10 +18,11 @@ namespace Ondra {
 
 using SyncWalkId = std::pair<SyncId, WalkId>; // as a walk is named
 
-// What to walk and for whom. Shared between the host, the task and, for walks inside a walk, the walker that made it.
+// What to walk and for whom. Shared between the host, the task and, for walks inside a walk, the walker that
+// made it.
 struct KTD_EXPORT WalkInfo {
-  // REQUIRES an object (asserted). The object must stay alive until the walk's first slice; after that the walk finds it again
-  // through the notifiee of its path.
+  // REQUIRES an object (asserted). The object must stay alive until the walk's first slice; after that the
+  // walk finds it again through the notifiee of its path.
   WalkInfo(BaseRouter& router, SyncWalkId syncWalkId, Kel::Ptr<Path const> path, Kel::PtrInterface const* obj,
            WalkerFlags flags);
   // The same, shared.
@@ -39,10 +40,11 @@ struct KTD_EXPORT WalkInfo {
   long timeStampToUse = 0;            // for leaves without a time of their own; 0: the activity loop's time
 };
 
-// Runs one walk slice by slice. Made by the host, which stores it in `walkInfo->task` and schedules it. After a slice that used up
-// its time it schedules itself; after one that found the pipe full it waits for the host to schedule it. When the walk is done it
-// tells so through `walkDone` and lets go of the `WalkInfo`; running it once more then does nothing.
-// To cancel: deschedule the task, `FullKelTypeWalker::cancelPendingWalk`, then clear `walkInfo->task`.
+// Runs one walk slice by slice. Made by the host, which stores it in `walkInfo->task` and schedules it. After
+// a slice that used up its time it schedules itself; after one that found the pipe full it waits for the host
+// to schedule it. When the walk is done it tells so through `walkDone` and lets go of the `WalkInfo`; running
+// it once more then does nothing. To cancel: deschedule the task, `FullKelTypeWalker::cancelPendingWalk`,
+// then clear `walkInfo->task`.
 class KTD_EXPORT WalkTask : public Tovak::Task {
 public:
   // REQUIRES a scheduler (asserted).
@@ -54,7 +56,8 @@ public:
            Tovak::TaskPriority::PriorityEnum priority);
 
   void taskExecute() override;
-  // Whether the provider of the data is paused; the walk then does nothing when it is run, and does not run again by itself.
+  // Whether the provider of the data is paused; the walk then does nothing when it is run, and does not run
+  // again by itself.
   [[nodiscard]] virtual bool providerPaused() const { return false; }
   // The walk has ended. `streaming`: its subscription goes on after it.
   virtual void walkDone(SyncWalkId const& syncWalkId, bool streaming) {

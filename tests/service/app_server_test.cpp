@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Kel/Dir.h"
+#include "agent/service/Authenticator.h"
 #include "agent/service/Server.h"
-#include "agent/service/Users.h"
 #include "agent/synthetic/Synthetic.h"
 #include "service/ServiceTesting.h"
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Tovak/Clock.h"
+#include "agent/service/Authenticator.h"
 #include "agent/service/Place.h"
-#include "agent/service/Users.h"
 
 namespace Agent {
 namespace {

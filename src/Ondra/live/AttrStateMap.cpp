@@ -1,3 +1,5 @@
+// Singular attributes have a place each in one array, members a node in a hash set; a time that is taken
+// moves the clock on.
 #include "Ondra/AttrStateMap.h"
 
 #include <absl/hash/hash.h>

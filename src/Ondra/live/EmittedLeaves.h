@@ -1,4 +1,5 @@
-// Ondra::EmittedLeaves: what was last sent of attributes whose leaves can come and go, or whose path can change.
+// Ondra::EmittedLeaves: what was last sent of attributes whose leaves can come and go, or whose path can
+// change.
 #pragma once
 
 #include <absl/container/node_hash_map.h>
@@ -17,9 +18,9 @@
 
 namespace Ondra {
 
-// Kept beside the attribute states of one notifiee, for few attributes: those that hold a structure with parts that can be absent
-// (the leaves sent by the last notification are remembered), and members under a reference (the path, which holds the
-// reference's text of that time). Scheduler thread only.
+// Kept beside the attribute states of one notifiee, for few attributes: those that hold a structure with
+// parts that can be absent (the leaves sent by the last notification are remembered), and members under a
+// reference (the path, which holds the reference's text of that time). Scheduler thread only.
 class EmittedLeaves {
 public:
   using Key = Kel::Ptr<Kel::GenericIf const>;

@@ -1,3 +1,4 @@
+// The text of what was raised, for traces. Failed assertions and a lack of memory pass on.
 #include "Ondra/live/Fault.h"
 
 #include <exception>

@@ -1,3 +1,5 @@
+// From being made to being told: registration, the walk that a change starts, members that share a path, the
+// end of the object.
 #include "Ondra/GifNotifiee.h"
 
 #include <fmt/format.h>
@@ -76,8 +78,9 @@ void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
   }
 }
 
-// Directories hold the entities that are recorded and are not recorded themselves. The entry comes last, when all is in order: those who
-// observe the types may do anything. A notifiee that was there before has left its entry to this one.
+// Directories hold the entities that are recorded and are not recorded themselves. The entry comes last, when
+// all is in order: those who observe the types may do anything. A notifiee that was there before has left its
+// entry to this one.
 void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
   Kel::Ptr<PathToType> const types = pathTypesMap;
   if (!types) {

@@ -1,3 +1,4 @@
+// The notifiee of a path, looked up; apart from the other functions, which know of none.
 #include "Ondra/KelGnmiUtils.h"
 
 #include "Ondra/NotifieeMaps.h"

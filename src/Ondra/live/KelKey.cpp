@@ -1,3 +1,5 @@
+// Naming the key of scalar, structured and reference keys, its texts in one order, and the values that are
+// sent with them as leaves.
 #include "Ondra/KelKey.h"
 
 #include <fmt/format.h>
@@ -57,8 +59,8 @@ KelKey::Scalars const& KelKey::noScalars() noexcept {
 Kel::Ptr<Path> KelKey::updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType) {
   mode_ = isScalarKey(keyType) ? Mode::Scalar : Mode::Structured;
   keyAttr_ = attr;
-  // The fields of a structured key carry their own names, whether or not the member holds the key: a Set reads them as fields of
-  // the key's type.
+  // The fields of a structured key carry their own names, whether or not the member holds the key: a Set
+  // reads them as fields of the key's type.
   return mode_ == Mode::Scalar ? scalarKeyPath(attr) : Path::PathIs();
 }
 

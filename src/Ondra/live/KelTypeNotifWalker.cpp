@@ -1,3 +1,5 @@
+// Singular attributes, then collections: what is new is walked as a full walk does it, what has gone becomes
+// a delete that comes first.
 #include "Ondra/live/KelTypeNotifWalker.h"
 
 #include <absl/container/flat_hash_set.h>
@@ -19,7 +21,7 @@
 #include "Ondra/live/Referrers.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/Unsent.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Tovak/Trace.h"
 
 namespace Ondra {
@@ -101,8 +103,9 @@ void KelTypeNotifWalker::walkAttr(Plan const& plan) {
   }
 }
 
-// What is raised by the model's code while `tell` tells an attribute or member costs that attribute or member: a full walk leaves it out,
-// so it has gone. When parts of it were left out, what the subscriber has of them goes with all the rest, which is told anew.
+// What is raised by the model's code while `tell` tells an attribute or member costs that attribute or
+// member: a full walk leaves it out, so it has gone. When parts of it were left out, what the subscriber has
+// of them goes with all the rest, which is told anew.
 template <class Tell, class Gone>
 void KelTypeNotifWalker::tellOrGone(Plan const& plan, Handle const& key, Tell const& tell, Gone const& gone) {
   std::uint64_t const interruptions = Unsent::interruptions();
@@ -217,7 +220,8 @@ void KelTypeNotifWalker::walkMembers(Plan const& plan) {
   }
 }
 
-// The collection's own key of a state's key, which stands for the reference that a key wraps. Null for one to an object that has gone.
+// The collection's own key of a state's key, which stands for the reference that a key wraps. Null for one to
+// an object that has gone.
 KelTypeNotifWalker::Handle KelTypeNotifWalker::memberKey(Plan const& plan, Handle const& stateKey) {
   Kel::KelType const keyType = plan.attr.keyType();
   if (!keyType || !keyType.isKeyPtrWrapper()) {
@@ -249,8 +253,8 @@ void KelTypeNotifWalker::tellMember(Plan const& plan, Handle const& key, bool cl
   }
 }
 
-// Its path holds the text of a reference, which may have become another one. False where others have that path too: what is to be seen
-// there is sent when no other change waits.
+// Its path holds the text of a reference, which may have become another one. False where others have that
+// path too: what is to be seen there is sent when no other change waits.
 bool KelTypeNotifWalker::takesPlaceAlone(Plan const& plan, Handle const& key, long& timestamp) {
   Kel::AttributeId const id = plan.attr.id();
   Kel::Ptr<Path const> const path = memberPath(plan, key);

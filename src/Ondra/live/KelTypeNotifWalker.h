@@ -1,12 +1,14 @@
-// Ondra::KelTypeNotifWalker: walks the one attribute, or the one collection member, that a notification names, and sends what
-// became of it.
+// Ondra::KelTypeNotifWalker: walks the one attribute, or the one collection member, that a notification
+// names, and sends what became of it.
 //
 // Invariants
-// 1. After it, a subscriber's tree holds of that attribute exactly what a full walk would send now: what is there is walked as a full
-//    walk does it, what is no longer there is deleted.
+// 1. After it, a subscriber's tree holds of that attribute exactly what a full walk would send now: what is
+//    there is walked as a full walk does it, what is no longer there is deleted.
 // 2. What is sent of one attribute is later than whatever was sent of it before; its deletes come first.
-// 3. What the model's code raises costs the attribute or member: it is told as gone, because a full walk leaves it out.
-// 4. All that it sends is collected and sent at its end; entities that come into being are walks of their own and send by themselves.
+// 3. What the model's code raises costs the attribute or member: it is told as gone, because a full walk
+//    leaves it out.
+// 4. All that it sends is collected and sent at its end; entities that come into being are walks of their own
+//    and send by themselves.
 #pragma once
 
 #include <memory>
@@ -24,20 +26,21 @@ namespace Ondra {
 // Lives on the stack of the notification. Runs to its end: nothing is parked. Scheduler thread only.
 class KTD_EXPORT KelTypeNotifWalker final : public FullKelTypeWalker {
 public:
-  // `id` as the notification carries it; `key`: of the member, null for a singular attribute. A null key for a collection: all of its
-  // members, those that have gone unnoticed included.
+  // `id` as the notification carries it; `key`: of the member, null for a singular attribute. A null key for
+  // a collection: all of its members, those that have gone unnoticed included.
   KelTypeNotifWalker(Kel::Ptr<Path const> const& prefixPath, GifGnmiNotifiee& notifiee,
                      Kel::Ptr<Kel::GenericIf const> object, Kel::Ptr<Path> leafPath, BaseRouter& router,
                      Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> key, WalkerFlags flags);
   ~KelTypeNotifWalker() override;
 
   WalkResult walk();
-  // Sends what is to be seen at a path, relative to the prefix, that members of the collection share: the last of them, or all in their
-  // order where each can have leaves that the others are without.
+  // Sends what is to be seen at a path, relative to the prefix, that members of the collection share: the
+  // last of them, or all in their order where each can have leaves that the others are without.
   WalkResult walkSharers(Kel::Ptr<Path const> const& path);
 
-  // The short road of the most frequent change: an attribute that is one plain leaf and has a value. Sends just what a walker would;
-  // false when the change is to be walked instead, as it is while walks are traced. REQUIRES a WalkScope.
+  // The short road of the most frequent change: an attribute that is one plain leaf and has a value. Sends
+  // just what a walker would; false when the change is to be walked instead, as it is while walks are traced.
+  // REQUIRES a WalkScope.
   [[nodiscard]] static bool tellOwnLeaf(GifGnmiNotifiee& notifiee,
                                         Kel::Ptr<Kel::GenericIf const> const& object, Kel::AttributeId id);
 

@@ -52,7 +52,8 @@ WalkResult FullKelTypeWalker::yieldResult() const {
   return walkQ_ != nullptr && walkQ_->shouldYield() ? WalkResult::QuantaExceeded : WalkResult::Success;
 }
 
-// The time of the attribute's last change, for the attributes of watched objects; those of values have the walker's.
+// The time of the attribute's last change, for the attributes of watched objects; those of values have the
+// walker's.
 long FullKelTypeWalker::attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
                                       GifGnmiNotifiee* notifiee) const {
   if (notifiee == nullptr || objType_.isValueType() || flags_.has(flagInstantiatingOnly)) {

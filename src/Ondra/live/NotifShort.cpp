@@ -1,4 +1,5 @@
-// The short road of a change: one plain leaf, from its attribute to its response, without a walker and without an Ir.
+// The short road of a change: one plain leaf, from its attribute to its response, without a walker and
+// without an Ir.
 
 #include "Ondra/live/KelTypeNotifWalker.h"
 #include "Ondra/live/PlainLeaves.h"

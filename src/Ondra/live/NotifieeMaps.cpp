@@ -1,3 +1,5 @@
+// Putting in and taking out keep three views alike, also when memory or an observer interrupts. Their order
+// by paths, too.
 #include "Ondra/NotifieeMaps.h"
 
 #include <utility>
@@ -60,7 +62,8 @@ void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInter
       true; // what follows can fail for want of memory: `erase` undoes as much of it as is done
   byPath_.emplace(path, notifiee);
   notifiee->objectIdentity_ = object;
-  // Grown before it is full, or both maps would grow at the same insertion and hold the scheduler twice as long.
+  // Grown before it is full, or both maps would grow at the same insertion and hold the scheduler twice as
+  // long.
   if (byObject_.size() > byObject_.capacity() / 8 * 5) {
     byObject_.reserve(byObject_.capacity());
   }

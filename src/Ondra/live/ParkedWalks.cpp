@@ -1,3 +1,5 @@
+// Parking, leaving in all its ways (next, dropped, called off, flushed), and the walker's own operations on
+// queues.
 #include "Ondra/live/ParkedWalks.h"
 
 #include <fmt/format.h>

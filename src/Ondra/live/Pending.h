@@ -2,9 +2,10 @@
 //
 // Invariants
 // 1. A change waits at most once, and whoever tells it again while it waits is served by that run.
-// 2. A change of the model that was told is run after it was told: in this go or, when the model goes on changing because its changes are
-//    sent, in a later one. So the last value is sent.
-// 3. A go ends. What is told while a change runs is one link further from where the go began, and there is a last link.
+// 2. A change of the model that was told is run after it was told: in this go or, when the model goes on
+//    changing because its changes are sent, in a later one. So the last value is sent.
+// 3. A go ends. What is told while a change runs is one link further from where the go began, and there is a
+//    last link.
 // docs/decisions.md: "What if a change changes something again?"
 #pragma once
 
@@ -27,7 +28,8 @@ namespace Ondra {
 
 class GifGnmiNotifiee;
 
-// Kept, each once, in the order in which they came, and run when the walks have unwound. There is one. Scheduler thread only.
+// Kept, each once, in the order in which they came, and run when the walks have unwound. There is one.
+// Scheduler thread only.
 class Pending {
 public:
   static Pending& instance();
@@ -38,9 +40,11 @@ public:
   };
   void add(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
            Cause cause);
-  // What is to be seen at a path that members share may be another member. Run when no other change waits, so that it is sent once.
+  // What is to be seen at a path that members share may be another member. Run when no other change waits, so
+  // that it is sent once.
   void addSharers(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Ptr<Path const> const& path);
-  // Runs what waits and what comes to wait by that. REQUIRES that no walk is running. Called from within itself, does nothing.
+  // Runs what waits and what comes to wait by that. REQUIRES that no walk is running. Called from within
+  // itself, does nothing.
   void run();
   void clear();
 
@@ -57,8 +61,8 @@ private:
       return H::combine(std::move(h), change.notifiee.get(), change.what);
     }
   };
-  // A reference's text can hold the path of what refers to it, through keys: such paths change each other without end, longer each
-  // time. Other chains are as long as references are nested.
+  // A reference's text can hold the path of what refers to it, through keys: such paths change each other
+  // without end, longer each time. Other chains are as long as references are nested.
   static constexpr int kMaxPathLinks = 64;
   // Of a model that changes because it is printed or sent.
   static constexpr int kMaxLinks = 1000;

@@ -1,3 +1,5 @@
+// The pass over an object's members, with texts fetched ahead and printed values made before; then ordered by
+// time.
 #include "Ondra/live/PlainLeaves.h"
 
 #include <algorithm>

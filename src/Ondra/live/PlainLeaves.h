@@ -1,4 +1,5 @@
-// PlainLeaves: the leaves of an object that are plain scalars, read where they lie, without handles and without an Ir.
+// PlainLeaves: the leaves of an object that are plain scalars, read where they lie, without handles and
+// without an Ir.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +18,8 @@ namespace Ondra {
 
 class GifGnmiNotifiee;
 
-// Collects plain leaves and gives them away node by node. Its storage stays for the next object. Scheduler thread.
+// Collects plain leaves and gives them away node by node. Its storage stays for the next object. Scheduler
+// thread.
 class PlainLeaves {
 public:
   // The one that all walks share: none sends while another collects.
@@ -29,18 +31,20 @@ public:
     leaves_.clear();
     printed_.clear();
   }
-  // Prints those of the leaves that the model's code prints, which may change and end the object: before any is collected. Calls
-  // `leftOut` in the handler of what is raised, and leaves the leaf out.
+  // Prints those of the leaves that the model's code prints, which may change and end the object: before any
+  // is collected. Calls `leftOut` in the handler of what is raised, and leaves the leaf out.
   template <class LeftOut>
   void print(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, LeftOut const& leftOut);
-  // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made for each that has none yet.
+  // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made
+  // for each that has none yet.
   void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
 
   [[nodiscard]] bool areOfOneTime() const {
     return std::all_of(leaves_.begin(), leaves_.end(),
                        [this](PlainLeaf const& leaf) { return leaf.timestamp == leaves_.front().timestamp; });
   }
-  // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must not change its object.
+  // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must
+  // not change its object.
   template <class Visit>
   void forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit);
 

@@ -1,6 +1,9 @@
+// How a reference gets the text of its target's path.
+//
 // Invariants
-// 1. A resolution ends: a root that is being walked for another reference is not walked once more, and resolutions nest to a fixed
-//    depth only. What cannot be resolved for now is "nullptr", and is noted: it is rendered again when the object gets a path.
+// 1. A resolution ends: a root that is being walked for another reference is not walked once more, and
+//    resolutions nest to a fixed depth only. What cannot be resolved for now is "nullptr", and is noted: it
+//    is rendered again when the object gets a path.
 // 2. Whatever the model holds, and does meanwhile, a reference has a text.
 #include "Ondra/PtrResolution.h"
 
@@ -47,8 +50,8 @@ struct Start {
 
 bool isDir(Kel::Entity const& entity) { return entity.fwkType().isDir(); }
 
-// The path of a directory, or of an entity in one. Null for the root directory, when the way up leaves the directories, and when no
-// message can hold it.
+// The path of a directory, or of an entity in one. Null for the root directory, when the way up leaves the
+// directories, and when no message can hold it.
 Kel::Ptr<Path const> pathInDirs(Kel::Entity const& entity) {
   std::vector<Kel::String> names;
   for (Kel::Entity const* at = &entity; at->parent() != nullptr; at = at->parent()) {

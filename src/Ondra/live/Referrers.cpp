@@ -1,3 +1,5 @@
+// The same entries in two orders, by who shows and by what is shown; and the scope in which rendering adds to
+// them.
 #include "Ondra/live/Referrers.h"
 
 #include <algorithm>

@@ -1,10 +1,12 @@
-// Who shows which object's path: the way back from a referenced object to the leaves and keys that are made of its path.
+// Who shows which object's path: the way back from a referenced object to the leaves and keys that are made
+// of its path.
 //
 // Invariants
-// 1. An entry stands for an attribute, or a member of a collection, that was last rendered with a reference to that object, whether
-//    as its path or as "nullptr". Objects are known by their serial number: an entry neither keeps its object alive nor is
-//    ever taken for another's.
-// 2. Entries go with their notifiee, and with their object once what shows it has been told: what has been removed is never shown again.
+// 1. An entry stands for an attribute, or a member of a collection, that was last rendered with a reference
+//    to that object, whether as its path or as "nullptr". Objects are known by their serial number: an entry
+//    neither keeps its object alive nor is ever taken for another's.
+// 2. Entries go with their notifiee, and with their object once what shows it has been told: what has been
+//    removed is never shown again.
 #pragma once
 
 #include <absl/container/btree_set.h>
@@ -41,7 +43,8 @@ public:
   // Drops the source's entries for other targets than these.
   void keepOnly(Source const& source, Serials const& targets);
   void forget(GifGnmiNotifiee* notifiee);
-  // The object's path has begun or ended: what shows it is walked anew, once the walks that are running have unwound.
+  // The object's path has begun or ended: what shows it is walked anew, once the walks that are running have
+  // unwound.
   void pathChanged(Serial target) const;
   // The same of an object that has been removed from its parent, and forgets who shows it.
   void objectEnded(Serial target);
@@ -68,8 +71,8 @@ private:
   Entries<TargetFirst> byTarget_;
 };
 
-// While one lives, references are rendered for that attribute or member. An inactive one leaves in force what was before; without a
-// notifiee nobody is noted.
+// While one lives, references are rendered for that attribute or member. An inactive one leaves in force what
+// was before; without a notifiee nobody is noted.
 class RenderScope {
 public:
   enum class Mode : bool {

@@ -23,7 +23,8 @@
 namespace Ondra {
 namespace {
 
-// Takes a notifiee out of the registry, and has references to its object rendered anew where they show its path.
+// Takes a notifiee out of the registry, and has references to its object rendered anew where they show its
+// path.
 void takeOut(Kel::Ptr<GifGnmiNotifiee> const& notifiee) {
   bool const isEntity = notifiee->notifier() != nullptr && notifiee->objectType().isEntity();
   auto const* const entity = isEntity ? static_cast<Kel::Entity const*>(notifiee->notifier()) : nullptr;

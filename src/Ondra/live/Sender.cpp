@@ -1,3 +1,5 @@
+// Bytes are pushed as they are made, or kept when the first receiver may change what the others are read
+// from; messages all at the end.
 #include "Ondra/live/Sender.h"
 
 #include <boost/container/small_vector.hpp>
@@ -69,7 +71,8 @@ private:
   [[no_unique_address]] Push const push_;
 };
 
-// Keeps the bytes of some responses till all are made: whoever is given the first may change the object that the others are read from.
+// Keeps the bytes of some responses till all are made: whoever is given the first may change the object that
+// the others are read from.
 class KeptBytes final : public WireEncoder {
 public:
   template <class Push>
@@ -112,9 +115,8 @@ template <class Encode, class Push>
   encoder.clear();
 }
 
-// Has `encode` make responses, in the form that the router takes, and `push` push each of them, in their order: bytes as soon as they are
-// made, messages when all are.
-// docs/decisions.md: "Bytes or messages?"
+// Has `encode` make responses, in the form that the router takes, and `push` push each of them, in their
+// order: bytes as soon as they are made, messages when all are. docs/decisions.md: "Bytes or messages?"
 template <class Encode, class Push>
 void sendAsTaken(BaseRouter& router, Encode const& encode, Push const& push) {
   if (ByteRouter* const bytes = router.byteRouter()) {

@@ -1,4 +1,5 @@
-// Ondra::Sender: how responses leave the library. Whether a router is given bytes or messages is decided here, in one place.
+// Ondra::Sender: how responses leave the library. Whether a router is given bytes or messages is decided
+// here, in one place.
 #pragma once
 
 #include <memory>
@@ -15,7 +16,8 @@ class Ir;
 class PlainLeaves;
 struct PlainNode;
 
-// Sends what one walker has collected, by the walker's flags and in its name. Lives as long as one sending. Scheduler thread only.
+// Sends what one walker has collected, by the walker's flags and in its name. Lives as long as one sending.
+// Scheduler thread only.
 class Sender {
 public:
   enum class What : bool {
@@ -24,16 +26,16 @@ public:
   };
   Sender(FullKelTypeWalker const& walker, What what) noexcept : walker_(walker), what_(what) {}
 
-  // All of it, to its end whatever the router says: the notifications of one bundle stay together. The result is that of the last push.
-  // REQUIRES content.
+  // All of it, to its end whatever the router says: the notifications of one bundle stay together. The result
+  // is that of the last push. REQUIRES content.
   [[nodiscard]] WalkResult send(Ir const& ir) const;
   // The same for the plain leaves that were collected of an object. `notifiee`: the object's.
   [[nodiscard]] WalkResult send(PlainLeaves& leaves, GifGnmiNotifiee& notifiee) const;
   // One response: hands it over and asks whether the slice is used up.
   [[nodiscard]] WalkResult send(std::shared_ptr<ArenaRespMsg>& response) const;
 
-  // The leaves of one change, for which there is no walker. False when some value is such that no message can hold it. A full pipe does
-  // not hold a notification up.
+  // The leaves of one change, for which there is no walker. False when some value is such that no message can
+  // hold it. A full pipe does not hold a notification up.
   [[nodiscard]] static bool sendChange(BaseRouter& router, PlainNode const& node);
 
 private:

@@ -1,3 +1,4 @@
+// A set ordered by attribute, path and key, asked for the last or all of one place.
 #include "Ondra/live/Sharers.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // Ondra::Sharers: the members of a watched object's collections that have one path together.
 //
-// A member under a reference that leads nowhere has "nullptr" in its key, and so have all others of the kind. A walk sends them one over
-// the other, in key order: of each leaf the last member that has it is seen. Where all members have the same leaves that is the last
-// member, and the others need not be sent.
+// A member under a reference that leads nowhere has "nullptr" in its key, and so have all others of the kind.
+// A walk sends them one over the other, in key order: of each leaf the last member that has it is seen. Where
+// all members have the same leaves that is the last member, and the others need not be sent.
 // docs/decisions.md: "What is seen of members whose references lead nowhere?"
 #pragma once
 
@@ -21,8 +21,9 @@
 
 namespace Ondra {
 
-// Of one notifiee. Paths are relative to its prefix; keys are those of attribute states: detached, of a wrapped reference the reference.
-// Joining and leaving take a time that hardly grows with their number. Scheduler thread only.
+// Of one notifiee. Paths are relative to its prefix; keys are those of attribute states: detached, of a
+// wrapped reference the reference. Joining and leaving take a time that hardly grows with their number.
+// Scheduler thread only.
 class KTD_EXPORT Sharers {
 public:
   using Key = Kel::Ptr<Kel::GenericIf const>;

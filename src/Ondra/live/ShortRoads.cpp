@@ -1,3 +1,5 @@
+// When a walk may take them, plain leaves sent from where they lie, members fetched ahead, and children found
+// by their notifiee.
 #include "Ondra/live/ShortRoads.h"
 
 #include <typeinfo>
@@ -12,7 +14,7 @@
 #include "Ondra/live/PlainLeaves.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/WalkResults.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkerTrace.h"
 
 namespace Ondra {
@@ -60,8 +62,8 @@ WalkResult ShortRoads::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t 
   return walker.walkQ_ != nullptr && walker.walkQ_->task ? walker.routerPush(false) : WalkResult::Success;
 }
 
-// What printers and routers do to the object meanwhile is none of the leaves' business: printed values are made first, then all responses,
-// and then these are sent.
+// What printers and routers do to the object meanwhile is none of the leaves' business: printed values are
+// made first, then all responses, and then these are sent.
 WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                                  GifGnmiNotifiee& notifiee) {
   PlainLeaves& leaves = PlainLeaves::shared();
@@ -81,7 +83,8 @@ WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterf
 
 namespace {
 
-// The notifiee of an entity that the holder has by that attribute, if a walk has noted it; else null. Valid until it is taken out.
+// The notifiee of an entity that the holder has by that attribute, if a walk has noted it; else null. Valid
+// until it is taken out.
 GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
                               Kel::AttributeId attr) {
   Kel::NotifieeList const* const list = entity.notifieeList();
@@ -105,8 +108,8 @@ void prefetchLines(void const* from, std::size_t lines) {
   }
 }
 
-// The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the object, three members
-// before its turn; its notifiee; then what these two point to.
+// The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the
+// object, three members before its turn; its notifiee; then what these two point to.
 void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member) {
   if (Kel::PtrInterface const* const object = member.objectAhead(3)) {
     prefetchLines(object, kObjectLines);

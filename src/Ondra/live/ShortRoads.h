@@ -1,5 +1,6 @@
-// Ondra::ShortRoads: how a walk goes over what an earlier walk has been over: plain leaves of a watched object, and entities whose path
-// is known from their notifiee. They send exactly what the long roads send, and leave the same behind.
+// Ondra::ShortRoads: how a walk goes over what an earlier walk has been over: plain leaves of a watched
+// object, and entities whose path is known from their notifiee. They send exactly what the long roads send,
+// and leave the same behind.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +18,8 @@
 
 namespace Ondra {
 
-// Of one walker while it walks. Which roads are open is decided when it is made, and stays. Scheduler thread only.
+// Of one walker while it walks. Which roads are open is decided when it is made, and stays. Scheduler thread
+// only.
 class ShortRoads {
 public:
   // `notifiee`: of the walker's object; null when there is none. Both outlive it.
@@ -35,20 +37,20 @@ public:
   [[nodiscard]] bool toHeld() const noexcept { return held_; }
   // To leaves: without a walker's general code for values.
   [[nodiscard]] bool toLeaves() const noexcept { return leaves_; }
-  // To all that is left of the object from that attribute on: without an Ir, when nothing waits in it. The end of the type when the
-  // road is not open.
+  // To all that is left of the object from that attribute on: without an Ir, when nothing waits in it. The
+  // end of the type when the road is not open.
   [[nodiscard]] std::size_t plainFrom(WalkRules::TypePlan const& plan) const noexcept {
     return plain_ ? plan.plainFrom : plan.attrs.size();
   }
 
   // A scalar whose own handle is the leaf's value. REQUIRES `toLeaves`.
   WalkResult walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position);
-  // The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send. REQUIRES that nothing waits
-  // to be sent before them.
+  // The plain leaves of a watched object, all of them at once: what an Ir with nothing else in it would send.
+  // REQUIRES that nothing waits to be sent before them.
   WalkResult pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                        GifGnmiNotifiee& notifiee);
-  // The member where the iterator stands, when it has plain leaves alone and a walk has noted it; has those that follow on their way into
-  // the cache. REQUIRES `toHeld`.
+  // The member where the iterator stands, when it has plain leaves alone and a walk has noted it; has those
+  // that follow on their way into the cache. REQUIRES `toHeld`.
   [[nodiscard]] std::optional<WalkResult> pushMember(WalkRules::AttrPlan const& plan,
                                                      Kel::GenericIf::Iterator const& member);
   // An entity that the object holds by that attribute, when a walk has noted it. REQUIRES `toHeld`.
@@ -58,8 +60,8 @@ public:
   WalkResult walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity, Kel::Ptr<GifGnmiNotifiee> notifiee,
                          Kel::Ptr<Path const> const& path, long timestamp, KelKey* key);
 
-  // Notes of an entity that has been walked that the holder has it by that attribute, if that is so, for the roads of walks to come.
-  // `notifiee`: of the holder; may be null.
+  // Notes of an entity that has been walked that the holder has it by that attribute, if that is so, for the
+  // roads of walks to come. `notifiee`: of the holder; may be null.
   static void noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee const* notifiee,
                        Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
                        Kel::Ptr<Path const> const& path);

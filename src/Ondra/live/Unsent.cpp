@@ -1,3 +1,4 @@
+// The stack of running walkers: sent before a delete that comes in between, and rid of what has ended.
 #include "Ondra/live/Unsent.h"
 
 #include "Ondra/GifNotifiee.h"

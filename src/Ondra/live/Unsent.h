@@ -1,4 +1,5 @@
-// Ondra::Unsent: what running walkers have collected and not sent yet, so that a delete that is sent at once does not overtake it.
+// Ondra::Unsent: what running walkers have collected and not sent yet, so that a delete that is sent at once
+// does not overtake it.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +11,8 @@ class FullKelTypeWalker;
 class GifGnmiNotifiee;
 class Ir;
 
-// On the stack of whoever collects, for as long as it does; the Ir may be null, and another one as time goes by. Scheduler thread only.
+// On the stack of whoever collects, for as long as it does; the Ir may be null, and another one as time goes
+// by. Scheduler thread only.
 class Unsent {
 public:
   // `notifiee`: of the object that is walked, which has it live as long; null when there is none.
@@ -19,10 +21,11 @@ public:
   Unsent(Unsent const&) = delete;
   Unsent& operator=(Unsent const&) = delete;
 
-  // All that has been collected goes to its routers, because a delete follows. Nodes of an Ir do not stay across it, and so across
-  // nothing that runs the host's code.
+  // All that has been collected goes to its routers, because a delete follows. Nodes of an Ir do not stay
+  // across it, and so across nothing that runs the host's code.
   static void sendAll();
-  // Lets go of what has been collected of objects that have ended since, before it is sent behind their deletes.
+  // Lets go of what has been collected of objects that have ended since, before it is sent behind their
+  // deletes.
   static void dropEnded();
   // While one lives, an Ir is being encoded: `sendAll` leaves all as it is.
   class Sending {

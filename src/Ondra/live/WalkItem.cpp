@@ -35,7 +35,8 @@ public:
   WalkResult walkPlain(Kel::Ptr<Kel::GenericIf const> const& value) const;
   // A member that its key tells whole.
   WalkResult walkKeyScalars(KelKey& memberKey) const;
-  // A member of a collection inside a value that is being turned into key text: member and value become one more field of that key.
+  // A member of a collection inside a value that is being turned into key text: member and value become one
+  // more field of that key.
   void encodeIntoKey(Kel::Ptr<Kel::GenericIf const> const& value, KelKey const& memberKey) const;
   // Takes the place of a member whose key holds a reference, and says whether the member is to be seen there.
   [[nodiscard]] bool takePlace(GifGnmiNotifiee& notifiee, Kel::Ptr<Kel::GenericIf const> const& memberKey,
@@ -108,8 +109,9 @@ void FullKelTypeWalker::Item::meetKeyField() {
   }
 }
 
-// The leaf of one field of the list entry's key. Whatever the walk began with, its value is the field itself: an entity knows its key, a
-// member that is a value is walked with it. An object at a path that is not its own has the text that is there.
+// The leaf of one field of the list entry's key. Whatever the walk began with, its value is the field itself:
+// an entity knows its key, a member that is a value is walked with it. An object at a path that is not its
+// own has the text that is there.
 void FullKelTypeWalker::Item::addKeyLeaf(PathElem::KeyMapType::Node const& field) const {
   Kel::Ptr<Kel::GenericIf const> value = key == nullptr ? nullptr : key->scalar(field.key, field.value);
   if (!value && walker.objType_.isEntity()) {

@@ -1,3 +1,5 @@
+// Where a parked walker is put, in a turn and outside of one; how walkers are taken and dropped; whether a
+// walk is to yield.
 #include "Ondra/WalkQ.h"
 
 #include <iterator>

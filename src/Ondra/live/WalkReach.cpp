@@ -1,9 +1,11 @@
+// The deepest parked walker above the path decides, by the attribute it stands at, then by the key from which
+// it goes on.
 #include "Ondra/WalkReach.h"
 
 #include <memory>
 
 #include "Ondra/live/ParkedWalks.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Ondra {

@@ -12,7 +12,7 @@
 #include "Ondra/live/ShortRoads.h"
 #include "Ondra/live/Unsent.h"
 #include "Ondra/live/WalkResults.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkRules.h"
 #include "Ondra/rules/WalkerTrace.h"
 
@@ -44,7 +44,8 @@ private:
     return walker.notifiee_ ? std::move(walker.notifiee_)
                             : KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_);
   }
-  // Walks one item: what is raised in it costs the item; when nobody has asked meanwhile whether the slice is used up, it is asked.
+  // Walks one item: what is raised in it costs the item; when nobody has asked meanwhile whether the slice is
+  // used up, it is asked.
   template <class Walk>
   WalkResult walkItem(Kel::KelAttr const& attr, Walk const& walk);
   // The object has ended while it was walked: what was collected since is of nobody.

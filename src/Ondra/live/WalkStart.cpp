@@ -19,7 +19,8 @@ namespace Ondra {
 
 namespace {
 
-// Runs a part of a walk: what is raised outside of its items ends that part. For want of memory the walk is called off.
+// Runs a part of a walk: what is raised outside of its items ends that part. For want of memory the walk is
+// called off.
 template <class Walk>
 WalkResult guarded(SyncWalkId const& id, Walk const& walk) {
   WalkScope const scope; // ends after the exception has been dealt with: changes that wait are told
@@ -102,7 +103,8 @@ private:
   WalkQ& queue_;
 };
 
-// Runs what the queue holds until a walker stops. When none is left, all has been sent, whatever the last push said.
+// Runs what the queue holds until a walker stops. When none is left, all has been sent, whatever the last
+// push said.
 WalkResult goThrough(WalkQ& queue) {
   WalkResult result = WalkResult::Success;
   Running const running(queue);

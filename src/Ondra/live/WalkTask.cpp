@@ -1,3 +1,5 @@
+// Begins or resumes its walk at each turn, schedules itself again when only time was short, and says once
+// that it is done.
 #include "Ondra/WalkTask.h"
 
 #include <fmt/format.h>

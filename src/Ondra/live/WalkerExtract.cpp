@@ -7,7 +7,7 @@
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/PtrResolution.h"
 #include "Ondra/ScalarEncode.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkerTrace.h"
 
 namespace Ondra {

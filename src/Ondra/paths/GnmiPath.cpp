@@ -1,3 +1,5 @@
+// Printing goes by templates over both representations; the parser asserts what it expects; equality and hash
+// ignore the order of keys.
 #include "Ondra/GnmiPath.h"
 
 #include <absl/container/inlined_vector.h>

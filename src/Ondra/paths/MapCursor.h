@@ -13,8 +13,8 @@
 
 namespace Ondra {
 
-// The state behind `Kel::TypeHooks::Iteration`: the keys of the collection at the beginning of the iteration, sorted. Members that
-// go meanwhile are passed over, those that come are not given; the object stays alive.
+// The state behind `Kel::TypeHooks::Iteration`: the keys of the collection at the beginning of the iteration,
+// sorted. Members that go meanwhile are passed over, those that come are not given; the object stays alive.
 class MapCursor {
 public:
   using Map = Kel::HashMap2018<Kel::String, Kel::String>;

@@ -1,3 +1,5 @@
+// Making, joining and comparing element by element; elements are shared, never copied. Texts and messages:
+// GnmiPath.cpp.
 #include "Ondra/Path.h"
 
 namespace Ondra {

@@ -1,3 +1,5 @@
+// Changing names and keys, which forgets the hash; keys are compared in any order, the same order being the
+// guess.
 #include "Ondra/PathElem.h"
 
 #include <utility>

@@ -1,3 +1,5 @@
+// Element by element, a prefix first: by name, then by the keys sorted, with a short way for elements of one
+// key.
 #include "Ondra/paths/PathOrder.h"
 
 #include <algorithm>
@@ -19,8 +21,8 @@ Fields fieldsOf(PathElem const& elem) {
   return fields;
 }
 
-// By their texts: a walk goes through the members of a collection in nearly that order, so that what it enters one after the other comes
-// to lie side by side.
+// By their texts: a walk goes through the members of a collection in nearly that order, so that what it
+// enters one after the other comes to lie side by side.
 int compareElems(PathElem const& a, PathElem const& b) {
   if (&a == &b) {
     return 0;

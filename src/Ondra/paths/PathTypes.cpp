@@ -1,3 +1,5 @@
+// The map and its registration as a type of the object model; whoever observes it may change it at every
+// step.
 #include "Ondra/PathTypes.h"
 
 #include <boost/container/small_vector.hpp>

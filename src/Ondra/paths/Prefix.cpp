@@ -1,3 +1,4 @@
+// Children hold their parents, which only know them. The end of a long chain is a loop, not a recursion.
 #include "Ondra/Prefix.h"
 
 #include <utility>

@@ -1,3 +1,5 @@
+// Powers of two, one list for each, under one lock, in storage that is never destroyed; other sizes go to the
+// heap.
 #include "Ondra/responses/ArenaBlocks.h"
 
 #include <array>

@@ -1,3 +1,5 @@
+// How messages are taken from the pool and come back, on any thread and after its end; arenas are emptied
+// outside the lock.
 #include "Ondra/ArenaRespMsg.h"
 
 #include <fmt/format.h>
@@ -15,8 +17,8 @@
 
 namespace Ondra {
 
-// Releases come on any thread and at any time, also after the statics have gone: what they touch once the pool has been purged
-// has no destructor.
+// Releases come on any thread and at any time, also after the statics have gone: what they touch once the
+// pool has been purged has no destructor.
 constinit Tovak::Locking::Lock ArenaRespMsg::mutex_;
 constinit std::uint32_t ArenaPool::ARENA_POOL_SIZE = 2000;
 constinit std::atomic<std::uint64_t> arenaMsgCount{0};
@@ -40,7 +42,8 @@ Tovak::DebugHandler& debugHandler() {
 
 Tovak::String textOf(ArenaRespMsg const* msg) { return msg == nullptr ? "nullptr" : msg->toString(); }
 
-// The only way to hold a message. Its counts come from the model's free lists, whichever thread makes or drops them.
+// The only way to hold a message. Its counts come from the model's free lists, whichever thread makes or
+// drops them.
 ArenaRespMsg::Ptr share(ArenaRespMsg* msg) {
   return {msg, ArenaRespMsg::Deleter{}, Kel::MemAllocator<ArenaRespMsg>{}};
 }
@@ -94,8 +97,8 @@ ArenaRespMsg::createResponse(Kel::Ptr<Path const> const& prefix, long timestamp)
   return {std::move(msg), notification};
 }
 
-// The arena is emptied outside the lock: dropping a large response takes long, and the scheduler thread may be waiting for a
-// message.
+// The arena is emptied outside the lock: dropping a large response takes long, and the scheduler thread may
+// be waiting for a message.
 void ArenaRespMsg::Deleter::operator()(ArenaRespMsg* msg) const {
   bool full = false;
   {
@@ -138,7 +141,8 @@ ArenaRespMsg::Ptr ArenaPool::take() {
   return msg;
 }
 
-// The messages end by their deleter, which takes the lock: so they are destroyed after it has been given back.
+// The messages end by their deleter, which takes the lock: so they are destroyed after it has been given
+// back.
 void ArenaPool::purge() {
   TOVAK_TRACE(debugHandler(), kPurgeLevel, "ArenaPool", "purge");
   boost::circular_buffer<ArenaRespMsg::Ptr> waiting;

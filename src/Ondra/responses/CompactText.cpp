@@ -1,3 +1,4 @@
+// Each kind of value as "name:text"; those for which there is no text here are told by their number.
 #include "Ondra/CompactText.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,5 @@
+// Mostly one-liners: doubles as big-endian bytes, types of requests as flags, the element that stands for an
+// attribute.
 #include "Ondra/GnmiUtils.h"
 
 #include <absl/strings/str_join.h>

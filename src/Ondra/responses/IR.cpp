@@ -1,3 +1,4 @@
+// Filling, emptying and reading. Emptied nodes are kept spare, so that the next walk finds its storage warm.
 #include "Ondra/IR.h"
 
 #include <fmt/format.h>
@@ -56,7 +57,8 @@ std::shared_ptr<Ir> Ir::IrIs() { return std::allocate_shared<Ir>(Tovak::Allocato
 
 // --- filling -------------------------------------------------------------------------------------
 
-// The walkers of one object may hold different copies of its prefix: these are compared before the tables are searched.
+// The walkers of one object may hold different copies of its prefix: these are compared before the tables are
+// searched.
 IrNode& Ir::findNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
   if (lastNode_ == nullptr || timestamp != lastTimestamp_ || !lastPrefix_->isEqual(prefix)) {
     OrderedPrefixNodeMap& nodes = findTime(timestamp);

@@ -1,3 +1,5 @@
+// Leaves go straight into arenas, split after a fixed number; what no message can hold is taken back and
+// noted. Bytes: IrToWire.cpp.
 #include "Ondra/responses/IrToResp.h"
 
 #include <algorithm>

@@ -11,8 +11,9 @@
 
 namespace Ondra {
 
-// One response per node, and a further one after every 1000 leaves, so that a node of exactly 1000 leaves is followed by a
-// response without any. Deleted leaves count like others, and so do those that are left out. A leaf whose type is not scalar is a fatal assertion.
+// One response per node, and a further one after every 1000 leaves, so that a node of exactly 1000 leaves is
+// followed by a response without any. Deleted leaves count like others, and so do those that are left out. A
+// leaf whose type is not scalar is a fatal assertion.
 class KTD_EXPORT RespEncoder final : public IrEncoder {
 public:
   using Responses = std::vector<std::shared_ptr<ArenaRespMsg>>;

@@ -1,5 +1,7 @@
-// Everything is written from its end to its beginning (WireWriter), hence the order of the statements: fields with higher numbers
-// first, the length and tag of a message after its fields.
+// An Ir as bytes, without messages in between.
+//
+// Everything is written from its end to its beginning (WireWriter), hence the order of the statements: fields
+// with higher numbers first, the length and tag of a message after its fields.
 #include "Ondra/responses/IrToWire.h"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -137,8 +139,8 @@ void putElems(WireWriter& out, PlainNode const& node) {
   node.wirePrefix = Kel::Bytes({reinterpret_cast<char const*>(elems.data()), elems.size()});
 }
 
-// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by address: such a path stays
-// where it is, and as it is.
+// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by
+// address: such a path stays where it is, and as it is.
 class LeafPaths {
 public:
   void put(WireWriter& out, Kel::Ptr<Path const> const& path) {

@@ -8,9 +8,9 @@
 
 namespace Ondra {
 
-// The same responses as RespEncoder makes, one after the other, each byte for byte what the message would be serialized to
-// deterministically. All encoders share one buffer: what `response` is given is valid during the call, and no encoder runs inside
-// another. Scheduler thread.
+// The same responses as RespEncoder makes, one after the other, each byte for byte what the message would be
+// serialized to deterministically. All encoders share one buffer: what `response` is given is valid during
+// the call, and no encoder runs inside another. Scheduler thread.
 class KTD_EXPORT WireEncoder : public IrEncoder {
 public:
   void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) final;

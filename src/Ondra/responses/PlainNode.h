@@ -1,4 +1,5 @@
-// The leaves of an object that are plain scalars, where they lie: what the encoders of responses are given without an Ir.
+// The leaves of an object that are plain scalars, where they lie: what the encoders of responses are given
+// without an Ir.
 #pragma once
 
 #include <span>
@@ -17,8 +18,8 @@ struct PlainLeaf {
   void const* value;         // the raw form, in the object; of one that is printed, with the collector
 };
 
-// What an `IrNode` is to an `Ir`: leaves of one time below one prefix, at most `WalkRules::kMostPlain`. Valid while the object neither
-// changes nor goes.
+// What an `IrNode` is to an `Ir`: leaves of one time below one prefix, at most `WalkRules::kMostPlain`. Valid
+// while the object neither changes nor goes.
 struct PlainNode {
   long timestamp;
   Kel::Ptr<Path const> const& prefix;

@@ -1,3 +1,4 @@
+// Results of walks as texts, for traces; all else is in the header.
 #include "Ondra/WalkTypes.h"
 
 #include "Tovak/Assert.h"

@@ -1,5 +1,5 @@
-// Writes protobuf's wire format from its end to its beginning, so that the length of a message is known when it is to be written.
-// The format: protobuf.dev/programming-guides/encoding.
+// Writes protobuf's wire format from its end to its beginning, so that the length of a message is known when
+// it is to be written. The format: protobuf.dev/programming-guides/encoding.
 #pragma once
 
 #include <algorithm>
@@ -22,7 +22,8 @@ enum class WireType : std::uint8_t { Varint = 0, Fixed64 = 1, Length = 2 };
   return static_cast<std::uint8_t>(field << 3 | static_cast<int>(type));
 }
 
-// Its storage grows to what is needed and stays. What is written comes to stand before what was written earlier.
+// Its storage grows to what is needed and stays. What is written comes to stand before what was written
+// earlier.
 class WireWriter {
 public:
   // Empties it.
@@ -62,7 +63,8 @@ public:
     buffer_[--at_] = key;
   }
 
-  // Writes the last `size` bytes of a block of `Block` bytes: a copy of fixed size, the rest of which is overwritten later.
+  // Writes the last `size` bytes of a block of `Block` bytes: a copy of fixed size, the rest of which is
+  // overwritten later.
   template <std::size_t Block>
   void tailOf(std::array<std::uint8_t, Block> const& block, std::size_t size) {
     reserve(Block);
@@ -103,8 +105,8 @@ private:
   static std::size_t groups(std::uint64_t value) noexcept {
     return (static_cast<std::size_t>(std::bit_width(value | 1)) + 6) / 7;
   }
-  // A value below 2^56 without a branch for each of its groups: they are spread over the bytes of a word, all but the last marked, and
-  // the word is stored so that it ends where writing has got to.
+  // A value below 2^56 without a branch for each of its groups: they are spread over the bytes of a word, all
+  // but the last marked, and the word is stored so that it ends where writing has got to.
   void putGroups(std::uint64_t value) {
     std::size_t const size = groups(value);
     std::uint64_t word = (value & 0x0fffffff) | (value & 0x00fffffff0000000) << 4;

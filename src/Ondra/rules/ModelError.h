@@ -9,8 +9,8 @@
 
 namespace Ondra {
 
-// For `catch (...)` around work with the model: what host code raises, its own errors and any other, is a text. Only when memory
-// has run out it goes on.
+// For `catch (...)` around work with the model: what host code raises, its own errors and any other, is a
+// text. Only when memory has run out it goes on.
 [[nodiscard]] inline std::string modelError() {
   try {
     throw;

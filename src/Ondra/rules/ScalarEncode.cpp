@@ -1,3 +1,5 @@
+// The sink that fills messages, and how values are unwrapped and printed first; which kind takes which field
+// is in ScalarValue.h.
 #include "Ondra/ScalarEncode.h"
 
 #include <boost/beast/core/detail/base64.hpp>
@@ -13,8 +15,8 @@
 namespace Ondra {
 namespace {
 
-// Texts are assigned in place: a setter would make a temporary std::string first. Ends the process where there is no memory: messages do
-// not survive that.
+// Texts are assigned in place: a setter would make a temporary std::string first. Ends the process where
+// there is no memory: messages do not survive that.
 class MessageSink {
 public:
   explicit MessageSink(gnmi::TypedValue& out) noexcept : out_(out) {}

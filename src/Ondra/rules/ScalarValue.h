@@ -1,4 +1,5 @@
-// How a scalar of the model is told in gNMI: which field of a TypedValue it becomes, whatever the value is written to.
+// How a scalar of the model is told in gNMI: which field of a TypedValue it becomes, whatever the value is
+// written to.
 #pragma once
 
 #include <cstdint>
@@ -45,7 +46,8 @@ bool tellJson(std::string_view text, Sink& sink) {
   return true;
 }
 
-// `kind` says how the bits of the value are to be read: a builtin's own kind, or the integer under an enumeration.
+// `kind` says how the bits of the value are to be read: a builtin's own kind, or the integer under an
+// enumeration.
 template <class Sink>
 bool tellBuiltin(Kel::BuiltinKind kind, void const* value, Sink& sink) {
   using enum Kel::BuiltinKind;
@@ -75,9 +77,10 @@ bool tellBuiltin(Kel::BuiltinKind kind, void const* value, Sink& sink) {
 
 } // namespace Impl
 
-// Tells the sink the one field that the value becomes, or nothing for a union or a wrapper that holds nothing. A sink has
-// uintVal(uint64), intVal(int64), boolVal(bool), doubleVal(double), and stringVal, bytesVal and jsonVal of a text that is valid
-// during the call. False when the value cannot be told: a text that is no UTF-8; the sink has not been called then.
+// Tells the sink the one field that the value becomes, or nothing for a union or a wrapper that holds
+// nothing. A sink has uintVal(uint64), intVal(int64), boolVal(bool), doubleVal(double), and stringVal,
+// bytesVal and jsonVal of a text that is valid during the call. False when the value cannot be told: a text
+// that is no UTF-8; the sink has not been called then.
 template <class Sink>
 [[nodiscard]] bool tellScalar(Kel::Ptr<Kel::GenericIf const> const& value, Sink& sink) {
   Kel::TypeDesc const& type = value->type().desc();

@@ -1,3 +1,5 @@
+// A plan for each type, made once: the road of each attribute and what may be left short; then names, paths
+// and collisions of leaves.
 #include "Ondra/rules/WalkRules.h"
 
 #include <absl/container/flat_hash_map.h>

@@ -44,8 +44,8 @@ struct AttrPlan {
   Kel::Ptr<Path> leafPath;        // of that one element: the leaf path of an entity's own attribute
 };
 
-// With so many plain leaves at most does a type end (`TypePlan::plainFrom`). They are one response, whoever encodes them: it is one less
-// than where a response is full.
+// With so many plain leaves at most does a type end (`TypePlan::plainFrom`). They are one response, whoever
+// encodes them: it is one less than where a response is full.
 inline constexpr std::size_t kMostPlain = 999;
 
 struct TypePlan {
@@ -73,21 +73,26 @@ struct TypePlan {
 
 // --- attributes that meet a key field ---------------------------------------------------------------------
 //
-// A field of a list entry's key is an attribute of the entry, or lies outside of it and is told by its path alone. An attribute that has
-// the name of such a field without being it meets it:
-// - If it would be a leaf (a scalar, an array, a JSON text), whoever reads it would take it for the field. So the leaf of that name is
-//   the field's, whether or not the attribute is set, and the attribute's leaf has that name with "Value_".
-// - Anything else (a structure, a reference, an entity, a collection) is a container of that name and stays it; the field has no leaf.
-// No other key field has a leaf. All of this follows from the entry's type and path, for walks, changes and deletes alike.
+// A field of a list entry's key is an attribute of the entry, or lies outside of it and is told by its path
+// alone. An attribute that has the name of such a field without being it meets it:
+// - If it would be a leaf (a scalar, an array, a JSON text), whoever reads it would take it for the field. So
+//   the leaf of that name is the field's, whether or not the attribute is set, and the attribute's leaf has
+//   that name with "Value_".
+// - Anything else (a structure, a reference, an entity, a collection) is a container of that name and stays
+//   it; the field has no leaf.
+// No other key field has a leaf. All of this follows from the entry's type and path, for walks, changes and
+// deletes alike.
 
-// What an attribute's leaf gives way to, and where it is then. Without a field: the attribute meets none, and is where it would be.
+// What an attribute's leaf gives way to, and where it is then. Without a field: the attribute meets none, and
+// is where it would be.
 struct MetKeyField {
   PathElem::KeyMapType::Node const* field = nullptr; // in the path of the object
   Kel::Ptr<Path> leafPath;
   explicit operator bool() const noexcept { return field != nullptr; }
 };
 
-// Of an attribute of an object of that type, whose path is `objectPrefix` and `objectLeaf` together. Valid while these are.
+// Of an attribute of an object of that type, whose path is `objectPrefix` and `objectLeaf` together. Valid
+// while these are.
 [[nodiscard]] KTD_EXPORT MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr,
                                                  Path const& objectPrefix, Kel::Ptr<Path> const& objectLeaf);
 // Whether any attribute of an object of that type at that path meets one.
@@ -95,14 +100,15 @@ struct MetKeyField {
 
 // --- members and directories ------------------------------------------------------------------------------
 
-// Whether a member under a structured key is sent below an element of its own, "<attribute>Value": a scalar of a kind that no client
-// can write, so that no Set ever addresses the member itself as a leaf.
+// Whether a member under a structured key is sent below an element of its own, "<attribute>Value": a scalar
+// of a kind that no client can write, so that no Set ever addresses the member itself as a leaf.
 [[nodiscard]] KTD_EXPORT bool membersNeedValueElem(Kel::KelAttr const& attr);
 
 // The attribute is the one that holds a directory's entities.
 [[nodiscard]] KTD_EXPORT bool isDirEntries(Kel::KelAttr const& attr);
 
-// Whether a message can hold the element: its texts are UTF-8. Walks send nothing at or below an element that it cannot.
+// Whether a message can hold the element: its texts are UTF-8. Walks send nothing at or below an element that
+// it cannot.
 [[nodiscard]] KTD_EXPORT bool isEncodable(PathElem const& elem);
 [[nodiscard]] KTD_EXPORT bool isEncodable(Path const& path);
 

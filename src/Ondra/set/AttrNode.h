@@ -1,21 +1,23 @@
 // AttrTree::AttrNode: one element of the paths of a Set request, with what the request does to it.
 //
 // A node is made and marked by insertion (AttrTreeInsert.cpp), prepared once for each phase that touched it
-// (AttrTreePrepare.cpp), and committed with the whole tree (AttrTreeCommit.cpp). Nothing but the commit writes to the model.
+// (AttrTreePrepare.cpp), and committed with the whole tree (AttrTreeCommit.cpp). Nothing but the commit
+// writes to the model.
 //
 // Invariants
-// 1. A path whose delete has nothing to delete leaves no trace: new nodes are attached, and operations of old ones changed, only
-//    when the whole path is resolved.
-// 2. `op` is the operation of the last phase whose paths reached the node. So within a phase the nodes with its operation
-//    are those it touched.
-// 3. An element of the request's prefix is never remade by a Replace of something beneath it; nor is an entity that a directory
-//    holds, nor one that its attribute does not let go, nor one that is referred to.
-// 4. `base_` is what the node's children find before this phase: the live object; for an object to be made, a detached
-//    prototype made from the same arguments; for a value, the node's own copy of it.
+// 1. A path whose delete has nothing to delete leaves no trace: new nodes are attached, and operations of old
+//    ones changed, only when the whole path is resolved.
+// 2. `op` is the operation of the last phase whose paths reached the node. So within a phase the nodes with
+//    its operation are those it touched.
+// 3. An element of the request's prefix is never remade by a Replace of something beneath it; nor is an
+//    entity that a directory holds, nor one that its attribute does not let go, nor one that is referred to.
+// 4. `base_` is what the node's children find before this phase: the live object; for an object to be made, a
+//    detached prototype made from the same arguments; for a value, the node's own copy of it.
 // 5. Whatever the model could refuse is asked in prepare, so that commits do not fail half-way in practice.
-// 6. Each write of the commit tells observers, who may change anything, also what was found before. So the commit holds on to
-//    places, not to what they held: an entity is used while it stands where it was found, else its place is looked at again; a value is
-//    folded again into what its place holds by then. Updates with no place left are an error, deletes are fulfilled.
+// 6. Each write of the commit tells observers, who may change anything, also what was found before. So the
+//    commit holds on to places, not to what they held: an entity is used while it stands where it was found,
+//    else its place is looked at again; a value is folded again into what its place holds by then. Updates
+//    with no place left are an error, deletes are fulfilled.
 #pragma once
 
 #include <cstddef>
@@ -60,7 +62,8 @@ public:
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
     // Appends a child; false (and nothing happens) when one of that element is there already.
     bool insert(std::unique_ptr<AttrNode> node);
-    // Appends a child that is not there: `gap` is that of its element, since whose look-up nothing has been inserted.
+    // Appends a child that is not there: `gap` is that of its element, since whose look-up nothing has been
+    // inserted.
     void insert(std::unique_ptr<AttrNode> node, Gap const& gap);
     // From here on the queue is as if empty, but for `withPruned`.
     void prune();
@@ -84,7 +87,8 @@ public:
     Children children_;
     std::size_t pruned_ = 0; // of them, at the front
     std::vector<AttrNode*> wildcards_;
-    // Only above a few children; that of the places only once it is asked for, as it is for members of collections.
+    // Only above a few children; that of the places only once it is asked for, as it is for members of
+    // collections.
     std::unique_ptr<ByElem> byElem_;
     mutable std::unique_ptr<ByPlace> byPlace_;
   };
@@ -94,8 +98,8 @@ public:
 
   // Longer paths are refused; bounds the depth of the tree.
   static constexpr std::size_t kMaxPathElems = 128;
-  // More key filters below one element are refused; bounds the time that comparing with them takes, each with every member that the
-  // request names.
+  // More key filters below one element are refused; bounds the time that comparing with them takes, each with
+  // every member that the request names.
   static constexpr std::size_t kMaxWildcards = 64;
 
   // Refers to the element, which must outlive the node.
@@ -111,7 +115,7 @@ public:
   [[nodiscard]] bool onPrefix() const { return onPrefix_; }
   [[nodiscard]] AttrQueue const& children() const { return children_; }
 
-  // --- for the driver, on the root --------------------------------------------------------------------------
+  // --- for the driver, on the root -------------------------------------------------------------------------
   void opIs(SetOp op);
   // Records one path of the request. The elements and the value (null: none) must outlive the tree.
   [[nodiscard]] Status insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
@@ -129,7 +133,7 @@ private:
   struct Trail;
   struct Made;
 
-  // --- what the node is -------------------------------------------------------------------------------------
+  // --- what the node is ------------------------------------------------------------------------------------
   [[nodiscard]] bool isScalar() const { return kind_ == TypeKind::Scalar; }
   [[nodiscard]] bool isEntity() const { return kind_ == TypeKind::Composite && object_.type().isEntity(); }
   [[nodiscard]] bool isInDir() const { return object_.parentType && object_.parentType.isDir(); }
@@ -145,10 +149,10 @@ private:
   template <class Work>
   [[nodiscard]] Status guarded(Work const& work) const;
 
-  // --- insertion --------------------------------------------------------------------------------------------
+  // --- insertion -------------------------------------------------------------------------------------------
   [[nodiscard]] Status processLeafElem(gnmi::TypedValue const& value);
 
-  // --- prepare ----------------------------------------------------------------------------------------------
+  // --- prepare ---------------------------------------------------------------------------------------------
   [[nodiscard]] Status prepare(SetOp op);
   [[nodiscard]] Status prepareScalar(SetOp op);
   [[nodiscard]] Status prepareEntity(SetOp op);
@@ -171,7 +175,7 @@ private:
   // What the parent holds in this place before this phase.
   [[nodiscard]] ConstHandle current() const;
 
-  // --- commit -----------------------------------------------------------------------------------------------
+  // --- commit ----------------------------------------------------------------------------------------------
   [[nodiscard]] Status commit(Handle const& parent);
   // Into a copy of a value.
   [[nodiscard]] Status commitChildren(Handle const& target);
@@ -220,8 +224,9 @@ private:
   AttrQueue children_;
 };
 
-// The way of the path inserted last in this phase, but for its last node. Its nodes were found fit to be passed by this operation, and
-// only deletes change that: a path that begins alike, as the next one of a sorted request does, begins at the last node they share.
+// The way of the path inserted last in this phase, but for its last node. Its nodes were found fit to be
+// passed by this operation, and only deletes change that: a path that begins alike, as the next one of a
+// sorted request does, begins at the last node they share.
 struct AttrTree::AttrNode::Trail {
   SetOp op = SetOp::Delete;
   std::vector<AttrNode*> nodes;

@@ -15,7 +15,8 @@ using Kel::KelAttr;
 
 namespace {
 
-// Up to so many children a look at each is faster than an index: at the hashes of their elements, which lie side by side, or at places.
+// Up to so many children a look at each is faster than an index: at the hashes of their elements, which lie
+// side by side, or at places.
 constexpr std::size_t kUnindexed = 32;
 constexpr std::size_t kUnindexedPlaces = 8;
 

@@ -57,7 +57,8 @@ bool setMinimum(KelType type, AttrTree::Handle const& value) {
   return false;
 }
 
-// A filter on the first fields of a structured key bounds the members that can match to one range of the key order.
+// A filter on the first fields of a structured key bounds the members that can match to one range of the key
+// order.
 class KeyRange {
 public:
   KeyRange(KelType keyType, AttrTree::MultipleKeys::Filter const& filter) {

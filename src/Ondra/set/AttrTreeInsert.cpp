@@ -15,8 +15,9 @@ using gnmi::PathElem;
 using Kel::KelAttr;
 using Kel::KelType;
 
-// One path on its way into the tree. Resolves element by element, first along nodes that are there, then along new ones that
-// hang together but not yet in the tree; `finish` attaches them (invariant 1 of AttrNode.h).
+// One path on its way into the tree. Resolves element by element, first along nodes that are there, then
+// along new ones that hang together but not yet in the tree; `finish` attaches them (invariant 1 of
+// AttrNode.h).
 class AttrTree::AttrNode::Insertion {
 public:
   Insertion(AttrNode& root, SetOp op) : root_(root), node_(&root), op_(op) {}
@@ -116,8 +117,8 @@ bool AttrTree::AttrNode::Insertion::enter() {
     return false;
   }
   TOVAK_TRACE(setTrace, 6, "", "Inserting a suffix under element '{}'", node_->elem());
-  // docs/decisions.md: "Where does a path through a reference lead?"
-  // A value is changed in a copy before the commit; what a reference in it leads to would be changed for good.
+  // docs/decisions.md: "Where does a path through a reference lead?" A value is changed in a copy before the
+  // commit; what a reference in it leads to would be changed for good.
   bool const isReferenceInValue = node_->object_.isReference() && !node_->parent_->isEntity();
   if (node_->isScalar() || isReferenceInValue) {
     fail(fmt::format("Leaf element '{}' cannot have a sub-element", node_->elem()));

@@ -1,5 +1,5 @@
-// Preparing the attribute tree for a phase: values are folded into copies, what will be made is made once to try, and everything
-// that the model could refuse is asked. Nothing is written to the model here.
+// Preparing the attribute tree for a phase: values are folded into copies, what will be made is made once to
+// try, and everything that the model could refuse is asked. Nothing is written to the model here.
 #include "Kel/Dir.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/set/AttrNode.h"
@@ -162,7 +162,8 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
   if (!object_.attr.isInstantiating()) {
     return error(fmt::format("Path element '{}' is not set", *elem_));
   }
-  // Values that the constructor takes are folded before there is a prototype, from what their own construction gives.
+  // Values that the constructor takes are folded before there is a prototype, from what their own
+  // construction gives.
   base_.reset();
   for (auto const& child : children_) {
     bool const isValueArg = child->object_.attr.isCtorArg() && !child->isScalar() && !child->isEntity();

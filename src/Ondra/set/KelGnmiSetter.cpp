@@ -1,3 +1,5 @@
+// The three phases of a request, the data root, the response and its statuses; what paths do to the model is
+// in the tree's files.
 #include "Ondra/KelGnmiSetter.h"
 
 #include "Kel/ActivityClock.h"

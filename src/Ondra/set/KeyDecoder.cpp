@@ -1,10 +1,12 @@
+// Scalar keys are read from their texts; structured ones become a tree of fields, then a value; wildcards
+// make a filter.
 #include "Ondra/KeyDecoder.h"
 
 #include <algorithm>
 
 #include <boost/algorithm/string/replace.hpp>
 
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Ondra/set/SetTrace.h"
 
 namespace Ondra::KelGnmiSet {

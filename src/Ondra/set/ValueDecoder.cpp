@@ -1,11 +1,12 @@
-// gNMI values become values of the model. Pure: reads the request and the types, writes nothing.
+// gNMI values become values of the model. Pure: reads the request and the types, writes nothing. Ranges are not
+// checked here: a number that is too large for its type is the host's to refuse.
 #include <bit>
 #include <ostream>
 
 #include "Kel/Scalars.h"
 #include "Ondra/AttrTree.h"
 #include "Ondra/GnmiUtils.h"
-#include "Ondra/rules/ValueText.h"
+#include "Ondra/rules/KeyText.h"
 #include "Ondra/set/SetTrace.h"
 
 namespace Ondra::KelGnmiSet {
@@ -17,8 +18,8 @@ using ValueOrText = AttrTree::ValueOrText;
 
 namespace {
 
-// Which gNMI field carries a builtin; the exact inverse of how it is sent. Durations travel as signed, points in time and
-// characters as unsigned numbers.
+// Which gNMI field carries a builtin; the exact inverse of how it is sent. Durations travel as signed, points
+// in time and characters as unsigned numbers.
 enum class Family : std::uint8_t { None, String, Signed, Unsigned, Bool, Float, Double };
 
 Family familyOf(KelType type) {
@@ -71,7 +72,8 @@ ValueOrText fromUnsigned(KelType type, std::uint64_t value) {
 
 ValueOrText fromString(KelType type, std::string const& text) {
   if (familyOf(type) == Family::String) {
-    // The text form of a string is the text between quotation marks, which are stripped again: the value is made at once.
+    // The text form of a string is the text between quotation marks, which are stripped again: the value is
+    // made at once.
     return Kel::handleOf(Kel::String(text));
   }
   return type.isEnum() ? AttrTree::enumFromStrRep(type, text) : mismatch(type, "string");

@@ -11,14 +11,15 @@
 
 namespace Ondra {
 
-// Of a builtin value. `escape`: a "__" in a text gets a backslash before it. A kind that cannot be a key is a fatal assertion.
+// Of a builtin value. `escape`: a "__" in a text gets a backslash before it. A kind that cannot be a key is a
+// fatal assertion.
 [[nodiscard]] std::string builtinKeyText(Kel::GenericIf const& value, bool escape);
 
 // Base64.
 [[nodiscard]] std::string bytesKeyText(std::string_view bytes);
 
-// A key of a scalar type from its text: the inverse of what key fields are written as. What cannot be a key, and what the model refuses, is
-// the text of an error.
+// A key of a scalar type from its text: the inverse of what key fields are written as. What cannot be a key,
+// and what the model refuses, is the text of an error.
 [[nodiscard]] Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string> keyOfText(Kel::KelType type,
                                                                             std::string const& text);
 

@@ -1,4 +1,5 @@
-// The rules of registration: what a type must keep so that its objects can be read, addressed and set without ambiguity.
+// The rules of registration: what a type must keep so that its objects can be read, addressed and set without
+// ambiguity.
 
 #include <absl/strings/ascii.h>
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-#include "Ondra/rules/ValueText.h"
+// Numbers and texts printed by kind, floats as base64 of their bytes; read back through the object model's
+// own text forms.
+#include "Ondra/rules/KeyText.h"
 
 #include <boost/algorithm/string/replace.hpp>
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-#include "agent/service/Opening.h"
+// The preface of HTTP/2, or the header of the first record of TLS with its length; no byte beyond is looked
+// at.
+#include "agent/service/FirstBytes.h"
 
 namespace Agent {
 namespace {
