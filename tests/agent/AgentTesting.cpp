@@ -1,3 +1,5 @@
+// Subtrees read through the generic operations, folders that are gone with the test, and an observer that
+// counts changes.
 #include "AgentTesting.h"
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
-// What the agent's tests share: a tree of their own, recorded /proc and /sys folders, the leaves of a subtree as text.
+// What the agent's tests share: a tree of their own, recorded /proc and /sys folders, the leaves of a subtree
+// as text.
 #pragma once
 
 #include <gtest/gtest.h>

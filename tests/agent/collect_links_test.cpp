@@ -1,4 +1,5 @@
-// Link, address and neighbour facts in the model: renames, resyncs after lost events, entries that clients removed.
+// Link, address and neighbour facts in the model: renames, resyncs after lost events, entries that clients
+// removed.
 #include <random>
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-// The real kernel: links, addresses and neighbours in a network namespace of the test's own. Skipped where the system does not
-// permit one.
+// The real kernel: links, addresses and neighbours in a network namespace of the test's own. Skipped where
+// the system does not permit one.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -228,7 +228,8 @@ TEST_F(Kernel, AppliesConfiguration) {
   EXPECT_TRUE(apply(linkChangeOf(d0)).ok());
   EXPECT_EQ(d0.state->description, std::nullopt);
   EXPECT_EQ(d0.state->enabled, false);
-  // The model does not know yet of a change that is on its way when the next one is ordered: the later one holds.
+  // The model does not know yet of a change that is on its way when the next one is ordered: the later one
+  // holds.
   d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1400});
   applier.apply(linkChangeOf(d0), [](ConfigApplier::Outcome const&) {});
   d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1300});

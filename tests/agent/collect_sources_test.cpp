@@ -275,7 +275,8 @@ TEST_F(Sources, MountPointsThatHoldData) {
   EXPECT_EQ(tree.system->mountPoints->mountPoint.size(), 1U);
 }
 
-// Whatever the slices, a round finds the same; a round in which nothing changed tells of nothing but the time.
+// Whatever the slices, a round finds the same; a round in which nothing changed tells of nothing but the
+// time.
 TEST_F(Sources, RoundsAreSlicedAndSilentWithoutChange) {
   for (int pid = 1; pid <= 300; ++pid)
     putProcess(pid, fmt::format("p{}", pid), pid, 1);

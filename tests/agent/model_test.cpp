@@ -1,4 +1,5 @@
-// The model itself: what its page says, which leaves are whose, what a client's writes and deletes leave behind.
+// The model itself: what its page says, which leaves are whose, what a client's writes and deletes leave
+// behind.
 #include <algorithm>
 #include <fstream>
 #include <functional>
@@ -89,7 +90,8 @@ TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
 )");
 }
 
-// Deleting a leaf with a published default brings the default back, and says so; a key's copy never departs from the key.
+// Deleting a leaf with a published default brings the default back, and says so; a key's copy never departs
+// from the key.
 TEST(Model, DefaultsAndKeyCopiesSurviveWriters) {
   Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
   Agent::Tree const tree = Agent::treeIn(*root);

@@ -1,4 +1,5 @@
-// Runs walks of the fixture model under a test's control: where they yield, when the pipe is full, what happens while they are parked.
+// Runs walks of the fixture model under a test's control: where they yield, when the pipe is full, what
+// happens while they are parked.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Lets the general heap fail where a test wants it: this program's operator new is replaced (hostile_sweep_test.cpp), the libraries' included.
+// Lets the general heap fail where a test wants it: this program's operator new is replaced
+// (hostile_sweep_test.cpp), the libraries' included.
 #pragma once
 
 #include <functional>

@@ -1,3 +1,5 @@
+// A step of a play: one call is armed to misbehave, the host acts, then the laws are checked. Parked walks
+// last over several steps.
 #include "ondra/hostile_host.h"
 
 #include <algorithm>

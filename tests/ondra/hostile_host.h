@@ -1,4 +1,5 @@
-// Plays the worst host there is over the hostile model, and holds the library to its laws at every quiet moment.
+// Plays the worst host there is over the hostile model, and holds the library to its laws at every quiet
+// moment.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +21,8 @@
 
 namespace Hostile {
 
-// The one router of a host: whichever walk comes first to an object, its changes are told to the subscriber. What a walk for somebody else
-// sends goes to him.
+// The one router of a host: whichever walk comes first to an object, its changes are told to the subscriber.
+// What a walk for somebody else sends goes to him.
 class HostRouter final : public RecordingRouter {
 public:
   using RecordingRouter::RecordingRouter;
@@ -52,7 +53,8 @@ public:
   Play(Play const&) = delete;
   Play& operator=(Play const&) = delete;
 
-  // One thing that the host does, with what its own code does meanwhile; then the laws. What is broken is a failure of the test.
+  // One thing that the host does, with what its own code does meanwhile; then the laws. What is broken is a
+  // failure of the test.
   void step();
   // What was done in the last step.
   [[nodiscard]] std::vector<std::string> const& log() const { return log_; }

@@ -1,3 +1,5 @@
+// The registration of the rude types, boxes in which a key collides with each kind of attribute, and the odd
+// texts.
 #include "ondra/hostile_model.h"
 
 #include <algorithm>

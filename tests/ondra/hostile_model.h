@@ -1,5 +1,5 @@
-// A model whose own code is rude: printers, parsers and setters that do what a test wants when they are called, keys that collide with
-// every kind of attribute, members that have nothing to say.
+// A model whose own code is rude: printers, parsers and setters that do what a test wants when they are
+// called, keys that collide with every kind of attribute, members that have nothing to say.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,8 @@ class Guest;
 // The host's code that the library calls.
 enum class Call : unsigned { Print = 1, Parse = 2, Set = 4, Push = 8, Tell = 16 };
 
-// What that code does before it does its work. Not called again from within itself, nor while an `Inside` lives, when all texts can be printed.
+// What that code does before it does its work. Not called again from within itself, nor while an `Inside`
+// lives, when all texts can be printed.
 class Trap {
 public:
   class Inside {
@@ -135,16 +136,16 @@ public:
   Kel::KeyedEntities<Odd, Room> oddRooms;
 };
 
-// Entity types that hold members, as values and as entities, under every kind of key, of whose fields one has the name of an attribute
-// of the member: of another kind in each type. By the kind's name.
+// Entity types that hold members, as values and as entities, under every kind of key, of whose fields one has
+// the name of an attribute of the member: of another kind in each type. By the kind's name.
 struct Collision {
   std::string kind;
   Kel::KelType type;
 };
 std::vector<Collision> const& collisions();
 
-// Entities with so many attributes each, of one kind and as they are made; and, for the kinds that values can have, entities with one structure
-// that has these attributes.
+// Entities with so many attributes each, of one kind and as they are made; and, for the kinds that values can
+// have, entities with one structure that has these attributes.
 std::vector<Kel::Ptr<Kel::Entity>> wideEntities(std::size_t attributes);
 
 // Texts that come from nobody with good intentions. The last ones are no UTF-8.

@@ -1,5 +1,5 @@
-// One fault at each place where there can be one: a child process is forked at every n-th such place of a scenario, in which that place
-// fails and the scenario goes on to its end; then the laws hold.
+// One fault at each place where there can be one: a child process is forked at every n-th such place of a
+// scenario, in which that place fails and the scenario goes on to its end; then the laws hold.
 //   ONDRA_HOSTILE_STEPS=100000   so many places instead of ten
 //   ONDRA_HOSTILE_PLACE=17       only that place, in the process itself, as a failure names it
 
@@ -105,7 +105,8 @@ private:
   std::vector<std::string> failures_;
 };
 
-// Walks, changes and requests, in which the place that a child was made for fails. `armed` switches the faults on and off.
+// Walks, changes and requests, in which the place that a child was made for fails. `armed` switches the
+// faults on and off.
 void scenario(std::size_t steps, Sweep& sweep, std::function<void(Play*)> const& armed, bool losesLeaves) {
   Play host(1, {.collides = true});
   for (std::size_t i = 0; i < steps; ++i) {

@@ -1,4 +1,5 @@
-// The worst host: whatever it does, the laws hold at every quiet moment. What is drawn comes from seeds. To play on or again:
+// The worst host: whatever it does, the laws hold at every quiet moment. What is drawn comes from seeds. To
+// play on or again:
 //   ONDRA_HOSTILE_STEPS=100000   so many steps a property instead of a few hundred
 //   ONDRA_HOSTILE_SEED=17        the play of this seed alone, as a failure names it
 
@@ -78,7 +79,8 @@ constexpr Property kProperties[] = {
     {"PrintersThatThrow", {.throws = bit(Call::Print)}},
     {"Everything", {.meddles = kAll, .throws = kAll, .refuses = true, .collides = true, .badTexts = true}},
 };
-// What has little or nothing to say is asked for time like everything else: no slice is longer by more than a member.
+// What has little or nothing to say is asked for time like everything else: no slice is longer by more than a
+// member.
 TEST(HostileSlices, EverythingIsAskedForTime) {
   constexpr std::size_t kMany = 2000;
   struct Case {

@@ -1,4 +1,5 @@
-// Live subscriptions: what is sent after the first walk. That it is the truth whatever happens is played in hostile_test.cpp.
+// Live subscriptions: what is sent after the first walk. That it is the truth whatever happens is played in
+// hostile_test.cpp.
 
 #include <random>
 
@@ -134,8 +135,8 @@ TEST_F(Live, AChainOfForwardReferences) {
   expectTruth(*world.dir());
 }
 
-// Members of each kind under references, many of which lead nowhere: these have one path, and what a fresh walk shows of it is seen,
-// by a subscriber that other walks come by too.
+// Members of each kind under references, many of which lead nowhere: these have one path, and what a fresh
+// walk shows of it is seen, by a subscriber that other walks come by too.
 TEST(LiveLaw, MembersThatShareAPath) {
   for (std::uint32_t seed = 1; seed < 16 && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));

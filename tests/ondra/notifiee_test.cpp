@@ -113,7 +113,8 @@ TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
   EXPECT_THAT(recorded(), IsEmpty());
 }
 
-// Whatever those who observe the types do when they are told: a path has a type exactly while an object of that type is watched there.
+// Whatever those who observe the types do when they are told: a path has a type exactly while an object of
+// that type is watched there.
 TEST_F(Notifiee, TypesOfPathsThatAreTakenOver) {
   struct Case {
     char const* what;
@@ -165,7 +166,8 @@ TEST_F(Notifiee, TypesOfPathsThatAreTakenOver) {
   }
 }
 
-// First the delete, while all is as it was; then the type's entry; then the path is free and nothing is parked there.
+// First the delete, while all is as it was; then the type's entry; then the path is free and nothing is
+// parked there.
 TEST_F(Notifiee, TheOrderOfAnEnd) {
   Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
   Kel::Ptr<Path const> const path = Path::strToPathIs("/fixture/device");

@@ -1,4 +1,5 @@
-// What is parked: the order of queues, the two maps, and walks that go on when something has changed meanwhile.
+// What is parked: the order of queues, the two maps, and walks that go on when something has changed
+// meanwhile.
 #include <algorithm>
 
 #include <gmock/gmock.h>
@@ -195,7 +196,8 @@ TEST_F(Parked, AFullPipeAtTheVeryLastPush) {
 
 // --- memory ----------------------------------------------------------------------------------------------
 
-// The most walkers and bytes of collected leaves that a walk of a rack of `count` interfaces holds at its pauses.
+// The most walkers and bytes of collected leaves that a walk of a rack of `count` interfaces holds at its
+// pauses.
 std::pair<std::size_t, std::int64_t> heldAtPauses(WalkHarness& harness, Kel::Ptr<Kel::Dir> const& dir,
                                                   unsigned count) {
   Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());

@@ -1,4 +1,5 @@
-// Paths and elements as objects: sharing, comparing, hashing, generic access by name. Random paths are judged by a plain model.
+// Paths and elements as objects: sharing, comparing, hashing, generic access by name. Random paths are judged
+// by a plain model.
 #include <gtest/gtest.h>
 
 #include <boost/container/small_vector.hpp>

@@ -1,4 +1,5 @@
-// The text form of paths: printing by both representations, parsing, and the malformed texts with their messages.
+// The text form of paths: printing by both representations, parsing, and the malformed texts with their
+// messages.
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>

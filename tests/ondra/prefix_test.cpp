@@ -1,3 +1,4 @@
+// The tree of prefixes: who keeps which node, that a long chain ends without recursion, misuse.
 #include <gtest/gtest.h>
 
 #include <memory>

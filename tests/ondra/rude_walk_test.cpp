@@ -73,7 +73,8 @@ TEST_F(RudeWalk, WhatAPrinterThrowsCostsTheItemAlone) {
   EXPECT_EQ(harness.leavesOf(*world.dir), whole);
 }
 
-// A walker of the host's own, and one that begins at a leaf path, go the long way and say what they were told.
+// A walker of the host's own, and one that begins at a leaf path, go the long way and say what they were
+// told.
 TEST_F(RudeWalk, ShortRoadsAreForTheLibrarysOwnWalks) {
   RecordingRouter live;
   WalkHarness::Walk walk = harness.start(live, *world.dir, Ondra::flagStream);

@@ -39,7 +39,8 @@ TEST(SetFuzz, CorpusAndVariations) {
   }
 }
 
-// A request of a great many operations is answered in bounded time; a long one costs in proportion to its length.
+// A request of a great many operations is answered in bounded time; a long one costs in proportion to its
+// length.
 TEST(SetFuzz, ManyOperations) {
   Fixture::World const world;
   gnmi::SetRequest request;

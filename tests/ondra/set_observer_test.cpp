@@ -1,5 +1,5 @@
-// Observers that change the model, raise, or ask for another Set while a Set is being committed: the answer tells the truth, and the
-// model is whole afterwards. Meant for the run under the address sanitizer too.
+// Observers that change the model, raise, or ask for another Set while a Set is being committed: the answer
+// tells the truth, and the model is whole afterwards. Meant for the run under the address sanitizer too.
 #include <algorithm>
 #include <stdexcept>
 

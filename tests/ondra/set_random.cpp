@@ -1,3 +1,5 @@
+// Paths along the types and the objects that are there, values for the right field or for any, and mutations
+// of whole requests.
 #include "ondra/set_random.h"
 
 #include <array>

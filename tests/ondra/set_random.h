@@ -14,8 +14,8 @@ namespace SetTest {
 
 using ConstHandle = Kel::Ptr<Kel::GenericIf const>;
 
-// Makes requests for the model below an entity. Every choice is asked of `choose` (a number below its argument), so that a seed or a
-// fuzzer's input decides.
+// Makes requests for the model below an entity. Every choice is asked of `choose` (a number below its
+// argument), so that a seed or a fuzzer's input decides.
 class RequestMaker {
 public:
   using Choose = std::function<std::size_t(std::size_t bound)>;

@@ -1,4 +1,5 @@
-// Requests that are refused, with the message that tells why; nothing has changed afterwards and nobody was told.
+// Requests that are refused, with the message that tells why; nothing has changed afterwards and nobody was
+// told.
 #include "ondra/set_rows.h"
 
 namespace {

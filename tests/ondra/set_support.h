@@ -1,4 +1,5 @@
-// What the tests of Set requests share: requests written as texts, the model as a map of texts, observers that count.
+// What the tests of Set requests share: requests written as texts, the model as a map of texts, observers
+// that count.
 #pragma once
 
 #include <initializer_list>
@@ -16,8 +17,8 @@
 
 namespace SetTest {
 
-// One operation: "delete", "replace" or "update", or the "prefix" of all; a path in text form; a gNMI value in protobuf's text form ("uint_val: 5"), empty
-// for none.
+// One operation: "delete", "replace" or "update", or the "prefix" of all; a path in text form; a gNMI value
+// in protobuf's text form ("uint_val: 5"), empty for none.
 struct Op {
   std::string op;
   std::string path;
@@ -34,10 +35,12 @@ Outcome execute(gnmi::SetRequest request, std::string const& dataRoot = "/fixtur
 // "OK", or the code's name and the message.
 std::string textOf(grpc::Status const& status);
 
-// The model from an entity downwards: "<entity> <attribute>[<key>]" to the value's text, "<entity>" to the entity's type.
+// The model from an entity downwards: "<entity> <attribute>[<key>]" to the value's text, "<entity>" to the
+// entity's type.
 using Model = std::map<std::string, std::string>;
 Model modelOf(Kel::Ptr<Kel::Entity> const& root);
-// What differs: "name: before -> after", with "nothing" for what is not there. The parts of an entity that has gone are left out.
+// What differs: "name: before -> after", with "nothing" for what is not there. The parts of an entity that
+// has gone are left out.
 std::vector<std::string> changes(Model const& before, Model const& after);
 
 // Observes every entity there is from `root` downwards; `told` lists what it learned.

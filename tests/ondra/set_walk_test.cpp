@@ -48,7 +48,8 @@ TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
   for (gnmi::Update& leaf : router.leaves) {
     leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1); // below the data root
     std::string const shape = shapeOf(leaf.path());
-    // A key field of a key outside of its member goes by the name of the member's own attribute, which goes by another.
+    // A key field of a key outside of its member goes by the name of the member's own attribute, which goes
+    // by another.
     if (shape == "/device/interface/addr/vrf" || shape == "/rack/interface/addr/vrf" ||
         shape == "/device/route/vrf")
       continue;

@@ -33,7 +33,8 @@ std::string textOf(Leaves const& leaves) {
   return text;
 }
 
-// Compares with the recorded text beside this file; ONDRA_GOLDEN_WRITE=1 records it anew, to be read before it is committed.
+// Compares with the recorded text beside this file; ONDRA_GOLDEN_WRITE=1 records it anew, to be read before
+// it is committed.
 void expectGolden(std::string const& name, std::string const& text) {
   std::string const file = std::string(KTD_SOURCE_DIR) + "/tests/ondra/golden/" + name;
   if (std::getenv("ONDRA_GOLDEN_WRITE") != nullptr) std::ofstream(file) << text;
@@ -73,7 +74,8 @@ TEST_F(WalkTest, OfAStreamAloneSendsNothingAndWatchesEverything) {
   EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), entities);
 }
 
-// A walk that is traced takes the general roads all the way; any other takes short ones over what is watched already.
+// A walk that is traced takes the general roads all the way; any other takes short ones over what is watched
+// already.
 TEST_F(WalkTest, SendsTheSameResponsesOverShortRoads) {
   RecordingRouter live;
   auto const responses = [this] {
@@ -131,7 +133,8 @@ TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
 
 // --- models that are rude ------------------------------------------------------------------------------
 
-// A key field's leaf has its name, whatever attribute has it too: that one stands aside, or stays as a container.
+// A key field's leaf has its name, whatever attribute has it too: that one stands aside, or stays as a
+// container.
 TEST(RudeModels, KeyFieldsAndTheAttributesOfTheirNames) {
   std::vector<std::string> kinds;
   for (Hostile::Collision const& one : Hostile::collisions())

@@ -1,4 +1,5 @@
-// What the tests of the object model share: both flavours of the fixture's types, an observer that writes down what it is told.
+// What the tests of the object model share: both flavours of the fixture's types, an observer that writes
+// down what it is told.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Timed blocks and the ring of messages on a simulated clock; that nothing is read while it is off.
 #include <gtest/gtest.h>
 
 #include "Fleck/Timer.h"
@@ -19,7 +20,7 @@ protected:
     Fleck::clockIs(nullptr);
     Fleck::reset();
   }
-  void run(Fleck::Block& block, int64_t ns) {
+  void run(Fleck::Block& block, std::int64_t ns) {
     Fleck::ScopedTimer const timer(block);
     clock_.advance(ns);
   }
@@ -42,11 +43,11 @@ TEST_F(FleckTimer, CountsTotalAndMaximumPerBlockWhileOn) {
 
 TEST_F(FleckTimer, OffReadsNoClock) {
   struct Unreadable : Tovak::Clock {
-    int64_t monotonicNs() const override { return ++reads; }
-    int64_t wallNs() const override { return ++reads; }
-    int64_t blockNs(int64_t) override { return 0; }
+    std::int64_t monotonicNs() const override { return ++reads; }
+    std::int64_t wallNs() const override { return ++reads; }
+    std::int64_t blockNs(std::int64_t) override { return 0; }
     bool isSimulated() const override { return true; }
-    mutable int64_t reads = 0;
+    mutable std::int64_t reads = 0;
   } clock;
   Fleck::clockIs(&clock);
   run(slowBlock, 1);
@@ -68,7 +69,7 @@ TEST_F(FleckTimer, KeepsTheLatestMessagesInOrder) {
   ASSERT_EQ(kept.size(), Fleck::messageCapacity);
   for (size_t i = 0; i < kept.size(); ++i) {
     ASSERT_EQ(kept[i].text, std::to_string(i + 10));
-    ASSERT_EQ(kept[i].monotonicNs - kept[0].monotonicNs, static_cast<int64_t>(i));
+    ASSERT_EQ(kept[i].monotonicNs - kept[0].monotonicNs, static_cast<std::int64_t>(i));
   }
   Fleck::message(Tovak::String(5000, 'x'));
   EXPECT_EQ(Fleck::messages().back().text.size(), Fleck::messageMaxLength);

@@ -1,5 +1,6 @@
-// The same random edits on objects of C++ classes and on objects of the same types described at run time: everything that can be
-// seen from outside, values, names, order and notifications, is the same at every step.
+// The same random edits on objects of C++ classes and on objects of the same types described at run time:
+// everything that can be seen from outside, values, names, order and notifications, is the same at every
+// step.
 #include <map>
 #include <memory>
 

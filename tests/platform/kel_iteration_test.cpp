@@ -1,4 +1,5 @@
-// Iteration of collections of every kind: order, starts at keys that have gone, changes at any moment; against a model of the states.
+// Iteration of collections of every kind: order, starts at keys that have gone, changes at any moment;
+// against a model of the states.
 #include <functional>
 #include <random>
 #include <set>

@@ -1,5 +1,5 @@
-// Who keeps what alive: handles, weak keys, clones, the end of entities, reference counts on several threads. Meant for the run
-// under the address sanitizer too.
+// Who keeps what alive: handles, weak keys, clones, the end of entities, reference counts on several threads.
+// Meant for the run under the address sanitizer too.
 #include <list>
 #include <random>
 #include <set>
@@ -35,7 +35,8 @@ TEST_P(KelLifetime, HandlesSurviveRemoval) {
   EXPECT_EQ(unit->type().attr("id").genericIfGet(unit)->strRep(), "7");
 }
 
-// Structures small enough to lie in their handles, one in the other: the inner one's handle keeps the outer one's.
+// Structures small enough to lie in their handles, one in the other: the inner one's handle keeps the outer
+// one's.
 TEST(KelHandles, OfNestedStructuresKeepWhatTheyLieIn) {
   struct Inner {
     Kel::String text;
@@ -144,7 +145,8 @@ private:
   std::function<void()> const act_;
 };
 
-// Observers of one object that join, leave, join again, throw and change the object while they are told, at random.
+// Observers of one object that join, leave, join again, throw and change the object while they are told, at
+// random.
 class Crowd {
 public:
   explicit Crowd(std::uint32_t seed) : random_(seed) {}
@@ -245,7 +247,8 @@ TEST(KelNotifiees, WeakOnesForgetWhatHasGone) {
   EXPECT_EQ(handle->refCount(), 2U) << "nobody could tell of its end";
 }
 
-// An observer that throws changes nothing: the removed tree has ended to its last leaf, and everybody else knows.
+// An observer that throws changes nothing: the removed tree has ended to its last leaf, and everybody else
+// knows.
 TEST(KelNotifiees, ATreeEndsWhole) {
   Fixture::World world;
   Fixture::Device& device = *world.device();

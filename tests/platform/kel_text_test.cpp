@@ -16,7 +16,8 @@ std::string parsed(KelType type, std::string const& text) {
   return value.ok() ? value.value()->strRep() : value.error();
 }
 
-// Every scalar attribute of the gauges: all builtin kinds, enumerations, nominals, unions, string representations.
+// Every scalar attribute of the gauges: all builtin kinds, enumerations, nominals, unions, string
+// representations.
 TEST(KelText, WhatIsPrintedParsesBack) {
   Fixture::declareTypes();
   KelType const gauges = Kel::typeOf<Fixture::Gauges>();
@@ -83,7 +84,8 @@ TEST(KelText, StringsAreVerbatimBetweenTheQuotes) {
   }
 }
 
-// Whatever the values are: what prints them as JSON prints JSON, and what is JSON already is handed on as it is.
+// Whatever the values are: what prints them as JSON prints JSON, and what is JSON already is handed on as it
+// is.
 TEST(KelText, JsonIsAlwaysReadable) {
   Fixture::declareTypes();
   Kel::Ptr<Fixture::Device> const device(new Fixture::Device());

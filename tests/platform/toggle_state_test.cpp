@@ -1,3 +1,4 @@
+// Toggles from files that name them, leave them out, are missing or broken; where the folder is said to be.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

@@ -1,3 +1,5 @@
+// The event loop on a simulated clock: priorities, slices, timers, hooks, descriptors, posts of other
+// threads, misuse.
 #include <algorithm>
 #include <functional>
 #include <memory>
@@ -20,7 +22,7 @@ using Tovak::Task;
 using Tovak::TaskPriority;
 using Tovak::TaskScheduler;
 
-constexpr int64_t ms = 1'000'000;
+constexpr std::int64_t ms = 1'000'000;
 
 // A task made of a function.
 class FunctionTask : public Task {
@@ -77,14 +79,14 @@ TEST_F(TovakScheduler, EveryPriorityGetsOnAtWorstSlowly) {
         static_cast<TaskPriority::PriorityEnum>(priority)));
     tasks.back()->scheduleTask();
   }
-  uint64_t left =
+  std::uint64_t left =
       TaskScheduler::fairTurn * TaskScheduler::fairTurn * TaskScheduler::fairTurn * TaskScheduler::fairTurn;
-  for (uint64_t i = 0; i < left; ++i) {
+  for (std::uint64_t i = 0; i < left; ++i) {
     ASSERT_TRUE(scheduler_->runOnce());
   }
   for (size_t priority = 0; priority < TaskPriority::count; ++priority) {
     bool const last = priority + 1 == TaskPriority::count;
-    uint64_t const expected = last ? left : left - left / TaskScheduler::fairTurn;
+    std::uint64_t const expected = last ? left : left - left / TaskScheduler::fairTurn;
     EXPECT_EQ(scheduler_->stats(std::to_string(priority)).runs, expected) << priority;
     left -= expected;
   }
@@ -127,16 +129,16 @@ TEST_F(TovakScheduler, ATaskYieldsWhenItsSliceIsOver) {
 
 TEST(TovakSchedulerClock, OnTheMachinesClockAYieldComesWithinTheStride) {
   struct Counting : Tovak::Clock {
-    int64_t monotonicNs() const override { return reads += 1; }
-    int64_t wallNs() const override { return 0; }
-    int64_t blockNs(int64_t) override { return 0; }
+    std::int64_t monotonicNs() const override { return reads += 1; }
+    std::int64_t wallNs() const override { return 0; }
+    std::int64_t blockNs(std::int64_t) override { return 0; }
     bool isSimulated() const override { return false; }
-    mutable int64_t reads = 0;
+    mutable std::int64_t reads = 0;
   } clock;
   auto const scheduler = std::make_shared<TaskScheduler>(clock);
   scheduler->sliceNsIs(10); // ten readings
-  uint32_t calls = 0;
-  int64_t reads = 0;
+  std::uint32_t calls = 0;
+  std::int64_t reads = 0;
   auto const task =
       std::make_shared<FunctionTask>(scheduler, "t", TaskPriority::normal, [&](FunctionTask& self) {
         reads = -clock.reads;
@@ -192,7 +194,7 @@ TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
 }
 
 TEST_F(TovakScheduler, TimersFireInOrderOfDeadlines) {
-  int64_t const start = clock_.monotonicNs();
+  std::int64_t const start = clock_.monotonicNs();
   auto note = [&](String name) {
     return [&, name] { log_.push_back(fmt::format("{}@{}", name, (clock_.monotonicNs() - start) / ms)); };
   };
@@ -218,8 +220,8 @@ TEST_F(TovakScheduler, TimersFireInOrderOfDeadlines) {
 }
 
 TEST_F(TovakScheduler, MissedTicksAreLeftOut) {
-  std::vector<int64_t> ticks;
-  int64_t const start = clock_.monotonicNs();
+  std::vector<std::int64_t> ticks;
+  std::int64_t const start = clock_.monotonicNs();
   scheduler_->timerEvery(10 * ms, [&] { ticks.push_back((clock_.monotonicNs() - start) / ms); });
   clock_.advance(35 * ms);
   scheduler_->runUntilIdle();
@@ -228,7 +230,7 @@ TEST_F(TovakScheduler, MissedTicksAreLeftOut) {
 }
 
 TEST_F(TovakScheduler, HooksOpenEveryPassAndTimePassesOnlyWhenIdle) {
-  std::vector<int64_t> times;
+  std::vector<std::int64_t> times;
   auto const hook = scheduler_->loopHookIs([&] { times.push_back(clock_.monotonicNs()); });
   Tovak::LoopHookId once;
   once = scheduler_->loopHookIs([&] {
@@ -236,7 +238,7 @@ TEST_F(TovakScheduler, HooksOpenEveryPassAndTimePassesOnlyWhenIdle) {
     scheduler_->loopHookDel(once);
     scheduler_->loopHookIs([&] { log_.push_back("later"); });
   });
-  int64_t const due = clock_.monotonicNs() + 5 * ms;
+  std::int64_t const due = clock_.monotonicNs() + 5 * ms;
   scheduler_->timerAt(due, [&] { EXPECT_EQ(times.back(), due) << "the hook saw the time first"; });
   scheduler_->post([&] { EXPECT_EQ(clock_.monotonicNs(), due - 5 * ms) << "work before waiting"; });
   scheduler_->runUntil(due);
@@ -250,7 +252,7 @@ TEST_F(TovakScheduler, WatchesDescriptors) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   Tovak::FdWatchId reader;
-  auto const watched = scheduler_->fdWatchIs(ends[0], Tovak::FdEvents::readable, [&](uint32_t events) {
+  auto const watched = scheduler_->fdWatchIs(ends[0], Tovak::FdEvents::readable, [&](std::uint32_t events) {
     if (events & Tovak::FdEvents::readable) {
       char c = 0;
       EXPECT_EQ(::read(ends[0], &c, 1), 1);
@@ -262,7 +264,7 @@ TEST_F(TovakScheduler, WatchesDescriptors) {
   });
   ASSERT_TRUE(watched.ok()) << watched.error();
   reader = watched.value();
-  auto const twice = scheduler_->fdWatchIs(ends[0], Tovak::FdEvents::readable, [](uint32_t) {});
+  auto const twice = scheduler_->fdWatchIs(ends[0], Tovak::FdEvents::readable, [](std::uint32_t) {});
   ASSERT_FALSE(twice.ok());
   EXPECT_EQ(twice.error(), fmt::format("cannot watch file descriptor {}: File exists", ends[0]));
 
@@ -289,7 +291,7 @@ TEST_F(TovakScheduler, AWatchThatIsRemovedWhileReadyIsNotCalled) {
     // Whichever is called first removes both.
     ids[i] = scheduler_
                  ->fdWatchIs(ends[i][0], Tovak::FdEvents::readable,
-                             [&](uint32_t) {
+                             [&](std::uint32_t) {
                                log_.push_back("called");
                                scheduler_->fdWatchDel(ids[0]);
                                scheduler_->fdWatchDel(ids[1]);

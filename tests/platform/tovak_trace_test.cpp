@@ -1,3 +1,4 @@
+// Trace specifications, what a message costs that is off, and the report of a failed assertion.
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -13,7 +14,7 @@ using Tovak::DebugHandler;
 using Tovak::Platform::getDebugHandler;
 using Tovak::Platform::traceIs;
 
-constexpr uint32_t error = 1u << Tovak::traceLevelError;
+constexpr std::uint32_t error = 1u << Tovak::traceLevelError;
 
 // Every test leaves the process's trace spec as it found it: empty.
 class TovakTrace : public ::testing::Test {
@@ -26,7 +27,7 @@ TEST_F(TovakTrace, SpecsSelectHandlersAndLevels) {
   EXPECT_EQ(&handler, &getDebugHandler("TtWalker", true));
   struct {
     char const* spec;
-    uint32_t levels;
+    std::uint32_t levels;
   } const table[] = {
       {"", 0},
       {"TtWalker/0", 0x001},

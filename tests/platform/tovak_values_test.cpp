@@ -15,8 +15,8 @@ namespace {
 
 using Tovak::Impl::HashMix;
 
-uint64_t hashOf(std::vector<std::string> const& pieces) {
-  uint64_t state = HashMix::stateStart;
+std::uint64_t hashOf(std::vector<std::string> const& pieces) {
+  std::uint64_t state = HashMix::stateStart;
   for (auto const& piece : pieces) {
     HashMix::mix(state, piece);
   }
@@ -26,20 +26,21 @@ uint64_t hashOf(std::vector<std::string> const& pieces) {
 TEST(TovakHashMix, PiecesAreDelimited) {
   std::vector<std::vector<std::string>> const different = {
       {}, {""}, {"", ""}, {"a"}, {"a", ""}, {"", "a"}, {"ab", "c"}, {"a", "bc"}, {"abc"}, {"abc", ""}};
-  std::unordered_set<uint64_t> seen;
+  std::unordered_set<std::uint64_t> seen;
   for (auto const& pieces : different) {
     EXPECT_TRUE(seen.insert(hashOf(pieces)).second);
   }
-  uint64_t state = HashMix::stateStart;
+  std::uint64_t state = HashMix::stateStart;
   HashMix::mix(state, nullptr, 0);
   EXPECT_EQ(state, hashOf({""}));
 }
 
-// Whoever knows the state after the first piece can choose the last eight bytes of the second so that those before them do not count.
+// Whoever knows the state after the first piece can choose the last eight bytes of the second so that those
+// before them do not count.
 TEST(TovakHashMix, TheStateAfterAPieceIsNotTheSameInEveryProcess) {
-  std::unordered_set<uint64_t> hashes;
+  std::unordered_set<std::uint64_t> hashes;
   for (int i = 0; i < 1000; ++i) {
-    uint64_t state = HashMix::stateStart;
+    std::uint64_t state = HashMix::stateStart;
     HashMix::mix(state, "k0003085");
     HashMix::mix(state, fmt::format("{:08}S+ 2P-Pp", i));
     hashes.insert(state);
@@ -51,11 +52,11 @@ TEST(TovakHashMix, ReadsExactlyItsBytesWhereverTheyLie) {
   // Same bytes at different alignments and with different neighbours: same hash. Lengths across every branch.
   for (size_t len = 0; len <= 100; ++len) {
     std::string const bytes(len, '\x81');
-    uint64_t const expected = hashOf({bytes});
+    std::uint64_t const expected = hashOf({bytes});
     for (size_t shift = 0; shift < 8; ++shift) {
       std::vector<char> exact(shift, 'x'); // a block of its own: a sanitizer sees any read beyond
       exact.insert(exact.end(), bytes.begin(), bytes.end());
-      uint64_t state = HashMix::stateStart;
+      std::uint64_t state = HashMix::stateStart;
       HashMix::mix(state, exact.data() + shift, len);
       ASSERT_EQ(state, expected) << "length " << len << " shift " << shift;
     }
@@ -73,7 +74,7 @@ TEST(TovakHashMix, EveryInputBitMovesAboutHalfOfTheState) {
       for (char& c : text) {
         c = static_cast<char>(random());
       }
-      uint64_t const before = hashOf({text});
+      std::uint64_t const before = hashOf({text});
       for (size_t bit = 0; bit < len * 8; ++bit) {
         std::string changed = text;
         changed[bit / 8] = static_cast<char>(changed[bit / 8] ^ (1 << (bit % 8)));

@@ -66,8 +66,18 @@ class ChecksOfTexts(unittest.TestCase):
         ("docs/diagrams/a.dot", "digraph {}\n", "a.svg is not made from it"),
     ]
 
+    WIDE = "so many words " * 8
+    DIALECT = [
+        ("src/Ondra/a.cpp", "// What it is.\nstd::int64_t a; // int64_t\nchar const* b = \"int64_t\";\n", None),
+        ("src/Ondra/a.cpp", "#pragma once\n", "a.cpp:1: open with a comment"),
+        ("src/Ondra/a.cpp", "// What it is.\n/* old */\n", "a.cpp:2: a comment is lines of //"),
+        ("src/Ondra/a.cpp", "// What it is.\nuint8_t a;\n", "a.cpp:2: say std:: of integer types"),
+        ("src/Ondra/a.cpp", "// " + WIDE + "\n", "a.cpp:1: a comment is 110 characters wide"),
+        ("docs/a.md", WIDE + "\n```\n" + WIDE + "\n```\n| " + WIDE + "|\n", "docs/a.md:1: a paragraph is 110"),
+    ]
+
     def testEachKindOfFaultIsFound(self):
-        for check, cases in (("check-layers", self.LAYERS), ("check-docs", self.DOCUMENTS)):
+        for check, cases in (("check-layers", self.LAYERS), ("check-docs", self.DOCUMENTS), ("check-dialect", self.DIALECT)):
             for name, content, expected in cases:
                 with self.subTest(name=name, content=content), tempfile.TemporaryDirectory() as tree:
                     write(tree, name, content)
@@ -77,7 +87,7 @@ class ChecksOfTexts(unittest.TestCase):
                     self.assertEqual(len(result.stdout.splitlines()), 0 if expected is None else 1, result.stdout)
 
     def testThisProjectHasNone(self):
-        for check in ("check-layers", "check-docs"):
+        for check in ("check-layers", "check-docs", "check-dialect"):
             result = call(ROOT / "scripts" / check)
             self.assertEqual(result.returncode, 0, result.stdout)
 

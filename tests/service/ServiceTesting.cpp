@@ -1,3 +1,5 @@
+// The bench settles its scheduler until something holds, for at most 20 s; the server listens on a free
+// loopback port.
 #include "service/ServiceTesting.h"
 
 #include "Kel/ActivityClock.h"

@@ -1,4 +1,5 @@
-// What the service's tests share: a runtime of their own on a simulated clock, driven by hand, over an empty tree.
+// What the service's tests share: a runtime of their own on a simulated clock, driven by hand, over an empty
+// tree.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -26,8 +27,8 @@ namespace ServiceTesting {
 // Forgets the tree of an earlier test. No runtime may exist.
 void clearModel();
 
-// A runtime over a fresh tree, on a simulated clock. Nothing runs by itself: `settle` and `advance` run the scheduler on the test's
-// thread, together with whatever gRPC's threads post meanwhile.
+// A runtime over a fresh tree, on a simulated clock. Nothing runs by itself: `settle` and `advance` run the
+// scheduler on the test's thread, together with whatever gRPC's threads post meanwhile.
 class Bench {
 public:
   explicit Bench(Agent::Limits const& limits = {});
@@ -43,7 +44,8 @@ public:
   void settle();
   // Moves the time on, running the timers on the way.
   void advance(std::int64_t ns);
-  // Settles until `done` says so, in real time, at most for 20 s; for what needs gRPC's threads to move. Says whether it did.
+  // Settles until `done` says so, in real time, at most for 20 s; for what needs gRPC's threads to move. Says
+  // whether it did.
   [[nodiscard]] bool settleUntil(std::function<bool()> const& done);
 
   // An interface with its fixed containers and a few leaves.

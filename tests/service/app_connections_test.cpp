@@ -1,4 +1,5 @@
-// Connections until gRPC has them: who listens where, what they may open with, how many there may be, and when they have ended.
+// Connections until gRPC has them: who listens where, what they may open with, how many there may be, and
+// when they have ended.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -180,7 +180,7 @@ TEST_F(DataGet, aClientThatLeavesIsNotServedOn) {
   EXPECT_TRUE(bench.value("/system/config").starts_with("{"));
 }
 
-// --- JSON of clients ------------------------------------------------------------------------------------------------
+// --- JSON of clients ---------------------------------------------------------------------------------------
 
 TEST(DataJson, textsThatAreRefused) {
   std::string const deep(Agent::kMaxJsonDepth, '['), deepest(200'000, '[');

@@ -183,7 +183,8 @@ TEST_F(DataSetLaws, aRefusedRequestIsInvisible) {
   EXPECT_GT(accepted, 15);
 }
 
-// Together or one after the other: the configuration is the same. And replacing all of it by what was read restores it.
+// Together or one after the other: the configuration is the same. And replacing all of it by what was read
+// restores it.
 TEST_F(DataSetLaws, operationsTakeEffectInTheirOrder) {
   std::string const start = bench.value("/", gnmi::JSON_IETF, GetRequest::CONFIG);
   gnmi::SetRequest restore;
@@ -258,8 +259,9 @@ TEST_F(DataSetLaws, whatIsReadCanBeSetAgain) {
   EXPECT_EQ(toldSince(), "");
 }
 
-// A Set that takes many turns, while the machine and other clients have theirs: who reads finds all of it, what is told of other places
-// passes by, and what the machine does to the same places comes in the right order.
+// A Set that takes many turns, while the machine and other clients have theirs: who reads finds all of it,
+// what is told of other places passes by, and what the machine does to the same places comes in the right
+// order.
 TEST_F(DataSetLaws, aSetInSlicesIsSeenWholeOrNotAtAll) {
   bench.runtime().context().scheduler()->sliceNsIs(0); // a pause wherever there may be one
   auto const& servers = bench.tree().system->dns->servers->server;
@@ -316,7 +318,8 @@ TEST_F(DataSetLaws, aSetInSlicesIsSeenWholeOrNotAtAll) {
   }
 }
 
-// What it would tell has no room: everything is put back, and nobody hears of it, nor reads it, wherever a Get is when the Set begins.
+// What it would tell has no room: everything is put back, and nobody hears of it, nor reads it, wherever a
+// Get is when the Set begins.
 TEST(DataSetMemory, aSetThatHasNoRoomIsTakenBack) {
   Agent::Limits limits;
   limits.memoryBytes = 4U << 20;

@@ -35,7 +35,8 @@ std::string whole(std::string const& text) {
                                              "element { string_val: \"example.net\" } }"}});
 }
 
-// Each row on a freshly filled tree; what differs afterwards. The time of the last configuration differs too and is left out.
+// Each row on a freshly filled tree; what differs afterwards. The time of the last configuration differs too
+// and is left out.
 TEST(DataSetRows, whatRequestsDo) {
   struct Row {
     char const* request;
@@ -52,7 +53,8 @@ TEST(DataSetRows, whatRequestsDo) {
       // A leaf-list without entries is not there.
       {"update /system/dns/config/search list:", "- /system/dns/config/search\n"},
       {"delete /system/dns/config/search", "- /system/dns/config/search\n"},
-      // A replace of a leaf is an update; of a container it takes the rest to its default, or away, and leaves state alone.
+      // A replace of a leaf is an update; of a container it takes the rest to its default, or away, and
+      // leaves state alone.
       {"replace ETH0/config/mtu 9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
       {R"(replace ETH0/config {"name":"eth0","loopback-mode":"FACILITY"})",
        "- ETH0/config/description\n"
@@ -253,7 +255,8 @@ TEST_F(DataSet, theResponseListsTheOperations) {
             static_cast<std::uint64_t>(response.timestamp()));
 }
 
-// What the machine has is not a client's to delete: configuration goes, for good, and comes back when it is set again.
+// What the machine has is not a client's to delete: configuration goes, for good, and comes back when it is
+// set again.
 TEST_F(DataSet, deletingEntriesOfTheMachineLeavesTheirState) {
   Subscriber subscriber(bench, bench.channel());
   subscriber.send(stream().add("/").done());
@@ -319,7 +322,7 @@ TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
   EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 99999"), "");
 }
 
-// --- a model that refuses half-way ------------------------------------------------------------------------------
+// --- a model that refuses half-way -------------------------------------------------------------------------
 
 // Takes any value but "bad".
 class Moody final : public Agent::Node<Moody> {

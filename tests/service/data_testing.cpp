@@ -1,3 +1,4 @@
+// Requests from short texts, values and leaves read back as texts, and a tree with something of every kind.
 #include "service/data_testing.h"
 
 #include <fmt/format.h>
@@ -95,7 +96,7 @@ std::string difference(DataBench::Leaves const& before, DataBench::Leaves const&
   return text;
 }
 
-// --- requests ---------------------------------------------------------------------------------------------------
+// --- requests ----------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -155,7 +156,7 @@ GetRequest getRequest(std::vector<std::string_view> const& paths, gnmi::Encoding
   return request;
 }
 
-// --- a filled tree ----------------------------------------------------------------------------------------------
+// --- a filled tree -----------------------------------------------------------------------------------------
 
 namespace {
 

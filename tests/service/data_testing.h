@@ -44,8 +44,8 @@ private:
 // "+ path = value", "- path", "path = value (was value)" for each leaf that differs.
 [[nodiscard]] std::string difference(DataBench::Leaves const& before, DataBench::Leaves const& after);
 
-// "delete PATH", "replace PATH VALUE", "update PATH VALUE", one operation a line. Values are JSON, or typed: "uint:1", "int:-1",
-// "string:x", "bool:true", "double:1.5", "ascii:x", "list:a,b", "ietf:JSON", "none".
+// "delete PATH", "replace PATH VALUE", "update PATH VALUE", one operation a line. Values are JSON, or typed:
+// "uint:1", "int:-1", "string:x", "bool:true", "double:1.5", "ascii:x", "list:a,b", "ietf:JSON", "none".
 [[nodiscard]] gnmi::SetRequest setRequest(std::string_view text);
 [[nodiscard]] gnmi::GetRequest getRequest(std::vector<std::string_view> const& paths,
                                           gnmi::Encoding encoding = gnmi::JSON,

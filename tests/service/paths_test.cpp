@@ -68,7 +68,8 @@ TEST(Pattern, manyWildcardsCostLittle) {
             Cover::All);
 }
 
-// Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once, in order.
+// Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once,
+// in order.
 TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
   Bench bench;
   for (unsigned seed = 1; seed <= 20; ++seed) {

@@ -1,5 +1,6 @@
-// Snapshot plus changes is the truth: whatever happens meanwhile and however slowly a subscriber reads, applying what it gets gives at
-// every quiet moment what a fresh ONCE gives, and the times of one path never go back.
+// Snapshot plus changes is the truth: whatever happens meanwhile and however slowly a subscriber reads,
+// applying what it gets gives at every quiet moment what a fresh ONCE gives, and the times of one path never
+// go back.
 
 #include <gmock/gmock.h>
 

@@ -99,7 +99,8 @@ TEST(Messages, encodedAheadTheyFreeTheirResponses) {
   EXPECT_LT(message->bytes(), 1000U);
 }
 
-// The end of a path as it concerns a subscription: itself where it is covered, else as far down as is concrete.
+// The end of a path as it concerns a subscription: itself where it is covered, else as far down as is
+// concrete.
 TEST(Selector, narrowsEnds) {
   Agent::declareTypes();
   std::string const eth0 = "/openconfig/interfaces/interface[name=eth0]";

@@ -165,7 +165,7 @@ TEST_F(SubscribeModes, originTargetAndEncodingAreThoseAskedFor) {
   }
 }
 
-// --- samples, heartbeats ------------------------------------------------------------------------------------
+// --- samples, heartbeats -----------------------------------------------------------------------------------
 
 TEST_F(SubscribeModes, samplesComeAtEachTickWithThePresentTime) {
   auto const eth0 = bench.addInterface("eth0");

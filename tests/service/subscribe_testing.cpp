@@ -1,3 +1,4 @@
+// Reads by callbacks, paused when asked to; applying notes what no collector should get, as complaints.
 #include "service/subscribe_testing.h"
 
 #include <set>

@@ -1,4 +1,5 @@
-// Subscribing in tests: a call against an in-process server, read message by message or applied to a map as a collector does.
+// Subscribing in tests: a call against an in-process server, read message by message or applied to a map as a
+// collector does.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +16,8 @@
 
 namespace ServiceTesting {
 
-// One client call. Its reads run on gRPC's threads and gather; `paused` stops them. The test's thread settles the scheduler meanwhile.
+// One client call. Its reads run on gRPC's threads and gather; `paused` stops them. The test's thread settles
+// the scheduler meanwhile.
 class Subscriber final : private grpc::ClientBidiReactor<gnmi::SubscribeRequest, gnmi::SubscribeResponse> {
 public:
   Subscriber(Bench& bench, std::shared_ptr<grpc::Channel> const& channel, bool paused = false);
@@ -36,7 +38,8 @@ public:
   grpc::Status status();
   [[nodiscard]] bool ended();
 
-  // "path" -> "value" as a collector has it, by all that has been applied; paths with their origin when there is one.
+  // "path" -> "value" as a collector has it, by all that has been applied; paths with their origin when there
+  // is one.
   std::map<std::string, std::string> tree;
   std::map<std::string, std::int64_t> stamps;
   std::vector<std::string> complaints; // about times that go back, doubled paths, wildcards, missing stamps

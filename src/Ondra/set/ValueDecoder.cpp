@@ -1,5 +1,5 @@
-// gNMI values become values of the model. Pure: reads the request and the types, writes nothing. Ranges are not
-// checked here: a number that is too large for its type is the host's to refuse.
+// gNMI values become values of the model. Pure: reads the request and the types, writes nothing. Ranges are
+// not checked here: a number that is too large for its type is the host's to refuse.
 #include <bit>
 #include <ostream>
 
