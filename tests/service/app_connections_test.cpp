@@ -20,7 +20,7 @@
 
 #include "Tovak/Clock.h"
 #include "agent/service/Acceptor.h"
-#include "agent/service/Opening.h"
+#include "agent/service/FirstBytes.h"
 
 namespace Agent {
 namespace {
