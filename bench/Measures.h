@@ -50,4 +50,30 @@ void shuffle(std::vector<T>& all) {
   std::shuffle(all.begin(), all.end(), std::mt19937_64(88172645463325252ULL));
 }
 
+// Changes one of so many objects after the other, `change(which)`, after two warm rounds. REQUIRES that each
+// change is one response.
+template <class Router, class Change>
+void changesInTurn(benchmark::State& state, Router& router, std::size_t objects, Change const& change) {
+  std::size_t next = 0;
+  auto const changeOne = [&] {
+    change(next);
+    next = next + 1 == objects ? 0 : next + 1;
+  };
+  for (std::size_t i = 0; i < 2 * objects; ++i) {
+    changeOne();
+  }
+  std::size_t const before = router.pushes;
+  std::size_t const bytesBefore = router.bytes;
+  {
+    HeapCallsPerOp const calls(state);
+    for (auto _ : state) {
+      changeOne();
+    }
+  }
+  auto const changes = static_cast<std::size_t>(state.iterations());
+  if (router.pushes - before != changes) state.SkipWithError("each change is one response");
+  state.counters["bytes/leaf"] =
+      static_cast<double>(router.bytes - bytesBefore) / static_cast<double>(changes);
+}
+
 } // namespace Bench

@@ -75,27 +75,7 @@ void change(benchmark::State& state, Router& router) {
   std::vector<Kel::Ptr<Port>> ports = scattered(tree);
   ports.resize(static_cast<std::size_t>(state.range(1)));
   std::uint64_t value = 0;
-  std::size_t next = 0;
-  auto const changeOne = [&] {
-    ports[next]->counterIs(++value);
-    next = next + 1 == ports.size() ? 0 : next + 1;
-  };
-  for (std::size_t i = 0; i < 2 * ports.size(); ++i) {
-    changeOne();
-  }
-  std::size_t const before = router.pushes;
-  std::size_t const bytesBefore = router.bytes;
-  {
-    HeapCallsPerOp const calls(state);
-    for (auto _ : state) {
-      changeOne();
-    }
-  }
-  if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
-    state.SkipWithError("each change is one response");
-  }
-  state.counters["bytes/leaf"] =
-      static_cast<double>(router.bytes - bytesBefore) / static_cast<double>(state.iterations());
+  changesInTurn(state, router, ports.size(), [&](std::size_t which) { ports[which]->counterIs(++value); });
 }
 
 void BM_Change(benchmark::State& state) {

@@ -17,6 +17,7 @@
 #include "Kel/Dir.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/responses/ArenaBlocks.h"
+#include "SetMessages.h"
 
 namespace {
 
@@ -150,11 +151,7 @@ void repeat(benchmark::State& state, bool isRefused, Once const& once) {
 
 void execute(benchmark::State& state, bool isRefused) {
   repeat(state, isRefused, [](std::string const& bytes, std::string& answer) {
-    gnmi::SetRequest request;
-    request.ParseFromString(bytes);
-    auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot(), std::move(request)).execute();
-    response.SerializeToString(&answer);
-    return status;
+    return Bench::executedBytes(dataRoot(), bytes, answer);
   });
 }
 
@@ -216,21 +213,11 @@ void Set_MessagesInArena(benchmark::State& state) {
   perLeaf(state);
 }
 
-// The same bytes parsed, and the answer's messages made and serialized by hand; no model is touched.
 void Set_MessagesAlone(benchmark::State& state) {
   std::string const bytes = requestBytes(1000, 0, false);
   std::string answer;
   for (auto _ : state) {
-    gnmi::SetRequest request;
-    request.ParseFromString(bytes);
-    gnmi::SetResponse response;
-    for (gnmi::Update const& update : request.update()) {
-      gnmi::UpdateResult& result = *response.add_response();
-      result.set_op(gnmi::UpdateResult::UPDATE);
-      *result.mutable_path() = update.path();
-    }
-    response.SerializeToString(&answer);
-    benchmark::DoNotOptimize(answer.data());
+    Bench::messagesAlone(bytes, answer);
   }
   perLeaf(state);
 }

@@ -10,8 +10,8 @@
 
 #include "Interfaces.h"
 #include "Measures.h"
-#include "Ondra/KelGnmiSetter.h"
 #include "Ondra/responses/ArenaBlocks.h"
+#include "SetMessages.h"
 
 namespace {
 
@@ -132,24 +132,8 @@ void changes(benchmark::State& state, Router& router) {
   shuffle(configs);
   configs.resize(std::min(configs.size(), static_cast<std::size_t>(state.range(1))));
   std::uint16_t mtu = 0;
-  std::size_t next = 0;
-  auto const changeOne = [&] {
-    configs[next]->leafIs(&Agent::InterfaceConfig::mtu, ++mtu);
-    next = next + 1 == configs.size() ? 0 : next + 1;
-  };
-  for (std::size_t i = 0; i < 2 * configs.size(); ++i) {
-    changeOne();
-  }
-  std::size_t const before = router.pushes;
-  {
-    HeapCallsPerOp const calls(state);
-    for (auto _ : state) {
-      changeOne();
-    }
-  }
-  if (router.pushes - before != static_cast<std::size_t>(state.iterations())) {
-    state.SkipWithError("each change is one response");
-  }
+  changesInTurn(state, router, configs.size(),
+                [&](std::size_t which) { configs[which]->leafIs(&Agent::InterfaceConfig::mtu, ++mtu); });
 }
 void Small_Change(benchmark::State& state) {
   CountingRouter router(true);
@@ -218,14 +202,9 @@ std::string setBytes(std::size_t first, std::size_t count, std::uint64_t mtu) {
   return request.SerializeAsString();
 }
 
-// From bytes to bytes.
 bool executed(std::string const& bytes, std::string& answer) {
   static Kel::Ptr<Ondra::Path const> const dataRoot = Ondra::Path::strToPathIs("/openconfig");
-  gnmi::SetRequest request;
-  request.ParseFromString(bytes);
-  auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot, std::move(request)).execute();
-  response.SerializeToString(&answer);
-  return status.ok();
+  return executedBytes(dataRoot, bytes, answer).ok();
 }
 
 void Small_SetExisting(benchmark::State& state) {
@@ -262,23 +241,13 @@ void Small_SetMaking(benchmark::State& state) {
   }
 }
 
-// The same bytes parsed, and the answer's messages made and serialized; no model is touched.
 void Small_FloorSet(benchmark::State& state) {
   std::size_t const count = leavesOf(state) / kWritten;
   std::string const bytes = setBytes(0, count, 1500);
   std::string answer;
   PerLeaf const perLeaf(state, count * kWritten);
   for (auto _ : state) {
-    gnmi::SetRequest request;
-    request.ParseFromString(bytes);
-    gnmi::SetResponse response;
-    for (gnmi::Update const& update : request.update()) {
-      gnmi::UpdateResult& result = *response.add_response();
-      result.set_op(gnmi::UpdateResult::UPDATE);
-      *result.mutable_path() = update.path();
-    }
-    response.SerializeToString(&answer);
-    benchmark::DoNotOptimize(answer.data());
+    messagesAlone(bytes, answer);
   }
 }
 

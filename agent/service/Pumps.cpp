@@ -37,13 +37,18 @@ Pumps::~Pumps() {
 void Pumps::pumpIs(std::shared_ptr<SubscribeStream> stream) {
   {
     std::lock_guard const guard(mutex_);
-    while (threads_.size() < std::max(1U, std::thread::hardware_concurrency()))
-      threads_.emplace_back([this] { run(); });
+    if (threads_.empty()) threadsBegin();
     Lines::value_type& line = *lines_.try_emplace(stream->address()).first;
     if (line.second.empty()) ring_.push_back(&line);
     line.second.push_back(std::move(stream));
   }
   arrived_.notify_one();
+}
+
+void Pumps::threadsBegin() {
+  unsigned const count = std::max(1U, std::thread::hardware_concurrency()); // which asks the system
+  for (unsigned i = 0; i < count; ++i)
+    threads_.emplace_back([this] { run(); });
 }
 
 void Pumps::run() {

@@ -37,6 +37,7 @@ public:
 private:
   using Lines = absl::node_hash_map<std::string, std::deque<std::shared_ptr<SubscribeStream>>>;
 
+  void threadsBegin(); // REQUIRES the lock
   void run();
   // Who has the next turn. REQUIRES that somebody waits; that the lock is held the guard shows.
   [[nodiscard]] std::shared_ptr<SubscribeStream> next(std::unique_lock<std::mutex> const& guard);

@@ -176,6 +176,7 @@ void SubscribeStream::pump() {
   if (drained) context_.scheduler()->post([self = shared_from_this()] { self->calls_.drained(*self); });
   if (finish) {
     slotDel();
+    std::lock_guard const asks(gRpcMutex_);
     Finish(*finish);
   }
   if (!message) return;
@@ -211,9 +212,19 @@ void SubscribeStream::OnWriteDone(bool ok) {
       dropQueued(guard);
       if (!end_) end_ = grpc::Status::CANCELLED;
     }
-    pumpIs = !std::exchange(pumpComes_, true);
+    if (hasNext(guard)) {
+      pumpIs = !std::exchange(pumpComes_, true);
+    } else {
+      current_.reset();
+    }
   }
   if (pumpIs) calls_.pumpIs(shared_from_this());
+}
+
+// Whether there is something to be written, or the end to be told.
+bool SubscribeStream::hasNext(Guard const&) const {
+  bool const isCut = current_ && nextSlice_ + 1 < current_->encoded(context_.limits().responseBytes).size();
+  return isCut || !queue_.empty() || end_;
 }
 
 void SubscribeStream::dropQueued(Guard const&) {

@@ -78,8 +78,9 @@ public:
 private:
   void take(gnmi::SubscribeRequest const& request);
   [[nodiscard]] grpc::Status takeList(gnmi::SubscribeRequest const& request);
-  // Whoever calls these two shows that he holds `mutex_`.
+  // Whoever calls these shows that he holds `mutex_`.
   using Guard = std::lock_guard<std::mutex>;
+  [[nodiscard]] bool hasNext(Guard const&) const;
   [[nodiscard]] bool takeNext(Guard const&);
   void dropQueued(Guard const&);
   [[nodiscard]] std::size_t pushUntilFull(std::span<Message::Ptr const> messages, bool all);

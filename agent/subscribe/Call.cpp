@@ -57,6 +57,7 @@ constexpr std::size_t kPathsAtATime = 8;     // compiled in one turn: one may ta
 constexpr std::size_t kOverlapsMax = 1024;   // pairs of subscriptions: each costs something for each leaf
 constexpr std::size_t kLeavesAtATime = 2000; // out of the backlog, in one turn
 constexpr std::size_t kLeavesPerRefill = 200;
+static_assert(kLeavesAtATime % kLeavesPerRefill == 0);
 constexpr std::size_t kLeavesOfStalled = 256; // that wait for one who has taken nothing for
 constexpr std::int64_t kStalledNs = 1'000'000'000;
 constexpr std::int64_t kPatienceMinNs = 1'000'000'000;
@@ -108,7 +109,7 @@ public:
   void cancel() { turn_->cancel(); } // before the call goes
   void taskExecute() override {
     Turns::Turn::Run const run(turn_);
-    call_.refill();
+    call_.refill(kLeavesAtATime);
     call_.goOn();
   }
 
@@ -247,7 +248,7 @@ void Call::walkEnded() {
   walk_.reset();
   jobs_.pop_front();
   nextJob();
-  refill();
+  refill(kLeavesAtATime);
 }
 
 void Call::sync() {
@@ -366,7 +367,8 @@ void Call::goOn() {
 
 void Call::changed(Subscription const& subscription, std::span<Message::Ptr const> messages) {
   bool const isAhead = std::ranges::any_of(jobs_, &Job::hasEnded); // perhaps, and then not told twice
-  if (!isAhead) refillSome();
+  // Whoever takes it again need not wait for a turn of his own.
+  if (!isAhead && !walk_ && !isFull()) refill(kLeavesPerRefill);
   if (backlog_.empty() && !isAhead) messages = messages.subspan(subscriber_->pushSome(messages));
   if (messages.empty()) return;
   bool const isAllAhead = isAllToBeTold(subscription);
@@ -491,24 +493,17 @@ void Call::pushEnds() {
 }
 
 // Gives the subscriber what waits: ends, then leaves; a walk that runs is left its half.
-void Call::refill() {
+void Call::refill(std::size_t leaves) {
   if (backlog_.empty()) return;
   pushEnds();
   Limits const& limits = context_.limits();
   std::size_t const bound = walk_ ? limits.queueBytes / 4 * 3 : limits.queueBytes;
-  for (std::size_t left = kLeavesAtATime; left > 0 && backlog_.leafCount() > 0; left -= kLeavesPerRefill) {
+  for (; leaves > 0 && backlog_.leafCount() > 0; leaves -= kLeavesPerRefill) {
     if (isFull() || subscriber_->held().bytes >= bound) break;
     subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
   }
   backlogShare_.bytesAre(backlog_.bytes());
   if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refill_->askFor();
-}
-
-// Before more is added to what waits: whoever takes it again need not wait for a turn of its own.
-void Call::refillSome() {
-  if (backlog_.empty() || walk_ || isFull()) return;
-  pushEnds();
-  subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, context_.limits().responseBytes));
 }
 
 void Call::exhausted() {

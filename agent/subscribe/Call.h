@@ -122,8 +122,7 @@ private:
   void refreshIs(Backlog::Lost const& lost);
   void refreshIs(Subscription& subscription, std::string_view region, bool hasEnded);
   void pushEnds();
-  void refill();
-  void refillSome();
+  void refill(std::size_t leaves); // REQUIRES a multiple of what is pushed at a time
   void goOn();
 
   Router& router_;

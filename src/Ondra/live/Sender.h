@@ -1,5 +1,5 @@
-// Ondra::Sender: how responses leave the library. Whether a router is given bytes or messages is decided
-// here, in one place.
+// Ondra::Sender: how the leaves of walks and changes leave the library. Whether a router is given bytes or
+// messages is decided here, in one place; the end of a path (`forceDelete`) is always a message.
 #pragma once
 
 #include <memory>
