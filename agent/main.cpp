@@ -21,7 +21,6 @@
 #include "agent/service/Server.h"
 #include "agent/service/Signals.h"
 #include "agent/synthetic/Synthetic.h"
-#include "agent/yang/YangModel.h"
 
 namespace {
 
@@ -32,24 +31,6 @@ constexpr std::int64_t kPatienceNs = 5'000'000'000; // with calls that run when 
 int cannotStart(std::string const& why) {
   Agent::say(stderr, fmt::format("ondra-agent serve: {}\n", why));
   return Agent::ExitCode::start;
-}
-
-// Loads the modules of the options and tells what they say; the text is an error's.
-Kstd::Result<std::unique_ptr<Agent::YangModel>, std::string> yangModelOf(Agent::ServeOptions const& options) {
-  auto model = Agent::YangModel::load({.folders = options.yangFolders, .modules = options.yangModules});
-  if (!model) return model;
-  for (std::string const& note : (*model)->modules().notes())
-    Agent::say(stderr, fmt::format("ondra-agent serve: note: {}\n", note));
-  std::vector<std::string> const& leftOut = (*model)->types().leftOut;
-  if (options.checksOnly) {
-    for (std::string const& each : leftOut)
-      Agent::say(stdout, fmt::format("left out: {}\n", each));
-  } else if (!leftOut.empty()) {
-    Agent::say(stderr, fmt::format("ondra-agent serve: note: {} nodes of the modules are left out; "
-                                   "--check-config tells which and why\n",
-                                   leftOut.size()));
-  }
-  return model;
 }
 
 // What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
@@ -120,14 +101,6 @@ int serve(std::vector<std::string> const& arguments) {
     if (!users) return cannotStart(users.error());
     authenticator = std::make_shared<Agent::Authenticator>(std::move(*users), Tovak::SystemClock::instance());
   }
-  if (!options->yangFolders.empty() && !options->servesMachine) Agent::machineIsLeftOut();
-  if (options->syntheticLeaves > 0) Agent::declareSynthetic();
-  std::unique_ptr<Agent::YangModel> yang; // what it has made refers to it
-  if (!options->yangFolders.empty()) {
-    auto model = yangModelOf(*options);
-    if (!model) return cannotStart(model.error());
-    yang = std::move(*model);
-  }
   if (options->checksOnly) {
     Agent::say(stdout, "configuration ok\n");
     return Agent::ExitCode::ok;
@@ -138,8 +111,8 @@ int serve(std::vector<std::string> const& arguments) {
     Agent::say(stderr,
                fmt::format("ondra-agent serve: warning: descriptors for {} connections at most\n", fit));
 
+  if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
-  if (yang) yang->containersIn(*Kel::globalDir());
   Sources sources(runtime, *options);
   runtime.context().start();
   auto server =

@@ -4,6 +4,13 @@
 #include "Kel/Dir.h"
 
 namespace Agent {
+namespace {
+
+// A change may have to wait for a slice of somebody's walk: no longer, then, than a network delays it. What a
+// slice costs beside its work is a hundredth of that.
+constexpr std::int64_t kSliceNs = 1'000'000;
+
+} // namespace
 
 Context::Context(Options const& options)
     : limits_(options.limits)
@@ -13,6 +20,7 @@ Context::Context(Options const& options)
     , loopTime_(clock_)
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir())) {
+  scheduler_->sliceNsIs(kSliceNs);
   scheduler_->loopHookIs([this] {
     loopTime_.pass([this] {
       if (clockGoesBack_) clockGoesBack_();

@@ -58,14 +58,10 @@ bool isContainerThere(RequestPath const& path) {
     if (child->isList()) {
       auto const key = keyOf(elem, *child);
       object = key && *key ? entryOf(*child, object, keyHandleOf(*child, **key)) : nullptr;
-      if (!object) return false;
     } else {
-      // Of types made at run time, containers that mean nothing by themselves stand there once they hold
-      // something: for those who ask they are always there.
       object = containerOf(*child, object);
-      bool const isImplied = child->attr && child->type.isRuntime() && !child->attr.isRemovable();
-      if (!object && !isImplied) return false;
     }
+    if (!object) return false;
     node = *child;
   }
   return true;

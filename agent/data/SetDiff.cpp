@@ -137,8 +137,7 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
   std::size_t const writesBefore = writes.size();
   enter(type);
   if (parent && (isValue || !object)) remember(parent, type.attr, nullptr);
-  // A declared entry that is made makes it itself; one of a type made at run time does not.
-  if ((parent || type.type.isRuntime()) && !object && isNamed && isEntryConfig(type)) {
+  if (parent && !object && isNamed && isEntryConfig(type)) {
     writeKey(keyCopyOf(type), node->nearestKey()); // which makes it, whatever else is written
     if (interface_ != nullptr) interfaces.insert(*interface_);
   }

@@ -10,7 +10,6 @@
 #include <iterator>
 #include <utility>
 
-#include <absl/strings/escaping.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -30,7 +29,6 @@ bool isWide(Kel::KelType type) {
 // Whether RFC 7951 writes a number of this leaf as a string. A union's numbers follow its alternatives.
 bool isNumberText(LeafInfo const& leaf) {
   switch (leaf.type) {
-  case LeafType::Int64:
   case LeafType::Uint64:
   case LeafType::Decimal64: return true;
   case LeafType::Union:
@@ -44,14 +42,7 @@ bool isNumberText(LeafInfo const& leaf) {
   case LeafType::Uint16:
   case LeafType::Uint32:
   case LeafType::Enumeration:
-  case LeafType::Identity:
-  case LeafType::Int8:
-  case LeafType::Int16:
-  case LeafType::Int32:
-  case LeafType::Bits:
-  case LeafType::Empty:
-  case LeafType::Binary:
-  case LeafType::InstanceIdentifier: break;
+  case LeafType::Identity: break;
   }
   return false;
 }
@@ -122,17 +113,7 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
   case TypedValue::kStringVal: return appendName(to, value.string_val(), leaf, isIetf);
   case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
   case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
-  case TypedValue::kBoolVal:
-    to += isIetf && leaf.type == LeafType::Empty ? "[null]" : value.bool_val() ? "true" : "false";
-    return;
-  case TypedValue::kBytesVal: {
-    std::string text;
-    absl::Base64Escape(value.bytes_val(), &text);
-    to += '"';
-    to += text;
-    to += '"';
-    return;
-  }
+  case TypedValue::kBoolVal: to += value.bool_val() ? "true" : "false"; return;
   case TypedValue::kDoubleVal: return appendDecimal(to, value.double_val(), isIetf && isNumberText(leaf));
   case TypedValue::kLeaflistVal: {
     to += '[';
@@ -145,7 +126,8 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
     return;
   }
   case TypedValue::VALUE_NOT_SET: // a union that holds nothing
-  case TypedValue::kFloatVal:     // no leaf of the model holds one of these
+  case TypedValue::kBytesVal:     // no leaf of the model holds one of these
+  case TypedValue::kFloatVal:
   case TypedValue::kDecimalVal:
   case TypedValue::kAnyVal:
   case TypedValue::kJsonVal:
@@ -157,13 +139,9 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
 
 void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf) {
   switch (leaf.type) {
-  case LeafType::Int64:
   case LeafType::Uint64:
     if (isIetf) break;
     [[fallthrough]];
-  case LeafType::Int8:
-  case LeafType::Int16:
-  case LeafType::Int32:
   case LeafType::Uint8:
   case LeafType::Uint16:
   case LeafType::Uint32:
@@ -172,11 +150,7 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   case LeafType::Decimal64:
   case LeafType::Enumeration:
   case LeafType::Identity:
-  case LeafType::Union:
-  case LeafType::Bits:
-  case LeafType::Empty:
-  case LeafType::Binary:
-  case LeafType::InstanceIdentifier: break;
+  case LeafType::Union: break;
   }
   appendName(to, text, leaf, isIetf);
 }

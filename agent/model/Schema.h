@@ -25,30 +25,12 @@ enum class LeafType : std::uint8_t {
   Enumeration, // a name
   Identity,    // a name that RFC 7951 qualifies with `LeafInfo::identityModule`
   Union,       // held as a union of the model; its active alternative decides
-  Int8,
-  Int16,
-  Int32,
-  Int64,
-  Bits,               // names with blanks between them, held as that text
-  Empty,              // held as true, or not at all
-  Binary,             // bytes
-  InstanceIdentifier, // a path, held as its text
 };
 
 // Of numbers.
 struct LeafRange {
   std::uint64_t min = 0;
   std::uint64_t max = UINT64_MAX;
-};
-
-// What the values of a leaf are held to beyond their type, where that is known at run time only. Immutable;
-// any thread.
-class ValueRules {
-public:
-  virtual ~ValueRules() = default;
-  // The canonical text of the value that a text means, or what is wrong with it.
-  [[nodiscard]] virtual Kstd::Result<std::string, std::string> canonical(std::string_view text) const = 0;
-  [[nodiscard]] virtual std::string text() const = 0; // for people; empty for nothing to tell
 };
 
 struct LeafInfo {
@@ -62,8 +44,7 @@ struct LeafInfo {
   std::string_view
       identityModule;   // of the names of an identity or of a union's names; empty when they need no prefix
   LeafRange range = {}; // that a number is held to beside its type's
-  TextRules const* text = nullptr;   // that a text is held to; null: to nothing
-  ValueRules const* rules = nullptr; // that any value is held to; null: to nothing. They live for the process
+  TextRules const* text = nullptr;    // that a text is held to; null: to nothing
   Kel::KelType held = Kel::KelType(); // the model's own type of the value, or of a leaf-list's members
 };
 
@@ -84,7 +65,6 @@ struct NodeRecord {
   std::string_view module;
   bool isLeaf = false;
   LeafInfo leaf;
-  bool isState = false; // of a list: no client makes or removes its entries, whatever the object model lets
 };
 // Enters a node, once; `LeafInfo::held` is taken from the attribute. `module` and the leaf's `identityModule`
 // must live for the process.
@@ -93,11 +73,5 @@ void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record);
 // The published type that follows from the attribute's own.
 [[nodiscard]] LeafType leafTypeOf(Kel::KelType type);
 } // namespace Impl
-
-// Notes that a module has a node of that name below a type (an invalid one: at the root) that this run leaves
-// out. To be called before other threads ask.
-void leftOutIs(Kel::KelType below, std::string_view name, std::string_view module);
-// Whether that has been noted of a name, with its module in front or without.
-[[nodiscard]] bool isLeftOut(Kel::KelType below, std::string_view name);
 
 } // namespace Agent

@@ -28,8 +28,7 @@ std::optional<TypeNode> attrNode(Kel::KelAttr attr) {
                   .module = record->module,
                   .attr = attr,
                   .type = attr.memberType(),
-                  .info = record->isLeaf ? &record->leaf : nullptr,
-                  .isState = record->isState};
+                  .info = record->isLeaf ? &record->leaf : nullptr};
 }
 
 // What follows from a type. Asked for at every place of the model, so each thread remembers it.
@@ -103,7 +102,6 @@ Names const& unservedNames() {
 
 bool TypeNode::isPublished(std::string_view wanted) const {
   if (leaf() != nullptr) return false;
-  if (isLeftOut(type, wanted)) return true;
   auto const found = unservedNames().find(isRoot() ? nullptr : &type.desc());
   return found != unservedNames().end() && found->second.contains(std::string(wanted));
 }

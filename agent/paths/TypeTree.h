@@ -23,7 +23,6 @@ struct TypeNode {
   Kel::KelAttr attr;
   Kel::KelType type; // of the container or entry; of a leaf its value's
   LeafInfo const* info = nullptr;
-  bool isState = false; // of a list
 
   [[nodiscard]] static TypeNode root() { return {}; }
   [[nodiscard]] bool isRoot() const { return !type; }
@@ -36,7 +35,7 @@ struct TypeNode {
   // A leaf that clients may write.
   [[nodiscard]] bool isWritableLeaf() const;
   // A list whose entries clients may make and remove.
-  [[nodiscard]] bool isWritableList() const { return isList() && attr.isRemovable() && !isState; }
+  [[nodiscard]] bool isWritableList() const { return isList() && attr.isRemovable(); }
 
   // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when
   // there is none.

@@ -27,6 +27,8 @@ namespace {
 constexpr int kAtOnce = 64; // connections accepted before others get their turn
 constexpr std::int64_t kPauseNs = 100'000'000;
 constexpr std::int64_t kMillisecondNs = 1'000'000;
+constexpr std::int64_t kRefusedNs = 1'000'000'000;
+constexpr std::int64_t kRecentNs = 500'000'000;
 constexpr std::uint64_t kMuch = 16U << 10; // bytes between two looks: more than who asks politely sends
 constexpr std::size_t kOtherDescriptors =
     256; // than those of connections: files that are read, epoll sets, sockets of the kernel's
@@ -112,7 +114,7 @@ void Acceptor::run() {
 int Acceptor::timeoutMs() const {
   std::int64_t due = pausedUntilNs_;
   if (!settled_.empty() || guard_.isMore())
-    due = due == 0 ? lookedNs_ + MemoryGuard::lookNs : std::min(due, lookedNs_ + MemoryGuard::lookNs);
+    due = due == 0 ? lookedNs_ + guard_.lookNs() : std::min(due, lookedNs_ + guard_.lookNs());
   if (!handshakes_.empty()) {
     std::int64_t const overdue = handshakes_.front().sinceNs + limits_.handshakeNs;
     due = due == 0 ? overdue : std::min(due, overdue);
@@ -174,7 +176,7 @@ bool Acceptor::outOfDescriptors(Listener const& listener) {
 
 void Acceptor::accepted(int fd, std::string const& place, bool hasPeer, Listener const& listener) {
   auto const at = places_.try_emplace(place).first;
-  bool const isTooMuch = byId_.size() >= limits_.connections ||
+  bool const isTooMuch = byId_.size() >= limits_.connections || (hasPeer && isRefused(place)) ||
                          (hasPeer && at->second.connections >= limits_.connectionsPerPeer);
   if (isTooMuch) {
     if (at->second.connections == 0) places_.erase(at);
@@ -234,7 +236,7 @@ void Acceptor::handOver(Connections::iterator connection) {
   given.fd = std::exchange(connection->fd, second);
   given.read_buffer = grpc::ByteBuffer(&said, 1);
   connection->isGrpcs = true;
-  connection->heard = bytesHeard(second);
+  connection->looked = connection->heard = bytesHeard(second);
   std::string().swap(connection->said);
   watch(second, connection->id, 0); // its end is always told
   if (!isTls_ || !connection->hasPeer) handshakeEnds(connection);
@@ -284,32 +286,46 @@ void Acceptor::overdueEnd() {
 
 void Acceptor::memoryLook() {
   std::int64_t const now = clock_.monotonicNs();
-  if (now - lookedNs_ < MemoryGuard::lookNs) return;
-  lookedNs_ = now;
+  if (now - lookedNs_ < guard_.lookNs()) return;
   std::size_t const resident = residentBytes();
-  if (guard_.isShort(resident, now) && greediestEnd()) guard_.relieved();
+  lookedNs_ = now;
+  bool const isShort = guard_.isShort(resident, now);
+  if (guard_.isNear() && greediestEnd(isShort)) guard_.relieved();
+  if (!guard_.isNear()) refused_.clear();
   if (guard_.trimIsDue(resident, now)) {
     HeapTrimmer::trim();
     guard_.trimmed(resident, residentBytes());
   }
 }
 
-// All that have sent at least half as much as the greediest, if that is much. Says whether there were any.
-bool Acceptor::greediestEnd() {
-  bool const isRecent = std::exchange(rankedNs_, lookedNs_) > lookedNs_ - 5 * MemoryGuard::lookNs;
+// All that have sent at least half as much as the greediest since the last time, if that is much and it is
+// meant. Says whether there were any.
+bool Acceptor::greediestEnd(bool isMeant) {
+  bool const isRecent = std::exchange(rankedNs_, lookedNs_) > lookedNs_ - kRecentNs;
   std::vector<std::pair<std::uint64_t, Id>> sent;
   for (Connection& each : settled_) {
     std::uint64_t const heard = bytesHeard(each.fd);
-    if (isRecent && each.looked != 0) sent.emplace_back(heard - each.looked, each.id);
-    each.looked = std::max<std::uint64_t>(heard, 1);
+    if (isRecent) sent.emplace_back(heard - each.looked, each.id);
+    each.looked = heard;
   }
-  if (sent.empty()) return false;
+  if (!isMeant || sent.empty()) return false;
   std::uint64_t const most = std::ranges::max(sent).first;
   if (most < kMuch) return false;
   for (auto const& [bytes, id] : sent) {
-    if (bytes >= most / 2) closeNow(byId_.at(id));
+    if (bytes < most / 2) continue;
+    Connections::iterator const greedy = byId_.at(id);
+    refused_[greedy->place->first] = lookedNs_ + kRefusedNs;
+    closeNow(greedy);
   }
   return true;
+}
+
+bool Acceptor::isRefused(std::string const& place) {
+  auto const found = refused_.find(place);
+  if (found == refused_.end()) return false;
+  if (found->second > clock_.monotonicNs()) return true;
+  refused_.erase(found);
+  return false;
 }
 
 // --- ends -------------------------------------------------------------------------------------------------

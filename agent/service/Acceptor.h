@@ -13,7 +13,9 @@
 //    accepted.
 // 5. Before a call's credentials can be asked for, gRPC keeps for a peer what he likes: calls that are reset
 //    as soon as they begin, header fields without end. When memory runs short (`MemoryGuard`), who has sent
-//    the most since the last look is shut down. Of Unix sockets it cannot be told how much came.
+//    the most since the last look is shut down, and his place refused for a second: by the time that he is
+//    found out, one who comes back at once has made gRPC hold as much again. Of Unix sockets it cannot be told
+//    how much came.
 // 6. One descriptor is held back: when there is no other, it is given up for a moment to accept and close.
 //    When even that does not help, accepting pauses.
 #pragma once
@@ -108,7 +110,8 @@ private:
   void handshakeEnds(Connections::iterator connection);
   void overdueEnd();
   void memoryLook();
-  [[nodiscard]] bool greediestEnd();
+  [[nodiscard]] bool greediestEnd(bool isMeant);
+  [[nodiscard]] bool isRefused(std::string const& place);
   void closeNow(Connections::iterator connection);
   void pausedIs(bool isPaused);
   void watch(int fd, Id id, std::uint32_t events);
@@ -128,6 +131,7 @@ private:
   Connections handshakes_; // by age; see 3
   Connections settled_;
   std::unordered_map<Id, Connections::iterator> byId_;
+  std::unordered_map<std::string, std::int64_t> refused_; // places, until when; see 5
   bool ends_ = false;
   MemoryGuard guard_;
   std::int64_t lookedNs_ = 0;

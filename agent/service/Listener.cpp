@@ -22,7 +22,8 @@ namespace Agent {
 namespace {
 
 constexpr int kBacklog = 1'024;
-constexpr unsigned kUnheardMs = 20'000; // what is sent and not acknowledged for so long ends a connection
+constexpr unsigned kUnread = 128U << 10; // bytes that wait in a socket: they come even after its end
+constexpr unsigned kUnheardMs = 20'000;  // what is sent and not acknowledged for so long ends a connection
 constexpr int kKinds = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 class Descriptor {
@@ -51,6 +52,7 @@ void optionsAre(int fd, bool isIpv6) {
   optionIs(fd, SOL_SOCKET, SO_REUSEADDR, 1);
   optionIs(fd, IPPROTO_TCP, TCP_NODELAY, 1);
   optionIs(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnheardMs);
+  optionIs(fd, SOL_SOCKET, SO_RCVBUF, kUnread);
   if (isIpv6) optionIs(fd, IPPROTO_IPV6, IPV6_V6ONLY, 0); // [::] is every address
 }
 

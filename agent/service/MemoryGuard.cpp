@@ -31,6 +31,7 @@ MemoryGuard::MemoryGuard(std::size_t resident, std::size_t room, std::size_t lim
     , trimEveryNs_(kTrimNs) {}
 
 bool MemoryGuard::isShort(std::size_t resident, std::int64_t nowNs) {
+  isNear_ = resident > first_ + (line_ - first_) / 2;
   if (resident <= line_) {
     sinceNs_ = 0;
     return false;

@@ -88,18 +88,6 @@ void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
       ->type_name("N");
 }
 
-void addYang(CLI::App& app, ServeOptions& options) {
-  app.add_option("--yang", options.yangFolders,
-                 "serve the modules of YANG in this folder and its subfolders too; may be repeated")
-      ->type_name("DIR")
-      ->take_all();
-  app.add_option(
-         "--module", options.yangModules,
-         "of these this one alone, with these features ('*': all), and what it needs; may be repeated")
-      ->type_name("NAME[:FEATURE,...]")
-      ->take_all();
-}
-
 Kstd::Err<std::string> wrong(std::string what) { return Kstd::Err<std::string>(std::move(what)); }
 
 // The options as a whole; those that follow from others are filled in. The error says what is wrong.
@@ -133,7 +121,6 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
   if (options.limits.stuckNs < 10 * kMillisecondNs) return wrong("--stuck-after: at least 10ms");
   if (options.syntheticRate > 0 && options.syntheticLeaves == 0)
     return wrong("--synthetic-rate needs --synthetic");
-  if (!options.yangModules.empty() && options.yangFolders.empty()) return wrong("--module needs --yang");
   return {};
 }
 
@@ -149,7 +136,6 @@ Kstd::Result<ServeOptions, EarlyExit> ServeOptions::parse(std::vector<std::strin
   addConnection(app, raw, options);
   addLimits(app, options.limits, options.connections);
   addModel(app, raw, options);
-  addYang(app, options);
   app.add_option("--trace", options.trace, "trace levels, as in 'OndraWalker/0-5,AgentGrpc/*'")
       ->type_name("SPEC");
   app.add_flag("--check-config", options.checksOnly, "check options and files, and end")->configurable(false);

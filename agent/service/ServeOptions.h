@@ -29,8 +29,6 @@ struct ServeOptions {
   bool appliesConfig = false;
   std::size_t syntheticLeaves = 0;
   std::size_t syntheticRate = 0; // changes a second
-  std::vector<std::string> yangFolders;
-  std::vector<std::string> yangModules; // NAME or NAME:FEATURE,...
   bool checksOnly = false;
 
   // Of the arguments after the command's name.

@@ -205,7 +205,10 @@ TEST(MemoryGuard, KnowsWhatIsTooMuchAndWhenItHasComeToStay) {
   constexpr std::size_t kMiB = std::size_t{1} << 20;
   constexpr std::int64_t kSecond = 1'000'000'000;
   MemoryGuard guard(100 * kMiB, 200 * kMiB, 1'024 * kMiB);
+  EXPECT_FALSE(guard.isShort(200 * kMiB, kSecond));
+  EXPECT_FALSE(guard.isNear());
   EXPECT_FALSE(guard.isShort(300 * kMiB, kSecond));
+  EXPECT_TRUE(guard.isNear()) << "it may be short at the next look";
   EXPECT_TRUE(guard.isShort(301 * kMiB, kSecond));
   guard.relieved();
   EXPECT_TRUE(guard.isShort(301 * kMiB, 9 * kSecond)) << "counted from there";
