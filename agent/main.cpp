@@ -14,12 +14,14 @@
 #include "agent/client/Commands.h"
 #include "agent/collect/Collectors.h"
 #include "agent/collect/ConfigCarrier.h"
+#include "agent/data/SetRestore.h"
 #include "agent/options/Console.h"
 #include "agent/service/Authenticator.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
 #include "agent/service/Signals.h"
+#include "agent/store/ConfigStore.h"
 #include "agent/synthetic/Synthetic.h"
 
 namespace {
@@ -69,6 +71,35 @@ struct Sources {
   std::unique_ptr<Agent::Collectors> collectors;
 };
 
+// The folder of `--config-store`, opened; null without one.
+Kstd::Result<std::unique_ptr<Agent::ConfigStore>, std::string> storeOf(std::string const& folder) {
+  if (folder.empty()) return std::unique_ptr<Agent::ConfigStore>();
+  auto const failed = [](std::string const& why) { return Kstd::Err("--config-store: " + why); };
+  auto files = Agent::Files::at(folder);
+  if (!files) return failed(files.error());
+  auto store = std::make_unique<Agent::ConfigStore>(std::move(*files));
+  auto const found = store->open();
+  if (!found) return failed(fmt::format("{}: {}", folder, found.error()));
+  auto const say = [](std::string const& what) {
+    Agent::say(stderr, fmt::format("ondra-agent serve: configuration: {}\n", what));
+  };
+  say(found->isNew ? fmt::format("none yet in {}", folder)
+                   : fmt::format("{} values from {}, as of change {}", store->journal().map().size(), folder,
+                                 store->journal().number()));
+  if (found->tornBytes > 0)
+    say(fmt::format("the last write was cut off ({} bytes): it is the configuration before that",
+                    found->tornBytes));
+  if (found->wasProvisional) say("the last change was not confirmed: it is the configuration before that");
+  return store;
+}
+
+// Brings the model to it.
+void restore(Agent::Runtime& runtime, Agent::ConfigStore& store) {
+  for (std::string const& lost : Agent::restore(runtime.sets(), store.journal().map()))
+    Agent::say(stderr, fmt::format("ondra-agent serve: warning: configuration: left out: {}\n", lost));
+  runtime.sets().storeIs(&store);
+}
+
 void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
   for (std::string const& warning : security.warnings)
     Agent::say(stderr, fmt::format("ondra-agent serve: warning: {}\n", warning));
@@ -111,9 +142,12 @@ int serve(std::vector<std::string> const& arguments) {
     Agent::say(stderr,
                fmt::format("ondra-agent serve: warning: descriptors for {} connections at most\n", fit));
 
+  auto const store = storeOf(options->configStore);
+  if (!store) return cannotStart(store.error());
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
   Sources sources(runtime, *options);
+  if (*store) restore(runtime, **store);
   runtime.context().start();
   auto server =
       Agent::Server::start({options->listen, *security, authenticator, options->connections}, runtime);

@@ -27,13 +27,11 @@ std::size_t ClientEntries::bytesOf(TypeNode const& list) {
   return containersIn(list) * kContainerBytes + kPlaceBytes;
 }
 
-bool ClientEntries::mayMake(std::span<MadeEntry const> entries) {
-  std::size_t more = 0;
+std::size_t ClientEntries::bytesOf(std::span<MadeEntry const> entries) {
+  std::size_t bytes = 0;
   for (MadeEntry const& entry : entries)
-    more += entry.bytes;
-  bool const isThere = share_.growTo(bytes_ + more);
-  share_.bytesAre(bytes_);
-  return isThere;
+    bytes += entry.bytes;
+  return bytes;
 }
 
 void ClientEntries::made(MadeEntry entry) {

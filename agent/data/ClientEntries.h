@@ -30,9 +30,9 @@ public:
 
   explicit ClientEntries(std::shared_ptr<ByteBudget> budget) : share_(std::move(budget)) {}
 
-  // Whether there is memory for these, too.
-  [[nodiscard]] bool mayMake(std::span<MadeEntry const> entries);
+  [[nodiscard]] static std::size_t bytesOf(std::span<MadeEntry const> entries);
   void made(MadeEntry entry);
+  [[nodiscard]] bool has(std::string_view path) const { return entries_.contains(path); }
   // It has gone, with all below it.
   void gone(std::string_view path);
 

@@ -91,7 +91,9 @@ Steps SetDiff::markDeletedEntries(PlanNode& node, Handle object, TypeNode list, 
 // --- comparing ---------------------------------------------------------------------------------------------
 
 Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool isCleared) {
+  if (node != nullptr && node->isCleared) cleared.push_back(pathBytes(PathView(path_, 0)));
   isCleared = isCleared || (node != nullptr && node->isCleared);
+  shapes = shapes || isCleared;
   if (isCleared && (object || type.isRoot())) {
     for (TypeNode const& child : type.children()) {
       if (!hasWritable(child)) continue;
@@ -124,6 +126,7 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
   Handle const object = containerOf(type, parent);
   if (!object && node == nullptr) co_return;
   bool const isNamed = node != nullptr && node->isNamed;
+  shapes = shapes || !object;
   if (isCleared && isStateKept_ && !isNamed && isEntryConfig(type)) {
     if (!object) co_return;
     enter(type);
@@ -176,6 +179,7 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, H
   if (isInterface) interface_ = &keyText;
   enter(list, keyText);
   bool const isHit = (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList();
+  shapes = shapes || isHit || !object;
   bool const wasStateKept = std::exchange(isStateKept_, isHit && isOfMachine(list, object));
   if (isHit && !isNamed && !isStateKept_) {
     removals.deleteIs(path_);
@@ -212,6 +216,7 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
       (!object || !type.isWritableLeaf() || type.leaf()->isKeyCopy || !type.attr.genericIfExist(object)))
     return;
   if (!hasValue && !isReset) return;
+  shapes = shapes || isReset;
   if (object) remember(object, type.attr, nullptr);
   if (interface_ != nullptr) interfaces.insert(*interface_);
   enter(type);

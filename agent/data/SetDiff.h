@@ -70,7 +70,13 @@ public:
   std::vector<Undo> undo;
   std::set<std::string> interfaces; // whose configuration it writes
   std::vector<MadeEntry> made;
-  std::vector<std::string> gone; // entries, by the canonical bytes of their paths
+  std::vector<std::string> gone;    // entries, by the canonical bytes of their paths
+  std::vector<std::string> cleared; // places that the plan itself clears, likewise
+  bool shapes = false;              // something is made, cleared or removed
+
+  [[nodiscard]] bool isEmpty() const noexcept {
+    return resets.size() == 0 && writes.size() == 0 && removals.size() == 0;
+  }
 
 private:
   // Marks in the plan what a delete's path matches.

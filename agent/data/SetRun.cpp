@@ -1,5 +1,5 @@
-// A coroutine for each Set: compare, check, write, tell or take back, tidy up. The queue runs them one after
-// the other.
+// A coroutine for each Set: compare, check, to the disk, compare again, write, tell or take back, tidy up. The
+// queue says whose turn it is.
 #include "agent/data/SetRun.h"
 
 #include <deque>
@@ -17,8 +17,11 @@
 #include "agent/context/Context.h"
 #include "agent/data/ClientEntries.h"
 #include "agent/data/SetDiff.h"
+#include "agent/data/SetPlaces.h"
+#include "agent/data/SetRecord.h"
 #include "agent/router/Router.h"
 #include "agent/router/StagedSet.h"
+#include "agent/store/ConfigStore.h"
 
 namespace Agent {
 namespace {
@@ -69,15 +72,50 @@ void putBack(Undo const& undo) {
 
 } // namespace
 
+// One after the other, in slices; those that wait for the disk, side by side.
+class SetRuns::Queue final : public Tovak::Task {
+public:
+  explicit Queue(SetRuns& runs)
+      : Tovak::Task(runs.context().scheduler(), "Sets", Tovak::TaskPriority::normal)
+      , runs_(runs) {}
+
+  void setIs(SetOrder order) {
+    waiting_.push_back(std::move(order));
+    scheduleTask();
+  }
+  void taskExecute() override;
+  void allDel() {
+    descheduleTask();
+    running_.clear();
+    waiting_.clear();
+  }
+
+  [[nodiscard]] bool isFirst(Run const& run) const { return running_.front().get() == &run; }
+
+  PlacesOnTheWay onTheWay;
+
+private:
+  static constexpr std::size_t kMostOnTheWay = 256;
+  // Whose turn it is; null when all wait for the disk, or there is none.
+  [[nodiscard]] Run* next();
+
+  SetRuns& runs_;
+  std::deque<SetOrder> waiting_;
+  std::deque<std::unique_ptr<Run>> running_;
+};
+
 class SetRuns::Run {
 public:
-  Run(SetRuns& runs, SetOrder order, Tovak::Task const& task)
+  Run(SetRuns& runs, SetOrder order, Queue& queue)
       : runs_(runs)
       , context_(runs.context())
       , order_(std::move(order))
-      , task_(task)
-      , diff_(*order_.plan, task)
+      , queue_(queue)
+      , coming_(context_.memory().entries)
       , steps_(run()) {}
+  ~Run() {
+    if (isOnTheWay_) queue_.onTheWay.leave(places_);
+  }
   Run(Run const&) = delete;
   Run& operator=(Run const&) = delete;
 
@@ -88,43 +126,122 @@ public:
     if (staged_) staged_->whoseIs(Staging::Whose::Other);
     return goesOn;
   }
+  // It is at the beginning: whatever is ahead of it has been compared already, and must not change the model
+  // now.
+  [[nodiscard]] bool isComparing() const { return waits_ == Waits::No; }
+  // REQUIRES that it is the first one.
+  [[nodiscard]] bool canGoOn() const { return waits_ != Waits::ForDisk || written_->has_value(); }
+  // None is to follow before it has ended.
+  [[nodiscard]] bool isAlone() const { return isAlone_; }
 
 private:
-  [[nodiscard]] Steps::Pause pause() const { return Steps::pauseIf(task_.taskShouldYield()); }
+  enum class Waits : std::uint8_t { No, ToBeFirst, ForDisk };
+  using Written = std::optional<ConfigStore::Outcome>;
+
+  [[nodiscard]] Steps::Pause pause() const { return Steps::pauseIf(queue_.taskShouldYield()); }
 
   Steps run() {
-    co_await diff_.run();
-    co_await check();
-    if (status_.ok()) co_await carryOut();
+    co_await compare();
+    if (order_.isCancelled != nullptr && order_.isCancelled->load(std::memory_order_relaxed))
+      status_ = {grpc::StatusCode::CANCELLED, "the client has left"};
+    if (status_.ok() && runs_.store_ != nullptr && !order_.isStored) co_await store();
+    if (status_.ok()) {
+      co_await toBeFirst();
+      co_await carryOut();
+    }
+    if (!status_.ok() && back_) co_await takeBackStored();
     std::exchange(order_.done, nullptr)(ended(status_), timestamp_);
     co_await tidy();
   }
 
+  Steps compare() {
+    diff_.emplace(*order_.plan, queue_);
+    co_await diff_->run();
+    co_await check();
+  }
+
   Steps check() {
-    if (!diff_.made.empty() && !runs_.entries_.mayMake(diff_.made)) {
+    coming_.bytesAre(0);
+    if (!coming_.growTo(ClientEntries::bytesOf(diff_->made))) {
       status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for more entries"};
       co_return;
     }
-    if (diff_.resets.parts.size() + diff_.writes.parts.size() + diff_.removals.parts.size() > 1) {
-      for (SetParts const* const parts : {&diff_.resets, &diff_.writes, &diff_.removals}) {
-        for (Part const& part : parts->parts) {
-          status_ = librarySet(part).check();
-          if (!status_.ok()) co_return;
-          co_await pause();
-        }
+    bool const isInParts =
+        diff_->resets.parts.size() + diff_->writes.parts.size() + diff_->removals.parts.size() > 1;
+    if (!isInParts && runs_.store_ == nullptr) co_return; // the one part checks itself
+    for (SetParts const* const parts : {&diff_->resets, &diff_->writes, &diff_->removals}) {
+      for (Part const& part : parts->parts) {
+        status_ = librarySet(part).check();
+        if (!status_.ok()) co_return;
+        co_await pause();
       }
     }
-    if (order_.isCancelled != nullptr && order_.isCancelled->load(std::memory_order_relaxed))
-      status_ = {grpc::StatusCode::CANCELLED, "the client has left"};
   }
+
+  // --- the disk --------------------------------------------------------------------------------------------
+
+  Steps store() {
+    places_ = SetPlaces::of(*order_.plan, *diff_);
+    isAlone_ = places_.isWide || queue_.onTheWay.disturb(places_);
+    if (isAlone_ && !queue_.isFirst(*this)) {
+      co_await toBeFirst();
+      co_await compare();
+      if (!status_.ok()) co_return;
+    }
+    if (diff_->isEmpty()) co_return;
+    queue_.onTheWay.enter(places_);
+    isOnTheWay_ = true;
+    runs_.store_->write(ConfigRecord::Kind::Change, changeOf(*diff_, runs_.entries_), whenWritten());
+    co_await untilWritten();
+    ConfigStore::Outcome& outcome = **written_;
+    if (!outcome) {
+      refused(outcome.error());
+      co_return;
+    }
+    back_ = std::move(*outcome);
+    co_await compare();
+  }
+
+  Steps takeBackStored() {
+    runs_.store_->takeBack(std::move(*back_), whenWritten());
+    co_await untilWritten(); // also what is not written now is taken back
+  }
+
+  ConfigStore::Done whenWritten() {
+    written_ = std::make_shared<Written>();
+    return [scheduler = context_.scheduler(), queue = queue_.weak_from_this(),
+            written = written_](ConfigStore::Outcome outcome) mutable {
+      scheduler->post([queue, written, outcome = std::move(outcome)]() mutable {
+        *written = std::move(outcome);
+        if (auto const there = queue.lock()) there->scheduleTask();
+      });
+    };
+  }
+  Steps untilWritten() {
+    waits_ = Waits::ForDisk;
+    while (!written_->has_value())
+      co_await Steps::pauseIf(true);
+  }
+  Steps toBeFirst() {
+    waits_ = Waits::ToBeFirst;
+    while (!queue_.isFirst(*this))
+      co_await Steps::pauseIf(true);
+  }
+
+  void refused(ConfigStore::Refusal const& refusal) {
+    status_ = {refusal.isFull ? grpc::StatusCode::RESOURCE_EXHAUSTED : grpc::StatusCode::INTERNAL,
+               refusal.text};
+  }
+
+  // --- the model -------------------------------------------------------------------------------------------
 
   // The model changes from here on.
   Steps carryOut() {
     staged_.emplace(runs_.router_);
-    co_await write(diff_.resets);
-    co_await write(diff_.writes);
+    co_await write(diff_->resets);
+    co_await write(diff_->writes);
     staged_->whoseIs(whose_ = Staging::Whose::OwnRemoval);
-    co_await write(diff_.removals);
+    co_await write(diff_->removals);
     staged_->whoseIs(whose_ = Staging::Whose::Own);
     timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
     if (status_.ok()) {
@@ -132,18 +249,18 @@ private:
     } else {
       co_await takeBack();
     }
-    while (!staged_->tellSome(task_))
+    while (!staged_->tellSome(queue_))
       co_await Steps::pauseIf(true);
     staged_.reset();
-    if (status_.ok() && !diff_.interfaces.empty() && runs_.configChanged_)
-      runs_.configChanged_(diff_.interfaces);
+    if (status_.ok() && !diff_->interfaces.empty() && runs_.configChanged_)
+      runs_.configChanged_(diff_->interfaces);
   }
 
   Steps takeBack() {
     std::vector<std::string> kept;
-    for (auto undo = diff_.undo.rbegin(); undo != diff_.undo.rend(); ++undo) {
+    for (auto undo = diff_->undo.rbegin(); undo != diff_->undo.rend(); ++undo) {
       if (undo->made && hasComeToLife(*undo)) {
-        kept.push_back(diff_.made[*undo->made].path);
+        kept.push_back(diff_->made[*undo->made].path);
       } else {
         putBack(*undo);
       }
@@ -164,16 +281,17 @@ private:
 
   // What follows from a success.
   Steps note() {
-    bool hasChanged = diff_.removals.size() != 0 || !diff_.made.empty();
-    for (auto undo = diff_.undo.begin(); undo != diff_.undo.end() && !hasChanged; ++undo) {
+    bool hasChanged = diff_->removals.size() != 0 || !diff_->made.empty();
+    for (auto undo = diff_->undo.begin(); undo != diff_->undo.end() && !hasChanged; ++undo) {
       hasChanged = !isAsBefore(*undo);
       co_await pause();
     }
-    for (std::string const& path : diff_.gone) {
+    for (std::string const& path : diff_->gone) {
       runs_.entries_.gone(path);
       co_await pause();
     }
-    for (auto& made : diff_.made) {
+    coming_.bytesAre(0);
+    for (auto& made : diff_->made) {
       runs_.entries_.made(std::move(made));
       co_await pause();
     }
@@ -184,11 +302,11 @@ private:
 
   // To let go of much takes its time, too.
   Steps tidy() {
-    context_.worker().post([plan = std::move(order_.plan), resets = std::move(diff_.resets),
-                            writes = std::move(diff_.writes), removals = std::move(diff_.removals),
-                            made = std::move(diff_.made), gone = std::move(diff_.gone)] {});
-    while (!diff_.undo.empty()) {
-      diff_.undo.pop_back();
+    context_.worker().post([plan = std::move(order_.plan), resets = std::move(diff_->resets),
+                            writes = std::move(diff_->writes), removals = std::move(diff_->removals),
+                            made = std::move(diff_->made), gone = std::move(diff_->gone)] {});
+    while (!diff_->undo.empty()) {
+      diff_->undo.pop_back();
       co_await pause();
     }
   }
@@ -196,48 +314,42 @@ private:
   SetRuns& runs_;
   Context& context_;
   SetOrder order_;
-  Tovak::Task const& task_;
-  SetDiff diff_;
+  Queue& queue_;
+  std::optional<SetDiff> diff_;
   grpc::Status status_;
   std::int64_t timestamp_ = 0;
+  ByteBudget::Share coming_; // the entries that it is going to make
+  SetPlaces places_;
+  bool isOnTheWay_ = false; // its places have been entered
+  bool isAlone_ = false;
+  Waits waits_ = Waits::No;
+  std::shared_ptr<Written> written_;           // the disk's answer, when it has come
+  std::optional<ConfigChange> back_;           // takes back what is on the disk
   std::optional<StagedSet> staged_;            // from the first write on
   Staging::Whose whose_ = Staging::Whose::Own; // then: whose the changes of our slices are
   Steps steps_;                                // goes first
 };
 
-// One after the other, in slices.
-class SetRuns::Queue final : public Tovak::Task {
-public:
-  explicit Queue(SetRuns& runs)
-      : Tovak::Task(runs.context().scheduler(), "Sets", Tovak::TaskPriority::normal)
-      , runs_(runs) {}
+SetRuns::Run* SetRuns::Queue::next() {
+  if (!running_.empty()) {
+    Run& last = *running_.back();
+    if (last.isComparing()) return &last;
+    if (running_.front()->canGoOn()) return running_.front().get();
+    if (last.isAlone() || running_.size() == kMostOnTheWay) return nullptr;
+  }
+  if (waiting_.empty()) return nullptr;
+  running_.push_back(std::make_unique<Run>(runs_, std::move(waiting_.front()), *this));
+  waiting_.pop_front();
+  return running_.back().get();
+}
 
-  void setIs(SetOrder order) {
-    waiting_.push_back(std::move(order));
-    scheduleTask();
+void SetRuns::Queue::taskExecute() {
+  while (Run* const run = next()) {
+    if (!run->resume()) std::erase_if(running_, [run](auto const& one) { return one.get() == run; });
+    if (taskShouldYield()) break;
   }
-  void taskExecute() override {
-    while (run_ || !waiting_.empty()) {
-      if (!run_) {
-        run_.emplace(runs_, std::move(waiting_.front()), *this);
-        waiting_.pop_front();
-      }
-      if (!run_->resume()) run_.reset();
-      if (taskShouldYield()) break;
-    }
-    if (run_ || !waiting_.empty()) scheduleTask();
-  }
-  void allDel() {
-    descheduleTask();
-    run_.reset();
-    waiting_.clear();
-  }
-
-private:
-  SetRuns& runs_;
-  std::deque<SetOrder> waiting_;
-  std::optional<Run> run_;
-};
+  if (next() != nullptr) scheduleTask();
+}
 
 SetRuns::SetRuns(Router& router)
     : router_(router)

@@ -1,13 +1,18 @@
 // Carries out checked Sets on the model, or leaves it as it was. Scheduler thread.
 //
 // Invariants
-// 1. One Set after the other, in their order.
+// 1. One Set after the other changes the model, in their order.
 // 2. A Set is compared with the model, and what it comes to is checked by the library, in slices, while
 //    everybody reads. What is refused by then has written nothing.
-// 3. From its first write until all of it has been told, or taken back, walks wait and changes of its own
+// 3. Where configuration is to last, what a Set comes to is on the disk before the model changes: nobody sees
+//    what a crash could take back, and no reader waits for the disk. While one waits for it, the next ones
+//    are compared and sent after it, as long as none can change what another comes to (`SetPlaces`); so they
+//    are synced together. Behind the disk a Set is compared anew, with what those before it have left.
+// 4. What the model refuses after that is taken back from the disk, before it is answered.
+// 5. From its first write until all of it has been told, or taken back, walks wait and changes of its own
 //    wait aside (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on
 //    meanwhile.
-// 4. When the model refuses a write half-way, which it does only where the machine has taken something away
+// 6. When the model refuses a write half-way, which it does only where the machine has taken something away
 //    meanwhile, everything written before is put back.
 #pragma once
 
@@ -27,17 +32,19 @@
 
 namespace Agent {
 
+class ConfigStore;
 class Context;
 class Router;
 
 struct SetOrder {
   // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it
-  // would make or tell, CANCELLED when its client left before anything was written.
+  // would make or tell, or no room on the disk, INTERNAL when the disk fails, CANCELLED when its client left before anything was written.
   using Done = absl::AnyInvocable<void(grpc::Status const&, std::int64_t timestamp)>;
 
   std::unique_ptr<SetPlan> plan;
   std::atomic<bool> const* isCancelled = nullptr; // may be null; lives until `done` is called or dropped
   Done done;
+  bool isStored = false; // it comes from the store
 };
 
 // All Sets of the agent; those that still wait when it goes are dropped.
@@ -61,10 +68,14 @@ public:
   using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
   void configChangedIs(ConfigChanged changed) { configChanged_ = std::move(changed); }
 
+  // Where what Sets leave is to last; it outlives this. Before the first one. May be null: nowhere.
+  void storeIs(ConfigStore* store) noexcept { store_ = store; }
+
 private:
   class Run;
   class Queue;
   Router& router_;
+  ConfigStore* store_ = nullptr;
   ClientEntries entries_;
   ConfigChanged configChanged_;
   std::shared_ptr<Queue> const queue_;

@@ -80,6 +80,9 @@ void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
   app.add_flag("--no-machine", raw.leavesMachineOut, "leave the machine's values out");
   app.add_flag("--apply-config", options.appliesConfig,
                "carry description, mtu and enabled of interfaces to the kernel");
+  app.add_option("--config-store", options.configStore,
+                 "keep what clients configure in this folder, and begin with it")
+      ->type_name("DIR");
   app.add_option("--synthetic", options.syntheticLeaves, "serve a generated tree of about N leaves as well")
       ->check(CLI::Range(std::size_t{0}, std::size_t{20'000'000}))
       ->type_name("N");

@@ -27,6 +27,7 @@ struct ServeOptions {
   bool servesMachine = true;
   std::int64_t samplePeriodNs = 1'000'000'000; // of the machine
   bool appliesConfig = false;
+  std::string configStore; // a folder; empty: configuration ends with the process
   std::size_t syntheticLeaves = 0;
   std::size_t syntheticRate = 0; // changes a second
   bool checksOnly = false;

@@ -2,13 +2,17 @@
 #include <gmock/gmock.h>
 
 #include <random>
+#include <semaphore>
 
 #include <fmt/format.h>
 
+#include "agent/StoreDisk.h"
 #include "agent/context/Memory.h"
 #include "agent/data/GetRun.h"
+#include "agent/data/SetRestore.h"
 #include "agent/data/SetRun.h"
 #include "agent/paths/TypeTree.h"
+#include "agent/store/ConfigStore.h"
 #include "service/data_testing.h"
 #include "service/subscribe_testing.h"
 
@@ -358,6 +362,96 @@ TEST(DataSetMemory, aSetThatHasNoRoomIsTakenBack) {
   EXPECT_TRUE(bench.setHere(setRequest("update /system/config/hostname \"after\"")).ok());
   EXPECT_EQ(subscriber.next().update().update(0).val().string_val(), "after");
   EXPECT_EQ(bench.runtime().context().memory().plans->used(), 0U);
+}
+
+// A filled tree whose configuration a store keeps.
+struct StoredBench {
+  explicit StoredBench(AgentTesting::StoreDisk& disk) : store(disk.files()) {
+    EXPECT_TRUE(store.open().ok());
+    bench.fill();
+    EXPECT_THAT(Agent::restore(bench.runtime().sets(), store.journal().map()), testing::IsEmpty());
+    bench.runtime().sets().storeIs(&store);
+  }
+  // All at once; the codes of their ends.
+  std::vector<grpc::StatusCode> set(std::vector<gnmi::SetRequest> const& requests) {
+    std::vector<grpc::StatusCode> codes(requests.size());
+    std::size_t ended = 0;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      auto plan = Agent::setPlanOf(requests[i]);
+      auto const end = [&codes, &ended, i](grpc::Status const& status, std::int64_t) {
+        codes[i] = status.error_code();
+        ++ended;
+      };
+      if (plan) {
+        bench.runtime().sets().setIs({std::move(*plan), nullptr, end});
+      } else {
+        end(plan.error(), 0);
+      }
+    }
+    EXPECT_TRUE(bench.settleUntil([&] { return ended == requests.size(); }));
+    return codes;
+  }
+
+  Agent::ConfigStore store;
+  DataBench bench;
+};
+
+// Many on their way to the disk come to what they come to one after the other, and the next start finds it.
+TEST(DataSetStore, whatIsKeptIsTheConfiguration) {
+  int refused = 0;
+  for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    std::vector<gnmi::SetRequest> requests;
+    for (std::uint64_t i = 0; i < 12; ++i)
+      requests.push_back(Operations(1000 * seed + i).request(2, true));
+    std::vector<grpc::StatusCode> expected;
+    DataBench::Leaves leaves;
+    {
+      DataBench bench;
+      bench.fill();
+      for (gnmi::SetRequest const& request : requests)
+        expected.push_back(bench.setHere(request).error_code());
+      leaves = bench.leaves(GetRequest::CONFIG);
+    }
+    refused += static_cast<int>(std::ranges::count_if(expected, [](auto code) { return code != grpc::OK; }));
+    AgentTesting::StoreDisk disk;
+    {
+      StoredBench kept(disk);
+      EXPECT_EQ(kept.set(requests), expected);
+      EXPECT_EQ(difference(leaves, kept.bench.leaves(GetRequest::CONFIG)), "");
+    }
+    StoredBench again(disk);
+    ASSERT_EQ(difference(leaves, again.bench.leaves(GetRequest::CONFIG)), "");
+  }
+  EXPECT_GT(refused, 10);
+}
+
+// Nobody sees a Set before the disk has it, nobody but the Set waits for the disk, and what the disk refuses
+// has not been.
+TEST(DataSetStore, theDiskComesFirst) {
+  AgentTesting::StoreDisk disk;
+  StoredBench kept(disk);
+  auto const before = kept.bench.leaves();
+  std::counting_semaphore<> gate(0);
+  disk.whenSynced = [&gate] { gate.acquire(); };
+  grpc::Status how(grpc::StatusCode::UNKNOWN, "");
+  kept.bench.runtime().sets().setIs(
+      {std::move(*Agent::setPlanOf(setRequest("update /system/config/hostname \"a\""))), nullptr,
+       [&how](grpc::Status const& status, std::int64_t) { how = status; }});
+  EXPECT_EQ(difference(before, kept.bench.leaves()), "");
+  EXPECT_EQ(how.error_code(), grpc::StatusCode::UNKNOWN);
+  gate.release(1000);
+  EXPECT_TRUE(kept.bench.settleUntil([&how] { return how.ok(); }));
+  EXPECT_EQ(kept.bench.value("/system/config/hostname"), "\"a\"");
+
+  auto const set = setRequest("update /system/config/hostname \"b\"");
+  auto const kept1 = kept.bench.leaves();
+  disk.planIs({AgentTesting::StoreDisk::Fault::FromThereOn, 0, ENOSPC});
+  EXPECT_THAT(kept.set({set, set}), testing::Each(grpc::StatusCode::RESOURCE_EXHAUSTED));
+  disk.planIs({AgentTesting::StoreDisk::Fault::Once, 0, EIO});
+  EXPECT_THAT(kept.set({set}), testing::Each(grpc::StatusCode::INTERNAL));
+  EXPECT_EQ(difference(kept1, kept.bench.leaves()), "");
+  EXPECT_THAT(kept.set({set}), testing::Each(grpc::StatusCode::OK));
 }
 
 } // namespace

@@ -1,0 +1,26 @@
+// What a Set leaves in the store, and the Set that a store comes to. A place is the canonical bytes of its
+// path, a value the bytes of its `TypedValue`; no value at all says that a client has deleted what the
+// machine may give. So a store knows nothing of the types, and outlives their changes. Pure: any thread.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "agent/store/ConfigRecord.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
+
+namespace Agent {
+
+class ClientEntries;
+class SetDiff;
+
+// REQUIRES that nothing of it has been carried out.
+[[nodiscard]] ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries);
+
+// What a store holds, in an order in which the model with what the machine gives is brought to it: what has
+// been deleted goes first.
+using StoredPlaces = std::vector<ConfigMap::value_type const*>;
+[[nodiscard]] StoredPlaces inOrder(ConfigMap const& map);
+[[nodiscard]] gnmi::SetRequest requestOf(std::span<ConfigMap::value_type const* const> places);
+
+} // namespace Agent

@@ -1,0 +1,17 @@
+// What a store holds, carried out on a model that has what the machine gives.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/store/ConfigRecord.h"
+
+namespace Agent {
+
+class SetRuns;
+
+// Drives the scheduler, whose thread does not run yet, until it is done. Whatever the types or the machine
+// refuse now is left out; the answer has a line for each.
+[[nodiscard]] std::vector<std::string> restore(SetRuns& sets, ConfigMap const& map);
+
+} // namespace Agent
