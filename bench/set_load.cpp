@@ -2,8 +2,8 @@
 //
 //   ondra-set-load ADDRESS [CLIENTS] [SECONDS]      1 client and 5 seconds unless said; plaintext
 //
-// Each client has a connection and an interface of its own, whose description it changes. Prints how many Sets
-// were answered a second, and how long one took.
+// Each client has a connection and an interface of its own, whose description it changes. Prints how many
+// Sets were answered a second, and how long one took.
 #include <grpcpp/grpcpp.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// A coroutine for each Set: compare, check, to the disk, compare again, write, tell or take back, tidy up. The
-// queue says whose turn it is.
+// A coroutine for each Set: compare, check, to the disk, compare again, write, tell or take back, tidy up.
+// The queue says whose turn it is.
 #include "agent/data/SetRun.h"
 
 #include <deque>

@@ -38,7 +38,8 @@ class Router;
 
 struct SetOrder {
   // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it
-  // would make or tell, or no room on the disk, INTERNAL when the disk fails, CANCELLED when its client left before anything was written.
+  // would make or tell, or no room on the disk, INTERNAL when the disk fails, CANCELLED when its client left
+  // before anything was written.
   using Done = absl::AnyInvocable<void(grpc::Status const&, std::int64_t timestamp)>;
 
   std::unique_ptr<SetPlan> plan;

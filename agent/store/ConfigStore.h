@@ -1,4 +1,5 @@
-// Agent::ConfigStore: keeps a configuration in a folder. Writes on a thread of its own, together what has come together.
+// Agent::ConfigStore: keeps a configuration in a folder. A thread of its own writes together what has come
+// together.
 #pragma once
 
 #include <condition_variable>

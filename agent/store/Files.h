@@ -1,4 +1,5 @@
-// Agent::Files: the calls by which a store keeps its folder. Tests put a disk of their own behind it, which fails, tears and forgets.
+// Agent::Files: the calls by which a store keeps its folder. Tests put a disk of their own behind it, which
+// fails, tears and forgets.
 #pragma once
 
 #include <cstddef>
