@@ -166,4 +166,35 @@ void interfaceBytes(Ondra::WireWriter& out, FlatInterface const& flat, Make cons
   });
 }
 
+// --- Sets -----------------------------------------------------------------------------------------------
+
+// Leaves that a client gives an interface: its name, a description, an MTU, whether it is enabled.
+inline constexpr std::size_t kWrittenPerInterface = 4;
+
+inline void addInterfaceUpdate(gnmi::SetRequest& request, std::string const& name, char const* leaf,
+                               auto const& value) {
+  gnmi::Update& update = *request.add_update();
+  addElem(*update.mutable_path(), "interfaces");
+  addElem(*update.mutable_path(), "interface");
+  (*update.mutable_path()->mutable_elem(1)->mutable_key())["name"] = name;
+  addElem(*update.mutable_path(), "config");
+  addElem(*update.mutable_path(), leaf);
+  value(*update.mutable_val());
+}
+
+// Of all leaves that a client gives to so many interfaces, from the `first` on.
+inline std::string interfaceSet(std::size_t first, std::size_t count, std::uint64_t mtu) {
+  gnmi::SetRequest request;
+  for (std::size_t i = first; i < first + count; ++i) {
+    std::string const name = interfaceName(i);
+    addInterfaceUpdate(request, name, "name", [&](gnmi::TypedValue& value) { value.set_string_val(name); });
+    addInterfaceUpdate(request, name, "description",
+                       [&](gnmi::TypedValue& value) { value.set_string_val(kDescription); });
+    addInterfaceUpdate(request, name, "mtu", [&](gnmi::TypedValue& value) { value.set_uint_val(mtu); });
+    addInterfaceUpdate(request, name, "enabled",
+                       [&](gnmi::TypedValue& value) { value.set_bool_val(mtu % 2 == 0); });
+  }
+  return request.SerializeAsString();
+}
+
 } // namespace Bench

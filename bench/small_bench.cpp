@@ -175,33 +175,6 @@ void Small_FloorChangeDirect(benchmark::State& state) {
 
 // --- Sets -----------------------------------------------------------------------------------------------
 
-constexpr std::size_t kWritten =
-    4; // leaves that a client gives an interface: its name, a description, an MTU, whether it is enabled
-
-void addUpdate(gnmi::SetRequest& request, std::string const& name, char const* leaf, auto const& value) {
-  gnmi::Update& update = *request.add_update();
-  addElem(*update.mutable_path(), "interfaces");
-  addElem(*update.mutable_path(), "interface");
-  (*update.mutable_path()->mutable_elem(1)->mutable_key())["name"] = name;
-  addElem(*update.mutable_path(), "config");
-  addElem(*update.mutable_path(), leaf);
-  value(*update.mutable_val());
-}
-
-// Of all leaves that a client gives to so many interfaces, from the `first` on.
-std::string setBytes(std::size_t first, std::size_t count, std::uint64_t mtu) {
-  gnmi::SetRequest request;
-  for (std::size_t i = first; i < first + count; ++i) {
-    std::string const name = interfaceName(i);
-    addUpdate(request, name, "name", [&](gnmi::TypedValue& value) { value.set_string_val(name); });
-    addUpdate(request, name, "description",
-              [&](gnmi::TypedValue& value) { value.set_string_val(kDescription); });
-    addUpdate(request, name, "mtu", [&](gnmi::TypedValue& value) { value.set_uint_val(mtu); });
-    addUpdate(request, name, "enabled", [&](gnmi::TypedValue& value) { value.set_bool_val(mtu % 2 == 0); });
-  }
-  return request.SerializeAsString();
-}
-
 bool executed(std::string const& bytes, std::string& answer) {
   static Kel::Ptr<Ondra::Path const> const dataRoot = Ondra::Path::strToPathIs("/openconfig");
   return executedBytes(dataRoot, bytes, answer).ok();
@@ -211,9 +184,9 @@ void Small_SetExisting(benchmark::State& state) {
   constexpr std::size_t kCount = 250;
   InterfaceTree tree(leavesOf(state));
   std::size_t const count = std::min(tree.size(), kCount);
-  std::string const bytes[] = {setBytes(0, count, 1500), setBytes(0, count, 1501)};
+  std::string const bytes[] = {interfaceSet(0, count, 1500), interfaceSet(0, count, 1501)};
   std::string answer;
-  PerLeaf const perLeaf(state, count * kWritten);
+  PerLeaf const perLeaf(state, count * kWrittenPerInterface);
   std::size_t turn = 0;
   for (auto _ : state) {
     if (!executed(bytes[turn++ % 2], answer)) state.SkipWithError("the Set was refused");
@@ -223,10 +196,10 @@ void Small_SetExisting(benchmark::State& state) {
 // Makes so many leaves' interfaces in one request, in a tree that has none.
 void Small_SetMaking(benchmark::State& state) {
   InterfaceTree tree(0);
-  std::size_t const count = leavesOf(state) / kWritten;
-  std::string const bytes = setBytes(0, count, 1500);
+  std::size_t const count = leavesOf(state) / kWrittenPerInterface;
+  std::string const bytes = interfaceSet(0, count, 1500);
   std::string answer;
-  PerLeaf const perLeaf(state, count * kWritten);
+  PerLeaf const perLeaf(state, count * kWrittenPerInterface);
   for (auto _ : state) {
     if (!executed(bytes, answer) || tree.size() != count) state.SkipWithError("they were not made");
     state.PauseTiming();
@@ -242,10 +215,10 @@ void Small_SetMaking(benchmark::State& state) {
 }
 
 void Small_FloorSet(benchmark::State& state) {
-  std::size_t const count = leavesOf(state) / kWritten;
-  std::string const bytes = setBytes(0, count, 1500);
+  std::size_t const count = leavesOf(state) / kWrittenPerInterface;
+  std::string const bytes = interfaceSet(0, count, 1500);
   std::string answer;
-  PerLeaf const perLeaf(state, count * kWritten);
+  PerLeaf const perLeaf(state, count * kWrittenPerInterface);
   for (auto _ : state) {
     messagesAlone(bytes, answer);
   }

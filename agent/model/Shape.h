@@ -77,7 +77,7 @@ public:
   // A container that is there for as long as its parent.
   template <class E>
   Shape& container(std::string_view name, Kel::Ptr<E> T::*member) {
-    declaration_.instantiating(name, member).removable(false);
+    declaration_.instantiating(name, member).removable(false).embedded();
     return node();
   }
   // A container that may be missing.

@@ -64,6 +64,20 @@ Ptr<GenericIf const> indexOf(AttrDesc const& attr, Entity& member) {
   return index.genericIfGet(GenericIf::toObject(static_cast<PtrInterface const*>(&member)));
 }
 
+void keyInto(AttrDesc const& attr, GenericIf const& key, Entity& member) {
+  KelAttr const index = KelAttr(&attr).indexAttr();
+  bool const isStructured = !index && attr.keyType->kind == TypeKind::Struct && !attr.keyType->hasGnmiStrRep;
+  if (!index && !isStructured) return;
+  Ptr<GenericIf> const object = GenericIf::toObject(static_cast<PtrInterface*>(&member));
+  if (index) return index.desc().access->init(index.desc(), *object, key);
+  for (KelTypeBase::AttributeQIterator own(object->type()); own; ++own) {
+    KelAttr const field = KelAttr(&attr).keyFieldOf(*own);
+    Ptr<GenericIf const> const value =
+        field ? field.genericIfGet(Ptr<GenericIf const>(&key)) : Ptr<GenericIf const>();
+    if (value) (*own).desc().access->init((*own).desc(), *object, *value);
+  }
+}
+
 void throwKeyType(AttrDesc const& attr, GenericIf const& key) {
   throwError(fmt::format("{} is keyed by type '{}'; found {} of type '{}'", described(attr),
                          attr.keyType->name.view(), key.strRep(), key.type().name().view()));

@@ -38,6 +38,9 @@ KTD_EXPORT PtrInterface* requireTarget(AttrDesc const& attr, GenericIf const& va
 [[noreturn]] KTD_EXPORT void throwMadeAgain(AttrDesc const& attr);
 // A detached object made from constructor arguments; raises `Kel::Error` when they do not fit.
 [[nodiscard]] KTD_EXPORT Ptr<PtrInterface> construct(TypeDesc const& type, ArgList const& args);
+// Gives a member that is being made what it has of its key: its index attribute, or the fields of a
+// structured key that it repeats (`KelAttr::keyFieldOf`). Silently.
+KTD_EXPORT void keyInto(AttrDesc const& attr, GenericIf const& key, Entity& member);
 // The value of a made member's index attribute.
 [[nodiscard]] KTD_EXPORT Ptr<GenericIf const> indexOf(AttrDesc const& attr, Entity& member);
 

@@ -42,6 +42,14 @@ KelAttr KelAttrBase::indexAttr() const {
   return desc_->indexName.empty() ? KelAttr() : KelAttr(desc_->memberType->attrByName(desc_->indexName));
 }
 
+KelAttr KelAttrBase::keyFieldOf(KelAttrBase memberAttr) const {
+  TypeDesc const* const key = desc_->isKeyed && desc_->indexName.empty() ? desc_->keyType : nullptr;
+  if (key == nullptr || key->kind != TypeKind::Struct || key->hasGnmiStrRep || !memberAttr.isKeyField())
+    return {};
+  KelAttr const field(key->attrByName(memberAttr.name().view()));
+  return field && field.memberType() == memberAttr.memberType() ? field : KelAttr();
+}
+
 KelAttr::ConstHandle KelAttr::genericIfGet(ConstHandle const& obj, ConstHandle const& key) const {
   requireOwner(*desc_, obj.get());
   return desc_->access->get(*desc_, *obj, key.get());

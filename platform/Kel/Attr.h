@@ -34,6 +34,9 @@ public:
   // Of a keyed collection whose members carry their own key: the member attribute that is the key. Otherwise
   // invalid.
   [[nodiscard]] KelAttr indexAttr() const;
+  // Of a collection whose keys are structures outside of the members: the field of the key that this member
+  // attribute repeats, having its name, its type and the key-field mark. Otherwise invalid.
+  [[nodiscard]] KelAttr keyFieldOf(KelAttrBase memberAttr) const;
 
   [[nodiscard]] bool isCollection() const { return desc_->isCollection; } // of whatever kind
   [[nodiscard]] bool isKeyed() const { return desc_->isKeyed; }           // members have keys

@@ -106,6 +106,8 @@ Ptr<GenericIf> AttrAccess::create(AttrDesc const& attr, GenericIf& obj, GenericI
   Entity& owner = ownerOf(attr, obj);
   Ptr<Entity> const made = dynamicPtrCast<Entity>(Impl::construct(*attr.memberType, args));
   if (!made) throwError(described(attr) + ": the member type makes no entity");
+  if (key != nullptr && attr.indexName.empty() && &key->type().desc() == attr.keyType)
+    Impl::keyInto(attr, *key, *made);
   Ptr<GenericIf const> const index = attr.indexName.empty() ? nullptr : Impl::indexOf(attr, *made);
   place(attr, obj, owner, index ? index.get() : key, made);
   return GenericIf::toObject(static_cast<PtrInterface*>(made.get()));

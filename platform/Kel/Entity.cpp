@@ -195,11 +195,8 @@ void Entity::told(void const* member, void const* rawKey) const {
 
 void Entity::attachMember(void const* member, Ptr<GenericIf const> keyHandle, Entity& child) {
   AttrDesc const& attr = attrOf(member);
-  if (KelAttr const index = KelAttr(&attr).indexAttr()) {
-    index.desc().access->init(index.desc(), *GenericIf::toObject(static_cast<PtrInterface*>(&child)),
-                              *keyHandle);
-    keyHandle.reset();
-  }
+  if (keyHandle) Impl::keyInto(attr, *keyHandle, child);
+  if (!attr.indexName.empty()) keyHandle.reset();
   attach(*this, attr, std::move(keyHandle), child);
 }
 

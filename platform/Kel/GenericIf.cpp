@@ -3,45 +3,19 @@
 #include "Kel/GenericIf.h"
 
 #include <cstring>
-#include <memory>
 
 #include "Kel/Attr.h"
 #include "Kel/Entity.h"
 #include "Kel/EntityAnchor.h"
 #include "Kel/Error.h"
 #include "Kel/Text.h"
+#include "Kel/ValueBox.h"
 
 namespace Kel {
 namespace {
 
-// A value too large for its handle, behind a count of its own.
-class alignas(16) ValueBox final : public PtrInterface {
-public:
-  static ValueBox* make(TypeDesc const& type) {
-    void* const block = kelMemAlloc(sizeof(ValueBox) + type.ops.size);
-    return ::new (block) ValueBox(type);
-  }
-  [[nodiscard]] void* storage() noexcept { return this + 1; }
-
-private:
-  explicit ValueBox(TypeDesc const& type) noexcept : type_(type) {}
-  void handleZeroRef() const noexcept override {
-    auto* const self = const_cast<ValueBox*>(this);
-    std::size_t const bytes = sizeof(ValueBox) + type_.ops.size;
-    type_.ops.destroy(type_, self->storage());
-    std::destroy_at(self);
-    kelMemFree(self, bytes);
-  }
-
-  TypeDesc const& type_;
-};
-
 bool isObjectKind(TypeDesc const& type) noexcept {
   return type.kind == TypeKind::Entity || type.kind == TypeKind::Object;
-}
-
-bool fitsInline(TypeDesc const& type) noexcept {
-  return type.ops.size <= kInlineValueBytes && type.ops.align <= 8;
 }
 
 void copyValue(TypeDesc const& type, void* to, void const* from) {
@@ -86,8 +60,7 @@ Ptr<GenericIf> GenericIf::copyOf(TypeDesc const& type, void const* raw) {
     copyValue(type, handle->inline_, raw);
     return handle;
   }
-  Ptr<ValueBox> const box(ValueBox::make(type));
-  type.ops.copy(type, box->storage(), raw);
+  Ptr<ValueBox> const box = ValueBox::copyOf(type, raw);
   return Ptr<GenericIf>(new GenericIf(&type, box->storage(), box.get()));
 }
 

@@ -10,6 +10,7 @@
 #include "Kel/Access.h"
 #include "Kel/Error.h"
 #include "Kel/NameIndex.h"
+#include "Kel/Slots.h"
 #include "Kel/Text.h"
 
 namespace Kel {
@@ -86,7 +87,6 @@ TypeBuilder& TypeBuilder::extends(TypeDesc const& base) {
     throwError(fmt::format("type '{}' extends '{}': one is a C++ class and one is described at run time",
                            desc_->name.view(), base.name.view()));
   }
-  if (desc_->isRuntime) desc_->ops.size = base.ops.size; // the slots of the base come first
   desc_->base = &base;
   for (auto const& attr : base.attrs) {
     desc_->attrs.push_back(std::make_unique<AttrDesc>(*attr));
@@ -109,7 +109,7 @@ void complete(TypeDesc& type) {
     auto const id = static_cast<std::size_t>(attr->id);
     if (id >= type.byId.size()) type.byId.resize(id + 1);
     type.byId[id] = attr.get();
-    if (attr->offset != SIZE_MAX) {
+    if (attr->offset != SIZE_MAX && !type.isRuntime) { // only classes ask by their members
       if (attr->offset >= type.byOffset.size()) type.byOffset.resize(attr->offset + 1);
       type.byOffset[attr->offset] = attr.get();
     }
@@ -134,6 +134,7 @@ void complete(TypeDesc& type) {
 
 Kstd::Result<KelType, std::string> TypeBuilder::done() {
   if (auto broken = Impl::brokenRule(*desc_)) return Kstd::Err(*std::move(broken));
+  if (desc_->isRuntime && desc_->kind != TypeKind::Enum) Impl::layOut(*desc_);
   complete(*desc_);
   return KelType(desc_);
 }

@@ -12,9 +12,26 @@
 #include "Kel/TypeBuilder.h"
 
 namespace Kel::Impl {
+
+std::optional<std::string_view> unfitAsKey(TypeDesc const& key) {
+  if (key.isEntity() || key.kind == TypeKind::KeyPtr) return std::nullopt;
+  if (key.hasGnmiByteRep) return "a type with a byte representation cannot be a key";
+  if (key.kind == TypeKind::Union) return "a union cannot be a key";
+  if (!key.isValueType || key.kind == TypeKind::Array)
+    return "a key must be a scalar, a reference or a value type";
+  if (key.kind != TypeKind::Struct || key.hasGnmiStrRep) return std::nullopt;
+  for (auto const& field : key.attrs) {
+    if (field->isCollection) return "a key must not hold collections";
+    if (auto const reason = unfitAsKey(*field->memberType)) return reason;
+  }
+  return std::nullopt;
+}
+
 namespace {
 
 using Broken = std::optional<std::string>;
+
+constexpr std::size_t kMostAttributes = UINT16_MAX; // as positions go
 
 Broken broken(TypeDesc const& type, AttrDesc const& attr, std::string_view rule) {
   return fmt::format("type '{}', attribute '{}': {}", type.name.view(), attr.name.view(), rule);
@@ -60,17 +77,18 @@ Broken checkUnique(TypeDesc const& type) {
   return std::nullopt;
 }
 
-// Why a type cannot be a key; nothing when it can.
-std::optional<std::string_view> unfitAsKey(TypeDesc const& key) {
-  if (key.isEntity() || key.kind == TypeKind::KeyPtr) return std::nullopt;
-  if (key.hasGnmiByteRep) return "a type with a byte representation cannot be a key";
-  if (key.kind == TypeKind::Union) return "a union cannot be a key";
-  if (!key.isValueType || key.kind == TypeKind::Array)
-    return "a key must be a scalar, a reference or a value type";
+// A member repeats the fields of a structured key as they are.
+Broken checkKeyFields(TypeDesc const& type, AttrDesc const& attr) {
+  TypeDesc const& key = *attr.keyType;
   if (key.kind != TypeKind::Struct || key.hasGnmiStrRep) return std::nullopt;
-  for (auto const& field : key.attrs) {
-    if (field->isCollection) return "a key must not hold collections";
-    if (auto const reason = unfitAsKey(*field->memberType)) return reason;
+  for (auto const& member : attr.memberType->attrs) {
+    AttrDesc const* const field = member->isKeyField ? key.attrByName(member->name.view()) : nullptr;
+    if (field != nullptr && field->memberType != member->memberType) {
+      return broken(type, attr,
+                    fmt::format("the field '{}' of its key is of type '{}', and of type '{}' in the member",
+                                field->name.view(), field->memberType->name.view(),
+                                member->memberType->name.view()));
+    }
   }
   return std::nullopt;
 }
@@ -79,7 +97,7 @@ Broken checkKeyed(TypeDesc const& type, AttrDesc const& attr) {
   if (!attr.keyType->complete && !attr.keyType->isEntity())
     return broken(type, attr, "its key type is not declared yet");
   if (auto const reason = unfitAsKey(*attr.keyType)) return broken(type, attr, *reason);
-  if (attr.indexName.empty()) return std::nullopt;
+  if (attr.indexName.empty()) return checkKeyFields(type, attr);
   if (!known(type, *attr.memberType)) return broken(type, attr, "its member type is not declared yet");
   AttrDesc const* index = nullptr;
   for (auto const& member : attr.memberType->attrs) {
@@ -117,6 +135,8 @@ Broken checkAttr(TypeDesc const& type, AttrDesc const& attr) {
   if (!entity && !known(type, *attr.memberType)) {
     return broken(type, attr, fmt::format("its type '{}' is not declared yet", attr.memberType->name.view()));
   }
+  if (!entity && !attr.isCollection && attr.memberType == &type)
+    return broken(type, attr, "a value holds others of its own type in collections, never plainly");
   if (attr.isArray && attr.isOptional) return broken(type, attr, "an array is empty, never without value");
   if (attr.isKeyField && attr.isSettable && type.isEntity())
     return broken(type, attr, "a key attribute cannot be settable");
@@ -176,11 +196,13 @@ bool takesWhatIsSentBy(TypeDesc const& earlier, TypeDesc const& later) {
   return second.kind == TypeKind::Enum && shareAName(first, second);
 }
 
+bool isPlain(AttrDesc const& attr) { return !attr.isCollection && !attr.isPointer && !attr.isOptional; }
+
 Broken checkUnion(TypeDesc const& type) {
   if (type.attrs.empty()) return broken(type, "a union has at least one alternative");
   for (std::size_t later = 0; later < type.attrs.size(); ++later) {
     TypeDesc const& alternative = *type.attrs[later]->memberType;
-    if (!alternative.isScalar() || alternative.kind == TypeKind::Union) {
+    if (!isPlain(*type.attrs[later]) || !alternative.isScalar() || alternative.kind == TypeKind::Union) {
       return broken(type, *type.attrs[later], "an alternative of a union is a scalar and no union itself");
     }
     for (std::size_t earlier = 0; earlier < later; ++earlier) {
@@ -198,7 +220,7 @@ Broken checkWrapper(TypeDesc const& type) {
   if (type.attrs.size() != 1) return broken(type, "a nominal or key wrapper has exactly one attribute");
   if (type.kind == TypeKind::KeyPtr) return std::nullopt;
   TypeKind const inner = type.attrs.front()->memberType->kind;
-  if (inner != TypeKind::Builtin && inner != TypeKind::Enum) {
+  if (!isPlain(*type.attrs.front()) || (inner != TypeKind::Builtin && inner != TypeKind::Enum)) {
     return broken(type, *type.attrs.front(), "a nominal wraps a builtin or an enumeration");
   }
   return std::nullopt;
@@ -220,6 +242,8 @@ Broken checkEnum(TypeDesc const& type) {
 
 std::optional<std::string> brokenRule(TypeDesc const& type) {
   if (type.name.empty()) return "a type must have a name";
+  if (type.attrs.size() > kMostAttributes)
+    return broken(type, fmt::format("a type has at most {} attributes", kMostAttributes));
   for (auto const& attr : type.attrs) {
     if (auto error = checkAttr(type, *attr)) return error;
   }

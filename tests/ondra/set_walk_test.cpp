@@ -1,9 +1,15 @@
 // What a walk emits, a Set takes back: the round trip of the two sides over the fixture model.
 #include <set>
 
+#include <boost/algorithm/string/replace.hpp>
+#include <gmock/gmock.h>
+
+#include "Kel/Dir.h"
+#include "Kel/TypeBuilder.h"
 #include "Ondra/GnmiPath.h"
 #include "WalkHarness.h"
 #include "fixture/Populate.h"
+#include "fixture/RandomEdits.h"
 #include "ondra/hostile_model.h"
 #include "ondra/set_support.h"
 
@@ -101,6 +107,71 @@ TEST(SetWalk, OddKeysAreTakenBack) {
   }
   EXPECT_GE(taken, 6U);
   EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(world.dir)));
+}
+
+// A list by several keys, described at run time, whose members have them as leaves: what a walk emits makes
+// the same list anew where there is none, and a leaf that contradicts its path is refused.
+TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
+  auto const of = [](Kel::BuiltinKind kind) { return Kel::builtinType(kind); };
+  Kel::KelType const text = of(Kel::BuiltinKind::String), number = of(Kel::BuiltinKind::U32);
+  auto const mode = Kel::runtimeEnum("set-walk", "Mode", {{"SLOW", 1}, {"FAST", 2}}).value();
+  auto const label =
+      Kel::runtimeUnion("set-walk", "Label", {{"mode", mode}, {"text", text}, {"n", number}}).value();
+  auto const share = Kel::runtimeNominal("set-walk", "Share", {"value", number}).value();
+  auto const key = Kel::runtimeKey("set-walk", "Key", {{"mode", mode}, {"to", text}, {"n", number}}).value();
+  Kel::TypeBuilder state("set-walk", "State", Kel::TypeKind::Entity),
+      entry("set-walk", "Entry", Kel::TypeKind::Entity), list("set-walk", "List", Kel::TypeKind::Entity);
+  state.attr("label", label).optional().settable().attr("share", share).optional().settable();
+  state.array("labels", label).settable();
+  entry.attr("mode", mode)
+      .ctorArg()
+      .keyField()
+      .attr("to", text)
+      .ctorArg()
+      .keyField()
+      .attr("n", number)
+      .keyField();
+  entry.instantiating("state", state.done().value()).removable(false).embedded();
+  list.instantiating("entry", key, entry.done().value());
+  Kel::KelType const type = list.done().value();
+  Kel::Ptr<Kel::Dir> const dir = Kel::globalDir()->dirIs("keys");
+  auto const lists = {Kel::entityAt(type.genericIf(Kel::ArgList())),
+                      Kel::entityAt(type.genericIf(Kel::ArgList()))};
+  dir->entityIs("a", *lists.begin());
+  dir->entityIs("b", *(lists.begin() + 1));
+
+  std::string const paths[] = {"/a/entry[mode=FAST][to=x__y][n=7]", "/a/entry[mode=SLOW][to=][n=0]"};
+  std::vector<SetTest::Op> ops;
+  for (std::string const& path : paths)
+    ops.push_back({"update", path + "/state/share", "uint_val: 30"});
+  ops.push_back({"update", paths[0] + "/state/label", "string_val: 'FAST'"});
+  ops.push_back({"update", paths[1] + "/state/label", "uint_val: 9"});
+  ops.push_back({"update", paths[1] + "/state/labels",
+                 "leaflist_val { element { string_val: 'any' } element { uint_val: 1 } }"});
+  ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(SetTest::requestOf(ops), "/keys").second));
+  WalkHarness harness;
+  LeafRouter router;
+  WalkHarness::Walk walk = harness.start(router, **lists.begin(), Ondra::flagSnapshot);
+  WalkHarness::finish(walk);
+  EXPECT_EQ(12U, router.leaves.size()) << "three keys, a share, a label and labels each";
+  gnmi::SetRequest request;
+  for (gnmi::Update& leaf : router.leaves) {
+    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
+    leaf.mutable_path()->mutable_elem(0)->set_name("b");
+    *request.add_update() = leaf;
+  }
+  ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(request, "/keys").second));
+  EXPECT_EQ(Fixture::dump(*lists.begin()),
+            boost::algorithm::replace_all_copy(Fixture::dump(*(lists.begin() + 1)), "/keys/b", "/keys/a"));
+  for (bool const exists : {true, false}) {
+    std::string const other = exists ? paths[0] : "/a/entry[mode=SLOW][to=new][n=1]";
+    EXPECT_THAT(
+        SetTest::textOf(
+            SetTest::execute(SetTest::requestOf({{"update", other + "/to", "string_val: 'z'"}}), "/keys")
+                .second),
+        testing::HasSubstr("Attribute 'to' of Type 'Entry' is fixed when the object is made"));
+  }
+  Kel::globalDir()->entityDel("keys");
 }
 
 } // namespace

@@ -34,12 +34,14 @@ struct Flavour {
   char const* name;
   KelType (*interface)();
   KelType (*rack)();
+  KelType (*device)();
 };
 inline constexpr Flavour kFlavours[] = {
     {"Declared", [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Interface>(); },
-     [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Rack>(); }},
-    {"Runtime", [] { return Fixture::runtimeTypes().interface; },
-     [] { return Fixture::runtimeTypes().rack; }},
+     [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Rack>(); },
+     [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Device>(); }},
+    {"Runtime", [] { return Fixture::runtimeTypes().interface; }, [] { return Fixture::runtimeTypes().rack; },
+     [] { return Fixture::runtimeTypes().device; }},
 };
 inline std::string nameOf(testing::TestParamInfo<Flavour> const& info) { return info.param.name; }
 inline void PrintTo(Flavour const& flavour, std::ostream* out) { *out << flavour.name; }

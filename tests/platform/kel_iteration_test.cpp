@@ -46,8 +46,8 @@ protected:
     std::vector<Kind> all = {
         keyed("vlan", [](int i) { return num(static_cast<std::uint16_t>(i)); }),
         keyed("addr",
-              [](int i) -> ConstHandle {
-                return handleOf(Fixture::AddrKey{"v", static_cast<std::uint32_t>(i)});
+              [this](int i) -> ConstHandle {
+                return attr("addr").keyType().genericIf({str("v"), num(static_cast<std::uint32_t>(i))});
               }),
         keyed("backup", text),
         keyed("unit", [](int i) { return num(static_cast<std::uint32_t>(i)); }),
@@ -62,18 +62,14 @@ protected:
         {"tags", object, attr("tags"), [](int i) { return num(static_cast<std::uint64_t>(i)); }, nullptr,
          true},
     };
-    if (std::string_view(GetParam().name) == "Declared") {
-      Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
-      std::vector<Handle> targets;
-      for (int i = 0; i < kKeys; ++i)
-        targets.push_back(make(("target" + std::to_string(i)).c_str()));
-      KelAttr const at = device->fwkType().attr("cost");
-      Handle const holder = handleTo(device);
-      all.push_back({"cost", holder, at, [targets](int i) { return targets[static_cast<std::size_t>(i)]; },
-                     [=](int i) {
-                       at.genericIfSet(holder, targets[static_cast<std::size_t>(i)], num<std::uint32_t>(1));
-                     }});
-    }
+    std::vector<Handle> targets;
+    for (int i = 0; i < kKeys; ++i)
+      targets.push_back(make(("target" + std::to_string(i)).c_str()));
+    Handle const device = GetParam().device().genericIf(ArgList());
+    KelAttr const cost = device->type().attr("cost");
+    auto const target = [targets](int i) { return targets[static_cast<std::size_t>(i)]; };
+    all.push_back({"cost", device, cost, target,
+                   [=](int i) { cost.genericIfSet(device, target(i), num<std::uint32_t>(1)); }});
     return all;
   }
 
@@ -177,13 +173,13 @@ TEST_P(KelIteration, KeepsToItsStatesWhateverChangesAtWhateverMoment) {
 // What a key orders by, kind by kind.
 TEST_P(KelIteration, KeyOrder) {
   KelAttr const lanes = attr("lane"), backups = attr("backup"), addrs = attr("addr");
-  for (Fixture::Zone zone : {Fixture::Zone::Dmz, Fixture::Zone::Inside, Fixture::Zone::Outside}) {
-    lanes.genericIfSet(object, handleOf(zone), ArgList());
-  }
+  for (char const* zone : {"'DMZ'", "'INSIDE'", "'OUTSIDE'"})
+    lanes.genericIfSet(object, lanes.keyType().genericIf(Kel::String(zone)).value(), ArgList());
   for (char const* text : {"b", "", "a10", "a9", "\xc3\xa9"})
     backups.genericIfSet(object, str(text), other);
   for (auto const& [vrf, addr] : {std::pair{"red", 2U}, {"red", 1U}, {"blue", 0x80000000U}}) {
-    addrs.genericIfSet(object, handleOf(Fixture::AddrKey{vrf, addr}), handleOf(Fixture::AddrInfo{24, ""}));
+    addrs.genericIfSet(object, addrs.keyType().genericIf({str(vrf), num(addr)}),
+                       addrs.memberType().genericIf(nullptr));
   }
   auto const order = [this](KelAttr const& of) {
     std::string text;

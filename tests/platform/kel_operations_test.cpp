@@ -156,7 +156,7 @@ TEST_P(KelOperations, References) {
 }
 
 TEST_P(KelOperations, OwnedEntities) {
-  ConstHandle const seven = num<std::uint32_t>(7), dmz = handleOf(Fixture::Zone::Dmz);
+  ConstHandle const seven = num<std::uint32_t>(7), dmz = attr("lane").keyType().genericIf("'DMZ'").value();
   struct {
     char const* name;
     ConstHandle key, givenKey;

@@ -25,6 +25,7 @@ TEST(KelRegistration, RefusesWithTypeAttributeAndRule) {
   KelType const& unit = Fixture::runtimeTypes().unit;
   KelType const selector = Kel::typeOf<Fixture::Selector>(), print = Kel::typeOf<Fixture::Fingerprint>(),
                 policy = Kel::typeOf<Fixture::Policy>(), phone = Kel::typeOf<Fixture::Phone>();
+  KelType const wrongKey = Kel::runtimeKey("test", "K", {{"id", kText}, {"at", kU32}}).value();
   Refusal const refusals[] = {
       {TypeKind::Struct, [&](TypeBuilder& b) { b.instantiating("unit", kU32, unit).index("id"); },
        "type 'T', attribute 'unit': a value type cannot own entities"},
@@ -65,6 +66,15 @@ TEST(KelRegistration, RefusesWithTypeAttributeAndRule) {
        "type 'T', attribute 'a': another attribute has the same name"},
       {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).attr("b", kText).id(1); },
        "type 'T', attribute 'b': another attribute has the id 1"},
+      {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("self", b.type()); },
+       "type 'T', attribute 'self': a value holds others of its own type in collections, never plainly"},
+      {TypeKind::Union, [&](TypeBuilder& b) { b.array("list", kU32); },
+       "type 'T', attribute 'list': an alternative of a union is a scalar and no union itself"},
+      {TypeKind::Nominal, [&](TypeBuilder& b) { b.attr("phone", phone); },
+       "type 'T', attribute 'phone': a nominal wraps a builtin or an enumeration"},
+      {TypeKind::Entity, [&](TypeBuilder& b) { b.instantiating("unit", wrongKey, unit); },
+       "type 'T', attribute 'unit': the field 'id' of its key is of type 'String', and of type 'U32' in the "
+       "member"},
       {TypeKind::Struct, [&](TypeBuilder& b) { b.attr("a", kU32).id(0); },
        "type 'T', attribute 'a': an id must be positive, because notifications carry it with either sign"},
   };
@@ -103,8 +113,49 @@ TEST(KelRegistration, RefusesAmbiguousUnionsAndEnumerations) {
             "type 'Twice': the enumerator 'ONE' repeats a name or a number");
   EXPECT_EQ(Kel::runtimeEnum("test", "E", {}).error(),
             "type 'E': an enumeration has at least one enumerator");
+  EXPECT_EQ(
+      Kel::runtimeUnion("test", "U", {{"small", builtinType(BuiltinKind::U8)}, {"large", kU32}}).error(),
+      "type 'U', attribute 'large': the earlier alternative 'small' accepts what this one sends");
+  EXPECT_EQ(Kel::runtimeKey("test", "K", {}).error(), "type 'K': a key has at least one field");
+  EXPECT_EQ(Kel::runtimeKey("test", "K", {{"which", Kel::typeOf<Fixture::Selector>()}}).error(),
+            "type 'K': a union cannot be a key");
   EXPECT_EQ(errorOf([] { Kel::enumType<Light>("Again", {}); }),
             "type 'Light' is declared already; found a second declaration as 'Again'");
+}
+
+// A list by several keys, too many for a key to lie in place; its members repeat two of them and come with a
+// container.
+TEST(KelRegistration, MembersOfAListRepeatItsKeys) {
+  auto const light = Kel::runtimeEnum("test", "Lamp", {{"OFF", -1}, {"ON", 300}}).value();
+  EXPECT_EQ(light.underlyingKind(), BuiltinKind::S16);
+  auto const key =
+      Kel::runtimeKey("test", "Key", {{"lamp", light}, {"a", kText}, {"b", kText}, {"n", kU32}}).value();
+  auto const built = [](TypeBuilder& builder) { return builder.done().value(); };
+  TypeBuilder config("test", "Config", TypeKind::Entity), entry("test", "Entry", TypeKind::Entity),
+      list("test", "List", TypeKind::Entity);
+  config.attr("x", kU32).optional().settable();
+  entry.attr("a", kText).ctorArg().keyField().attr("lamp", light).keyField();
+  entry.instantiating("config", built(config)).removable(false).embedded();
+  list.instantiating("entry", key, built(entry));
+  Handle const object = built(list).genericIf(ArgList());
+  KelAttr const entries = object->type().attr("entry");
+  auto const keyOf = [&](char const* lamp, char const* a, char const* b) {
+    return ConstHandle(key.genericIf({light.genericIf(Kel::String(lamp)).value(), str(a), str(b), num(7U)}));
+  };
+  std::string const names[] = {"entry[lamp=OFF][a=y][b=][n=7]", "entry[lamp=ON][a=x][b=1][n=7]",
+                               "entry[lamp=ON][a=x][b=2][n=7]"};
+  for (auto const& wanted : {keyOf("'ON'", "x", "2"), keyOf("'OFF'", "y", ""), keyOf("'ON'", "x", "1")})
+    entries.genericIfSet(object, wanted, ArgList{str("overruled")});
+  std::size_t at = 0;
+  for (auto it = entries.genericIfIteratorConst(object); it; ++it, ++at) {
+    EXPECT_EQ(entityIn(it.ptr())->name().str(), names[at]);
+    EXPECT_TRUE(entries.genericIfGet(object, it.key())->equals(*it.ptr()));
+    KelType const type = it.ptr()->type();
+    EXPECT_EQ(type.attr("a").genericIfGet(it.ptr())->strRep(), at == 0 ? "\"y\"" : "\"x\"");
+    EXPECT_EQ(type.attr("lamp").genericIfGet(it.ptr())->strRep(), at == 0 ? "'OFF'" : "'ON'");
+    EXPECT_TRUE(type.attr("config").genericIfExist(it.ptr()));
+  }
+  EXPECT_EQ(at, 3U);
 }
 
 } // namespace

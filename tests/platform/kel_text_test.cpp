@@ -18,9 +18,11 @@ std::string parsed(KelType type, std::string const& text) {
 
 // Every scalar attribute of the gauges: all builtin kinds, enumerations, nominals, unions, string
 // representations.
-TEST(KelText, WhatIsPrintedParsesBack) {
-  Fixture::declareTypes();
-  KelType const gauges = Kel::typeOf<Fixture::Gauges>();
+class KelText : public testing::TestWithParam<Flavour> {};
+INSTANTIATE_TEST_SUITE_P(Kel, KelText, testing::ValuesIn(kFlavours), nameOf);
+
+TEST_P(KelText, WhatIsPrintedParsesBack) {
+  KelType const gauges = GetParam().device().attr("gauges").memberType();
   Fixture::RandomEdits random(entityIn(gauges.genericIf(ArgList())), 21);
   int compared = 0;
   for (KelType::AttributeQIterator at(gauges); at; ++at) {
@@ -39,7 +41,7 @@ TEST(KelText, WhatIsPrintedParsesBack) {
   EXPECT_GT(compared, 10000);
 }
 
-TEST(KelText, ComparisonsAgreeWithTheOrder) {
+TEST(KelTexts, ComparisonsAgreeWithTheOrder) {
   using Op = GenericIf::AttributeOp;
   auto const is = [](ConstHandle const& a, Op op, int b) {
     return KelType::genericIfBooleanOp(*a, op, *num(b));
@@ -57,7 +59,7 @@ TEST(KelText, ComparisonsAgreeWithTheOrder) {
 }
 
 // Floats of any bits, not-a-number and the infinities included, also by the base64 text that keys carry.
-TEST(KelText, FloatsOfAnyBits) {
+TEST(KelTexts, FloatsOfAnyBits) {
   std::mt19937_64 random(22);
   for (int i = 0; i < 5000; ++i) {
     std::uint64_t const bits = random();
@@ -73,7 +75,7 @@ TEST(KelText, FloatsOfAnyBits) {
   EXPECT_FALSE(handleOf(0.0)->equals(*handleOf(-0.0)));
 }
 
-TEST(KelText, StringsAreVerbatimBetweenTheQuotes) {
+TEST(KelTexts, StringsAreVerbatimBetweenTheQuotes) {
   std::string const nasty[] = {"", "\"", "\"\"", "'", "\\", "\\\"", std::string("a\0b", 3), "\n", "\xff"};
   for (std::string const& text : nasty) {
     auto const value = handleOf(Kel::String(text));
@@ -86,7 +88,7 @@ TEST(KelText, StringsAreVerbatimBetweenTheQuotes) {
 
 // Whatever the values are: what prints them as JSON prints JSON, and what is JSON already is handed on as it
 // is.
-TEST(KelText, JsonIsAlwaysReadable) {
+TEST(KelTexts, JsonIsAlwaysReadable) {
   Fixture::declareTypes();
   Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
   Fixture::Gauges& gauges = *device->gaugesIs();
@@ -131,7 +133,7 @@ TEST(KelText, JsonIsAlwaysReadable) {
   EXPECT_EQ(printed("alias"), "{}") << "a reference to nothing is no member";
 }
 
-TEST(KelText, MalformedTextsAreRefused) {
+TEST(KelTexts, MalformedTextsAreRefused) {
   Fixture::declareTypes();
   struct {
     KelType type;

@@ -1,5 +1,6 @@
 // Preparing the attribute tree for a phase: values are folded into copies, what will be made is made once to
 // try, and everything that the model could refuse is asked. Nothing is written to the model here.
+#include "Kel/Access.h"
 #include "Kel/Dir.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/set/AttrNode.h"
@@ -181,6 +182,9 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
   }
   made_ = std::make_unique<Made>(Made{std::move(args).value()});
   base_ = type.genericIf(made_->args);
+  if (object_.key() && !object_.attr.indexAttr()) {
+    Kel::Impl::keyInto(object_.attr.desc(), *object_.key(), *Kel::entityAt(base_));
+  }
   return checkIndex(base_);
 }
 
