@@ -1,8 +1,12 @@
 // First marks what the deletes clear, then walks plan and model side by side; each difference becomes a
-// request and a step back.
+// write and a step back.
 #include "agent/data/SetDiff.h"
 
+#include <algorithm>
+#include <span>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "Tovak/Task.h"
 #include "agent/data/ModelPlace.h"
@@ -30,15 +34,50 @@ std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle c
 
 } // namespace
 
-gnmi::SetRequest& SetParts::room() {
-  if (size_++ % kPartSize == 0) parts.emplace_back();
-  return parts.back();
+void SetParts::deleteIs(Way const& way) {
+  Place const& place = placeIs(way);
+  parts.back().deleteIs(place);
 }
-void SetParts::deleteIs(gnmi::Path const& path) { *room().add_delete_() = path; }
-gnmi::TypedValue& SetParts::updateIs(gnmi::Path const& path) {
-  gnmi::Update& update = *room().add_update();
-  *update.mutable_path() = path;
-  return *update.mutable_val();
+void SetParts::updateIs(Way const& way, gnmi::TypedValue value) {
+  Place const& place = placeIs(way);
+  parts.back().updateIs(place, std::move(value));
+}
+
+void SetParts::forEach(absl::FunctionRef<void(Place const&, gnmi::TypedValue const*)> visit) const {
+  for (PlaceSet const& part : parts) {
+    for (Place const* const place : part.deletes())
+      visit(*place, nullptr);
+    for (PlaceSet::Write const& write : part.updates())
+      visit(*write.place, &write.value);
+  }
+}
+
+std::string bytesOf(Ondra::KelGnmiSet::PlaceSet::Place const& place) {
+  std::string bytes = place.above() == nullptr ? std::string() : bytesOf(*place.above());
+  appendElemBytes(bytes, place.elem());
+  return bytes;
+}
+
+// Begins with the steps that the last way has in common with this one.
+SetParts::Place const& SetParts::placeIs(Way const& way) {
+  static auto* const dataRoot =
+      new Kel::Ptr<Ondra::Path const>(Ondra::Path::strToPathIs(fmt::format("/{}", kOrigin)));
+  if (size_++ % kPartSize == 0) {
+    parts.emplace_back(*dataRoot);
+    last_.clear();
+  }
+  PlaceSet& part = parts.back();
+  std::size_t common = 0;
+  while (common < std::min(last_.size(), way.size()) && last_[common].first == way[common].number)
+    ++common;
+  last_.resize(common);
+  Place const* place = common == 0 ? &part.root() : last_.back().second;
+  for (WayStep const& step : std::span(way).subspan(common)) {
+    TypeNode const& type = *step.type;
+    place = type.attr ? &part.placeIs(*place, type.attr, step.key) : &part.entityIs(*place, type.name);
+    last_.emplace_back(step.number, place);
+  }
+  return *place;
 }
 
 Steps SetDiff::run() {
@@ -91,7 +130,7 @@ Steps SetDiff::markDeletedEntries(PlanNode& node, Handle object, TypeNode list, 
 // --- comparing ---------------------------------------------------------------------------------------------
 
 Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool isCleared) {
-  if (node != nullptr && node->isCleared) cleared.push_back(pathBytes(PathView(path_, 0)));
+  if (node != nullptr && node->isCleared) cleared.push_back(pathHere());
   isCleared = isCleared || (node != nullptr && node->isCleared);
   shapes = shapes || isCleared;
   if (isCleared && (object || type.isRoot())) {
@@ -130,7 +169,7 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
   if (isCleared && isStateKept_ && !isNamed && isEntryConfig(type)) {
     if (!object) co_return;
     enter(type);
-    removals.deleteIs(path_);
+    removals.deleteIs(way_);
     leave();
     if (interface_ != nullptr) interfaces.insert(*interface_);
     co_return;
@@ -177,20 +216,20 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, H
   if (!object && !isNamed) co_return;
   bool const isInterface = list.type == Kel::typeOf<Interface>();
   if (isInterface) interface_ = &keyText;
-  enter(list, keyText);
+  enter(list, keyText, key);
   bool const isHit = (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList();
   shapes = shapes || isHit || !object;
   bool const wasStateKept = std::exchange(isStateKept_, isHit && isOfMachine(list, object));
   if (isHit && !isNamed && !isStateKept_) {
-    removals.deleteIs(path_);
+    removals.deleteIs(way_);
     if (interface_ != nullptr) interfaces.insert(*interface_);
-    gone.push_back(pathBytes(PathView(path_, 0)));
+    gone.push_back(pathHere());
   } else {
     bool const isValue = !list.attr.isInstantiating();
     if (parent && (isValue || !object)) remember(parent, list.attr, key);
     if (!object) {
       if (parent && valuesEntered_ == 0) undo.back().made = made.size();
-      made.push_back({pathBytes(PathView(path_, 0)), ClientEntries::bytesOf(list)});
+      made.push_back({pathHere(), ClientEntries::bytesOf(list)});
       writeKey(list.key(), keyText); // which makes it
     }
     valuesEntered_ += isValue ? 1 : 0;
@@ -203,9 +242,11 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, H
 }
 
 void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {
-  path_.add_elem()->set_name(key.name().str());
-  gnmi::TypedValue& written = writes.updateIs(path_);
-  if (auto value = keyValueOf(*leafInfo(key), text)) written = std::move(*value);
+  TypeNode leaf;
+  leaf.attr = key;
+  leaf.name = key.name().view();
+  enter(leaf);
+  writes.updateIs(way_, keyValueOf(*leafInfo(key), text).valueOr(gnmi::TypedValue()));
   leave();
 }
 
@@ -221,9 +262,9 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
   if (interface_ != nullptr) interfaces.insert(*interface_);
   enter(type);
   if (hasValue) {
-    writes.updateIs(path_) = *node->value;
+    writes.updateIs(way_, *node->value);
   } else {
-    resets.deleteIs(path_);
+    resets.deleteIs(way_);
   }
   leave();
 }
@@ -238,10 +279,18 @@ void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& ke
                   .made = {}});
 }
 
-void SetDiff::enter(TypeNode const& type, std::string_view keyText) {
-  gnmi::PathElem& elem = *path_.add_elem();
-  elem.set_name(type.name.data(), type.name.size());
-  if (type.isList()) (*elem.mutable_key())[type.key().name().str()] = std::string(keyText);
+void SetDiff::enter(TypeNode const& type, std::string_view keyText, Handle const& key) {
+  way_.push_back({&type, keyText, key, ++steps_});
+}
+
+std::string SetDiff::pathHere() const {
+  gnmi::Path path;
+  for (WayStep const& step : way_) {
+    gnmi::PathElem& elem = *path.add_elem();
+    elem.set_name(step.type->name.data(), step.type->name.size());
+    if (step.type->isList()) (*elem.mutable_key())[step.type->key().name().str()] = std::string(step.keyText);
+  }
+  return pathBytes(PathView(path, 0));
 }
 
 } // namespace Agent

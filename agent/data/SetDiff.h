@@ -1,12 +1,12 @@
-// What a plan changes in the model: requests for the library, and how to take them back. Scheduler thread, in
-// slices.
+// What a plan changes in the model: places for the library to write, and how to take that back. Scheduler
+// thread, in slices.
 //
 // Invariants
-// 1. No path is in two of the requests, and none below another of `removals`: the order in which they are
+// 1. No place is in two of the sets, and none below another of `removals`: the order in which they are
 //    carried out does not matter.
 // 2. `removals` come last: everything before them can be taken back by writing values, an entry that is gone
 //    cannot. They are of entities alone, which no model can refuse to let go once the library has checked the
-//    request. docs/decisions.md: "Why are entries removed last?"
+//    set. docs/decisions.md: "Why are entries removed last?"
 // 3. `undo`, gone through backwards, restores what `resets` and `writes` change.
 // 4. An entry that the machine has stays when it is removed: what is configured of it goes, and its container
 //    of configuration with that, unless the plan names this.
@@ -14,13 +14,18 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include <absl/functional/function_ref.h>
+
 #include "Kel/Attr.h"
+#include "Ondra/PlaceSet.h"
 #include "agent/data/ClientEntries.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/data/PathStates.h"
@@ -42,19 +47,38 @@ struct Undo {
   std::optional<std::size_t> made; // the entry of `SetDiff::made` that it stands for
 };
 
-// A request, cut into such as the library carries out well within a slice.
+// The canonical bytes of the path to a place.
+[[nodiscard]] std::string bytesOf(Ondra::KelGnmiSet::PlaceSet::Place const& place);
+
+// A step of the way from the root to a place.
+struct WayStep {
+  TypeNode const* type;
+  std::string_view keyText;
+  Handle key;           // of an entry
+  std::uint64_t number; // of this step alone, on whatever way it is
+};
+
+// What is to be done at places, cut into sets that the library carries out well within a slice.
 class SetParts {
 public:
-  void deleteIs(gnmi::Path const& path);
-  // Of the path, for its value.
-  [[nodiscard]] gnmi::TypedValue& updateIs(gnmi::Path const& path);
+  using Way = std::vector<WayStep>;
+  using PlaceSet = Ondra::KelGnmiSet::PlaceSet;
+  using Place = PlaceSet::Place;
+
+  void deleteIs(Way const& way);
+  void updateIs(Way const& way, gnmi::TypedValue value);
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-  std::vector<gnmi::SetRequest> parts;
+  // One after the other, with its value; null: it is deleted.
+  void forEach(absl::FunctionRef<void(Place const& place, gnmi::TypedValue const* value)> visit) const;
+
+  std::vector<PlaceSet> parts;
 
 private:
-  gnmi::SetRequest& room();
+  Place const& placeIs(Way const& way);
+
   std::size_t size_ = 0;
+  std::vector<std::pair<std::uint64_t, Place const*>> last_; // the way that was taken last, in the last part
 };
 
 class SetDiff {
@@ -95,12 +119,15 @@ private:
   void writeKey(Kel::KelAttr key, std::string_view text);
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.
   void remember(Handle const& object, Kel::KelAttr attr, Handle const& key);
-  void enter(TypeNode const& type, std::string_view keyText = {});
-  void leave() { path_.mutable_elem()->RemoveLast(); }
+  // Both are alive until it leaves.
+  void enter(TypeNode const& type, std::string_view keyText = {}, Handle const& key = nullptr);
+  void leave() { way_.pop_back(); }
+  [[nodiscard]] std::string pathHere() const; // canonical bytes
 
   SetPlan& plan_;
   Tovak::Task const& task_;
-  gnmi::Path path_;
+  SetParts::Way way_; // to the place
+  std::uint64_t steps_ = 0;
   std::size_t valuesEntered_ = 0; // containers that are values, around the place
   std::string const* interface_ = nullptr;
   bool isStateKept_ = false; // the entry around the place is cleared, and the machine has it

@@ -42,12 +42,9 @@ SetPlaces SetPlaces::of(SetPlan const& plan, SetDiff const& diff) {
   for (RequestPath const& path : plan.deletes)
     set.places.push_back(placeAbove(path));
   for (SetParts const* const parts : {&diff.resets, &diff.writes, &diff.removals}) {
-    for (gnmi::SetRequest const& part : parts->parts) {
-      for (gnmi::Path const& path : part.delete_())
-        set.places.push_back(pathBytes(PathView(path, 0)));
-      for (gnmi::Update const& update : part.update())
-        set.places.push_back(pathBytes(PathView(update.path(), 0)));
-    }
+    parts->forEach([&set](SetParts::Place const& place, gnmi::TypedValue const*) {
+      set.places.push_back(bytesOf(place));
+    });
   }
   return set;
 }

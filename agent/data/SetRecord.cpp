@@ -14,31 +14,25 @@ namespace {
 
 constexpr char const* kNothing = "";
 
-std::string placeOf(gnmi::Path const& path) { return pathBytes(PathView(path, 0)); }
-
 } // namespace
 
 ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries) {
   ConfigChange change;
-  for (gnmi::SetRequest const& part : diff.resets.parts) {
-    for (gnmi::Path const& path : part.delete_())
-      change.values.emplace_back(placeOf(path), kNothing);
-  }
-  for (gnmi::SetRequest const& part : diff.removals.parts) {
-    for (gnmi::Path const& path : part.delete_()) {
-      std::string place = placeOf(path);
-      // Of an entry that the machine has, the configuration has been removed: all of it.
-      bool const isOfMachine = path.elem(path.elem_size() - 1).key_size() == 0;
-      if (isOfMachine) place = bytesAbove(place);
-      // The machine may give it anew, unless it is an entry of a client's making.
-      if (isOfMachine || !entries.has(place)) change.values.emplace_back(place, kNothing);
-      change.gone.push_back(std::move(place));
-    }
-  }
-  for (gnmi::SetRequest const& part : diff.writes.parts) {
-    for (gnmi::Update const& update : part.update())
-      change.values.emplace_back(placeOf(update.path()), update.val().SerializeAsString());
-  }
+  using Place = SetParts::Place;
+  diff.resets.forEach([&](Place const& place, gnmi::TypedValue const*) {
+    change.values.emplace_back(bytesOf(place), kNothing);
+  });
+  diff.removals.forEach([&](Place const& place, gnmi::TypedValue const*) {
+    // Of an entry that the machine has, the configuration has been removed: all of it.
+    bool const isOfMachine = !place.key();
+    std::string bytes = bytesOf(isOfMachine ? *place.above() : place);
+    // The machine may give it anew, unless it is an entry of a client's making.
+    if (isOfMachine || !entries.has(bytes)) change.values.emplace_back(bytes, kNothing);
+    change.gone.push_back(std::move(bytes));
+  });
+  diff.writes.forEach([&](Place const& place, gnmi::TypedValue const* value) {
+    change.values.emplace_back(bytesOf(place), value->SerializeAsString());
+  });
   return change;
 }
 

@@ -12,7 +12,6 @@
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Error.h"
-#include "Ondra/KelGnmiSetter.h"
 #include "Tovak/Task.h"
 #include "agent/context/Context.h"
 #include "agent/data/ClientEntries.h"
@@ -26,16 +25,8 @@
 namespace Agent {
 namespace {
 
-using Part = gnmi::SetRequest;
-
 grpc::Status ended(grpc::Status const& status) {
   return status.ok() ? status : grpc::Status(status.error_code(), statusText(status.error_message(), 1024));
-}
-
-Ondra::KelGnmiSet::Set librarySet(Part part) {
-  static auto* const dataRoot =
-      new Kel::Ptr<Ondra::Path const>(Ondra::Path::strToPathIs(fmt::format("/{}", kOrigin)));
-  return {*dataRoot, std::move(part)};
 }
 
 bool isGone(Undo const& undo) {
@@ -170,8 +161,8 @@ private:
         diff_->resets.parts.size() + diff_->writes.parts.size() + diff_->removals.parts.size() > 1;
     if (!isInParts && runs_.store_ == nullptr) co_return; // the one part checks itself
     for (SetParts const* const parts : {&diff_->resets, &diff_->writes, &diff_->removals}) {
-      for (Part const& part : parts->parts) {
-        status_ = librarySet(part).check();
+      for (auto const& part : parts->parts) {
+        status_ = part.check();
         if (!status_.ok()) co_return;
         co_await pause();
       }
@@ -269,10 +260,10 @@ private:
     staged_->forget(kept);
   }
 
-  Steps write(SetParts& parts) {
-    for (Part& part : parts.parts) {
+  Steps write(SetParts const& parts) {
+    for (auto const& part : parts.parts) {
       if (!status_.ok()) co_return;
-      status_ = librarySet(std::move(part)).execute().second;
+      status_ = part.execute();
       if (status_.ok() && !staged_->hasRoom())
         status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for what it would tell"};
       co_await pause();
@@ -302,9 +293,14 @@ private:
 
   // To let go of much takes its time, too.
   Steps tidy() {
-    context_.worker().post([plan = std::move(order_.plan), resets = std::move(diff_->resets),
-                            writes = std::move(diff_->writes), removals = std::move(diff_->removals),
-                            made = std::move(diff_->made), gone = std::move(diff_->gone)] {});
+    context_.worker().post(
+        [plan = std::move(order_.plan), made = std::move(diff_->made), gone = std::move(diff_->gone)] {});
+    for (SetParts* const parts : {&diff_->resets, &diff_->writes, &diff_->removals}) {
+      while (!parts->parts.empty()) {
+        parts->parts.pop_back();
+        co_await pause();
+      }
+    }
     while (!diff_->undo.empty()) {
       diff_->undo.pop_back();
       co_await pause();

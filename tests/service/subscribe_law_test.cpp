@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <random>
-#include <thread>
 
 #include "agent/context/Memory.h"
 #include "service/subscribe_testing.h"
@@ -129,7 +128,8 @@ protected:
     EXPECT_TRUE(bench.settleUntil([&] {
       change(++number);
       if (number % 100 == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        auto const turn = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+        EXPECT_TRUE(bench.settleUntil([turn] { return std::chrono::steady_clock::now() > turn; }));
         bench.advance(kSecond);
       }
       return bench.runtime().calls().count() == 0;

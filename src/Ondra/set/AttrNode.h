@@ -29,11 +29,34 @@
 #include "Kstd/Export.h"
 #include "Kstd/Result.h"
 #include "Ondra/AttrTree.h"
+#include "Ondra/PlaceSet.h"
 
 namespace Ondra::KelGnmiSet {
 
 class KTD_EXPORT AttrTree::AttrNode {
 public:
+  using Place = PlaceSet::Place;
+
+  // What is below a node: an element of a path, or a place that has been resolved. Refers to it.
+  class Element {
+  public:
+    Element(gnmi::PathElem const& elem) : elem_(&elem) {} // NOLINT: it stands for it
+    Element(Place const& place) : place_(&place) {}       // NOLINT
+
+    [[nodiscard]] gnmi::PathElem const& elem() const { return elem_ != nullptr ? *elem_ : place_->elem(); }
+    [[nodiscard]] Place const* place() const { return place_; } // null: a path's
+
+  private:
+    gnmi::PathElem const* elem_ = nullptr;
+    Place const* place_ = nullptr;
+  };
+
+  // What a leaf becomes: either of them, or none.
+  struct Written {
+    gnmi::TypedValue const* value = nullptr;
+    Handle own;
+  };
+
   // The children of a node in insertion order, which is the order of the commit.
   class KTD_EXPORT AttrQueue {
   public:
@@ -51,13 +74,14 @@ public:
     // Says of an element that it was looked for and is not there.
     class Gap {
       friend class AttrQueue;
-      std::size_t hash = 0; // of the element
+      std::size_t hash = 0;   // of the element
+      bool isOfPlace = false; // which has none
     };
 
     // The child of that very element, of that singular attribute, of that member; null when there is none.
     [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem) const;
     // The same; null has `gap` set, for `insert`.
-    [[nodiscard]] AttrNode* get(gnmi::PathElem const& elem, Gap& gap) const;
+    [[nodiscard]] AttrNode* get(Element const& element, Gap& gap) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
     // Appends a child; false (and nothing happens) when one of that element is there already.
@@ -102,13 +126,13 @@ public:
   // every member that the request names.
   static constexpr std::size_t kMaxWildcards = 64;
 
-  // Refers to the element, which must outlive the node.
-  AttrNode(gnmi::PathElem const& elem, KelObject&& object);
+  // What the element refers to must outlive the node.
+  AttrNode(Element const& element, KelObject&& object);
   ~AttrNode();
   AttrNode(AttrNode const&) = delete;
   AttrNode& operator=(AttrNode const&) = delete;
 
-  [[nodiscard]] gnmi::PathElem const& elem() const { return *elem_; }
+  [[nodiscard]] gnmi::PathElem const& elem() const { return element_.elem(); }
   [[nodiscard]] KelObject const& object() const { return object_; }
   [[nodiscard]] SetOp op() const { return op_; }
   [[nodiscard]] bool deleted() const { return deleted_; }
@@ -121,6 +145,8 @@ public:
   [[nodiscard]] Status insertPathSuffix(ElemIterator prefixBegin, ElemIterator prefixEnd,
                                         ElemIterator pathBegin, ElemIterator pathEnd,
                                         gnmi::TypedValue const* value, SetOp op);
+  // The same of a place, which must outlive the tree, like the value. A tree is of paths or of places.
+  [[nodiscard]] Status insertPlace(Place const& place, Written const& value, SetOp op);
   [[nodiscard]] Status prepareTree(SetOp op);
   void pruneSubTree();
   [[nodiscard]] Status commitTree();
@@ -150,7 +176,12 @@ private:
   [[nodiscard]] Status guarded(Work const& work) const;
 
   // --- insertion -------------------------------------------------------------------------------------------
-  [[nodiscard]] Status processLeafElem(gnmi::TypedValue const& value);
+  template <class Take>
+  [[nodiscard]] Status insert(std::size_t length, SetOp op, Take const& take);
+  // The place below `parent`, as `getNextPlace` finds it by name.
+  [[nodiscard]] static Kstd::Result<KelObject, KelLookupError> placeBelow(KelObject const& parent,
+                                                                          Place const& place);
+  [[nodiscard]] Status processLeafElem(Written const& value);
 
   // --- prepare ---------------------------------------------------------------------------------------------
   [[nodiscard]] Status prepare(SetOp op);
@@ -204,7 +235,7 @@ private:
   // The array value that the decoded members make.
   [[nodiscard]] Handle arrayValue() const;
 
-  gnmi::PathElem const* elem_;
+  Element element_;
   AttrNode* parent_ = nullptr;
   KelObject object_;
   TypeKind kind_;

@@ -33,17 +33,17 @@ struct KeptHash {
   std::size_t operator()(HashedElem const& hashed) const { return hashed.hash; }
 };
 
-// A place below a node: a singular attribute, or a member of a collection.
-struct Place {
+// Where a child stands: a singular attribute, or a member of a collection.
+struct Spot {
   KelAttr attr;
   AttrTree::ConstHandle key;
 
-  friend bool operator==(Place const& a, Place const& b) {
+  friend bool operator==(Spot const& a, Spot const& b) {
     return a.attr == b.attr && (a.key && b.key ? a.key->equals(*b.key) : a.key == b.key);
   }
 };
-struct PlaceHash {
-  std::size_t operator()(Place const& place) const {
+struct SpotHash {
+  std::size_t operator()(Spot const& place) const {
     return absl::HashOf(&place.attr.desc(), place.key ? place.key->hash() : 0);
   }
 };
@@ -56,8 +56,8 @@ struct AttrTree::AttrNode::AttrQueue::ByElem {
       map;
 };
 struct AttrTree::AttrNode::AttrQueue::ByPlace {
-  absl::flat_hash_map<Place, AttrNode*, PlaceHash, std::equal_to<Place>,
-                      Kel::EndingAllocator<std::pair<Place const, AttrNode*>>>
+  absl::flat_hash_map<Spot, AttrNode*, SpotHash, std::equal_to<Spot>,
+                      Kel::EndingAllocator<std::pair<Spot const, AttrNode*>>>
       map;
 };
 
@@ -69,7 +69,12 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
   return get(elem, gap);
 }
 
-AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem, Gap& gap) const {
+AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(Element const& element, Gap& gap) const {
+  gap.isOfPlace = element.place() != nullptr;
+  if (gap.isOfPlace) {
+    return get(element.place()->attr(), element.place()->key());
+  }
+  PathElem const& elem = element.elem();
   HashedElem const wanted{std::hash<PathElem>{}(elem), &elem};
   if (byElem_) {
     if (auto const at = byElem_->map.find(wanted); at != byElem_->map.end()) {
@@ -89,7 +94,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem, Gap
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr) const { return get(attr, nullptr); }
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle const& key) const {
-  Place const wanted{attr, key};
+  Spot const wanted{attr, key};
   if (size() > kUnindexedPlaces) {
     if (!byPlace_) {
       byPlace_ = std::make_unique<ByPlace>();
@@ -101,7 +106,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
     return at == byPlace_->map.end() ? nullptr : at->second;
   }
   for (Child const& child : *this) {
-    if (!child->object().hasFilter() && Place{child->object().attr, child->object().key()} == wanted) {
+    if (!child->object().hasFilter() && Spot{child->object().attr, child->object().key()} == wanted) {
       return child.node.get();
     }
   }
@@ -110,7 +115,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
   Gap gap;
-  bool const isNew = get(node->elem(), gap) == nullptr;
+  bool const isNew = get(node->element_, gap) == nullptr;
   if (isNew) {
     insert(std::move(node), gap);
   }
@@ -126,6 +131,9 @@ void AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node, Gap c
   if (byPlace_) {
     addPlace(*byPlace_, added);
   }
+  if (gap.isOfPlace) {
+    return;
+  }
   if (byElem_) {
     byElem_->map.emplace(HashedElem{gap.hash, &added.elem()}, &added);
   } else if (size() > kUnindexed) {
@@ -139,7 +147,7 @@ void AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node, Gap c
 
 void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
   if (!node.object().hasFilter()) {
-    places.map.emplace(Place{node.object().attr, node.object().key()}, &node);
+    places.map.emplace(Spot{node.object().attr, node.object().key()}, &node);
   }
 }
 

@@ -112,8 +112,8 @@ private:
 } // namespace
 
 AttrTree::Status AttrTree::AttrNode::commitTree() {
-  TOVAK_TRACE(setTrace, 3, "", "Commit tree rooted at '{}'", *elem_);
-  TOVAK_ASSERT(object_.object, setTrace, "Expecting attribute '{}' to be set", *elem_);
+  TOVAK_TRACE(setTrace, 3, "", "Commit tree rooted at '{}'", elem());
+  TOVAK_ASSERT(object_.object, setTrace, "Expecting attribute '{}' to be set", elem());
   newValue_ = writable(object_.object);
   return commitToEntity();
 }
@@ -139,7 +139,7 @@ AttrTree::Status AttrTree::AttrNode::commitToEntity() {
         continue;
       }
       return child->error(
-          fmt::format("Path element '{}' was removed while the request was committed", *elem_));
+          fmt::format("Path element '{}' was removed while the request was committed", elem()));
     }
     if (auto status = child->commit(newValue_); isError(status)) {
       return status;
@@ -166,24 +166,24 @@ AttrTree::Handle AttrTree::AttrNode::standing() {
 }
 
 AttrTree::Status AttrTree::AttrNode::commit(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: Start", *elem_);
+  TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: Start", elem());
   Status status = guarded([&]() -> Status {
     if (auto const* const keys = std::get_if<MultipleKeys>(&object_.keys)) {
       TOVAK_ASSERT(op_ == SetOp::Delete && deleted_, setTrace, "Multiple keys commit for non-delete");
       return doWildcardDelete(parent, keys->filter);
     }
     if (isEntity()) {
-      TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", *elem_);
+      TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", elem());
       return commitEntity(parent);
     }
     if (isArray()) {
       return deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
     }
-    TOVAK_TRACE(setTrace, 6, "", "Commit non-Entity '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Commit non-Entity '{}'", elem());
     return commitValue(parent);
   });
   if (!isError(status)) {
-    TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", *elem_);
+    TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", elem());
   }
   return status;
 }
@@ -208,7 +208,7 @@ AttrTree::Status AttrTree::AttrNode::commitValue(Handle const& parent) {
   if (!isScalar() && parent_->isEntity()) {
     return foldInto(parent);
   }
-  TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", *elem_);
+  TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", elem());
   object_.attr.genericIfSet(parent, object_.key(), newValue_);
   return true;
 }
@@ -235,25 +235,25 @@ AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
 }
 
 AttrTree::Status AttrTree::AttrNode::updateComposite(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
   newValue_ = standingIn(parent);
   if (!newValue_ && !made_) {
-    return error(fmt::format("Path element '{}' was removed while the request was committed", *elem_));
+    return error(fmt::format("Path element '{}' was removed while the request was committed", elem()));
   }
   if (!newValue_) {
-    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
     if (auto status = instantiateObject(parent); isError(status)) {
       return status;
     }
   }
-  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
-  TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
+  TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", elem());
   return commitToEntity();
 }
 
 AttrTree::Status AttrTree::AttrNode::replaceComposite(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
-  TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
+  TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
   // No handle of ours keeps the old object while its observers learn of its end.
   newValue_.reset();
   object_.object.reset();
@@ -261,19 +261,19 @@ AttrTree::Status AttrTree::AttrNode::replaceComposite(Handle const& parent) {
     return status;
   }
   TOVAK_ASSERT(newValue_, setTrace, "Expecting new object to be set");
-  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
   return commitToEntity();
 }
 
 AttrTree::Status AttrTree::AttrNode::deleteComposite(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
   if (!deleted_) {
-    TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
     newValue_ = standingIn(parent); // another delete of this request may have taken it away already
     return newValue_ ? commitToEntity() : Status(true);
   }
-  TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
-  TOVAK_TRACE(setTrace, 6, "", "Deleting Entity '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", elem());
+  TOVAK_TRACE(setTrace, 6, "", "Deleting Entity '{}'", elem());
   TOVAK_ASSERT(parent, setTrace, "Expecting a parent object to delete instantiating attribute");
   object_.object.reset();
   object_.attr.genericIfDel(parent, object_.key());
@@ -281,7 +281,7 @@ AttrTree::Status AttrTree::AttrNode::deleteComposite(Handle const& parent) {
 }
 
 AttrTree::Status AttrTree::AttrNode::instantiateObject(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", elem());
   TOVAK_ASSERT(parent, setTrace, "Expecting a parent object to instantiate a new entity");
   TOVAK_ASSERT(made_ != nullptr, setTrace, "Expecting new object to be set");
   KelAttr const attr = object_.attr;
@@ -301,7 +301,7 @@ AttrTree::Handle AttrTree::AttrNode::arrayValue() const {
 }
 
 AttrTree::Status AttrTree::AttrNode::replaceScalarArray(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", elem());
   if (unchanged_) {
     return checkUnchanged(parent);
   }
@@ -310,7 +310,7 @@ AttrTree::Status AttrTree::AttrNode::replaceScalarArray(Handle const& parent) {
 }
 
 AttrTree::Status AttrTree::AttrNode::deleteScalarArray(Handle const& parent) {
-  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", elem());
   Handle const array = object_.attr.genericIfGet(parent)->clone();
   object_.attr.genericIfRemove(array);
   object_.attr.genericIfSet(parent, nullptr, array);

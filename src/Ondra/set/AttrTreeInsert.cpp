@@ -1,6 +1,9 @@
 // Recording the paths of a request in the attribute tree.
-#include <boost/container/small_vector.hpp>
+#include <algorithm>
 #include <optional>
+#include <span>
+
+#include <boost/container/small_vector.hpp>
 
 #include "Kel/Entity.h"
 #include "Ondra/KelGnmiSetter.h"
@@ -28,6 +31,8 @@ public:
   // The whole path: all elements, then the end. Adds nothing to the tree.
   [[nodiscard]] Step take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
                           ElemIterator pathEnd, gnmi::TypedValue const* value);
+  // The same of places, from below the root on.
+  [[nodiscard]] Step take(std::span<Place const* const> way, Written const& value);
   // Puts the path into the tree.
   void finish();
   // Leaves the way of a path of that length to the next one. REQUIRES that it is in the tree.
@@ -43,27 +48,29 @@ private:
   // Follows the path before as far as this one begins alike, and moves the iterators as far.
   void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
                    ElemIterator pathEnd);
+  void followTrail(std::span<Place const* const> way);
+  [[nodiscard]] Trail const* trail() const;
   // Whether the path can go on beneath the node reached.
   [[nodiscard]] bool enter();
   // On to the child that the element names.
-  [[nodiscard]] Step descend(PathElem const& elem, bool onPrefix);
+  [[nodiscard]] Step descend(Element const& element, bool onPrefix);
   // The end of the path: marks the node, or decodes the value into it.
-  [[nodiscard]] Step end(gnmi::TypedValue const* value);
+  [[nodiscard]] Step end(Written const& value);
   Step existingChild(AttrNode& child, bool onPrefix);
-  Step newChild(PathElem const& elem, bool onPrefix);
+  Step newChild(Element const& element, bool onPrefix);
   // Whether the place can be used by this operation.
-  [[nodiscard]] Step checkPlace(PathElem const& elem, KelObject& place);
-  [[nodiscard]] Step checkEmptyPlace(PathElem const& elem, KelObject const& place);
+  [[nodiscard]] Step checkPlace(Element const& element, KelObject& place);
+  [[nodiscard]] Step checkEmptyPlace(Element const& element, KelObject const& place);
   [[nodiscard]] bool isDeletedByWildcard(KelObject const& place) const;
-  Step failAsDeleted(PathElem const& elem);
+  Step failAsDeleted(Element const& element);
   [[nodiscard]] bool nodeIsInTree() const { return !head_; }
 
   AttrNode& root_;
   AttrNode* node_;
   SetOp const op_;
-  PathElem const* child_ = nullptr; // looked for below `node_`
-  std::size_t followed_ = 0;        // elements
-  std::unique_ptr<AttrNode> head_;  // the first new node
+  Element const* child_ = nullptr; // looked for below `node_`
+  std::size_t followed_ = 0;       // elements
+  std::unique_ptr<AttrNode> head_; // the first new node
   AttrNode* attachTo_ = nullptr;
   AttrQueue::Gap gap_;                                   // for it, among the children there
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
@@ -79,24 +86,23 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::str
     error.add(node_->elem());
   }
   if (child_ != nullptr) {
-    error.add(*child_);
+    error.add(child_->elem());
   }
   return Step::Failed;
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(PathElem const& elem) {
-  return fail(
-      fmt::format("Path element '{}' deleted in the same request cannot be used in {} op", elem, op_));
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(Element const& element) {
+  return fail(fmt::format("Path element '{}' deleted in the same request cannot be used in {} op",
+                          element.elem(), op_));
 }
 
 void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
                                                 ElemIterator& pathBegin, ElemIterator pathEnd) {
-  Trail* const trail = root_.trail_.get();
-  if (trail == nullptr || trail->op != op_ ||
-      setTrace.isOn(6)) { // steps that are taken at once are not traced
+  Trail const* const last = trail();
+  if (last == nullptr) {
     return;
   }
-  for (AttrNode* const next : trail->nodes) {
+  for (AttrNode* const next : last->nodes) {
     bool const onPrefix = prefixBegin != prefixEnd;
     ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
     // The last element is looked at in full: it may not end where others pass.
@@ -109,6 +115,26 @@ void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemI
     ++followed_;
     node_ = next;
   }
+}
+
+void AttrTree::AttrNode::Insertion::followTrail(std::span<Place const* const> way) {
+  Trail const* const last = trail();
+  if (last == nullptr) {
+    return;
+  }
+  for (AttrNode* const next : last->nodes) {
+    if (followed_ + 1 >= way.size() || next->element_.place() != way[followed_]) {
+      return;
+    }
+    ++followed_;
+    node_ = next;
+  }
+}
+
+// Null: there is none for this operation, or steps are traced, which those that are taken at once are not.
+AttrTree::AttrNode::Trail const* AttrTree::AttrNode::Insertion::trail() const {
+  Trail const* const last = root_.trail_.get();
+  return last != nullptr && last->op == op_ && !setTrace.isOn(6) ? last : nullptr;
 }
 
 bool AttrTree::AttrNode::Insertion::enter() {
@@ -127,11 +153,11 @@ bool AttrTree::AttrNode::Insertion::enter() {
   return true;
 }
 
-inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(PathElem const& elem,
+inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(Element const& element,
                                                                                   bool onPrefix) {
-  child_ = &elem;
-  AttrNode* const child = nodeIsInTree() ? node_->children_.get(elem, gap_) : nullptr;
-  Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(elem, onPrefix);
+  child_ = &element;
+  AttrNode* const child = nodeIsInTree() ? node_->children_.get(element, gap_) : nullptr;
+  Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(element, onPrefix);
   child_ = nullptr;
   return step;
 }
@@ -142,7 +168,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild
     TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", child.elem());
   }
   if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_))) {
-    return failAsDeleted(child.elem());
+    return failAsDeleted(child.element_);
   }
   if (!onPrefix && child.op_ != op_ && child.isEntity()) {
     return fail(fmt::format("Same entity element '{}' cannot be used in multiple ops, {} and {}",
@@ -153,34 +179,36 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild
   return Step::Taken;
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(PathElem const& elem,
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Element const& element,
                                                                             bool onPrefix) {
   TOVAK_TRACE(setTrace, 8, "", "New child insertion");
-  if (elem.name() == "*" || elem.name() == "...") {
-    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", elem.name()));
+  bool const isOfPlace = element.place() != nullptr;
+  if (!isOfPlace && (element.elem().name() == "*" || element.elem().name() == "...")) {
+    return fail(fmt::format("Wildcard '{}' as a path element name is not supported", element.elem().name()));
   }
-  auto place = getNextPlace(node_->object_, elem);
+  auto place =
+      isOfPlace ? placeBelow(node_->object_, *element.place()) : getNextPlace(node_->object_, element.elem());
   if (!place) {
     if (op_ == SetOp::Delete && place.error().missing) {
-      TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path due to missing element '{}'", elem);
+      TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path due to missing element '{}'", element.elem());
       return Step::Dropped;
     }
     return fail(std::move(place.error().message));
   }
-  if (nodeIsInTree() && place->attr.isKeyed() && !place->hasFilter()) {
+  if (nodeIsInTree() && !isOfPlace && place->attr.isKeyed() && !place->hasFilter()) {
     // The same member by another spelling of its key map.
     if (AttrNode* const child = node_->children_.get(place->attr, place->key())) {
       return existingChild(*child, onPrefix);
     }
   }
-  if (Step const step = checkPlace(elem, *place); step != Step::Taken) {
+  if (Step const step = checkPlace(element, *place); step != Step::Taken) {
     return step;
   }
-  TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", elem);
+  TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", element.elem());
   if (node_->object_.type().isDir() && !place->type().isDir()) {
     dirty_.push_back(Kel::dynamicPtrCast<Kel::Entity>(Kel::Ptr<Kel::PtrInterface>(place->object->object())));
   }
-  auto child = std::make_unique<AttrNode>(elem, *std::move(place));
+  auto child = std::make_unique<AttrNode>(element, *std::move(place));
   child->parent_ = node_;
   child->op_ = op_;
   child->onPrefix_ = onPrefix;
@@ -190,34 +218,34 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Path
     head_ = std::move(child);
   } else {
     bool const isNew = node_->children_.insert(std::move(child));
-    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", elem);
+    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", element.elem());
   }
   node_ = made;
   return Step::Taken;
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(PathElem const& elem,
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(Element const& element,
                                                                               KelObject& place) {
   KelAttr const attr = place.attr;
   if (place.hasFilter()) {
     if (op_ != SetOp::Delete) {
-      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", elem, op_));
+      return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", element.elem(), op_));
     }
     bool const full = nodeIsInTree() && node_->children_.wildcards().size() >= kMaxWildcards;
     return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards))
                 : Step::Taken;
   }
   if (op_ != SetOp::Delete && isDeletedByWildcard(place)) {
-    return failAsDeleted(elem);
+    return failAsDeleted(element);
   }
   if (attr.isArray() && getTypeKind(attr.memberType()) == TypeKind::Composite) {
-    return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", elem,
+    return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", element.elem(),
                             attr.memberType().name().view()));
   }
   // A leaf that gets a value need not be read; one that loses it need only be there.
   if (getTypeKind(attr.isArray() ? attr.memberType() : place.type()) == TypeKind::Scalar) {
     bool const isThere = op_ != SetOp::Delete || attr.genericIfExist(node_->object_.object, place.key());
-    return isThere ? Step::Taken : checkEmptyPlace(elem, place);
+    return isThere ? Step::Taken : checkEmptyPlace(element, place);
   }
   if (!place.object) {
     auto object = readPlace(node_->object_, place);
@@ -229,19 +257,19 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(Pa
   if (op_ != SetOp::Delete && place.isReference() && hasGone(place.object)) {
     place.object.reset();
   }
-  return place.object ? Step::Taken : checkEmptyPlace(elem, place);
+  return place.object ? Step::Taken : checkEmptyPlace(element, place);
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPlace(PathElem const& elem,
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPlace(Element const& element,
                                                                                    KelObject const& place) {
   if (op_ == SetOp::Delete) {
-    TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path as element '{}' is not set", elem);
+    TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path as element '{}' is not set", element.elem());
     return Step::Dropped;
   }
   if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) {
     return Step::Taken;
   }
-  return fail(fmt::format("Path element '{}' is not set", elem));
+  return fail(fmt::format("Path element '{}' is not set", element.elem()));
 }
 
 bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) const {
@@ -257,7 +285,7 @@ bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) 
   return false;
 }
 
-AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(gnmi::TypedValue const* value) {
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(Written const& value) {
   TOVAK_TRACE(setTrace, 8, "", "End of the path");
   if (op_ == SetOp::Delete) {
     if (node_ == &root_) {
@@ -271,12 +299,12 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(gnmi::Typ
     TOVAK_TRACE(setTrace, 6, "", "Found a composite at the end of the path");
     return fail("Path must map to a scalar type");
   }
-  if (value == nullptr) {
+  if (value.value == nullptr && !value.own) {
     error_ = node_->error(fmt::format("Expecting a gnmi value in {} op path", op_),
                           grpc::StatusCode::INVALID_ARGUMENT);
     return Step::Failed;
   }
-  auto decoded = node_->processLeafElem(*value);
+  auto decoded = node_->processLeafElem(value);
   if (auto* const error = std::get_if<Error>(&decoded)) {
     error_ = std::move(*error);
     return Step::Failed;
@@ -298,7 +326,36 @@ AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefi
       return step;
     }
   }
+  return end({value, nullptr});
+}
+
+AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::take(std::span<Place const* const> way,
+                                                                        Written const& value) {
+  followTrail(way);
+  for (Place const* const place : way.subspan(followed_)) {
+    if (!enter()) {
+      return Step::Failed;
+    }
+    if (Step const step = descend(*place, false); step != Step::Taken) {
+      return step;
+    }
+  }
   return end(value);
+}
+
+Kstd::Result<AttrTree::KelObject, AttrTree::KelLookupError>
+AttrTree::AttrNode::placeBelow(KelObject const& parent, Place const& place) {
+  KelType const type = parent.type();
+  if (type && type.attr(place.attr().name().view()) == place.attr() && !type.isDir()) {
+    KelObject found;
+    found.parentType = type;
+    found.attr = place.attr();
+    if (place.key()) {
+      found.keys = SingleKey{place.key()};
+    }
+    return found;
+  }
+  return getNextPlace(parent, place.elem()); // which finds it in a directory, or says why it is not there
 }
 
 void AttrTree::AttrNode::Insertion::finish() {
@@ -356,10 +413,28 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
     tooLong.add(prefixBegin != prefixEnd ? *prefixBegin : *pathBegin);
     return tooLong;
   }
+  return insert(length, op, [&](Insertion& insertion) {
+    return insertion.take(prefixBegin, prefixEnd, pathBegin, pathEnd, value);
+  });
+}
+
+AttrTree::Status AttrTree::AttrNode::insertPlace(Place const& place, Written const& value, SetOp op) {
+  boost::container::small_vector<Place const*, 16> way;
+  for (Place const* at = &place; at != nullptr; at = at->above()) {
+    way.push_back(at);
+  }
+  std::ranges::reverse(way);
+  return insert(way.size(), op, [&](Insertion& insertion) {
+    return insertion.take({way.data(), way.size()}, value);
+  });
+}
+
+template <class Take>
+AttrTree::Status AttrTree::AttrNode::insert(std::size_t length, SetOp op, Take const& take) {
   Insertion insertion(*this, op);
   auto step = Insertion::Step::Failed;
   try {
-    step = insertion.take(prefixBegin, prefixEnd, pathBegin, pathEnd, value);
+    step = take(insertion);
   } catch (...) {
     insertion.fail(modelError());
   }

@@ -12,8 +12,8 @@ namespace Ondra::KelGnmiSet {
 using Kel::KelAttr;
 using Kel::KelType;
 
-AttrTree::AttrNode::AttrNode(gnmi::PathElem const& elem, KelObject&& object)
-    : elem_(&elem)
+AttrTree::AttrNode::AttrNode(Element const& element, KelObject&& object)
+    : element_(element)
     , object_(std::move(object))
     , kind_(getTypeKind(isArray() ? object_.attr.memberType() : object_.type())) {}
 
@@ -26,7 +26,7 @@ void AttrTree::AttrNode::opIs(SetOp op) {
 
 AttrTree::Error AttrTree::AttrNode::error(std::string message, grpc::StatusCode code) const {
   Error made{code, {}, std::move(message)};
-  made.add(*elem_);
+  made.add(elem());
   return made;
 }
 
@@ -41,7 +41,7 @@ bool AttrTree::AttrNode::isRemovable() const {
     return object_.attr.isInstantiating() && object_.attr.isRemovable();
   }
   auto const* const dir = dynamic_cast<Kel::Dir const*>(parent_->object_.object->object());
-  return dir != nullptr && dir->isRemovable(elem_->name());
+  return dir != nullptr && dir->isRemovable(elem().name());
 }
 
 bool AttrTree::AttrNode::isRemade() const {
@@ -55,10 +55,17 @@ AttrTree::ConstHandle AttrTree::AttrNode::current() const {
   return parent_->base_ ? object_.attr.genericIfGet(parent_->base_, object_.key()) : nullptr;
 }
 
-AttrTree::Status AttrTree::AttrNode::processLeafElem(gnmi::TypedValue const& value) {
+AttrTree::Status AttrTree::AttrNode::processLeafElem(Written const& value) {
+  if (value.own) {
+    TOVAK_ASSERT(!isArray() && value.own->type() == object_.attr.memberType(), setTrace,
+                 "The value of '{}' is of another type", elem());
+    newValue_ = value.own;
+    hasNewValue_ = true;
+    return true;
+  }
   if (isArray()) {
-    TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is an array of scalar values", *elem_);
-    auto decoded = gnmiToGifArray(object_.attr.memberType(), value);
+    TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is an array of scalar values", elem());
+    auto decoded = gnmiToGifArray(object_.attr.memberType(), *value.value);
     if (auto* const text = std::get_if<std::string>(&decoded)) {
       return error(std::move(*text), grpc::StatusCode::INVALID_ARGUMENT);
     }
@@ -66,8 +73,8 @@ AttrTree::Status AttrTree::AttrNode::processLeafElem(gnmi::TypedValue const& val
     hasNewValue_ = true;
     return true;
   }
-  TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is a scalar value", *elem_);
-  auto decoded = gnmiToKelValue(object_.attr.memberType(), value);
+  TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is a scalar value", elem());
+  auto decoded = gnmiToKelValue(object_.attr.memberType(), *value.value);
   if (!decoded) {
     return error(std::move(decoded).error(), grpc::StatusCode::INVALID_ARGUMENT);
   }
@@ -77,7 +84,7 @@ AttrTree::Status AttrTree::AttrNode::processLeafElem(gnmi::TypedValue const& val
 }
 
 AttrTree::Status AttrTree::AttrNode::prepareTree(SetOp op) {
-  TOVAK_TRACE(setTrace, 3, "", "Prepare tree rooted at '{}' for {} op", *elem_, op);
+  TOVAK_TRACE(setTrace, 3, "", "Prepare tree rooted at '{}' for {} op", elem(), op);
   base_ = object_.object;
   return prepareChildren(op);
 }
@@ -92,12 +99,12 @@ AttrTree::Status AttrTree::AttrNode::prepareChildren(SetOp op) {
 }
 
 AttrTree::Status AttrTree::AttrNode::prepare(SetOp op) {
-  TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: Start", *elem_, op);
+  TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: Start", elem(), op);
   Status status = guarded([&] {
     return isScalar() ? prepareScalar(op) : isEntity() ? prepareEntity(op) : prepareValue(op);
   });
   if (!isError(status)) {
-    TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: End", *elem_, op);
+    TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: End", elem(), op);
   }
   return status;
 }
@@ -149,19 +156,19 @@ AttrTree::Status AttrTree::AttrNode::prepareEntity(SetOp op) {
       return status;
     }
   }
-  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", elem());
   if (auto status = prepareChildren(op); isError(status)) {
     return status;
   }
-  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", elem());
   TOVAK_TRACE(setTrace, 5, "", "Composite '{}' is an Entity, so return without committing its sub-attrs",
-              *elem_);
+              elem());
   return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
   if (!object_.attr.isInstantiating()) {
-    return error(fmt::format("Path element '{}' is not set", *elem_));
+    return error(fmt::format("Path element '{}' is not set", elem()));
   }
   // Values that the constructor takes are folded before there is a prototype, from what their own
   // construction gives.
@@ -190,7 +197,7 @@ AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
 
 AttrTree::Status AttrTree::AttrNode::prepareValue(SetOp op) {
   if (op_ != op) {
-    TOVAK_TRACE(setTrace, 6, "", "Skip {} for '{}' as it's stagged for previous op {}", op, *elem_, op_);
+    TOVAK_TRACE(setTrace, 6, "", "Skip {} for '{}' as it's stagged for previous op {}", op, elem(), op_);
     return true;
   }
   if (deleted_) {
@@ -200,19 +207,19 @@ AttrTree::Status AttrTree::AttrNode::prepareValue(SetOp op) {
     if (object_.attr.isKeyed()) {
       return true;
     }
-    TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", *elem_);
-    TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", elem());
+    TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", elem());
     return valueAfterDelete();
   }
   if (auto status = openValue(); isError(status)) {
     return status;
   }
-  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", elem());
   if (auto status = prepareChildren(op); isError(status)) {
     return status;
   }
-  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", *elem_);
-  TOVAK_TRACE(setTrace, 5, "", "Finalize Nominal '{}' for op {} by committing its sub-attrs", *elem_, op);
+  TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", elem());
+  TOVAK_TRACE(setTrace, 5, "", "Finalize Nominal '{}' for op {} by committing its sub-attrs", elem(), op);
   if (auto status = foldParts(); isError(status)) {
     return status;
   }
@@ -237,7 +244,7 @@ AttrTree::Status AttrTree::AttrNode::openValue() {
     }
   }
   if (!hasNewValue_) {
-    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
     if (auto status = instantiateValue(); isError(status)) {
       return status;
     }
@@ -247,7 +254,7 @@ AttrTree::Status AttrTree::AttrNode::openValue() {
 }
 
 AttrTree::Status AttrTree::AttrNode::instantiateValue() {
-  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on '{}'", elem());
   KelAttr const attr = object_.attr;
   hasNewValue_ = true;
   auto args = prepareConstructorArgs(attr.memberType());
@@ -262,14 +269,14 @@ AttrTree::Status AttrTree::AttrNode::instantiateValue() {
 }
 
 AttrTree::Status AttrTree::AttrNode::foldParts() {
-  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
   if (!newValue_) { // an earlier phase has left it without value
-    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
     if (auto status = instantiateValue(); isError(status)) {
       return status;
     }
   }
-  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
   return commitChildren(newValue_);
 }
 
@@ -311,7 +318,7 @@ AttrTree::Status AttrTree::AttrNode::checkDelete() const {
     return true;
   }
   return error(
-      fmt::format("Element '{}' of Type '{}' cannot be deleted", *elem_, attr.ownerType().name().view()));
+      fmt::format("Element '{}' of Type '{}' cannot be deleted", elem(), attr.ownerType().name().view()));
 }
 
 AttrTree::Status AttrTree::AttrNode::checkIndex(ConstHandle const& member) const {
@@ -323,11 +330,11 @@ AttrTree::Status AttrTree::AttrNode::checkIndex(ConstHandle const& member) const
   if (own && own->equals(*object_.key())) {
     return true;
   }
-  return error(fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), *elem_));
+  return error(fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), elem()));
 }
 
 Kstd::Result<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstructorArgs(KelType type) {
-  TOVAK_TRACE(setTrace, 6, "", "Preparing constructor args for '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 6, "", "Preparing constructor args for '{}'", elem());
   Kel::ArgList args;
   for (Kel::AttrDesc const* const desc : type.ctorArgs()) {
     KelAttr const arg(desc);
@@ -338,14 +345,14 @@ Kstd::Result<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstruct
     }
     args.push_back(std::move(value).value());
     TOVAK_ASSERT(args.back() || arg.isEmbedded() || arg.isPointer(), setTrace,
-                 "Constructor argument {} of element {} is nullptr", arg.name().view(), *elem_);
+                 "Constructor argument {} of element {} is nullptr", arg.name().view(), elem());
   }
   return args;
 }
 
 Kstd::Result<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constructorArg(KelAttr arg) {
   if (object_.attr.isKeyed() && object_.attr.indexAttr() == arg) {
-    TOVAK_TRACE(setTrace, 6, "", "Constructor arg is the internal key of '{}'", *elem_);
+    TOVAK_TRACE(setTrace, 6, "", "Constructor arg is the internal key of '{}'", elem());
     TOVAK_ASSERT(object_.key(), setTrace,
                  "Expecting key object to be created for internally keyed collection");
     return object_.key();
@@ -353,7 +360,7 @@ Kstd::Result<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constru
   if (AttrNode const* const child = children_.get(arg); child != nullptr && child->hasNewValue_) {
     ConstHandle value = child->isArray() ? child->arrayValue() : child->newValue_;
     if (value) {
-      TOVAK_TRACE(setTrace, 6, "", "Constructor arg found in the request as sub-element of '{}'", *elem_);
+      TOVAK_TRACE(setTrace, 6, "", "Constructor arg found in the request as sub-element of '{}'", elem());
       return value;
     }
   }
@@ -374,7 +381,7 @@ Kstd::Result<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constru
 
 void AttrTree::AttrNode::pruneSubTree() {
   trail_.reset();
-  TOVAK_TRACE(setTrace, 9, "", "Prune tree rooted at '{}'", *elem_);
+  TOVAK_TRACE(setTrace, 9, "", "Prune tree rooted at '{}'", elem());
   if (!isEntity()) {
     children_.prune();
     return;

@@ -7,6 +7,7 @@
 #include "Kel/Dir.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/set/AttrNode.h"
+#include "Ondra/set/DataRoot.h"
 #include "Ondra/set/SetTrace.h"
 
 Kel::TypeDesc& Kel::Impl::DeclaredType<Ondra::GnmiSetSessionState>::desc() {
@@ -153,27 +154,37 @@ void Set::handPathsOver() noexcept {
 }
 
 Set::StepStatus Set::setDataTreeRoot() {
+  auto found = dataRootAt(*dataRoot_, rootPath_);
+  if (!found) {
+    return found.error();
+  }
+  TOVAK_TRACE(setTrace, 3, "", "Setting tree root corresponding to path '{}'", dataRoot_);
+  root_ = std::make_unique<AttrTree::AttrNode>(*rootPath_.elem().rbegin(), std::move(found).value());
+  return true;
+}
+
+Kstd::Result<AttrTree::KelObject, grpc::Status> dataRootAt(Path const& path, gnmi::Path& elems) {
   Kel::Ptr<Kel::Dir> const dir = Kel::globalDir();
   AttrTree::KelObject current(dir->fwkType().genericIf(static_cast<Kel::PtrInterface*>(dir.get())));
-  rootPath_.Clear();
-  dataRoot_->copyToGnmiPath(&rootPath_);
-  for (gnmi::PathElem const& elem : rootPath_.elem()) {
+  auto const notFound = [&path](std::string const& message) {
+    return Kstd::Err(pathNotFoundError(path.toString(), message));
+  };
+  elems.Clear();
+  path.copyToGnmiPath(&elems);
+  for (gnmi::PathElem const& elem : elems.elem()) {
     auto next = AttrTree::getNextKelObject(current, elem);
     if (!next) {
-      return pathNotFoundError(dataRoot_->toString(), next.error().message);
+      return notFound(next.error().message);
     }
     if (!next->object) {
-      return pathNotFoundError(dataRoot_->toString(),
-                               fmt::format("Data root path element '{}' is not set", elem));
+      return notFound(fmt::format("Data root path element '{}' is not set", elem));
     }
     current = std::move(next).value();
   }
   if (!current.object->type().isEntity()) {
-    return pathNotFoundError(dataRoot_->toString(), "Data root path leads to no entity");
+    return notFound("Data root path leads to no entity");
   }
-  TOVAK_TRACE(setTrace, 3, "", "Setting tree root corresponding to path '{}'", dataRoot_);
-  root_ = std::make_unique<AttrTree::AttrNode>(*rootPath_.elem().rbegin(), std::move(current));
-  return true;
+  return current;
 }
 
 template <class Entries, class PathOf, class ValueOf>
