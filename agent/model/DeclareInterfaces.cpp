@@ -74,7 +74,7 @@ void declareInterfaces() {
       .done();
   configShape<Interface>("Interface", kInterfacesModule)
       .key("name", &Interface::name)
-      .presence("config", &Interface::config)
+      .presence("config", &Interface::config).embedded()
       .container("state", &Interface::state)
       .container("hold-time", &Interface::holdTime)
       .container("subinterfaces", &Interface::subinterfaces)

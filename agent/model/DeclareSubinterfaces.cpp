@@ -21,7 +21,7 @@ void declareAddresses() {
       .done();
   configShape<Ipv4Address>("Ipv4Address", kIpModule)
       .key("ip", &Ipv4Address::ip).text(ipv4Address())
-      .presence("config", &Ipv4Address::config)
+      .presence("config", &Ipv4Address::config).embedded()
       .container("state", &Ipv4Address::state)
       .done();
   configShape<Ipv6AddressConfig>("Ipv6AddressConfig", kIpModule)
@@ -38,7 +38,7 @@ void declareAddresses() {
       .done();
   configShape<Ipv6Address>("Ipv6Address", kIpModule)
       .key("ip", &Ipv6Address::ip).text(ipv6Address())
-      .presence("config", &Ipv6Address::config)
+      .presence("config", &Ipv6Address::config).embedded()
       .container("state", &Ipv6Address::state)
       .done();
   configShape<Ipv4Addresses>("Ipv4Addresses", kIpModule)
@@ -145,7 +145,7 @@ void declareSubinterface() {
       .done();
   configShape<Subinterface>("Subinterface", kInterfacesModule)
       .key("index", &Subinterface::index)
-      .presence("config", &Subinterface::config)
+      .presence("config", &Subinterface::config).embedded()
       .container("state", &Subinterface::state)
       .container("ipv4", &Subinterface::ipv4).module(kIpModule)
       .container("ipv6", &Subinterface::ipv6).module(kIpModule)

@@ -98,7 +98,7 @@ void declareDns() {
       .done();
   configShape<DnsServer>("DnsServer", kSystemModule)
       .key("address", &DnsServer::address).isUnion().text(ipAddress())
-      .presence("config", &DnsServer::config)
+      .presence("config", &DnsServer::config).embedded()
       .container("state", &DnsServer::state)
       .done();
   configShape<DnsServers>("DnsServers", kSystemModule).list("server", &DnsServers::server, "address").done();

@@ -97,6 +97,11 @@ public:
     nodes_.back().module = name;
     return *this;
   }
+  // A container that may be missing comes with its parent nevertheless.
+  Shape& embedded() {
+    declaration_.embedded();
+    return *this;
+  }
   // Its names are identities of that module; empty: they carry their prefix already.
   Shape& identity(std::string_view module) {
     LeafInfo& leaf = nodes_.back().leaf;

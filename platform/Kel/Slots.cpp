@@ -211,7 +211,9 @@ void SlotEntity::handleParent() {
     if (!attr->isInstantiating || !attr->isEmbedded || attr->isKeyed) continue;
     auto& child = *static_cast<Ptr<Entity>*>(slotAt(*attr, static_cast<PtrInterface*>(this)));
     if (child) continue;
-    Ptr<Entity> const made = dynamicPtrCast<Entity>(Impl::construct(*attr->memberType, {}));
+    TypeDesc const& type = *attr->memberType;
+    Ptr<Entity> const made =
+        type.isRuntime ? Ptr<Entity>(make(type).get()) : dynamicPtrCast<Entity>(Impl::construct(type, {}));
     attach(*this, *attr, nullptr, *made);
     child = made;
     placed(*made);

@@ -36,8 +36,8 @@ namespace Kel {
 // rule.
 class KTD_EXPORT TypeBuilder {
 public:
-  // A type wholly described at run time. Kinds: Struct, Entity, Nominal (the one attribute is what it wraps)
-  // and Union (each attribute is an alternative).
+  // A type wholly described at run time. Kinds: Struct, Entity, Union (each attribute is an alternative),
+  // Nominal and KeyPtr (the one attribute, a value or a reference, is what they wrap).
   TypeBuilder(std::string_view module, std::string_view name, TypeKind kind);
   // Goes on with a descriptor that exists already (of a C++ class); raises `Kel::Error` when it is complete.
   TypeBuilder(std::string_view module, std::string_view name, TypeDesc& desc);

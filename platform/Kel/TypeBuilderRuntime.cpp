@@ -34,15 +34,15 @@ TypeBuilder::TypeBuilder(std::string_view module, std::string_view name, TypeKin
     break;
   case TypeKind::Struct:
   case TypeKind::Nominal:
+  case TypeKind::KeyPtr:
   case TypeKind::Union: desc_->isValueType = true; break;
   case TypeKind::Builtin:
   case TypeKind::Enum:
-  case TypeKind::KeyPtr:
   case TypeKind::Array:
   case TypeKind::Object:
   case TypeKind::CollectionControl:
     throwError(fmt::format(
-        "type '{}': structures, entities, nominals and unions are described at run time this way", name));
+        "type '{}': structures, entities, unions and wrappers are described at run time this way", name));
   }
 }
 

@@ -33,14 +33,12 @@ using ConstHandle = Kel::Ptr<GenericIf const>;
 struct Flavour {
   char const* name;
   KelType (*interface)();
-  KelType (*rack)();
   KelType (*device)();
 };
 inline constexpr Flavour kFlavours[] = {
     {"Declared", [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Interface>(); },
-     [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Rack>(); },
      [] { return Fixture::declareTypes(), Kel::typeOf<Fixture::Device>(); }},
-    {"Runtime", [] { return Fixture::runtimeTypes().interface; }, [] { return Fixture::runtimeTypes().rack; },
+    {"Runtime", [] { return Fixture::runtimeTypes().interface; },
      [] { return Fixture::runtimeTypes().device; }},
 };
 inline std::string nameOf(testing::TestParamInfo<Flavour> const& info) { return info.param.name; }

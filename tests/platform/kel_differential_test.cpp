@@ -14,8 +14,8 @@ namespace {
 class Watched {
 public:
   explicit Watched(Flavour const& flavour) : dir_(Kel::globalDir()->dirIs("differential")) {
-    root_ = entityIn(flavour.rack().genericIf(ArgList()));
-    dir_->entityIs("rack", root_);
+    root_ = entityIn(flavour.device().genericIf(ArgList()));
+    dir_->entityIs("device", root_);
   }
   ~Watched() { Kel::globalDir()->entityDel("differential"); }
 
