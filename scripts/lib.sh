@@ -6,7 +6,13 @@ die() {
   exit 1
 }
 
-packages() { sed -e 's/#.*//' -e '/^[[:space:]]*$/d' scripts/packages.txt | awk '{print $1}'; }
+morePackages=() # of what not everybody does
+packages() {
+  sed -e 's/#.*//' -e '/^[[:space:]]*$/d' scripts/packages.txt | awk '{print $1}'
+  ((${#morePackages[@]} == 0)) || printf '%s\n' "${morePackages[@]}"
+}
+# What making and looking at Debian packages needs.
+packagingPackages=(debhelper help2man lintian)
 
 missingPackages() {
   local installed
