@@ -20,6 +20,7 @@
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
+#include "agent/service/ServiceManager.h"
 #include "agent/service/Signals.h"
 #include "agent/store/ConfigStore.h"
 #include "agent/synthetic/Synthetic.h"
@@ -160,7 +161,10 @@ int serve(std::vector<std::string> const& arguments) {
       [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security->isSecure] {
         Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
       });
-  signals.await();
+  {
+    Agent::ServiceManager const manager(runtime.context(), runtime.calls());
+    signals.await();
+  }
   (*server)->drain(kPatienceNs);
   runtime.context().stop();
   return Agent::ExitCode::ok;

@@ -1,10 +1,12 @@
 """The program: start and end, exit codes, and its own client."""
 import json
+import pathlib
 import signal
 import socket
 import subprocess
 import time
 import unittest
+import unittest.mock
 
 import grpc
 
@@ -52,6 +54,25 @@ class Process(unittest.TestCase):
                 self.assertEqual(next(watch), b"\x08\x02")  # NOT_SERVING; the call itself stays, and is waited for
                 self.assertEqual(agent.end() if second else agent.process.wait(timeout=DEADLINE), code)
                 self.assertLess(time.monotonic() - begin, 10)
+
+    def testTheServiceManagerIsToldAndTheWatchdogIsTheLoops(self):
+        told = str(WORK / "notify.sock")
+        pathlib.Path(told).unlink(missing_ok=True)
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(told)
+            manager.settimeout(DEADLINE)
+            with unittest.mock.patch.dict("os.environ", NOTIFY_SOCKET=told, WATCHDOG_USEC="200000"), Agent("--no-machine") as agent:
+                self.assertEqual(manager.recv(100), b"READY=1")
+                self.assertEqual(manager.recv(100), b"STATUS=0 Subscribe calls")
+                begin = time.monotonic()
+                for _ in range(5):
+                    self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+                self.assertGreater(time.monotonic() - begin, 0.3)
+                self.assertEqual(agent.end(), 0)
+            left = manager.recv(100)
+            while left == b"WATCHDOG=1":
+                left = manager.recv(100)
+            self.assertEqual(left, b"STOPPING=1")
 
     def testAPortThatIsTakenIsNamed(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:

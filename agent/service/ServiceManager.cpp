@@ -1,0 +1,57 @@
+// Two timers of the scheduler: signs of life, and what is served.
+#include "agent/service/ServiceManager.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "agent/context/Context.h"
+#include "agent/service/Calls.h"
+
+namespace Agent {
+namespace {
+
+constexpr std::int64_t kStatusNs = 5'000'000'000;
+
+void tell(std::string const& state) { ::sd_notify(0, state.c_str()); }
+
+} // namespace
+
+struct ServiceManager::Signs {
+  Tovak::TimerId life;
+  Tovak::TimerId status;
+  std::size_t calls = ~std::size_t{0}; // as told last
+};
+
+ServiceManager::ServiceManager(Context& context, Calls& calls)
+    : context_(context)
+    , signs_(std::make_shared<Signs>()) {
+  tell("READY=1");
+  std::uint64_t usec = 0;
+  bool const isWatched = ::sd_watchdog_enabled(0, &usec) > 0;
+  context_.scheduler()->post([&context, &calls, isWatched, usec, signs = signs_] {
+    Tovak::TaskScheduler& scheduler = *context.scheduler();
+    if (isWatched)
+      signs->life =
+          scheduler.timerEvery(static_cast<std::int64_t>(usec) * 1'000 / 2 + 1, [] { tell("WATCHDOG=1"); });
+    auto const status = [&calls, told = signs.get()] {
+      if (std::exchange(told->calls, calls.count()) != calls.count())
+        tell(fmt::format("STATUS={} Subscribe calls", calls.count()));
+    };
+    status();
+    signs->status = scheduler.timerEvery(kStatusNs, status);
+  });
+}
+
+ServiceManager::~ServiceManager() {
+  tell("STOPPING=1");
+  context_.scheduler()->post([scheduler = context_.scheduler().get(), signs = signs_] {
+    scheduler->timerDel(signs->life);
+    scheduler->timerDel(signs->status);
+  });
+}
+
+} // namespace Agent
