@@ -24,6 +24,9 @@
 #include "agent/service/Signals.h"
 #include "agent/store/ConfigStore.h"
 #include "agent/synthetic/Synthetic.h"
+#include "agent/yang/PathsCommand.h"
+#include "agent/yang/YangData.h"
+#include "agent/yang/YangModel.h"
 
 namespace {
 
@@ -34,6 +37,37 @@ constexpr std::int64_t kPatienceNs = 5'000'000'000; // with calls that run when 
 int cannotStart(std::string const& why) {
   Agent::say(stderr, fmt::format("ondra-agent serve: {}\n", why));
   return Agent::ExitCode::start;
+}
+
+// Loads the modules of the options and tells what they say; the text is an error's.
+Kstd::Result<std::unique_ptr<Agent::YangModel>, std::string> yangModelOf(Agent::ServeOptions const& options) {
+  auto model = Agent::YangModel::load({.folders = options.yangFolders, .modules = options.yangModules});
+  if (!model) return model;
+  for (std::string const& note : (*model)->modules().notes())
+    Agent::say(stderr, fmt::format("ondra-agent serve: note: {}\n", note));
+  std::vector<std::string> const& leftOut = (*model)->types().leftOut;
+  if (options.checksOnly) {
+    for (std::string const& each : leftOut)
+      Agent::say(stdout, fmt::format("left out: {}\n", each));
+  } else if (!leftOut.empty()) {
+    Agent::say(stderr, fmt::format("ondra-agent serve: note: {} nodes of the modules are left out; "
+                                   "--check-config tells which and why\n",
+                                   leftOut.size()));
+  }
+  return model;
+}
+
+// Puts the modules' containers into the model, and the data of the options into them.
+Kstd::Result<void, std::string> fillYang(Agent::YangModel const& model, Agent::ServeOptions const& options) {
+  model.containersIn(*Kel::globalDir());
+  auto const filled = Agent::yangDataInto(*Kel::globalDir(), model, options.dataFiles);
+  if (!filled) return Kstd::Err(filled.error());
+  for (std::string const& note : filled->notes)
+    Agent::say(stderr, fmt::format("ondra-agent serve: note: {}\n", note));
+  if (filled->leftOut > 0)
+    Agent::say(stderr,
+               fmt::format("ondra-agent serve: note: {} nodes of the data are left out\n", filled->leftOut));
+  return {};
 }
 
 // What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
@@ -133,6 +167,14 @@ int serve(std::vector<std::string> const& arguments) {
     if (!users) return cannotStart(users.error());
     authenticator = std::make_shared<Agent::Authenticator>(std::move(*users), Tovak::SystemClock::instance());
   }
+  if (!options->yangFolders.empty() && !options->servesMachine) Agent::machineIsLeftOut();
+  if (options->syntheticLeaves > 0) Agent::declareSynthetic();
+  std::unique_ptr<Agent::YangModel> yang; // what it has made refers to it
+  if (!options->yangFolders.empty()) {
+    auto model = yangModelOf(*options);
+    if (!model) return cannotStart(model.error());
+    yang = std::move(*model);
+  }
   if (options->checksOnly) {
     Agent::say(stdout, "configuration ok\n");
     return Agent::ExitCode::ok;
@@ -145,8 +187,10 @@ int serve(std::vector<std::string> const& arguments) {
 
   auto const store = storeOf(options->configStore);
   if (!store) return cannotStart(store.error());
-  if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   Agent::Runtime runtime({.limits = options->limits});
+  if (yang) {
+    if (auto const filled = fillYang(*yang, *options); !filled) return cannotStart(filled.error());
+  }
   Sources sources(runtime, *options);
   if (*store) restore(runtime, **store);
   runtime.context().start();
@@ -157,14 +201,31 @@ int serve(std::vector<std::string> const& arguments) {
     return cannotStart(server.error());
   }
   announce(**server, *security);
+  std::unique_ptr<Agent::Server> providers; // of the device's own processes
+  if (!options->providers.empty()) {
+    Agent::ServerSecurity const local = Agent::plaintext();
+    auto listening = Agent::Server::start(
+        {options->providers, local, nullptr, options->connections, Agent::Writer::Provider}, runtime);
+    if (!listening) {
+      runtime.context().stop();
+      return cannotStart(listening.error());
+    }
+    providers = std::move(*listening);
+    announce(*providers, local);
+  }
   runtime.context().scheduler()->post(
       [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security->isSecure] {
         Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
       });
+<<<<<<< HEAD
   {
     Agent::ServiceManager const manager(runtime.context(), runtime.calls());
     signals.await();
   }
+=======
+  signals.await();
+  if (providers) providers->drain(kPatienceNs);
+>>>>>>> aa37c50 (Serve modules of YANG that are found in folders at start-up)
   (*server)->drain(kPatienceNs);
   runtime.context().stop();
   return Agent::ExitCode::ok;
@@ -175,12 +236,13 @@ struct Command {
   std::string_view what;
   int (*run)(std::vector<std::string> const& arguments);
 };
-constexpr std::array<Command, 5> kCommands = {{
+constexpr std::array<Command, 6> kCommands = {{
     {"serve", "serve this machine over gNMI", serve},
     {"watch", "print updates as they come", Agent::watchCommand},
     {"get", "print what is there", Agent::getCommand},
     {"set", "change the configuration", Agent::setCommand},
     {"capabilities", "print what a server can do", Agent::capabilitiesCommand},
+    {"paths", "print what modules would be served as", Agent::pathsCommand},
 }};
 
 int help(std::FILE* to, int code) {

@@ -13,6 +13,7 @@
 #include "Ondra/GnmiPath.h"
 #include "agent/encoding/LeafEncoding.h"
 #include "agent/model/Tree.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
 #include "agent/paths/RequestParts.h"
@@ -37,7 +38,7 @@ std::size_t sharedPrefixElems(GetOrder const& order, gnmi::GetRequest const& req
   for (std::size_t i = 0; i < count && !order.paths.empty(); ++i) {
     RequestElem const& elem = order.paths.front().elems[i];
     auto const child = node.child(elem.name);
-    if (!child || isWildcard(elem) || (child->isList() && elem.keys.empty())) return 0;
+    if (!child || isWildcard(elem) || (child->isList() && elem.keys.size() != child->keyCount())) return 0;
     node = *child;
   }
   return count;
@@ -130,6 +131,7 @@ public:
     if (!child) return false;
     elems_.push_back(&elem);
     nodes_.push_back(*child);
+    if (elem.key_size() > 1) joined_.emplace_back(elems_.size() - 1, joinedKeyOf(*child, elem));
     if (answer_.hasAnyDepth_) states_.push_back(states_.back().below(*child, key(elems_.size() - 1)));
     noteMatch();
     return true;
@@ -137,6 +139,8 @@ public:
   void truncate(std::size_t size) {
     elems_.resize(size);
     nodes_.resize(size + 1);
+    while (!joined_.empty() && joined_.back().first >= size)
+      joined_.pop_back();
     if (answer_.hasAnyDepth_)
       states_.erase(states_.begin() + static_cast<std::ptrdiff_t>(size) + 1, states_.end());
     if (matchDepth_ > size) matchDepth_ = kNone;
@@ -153,6 +157,7 @@ public:
   [[nodiscard]] std::span<TypeNode const> nodes() const { return nodes_; }
   [[nodiscard]] std::string_view key(std::size_t index) const {
     auto const& keys = elems_[index]->key();
+    if (keys.size() > 1) return std::ranges::find(joined_, index, &Joined::first)->second;
     return keys.empty() ? std::string_view() : std::string_view(keys.begin()->second);
   }
 
@@ -161,6 +166,16 @@ public:
   JsonTree::Node* container = nullptr; // at the end of the prefix
 
 private:
+  using Joined = std::pair<std::size_t, std::string>; // the key of an element that has several
+
+  static std::string joinedKeyOf(TypeNode const& list, gnmi::PathElem const& elem) {
+    std::vector<std::string> values(list.keyCount());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      auto const found = elem.key().find(list.key(i).name().str());
+      if (found != elem.key().end()) values[i] = found->second;
+    }
+    return joinedKey(values);
+  }
   void noteMatch() {
     if (matchDepth_ != kNone) return;
     bool const isMatch =
@@ -170,6 +185,7 @@ private:
 
   absl::InlinedVector<gnmi::PathElem const*, 16> elems_;
   absl::InlinedVector<TypeNode, 16> nodes_; // one more: the root
+  std::vector<Joined> joined_;
   std::vector<PathStates> states_;
   std::size_t matchDepth_ = kNone;
   GetAnswer const& answer_;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "agent/encoding/LeafEncoding.h"
+#include "agent/paths/EntryKey.h"
 
 namespace Agent {
 
@@ -111,10 +112,13 @@ private:
 void JsonTree::append(SliceWriter& to, Node const& node, std::string_view parentModule) const {
   Object object(to, isIetf_, parentModule);
   if (node.type.isList()) {
-    object.member(node.type.key());
-    std::string key;
-    appendKeyJson(key, node.key, *leafInfo(node.type.key()), isIetf_);
-    to += key;
+    std::vector<std::string> const values = keyValues(node.key, node.type.keyCount());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      object.member(node.type.key(i));
+      std::string key;
+      appendKeyJson(key, values[i], *leafInfo(node.type.key(i)), isIetf_);
+      to += key;
+    }
   }
   auto const isBefore = [](Node::Leaf const& a, Node::Leaf const& b) {
     return a.attr.desc().index < b.attr.desc().index;
@@ -136,7 +140,11 @@ void JsonTree::append(SliceWriter& to, Node const& node, std::string_view parent
     children.push_back(child.get());
   std::stable_sort(children.begin(), children.end(), [](Node const* a, Node const* b) {
     auto const positionA = positionOf(a->type), positionB = positionOf(b->type);
-    return positionA != positionB ? positionA < positionB : isKeyLess(a->key, b->key);
+    if (positionA != positionB) return positionA < positionB;
+    std::size_t const count = a->type.isList() ? a->type.keyCount() : 1;
+    return count == 1 ? isKeyLess(a->key, b->key)
+                      : std::ranges::lexicographical_compare(keyValues(a->key, count),
+                                                             keyValues(b->key, count), isKeyLess);
   });
   for (std::size_t i = 0; i < children.size(); ++i) {
     Node const& child = *children[i];

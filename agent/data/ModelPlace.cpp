@@ -5,9 +5,10 @@
 #include <algorithm>
 
 #include "Kel/Dir.h"
-#include "Ondra/KeyDecoder.h"
 #include "agent/data/PathStates.h"
 #include "agent/model/Tree.h"
+#include "agent/paths/EntryKey.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 
@@ -20,8 +21,7 @@ Handle containerOf(TypeNode const& child, Handle const& parent) {
 }
 
 Handle keyHandleOf(TypeNode const& list, std::string_view text) {
-  auto key = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(list.attr.keyType(), std::string(text));
-  return key ? Handle(std::move(*key)) : nullptr;
+  return keyHandle(list.attr, keyValues(text, list.keyCount()));
 }
 
 Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key) {
@@ -49,6 +49,30 @@ bool isOfMachine(TypeNode const& list, Handle const& entry) {
   });
 }
 
+bool containerIsAt(gnmi::Path const& path) {
+  TypeNode node = TypeNode::root();
+  Handle object;
+  for (gnmi::PathElem const& elem : path.elem()) {
+    auto const child = node.child(elem.name());
+    if (!child) return false;
+    Handle next;
+    if (child->isList()) {
+      std::vector<std::string> values;
+      for (std::size_t i = 0; i < child->keyCount(); ++i)
+        values.push_back(elem.key().at(child->key(i).name().str()));
+      next = entryOf(*child, object, keyHandle(child->attr, values));
+    } else {
+      next = containerOf(*child, object);
+      if (!next && object && child->attr)
+        next = child->attr.genericIfSet(Kel::GenericIf::toObject(object->object()), Kel::ArgList());
+    }
+    if (!next) return false;
+    object = next;
+    node = *child;
+  }
+  return true;
+}
+
 bool isContainerThere(RequestPath const& path) {
   TypeNode node = TypeNode::root();
   Handle object;
@@ -58,10 +82,14 @@ bool isContainerThere(RequestPath const& path) {
     if (child->isList()) {
       auto const key = keyOf(elem, *child);
       object = key && *key ? entryOf(*child, object, keyHandleOf(*child, **key)) : nullptr;
+      if (!object) return false;
     } else {
+      // Of types made at run time, containers that mean nothing by themselves stand there once they hold
+      // something: for those who ask they are always there.
       object = containerOf(*child, object);
+      bool const isImplied = child->attr && child->type.isRuntime() && !child->attr.isRemovable();
+      if (!object && !isImplied) return false;
     }
-    if (!object) return false;
     node = *child;
   }
   return true;

@@ -27,6 +27,10 @@ using Handle = Kel::KelAttr::ConstHandle;
 // Whether the machine has what the entry stands for: its state says more than its key.
 [[nodiscard]] bool isOfMachine(TypeNode const& list, Handle const& entry);
 
+// Makes the containers on a concrete path that are not there; entries on it must be. Says whether it is there
+// now.
+bool containerIsAt(gnmi::Path const& path);
+
 // Whether a concrete path means a container or entry that is there. (That it holds no leaf is for the caller
 // to know.)
 [[nodiscard]] bool isContainerThere(RequestPath const& path);

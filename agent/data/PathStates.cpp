@@ -1,9 +1,13 @@
 // A bit for each element that may come next, stepped at every node; also how elements match names and keys.
 #include "agent/data/PathStates.h"
 
+#include <algorithm>
+#include <vector>
+
 #include <fmt/format.h>
 
 #include "agent/encoding/LeafValue.h"
+#include "agent/paths/EntryKey.h"
 
 namespace Agent {
 namespace {
@@ -19,19 +23,61 @@ bool nameMatches(RequestElem const& elem, TypeNode const& node) {
          elem.name.starts_with(node.module) && elem.name[node.module.size()] == ':';
 }
 
+namespace {
+
+// What an element gives for each key of a list; none for what it leaves open.
+using Keys = std::vector<std::optional<std::string>>;
+
+Kstd::Result<Keys, std::string> keysOf(RequestElem const& elem, TypeNode const& list) {
+  if (!list.isList()) {
+    if (elem.keys.empty()) return Keys();
+    return Kstd::Err(fmt::format("'{}' is no list and has no keys", list.name));
+  }
+  Keys keys(list.keyCount());
+  for (auto const& [name, text] : elem.keys) {
+    std::size_t at = 0;
+    while (at < keys.size() && list.key(at).name().view() != name)
+      ++at;
+    if (at == keys.size()) {
+      return Kstd::Err(keys.size() == 1
+                           ? fmt::format("the key of '{}' is '{}'", list.name, list.key().name().view())
+                           : fmt::format("'{}' has no key '{}'", list.name, name));
+    }
+    if (text == kAnyName) continue;
+    LeafInfo const* const info = leafInfo(list.key(at));
+    if (info == nullptr) {
+      keys[at] = text;
+      continue;
+    }
+    LeafValue const value = keyValueOf(*info, text);
+    if (!value) return Kstd::Err(fmt::format("key '{}' of '{}': {}", name, list.name, value.error()));
+    keys[at] = keyTextOf(*value);
+  }
+  return keys;
+}
+
+bool hasKeys(Keys const& wanted, TypeNode const& list, std::string_view key) {
+  if (wanted.size() == 1) return !wanted.front() || *wanted.front() == key;
+  if (std::ranges::none_of(wanted, [](auto const& each) { return each.has_value(); })) return true;
+  std::vector<std::string> const values = keyValues(key, list.keyCount());
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    if (wanted[i] && *wanted[i] != values[i]) return false;
+  }
+  return true;
+}
+
+} // namespace
+
 Kstd::Result<std::optional<std::string>, std::string> keyOf(RequestElem const& elem, TypeNode const& list) {
   if (elem.keys.empty()) return std::optional<std::string>();
-  if (!list.isList()) return Kstd::Err(fmt::format("'{}' is no list and has no keys", list.name));
-  Kel::KelAttr const key = list.key();
-  auto const& [name, text] = elem.keys.front();
-  if (elem.keys.size() != 1 || name != key.name().view())
-    return Kstd::Err(fmt::format("the key of '{}' is '{}'", list.name, key.name().view()));
-  if (text == kAnyName) return std::optional<std::string>();
-  LeafInfo const* const info = leafInfo(key);
-  if (info == nullptr) return std::optional<std::string>(text);
-  LeafValue const value = keyValueOf(*info, text);
-  if (!value) return Kstd::Err(fmt::format("key '{}' of '{}': {}", name, list.name, value.error()));
-  return std::optional<std::string>(keyTextOf(*value));
+  auto const keys = keysOf(elem, list);
+  if (!keys) return Kstd::Err(keys.error());
+  std::vector<std::string> values;
+  for (auto const& each : *keys) {
+    if (!each) return std::optional<std::string>();
+    values.push_back(*each);
+  }
+  return std::optional<std::string>(joinedKey(values));
 }
 
 void PathStates::add(std::size_t position) {
@@ -51,8 +97,8 @@ PathStates PathStates::stepped(TypeNode const& node, std::string_view key, bool 
       continue;
     }
     if (!nameMatches(elem, node)) continue;
-    auto const wanted = keyOf(elem, node);
-    if (wanted && (anyKey || !*wanted || **wanted == key)) next.add(at + 1);
+    auto const wanted = keysOf(elem, node);
+    if (wanted && (anyKey || hasKeys(*wanted, node, key))) next.add(at + 1);
   }
   return next;
 }

@@ -16,8 +16,8 @@ namespace Agent {
 
 // Whether a name of a path, "*" included, means a node of the types.
 [[nodiscard]] bool nameMatches(RequestElem const& elem, TypeNode const& node);
-// The key that an element gives for a list, in the model's own spelling; none for all entries. An error for
-// what is no key of it.
+// The key that an element gives for a list (agent/paths/EntryKey.h), in the model's own spelling; none when
+// it leaves any of the list's keys open. An error for what is no key of it.
 [[nodiscard]] Kstd::Result<std::optional<std::string>, std::string> keyOf(RequestElem const& elem,
                                                                           TypeNode const& list);
 

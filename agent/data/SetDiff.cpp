@@ -12,6 +12,7 @@
 #include "agent/data/ModelPlace.h"
 #include "agent/encoding/LeafValue.h"
 #include "agent/model/Tree.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
 
@@ -96,7 +97,7 @@ Steps SetDiff::markDeleted(PlanNode& node, Handle object, PathStates states) {
   }
   for (TypeNode const& child : node.type.children()) {
     PathStates const next = states.belowAny(child);
-    if (next.isDead() || !hasWritable(child)) continue;
+    if (next.isDead() || !hasWritable(child, node.writer)) continue;
     if (child.isList()) {
       co_await markDeletedEntries(node, object, child, states);
     } else if (child.leaf() != nullptr) {
@@ -117,7 +118,7 @@ Steps SetDiff::markDeletedEntries(PlanNode& node, Handle object, TypeNode list, 
   for (auto keys = keysBehind(list.attr, object, nullptr); !keys.empty();
        keys = keysBehind(list.attr, object, keys.back())) {
     for (Handle const& key : keys) {
-      std::string const text = key->gnmiStrRep();
+      std::string const text = keyText(list.attr, *key);
       PathStates const next = states.below(list, text);
       if (next.isDead()) continue;
       if (Handle const entry = entryOf(list, object, key))
@@ -135,7 +136,7 @@ Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool is
   shapes = shapes || isCleared;
   if (isCleared && (object || type.isRoot())) {
     for (TypeNode const& child : type.children()) {
-      if (!hasWritable(child)) continue;
+      if (!hasWritable(child, plan_.root.writer)) continue;
       PlanNode const* const planned = node == nullptr || child.isList() ? nullptr : node->child(child.name);
       if (child.isList()) {
         co_await clearedList(node, child, object);
@@ -174,27 +175,41 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
     if (interface_ != nullptr) interfaces.insert(*interface_);
     co_return;
   }
+  bool const isPresence = type.isPresence();
+  if (isPresence && object && !isNamed && (isCleared || (node != nullptr && node->isCleared))) {
+    enter(type);
+    removals.deleteIs(way_);
+    gone.push_back(pathHere());
+    leave();
+    co_return;
+  }
   bool const isValue = type.attr && !type.attr.isInstantiating();
   std::size_t const undoBefore = undo.size();
   std::size_t const writesBefore = writes.size();
   enter(type);
   if (parent && (isValue || !object)) remember(parent, type.attr, nullptr);
-  if (parent && !object && isNamed && isEntryConfig(type)) {
-    writeKey(keyCopyOf(type), node->nearestKey()); // which makes it, whatever else is written
+  // A declared entry that is made makes it itself; one of a type made at run time does not.
+  if ((parent || type.type.isRuntime()) && !object && isNamed && isEntryConfig(type)) {
+    for (TypeNode const& copy : type.children()) { // which makes it, whatever else is written
+      if (copy.leaf() != nullptr && copy.leaf()->isKeyCopy)
+        writeKey(copy.attr, node->nearestKey(copy.leaf()->keyName));
+    }
     if (interface_ != nullptr) interfaces.insert(*interface_);
   }
   valuesEntered_ += isValue ? 1 : 0;
   co_await below(node, type, object, isCleared);
   valuesEntered_ -= isValue ? 1 : 0;
+  bool const isMade = !object && isPresence && isNamed;
+  if (isMade && writes.size() == writesBefore) presences.push_back(pathHere());
   leave();
-  if (!object && writes.size() == writesBefore) undo.resize(undoBefore); // nothing will be made
+  if (!object && !isMade && writes.size() == writesBefore) undo.resize(undoBefore); // nothing will be made
 }
 
 Steps SetDiff::clearedList(PlanNode const* parentNode, TypeNode list, Handle parent) {
   for (auto keys = keysBehind(list.attr, parent, nullptr); !keys.empty();
        keys = keysBehind(list.attr, parent, keys.back())) {
     for (Handle const& key : keys) {
-      std::string const text = key->gnmiStrRep();
+      std::string const text = keyText(list.attr, *key);
       PlanNode const* const planned = parentNode == nullptr ? nullptr : parentNode->child(list.name, text);
       co_await entry(planned, list, text, key, parent, true);
     }
@@ -209,17 +224,19 @@ Steps SetDiff::clearedList(PlanNode const* parentNode, TypeNode list, Handle par
   }
 }
 
-Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, Handle key, Handle parent,
+Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string entryKey, Handle key, Handle parent,
                      bool isCleared) {
   bool const isNamed = node != nullptr && node->isNamed;
   Handle const object = entryOf(list, parent, key);
   if (!object && !isNamed) co_return;
   bool const isInterface = list.type == Kel::typeOf<Interface>();
-  if (isInterface) interface_ = &keyText;
-  enter(list, keyText, key);
-  bool const isHit = (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList();
+  if (isInterface) interface_ = &entryKey;
+  enter(list, entryKey, key);
+  bool const isHit =
+      (isCleared || (node != nullptr && node->isCleared)) && list.isWritableList(plan_.root.writer);
   shapes = shapes || isHit || !object;
-  bool const wasStateKept = std::exchange(isStateKept_, isHit && isOfMachine(list, object));
+  bool const wasStateKept =
+      std::exchange(isStateKept_, isHit && plan_.root.writer == Writer::Client && isOfMachine(list, object));
   if (isHit && !isNamed && !isStateKept_) {
     removals.deleteIs(way_);
     if (interface_ != nullptr) interfaces.insert(*interface_);
@@ -230,7 +247,8 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string keyText, H
     if (!object) {
       if (parent && valuesEntered_ == 0) undo.back().made = made.size();
       made.push_back({pathHere(), ClientEntries::bytesOf(list)});
-      writeKey(list.key(), keyText); // which makes it
+      for (std::size_t i = 0; i < list.keyCount(); ++i) // which makes it
+        writeKey(list.key(i), keyValue(entryKey, list.keyCount(), i));
     }
     valuesEntered_ += isValue ? 1 : 0;
     co_await below(node, list, object, isCleared);
@@ -253,8 +271,8 @@ void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {
 void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared) {
   bool const hasValue = node != nullptr && node->value.has_value();
   bool const isReset = !hasValue && (isCleared || (node != nullptr && node->isCleared));
-  if (isReset &&
-      (!object || !type.isWritableLeaf() || type.leaf()->isKeyCopy || !type.attr.genericIfExist(object)))
+  if (isReset && (!object || !type.isWritableLeaf(plan_.root.writer) || type.leaf()->isKeyCopy ||
+                  !type.attr.genericIfExist(object)))
     return;
   if (!hasValue && !isReset) return;
   shapes = shapes || isReset;
@@ -279,16 +297,18 @@ void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& ke
                   .made = {}});
 }
 
-void SetDiff::enter(TypeNode const& type, std::string_view keyText, Handle const& key) {
-  way_.push_back({&type, keyText, key, ++steps_});
+void SetDiff::enter(TypeNode const& type, std::string_view entryKey, Handle const& key) {
+  way_.push_back({&type, entryKey, key, ++steps_});
 }
 
 std::string SetDiff::pathHere() const {
   gnmi::Path path;
   for (WayStep const& step : way_) {
+    TypeNode const& type = *step.type;
     gnmi::PathElem& elem = *path.add_elem();
-    elem.set_name(step.type->name.data(), step.type->name.size());
-    if (step.type->isList()) (*elem.mutable_key())[step.type->key().name().str()] = std::string(step.keyText);
+    elem.set_name(type.name.data(), type.name.size());
+    for (std::size_t i = 0, count = type.isList() ? type.keyCount() : 0; i < count; ++i)
+      (*elem.mutable_key())[type.key(i).name().str()] = keyValue(step.keyText, count, i);
   }
   return pathBytes(PathView(path, 0));
 }

@@ -88,9 +88,10 @@ public:
   // Once.
   Steps run();
 
-  SetParts resets;   // deletes of leaves
-  SetParts writes;   // updates of leaves; makes entries
-  SetParts removals; // deletes of entries
+  SetParts resets;                    // deletes of leaves
+  SetParts writes;                    // updates of leaves; makes entries
+  SetParts removals;                  // deletes of entries
+  std::vector<std::string> presences; // canonical bytes of containers that are to be there, with no leaf
   std::vector<Undo> undo;
   std::set<std::string> interfaces; // whose configuration it writes
   std::vector<MadeEntry> made;
@@ -99,7 +100,7 @@ public:
   bool shapes = false;              // something is made, cleared or removed
 
   [[nodiscard]] bool isEmpty() const noexcept {
-    return resets.size() == 0 && writes.size() == 0 && removals.size() == 0;
+    return resets.size() == 0 && writes.size() == 0 && removals.size() == 0 && presences.empty();
   }
 
 private:
@@ -112,7 +113,7 @@ private:
   Steps below(PlanNode const* node, TypeNode type, Handle object, bool isCleared);
   Steps container(PlanNode const* node, TypeNode type, Handle parent, bool isCleared);
   Steps clearedList(PlanNode const* parentNode, TypeNode list, Handle parent);
-  Steps entry(PlanNode const* node, TypeNode list, std::string keyText, Handle key, Handle parent,
+  Steps entry(PlanNode const* node, TypeNode list, std::string entryKey, Handle key, Handle parent,
               bool isCleared);
   void leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared);
   // An update of a key or its copy, which makes what it stands in.
@@ -120,7 +121,7 @@ private:
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.
   void remember(Handle const& object, Kel::KelAttr attr, Handle const& key);
   // Both are alive until it leaves.
-  void enter(TypeNode const& type, std::string_view keyText = {}, Handle const& key = nullptr);
+  void enter(TypeNode const& type, std::string_view entryKey = {}, Handle const& key = nullptr);
   void leave() { way_.pop_back(); }
   [[nodiscard]] std::string pathHere() const; // canonical bytes
 

@@ -10,6 +10,7 @@
 #include "agent/data/PathStates.h"
 #include "agent/encoding/JsonText.h"
 #include "agent/encoding/LeafValue.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/Pattern.h"
 #include "agent/paths/RequestParts.h"
 
@@ -48,8 +49,21 @@ std::size_t PlanNode::size() const {
 std::string PlanNode::path() const {
   if (parent_ == nullptr) return "/";
   std::string const above = parent_->parent_ == nullptr ? std::string() : parent_->path();
-  return type.isList() ? fmt::format("{}/{}[{}={}]", above, type.name, type.key().name().view(), key)
-                       : fmt::format("{}/{}", above, type.name);
+  std::string text = fmt::format("{}/{}", above, type.name);
+  if (!type.isList()) return text;
+  std::vector<std::string> const values = keyValues(key, type.keyCount());
+  for (std::size_t i = 0; i < values.size(); ++i)
+    text += fmt::format("[{}={}]", type.key(i).name().view(), values[i]);
+  return text;
+}
+
+void PlanNode::appendTo(gnmi::Path& path) const {
+  if (parent_ == nullptr) return;
+  parent_->appendTo(path);
+  gnmi::PathElem& elem = *path.add_elem();
+  elem.set_name(std::string(type.name));
+  for (std::size_t i = 0, count = type.isList() ? type.keyCount() : 0; i < count; ++i)
+    (*elem.mutable_key())[type.key(i).name().str()] = keyValue(key, count, i);
 }
 
 void PlanNode::isNamedIs() {
@@ -57,11 +71,16 @@ void PlanNode::isNamedIs() {
     node->isNamed = true;
 }
 
-std::string_view PlanNode::nearestKey() const {
+std::string PlanNode::nearestKey(std::string_view name) const {
   PlanNode const* node = this;
   while (node != nullptr && !node->type.isList())
     node = node->parent_;
-  return node == nullptr ? std::string_view() : std::string_view(node->key);
+  if (node == nullptr) return {};
+  std::size_t const count = node->type.keyCount();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (count == 1 || node->type.key(i).name().view() == name) return keyValue(node->key, count, i);
+  }
+  return {};
 }
 
 // --- checking ----------------------------------------------------------------------------------------------
@@ -100,15 +119,15 @@ bool repeatsKey(PlanNode const& node) { return node.type.leaf()->isKeyCopy || no
 template <class Value>
 Status writeLeaf(PlanNode& node, Value const& given) {
   LeafInfo const& leaf = *node.type.leaf();
-  if (!leaf.isConfig) return invalid(node.path(), kState);
+  if (!leaf.isConfig && node.writer == Writer::Client) return invalid(node.path(), kState);
   LeafValue value = leafValueOf(leaf, given);
   if (!value) return invalid(node.path(), value.error());
   if (repeatsKey(node)) {
-    if (std::string const text = keyTextOf(*value); text != node.nearestKey())
-      return invalid(node.path(),
-                     fmt::format("'{}' contradicts the key '{}' of its entry", text, node.nearestKey()));
+    std::string const key = node.nearestKey(leaf.isKeyCopy ? leaf.keyName : node.type.name);
+    if (std::string const text = keyTextOf(*value); text != key)
+      return invalid(node.path(), fmt::format("'{}' contradicts the key '{}' of its entry", text, key));
   } else {
-    if (!node.type.isWritableLeaf()) return invalid(node.path(), kState);
+    if (!node.type.isWritableLeaf(node.writer)) return invalid(node.path(), kState);
     node.value = std::move(*value);
   }
   node.isNamedIs();
@@ -121,21 +140,30 @@ Status writeLeaf(PlanNode& node, Value const& given) {
 Kstd::Result<std::string, Status> entryKey(PlanNode const& parent, TypeNode const& list, json const& entry) {
   std::string const path = fmt::format("{}/{}", parent.path(), list.name);
   if (!entry.is_object()) return Kstd::Err(invalid(path, "expected an object for each entry"));
-  Kel::KelAttr const key = list.key();
+  std::vector<std::optional<std::string>> values(list.keyCount());
   for (auto const& [name, value] : entry.items()) {
     auto const member = list.child(name);
-    if (!member || !(member->attr == key)) continue;
-    LeafValue const text = leafValueOf(*leafInfo(key), value);
-    if (!text) return Kstd::Err(invalid(fmt::format("{}/{}", path, name), text.error()));
-    return keyTextOf(*text);
+    for (std::size_t i = 0; member && i < values.size(); ++i) {
+      if (!(member->attr == list.key(i))) continue;
+      LeafValue const text = leafValueOf(*leafInfo(list.key(i)), value);
+      if (!text) return Kstd::Err(invalid(fmt::format("{}/{}", path, name), text.error()));
+      values[i] = keyTextOf(*text);
+    }
   }
-  return Kstd::Err(invalid(path, fmt::format("an entry without its key '{}'", key.name().view())));
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (!values[i])
+      return Kstd::Err(
+          invalid(path, fmt::format("an entry without its key '{}'", list.key(i).name().view())));
+    texts.push_back(*std::move(values[i]));
+  }
+  return joinedKey(texts);
 }
 
 Status writeEntries(PlanNode& parent, TypeNode const& list, json const& entries) {
   std::string const path = fmt::format("{}/{}", parent.path(), list.name);
   if (!entries.is_array()) return invalid(path, "expected an array");
-  if (!list.isWritableList()) return invalid(path, kState);
+  if (!list.isWritableList(parent.writer)) return invalid(path, kState);
   absl::flat_hash_set<std::string> keys;
   for (json const& entry : entries) {
     auto key = entryKey(parent, list, entry);
@@ -182,14 +210,15 @@ Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path)
     auto const key = keyOf(elem, *child);
     if (!key) return Kstd::Err(invalid(path.text(), key.error()));
     if (child->isList() && !*key)
-      return Kstd::Err(invalid(path.text(), fmt::format("'{}' needs its key", elem.name)));
-    if (*key) {
+      return Kstd::Err(invalid(
+          path.text(), fmt::format("'{}' needs its key{}", elem.name, child->keyCount() > 1 ? "s" : "")));
+    if (*key && child->keyCount() == 1) {
       if (auto const checked = textCheck(*leafInfo(child->key()), **key); !checked)
         return Kstd::Err(invalid(path.text(), checked.error()));
     }
     node = &node->childIs(*child, key->value_or(std::string()));
   }
-  if (!hasWritable(node->type) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
+  if (!hasWritable(node->type, node->writer) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
     return Kstd::Err(invalid(path.text(), kState));
   return node;
 }
@@ -243,18 +272,19 @@ struct Meaning {
   std::string keyError;
 };
 
-bool canGo(TypeNode const& node) {
-  return node.leaf() != nullptr ? node.isWritableLeaf() && !node.leaf()->isKeyCopy : hasWritable(node);
+bool canGo(TypeNode const& node, Writer writer) {
+  return node.leaf() != nullptr ? node.isWritableLeaf(writer) && !node.leaf()->isKeyCopy
+                                : hasWritable(node, writer);
 }
 
-void findMeaning(TypeNode const& node, PathStates const& states, Meaning& meaning) {
+void findMeaning(TypeNode const& node, PathStates const& states, Writer writer, Meaning& meaning) {
   if (states.isEnd()) {
     meaning.isKnown = true;
-    meaning.canGo = meaning.canGo || canGo(node);
+    meaning.canGo = meaning.canGo || canGo(node, writer);
   }
   for (TypeNode const& child : node.children()) {
     PathStates const below = states.belowAny(child);
-    if (!below.isDead()) findMeaning(child, below, meaning);
+    if (!below.isDead()) findMeaning(child, below, writer, meaning);
   }
 }
 
@@ -294,7 +324,7 @@ public:
   }
 
 private:
-  static Status check(RequestPath const& path) {
+  Status check(RequestPath const& path) const {
     auto const isAnyDepth = [](RequestElem const& elem) { return elem.name == "..."; };
     if (static_cast<std::size_t>(std::ranges::count_if(path.elems, isAnyDepth)) > kMaxAnyDepths)
       return invalid(path.text(), fmt::format("more than {} elements '...'", kMaxAnyDepths));
@@ -307,7 +337,7 @@ private:
       node = *child;
     }
     Meaning meaning;
-    findMeaning(TypeNode::root(), PathStates(path), meaning);
+    findMeaning(TypeNode::root(), PathStates(path), plan_.root.writer, meaning);
     if (!meaning.isKnown) {
       auto const pattern = Pattern::of(path);
       bool const isPublished =
@@ -324,9 +354,67 @@ private:
   std::size_t wildcards_ = 0;
 };
 
+// Whoever writes into one case of a choice clears the others; writing into two at once is refused.
+class Choices {
+public:
+  explicit Choices(SetPlan& plan) : plan_(plan) {}
+
+  Status apply(PlanNode& node) {
+    std::vector<PlanNode*> named; // clearing adds children
+    for (auto const& child : node.children()) {
+      if (child->isNamed) named.push_back(child.get());
+    }
+    for (PlanNode* const child : named) {
+      for (ChoiceCase const* each = child->type.inCase; each != nullptr; each = each->above) {
+        if (Status status = clearOthers(node, *each, *child); !status.ok()) return status;
+      }
+      if (Status status = apply(*child); !status.ok()) return status;
+    }
+    return Status::OK;
+  }
+
+private:
+  // The case of that choice in which a node stands; null when in none.
+  static ChoiceCase const* caseOf(TypeNode const& node, void const* choice) {
+    ChoiceCase const* at = node.inCase;
+    while (at != nullptr && at->choice != choice)
+      at = at->above;
+    return at;
+  }
+  Status clearOthers(PlanNode& parent, ChoiceCase const& chosen, PlanNode const& by) {
+    for (TypeNode const& sibling : parent.type.children()) {
+      ChoiceCase const* const other = caseOf(sibling, chosen.choice);
+      if (other == nullptr || other == &chosen) continue;
+      bool const isWritten = std::ranges::any_of(parent.children(), [&sibling](auto const& child) {
+        return child->isNamed && child->type.attr == sibling.attr;
+      });
+      if (isWritten)
+        return invalid(parent.path(), fmt::format("'{}' and '{}' are of different cases of the choice '{}'",
+                                                  by.type.name, sibling.name, chosen.choiceName));
+      if (!hasWritable(sibling, parent.writer)) continue;
+      if (!sibling.isList()) {
+        parent.childIs(sibling).isCleared = true;
+      } else if (auto entries = RequestPath::of({}, pathOf(parent, sibling))) {
+        plan_.deletes.push_back(std::move(*entries));
+      }
+    }
+    return Status::OK;
+  }
+  // Of all entries of a list.
+  static gnmi::Path pathOf(PlanNode const& parent, TypeNode const& list) {
+    gnmi::Path path;
+    parent.appendTo(path);
+    path.add_elem()->set_name(std::string(list.name));
+    return path;
+  }
+
+  SetPlan& plan_;
+};
+
 } // namespace
 
-SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> const* isCancelled) {
+SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> const* isCancelled,
+                           Writer writer) {
   if (Status status = checkExtensions(request.extension(), CallKind::Set); !status.ok())
     return Kstd::Err(status);
   if (request.union_replace_size() != 0)
@@ -342,6 +430,7 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
     return ends ? Status(grpc::StatusCode::CANCELLED, "the client has left") : Status::OK;
   };
   auto plan = std::make_unique<SetPlan>();
+  plan->root.writer = writer;
   Deletes deletes(*plan);
   for (gnmi::Path const& path : request.delete_()) {
     if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
@@ -355,6 +444,7 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
         return Kstd::Err(status);
     }
   }
+  if (Status status = Choices(*plan).apply(plan->root); !status.ok()) return Kstd::Err(status);
   if (plan->root.size() > kMaxPlanNodes) return Kstd::Err(exhausted("too many values", kMaxPlanNodes));
   return plan;
 }

@@ -35,6 +35,7 @@ public:
   explicit PlanNode(TypeNode const& place, std::string entryKey = {}, PlanNode* parent = nullptr)
       : type(place)
       , key(std::move(entryKey))
+      , writer(parent == nullptr ? Writer::Client : parent->writer)
       , parent_(parent) {}
 
   // The child of that name (and, for an entry of a list, key), made if missing.
@@ -49,13 +50,16 @@ public:
 
   // "/interfaces/interface[name=lo]"; "/" for the root.
   [[nodiscard]] std::string path() const;
+  void appendTo(gnmi::Path& path) const;
   // Marks this place and those above it as named.
   void isNamedIs();
-  // The text of the key that a leaf below repeats: of the nearest entry. Empty when there is none.
-  [[nodiscard]] std::string_view nearestKey() const;
+  // The text of the key that a leaf below repeats: that of a name (empty: the only one) of the nearest entry.
+  // Empty when there is none.
+  [[nodiscard]] std::string nearestKey(std::string_view name) const;
 
   TypeNode const type;
-  std::string const key;  // of a list entry, in the model's own spelling
+  std::string const key;  // of a list entry (agent/paths/EntryKey.h), in the model's own spelling
+  Writer writer;          // of the request
   bool isCleared = false; // what can be written at and below goes, but for what the plan writes there
   bool isNamed = false;   // it is written, or on the way to what is: it is to be there
   std::optional<gnmi::TypedValue> value; // of a leaf
@@ -81,6 +85,7 @@ inline constexpr std::size_t kMaxPlanNodes = 50'000;   // what JSON holds counts
 // does not offer; RESOURCE_EXHAUSTED beyond the limits above. CANCELLED soon after `isCancelled`, which may
 // be null, has become true.
 [[nodiscard]] SetPlan::OrError setPlanOf(gnmi::SetRequest const& request,
-                                         std::atomic<bool> const* isCancelled = nullptr);
+                                         std::atomic<bool> const* isCancelled = nullptr,
+                                         Writer writer = Writer::Client);
 
 } // namespace Agent

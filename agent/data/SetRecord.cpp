@@ -14,25 +14,46 @@ namespace {
 
 constexpr char const* kNothing = "";
 
+// What the device's own processes write beside configuration, and bring again after a start.
+bool isState(Kel::KelAttr attr) {
+  Impl::NodeRecord const* const record = attr ? Impl::nodeRecord(attr) : nullptr;
+  return record != nullptr && (record->isLeaf ? !record->leaf.isConfig : record->isState);
+}
+
+bool isPresence(Kel::KelAttr attr) {
+  TypeNode node;
+  node.attr = attr;
+  node.type = attr.memberType();
+  return node.isPresence();
+}
+
 } // namespace
 
 ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries) {
   ConfigChange change;
   using Place = SetParts::Place;
   diff.resets.forEach([&](Place const& place, gnmi::TypedValue const*) {
+    if (isState(place.attr())) return;
     change.values.emplace_back(bytesOf(place), kNothing);
   });
   diff.removals.forEach([&](Place const& place, gnmi::TypedValue const*) {
+    if (isState(place.attr())) return;
     // Of an entry that the machine has, the configuration has been removed: all of it.
-    bool const isOfMachine = !place.key();
+    bool const isOfMachine =
+        !place.key() && place.above() != nullptr && place.above()->key() && !isPresence(place.attr());
     std::string bytes = bytesOf(isOfMachine ? *place.above() : place);
     // The machine may give it anew, unless it is an entry of a client's making.
     if (isOfMachine || !entries.has(bytes)) change.values.emplace_back(bytes, kNothing);
     change.gone.push_back(std::move(bytes));
   });
   diff.writes.forEach([&](Place const& place, gnmi::TypedValue const* value) {
+    if (isState(place.attr())) return;
     change.values.emplace_back(bytesOf(place), value->SerializeAsString());
   });
+  gnmi::TypedValue nothing;
+  nothing.set_json_ietf_val("{}");
+  for (std::string const& path : diff.presences)
+    change.values.emplace_back(path, nothing.SerializeAsString());
   return change;
 }
 

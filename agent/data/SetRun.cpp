@@ -180,9 +180,11 @@ private:
       if (!status_.ok()) co_return;
     }
     if (diff_->isEmpty()) co_return;
+    ConfigChange change = changeOf(*diff_, runs_.entries_);
+    if (change.values.empty() && change.gone.empty()) co_return; // none of it is configuration
     queue_.onTheWay.enter(places_);
     isOnTheWay_ = true;
-    runs_.store_->write(ConfigRecord::Kind::Change, changeOf(*diff_, runs_.entries_), whenWritten());
+    runs_.store_->write(ConfigRecord::Kind::Change, std::move(change), whenWritten());
     co_await untilWritten();
     ConfigStore::Outcome& outcome = **written_;
     if (!outcome) {
@@ -231,6 +233,7 @@ private:
     staged_.emplace(runs_.router_);
     co_await write(diff_->resets);
     co_await write(diff_->writes);
+    makePresences();
     staged_->whoseIs(whose_ = Staging::Whose::OwnRemoval);
     co_await write(diff_->removals);
     staged_->whoseIs(whose_ = Staging::Whose::Own);
@@ -272,7 +275,7 @@ private:
 
   // What follows from a success.
   Steps note() {
-    bool hasChanged = diff_->removals.size() != 0 || !diff_->made.empty();
+    bool hasChanged = diff_->removals.size() != 0 || !diff_->made.empty() || !diff_->presences.empty();
     for (auto undo = diff_->undo.begin(); undo != diff_->undo.end() && !hasChanged; ++undo) {
       hasChanged = !isAsBefore(*undo);
       co_await pause();
@@ -292,6 +295,14 @@ private:
   }
 
   // To let go of much takes its time, too.
+  void makePresences() {
+    for (std::string const& path : diff_->presences) {
+      if (!status_.ok()) return;
+      if (!containerIsAt(pathOfBytes(path)))
+        status_ = {grpc::StatusCode::ABORTED, "what the request names has gone meanwhile"};
+    }
+  }
+
   Steps tidy() {
     context_.worker().post(
         [plan = std::move(order_.plan), made = std::move(diff_->made), gone = std::move(diff_->gone)] {});

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include <absl/strings/escaping.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -29,6 +30,7 @@ bool isWide(Kel::KelType type) {
 // Whether RFC 7951 writes a number of this leaf as a string. A union's numbers follow its alternatives.
 bool isNumberText(LeafInfo const& leaf) {
   switch (leaf.type) {
+  case LeafType::Int64:
   case LeafType::Uint64:
   case LeafType::Decimal64: return true;
   case LeafType::Union:
@@ -42,7 +44,14 @@ bool isNumberText(LeafInfo const& leaf) {
   case LeafType::Uint16:
   case LeafType::Uint32:
   case LeafType::Enumeration:
-  case LeafType::Identity: break;
+  case LeafType::Identity:
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Bits:
+  case LeafType::Empty:
+  case LeafType::Binary:
+  case LeafType::InstanceIdentifier: break;
   }
   return false;
 }
@@ -82,13 +91,15 @@ void appendNumber(std::string& to, Number number, bool isText) {
   if (isText) to += '"';
 }
 
-void appendDecimal(std::string& to, double number, bool isText) {
+void appendDecimal(std::string& to, double number, int digits, bool isText) {
   if (!std::isfinite(number)) {
     to += "null";
     return;
   }
   if (isText) to += '"';
-  fmt::format_to(std::back_inserter(to), FMT_STRING("{:.1f}"), number);
+  fmt::format_to(std::back_inserter(to), FMT_STRING("{:.{}f}"), number, digits);
+  for (; digits > 1 && to.back() == '0'; --digits)
+    to.pop_back(); // canonical: no zeros behind but the first digit
   if (isText) to += '"';
 }
 
@@ -113,8 +124,19 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
   case TypedValue::kStringVal: return appendName(to, value.string_val(), leaf, isIetf);
   case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
   case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
-  case TypedValue::kBoolVal: to += value.bool_val() ? "true" : "false"; return;
-  case TypedValue::kDoubleVal: return appendDecimal(to, value.double_val(), isIetf && isNumberText(leaf));
+  case TypedValue::kBoolVal:
+    to += isIetf && leaf.type == LeafType::Empty ? "[null]" : value.bool_val() ? "true" : "false";
+    return;
+  case TypedValue::kBytesVal: {
+    std::string text;
+    absl::Base64Escape(value.bytes_val(), &text);
+    to += '"';
+    to += text;
+    to += '"';
+    return;
+  }
+  case TypedValue::kDoubleVal:
+    return appendDecimal(to, value.double_val(), leaf.fractionDigits, isIetf && isNumberText(leaf));
   case TypedValue::kLeaflistVal: {
     to += '[';
     bool isFirst = true;
@@ -126,8 +148,7 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
     return;
   }
   case TypedValue::VALUE_NOT_SET: // a union that holds nothing
-  case TypedValue::kBytesVal:     // no leaf of the model holds one of these
-  case TypedValue::kFloatVal:
+  case TypedValue::kFloatVal:     // no leaf of the model holds one of these
   case TypedValue::kDecimalVal:
   case TypedValue::kAnyVal:
   case TypedValue::kJsonVal:
@@ -139,9 +160,13 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
 
 void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf) {
   switch (leaf.type) {
+  case LeafType::Int64:
   case LeafType::Uint64:
     if (isIetf) break;
     [[fallthrough]];
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
   case LeafType::Uint8:
   case LeafType::Uint16:
   case LeafType::Uint32:
@@ -150,7 +175,11 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   case LeafType::Decimal64:
   case LeafType::Enumeration:
   case LeafType::Identity:
-  case LeafType::Union: break;
+  case LeafType::Union:
+  case LeafType::Bits:
+  case LeafType::Empty:
+  case LeafType::Binary:
+  case LeafType::InstanceIdentifier: break;
   }
   appendName(to, text, leaf, isIetf);
 }

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include <absl/container/flat_hash_set.h>
+#include <absl/strings/escaping.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -47,11 +48,29 @@ std::uint64_t maxOf(LeafType type) {
   case LeafType::Decimal64:
   case LeafType::Enumeration:
   case LeafType::Identity:
-  case LeafType::Union: break;
+  case LeafType::Union:
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Int64:
+  case LeafType::Bits:
+  case LeafType::Empty:
+  case LeafType::Binary:
+  case LeafType::InstanceIdentifier: break;
   }
   return 0;
 }
 bool isUnsigned(LeafType type) { return maxOf(type) != 0; }
+
+// The largest value of a signed type; 0 of all others.
+std::int64_t signedMaxOf(LeafType type) {
+  return type == LeafType::Int8    ? std::numeric_limits<std::int8_t>::max()
+         : type == LeafType::Int16 ? std::numeric_limits<std::int16_t>::max()
+         : type == LeafType::Int32 ? std::numeric_limits<std::int32_t>::max()
+         : type == LeafType::Int64 ? std::numeric_limits<std::int64_t>::max()
+                                   : 0;
+}
+bool isSigned(LeafType type) { return signedMaxOf(type) != 0; }
 
 // The value of a whole text, in its canonical spelling or not; none when it is no such number.
 template <class Number>
@@ -68,6 +87,27 @@ LeafValue ofUnsigned(LeafInfo const& leaf, std::uint64_t number) {
     return Kstd::Err(fmt::format("{} is out of the range {}..{}", number, leaf.range.min, max));
   TypedValue value;
   value.set_uint_val(number);
+  return value;
+}
+
+LeafValue ofSigned(LeafInfo const& leaf, std::int64_t number) {
+  std::int64_t const max = signedMaxOf(leaf.type);
+  if (number < -max - 1 || number > max)
+    return Kstd::Err(fmt::format("{} is out of the range {}..{}", number, -max - 1, max));
+  TypedValue value;
+  value.set_int_val(number);
+  return value;
+}
+
+LeafValue ofBool(bool is) {
+  TypedValue value;
+  value.set_bool_val(is);
+  return value;
+}
+
+LeafValue ofBytes(std::string bytes) {
+  TypedValue value;
+  value.set_bytes_val(std::move(bytes));
   return value;
 }
 
@@ -90,24 +130,8 @@ LeafValue ofText(LeafInfo const& leaf, std::string_view text) {
   return ofText(text);
 }
 
-// The enumerator that a client means: by its name, or with its module in front. Identities whose names carry
-// their module already may be given without it.
-std::optional<std::string_view> enumeratorOf(Kel::KelType type, std::string_view module,
-                                             std::string_view text) {
-  if (!type.isEnum()) return std::nullopt;
-  std::string_view bare = text;
-  if (!module.empty() && text.starts_with(module) && text.substr(module.size()).starts_with(':'))
-    bare.remove_prefix(module.size() + 1);
-  for (Kel::Enumerator const& each : type.enumerators()) {
-    std::string_view const name = each.name.view();
-    std::size_t const colon = name.find(':');
-    if (name == bare || (colon != name.npos && name.substr(colon + 1) == bare)) return name;
-  }
-  return std::nullopt;
-}
-
 LeafValue ofName(LeafInfo const& leaf, std::string_view text) {
-  if (auto const name = enumeratorOf(leaf.held, leaf.identityModule, text)) return ofText(*name);
+  if (auto const name = enumeratorOf(leaf, text)) return ofText(*name);
   return Kstd::Err(fmt::format("{} is no value of this {}", quotedText(text), leafTypeText(leaf)));
 }
 
@@ -175,11 +199,14 @@ std::optional<double> decimalIn(TypedValue const& value) {
 #pragma GCC diagnostic pop
 }
 
-LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
+LeafValue plainOf(LeafInfo const& leaf, TypedValue const& value) {
   auto const kind = value.value_case();
   switch (leaf.type) {
   case LeafType::String:
+  case LeafType::Bits:
+  case LeafType::InstanceIdentifier:
     if (kind == TypedValue::kStringVal) return ofText(leaf, value.string_val());
+    if (leaf.isUnion && leaf.rules != nullptr && !keyTextOf(value).empty()) return ofText(keyTextOf(value));
     break;
   case LeafType::Boolean:
     if (kind == TypedValue::kBoolVal) return value;
@@ -192,6 +219,20 @@ LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
     if (auto const number = decimalIn(value)) return ofDecimal(leaf, *number);
     break;
   case LeafType::Union: return ofUnion(leaf, value);
+  case LeafType::Empty:
+    if (kind == TypedValue::kBoolVal && value.bool_val()) return value;
+    break;
+  case LeafType::Binary:
+    if (kind == TypedValue::kBytesVal) return value;
+    break;
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Int64:
+    if (kind == TypedValue::kIntVal) return ofSigned(leaf, value.int_val());
+    if (kind == TypedValue::kUintVal && value.uint_val() <= static_cast<std::uint64_t>(INT64_MAX))
+      return ofSigned(leaf, static_cast<std::int64_t>(value.uint_val()));
+    break;
   case LeafType::Uint8:
   case LeafType::Uint16:
   case LeafType::Uint32:
@@ -218,7 +259,28 @@ LeafValue unsignedOf(LeafInfo const& leaf, json const& value) {
   return wrong(leaf, shown(value));
 }
 
+LeafValue signedOf(LeafInfo const& leaf, json const& value) {
+  if (value.is_number_integer() && !(value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX))
+    return ofSigned(leaf, value.get<std::int64_t>());
+  if (value.is_string() && leaf.type == LeafType::Int64) {
+    if (auto const number = numberIn<std::int64_t>(value.get_ref<std::string const&>()))
+      return ofSigned(leaf, *number);
+  }
+  return wrong(leaf, shown(value));
+}
+
+LeafValue bytesOf(LeafInfo const& leaf, json const& value) {
+  std::string bytes;
+  if (value.is_string() && absl::Base64Unescape(value.get_ref<std::string const&>(), &bytes))
+    return ofBytes(std::move(bytes));
+  return wrong(leaf, shown(value));
+}
+
 LeafValue decimalOf(LeafInfo const& leaf, json const& value) {
+  if (leaf.rules != nullptr && value.is_string()) { // of which no digit may be lost
+    auto const exact = leaf.rules->canonical(value.get_ref<std::string const&>());
+    if (!exact) return Kstd::Err(exact.error());
+  }
   if (value.is_number()) return ofDecimal(leaf, value.get<double>());
   if (value.is_string()) {
     std::string const& text = value.get_ref<std::string const&>();
@@ -229,24 +291,32 @@ LeafValue decimalOf(LeafInfo const& leaf, json const& value) {
   return wrong(leaf, shown(value));
 }
 
-LeafValue scalarOf(LeafInfo const& leaf, json const& value) {
+LeafValue plainOf(LeafInfo const& leaf, json const& value) {
   switch (leaf.type) {
   case LeafType::String:
+  case LeafType::Bits:
+  case LeafType::InstanceIdentifier:
     if (value.is_string()) return ofText(leaf, value.get_ref<std::string const&>());
+    if (leaf.isUnion && leaf.rules != nullptr && value.is_primitive()) return ofText(value.dump());
     break;
   case LeafType::Boolean:
-    if (value.is_boolean()) {
-      TypedValue typed;
-      typed.set_bool_val(value.get<bool>());
-      return typed;
-    }
+    if (value.is_boolean()) return ofBool(value.get<bool>());
     break;
+  case LeafType::Empty: // as RFC 7951 has it, or as it is told in plain JSON
+    if (value.is_array() && value.size() == 1 && value.front().is_null()) return ofBool(true);
+    if (value.is_boolean() && value.get<bool>()) return ofBool(true);
+    break;
+  case LeafType::Binary: return bytesOf(leaf, value);
   case LeafType::Enumeration:
   case LeafType::Identity:
     if (value.is_string()) return ofName(leaf, value.get_ref<std::string const&>());
     break;
   case LeafType::Decimal64: return decimalOf(leaf, value);
   case LeafType::Union: return ofUnion(leaf, value);
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Int64: return signedOf(leaf, value);
   case LeafType::Uint8:
   case LeafType::Uint16:
   case LeafType::Uint32:
@@ -254,6 +324,23 @@ LeafValue scalarOf(LeafInfo const& leaf, json const& value) {
   }
   return wrong(leaf, shown(value));
 }
+
+// A value that fits its type as its rules have it: texts in their canonical form.
+LeafValue ruled(LeafInfo const& leaf, LeafValue value) {
+  if (!value || leaf.rules == nullptr) return value;
+  auto text = leaf.rules->canonical(value->has_bytes_val() ? absl::Base64Escape(value->bytes_val())
+                                    : value->has_double_val()
+                                        ? fmt::format("{:.{}f}", value->double_val(), leaf.fractionDigits)
+                                        : keyTextOf(*value));
+  if (!text) return Kstd::Err(std::move(text).error());
+  if (value->has_string_val()) *value->mutable_string_val() = *std::move(text);
+  return value;
+}
+
+LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
+  return ruled(leaf, plainOf(leaf, value));
+}
+LeafValue scalarOf(LeafInfo const& leaf, json const& value) { return ruled(leaf, plainOf(leaf, value)); }
 
 template <class Elements>
 LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
@@ -292,13 +379,27 @@ Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view
   return leaf.text == nullptr ? Kstd::Result<void, std::string>() : leaf.text->check(text);
 }
 
-LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
+namespace {
+
+LeafValue plainKeyOf(LeafInfo const& leaf, std::string_view text) {
   if (isUnsigned(leaf.type)) {
     auto const number = numberIn<std::uint64_t>(text);
     return number ? ofUnsigned(leaf, *number) : wrong(leaf, quotedText(text));
   }
+  if (isSigned(leaf.type)) {
+    auto const number = numberIn<std::int64_t>(text);
+    return number ? ofSigned(leaf, *number) : wrong(leaf, quotedText(text));
+  }
+  if (leaf.type == LeafType::Boolean)
+    return text == "true" || text == "false" ? ofBool(text == "true") : wrong(leaf, quotedText(text));
   if (leaf.type == LeafType::Enumeration || leaf.type == LeafType::Identity) return ofName(leaf, text);
   return ofText(text);
+}
+
+} // namespace
+
+LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
+  return ruled(leaf, plainKeyOf(leaf, text));
 }
 
 std::string keyTextOf(TypedValue const& value) {

@@ -3,6 +3,7 @@
 #include "agent/model/Schema.h"
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 
 #include <array>
@@ -29,19 +30,27 @@ LeafType builtinLeafType(Kel::BuiltinKind kind) {
   case Kel::BuiltinKind::U64: return LeafType::Uint64;
   case Kel::BuiltinKind::Double: return LeafType::Decimal64;
   case Kel::BuiltinKind::String: return LeafType::String;
-  case Kel::BuiltinKind::S8: // no leaf of the agent's own model is one of these
-  case Kel::BuiltinKind::S16:
-  case Kel::BuiltinKind::S32:
-  case Kel::BuiltinKind::S64:
-  case Kel::BuiltinKind::Char:
+  case Kel::BuiltinKind::S8: return LeafType::Int8;
+  case Kel::BuiltinKind::S16: return LeafType::Int16;
+  case Kel::BuiltinKind::S32: return LeafType::Int32;
+  case Kel::BuiltinKind::S64: return LeafType::Int64;
+  case Kel::BuiltinKind::Bytes: return LeafType::Binary;
+  case Kel::BuiltinKind::Char: // no leaf is one of these
   case Kel::BuiltinKind::Float:
-  case Kel::BuiltinKind::Bytes:
   case Kel::BuiltinKind::Seconds:
   case Kel::BuiltinKind::Time:
   case Kel::BuiltinKind::JsonString:
   case Kel::BuiltinKind::None: break;
   }
   Kel::throwError("a leaf is declared of a scalar that has no type of YANG");
+}
+
+// What a run leaves out, by what it stands below; null: the root. With and without modules.
+using Names = absl::flat_hash_map<Kel::TypeDesc const*, absl::flat_hash_set<std::string>>;
+
+Names& leftOutNames() {
+  static auto* const instance = new Names();
+  return *instance;
 }
 
 } // namespace
@@ -74,6 +83,17 @@ LeafType leafTypeOf(Kel::KelType type) {
 
 } // namespace Impl
 
+void leftOutIs(Kel::KelType below, std::string_view name, std::string_view module) {
+  auto& names = Impl::leftOutNames()[below ? &below.desc() : nullptr];
+  names.insert(std::string(name));
+  names.insert(fmt::format("{}:{}", module, name));
+}
+
+bool isLeftOut(Kel::KelType below, std::string_view name) {
+  auto const found = Impl::leftOutNames().find(below ? &below.desc() : nullptr);
+  return found != Impl::leftOutNames().end() && found->second.contains(std::string(name));
+}
+
 LeafInfo const* leafInfo(Kel::KelAttr attr) {
   Impl::NodeRecord const* const record = Impl::nodeRecord(attr);
   return record != nullptr && record->isLeaf ? &record->leaf : nullptr;
@@ -84,9 +104,25 @@ std::string_view nodeModule(Kel::KelAttr attr) {
   return record == nullptr ? std::string_view() : record->module;
 }
 
+std::optional<std::string_view> enumeratorOf(LeafInfo const& leaf, std::string_view text) {
+  if (!leaf.held.isEnum()) return std::nullopt;
+  std::string_view bare = text;
+  std::string_view const module = leaf.identityModule;
+  if (!module.empty() && text.starts_with(module) && text.substr(module.size()).starts_with(':'))
+    bare.remove_prefix(module.size() + 1);
+  for (Kel::Enumerator const& each : leaf.held.enumerators()) {
+    std::string_view const name = each.name.view();
+    std::size_t const colon = name.find(':');
+    if (name == bare || (colon != name.npos && name.substr(colon + 1) == bare)) return name;
+  }
+  return std::nullopt;
+}
+
 std::string leafTypeText(LeafInfo const& leaf) {
-  static constexpr std::array kTexts = {"string", "boolean",   "uint8",       "uint16",      "uint32",
-                                        "uint64", "decimal64", "enumeration", "identityref", "union"};
+  static constexpr std::array kTexts = {
+      "string",    "boolean",     "uint8",       "uint16", "uint32", "uint64",
+      "decimal64", "enumeration", "identityref", "union",  "int8",   "int16",
+      "int32",     "int64",       "bits",        "empty",  "binary", "instance-identifier"};
   std::string text = leaf.isUnion ? "union" : kTexts[static_cast<std::size_t>(leaf.type)];
   if (leaf.isLeafList) text += '*';
   return text;
@@ -94,6 +130,7 @@ std::string leafTypeText(LeafInfo const& leaf) {
 
 std::string leafRuleText(LeafInfo const& leaf) {
   if (leaf.text != nullptr) return std::string(leaf.text->name);
+  if (leaf.rules != nullptr) return leaf.rules->text();
   bool const hasMax = leaf.range.max != UINT64_MAX;
   if (leaf.range.min == 0 && !hasMax) return {};
   return hasMax ? fmt::format("{}..{}", leaf.range.min, leaf.range.max) : fmt::format("{}..", leaf.range.min);

@@ -40,15 +40,21 @@ void appendType(std::string& page, std::string const& path, Kel::KelType type) {
       appendLeaf(page, below, *leaf);
       continue;
     }
-    if (attr.isKeyed()) below += fmt::format("[{}]", attr.indexAttr().name().view());
+    if (attr.isKeyed() && attr.indexAttr()) below += fmt::format("[{}]", attr.indexAttr().name().view());
+    if (attr.isKeyed() && !attr.indexAttr()) {
+      for (Kel::KelTypeBase::AttributeQIterator key(attr.keyType()); key; ++key)
+        below += fmt::format("[{}]", (*key).name().view());
+    }
     appendType(page, below, attr.memberType());
   }
 }
 
 } // namespace
 
-std::string supportedPaths() {
-  std::string page(kHead);
+std::string supportedPaths() { return std::string(kHead) + pathTables(); }
+
+std::string pathTables() {
+  std::string page;
   for (TopLevel const& top : topLevels()) {
     page += fmt::format("\n## /{} ({})\n\n| path | type | class | mode |\n|---|---|---|---|\n", top.name,
                         top.module);

@@ -9,4 +9,7 @@ namespace Agent {
 // its mode under TARGET_DEFINED.
 [[nodiscard]] std::string supportedPaths();
 
+// The tables of it alone, for whatever is served.
+[[nodiscard]] std::string pathTables();
+
 } // namespace Agent

@@ -25,13 +25,18 @@ void keyCopyIs(Container& container, M Container::*copy, M Entry::*key) {
     container.leafIs(copy, entry->*key);
 }
 
+bool isMachineLeftOut = false;
+constexpr std::string_view kUnseen = "unseen"; // the directory of what is left out
+
 std::vector<TopLevel>& declaredTops() {
   declareTypes();
-  static auto* const all = new std::vector<TopLevel>{
-      {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
-      {"system", Kel::typeOf<System>(), Impl::kSystemModule},
-      {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
-  };
+  static auto* const all = isMachineLeftOut
+                               ? new std::vector<TopLevel>()
+                               : new std::vector<TopLevel>{
+                                     {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
+                                     {"system", Kel::typeOf<System>(), Impl::kSystemModule},
+                                     {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
+                                 };
   return *all;
 }
 
@@ -185,6 +190,10 @@ namespace {
 
 std::vector<PublishedModel>& declaredModels() {
   static constexpr std::string_view kOrganization = "OpenConfig working group";
+  if (isMachineLeftOut) {
+    static auto* const none = new std::vector<PublishedModel>();
+    return *none;
+  }
   static auto* const all = new std::vector<PublishedModel>{
       {Impl::kInterfacesModule, kOrganization, "3.8.1"}, {Impl::kEthernetModule, kOrganization, "2.18.0"},
       {Impl::kIpModule, kOrganization, "3.9.0"},         {Impl::kSystemModule, kOrganization, "3.1.0"},
@@ -195,21 +204,27 @@ std::vector<PublishedModel>& declaredModels() {
 
 } // namespace
 
-void topLevelIs(TopLevel const& top, PublishedModel const& model) {
+void machineIsLeftOut() { isMachineLeftOut = true; }
+
+void topLevelIs(TopLevel const& top) {
   std::vector<TopLevel>& tops = declaredTops();
-  if (std::ranges::find(tops, top.name, &TopLevel::name) != tops.end()) return;
-  tops.push_back(top);
-  declaredModels().push_back(model);
+  if (std::ranges::find(tops, top.name, &TopLevel::name) == tops.end()) tops.push_back(top);
+}
+
+void publishedModelIs(PublishedModel const& model) {
+  std::vector<PublishedModel>& models = declaredModels();
+  if (std::ranges::find(models, model.name, &PublishedModel::name) == models.end()) models.push_back(model);
 }
 
 std::span<PublishedModel const> publishedModels() { return declaredModels(); }
 
 Tree treeIn(Kel::Dir& root) {
-  std::span<TopLevel const> const tops = topLevels();
-  Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
-  return {.interfaces = entityIn<Interfaces>(*dir, tops[0].name),
-          .system = entityIn<System>(*dir, tops[1].name),
-          .components = entityIn<Components>(*dir, tops[2].name)};
+  declareTypes();
+  Kel::Ptr<Kel::Dir> const origin = root.dirIs(kOrigin);
+  Kel::Ptr<Kel::Dir> const dir = isMachineLeftOut ? root.dirIs(kUnseen) : origin;
+  return {.interfaces = entityIn<Interfaces>(*dir, "interfaces"),
+          .system = entityIn<System>(*dir, "system"),
+          .components = entityIn<Components>(*dir, "components")};
 }
 
 } // namespace Agent

@@ -43,14 +43,17 @@ struct PublishedModel {
   std::string_view organization;
   std::string_view version;
 };
+// The machine's entities stand beside the data root from here on, where nobody sees them, and of its models
+// nothing is served. To be called before anything else here.
+void machineIsLeftOut();
 // The three entities of the tree first, then what was added. Constant once other threads look at it.
 [[nodiscard]] std::span<TopLevel const> topLevels();
-// Adds the type of an entity that is to stand beside those three, and the model that all of it is of; the
+// Adds the type of an entity that is to stand beside those three, and a model of which there are nodes; the
 // same name again changes nothing. The texts must live for the process. To be called before other threads ask
 // for `topLevels`, `publishedModels` or `leafInfo`.
-void topLevelIs(TopLevel const& top, PublishedModel const& model);
+void topLevelIs(TopLevel const& top);
+void publishedModelIs(PublishedModel const& model);
 // The models of which anything is served.
-
 [[nodiscard]] std::span<PublishedModel const> publishedModels();
 
 } // namespace Agent

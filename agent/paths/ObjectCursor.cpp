@@ -2,12 +2,15 @@
 // has passed, what lies ahead.
 #include "agent/paths/ObjectCursor.h"
 
+#include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "Ondra/GnmiUtils.h"
 #include "Ondra/KeyDecoder.h"
 #include "Ondra/PathElem.h"
 #include "agent/model/Tree.h"
+#include "agent/paths/EntryKey.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -22,15 +25,47 @@ Kel::Ptr<Ondra::PathElem const> nameElem(std::string_view name) {
 
 Kel::Ptr<Ondra::PathElem const> memberElem(Kel::KelAttr attr, Handle const& key) {
   Kel::Ptr<Ondra::PathElem> const elem = Ondra::PathElem::PathElemIs(attr.name());
-  elem->keyIs(attr.indexAttr().name(), Kel::String(key->gnmiStrRep()));
+  if (Kel::KelAttr const index = attr.indexAttr()) {
+    elem->keyIs(index.name(), Kel::String(key->gnmiStrRep()));
+    return elem;
+  }
+  std::vector<std::string> const values = keyTexts(attr, *key);
+  for (std::size_t i = 0; i < values.size(); ++i)
+    elem->keyIs(attr.keyType().attrAt(i).name(), Kel::String(values[i]));
   return elem;
+}
+
+// The position of a key leaf among those of a list; as many as there are when it has none of that name.
+std::size_t keyPosition(Kel::KelAttr list, std::string_view name) {
+  if (Kel::KelAttr const index = list.indexAttr()) return index.name().view() == name ? 0 : 1;
+  std::size_t at = 0;
+  while (at < list.keyType().attrCount() && list.keyType().attrAt(at).name().view() != name)
+    ++at;
+  return at;
+}
+std::size_t keyCountOf(Kel::KelAttr list) { return list.indexAttr() ? 1 : list.keyType().attrCount(); }
+
+// The values of a list's keys, as the element gives them; none for those that it leaves open.
+std::vector<std::optional<std::string>> wantedKeys(Pattern::Elem const& elem, Kel::KelAttr list) {
+  std::vector<std::optional<std::string>> wanted(keyCountOf(list));
+  for (auto const& [name, value] : elem.keys)
+    wanted[keyPosition(list, name)] = value;
+  return wanted;
+}
+
+bool hasKeys(std::vector<std::string> const& values, std::vector<std::optional<std::string>> const& wanted) {
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    if (wanted[i] && *wanted[i] != values[i]) return false;
+  }
+  return true;
 }
 
 // Whether the attribute is one that an element can stand for.
 bool isMeant(Pattern::Elem const& elem, Kel::KelAttr attr) {
   if (!attr.isInstantiating()) return false;
-  return elem.keys.empty() ||
-         (attr.isKeyed() && attr.indexAttr() && attr.indexAttr().name().view() == elem.keys.front().first);
+  return elem.keys.empty() || (attr.isKeyed() && std::ranges::all_of(elem.keys, [attr](auto const& key) {
+                                 return keyPosition(attr, key.first) < keyCountOf(attr);
+                               }));
 }
 
 } // namespace
@@ -103,11 +138,14 @@ ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle cons
                                                   bool onTheWay) {
   Pattern::Elem const& elem = pattern_.elems()[depth];
   std::size_t const position = attr.desc().index;
-  if (!elem.keys.empty()) {
-    auto const read =
-        Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(attr.keyType(), elem.keys.front().second);
-    if (!read.ok()) return Result::End; // of another list that "*" stands for
-    Handle const key = read.value();
+  std::vector<std::optional<std::string>> const wanted = wantedKeys(elem, attr);
+  bool const isOpen = elem.keys.empty();
+  if (!isOpen && std::ranges::all_of(wanted, [](auto const& each) { return each.has_value(); })) {
+    std::vector<std::string> values;
+    for (auto const& each : wanted)
+      values.push_back(*each);
+    Handle const key = keyHandle(attr, values);
+    if (!key) return Result::End; // of another list that "*" stands for
     return descendInto(depth, position, key, attr.genericIfGet(object, key), memberElem(attr, key), onTheWay);
   }
   Handle const start = onTheWay ? standing_[depth].key : nullptr;
@@ -116,6 +154,7 @@ ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle cons
     Handle const key = it.key();
     bool const here = onTheWay && start && key->equals(*start);
     if (!here && budget_-- == 0) return pauseBefore(depth, position, key);
+    if (!isOpen && !hasKeys(keyTexts(attr, *key), wanted)) continue;
     Result const result = descendInto(depth, position, key, it.ptr(), memberElem(attr, key), here);
     if (result != Result::End) return result;
   }
@@ -146,7 +185,7 @@ Ondra::WalkReach ObjectCursor::reach(PathView const& path) const {
     if (path[depth].name() != wanted.name) return Reach::Passed; // never to be found
     Handle const& key = standing_[depth].key;
     if (!key) continue;
-    if (path[depth].key_size() != 1) return Reach::Unknown;
+    if (path[depth].key_size() != 1) return Reach::Unknown; // of several keys
     std::string const& text = path[depth].key().begin()->second;
     if (!wanted.keys.empty()) {
       if (text != wanted.keys.front().second) return Reach::Passed;

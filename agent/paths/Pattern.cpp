@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "Kel/GenericIf.h"
-#include "Ondra/KeyDecoder.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -47,15 +47,21 @@ using Nodes = std::vector<TypeNode>;
 
 // The members of these lists can be looked up and enumerated by the text of their key.
 bool hasPlainKey(TypeNode const& list) {
-  Kel::KelType const key = list.attr.keyType();
-  return list.key() && (key.isBuiltin() || key.isEnum() || key.hasGnmiStrRep() || key.valAttr());
+  for (std::size_t i = 0; i < list.keyCount(); ++i) {
+    Kel::KelAttr const leaf = list.key(i);
+    if (!leaf) return false;
+    Kel::KelType const key = leaf.memberType();
+    if (!key.isBuiltin() && !key.isEnum() && !key.hasGnmiStrRep() && !key.valAttr()) return false;
+  }
+  return true;
 }
 
-// The form in which walks print the key; an error text for a value that no member can have.
-Kstd::Result<std::string, std::string> canonicalKey(TypeNode const& list, std::string const& value) {
-  auto const read = Ondra::KelGnmiSet::AttrTree::KeyDecoder::createScalarKey(list.attr.keyType(), value);
-  if (!read.ok()) return Kstd::Err(read.error());
-  return Kstd::Result<std::string, std::string>(read.value()->gnmiStrRep());
+// The key leaf of a name; an invalid one when there is none.
+Kel::KelAttr keyOfName(TypeNode const& list, std::string_view name) {
+  for (std::size_t i = 0; i < list.keyCount(); ++i) {
+    if (Kel::KelAttr const key = list.key(i); key && key.name().view() == name) return key;
+  }
+  return {};
 }
 
 // Nodes without doubles: two branches of a pattern may meet again.
@@ -120,12 +126,14 @@ std::string takeKeys(Nodes& nodes, RequestElem const& elem, Elem& into) {
   std::erase_if(nodes, [&](TypeNode const& node) {
     keys.clear();
     for (auto const& [name, value] : elem.keys) {
-      if (!node.isList() || !node.key() || node.key().name().view() != name) {
+      Kel::KelAttr const leaf = node.isList() ? keyOfName(node, name) : Kel::KelAttr();
+      if (!leaf) {
         fault = fmt::format("there is no key {}", name);
         return true;
       }
       if (value == "*") continue;
-      Kstd::Result<std::string, std::string> const text = canonicalKey(node, value);
+      Kstd::Result<std::string, std::string> const text =
+          canonicalKeyText(leaf.memberType(), leafInfo(leaf), value);
       if (!text.ok()) {
         fault = fmt::format("the key {} has a bad value: {}", name, text.error());
         return true;
@@ -172,7 +180,7 @@ Pattern::OrError Pattern::of(RequestPath const& path) {
     enumerable = enumerable && elem.kind != Kind::AnyDepth && std::ranges::all_of(nodes, isEnumerable);
     concrete =
         concrete && elem.kind == Kind::Name && std::ranges::all_of(nodes, [&elem](TypeNode const& node) {
-          return !node.isList() || !elem.keys.empty();
+          return !node.isList() || elem.keys.size() == node.keyCount();
         });
     made.elems_.push_back(std::move(elem));
     if (enumerable) made.objectDepth_ = made.elems_.size();

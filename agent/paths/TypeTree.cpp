@@ -18,7 +18,11 @@ namespace Agent {
 namespace {
 
 TypeNode topNode(TopLevel const& top) {
-  return {.name = top.name, .module = top.module, .attr = {}, .type = top.type, .info = nullptr};
+  TypeNode node;
+  node.name = top.name;
+  node.module = top.module;
+  node.type = top.type;
+  return node;
 }
 // Nothing for what has not been published.
 std::optional<TypeNode> attrNode(Kel::KelAttr attr) {
@@ -28,13 +32,15 @@ std::optional<TypeNode> attrNode(Kel::KelAttr attr) {
                   .module = record->module,
                   .attr = attr,
                   .type = attr.memberType(),
-                  .info = record->isLeaf ? &record->leaf : nullptr};
+                  .info = record->isLeaf ? &record->leaf : nullptr,
+                  .isState = record->isState,
+                  .inCase = record->inCase};
 }
 
 // What follows from a type. Asked for at every place of the model, so each thread remembers it.
 struct Facts {
   std::vector<TypeNode> children;
-  bool hasWritable = false; // below
+  bool hasWritable[2] = {false, false}; // below, for each writer
 };
 
 std::vector<TypeNode> childrenOf(TypeNode const& place) {
@@ -59,7 +65,10 @@ Facts const& factsOf(TypeNode const& node) {
   bool const hasGrown = node.isRoot() && facts.children.size() != topLevels().size();
   if (isNew || hasGrown) {
     facts.children = childrenOf(node);
-    facts.hasWritable = std::any_of(facts.children.begin(), facts.children.end(), &hasWritable);
+    for (Writer const writer : {Writer::Client, Writer::Provider}) {
+      facts.hasWritable[static_cast<int>(writer)] = std::ranges::any_of(
+          facts.children, [writer](TypeNode const& child) { return hasWritable(child, writer); });
+    }
   }
   return facts;
 }
@@ -102,13 +111,28 @@ Names const& unservedNames() {
 
 bool TypeNode::isPublished(std::string_view wanted) const {
   if (leaf() != nullptr) return false;
+  if (isLeftOut(type, wanted)) return true;
   auto const found = unservedNames().find(isRoot() ? nullptr : &type.desc());
   return found != unservedNames().end() && found->second.contains(std::string(wanted));
 }
 
-bool TypeNode::isWritableLeaf() const {
+std::size_t TypeNode::keyCount() const { return attr.indexAttr() ? 1 : attr.keyType().attrCount(); }
+
+Kel::KelAttr TypeNode::key(std::size_t at) const {
+  Kel::KelAttr const index = attr.indexAttr();
+  return index ? index : type.attr(attr.keyType().attrAt(at).name().view());
+}
+
+bool TypeNode::isWritableLeaf(Writer writer) const {
   LeafInfo const* const published = leaf();
-  return published != nullptr && published->isConfig && attr.isSettable();
+  return published != nullptr && (published->isConfig || writer == Writer::Provider) && attr.isSettable();
+}
+
+bool TypeNode::isPresence() const {
+  return attr && type.isRuntime() && info == nullptr && !attr.isKeyed() && attr.isRemovable() &&
+         std::ranges::none_of(children(), [](TypeNode const& child) {
+           return child.leaf() != nullptr && child.leaf()->isKeyCopy;
+         });
 }
 
 std::optional<TypeNode> TypeNode::child(std::string_view wanted) const {
@@ -136,9 +160,9 @@ std::optional<TypeNode> TypeNode::descendant(gnmi::Path const& path, int skip) c
 
 std::vector<TypeNode> const& TypeNode::children() const { return factsOf(*this).children; }
 
-bool hasWritable(TypeNode const& node) {
-  if (node.leaf() != nullptr) return node.isWritableLeaf();
-  return node.isWritableList() || factsOf(node).hasWritable;
+bool hasWritable(TypeNode const& node, Writer writer) {
+  if (node.leaf() != nullptr) return node.isWritableLeaf(writer);
+  return node.isWritableList(writer) || factsOf(node).hasWritable[static_cast<int>(writer)];
 }
 
 } // namespace Agent

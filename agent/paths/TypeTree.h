@@ -1,6 +1,7 @@
 // The tree of the model's types as paths name it. Pure: any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -23,6 +24,8 @@ struct TypeNode {
   Kel::KelAttr attr;
   Kel::KelType type; // of the container or entry; of a leaf its value's
   LeafInfo const* info = nullptr;
+  bool isState = false; // of a list
+  ChoiceCase const* inCase = nullptr;
 
   [[nodiscard]] static TypeNode root() { return {}; }
   [[nodiscard]] bool isRoot() const { return !type; }
@@ -30,12 +33,17 @@ struct TypeNode {
   [[nodiscard]] bool isList() const { return attr && attr.isKeyed(); }
   // What stands there are objects of their own: containers or entries, rather than values or parts of one.
   [[nodiscard]] bool isObject() const { return info == nullptr && (!attr || attr.isInstantiating()); }
-  // The key leaf of a list.
-  [[nodiscard]] Kel::KelAttr key() const { return attr.indexAttr(); }
-  // A leaf that clients may write.
-  [[nodiscard]] bool isWritableLeaf() const;
-  // A list whose entries clients may make and remove.
-  [[nodiscard]] bool isWritableList() const { return isList() && attr.isRemovable(); }
+  // The key leaves of a list, in their order.
+  [[nodiscard]] std::size_t keyCount() const;
+  [[nodiscard]] Kel::KelAttr key(std::size_t at = 0) const;
+  // A leaf that such a one may write.
+  [[nodiscard]] bool isWritableLeaf(Writer writer = Writer::Client) const;
+  // A list whose entries he may make and remove.
+  [[nodiscard]] bool isWritableList(Writer writer = Writer::Client) const {
+    return isList() && attr.isRemovable() && (!isState || writer == Writer::Provider);
+  }
+  // A container that means something by being there, and that clients make and remove.
+  [[nodiscard]] bool isPresence() const;
 
   // The child that a name means, with its module in front ("openconfig-interfaces:mtu") or without; none when
   // there is none.
@@ -49,7 +57,7 @@ struct TypeNode {
   [[nodiscard]] std::vector<TypeNode> const& children() const;
 };
 
-// Whether clients can write anything at or below the place.
-[[nodiscard]] bool hasWritable(TypeNode const& node);
+// Whether such a one can write anything at or below the place.
+[[nodiscard]] bool hasWritable(TypeNode const& node, Writer writer = Writer::Client);
 
 } // namespace Agent

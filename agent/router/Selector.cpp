@@ -23,7 +23,7 @@ void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth)
     Pattern::Elem const& elem = pattern.elems()[i];
     if (elem.kind != Pattern::Elem::Kind::Name) return;
     node = node->child(elem.name);
-    if (!node || (node->isList() && elem.keys.empty())) return;
+    if (!node || (node->isList() && elem.keys.size() != node->keyCount())) return;
     gnmi::PathElem& added = *path.add_elem();
     added.set_name(elem.name);
     for (auto const& [name, value] : elem.keys)

@@ -74,9 +74,10 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
   MarkMethodCallback(method, handler.release()); // which owns it from then on
 }
 
-GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator)
+GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer)
     : runtime_(runtime)
     , authenticator_(std::move(authenticator))
+    , writer_(writer)
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
     , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
     , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
@@ -87,7 +88,7 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
     return getCall(context, request, response, runtime_.router());
   });
   unaryIs(kSet, *sets_, [this](auto& context, auto& request, auto& response) {
-    return setCall(context, request, response, runtime_.sets());
+    return setCall(context, request, response, runtime_.sets(), writer_);
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(

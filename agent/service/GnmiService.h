@@ -10,6 +10,7 @@
 #include <grpcpp/support/message_allocator.h>
 #include <grpcpp/support/server_callback.h>
 
+#include "agent/model/Schema.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
 
 namespace Agent {
@@ -21,8 +22,8 @@ class Runtime;
 // threads.
 class GnmiService final : public gnmi::gNMI::Service {
 public:
-  // Without an authenticator everybody may call.
-  GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator);
+  // Without an authenticator everybody may call. Sets are those of such a writer.
+  GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer = Writer::Client);
   ~GnmiService() override;
 
   // Calls that begin from now on are refused: UNAVAILABLE. Any thread.
@@ -44,6 +45,7 @@ private:
 
   Runtime& runtime_;
   std::shared_ptr<Authenticator> const authenticator_;
+  Writer const writer_;
   std::atomic<bool> closed_ = false;
   std::unique_ptr<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>> const capabilities_;
   std::unique_ptr<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>> const gets_;

@@ -17,6 +17,7 @@ struct Raw {
   std::vector<std::string> listen = {"127.0.0.1:9339"};
   int insecure = 0;
   bool leavesMachineOut = false;
+  std::vector<std::string> providers;
 };
 
 void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
@@ -91,6 +92,26 @@ void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
       ->type_name("N");
 }
 
+void addYang(CLI::App& app, Raw& raw, ServeOptions& options) {
+  app.add_option("--yang", options.yangFolders,
+                 "serve the modules of YANG in this folder and its subfolders too; may be repeated")
+      ->type_name("DIR")
+      ->take_all();
+  app.add_option(
+         "--module", options.yangModules,
+         "of these this one alone, with these features ('*': all), and what it needs; may be repeated")
+      ->type_name("NAME[:FEATURE,...]")
+      ->take_all();
+  app.add_option("--data", options.dataFiles,
+                 "fill what these modules have from this file, JSON (RFC 7951) or XML; may be repeated")
+      ->type_name("FILE")
+      ->take_all();
+  app.add_option("--provider", raw.providers,
+                 "a socket, unix:PATH, for processes of the device: there a Set may write state, too")
+      ->type_name("ADDRESS")
+      ->take_all();
+}
+
 Kstd::Err<std::string> wrong(std::string what) { return Kstd::Err<std::string>(std::move(what)); }
 
 // The options as a whole; those that follow from others are filled in. The error says what is wrong.
@@ -124,6 +145,15 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
   if (options.limits.stuckNs < 10 * kMillisecondNs) return wrong("--stuck-after: at least 10ms");
   if (options.syntheticRate > 0 && options.syntheticLeaves == 0)
     return wrong("--synthetic-rate needs --synthetic");
+  if (!options.yangModules.empty() && options.yangFolders.empty()) return wrong("--module needs --yang");
+  if (!options.dataFiles.empty() && options.yangFolders.empty()) return wrong("--data needs --yang");
+  for (std::string const& text : raw.providers) {
+    auto address = ListenAddress::parse(text);
+    if (!address) return wrong(fmt::format("--provider: {}", address.error()));
+    if (!text.starts_with("unix:"))
+      return wrong("--provider: unix:PATH alone, which nobody on the network reaches");
+    options.providers.push_back(std::move(*address));
+  }
   return {};
 }
 
@@ -139,6 +169,7 @@ Kstd::Result<ServeOptions, EarlyExit> ServeOptions::parse(std::vector<std::strin
   addConnection(app, raw, options);
   addLimits(app, options.limits, options.connections);
   addModel(app, raw, options);
+  addYang(app, raw, options);
   app.add_option("--trace", options.trace, "trace levels, as in 'OndraWalker/0-5,AgentGrpc/*'")
       ->type_name("SPEC");
   app.add_flag("--check-config", options.checksOnly, "check options and files, and end")->configurable(false);

@@ -30,6 +30,10 @@ struct ServeOptions {
   std::string configStore; // a folder; empty: configuration ends with the process
   std::size_t syntheticLeaves = 0;
   std::size_t syntheticRate = 0; // changes a second
+  std::vector<std::string> yangFolders;
+  std::vector<std::string> yangModules; // NAME or NAME:FEATURE,...
+  std::vector<std::string> dataFiles;
+  std::vector<ListenAddress> providers; // sockets of the device's own processes
   bool checksOnly = false;
 
   // Of the arguments after the command's name.

@@ -1,6 +1,8 @@
 // gRPC's settings with their reasons, start and drain, and what the model tells of the server itself.
 #include "agent/service/Server.h"
 
+#include <sys/stat.h>
+
 #include <fmt/format.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/health_check_service_interface.h>
@@ -54,6 +56,21 @@ void limitsIs(grpc::ServerBuilder& builder, Limits const& limits, ConnectionLimi
   builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, static_cast<int>(limits.streams + 1'024));
 }
 
+// While this lives, files are made without these permissions; -1: as ever.
+class ModeMask {
+public:
+  explicit ModeMask(int mask) : isSet_(mask >= 0), old_(isSet_ ? ::umask(static_cast<mode_t>(mask)) : 0) {}
+  ~ModeMask() {
+    if (isSet_) ::umask(old_);
+  }
+  ModeMask(ModeMask const&) = delete;
+  ModeMask& operator=(ModeMask const&) = delete;
+
+private:
+  bool const isSet_;
+  mode_t const old_;
+};
+
 gpr_timespec fromNow(std::int64_t ns) {
   return gpr_time_add(gpr_now(GPR_CLOCK_REALTIME), gpr_time_from_nanos(ns, GPR_TIMESPAN));
 }
@@ -63,13 +80,15 @@ gpr_timespec fromNow(std::int64_t ns) {
 Kstd::Result<std::unique_ptr<Server>, std::string> Server::start(Options const& options, Runtime& runtime) {
   prepareGrpc();
   std::unique_ptr<Server> server(new Server(runtime));
-  server->service_ = std::make_unique<GnmiService>(runtime, options.authenticator);
+  server->service_ = std::make_unique<GnmiService>(runtime, options.authenticator, options.writer);
   if (auto const listens = server->listen(options); !listens) return Kstd::Err(listens.error());
   return server;
 }
 
 Kstd::Result<void, std::string> Server::listen(Options const& options) {
   std::vector<Listener> listeners;
+  // What the device's own processes may do is for those who may open their socket: its owner alone.
+  ModeMask const mask(options.writer == Writer::Provider ? 0177 : -1);
   for (ListenAddress const& address : options.listen) {
     auto made = Listener::at(address);
     if (!made) return Kstd::Err(fmt::format("cannot listen on {}: {}", address.text(), made.error()));

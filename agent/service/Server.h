@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kstd/Result.h"
+#include "agent/model/Schema.h"
 #include "agent/service/Acceptor.h"
 #include "agent/service/ListenAddress.h"
 #include "agent/service/Tls.h"
@@ -32,6 +33,7 @@ public:
     ServerSecurity security;
     std::shared_ptr<Authenticator> authenticator; // null: everybody may call
     ConnectionLimits connections = {};
+    Writer writer = Writer::Client; // of the Sets that come in
   };
 
   // The error names the address and why it cannot be listened on.

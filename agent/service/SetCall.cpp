@@ -34,8 +34,9 @@ constexpr std::size_t kPlanFactor = 12;
 
 class SetCall final : public grpc::ServerUnaryReactor {
 public:
-  SetCall(grpc::CallbackServerContext& context, SetRuns& sets)
+  SetCall(grpc::CallbackServerContext& context, SetRuns& sets, Writer writer)
       : sets_(sets)
+      , writer_(writer)
       , context_(std::make_shared<UnaryContext>(context))
       , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context().limits().stuckNs)) {}
 
@@ -46,7 +47,7 @@ public:
     if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
       return end->finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "too many Sets wait: try again later"});
     sets_.context().worker().post([this, end, &request, &response, share = std::move(share)]() mutable {
-      auto plan = setPlanOf(request, &isCancelled_);
+      auto plan = setPlanOf(request, &isCancelled_, writer_);
       if (!plan) return end->finish(plan.error());
       answer(request, response);
       sets_.context().scheduler()->post(
@@ -69,6 +70,7 @@ public:
 
 private:
   SetRuns& sets_;
+  Writer const writer_;
   std::shared_ptr<UnaryContext> const context_;
   std::shared_ptr<UnaryEnd> end_; // until the call has begun
   std::atomic<bool> isCancelled_ = false;
@@ -77,8 +79,8 @@ private:
 } // namespace
 
 grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, gnmi::SetRequest const& request,
-                                  gnmi::SetResponse& response, SetRuns& sets) {
-  auto* const call = new SetCall(context, sets);
+                                  gnmi::SetResponse& response, SetRuns& sets, Writer writer) {
+  auto* const call = new SetCall(context, sets, writer);
   call->start(request, response);
   return call;
 }

@@ -11,6 +11,7 @@
 #include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/server_callback.h>
 
+#include "agent/model/Schema.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -26,6 +27,6 @@ class SetRuns;
                                                 Router& router);
 [[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context,
                                                 gnmi::SetRequest const& request, gnmi::SetResponse& response,
-                                                SetRuns& sets);
+                                                SetRuns& sets, Writer writer);
 
 } // namespace Agent

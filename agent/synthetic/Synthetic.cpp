@@ -54,8 +54,8 @@ void declareTypesOnce() {
       .leaf("up", &SyntheticPort::up)
       .done();
   eventShape<SyntheticPorts>("SyntheticPorts", kModule).list("port", &SyntheticPorts::port, "name").done();
-  topLevelIs({.name = kName, .type = Kel::typeOf<SyntheticPorts>(), .module = kModule},
-             {.name = kModule, .organization = "Ondra", .version = "1.0.0"});
+  topLevelIs({.name = kName, .type = Kel::typeOf<SyntheticPorts>(), .module = kModule});
+  publishedModelIs({.name = kModule, .organization = "Ondra", .version = "1.0.0"});
 }
 
 } // namespace

@@ -348,7 +348,8 @@ void declareMoodies() {
         .done();
     auto const type =
         Agent::configShape<Moodies>("Moodies", "moods").list("moody", &Moodies::moody, "name").done();
-    Agent::topLevelIs({"moodies", type, "moods"}, {"moods", "none", "1.0.0"});
+    Agent::topLevelIs({"moodies", type, "moods"});
+    Agent::publishedModelIs({"moods", "none", "1.0.0"});
     return true;
   }();
   static_cast<void>(once);

@@ -1,0 +1,90 @@
+// Values are joined by commas; a backslash stands before commas and backslashes of their own.
+#include "agent/paths/EntryKey.h"
+
+#include <utility>
+
+#include "Kel/Attr.h"
+#include "Ondra/KeyDecoder.h"
+
+namespace Agent {
+
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+using Decoder = Ondra::KelGnmiSet::AttrTree::KeyDecoder;
+
+std::string joinedKey(std::span<std::string const> values) {
+  if (values.size() == 1) return values.front();
+  std::string key;
+  for (std::string const& value : values) {
+    if (&value != values.data()) key += ',';
+    for (char const c : value) {
+      if (c == ',' || c == '\\') key += '\\';
+      key += c;
+    }
+  }
+  return key;
+}
+
+std::vector<std::string> keyValues(std::string_view key, std::size_t count) {
+  if (count == 1) return {std::string(key)};
+  std::vector<std::string> values(1);
+  for (std::size_t i = 0; i < key.size(); ++i) {
+    if (key[i] == ',') {
+      values.emplace_back();
+    } else {
+      if (key[i] == '\\' && i + 1 < key.size()) ++i;
+      values.back() += key[i];
+    }
+  }
+  values.resize(count);
+  return values;
+}
+
+std::string keyValue(std::string_view key, std::size_t count, std::size_t at) {
+  return count == 1 ? std::string(key) : keyValues(key, count)[at];
+}
+
+std::vector<std::string> keyTexts(Kel::KelAttr list, Kel::GenericIf const& key) {
+  if (list.indexAttr()) return {key.gnmiStrRep()};
+  std::vector<std::string> values;
+  Handle const held(&key);
+  for (Kel::KelTypeBase::AttributeQIterator field(key.type()); field; ++field)
+    values.push_back((*field).genericIfGet(held)->gnmiStrRep());
+  return values;
+}
+
+std::string keyText(Kel::KelAttr list, Kel::GenericIf const& key) {
+  return list.indexAttr() ? key.gnmiStrRep() : joinedKey(keyTexts(list, key));
+}
+
+Handle keyHandle(Kel::KelAttr list, std::span<std::string const> values) {
+  Kel::KelType const type = list.keyType();
+  if (list.indexAttr()) {
+    auto key = Decoder::createScalarKey(type, values.front());
+    return key ? Handle(std::move(*key)) : nullptr;
+  }
+  Kel::Ptr<Kel::GenericIf> const key = type.genericIf(nullptr);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    Kel::KelAttr const field = type.attrAt(i);
+    auto value = Decoder::createScalarKey(field.memberType(), values[i]);
+    if (!value) return nullptr;
+    field.genericIfSet(key, nullptr, *value);
+  }
+  return key;
+}
+
+Kstd::Result<std::string, std::string> canonicalKeyText(Kel::KelType type, LeafInfo const* leaf,
+                                                        std::string const& text) {
+  std::string wanted = text;
+  if (leaf != nullptr && leaf->type == LeafType::Identity)
+    wanted = std::string(enumeratorOf(*leaf, text).value_or(text));
+  if (leaf != nullptr && leaf->rules != nullptr) {
+    auto ruled = leaf->rules->canonical(text);
+    if (!ruled) return ruled;
+    wanted = std::move(*ruled);
+  }
+  auto const read = Decoder::createScalarKey(type, wanted);
+  if (!read.ok()) return Kstd::Err(read.error());
+  return Kstd::Result<std::string, std::string>((*read)->gnmiStrRep());
+}
+
+} // namespace Agent

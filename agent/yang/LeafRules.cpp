@@ -1,0 +1,143 @@
+// The schema library checks, by the leaf's compiled type; patterns that it does not know of are checked here.
+#include "agent/yang/LeafRules.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <libyang/libyang.h>
+#include <re2/re2.h>
+
+#include "agent/yang/Arrays.h"
+
+namespace Agent {
+namespace {
+
+// Beside the patterns of YANG, which are XML Schema's, some modules have their types' patterns as POSIX has
+// them.
+constexpr std::string_view kPosixPattern = "posix-pattern";
+
+std::span<lysc_pattern* const> patternsOf(lysc_type const& type) {
+  if (type.basetype != LY_TYPE_STRING) return {};
+  return sized<lysc_pattern* const>(reinterpret_cast<lysc_type_str const&>(type).patterns);
+}
+
+lysc_range const* rangeOf(lysc_type const& type) {
+  switch (type.basetype) {
+  case LY_TYPE_STRING: return reinterpret_cast<lysc_type_str const&>(type).length;
+  case LY_TYPE_BINARY: return reinterpret_cast<lysc_type_bin const&>(type).length;
+  case LY_TYPE_DEC64: return reinterpret_cast<lysc_type_dec const&>(type).range;
+  case LY_TYPE_INT8:
+  case LY_TYPE_INT16:
+  case LY_TYPE_INT32:
+  case LY_TYPE_INT64:
+  case LY_TYPE_UINT8:
+  case LY_TYPE_UINT16:
+  case LY_TYPE_UINT32:
+  case LY_TYPE_UINT64: return reinterpret_cast<lysc_type_num const&>(type).range;
+  case LY_TYPE_UNKNOWN:
+  case LY_TYPE_BITS:
+  case LY_TYPE_BOOL:
+  case LY_TYPE_EMPTY:
+  case LY_TYPE_ENUM:
+  case LY_TYPE_IDENT:
+  case LY_TYPE_INST:
+  case LY_TYPE_LEAFREF:
+  case LY_TYPE_UNION: break;
+  }
+  return nullptr;
+}
+
+std::string rangeText(lysc_type const& type) {
+  lysc_range const* const range = rangeOf(type);
+  if (range == nullptr || type.basetype == LY_TYPE_DEC64) return {};
+  bool const isSigned = type.basetype == LY_TYPE_INT8 || type.basetype == LY_TYPE_INT16 ||
+                        type.basetype == LY_TYPE_INT32 || type.basetype == LY_TYPE_INT64;
+  std::string text;
+  for (lysc_range::lysc_range_part const& part : sized(range->parts)) {
+    if (!text.empty()) text += ' ';
+    text += isSigned ? fmt::format("{}..{}", part.min_64, part.max_64)
+                     : fmt::format("{}..{}", part.min_u64, part.max_u64);
+  }
+  return text;
+}
+
+class LeafRules final : public ValueRules {
+public:
+  LeafRules(ly_ctx const& context, lysc_node const& leaf, lysc_type const& type)
+      : context_(context)
+      , leaf_(leaf)
+      , text_(rangeText(type)) {
+    for (lysc_ext_instance const& extension : sized(type.exts)) {
+      if (extension.def == nullptr || extension.def->name != kPosixPattern || extension.argument == nullptr)
+        continue;
+      auto pattern = std::make_unique<re2::RE2>(extension.argument, re2::RE2::Quiet);
+      if (pattern->ok()) posix_.push_back(std::move(pattern));
+    }
+  }
+  [[nodiscard]] bool hasPosix() const { return !posix_.empty(); }
+
+  Kstd::Result<std::string, std::string> canonical(std::string_view text) const override {
+    char const* held = nullptr;
+    LY_ERR const fits =
+        lyd_value_validate(&context_, &leaf_, text.data(), text.size(), nullptr, nullptr, &held);
+    if (fits != LY_SUCCESS && fits != LY_EINCOMPLETE) { // the latter: what it points to is asked elsewhere
+      char const* const why = ly_errmsg(&context_);
+      return Kstd::Err(std::string(why == nullptr ? "the value does not fit" : why));
+    }
+    std::string canonical = held == nullptr ? std::string(text) : std::string(held);
+    lydict_remove(&context_, held);
+    for (auto const& pattern : posix_) {
+      if (!re2::RE2::FullMatch(canonical, *pattern))
+        return Kstd::Err(fmt::format("it does not match the pattern '{}'", pattern->pattern()));
+    }
+    return canonical;
+  }
+  std::string text() const override { return text_; }
+
+private:
+  ly_ctx const& context_;
+  lysc_node const& leaf_;
+  std::string const text_;
+  std::vector<std::unique_ptr<re2::RE2>> posix_;
+};
+
+// Whether values of the type may be wrong, or spelt in several ways, where Kel's own type takes them.
+bool needsRules(lysc_type const& type) {
+  switch (type.basetype) {
+  case LY_TYPE_BITS:
+  case LY_TYPE_INST:
+  case LY_TYPE_DEC64:
+  case LY_TYPE_UNION: return true;
+  case LY_TYPE_STRING:
+  case LY_TYPE_BINARY:
+  case LY_TYPE_INT8:
+  case LY_TYPE_INT16:
+  case LY_TYPE_INT32:
+  case LY_TYPE_INT64:
+  case LY_TYPE_UINT8:
+  case LY_TYPE_UINT16:
+  case LY_TYPE_UINT32:
+  case LY_TYPE_UINT64: return rangeOf(type) != nullptr || !patternsOf(type).empty();
+  case LY_TYPE_UNKNOWN:
+  case LY_TYPE_BOOL:
+  case LY_TYPE_EMPTY:
+  case LY_TYPE_ENUM:
+  case LY_TYPE_IDENT:
+  case LY_TYPE_LEAFREF: break;
+  }
+  return false;
+}
+
+} // namespace
+
+std::unique_ptr<ValueRules> leafRulesOf(ly_ctx const& context, lysc_node const& leaf, lysc_type const& type) {
+  auto rules = std::make_unique<LeafRules>(context, leaf, type);
+  if (!needsRules(type) && !rules->hasPosix()) return nullptr;
+  return rules;
+}
+
+} // namespace Agent

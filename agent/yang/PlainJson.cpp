@@ -1,0 +1,90 @@
+// Each event of the parser is written down at once: a document is never held twice.
+#include "agent/yang/PlainJson.h"
+
+#include <cstdint>
+#include <vector>
+
+#include <absl/container/flat_hash_set.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace Agent {
+namespace {
+
+constexpr std::size_t kMaxDepth = 256; // of objects and arrays within each other
+
+// The parser's events; the names of its methods are the parser's.
+class Rewriter {
+public:
+  std::string text;
+  std::string fault;
+
+  bool null() { return value("null"); }
+  bool boolean(bool is) { return value(is ? "true" : "false"); }
+  bool number_integer(std::int64_t number) { return value(fmt::format("{}", number)); }
+  bool number_unsigned(std::uint64_t number) { return value(fmt::format("{}", number)); }
+  bool number_float(double, std::string const& written) { return value(written); }
+  bool string(std::string& content) { return value(nlohmann::json(content).dump()); }
+  bool binary(nlohmann::json::binary_t&) { return false; }
+  bool start_object(std::size_t) { return open('{'); }
+  bool end_object() { return close('}'); }
+  bool start_array(std::size_t) { return open('['); }
+  bool end_array() { return close(']'); }
+  bool key(std::string& name) {
+    if (!levels_.back().names.insert(name).second)
+      return failed(fmt::format("member '{}' is there twice", name));
+    separate();
+    text += nlohmann::json(name).dump() + ':';
+    isAfterName_ = true;
+    return true;
+  }
+  bool parse_error(std::size_t, std::string const&, nlohmann::json::exception const& error) {
+    return failed(error.what());
+  }
+
+private:
+  struct Level {
+    bool isFirst = true;
+    absl::flat_hash_set<std::string> names;
+  };
+
+  bool failed(std::string what) {
+    fault = std::move(what);
+    return false;
+  }
+  void separate() {
+    if (levels_.empty()) return;
+    if (!levels_.back().isFirst) text += ',';
+    levels_.back().isFirst = false;
+  }
+  bool value(std::string_view written) {
+    if (!isAfterName_) separate();
+    isAfterName_ = false;
+    text += written;
+    return true;
+  }
+  bool open(char mark) {
+    if (levels_.size() == kMaxDepth) return failed(fmt::format("more than {} levels of nesting", kMaxDepth));
+    value(std::string_view(&mark, 1));
+    levels_.emplace_back();
+    return true;
+  }
+  bool close(char mark) {
+    levels_.pop_back();
+    text += mark;
+    return true;
+  }
+
+  std::vector<Level> levels_;
+  bool isAfterName_ = false;
+};
+
+} // namespace
+
+Kstd::Result<std::string, std::string> plainJson(std::string_view text) {
+  Rewriter rewriter;
+  if (!nlohmann::json::sax_parse(text.begin(), text.end(), &rewriter)) return Kstd::Err(rewriter.fault);
+  return std::move(rewriter.text);
+}
+
+} // namespace Agent

@@ -1,0 +1,238 @@
+// The schema library parses a document; its tree is written into the model node by node, and what is state of
+// it dropped. What is left, configuration, is validated at the end.
+#include "agent/yang/YangData.h"
+
+#include <charconv>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <absl/strings/escaping.h>
+#include <fmt/format.h>
+#include <libyang/libyang.h>
+
+#include "Kel/Attr.h"
+#include "Kel/Dir.h"
+#include "Kel/Error.h"
+#include "Kel/Scalars.h"
+#include "agent/model/Schema.h"
+#include "agent/model/Tree.h"
+#include "agent/yang/PlainJson.h"
+#include "agent/yang/YangModel.h"
+
+namespace Agent {
+namespace {
+
+using Handle = Kel::KelAttr::Handle;
+using ConstHandle = Kel::KelAttr::ConstHandle;
+using Done = Kstd::Result<void, std::string>;
+using Tree = std::unique_ptr<lyd_node, void (*)(lyd_node*)>;
+
+ConstHandle numberHandle(Kel::KelType type, std::string_view text) {
+  if (text.starts_with('-')) {
+    std::int64_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return type.genericIf(&number);
+  }
+  std::uint64_t number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return type.genericIf(&number);
+}
+
+// The value of a node that the schema library has found to be right.
+ConstHandle valueHandle(LeafInfo const& leaf, lyd_node const& node) {
+  std::string_view const text = lyd_get_value(&node);
+  switch (leaf.type) {
+  case LeafType::Empty: return Kel::handleOf(true);
+  case LeafType::Boolean: return Kel::handleOf(text == "true");
+  case LeafType::Decimal64: {
+    double number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return Kel::handleOf(number);
+  }
+  case LeafType::Enumeration:
+  case LeafType::Identity: {
+    auto value = leaf.held.genericIfFromGnmiString(Kel::String(text));
+    return value ? ConstHandle(std::move(*value)) : nullptr;
+  }
+  case LeafType::Binary: {
+    std::string bytes;
+    return absl::Base64Unescape(std::string(text), &bytes) ? ConstHandle(Kel::handleOf(Kel::Bytes(bytes)))
+                                                           : nullptr;
+  }
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Uint64:
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Int64: return numberHandle(leaf.held, text);
+  case LeafType::String:
+  case LeafType::Bits:
+  case LeafType::InstanceIdentifier:
+  case LeafType::Union: break;
+  }
+  return Kel::handleOf(Kel::String(text));
+}
+
+class Filler {
+public:
+  Filler(YangTypes const& types, FilledData& filled) : types_(types), filled_(filled) {}
+
+  // The node, and its next siblings.
+  void fillFrom(lyd_node const* first, Handle const& parent) {
+    for (lyd_node const* node = first; node != nullptr; node = node->next) {
+      if (node->schema == nullptr) continue;
+      auto const found = types_.attrs.find(node->schema);
+      if (found == types_.attrs.end()) {
+        ++filled_.leftOut;
+      } else if (node->schema->nodetype == LYS_LEAFLIST) {
+        node = fillLeafList(*node, found->second, parent);
+      } else {
+        fill(*node, found->second, parent);
+      }
+    }
+  }
+
+private:
+  void fill(lyd_node const& node, Kel::KelAttr attr, Handle const& parent) {
+    switch (node.schema->nodetype) {
+    case LYS_LEAF:
+      ++filled_.leaves;
+      if (attr.isKeyField()) return;
+      return attr.genericIfSet(parent, nullptr, valueHandle(*leafInfo(attr), node));
+    case LYS_CONTAINER:
+      // One that means nothing by itself is there when it holds something.
+      if (lyd_child(&node) == nullptr && (node.schema->flags & LYS_PRESENCE) == 0) return;
+      return fillFrom(lyd_child(&node), childOf(attr, parent));
+    default: return fillFrom(lyd_child(&node), entryOf(node, attr, parent));
+    }
+  }
+  static Handle mutableHandle(ConstHandle const& handle) {
+    return Kel::GenericIf::toObject(handle->object());
+  }
+  static Handle childOf(Kel::KelAttr attr, Handle const& parent) {
+    if (ConstHandle const there = attr.genericIfGet(parent)) return mutableHandle(there);
+    return attr.genericIfSet(parent, Kel::ArgList());
+  }
+  static Handle entryOf(lyd_node const& node, Kel::KelAttr attr, Handle const& parent) {
+    Kel::ArgList values;
+    lyd_node const* key = lyd_child(&node);
+    for (; key != nullptr && lysc_is_key(key->schema); key = key->next)
+      values.push_back(
+          valueHandle(*leafInfo(attr.memberType().attr(std::string_view(key->schema->name))), *key));
+    bool const isStructured = !attr.indexAttr();
+    ConstHandle const handle = isStructured ? ConstHandle(attr.keyType().genericIf(values)) : values.front();
+    if (attr.genericIfExist(parent, handle)) return mutableHandle(attr.genericIfGet(parent, handle));
+    return isStructured ? attr.genericIfSet(parent, handle, Kel::ArgList())
+                        : attr.genericIfSet(parent, values);
+  }
+  // Gives the last of its instances.
+  lyd_node const* fillLeafList(lyd_node const& first, Kel::KelAttr attr, Handle const& parent) {
+    Handle const array = attr.type().genericIf(nullptr);
+    lyd_node const* last = &first;
+    for (lyd_node const* node = &first; node != nullptr && node->schema == first.schema; node = node->next) {
+      attr.genericIfAdd(array, valueHandle(*leafInfo(attr), *node));
+      last = node;
+    }
+    ++filled_.leaves;
+    attr.genericIfSet(parent, nullptr, array);
+    return last;
+  }
+
+  YangTypes const& types_;
+  FilledData& filled_;
+};
+
+std::string complaint(ly_ctx const& context, std::string const& file) {
+  ly_err_item const* const said = ly_err_first(&context);
+  if (said == nullptr) return fmt::format("{}: it does not fit the modules", file);
+  ly_err_item const& last = *said->prev;
+  return fmt::format("{}: {}{}{}", file, last.path == nullptr ? "" : last.path,
+                     last.path == nullptr ? "" : " ",
+                     last.msg == nullptr ? "it does not fit the modules" : last.msg);
+}
+
+// Takes what is state out of a tree.
+void stateDel(lyd_node** first) {
+  for (lyd_node *node = *first, *next = nullptr; node != nullptr; node = next) {
+    next = node->next;
+    if (node->schema != nullptr && (node->schema->flags & LYS_CONFIG_W) == 0) {
+      if (node == *first) *first = next;
+      lyd_free_tree(node);
+    } else if (node->schema != nullptr && (node->schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) {
+      lyd_node* child = lyd_child(node);
+      stateDel(&child);
+    }
+  }
+}
+
+Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const& file) {
+  std::ifstream from(file, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(from), {}};
+  if (!from) return Kstd::Err(fmt::format("{}: cannot be read", file));
+  std::size_t const first = text.find_first_not_of(" \t\r\n\xef\xbb\xbf");
+  bool const isXml = first != text.npos && text[first] == '<';
+  if (!isXml) {
+    auto plain = plainJson(text);
+    if (!plain) return Kstd::Err(fmt::format("{}: {}", file, plain.error()));
+    text = *std::move(plain);
+  }
+  lyd_node* tree = nullptr;
+  ly_err_clean(const_cast<ly_ctx*>(&context), nullptr);
+  LY_ERR const ended = lyd_parse_data_mem(&context, text.c_str(), isXml ? LYD_XML : LYD_JSON,
+                                          LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree);
+  if (ended != LY_SUCCESS) {
+    lyd_free_all(tree);
+    return Kstd::Err(complaint(context, file));
+  }
+  return Tree(tree, &lyd_free_all);
+}
+
+} // namespace
+
+Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel const& model,
+                                                   std::vector<std::string> const& files) {
+  ly_ctx const& context = *model.modules().context();
+  Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
+  FilledData filled;
+  Filler filler(model.types(), filled);
+  lyd_node* config = nullptr;
+  std::string last;
+  for (std::string const& file : files) {
+    auto tree = parsed(context, file);
+    if (!tree) return Kstd::Err(std::move(tree).error());
+    last = file;
+    try {
+      for (lyd_node const* top = tree->get(); top != nullptr; top = top->next) {
+        if (!model.types().tops.contains(top->schema)) {
+          ++filled.leftOut;
+          continue;
+        }
+        Kel::Ptr<Kel::Entity> const entity = dir->entity(top->schema->name);
+        filler.fillFrom(lyd_child(top),
+                        Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(entity.get())));
+      }
+    } catch (Kel::Error const& error) {
+      return Kstd::Err(fmt::format("{}: {}", file, error.what()));
+    }
+    lyd_node* own = tree->release();
+    stateDel(&own);
+    if (own != nullptr) lyd_merge_siblings(&config, own, LYD_MERGE_DESTRUCT);
+  }
+  LY_ERR const valid = lyd_validate_all(&config, &context, LYD_VALIDATE_NO_STATE, nullptr);
+  std::string const why =
+      valid == LY_SUCCESS ? std::string() : complaint(context, last.empty() ? "no data" : last);
+  lyd_free_all(config);
+  if (valid != LY_SUCCESS && !files.empty()) return Kstd::Err(why);
+  if (valid != LY_SUCCESS)
+    filled.notes.push_back(fmt::format("the configuration is not valid while it is empty: {}", why));
+  return filled;
+}
+
+} // namespace Agent

@@ -1,0 +1,184 @@
+// Modules as types: what is served of them, values in and out, what is refused.
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/data/SetRun.h"
+#include "agent/model/SupportedPaths.h"
+#include "yang/yang_testing.h"
+
+namespace {
+
+using grpc::StatusCode;
+using ServiceTesting::setRequest;
+using testing::AllOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(YangServe, NodesAndWhatIsLeftOut) {
+  auto const& types = YangTesting::model().types();
+  for (std::string_view const each :
+       {"/every:every/config/any: what it holds has no schema", "under__score: a name with '__'",
+        "/every:every/entries/without-keys: a list without keys", "/every:top-list: at the top"})
+    EXPECT_THAT(types.leftOut, Contains(HasSubstr(each)));
+  std::string const paths = Agent::supportedPaths();
+  for (std::string_view const row :
+       {"| `/every/config/small` | int8 -5..-1 1..5 | config | event |",
+        "| `/every/config/animal` | identityref | config | event |",
+        "| `/every/config/numbers` | uint16* | config | event |",
+        "| `/every/config/stamped` | uint32 | config | event |",
+        "| `/every/entries/entry[name]/state/seen` | uint64 | state | sampled |",
+        "| `/every/entries/entry[name]/state/counters/hits` | uint32 | state | sampled |",
+        "| `/every/entries/entry[name]/state/mood` | string | state | event |"})
+    EXPECT_THAT(paths, HasSubstr(row));
+  EXPECT_THAT(paths, AllOf(Not(HasSubstr("gone")), Not(HasSubstr("fancy")), Not(HasSubstr("/do-it"))));
+}
+
+// What is set comes back in each encoding as it is to be written there; the canonical form of it.
+TEST(YangServe, ValuesOfEveryTypeInAndOut) {
+  struct Case {
+    std::string_view leaf, given, ietf, plain, typed; // empty: as the one before
+  };
+  YangTesting::Bench bench;
+  for (Case const& each : std::initializer_list<Case>{
+           {"i8", "-128", "-128", "", "int_val: -128"},
+           {"i64", R"("-9223372036854775808")", R"("-9223372036854775808")", "-9223372036854775808",
+            "int_val: -9223372036854775808"},
+           {"i16", "int:300", "300", "", "int_val: 300"},
+           {"u64", R"("18446744073709551615")", R"("18446744073709551615")", "18446744073709551615",
+            "uint_val: 18446744073709551615"},
+           {"u8", "int:255", "255", "", "uint_val: 255"},
+           {"small", "-5", "-5", "", "int_val: -5"},
+           {"flag", "false", "false", "", "bool_val: false"},
+           {"word", R"("abc")", R"("abc")", "", R"(string_val: "abc")"},
+           {"color", R"("light green")", R"("light green")", "", R"(string_val: "light green")"},
+           {"bits", R"("three one")", R"("one three")", "", R"(string_val: "one three")"},
+           {"animal", R"("dog")", R"("every:dog")", "", R"(string_val: "every:dog")"},
+           {"animal", R"("every-more:horse")", R"("every-more:horse")", "",
+            R"(string_val: "every-more:horse")"},
+           {"pointer", R"("nobody")", R"("nobody")", "", R"(string_val: "nobody")"},
+           {"empty", "[null]", "[null]", "true", "bool_val: true"},
+           {"words", R"(["b","a"])", R"(["b","a"])", "",
+            R"(leaflist_val { element { string_val: "b" } element { string_val: "a" } })"},
+           {"added", R"("x")", R"("x")", "", R"(string_val: "x")"},
+           {"decimal", R"("-1.250")", R"("-1.25")", "-1.25", "double_val: -1.25"},
+           {"decimal", "double:10.5", R"("10.5")", "10.5", "double_val: 10.5"},
+           {"binary", R"("AQID")", R"("AQID")", "", R"(bytes_val: "\001\002\003")"},
+           {"texts", R"("ANY")", R"("ANY")", "", R"(string_val: "ANY")"},
+       }) {
+    std::string const path = "/every/config/" + std::string(each.leaf);
+    grpc::Status const status = bench.set(setRequest("update " + path + " " + std::string(each.given)));
+    ASSERT_TRUE(status.ok()) << path << ": " << status.error_message();
+    std::string_view const plain = each.plain.empty() ? each.ietf : each.plain;
+    EXPECT_EQ(bench.value(path, gnmi::JSON_IETF), each.ietf) << path;
+    EXPECT_EQ(bench.value(path, gnmi::JSON), plain) << path;
+    EXPECT_EQ(bench.value(path, gnmi::PROTO), each.typed) << path;
+  }
+  EXPECT_THAT(bench.value("/every/config", gnmi::JSON_IETF), HasSubstr(R"("every-more:added":"x")"));
+}
+
+TEST(YangServe, WhatDoesNotFitIsRefused) {
+  YangTesting::Bench bench;
+  for (auto const& [line, code, what] :
+       std::initializer_list<std::tuple<char const*, StatusCode, char const*>>{
+           {"update /every/config/i8 200", StatusCode::INVALID_ARGUMENT, "range"},
+           {"update /every/config/small 0", StatusCode::INVALID_ARGUMENT, "range"},
+           {"update /every/config/word \"ABC\"", StatusCode::INVALID_ARGUMENT, "pattern"},
+           {"update /every/config/word \"abcdefghi\"", StatusCode::INVALID_ARGUMENT, "length"},
+           {"update /every/config/color \"blue\"", StatusCode::INVALID_ARGUMENT,
+            "no value of this enumeration"},
+           {"update /every/config/bits \"four\"", StatusCode::INVALID_ARGUMENT, "bit"},
+           {"update /every/config/empty false", StatusCode::INVALID_ARGUMENT, "empty"},
+           {"update /every/entries/entry[name=a]/state/mood \"x\"", StatusCode::INVALID_ARGUMENT, "is state"},
+           {"update /every/entries/entry[name=A]/name \"A\"", StatusCode::INVALID_ARGUMENT, "pattern"},
+           {"update /every/config/decimal \"1.2345\"", StatusCode::INVALID_ARGUMENT, "fraction digits"},
+           {"update /every/config/decimal double:11", StatusCode::INVALID_ARGUMENT, "range"},
+           {"update /every/config/binary \"AQIDBAU=\"", StatusCode::INVALID_ARGUMENT, "length"},
+           {"update /every/entries/pair[left=a]/both \"x\"", StatusCode::INVALID_ARGUMENT, "needs its keys"},
+           {"update /every/entries/pair[left=a][right=x]/both \"x\"", StatusCode::INVALID_ARGUMENT, "uint16"},
+           {"update /every/entries/pair[left=a][right=1]/left \"b\"", StatusCode::INVALID_ARGUMENT,
+            "contradicts"},
+           {"update /every {\"first-a\":\"x\",\"second\":{\"of-second\":\"y\"}}",
+            StatusCode::INVALID_ARGUMENT,
+            "'first-a' and 'second' are of different cases of the choice 'one-of'"},
+           {"update /every/config/any \"x\"", StatusCode::UNIMPLEMENTED, "not offered"},
+           {"update /every/config/gone \"x\"", StatusCode::NOT_FOUND, "not known"},
+       }) {
+    grpc::Status const status = bench.set(setRequest(line));
+    EXPECT_EQ(status.error_code(), code) << line << ": " << status.error_message();
+    EXPECT_THAT(status.error_message(), HasSubstr(what)) << line;
+  }
+  EXPECT_TRUE(bench.leaves().empty());
+}
+
+// Entries of a list with several keys, whole ones and by wildcards on some of them.
+TEST(YangServe, SeveralKeys) {
+  YangTesting::Bench bench;
+  grpc::Status const made = bench.set(setRequest(R"(update /every/entries/pair[left=a][right=1]/both "a1"
+update /every/entries {"pair":[{"left":"b","right":1,"both":"b1"},{"left":"a","right":20},{"right":3,"left":"a"}]})"));
+  ASSERT_TRUE(made.ok()) << made.error_message();
+  EXPECT_EQ(
+      bench.value("/every/entries", gnmi::JSON_IETF),
+      R"({"every:pair":[{"left":"a","right":1,"both":"a1"},{"left":"a","right":3},{"left":"a","right":20},)"
+      R"({"left":"b","right":1,"both":"b1"}]})");
+  EXPECT_EQ(bench.value("/every/entries/pair[left=b][right=1]/both"), R"("b1")");
+  EXPECT_EQ(bench.value("/every/entries/pair[left=a][right=20]/right"), "20");
+  gnmi::GetResponse ones;
+  ASSERT_TRUE(
+      bench.get(ServiceTesting::getRequest({"/every/entries/pair[right=1]/both"}, gnmi::PROTO), ones).ok());
+  EXPECT_EQ(ones.notification(0).update_size(), 2);
+  ASSERT_TRUE(bench.set(setRequest("delete /every/entries/pair[left=a][right=*]")).ok());
+  EXPECT_EQ(bench.value("/every/entries", gnmi::JSON), R"({"pair":[{"left":"b","right":1,"both":"b1"}]})");
+  ASSERT_TRUE(bench.set(setRequest("delete /every/entries/pair[left=b][right=1]")).ok());
+  EXPECT_TRUE(bench.leaves().empty());
+}
+
+// Writing into one case clears the others, whatever stands in them.
+TEST(YangServe, ChoicesAndPresence) {
+  YangTesting::Bench bench;
+  for (auto const& [line, held] : std::initializer_list<std::pair<char const*, char const*>>{
+           {"update /every/first-a \"1\"\nupdate /every/first-b \"2\"", R"({"first-a":"1","first-b":"2"})"},
+           {"update /every/second {\"of-second\":\"x\"}", R"({"second":{"of-second":"x"}})"},
+           {"update /every/third[k=a]/k \"a\"\nupdate /every/third[k=b]/k \"b\"",
+            R"({"third":[{"k":"a"},{"k":"b"}]})"},
+           {"update /every/first-a \"3\"", R"({"first-a":"3"})"},
+           {"update /every/presence {\"inside\":\"p\"}", R"({"first-a":"3","presence":{"inside":"p"}})"},
+           {"delete /every/presence", R"({"first-a":"3"})"},
+       }) {
+    grpc::Status const status = bench.set(setRequest(line));
+    ASSERT_TRUE(status.ok()) << line << ": " << status.error_message();
+    EXPECT_EQ(nlohmann::json::parse(bench.value("/every")), nlohmann::json::parse(held)) << line;
+  }
+  EXPECT_THAT(bench.value("/every/presence"), HasSubstr("nothing"));
+  ASSERT_TRUE(bench.set(setRequest("update /every/presence {}")).ok());
+  EXPECT_EQ(bench.value("/every/presence"), "{}");
+}
+
+// Where the device's own processes write, state goes like configuration, and no client takes it away.
+TEST(YangServe, ProvidersWriteState) {
+  YangTesting::Bench bench;
+  auto const provided = [&bench](std::string_view text) {
+    auto plan = Agent::setPlanOf(setRequest(text), nullptr, Agent::Writer::Provider);
+    if (!plan) return plan.error();
+    grpc::Status status(StatusCode::UNKNOWN, "");
+    bench.runtime().sets().setIs(
+        {std::move(*plan), nullptr, [&status](auto const& how, std::int64_t) { status = how; }});
+    bench.settle();
+    return status;
+  };
+  ASSERT_TRUE(
+      provided("update /every/entries/entry[name=a]/state {\"mood\":\"good\",\"counters\":{\"hits\":1}}")
+          .ok());
+  ASSERT_TRUE(
+      bench.set(setRequest("update /every/entries/entry[name=a]/nested[number=-1]/value \"x\"")).ok());
+  ASSERT_TRUE(bench.set(setRequest("delete /every/entries/entry[name=a]")).ok());
+  EXPECT_EQ(bench.value("/every/entries"),
+            R"({"entry":[{"name":"a","state":{"mood":"good","counters":{"hits":1}}}]})");
+  EXPECT_EQ(provided("update /every/entries/entry[name=a]/state/seen -1").error_code(),
+            StatusCode::INVALID_ARGUMENT);
+  ASSERT_TRUE(provided("delete /every/entries/entry[name=a]").ok());
+  EXPECT_TRUE(bench.leaves().empty());
+}
+
+} // namespace
