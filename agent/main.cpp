@@ -217,15 +217,11 @@ int serve(std::vector<std::string> const& arguments) {
       [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security->isSecure] {
         Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
       });
-<<<<<<< HEAD
   {
     Agent::ServiceManager const manager(runtime.context(), runtime.calls());
     signals.await();
   }
-=======
-  signals.await();
   if (providers) providers->drain(kPatienceNs);
->>>>>>> aa37c50 (Serve modules of YANG that are found in folders at start-up)
   (*server)->drain(kPatienceNs);
   runtime.context().stop();
   return Agent::ExitCode::ok;

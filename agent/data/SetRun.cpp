@@ -18,6 +18,7 @@
 #include "agent/data/SetDiff.h"
 #include "agent/data/SetPlaces.h"
 #include "agent/data/SetRecord.h"
+#include "agent/paths/OutPath.h"
 #include "agent/router/Router.h"
 #include "agent/router/StagedSet.h"
 #include "agent/store/ConfigStore.h"
