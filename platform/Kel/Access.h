@@ -187,6 +187,10 @@ private:
 template <class E>
 class ChildAccess final : public AttrAccess {
 public:
+  bool readsInPlace() const noexcept override { return true; }
+  void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
+    return static_cast<PtrInterface const*>(storage<Ptr<E>>(attr, object).get());
+  }
   void visitChildren(AttrDesc const& attr, Entity& owner,
                      std::function<void(Entity&)> const& visit) const override {
     Ptr<E> const child = storage<Ptr<E>>(attr, static_cast<void const*>(static_cast<PtrInterface*>(&owner)));

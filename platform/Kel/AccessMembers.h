@@ -114,6 +114,11 @@ template <class C, class ToHandle>
 class MembersAccess : public AttrAccess {
 public:
   using K = typename C::Key;
+  bool readsInPlace() const noexcept override { return true; }
+  void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
+    C const& members = storage<C>(attr, object);
+    return members.empty() ? nullptr : &members;
+  }
   Ptr<GenericIf const> keyHandle(AttrDesc const&, void const* rawKey) const override {
     return KeyTraits<K>::handle(*static_cast<K const*>(rawKey));
   }

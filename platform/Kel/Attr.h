@@ -86,10 +86,10 @@ public:
   // The value (the whole array value of an array); the member under `key` for a keyed collection. Scalars are
   // copied into the handle, other values are referred to in place and stay alive with the handle.
   [[nodiscard]] ConstHandle genericIfGet(ConstHandle const& obj, ConstHandle const& key = {}) const;
-  // Whether a singular value can be read without a handle, where it lies.
+  // Whether what it holds can be read without a handle, where it lies.
   [[nodiscard]] bool readsInPlace() const noexcept { return desc_->access->readsInPlace(); }
-  // Reads so: the raw form of the value, null when it is not set. Valid until the object changes. REQUIRES an
-  // object of the attribute's owner type (unchecked).
+  // Reads so: what `AttrAccess::valueAt` gives, null when there is nothing. Valid until the object changes.
+  // REQUIRES an object of the attribute's owner type (unchecked).
   [[nodiscard]] void const* valueAt(PtrInterface const& object) const noexcept {
     return desc_->access->valueAt(*desc_, &object);
   }

@@ -144,8 +144,8 @@ public:
   [[nodiscard]] Ptr<GenericIf const> call(AttrDesc const& attr, GenericIf const& obj,
                                           ArgList const& args) const;
 
-  // Whether the value of a singular attribute can be read where it lies: `valueAt` gives its raw form within
-  // the raw form of the object, null when it is not set. Valid until the object changes.
+  // Whether what it holds can be read where it lies: `valueAt` gives the raw form of a singular value or
+  // child, of a keyed collection its storage; null when there is none. Valid until the object changes.
   [[nodiscard]] virtual bool readsInPlace() const noexcept { return false; }
   [[nodiscard]] virtual void const* valueAt(AttrDesc const& attr, void const* object) const noexcept;
   // The handle of a key that an observer was told of by its raw form; null for what has no keys.

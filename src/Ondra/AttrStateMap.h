@@ -6,6 +6,8 @@
 // 2. A node's address is valid until the node is deleted.
 // 3. A node's timestamp never goes back, and a change is never stamped with the time that the node holds
 //    already.
+// 4. The state of a singular attribute is a time and nothing else until somebody asks for its node. Times
+//    take no storage of their own while all that an object has are the same, as a first walk leaves them.
 #pragma once
 
 #include <absl/container/node_hash_set.h>
@@ -67,16 +69,14 @@ public:
 
 private:
   friend class AttrStateMap;
-  AttrStateNode() noexcept = default; // the place of a node that is not there
 
-  mutable long timestamp_ = 0; // 0: not there; no clock shows it
-  Kel::AttributeId id_ = 0;
+  mutable long timestamp_;
+  Kel::AttributeId id_;
   Kel::Ptr<Kel::GenericIf const> key_;
 };
 
-// Owned by one notifiee; lives and dies with it. Scheduler thread only. Reading the state of a singular
-// attribute, which every walk does for every leaf, is an index into an array: the nodes of an object's
-// singular attributes are made together, on first use, in one block.
+// Owned by one notifiee; lives and dies with it. Scheduler thread only. Walks read and move the times of
+// singular attributes without nodes: a bit, or an index into an array.
 class KTD_EXPORT AttrStateMap {
   using Key = Kel::Ptr<Kel::GenericIf const>;
   struct Probe { // stands for a node in look-ups
@@ -106,19 +106,28 @@ public:
   AttrStateMap(AttrStateMap const&) = delete;
   AttrStateMap& operator=(AttrStateMap const&) = delete;
 
+  // The time of the entry, which is made when there is none.
+  long timestampOf(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  // The time of a change: the entry's, moved on (`AttrStateNode::updatedTimestamp`), or that of one which is
+  // made.
+  long changedTimestamp(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  // There is an entry.
+  [[nodiscard]] bool has(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) const;
+  // The time of a singular attribute by its position in the owner's type; 0: it has no entry.
+  [[nodiscard]] long singularTimestamp(std::size_t position) const noexcept {
+    long const time = timeAt(position);
+    return time == kInNode ? nodeTime(position) : time;
+  }
+  // The one time that all these singular attributes have (bits by position); those without an entry get one.
+  // 0, and nothing is made, when their times are not the same. Not traced.
+  [[nodiscard]] long commonTimestamp(std::uint64_t positions) {
+    bool const haveIt = block_ == nullptr && (seen_ & positions) == positions;
+    return haveIt ? common_ : makeCommon(positions);
+  }
+  // Has the times of the singular attributes on their way into the cache.
+  void prefetch() const noexcept { __builtin_prefetch(block_); }
   // The node, made when there is none.
   AttrStateNode const& getAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
-  // The stamp of a singular attribute by its position in the owner's type; 0 while it has no node.
-  [[nodiscard]] long singularTimestamp(std::size_t position) const noexcept {
-    return position < places_ ? singular_[position].timestamp_ : 0;
-  }
-  // Has the nodes of the singular attributes on their way into the cache.
-  void prefetch() const noexcept {
-    auto const* const from = reinterpret_cast<char const*>(singular_);
-    for (std::size_t at = 0; at < places_ * sizeof(AttrStateNode); at += 64) {
-      __builtin_prefetch(from + at);
-    }
-  }
   // The node, or null.
   [[nodiscard]] AttrStateNode const* queryAttrState(Kel::AttributeId id,
                                                     Kel::Ptr<Kel::GenericIf const> const& key) const;
@@ -130,22 +139,50 @@ public:
   [[nodiscard]] static std::uint32_t traceMask();
   // The keys of one attribute's nodes, in no order; null for the node of the attribute as such.
   [[nodiscard]] std::vector<Kel::Ptr<Kel::GenericIf const>> keysOf(Kel::AttributeId id) const;
-  [[nodiscard]] std::size_t size() const noexcept;
+  [[nodiscard]] std::size_t size() const;
   // "\n <state>" for each node.
   [[nodiscard]] std::string dumpState() const;
 
 private:
-  // The place of a singular attribute's node; null when it is to be found by hash.
-  [[nodiscard]] AttrStateNode* singularPlace(Kel::AttributeId id) const noexcept;
-  AttrStateNode* makeSingularPlace(Kel::AttributeId id);
+  static constexpr long kInNode = -1;        // where a time would be: it is its node's
+  static constexpr std::size_t kInMask = 64; // positions that `seen_` can tell of
+
+  // What some maps have and most have not, with the times of all singular attributes behind it.
+  struct Block {
+    std::size_t count; // of the times
+    std::unique_ptr<AttrStateMapType> nodes;
+    [[nodiscard]] long* times() noexcept { return reinterpret_cast<long*>(this + 1); }
+  };
+
+  // As it is stored, 0: none.
+  [[nodiscard]] long timeAt(std::size_t position) const noexcept {
+    if (block_ != nullptr) {
+      return block_->times()[position];
+    }
+    return position < kInMask && ((seen_ >> position) & 1) != 0 ? common_ : 0;
+  }
+  void timeIs(std::size_t position, long time) const;
+  long makeCommon(std::uint64_t positions);
+  [[nodiscard]] long nodeTime(std::size_t position) const noexcept;
+  // The position of a singular attribute of the owner; nothing for what is found by hash.
+  [[nodiscard]] std::optional<std::size_t> positionOf(Kel::AttributeId id, Key const& key) const noexcept;
+  // Likewise, when its time may be handled without its node: reading one is traced.
+  [[nodiscard]] std::optional<std::size_t> untraced(Kel::AttributeId id, Key const& key) const;
+  // The node of a singular attribute that has a time.
+  AttrStateNode const& nodeOf(Kel::AttributeId id, std::size_t position) const;
+  Block& block() const;
+  AttrStateMapType& nodes() const;
+  [[nodiscard]] AttrStateMapType* nodesSoFar() const noexcept {
+    return block_ == nullptr ? nullptr : block_->nodes.get();
+  }
   template <typename Visit>
   void forEach(Visit const& visit) const;
 
+  // Asking for a node changes where a time is, and nothing else.
   GifGnmiNotifiee const* owner_;
-  AttrStateNode* singular_ = nullptr; // by position of the attribute in the owner's type
-  std::uint32_t places_ = 0;
-  std::uint32_t singularCount_ = 0;
-  std::unique_ptr<AttrStateMapType> keyed_;
+  mutable long common_ = 0;        // the time of all singular attributes that have one, without a block
+  mutable std::uint64_t seen_ = 0; // those that have one, by position
+  mutable Block* block_ = nullptr; // then times are there
 };
 
 } // namespace Ondra

@@ -31,6 +31,7 @@
 #include "Ondra/BaseRouter.h"
 #include "Ondra/Path.h"
 #include "Ondra/WalkTask.h"
+#include "Ondra/WirePrefix.h"
 
 namespace Ondra {
 
@@ -75,12 +76,13 @@ public:
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
   [[nodiscard]] bool meetsKeyFields() const noexcept { return meetsKeyFields_; }
-  // The elements of the path as bytes of a gNMI path; empty until somebody has put them here.
-  [[nodiscard]] Kel::Bytes& wirePrefix() noexcept { return wirePrefix_; }
+  // The elements of the path as bytes.
+  [[nodiscard]] WirePrefix& wirePrefix() noexcept { return wirePrefix_; }
+  [[nodiscard]] std::size_t pathHash() const noexcept { return pathHash_; } // that of its path
   // Has what walks of the object read of it, beside itself, on its way into the cache.
   void prefetch() const noexcept {
     attrStates_.prefetch();
-    __builtin_prefetch(wirePrefix_.bytesPtr());
+    __builtin_prefetch(wirePrefix_.bytes.bytesPtr());
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
@@ -89,13 +91,11 @@ public:
 
   // Notes that the path is the holder's with one element more, that of the holder's attribute under which the
   // object, an entity, has its place. An entity has one place in its life, so that walks of the holder need
-  // not work out the path again:
-  void heldByIs(GifGnmiNotifiee const& holder, Kel::AttributeId attr) noexcept {
-    holderSerial_ = holder.serial_;
-    holderAttr_ = attr;
-  }
+  // not work out the path again.
+  // `elem`: the element as bytes when it has no keys, else nothing. Keeps the holder.
+  void heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem);
   [[nodiscard]] bool isHeldBy(GifGnmiNotifiee const& holder, Kel::AttributeId attr) const noexcept {
-    return holderSerial_ == holder.serial_ && holderAttr_ == attr;
+    return holder_.get() == &holder && holderAttr_ == attr;
   }
 
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that
@@ -137,22 +137,23 @@ private:
                  Kel::Ptr<Path const> const& path);
 
   // What walks read comes first: it lies together.
-  std::uint64_t holderSerial_ = 0; // 0: not noted
+  Kel::Ptr<GifGnmiNotifiee> holder_; // null: not noted
   Kel::AttributeId holderAttr_ = 0;
-  bool const meetsKeyFields_;
+  bool const meetsKeyFields_ : 1;
+  bool const first_ : 1;
+  bool const second_ : 1;
+  bool inRegistry_ = false;
+  bool recordedType_ = false; // the entry in `pathTypesMap` is its own
+  bool wasSwitchedOff_ = false;
   AttrStateMap attrStates_;
   Kel::Ptr<Path const> const prefixPath_;
-  Kel::Bytes wirePrefix_;
+  WirePrefix wirePrefix_;   // above: of the holder
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
   std::uint64_t const serial_;
   std::unique_ptr<EmittedLeaves> emitted_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
-  bool const first_;
-  bool const second_;
-  bool inRegistry_ = false;
-  bool recordedType_ = false; // the entry in `pathTypesMap` is its own
-  bool wasSwitchedOff_ = false;
+  std::size_t const pathHash_;
 };
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another

@@ -51,6 +51,7 @@ namespace Ondra {
 
 class ArenaRespMsg;
 class Ir;
+class LightWalk;
 class ParkedWalks;
 class Sender;
 class ShortRoads;
@@ -193,6 +194,7 @@ private:
   class Run;               // the loop over the attributes (WalkRun.cpp)
   class Item;              // one attribute or member (WalkItem.cpp)
   friend class ShortRoads; // what an earlier walk has been over
+  friend class LightWalk;  // and whole subtrees of it
   friend class Sender;     // responses
   friend class ParkedWalks;
   friend class WalkQ;

@@ -9,8 +9,12 @@
 
 #include <absl/container/btree_set.h>
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+#include <absl/hash/hash.h>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -33,56 +37,48 @@ struct KTD_EXPORT PathOrder {
   bool operator()(Path const& a, GifGnmiNotifiee const* b) const;
 };
 
-// The notifiees of one object, one a path, the oldest first. The first takes no storage of its own, and
-// joining and leaving the same time however many there are.
-class KTD_EXPORT NotifieesOfObject {
+// A set of notifiees in many small tables, which grow one by one: one large table would hold the scheduler
+// thread for milliseconds when it does. Entries are pointers; what they are found by lies in the notifiee.
+template <class Entry, class Hash, class Equal>
+class NotifieeTable {
 public:
-  void insert(GifGnmiNotifiee* notifiee);
-  void erase(GifGnmiNotifiee* notifiee);
-  [[nodiscard]] bool empty() const noexcept { return one_ == nullptr && (!several_ || several_->empty()); }
-  // Null when there may be others.
-  [[nodiscard]] GifGnmiNotifiee* only() const noexcept { return one_; }
-  // The first for which `is` is true; null when there is none.
-  template <class Is>
-  [[nodiscard]] GifGnmiNotifiee* first(Is const& is) const {
-    if (!several_) {
-      return one_ != nullptr && is(*one_) ? one_ : nullptr;
+  using Table = absl::flat_hash_set<Entry, Hash, Equal, Kel::MemAllocator<Entry, NotifieeTable>>;
+
+  // The entry of that notifiee, or that key.
+  template <class Key>
+  [[nodiscard]] Entry const* find(Key const& key) const {
+    Table const& table = tables_[indexOf(key)];
+    auto const found = table.find(key);
+    return found == table.end() ? nullptr : &*found;
+  }
+  // Whether there was none that is equal.
+  bool insert(Entry const& entry) {
+    bool const isNew = tables_[indexOf(entry)].insert(entry).second;
+    size_ += isNew ? 1 : 0;
+    return isNew;
+  }
+  template <class Key>
+  void erase(Key const& key) {
+    size_ -= tables_[indexOf(key)].erase(key);
+  }
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
+  template <class Visit>
+  void forEach(Visit const& visit) const {
+    for (Table const& table : tables_) {
+      std::for_each(table.begin(), table.end(), visit);
     }
-    auto const found = std::find_if(several_->begin(), several_->end(),
-                                    [&is](GifGnmiNotifiee const* notifiee) { return is(*notifiee); });
-    return found == several_->end() ? nullptr : *found;
   }
 
 private:
-  struct ByAge {
-    bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
-      return a->serial() < b->serial();
-    }
-  };
-  using Several =
-      absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieesOfObject>>;
-
-  GifGnmiNotifiee* one_ = nullptr; // null with several
-  std::unique_ptr<Several> several_;
-};
-
-// A path with its hash beside it: a map that grows does not have to read every path again, which would hold
-// the scheduler thread for milliseconds.
-struct KTD_EXPORT HashedPath {
-  using PathPtr = Kel::Ptr<Path const>;
-  HashedPath(PathPtr thePath) : path(std::move(thePath)), hash(std::hash<PathPtr>{}(path)) {}
-  operator PathPtr const&() const noexcept { return path; }
-  Path const* operator->() const noexcept { return path.get(); }
-  friend bool operator==(HashedPath const& a, HashedPath const& b) {
-    return a.hash == b.hash && a.path->isEqual(b.path.get());
+  static constexpr std::size_t kTables = 256;
+  // Of bits that the table itself looks at last.
+  template <class Key>
+  [[nodiscard]] static std::size_t indexOf(Key const& key) {
+    return (Hash{}(key) >> 40) % kTables;
   }
 
-  struct Hash {
-    std::size_t operator()(HashedPath const& hashed) const noexcept { return hashed.hash; }
-  };
-
-  PathPtr path;
-  std::size_t hash;
+  std::array<Table, kTables> tables_;
+  std::size_t size_ = 0;
 };
 
 // There is one, `notifieeMaps`, which lives for the process. Holds the notifiees. Scheduler thread only.
@@ -90,13 +86,6 @@ class KTD_EXPORT NotifieeMaps {
 public:
   using PathPtr = Kel::Ptr<Path const>;
   using NotifieePtr = Kel::Ptr<GifGnmiNotifiee>;
-  using GnmiNotifieeMapType =
-      absl::flat_hash_map<HashedPath, NotifieePtr, HashedPath::Hash, std::equal_to<HashedPath>,
-                          Kel::MemAllocator<std::pair<HashedPath const, NotifieePtr>, NotifieeMaps>>;
-  using NotifieePathMapType = absl::flat_hash_map<
-      Kel::PtrInterface const*, NotifieesOfObject, absl::Hash<Kel::PtrInterface const*>,
-      std::equal_to<Kel::PtrInterface const*>,
-      Kel::MemAllocator<std::pair<Kel::PtrInterface const* const, NotifieesOfObject>, NotifieeMaps>>;
 
   // Registers a notifiee of that object. One that has the path already is taken out first and leaves its
   // entry in `pathTypesMap` to this one.
@@ -116,12 +105,60 @@ public:
   // The last in the order of the paths, which is quick to find and to erase; null when there is none.
   [[nodiscard]] NotifieePtr last() const;
 
-  [[nodiscard]] GnmiNotifieeMapType const& byPath() const noexcept { return byPath_; }
-  [[nodiscard]] NotifieePathMapType const& byObject() const noexcept { return byObject_; }
+  [[nodiscard]] std::size_t size() const noexcept { return byPath_.size(); } // notifiees
+  // Of objects that are watched.
+  [[nodiscard]] std::size_t objects() const noexcept { return byObject_.size(); }
+  // Each notifiee, in no order. REQUIRES that nothing changes meanwhile.
+  template <class Visit>
+  void forEach(Visit const& visit) const {
+    byPath_.forEach([&visit](NotifieePtr const& notifiee) { visit(*notifiee); });
+  }
 
 private:
-  GnmiNotifieeMapType byPath_;
-  NotifieePathMapType byObject_;
+  using Object = Kel::PtrInterface const*;
+  struct ByAge {
+    bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+      return a->serial() < b->serial();
+    }
+  };
+  struct PathHash {
+    using is_transparent = void;
+    std::size_t operator()(NotifieePtr const& notifiee) const { return notifiee->pathHash(); }
+    std::size_t operator()(PathPtr const& path) const { return path->hash(); }
+  };
+  struct SamePath {
+    using is_transparent = void;
+    bool operator()(NotifieePtr const& a, NotifieePtr const& b) const {
+      return a == b || (a->pathHash() == b->pathHash() && (*this)(a, b->prefixPath()));
+    }
+    bool operator()(NotifieePtr const& a, PathPtr const& path) const {
+      return a->prefixPath()->isEqual(path.get());
+    }
+  };
+  struct ObjectHash {
+    using is_transparent = void;
+    std::size_t operator()(GifGnmiNotifiee const* notifiee) const {
+      return (*this)(notifiee->objectIdentity_);
+    }
+    std::size_t operator()(Object object) const { return absl::HashOf(object); }
+  };
+  struct SameObject {
+    using is_transparent = void;
+    bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+      return a->objectIdentity_ == b->objectIdentity_;
+    }
+    bool operator()(GifGnmiNotifiee const* a, Object object) const { return a->objectIdentity_ == object; }
+  };
+  using Several = absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
+
+  void insertByObject(GifGnmiNotifiee* notifiee);
+  void eraseByObject(GifGnmiNotifiee* notifiee);
+
+  NotifieeTable<NotifieePtr, PathHash, SamePath> byPath_;
+  NotifieeTable<GifGnmiNotifiee*, ObjectHash, SameObject> byObject_; // the oldest of each object
+  absl::flat_hash_map<Object, Several, absl::Hash<Object>, std::equal_to<Object>,
+                      Kel::MemAllocator<std::pair<Object const, Several>, NotifieeMaps>>
+      several_; // of objects that have more than one: all
   absl::btree_set<GifGnmiNotifiee*, PathOrder, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>> inOrder_;
 };
 

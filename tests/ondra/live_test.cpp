@@ -250,7 +250,7 @@ TEST(LiveCost, OneObjectAtManyPaths) {
   router.pushes = 0;
   world.dir()->entityDel("chassis");
   EXPECT_EQ(router.pushes, kMany);
-  EXPECT_TRUE(Ondra::notifieeMaps->byObject().empty());
+  EXPECT_EQ(Ondra::notifieeMaps->objects(), 0U);
 }
 
 // --- faults ----------------------------------------------------------------------------------------------

@@ -75,10 +75,10 @@ TEST_F(Notifiee, FindsWhatLiesAtOrBelow) {
     ASSERT_EQ(GifGnmiNotifiee::notifieeMapSize(), model.size()) << "seed " << seed << " step " << step;
   }
   std::set<std::string> left;
-  for (auto const& [path, notifiee] : notifieeMaps->byPath()) {
-    left.insert(path->toString());
-    EXPECT_EQ(notifieeMaps->find(path), notifiee.get());
-  }
+  notifieeMaps->forEach([&left](GifGnmiNotifiee const& notifiee) {
+    left.insert(notifiee.prefixPath()->toString());
+    EXPECT_EQ(notifieeMaps->find(notifiee.prefixPath()), &notifiee);
+  });
   EXPECT_EQ(left, model);
 }
 

@@ -1,8 +1,12 @@
-// Singular attributes have a place each in one array, members a node in a hash set; a time that is taken
-// moves the clock on.
+// Times of singular attributes, all the same or in an array; nodes of members, and of whoever is asked for,
+// in a hash set. A time that is taken moves the clock on.
 #include "Ondra/AttrStateMap.h"
 
 #include <absl/hash/hash.h>
+
+#include <cstddef>
+#include <memory>
+#include <new>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Attr.h"
@@ -23,6 +27,15 @@ Tovak::DebugHandler& trace() {
 
 long loopTime() { return Kel::activityManagerStatus()->activityLoopExecNsTime(); }
 
+// The loop's time, which is moved on when it is this one.
+long laterThan(long timestamp) {
+  Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
+  if (timestamp == clock.activityLoopExecNsTime()) {
+    clock.activityLoopExecNsTimeInc(1);
+  }
+  return clock.activityLoopExecNsTime();
+}
+
 bool sameKey(Kel::Ptr<Kel::GenericIf const> const& a, Kel::Ptr<Kel::GenericIf const> const& b) {
   return a == b || (a && b && a->equals(*b));
 }
@@ -40,13 +53,7 @@ AttrStateNode::AttrStateNode(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const>
   }
 }
 
-long AttrStateNode::advanceTimestamp() const {
-  if (timestamp_ == loopTime()) {
-    Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1);
-  }
-  timestamp_ = loopTime();
-  return timestamp_;
-}
+long AttrStateNode::advanceTimestamp() const { return timestamp_ = laterThan(timestamp_); }
 
 long AttrStateNode::updatedTimestamp() const {
   advanceTimestamp();
@@ -96,56 +103,152 @@ bool AttrStateMap::Equal::operator()(AttrStateNode const& a, Probe const& b) con
 
 std::uint32_t AttrStateMap::traceMask() { return trace().mask(); }
 
+namespace {
+
+std::size_t attrCountOf(GifGnmiNotifiee const* owner) {
+  return owner == nullptr || !owner->objectType() ? 0 : owner->objectType().attrCount();
+}
+
+using Storage = Kel::MemAllocator<std::max_align_t, AttrStateMap>;
+
+std::size_t unitsOf(std::size_t bytes) {
+  return (bytes + sizeof(std::max_align_t) - 1) / sizeof(std::max_align_t);
+}
+
+} // namespace
+
 AttrStateMap::~AttrStateMap() {
-  if (singular_ != nullptr) {
-    std::destroy_n(singular_, places_);
-    Kel::MemAllocator<AttrStateNode, AttrStateMap>().deallocate(singular_, places_);
+  if (block_ != nullptr) {
+    std::size_t const units = unitsOf(sizeof(Block) + block_->count * sizeof(long));
+    std::destroy_at(block_);
+    Storage().deallocate(reinterpret_cast<std::max_align_t*>(block_), units);
   }
 }
 
-AttrStateNode* AttrStateMap::singularPlace(Kel::AttributeId id) const noexcept {
-  if (singular_ == nullptr) {
-    return nullptr;
+AttrStateMap::Block& AttrStateMap::block() const {
+  if (block_ == nullptr) {
+    std::size_t const count = attrCountOf(owner_);
+    void* const storage = Storage().allocate(unitsOf(sizeof(Block) + count * sizeof(long)));
+    auto* const made = new (storage) Block{count, nullptr};
+    for (std::size_t at = 0; at < count; ++at) {
+      new (made->times() + at) long(timeAt(at));
+    }
+    block_ = made;
+  }
+  return *block_;
+}
+
+AttrStateMap::AttrStateMapType& AttrStateMap::nodes() const {
+  std::unique_ptr<AttrStateMapType>& nodes = block().nodes;
+  if (!nodes) {
+    nodes = std::make_unique<AttrStateMapType>();
+  }
+  return *nodes;
+}
+
+// --- times of singular attributes ----------------------------------------------------------------------
+
+std::optional<std::size_t> AttrStateMap::positionOf(Kel::AttributeId id, Key const& key) const noexcept {
+  if (key || owner_ == nullptr || !owner_->objectType()) {
+    return std::nullopt;
   }
   auto const& byId = owner_->objectType().desc().byId;
   auto const at = static_cast<std::size_t>(id);
-  return at < byId.size() && byId[at] != nullptr ? singular_ + byId[at]->index : nullptr;
+  return at < byId.size() && byId[at] != nullptr ? std::optional<std::size_t>(byId[at]->index) : std::nullopt;
 }
 
-AttrStateNode* AttrStateMap::makeSingularPlace(Kel::AttributeId id) {
-  if (singular_ == nullptr && owner_ != nullptr && owner_->objectType()) {
-    places_ = static_cast<std::uint32_t>(owner_->objectType().attrCount());
-    if (places_ > 0) {
-      singular_ = Kel::MemAllocator<AttrStateNode, AttrStateMap>().allocate(places_);
-      for (std::uint32_t i = 0; i < places_; ++i) {
-        ::new (static_cast<void*>(singular_ + i)) AttrStateNode();
-      }
+std::optional<std::size_t> AttrStateMap::untraced(Kel::AttributeId id, Key const& key) const {
+  return trace().isOn(9) ? std::nullopt : positionOf(id, key);
+}
+
+void AttrStateMap::timeIs(std::size_t position, long time) const {
+  if (block_ == nullptr && position < kInMask) {
+    std::uint64_t const bit = std::uint64_t{1} << position;
+    if (time == 0) {
+      seen_ &= ~bit;
+      return;
+    }
+    if (time != kInNode && ((seen_ & ~bit) == 0 || time == common_)) {
+      common_ = time;
+      seen_ |= bit;
+      return;
     }
   }
-  return singularPlace(id);
+  block().times()[position] = time;
 }
+
+long AttrStateMap::makeCommon(std::uint64_t positions) {
+  long const now = loopTime();
+  if (block_ != nullptr || (seen_ != 0 && common_ != now)) {
+    return 0;
+  }
+  common_ = now;
+  seen_ |= positions;
+  return now;
+}
+
+long AttrStateMap::nodeTime(std::size_t position) const noexcept {
+  return nodes().find(Probe{owner_->objectType().attrAt(position).id(), nullptr})->timestamp_;
+}
+
+AttrStateNode const& AttrStateMap::nodeOf(Kel::AttributeId id, std::size_t position) const {
+  long const time = timeAt(position);
+  AttrStateNode const& node = *nodes().emplace(id, nullptr).first;
+  if (time != kInNode) {
+    node.timestamp_ = time;
+    timeIs(position, kInNode);
+  }
+  return node;
+}
+
+long AttrStateMap::timestampOf(Kel::AttributeId rawId, Key const& rawKey) {
+  Kel::AttributeId const id = absoluteId(rawId);
+  auto const position = untraced(id, rawKey);
+  if (!position) {
+    return getAttrState(id, rawKey).effectiveTimestamp();
+  }
+  if (timeAt(*position) == 0) {
+    timeIs(*position, loopTime());
+  }
+  return singularTimestamp(*position);
+}
+
+long AttrStateMap::changedTimestamp(Kel::AttributeId rawId, Key const& rawKey) {
+  Kel::AttributeId const id = absoluteId(rawId);
+  auto const position = untraced(id, rawKey);
+  if (!position || timeAt(*position) == kInNode) {
+    AttrStateNode const* const known = queryAttrState(id, rawKey);
+    return known != nullptr ? known->updatedTimestamp() : getAttrState(id, rawKey).effectiveTimestamp();
+  }
+  long const time = timeAt(*position);
+  timeIs(*position, time == 0 ? loopTime() : laterThan(time));
+  return timeAt(*position);
+}
+
+bool AttrStateMap::has(Kel::AttributeId rawId, Key const& rawKey) const {
+  Kel::AttributeId const id = absoluteId(rawId);
+  auto const position = untraced(id, rawKey);
+  return position ? timeAt(*position) != 0 : queryAttrState(id, rawKey) != nullptr;
+}
+
+// --- nodes ---------------------------------------------------------------------------------------------
 
 AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNode const* node = nullptr;
   bool made = false;
-  if (AttrStateNode* const place = key ? nullptr : makeSingularPlace(id)) {
-    made = place->timestamp_ == 0;
+  if (auto const position = positionOf(id, key)) {
+    made = timeAt(*position) == 0;
     if (made) {
-      place->id_ = id;
-      place->timestamp_ = loopTime();
-      ++singularCount_;
+      timeIs(*position, loopTime());
     }
-    node = place;
+    node = &nodeOf(id, *position);
   } else {
-    if (!keyed_) {
-      keyed_ = std::make_unique<AttrStateMapType>();
-    }
-    auto found = keyed_->find(Probe{id, key});
-    made = found == keyed_->end();
+    auto found = nodes().find(Probe{id, key});
+    made = found == nodes().end();
     if (made) {
-      found = keyed_->emplace(id, key).first;
+      found = nodes().emplace(id, key).first;
     }
     node = &*found;
   }
@@ -161,11 +264,11 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNode const* node = nullptr;
-  if (AttrStateNode const* const place = key ? nullptr : singularPlace(id)) {
-    node = place->timestamp_ == 0 ? nullptr : place;
-  } else if (keyed_) {
-    auto const found = keyed_->find(Probe{id, key});
-    node = found == keyed_->end() ? nullptr : &*found;
+  if (auto const position = positionOf(id, key)) {
+    node = timeAt(*position) == 0 ? nullptr : &nodeOf(id, *position);
+  } else if (AttrStateMapType const* const nodes = nodesSoFar()) {
+    auto const found = nodes->find(Probe{id, key});
+    node = found == nodes->end() ? nullptr : &*found;
   }
   if (node != nullptr) {
     TOVAK_TRACE(trace(), 9, kCategory, "found {}", node->stateString(owner_));
@@ -178,19 +281,11 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
 std::optional<long> AttrStateMap::delAttrState(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
-  bool erased = false;
-  if (AttrStateNode* const place = key ? nullptr : singularPlace(id)) {
-    erased = place->timestamp_ != 0;
-    if (erased) {
-      *place = AttrStateNode();
-      --singularCount_;
-    }
-  } else if (keyed_) {
-    auto const found = keyed_->find(Probe{id, key});
-    erased = found != keyed_->end();
-    if (erased) {
-      keyed_->erase(found);
-    }
+  AttrStateMapType* const nodes = nodesSoFar();
+  bool erased = nodes != nullptr && nodes->erase(Probe{id, key}) > 0;
+  if (auto const position = positionOf(id, key)) {
+    erased = timeAt(*position) != 0;
+    timeIs(*position, 0);
   }
   if (!erased) {
     TOVAK_TRACE(trace(), 9, kCategory, "{} does not exist", AttrStateNode(id, key).keyString(owner_));
@@ -204,13 +299,15 @@ std::optional<long> AttrStateMap::delAttrState(Kel::AttributeId rawId, Key const
 
 template <typename Visit>
 void AttrStateMap::forEach(Visit const& visit) const {
-  for (std::uint32_t i = 0; i < places_; ++i) {
-    if (singular_[i].timestamp_ != 0) {
-      visit(singular_[i]);
+  for (std::size_t at = 0; at < attrCountOf(owner_); ++at) {
+    if (long const time = timeAt(at); time != 0 && time != kInNode) {
+      AttrStateNode const node(owner_->objectType().attrAt(at).id(), nullptr);
+      node.timestamp_ = time;
+      visit(node);
     }
   }
-  if (keyed_) {
-    for (AttrStateNode const& node : *keyed_) {
+  if (AttrStateMapType const* const nodes = nodesSoFar()) {
+    for (AttrStateNode const& node : *nodes) {
       visit(node);
     }
   }
@@ -226,7 +323,11 @@ std::vector<Kel::Ptr<Kel::GenericIf const>> AttrStateMap::keysOf(Kel::AttributeI
   return keys;
 }
 
-std::size_t AttrStateMap::size() const noexcept { return singularCount_ + (keyed_ ? keyed_->size() : 0); }
+std::size_t AttrStateMap::size() const {
+  std::size_t count = 0;
+  forEach([&count](AttrStateNode const&) { ++count; });
+  return count;
+}
 
 std::string AttrStateMap::dumpState() const {
   std::string text;

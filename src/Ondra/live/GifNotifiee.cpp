@@ -20,6 +20,7 @@
 #include "Ondra/live/Pending.h"
 #include "Ondra/live/Referrers.h"
 #include "Ondra/live/Sharers.h"
+#include "Ondra/live/Watch.h"
 #include "Ondra/rules/WalkRules.h"
 
 namespace Ondra {
@@ -38,13 +39,14 @@ std::uint64_t& madeSoFar() {
 GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
                                  BaseRouter& router, bool first, bool second)
     : meetsKeyFields_(WalkRules::meetsKeyFields(notifier->fwkType(), *prefixPath))
+    , first_(first)
+    , second_(second)
     , attrStates_(this)
     , prefixPath_(std::move(prefixPath))
     , type_(notifier->fwkType())
     , router_(router)
     , serial_(++madeSoFar())
-    , first_(first)
-    , second_(second) {
+    , pathHash_(prefixPath_->hash()) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   TOVAK_ASSERT(!prefixPath_->empty(), notifieeTrace(), "prefixPath_ cannot be empty!");
   ref(); // whoever observes the types may take it out of the registry again
@@ -121,18 +123,23 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
       return;
     }
     Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
-    Kel::Ptr<Kel::GenericIf const> object = this->object();
-    if (!inRegistry_ || !object) {
+    if (!inRegistry_ || notifier() == nullptr) {
       return;
     }
     WalkScope const scope;
-    if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, object, id)) {
+    if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, *notifier(), id)) {
       return;
     }
-    KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, key,
-                              notifFlags());
+    KelTypeNotifWalker walker(prefixPath_, *this, object(), Path::PathIs(), router_, id, key, notifFlags());
     static_cast<void>(walker.walk());
   });
+}
+
+void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem) {
+  bool const sharesPath = !elem.view().empty();
+  wirePrefix_ = {std::move(elem), sharesPath ? &holder.wirePrefix_ : nullptr};
+  holder_ = Kel::Ptr<GifGnmiNotifiee>(&holder);
+  holderAttr_ = attr;
 }
 
 EmittedLeaves& GifGnmiNotifiee::emitted() {
@@ -244,13 +251,17 @@ Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) 
     retire(walkInfo->path);
     forceDelete(found->router(), walkInfo->path);
   }
-  bool const isEntity = walkInfo->obj->fwkType().isEntity();
-  bool const firstPath = isEntity && !notifieeMaps->pathOf(walkInfo->obj);
-  Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(walkInfo));
+  return watchAt(*walkInfo->obj, walkInfo->path, walkInfo->router);
+}
+
+Kel::Ptr<GifGnmiNotifiee> watchAt(Kel::PtrInterface const& object, Kel::Ptr<Path const> const& path,
+                                  BaseRouter& router) {
+  bool const isEntity = object.fwkType().isEntity();
+  bool const isFirst = isEntity && (object.notifieeList()->empty() || !notifieeMaps->pathOf(&object));
+  Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(&object, path, router, false, false));
   made->hasNotificationActiveIs(true);
-  if (firstPath && made->isRegistered()) {
-    tellOrEnd(
-        [&] { Referrers::instance().pathChanged(static_cast<Kel::Entity const*>(walkInfo->obj)->serial()); });
+  if (isFirst && made->isRegistered()) {
+    tellOrEnd([&] { Referrers::instance().pathChanged(static_cast<Kel::Entity const&>(object).serial()); });
   }
   return made;
 }
@@ -272,20 +283,18 @@ void GifGnmiNotifiee::clearAllGnmiNotifiees() {
 
 std::string GifGnmiNotifiee::dumpGnmiNotifieeMap() {
   std::string text;
-  for (auto const& [hashed, notifiee] : notifieeMaps->byPath()) {
-    text += fmt::format("path:{} notifiee:{}\n", hashed.path, static_cast<void const*>(notifiee.get()));
-  }
+  notifieeMaps->forEach([&text](GifGnmiNotifiee const& notifiee) {
+    text += fmt::format("path:{} notifiee:{}\n", notifiee.prefixPath(), static_cast<void const*>(&notifiee));
+  });
   return text;
 }
 
 std::string GifGnmiNotifiee::dumpNotifieePathMap() {
   std::string text;
-  for (auto const& [object, notifiees] : notifieeMaps->byObject()) {
-    static_cast<void>(notifiees.first([&text, at = object](GifGnmiNotifiee const& notifiee) {
-      text += fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(at), notifiee.prefixPath());
-      return false;
-    }));
-  }
+  notifieeMaps->forEach([&text](GifGnmiNotifiee const& notifiee) {
+    text += fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(notifiee.objectIdentity_),
+                        notifiee.prefixPath());
+  });
   return text;
 }
 
@@ -299,6 +308,6 @@ std::string GifGnmiNotifiee::dumpPathTypesMap() {
   return text;
 }
 
-std::size_t GifGnmiNotifiee::notifieeMapSize() { return notifieeMaps->byPath().size(); }
+std::size_t GifGnmiNotifiee::notifieeMapSize() { return notifieeMaps->size(); }
 
 } // namespace Ondra

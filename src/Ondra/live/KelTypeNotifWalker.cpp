@@ -145,7 +145,7 @@ void KelTypeNotifWalker::tellWhole(Plan const& plan, Kel::Ptr<Path> const& leafP
     wholeGone(plan, leafPath);
     return;
   }
-  bool const isNew = plan.canLoseLeaves && notifiee_.attrStates().queryAttrState(id_, nullptr) == nullptr;
+  bool const isNew = plan.canLoseLeaves && !notifiee_.attrStates().has(id_, nullptr);
   long timestamp = stamp(plan.attr.id(), nullptr);
   if (clears || clearsFirst(plan, nullptr, isNew)) {
     addDelete(timestamp, leafPath);
@@ -246,7 +246,7 @@ void KelTypeNotifWalker::walkMember(Plan const& plan, Handle const& key) {
 void KelTypeNotifWalker::tellMember(Plan const& plan, Handle const& key, bool clears) {
   Kel::AttributeId const id = plan.attr.id();
   RenderScope const rendering(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
-  bool const isNew = notifiee_.attrStates().queryAttrState(id, key) == nullptr;
+  bool const isNew = !notifiee_.attrStates().has(id, key);
   long timestamp = stamp(id, key);
   if (!plan.keyHoldsReference || takesPlaceAlone(plan, key, timestamp)) {
     sendMember(plan, key, clears || clearsFirst(plan, key, isNew), timestamp);
@@ -371,9 +371,7 @@ Kel::Ptr<Path const> KelTypeNotifWalker::memberPath(Plan const& plan, Handle con
 // --- what has changed and what has gone ------------------------------------------------------------------
 
 long KelTypeNotifWalker::stamp(Kel::AttributeId id, Handle const& key) {
-  AttrStateMap& states = notifiee_.attrStates();
-  AttrStateNode const* const known = states.queryAttrState(id, key);
-  return known != nullptr ? known->updatedTimestamp() : states.getAttrState(id, key).effectiveTimestamp();
+  return notifiee_.attrStates().changedTimestamp(id, key);
 }
 
 // Without a record of the leaves that were sent, all of them are deleted, to be sent anew at a later time.

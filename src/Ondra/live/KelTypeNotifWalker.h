@@ -41,8 +41,8 @@ public:
   // The short road of the most frequent change: an attribute that is one plain leaf and has a value. Sends
   // just what a walker would; false when the change is to be walked instead, as it is while walks are traced.
   // REQUIRES a WalkScope.
-  [[nodiscard]] static bool tellOwnLeaf(GifGnmiNotifiee& notifiee,
-                                        Kel::Ptr<Kel::GenericIf const> const& object, Kel::AttributeId id);
+  [[nodiscard]] static bool tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterface const& object,
+                                        Kel::AttributeId id);
 
   WalkResult handleInstantiating(Kel::Ptr<Kel::GenericIf const> gif, Kel::Ptr<Path const> const& path,
                                  long timestamp, KelKey* key) override;

@@ -59,7 +59,7 @@ long FullKelTypeWalker::attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::Ge
   if (notifiee == nullptr || objType_.isValueType() || flags_.has(flagInstantiatingOnly)) {
     return timestamp_;
   }
-  return notifiee->attrStates().getAttrState(attr.id(), key).effectiveTimestamp();
+  return notifiee->attrStates().timestampOf(attr.id(), key);
 }
 
 void FullKelTypeWalker::leaveOut(Kel::KelAttr const& attr) {

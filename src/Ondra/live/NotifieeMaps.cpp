@@ -2,6 +2,7 @@
 // by paths, too.
 #include "Ondra/NotifieeMaps.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Ondra/PathTypes.h"
@@ -27,48 +28,51 @@ bool PathOrder::operator()(Path const& a, GifGnmiNotifiee const* b) const {
   return comparePaths(a, *b->prefixPath()) < 0;
 }
 
-// --- NotifieesOfObject -----------------------------------------------------------------------------------
-
-void NotifieesOfObject::insert(GifGnmiNotifiee* notifiee) {
-  if (several_) {
-    several_->insert(notifiee);
-  } else if (one_ == nullptr) {
-    one_ = notifiee;
-  } else {
-    several_ = std::make_unique<Several>();
-    several_->insert(std::exchange(one_, nullptr));
-    several_->insert(notifiee);
-  }
-}
-
-void NotifieesOfObject::erase(GifGnmiNotifiee* notifiee) {
-  if (several_) {
-    several_->erase(notifiee);
-  } else if (one_ == notifiee) {
-    one_ = nullptr;
-  }
-}
-
 // --- NotifieeMaps ----------------------------------------------------------------------------------------
 
 void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object) {
-  PathPtr const& path = notifiee->prefixPath();
-  if (auto const found = byPath_.find(path); found != byPath_.end()) {
-    NotifieePtr const before(found->second);
+  if (NotifieePtr const* const found = byPath_.find(notifiee->prefixPath())) {
+    NotifieePtr const before(*found);
     notifiee->recordedType_ = std::exchange(before->recordedType_, false);
     erase(before);
   }
   notifiee->inRegistry_ =
       true; // what follows can fail for want of memory: `erase` undoes as much of it as is done
-  byPath_.emplace(path, notifiee);
   notifiee->objectIdentity_ = object;
-  // Grown before it is full, or both maps would grow at the same insertion and hold the scheduler twice as
-  // long.
-  if (byObject_.size() > byObject_.capacity() / 8 * 5) {
-    byObject_.reserve(byObject_.capacity());
+  byPath_.insert(notifiee);
+  insertByObject(notifiee.get());
+  inOrder_.insert(inOrder_.end(), notifiee.get()); // most walks go in about that order
+}
+
+void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
+  if (byObject_.insert(notifiee)) {
+    return;
   }
-  byObject_[object].insert(notifiee.get());
-  inOrder_.insert(notifiee.get());
+  GifGnmiNotifiee* const oldest = *byObject_.find(notifiee);
+  Several& several = several_[notifiee->objectIdentity_];
+  several.insert(oldest);
+  several.insert(notifiee);
+  if (*several.begin() != oldest) {
+    byObject_.erase(oldest);
+    byObject_.insert(*several.begin());
+  }
+}
+
+void NotifieeMaps::eraseByObject(GifGnmiNotifiee* notifiee) {
+  auto const several = several_.find(notifiee->objectIdentity_);
+  if (several != several_.end()) {
+    several->second.erase(notifiee);
+  }
+  if (GifGnmiNotifiee* const* const oldest = byObject_.find(notifiee);
+      oldest != nullptr && *oldest == notifiee) {
+    byObject_.erase(notifiee);
+    if (several != several_.end() && !several->second.empty()) {
+      byObject_.insert(*several->second.begin());
+    }
+  }
+  if (several != several_.end() && several->second.size() < 2) {
+    several_.erase(several);
+  }
 }
 
 void NotifieeMaps::erase(NotifieePtr const& taken) {
@@ -84,12 +88,7 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
   }
   notifiee->inRegistry_ = false;
   inOrder_.erase(notifiee.get());
-  if (auto const object = byObject_.find(notifiee->objectIdentity_); object != byObject_.end()) {
-    object->second.erase(notifiee.get());
-    if (object->second.empty()) {
-      byObject_.erase(object);
-    }
-  }
+  eraseByObject(notifiee.get());
   byPath_.erase(path);
   Referrers::instance().forget(notifiee.get());
   notifiee->isRegisteredNotifieeIs(false);
@@ -97,31 +96,36 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
-  auto const found = byPath_.find(path);
-  return found == byPath_.end() ? nullptr : found->second.get();
+  NotifieePtr const* const found = byPath_.find(path);
+  return found == nullptr ? nullptr : found->get();
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
-  auto const found = byObject_.find(object);
-  if (found == byObject_.end()) {
+  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
+  if (oldest == nullptr) {
     return nullptr;
   }
-  GifGnmiNotifiee* const only = found->second.only();
-  GifGnmiNotifiee* const notifiee = only != nullptr ? only : find(path);
-  bool const isIt = notifiee != nullptr && notifiee->notifier() == object &&
-                    (only == nullptr || only->prefixPath()->isEqual(path.get()));
-  return isIt ? notifiee : nullptr;
+  bool const isIt = (*oldest)->prefixPath()->isEqual(path.get());
+  GifGnmiNotifiee* const notifiee = isIt ? *oldest : several_.contains(object) ? find(path) : nullptr;
+  return notifiee != nullptr && notifiee->notifier() == object ? notifiee : nullptr;
 }
 
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
-  auto const found = byObject_.find(object);
-  if (found == byObject_.end()) {
+  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
+  if (oldest == nullptr) {
     return nullptr;
   }
   // Else the address was that of an object that has gone unnoticed.
-  GifGnmiNotifiee const* const oldest = found->second.first(
-      [object](GifGnmiNotifiee const& notifiee) { return notifiee.notifier() == object; });
-  return oldest == nullptr ? nullptr : oldest->prefixPath();
+  auto const isOfIt = [object](GifGnmiNotifiee const* notifiee) { return notifiee->notifier() == object; };
+  if (isOfIt(*oldest)) {
+    return (*oldest)->prefixPath();
+  }
+  auto const several = several_.find(object);
+  if (several == several_.end()) {
+    return nullptr;
+  }
+  auto const found = std::find_if(several->second.begin(), several->second.end(), isOfIt);
+  return found == several->second.end() ? nullptr : (*found)->prefixPath();
 }
 
 std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {

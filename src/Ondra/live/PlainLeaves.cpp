@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "Ondra/GifNotifiee.h"
+#include "Ondra/IR.h"
 #include "Ondra/ScalarEncode.h"
 
 namespace Ondra {
@@ -26,34 +27,49 @@ void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface co
   }
 }
 
+[[gnu::always_inline]] inline void PlainLeaves::append(WalkRules::AttrPlan const& attr, std::size_t at,
+                                                       Kel::PtrInterface const& object, AttrStateMap& states,
+                                                       long common) {
+  void const* const value = attr.attr.valueAt(object);
+  if (attr.isText && value != nullptr) {
+    Kel::String const& text = *static_cast<Kel::String const*>(value);
+    if (attr.isEntityName && text.empty()) {
+      return;
+    }
+    __builtin_prefetch(text.data());
+  }
+  long timestamp = common != 0 ? common : states.singularTimestamp(at);
+  if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
+    timestamp = states.timestampOf(attr.attr.id(), nullptr);
+  }
+  if (value == nullptr) {
+    return;
+  }
+  PlainLeaf leaf{timestamp, &attr, &attr.attr.memberType().desc(), value};
+  if (!attr.isPrinted || takePrinted(leaf)) [[likely]] {
+    leaves_.push_back(leaf);
+  }
+}
+
 void PlainLeaves::collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                           GifGnmiNotifiee& notifiee) {
-  AttrStateMap& states = notifiee.attrStates();
+  Collecting const of = begin(plan, object, notifiee);
   for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at) {
-    WalkRules::AttrPlan const& attr = plan.attrs[at];
-    if (!attr.isPlainLeaf) {
-      continue;
-    }
-    void const* const value = attr.attr.valueAt(object);
-    if (attr.isText && value != nullptr) {
-      Kel::String const& text = *static_cast<Kel::String const*>(value);
-      if (attr.isEntityName && text.empty()) {
-        continue;
-      }
-      __builtin_prefetch(text.data());
-    }
-    long timestamp = states.singularTimestamp(at);
-    if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
-      timestamp = states.getAttrState(attr.attr.id(), nullptr).effectiveTimestamp();
-    }
-    if (value == nullptr) {
-      continue;
-    }
-    PlainLeaf leaf{timestamp, &attr, &attr.attr.memberType().desc(), value};
-    if (!attr.isPrinted || takePrinted(leaf)) [[likely]] {
-      leaves_.push_back(leaf);
+    if (plan.attrs[at].isPlainLeaf) {
+      append(plan.attrs[at], at, object, notifiee.attrStates(), of.common);
     }
   }
+}
+
+void PlainLeaves::add(Collecting const& of, std::size_t at) {
+  append(of.plan.attrs[at], at, of.object, of.notifiee.attrStates(), of.common);
+}
+
+PlainLeaves::Collecting PlainLeaves::begin(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                                           GifGnmiNotifiee& notifiee) {
+  long const common = plan.plainMask == 0 ? 0 : notifiee.attrStates().commonTimestamp(plan.plainMask);
+  sources_.push_back({&notifiee, leaves_.size(), common != 0});
+  return {plan, object, notifiee, common};
 }
 
 Kel::Ptr<Kel::GenericIf const> PlainLeaves::printedValue(WalkRules::AttrPlan const& plan,
@@ -75,17 +91,51 @@ bool PlainLeaves::takePrinted(PlainLeaf& leaf) const {
   return false;
 }
 
-void PlainLeaves::sort() {
-  auto const isEarlier = [](PlainLeaf const& a, PlainLeaf const& b) {
-    return a.timestamp != b.timestamp ? a.timestamp < b.timestamp : a.plan < b.plan;
-  };
-  if (!std::is_sorted(leaves_.begin(), leaves_.end(), isEarlier)) {
-    std::sort(leaves_.begin(), leaves_.end(), isEarlier);
+PlainNode PlainLeaves::Node::plain() const {
+  return {timestamp, notifiee->prefixPath(), notifiee->wirePrefix(), leaves};
+}
+
+// They are in the order of the attributes.
+void PlainLeaves::addNodes(Source const& source, std::span<PlainLeaf> leaves) {
+  auto const isEarlier = [](PlainLeaf const& a, PlainLeaf const& b) { return a.timestamp < b.timestamp; };
+  bool sorted = false;
+  while (!leaves.empty()) {
+    long const timestamp = leaves.front().timestamp;
+    std::size_t size = source.isOfOneTime ? leaves.size() : 1;
+    while (size < leaves.size() && leaves[size].timestamp == timestamp) {
+      ++size;
+    }
+    if (size < leaves.size() && !sorted) {
+      sorted = true;
+      std::stable_sort(leaves.begin(), leaves.end(), isEarlier);
+      continue;
+    }
+    nodes_.push_back({timestamp, source.notifiee, leaves.first(size)});
+    leaves = leaves.subspan(size);
   }
 }
 
-PlainNode PlainLeaves::nodeOf(GifGnmiNotifiee& notifiee, std::span<PlainLeaf const> leaves) {
-  return {leaves.front().timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), leaves};
+std::span<PlainLeaves::Node const> PlainLeaves::nodes() {
+  nodes_.clear();
+  for (std::size_t i = 0; i < sources_.size(); ++i) { // some may have added nothing
+    std::size_t const end = i + 1 < sources_.size() ? sources_[i + 1].first : leaves_.size();
+    addNodes(sources_[i], std::span(leaves_).subspan(sources_[i].first, end - sources_[i].first));
+  }
+  auto const isEarlier = [](Node const& a, Node const& b) { return a.timestamp < b.timestamp; };
+  if (nodes_.size() > 1 && !std::is_sorted(nodes_.begin(), nodes_.end(), isEarlier)) {
+    std::stable_sort(nodes_.begin(), nodes_.end(), isEarlier);
+  }
+  return nodes_;
+}
+
+void PlainLeaves::moveTo(Ir& ir) {
+  for (Node const& node : nodes()) {
+    IrNode& to = ir.addNode(node.timestamp, node.notifiee->prefixPath());
+    for (PlainLeaf const& leaf : node.leaves) {
+      to.addLeaf(leaf.plan->leafPath, Kel::GenericIf::copyOf(*leaf.type, leaf.value));
+    }
+  }
+  clear();
 }
 
 } // namespace Ondra

@@ -2,7 +2,6 @@
 // without an Ir.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <utility>
@@ -16,21 +15,34 @@
 
 namespace Ondra {
 
+class AttrStateMap;
 class GifGnmiNotifiee;
+class Ir;
 
-// Collects plain leaves and gives them away node by node. Its storage stays for the next object. Scheduler
-// thread.
+// Collects plain leaves of one object, or of several one after the other, and gives them away node by node,
+// as an Ir with the same content does. Its storage stays for the next. Between collecting and giving away
+// nothing of the host's may run: the leaves lie in its objects. Scheduler thread.
 class PlainLeaves {
 public:
-  // The one that all walks share: none sends while another collects.
+  // The leaves of one object and time.
+  struct Node {
+    long timestamp;
+    GifGnmiNotifiee* notifiee; // of the object
+    std::span<PlainLeaf const> leaves;
+    [[nodiscard]] PlainNode plain() const;
+  };
+
+  // The one that all walks share: none sends while another collects. Empty.
   [[nodiscard]] static PlainLeaves& shared();
   // Has what the plan's leaves need that does not lie in the object itself on its way into the cache.
   static void prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object);
 
   void clear() noexcept {
     leaves_.clear();
+    sources_.clear();
     printed_.clear();
   }
+  [[nodiscard]] bool empty() const noexcept { return leaves_.empty(); }
   // Prints those of the leaves that the model's code prints, which may change and end the object: before any
   // is collected. Calls `leftOut` in the handler of what is raised, and leaves the leaf out.
   template <class LeftOut>
@@ -38,20 +50,33 @@ public:
   // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made
   // for each that has none yet.
   void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
+  // Adds them one by one, by their positions: of what `begin` was told last, as long as nothing has been sent
+  // since.
+  struct Collecting {
+    WalkRules::TypePlan const& plan;
+    Kel::PtrInterface const& object;
+    GifGnmiNotifiee& notifiee; // of the object
+    long common;               // the time of all its plain leaves; 0: they differ
+  };
+  [[nodiscard]] Collecting begin(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                                 GifGnmiNotifiee& notifiee);
+  void add(Collecting const& of, std::size_t at);
 
-  [[nodiscard]] bool areOfOneTime() const {
-    return std::all_of(leaves_.begin(), leaves_.end(),
-                       [this](PlainLeaf const& leaf) { return leaf.timestamp == leaves_.front().timestamp; });
-  }
-  // Calls `visit` with the nodes, by ascending time. `notifiee` is the one collected from; the visits must
-  // not change its object.
-  template <class Visit>
-  void forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit);
+  // The nodes, by ascending time, within one time as collected. Valid until the next change.
+  [[nodiscard]] std::span<Node const> nodes();
+  // Moves all of it into an Ir.
+  void moveTo(Ir& ir);
 
 private:
-  // Sorts by time, and within one time as collected.
-  void sort();
-  [[nodiscard]] static PlainNode nodeOf(GifGnmiNotifiee& notifiee, std::span<PlainLeaf const> leaves);
+  struct Source {
+    GifGnmiNotifiee* notifiee;
+    std::size_t first; // of its leaves
+    bool isOfOneTime;  // they are
+  };
+  void append(WalkRules::AttrPlan const& attr, std::size_t at, Kel::PtrInterface const& object,
+              AttrStateMap& states, long common);
+  // Adds the nodes of one object.
+  void addNodes(Source const& source, std::span<PlainLeaf> leaves);
 
   // Null when there is no value.
   [[nodiscard]] static Kel::Ptr<Kel::GenericIf const> printedValue(WalkRules::AttrPlan const& plan,
@@ -60,6 +85,8 @@ private:
   [[nodiscard]] bool takePrinted(PlainLeaf& leaf) const;
 
   std::vector<PlainLeaf> leaves_;
+  std::vector<Source> sources_;
+  std::vector<Node> nodes_;
   std::vector<std::pair<WalkRules::AttrPlan const*, Kel::Ptr<Kel::GenericIf const>>> printed_;
 };
 
@@ -74,20 +101,6 @@ void PlainLeaves::print(WalkRules::TypePlan const& plan, Kel::PtrInterface const
         leftOut(attr.attr);
       }
     }
-  }
-}
-
-template <class Visit>
-void PlainLeaves::forEachNode(GifGnmiNotifiee& notifiee, Visit const& visit) {
-  sort();
-  std::span<PlainLeaf const> left = leaves_;
-  while (!left.empty()) {
-    std::size_t size = 1;
-    while (size < left.size() && left[size].timestamp == left.front().timestamp) {
-      ++size;
-    }
-    visit(nodeOf(notifiee, left.first(size)));
-    left = left.subspan(size);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <utility>
 
@@ -71,32 +72,35 @@ private:
   [[no_unique_address]] Push const push_;
 };
 
-// Keeps the bytes of some responses till all are made: whoever is given the first may change the object that
+// Keeps the bytes of some responses till all are made: whoever is given the first may change the objects that
 // the others are read from.
 class KeptBytes final : public WireEncoder {
 public:
   template <class Push>
-  void passOn(Kel::Ptr<Path const> const& prefix, BytePush<Push>& to) const {
+  void passOn(BytePush<Push>& to) const {
     std::span<std::uint8_t const> left(bytes_.data(), bytes_.size());
     for (Kept const& kept : kept_) {
       auto const bytes = left.first(kept.size);
       left = left.subspan(kept.size);
       auto const changes = bytes.last(kept.changes);
       auto const elems = bytes.last(kept.changes + kept.prefix).first(kept.prefix);
-      to.response(WireResponse{kept.timestamp, prefix, kept.updates, 0, bytes, elems, changes});
+      to.response(WireResponse{kept.timestamp, kept.path, kept.updates, 0, bytes, elems, changes});
     }
   }
 
 protected:
   void response(WireResponse const& made) override {
-    bytes_.insert(bytes_.end(), made.bytes.begin(), made.bytes.end());
-    kept_.push_back(
-        {made.timestamp, made.updates, made.bytes.size(), made.prefixElems.size(), made.changes.size()});
+    std::size_t const before = bytes_.size();
+    bytes_.resize(before + made.bytes.size(), boost::container::default_init);
+    std::memcpy(bytes_.data() + before, made.bytes.data(), made.bytes.size());
+    kept_.push_back({made.timestamp, made.prefix, made.updates, made.bytes.size(), made.prefixElems.size(),
+                     made.changes.size()});
   }
 
 private:
   struct Kept {
     long timestamp;
+    Kel::Ptr<Path const> path;
     std::uint32_t updates;
     std::size_t size, prefix, changes;
   };
@@ -127,29 +131,30 @@ void sendAsTaken(BaseRouter& router, Encode const& encode, Push const& push) {
   }
 }
 
-template <class Encoder>
-void encodeNodes(PlainLeaves& leaves, GifGnmiNotifiee& notifiee, Encoder& encoder) {
-  leaves.forEachNode(notifiee, [&encoder](PlainNode const& node) { encoder.encodeNode(node); });
-}
-
-void encodePlain(PlainLeaves& leaves, GifGnmiNotifiee& notifiee, RespEncoder& encoder) {
-  encodeNodes(leaves, notifiee, encoder);
+void encodePlain(PlainLeaves& leaves, RespEncoder& encoder) {
+  for (PlainLeaves::Node const& node : leaves.nodes()) {
+    encoder.encodeNode(node.plain());
+  }
 }
 
 template <class Push>
-[[gnu::noinline]] void encodeKept(PlainLeaves& leaves, GifGnmiNotifiee& notifiee, BytePush<Push>& encoder) {
-  Kel::Ptr<Path const> const prefix = notifiee.prefixPath();
+[[gnu::noinline]] void encodeKept(std::span<PlainLeaves::Node const> nodes, BytePush<Push>& encoder) {
   KeptBytes kept;
-  encodeNodes(leaves, notifiee, kept);
-  kept.passOn(prefix, encoder);
+  for (PlainLeaves::Node const& node : nodes) {
+    kept.encodeNode(node.plain());
+  }
+  kept.passOn(encoder);
 }
 
 template <class Push>
-void encodePlain(PlainLeaves& leaves, GifGnmiNotifiee& notifiee, BytePush<Push>& encoder) {
-  if (leaves.areOfOneTime()) [[likely]] { // and so one response
-    encodeNodes(leaves, notifiee, encoder);
+void encodePlain(PlainLeaves& leaves, BytePush<Push>& encoder) {
+  auto const nodes = leaves.nodes();
+  if (nodes.size() == 1) [[likely]] {                                         // one response
+    Kel::Ptr<Path const> const prefix = nodes.front().notifiee->prefixPath(); // whoever takes it may end it
+    PlainNode const node = nodes.front().plain();
+    encoder.encodeNode({node.timestamp, prefix, node.wirePrefix, node.leaves});
   } else {
-    encodeKept(leaves, notifiee, encoder);
+    encodeKept(nodes, encoder);
   }
 }
 
@@ -214,10 +219,10 @@ WalkResult Sender::send(Ir const& ir) const {
   return result;
 }
 
-WalkResult Sender::send(PlainLeaves& leaves, GifGnmiNotifiee& notifiee) const {
+WalkResult Sender::send(PlainLeaves& leaves) const {
   Unsent::Sending const sending;
   WalkResult result = WalkResult::Success;
-  auto const encode = [&](auto& encoder) { encodePlain(leaves, notifiee, encoder); };
+  auto const encode = [&](auto& encoder) { encodePlain(leaves, encoder); };
   sendAsTaken(walker_.router_, encode, Push{*this, result});
   return result;
 }

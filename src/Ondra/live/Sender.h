@@ -11,7 +11,6 @@ namespace Ondra {
 
 class ArenaRespMsg;
 class FullKelTypeWalker;
-class GifGnmiNotifiee;
 class Ir;
 class PlainLeaves;
 struct PlainNode;
@@ -29,8 +28,8 @@ public:
   // All of it, to its end whatever the router says: the notifications of one bundle stay together. The result
   // is that of the last push. REQUIRES content.
   [[nodiscard]] WalkResult send(Ir const& ir) const;
-  // The same for the plain leaves that were collected of an object. `notifiee`: the object's.
-  [[nodiscard]] WalkResult send(PlainLeaves& leaves, GifGnmiNotifiee& notifiee) const;
+  // The same for plain leaves that were collected.
+  [[nodiscard]] WalkResult send(PlainLeaves& leaves) const;
   // One response: hands it over and asks whether the slice is used up.
   [[nodiscard]] WalkResult send(std::shared_ptr<ArenaRespMsg>& response) const;
 

@@ -11,9 +11,11 @@
 #include "Ondra/IR.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/ScalarEncode.h"
+#include "Ondra/live/LightWalk.h"
 #include "Ondra/live/PlainLeaves.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/WalkResults.h"
+#include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkerTrace.h"
 
@@ -50,7 +52,7 @@ WalkResult ShortRoads::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t 
   }
   long timestamp = notifiee_->attrStates().singularTimestamp(position);
   if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
-    timestamp = notifiee_->attrStates().getAttrState(plan.attr.id(), nullptr).effectiveTimestamp();
+    timestamp = notifiee_->attrStates().timestampOf(plan.attr.id(), nullptr);
   }
   if (!value) {
     return WalkResult::Success;
@@ -78,29 +80,10 @@ WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterf
     }
   }
   leaves.collect(plan, object, notifiee);
-  return Sender(walker_, Sender::What::Walk).send(leaves, notifiee);
+  return Sender(walker_, Sender::What::Walk).send(leaves);
 }
 
 namespace {
-
-// The notifiee of an entity that the holder has by that attribute, if a walk has noted it; else null. Valid
-// until it is taken out.
-GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
-                              Kel::AttributeId attr) {
-  Kel::NotifieeList const* const list = entity.notifieeList();
-  if (list == nullptr) {
-    return nullptr;
-  }
-  for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
-    if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
-      auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
-      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) {
-        return notifiee;
-      }
-    }
-  }
-  return nullptr;
-}
 
 void prefetchLines(void const* from, std::size_t lines) {
   for (std::size_t at = 0; at < lines; ++at) {
@@ -126,7 +109,7 @@ void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const&
       static_cast<GifGnmiNotifiee const*>(first)->prefetch();
     }
     if (object->fwkType() == plan.attr.memberType()) {
-      PlainLeaves::prefetch(WalkRules::typePlan(plan.attr.memberType()), *object);
+      PlainLeaves::prefetch(WalkRules::memberPlanOf(plan), *object);
     }
   }
 }
@@ -135,25 +118,29 @@ void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const&
 
 bool ShortRoads::sendsPlain() const { return walker_.ir_->empty() && !(walker_.flags_ & flagNoPush); }
 
-std::optional<WalkResult> ShortRoads::pushPlainChild(WalkRules::AttrPlan const& plan,
-                                                     Kel::PtrInterface const* child) {
-  // A derived type may have what the plan does not know of.
-  if (child == nullptr || !sendsPlain() || !(child->fwkType() == plan.attr.memberType())) {
+std::optional<WalkResult> ShortRoads::walkLight(WalkRules::AttrPlan const& plan,
+                                                Kel::PtrInterface const* child) {
+  if (child == nullptr || !sendsPlain()) {
     return std::nullopt;
   }
-  WalkRules::TypePlan const& leaves = WalkRules::typePlan(plan.attr.memberType());
-  GifGnmiNotifiee* const held =
-      leaves.plainFrom == 0 ? heldNotifiee(*child, *notifiee_, plan.attr.id()) : nullptr;
+  WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan);
+  bool const isPlain = type.plainFrom == 0; // some may be printed
+  // A derived type may have what the plan does not know of.
+  if (!(type.isLight || isPlain) || !(child->fwkType() == type.type)) {
+    return std::nullopt;
+  }
+  GifGnmiNotifiee* const held = heldNotifiee(*child, *notifiee_, plan.attr.id());
   if (held == nullptr || held->meetsKeyFields()) {
     return std::nullopt;
   }
-  return pushPlain(leaves, *child, *held);
+  return isPlain ? pushPlain(type, *child, *held)
+                 : insideResult(LightWalk(walker_).walk(type, *child, *held));
 }
 
 std::optional<WalkResult> ShortRoads::pushMember(WalkRules::AttrPlan const& plan,
                                                  Kel::GenericIf::Iterator const& member) {
   fetchAhead(plan, member);
-  return pushPlainChild(plan, member.objectAhead(0));
+  return walkLight(plan, member.objectAhead(0));
 }
 
 std::optional<WalkResult> ShortRoads::walkChild(WalkRules::AttrPlan const& plan,
@@ -161,8 +148,8 @@ std::optional<WalkResult> ShortRoads::walkChild(WalkRules::AttrPlan const& plan,
   if (!child || !(child->type() == plan.attr.memberType())) {
     return std::nullopt;
   }
-  if (auto const pushed = pushPlainChild(plan, child->object())) {
-    return pushed;
+  if (auto const walked = walkLight(plan, child->object())) {
+    return walked;
   }
   Kel::Ptr<GifGnmiNotifiee> held(heldNotifiee(*child->object(), *notifiee_, plan.attr.id()));
   if (!held) {
@@ -188,18 +175,39 @@ WalkResult ShortRoads::walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity,
   return insideResult(walker.walk(key));
 }
 
-void ShortRoads::noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee const* notifiee,
-                          Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
-                          Kel::Ptr<Path const> const& path) {
-  if (notifiee == nullptr || !child || !child->type().isEntity() ||
-      !WalkRules::typePlan(holder.type()).attrs[attr.desc().index].isPlainHolder) {
+// The element as bytes, of an entity whose path is the holder's and that element without keys.
+static Kel::Bytes const& sharedElem(WalkRules::AttrPlan const& plan, GifGnmiNotifiee const& holder,
+                                    Path const& path) {
+  static Kel::Bytes const none;
+  bool const isShared = plan.road == WalkRules::Road::Singleton &&
+                        path.elemSize() == holder.prefixPath()->elemSize() + 1 &&
+                        path.elems().back()->isEqual(plan.elem.get());
+  if (isShared && plan.wireElem.view().empty()) {
+    plan.wireElem = wireElems(*plan.leafPath);
+  }
+  return isShared ? plan.wireElem : none;
+}
+
+void ShortRoads::noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee* notifiee, Kel::KelAttr const& attr,
+                          Kel::Ptr<Kel::GenericIf const> const& child, Kel::Ptr<Path const> const& path) {
+  if (notifiee == nullptr || !child || !child->type().isEntity()) {
     return;
   }
+  WalkRules::AttrPlan const& plan = WalkRules::typePlan(holder.type()).attrs[attr.desc().index];
   auto const& entity = static_cast<Kel::Entity const&>(*child->object());
-  bool const isItsPlace = entity.parent() == holder.object() && entity.parentAttr() == attr;
-  if (GifGnmiNotifiee* const held = isItsPlace ? notifieeMaps->find(&entity, path) : nullptr) {
-    held->heldByIs(*notifiee, attr.id());
+  if (GifGnmiNotifiee* const held =
+          isPlaceOf(plan, *holder.object(), entity) ? notifieeMaps->find(&entity, path) : nullptr) {
+    noteHeld(plan, *notifiee, *held);
   }
+}
+
+bool ShortRoads::isPlaceOf(WalkRules::AttrPlan const& plan, Kel::PtrInterface const& holder,
+                           Kel::Entity const& entity) {
+  return plan.isPlainHolder && entity.parent() == &holder && entity.parentAttr() == plan.attr;
+}
+
+void ShortRoads::noteHeld(WalkRules::AttrPlan const& plan, GifGnmiNotifiee& holder, GifGnmiNotifiee& held) {
+  held.heldByIs(holder, plan.attr.id(), sharedElem(plan, holder, *held.prefixPath()));
 }
 
 } // namespace Ondra

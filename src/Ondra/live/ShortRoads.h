@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "Kel/Attr.h"
+#include "Kel/Entity.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Ondra/AttrStateMap.h"
@@ -37,6 +38,11 @@ public:
   [[nodiscard]] bool toHeld() const noexcept { return held_; }
   // To leaves: without a walker's general code for values.
   [[nodiscard]] bool toLeaves() const noexcept { return leaves_; }
+  // To the whole object, of a light type (LightWalk.h), when nothing waits in the Ir.
+  [[nodiscard]] bool toWhole(WalkRules::TypePlan const& plan) const {
+    return plain_ && plan.isLight && plan.plainFrom != 0 &&
+           plan.attrs.front().road != WalkRules::Road::Collection && sendsPlain();
+  }
   // To all that is left of the object from that attribute on: without an Ir, when nothing waits in it. The
   // end of the type when the road is not open.
   [[nodiscard]] std::size_t plainFrom(WalkRules::TypePlan const& plan) const noexcept {
@@ -49,7 +55,7 @@ public:
   // REQUIRES that nothing waits to be sent before them.
   WalkResult pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                        GifGnmiNotifiee& notifiee);
-  // The member where the iterator stands, when it has plain leaves alone and a walk has noted it; has those
+  // The member where the iterator stands, when it is light (LightWalk.h) and a walk has noted it; has those
   // that follow on their way into the cache. REQUIRES `toHeld`.
   [[nodiscard]] std::optional<WalkResult> pushMember(WalkRules::AttrPlan const& plan,
                                                      Kel::GenericIf::Iterator const& member);
@@ -62,15 +68,20 @@ public:
 
   // Notes of an entity that has been walked that the holder has it by that attribute, if that is so, for the
   // roads of walks to come. `notifiee`: of the holder; may be null.
-  static void noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee const* notifiee,
-                       Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& child,
-                       Kel::Ptr<Path const> const& path);
+  static void noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee* notifiee, Kel::KelAttr const& attr,
+                       Kel::Ptr<Kel::GenericIf const> const& child, Kel::Ptr<Path const> const& path);
+
+  // In two steps, of what is at hand: whether the entity has its place there, in the holder; and that it is
+  // held so.
+  [[nodiscard]] static bool isPlaceOf(WalkRules::AttrPlan const& plan, Kel::PtrInterface const& holder,
+                                      Kel::Entity const& entity);
+  static void noteHeld(WalkRules::AttrPlan const& plan, GifGnmiNotifiee& holder, GifGnmiNotifiee& held);
 
 private:
   // Nothing waits to be sent before the plain leaves of an object.
   [[nodiscard]] bool sendsPlain() const;
-  [[nodiscard]] std::optional<WalkResult> pushPlainChild(WalkRules::AttrPlan const& plan,
-                                                         Kel::PtrInterface const* child);
+  [[nodiscard]] std::optional<WalkResult> walkLight(WalkRules::AttrPlan const& plan,
+                                                    Kel::PtrInterface const* child);
 
   FullKelTypeWalker& walker_;
   GifGnmiNotifiee* const notifiee_;

@@ -28,7 +28,7 @@ public:
 
   // A leaf that has the name of a key field gives way to it.
   void meetKeyField();
-  WalkResult walkEntity(Kel::Ptr<Kel::GenericIf const> const& entity, GifGnmiNotifiee const* notifiee) const;
+  WalkResult walkEntity(Kel::Ptr<Kel::GenericIf const> const& entity, GifGnmiNotifiee* notifiee) const;
   WalkResult walkJson() const;
   WalkResult walkPointer(Kel::Ptr<Kel::GenericIf const> const& ref) const;
   // Anything else: scalars, arrays, nested values.
@@ -129,7 +129,7 @@ void FullKelTypeWalker::Item::addKeyLeaf(PathElem::KeyMapType::Node const& field
 }
 
 WalkResult FullKelTypeWalker::Item::walkEntity(Kel::Ptr<Kel::GenericIf const> const& entity,
-                                               GifGnmiNotifiee const* notifiee) const {
+                                               GifGnmiNotifiee* notifiee) const {
   Kel::Ptr<Path> const path = Path::makePath(walker.prefixPath_);
   path->mergeFrom(leafPath);
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton instantiating attr, call handleInstantiating",

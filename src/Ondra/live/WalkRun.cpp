@@ -7,6 +7,7 @@
 #include "Ondra/KelGnmiUtils.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/live/Fault.h"
+#include "Ondra/live/LightWalk.h"
 #include "Ondra/live/ParkedWalks.h"
 #include "Ondra/live/Referrers.h"
 #include "Ondra/live/ShortRoads.h"
@@ -31,6 +32,8 @@ public:
       , shortRoads_(walker, notifiee_.get())
       , interruptions_(Unsent::interruptions()) {}
 
+  // All of it, and from where the walker stands.
+  WalkResult goAll();
   WalkResult go();
 
 private:
@@ -91,10 +94,17 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
     }
     return WalkResult::Success;
   }
-  if (!attrQ_.started()) {
-    attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
+  Run run(*this, key == nullptr && ownKey_ ? &*ownKey_ : key);
+  if (attrQ_.started()) {
+    return run.go();
   }
-  return Run(*this, key == nullptr && ownKey_ ? &*ownKey_ : key).go();
+  attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
+  return run.goAll();
+}
+
+WalkResult FullKelTypeWalker::Run::goAll() {
+  return shortRoads_.toWhole(plan_) ? LightWalk(walker_).walk(plan_, *walker_.gif_->object(), *notifiee_)
+                                    : go();
 }
 
 WalkResult FullKelTypeWalker::Run::go() {

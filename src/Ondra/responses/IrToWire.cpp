@@ -108,8 +108,7 @@ void putKeys(WireWriter& out, PathElem const& elem) {
   }
 }
 
-void putElems(WireWriter& out, Path const& path) {
-  auto const elems = path.elems();
+void putElems(WireWriter& out, std::span<Path::ElemPtr const> elems) {
   for (std::size_t i = elems.size(); i-- > 0;) {
     std::size_t const beforeElem = out.size();
     if (!elems[i]->key().empty()) {
@@ -124,19 +123,28 @@ void putElems(WireWriter& out, Path const& path) {
 
 void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
   std::size_t const before = out.size();
-  putElems(out, path);
+  putElems(out, path.elems());
   out.enclose(key, before);
+}
+
+Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
+  auto const made = out.bytes().first(out.size() - before);
+  return Kel::Bytes({reinterpret_cast<char const*>(made.data()), made.size()});
 }
 
 // The elements of a prefix that is asked for again and again.
 void putElems(WireWriter& out, PlainNode const& node) {
-  if (std::string_view const made = node.wirePrefix.view(); !made.empty()) [[likely]] {
+  WirePrefix* part = &node.wirePrefix;
+  std::size_t elems = node.prefix->elemSize();
+  for (; part->above != nullptr; part = part->above, --elems) {
+    out.raw(part->bytes.view());
+  }
+  if (std::string_view const made = part->bytes.view(); !made.empty()) [[likely]] {
     return out.raw(made);
   }
   std::size_t const before = out.size();
-  putElems(out, *node.prefix);
-  auto const elems = out.bytes().first(out.size() - before);
-  node.wirePrefix = Kel::Bytes({reinterpret_cast<char const*>(elems.data()), elems.size()});
+  putElems(out, node.prefix->elems().first(elems));
+  part->bytes = madeSince(out, before);
 }
 
 // The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by
@@ -230,6 +238,13 @@ bool isDelete(IrLeaf const& leaf) {
 
 } // namespace
 
+Kel::Bytes wireElems(Path const& path) {
+  WireWriter& out = sharedWriter();
+  out.clear();
+  putElems(out, path.elems());
+  return madeSince(out, 0);
+}
+
 void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
   constexpr auto kLeaves = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
   auto first = node.leaves.begin();
@@ -262,7 +277,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
     }
   }
   std::size_t const changes = out.size();
-  putElems(out, *prefix);
+  putElems(out, prefix->elems());
   auto const leaves = static_cast<std::uint32_t>(last - first);
   finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes - leftOut, deletes);
 }
@@ -315,7 +330,7 @@ bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg
   }
   std::size_t const changes = out.size();
   Kel::Ptr<Path const> const prefix = Path::gnmiPathIs(update.prefix());
-  putElems(out, *prefix);
+  putElems(out, prefix->elems());
   std::size_t const prefixSize = out.size() - changes;
   out.enclose(kPrefix, changes);
   if (update.timestamp() != 0) {

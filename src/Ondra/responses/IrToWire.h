@@ -8,6 +8,9 @@
 
 namespace Ondra {
 
+// The elements of a path as the bytes of fields `elem`. REQUIRES that no encoder is running.
+[[nodiscard]] Kel::Bytes wireElems(Path const& path);
+
 // The same responses as RespEncoder makes, one after the other, each byte for byte what the message would be
 // serialized to deterministically. All encoders share one buffer: what `response` is given is valid during
 // the call, and no encoder runs inside another. Scheduler thread.

@@ -5,8 +5,8 @@
 #include <span>
 
 #include "Kel/Ptr.h"
-#include "Kel/String.h"
 #include "Ondra/Path.h"
+#include "Ondra/WirePrefix.h"
 #include "Ondra/rules/WalkRules.h"
 
 namespace Ondra {
@@ -23,7 +23,7 @@ struct PlainLeaf {
 struct PlainNode {
   long timestamp;
   Kel::Ptr<Path const> const& prefix;
-  Kel::Bytes& wirePrefix; // the elements of the prefix as bytes; empty until an encoder has made them
+  WirePrefix& wirePrefix; // the elements of the prefix
   std::span<PlainLeaf const> leaves;
 };
 

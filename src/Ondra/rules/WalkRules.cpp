@@ -110,6 +110,7 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   plan.canLoseLeaves = !attr.isInstantiating() && !attr.isPointer() && !attr.isGnmiJsonString() &&
                        leavesVary(attr.memberType());
   plan.isPlainHolder = isPlainHolder(plan);
+  plan.isLightHolder = plan.isPlainHolder && attr.readsInPlace();
   Kel::Ptr<PathElem> const elem = PathElem::PathElemIs(attr.name());
   plan.elem = elem;
   plan.leafPath = Path::PathIs();
@@ -125,6 +126,18 @@ std::size_t plainFrom(TypePlan const& plan) {
   return plan.attrs.size() - from <= kMostPlain ? from : plan.attrs.size();
 }
 
+// More attributes than these are too many for one step of a walk, when there are others than plain leaves.
+constexpr std::size_t kMostLight = 64;
+
+bool isLightType(TypePlan const& plan) {
+  auto const isLight = [](AttrPlan const& attr) {
+    return attr.road == Road::Skip || (attr.isPlainLeaf && !attr.isPrinted) || attr.isLightHolder;
+  };
+  bool const isPlain = plan.plainFrom == 0 && !plan.printsPlain;
+  return isPlain ||
+         (plan.attrs.size() <= kMostLight && std::all_of(plan.attrs.begin(), plan.attrs.end(), isLight));
+}
+
 std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
   auto plan = std::make_unique<TypePlan>();
   plan->type = type;
@@ -135,6 +148,10 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
   plan->plainFrom = plainFrom(*plan);
   plan->printsPlain = std::any_of(plan->attrs.begin() + static_cast<std::ptrdiff_t>(plan->plainFrom),
                                   plan->attrs.end(), [](AttrPlan const& attr) { return attr.isPrinted; });
+  for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at) {
+    plan->plainMask |= std::uint64_t{plan->attrs[at].isPlainLeaf} << at;
+  }
+  plan->isLight = type.isEntity() && isLightType(*plan);
   return plan;
 }
 

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <vector>
 
 #include "Kel/Attr.h"
 #include "Kel/Ptr.h"
+#include "Kel/String.h"
 #include "Kel/Type.h"
 #include "Kstd/Export.h"
 #include "Ondra/Path.h"
@@ -25,6 +27,8 @@ enum class Road : unsigned char {
   Collection,  // member by member
 };
 
+struct TypePlan;
+
 // One attribute as walkers see it, with the immutable path parts that all its leaves share.
 struct AttrPlan {
   Kel::KelAttr attr;
@@ -37,11 +41,14 @@ struct AttrPlan {
   bool isText = false;        // and is a text, whose characters lie elsewhere
   bool isPrinted = false;     // its text or bytes are made by the model's code
   bool isPlainHolder = false; // of entities whose walk needs nothing but their path: no reference is in it
+  bool isLightHolder = false; // and they can be reached where the object holds them
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
   bool canLoseLeaves = false;     // a nested value with parts that can be absent: its set of leaves changes
   Kel::Ptr<PathElem const> elem;  // named after the attribute, without keys
   Kel::Ptr<Path> leafPath;        // of that one element: the leaf path of an entity's own attribute
+  mutable TypePlan const* memberPlan = nullptr; // see `memberPlanOf`
+  mutable Kel::Bytes wireElem;                  // `elem` as bytes; empty until an encoder has made it
 };
 
 // With so many plain leaves at most does a type end (`TypePlan::plainFrom`). They are one response, whoever
@@ -52,6 +59,8 @@ struct TypePlan {
   Kel::KelType type;
   bool isValueType = false;
   bool printsPlain = false;    // some plain leaf is printed
+  bool isLight = false;        // all is plain leaves, none of them printed, and light holders
+  std::uint64_t plainMask = 0; // the plain leaves, by position; 0: there are none or too many attributes
   std::size_t plainFrom = 0;   // from this position on there are plain leaves and nothing else
   std::vector<AttrPlan> attrs; // by position in the type
 };
@@ -61,6 +70,13 @@ struct TypePlan {
 
 // The plan of a type; made on first use, kept for the process. Scheduler thread only.
 [[nodiscard]] KTD_EXPORT TypePlan const& typePlan(Kel::KelType type);
+// That of the type of an attribute's members.
+[[nodiscard]] inline TypePlan const& memberPlanOf(AttrPlan const& plan) {
+  if (plan.memberPlan == nullptr) [[unlikely]] { // not sooner: types hold each other
+    plan.memberPlan = &typePlan(plan.attr.memberType());
+  }
+  return *plan.memberPlan;
+}
 
 // The empty path, where an entity's own attributes begin: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> const& noPath();
