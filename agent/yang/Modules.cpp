@@ -13,6 +13,8 @@
 #include <fmt/format.h>
 #include <libyang/libyang.h>
 
+#include "agent/yang/Arrays.h"
+
 namespace Agent {
 namespace {
 
@@ -175,6 +177,66 @@ std::string complaint(Said const& said, std::string const& fallback,
 
 } // namespace
 
+namespace {
+
+using Identity = std::pair<std::string, std::string>; // its module and name
+
+void basesOf(lysc_type const& type, std::set<Identity>& to) {
+  lysc_type const& real = pointedAt(type);
+  if (real.basetype == LY_TYPE_IDENT) {
+    for (lysc_ident const* const base : sized(reinterpret_cast<lysc_type_identityref const&>(real).bases))
+      to.emplace(base->module->name, base->name);
+  } else if (real.basetype == LY_TYPE_UNION) {
+    for (lysc_type const* const each : sized(reinterpret_cast<lysc_type_union const&>(real).types))
+      basesOf(*each, to);
+  }
+}
+
+LY_ERR addBases(lysc_node* node, void* to, ly_bool*) {
+  auto& bases = *static_cast<std::set<Identity>*>(to);
+  if (node->nodetype == LYS_LEAF) basesOf(*reinterpret_cast<lysc_node_leaf const*>(node)->type, bases);
+  if (node->nodetype == LYS_LEAFLIST)
+    basesOf(*reinterpret_cast<lysc_node_leaflist const*>(node)->type, bases);
+  return LY_SUCCESS;
+}
+
+// The identity that a base means in a module, which writes it with a prefix or without.
+Identity baseIn(ModuleText const& module, std::string const& written) {
+  std::size_t const colon = written.find(':');
+  if (colon == written.npos) return {module.name, written};
+  std::string const prefix = written.substr(0, colon);
+  auto const import = std::ranges::find(module.imports, prefix, &std::pair<std::string, std::string>::first);
+  return {import == module.imports.end() ? module.name : import->second, written.substr(colon + 1)};
+}
+
+} // namespace
+
+std::vector<std::string> Modules::identityModules() const {
+  std::set<Identity> taken; // that leaves of what is served can hold
+  std::uint32_t index = 0;
+  while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index)) {
+    if (module->implemented) lysc_module_dfs_full(module, &addBases, &taken);
+  }
+  for (std::size_t before = 0; before != taken.size();) { // until nothing is derived from them any more
+    before = taken.size();
+    for (auto const& [name, file] : files_) {
+      for (ModuleText::Identity const& each : file.says.identities) {
+        if (std::ranges::any_of(each.bases,
+                                [&](auto const& base) { return taken.contains(baseIn(file.says, base)); }))
+          taken.emplace(name, each.name);
+      }
+    }
+  }
+  std::set<std::string> missing;
+  for (auto const& [module, identity] : taken) {
+    auto const file = files_.find(module);
+    if (file != files_.end() && !file->second.says.isSubmodule &&
+        ly_ctx_get_module_implemented(context_, module.c_str()) == nullptr)
+      missing.insert(module);
+  }
+  return {missing.begin(), missing.end()};
+}
+
 Done Modules::compile(std::vector<std::string> const& wanted) {
   Said said;
   auto const failed = [&](std::string const& fallback) { return wrong(complaint(said, fallback, files_)); };
@@ -205,6 +267,12 @@ Done Modules::compile(std::vector<std::string> const& wanted) {
     }
   }
   if (ly_ctx_compile(context_) != LY_SUCCESS) return failed("the modules do not compile");
+  std::vector<std::string> const more = wanted.empty() ? std::vector<std::string>() : identityModules();
+  for (std::string const& name : more) {
+    if (ly_ctx_load_module(context_, name.c_str(), nullptr, nullptr) == nullptr)
+      return failed(fmt::format("module '{}' cannot be loaded", name));
+  }
+  if (!more.empty() && ly_ctx_compile(context_) != LY_SUCCESS) return failed("the modules do not compile");
   index = 0;
   while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index)) {
     if (module->implemented && !own.contains(module->name)) implemented_.push_back(module);

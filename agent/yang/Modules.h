@@ -53,6 +53,10 @@ private:
   [[nodiscard]] Kstd::Result<void, std::string> add(File file);
   [[nodiscard]] Kstd::Result<void, std::string> compile(std::vector<std::string> const& wanted);
 
+  // Modules of the folders that are not served yet and have identities that leaves of what is served can
+  // hold.
+  [[nodiscard]] std::vector<std::string> identityModules() const;
+
   std::map<std::string, File, std::less<>> files_; // by the name of the module or submodule
   std::vector<std::string> notes_;
   std::vector<std::string> named_; // of the order
