@@ -60,6 +60,7 @@ GetOrder::OrError GetOrder::of(gnmi::GetRequest const& request) {
     return Kstd::Err(grpc::Status(StatusCode::INVALID_ARGUMENT, "unknown type of data"));
   order.encoding = request.encoding();
   order.type = request.type();
+  order.depth = depthOf(request.extension());
   auto modules = modulesOf(request.use_models());
   if (!modules) return Kstd::Err(modules.error());
   order.modules = std::move(*modules);
@@ -212,7 +213,8 @@ void GetAnswer::add(gnmi::Notification const& notification) {
         !std::all_of(elems.begin(), elems.end(), [&](auto const& each) { return place.enter(each); }))
       continue;
     if (place.nodes().back().leaf() == nullptr || place.matchDepth() == Place::kNone) continue;
-    if (!order_.wants(place.nodes())) {
+    bool const isTooDeep = order_.depth != 0 && place.size() - place.matchDepth() > order_.depth;
+    if (isTooDeep || !order_.wants(place.nodes())) {
       hasLeftOut_ = true;
     } else if (order_.encoding == gnmi::PROTO) {
       addProto(place, update.val());

@@ -35,6 +35,7 @@ struct GetOrder {
   gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL;
   gnmi::Encoding encoding = gnmi::JSON;
   std::vector<std::string> modules; // the leaves of these alone; empty: all
+  std::uint32_t depth = 0;          // of leaves below what a path means, at most; 0: any
 };
 
 // JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf.

@@ -11,6 +11,11 @@
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
+namespace {
+
+constexpr std::size_t kKeysAtATime = 64; // looked up while nothing changes
+
+} // namespace
 
 Handle containerOf(TypeNode const& child, Handle const& parent) {
   if (child.attr) return parent ? child.attr.genericIfGet(parent) : nullptr;
@@ -27,6 +32,15 @@ Handle keyHandleOf(TypeNode const& list, std::string_view text) {
 Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key) {
   return parent && key && list.attr.genericIfExist(parent, key) ? list.attr.genericIfGet(parent, key)
                                                                 : nullptr;
+}
+
+std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle const& last) {
+  std::vector<Handle> keys;
+  auto at = last ? list.genericIfIteratorConst(parent, last) : list.genericIfIteratorConst(parent);
+  if (at && last && at.key()->equals(*last)) ++at;
+  for (; at && keys.size() < kKeysAtATime; ++at)
+    keys.push_back(at.key());
+  return keys;
 }
 
 Kel::KelAttr keyCopyOf(TypeNode const& container) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "Kel/Attr.h"
 #include "agent/paths/RequestPath.h"
@@ -18,6 +19,9 @@ using Handle = Kel::KelAttr::ConstHandle;
 [[nodiscard]] Handle keyHandleOf(TypeNode const& list, std::string_view text);
 // The entry of that key; null when there is none.
 [[nodiscard]] Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key);
+
+// The next keys of a list, some of them, from behind one on; null: from the first.
+[[nodiscard]] std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle const& last);
 
 // The container of an entry that goes with what clients configure of it, while the entry itself may be the
 // machine's.

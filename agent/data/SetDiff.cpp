@@ -20,18 +20,7 @@ namespace Agent {
 
 namespace {
 
-constexpr int kPartSize = 64;            // leaves of a part: about a millisecond
-constexpr std::size_t kKeysAtATime = 64; // of a list, looked up while nothing changes
-
-// The next keys of a list, from behind one on; null: from the first.
-std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle const& last) {
-  std::vector<Handle> keys;
-  auto at = last ? list.genericIfIteratorConst(parent, last) : list.genericIfIteratorConst(parent);
-  if (at && last && at.key()->equals(*last)) ++at;
-  for (; at && keys.size() < kKeysAtATime; ++at)
-    keys.push_back(at.key());
-  return keys;
-}
+constexpr int kPartSize = 64; // leaves of a part: about a millisecond
 
 } // namespace
 

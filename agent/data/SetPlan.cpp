@@ -265,6 +265,29 @@ Status applyUpdate(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& 
   return write(node, update, isReplace);
 }
 
+// Lays what one update gives over what others have given; a conflict when they differ.
+Status unite(PlanNode& all, PlanNode const& one) {
+  if (one.value && all.value && all.value->SerializeAsString() != one.value->SerializeAsString())
+    return invalid(all.path(), "two updates give it different values");
+  if (one.value) all.value = one.value;
+  if (one.isNamed) all.isNamedIs();
+  for (auto const& child : one.children()) {
+    if (Status status = unite(all.childIs(child->type, child->key), *child); !status.ok()) return status;
+  }
+  return Status::OK;
+}
+
+// One of those that are to be all of the configuration.
+Status applyUnion(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& update) {
+  std::string const& origin = update.path().origin().empty() ? prefix.origin() : update.path().origin();
+  if (!isOriginServed(origin))
+    return refusal(grpc::StatusCode::UNIMPLEMENTED, origin, "no such origin in a union_replace");
+  SetPlan one;
+  one.root.writer = plan.root.writer;
+  if (Status status = applyUpdate(one, prefix, update, false); !status.ok()) return status;
+  return unite(plan.root, one.root);
+}
+
 // What a delete's path means among the types.
 struct Meaning {
   bool isKnown = false;
@@ -417,13 +440,15 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
                            Writer writer) {
   if (Status status = checkExtensions(request.extension(), CallKind::Set); !status.ok())
     return Kstd::Err(status);
-  if (request.union_replace_size() != 0)
-    return Kstd::Err(Status(grpc::StatusCode::UNIMPLEMENTED, "union_replace is not offered"));
+  int const others = request.delete__size() + request.replace_size() + request.update_size();
+  if (request.union_replace_size() != 0 && others != 0)
+    return Kstd::Err(
+        Status(grpc::StatusCode::INVALID_ARGUMENT, "union_replace goes with no other operations"));
   auto const exhausted = [](char const* what, std::size_t most) {
     return Status(grpc::StatusCode::RESOURCE_EXHAUSTED,
                   fmt::format("{} in one request: at most {} are taken", what, most));
   };
-  if (request.delete__size() + request.replace_size() + request.update_size() > kMaxSetOperations)
+  if (others + request.union_replace_size() > kMaxSetOperations)
     return Kstd::Err(exhausted("too many operations", kMaxSetOperations));
   auto const goesOn = [isCancelled] {
     bool const ends = isCancelled != nullptr && isCancelled->load(std::memory_order_relaxed);
@@ -443,6 +468,11 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
           !status.ok())
         return Kstd::Err(status);
     }
+  }
+  if (request.union_replace_size() != 0) plan->root.isCleared = true;
+  for (gnmi::Update const& update : request.union_replace()) {
+    if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
+    if (Status status = applyUnion(*plan, request.prefix(), update); !status.ok()) return Kstd::Err(status);
   }
   if (Status status = Choices(*plan).apply(plan->root); !status.ok()) return Kstd::Err(status);
   if (plan->root.size() > kMaxPlanNodes) return Kstd::Err(exhausted("too many values", kMaxPlanNodes));

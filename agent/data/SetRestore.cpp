@@ -38,7 +38,7 @@ private:
     std::optional<grpc::Status> how;
     sets_.setIs({.plan = std::move(*plan),
                  .done = [&how](grpc::Status const& status, std::int64_t) { how = status; },
-                 .isStored = true});
+                 .source = SetOrder::Source::Store});
     Context& context = sets_.context();
     while (!how)
       context.scheduler()->runUntil(context.clock().monotonicNs() + kStepNs);

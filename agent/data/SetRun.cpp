@@ -15,6 +15,7 @@
 #include "Tovak/Task.h"
 #include "agent/context/Context.h"
 #include "agent/data/ClientEntries.h"
+#include "agent/data/SetBack.h"
 #include "agent/data/SetDiff.h"
 #include "agent/data/SetPlaces.h"
 #include "agent/data/SetRecord.h"
@@ -122,26 +123,30 @@ public:
   // now.
   [[nodiscard]] bool isComparing() const { return waits_ == Waits::No; }
   // REQUIRES that it is the first one.
-  [[nodiscard]] bool canGoOn() const { return waits_ != Waits::ForDisk || written_->has_value(); }
+  [[nodiscard]] bool canGoOn() const { return waits_ != Waits::ForOthers || *haveAnswered_; }
   // None is to follow before it has ended.
   [[nodiscard]] bool isAlone() const { return isAlone_; }
 
 private:
-  enum class Waits : std::uint8_t { No, ToBeFirst, ForDisk };
+  using Action = CommitOrder::Action;
+  enum class Waits : std::uint8_t { No, ToBeFirst, ForOthers };
   using Written = std::optional<ConfigStore::Outcome>;
 
   [[nodiscard]] Steps::Pause pause() const { return Steps::pauseIf(queue_.taskShouldYield()); }
 
   Steps run() {
-    co_await compare();
+    co_await begin();
+    if (status_.ok()) co_await compare();
     if (order_.isCancelled != nullptr && order_.isCancelled->load(std::memory_order_relaxed))
       status_ = {grpc::StatusCode::CANCELLED, "the client has left"};
-    if (status_.ok() && runs_.store_ != nullptr && !order_.isStored) co_await store();
+    if (status_.ok() && isAction(Action::Commit)) co_await makeBack();
+    if (status_.ok() && runs_.store_ != nullptr && order_.source != SetOrder::Source::Store) co_await store();
     if (status_.ok()) {
       co_await toBeFirst();
       co_await carryOut();
     }
     if (!status_.ok() && back_) co_await takeBackStored();
+    endCommit();
     std::exchange(order_.done, nullptr)(ended(status_), timestamp_);
     co_await tidy();
   }
@@ -170,23 +175,72 @@ private:
     }
   }
 
+  // --- commits that are to be confirmed --------------------------------------------------------------------
+
+  [[nodiscard]] bool isAction(Action action) const {
+    return order_.extensions.commit && order_.extensions.commit->action == action;
+  }
+
+  // Who may go on; whatever is about a commit is alone.
+  Steps begin() {
+    auto const& [commit, election] = order_.extensions;
+    isAlone_ = commit.has_value() || order_.source == SetOrder::Source::Timeout;
+    if (isAlone_) co_await toBeFirst();
+    if (election) status_ = runs_.masters_.check(*election);
+    if (status_.ok() && order_.source == SetOrder::Source::Client) status_ = runs_.commit_.check(commit);
+    isBack_ = status_.ok() && (isAction(Action::Cancel) ||
+                               (order_.source == SetOrder::Source::Timeout && runs_.commit_.isOver()));
+    if (isBack_) order_.plan = runs_.commit_.back();
+  }
+
+  Steps makeBack() {
+    SetBack way(*diff_, queue_);
+    co_await way.run();
+    auto plan = std::make_shared<std::optional<SetPlan::OrError>>();
+    context_.worker().post([plan, request = std::move(way.request), told = whenAnswered()]() mutable {
+      plan->emplace(setPlanOf(request));
+      told();
+    });
+    co_await untilAnswered();
+    if (**plan) {
+      wayBack_ = std::move(***plan);
+    } else {
+      status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED,
+                 "the way back from this commit is too long: " + (*plan)->error().error_message()};
+    }
+  }
+
+  void endCommit() {
+    if (isBack_ && !status_.ok()) return runs_.commit_.backIs(std::move(order_.plan));
+    if (!status_.ok()) return;
+    if (isAction(Action::Commit)) runs_.commit_.begin(*order_.extensions.commit, std::move(wayBack_));
+    if (isAction(Action::Duration)) runs_.commit_.durationIs(order_.extensions.commit->durationNs);
+    if (isAction(Action::Confirm) || isBack_) runs_.commit_.end();
+  }
+
   // --- the disk --------------------------------------------------------------------------------------------
 
   Steps store() {
     places_ = SetPlaces::of(*order_.plan, *diff_);
-    isAlone_ = places_.isWide || queue_.onTheWay.disturb(places_);
+    isAlone_ = isAlone_ || places_.isWide || queue_.onTheWay.disturb(places_);
     if (isAlone_ && !queue_.isFirst(*this)) {
       co_await toBeFirst();
       co_await compare();
       if (!status_.ok()) co_return;
     }
-    if (diff_->isEmpty()) co_return;
+    // Without its confirmation a commit does not outlive the process: what leads back needs no room.
+    if (isBack_) runs_.store_->takeBack({}, nullptr);
+    if (isBack_ || (diff_->isEmpty() && !isAction(Action::Confirm))) co_return;
     ConfigChange change = changeOf(*diff_, runs_.entries_);
-    if (change.values.empty() && change.gone.empty()) co_return; // none of it is configuration
+    if (change.isEmpty() && !isAction(Action::Confirm)) co_return; // none of it is configuration
     queue_.onTheWay.enter(places_);
     isOnTheWay_ = true;
-    runs_.store_->write(ConfigRecord::Kind::Change, std::move(change), whenWritten());
-    co_await untilWritten();
+    using Kind = ConfigRecord::Kind;
+    runs_.store_->write(isAction(Action::Commit)    ? Kind::Provisional
+                        : isAction(Action::Confirm) ? Kind::Confirm
+                                                    : Kind::Change,
+                        std::move(change), whenWritten());
+    co_await untilAnswered();
     ConfigStore::Outcome& outcome = **written_;
     if (!outcome) {
       refused(outcome.error());
@@ -198,22 +252,30 @@ private:
 
   Steps takeBackStored() {
     runs_.store_->takeBack(std::move(*back_), whenWritten());
-    co_await untilWritten(); // also what is not written now is taken back
+    co_await untilAnswered(); // also what is not written now is taken back
   }
 
   ConfigStore::Done whenWritten() {
     written_ = std::make_shared<Written>();
-    return [scheduler = context_.scheduler(), queue = queue_.weak_from_this(),
-            written = written_](ConfigStore::Outcome outcome) mutable {
-      scheduler->post([queue, written, outcome = std::move(outcome)]() mutable {
-        *written = std::move(outcome);
+    return [written = written_, told = whenAnswered()](ConfigStore::Outcome outcome) mutable {
+      *written = std::move(outcome);
+      told();
+    };
+  }
+
+  // For another thread to call when it has done its part.
+  absl::AnyInvocable<void()> whenAnswered() {
+    haveAnswered_ = std::make_shared<bool>(false);
+    return [scheduler = context_.scheduler(), queue = queue_.weak_from_this(), answered = haveAnswered_] {
+      scheduler->post([queue, answered] {
+        *answered = true;
         if (auto const there = queue.lock()) there->scheduleTask();
       });
     };
   }
-  Steps untilWritten() {
-    waits_ = Waits::ForDisk;
-    while (!written_->has_value())
+  Steps untilAnswered() {
+    waits_ = Waits::ForOthers;
+    while (!*haveAnswered_)
       co_await Steps::pauseIf(true);
   }
   Steps toBeFirst() {
@@ -305,6 +367,7 @@ private:
   }
 
   Steps tidy() {
+    if (!diff_) co_return;
     context_.worker().post(
         [plan = std::move(order_.plan), made = std::move(diff_->made), gone = std::move(diff_->gone)] {});
     for (SetParts* const parts : {&diff_->resets, &diff_->writes, &diff_->removals}) {
@@ -331,7 +394,10 @@ private:
   bool isOnTheWay_ = false; // its places have been entered
   bool isAlone_ = false;
   Waits waits_ = Waits::No;
+  std::shared_ptr<bool> haveAnswered_;         // those that are waited for
   std::shared_ptr<Written> written_;           // the disk's answer, when it has come
+  std::unique_ptr<SetPlan> wayBack_;           // of a commit
+  bool isBack_ = false;                        // it leads back from a commit
   std::optional<ConfigChange> back_;           // takes back what is on the disk
   std::optional<StagedSet> staged_;            // from the first write on
   Staging::Whose whose_ = Staging::Whose::Own; // then: whose the changes of our slices are
@@ -362,6 +428,12 @@ void SetRuns::Queue::taskExecute() {
 SetRuns::SetRuns(Router& router)
     : router_(router)
     , entries_(router.context().memory().entries)
+    , commit_(router.context().scheduler(),
+              [this] {
+                setIs({.plan = std::make_unique<SetPlan>(),
+                       .done = [](grpc::Status const&, std::int64_t) {},
+                       .source = SetOrder::Source::Timeout});
+              })
     , queue_(std::make_shared<Queue>(*this)) {}
 SetRuns::~SetRuns() { queue_->allDel(); }
 

@@ -8,6 +8,7 @@
 //    what a crash could take back, and no reader waits for the disk. While one waits for it, the next ones
 //    are compared and sent after it, as long as none can change what another comes to (`SetPlaces`); so they
 //    are synced together. Behind the disk a Set is compared anew, with what those before it have left.
+//    A commit that is to be confirmed is provisional there until then: a start goes back to what was before.
 // 4. What the model refuses after that is taken back from the disk, before it is answered.
 // 5. From its first write until all of it has been told, or taken back, walks wait and changes of its own
 //    wait aside (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on
@@ -28,6 +29,8 @@
 #include <grpcpp/support/status.h>
 
 #include "agent/data/ClientEntries.h"
+#include "agent/data/ConfirmedCommit.h"
+#include "agent/data/SetExtensions.h"
 #include "agent/data/SetPlan.h"
 
 namespace Agent {
@@ -45,7 +48,9 @@ struct SetOrder {
   std::unique_ptr<SetPlan> plan;
   std::atomic<bool> const* isCancelled = nullptr; // may be null; lives until `done` is called or dropped
   Done done;
-  bool isStored = false; // it comes from the store
+  SetExtensions extensions = {};
+  enum class Source : std::uint8_t { Client, Store, Timeout };
+  Source source = Source::Client; // a commit's time is over
 };
 
 // All Sets of the agent; those that still wait when it goes are dropped.
@@ -78,6 +83,8 @@ private:
   Router& router_;
   ConfigStore* store_ = nullptr;
   ClientEntries entries_;
+  Mastership masters_;
+  ConfirmedCommit commit_;
   ConfigChanged configChanged_;
   std::shared_ptr<Queue> const queue_;
 };

@@ -39,13 +39,19 @@ modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels) 
 
 grpc::Status checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions,
                              CallKind call) {
+  bool const hasDepth = call == CallKind::Get || call == CallKind::Subscribe;
   for (gnmi_ext::Extension const& each : extensions) {
-    bool const ofSets = each.has_commit() || each.has_master_arbitration();
-    if (each.has_history() || each.depth().level() != 0 || each.has_config_subscription() ||
-        (ofSets && call == CallKind::Set))
+    if (each.has_history() || each.has_config_subscription())
       return notOffered("this agent does not offer the extension that is asked for");
+    if (each.has_depth() && !hasDepth)
+      return {grpc::StatusCode::INVALID_ARGUMENT, "a depth is for Get and Subscribe"};
   }
   return grpc::Status::OK;
+}
+
+std::uint32_t depthOf(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions) {
+  auto const found = std::ranges::find_if(extensions, &gnmi_ext::Extension::has_depth);
+  return found == extensions.end() ? 0 : found->depth().level();
 }
 
 std::string addressOf(std::string const& peer) {

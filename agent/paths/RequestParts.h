@@ -26,11 +26,14 @@ modulesOf(google::protobuf::RepeatedPtrField<gnmi::ModelData> const& useModels);
 // The address of a peer as gRPC names it ("ipv4:192.0.2.1:1234"), without its port; empty for what has none.
 [[nodiscard]] std::string addressOf(std::string const& peer);
 
-enum class CallKind : std::uint8_t { Get, Set, Subscribe };
+enum class CallKind : std::uint8_t { Capabilities, Get, Set, Subscribe };
 
-// UNIMPLEMENTED for an extension that changes what the call means, since whoever asks for it counts on it.
-// Others are passed over.
+// UNIMPLEMENTED for an extension that changes what the call means and is not offered, since whoever asks for
+// it counts on it; INVALID_ARGUMENT for a depth where there is none. Others are passed over.
 [[nodiscard]] grpc::Status
 checkExtensions(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions, CallKind call);
+// How many levels below what is asked for are meant; 0: all.
+[[nodiscard]] std::uint32_t
+depthOf(google::protobuf::RepeatedPtrField<gnmi_ext::Extension> const& extensions);
 
 } // namespace Agent

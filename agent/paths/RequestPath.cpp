@@ -14,12 +14,6 @@ namespace {
 
 grpc::Status invalid(std::string const& what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
-bool isServed(std::string_view origin) {
-  if (origin.empty() || origin == kOrigin) return true;
-  return std::ranges::any_of(publishedModels(),
-                             [origin](PublishedModel const& model) { return model.name == origin; });
-}
-
 grpc::Status appendElem(std::vector<RequestElem>& elems, gnmi::PathElem const& from) {
   if (from.name().empty()) return invalid("a path element has no name");
   if (from.name() == "..." && from.key_size() > 0) return invalid("the path element ... takes no keys");
@@ -55,6 +49,12 @@ grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from
 
 } // namespace
 
+bool isOriginServed(std::string_view origin) {
+  if (origin.empty() || origin == kOrigin) return true;
+  return std::ranges::any_of(publishedModels(),
+                             [origin](PublishedModel const& model) { return model.name == origin; });
+}
+
 RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const& path) {
   if (!prefix.origin().empty() && !path.origin().empty() && prefix.origin() != path.origin())
     return invalid("the prefix and a path name different origins");
@@ -62,7 +62,7 @@ RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const&
   RequestPath made;
   made.origin = prefix.origin().empty() ? path.origin() : prefix.origin();
   made.target = prefix.target();
-  if (!isServed(made.origin))
+  if (!isOriginServed(made.origin))
     return invalid(fmt::format("the origin {} is not served", statusText(made.origin)));
   for (gnmi::Path const* const part : {&prefix, &path}) {
     if (grpc::Status status = appendElems(made.elems, *part); !status.ok()) return status;

@@ -48,6 +48,9 @@ struct RequestPath {
   std::vector<RequestElem> elems;
 };
 
+// Empty, "openconfig" or the name of a published module.
+[[nodiscard]] bool isOriginServed(std::string_view origin);
+
 // A text for a status message: printable, and not longer than `length`.
 [[nodiscard]] std::string statusText(std::string_view text, std::size_t length = 256);
 

@@ -41,16 +41,26 @@ bool hasAnyDepth(Pattern const& pattern) {
 } // namespace
 
 Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
-                   Modules modules)
+                   Modules modules, std::size_t depth)
     : pattern_(std::move(pattern))
     , rivals_(std::move(rivals))
-    , modules_(std::move(modules)) {}
+    , modules_(std::move(modules))
+    , depth_(depth) {}
 
 // By what is published of it; what is no leaf is told when it changes.
 bool Selector::isMeant(TypeNode const& leaf, LeafKind kind) const {
   if (modules_ && std::ranges::find(*modules_, leaf.module) == modules_->end()) return false;
   bool const isSampled = leaf.leaf() != nullptr && leaf.leaf()->isSampled;
   return kind == LeafKind::All || isSampled == (kind == LeafKind::Sampled);
+}
+
+std::size_t Selector::levelOf(PathView const& path) const {
+  std::size_t const size = path.size();
+  if (!hasAnyDepth(*pattern_)) return size - std::min(size, pattern_->elems().size());
+  gnmi::Path head; // as short as the pattern covers it
+  while (!pattern_->covers(PathView(head, 0)) && static_cast<std::size_t>(head.elem_size()) < size)
+    *head.add_elem() = path[static_cast<std::size_t>(head.elem_size())];
+  return size - static_cast<std::size_t>(head.elem_size());
 }
 
 Selector::Selected Selector::updates(gnmi::Notification const& notification, LeafKind kind) const {
@@ -77,7 +87,7 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
   }
   bool const takesAll = cover == Cover::All && rivals.empty();
   bool const takesAny = kind == LeafKind::All && modules_ == nullptr; // whatever is published of them
-  if (takesAll && takesAny && keep == nullptr) return {.any = true, .updates = std::nullopt};
+  if (takesAll && takesAny && keep == nullptr && depth_ == 0) return {.any = true, .updates = std::nullopt};
 
   std::optional<TypeNode> const node =
       takesAny ? std::nullopt : TypeNode::root().descendant(notification.prefix(), 1);
@@ -86,6 +96,7 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     gnmi::Update const& update = notification.update(i);
     PathView const path(notification.prefix(), update.path(), 1);
     if (cover != Cover::All && !pattern_->covers(path)) continue;
+    if (depth_ != 0 && levelOf(path) > depth_) continue;
     bool const isOthers =
         std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
     if (isOthers) continue;
@@ -111,6 +122,11 @@ void Selector::appendEnds(gnmi::Path const& prefix, gnmi::Path const& path,
   if (auto const leaf = modules_ ? TypeNode::root().descendant(end, 1) : std::nullopt;
       leaf && leaf->leaf() != nullptr && !isMeant(*leaf, LeafKind::All))
     return;
+  if (depth_ != 0 && cover == Cover::All) { // of a container at the last level no leaf is told
+    auto const node = TypeNode::root().descendant(end, 1);
+    std::size_t const level = levelOf(view);
+    if (level > depth_ || (level == depth_ && node && node->leaf() == nullptr)) return;
+  }
   if (cover == Cover::Partial && !hasAnyDepth(*pattern_)) appendConcrete(end, *pattern_, view.size());
   to.push_back(std::move(end));
 }

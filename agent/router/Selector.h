@@ -38,12 +38,13 @@ public:
 
   using Modules = std::shared_ptr<std::vector<std::string> const>;
   // `rivals`: the patterns of the same call to which a leaf belongs that they cover too. `modules`: those
-  // whose leaves are meant alone; null: all.
+  // whose leaves are meant alone; null: all. `depth`: how many levels below what the pattern means; 0: all.
   Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
-           Modules modules = nullptr);
+           Modules modules = nullptr, std::size_t depth = 0);
 
   [[nodiscard]] std::shared_ptr<Pattern const> const& pattern() const noexcept { return pattern_; }
   [[nodiscard]] Modules const& modules() const noexcept { return modules_; }
+  [[nodiscard]] std::size_t depth() const noexcept { return depth_; }
   [[nodiscard]] bool hasRivals() const noexcept { return !rivals_.empty(); }
 
   [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind) const;
@@ -60,10 +61,13 @@ private:
   [[nodiscard]] Selected chosen(gnmi::Notification const& notification, LeafKind kind,
                                 Keep const* keep) const;
   [[nodiscard]] bool isMeant(TypeNode const& leaf, LeafKind kind) const;
+  // How far below what the pattern means. REQUIRES that it covers the path.
+  [[nodiscard]] std::size_t levelOf(PathView const& path) const;
 
   std::shared_ptr<Pattern const> pattern_;
   std::vector<std::shared_ptr<Pattern const>> rivals_;
   Modules modules_;
+  std::size_t depth_;
 };
 
 } // namespace Agent

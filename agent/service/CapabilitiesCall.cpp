@@ -1,5 +1,6 @@
 // Capabilities, answered at once: the published models, the encodings, the version of gNMI as the schema
 // itself states it.
+#include "agent/paths/RequestParts.h"
 #include "agent/service/UnaryCalls.h"
 
 #include <grpcpp/server_context.h>
@@ -9,8 +10,13 @@
 namespace Agent {
 
 grpc::ServerUnaryReactor* capabilitiesCall(grpc::CallbackServerContext& context,
-                                           gnmi::CapabilityRequest const&,
+                                           gnmi::CapabilityRequest const& request,
                                            gnmi::CapabilityResponse& response) {
+  grpc::ServerUnaryReactor* const reactor = context.DefaultReactor();
+  if (grpc::Status status = checkExtensions(request.extension(), CallKind::Capabilities); !status.ok()) {
+    reactor->Finish(status);
+    return reactor;
+  }
   for (PublishedModel const& model : publishedModels()) {
     gnmi::ModelData& data = *response.add_supported_models();
     data.set_name(model.name.data(), model.name.size());
@@ -21,7 +27,6 @@ grpc::ServerUnaryReactor* capabilitiesCall(grpc::CallbackServerContext& context,
     response.add_supported_encodings(encoding);
   response.set_gnmi_version(
       gnmi::CapabilityResponse::descriptor()->file()->options().GetExtension(gnmi::gnmi_service));
-  grpc::ServerUnaryReactor* const reactor = context.DefaultReactor();
   reactor->Finish(grpc::Status::OK);
   return reactor;
 }

@@ -27,6 +27,8 @@ void answer(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
     addResult(response, gnmi::UpdateResult::REPLACE, update.path());
   for (gnmi::Update const& update : request.update())
     addResult(response, gnmi::UpdateResult::UPDATE, update.path());
+  for (gnmi::Update const& update : request.union_replace())
+    addResult(response, gnmi::UpdateResult::UNION_REPLACE, update.path());
 }
 
 // What a request becomes, JSON texts taken apart above all, against its own size.
@@ -47,18 +49,21 @@ public:
     if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
       return end->finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "too many Sets wait: try again later"});
     sets_.context().worker().post([this, end, &request, &response, share = std::move(share)]() mutable {
+      auto extensions = SetExtensions::of(request);
+      if (!extensions) return end->finish(extensions.error());
       auto plan = setPlanOf(request, &isCancelled_, writer_);
       if (!plan) return end->finish(plan.error());
       answer(request, response);
-      sets_.context().scheduler()->post(
-          [this, end, &response, plan = std::move(*plan), kept = std::move(share)]() mutable {
-            auto const done = [end = std::move(end), &response,
-                               kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
-              response.set_timestamp(timestamp);
-              end->finish(status);
-            };
-            sets_.setIs({std::move(plan), &isCancelled_, done});
-          });
+      sets_.context().scheduler()->post([this, end, &response, plan = std::move(*plan),
+                                         extensions = std::move(*extensions),
+                                         kept = std::move(share)]() mutable {
+        auto const done = [end = std::move(end), &response,
+                           kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
+          response.set_timestamp(timestamp);
+          end->finish(status);
+        };
+        sets_.setIs({std::move(plan), &isCancelled_, done, std::move(extensions)});
+      });
     });
   }
 

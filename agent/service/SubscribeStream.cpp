@@ -107,6 +107,7 @@ grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
     return status;
   CallPlan::OrError plan = CallPlan::of(request.subscribe(), context_.limits());
   if (!plan.ok()) return plan.error();
+  plan->depth = depthOf(request.extension());
   mode_ = plan->mode;
   if (mode_ == CallMode::Poll) { // the list is answered like a poll
     std::lock_guard const guard(mutex_);

@@ -120,7 +120,10 @@ Files::OrErrno<void> ConfigJournal::write(std::span<ConfigRecord> records) {
   number_ = number;
   for (ConfigRecord& record : records) {
     switch (record.kind) {
-    case ConfigRecord::Kind::Provisional: provisional_ = record; continue;
+    case ConfigRecord::Kind::Provisional:
+      provisional_ = record;
+      record.change = {};
+      continue;
     case ConfigRecord::Kind::Confirm:
       if (provisional_) record.change = std::move(provisional_->change).applyTo(map_);
       break;

@@ -159,7 +159,7 @@ grpc::Status Call::prepareSome() {
     if (overlaps_ > kOverlapsMax)
       return {grpc::StatusCode::RESOURCE_EXHAUSTED, "too many subscriptions of the list overlap each other"};
     subscriptions_.push_back(std::make_unique<Subscription>(
-        *this, plans[i], plan_.encoding, Selector(patterns_[i], std::move(rivals), modules_)));
+        *this, plans[i], plan_.encoding, Selector(patterns_[i], std::move(rivals), modules_, plan_.depth)));
   }
   return grpc::Status::OK;
 }
@@ -288,7 +288,8 @@ bool Call::wantsBytes() const {
   Job const& job = jobs_.front();
   Selector const& selector = job.subscription->selector();
   return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !job.subscription->suppresses() &&
-         !selector.hasRivals() && modules_ == nullptr && selector.pattern()->coversObjects();
+         !selector.hasRivals() && modules_ == nullptr && selector.depth() == 0 &&
+         selector.pattern()->coversObjects();
 }
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {

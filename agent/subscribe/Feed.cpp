@@ -216,8 +216,9 @@ void appendBytes(std::string& to, Pattern::Elem const& from) {
 }
 
 std::string feedBytes(Selector const& selector, Frame const& frame, LeafMode mode) {
-  std::string bytes = fmt::format("{} {} {} {} {}{}", static_cast<int>(mode), frame.encoding,
-                                  frame.origin.size(), frame.target.size(), frame.origin, frame.target);
+  std::string bytes =
+      fmt::format("{} {} {} {} {} {}{}", static_cast<int>(mode), frame.encoding, selector.depth(),
+                  frame.origin.size(), frame.target.size(), frame.origin, frame.target);
   for (Pattern::Elem const& elem : selector.pattern()->elems())
     appendBytes(bytes, elem);
   if (selector.modules()) bytes += fmt::format(" {}", fmt::join(*selector.modules(), " "));

@@ -54,6 +54,7 @@ struct CallPlan {
   bool updatesOnly = false;
   int encoding = 0;
   std::vector<std::string> modules; // the leaves of these alone; empty: all
+  std::uint32_t depth = 0;          // of leaves below what a path means, at most; 0: any
   std::vector<SubscriptionPlan> subscriptions;
 };
 

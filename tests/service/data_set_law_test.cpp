@@ -378,12 +378,14 @@ struct StoredBench {
     std::size_t ended = 0;
     for (std::size_t i = 0; i < requests.size(); ++i) {
       auto plan = Agent::setPlanOf(requests[i]);
+      auto extensions = Agent::SetExtensions::of(requests[i]);
+      EXPECT_TRUE(extensions.ok());
       auto const end = [&codes, &ended, i](grpc::Status const& status, std::int64_t) {
         codes[i] = status.error_code();
         ++ended;
       };
       if (plan) {
-        bench.runtime().sets().setIs({std::move(*plan), nullptr, end});
+        bench.runtime().sets().setIs({std::move(*plan), nullptr, end, std::move(*extensions)});
       } else {
         end(plan.error(), 0);
       }
@@ -424,6 +426,46 @@ TEST(DataSetStore, whatIsKeptIsTheConfiguration) {
     ASSERT_EQ(difference(leaves, again.bench.leaves(GetRequest::CONFIG)), "");
   }
   EXPECT_GT(refused, 10);
+}
+
+// A commit that is not confirmed leaves nothing, whether its time ends, somebody cancels it, or the process
+// ends; one that is confirmed is as any other Set.
+TEST(DataSetStore, aCommitHoldsWhenItIsConfirmed) {
+  constexpr std::int64_t kSecondNs = 1'000'000'000;
+  int committed = 0;
+  for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    AgentTesting::StoreDisk disk;
+    DataBench::Leaves expected;
+    {
+      StoredBench kept(disk);
+      ASSERT_EQ(kept.set({Operations(seed).request(3, false)}).front(), grpc::OK);
+      auto const before = kept.bench.leaves(GetRequest::CONFIG);
+      auto request = Operations(seed + 1000).request(4, true);
+      auto& commit = *request.add_extension()->mutable_commit();
+      commit.set_id("1");
+      commit.mutable_commit()->mutable_rollback_duration()->set_seconds(2);
+      bool const isCommitted = kept.set({request}).front() == grpc::OK;
+      committed += isCommitted ? 1 : 0;
+      auto const after = kept.bench.leaves(GetRequest::CONFIG);
+      gnmi::SetRequest end;
+      end.add_extension()->mutable_commit()->set_id("1");
+      expected = before;
+      switch (seed % 4) {
+      case 0: break; // it crashes
+      case 1: kept.bench.advance(3 * kSecondNs); break;
+      case 2: end.mutable_extension(0)->mutable_commit()->mutable_cancel(); break;
+      default:
+        end.mutable_extension(0)->mutable_commit()->mutable_confirm();
+        expected = isCommitted ? after : before;
+      }
+      EXPECT_EQ(seed % 4 > 1 ? kept.set({end}).front() == grpc::OK : isCommitted, isCommitted);
+      EXPECT_EQ(seed % 4 == 0 ? "" : difference(expected, kept.bench.leaves(GetRequest::CONFIG)), "");
+    }
+    StoredBench again(disk);
+    ASSERT_EQ(difference(expected, again.bench.leaves(GetRequest::CONFIG)), "");
+  }
+  EXPECT_GT(committed, 30);
 }
 
 // Nobody sees a Set before the disk has it, nobody but the Set waits for the disk, and what the disk refuses

@@ -212,8 +212,8 @@ TEST_F(DataSet, refusalsOfTheRequestAsSuch) {
     EXPECT_LT(status.error_message().size(), 1100U);
   };
   expect(OK, [](auto&) {});
-  expect(UNIMPLEMENTED, [](auto& request) { request.add_union_replace(); });
-  expect(UNIMPLEMENTED, [](auto& request) { request.add_extension()->mutable_commit(); });
+  expect(INVALID_ARGUMENT, [](auto& request) { request.add_union_replace(); });
+  expect(INVALID_ARGUMENT, [](auto& request) { request.add_extension()->mutable_commit(); });
   expect(OK, [](auto& request) { request.add_extension()->mutable_registered_ext(); });
   auto const pathOf = [](gnmi::SetRequest& request) { return request.mutable_update(0)->mutable_path(); };
   expect(INVALID_ARGUMENT, [&](auto& request) {

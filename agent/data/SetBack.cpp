@@ -1,0 +1,119 @@
+// The places first, then their leaves as they are.
+#include "agent/data/SetBack.h"
+
+#include <algorithm>
+
+#include "Ondra/ScalarEncode.h"
+#include "Tovak/Task.h"
+#include "agent/data/SetDiff.h"
+#include "agent/paths/OutPath.h"
+#include "agent/paths/Pattern.h"
+
+namespace Agent {
+namespace {
+
+bool repeatsKey(TypeNode const& leaf) { return leaf.leaf()->isKeyCopy || leaf.attr.isKeyField(); }
+
+// The place that is to be deleted for one that a Set touches: of what comes and goes with its key, the entry.
+std::string placeOf(gnmi::Path path) {
+  auto const type = TypeNode::root().descendant(path, 0);
+  bool const isKey = type && type->leaf() != nullptr && repeatsKey(*type);
+  bool const isContainer = type && type->leaf() == nullptr;
+  while ((isKey || isContainer) && path.elem_size() > 1 && path.elem(path.elem_size() - 1).key_size() == 0)
+    path.mutable_elem()->RemoveLast();
+  return pathBytes(PathView(path, 0));
+}
+
+} // namespace
+
+SetBack::SetBack(SetDiff const& diff, Tovak::Task const& task) : task_(task) {
+  for (SetParts const* const parts : {&diff.resets, &diff.writes, &diff.removals}) {
+    parts->forEach([this](SetParts::Place const& place, gnmi::TypedValue const*) {
+      places_.push_back(placeOf(pathOfBytes(bytesOf(place))));
+    });
+  }
+  std::ranges::sort(places_);
+  std::vector<std::string> apart;
+  for (std::string& place : places_) {
+    if (apart.empty() || !place.starts_with(apart.back())) apart.push_back(std::move(place));
+  }
+  places_ = std::move(apart);
+}
+
+Steps SetBack::run() {
+  for (std::string const& bytes : places_) {
+    *request.add_delete_() = pathOfBytes(bytes);
+    co_await place(bytes);
+  }
+}
+
+Steps SetBack::place(std::string const& bytes) {
+  gnmi::Path const whole = pathOfBytes(bytes);
+  path_.Clear();
+  TypeNode type = TypeNode::root();
+  Handle object;
+  for (gnmi::PathElem const& elem : whole.elem()) {
+    auto const child = type.child(elem.name());
+    if (!child) co_return;
+    if (child->leaf() != nullptr) {
+      if (object) leaf(*child, object);
+      co_return;
+    }
+    object = child->isList() && elem.key_size() != 0
+                 ? entryOf(*child, object, keyHandleOf(*child, elem.key().begin()->second))
+                 : containerOf(*child, object);
+    if (!object) co_return;
+    *path_.add_elem() = elem;
+    type = *child;
+  }
+  co_await below(type, object);
+}
+
+Steps SetBack::below(TypeNode type, Handle object) {
+  for (TypeNode const& child : type.children()) {
+    if (child.leaf() != nullptr) {
+      leaf(child, object);
+    } else if (!hasWritable(child)) {
+      continue;
+    } else if (child.isList()) {
+      for (auto keys = keysBehind(child.attr, object, nullptr); !keys.empty();
+           keys = keysBehind(child.attr, object, keys.back())) {
+        for (Handle const& key : keys) {
+          Handle const entry = entryOf(child, object, key);
+          if (!entry) continue;
+          gnmi::PathElem& elem = *path_.add_elem();
+          elem.set_name(child.name.data(), child.name.size());
+          (*elem.mutable_key())[child.key().name().str()] = key->gnmiStrRep();
+          co_await below(child, entry);
+          path_.mutable_elem()->RemoveLast();
+        }
+      }
+    } else if (Handle const container = containerOf(child, object)) {
+      path_.add_elem()->set_name(child.name.data(), child.name.size());
+      co_await below(child, container);
+      path_.mutable_elem()->RemoveLast();
+    }
+  }
+  co_await Steps::pauseIf(task_.taskShouldYield());
+}
+
+void SetBack::leaf(TypeNode const& type, Handle const& object) {
+  bool const isConfig = type.isWritableLeaf() || (type.leaf()->isConfig && repeatsKey(type));
+  if (!isConfig || !type.attr.genericIfExist(object)) return;
+  gnmi::TypedValue value;
+  bool isRead = true;
+  if (type.leaf()->isLeafList) {
+    auto& elements = *value.mutable_leaflist_val()->mutable_element();
+    for (auto member = type.attr.genericIfIteratorConst(object); member && isRead; ++member)
+      isRead = Ondra::extractScalar(nullptr, member.ptr(), elements.Add());
+  } else {
+    isRead = Ondra::extractScalar(nullptr, type.attr.genericIfGet(object), &value);
+  }
+  if (!isRead || value.value_case() == gnmi::TypedValue::VALUE_NOT_SET) return;
+  gnmi::Update& update = *request.add_update();
+  *update.mutable_path() = path_;
+  update.mutable_path()->add_elem()->set_name(type.name.data(), type.name.size());
+  *update.mutable_val() = std::move(value);
+}
+
+} // namespace Agent

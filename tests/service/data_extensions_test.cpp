@@ -1,0 +1,229 @@
+// What extensions ask for: confirmed commits, master arbitration, depth; and union_replace.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "service/data_testing.h"
+#include "service/subscribe_testing.h"
+
+namespace {
+
+using namespace ServiceTesting;
+using enum grpc::StatusCode;
+
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+
+class DataExtensions : public testing::Test {
+protected:
+  DataExtensions() { bench.fill(); }
+  template <class Change>
+  grpc::StatusCode set(std::string_view text, Change const& change) {
+    gnmi::SetRequest request = setRequest(text);
+    change(request);
+    grpc::Status const status = bench.set(request);
+    said = status.error_message();
+    return status.error_code();
+  }
+  // An action, "commit", "confirm", "cancel" or "duration", with seconds where they are not 0.
+  grpc::StatusCode commit(std::string_view action, std::string const& id, std::string_view text = "",
+                          std::int64_t seconds = 0) {
+    return set(text, [&](gnmi::SetRequest& request) {
+      gnmi_ext::Commit& asked = *request.add_extension()->mutable_commit();
+      asked.set_id(id);
+      if (action == "commit") asked.mutable_commit();
+      if (action == "confirm") asked.mutable_confirm();
+      if (action == "cancel") asked.mutable_cancel();
+      if (action == "duration") asked.mutable_set_rollback_duration();
+      if (seconds == 0) return;
+      (action == "commit" ? asked.mutable_commit()->mutable_rollback_duration()
+                          : asked.mutable_set_rollback_duration()->mutable_rollback_duration())
+          ->set_seconds(seconds);
+    });
+  }
+  std::string hostname() { return bench.value("/system/config/hostname"); }
+
+  DataBench bench;
+  std::string said;
+};
+
+std::string named(std::string_view name) {
+  return fmt::format("update /system/config/hostname \"{}\"", name);
+}
+
+TEST_F(DataExtensions, aCommitTakesItselfBackUnlessItIsConfirmed) {
+  ASSERT_TRUE(bench.set(setRequest(named("old"))).ok());
+  EXPECT_EQ(commit("confirm", "1"), FAILED_PRECONDITION);
+  EXPECT_EQ(commit("cancel", "1"), FAILED_PRECONDITION);
+  EXPECT_EQ(commit("duration", "1", "", 5), FAILED_PRECONDITION);
+  EXPECT_EQ(commit("commit", "", named("new")), INVALID_ARGUMENT);
+  EXPECT_EQ(commit("", "1", named("new")), INVALID_ARGUMENT);
+  EXPECT_EQ(commit("commit", "1", named("new"), -1), INVALID_ARGUMENT);
+
+  EXPECT_EQ(commit("commit", "1", named("new")), OK);
+  EXPECT_EQ(hostname(), "\"new\"");
+  EXPECT_EQ(commit("commit", "2", named("other")), FAILED_PRECONDITION);
+  EXPECT_EQ(bench.set(setRequest(named("other"))).error_code(), FAILED_PRECONDITION);
+  EXPECT_EQ(commit("confirm", "2"), INVALID_ARGUMENT);
+  EXPECT_THAT(said, testing::HasSubstr("'1'"));
+  EXPECT_EQ(commit("duration", "1"), INVALID_ARGUMENT); // without a duration
+  EXPECT_EQ(commit("confirm", "1", named("other")), INVALID_ARGUMENT);
+  bench.advance(599 * kSecondNs);
+  EXPECT_EQ(hostname(), "\"new\"");
+  bench.advance(kSecondNs);
+  EXPECT_EQ(hostname(), "\"old\""); // after ten minutes
+
+  EXPECT_EQ(commit("commit", "3", named("new"), 5), OK);
+  bench.advance(4 * kSecondNs);
+  EXPECT_EQ(commit("duration", "3", "", 10), OK); // anew, not on top
+  bench.advance(9 * kSecondNs);
+  EXPECT_EQ(hostname(), "\"new\"");
+  bench.advance(kSecondNs);
+  EXPECT_EQ(hostname(), "\"old\"");
+
+  EXPECT_EQ(commit("commit", "4", named("new"), 5), OK);
+  EXPECT_EQ(commit("cancel", "4"), OK);
+  EXPECT_EQ(hostname(), "\"old\"");
+  EXPECT_EQ(commit("commit", "5", named("new"), 5), OK);
+  EXPECT_EQ(commit("confirm", "5"), OK);
+  bench.advance(60 * kSecondNs);
+  EXPECT_EQ(hostname(), "\"new\"");
+  EXPECT_TRUE(bench.set(setRequest(named("old"))).ok());
+}
+
+TEST_F(DataExtensions, theLargestElectionIdSets) {
+  struct Row {
+    char const* role;
+    std::uint64_t high, low;
+    grpc::StatusCode code;
+  };
+  for (Row const& row : {Row{"", 0, 7, OK},
+                         {"", 0, 6, PERMISSION_DENIED},
+                         {"", 0, 7, OK},
+                         {"", 1, 0, OK},
+                         {"", 0, 9, PERMISSION_DENIED},
+                         {"other", 0, 1, OK},
+                         {"", 1, 1, OK}}) {
+    EXPECT_EQ(set("",
+                  [&row](auto& request) {
+                    auto& asked = *request.add_extension()->mutable_master_arbitration();
+                    if (*row.role != '\0') asked.mutable_role()->set_id(row.role);
+                    asked.mutable_election_id()->set_high(row.high);
+                    asked.mutable_election_id()->set_low(row.low);
+                  }),
+              row.code);
+    EXPECT_TRUE(row.code == OK || said == (row.low == 6 ? "the master's election id is high 0 low 7"
+                                                        : "the master's election id is high 1 low 0"))
+        << said;
+  }
+  EXPECT_EQ(set("", [](auto& request) { request.add_extension()->mutable_master_arbitration(); }),
+            INVALID_ARGUMENT);
+  EXPECT_TRUE(bench.set(setRequest(named("anybody"))).error_message().empty()); // without the extension
+}
+
+TEST_F(DataExtensions, aUnionIsAllOfTheConfiguration) {
+  auto const unite = [this](std::string_view text, std::string const& origin = "") {
+    return set(text, [&origin](gnmi::SetRequest& request) {
+      request.mutable_union_replace()->Swap(request.mutable_update());
+      for (gnmi::Update& update : *request.mutable_union_replace())
+        update.mutable_path()->set_origin(origin);
+    });
+  };
+  auto const start = bench.leaves(gnmi::GetRequest::CONFIG);
+  EXPECT_EQ(unite("update / {\"system\":{\"config\":{\"hostname\":\"a\"}}}\n"
+                  "update /system/config/domain-name \"b\"\nupdate /system/config/hostname \"a\""),
+            OK)
+      << said;
+  auto const leaves = bench.leaves(gnmi::GetRequest::CONFIG);
+  EXPECT_EQ(leaves.at("/system/config/domain-name"), "string_val: \"b\"");
+  EXPECT_FALSE(leaves.contains("/interfaces/interface[name=eth0]/config/description"));
+  EXPECT_LT(leaves.size(), start.size());
+  EXPECT_EQ(unite(named("a") + "\n" + named("b")), INVALID_ARGUMENT);
+  EXPECT_EQ(unite(named("a") + "\ndelete /system"), INVALID_ARGUMENT);
+  EXPECT_EQ(unite(named("a"), "cli"), UNIMPLEMENTED);
+  EXPECT_EQ(unite(named("a"), "openconfig"), OK);
+  EXPECT_EQ(difference({{"/system/config/hostname", "string_val: \"a\""}},
+                       {{"/system/config/hostname", bench.leaves().at("/system/config/hostname")}}),
+            "");
+}
+
+// Elements of a path, whose keys may hold anything.
+std::size_t levelsOf(std::string_view path) {
+  std::size_t levels = 0;
+  bool isKey = false;
+  for (char const one : path) {
+    isKey = one == '[' || (isKey && one != ']');
+    levels += one == '/' && !isKey ? 1 : 0;
+  }
+  return levels;
+}
+
+// Get, ONCE and STREAM tell the same leaves: those that lie no deeper.
+TEST_F(DataExtensions, depthLeavesOutWhatLiesDeeper) {
+  auto const all = bench.leaves();
+  struct Row {
+    char const* path;
+    char const* begins; // what lies at or below it, and how many levels that has
+    std::size_t level;
+  };
+  for (Row const& row : {Row{"/", "/", 0},
+                         {"/system", "/system/", 1},
+                         {"/system/config/hostname", "/system/config/hostname", 3},
+                         {"/interfaces/interface", "/interfaces/interface[", 2},
+                         {"/interfaces/interface[name=eth0]/.../ipv4", "?", 0}}) {
+    for (std::uint32_t depth = 0; depth <= 5; ++depth) {
+      SCOPED_TRACE(fmt::format("{} to depth {}", row.path, depth));
+      DataBench::Leaves expected;
+      for (auto const& [path, value] : all) {
+        std::size_t const at = path.find("/ipv4/");
+        bool const isAnywhere = row.begins[0] == '?';
+        if (isAnywhere ? !path.starts_with("/interfaces/interface[name=eth0]") || at == path.npos
+                       : !path.starts_with(row.begins))
+          continue;
+        auto const levels = levelsOf(isAnywhere ? path.substr(at + 1) : path) - row.level;
+        if (depth == 0 || levels <= depth) expected.emplace(path, value);
+      }
+      gnmi::GetRequest request = getRequest({row.path}, gnmi::PROTO);
+      request.add_extension()->mutable_depth()->set_level(depth);
+      gnmi::GetResponse response;
+      ASSERT_TRUE(bench.get(request, response).ok());
+      DataBench::Leaves got;
+      for (gnmi::Update const& update : response.notification(0).update())
+        got.emplace(text(update.path()), update.val().ShortDebugString());
+      EXPECT_EQ(difference(expected, got), "");
+      for (Request mode : {once(), stream()}) {
+        gnmi::SubscribeRequest subscribe = mode.add(row.path).done();
+        subscribe.add_extension()->mutable_depth()->set_level(depth);
+        Subscriber subscriber(bench, bench.channel());
+        subscriber.send(subscribe);
+        subscriber.untilSync();
+        EXPECT_EQ(std::ranges::count_if(subscriber.tree,
+                                        [&](auto const& one) { return !expected.contains(one.first); }),
+                  0);
+        EXPECT_EQ(subscriber.tree.size(), expected.size());
+      }
+    }
+  }
+  EXPECT_EQ(set("", [](auto& request) { request.add_extension()->mutable_depth(); }), INVALID_ARGUMENT);
+}
+
+// Of a change, and of the end of a container, those are told who can have seen it.
+TEST_F(DataExtensions, depthOfChanges) {
+  gnmi::SubscribeRequest subscribe = stream().add("/system").done();
+  subscribe.add_extension()->mutable_depth()->set_level(2);
+  Subscriber subscriber(bench, bench.channel());
+  subscriber.send(subscribe);
+  subscriber.untilSync();
+  ASSERT_TRUE(
+      bench.set(setRequest("update /system/dns/servers/server[address=192.0.2.77]/config/port 5")).ok());
+  ASSERT_TRUE(bench.set(setRequest("delete /system/dns/servers/server[address=192.0.2.77]")).ok());
+  ASSERT_TRUE(bench.set(setRequest(named("seen"))).ok());
+  EXPECT_TRUE(
+      subscriber.applyUntil([&] { return subscriber.tree["/system/config/hostname"] == "string_val:seen"; }));
+  EXPECT_THAT(subscriber.deletes, testing::IsEmpty());
+  EXPECT_FALSE(std::ranges::any_of(
+      subscriber.tree, [](auto const& one) { return one.first.find("server[") != std::string::npos; }));
+}
+
+} // namespace
