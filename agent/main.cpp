@@ -13,7 +13,8 @@
 #include "Tovak/DebugHandler.h"
 #include "agent/client/Commands.h"
 #include "agent/collect/Collectors.h"
-#include "agent/collect/ConfigCarrier.h"
+#include "agent/collect/ConfigApplier.h"
+#include "agent/data/SetRecord.h"
 #include "agent/data/SetRestore.h"
 #include "agent/options/Console.h"
 #include "agent/service/Authenticator.h"
@@ -81,8 +82,9 @@ struct Sources {
             std::make_unique<Agent::SyntheticChanges>(context.scheduler(), *ports, options.syntheticRate);
     }
     if (options.appliesConfig) {
-      carrier = std::make_unique<Agent::ConfigCarrier>(context.scheduler(), context.tree());
-      runtime.sets().configChangedIs([this](auto const& interfaces) { carrier->carry(interfaces); });
+      applier = std::make_unique<Agent::ConfigApplier>(context.scheduler());
+      runtime.sets().carryIs(
+          [this](auto links, auto done) { applier->apply(std::move(links), std::move(done)); });
     }
     if (!options.servesMachine) return;
     Agent::Collectors::Options collecting;
@@ -96,19 +98,23 @@ struct Sources {
     while (!collectors->isFilled() && clock.monotonicNs() < deadline)
       context.scheduler()->runUntil(clock.monotonicNs() + kFillStepNs);
   }
-  ~Sources() { runtime.sets().configChangedIs(nullptr); }
+  ~Sources() { runtime.sets().carryIs(nullptr); }
   Sources(Sources const&) = delete;
   Sources& operator=(Sources const&) = delete;
 
   Agent::Runtime& runtime;
   std::unique_ptr<Agent::SyntheticChanges> changes;
-  std::unique_ptr<Agent::ConfigCarrier> carrier;
+  std::unique_ptr<Agent::ConfigApplier> applier;
   std::unique_ptr<Agent::Collectors> collectors;
 };
 
 // The folder of `--config-store`, opened; null without one.
-Kstd::Result<std::unique_ptr<Agent::ConfigStore>, std::string> storeOf(std::string const& folder) {
-  if (folder.empty()) return std::unique_ptr<Agent::ConfigStore>();
+struct Stored {
+  std::unique_ptr<Agent::ConfigStore> store;
+  std::string wayBack; // from a change that was not confirmed
+};
+Kstd::Result<Stored, std::string> storeOf(std::string const& folder) {
+  if (folder.empty()) return Stored();
   auto const failed = [](std::string const& why) { return Kstd::Err("--config-store: " + why); };
   auto files = Agent::Files::at(folder);
   if (!files) return failed(files.error());
@@ -125,14 +131,25 @@ Kstd::Result<std::unique_ptr<Agent::ConfigStore>, std::string> storeOf(std::stri
     say(fmt::format("the last write was cut off ({} bytes): it is the configuration before that",
                     found->tornBytes));
   if (found->wasProvisional) say("the last change was not confirmed: it is the configuration before that");
-  return store;
+  Stored stored{std::move(store), {}};
+  for (auto const& [place, value] : found->unconfirmed.values) {
+    if (place == Agent::kWayBack) stored.wayBack = value.value_or("");
+  }
+  return stored;
 }
 
-// Brings the model to it.
-void restore(Agent::Runtime& runtime, Agent::ConfigStore& store) {
-  for (std::string const& lost : Agent::restore(runtime.sets(), store.journal().map()))
-    Agent::say(stderr, fmt::format("ondra-agent serve: warning: configuration: left out: {}\n", lost));
-  runtime.sets().storeIs(&store);
+// Brings the model to it, and the machine where that is asked for.
+void restore(Agent::Runtime& runtime, Stored const& stored) {
+  auto const warn = [](std::string const& what) {
+    Agent::say(stderr, fmt::format("ondra-agent serve: warning: configuration: {}\n", what));
+  };
+  for (std::string const& lost : Agent::restore(runtime.sets(), stored.store->journal().map()))
+    warn("left out: " + lost);
+  if (!stored.wayBack.empty()) {
+    if (auto const back = Agent::goBack(runtime.sets(), stored.wayBack); !back) warn(back.error());
+    stored.store->takeBack({}, nullptr); // the way has been gone
+  }
+  runtime.sets().storeIs(stored.store.get());
 }
 
 void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
@@ -192,7 +209,7 @@ int serve(std::vector<std::string> const& arguments) {
     if (auto const filled = fillYang(*yang, *options); !filled) return cannotStart(filled.error());
   }
   Sources sources(runtime, *options);
-  if (*store) restore(runtime, **store);
+  if (store->store) restore(runtime, *store);
   runtime.context().start();
   auto server =
       Agent::Server::start({options->listen, *security, authenticator, options->connections}, runtime);

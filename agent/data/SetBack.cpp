@@ -6,6 +6,7 @@
 #include "Ondra/ScalarEncode.h"
 #include "Tovak/Task.h"
 #include "agent/data/SetDiff.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
 
@@ -59,9 +60,17 @@ Steps SetBack::place(std::string const& bytes) {
       if (object) leaf(*child, object);
       co_return;
     }
-    object = child->isList() && elem.key_size() != 0
-                 ? entryOf(*child, object, keyHandleOf(*child, elem.key().begin()->second))
-                 : containerOf(*child, object);
+    if (child->isList()) {
+      std::vector<std::string> values;
+      for (std::size_t i = 0; i < child->keyCount(); ++i) {
+        auto const found = elem.key().find(child->key(i).name().str());
+        if (found != elem.key().end()) values.push_back(found->second);
+      }
+      if (values.size() != child->keyCount()) co_return;
+      object = entryOf(*child, object, keyHandle(child->attr, values));
+    } else {
+      object = containerOf(*child, object);
+    }
     if (!object) co_return;
     *path_.add_elem() = elem;
     type = *child;
@@ -83,7 +92,9 @@ Steps SetBack::below(TypeNode type, Handle object) {
           if (!entry) continue;
           gnmi::PathElem& elem = *path_.add_elem();
           elem.set_name(child.name.data(), child.name.size());
-          (*elem.mutable_key())[child.key().name().str()] = key->gnmiStrRep();
+          std::vector<std::string> const values = keyTexts(child.attr, *key);
+          for (std::size_t i = 0; i < values.size(); ++i)
+            (*elem.mutable_key())[child.key(i).name().str()] = values[i];
           co_await below(child, entry);
           path_.mutable_elem()->RemoveLast();
         }

@@ -17,6 +17,9 @@ class SetDiff;
 // REQUIRES that nothing of it has been carried out.
 [[nodiscard]] ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries);
 
+// Where a provisional change has the request that leads back from it, for the next start. It is no path.
+inline constexpr char const* kWayBack = "\x03";
+
 // What a store holds, in an order in which the model with what the machine gives is brought to it: what has
 // been deleted goes first.
 using StoredPlaces = std::vector<ConfigMap::value_type const*>;

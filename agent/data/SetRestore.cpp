@@ -31,7 +31,6 @@ public:
 
   std::vector<std::string> lost;
 
-private:
   grpc::Status carryOut(gnmi::SetRequest const& request) {
     auto plan = setPlanOf(request);
     if (!plan) return plan.error();
@@ -45,6 +44,7 @@ private:
     return *how;
   }
 
+private:
   SetRuns& sets_;
 };
 
@@ -60,6 +60,14 @@ std::vector<std::string> restore(SetRuns& sets, ConfigMap const& map) {
     rest = rest.subspan(some);
   }
   return std::move(restore.lost);
+}
+
+Kstd::Result<void, std::string> goBack(SetRuns& sets, std::string const& request) {
+  gnmi::SetRequest back;
+  back.ParseFromString(request);
+  if (grpc::Status const status = Restore(sets).carryOut(back); !status.ok())
+    return Kstd::Err(status.error_message());
+  return {};
 }
 
 } // namespace Agent

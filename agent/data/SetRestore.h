@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Kstd/Result.h"
 #include "agent/store/ConfigRecord.h"
 
 namespace Agent {
@@ -13,5 +14,8 @@ class SetRuns;
 // Drives the scheduler, whose thread does not run yet, until it is done. Whatever the types or the machine
 // refuse now is left out; the answer has a line for each.
 [[nodiscard]] std::vector<std::string> restore(SetRuns& sets, ConfigMap const& map);
+
+// Carries out a request as a provisional change has it, that leads back. The error is a text.
+[[nodiscard]] Kstd::Result<void, std::string> goBack(SetRuns& sets, std::string const& request);
 
 } // namespace Agent

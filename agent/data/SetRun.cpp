@@ -139,12 +139,16 @@ private:
     if (status_.ok()) co_await compare();
     if (order_.isCancelled != nullptr && order_.isCancelled->load(std::memory_order_relaxed))
       status_ = {grpc::StatusCode::CANCELLED, "the client has left"};
-    if (status_.ok() && isAction(Action::Commit)) co_await makeBack();
-    if (status_.ok() && runs_.store_ != nullptr && order_.source != SetOrder::Source::Store) co_await store();
+    if (status_.ok() && carries()) co_await beAlone();
+    if (status_.ok() && isProvisional()) co_await makeBack();
+    if (status_.ok() && lasts()) co_await store();
+    if (status_.ok() && carries()) co_await carry();
+    if (status_.ok() && isProvisional() && !isAction(Action::Commit)) co_await confirm();
     if (status_.ok()) {
       co_await toBeFirst();
       co_await carryOut();
     }
+    if (!status_.ok() && unwish_) co_await carryBack();
     if (!status_.ok() && back_) co_await takeBackStored();
     endCommit();
     std::exchange(order_.done, nullptr)(ended(status_), timestamp_);
@@ -196,6 +200,7 @@ private:
   Steps makeBack() {
     SetBack way(*diff_, queue_);
     co_await way.run();
+    backBytes_ = way.request.SerializeAsString();
     auto plan = std::make_shared<std::optional<SetPlan::OrError>>();
     context_.worker().post([plan, request = std::move(way.request), told = whenAnswered()]() mutable {
       plan->emplace(setPlanOf(request));
@@ -210,12 +215,63 @@ private:
     }
   }
 
+  // It holds on the disk when the machine has it, or somebody confirms it. A way back from the past is none.
+  [[nodiscard]] bool isProvisional() const {
+    return isAction(Action::Commit) || (lasts() && carries() && !isBack_);
+  }
+  [[nodiscard]] bool lasts() const {
+    return runs_.store_ != nullptr && order_.source != SetOrder::Source::Store;
+  }
+
   void endCommit() {
     if (isBack_ && !status_.ok()) return runs_.commit_.backIs(std::move(order_.plan));
     if (!status_.ok()) return;
     if (isAction(Action::Commit)) runs_.commit_.begin(*order_.extensions.commit, std::move(wayBack_));
     if (isAction(Action::Duration)) runs_.commit_.durationIs(order_.extensions.commit->durationNs);
     if (isAction(Action::Confirm) || isBack_) runs_.commit_.end();
+    // Without its confirmation a commit does not outlive the process: what leads back needs no room.
+    if (isBack_ && runs_.store_ != nullptr) runs_.store_->takeBack({}, nullptr);
+  }
+
+  // --- the machine -----------------------------------------------------------------------------------------
+
+  [[nodiscard]] bool carries() const { return runs_.carry_ && !diff_->interfaces.empty(); }
+
+  Steps beAlone() {
+    isAlone_ = true;
+    if (queue_.isFirst(*this)) co_return;
+    co_await toBeFirst();
+    co_await compare();
+  }
+
+  Steps carry() {
+    links_ = diff_->interfaces;
+    unwish_ = runs_.wishes_.changeIs(changeOf(*diff_, runs_.entries_));
+    auto const outcome = carryLinks();
+    co_await untilAnswered();
+    if (*outcome) {
+      co_await compare();
+      co_return;
+    }
+    status_ = {grpc::StatusCode::FAILED_PRECONDITION, outcome->error()};
+    static_cast<void>(runs_.wishes_.changeIs(std::move(*std::exchange(unwish_, std::nullopt))));
+  }
+
+  // The machine takes what it had.
+  Steps carryBack() {
+    static_cast<void>(runs_.wishes_.changeIs(std::move(*unwish_)));
+    static_cast<void>(carryLinks());
+    co_await untilAnswered();
+  }
+
+  std::shared_ptr<Kstd::Result<void, std::string>> carryLinks() {
+    auto outcome = std::make_shared<Kstd::Result<void, std::string>>();
+    auto const told = std::make_shared<absl::AnyInvocable<void()>>(whenAnswered());
+    runs_.carry_(runs_.wishes_.of(links_), [outcome, told](auto const& how) {
+      *outcome = how;
+      (*told)();
+    });
+    return outcome;
   }
 
   // --- the disk --------------------------------------------------------------------------------------------
@@ -228,26 +284,36 @@ private:
       co_await compare();
       if (!status_.ok()) co_return;
     }
-    // Without its confirmation a commit does not outlive the process: what leads back needs no room.
-    if (isBack_) runs_.store_->takeBack({}, nullptr);
     if (isBack_ || (diff_->isEmpty() && !isAction(Action::Confirm))) co_return;
     ConfigChange change = changeOf(*diff_, runs_.entries_);
     if (change.isEmpty() && !isAction(Action::Confirm)) co_return; // none of it is configuration
     queue_.onTheWay.enter(places_);
     isOnTheWay_ = true;
+    if (isProvisional()) change.values.emplace_back(kWayBack, backBytes_);
     using Kind = ConfigRecord::Kind;
-    runs_.store_->write(isAction(Action::Commit)    ? Kind::Provisional
-                        : isAction(Action::Confirm) ? Kind::Confirm
-                                                    : Kind::Change,
-                        std::move(change), whenWritten());
+    if (isAction(Action::Confirm)) {
+      co_await confirm();
+    } else {
+      co_await write(isProvisional() ? Kind::Provisional : Kind::Change, std::move(change));
+    }
+    if (status_.ok()) co_await compare();
+  }
+
+  Steps confirm() {
+    ConfigChange change;
+    change.values.emplace_back(kWayBack, std::nullopt);
+    co_await write(ConfigRecord::Kind::Confirm, std::move(change));
+  }
+
+  Steps write(ConfigRecord::Kind kind, ConfigChange change) {
+    runs_.store_->write(kind, std::move(change), whenWritten());
     co_await untilAnswered();
     ConfigStore::Outcome& outcome = **written_;
-    if (!outcome) {
+    if (outcome) {
+      back_ = std::move(*outcome);
+    } else {
       refused(outcome.error());
-      co_return;
     }
-    back_ = std::move(*outcome);
-    co_await compare();
   }
 
   Steps takeBackStored() {
@@ -294,11 +360,11 @@ private:
   // The model changes from here on.
   Steps carryOut() {
     staged_.emplace(runs_.router_);
-    co_await write(diff_->resets);
-    co_await write(diff_->writes);
+    co_await writeParts(diff_->resets);
+    co_await writeParts(diff_->writes);
     makePresences();
     staged_->whoseIs(whose_ = Staging::Whose::OwnRemoval);
-    co_await write(diff_->removals);
+    co_await writeParts(diff_->removals);
     staged_->whoseIs(whose_ = Staging::Whose::Own);
     timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
     if (status_.ok()) {
@@ -309,8 +375,6 @@ private:
     while (!staged_->tellSome(queue_))
       co_await Steps::pauseIf(true);
     staged_.reset();
-    if (status_.ok() && !diff_->interfaces.empty() && runs_.configChanged_)
-      runs_.configChanged_(diff_->interfaces);
   }
 
   Steps takeBack() {
@@ -326,7 +390,7 @@ private:
     staged_->forget(kept);
   }
 
-  Steps write(SetParts const& parts) {
+  Steps writeParts(SetParts const& parts) {
     for (auto const& part : parts.parts) {
       if (!status_.ok()) co_return;
       status_ = part.execute();
@@ -396,6 +460,9 @@ private:
   Waits waits_ = Waits::No;
   std::shared_ptr<bool> haveAnswered_;         // those that are waited for
   std::shared_ptr<Written> written_;           // the disk's answer, when it has come
+  std::set<std::string> links_;                // that have been carried
+  std::optional<ConfigChange> unwish_;         // takes back what is wanted of them
+  std::string backBytes_;                      // a request, that leads back
   std::unique_ptr<SetPlan> wayBack_;           // of a commit
   bool isBack_ = false;                        // it leads back from a commit
   std::optional<ConfigChange> back_;           // takes back what is on the disk

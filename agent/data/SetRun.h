@@ -9,6 +9,9 @@
 //    are compared and sent after it, as long as none can change what another comes to (`SetPlaces`); so they
 //    are synced together. Behind the disk a Set is compared anew, with what those before it have left.
 //    A commit that is to be confirmed is provisional there until then: a start goes back to what was before.
+//    Where configuration is carried to the machine, that comes between the disk and the model, and the Set is
+//    provisional on the disk until the machine has it all: what the kernel refuses is told in its words, and
+//    has not been. Such a Set is alone on its way.
 // 4. What the model refuses after that is taken back from the disk, before it is answered.
 // 5. From its first write until all of it has been told, or taken back, walks wait and changes of its own
 //    wait aside (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on
@@ -30,6 +33,7 @@
 
 #include "agent/data/ClientEntries.h"
 #include "agent/data/ConfirmedCommit.h"
+#include "agent/data/LinkWishes.h"
 #include "agent/data/SetExtensions.h"
 #include "agent/data/SetPlan.h"
 
@@ -41,7 +45,8 @@ class Router;
 
 struct SetOrder {
   // Told once: how it ended, and the time of the end. RESOURCE_EXHAUSTED when there is no memory for what it
-  // would make or tell, or no room on the disk, INTERNAL when the disk fails, CANCELLED when its client left
+  // would make or tell, or no room on the disk, INTERNAL when the disk fails, FAILED_PRECONDITION when the
+  // kernel refuses or a commit is in the way, CANCELLED when its client left
   // before anything was written.
   using Done = absl::AnyInvocable<void(grpc::Status const&, std::int64_t timestamp)>;
 
@@ -56,8 +61,8 @@ struct SetOrder {
 // All Sets of the agent; those that still wait when it goes are dropped.
 //
 // Nothing is written that stays as it is; entries that a request deletes and makes again stay, with their
-// state. Entries are removed last. Subscribers are told in the published order, deletes first. After a
-// success whoever applies configuration learns of it. The router outlives them.
+// state. Entries are removed last. Subscribers are told in the published order, deletes first. The
+// router outlives them.
 class SetRuns final {
 public:
   explicit SetRuns(Router& router);
@@ -70,9 +75,11 @@ public:
 
   void setIs(SetOrder order);
 
-  // Called after a Set that wrote the configuration of interfaces, with their names. May be null.
-  using ConfigChanged = std::function<void(std::set<std::string> const& interfaces)>;
-  void configChangedIs(ConfigChanged changed) { configChanged_ = std::move(changed); }
+  // Carries what is wanted of links to the machine, all of it or nothing, and says so on the scheduler thread,
+  // later. Before the first Set. May be null: configuration is the model's alone.
+  using Carried = std::function<void(Kstd::Result<void, std::string> const& outcome)>;
+  using Carry = std::function<void(std::vector<LinkChange> links, Carried done)>;
+  void carryIs(Carry carry) { carry_ = std::move(carry); }
 
   // Where what Sets leave is to last; it outlives this. Before the first one. May be null: nowhere.
   void storeIs(ConfigStore* store) noexcept { store_ = store; }
@@ -85,7 +92,8 @@ private:
   ClientEntries entries_;
   Mastership masters_;
   ConfirmedCommit commit_;
-  ConfigChanged configChanged_;
+  Carry carry_;
+  LinkWishes wishes_; // what has been carried
   std::shared_ptr<Queue> const queue_;
 };
 

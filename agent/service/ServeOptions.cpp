@@ -80,7 +80,7 @@ void addModel(CLI::App& app, Raw& raw, ServeOptions& options) {
   durationOption(app, "--machine-period", options.samplePeriodNs, "how often the machine is read (1s)");
   app.add_flag("--no-machine", raw.leavesMachineOut, "leave the machine's values out");
   app.add_flag("--apply-config", options.appliesConfig,
-               "carry description, mtu and enabled of interfaces to the kernel");
+               "carry description, mtu, enabled and addresses of interfaces to the kernel");
   app.add_option("--config-store", options.configStore,
                  "keep what clients configure in this folder, and begin with it")
       ->type_name("DIR");

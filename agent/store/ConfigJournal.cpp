@@ -41,9 +41,9 @@ Kstd::Result<ConfigJournal::Found, std::string> ConfigJournal::open() {
   if (!found) return found;
   if (provisional_) {
     found->wasProvisional = true;
-    found->unconfirmed = std::move(std::exchange(provisional_, std::nullopt)->change);
+    found->unconfirmed = provisional_->change; // which the next record drops
   }
-  bool const isClean = !found->isNew && found->tornBytes == 0 && !found->wasProvisional;
+  bool const isClean = !found->isNew && found->tornBytes == 0;
   isReliable_ = isClean;
   if (isClean) return found;
   // A file that is there can be read at the next start, too; without one there is nowhere to write.
@@ -95,9 +95,8 @@ void ConfigJournal::replay(ConfigRecord record) {
   }
   if (record.kind == Kind::Confirm && provisional_) {
     std::move(provisional_->change).applyTo(map_);
-  } else if (record.kind != Kind::Confirm) {
-    std::move(record.change).applyTo(map_);
   }
+  std::move(record.change).applyTo(map_);
   provisional_.reset();
 }
 
@@ -124,9 +123,15 @@ Files::OrErrno<void> ConfigJournal::write(std::span<ConfigRecord> records) {
       provisional_ = record;
       record.change = {};
       continue;
-    case ConfigRecord::Kind::Confirm:
-      if (provisional_) record.change = std::move(provisional_->change).applyTo(map_);
+    case ConfigRecord::Kind::Confirm: {
+      ConfigChange back;
+      if (provisional_) back = std::move(provisional_->change).applyTo(map_);
+      ConfigChange own = std::move(record.change).applyTo(map_);
+      back.values.insert(back.values.begin(), own.values.begin(), own.values.end());
+      back.gone.insert(back.gone.end(), own.gone.begin(), own.gone.end());
+      record.change = std::move(back);
       break;
+    }
     case ConfigRecord::Kind::Change:
     case ConfigRecord::Kind::Whole: record.change = std::move(record.change).applyTo(map_); break;
     }

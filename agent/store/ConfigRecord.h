@@ -30,7 +30,7 @@ struct ConfigRecord {
     Whole = 'w',       // `change` is all that there is
     Change = 'c',      // holds at once
     Provisional = 'p', // holds once it is confirmed, by the very next record
-    Confirm = 'k',
+    Confirm = 'k',     // the one before, and then this
   };
   Kind kind = Kind::Change;
   std::uint64_t number = 0; // of Sets, since the store was made

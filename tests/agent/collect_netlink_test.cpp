@@ -203,44 +203,55 @@ TEST_F(Kernel, OverrunsEndInSync) {
 TEST_F(Kernel, AppliesConfiguration) {
   start();
   ConfigApplier applier(scheduler);
-  auto const apply = [&](LinkChange const& change) {
+  auto const apply = [&](std::vector<LinkChange> const& links) {
     std::optional<ConfigApplier::Outcome> got;
-    applier.apply(change, [&](ConfigApplier::Outcome const& outcome) {
+    applier.apply(links, [&](ConfigApplier::Outcome const& outcome) {
       got = outcome;
       scheduler->stop();
     });
     scheduler->run(); // until the answer
     settle();
-    return *got;
+    return *got ? std::string() : got->error();
   };
   Interface& d0 = *find("d0");
-  d0.config->leafIs(&InterfaceConfig::description, Kel::String("by configuration"));
-  d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1300});
-  d0.config->leafIs(&InterfaceConfig::enabled, true);
-  LinkChange const change = linkChangeOf(d0);
-  EXPECT_EQ(change, (LinkChange{"d0", "by configuration", 1300, true}));
-  EXPECT_TRUE(apply(change).ok());
-  EXPECT_EQ(d0.state->description, Kel::String("by configuration"));
+  auto const present = [&] { return textOf(Kel::Ptr<Interface>(find("d0")), "/state/"); };
+  ASSERT_GE(add("d1"), 0);
+  ASSERT_GE(address("d0", "198.51.100.1/24"), 0);
+  settle();
+  LinkChange wanted = {.name = "d0", .description = "wanted", .mtu = 1300, .enabled = true};
+  wanted.addresses = {{false, "192.0.2.7", 24}, {false, "198.51.100.1", 25}, {true, "2001:db8::7", 64}};
+  EXPECT_EQ(apply({wanted}), "");
+  EXPECT_EQ(d0.state->description, Kel::String("wanted"));
   EXPECT_EQ(d0.state->mtu, 1300);
   EXPECT_EQ(d0.state->enabled, true);
-  d0.config->leafIs(&InterfaceConfig::description, std::nullopt);
-  d0.config->leafIs(&InterfaceConfig::enabled, false);
-  EXPECT_TRUE(apply(linkChangeOf(d0)).ok());
+  Subinterface const& unit = *d0.subinterfaces->subinterface.find(0);
+  EXPECT_EQ(unit.ipv4->addresses->address.find("192.0.2.7")->state->prefixLength, 24);
+  EXPECT_EQ(unit.ipv4->addresses->address.find("198.51.100.1")->state->prefixLength, 25);
+  EXPECT_EQ(unit.ipv6->addresses->address.find("2001:db8::7")->state->prefixLength, 64);
+
+  // What is refused at the last leaves all as it was: settings, addresses, other links.
+  std::string const held = present();
+  LinkChange other = {.name = "d1", .mtu = 1280};
+  LinkChange refused = wanted;
+  refused.mtu = 1400;
+  refused.description = "other";
+  refused.addresses = {{false, "192.0.2.8", 24}, {false, "0.0.0.0", 33}};
+  EXPECT_THAT(apply({other, refused}), testing::HasSubstr("interface 'd0' was not changed"));
+  EXPECT_EQ(present(), held);
+  EXPECT_EQ(find("d1")->state->mtu, 1500);
+  EXPECT_THAT(apply({{.name = "d0", .mtu = 1}}), testing::HasSubstr("interface 'd0' was not changed"));
+  EXPECT_EQ(present(), held);
+
+  // What is no longer wanted becomes what it was, the address that gave way too.
+  EXPECT_EQ(apply({{.name = "d0"}, {.name = "none", .mtu = 1300}}), "");
   EXPECT_EQ(d0.state->description, std::nullopt);
-  EXPECT_EQ(d0.state->enabled, false);
-  // The model does not know yet of a change that is on its way when the next one is ordered: the later one
-  // holds.
-  d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1400});
-  applier.apply(linkChangeOf(d0), [](ConfigApplier::Outcome const&) {});
-  d0.config->leafIs(&InterfaceConfig::mtu, std::uint16_t{1300});
-  EXPECT_TRUE(apply(linkChangeOf(d0)).ok());
-  EXPECT_EQ(d0.state->mtu, 1300);
-  EXPECT_THAT(apply({"d0", {}, 1, false}).error(), testing::HasSubstr("interface 'd0' was not changed"));
-  EXPECT_FALSE(apply({"none", {}, {}, true}).ok());
+  EXPECT_EQ(d0.state->mtu, 1500);
+  EXPECT_FALSE(unit.ipv4->addresses->address.has("192.0.2.7"));
+  EXPECT_EQ(unit.ipv4->addresses->address.find("198.51.100.1")->state->prefixLength, 24);
   // What has no leaf comes back all the same: the loopback's MTU has more than 16 bits.
-  EXPECT_TRUE(apply({"lo", {}, 1300, {}}).ok());
+  EXPECT_EQ(apply({{.name = "lo", .mtu = 1300}}), "");
   EXPECT_EQ(find("lo")->state->mtu, 1300);
-  EXPECT_TRUE(apply({"lo", {}, {}, {}}).ok());
+  EXPECT_EQ(apply({{.name = "lo"}}), "");
   EXPECT_EQ(find("lo")->state->mtu, std::nullopt);
 }
 
