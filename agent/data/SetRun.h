@@ -75,8 +75,8 @@ public:
 
   void setIs(SetOrder order);
 
-  // Carries what is wanted of links to the machine, all of it or nothing, and says so on the scheduler thread,
-  // later. Before the first Set. May be null: configuration is the model's alone.
+  // Carries what is wanted of links to the machine, all of it or nothing, and says so on the scheduler
+  // thread, later. Before the first Set. May be null: configuration is the model's alone.
   using Carried = std::function<void(Kstd::Result<void, std::string> const& outcome)>;
   using Carry = std::function<void(std::vector<LinkChange> links, Carried done)>;
   void carryIs(Carry carry) { carry_ = std::move(carry); }

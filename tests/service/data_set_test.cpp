@@ -302,24 +302,43 @@ TEST_F(DataSet, aNewEntryIsToldWithWhatItEndsAs) {
   EXPECT_EQ(ports, std::vector<std::string>{"uint_val: 5305"});
 }
 
-TEST_F(DataSet, whoeverAppliesConfigurationLearnsOfInterfaces) {
-  std::string told;
-  bench.runtime().sets().configChangedIs([&told](std::set<std::string> const& names) {
-    for (std::string const& name : names)
-      told += name + " ";
+// What clients want of links goes to the machine before the model changes; what it refuses has not been.
+TEST_F(DataSet, theMachineComesBeforeTheModel) {
+  std::string told, refusal;
+  bench.runtime().sets().carryIs([&](std::vector<Agent::LinkChange> const& links, auto done) {
+    for (Agent::LinkChange const& link : links) {
+      told += link.name;
+      if (link.mtu) told += fmt::format(" mtu {}", *link.mtu);
+      if (link.enabled) told += *link.enabled ? " up" : " down";
+      if (link.description) told += " " + *link.description;
+      for (Agent::LinkAddress const& address : link.addresses)
+        told += fmt::format(" {}/{}", address.ip, address.prefixLength);
+      told += "\n";
+    }
+    done(refusal.empty() ? Kstd::Result<void, std::string>() : Kstd::Err(refusal));
   });
-  auto const toldOf = [&](char const* request) {
+  auto const toldOf = [&](std::string_view request) {
     told.clear();
-    static_cast<void>(bench.setHere(setRequest(request)));
-    return told;
+    grpc::Status const status = bench.setHere(setRequest(request));
+    return status.ok() ? told : told + status.error_message();
   };
   EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 9000\n"
                    "update /interfaces/interface[name=eth0]/config/enabled false"),
-            "eth0 eth1 ");
-  EXPECT_EQ(toldOf("delete /interfaces/interface/config/description"), "eth0 eth1 ");
-  EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]"), "eth1 ");
+            "eth0 down\neth1 mtu 9000\n");
+  EXPECT_EQ(
+      toldOf("update /interfaces/interface[name=eth1]/subinterfaces/subinterface[index=0]/ipv4/addresses/"
+             "address[ip=192.0.2.7]/config/prefix-length 25\n"
+             "update /interfaces/interface[name=eth1]/config/description \"x\""),
+      "eth1 mtu 9000 x 192.0.2.7/25\n");
+  auto const before = bench.leaves();
+  refusal = "no";
+  EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]/config/mtu"), "eth1 x 192.0.2.7/25\nno");
+  EXPECT_EQ(difference(before, bench.leaves()), "");
+  refusal.clear();
+  EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]/config/mtu"), "eth1 x 192.0.2.7/25\n");
+  EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]"), "eth1\n");
   EXPECT_EQ(toldOf("update /system/config/hostname \"x\""), "");
-  EXPECT_EQ(toldOf("update /interfaces/interface[name=eth1]/config/mtu 99999"), "");
+  bench.runtime().sets().carryIs(nullptr);
 }
 
 // --- a model that refuses half-way -------------------------------------------------------------------------

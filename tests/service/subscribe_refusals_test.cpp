@@ -66,7 +66,6 @@ std::vector<Row> refusals() {
       {"yesterday's data",
        {extended(good, [](auto& e) { e.mutable_history()->set_snapshot_time(1); })},
        Code::UNIMPLEMENTED},
-      {"less depth", {extended(good, [](auto& e) { e.mutable_depth()->set_level(1); })}, Code::UNIMPLEMENTED},
       {"commits",
        {extended(good, [](auto& e) { e.mutable_config_subscription()->mutable_start(); })},
        Code::UNIMPLEMENTED},
