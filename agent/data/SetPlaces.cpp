@@ -6,6 +6,7 @@
 #include "agent/data/PathStates.h"
 #include "agent/data/SetDiff.h"
 #include "agent/data/SetPlan.h"
+#include "agent/paths/EntryKey.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
 
@@ -25,7 +26,8 @@ std::string placeAbove(RequestPath const& path) {
     if (!key || (child->isList() && !*key)) break;
     gnmi::PathElem& made = *above.add_elem();
     made.set_name(child->name.data(), child->name.size());
-    if (child->isList()) (*made.mutable_key())[child->key().name().str()] = **key;
+    for (std::size_t i = 0, count = child->isList() ? child->keyCount() : 0; i < count; ++i)
+      (*made.mutable_key())[child->key(i).name().str()] = keyValue(**key, count, i);
     node = *child;
   }
   return pathBytes(PathView(above, 0));
