@@ -152,9 +152,7 @@ WalkResult LightWalk::send() {
   if (leaves_.empty()) {
     return WalkResult::Success;
   }
-  WalkResult const result = Sender(above_, Sender::What::Walk).send(leaves_);
-  leaves_.clear();
-  return result;
+  return Sender(above_, Sender::What::Walk).send(leaves_);
 }
 
 WalkResult LightWalk::sendLast() {

@@ -30,8 +30,9 @@ class FullKelTypeWalker;
 // In the name of the walker of the entity above. Scheduler thread only.
 class LightWalk {
 public:
-  // REQUIRES that nothing waits to be sent.
-  explicit LightWalk(FullKelTypeWalker& above) : above_(above), leaves_(PlainLeaves::shared()) {}
+  explicit LightWalk(FullKelTypeWalker& above) : above_(above), leaves_(PlainLeaves::shared()) {
+    leaves_.clear(); // of a walk whose router walks in turn
+  }
 
   // Walks the entity and all below it; the result is that of a walker's `walk`. REQUIRES a light type
   // (`TypePlan::isLight`), which is the object's own, and a path that no attribute meets a key field of.

@@ -222,7 +222,10 @@ WalkResult Sender::send(Ir const& ir) const {
 WalkResult Sender::send(PlainLeaves& leaves) const {
   Unsent::Sending const sending;
   WalkResult result = WalkResult::Success;
-  auto const encode = [&](auto& encoder) { encodePlain(leaves, encoder); };
+  auto const encode = [&](auto& encoder) {
+    encodePlain(leaves, encoder);
+    leaves.clear();
+  };
   sendAsTaken(walker_.router_, encode, Push{*this, result});
   return result;
 }

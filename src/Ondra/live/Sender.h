@@ -28,7 +28,7 @@ public:
   // All of it, to its end whatever the router says: the notifications of one bundle stay together. The result
   // is that of the last push. REQUIRES content.
   [[nodiscard]] WalkResult send(Ir const& ir) const;
-  // The same for plain leaves that were collected.
+  // The same for plain leaves that were collected; none are left.
   [[nodiscard]] WalkResult send(PlainLeaves& leaves) const;
   // One response: hands it over and asks whether the slice is used up.
   [[nodiscard]] WalkResult send(std::shared_ptr<ArenaRespMsg>& response) const;

@@ -69,6 +69,7 @@ WalkResult ShortRoads::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t 
 WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                                  GifGnmiNotifiee& notifiee) {
   PlainLeaves& leaves = PlainLeaves::shared();
+  leaves.clear(); // of a walk whose router walks in turn
   Kel::Ptr<Kel::PtrInterface const> pin;
   Kel::Ptr<GifGnmiNotifiee> watching;
   if (plan.printsPlain) [[unlikely]] {
