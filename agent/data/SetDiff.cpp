@@ -22,6 +22,19 @@ namespace {
 
 constexpr int kPartSize = 64; // leaves of a part: about a millisecond
 
+// Bytes, which the library does not take from gNMI; the leaf's own rules have let them in.
+std::optional<SetParts::PlaceSet::Decoded> decodedBytes(Kel::KelAttr attr, gnmi::TypedValue const& value) {
+  if (!attr || attr.memberType().builtinKind() != Kel::BuiltinKind::Bytes) return std::nullopt;
+  SetParts::PlaceSet::Decoded decoded;
+  auto const add = [&decoded](gnmi::TypedValue const& one) {
+    if (one.has_bytes_val()) decoded.push_back(Kel::handleOf(Kel::Bytes(one.bytes_val())));
+    return one.has_bytes_val();
+  };
+  bool const isWhole =
+      value.has_leaflist_val() ? std::ranges::all_of(value.leaflist_val().element(), add) : add(value);
+  return isWhole ? std::optional(std::move(decoded)) : std::nullopt;
+}
+
 } // namespace
 
 void SetParts::deleteIs(Way const& way) {
@@ -30,7 +43,11 @@ void SetParts::deleteIs(Way const& way) {
 }
 void SetParts::updateIs(Way const& way, gnmi::TypedValue value) {
   Place const& place = placeIs(way);
-  parts.back().updateIs(place, std::move(value));
+  if (auto decoded = decodedBytes(way.back().type->attr, value)) {
+    parts.back().updateIs(place, std::move(value), *std::move(decoded));
+  } else {
+    parts.back().updateIs(place, std::move(value));
+  }
 }
 
 void SetParts::forEach(absl::FunctionRef<void(Place const&, gnmi::TypedValue const*)> visit) const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -71,18 +72,20 @@ public:
   // An entity of a directory.
   Place const& entityIs(Place const& dir, std::string_view name);
 
-  // `value` may also be the model's own, of the leaf's type (asserted where it is used), which is shared.
   void deleteIs(Place const& place);
   void replaceIs(Place const& place, gnmi::TypedValue value);
   void updateIs(Place const& place, gnmi::TypedValue value);
-  void updateIs(Place const& place, AttrTree::Handle value);
+  // What the value comes to is known: the leaf's own value, or an array's members. They are shared, and of
+  // the leaf's type: asserted where they are used.
+  using Decoded = std::vector<AttrTree::Handle>;
+  void updateIs(Place const& place, gnmi::TypedValue value, Decoded decoded);
   [[nodiscard]] std::size_t size() const; // of all operations
 
   // --- what it holds ---------------------------------------------------------------------------------------
   struct Write {
     Place const* place;
     gnmi::TypedValue value;
-    AttrTree::Handle own; // null: `value` counts
+    std::optional<Decoded> decoded; // in its stead
   };
   [[nodiscard]] std::vector<Place const*> const& deletes() const { return deletes_; }
   [[nodiscard]] std::vector<Write> const& replaces() const { return replaces_; }

@@ -51,10 +51,10 @@ public:
     Place const* place_ = nullptr;
   };
 
-  // What a leaf becomes: either of them, or none.
+  // What a leaf becomes; without a value, nothing. What it comes to may be known.
   struct Written {
     gnmi::TypedValue const* value = nullptr;
-    Handle own;
+    PlaceSet::Decoded const* decoded = nullptr;
   };
 
   // The children of a node in insertion order, which is the order of the commit.

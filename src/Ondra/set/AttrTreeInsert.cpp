@@ -299,7 +299,7 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(Written c
     TOVAK_TRACE(setTrace, 6, "", "Found a composite at the end of the path");
     return fail("Path must map to a scalar type");
   }
-  if (value.value == nullptr && !value.own) {
+  if (value.value == nullptr) {
     error_ = node_->error(fmt::format("Expecting a gnmi value in {} op path", op_),
                           grpc::StatusCode::INVALID_ARGUMENT);
     return Step::Failed;

@@ -1,6 +1,8 @@
 // Preparing the attribute tree for a phase: values are folded into copies, what will be made is made once to
 // try, and everything that the model could refuse is asked. Nothing is written to the model here.
 #include "Kel/Access.h"
+#include <algorithm>
+
 #include "Kel/Dir.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/set/AttrNode.h"
@@ -56,10 +58,17 @@ AttrTree::ConstHandle AttrTree::AttrNode::current() const {
 }
 
 AttrTree::Status AttrTree::AttrNode::processLeafElem(Written const& value) {
-  if (value.own) {
-    TOVAK_ASSERT(!isArray() && value.own->type() == object_.attr.memberType(), setTrace,
+  if (value.decoded != nullptr) {
+    bool const fits = std::ranges::all_of(*value.decoded, [this](Handle const& one) {
+      return one && one->type() == object_.attr.memberType();
+    });
+    TOVAK_ASSERT(fits && (isArray() || value.decoded->size() == 1), setTrace,
                  "The value of '{}' is of another type", elem());
-    newValue_ = value.own;
+    if (isArray()) {
+      members_ = *value.decoded;
+    } else {
+      newValue_ = value.decoded->front();
+    }
     hasNewValue_ = true;
     return true;
   }

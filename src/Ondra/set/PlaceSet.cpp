@@ -88,13 +88,13 @@ PlaceSet::Place const& PlaceSet::entityIs(Place const& dir, std::string_view nam
 
 void PlaceSet::deleteIs(Place const& place) { deletes_.push_back(&place); }
 void PlaceSet::replaceIs(Place const& place, gnmi::TypedValue value) {
-  replaces_.push_back({&place, std::move(value), nullptr});
+  replaces_.push_back({&place, std::move(value), {}});
 }
 void PlaceSet::updateIs(Place const& place, gnmi::TypedValue value) {
-  updates_.push_back({&place, std::move(value), nullptr});
+  updates_.push_back({&place, std::move(value), {}});
 }
-void PlaceSet::updateIs(Place const& place, AttrTree::Handle value) {
-  updates_.push_back({&place, {}, std::move(value)});
+void PlaceSet::updateIs(Place const& place, gnmi::TypedValue value, Decoded decoded) {
+  updates_.push_back({&place, std::move(value), std::move(decoded)});
 }
 
 std::size_t PlaceSet::size() const { return deletes_.size() + replaces_.size() + updates_.size(); }
@@ -133,7 +133,8 @@ grpc::Status PlaceSet::insert(Tree& tree, SetOp op) const {
   } else {
     auto const& writes = op == SetOp::Replace ? replaces_ : updates_;
     for (auto write = writes.begin(); write != writes.end() && status.index() == 0; ++write)
-      status = tree.root->insertPlace(*write->place, {write->own ? nullptr : &write->value, write->own}, op);
+      status = tree.root->insertPlace(*write->place,
+                                      {&write->value, write->decoded ? &*write->decoded : nullptr}, op);
   }
   if (status.index() == 0) status = tree.root->prepareTree(op);
   auto const* const error = std::get_if<AttrTree::Error>(&status);

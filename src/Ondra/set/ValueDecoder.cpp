@@ -80,7 +80,6 @@ ValueOrText fromString(KelType type, std::string const& text) {
 }
 
 ValueOrText fromBytes(KelType type, std::string const& bytes) {
-  if (type.builtinKind() == BuiltinKind::Bytes) return Kel::handleOf(Kel::Bytes(bytes));
   if (familyOf(type) != Family::Double) {
     return mismatch(type, "bytes_val");
   }
