@@ -17,6 +17,7 @@
 #include "agent/data/SetRecord.h"
 #include "agent/data/SetRestore.h"
 #include "agent/options/Console.h"
+#include "agent/service/Audit.h"
 #include "agent/service/Authenticator.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
@@ -192,6 +193,12 @@ int serve(std::vector<std::string> const& arguments) {
     if (!model) return cannotStart(model.error());
     yang = std::move(*model);
   }
+  std::unique_ptr<Agent::Audit> audit; // outlives the server and its calls
+  if (!options->audit.file.empty()) {
+    auto made = Agent::Audit::of(options->audit, Tovak::SystemClock::instance());
+    if (!made) return cannotStart("--audit: " + made.error());
+    audit = std::move(*made);
+  }
   if (options->checksOnly) {
     Agent::say(stdout, "configuration ok\n");
     return Agent::ExitCode::ok;
@@ -211,8 +218,12 @@ int serve(std::vector<std::string> const& arguments) {
   Sources sources(runtime, *options);
   if (store->store) restore(runtime, *store);
   runtime.context().start();
-  auto server =
-      Agent::Server::start({options->listen, *security, authenticator, options->connections}, runtime);
+  auto server = Agent::Server::start({.listen = options->listen,
+                                      .security = *security,
+                                      .authenticator = authenticator,
+                                      .connections = options->connections,
+                                      .audit = audit.get()},
+                                     runtime);
   if (!server) {
     runtime.context().stop();
     return cannotStart(server.error());

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "agent/service/Audit.h"
 #include "agent/service/Authenticator.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/SubscribeStream.h"
@@ -62,9 +63,11 @@ public:
 template <class Request, class Response, class Handle>
 void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Handle handle) {
   using Handler = grpc::internal::CallbackUnaryHandler<grpc::ByteBuffer, Response>;
-  auto handler = std::make_unique<Handler>(
-      [this, handle](grpc::CallbackServerContext* context, grpc::ByteBuffer const*, Response* response) {
-        if (grpc::Status const status = admission(*context); !status.ok()) return refused(*context, status);
+  auto handler =
+      std::make_unique<Handler>([this, handle, method](grpc::CallbackServerContext* context,
+                                                       grpc::ByteBuffer const*, Response* response) {
+        if (grpc::Status const status = admission(*context, method); !status.ok())
+          return refused(*context, status);
         auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
         if (!call.parse())
           return refused(*context, {grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
@@ -74,10 +77,12 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
   MarkMethodCallback(method, handler.release()); // which owns it from then on
 }
 
-GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer)
+GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer,
+                         Audit* audit)
     : runtime_(runtime)
     , authenticator_(std::move(authenticator))
     , writer_(writer)
+    , audit_(audit)
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
     , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
     , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
@@ -88,7 +93,7 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
     return getCall(context, request, response, runtime_.router());
   });
   unaryIs(kSet, *sets_, [this](auto& context, auto& request, auto& response) {
-    return setCall(context, request, response, runtime_.sets(), writer_);
+    return setCall(context, request, response, runtime_.sets(), writer_, audit_);
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(
@@ -97,15 +102,20 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
 
 GnmiService::~GnmiService() = default;
 
-grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context) const {
+grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context, int method) const {
+  static constexpr char const* kNames[] = {"Capabilities", "Get", "Set", "Subscribe"};
   if (closed_.load(std::memory_order_relaxed))
     return {grpc::StatusCode::UNAVAILABLE, "the agent is going down"};
-  return authenticator_ ? authenticator_->check(context.client_metadata(), context.peer()) : grpc::Status::OK;
+  if (!authenticator_) return grpc::Status::OK;
+  grpc::Status status = authenticator_->check(context.client_metadata(), context.peer());
+  if (!status.ok() && audit_ != nullptr) audit_->refused(Audit::Caller(context), kNames[method], status);
+  return status;
 }
 
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
 GnmiService::subscribe(grpc::CallbackServerContext& context) {
-  if (grpc::Status const status = admission(context); !status.ok()) return new RefusedStream(status);
+  if (grpc::Status const status = admission(context, kSubscribe); !status.ok())
+    return new RefusedStream(status);
   return subscribeCall(context, runtime_.calls());
 }
 

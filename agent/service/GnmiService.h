@@ -15,6 +15,7 @@
 
 namespace Agent {
 
+class Audit;
 class Authenticator;
 class Runtime;
 
@@ -22,8 +23,10 @@ class Runtime;
 // threads.
 class GnmiService final : public gnmi::gNMI::Service {
 public:
-  // Without an authenticator everybody may call. Sets are those of such a writer.
-  GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer = Writer::Client);
+  // Without an authenticator everybody may call. Sets are those of such a writer. What it does is told to the
+  // audit, which outlives it.
+  GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer = Writer::Client,
+              Audit* audit = nullptr);
   ~GnmiService() override;
 
   // Calls that begin from now on are refused: UNAVAILABLE. Any thread.
@@ -39,13 +42,14 @@ private:
   void unaryIs(int method, UnaryCalls<Request, Response>& calls, Handle handle);
 
   // Whether the call may go on, by its credentials and the state of the service.
-  [[nodiscard]] grpc::Status admission(grpc::CallbackServerContext const& context) const;
+  [[nodiscard]] grpc::Status admission(grpc::CallbackServerContext const& context, int method) const;
   [[nodiscard]] grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
   subscribe(grpc::CallbackServerContext& context);
 
   Runtime& runtime_;
   std::shared_ptr<Authenticator> const authenticator_;
   Writer const writer_;
+  Audit* const audit_;
   std::atomic<bool> closed_ = false;
   std::unique_ptr<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>> const capabilities_;
   std::unique_ptr<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>> const gets_;

@@ -36,6 +36,11 @@ void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
   app.add_option("--users", options.usersFile,
                  "who may call: lines NAME:HASH, hashes as of crypt(5), made by 'mkpasswd'")
       ->type_name("FILE");
+  app.add_option(
+         "--audit", options.audit.file,
+         "write a line of JSON for each Set and each caller who is turned away; 'journal': to journald")
+      ->type_name("FILE");
+  app.add_flag("--audit-values", options.audit.hasValues, "with the values of Sets");
 }
 
 void addLimits(CLI::App& app, Limits& limits, ConnectionLimits& connections) {

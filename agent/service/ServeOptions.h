@@ -10,6 +10,7 @@
 #include "agent/context/Limits.h"
 #include "agent/options/CommandLine.h"
 #include "agent/service/Acceptor.h"
+#include "agent/service/Audit.h"
 #include "agent/service/ListenAddress.h"
 #include "agent/service/Tls.h"
 
@@ -21,6 +22,7 @@ struct ServeOptions {
   TlsFiles tls;
   bool isSecure = false; // else plaintext
   std::string usersFile; // empty: everybody may call
+  Audit::Options audit;  // no file: none
   std::string trace;
   Limits limits;
   ConnectionLimits connections;

@@ -19,6 +19,7 @@ class Server;
 
 namespace Agent {
 
+class Audit;
 class Authenticator;
 class GnmiService;
 class Runtime;
@@ -34,6 +35,7 @@ public:
     std::shared_ptr<Authenticator> authenticator; // null: everybody may call
     ConnectionLimits connections = {};
     Writer writer = Writer::Client; // of the Sets that come in
+    Audit* audit = nullptr;         // outlives the server
   };
 
   // The error names the address and why it cannot be listened on.

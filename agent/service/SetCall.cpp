@@ -6,6 +6,7 @@
 
 #include "agent/context/Context.h"
 #include "agent/data/SetRun.h"
+#include "agent/service/Audit.h"
 #include "agent/service/UnaryCalls.h"
 #include "agent/service/UnaryEnd.h"
 
@@ -43,7 +44,14 @@ public:
       , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context().limits().stuckNs)) {}
 
   // Planning is for neither gRPC's threads nor the scheduler's: it takes as long as the request is large.
-  void start(gnmi::SetRequest const& request, gnmi::SetResponse& response) {
+  void start(gnmi::SetRequest const& request, gnmi::SetResponse& response, Audit* audit,
+             grpc::CallbackServerContext const& context) {
+    if (audit != nullptr) {
+      end_->toldIs([audit, caller = Audit::Caller(context), &request, &clock = sets_.context().clock(),
+                    begun = sets_.context().clock().monotonicNs()](grpc::Status const& status) {
+        audit->set(caller, request, status, clock.monotonicNs() - begun);
+      });
+    }
     std::shared_ptr<UnaryEnd> const end = std::move(end_);
     auto share = std::make_shared<ByteBudget::Share>(sets_.context().memory().plans);
     if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
@@ -84,9 +92,9 @@ private:
 } // namespace
 
 grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, gnmi::SetRequest const& request,
-                                  gnmi::SetResponse& response, SetRuns& sets, Writer writer) {
+                                  gnmi::SetResponse& response, SetRuns& sets, Writer writer, Audit* audit) {
   auto* const call = new SetCall(context, sets, writer);
-  call->start(request, response);
+  call->start(request, response, audit, context);
   return call;
 }
 

@@ -16,6 +16,7 @@
 
 namespace Agent {
 
+class Audit;
 class Router;
 class SetRuns;
 
@@ -27,6 +28,6 @@ class SetRuns;
                                                 Router& router);
 [[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context,
                                                 gnmi::SetRequest const& request, gnmi::SetResponse& response,
-                                                SetRuns& sets, Writer writer);
+                                                SetRuns& sets, Writer writer, Audit* audit);
 
 } // namespace Agent

@@ -32,6 +32,7 @@ void UnaryContext::takeAway() {
 void UnaryEnd::finish(grpc::Status const& status) {
   grpc::ServerUnaryReactor* const reactor = reactor_.exchange(nullptr);
   if (reactor == nullptr) return;
+  if (told_) told_(status);
   if (status.ok()) context_->patienceIs(patienceNs_);
   reactor->Finish(status);
 }

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <utility>
 
+#include <absl/functional/any_invocable.h>
 #include <grpcpp/alarm.h>
 #include <grpcpp/support/server_callback.h>
 
@@ -47,11 +48,14 @@ public:
 
   // The first end counts.
   void finish(grpc::Status const& status);
+  // `told` is called with it before the answer is sent. To be set before anybody else may end the call.
+  void toldIs(absl::AnyInvocable<void(grpc::Status const&)> told) { told_ = std::move(told); }
 
 private:
   std::atomic<grpc::ServerUnaryReactor*> reactor_;
   std::shared_ptr<UnaryContext> const context_;
   std::int64_t const patienceNs_;
+  absl::AnyInvocable<void(grpc::Status const&)> told_;
 };
 
 } // namespace Agent

@@ -1,4 +1,6 @@
 """TLS with and without client certificates, credentials, wrong files."""
+import json
+import pathlib
 import socket
 import ssl
 import subprocess
@@ -67,13 +69,19 @@ class Tls(unittest.TestCase):
                                 check=True).stdout
         users = self.certificates.file("users", "# people\nann:" + hashed)
         for secure, options in ((self.files, {"insecure": False, "path_cert": self.certificates.ca}), ((), {})):
-            with Agent("--users", users, secure=secure) as agent:
+            audit = pathlib.Path(self.certificates.file("audit", ""))
+            with Agent("--users", users, "--audit", str(audit), secure=secure) as agent:
                 with agent.client(username="ann", password="open sesame", **options) as client:
                     client.get(path=["system/state/hostname"])
+                    client.set(update=[("system/config", {"hostname": "x"})])
                 for name, password in (("ann", "wrong"), ("bob", "open sesame"), ("", "")):
                     with self.assertRaises(gNMIException) as caught:
                         agent.client(username=name, password=password, **options).connect()
                     self.assertEqual(statusOf(caught.exception), grpc.StatusCode.UNAUTHENTICATED)
+            told = [json.loads(line) for line in audit.read_text().splitlines()]
+            self.assertEqual([(one["call"], one["user"], one["result"]) for one in told[:2]],
+                             [("Set", "ann", "OK"), ("Capabilities", "ann", "UNAUTHENTICATED")])
+            self.assertEqual(told[0]["update"], ["/system/config"])
 
     def testWrongFilesAreNamedAtStart(self):
         other, otherKey = self.certificates.signed("other", names="")
