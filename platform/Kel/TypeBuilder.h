@@ -102,8 +102,8 @@ private:
 using TypeOrText = Kstd::Result<KelType, std::string>;
 // A part of such a type.
 struct Part {
-  std::string_view name;
-  KelType type;
+  std::string_view name; // of the attribute
+  KelType type;          // of its value
 };
 // The default is the first enumerator.
 [[nodiscard]] KTD_EXPORT TypeOrText runtimeEnum(std::string_view module, std::string_view name,

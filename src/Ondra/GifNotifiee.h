@@ -90,10 +90,10 @@ public:
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
 
   // Notes that the path is the holder's with one element more, that of the holder's attribute under which the
-  // object, an entity, has its place. An entity has one place in its life, so that walks of the holder need
-  // not work out the path again.
-  // `elem`: the element as bytes when it has no keys, else nothing. Keeps the holder.
+  // object, an entity, has its one place: walks of the holder need not work out the path again. `elem`: the
+  // element as bytes when it has no keys, else nothing. Keeps the holder.
   void heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem);
+  // Whether that has been noted.
   [[nodiscard]] bool isHeldBy(GifGnmiNotifiee const& holder, Kel::AttributeId attr) const noexcept {
     return holder_.get() == &holder && holderAttr_ == attr;
   }
