@@ -50,6 +50,19 @@ void shuffle(std::vector<T>& all) {
   std::shuffle(all.begin(), all.end(), std::mt19937_64(88172645463325252ULL));
 }
 
+// Walks of what is not watched yet. `forget`: what has been watched; its time does not count.
+template <class Forget, class Walk>
+void firstWalks(benchmark::State& state, std::size_t leaves, Forget const& forget, Walk const& walk) {
+  walk(); // makes what a process makes once
+  PerLeaf const perLeaf(state, leaves);
+  for (auto _ : state) {
+    state.PauseTiming();
+    forget();
+    state.ResumeTiming();
+    walk();
+  }
+}
+
 // Changes one of so many objects after the other, `change(which)`, after two warm rounds. REQUIRES that each
 // change is one response.
 template <class Router, class Change>

@@ -51,14 +51,8 @@ void Small_WalkDirect(benchmark::State& state) {
 void Small_FirstWalkDirect(benchmark::State& state) {
   CountingByteRouter router;
   InterfaceTree tree(leavesOf(state));
-  tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot); // makes what a process makes once
-  PerLeaf const perLeaf(state, tree.leaves());
-  for (auto _ : state) {
-    state.PauseTiming();
-    Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees();
-    state.ResumeTiming();
-    tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
-  }
+  firstWalks(state, tree.leaves(), &Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees,
+             [&] { tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot); });
 }
 
 void floorMessages(benchmark::State& state, bool serialize) {

@@ -32,14 +32,8 @@ template <Flavour kFlavour>
 void Twins_FirstWalk(benchmark::State& state) {
   CountingByteRouter router;
   TwinTree tree(kFlavour, leavesOf(state));
-  tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot); // makes what a process makes once
-  PerLeaf const perLeaf(state, tree.leaves());
-  for (auto _ : state) {
-    state.PauseTiming();
-    Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees();
-    state.ResumeTiming();
-    tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
-  }
+  firstWalks(state, tree.leaves(), &Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees,
+             [&] { tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot); });
 }
 
 // An MTU is written by the generic operation. Range 1: how many interfaces take turns.
