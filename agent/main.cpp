@@ -26,6 +26,7 @@
 #include "agent/service/Signals.h"
 #include "agent/store/ConfigStore.h"
 #include "agent/synthetic/Synthetic.h"
+#include "agent/yang/Constraints.h"
 #include "agent/yang/PathsCommand.h"
 #include "agent/yang/YangData.h"
 #include "agent/yang/YangModel.h"
@@ -59,17 +60,22 @@ Kstd::Result<std::unique_ptr<Agent::YangModel>, std::string> yangModelOf(Agent::
   return model;
 }
 
-// Puts the modules' containers into the model, and the data of the options into them.
-Kstd::Result<void, std::string> fillYang(Agent::YangModel const& model, Agent::ServeOptions const& options) {
+// Puts the modules' containers into the model, and the data of the options into them. What Sets are held to
+// then; null for nothing.
+Kstd::Result<std::unique_ptr<Agent::Constraints>, std::string> fillYang(Agent::YangModel const& model,
+                                                                        Agent::ServeOptions const& options) {
   model.containersIn(*Kel::globalDir());
-  auto const filled = Agent::yangDataInto(*Kel::globalDir(), model, options.dataFiles);
+  auto filled = Agent::yangDataInto(*Kel::globalDir(), model, options.dataFiles, options.checksConstraints);
   if (!filled) return Kstd::Err(filled.error());
   for (std::string const& note : filled->notes)
     Agent::say(stderr, fmt::format("ondra-agent serve: note: {}\n", note));
   if (filled->leftOut > 0)
     Agent::say(stderr,
                fmt::format("ondra-agent serve: note: {} nodes of the data are left out\n", filled->leftOut));
-  return {};
+  std::unique_ptr<Agent::Constraints> constraints;
+  if (options.checksConstraints)
+    constraints = std::make_unique<Agent::Constraints>(model, std::move(filled->configuration));
+  return constraints;
 }
 
 // What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
@@ -211,9 +217,13 @@ int serve(std::vector<std::string> const& arguments) {
 
   auto const store = storeOf(options->configStore);
   if (!store) return cannotStart(store.error());
+  std::unique_ptr<Agent::Constraints> constraints; // outlives the Sets
   Agent::Runtime runtime({.limits = options->limits});
   if (yang) {
-    if (auto const filled = fillYang(*yang, *options); !filled) return cannotStart(filled.error());
+    auto made = fillYang(*yang, *options);
+    if (!made) return cannotStart(made.error());
+    constraints = std::move(*made);
+    runtime.sets().rulesIs(constraints.get());
   }
   Sources sources(runtime, *options);
   if (store->store) restore(runtime, *store);

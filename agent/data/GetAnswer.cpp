@@ -228,6 +228,7 @@ void GetAnswer::addProto(Place const& place, gnmi::TypedValue const& value) {
   gnmi::Update update;
   *update.mutable_path() = relative(place, place.size());
   *update.mutable_val() = value;
+  leafEncodingIs(*update.mutable_val(), *place.nodes().back().leaf(), gnmi::PROTO);
   updates_ += fieldHead(kUpdate, update.ByteSizeLong());
   updates_ += update.SerializeAsString();
   bytes_ = updates_.size();

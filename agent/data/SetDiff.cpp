@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "Ondra/AttrTree.h"
 #include "Tovak/Task.h"
 #include "agent/data/ModelPlace.h"
 #include "agent/encoding/LeafValue.h"
@@ -248,6 +249,7 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string entryKey, 
     if (interface_ != nullptr) interfaces.insert(*interface_);
     gone.push_back(pathHere());
   } else {
+    if (isStateKept_ && !isNamed && list.type.isRuntime()) left.push_back(pathHere());
     bool const isValue = !list.attr.isInstantiating();
     if (parent && (isValue || !object)) remember(parent, list.attr, key);
     if (!object) {
@@ -282,6 +284,7 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
     return;
   if (!hasValue && !isReset) return;
   shapes = shapes || isReset;
+  if (hasValue && takePlain(type, object, *node->value)) return;
   if (object) remember(object, type.attr, nullptr);
   if (interface_ != nullptr) interfaces.insert(*interface_);
   enter(type);
@@ -291,6 +294,18 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
     resets.deleteIs(way_);
   }
   leave();
+}
+
+bool SetDiff::takePlain(TypeNode const& type, Handle const& object, gnmi::TypedValue const& value) {
+  bool const isPlain = plan_.root.writer == Writer::Provider && object && valuesEntered_ == 0 &&
+                       !type.leaf()->isConfig && !type.leaf()->isLeafList &&
+                       type.attr.ownerType().isRuntime() && object->type().isEntity();
+  if (!isPlain) return false;
+  auto decoded = Ondra::KelGnmiSet::AttrTree::gnmiToKelValue(type.attr.memberType(), value);
+  if (!decoded) return false;
+  remember(object, type.attr, nullptr);
+  plain.push_back({undo.back().object, type.attr, *std::move(decoded)});
+  return true;
 }
 
 void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& key) {

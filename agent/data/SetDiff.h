@@ -47,6 +47,13 @@ struct Undo {
   std::optional<std::size_t> made; // the entry of `SetDiff::made` that it stands for
 };
 
+// A value of a leaf of an object that is there.
+struct PlainWrite {
+  Kel::KelAttr::Handle object;
+  Kel::KelAttr attr;
+  Kel::KelAttr::ConstHandle value;
+};
+
 // The canonical bytes of the path to a place.
 [[nodiscard]] std::string bytesOf(Ondra::KelGnmiSet::PlaceSet::Place const& place);
 
@@ -91,16 +98,19 @@ public:
   SetParts resets;                    // deletes of leaves
   SetParts writes;                    // updates of leaves; makes entries
   SetParts removals;                  // deletes of entries
+  std::vector<PlainWrite> plain;      // state by the device's own processes, on the shortest way
   std::vector<std::string> presences; // canonical bytes of containers that are to be there, with no leaf
   std::vector<Undo> undo;
   std::set<std::string> interfaces; // whose configuration it writes
   std::vector<MadeEntry> made;
   std::vector<std::string> gone;    // entries, by the canonical bytes of their paths
+  std::vector<std::string> left;    // entries that stay as state alone, likewise
   std::vector<std::string> cleared; // places that the plan itself clears, likewise
   bool shapes = false;              // something is made, cleared or removed
 
   [[nodiscard]] bool isEmpty() const noexcept {
-    return resets.size() == 0 && writes.size() == 0 && removals.size() == 0 && presences.empty();
+    return resets.size() == 0 && writes.size() == 0 && removals.size() == 0 && presences.empty() &&
+           plain.empty();
   }
 
 private:
@@ -116,6 +126,8 @@ private:
   Steps entry(PlanNode const* node, TypeNode list, std::string entryKey, Handle key, Handle parent,
               bool isCleared);
   void leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared);
+  // Whether it is a plain write, which it is then.
+  [[nodiscard]] bool takePlain(TypeNode const& type, Handle const& object, gnmi::TypedValue const& value);
   // An update of a key or its copy, which makes what it stands in.
   void writeKey(Kel::KelAttr key, std::string_view text);
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.

@@ -24,12 +24,25 @@ using nlohmann::json;
 PlanNode& PlanNode::childIs(TypeNode const& childType, std::string_view childKey) {
   if (PlanNode* const there = child(childType.name, childKey)) return *there;
   children_.push_back(std::make_unique<PlanNode>(childType, std::string(childKey), this));
-  PlanNode& made = *children_.back();
-  index_.emplace(std::pair<std::string_view, std::string_view>(made.type.name, made.key), &made);
-  return made;
+  auto const enter = [this](PlanNode& node) {
+    index_.emplace(std::pair<std::string_view, std::string_view>(node.type.name, node.key), &node);
+  };
+  if (children_.size() == kFewChildren + 1) {
+    for (auto const& each : children_)
+      enter(*each);
+  } else if (children_.size() > kFewChildren) {
+    enter(*children_.back());
+  }
+  return *children_.back();
 }
 
 PlanNode* PlanNode::child(std::string_view name, std::string_view childKey) const {
+  if (children_.size() <= kFewChildren) {
+    for (auto const& each : children_) {
+      if (each->type.name == name && each->key == childKey) return each.get();
+    }
+    return nullptr;
+  }
   auto const found = index_.find(std::pair(name, childKey));
   return found == index_.end() ? nullptr : found->second;
 }
@@ -81,6 +94,19 @@ std::string PlanNode::nearestKey(std::string_view name) const {
     if (count == 1 || node->type.key(i).name().view() == name) return keyValue(node->key, count, i);
   }
   return {};
+}
+
+void SetPlan::clear(gnmi::Path const& place) {
+  PlanNode* node = &root;
+  for (gnmi::PathElem const& elem : place.elem()) {
+    auto const child = node->type.child(elem.name());
+    if (!child) return;
+    std::vector<std::string> keys;
+    for (std::size_t i = 0, count = child->isList() ? child->keyCount() : 0; i < count; ++i)
+      keys.push_back(elem.key().at(child->key(i).name().str()));
+    node = &node->childIs(*child, keys.empty() ? std::string() : joinedKey(keys));
+  }
+  node->isCleared = true;
 }
 
 // --- checking ----------------------------------------------------------------------------------------------
@@ -199,14 +225,39 @@ Status writeJson(PlanNode& node, json const& value) {
 
 // --- operations --------------------------------------------------------------------------------------------
 
-// The place that a concrete path means. Containers that hold state alone are refused.
-Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path) {
-  PlanNode* node = &root;
-  for (RequestElem const& elem : path.elems) {
+// Finds the places that concrete paths mean. Most of a request's paths share their beginnings: the way to the
+// last place is remembered.
+class Places {
+public:
+  explicit Places(PlanNode& root) : root_(root) {}
+
+  // Containers that hold state alone are refused.
+  Kstd::Result<PlanNode*, Status> of(RequestPath path) {
+    std::size_t common = 0;
+    while (common < std::min(way_.size(), path.elems.size()) && elems_[common] == path.elems[common])
+      ++common;
+    elems_.resize(common);
+    way_.resize(common);
+    while (way_.size() < path.elems.size()) {
+      auto const next = below(last(), path, path.elems[way_.size()]);
+      if (!next) return next;
+      elems_.push_back(path.elems[way_.size()]);
+      way_.push_back(*next);
+    }
+    PlanNode& node = last();
+    if (!hasWritable(node.type, node.writer) && !(node.type.leaf() != nullptr && repeatsKey(node)))
+      return Kstd::Err(invalid(path.text(), kState));
+    return &node;
+  }
+
+private:
+  PlanNode& last() { return way_.empty() ? root_ : *way_.back(); }
+  static Kstd::Result<PlanNode*, Status> below(PlanNode& node, RequestPath const& path,
+                                               RequestElem const& elem) {
     if (elem.name == "*" || elem.name == "...")
       return Kstd::Err(invalid(path.text(), "no wildcards where something is written"));
-    auto const child = node->type.child(elem.name);
-    if (!child) return Kstd::Err(unknown(path.text(), node->type, elem.name));
+    auto const child = node.type.child(elem.name);
+    if (!child) return Kstd::Err(unknown(path.text(), node.type, elem.name));
     auto const key = keyOf(elem, *child);
     if (!key) return Kstd::Err(invalid(path.text(), key.error()));
     if (child->isList() && !*key)
@@ -216,12 +267,13 @@ Kstd::Result<PlanNode*, Status> placeOf(PlanNode& root, RequestPath const& path)
       if (auto const checked = textCheck(*leafInfo(child->key()), **key); !checked)
         return Kstd::Err(invalid(path.text(), checked.error()));
     }
-    node = &node->childIs(*child, key->value_or(std::string()));
+    return &node.childIs(*child, key->value_or(std::string()));
   }
-  if (!hasWritable(node->type, node->writer) && !(node->type.leaf() != nullptr && repeatsKey(*node)))
-    return Kstd::Err(invalid(path.text(), kState));
-  return node;
-}
+
+  PlanNode& root_;
+  std::vector<RequestElem> elems_;
+  std::vector<PlanNode*> way_; // what these mean
+};
 
 Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
   TypedValue const& value = update.val();
@@ -252,10 +304,11 @@ Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
   return writeJson(node, *parsed);
 }
 
-Status applyUpdate(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& update, bool isReplace) {
-  auto const path = RequestPath::of(prefix, update.path());
+// What is replaced loses what is planned below it; the way that is remembered ends there.
+Status applyUpdate(Places& places, gnmi::Path const& prefix, gnmi::Update const& update, bool isReplace) {
+  auto path = RequestPath::of(prefix, update.path());
   if (!path) return path.error();
-  auto const place = placeOf(plan.root, *path);
+  auto const place = places.of(*std::move(path));
   if (!place) return place.error();
   PlanNode& node = **place;
   if (node.type.leaf() == nullptr && isReplace) {
@@ -284,7 +337,8 @@ Status applyUnion(SetPlan& plan, gnmi::Path const& prefix, gnmi::Update const& u
     return refusal(grpc::StatusCode::UNIMPLEMENTED, origin, "no such origin in a union_replace");
   SetPlan one;
   one.root.writer = plan.root.writer;
-  if (Status status = applyUpdate(one, prefix, update, false); !status.ok()) return status;
+  Places places(one.root);
+  if (Status status = applyUpdate(places, prefix, update, false); !status.ok()) return status;
   return unite(plan.root, one.root);
 }
 
@@ -461,10 +515,11 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
     if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
     if (Status status = deletes.add(request.prefix(), path); !status.ok()) return Kstd::Err(status);
   }
+  Places places(plan->root);
   for (auto const* const updates : {&request.replace(), &request.update()}) {
     for (gnmi::Update const& update : *updates) {
       if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
-      if (Status status = applyUpdate(*plan, request.prefix(), update, updates == &request.replace());
+      if (Status status = applyUpdate(places, request.prefix(), update, updates == &request.replace());
           !status.ok())
         return Kstd::Err(status);
     }

@@ -65,9 +65,11 @@ public:
   std::optional<gnmi::TypedValue> value; // of a leaf
 
 private:
+  static constexpr std::size_t kFewChildren = 8; // which are looked through
+
   PlanNode* parent_;
   std::vector<std::unique_ptr<PlanNode>> children_; // in the order of the request
-  absl::flat_hash_map<std::pair<std::string_view, std::string_view>, PlanNode*> index_;
+  absl::flat_hash_map<std::pair<std::string_view, std::string_view>, PlanNode*> index_; // of more than a few
 };
 
 struct SetPlan {
@@ -75,6 +77,9 @@ struct SetPlan {
 
   PlanNode root{TypeNode::root()};
   std::vector<RequestPath> deletes; // may hold wildcards: what they match depends on the model
+
+  // Has a place go that the plan does not write.
+  void clear(gnmi::Path const& place);
 };
 
 inline constexpr int kMaxSetOperations = 50'000;

@@ -2,6 +2,7 @@
 #include "agent/data/SetRecord.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "agent/data/ClientEntries.h"
@@ -11,6 +12,8 @@
 
 namespace Agent {
 namespace {
+
+using Place = SetParts::Place;
 
 constexpr char const* kNothing = "";
 
@@ -27,11 +30,34 @@ bool isPresence(Kel::KelAttr attr) {
   return node.isPresence();
 }
 
+// Entries, by the canonical bytes of their paths, that are made and of which nothing but state is written:
+// their keys are no configuration.
+std::set<std::string> stateEntries(SetDiff const& diff) {
+  std::set<std::string> entries;
+  diff.writes.forEach([&entries](Place const& place, gnmi::TypedValue const*) {
+    if (place.attr().isKeyField() && !isState(place.attr())) entries.insert(bytesOf(*place.above()));
+  });
+  if (entries.empty()) return entries;
+  std::set<std::string> withState;
+  std::set<std::string> withConfig;
+  diff.writes.forEach([&](Place const& place, gnmi::TypedValue const*) {
+    if (place.attr().isKeyField()) return;
+    std::set<std::string>& with = isState(place.attr()) ? withState : withConfig;
+    for (Place const* at = place.above(); at != nullptr && with.insert(bytesOf(*at)).second;)
+      at = at->above();
+  });
+  std::erase_if(entries, [&](std::string const& entry) {
+    return !withState.contains(entry) || withConfig.contains(entry);
+  });
+  return entries;
+}
+
 } // namespace
 
 ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries) {
   ConfigChange change;
-  using Place = SetParts::Place;
+  change.gone = diff.left;
+  std::set<std::string> const ofState = stateEntries(diff);
   diff.resets.forEach([&](Place const& place, gnmi::TypedValue const*) {
     if (isState(place.attr())) return;
     change.values.emplace_back(bytesOf(place), kNothing);
@@ -48,6 +74,7 @@ ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries) {
   });
   diff.writes.forEach([&](Place const& place, gnmi::TypedValue const* value) {
     if (isState(place.attr())) return;
+    if (place.attr().isKeyField() && ofState.contains(bytesOf(*place.above()))) return;
     change.values.emplace_back(bytesOf(place), value->SerializeAsString());
   });
   gnmi::TypedValue nothing;

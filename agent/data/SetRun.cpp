@@ -1,5 +1,5 @@
-// A coroutine for each Set: compare, check, to the disk, compare again, write, tell or take back, tidy up.
-// The queue says whose turn it is.
+// A coroutine for each Set: compare, check, ask the rules, to the disk, compare again, write, tell or take
+// back, tidy up. The queue says whose turn it is.
 #include "agent/data/SetRun.h"
 
 #include <deque>
@@ -22,6 +22,7 @@
 #include "agent/paths/OutPath.h"
 #include "agent/router/Router.h"
 #include "agent/router/StagedSet.h"
+#include "agent/store/ConfigRules.h"
 #include "agent/store/ConfigStore.h"
 
 namespace Agent {
@@ -140,6 +141,7 @@ private:
     if (order_.isCancelled != nullptr && order_.isCancelled->load(std::memory_order_relaxed))
       status_ = {grpc::StatusCode::CANCELLED, "the client has left"};
     if (status_.ok() && carries()) co_await beAlone();
+    if (status_.ok() && runs_.rules_ != nullptr) co_await askRules();
     if (status_.ok() && isProvisional()) co_await makeBack();
     if (status_.ok() && lasts()) co_await store();
     if (status_.ok() && carries()) co_await carry();
@@ -150,6 +152,7 @@ private:
     }
     if (!status_.ok() && unwish_) co_await carryBack();
     if (!status_.ok() && back_) co_await takeBackStored();
+    if (isLaidOver_) status_.ok() ? runs_.rules_->keep() : runs_.rules_->takeBack();
     endCommit();
     std::exchange(order_.done, nullptr)(ended(status_), timestamp_);
     co_await tidy();
@@ -231,6 +234,33 @@ private:
     if (isAction(Action::Confirm) || isBack_) runs_.commit_.end();
     // Without its confirmation a commit does not outlive the process: what leads back needs no room.
     if (isBack_ && runs_.store_ != nullptr) runs_.store_->takeBack({}, nullptr);
+  }
+
+  // --- the configuration as a whole ------------------------------------------------------------------------
+
+  Steps askRules() {
+    ConfigChange change = changeOf(*diff_, runs_.entries_);
+    if (change.isEmpty()) co_return;
+    if (!queue_.isFirst(*this)) {
+      co_await beAlone();
+      if (!status_.ok()) co_return;
+      change = changeOf(*diff_, runs_.entries_);
+    }
+    isAlone_ = true;
+    bool const hasHeld = isBack_ || order_.source == SetOrder::Source::Store;
+    auto const verdict = std::make_shared<ConfigRules::Verdict>();
+    runs_.rules_->changeIs(std::move(change), hasHeld ? ConfigRules::How::AsItIs : ConfigRules::How::Checked,
+                           [verdict, answered = whenAnswered()](ConfigRules::Verdict told) mutable {
+                             *verdict = std::move(told);
+                             answered();
+                           });
+    co_await untilAnswered();
+    isLaidOver_ = verdict->refusal.empty();
+    if (!isLaidOver_) status_ = {grpc::StatusCode::INVALID_ARGUMENT, verdict->refusal};
+    if (!isLaidOver_ || verdict->gone.empty()) co_return;
+    for (std::string const& place : verdict->gone)
+      order_.plan->clear(pathOfBytes(place));
+    co_await compare();
   }
 
   // --- the machine -----------------------------------------------------------------------------------------
@@ -362,6 +392,7 @@ private:
     staged_.emplace(runs_.router_);
     co_await writeParts(diff_->resets);
     co_await writeParts(diff_->writes);
+    co_await writePlain();
     makePresences();
     staged_->whoseIs(whose_ = Staging::Whose::OwnRemoval);
     co_await writeParts(diff_->removals);
@@ -395,6 +426,27 @@ private:
       if (!status_.ok()) co_return;
       status_ = part.execute();
       if (status_.ok() && !staged_->hasRoom())
+        status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for what it would tell"};
+      co_await pause();
+    }
+  }
+
+  Steps writePlain() {
+    constexpr std::size_t kAtATime = 16;
+    std::size_t count = 0;
+    for (PlainWrite const& write : diff_->plain) {
+      if (!status_.ok()) co_return;
+      if (static_cast<Kel::Entity const*>(write.object->object())->isOrphan()) {
+        status_ = {grpc::StatusCode::ABORTED, "what the request names has gone meanwhile"};
+        co_return;
+      }
+      try {
+        write.attr.genericIfSet(write.object, nullptr, write.value);
+      } catch (Kel::Error const& error) {
+        status_ = {grpc::StatusCode::INVALID_ARGUMENT, error.what()};
+      }
+      if (++count % kAtATime != 0) continue;
+      if (!staged_->hasRoom())
         status_ = {grpc::StatusCode::RESOURCE_EXHAUSTED, "there is no memory for what it would tell"};
       co_await pause();
     }
@@ -464,6 +516,7 @@ private:
   std::optional<ConfigChange> unwish_;         // takes back what is wanted of them
   std::string backBytes_;                      // a request, that leads back
   std::unique_ptr<SetPlan> wayBack_;           // of a commit
+  bool isLaidOver_ = false;                    // the rules have it, and let it pass
   bool isBack_ = false;                        // it leads back from a commit
   std::optional<ConfigChange> back_;           // takes back what is on the disk
   std::optional<StagedSet> staged_;            // from the first write on

@@ -12,6 +12,9 @@
 //    Where configuration is carried to the machine, that comes between the disk and the model, and the Set is
 //    provisional on the disk until the machine has it all: what the kernel refuses is told in its words, and
 //    has not been. Such a Set is alone on its way.
+//    Where rules hold for the configuration as a whole, they are asked first, on a thread of their own; what
+//    they have go with a Set goes in it. Whatever changes such configuration is alone on its way, so that what
+//    was asked of holds when it is written.
 // 4. What the model refuses after that is taken back from the disk, before it is answered.
 // 5. From its first write until all of it has been told, or taken back, walks wait and changes of its own
 //    wait aside (`StagedSet`): whoever reads finds none of it or all. The machine's own work goes on
@@ -39,6 +42,7 @@
 
 namespace Agent {
 
+class ConfigRules;
 class ConfigStore;
 class Context;
 class Router;
@@ -84,11 +88,15 @@ public:
   // Where what Sets leave is to last; it outlives this. Before the first one. May be null: nowhere.
   void storeIs(ConfigStore* store) noexcept { store_ = store; }
 
+  // What the configuration is held to as a whole; it outlives this. Before the first one. May be null.
+  void rulesIs(ConfigRules* rules) noexcept { rules_ = rules; }
+
 private:
   class Run;
   class Queue;
   Router& router_;
   ConfigStore* store_ = nullptr;
+  ConfigRules* rules_ = nullptr;
   ClientEntries entries_;
   Mastership masters_;
   ConfirmedCommit commit_;

@@ -6,6 +6,7 @@
 #include "Tovak/DebugHandler.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <iterator>
 #include <utility>
@@ -13,6 +14,8 @@
 #include <absl/strings/escaping.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include "agent/encoding/LeafValue.h"
 
 namespace Agent {
 
@@ -120,8 +123,18 @@ void appendJsonString(std::string& to, std::string_view text) {
 }
 
 void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& leaf, bool isIetf) {
+  if (leaf.members != nullptr && !value.has_leaflist_val()) {
+    LeafInfo const* const member = memberOf(leaf, value);
+    static LeafInfo const text;
+    return appendLeafJson(to, value, member == nullptr ? text : *member, isIetf);
+  }
   switch (value.value_case()) {
-  case TypedValue::kStringVal: return appendName(to, value.string_val(), leaf, isIetf);
+  case TypedValue::kStringVal:
+    if (leaf.type == LeafType::Decimal64 && !isIetf) {
+      to += value.string_val(); // canonical: a number of JSON
+      return;
+    }
+    return appendName(to, value.string_val(), leaf, isIetf);
   case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
   case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
   case TypedValue::kBoolVal:
@@ -171,8 +184,11 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   case LeafType::Uint16:
   case LeafType::Uint32:
   case LeafType::Boolean: to += text; return; // canonical: the model's own text
-  case LeafType::String:
   case LeafType::Decimal64:
+    if (isIetf) break;
+    to += text;
+    return;
+  case LeafType::String:
   case LeafType::Enumeration:
   case LeafType::Identity:
   case LeafType::Union:
@@ -184,7 +200,31 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   appendName(to, text, leaf, isIetf);
 }
 
+namespace {
+
+// What a text stands for.
+void toldIs(TypedValue& value, LeafInfo const& leaf) {
+  if (value.has_leaflist_val()) {
+    for (TypedValue& element : *value.mutable_leaflist_val()->mutable_element())
+      toldIs(element, leaf);
+  }
+  if (!value.has_string_val()) return;
+  LeafInfo const* const member = leaf.members == nullptr ? &leaf : memberOf(leaf, value);
+  std::string const& text = value.string_val();
+  if (member == nullptr) return;
+  if (member->type == LeafType::Decimal64) {
+    double number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    value.set_double_val(number);
+  } else if (std::string bytes; member->type == LeafType::Binary && absl::Base64Unescape(text, &bytes)) {
+    value.set_bytes_val(std::move(bytes));
+  }
+}
+
+} // namespace
+
 void leafEncodingIs(TypedValue& value, LeafInfo const& leaf, gnmi::Encoding encoding) {
+  if (encoding == gnmi::PROTO && Impl::isToldOtherwise(leaf)) toldIs(value, leaf);
   if (encoding == gnmi::PROTO) return;
   bool const isIetf = encoding == gnmi::JSON_IETF;
   TOVAK_ASSERT(isIetf || encoding == gnmi::JSON, Tovak::Platform::getDebugHandler("OndraAgent", false),

@@ -14,7 +14,8 @@ namespace Agent {
 [[nodiscard]] bool isEncodingSupported(gnmi::Encoding encoding);
 
 // Rewrites `value` in place: `json_val` or `json_ietf_val` with the bare value of the leaf; PROTO leaves it
-// as it is. REQUIRES an encoding that is supported.
+// as it is, but for what is held as a text and told as something else (`Impl::isToldOtherwise`). REQUIRES an
+// encoding that is supported.
 void leafEncodingIs(gnmi::TypedValue& value, LeafInfo const& leaf, gnmi::Encoding encoding);
 
 // Appends the same as JSON text. `isIetf`: 64-bit numbers and decimals are strings, identities carry their

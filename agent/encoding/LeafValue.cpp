@@ -111,17 +111,23 @@ LeafValue ofBytes(std::string bytes) {
   return value;
 }
 
-LeafValue ofDecimal(LeafInfo const& leaf, double number) {
-  constexpr double kMax = 922337203685477580.7; // of a decimal64 with one fraction digit
-  if (!std::isfinite(number) || std::abs(number) > kMax) return wrong(leaf, fmt::format("{}", number));
-  TypedValue value;
-  value.set_double_val(number);
-  return value;
-}
-
 LeafValue ofText(std::string_view text) {
   TypedValue value;
   value.set_string_val(text.data(), text.size());
+  return value;
+}
+
+// A decimal that is held as its text, of which no digit may be lost.
+bool isExact(LeafInfo const& leaf) {
+  return leaf.held.isBuiltin() && leaf.held.builtinKind() == Kel::BuiltinKind::String;
+}
+
+LeafValue ofDecimal(LeafInfo const& leaf, double number) {
+  constexpr double kMax = 922337203685477580.7; // of a decimal64 with one fraction digit
+  if (!std::isfinite(number) || std::abs(number) > kMax) return wrong(leaf, fmt::format("{}", number));
+  if (isExact(leaf)) return ofText(fmt::format("{:.{}f}", number, leaf.fractionDigits));
+  TypedValue value;
+  value.set_double_val(number);
   return value;
 }
 
@@ -141,6 +147,15 @@ LeafValue scalarOf(LeafInfo const& leaf, json const& value);
 // What a union's alternative makes of a value, as a leaf of its own.
 template <class Value>
 LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
+  if (leaf.members != nullptr) {
+    for (LeafInfo const& member : *leaf.members) {
+      LeafValue found = scalarOf(member, value);
+      if (!found) continue;
+      // A union holds bytes as the text that they are in JSON.
+      return found->has_bytes_val() ? ofText(absl::Base64Escape(found->bytes_val())) : found;
+    }
+    return Kstd::Err(std::string("the value fits no member of this union"));
+  }
   for (Kel::KelTypeBase::AttributeQIterator it(leaf.held); it; ++it) {
     LeafInfo alternative = leaf;
     alternative.held = (*it).memberType();
@@ -199,6 +214,27 @@ std::optional<double> decimalIn(TypedValue const& value) {
 #pragma GCC diagnostic pop
 }
 
+// Digits behind and before the point as they are.
+std::string exactText(std::int64_t digits, std::uint32_t precision) {
+  bool const isNegative = digits < 0;
+  std::string text = fmt::format("{}", digits).substr(isNegative ? 1 : 0);
+  if (text.size() <= precision) text.insert(0, precision + 1 - text.size(), '0');
+  if (precision > 0) text.insert(text.size() - precision, ".");
+  return (isNegative ? "-" : "") + text;
+}
+
+LeafValue decimalOf(LeafInfo const& leaf, TypedValue const& value) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  bool const isDecimal = value.has_decimal_val() && value.decimal_val().precision() <= 18;
+  if (isExact(leaf) && isDecimal)
+    return ofText(exactText(value.decimal_val().digits(), value.decimal_val().precision()));
+#pragma GCC diagnostic pop
+  if (isExact(leaf) && value.has_string_val()) return ofText(value.string_val());
+  auto const number = decimalIn(value);
+  return number ? ofDecimal(leaf, *number) : wrong(leaf, nameOf(value));
+}
+
 LeafValue plainOf(LeafInfo const& leaf, TypedValue const& value) {
   auto const kind = value.value_case();
   switch (leaf.type) {
@@ -215,9 +251,7 @@ LeafValue plainOf(LeafInfo const& leaf, TypedValue const& value) {
   case LeafType::Identity:
     if (kind == TypedValue::kStringVal) return ofName(leaf, value.string_val());
     break;
-  case LeafType::Decimal64:
-    if (auto const number = decimalIn(value)) return ofDecimal(leaf, *number);
-    break;
+  case LeafType::Decimal64: return decimalOf(leaf, value);
   case LeafType::Union: return ofUnion(leaf, value);
   case LeafType::Empty:
     if (kind == TypedValue::kBoolVal && value.bool_val()) return value;
@@ -277,9 +311,12 @@ LeafValue bytesOf(LeafInfo const& leaf, json const& value) {
 }
 
 LeafValue decimalOf(LeafInfo const& leaf, json const& value) {
-  if (leaf.rules != nullptr && value.is_string()) { // of which no digit may be lost
-    auto const exact = leaf.rules->canonical(value.get_ref<std::string const&>());
-    if (!exact) return Kstd::Err(exact.error());
+  if (isExact(leaf) && value.is_string()) return ofText(value.get_ref<std::string const&>());
+  if (isExact(leaf) && value.is_number_integer()) return ofText(value.dump());
+  if (isExact(leaf) && value.is_number()) {
+    std::string const shortest = fmt::format("{}", value.get<double>());
+    bool const isPlain = shortest.find_first_not_of("-.0123456789") == shortest.npos;
+    return isPlain ? ofText(shortest) : ofDecimal(leaf, value.get<double>());
   }
   if (value.is_number()) return ofDecimal(leaf, value.get<double>());
   if (value.is_string()) {
@@ -329,9 +366,7 @@ LeafValue plainOf(LeafInfo const& leaf, json const& value) {
 LeafValue ruled(LeafInfo const& leaf, LeafValue value) {
   if (!value || leaf.rules == nullptr) return value;
   auto text = leaf.rules->canonical(value->has_bytes_val() ? absl::Base64Escape(value->bytes_val())
-                                    : value->has_double_val()
-                                        ? fmt::format("{:.{}f}", value->double_val(), leaf.fractionDigits)
-                                        : keyTextOf(*value));
+                                                           : keyTextOf(*value));
   if (!text) return Kstd::Err(std::move(text).error());
   if (value->has_string_val()) *value->mutable_string_val() = *std::move(text);
   return value;
@@ -360,6 +395,16 @@ LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
 }
 
 } // namespace
+
+LeafInfo const* memberOf(LeafInfo const& leaf, TypedValue const& value) {
+  for (LeafInfo const& member : *leaf.members) {
+    bool const isOfBytes = member.type == LeafType::Binary;
+    if (isOfBytes ? value.has_string_val() && scalarOf(member, json(value.string_val())).ok()
+                  : scalarOf(member, value).ok())
+      return &member;
+  }
+  return nullptr;
+}
 
 LeafValue leafValueOf(LeafInfo const& leaf, TypedValue const& value) {
   TOVAK_ASSERT(!value.has_json_val() && !value.has_json_ietf_val(),

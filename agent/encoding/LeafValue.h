@@ -26,6 +26,9 @@ using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wro
 // keys that no client could give.
 [[nodiscard]] LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text);
 
+// Of a union's `members` the first one that takes a value as it is held; null when none does.
+[[nodiscard]] LeafInfo const* memberOf(LeafInfo const& leaf, gnmi::TypedValue const& value);
+
 // Whether a text, such as a key's, may be a value of the leaf; what is wrong with it otherwise. The functions
 // above ask it of values.
 [[nodiscard]] Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view text);

@@ -6,6 +6,7 @@
 #include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 #include "Kel/Error.h"
@@ -45,6 +46,12 @@ LeafType builtinLeafType(Kel::BuiltinKind kind) {
   Kel::throwError("a leaf is declared of a scalar that has no type of YANG");
 }
 
+// Names of leaves, which live for the process.
+absl::flat_hash_set<std::string_view>& toldOtherwise() {
+  static auto* const instance = new absl::flat_hash_set<std::string_view>();
+  return *instance;
+}
+
 // What a run leaves out, by what it stands below; null: the root. With and without modules.
 using Names = absl::flat_hash_map<Kel::TypeDesc const*, absl::flat_hash_set<std::string>>;
 
@@ -57,8 +64,18 @@ Names& leftOutNames() {
 
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
   // Records never move once the types are declared: nothing is entered afterwards.
-  records().emplace(&attr.desc(), record).first->second.leaf.held = attr.memberType();
+  LeafInfo& leaf = records().emplace(&attr.desc(), record).first->second.leaf;
+  leaf.held = attr.memberType();
+  if (record.isLeaf && isToldOtherwise(leaf)) toldOtherwise().insert(attr.name().view());
 }
+
+bool isToldOtherwise(LeafInfo const& leaf) {
+  bool const isText = leaf.held.isBuiltin() && leaf.held.builtinKind() == Kel::BuiltinKind::String;
+  if (leaf.members != nullptr) return std::ranges::any_of(*leaf.members, isToldOtherwise);
+  return isText && (leaf.type == LeafType::Decimal64 || leaf.type == LeafType::Binary);
+}
+
+bool mayBeToldOtherwise(std::string_view leafName) { return toldOtherwise().contains(leafName); }
 
 NodeRecord const* nodeRecord(Kel::KelAttr attr) {
   auto const found = records().find(&attr.desc());

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Kel/Attr.h"
 #include "agent/model/TextRules.h"
@@ -22,10 +23,10 @@ enum class LeafType : std::uint8_t {
   Uint16,
   Uint32,
   Uint64,
-  Decimal64,   // held as a double
+  Decimal64,   // held as a double, or as its canonical text: then no digit of it is lost
   Enumeration, // a name
   Identity,    // a name that RFC 7951 qualifies with `LeafInfo::identityModule`
-  Union,       // held as a union of the model; its active alternative decides
+  Union,       // held as a union of the model; its active alternative or `LeafInfo::members` decide
   Int8,
   Int16,
   Int32,
@@ -58,9 +59,12 @@ struct LeafInfo {
   bool isSampled = false; // TARGET_DEFINED samples it; else it is told when it changes
   bool isKeyCopy =
       false; // repeats the key of its list entry; a request that says otherwise contradicts itself
-  std::string_view keyName = {};   // which key that is; empty for the only one
-  bool isLeafList = false;         // `type` is that of its members
-  bool isUnion = false;            // published as a union, whose alternatives are all written like `type`
+  std::string_view keyName = {}; // which key that is; empty for the only one
+  bool isLeafList = false;       // `type` is that of its members
+  bool isUnion = false;          // published as a union, whose alternatives are all written like `type`
+  // Of a union that is known at run time only: what may be in it, in the order in which it is tried. For the
+  // process.
+  std::vector<LeafInfo> const* members = nullptr;
   std::uint8_t fractionDigits = 1; // of a decimal
   std::string_view
       identityModule;   // of the names of an identity or of a union's names; empty when they need no prefix
@@ -106,10 +110,14 @@ struct NodeRecord {
   bool isState = false; // of a list: no client makes or removes its entries, whatever the object model lets
   ChoiceCase const* inCase = nullptr; // null: in none
 };
+// Held as a text, and told as what the text stands for: a decimal as a double, a union's bytes as bytes.
+[[nodiscard]] bool isToldOtherwise(LeafInfo const& leaf);
 // Enters a node, once; `LeafInfo::held` is taken from the attribute. `module` and the leaf's `identityModule`
 // must live for the process.
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record);
 [[nodiscard]] NodeRecord const* nodeRecord(Kel::KelAttr attr);
+// Whether leaves of that name may be told in PROTO as something else than they are held as.
+[[nodiscard]] bool mayBeToldOtherwise(std::string_view leafName);
 // The published type that follows from the attribute's own.
 [[nodiscard]] LeafType leafTypeOf(Kel::KelType type);
 } // namespace Impl

@@ -17,6 +17,7 @@ struct Raw {
   std::vector<std::string> listen = {"127.0.0.1:9339"};
   int insecure = 0;
   bool leavesMachineOut = false;
+  bool leavesConstraintsOut = false;
   std::vector<std::string> providers;
 };
 
@@ -111,6 +112,9 @@ void addYang(CLI::App& app, Raw& raw, ServeOptions& options) {
                  "fill what these modules have from this file, JSON (RFC 7951) or XML; may be repeated")
       ->type_name("FILE")
       ->take_all();
+  app.add_flag(
+      "--no-constraints", raw.leavesConstraintsOut,
+      "take configuration that does not hold as a whole: must, when, mandatory, leafref and the like");
   app.add_option("--provider", raw.providers,
                  "a socket, unix:PATH, for processes of the device: there a Set may write state, too")
       ->type_name("ADDRESS")
@@ -128,6 +132,7 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
   }
   options.isSecure = !options.tls.certificate.empty();
   options.servesMachine = !raw.leavesMachineOut;
+  options.checksConstraints = !raw.leavesConstraintsOut;
   if (options.isSecure == options.tls.key.empty()) return wrong("--tls-cert and --tls-key need each other");
   if (!options.isSecure && !options.tls.clientCa.empty()) return wrong("--tls-client-ca needs --tls-cert");
   if (options.isSecure && raw.insecure > 0) return wrong("--insecure contradicts --tls-cert");
@@ -152,6 +157,7 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
     return wrong("--synthetic-rate needs --synthetic");
   if (!options.yangModules.empty() && options.yangFolders.empty()) return wrong("--module needs --yang");
   if (!options.dataFiles.empty() && options.yangFolders.empty()) return wrong("--data needs --yang");
+  if (raw.leavesConstraintsOut && options.yangFolders.empty()) return wrong("--no-constraints needs --yang");
   for (std::string const& text : raw.providers) {
     auto address = ListenAddress::parse(text);
     if (!address) return wrong(fmt::format("--provider: {}", address.error()));

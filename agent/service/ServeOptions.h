@@ -35,6 +35,7 @@ struct ServeOptions {
   std::vector<std::string> yangFolders;
   std::vector<std::string> yangModules; // NAME or NAME:FEATURE,...
   std::vector<std::string> dataFiles;
+  bool checksConstraints = true;        // of the modules, on the configuration as a whole
   std::vector<ListenAddress> providers; // sockets of the device's own processes
   bool checksOnly = false;
 

@@ -9,6 +9,8 @@
 #include "Ondra/Path.h"
 #include "Tovak/Assert.h"
 #include "Tovak/DebugHandler.h"
+#include "agent/encoding/LeafEncoding.h"
+#include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -49,6 +51,33 @@ std::string_view textOf(std::span<std::uint8_t const> bytes) {
   return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
+constexpr char kUpdateVal = 3 << 3 | 2;
+constexpr char kText = 1 << 3 | 2; // of a TypedValue
+constexpr char kList = 9 << 3 | 2;
+
+// Whether an encoded update may be of a leaf that is told as something else than it is held as.
+bool mayBeToldOtherwise(std::string_view update) {
+  std::string_view path = takeField(update);
+  if (update.empty() || update.front() != kUpdateVal) return false;
+  std::string_view const value = takeField(update);
+  if (value.empty() || (value.front() != kText && value.front() != kList)) return false;
+  std::string_view last;
+  while (!path.empty())
+    last = takeField(path);
+  return !last.empty() && Impl::mayBeToldOtherwise(takeField(last));
+}
+
+// The leaf at the end of an update's path.
+LeafInfo const* leafOf(Ondra::Path const& prefix, gnmi::Path const& path) {
+  auto const above = TypeNode::root().descendant(elemsOf(prefix, prefix.elems().size()), 0);
+  auto const node = above ? above->descendant(path, 0) : above;
+  return node ? node->leaf() : nullptr;
+}
+
+bool isEmptyList(gnmi::TypedValue const& value) {
+  return value.has_leaflist_val() && value.leaflist_val().element().empty();
+}
+
 } // namespace
 
 void ByteBundle::add(Ondra::WireResponse const& response) {
@@ -61,8 +90,22 @@ void ByteBundle::add(Ondra::WireResponse const& response) {
   for (std::size_t i = 0; i < depth; ++i)
     static_cast<void>(takeField(above));
   std::string_view left = textOf(response.changes);
-  while (!left.empty() && left.front() == kUpdate) // deletes come behind the updates; a walk has none
-    body_->encodedUpdate(above, takeField(left));
+  while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none
+    std::string_view const update = takeField(left);
+    if (!mayBeToldOtherwise(update)) {
+      body_->encodedUpdate(above, update);
+      continue;
+    }
+    gnmi::Update parsed;
+    LeafInfo const* const leaf = parsed.ParseFromArray(update.data(), static_cast<int>(update.size()))
+                                     ? leafOf(*response.prefix, parsed.path())
+                                     : nullptr;
+    if (leaf == nullptr) {
+      body_->encodedUpdate(above, update);
+    } else if (leafEncodingIs(*parsed.mutable_val(), *leaf, gnmi::PROTO); !isEmptyList(parsed.val())) {
+      body_->update(above, parsed.path(), parsed.val(), 0);
+    }
+  }
 }
 
 std::vector<grpc::Slice> ByteBundle::take() { return body_ ? body_->take() : std::vector<grpc::Slice>(); }

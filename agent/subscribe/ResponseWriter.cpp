@@ -42,7 +42,7 @@ public:
   explicit Values(int encoding) : encoding_(static_cast<gnmi::Encoding>(encoding)) {}
 
   [[nodiscard]] gnmi::TypedValue const& of(gnmi::Path const& prefix, gnmi::Update const& update) {
-    if (encoding_ == gnmi::PROTO) return update.val();
+    if (encoding_ == gnmi::PROTO && !mayBeToldOtherwise(update)) return update.val();
     if (&prefix != prefix_) {
       prefix_ = &prefix;
       below_ = TypeNode::root().descendant(prefix, 1);
@@ -55,6 +55,12 @@ public:
   }
 
 private:
+  static bool mayBeToldOtherwise(gnmi::Update const& update) {
+    bool const isText = update.val().has_string_val() || update.val().has_leaflist_val();
+    return isText && !update.path().elem().empty() &&
+           Impl::mayBeToldOtherwise(update.path().elem().rbegin()->name());
+  }
+
   gnmi::Encoding const encoding_;
   gnmi::Path const* prefix_ = nullptr;
   std::optional<TypeNode> below_;

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 #include <libyang/libyang.h>
+#include <libyang/plugins_types.h>
 #include <re2/re2.h>
 
 #include "agent/yang/Arrays.h"
@@ -70,6 +71,7 @@ public:
   LeafRules(ly_ctx const& context, lysc_node const& leaf, lysc_type const& type)
       : context_(context)
       , leaf_(leaf)
+      , type_(type)
       , text_(rangeText(type)) {
     for (lysc_ext_instance const& extension : sized(type.exts)) {
       if (extension.def == nullptr || extension.def->name != kPosixPattern || extension.argument == nullptr)
@@ -81,15 +83,9 @@ public:
   [[nodiscard]] bool hasPosix() const { return !posix_.empty(); }
 
   Kstd::Result<std::string, std::string> canonical(std::string_view text) const override {
-    char const* held = nullptr;
-    LY_ERR const fits =
-        lyd_value_validate(&context_, &leaf_, text.data(), text.size(), nullptr, nullptr, &held);
-    if (fits != LY_SUCCESS && fits != LY_EINCOMPLETE) { // the latter: what it points to is asked elsewhere
-      char const* const why = ly_errmsg(&context_);
-      return Kstd::Err(std::string(why == nullptr ? "the value does not fit" : why));
-    }
-    std::string canonical = held == nullptr ? std::string(text) : std::string(held);
-    lydict_remove(&context_, held);
+    auto held = stored(text);
+    if (!held) return held;
+    std::string canonical = *std::move(held);
     for (auto const& pattern : posix_) {
       if (!re2::RE2::FullMatch(canonical, *pattern))
         return Kstd::Err(fmt::format("it does not match the pattern '{}'", pattern->pattern()));
@@ -99,8 +95,25 @@ public:
   std::string text() const override { return text_; }
 
 private:
+  // As the type's own part of the schema library takes it.
+  Kstd::Result<std::string, std::string> stored(std::string_view text) const {
+    lyd_value value{};
+    ly_err_item* error = nullptr;
+    LY_ERR const fits = type_.plugin->store(&context_, &type_, text.data(), text.size(), 0, LY_VALUE_JSON,
+                                            nullptr, LYD_HINT_DATA, &leaf_, &value, nullptr, &error);
+    if (fits != LY_SUCCESS && fits != LY_EINCOMPLETE) { // the latter: what it points to is asked elsewhere
+      std::string why = error == nullptr || error->msg == nullptr ? "the value does not fit" : error->msg;
+      ly_err_free(error);
+      return Kstd::Err(std::move(why));
+    }
+    std::string canonical = lyd_value_get_canonical(&context_, &value);
+    type_.plugin->free(&context_, &value);
+    return canonical;
+  }
+
   ly_ctx const& context_;
   lysc_node const& leaf_;
+  lysc_type const& type_;
   std::string const text_;
   std::vector<std::unique_ptr<re2::RE2>> posix_;
 };

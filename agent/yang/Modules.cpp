@@ -111,6 +111,21 @@ private:
 
 } // namespace
 
+std::string lastComplaint(ly_ctx const& context) {
+  ly_err_item const* const first = ly_err_first(&context);
+  if (first == nullptr) return "it does not fit the modules";
+  ly_err_item const& last = *first->prev;
+  std::string const words = last.msg == nullptr ? "it does not fit the modules" : last.msg;
+  if (last.path == nullptr) return words;
+  // "Schema location "/a:b/c", data location "/a:b/c", line number 3."
+  std::string_view where = last.path;
+  if (std::size_t const data = where.find("ata location"); data != where.npos) where.remove_prefix(data);
+  std::size_t const begin = where.find('"');
+  std::size_t const end = begin == where.npos ? begin : where.find('"', begin + 1);
+  if (end == where.npos) return fmt::format("{}: {}", last.path, words);
+  return fmt::format("{}: {}", where.substr(begin + 1, end - begin - 1), words);
+}
+
 // --- files -------------------------------------------------------------------------------------------------
 
 Done Modules::add(File file) {

@@ -22,6 +22,9 @@ struct ModuleOrder {
   std::vector<std::string> modules;
 };
 
+// What the schema library has said last on this thread: "PLACE: WORDS".
+[[nodiscard]] std::string lastComplaint(ly_ctx const& context);
+
 // Constant once loaded, then for any thread; the schema library's dictionary locks by itself.
 class Modules {
 public:

@@ -68,6 +68,7 @@ struct Held {
   LeafType published = LeafType::String;
   KelType type;
   bool isUnion = false;
+  std::vector<LeafInfo> const* members = nullptr;
 };
 using HeldOrWhy = Kstd::Result<Held, std::string>;
 
@@ -100,6 +101,8 @@ private:
   HeldOrWhy enumerationOf(lysc_node const& leaf, lysc_type_enum const& type);
   HeldOrWhy identitiesOf(lysc_node const& leaf, lysc_type_identityref const& type);
   HeldOrWhy unionOf(lysc_node const& leaf, lysc_type const& type);
+  Kstd::Result<void, std::string> addMembers(lysc_node const& leaf, lysc_type_union const& type,
+                                             std::vector<LeafInfo>& members);
   Copies copiesIn(lysc_node const& container) const;
   static std::vector<Kel::KelAttr> keysOf(lysc_node const& list, KelType entry);
   KelType structuredKey(lysc_node const& list, std::vector<Kel::KelAttr> const& keys);
@@ -204,12 +207,76 @@ bool isTextual(lysc_type const& type) {
   return false;
 }
 
+Kstd::Result<void, std::string> Maker::addMembers(lysc_node const& leaf, lysc_type_union const& type,
+                                                  std::vector<LeafInfo>& members) {
+  for (lysc_type const* const each : sized(type.types)) {
+    lysc_type const& real = pointedAt(*each);
+    if (real.basetype == LY_TYPE_UNION) {
+      auto const added = addMembers(leaf, reinterpret_cast<lysc_type_union const&>(real), members);
+      if (!added) return added;
+      continue;
+    }
+    auto const held = heldAs(leaf, real);
+    if (!held) return Kstd::Err(held.error());
+    LeafInfo& member = members.emplace_back();
+    member.type = held->published;
+    member.held = held->type;
+    if (real.basetype == LY_TYPE_DEC64)
+      member.fractionDigits = reinterpret_cast<lysc_type_dec const&>(real).fraction_digits;
+    member.rules = leafRulesOf(context_, leaf, real).release(); // for the process, as the types
+  }
+  return {};
+}
+
+// What a member's values are held as in a union: one of four, since one alternative is not to take what
+// another one sends.
+BuiltinKind heldInUnion(LeafType type) {
+  switch (type) {
+  case LeafType::Boolean:
+  case LeafType::Empty: return BuiltinKind::Bool;
+  case LeafType::Uint8:
+  case LeafType::Uint16:
+  case LeafType::Uint32:
+  case LeafType::Uint64: return BuiltinKind::U64;
+  case LeafType::Int8:
+  case LeafType::Int16:
+  case LeafType::Int32:
+  case LeafType::Int64: return BuiltinKind::S64;
+  case LeafType::String:
+  case LeafType::Decimal64:
+  case LeafType::Enumeration:
+  case LeafType::Identity:
+  case LeafType::Union:
+  case LeafType::Bits:
+  case LeafType::Binary:
+  case LeafType::InstanceIdentifier: break;
+  }
+  return BuiltinKind::String;
+}
+
 // A union whose members are all written as texts is held as one text, in the canonical form of the member
 // that takes it; so is any union that is a key.
 HeldOrWhy Maker::unionOf(lysc_node const& leaf, lysc_type const& type) {
-  if (!isTextual(type) && !lysc_is_key((&leaf)))
-    return Kstd::Err(std::string("its union is not of texts alone"));
-  return Held{.published = LeafType::String, .type = Kel::builtinType(BuiltinKind::String), .isUnion = true};
+  if (isTextual(type) || lysc_is_key((&leaf)))
+    return Held{
+        .published = LeafType::String, .type = Kel::builtinType(BuiltinKind::String), .isUnion = true};
+  auto members = std::make_unique<std::vector<LeafInfo>>();
+  if (auto const added = addMembers(leaf, reinterpret_cast<lysc_type_union const&>(type), *members); !added)
+    return Kstd::Err(added.error());
+  static constexpr auto kKinds =
+      std::to_array<std::pair<BuiltinKind, std::string_view>>({{BuiltinKind::U64, "uint"},
+                                                               {BuiltinKind::S64, "int"},
+                                                               {BuiltinKind::Bool, "bool"},
+                                                               {BuiltinKind::String, "text"}});
+  std::vector<Kel::Part> parts;
+  for (auto const& [kind, name] : kKinds) {
+    bool const isThere = std::ranges::any_of(
+        *members, [kind](LeafInfo const& each) { return heldInUnion(each.type) == kind; });
+    if (isThere) parts.push_back({.name = name, .type = Kel::builtinType(kind)});
+  }
+  auto done = Kel::runtimeUnion(moduleOf(leaf), pathOf(leaf), parts);
+  if (!done) return Kstd::Err(std::move(done).error());
+  return Held{.published = LeafType::Union, .type = *done, .members = members.release()}; // for the process
 }
 
 HeldOrWhy Maker::heldAs(lysc_node const& leaf, lysc_type const& type) {
@@ -232,7 +299,7 @@ HeldOrWhy Maker::heldAs(lysc_node const& leaf, lysc_type const& type) {
   case LY_TYPE_UINT64: return builtin(LeafType::Uint64, BuiltinKind::U64);
   case LY_TYPE_ENUM: return enumerationOf(leaf, reinterpret_cast<lysc_type_enum const&>(type));
   case LY_TYPE_IDENT: return identitiesOf(leaf, reinterpret_cast<lysc_type_identityref const&>(type));
-  case LY_TYPE_DEC64: return builtin(LeafType::Decimal64, BuiltinKind::Double);
+  case LY_TYPE_DEC64: return builtin(LeafType::Decimal64, BuiltinKind::String);
   case LY_TYPE_BINARY: return builtin(LeafType::Binary, BuiltinKind::Bytes);
   case LY_TYPE_UNION: return unionOf(leaf, type);
   case LY_TYPE_LEAFREF:
@@ -260,7 +327,9 @@ std::optional<Maker::Member> Maker::leafMember(lysc_node const& node, Copies con
   if (type.basetype == LY_TYPE_DEC64)
     info.fractionDigits = reinterpret_cast<lysc_type_dec const&>(type).fraction_digits;
   info.isSampled = !info.isConfig && isMoving(node);
-  info.rules = leafRulesOf(context_, node, type).release(); // for the process, as the types
+  info.members = held->members;
+  if (info.members == nullptr)
+    info.rules = leafRulesOf(context_, node, type).release(); // for the process, as the types
   ++made.leaves;
   return Member{
       .node = &node, .type = held->type, .record = {.module = moduleOf(node), .isLeaf = true, .leaf = info}};

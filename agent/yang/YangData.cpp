@@ -19,6 +19,7 @@
 #include "Kel/Dir.h"
 #include "Kel/Error.h"
 #include "Kel/Scalars.h"
+#include "Kel/TypeBuilder.h"
 #include "agent/model/Schema.h"
 #include "agent/model/Tree.h"
 #include "agent/yang/PlainJson.h"
@@ -43,17 +44,56 @@ ConstHandle numberHandle(Kel::KelType type, std::string_view text) {
   return type.genericIf(&number);
 }
 
+// What the member that has taken the value holds, as an alternative of the union.
+ConstHandle unionHandle(LeafInfo const& leaf, lyd_node const& node) {
+  lyd_value const* value = &reinterpret_cast<lyd_node_term const&>(node).value;
+  while (value->realtype->basetype == LY_TYPE_UNION)
+    value = &value->subvalue->value;
+  std::string_view const text = lyd_get_value(&node);
+  std::string_view name = "text";
+  ConstHandle held;
+  switch (value->realtype->basetype) {
+  case LY_TYPE_BOOL:
+  case LY_TYPE_EMPTY:
+    name = "bool";
+    held = Kel::handleOf(text != "false");
+    break;
+  case LY_TYPE_UINT8:
+  case LY_TYPE_UINT16:
+  case LY_TYPE_UINT32:
+  case LY_TYPE_UINT64:
+    name = "uint";
+    held = numberHandle(Kel::builtinType(Kel::BuiltinKind::U64), text);
+    break;
+  case LY_TYPE_INT8:
+  case LY_TYPE_INT16:
+  case LY_TYPE_INT32:
+  case LY_TYPE_INT64:
+    name = "int";
+    held = numberHandle(Kel::builtinType(Kel::BuiltinKind::S64), text);
+    break;
+  case LY_TYPE_STRING:
+  case LY_TYPE_BINARY:
+  case LY_TYPE_BITS:
+  case LY_TYPE_DEC64:
+  case LY_TYPE_ENUM:
+  case LY_TYPE_IDENT:
+  case LY_TYPE_INST:
+  case LY_TYPE_LEAFREF:
+  case LY_TYPE_UNION:
+  case LY_TYPE_UNKNOWN: held = Kel::handleOf(Kel::String(text));
+  }
+  Handle const whole = leaf.held.genericIf(nullptr);
+  leaf.held.attr(name).genericIfSet(whole, nullptr, held);
+  return whole;
+}
+
 // The value of a node that the schema library has found to be right.
 ConstHandle valueHandle(LeafInfo const& leaf, lyd_node const& node) {
   std::string_view const text = lyd_get_value(&node);
   switch (leaf.type) {
   case LeafType::Empty: return Kel::handleOf(true);
   case LeafType::Boolean: return Kel::handleOf(text == "true");
-  case LeafType::Decimal64: {
-    double number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return Kel::handleOf(number);
-  }
   case LeafType::Enumeration:
   case LeafType::Identity: {
     auto value = leaf.held.genericIfFromGnmiString(Kel::String(text));
@@ -72,10 +112,11 @@ ConstHandle valueHandle(LeafInfo const& leaf, lyd_node const& node) {
   case LeafType::Int16:
   case LeafType::Int32:
   case LeafType::Int64: return numberHandle(leaf.held, text);
+  case LeafType::Union: return unionHandle(leaf, node);
   case LeafType::String:
+  case LeafType::Decimal64:
   case LeafType::Bits:
-  case LeafType::InstanceIdentifier:
-  case LeafType::Union: break;
+  case LeafType::InstanceIdentifier: break;
   }
   return Kel::handleOf(Kel::String(text));
 }
@@ -150,12 +191,7 @@ private:
 };
 
 std::string complaint(ly_ctx const& context, std::string const& file) {
-  ly_err_item const* const said = ly_err_first(&context);
-  if (said == nullptr) return fmt::format("{}: it does not fit the modules", file);
-  ly_err_item const& last = *said->prev;
-  return fmt::format("{}: {}{}{}", file, last.path == nullptr ? "" : last.path,
-                     last.path == nullptr ? "" : " ",
-                     last.msg == nullptr ? "it does not fit the modules" : last.msg);
+  return fmt::format("{}: {}", file, lastComplaint(context));
 }
 
 // Takes what is state out of a tree.
@@ -197,7 +233,7 @@ Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const&
 } // namespace
 
 Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel const& model,
-                                                   std::vector<std::string> const& files) {
+                                                   std::vector<std::string> const& files, bool isChecked) {
   ly_ctx const& context = *model.modules().context();
   Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
   FilledData filled;
@@ -225,13 +261,13 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
     stateDel(&own);
     if (own != nullptr) lyd_merge_siblings(&config, own, LYD_MERGE_DESTRUCT);
   }
-  LY_ERR const valid = lyd_validate_all(&config, &context, LYD_VALIDATE_NO_STATE, nullptr);
-  std::string const why =
-      valid == LY_SUCCESS ? std::string() : complaint(context, last.empty() ? "no data" : last);
-  lyd_free_all(config);
-  if (valid != LY_SUCCESS && !files.empty()) return Kstd::Err(why);
-  if (valid != LY_SUCCESS)
-    filled.notes.push_back(fmt::format("the configuration is not valid while it is empty: {}", why));
+  LY_ERR const valid =
+      isChecked ? lyd_validate_all(&config, &context, LYD_VALIDATE_NO_STATE, nullptr) : LY_SUCCESS;
+  filled.configuration.reset(config);
+  if (valid == LY_SUCCESS) return filled;
+  if (!files.empty()) return Kstd::Err(complaint(context, last));
+  filled.notes.push_back(
+      fmt::format("the configuration is not valid while it is empty: {}", lastComplaint(context)));
   return filled;
 }
 

@@ -10,13 +10,14 @@ import time
 AGENT = os.environ["E2E_AGENT"]
 WORK = pathlib.Path(os.environ["E2E_WORK"])
 DEADLINE = 30  # seconds, for what should take milliseconds
-README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
-def fenced(language, port, here):
-    """The README's block of that language that is run by the file `here`, for an agent on another port."""
-    marked = README.read_text(encoding="utf-8").split(f"<!-- runs: tests/e2e/{pathlib.Path(here).name} -->\n```{language}\n")
-    assert len(marked) == 2, f"the README has {len(marked) - 1} such blocks of {language}"
+def fenced(language, port, here, page="README.md"):
+    """The page's block of that language that is run by the file `here`, for an agent on another port."""
+    text = (ROOT / page).read_text(encoding="utf-8")
+    marked = text.split(f"<!-- runs: tests/e2e/{pathlib.Path(here).name} -->\n```{language}\n")
+    assert len(marked) == 2, f"{page} has {len(marked) - 1} such blocks of {language}"
     block = marked[1].split("\n```")[0]
     return block.replace("127.0.0.1:9339", f"127.0.0.1:{port}").replace('("127.0.0.1", 9339)', f'("127.0.0.1", {port})')
 

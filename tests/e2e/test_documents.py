@@ -1,10 +1,12 @@
-"""What the README says of clients, run as it stands there; only the address is another, and what would go on for ever is ended."""
+"""What the pages say of clients, run as it stands there; only the address is another, and what would go on for ever is ended."""
+import pathlib
 import shlex
 import subprocess
 import sys
+import tempfile
 import unittest
 
-from agentprocess import AgentProcess, fenced
+from agentprocess import AGENT, DEADLINE, ROOT, AgentProcess, fenced
 from support import command
 
 
@@ -33,3 +35,20 @@ class Readme(unittest.TestCase):
                 process.communicate()
         self.assertIn("in-octets", told[0])
         self.assertIn("update", told[1])
+
+
+class DeviceData(unittest.TestCase):
+    def testProvider(self):
+        with tempfile.TemporaryDirectory() as folder:
+            socket = pathlib.Path(folder, "provider.sock")
+            with AgentProcess("--no-machine", "--yang", str(ROOT / "demo/yang"), "--provider", f"unix:{socket}") as agent:
+                script = fenced("python", agent.port, __file__, "docs/yang.md").replace("/run/device/provider.sock", str(socket))
+                provider = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+                told = subprocess.Popen([AGENT, "watch", "--insecure", "--address", f"127.0.0.1:{agent.port}", "--seconds", str(DEADLINE),
+                                         "/sensors/sensor[name=hall]/state/millivolts"], stdout=subprocess.PIPE, text=True)
+                try:
+                    self.assertTrue(any("1500" in line for line in told.stdout), "nothing was told of what the provider wrote")
+                finally:
+                    for process in (provider, told):
+                        process.kill()
+                        process.communicate()

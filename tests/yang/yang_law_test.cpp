@@ -29,6 +29,7 @@ public:
   Tree tree() {
     lyd_node* all = nullptr;
     for (auto const& [top, type] : YangTesting::model().types().tops) {
+      if (top->module->name == std::string_view("every-rules")) continue; // random data would not hold
       lyd_node* node = nullptr;
       EXPECT_EQ(lyd_new_inner(nullptr, top->module, top->name, 0, &node), LY_SUCCESS);
       fill(node, lysc_node_child(top));

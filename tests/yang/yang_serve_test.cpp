@@ -3,7 +3,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/data/SetRun.h"
 #include "agent/model/SupportedPaths.h"
 #include "yang/yang_testing.h"
 
@@ -66,6 +65,24 @@ TEST(YangServe, ValuesOfEveryTypeInAndOut) {
            {"decimal", "double:10.5", R"("10.5")", "10.5", "double_val: 10.5"},
            {"binary", R"("AQID")", R"("AQID")", "", R"(bytes_val: "\001\002\003")"},
            {"texts", R"("ANY")", R"("ANY")", "", R"(string_val: "ANY")"},
+           {"fine", R"("-9.223372036854775808")", R"("-9.223372036854775808")", "-9.223372036854775808",
+            "double_val: -9.2233720368547765"},
+           {"fine", "string:0.100000000000000001", R"("0.100000000000000001")", "0.100000000000000001",
+            "double_val: 0.1"},
+           {"fine", "double:1.5", R"("1.5")", "1.5", "double_val: 1.5"},
+           {"coarse", R"(["922337203685477580.7", "-0.0", 3])", R"(["922337203685477580.7","0.0","3.0"])",
+            "[922337203685477580.7,0.0,3.0]",
+            "leaflist_val { element { double_val: 9.2233720368547763e+17 } element { double_val: 0 } "
+            "element { double_val: 3 } }"},
+           {"union", "5", "5", "", "uint_val: 5"},
+           {"union", R"("many")", R"("many")", "", R"(string_val: "many")"},
+           {"union", "int:-300", R"("-300")", "-300", "int_val: -300"},
+           {"union", "uint:300", R"("300")", "300", "int_val: 300"},
+           {"mixed", R"(["1.5",true,"AQID","dog",150,"900"])", R"(["1.5",true,"AQID","every:dog",150,"900"])",
+            R"([1.5,true,"AQID","every:dog",150,900])",
+            R"(leaflist_val { element { double_val: 1.5 } element { bool_val: true } )"
+            R"(element { bytes_val: "\001\002\003" } element { string_val: "every:dog" } )"
+            R"(element { uint_val: 150 } element { uint_val: 900 } })"},
        }) {
     std::string const path = "/every/config/" + std::string(each.leaf);
     grpc::Status const status = bench.set(setRequest("update " + path + " " + std::string(each.given)));
@@ -94,6 +111,9 @@ TEST(YangServe, WhatDoesNotFitIsRefused) {
            {"update /every/entries/entry[name=A]/name \"A\"", StatusCode::INVALID_ARGUMENT, "pattern"},
            {"update /every/config/decimal \"1.2345\"", StatusCode::INVALID_ARGUMENT, "fraction digits"},
            {"update /every/config/decimal double:11", StatusCode::INVALID_ARGUMENT, "range"},
+           {"update /every/config/fine \"9.223372036854775808\"", StatusCode::INVALID_ARGUMENT, "decimal64"},
+           {"update /every/config/union \"few\"", StatusCode::INVALID_ARGUMENT, "no member of this union"},
+           {"update /every/config/mixed [\"10.5\"]", StatusCode::INVALID_ARGUMENT, "no member of this union"},
            {"update /every/config/binary \"AQIDBAU=\"", StatusCode::INVALID_ARGUMENT, "length"},
            {"update /every/entries/pair[left=a]/both \"x\"", StatusCode::INVALID_ARGUMENT, "needs its keys"},
            {"update /every/entries/pair[left=a][right=x]/both \"x\"", StatusCode::INVALID_ARGUMENT, "uint16"},
@@ -158,26 +178,18 @@ TEST(YangServe, ChoicesAndPresence) {
 // Where the device's own processes write, state goes like configuration, and no client takes it away.
 TEST(YangServe, ProvidersWriteState) {
   YangTesting::Bench bench;
-  auto const provided = [&bench](std::string_view text) {
-    auto plan = Agent::setPlanOf(setRequest(text), nullptr, Agent::Writer::Provider);
-    if (!plan) return plan.error();
-    grpc::Status status(StatusCode::UNKNOWN, "");
-    bench.runtime().sets().setIs(
-        {std::move(*plan), nullptr, [&status](auto const& how, std::int64_t) { status = how; }});
-    bench.settle();
-    return status;
-  };
   ASSERT_TRUE(
-      provided("update /every/entries/entry[name=a]/state {\"mood\":\"good\",\"counters\":{\"hits\":1}}")
+      bench
+          .provided("update /every/entries/entry[name=a]/state {\"mood\":\"good\",\"counters\":{\"hits\":1}}")
           .ok());
   ASSERT_TRUE(
       bench.set(setRequest("update /every/entries/entry[name=a]/nested[number=-1]/value \"x\"")).ok());
   ASSERT_TRUE(bench.set(setRequest("delete /every/entries/entry[name=a]")).ok());
   EXPECT_EQ(bench.value("/every/entries"),
             R"({"entry":[{"name":"a","state":{"mood":"good","counters":{"hits":1}}}]})");
-  EXPECT_EQ(provided("update /every/entries/entry[name=a]/state/seen -1").error_code(),
+  EXPECT_EQ(bench.provided("update /every/entries/entry[name=a]/state/seen -1").error_code(),
             StatusCode::INVALID_ARGUMENT);
-  ASSERT_TRUE(provided("delete /every/entries/entry[name=a]").ok());
+  ASSERT_TRUE(bench.provided("delete /every/entries/entry[name=a]").ok());
   EXPECT_TRUE(bench.leaves().empty());
 }
 

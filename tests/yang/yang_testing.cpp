@@ -2,6 +2,7 @@
 #include "yang/yang_testing.h"
 
 #include "Kel/Dir.h"
+#include "agent/data/SetRun.h"
 
 namespace YangTesting {
 
@@ -26,5 +27,15 @@ Agent::Limits const& loadedFirst() {
 } // namespace
 
 Bench::Bench() : DataBench(loadedFirst()) { model().containersIn(*Kel::globalDir()); }
+
+grpc::Status Bench::provided(std::string_view text) {
+  auto plan = Agent::setPlanOf(ServiceTesting::setRequest(text), nullptr, Agent::Writer::Provider);
+  if (!plan) return plan.error();
+  grpc::Status status(grpc::StatusCode::UNKNOWN, "it has not ended");
+  runtime().sets().setIs(
+      {std::move(*plan), nullptr, [&status](auto const& how, std::int64_t) { status = how; }});
+  settle();
+  return status;
+}
 
 } // namespace YangTesting

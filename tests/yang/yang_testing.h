@@ -13,6 +13,8 @@ namespace YangTesting {
 class Bench : public ServiceTesting::DataBench {
 public:
   Bench();
+  // A Set of the device's own processes.
+  grpc::Status provided(std::string_view text);
 };
 
 } // namespace YangTesting

@@ -1,0 +1,172 @@
+// What holds for a configuration as a whole, before and after every Set.
+#include <gmock/gmock.h>
+
+#include <fmt/format.h>
+#include <libyang/libyang.h>
+#include <nlohmann/json.hpp>
+
+#include <random>
+
+#include "Kel/Dir.h"
+#include "agent/data/SetRun.h"
+#include "agent/yang/Constraints.h"
+#include "agent/yang/YangData.h"
+#include "yang/yang_testing.h"
+
+namespace {
+
+using grpc::StatusCode;
+using ServiceTesting::difference;
+using ServiceTesting::setRequest;
+using testing::HasSubstr;
+
+// A server whose Sets are held to the modules' constraints, from an empty configuration on.
+class RuledBench : public YangTesting::Bench {
+public:
+  RuledBench() { areHeld(true); }
+  ~RuledBench() { areHeld(false); }
+  RuledBench(RuledBench const&) = delete;
+  RuledBench& operator=(RuledBench const&) = delete;
+
+  void areHeld(bool yes) { runtime().sets().rulesIs(yes ? &rules_ : nullptr); }
+
+private:
+  Agent::Constraints rules_{YangTesting::model(), nullptr};
+};
+
+TEST(YangRules, SetsAreHeldToWhatHoldsAsAWhole) {
+  RuledBench bench;
+  struct Case {
+    char const* set;
+    char const* refusal; // empty: it is taken
+    char const* after;   // empty: as before
+  };
+  std::string held = "{}";
+  for (Case const& each : std::initializer_list<Case>{
+           {"update /rules/port[name=a]/speed 100", "", R"({"port":[{"name":"a","speed":100}]})"},
+           {"update /rules/port[name=a]/speed 101", "/every-rules:rules/port[name='a']/speed", ""},
+           {"update /rules/port[name=a] "
+            "{\"speed\":101,\"kind\":\"real\",\"slot\":1,\"cage\":{\"color\":\"x\"}}",
+            "", R"({"port":[{"name":"a","kind":"real","speed":101,"slot":1,"cage":{"color":"x"}}]})"},
+           {"update /rules/port[name=a]/kind \"virtual\"", "Must condition", ""},
+           {"update /rules/port[name=a] {\"kind\":\"virtual\",\"speed\":5,\"slot\":2}", "When condition", ""},
+           {"update /rules/port[name=a]/speed 5\nupdate /rules/port[name=a]/cage/color \"y\"", "",
+            R"({"port":[{"name":"a","kind":"real","speed":5,"slot":1,"cage":{"color":"y"}}]})"},
+           // What stands under a condition that holds no more goes with it.
+           {"update /rules/port[name=a]/kind \"virtual\"", "",
+            R"({"port":[{"name":"a","kind":"virtual","speed":5}]})"},
+           {"update /rules/port[name=a]/slot 1", "When condition", ""},
+           {"update /rules/port[name=a]/peer \"b\"", "Invalid leafref value \"b\"", ""},
+           {"update /rules/port[name=a]/peer \"b\"\nupdate /rules/port[name=b]/address \"1\"", "",
+            R"({"port":[{"name":"a","kind":"virtual","speed":5,"peer":"b"},{"name":"b","address":"1"}]})"},
+           {"delete /rules/port[name=b]", "Invalid leafref value \"b\"", ""},
+           {"update /rules/port[name=a]/address \"1\"", "Unique data leaf", ""},
+           {"update /rules/port[name=a]/on {}", "Mandatory node \"since\"", ""},
+           {"update /rules/port[name=b]/tag [\"1\",\"2\",\"3\"]", "Too many \"tag\" instances", ""},
+           {"update /rules {\"port\":[{\"name\":\"c\"},{\"name\":\"d\"},{\"name\":\"e\"}]}",
+            "four ports at most", ""},
+           {"replace /rules {\"port\":[{\"name\":\"both'\\\"\"}],\"spare\":[\"both'\\\"\"]}", "",
+            R"({"port":[{"name":"both'\""}],"spare":["both'\""]})"},
+           {"delete /rules", "", "{}"},
+       }) {
+    grpc::Status const status = bench.set(setRequest(each.set));
+    bool const isTaken = *each.refusal == '\0';
+    EXPECT_EQ(status.error_code(), isTaken ? StatusCode::OK : StatusCode::INVALID_ARGUMENT)
+        << each.set << ": " << status.error_message();
+    EXPECT_THAT(status.error_message(), HasSubstr(each.refusal)) << each.set;
+    if (isTaken) held = each.after;
+    EXPECT_EQ(nlohmann::json::parse(bench.value("/rules", gnmi::JSON)), nlohmann::json::parse(held))
+        << each.set;
+  }
+}
+
+// State of an entry makes no configuration of it, and stays without asking anybody.
+TEST(YangRules, StateIsHeldToNothing) {
+  RuledBench bench;
+  ASSERT_TRUE(bench.provided("update /rules/port[name=a]/state/seen 1").ok());
+  ASSERT_TRUE(bench.provided("update /rules {\"port\":[{\"name\":\"b\",\"state\":{\"seen\":1}}]}").ok());
+  EXPECT_THAT(bench.set(setRequest("update /rules/spare [\"a\"]")).error_message(), HasSubstr("leafref"));
+  ASSERT_TRUE(
+      bench.set(setRequest("update /rules/port[name=a]/note \"x\"\nupdate /rules/spare [\"a\"]")).ok());
+  EXPECT_THAT(bench.set(setRequest("delete /rules/port[name=a]")).error_message(), HasSubstr("leafref"));
+  ASSERT_TRUE(bench.set(setRequest("delete /rules/port[name=a]\ndelete /rules/spare")).ok());
+  EXPECT_THAT(bench.set(setRequest("update /rules/spare [\"a\"]")).error_message(), HasSubstr("leafref"));
+  EXPECT_EQ(bench.value("/rules/port[name=a]", gnmi::JSON), R"({"name":"a","state":{"seen":1}})");
+}
+
+// --- the law: what is taken is valid, what is refused is invisible, and would not have been ------------------
+
+bool isValid(YangTesting::Bench& bench) {
+  ly_ctx const* const context = YangTesting::model().modules().context();
+  std::string const text = bench.value("/", gnmi::JSON_IETF, gnmi::GetRequest::CONFIG);
+  lyd_node* tree = nullptr;
+  EXPECT_EQ(lyd_parse_data_mem(context, text == "nothing" ? "{}" : text.c_str(), LYD_JSON,
+                               LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &tree),
+            LY_SUCCESS)
+      << text;
+  bool const is = lyd_validate_all(&tree, context, LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
+  lyd_free_all(tree);
+  return is;
+}
+
+TEST(YangRules, RandomSetsLeaveAValidConfiguration) {
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    RuledBench bench;
+    std::mt19937 random(seed);
+    auto const one = [&random](std::initializer_list<char const*> of) {
+      return of.begin()[random() % of.size()];
+    };
+    unsigned taken = 0;
+    constexpr unsigned kSets = 60;
+    for (unsigned i = 0; i < kSets; ++i) {
+      std::string text;
+      for (unsigned many = 1 + random() % 3; many > 0; --many) {
+        std::string const port = fmt::format("/rules/port[name={}]", one({"a", "b", "c", "d", "e"}));
+        text += fmt::format(fmt::runtime(one({"delete {0}\n",
+                                              "delete {0}/kind\n",
+                                              "update {0}/kind \"real\"\n",
+                                              "update {0}/kind \"virtual\"\n",
+                                              "update {0}/speed 200\n",
+                                              "delete {0}/speed\n",
+                                              "update {0}/address \"1\"\n",
+                                              "update {0}/peer \"{1}\"\n",
+                                              "delete {0}/peer\n",
+                                              "update {0}/slot 1\n",
+                                              "update {0}/cage/color \"x\"\n",
+                                              "update {0}/cage/pin[number=1]/role \"x\"\n",
+                                              "update {0}/on/since \"x\"\n",
+                                              "delete {0}/on\n",
+                                              "update {0}/red \"x\"\n",
+                                              "update {0}/green \"x\"\n",
+                                              "update /rules/spare [\"{1}\"]\n",
+                                              "delete /rules/spare\n",
+                                              "update {0}/note \"x\"\n",
+                                              "update {0}/tag [\"1\",\"{1}\"]\n"})),
+                            port, one({"a", "b", "c"}));
+      }
+      auto request = setRequest(text);
+      auto const before = bench.leaves();
+      grpc::Status const status = bench.set(request);
+      if (status.ok()) {
+        ++taken;
+        ASSERT_TRUE(isValid(bench)) << text;
+        continue;
+      }
+      EXPECT_EQ(difference(before, bench.leaves()), "") << text << status.error_message();
+      if (status.error_message().find("cases of the choice") != std::string::npos) continue;
+      std::string const config = bench.value("/rules", gnmi::JSON);
+      bench.areHeld(false);
+      ASSERT_TRUE(bench.set(request).ok()) << text;
+      EXPECT_FALSE(isValid(bench)) << text << status.error_message();
+      std::string const back = config == "nothing" ? "delete /rules" : "replace /rules " + config;
+      ASSERT_TRUE(bench.set(setRequest(back)).ok());
+      bench.areHeld(true);
+      ASSERT_EQ(difference(before, bench.leaves()), "");
+    }
+    EXPECT_GT(taken, kSets / 8);
+    EXPECT_LT(taken, kSets);
+  }
+}
+
+} // namespace
