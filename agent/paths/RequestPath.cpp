@@ -64,6 +64,7 @@ RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const&
   made.target = prefix.target();
   if (!isOriginServed(made.origin))
     return invalid(fmt::format("the origin {} is not served", statusText(made.origin)));
+  made.elems.reserve(static_cast<std::size_t>(prefix.elem_size() + path.elem_size()));
   for (gnmi::Path const* const part : {&prefix, &path}) {
     if (grpc::Status status = appendElems(made.elems, *part); !status.ok()) return status;
   }

@@ -1,6 +1,7 @@
 // Admission before parsing: the holders of messages keep a request as bytes until its call is let in.
 #include "agent/service/GnmiService.h"
 
+#include <type_traits>
 #include <utility>
 
 #include "agent/service/Audit.h"
@@ -30,26 +31,42 @@ grpc::ServerUnaryReactor* refused(grpc::CallbackServerContext& context, grpc::St
 
 } // namespace
 
-// The messages of one call; gRPC releases it when the call is over.
+// The messages of one call, which lie together; gRPC releases it when the call is over.
 template <class Request, class Response>
 class GnmiService::UnaryCall final : public grpc::MessageHolder<grpc::ByteBuffer, Response> {
 public:
   UnaryCall() {
     this->set_request(&bytes_);
-    this->set_response(&response_);
+    this->set_response(response_);
   }
   void Release() override { delete this; }
 
   // The bytes are let go.
   [[nodiscard]] bool parse() {
-    return grpc::SerializationTraits<Request>::Deserialize(&bytes_, &request_).ok();
+    return grpc::SerializationTraits<Request>::Deserialize(&bytes_, request_).ok();
   }
-  [[nodiscard]] Request& request() { return request_; }
+  [[nodiscard]] Request& request() { return *request_; }
 
 private:
+  template <class Made>
+  static Made* made(google::protobuf::Arena& arena) {
+    if constexpr (std::is_base_of_v<google::protobuf::Message, Made>) {
+      return google::protobuf::Arena::CreateMessage<Made>(&arena);
+    } else {
+      return google::protobuf::Arena::Create<Made>(&arena);
+    }
+  }
+  static google::protobuf::ArenaOptions options() {
+    google::protobuf::ArenaOptions options;
+    options.start_block_size = 1024;
+    options.max_block_size = 64 * 1024;
+    return options;
+  }
+
   grpc::ByteBuffer bytes_;
-  Request request_;
-  Response response_;
+  google::protobuf::Arena arena_{options()};
+  Request* const request_ = made<Request>(arena_);
+  Response* const response_ = made<Response>(arena_);
 };
 
 template <class Request, class Response>
