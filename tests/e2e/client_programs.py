@@ -37,6 +37,13 @@ def goProgram(package, module, version, tags=""):
     return orSkipped(fetched, WORK / name, f"{module} {version} {tags}", make) / name
 
 
+def telegraf():
+    """With what the fleet's readers and writers need, too."""
+    return goProgram("github.com/influxdata/telegraf/cmd/telegraf", "github.com/influxdata/telegraf", "v1.37.2",
+                     "custom,inputs.gnmi,inputs.nats_consumer,outputs.file,outputs.nats,outputs.prometheus_client,parsers.influx,"
+                     "serializers.influx,serializers.json")
+
+
 class GnmiCli(unittest.TestCase):
     """Sends paths in their old and their new form both."""
     NAME = '"name": {Deprecated TypedValue_JsonVal lo}'
@@ -79,8 +86,7 @@ class Telegraf(unittest.TestCase):
 """
 
     def testTagsMeasurementsByTheirPath(self):
-        program = goProgram("github.com/influxdata/telegraf/cmd/telegraf", "github.com/influxdata/telegraf", "v1.37.2",
-                            "custom,inputs.gnmi,outputs.file,serializers.json")
+        program = telegraf()
         with AgentProcess() as agent:
             config = WORK / "telegraf.conf"
             recipe = fenced("toml", agent.port, __file__)

@@ -14,7 +14,7 @@ def main():
     arguments = parser.parse_args()
     os.environ |= run.variables(arguments, no_proxy="127.0.0.1")
     os.chdir(run.HERE)
-    program = unittest.main(module=None, argv=["clients", *(arguments.tests or ["client_programs"])], verbosity=2, exit=False)
+    program = unittest.main(module=None, argv=["clients", *(arguments.tests or ["client_programs", "fleet_programs"])], verbosity=2, exit=False)
     result = program.result
     if not result.wasSuccessful():
         sys.exit(1)
