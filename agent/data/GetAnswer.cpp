@@ -1,5 +1,5 @@
-// PROTO leaves become bytes at once; JSON leaves gather in a tree for each match of the path, written when
-// the answer is taken.
+// PROTO leaves become bytes at once, and so does the JSON of whole objects; JSON leaves gather in a tree for
+// each match of the path, written when the answer is taken.
 #include "agent/data/GetAnswer.h"
 
 #include <algorithm>
@@ -322,7 +322,8 @@ void GetAnswer::take(std::int64_t timestamp, std::vector<grpc::Slice>& to) {
   prefix.set_origin(path_.origin);
   prefix.set_target(path_.target);
 
-  std::vector<grpc::Slice> body = updates_.take();
+  std::vector<grpc::Slice> body = std::exchange(written_, {});
+  std::ranges::move(updates_.take(), std::back_inserter(body));
   std::size_t size = head.ByteSizeLong();
   for (std::unique_ptr<Match>& match : matches_) {
     appendUpdate(*match, body);
@@ -334,22 +335,45 @@ void GetAnswer::take(std::int64_t timestamp, std::vector<grpc::Slice>& to) {
   std::ranges::move(body, std::back_inserter(to));
 }
 
+void GetAnswer::addText(gnmi::Path const& path, JsonBuffer& text) {
+  gnmi::Path relative;
+  for (int i = static_cast<int>(order_.prefixElems); i < path.elem_size(); ++i)
+    *relative.add_elem() = path.elem(i);
+  bytes_ += text.size();
+  std::string const head = textHead(relative, text.size());
+  bytes_ += head.size();
+  updates_ += head;
+  if (text.isShort()) {
+    updates_ += text.rest();
+    text.clear();
+  } else {
+    std::ranges::move(updates_.take(), std::back_inserter(written_));
+    std::ranges::move(text.take(), std::back_inserter(written_));
+  }
+}
+
 void GetAnswer::appendUpdate(Match const& match, std::vector<grpc::Slice>& to) const {
-  gnmi::Update update;
-  *update.mutable_path() = match.path;
   if (!match.tree) {
+    gnmi::Update update;
+    *update.mutable_path() = match.path;
     *update.mutable_val() = match.leaf;
     to.emplace_back(fieldHead(kUpdate, update.ByteSizeLong()) + update.SerializeAsString());
     return;
   }
   SliceWriter text;
   match.tree->write(text);
-  char const kind = order_.encoding == gnmi::JSON_IETF ? kJsonIetfVal : kJsonVal;
-  std::string const value = fieldHead(kind, text.size());
-  std::string const head =
-      update.SerializeAsString() + fieldHead(kUpdateVal, value.size() + text.size()) + value;
-  to.emplace_back(fieldHead(kUpdate, head.size() + text.size()) + head);
+  to.emplace_back(textHead(match.path, text.size()));
   std::ranges::move(text.take(), std::back_inserter(to));
+}
+
+// What stands before the text of an update.
+std::string GetAnswer::textHead(gnmi::Path const& path, std::size_t size) const {
+  char const kind = order_.encoding == gnmi::JSON_IETF ? kJsonIetfVal : kJsonVal;
+  std::string const value = fieldHead(kind, size);
+  gnmi::Update update;
+  *update.mutable_path() = path;
+  std::string const head = update.SerializeAsString() + fieldHead(kUpdateVal, value.size() + size) + value;
+  return fieldHead(kUpdate, head.size() + size) + head;
 }
 
 } // namespace Agent

@@ -15,6 +15,7 @@
 #include "Kstd/Result.h"
 #include "agent/data/JsonTree.h"
 #include "agent/data/PathStates.h"
+#include "agent/encoding/JsonBuffer.h"
 #include "agent/paths/RequestPath.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -39,6 +40,7 @@ struct GetOrder {
 };
 
 // JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf.
+// What comes is leaves as walks tell them, or the JSON of nodes (`JsonReader`), not both.
 // Filled on the scheduler thread, written out on any one thread.
 class GetAnswer {
 public:
@@ -50,10 +52,14 @@ public:
 
   // Takes leaves; prefix and paths as SnapshotSink gets them.
   void add(gnmi::Notification const& notification);
+  // Takes the JSON of what stands at a path below the data root; nothing of it is left in `text`.
+  void addText(gnmi::Path const& path, JsonBuffer& text);
+  // Something that was not asked for has been read elsewhere.
+  void hasLeftOutIs() { hasLeftOut_ = true; }
   // There is an empty container at the path.
   void emptyContainerIs();
   // Nothing was asked for of what has been read.
-  [[nodiscard]] bool isEmpty() const { return matches_.empty() && updates_.size() == 0; }
+  [[nodiscard]] bool isEmpty() const { return matches_.empty() && updates_.size() == 0 && written_.empty(); }
   // Something has been read that was not asked for.
   [[nodiscard]] bool hasLeftOut() const { return hasLeftOut_; }
   // About the size of the answer, and of the memory it takes until it has been taken.
@@ -74,6 +80,7 @@ private:
   [[nodiscard]] Match& matchIs(Place const& place);
   [[nodiscard]] bool isAt(Match const& match, Place const& place) const;
   void appendUpdate(Match const& match, std::vector<grpc::Slice>& to) const;
+  [[nodiscard]] std::string textHead(gnmi::Path const& path, std::size_t size) const;
   // The first elements of a place as a path in the answer.
   [[nodiscard]] gnmi::Path relative(Place const& place, std::size_t depth) const;
 
@@ -83,8 +90,9 @@ private:
   bool hasLeftOut_ = false;
   std::size_t bytes_ = 0;
   std::size_t memoryBytes_ = 0;                 // beside the bytes of the answer
-  SliceWriter updates_;                         // PROTO: encoded
-  std::vector<std::unique_ptr<Match>> matches_; // JSON
+  std::vector<grpc::Slice> written_;            // updates, encoded,
+  SliceWriter updates_;                         // and those behind them
+  std::vector<std::unique_ptr<Match>> matches_; // JSON that has been put together of leaves
   absl::flat_hash_map<std::string, Match*> matchOf_;
 };
 

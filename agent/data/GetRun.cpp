@@ -1,5 +1,5 @@
-// One snapshot after the other, each into its answer, within the limits of size and memory; a path that gives
-// nothing is looked up again.
+// One path after the other, each into its answer, by a reading of objects or else by a snapshot, within the
+// limits of size and memory; a path that gives nothing is looked up again.
 #include "agent/data/GetRun.h"
 
 #include <utility>
@@ -40,20 +40,36 @@ void GetRun::next() {
   auto pattern = Pattern::of(order_.paths[index]);
   if (!pattern) return end(pattern.error());
   answers_.push_back(std::make_unique<GetAnswer>(order_, index));
+  if (auto plan = ObjectReading::planOf(order_, *pattern)) {
+    auto const self = shared_from_this();
+    reading_ = std::make_unique<ObjectReading>(
+        router_, order_, std::move(*pattern), std::move(plan), *answers_.back(), address_,
+        [self](std::size_t bytes) { return self->hasGrown(bytes); },
+        [self] {
+          std::unique_ptr<ObjectReading> const ended = std::move(self->reading_); // until this has returned
+          self->pathIsRead();
+        });
+    return;
+  }
   snapshot_ = std::make_shared<Snapshot>(router_, std::move(*pattern), shared_from_this(), address_);
 }
 
 void GetRun::notification(gnmi::Notification const& notification) {
   if (isTooLarge_ || !done_) return;
   answers_.back()->add(notification);
-  std::size_t const bytes = bytes_ + answers_.back()->bytes();
-  if (bytes > context_.limits().getBytes) {
+  static_cast<void>(hasGrown(0));
+}
+
+bool GetRun::hasGrown(std::size_t beside) {
+  GetAnswer const& answer = *answers_.back();
+  if (bytes_ + answer.bytes() + beside > context_.limits().getBytes) {
     tooLargeIs(fmt::format("the answer has more than {} bytes: ask for less, or subscribe",
                            context_.limits().getBytes));
-  } else if (!shares_->bytes.growTo(bytes) ||
-             !shares_->memory.growTo(memoryBytes_ + answers_.back()->memoryBytes())) {
+  } else if (!shares_->bytes.growTo(bytes_ + answer.bytes() + beside) ||
+             !shares_->memory.growTo(memoryBytes_ + answer.memoryBytes() + beside)) {
     tooLargeIs("too many answers wait for their clients: try again later");
   }
+  return !isTooLarge_;
 }
 
 void GetRun::tooLargeIs(std::string text) {
@@ -64,10 +80,12 @@ void GetRun::tooLargeIs(std::string text) {
 }
 
 void GetRun::done(grpc::Status const& status) {
-  std::shared_ptr<GetRun> const self = shared_from_this();
   std::shared_ptr<Snapshot> const snapshot = std::exchange(snapshot_, nullptr); // until it has returned
   if (!status.ok()) return end(status);
-  if (isTooLarge_) return;
+  if (!isTooLarge_) pathIsRead();
+}
+
+void GetRun::pathIsRead() {
   GetAnswer& answer = *answers_.back();
   if (answer.isEmpty() && !answer.hasLeftOut()) {
     RequestPath const& path = order_.paths[answers_.size() - 1];
@@ -77,7 +95,7 @@ void GetRun::done(grpc::Status const& status) {
   }
   bytes_ += answer.bytes();
   memoryBytes_ += answer.memoryBytes();
-  context_.scheduler()->post([self] { self->next(); });
+  context_.scheduler()->post([self = shared_from_this()] { self->next(); });
 }
 
 grpc::ByteBuffer GetRun::takeResponse() {
@@ -95,6 +113,7 @@ void GetRun::cancel() { end({StatusCode::CANCELLED, "the client has left"}); }
 void GetRun::end(grpc::Status const& status) {
   if (!done_) return;
   snapshot_.reset();
+  reading_.reset();
   timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
   std::exchange(done_, nullptr)(status);
 }

@@ -13,6 +13,7 @@
 
 #include "agent/context/ByteBudget.h"
 #include "agent/data/GetAnswer.h"
+#include "agent/data/ObjectReading.h"
 #include "agent/router/Snapshot.h"
 
 namespace Agent {
@@ -48,6 +49,9 @@ private:
   void notification(gnmi::Notification const& notification) override;
   void done(grpc::Status const& status) override;
   void next();
+  void pathIsRead();
+  // The answer has, by that and so many bytes beside it. False: by too many.
+  [[nodiscard]] bool hasGrown(std::size_t beside);
   void tooLargeIs(std::string text);
   void end(grpc::Status const& status);
 
@@ -61,8 +65,9 @@ private:
   std::size_t bytes_ = 0; // of the answers before the last
   bool isTooLarge_ = false;
   std::size_t memoryBytes_ = 0;
-  std::int64_t timestamp_ = 0;         // of the end of the reading, in loop time
-  std::shared_ptr<Snapshot> snapshot_; // refers to this
+  std::int64_t timestamp_ = 0;             // of the end of the reading, in loop time
+  std::shared_ptr<Snapshot> snapshot_;     // refers to this
+  std::unique_ptr<ObjectReading> reading_; // likewise
 };
 
 } // namespace Agent

@@ -23,14 +23,48 @@ using gnmi::TypedValue;
 
 namespace {
 
-bool isPlain(char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; }
-
 bool isWide(Kel::KelType type) {
   return type.isBuiltin() &&
          (type.builtinKind() == Kel::BuiltinKind::U64 || type.builtinKind() == Kel::BuiltinKind::S64);
 }
 
-// Whether RFC 7951 writes a number of this leaf as a string. A union's numbers follow its alternatives.
+bool isEnumerator(Kel::KelType type, std::string_view name) {
+  if (!type.isEnum()) return false;
+  auto const& all = type.enumerators();
+  return std::any_of(all.begin(), all.end(), [&](auto const& each) { return each.name.view() == name; });
+}
+
+// Whether a name of the leaf is an identity, and not just a text that a union allows too.
+bool isIdentityName(LeafInfo const& leaf, std::string_view name) {
+  if (leaf.type == LeafType::Identity) return true;
+  for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
+    if (isEnumerator((*alternative).memberType(), name)) return true;
+  }
+  return false;
+}
+
+template <class Number>
+void appendNumber(std::string& to, Number number, bool isText) {
+  fmt::format_int const digits(number);
+  if (isText) to += '"';
+  to.append(digits.data(), digits.size());
+  if (isText) to += '"';
+}
+
+void appendDecimal(std::string& to, double number, int digits, bool isText) {
+  if (!std::isfinite(number)) {
+    to += "null";
+    return;
+  }
+  if (isText) to += '"';
+  fmt::format_to(std::back_inserter(to), FMT_STRING("{:.{}f}"), number, digits);
+  for (; digits > 1 && to.back() == '0'; --digits)
+    to.pop_back(); // canonical: no zeros behind but the first digit
+  if (isText) to += '"';
+}
+
+} // namespace
+
 bool isNumberText(LeafInfo const& leaf) {
   switch (leaf.type) {
   case LeafType::Int64:
@@ -59,22 +93,21 @@ bool isNumberText(LeafInfo const& leaf) {
   return false;
 }
 
-bool isEnumerator(Kel::KelType type, std::string_view name) {
-  if (!type.isEnum()) return false;
-  auto const& all = type.enumerators();
-  return std::any_of(all.begin(), all.end(), [&](auto const& each) { return each.name.view() == name; });
+bool isEncodingSupported(gnmi::Encoding encoding) {
+  return encoding == gnmi::JSON || encoding == gnmi::JSON_IETF || encoding == gnmi::PROTO;
 }
 
-// Whether a name of the leaf is an identity, and not just a text that a union allows too.
-bool isIdentityName(LeafInfo const& leaf, std::string_view name) {
-  if (leaf.type == LeafType::Identity) return true;
-  for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
-    if (isEnumerator((*alternative).memberType(), name)) return true;
+void appendJsonString(std::string& to, std::string_view text) {
+  if (!isPlainJsonText(text)) {
+    to += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return;
   }
-  return false;
+  to += '"';
+  to += text;
+  to += '"';
 }
 
-void appendName(std::string& to, std::string_view name, LeafInfo const& leaf, bool isIetf) {
+void appendNameJson(std::string& to, std::string_view name, LeafInfo const& leaf, bool isIetf) {
   bool const isQualified = isIetf && !leaf.identityModule.empty() &&
                            (leaf.type == LeafType::Identity || leaf.type == LeafType::Union) &&
                            isIdentityName(leaf, name);
@@ -83,42 +116,6 @@ void appendName(std::string& to, std::string_view name, LeafInfo const& leaf, bo
   to += leaf.identityModule;
   to += ':';
   to += name; // a name of the model: nothing to escape
-  to += '"';
-}
-
-template <class Number>
-void appendNumber(std::string& to, Number number, bool isText) {
-  fmt::format_int const digits(number);
-  if (isText) to += '"';
-  to.append(digits.data(), digits.size());
-  if (isText) to += '"';
-}
-
-void appendDecimal(std::string& to, double number, int digits, bool isText) {
-  if (!std::isfinite(number)) {
-    to += "null";
-    return;
-  }
-  if (isText) to += '"';
-  fmt::format_to(std::back_inserter(to), FMT_STRING("{:.{}f}"), number, digits);
-  for (; digits > 1 && to.back() == '0'; --digits)
-    to.pop_back(); // canonical: no zeros behind but the first digit
-  if (isText) to += '"';
-}
-
-} // namespace
-
-bool isEncodingSupported(gnmi::Encoding encoding) {
-  return encoding == gnmi::JSON || encoding == gnmi::JSON_IETF || encoding == gnmi::PROTO;
-}
-
-void appendJsonString(std::string& to, std::string_view text) {
-  if (!std::all_of(text.begin(), text.end(), isPlain)) {
-    to += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    return;
-  }
-  to += '"';
-  to += text;
   to += '"';
 }
 
@@ -134,7 +131,7 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
       to += value.string_val(); // canonical: a number of JSON
       return;
     }
-    return appendName(to, value.string_val(), leaf, isIetf);
+    return appendNameJson(to, value.string_val(), leaf, isIetf);
   case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
   case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
   case TypedValue::kBoolVal:
@@ -197,7 +194,7 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
   case LeafType::Binary:
   case LeafType::InstanceIdentifier: break;
   }
-  appendName(to, text, leaf, isIetf);
+  appendNameJson(to, text, leaf, isIetf);
 }
 
 namespace {

@@ -2,6 +2,8 @@
 // their names) is written as JSON or, by RFC 7951, as JSON_IETF. Pure: any thread.
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -22,8 +24,38 @@ void leafEncodingIs(gnmi::TypedValue& value, LeafInfo const& leaf, gnmi::Encodin
 // module.
 void appendLeafJson(std::string& to, gnmi::TypedValue const& value, LeafInfo const& leaf, bool isIetf);
 
+// The same of a value that is a text.
+void appendNameJson(std::string& to, std::string_view name, LeafInfo const& leaf, bool isIetf);
+
 // The value of a list's key leaf, from its text in a path.
 void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf);
+
+// Whether a number of the leaf is a string by RFC 7951. A union's numbers follow its alternatives.
+[[nodiscard]] bool isNumberText(LeafInfo const& leaf);
+
+// Whether a text stands in a JSON string as it is: ASCII, and nothing to escape.
+[[nodiscard]] inline bool isPlainJsonText(std::string_view text) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  constexpr std::uint64_t kTops = kOnes << 7;
+  // The top bit of some byte is set when there is a byte of the kind; where there is none, of none.
+  auto const hasOther = [](std::uint64_t bytes) {
+    std::uint64_t const quotes = bytes ^ (kOnes * '"');
+    std::uint64_t const escapes = bytes ^ (kOnes * '\\');
+    return ((bytes | (bytes - kOnes * 0x20) | (quotes - kOnes) | (escapes - kOnes)) & kTops) != 0;
+  };
+  char const* at = text.data();
+  std::size_t left = text.size();
+  for (; left >= 8; at += 8, left -= 8) {
+    std::uint64_t bytes;
+    std::memcpy(&bytes, at, 8);
+    if (hasOther(bytes)) return false;
+  }
+  for (; left > 0; ++at, --left) {
+    auto const byte = static_cast<unsigned char>(*at);
+    if (byte < 0x20 || byte > 0x7f || byte == '"' || byte == '\\') return false;
+  }
+  return true;
+}
 
 // Appends a JSON string. What is not UTF-8 becomes the replacement character.
 void appendJsonString(std::string& to, std::string_view text);

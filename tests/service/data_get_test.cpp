@@ -1,5 +1,9 @@
 // Get: encodings, types, wildcards, what is told of what is not there.
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <set>
 
 #include "Ondra/GnmiPath.h"
 #include "agent/data/GetRun.h"
@@ -70,6 +74,95 @@ TEST_F(DataGet, containersAndListsWithTheirModules) {
       R"({"ip":"192.0.2.2","config":{"ip":"192.0.2.2","prefix-length":24}}]}},)"
       R"("openconfig-if-ip:ipv6":{"config":{"enabled":true},"addresses":{"address":[)"
       R"({"ip":"2001:db8::1","config":{"ip":"2001:db8::1","prefix-length":64,"type":"GLOBAL_UNICAST"}}]}}}]})");
+}
+
+// The entries of lists in one order: a walk's texts sort keys otherwise than the model does.
+json inOneOrder(json value) {
+  if (value.is_structured()) {
+    for (json& each : value)
+      each = inOneOrder(each);
+  }
+  if (value.is_array()) std::sort(value.begin(), value.end());
+  return value;
+}
+
+// Behind "..." an object's leaves come one by one, by a walk; without it the object is read whole.
+TEST_F(DataGet, objectsReadWholeAreWhatTheirLeavesAre) {
+  std::set<std::string> places = {""};
+  for (auto const& [leaf, value] : bench.leaves()) {
+    gnmi::Path place = path(leaf);
+    for (place.mutable_elem()->RemoveLast(); place.elem_size() > 0; place.mutable_elem()->RemoveLast()) {
+      places.insert(text(place));
+      gnmi::Path list = place; // all its entries, one update for each
+      list.mutable_elem(list.elem_size() - 1)->clear_key();
+      places.insert(text(list));
+    }
+  }
+  EXPECT_GT(places.size(), 100U);
+  auto const answer = [this](std::string const& place, gnmi::Encoding encoding, GetRequest::DataType type,
+                             int depth) {
+    gnmi::GetRequest request = getRequest({place}, encoding, type);
+    if (depth > 0) request.add_extension()->mutable_depth()->set_level(static_cast<std::uint32_t>(depth));
+    gnmi::GetResponse response;
+    grpc::Status const status = bench.readHere(request, response);
+    std::string all = fmt::format("{}\n", static_cast<int>(status.error_code()));
+    for (gnmi::Notification const& each : response.notification()) {
+      for (gnmi::Update const& update : each.update())
+        all += fmt::format(
+            "{}: {}\n", text(update.path()),
+            inOneOrder(json::parse(update.val().json_val() + update.val().json_ietf_val())).dump());
+    }
+    return all;
+  };
+  for (std::string const& place : places) {
+    for (gnmi::Encoding const encoding : {JSON, JSON_IETF}) {
+      for (auto const& [type, depth] : {std::pair(GetRequest::ALL, 0),
+                                        {GetRequest::CONFIG, 0},
+                                        {GetRequest::OPERATIONAL, 0},
+                                        {GetRequest::ALL, 2}}) {
+        EXPECT_EQ(answer(place.empty() ? "/" : place, encoding, type, depth),
+                  answer("/..." + place, encoding, type, depth))
+            << place << ' ' << encoding << ' ' << type << ' ' << depth;
+      }
+    }
+  }
+}
+
+// What is removed while it is read is left out, or ends where the reading stands; the text stays whole.
+TEST_F(DataGet, objectsThatGoWhileTheyAreRead) {
+  auto& interfaces = *bench.tree().interfaces;
+  auto const name = [](int i) { return Kel::String(fmt::format("port{:03}", i)); };
+  for (int i = 0; i < 60; ++i)
+    interfaces.entryIs(&Agent::Interfaces::interface, name(i))
+        ->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 7);
+  Tovak::TaskScheduler& scheduler = *bench.runtime().context().scheduler();
+  scheduler.sliceNsIs(0); // every step is a slice
+  bool ended = false;
+  auto const run =
+      std::make_shared<Agent::GetRun>(bench.runtime().router(), *Agent::GetOrder::of(getRequest({"/"})), "");
+  run->start([&ended](grpc::Status const& status) { ended = status.ok(); });
+  for (int step = 0; !ended && step < 100'000; ++step) {
+    if (step % 3 == 0) interfaces.entryDel(&Agent::Interfaces::interface, name(step / 3 * 2 + 1));
+    scheduler.runOnce();
+  }
+  ASSERT_TRUE(ended);
+  gnmi::GetResponse response;
+  grpc::ByteBuffer bytes = run->takeResponse();
+  ASSERT_TRUE(grpc::SerializationTraits<gnmi::GetResponse>::Deserialize(&bytes, &response).ok());
+  json const tree = json::parse(response.notification(0).update(0).val().json_val());
+  std::set<std::string> read;
+  for (json const& one : tree["interfaces"]["interface"]) {
+    read.insert(one["name"]);
+    std::string const port = one["name"];
+    bool const stays = port.starts_with("port") && (port.back() - '0') % 2 == 0;
+    if (stays) {
+      EXPECT_EQ(one["subinterfaces"]["subinterface"][0]["index"], 7) << one;
+    }
+  }
+  for (int i = 0; i < 60; i += 2)
+    EXPECT_TRUE(read.contains(name(i).str())) << i;
+  EXPECT_LT(read.size(), 62U);
+  EXPECT_TRUE(tree.contains("system"));
 }
 
 TEST_F(DataGet, typesSelectLeaves) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "agent/data/GetRun.h"
 #include "agent/data/SetRun.h"
@@ -51,20 +52,21 @@ std::string DataBench::value(std::string_view path, gnmi::Encoding encoding, Get
   return shown(response.notification(0).update(0).val());
 }
 
-DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
-  auto order = Agent::GetOrder::of(getRequest({"/"}, gnmi::PROTO, type));
+grpc::Status DataBench::readHere(GetRequest const& request, gnmi::GetResponse& response) {
+  auto order = Agent::GetOrder::of(request);
   auto const run = std::make_shared<Agent::GetRun>(runtime().router(), std::move(*order), "");
-  bool ended = false;
-  run->start([&ended](grpc::Status const& status) {
-    EXPECT_TRUE(status.ok()) << status.error_message();
-    ended = true;
-  });
+  std::optional<grpc::Status> ended;
+  run->start([&ended](grpc::Status const& status) { ended = status; });
   settle();
-  EXPECT_TRUE(ended);
-  Leaves leaves;
-  gnmi::GetResponse response;
+  if (!ended || !ended->ok()) return ended.value_or(grpc::Status::CANCELLED);
   grpc::ByteBuffer bytes = run->takeResponse();
-  EXPECT_TRUE(grpc::SerializationTraits<gnmi::GetResponse>::Deserialize(&bytes, &response).ok());
+  return grpc::SerializationTraits<gnmi::GetResponse>::Deserialize(&bytes, &response);
+}
+
+DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
+  gnmi::GetResponse response;
+  EXPECT_TRUE(readHere(getRequest({"/"}, gnmi::PROTO, type), response).ok());
+  Leaves leaves;
   for (gnmi::Update const& update : response.notification(0).update()) {
     bool const isNew = leaves.emplace(text(update.path()), shown(update.val())).second;
     EXPECT_TRUE(isNew) << text(update.path());

@@ -30,6 +30,8 @@ public:
   // "path" -> "value" of all leaves at and below a path, read without gRPC.
   using Leaves = std::map<std::string, std::string>;
   [[nodiscard]] Leaves leaves(gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL);
+  // A Get without gRPC.
+  grpc::Status readHere(gnmi::GetRequest const& request, gnmi::GetResponse& response);
   // A Set without gRPC.
   grpc::Status setHere(gnmi::SetRequest const& request);
 
