@@ -11,6 +11,7 @@
 #include "Tovak/DebugHandler.h"
 #include "agent/encoding/LeafEncoding.h"
 #include "agent/paths/TypeTree.h"
+#include "agent/subscribe/WireJson.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
@@ -53,14 +54,14 @@ std::string_view textOf(std::span<std::uint8_t const> bytes) {
 
 constexpr char kUpdateVal = 3 << 3 | 2;
 constexpr char kText = 1 << 3 | 2; // of a TypedValue
-constexpr char kList = 9 << 3 | 2;
+constexpr char kList = 8 << 3 | 2;
 
 // Whether an encoded update may be of a leaf that is told as something else than it is held as.
-bool mayBeToldOtherwise(std::string_view update) {
-  std::string_view path = takeField(update);
-  if (update.empty() || update.front() != kUpdateVal) return false;
-  std::string_view const value = takeField(update);
+bool mayBeToldOtherwise(EncodedUpdate const& update) {
+  std::string_view field = update.value;
+  std::string_view const value = field.empty() || field.front() != kUpdateVal ? field : takeField(field);
   if (value.empty() || (value.front() != kText && value.front() != kList)) return false;
+  std::string_view path = update.path;
   std::string_view last;
   while (!path.empty())
     last = takeField(path);
@@ -74,10 +75,6 @@ LeafInfo const* leafOf(Ondra::Path const& prefix, gnmi::Path const& path) {
   return node ? node->leaf() : nullptr;
 }
 
-bool isEmptyList(gnmi::TypedValue const& value) {
-  return value.has_leaflist_val() && value.leaflist_val().element().empty();
-}
-
 } // namespace
 
 void ByteBundle::add(Ondra::WireResponse const& response) {
@@ -89,20 +86,29 @@ void ByteBundle::add(Ondra::WireResponse const& response) {
   std::string_view above = textOf(response.prefixElems);
   for (std::size_t i = 0; i < depth; ++i)
     static_cast<void>(takeField(above));
+  if (json_ != nullptr) json_->prefixIs(*response.prefix);
   std::string_view left = textOf(response.changes);
   while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none
-    std::string_view const update = takeField(left);
+    std::string_view const bytes = takeField(left);
+    EncodedUpdate const update(bytes);
+    if (update.isNothing()) continue;
+    if (json_ != nullptr) {
+      std::string_view value = update.value;
+      body_->jsonUpdate(above, update.path, json_->isIetf(), json_->text(update.path, takeField(value)));
+      continue;
+    }
     if (!mayBeToldOtherwise(update)) {
       body_->encodedUpdate(above, update);
       continue;
     }
     gnmi::Update parsed;
-    LeafInfo const* const leaf = parsed.ParseFromArray(update.data(), static_cast<int>(update.size()))
+    LeafInfo const* const leaf = parsed.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))
                                      ? leafOf(*response.prefix, parsed.path())
                                      : nullptr;
     if (leaf == nullptr) {
       body_->encodedUpdate(above, update);
-    } else if (leafEncodingIs(*parsed.mutable_val(), *leaf, gnmi::PROTO); !isEmptyList(parsed.val())) {
+    } else {
+      leafEncodingIs(*parsed.mutable_val(), *leaf, gnmi::PROTO);
       body_->update(above, parsed.path(), parsed.val(), 0);
     }
   }

@@ -17,15 +17,19 @@ struct WireResponse;
 
 namespace Agent {
 
-// Of one time. For PROTO, and for walks all of whose leaves are meant: values are sent as they come, and only
-// the paths are put together anew, those of the updates with what their prefixes have beyond the frame's
+class WireJson;
+
+// Of one time. For walks all of whose leaves are meant: values are sent as they come, or as JSON, and the
+// paths are put together anew, those of the updates with what their prefixes have beyond the frame's
 // `prefixDepth`. Scheduler thread.
 class ByteBundle {
 public:
-  ByteBundle(std::shared_ptr<Frame const> frame, std::int64_t timestamp, std::size_t limit)
+  // `json`: null for PROTO; outlives it.
+  ByteBundle(std::shared_ptr<Frame const> frame, std::int64_t timestamp, std::size_t limit, WireJson* json)
       : frame_(std::move(frame))
       , timestamp_(timestamp)
-      , limit_(limit) {}
+      , limit_(limit)
+      , json_(json) {}
 
   // REQUIRES that the prefix has the data root and `prefixDepth` elements more, the same ones each time.
   void add(Ondra::WireResponse const& response);
@@ -35,6 +39,7 @@ private:
   std::shared_ptr<Frame const> frame_;
   std::int64_t timestamp_;
   std::size_t limit_;
+  WireJson* json_;
   std::optional<ResponseBody> body_; // from the first response on, whose prefix its head takes
 };
 

@@ -283,22 +283,23 @@ bool Call::take(std::shared_ptr<Ondra::ArenaRespMsg>& response) {
   return !isFull();
 }
 
-// Values as the library encodes them are what PROTO asks for. Nobody may want to know of single leaves.
+// Nobody may want to know of single leaves.
 bool Call::wantsBytes() const {
   Job const& job = jobs_.front();
   Selector const& selector = job.subscription->selector();
-  return plan_.encoding == gnmi::PROTO && job.purpose != Purpose::Sample && !job.subscription->suppresses() &&
-         !selector.hasRivals() && modules_ == nullptr && selector.depth() == 0 &&
-         selector.pattern()->coversObjects();
+  return job.purpose != Purpose::Sample && !job.subscription->suppresses() && !selector.hasRivals() &&
+         modules_ == nullptr && selector.depth() == 0 && selector.pattern()->coversObjects();
 }
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {
   if (response.updates == 0) return true;
   std::int64_t const time = stampOf(response.timestamp);
-  auto const bundle =
-      byteBundles_
-          .try_emplace(time, jobs_.front().subscription->frame(), time, context_.limits().responseBytes)
-          .first;
+  if (!wireJson_ && plan_.encoding != gnmi::PROTO)
+    wireJson_ = std::make_unique<WireJson>(plan_.encoding == gnmi::JSON_IETF);
+  auto const bundle = byteBundles_
+                          .try_emplace(time, jobs_.front().subscription->frame(), time,
+                                       context_.limits().responseBytes, wireJson_.get())
+                          .first;
   bundle->second.add(response);
   bundledLeaves_ += response.updates;
   if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();

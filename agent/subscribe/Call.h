@@ -35,6 +35,7 @@
 #include "agent/subscribe/ByteBundle.h"
 #include "agent/subscribe/Subscriber.h"
 #include "agent/subscribe/Subscription.h"
+#include "agent/subscribe/WireJson.h"
 
 namespace Agent {
 
@@ -143,6 +144,7 @@ private:
   std::unique_ptr<PatternWalk> walk_;
   std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
   std::map<std::int64_t, ByteBundle> byteBundles_; // the same of walks that tell bytes
+  std::unique_ptr<WireJson> wireJson_;             // for those; null: for PROTO, or not yet
   std::size_t bundledLeaves_ = 0;
   Backlog backlog_;
   ByteBudget::Share backlogShare_;

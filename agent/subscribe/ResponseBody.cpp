@@ -25,6 +25,8 @@ constexpr char kDelete = 5 << 3 | 2;
 constexpr char kUpdatePath = 1 << 3 | 2;
 constexpr char kUpdateVal = 3 << 3 | 2;
 constexpr char kUpdateDuplicates = 4 << 3 | 0;
+constexpr char kValJson = 10 << 3 | 2;
+constexpr char kValJsonIetf = 11 << 3 | 2;
 // The value of an update: a `leaflist_val` of nothing.
 constexpr std::string_view kEmptyList("\x1a\x02\x42\x00", 4);
 
@@ -81,22 +83,43 @@ void ResponseBody::update(std::string_view above, gnmi::Path const& path, gnmi::
   CodedOutputStream::WriteVarint64ToArray(duplicates, at);
 }
 
-void ResponseBody::encodedUpdate(std::string_view above, std::string_view update) {
-  std::size_t pathSize = 0;
+EncodedUpdate::EncodedUpdate(std::string_view bytes) {
+  std::size_t size = 0;
   std::size_t begin = 1; // behind the path's tag
   for (unsigned shift = 0;; shift += 7) {
-    auto const byte = static_cast<unsigned char>(update[begin++]);
-    pathSize |= static_cast<std::size_t>(byte & 0x7f) << shift;
+    auto const byte = static_cast<unsigned char>(bytes[begin++]);
+    size |= static_cast<std::size_t>(byte & 0x7f) << shift;
     if (byte < 0x80) break;
   }
-  std::string_view const rest = update.substr(begin); // the path's elements and what follows it
-  if (rest.substr(pathSize) == kEmptyList) return;    // a leaf-list without entries is not there
-  std::size_t const size = fieldSize(above.size() + pathSize) + rest.size() - pathSize;
+  path = bytes.substr(begin, size);
+  value = bytes.substr(begin + size);
+}
+
+bool EncodedUpdate::isNothing() const noexcept { return value == kEmptyList; }
+
+void ResponseBody::encodedUpdate(std::string_view above, EncodedUpdate const& update) {
+  std::size_t const pathSize = above.size() + update.path.size();
+  std::size_t const size = fieldSize(pathSize) + update.value.size();
   std::uint8_t* at = grow(fieldSize(size));
   at = putHead(kUpdate, size, at);
-  at = putHead(kUpdatePath, above.size() + pathSize, at);
+  at = putHead(kUpdatePath, pathSize, at);
   at = putText(above, at);
-  putText(rest, at);
+  at = putText(update.path, at);
+  putText(update.value, at);
+}
+
+void ResponseBody::jsonUpdate(std::string_view above, std::string_view path, bool isIetf,
+                              std::string_view json) {
+  std::size_t const pathSize = above.size() + path.size();
+  std::size_t const valSize = fieldSize(json.size());
+  std::size_t const size = fieldSize(pathSize) + fieldSize(valSize);
+  std::uint8_t* at = grow(fieldSize(size));
+  at = putHead(kUpdate, size, at);
+  at = putHead(kUpdatePath, pathSize, at);
+  at = putText(above, at);
+  at = putText(path, at);
+  at = putHead(kUpdateVal, valSize, at);
+  putText(json, putHead(isIetf ? kValJsonIetf : kValJson, json.size(), at));
 }
 
 void ResponseBody::del(gnmi::Path const& path) {

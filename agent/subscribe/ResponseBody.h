@@ -20,6 +20,16 @@ namespace Agent {
 
 struct Frame;
 
+// The parts of an Update that the library has encoded.
+struct EncodedUpdate {
+  explicit EncodedUpdate(std::string_view bytes);
+  // A leaf-list without entries: it is not there.
+  [[nodiscard]] bool isNothing() const noexcept;
+
+  std::string_view path;  // its elements
+  std::string_view value; // the field of the value, with its tag
+};
+
 // Gathers updates and deletes into responses that share their head: time and prefix. None is longer than
 // `limit`, nor than a block, unless a single leaf is. Each is written where it will be sent from. Any thread.
 class ResponseBody {
@@ -30,8 +40,10 @@ public:
   // The path of the update begins with the elements of `above`, encoded as fields of a Path.
   void update(std::string_view above, gnmi::Path const& path, gnmi::TypedValue const& val,
               std::uint32_t duplicates);
-  // The same of an Update that is encoded already, its path first.
-  void encodedUpdate(std::string_view above, std::string_view update);
+  // The same of an update that is encoded already.
+  void encodedUpdate(std::string_view above, EncodedUpdate const& update);
+  // The same of a path that is encoded and a value that is JSON.
+  void jsonUpdate(std::string_view above, std::string_view path, bool isIetf, std::string_view json);
   void del(gnmi::Path const& path);
 
   // What has been gathered; none when nothing has.
