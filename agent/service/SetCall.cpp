@@ -13,10 +13,15 @@
 namespace Agent {
 namespace {
 
+// Where both lie in one arena, and so end together, the answer refers to the request's own path.
 void addResult(gnmi::SetResponse& response, gnmi::UpdateResult::Operation op, gnmi::Path const& path) {
   gnmi::UpdateResult& result = *response.add_response();
   result.set_op(op);
-  *result.mutable_path() = path;
+  if (path.GetArena() != nullptr && path.GetArena() == response.GetArena()) {
+    result.unsafe_arena_set_allocated_path(const_cast<gnmi::Path*>(&path));
+  } else {
+    *result.mutable_path() = path;
+  }
 }
 
 // The answer to a request that has been carried out, but for its timestamp.

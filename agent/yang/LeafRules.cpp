@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include <absl/hash/hash.h>
 #include <fmt/format.h>
 #include <libyang/libyang.h>
 #include <libyang/plugins_types.h>
@@ -82,7 +83,26 @@ public:
   }
   [[nodiscard]] bool hasPosix() const { return !posix_.empty(); }
 
+  // Who writes the same keys again and again does not pay for their patterns each time.
   Kstd::Result<std::string, std::string> canonical(std::string_view text) const override {
+    struct Known {
+      LeafRules const* rules = nullptr;
+      std::string text;
+      std::string canonical;
+    };
+    constexpr std::size_t kKnown = 1024;
+    constexpr std::size_t kLongest = 64;
+    static thread_local std::vector<Known> known(kKnown);
+    Known& one = known[absl::HashOf(this, text) % kKnown];
+    if (one.rules == this && one.text == text) return one.canonical;
+    auto found = checked(text);
+    if (found && text.size() <= kLongest) one = {this, std::string(text), *found};
+    return found;
+  }
+  std::string text() const override { return text_; }
+
+private:
+  Kstd::Result<std::string, std::string> checked(std::string_view text) const {
     auto held = stored(text);
     if (!held) return held;
     std::string canonical = *std::move(held);
@@ -92,9 +112,6 @@ public:
     }
     return canonical;
   }
-  std::string text() const override { return text_; }
-
-private:
   // As the type's own part of the schema library takes it.
   Kstd::Result<std::string, std::string> stored(std::string_view text) const {
     lyd_value value{};
