@@ -54,7 +54,33 @@ bool isEntryConfig(TypeNode const& child) {
   return child.attr && !child.isList() && child.isObject() && child.attr.isRemovable() && keyCopyOf(child);
 }
 
+namespace {
+
+// Whether anything at or below an object is state, beside copies of keys.
+bool holdsState(TypeNode const& type, Handle const& object) {
+  return std::ranges::any_of(type.children(), [&object](TypeNode const& child) {
+    if (LeafInfo const* const leaf = child.leaf())
+      return !leaf->isConfig && !leaf->isKeyCopy && child.attr.genericIfExist(object);
+    if (!child.isList()) {
+      Handle const below = containerOf(child, object);
+      return below && holdsState(child, below);
+    }
+    for (auto keys = keysBehind(child.attr, object, nullptr); !keys.empty();
+         keys = keysBehind(child.attr, object, keys.back())) {
+      if (child.isState) return true;
+      for (Handle const& key : keys) {
+        Handle const entry = entryOf(child, object, key);
+        if (entry && holdsState(child, entry)) return true;
+      }
+    }
+    return false;
+  });
+}
+
+} // namespace
+
 bool isOfMachine(TypeNode const& list, Handle const& entry) {
+  if (list.type.isRuntime()) return entry && holdsState(list, entry);
   auto const state = list.child("state");
   Handle const object = state ? containerOf(*state, entry) : nullptr;
   if (!object) return false;

@@ -197,10 +197,7 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
   if (parent && (isValue || !object)) remember(parent, type.attr, nullptr);
   // A declared entry that is made makes it itself; one of a type made at run time does not.
   if ((parent || type.type.isRuntime()) && !object && isNamed && isEntryConfig(type)) {
-    for (TypeNode const& copy : type.children()) { // which makes it, whatever else is written
-      if (copy.leaf() != nullptr && copy.leaf()->isKeyCopy)
-        writeKey(copy.attr, node->nearestKey(copy.leaf()->keyName));
-    }
+    writeCopies(*node, type); // which makes it, whatever else is written
     if (interface_ != nullptr) interfaces.insert(*interface_);
   }
   valuesEntered_ += isValue ? 1 : 0;
@@ -258,6 +255,8 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string entryKey, 
       for (std::size_t i = 0; i < list.keyCount(); ++i) // which makes it
         writeKey(list.key(i), keyValue(entryKey, list.keyCount(), i));
     }
+    if (isNamed && list.type.isRuntime() && plan_.root.writer == Writer::Client)
+      makeConfig(*node, list, object);
     valuesEntered_ += isValue ? 1 : 0;
     co_await below(node, list, object, isCleared);
     valuesEntered_ -= isValue ? 1 : 0;
@@ -265,6 +264,28 @@ Steps SetDiff::entry(PlanNode const* node, TypeNode list, std::string entryKey, 
   isStateKept_ = wasStateKept;
   leave();
   if (isInterface) interface_ = nullptr;
+}
+
+// The keys of what is configured point into its container of configuration, which the plan need not name.
+void SetDiff::makeConfig(PlanNode const& entry, TypeNode const& list, Handle const& object) {
+  for (TypeNode const& child : list.children()) {
+    if (child.leaf() != nullptr || !isEntryConfig(child) || !leafInfo(keyCopyOf(child))->isConfig ||
+        (object && containerOf(child, object)))
+      continue;
+    PlanNode const* const planned = entry.child(child.name);
+    if (planned != nullptr && planned->isNamed) continue;
+    if (object) remember(object, child.attr, nullptr);
+    enter(child);
+    writeCopies(entry, child);
+    leave();
+  }
+}
+
+void SetDiff::writeCopies(PlanNode const& below, TypeNode const& config) {
+  for (TypeNode const& copy : config.children()) {
+    if (copy.leaf() != nullptr && copy.leaf()->isKeyCopy)
+      writeKey(copy.attr, below.nearestKey(copy.leaf()->keyName));
+  }
 }
 
 void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {

@@ -128,6 +128,10 @@ private:
   void leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared);
   // Whether it is a plain write, which it is then.
   [[nodiscard]] bool takePlain(TypeNode const& type, Handle const& object, gnmi::TypedValue const& value);
+  // Makes an entry's container of configuration where it has none.
+  void makeConfig(PlanNode const& entry, TypeNode const& list, Handle const& object);
+  // The copies of the keys of the entry at or around a place.
+  void writeCopies(PlanNode const& below, TypeNode const& config);
   // An update of a key or its copy, which makes what it stands in.
   void writeKey(Kel::KelAttr key, std::string_view text);
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.

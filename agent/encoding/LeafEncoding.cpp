@@ -131,6 +131,10 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
       to += value.string_val(); // canonical: a number of JSON
       return;
     }
+    if (leaf.type == LeafType::Empty) { // of a union
+      to += isIetf ? "[null]" : "true";
+      return;
+    }
     return appendNameJson(to, value.string_val(), leaf, isIetf);
   case TypedValue::kUintVal: return appendNumber(to, value.uint_val(), isIetf && isNumberText(leaf));
   case TypedValue::kIntVal: return appendNumber(to, value.int_val(), isIetf && isNumberText(leaf));
@@ -213,6 +217,8 @@ void toldIs(TypedValue& value, LeafInfo const& leaf) {
     double number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
     value.set_double_val(number);
+  } else if (member->type == LeafType::Empty) {
+    value.set_bool_val(true);
   } else if (std::string bytes; member->type == LeafType::Binary && absl::Base64Unescape(text, &bytes)) {
     value.set_bytes_val(std::move(bytes));
   }

@@ -151,7 +151,8 @@ LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
     for (LeafInfo const& member : *leaf.members) {
       LeafValue found = scalarOf(member, value);
       if (!found) continue;
-      // A union holds bytes as the text that they are in JSON.
+      // A union holds bytes as the text that they are in JSON, and what is empty as an empty one.
+      if (member.type == LeafType::Empty) return ofText("");
       return found->has_bytes_val() ? ofText(absl::Base64Escape(found->bytes_val())) : found;
     }
     return Kstd::Err(std::string("the value fits no member of this union"));
@@ -398,10 +399,12 @@ LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
 
 LeafInfo const* memberOf(LeafInfo const& leaf, TypedValue const& value) {
   for (LeafInfo const& member : *leaf.members) {
-    bool const isOfBytes = member.type == LeafType::Binary;
-    if (isOfBytes ? value.has_string_val() && scalarOf(member, json(value.string_val())).ok()
-                  : scalarOf(member, value).ok())
-      return &member;
+    bool const isText = value.has_string_val();
+    bool const isTaken = member.type == LeafType::Empty ? isText && value.string_val().empty()
+                         : member.type == LeafType::Binary
+                             ? isText && scalarOf(member, json(value.string_val())).ok()
+                             : scalarOf(member, value).ok();
+    if (isTaken) return &member;
   }
   return nullptr;
 }

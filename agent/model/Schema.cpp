@@ -70,9 +70,13 @@ void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
 }
 
 bool isToldOtherwise(LeafInfo const& leaf) {
-  bool const isText = leaf.held.isBuiltin() && leaf.held.builtinKind() == Kel::BuiltinKind::String;
-  if (leaf.members != nullptr) return std::ranges::any_of(*leaf.members, isToldOtherwise);
-  return isText && (leaf.type == LeafType::Decimal64 || leaf.type == LeafType::Binary);
+  if (leaf.members == nullptr)
+    return leaf.type == LeafType::Decimal64 && leaf.held.isBuiltin() &&
+           leaf.held.builtinKind() == Kel::BuiltinKind::String;
+  return std::ranges::any_of(*leaf.members, [](LeafInfo const& member) {
+    return member.type == LeafType::Decimal64 || member.type == LeafType::Binary ||
+           member.type == LeafType::Empty;
+  });
 }
 
 bool mayBeToldOtherwise(std::string_view leafName) { return toldOtherwise().contains(leafName); }

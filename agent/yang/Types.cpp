@@ -232,8 +232,7 @@ Kstd::Result<void, std::string> Maker::addMembers(lysc_node const& leaf, lysc_ty
 // another one sends.
 BuiltinKind heldInUnion(LeafType type) {
   switch (type) {
-  case LeafType::Boolean:
-  case LeafType::Empty: return BuiltinKind::Bool;
+  case LeafType::Boolean: return BuiltinKind::Bool;
   case LeafType::Uint8:
   case LeafType::Uint16:
   case LeafType::Uint32:
@@ -248,6 +247,7 @@ BuiltinKind heldInUnion(LeafType type) {
   case LeafType::Identity:
   case LeafType::Union:
   case LeafType::Bits:
+  case LeafType::Empty:
   case LeafType::Binary:
   case LeafType::InstanceIdentifier: break;
   }

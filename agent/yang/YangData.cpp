@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -54,9 +55,8 @@ ConstHandle unionHandle(LeafInfo const& leaf, lyd_node const& node) {
   ConstHandle held;
   switch (value->realtype->basetype) {
   case LY_TYPE_BOOL:
-  case LY_TYPE_EMPTY:
     name = "bool";
-    held = Kel::handleOf(text != "false");
+    held = Kel::handleOf(text == "true");
     break;
   case LY_TYPE_UINT8:
   case LY_TYPE_UINT16:
@@ -76,6 +76,7 @@ ConstHandle unionHandle(LeafInfo const& leaf, lyd_node const& node) {
   case LY_TYPE_BINARY:
   case LY_TYPE_BITS:
   case LY_TYPE_DEC64:
+  case LY_TYPE_EMPTY:
   case LY_TYPE_ENUM:
   case LY_TYPE_IDENT:
   case LY_TYPE_INST:
@@ -145,6 +146,7 @@ private:
     switch (node.schema->nodetype) {
     case LYS_LEAF:
       ++filled_.leaves;
+      check(*leafInfo(attr), node);
       if (attr.isKeyField()) return;
       return attr.genericIfSet(parent, nullptr, valueHandle(*leafInfo(attr), node));
     case LYS_CONTAINER:
@@ -153,6 +155,14 @@ private:
       return fillFrom(lyd_child(&node), childOf(attr, parent));
     default: return fillFrom(lyd_child(&node), entryOf(node, attr, parent));
     }
+  }
+  // Patterns that the schema library does not know.
+  static void check(LeafInfo const& leaf, lyd_node const& node) {
+    if (leaf.type != LeafType::String || leaf.rules == nullptr) return;
+    auto const checked = leaf.rules->canonical(lyd_get_value(&node));
+    if (checked) return;
+    std::unique_ptr<char, void (*)(void*)> const path(lyd_path(&node, LYD_PATH_STD, nullptr, 0), &std::free);
+    Kel::throwError(fmt::format("{}: {}", path.get(), checked.error()));
   }
   static Handle mutableHandle(ConstHandle const& handle) {
     return Kel::GenericIf::toObject(handle->object());
@@ -178,6 +188,7 @@ private:
     Handle const array = attr.type().genericIf(nullptr);
     lyd_node const* last = &first;
     for (lyd_node const* node = &first; node != nullptr && node->schema == first.schema; node = node->next) {
+      check(*leafInfo(attr), *node);
       attr.genericIfAdd(array, valueHandle(*leafInfo(attr), *node));
       last = node;
     }

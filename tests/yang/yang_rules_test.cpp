@@ -67,6 +67,8 @@ TEST(YangRules, SetsAreHeldToWhatHoldsAsAWhole) {
             "four ports at most", ""},
            {"replace /rules {\"port\":[{\"name\":\"both'\\\"\"}],\"spare\":[\"both'\\\"\"]}", "",
             R"({"port":[{"name":"both'\""}],"spare":["both'\""]})"},
+           {"replace /rules {}\nupdate /rules/bay[id=1]/door/color \"x\"", "",
+            R"({"bay":[{"id":"1","config":{"id":"1"},"door":{"color":"x"}}]})"},
            {"delete /rules", "", "{}"},
        }) {
     grpc::Status const status = bench.set(setRequest(each.set));
@@ -84,6 +86,9 @@ TEST(YangRules, SetsAreHeldToWhatHoldsAsAWhole) {
 TEST(YangRules, StateIsHeldToNothing) {
   RuledBench bench;
   ASSERT_TRUE(bench.provided("update /rules/port[name=a]/state/seen 1").ok());
+  ASSERT_TRUE(bench.provided("update /rules/bay[id=1]/state/used 1").ok());
+  ASSERT_TRUE(bench.set(setRequest("update /rules/bay[id=1]/door/color \"x\"")).ok());
+  EXPECT_EQ(bench.value("/rules/bay[id=1]/config", gnmi::JSON), R"({"id":"1"})");
   ASSERT_TRUE(bench.provided("update /rules {\"port\":[{\"name\":\"b\",\"state\":{\"seen\":1}}]}").ok());
   EXPECT_THAT(bench.set(setRequest("update /rules/spare [\"a\"]")).error_message(), HasSubstr("leafref"));
   ASSERT_TRUE(

@@ -103,6 +103,7 @@ TEST(YangServe, WhatDoesNotFitIsRefused) {
            {"update /every/config/small 0", StatusCode::INVALID_ARGUMENT, "range"},
            {"update /every/config/word \"ABC\"", StatusCode::INVALID_ARGUMENT, "pattern"},
            {"update /every/config/word \"abcdefghi\"", StatusCode::INVALID_ARGUMENT, "length"},
+           {"update /every/config/posix \"abd\"", StatusCode::INVALID_ARGUMENT, "pattern '[a-c]+'"},
            {"update /every/config/color \"blue\"", StatusCode::INVALID_ARGUMENT,
             "no value of this enumeration"},
            {"update /every/config/bits \"four\"", StatusCode::INVALID_ARGUMENT, "bit"},

@@ -6,7 +6,7 @@
 
 namespace YangTesting {
 
-// The modules of tests/yang/modules. The first call loads them.
+// The modules of tests/yang/modules, and some that are made at random. The first call loads them.
 [[nodiscard]] Agent::YangModel const& model();
 
 // A server of them over a tree of their own, which is empty at first.
