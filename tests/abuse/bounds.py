@@ -185,46 +185,42 @@ def many(arguments):
                f"{same:.2f} s; a change is {quiet} late, {worst} among them"), other < 10 + 10 * alone and worst.isLike(quiet, arguments)
 
 
-def scale(arguments):
-    """All at once, in half a gigabyte: run it in a control group with such a limit. The promise is twice the quiet p99."""
-    leaves = arguments.count(1000000, 200000)
-    with Agent("--no-machine", "--synthetic", str(leaves), "--synthetic-rate", "1000") as agent, Polite(agent) as polite:
+def unreadOf(arguments, leaves, calls, gets, *options):
+    """Calls that never read, and Gets of all: (whether it is there still, what it held before and at most, how late changes were before and
+    among them, what to say of it)."""
+    with Agent("--no-machine", "--synthetic", str(leaves), "--synthetic-rate", "1000", *options) as agent, Polite(agent) as polite:
         time.sleep(5)
         quiet, before, most, codes = polite.late(), resident(agent), 0, []
-        calls = unread(agent, subscribe("/", "JSON"), arguments.count(400, 150))
+        unreads = [call for request, count in calls for call in unread(agent, request, count)]
         stub = agent.stub(("grpc.max_receive_message_length", -1))
         request = pb.GetRequest(path=[path("/")], encoding=pb.Encoding.Value("JSON"))
-        gets = [threading.Thread(target=lambda: codes.append(codeOf(lambda: stub.Get(request, timeout=120)))) for _ in range(2)]
-        [get.start() for get in gets]
+        getters = [threading.Thread(target=lambda: codes.append(codeOf(lambda: stub.Get(request, timeout=120)))) for _ in range(gets)]
+        [get.start() for get in getters]
         for _ in range(arguments.count(60, 16)):
             time.sleep(0.5)
             most = max(most, resident(agent))
         late = polite.late()
-        [get.join() for get in gets]
-        [call.cancel() for call in calls]
+        [get.join() for get in getters]
+        [call.cancel() for call in unreads]
         until(lambda: resident(agent) < before + 40, 70)
-        yield (f"{leaves} leaves, {len(calls)} that never read, two Gets of all ({', '.join(sorted(codes))}): {before:.0f} MiB before, "
-               f"{most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; a change is {quiet} late, {late} among them"), \
-            agent.process.poll() is None and late.isLike(quiet, arguments)
+        return agent.process.poll() is None, before, most, quiet, late, (
+            f"{leaves} leaves, {len(unreads)} that never read, {gets} Gets of all ({', '.join(sorted(codes))}): {before:.0f} MiB before, "
+            f"{most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; a change is {quiet} late, {late} among them")
+
+
+def scale(arguments):
+    """All at once, in half a gigabyte: run it in a control group with such a limit. The promise is twice the quiet p99."""
+    isThere, _, _, quiet, late, figures = unreadOf(arguments, arguments.count(1000000, 200000),
+                                                   [(subscribe("/", "JSON"), arguments.count(400, 150))], 2)
+    yield figures, isThere and late.isLike(quiet, arguments)
 
 
 def neverRead(arguments):
     """What waits for those who never read stays within the budget, and all of it goes back."""
-    with Agent("--no-machine", "--synthetic", "20000", "--synthetic-rate", "1000", "--memory-budget", "64MiB",
-               "--max-streams-per-peer", "500") as agent, Polite(agent) as polite:
-        time.sleep(2)
-        quiet, before = polite.late(), resident(agent)
-        calls = unread(agent, subscribe("/", "JSON"), arguments.count(400, 150))
-        calls += unread(agent, subscribe("/", "PROTO", "SAMPLE", suppress_redundant=True), arguments.count(100, 30))
-        most, worst = 0, 0
-        for _ in range(arguments.count(40, 16)):
-            time.sleep(0.5)
-            most = max(most, resident(agent))
-        worst = polite.late()
-        [call.cancel() for call in calls]
-        until(lambda: resident(agent) < before + 40, 30)
-        yield (f"{before:.0f} MiB before, {most:.0f} MiB at most, {resident(agent):.0f} MiB afterwards; "
-               f"a change is {quiet} late, {worst} among them"), most < before + 300
+    calls = [(subscribe("/", "JSON"), arguments.count(400, 150)),
+             (subscribe("/", "PROTO", "SAMPLE", suppress_redundant=True), arguments.count(100, 30))]
+    isThere, before, most, _, _, figures = unreadOf(arguments, 20000, calls, 0, "--memory-budget", "64MiB", "--max-streams-per-peer", "500")
+    yield figures, isThere and most < before + 300
 
 
 def sets(arguments):

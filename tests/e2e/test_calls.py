@@ -69,16 +69,6 @@ class Set(Calls):
             self.assertGreater(answer["timestamp"], 1_600_000_000 * 10**9)
             self.assertEqual(self.value(DESCRIPTION, encoding=encoding), text)
 
-    def testContainersAreUpdatedAndReplaced(self):
-        config = LO + "/config"
-        self.client.set(update=[(config, {"description": "a", "mtu": 9000})])
-        self.assertEqual(self.value(config + "/mtu"), 9000)
-        self.client.set(update=[(config, {"description": "b"})])
-        self.assertEqual((self.value(config + "/mtu"), self.value(DESCRIPTION)), (9000, "b"))
-        self.client.set(replace=[(config, {"name": "lo", "description": "c"})])
-        self.assertEqual(self.value(DESCRIPTION), "c")
-        self.refused(grpc.StatusCode.NOT_FOUND, self.client.get, path=[config + "/mtu"])
-
     def testARefusedRequestChangesNothing(self):
         self.client.set(update=[(DESCRIPTION, '"before"')])
         self.refused(grpc.StatusCode.INVALID_ARGUMENT, self.client.set,

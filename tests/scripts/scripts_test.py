@@ -133,17 +133,12 @@ class Packages(unittest.TestCase):
             script = "set -euo pipefail; source scripts/lib.sh; ensurePackages; echo ready"
             return call("bash", "-c", script, cwd=ROOT, env=environment)
 
-    def testNothingIsDoneWhenAllIsThere(self):
-        result = self.prepare(missing=[])
-        self.assertEqual((result.returncode, result.stdout), (0, "ready\n"))
-
     def testWhatIsMissingIsInstalledAfterAnUpdate(self):
-        result = self.prepare(missing=["libfmt-dev", "ccache"])
-        self.assertEqual(result.returncode, 0, result.stdout)
-        calls = [line for line in result.stdout.splitlines() if line.startswith("apt-get")]
-        self.assertEqual(len(calls), 2, calls)
-        self.assertTrue(calls[0].endswith(" update"), calls)
-        self.assertTrue(calls[1].endswith(" ccache libfmt-dev"), calls)
+        for missing, expected in ([], []), (["libfmt-dev", "ccache"], [" update", " ccache libfmt-dev"]):
+            result = self.prepare(missing)
+            calls = [line for line in result.stdout.splitlines() if line.startswith("apt-get")]
+            self.assertEqual((result.returncode, len(calls)), (0, len(expected)), result.stdout)
+            self.assertTrue(all(call.endswith(end) for call, end in zip(calls, expected)), calls)
 
     def testOfflineTheMissingPackagesAreNamed(self):
         result = self.prepare(missing=["libfmt-dev"], aptWorks=False)
@@ -185,21 +180,15 @@ wait
             calls = pathlib.Path(tree, "calls")
             return result, calls.read_text().splitlines() if calls.exists() else []
 
-    def testItServesAndWatchesForAWhile(self):
-        for arguments, seconds in (([], 10), (["--seconds", "3"], 3)):
-            result, calls = self.run_(*arguments)
-            self.assertEqual(result.returncode, 0, result.stdout)
+    def testItServesAndWatchesForAWhileAndPassesOnWhatAndHowItEnded(self):
+        for arguments, code, watched in (([], 0, "10 "), (["--seconds", "3"], 0, "3 "), (["--", "--json", "/system"], 1, "10 --json /system")):
+            result, calls = self.run_(*arguments, WATCH_ENDS=str(code))
+            self.assertEqual(result.returncode, code, result.stdout)
             self.assertIn("update", result.stdout)
             self.assertEqual(calls[0], "serve --insecure --listen 127.0.0.1:0")
-            self.assertTrue(calls[1].startswith(f"watch --insecure --address 127.0.0.1:5 --seconds {seconds} "), calls)
-            self.assertIn("/interfaces", calls[1])
+            self.assertTrue(calls[1].startswith(f"watch --insecure --address 127.0.0.1:5 --seconds {watched}"), calls)
+            self.assertEqual("/interfaces" in calls[1], code == 0, calls)
             self.assertEqual(calls[2:], ["ended"])
-
-    def testWhatToWatchAndHowItEndedArePassedOn(self):
-        result, calls = self.run_("--", "--json", "/system", WATCH_ENDS="1")
-        self.assertEqual(result.returncode, 1, result.stdout)
-        self.assertTrue(calls[1].endswith("--seconds 10 --json /system"), calls)
-        self.assertEqual(calls[2:], ["ended"])
 
     def testAnAgentThatDoesNotStartIsTold(self):
         result, calls = self.run_(SERVE_FAILS="1")
