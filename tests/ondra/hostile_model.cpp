@@ -170,13 +170,15 @@ KelType collisionOf(AttrKind const& kind) {
   for (Key const& key : {Key{"oddPlace", Kel::typeOf<PlaceKey>(), "vrf"},
                          {"oddTagged", Kel::typeOf<PlaceKey>(), "tag"},
                          {"nest", Kel::typeOf<NestedKey>(), "inner"},
-                         {"plain", textType(), "plainKey"}}) {
+                         {"plain", textType(), "plainKey"},
+                         {"seat", Kel::typeOf<Guest>(), "seatKey"}}) {
     for (TypeKind const memberKind : {TypeKind::Struct, TypeKind::Entity}) {
       bool const isEntity = memberKind == TypeKind::Entity;
       if (kind.ofEntitiesOnly && !isEntity) continue;
       std::string const name = std::string(key.collection) + (isEntity ? "Entity" : "");
       TypeBuilder member(kModule, std::string(kind.name) + name, memberKind);
-      kind.add(member, name == "plainEntity" ? "plainEntityKey" : key.colliding);
+      bool const isSingle = std::string_view(key.colliding).ends_with("Key");
+      kind.add(member, isSingle ? name + "Key" : key.colliding);
       member.attr("other", builtinType(BuiltinKind::U32)).optional().settable();
       KelType const type = done(member);
       isEntity ? box.instantiating(name, key.type, type) : box.keyed(name, key.type, type).settable();

@@ -1,15 +1,11 @@
 // The Ir and the responses made of it; random ones are in wire_test.cpp.
-#include <gtest/gtest.h>
-
-#include <utility>
-
 #include "Kel/Attr.h"
 #include "Ondra/ArenaRespMsg.h"
+#include "Ondra/CompactText.h"
 #include "Ondra/IR.h"
 #include "Ondra/responses/IrToResp.h"
 #include "fixture/Types.h"
 #include "fixture/Values.h"
-#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 #include "ondra/assertion.h"
 
 namespace {
@@ -57,6 +53,22 @@ TEST(Ir, OrdersByTimeThenByFirstAddition) {
   };
   EXPECT_EQ(texts(ir), expected);
   EXPECT_EQ(texts(ir), expected); // the content stays
+}
+
+TEST(Ir, TextsOfOtherResponses) {
+  gnmi::SubscribeResponse response;
+  EXPECT_EQ(Ondra::subscribeResponseToCompactString(response), "unsupported response");
+  gnmi::Notification& sent = *response.mutable_update();
+  sent.add_update()->mutable_path()->add_elem()->set_name("a");
+  gnmi::ScalarArray& list = *sent.add_update()->mutable_val()->mutable_leaflist_val();
+  list.add_element()->mutable_leaflist_val()->add_element()->set_ascii_val("x");
+  list.add_element()->mutable_any_val();
+  sent.add_update()->mutable_val()->set_proto_bytes("pb");
+  EXPECT_EQ(Ondra::subscribeResponseToCompactString(response),
+            "timestamp:0 prefix: update0 ( path:/a ) update1 ( leaflist_val:[ leaflist_val:[ ascii_val:x ], "
+            "unsupported value type:9 ] ) update2 ( proto_bytes:pb ) ");
+  response.set_sync_response(true);
+  EXPECT_EQ(Ondra::subscribeResponseToCompactString(response), "sync_response");
 }
 
 // A response without leaves follows each full one.

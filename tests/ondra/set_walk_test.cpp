@@ -1,8 +1,7 @@
 // What a walk emits, a Set takes back: the round trip of the two sides over the fixture model.
-#include <set>
+#include <random>
 
 #include <boost/algorithm/string/replace.hpp>
-#include <gmock/gmock.h>
 
 #include "Kel/Dir.h"
 #include "Kel/TypeBuilder.h"
@@ -14,6 +13,8 @@
 #include "ondra/set_support.h"
 
 namespace {
+
+using Leaves = std::vector<gnmi::Update>;
 
 // Keeps the leaves as messages, with their absolute paths.
 class LeafRouter final : public Ondra::BaseRouter {
@@ -28,85 +29,138 @@ public:
     }
     return true;
   }
-  std::vector<gnmi::Update> leaves;
+  Leaves leaves;
 };
+
+// What a walk of the object emits, with paths below the directory in which it is; by another name there.
+Leaves leavesOf(Kel::Entity const& object, std::string const& name) {
+  WalkHarness harness;
+  LeafRouter router;
+  WalkHarness::Walk walk = harness.start(router, object, Ondra::flagSnapshot);
+  WalkHarness::finish(walk);
+  for (gnmi::Update& leaf : router.leaves) {
+    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
+    leaf.mutable_path()->mutable_elem(0)->set_name(name);
+  }
+  return router.leaves;
+}
+
+std::string answerTo(Leaves const& leaves, std::string const& root) {
+  gnmi::SetRequest request;
+  request.mutable_update()->Add(leaves.begin(), leaves.end());
+  return SetTest::textOf(SetTest::execute(request, root).second);
+}
 
 // The path without its keys, which tells leaves of one attribute from those of another.
 std::string shapeOf(gnmi::Path path) {
   for (gnmi::PathElem& elem : *path.mutable_elem())
     elem.clear_key();
-  return Ondra::pathToStr(path, 0, true);
+  return Ondra::pathToStr(path, 1, true);
+}
+
+// A key field of a key outside of its member goes by the name of the member's own attribute, which goes by
+// another.
+bool isKeysOwn(gnmi::Update const& leaf) {
+  std::string const shape = shapeOf(leaf.path());
+  return shape == "/interface/addr/vrf" || shape == "/route/vrf";
 }
 
 TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
   Fixture::World world;
   auto const top = Kel::Ptr<Kel::Entity>(world.dir());
-  WalkHarness harness;
-  LeafRouter router;
-  for (auto const& root : {Kel::Ptr<Kel::Entity>(world.device()), world.rack()}) {
-    WalkHarness::Walk walk = harness.start(router, *root, Ondra::flagSnapshot);
-    WalkHarness::finish(walk);
-  }
   SetTest::Model const before = SetTest::modelOf(top);
   SetTest::Watch const watch(top);
   std::set<std::string> refused;
   std::size_t accepted = 0;
-  for (gnmi::Update& leaf : router.leaves) {
-    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1); // below the data root
-    std::string const shape = shapeOf(leaf.path());
-    // A key field of a key outside of its member goes by the name of the member's own attribute, which goes
-    // by another.
-    if (shape == "/device/interface/addr/vrf" || shape == "/rack/interface/addr/vrf" ||
-        shape == "/device/route/vrf")
-      continue;
-    gnmi::SetRequest request;
-    *request.add_update() = leaf;
-    SetTest::execute(request, "/fixture").second.ok() ? ++accepted : refused.insert(shape).second;
+  for (auto const& root : {Kel::Ptr<Kel::Entity>(world.device()), world.rack()}) {
+    for (gnmi::Update const& leaf : leavesOf(*root, root->name().str()))
+      if (!isKeysOwn(leaf))
+        answerTo({leaf}, "/fixture") == "OK" ? ++accepted : refused.insert(shapeOf(leaf.path())).second;
   }
   EXPECT_GT(accepted, 150U);
-  EXPECT_EQ((std::set<std::string>{// references, and what is keyed by one
-                                   "/device/alias/_ptr", "/device/backup/_ptr", "/device/uplink/_ptr",
-                                   "/device/interface/backup/_ptr", "/device/interface/peer/_ptr",
-                                   "/device/route/via/_ptr", "/device/cost", "/device/link/frames",
-                                   "/device/link/zone",
-                                   // JSON, bytes, and floats, which are sent as doubles
-                                   "/device/contacts", "/device/policyText", "/device/gauges/config",
-                                   "/device/gauges/raw", "/device/gauges/fingerprint", "/device/gauges/ratio",
-                                   // read-only
-                                   "/device/gauges/serialNumber", "/device/interface/operational",
-                                   // what goes by another name because a key field has its own
-                                   "/device/interface/addr/vrfValue_", "/device/route/vrfValue_",
-                                   // the same of the types described at run time
-                                   "/rack/interface/peer/_ptr", "/rack/interface/operational",
-                                   "/rack/interface/addr/vrfValue_"}),
-            refused);
+  EXPECT_EQ(
+      (std::set<std::string>{// references, and what is keyed by one
+                             "/alias/_ptr", "/backup/_ptr", "/uplink/_ptr", "/interface/backup/_ptr",
+                             "/interface/peer/_ptr", "/route/via/_ptr", "/cost", "/link/frames", "/link/zone",
+                             // JSON, bytes, and floats, which are sent as doubles
+                             "/contacts", "/policyText", "/gauges/config", "/gauges/raw",
+                             "/gauges/fingerprint", "/gauges/ratio",
+                             // read-only
+                             "/gauges/serialNumber", "/interface/operational",
+                             // what goes by another name because a key field has its own
+                             "/interface/addr/vrfValue_", "/route/vrfValue_"}),
+      refused);
   EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(top)));
   EXPECT_EQ(std::vector<std::string>{}, watch.told());
 }
 
+// Where there is nothing yet, each leaf by itself, or all in one request, in any order and with keys by any
+// name: the same.
+TEST(SetWalk, WhatAWalkEmitsMakesTheSameAnew) {
+  for (std::uint32_t seed = 0; seed < 25; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Fixture::World world;
+    Fixture::RandomEdits edits(world.device(), seed);
+    for (std::uint32_t left = 8 * seed; left > 0; --left)
+      edits.edit();
+    Kel::Ptr<Fixture::Device> const single(new Fixture::Device()), together(new Fixture::Device());
+    world.dir()->entityIs("single", single);
+    world.dir()->entityIs("together", together);
+    Leaves taken = leavesOf(*world.device(), "single");
+    std::erase_if(taken,
+                  [](auto const& leaf) { return isKeysOwn(leaf) || answerTo({leaf}, "/fixture") != "OK"; });
+    EXPECT_GT(taken.size(), 50U);
+    Leaves others = taken;
+    std::mt19937 random(seed);
+    std::shuffle(others.begin(), others.end(), random);
+    for (gnmi::Update& leaf : others) {
+      leaf.mutable_path()->mutable_elem(0)->set_name("together");
+      for (gnmi::PathElem& elem : *leaf.mutable_path()->mutable_elem()) {
+        if (elem.key_size() != 1 || random() % 4 != 0) continue;
+        std::string const key = elem.key().begin()->second;
+        elem.clear_key();
+        (*elem.mutable_key())["other"] = key;
+      }
+    }
+    EXPECT_EQ("OK", answerTo(others, "/fixture"));
+    auto const textsOf = [](Leaves const& leaves) {
+      std::set<std::string> texts;
+      for (gnmi::Update const& leaf : leaves)
+        texts.insert(Ondra::pathToStr(leaf.path(), 1, true) + " " + leaf.val().ShortDebugString());
+      return texts;
+    };
+    auto const made = textsOf(leavesOf(*single, ""));
+    EXPECT_EQ(made, textsOf(leavesOf(*together, "")));
+    for (std::string const& leaf : textsOf(taken))
+      EXPECT_TRUE(made.contains(leaf)) << leaf;
+  }
+}
+
 // Keys of every kind whose texts hold what separates the fields of structured ones.
 TEST(SetWalk, OddKeysAreTakenBack) {
-  Hostile::World world({});
-  WalkHarness harness;
-  LeafRouter router;
-  world.host->placeIs({"a__b\\__", {"x\\__y"}, Hostile::Mood::LowPower}, {"n"});
-  world.host->roomIs({"x__y"})->beds = 1;
-  world.host->silentIs("\\__", {"n"});
-  world.host->guestIs("a__b")->text = "t";
-  SetTest::Model const before = SetTest::modelOf(world.dir);
-  WalkHarness::Walk walk = harness.start(router, *world.host, Ondra::flagSnapshot);
-  WalkHarness::finish(walk);
-  std::size_t taken = 0;
-  for (gnmi::Update& leaf : router.leaves) {
-    if (leaf.path().elem(2).key().empty() || shapeOf(leaf.path()).ends_with("/_ptr")) continue;
-    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
-    gnmi::SetRequest request;
-    *request.add_update() = leaf;
-    EXPECT_EQ("OK", SetTest::textOf(SetTest::execute(request, "/hostile").second)) << leaf.ShortDebugString();
-    ++taken;
+  std::mt19937 random(1);
+  for (int round = 0; round < 100; ++round) {
+    auto const text = [&random] {
+      std::string made(1 + random() % 12, ' ');
+      for (char& c : made)
+        c = "_\\a*\""[random() % 5];
+      return Kel::String(made == "*" ? "_" : made);
+    };
+    Hostile::World world({});
+    world.host->placeIs({text(), {text()}, Hostile::Mood::LowPower}, {"n"});
+    world.host->roomIs({text()})->beds = 1;
+    world.host->silentIs(text(), {"n"});
+    world.host->guestIs(text())->text = "t";
+    SetTest::Model const before = SetTest::modelOf(world.dir);
+    std::size_t taken = 0;
+    for (gnmi::Update const& leaf : leavesOf(*world.host, "host")) {
+      if (leaf.path().elem(1).key().empty() || shapeOf(leaf.path()).ends_with("/_ptr")) continue;
+      EXPECT_EQ("OK", answerTo({leaf}, "/hostile")) << leaf.ShortDebugString();
+      ++taken;
+    }
+    EXPECT_GE(taken, 6U);
+    EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(world.dir)));
   }
-  EXPECT_GE(taken, 6U);
-  EXPECT_EQ(std::vector<std::string>{}, SetTest::changes(before, SetTest::modelOf(world.dir)));
 }
 
 // A list by several keys, described at run time, whose members have them as leaves: what a walk emits makes
@@ -149,18 +203,9 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   ops.push_back({"update", paths[1] + "/state/labels",
                  "leaflist_val { element { string_val: 'any' } element { uint_val: 1 } }"});
   ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(SetTest::requestOf(ops), "/keys").second));
-  WalkHarness harness;
-  LeafRouter router;
-  WalkHarness::Walk walk = harness.start(router, **lists.begin(), Ondra::flagSnapshot);
-  WalkHarness::finish(walk);
-  EXPECT_EQ(12U, router.leaves.size()) << "three keys, a share, a label and labels each";
-  gnmi::SetRequest request;
-  for (gnmi::Update& leaf : router.leaves) {
-    leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
-    leaf.mutable_path()->mutable_elem(0)->set_name("b");
-    *request.add_update() = leaf;
-  }
-  ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(request, "/keys").second));
+  Leaves const leaves = leavesOf(**lists.begin(), "b");
+  EXPECT_EQ(12U, leaves.size()) << "three keys, a share, a label and labels each";
+  ASSERT_EQ("OK", answerTo(leaves, "/keys"));
   EXPECT_EQ(Fixture::dump(*lists.begin()),
             boost::algorithm::replace_all_copy(Fixture::dump(*(lists.begin() + 1)), "/keys/b", "/keys/a"));
   for (bool const exists : {true, false}) {
