@@ -126,8 +126,18 @@ private:
     made.form = node.isList() ? Form::List : node.attr ? Form::Container : Form::Module;
     isPossible_ = isPossible_ && node.isObject() && node.type.isEntity() &&
                   (made.form != Form::Container || node.attr.readsInPlace());
+    made.isToldEmpty = node.isPresence() && isWanted(node);
     if (isPossible_) made.below = plan(node.module);
     return made;
+  }
+
+  // Of a container.
+  bool isWanted(TypeNode const& node) const {
+    bool const isOfKind =
+        order_.type == gnmi::GetRequest::ALL || node.isState == (order_.type != gnmi::GetRequest::CONFIG);
+    bool const isTooDeep = order_.depth != 0 && nodes_.size() - matchDepth_ > order_.depth;
+    return isOfKind && !isTooDeep &&
+           (order_.modules.empty() || std::ranges::count(order_.modules, node.module) > 0);
   }
 
   void addKeys(JsonPlan& plan, TypeNode const& list, std::string_view parentModule) {

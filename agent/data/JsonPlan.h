@@ -45,6 +45,7 @@ struct JsonMember {
   bool isQuoted = false;                          // a number that is written as a string
   bool isWanted = true;                           // of a leaf: the order wants it
   bool isEntityName = false;                      // not told while it is empty, as walks have it
+  bool isToldEmpty = false;                       // a container that means something by being there
   TypeNode node;
   std::unique_ptr<JsonPlan const> below;                           // of what is no leaf
   mutable std::vector<std::pair<std::int64_t, std::string>> names; // enumerators that have been met, as JSON

@@ -175,12 +175,17 @@ JsonReader::Open JsonReader::opened(JsonMember const* member, char bracket) {
   std::size_t const begin = text_.size();
   if (member != nullptr) put(member->head);
   text_.put(bracket);
-  return {begin, text_.size()};
+  return {begin, text_.size(), member != nullptr && member->isToldEmpty};
 }
 
 void JsonReader::close(Open open, char bracket) {
-  if (text_.size() == open.empty) return text_.truncate(open.begin);
-  text_.last() = bracket;
+  if (text_.size() != open.empty) {
+    text_.last() = bracket;
+  } else if (open.isToldEmpty) {
+    text_.put(bracket);
+  } else {
+    return text_.truncate(open.begin);
+  }
   text_.put(',');
 }
 

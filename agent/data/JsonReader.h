@@ -5,7 +5,8 @@
 // 1. Between two slices it stands in objects that it keeps alive, from the one that was asked for down to the
 //    one that is written. What has been removed meanwhile is closed where it stands, with all below it. What
 //    has come is written when it lies ahead.
-// 2. An object is in the text when a leaf at or below it is. What has been opened for nothing is taken back.
+// 2. An object is in the text when a leaf at or below it is, or when it means something by being there. What
+//    has been opened for nothing is taken back.
 #pragma once
 
 #include <cstddef>
@@ -43,6 +44,7 @@ private:
   struct Open { // of an object or list: where it begins, and how long the text is while nothing is in it
     std::size_t begin;
     std::size_t empty;
+    bool isToldEmpty = false;
   };
   struct Level {
     JsonPlan const* plan;

@@ -103,10 +103,10 @@ TEST(YangRules, StateIsHeldToNothing) {
 
 bool isValid(YangTesting::Bench& bench) {
   ly_ctx const* const context = YangTesting::model().modules().context();
-  std::string const text = bench.value("/", gnmi::JSON_IETF, gnmi::GetRequest::CONFIG);
+  std::string const text = bench.value("/rules", gnmi::JSON_IETF, gnmi::GetRequest::CONFIG);
   lyd_node* tree = nullptr;
-  EXPECT_EQ(lyd_parse_data_mem(context, text == "nothing" ? "{}" : text.c_str(), LYD_JSON,
-                               LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &tree),
+  std::string const whole = text == "nothing" ? "{}" : fmt::format(R"({{"every-rules:rules":{}}})", text);
+  EXPECT_EQ(lyd_parse_data_mem(context, whole.c_str(), LYD_JSON, LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &tree),
             LY_SUCCESS)
       << text;
   bool const is = lyd_validate_all(&tree, context, LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
@@ -141,6 +141,7 @@ TEST(YangRules, RandomSetsLeaveAValidConfiguration) {
                                               "update {0}/cage/color \"x\"\n",
                                               "update {0}/cage/pin[number=1]/role \"x\"\n",
                                               "update {0}/on/since \"x\"\n",
+                                              "delete {0}/on/since\n",
                                               "delete {0}/on\n",
                                               "update {0}/red \"x\"\n",
                                               "update {0}/green \"x\"\n",

@@ -174,6 +174,8 @@ TEST(YangServe, ChoicesAndPresence) {
   EXPECT_THAT(bench.value("/every/presence"), HasSubstr("nothing"));
   ASSERT_TRUE(bench.set(setRequest("update /every/presence {}")).ok());
   EXPECT_EQ(bench.value("/every/presence"), "{}");
+  EXPECT_EQ(bench.value("/every"), R"({"first-a":"3","presence":{}})");
+  EXPECT_EQ(bench.value("/every", gnmi::JSON, gnmi::GetRequest::STATE), "nothing");
 }
 
 // Where the device's own processes write, state goes like configuration, and no client takes it away.
