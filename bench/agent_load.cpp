@@ -213,10 +213,11 @@ grpc::ByteBuffer bytesOf(gnmi::SubscribeRequest const& request) {
   return {&slice, 1};
 }
 
-gnmi::SubscribeRequest requestOf(gnmi::SubscriptionList::Mode mode, std::vector<std::string> const& names) {
+gnmi::SubscribeRequest requestOf(gnmi::SubscriptionList::Mode mode, std::vector<std::string> const& names,
+                                 gnmi::Encoding encoding = gnmi::PROTO) {
   gnmi::SubscribeRequest request;
   request.mutable_subscribe()->set_mode(mode);
-  request.mutable_subscribe()->set_encoding(gnmi::PROTO);
+  request.mutable_subscribe()->set_encoding(encoding);
   gnmi::Subscription& subscription = *request.mutable_subscribe()->add_subscription();
   subscription.set_mode(gnmi::ON_CHANGE);
   for (std::string const& name : names)
@@ -288,7 +289,7 @@ constexpr std::uint64_t kUpdateField = 1;
 constexpr std::uint64_t kSyncField = 3;
 constexpr std::uint64_t kUpdatesOfNotification = 4;
 
-void measureOnce(std::size_t leaves) {
+void measureOnce(std::size_t leaves, gnmi::Encoding encoding) {
   AgentProcess agent(leaves);
   for (int round = 0; round < 3; ++round) {
     std::atomic<std::size_t> syncs = 0;
@@ -300,8 +301,8 @@ void measureOnce(std::size_t leaves) {
     channel->WaitForConnected(std::chrono::system_clock::now() + std::chrono::seconds(10));
     std::int64_t const cpu = agent.ask("cpu");
     std::int64_t const start = nowNs();
-    Subscriber const subscriber(channel, requestOf(gnmi::SubscriptionList::ONCE, {"synthetic"}), true,
-                                [&](std::string_view response) {
+    Subscriber const subscriber(channel, requestOf(gnmi::SubscriptionList::ONCE, {"synthetic"}, encoding),
+                                true, [&](std::string_view response) {
                                   bytes += response.size();
                                   ++messages;
                                   fieldsOf(response, [&](std::uint64_t field, std::string_view inner, auto) {
@@ -451,6 +452,11 @@ void measureSlow(std::size_t count) {
              static_cast<double>(costs) / 1024, ms(agent.ask("hold")));
 }
 
+int usage() {
+  std::fprintf(stderr, "usage: ondra-load once [NUMBER [PROTO|JSON|JSON_IETF]] | streams|slow [NUMBER]\n");
+  return 2;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -458,14 +464,15 @@ int main(int argc, char** argv) {
   std::string_view const what = argc > 1 ? argv[1] : "";
   std::size_t const number = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0;
   if (what == "once") {
-    measureOnce(number != 0 ? number : 1'000'000);
+    gnmi::Encoding encoding = gnmi::PROTO;
+    if (argc > 3 && !gnmi::Encoding_Parse(argv[3], &encoding)) return usage();
+    measureOnce(number != 0 ? number : 1'000'000, encoding);
   } else if (what == "streams") {
     measureStreams(number != 0 ? number : 1'000);
   } else if (what == "slow") {
     measureSlow(number != 0 ? number : 100);
   } else {
-    std::fprintf(stderr, "usage: ondra-load once|streams|slow [NUMBER]\n");
-    return 2;
+    return usage();
   }
   return 0;
 }
