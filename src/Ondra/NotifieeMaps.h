@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -152,6 +153,7 @@ private:
   using Several = absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
 
   void insertByObject(GifGnmiNotifiee* notifiee);
+  void insertInOrder(GifGnmiNotifiee* notifiee);
   void eraseByObject(GifGnmiNotifiee* notifiee);
 
   NotifieeTable<NotifieePtr, PathHash, SamePath> byPath_;
@@ -159,7 +161,10 @@ private:
   absl::flat_hash_map<Object, Several, absl::Hash<Object>, std::equal_to<Object>,
                       Kel::MemAllocator<std::pair<Object const, Several>, NotifieeMaps>>
       several_; // of objects that have more than one: all
-  absl::btree_set<GifGnmiNotifiee*, PathOrder, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>> inOrder_;
+  using InOrder =
+      absl::btree_set<GifGnmiNotifiee*, PathOrder, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
+  InOrder inOrder_;
+  std::optional<InOrder::iterator> lastInOrder_; // that was put in, while nothing has been taken out since
 };
 
 extern KTD_EXPORT std::shared_ptr<NotifieeMaps> const notifieeMaps;

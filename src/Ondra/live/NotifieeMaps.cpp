@@ -31,17 +31,25 @@ bool PathOrder::operator()(Path const& a, GifGnmiNotifiee const* b) const {
 // --- NotifieeMaps ----------------------------------------------------------------------------------------
 
 void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object) {
-  if (NotifieePtr const* const found = byPath_.find(notifiee->prefixPath())) {
-    NotifieePtr const before(*found);
+  notifiee->objectIdentity_ = object;
+  if (!byPath_.insert(notifiee)) {
+    NotifieePtr const before(*byPath_.find(notifiee->prefixPath()));
     notifiee->recordedType_ = std::exchange(before->recordedType_, false);
     erase(before);
+    byPath_.insert(notifiee);
   }
   notifiee->inRegistry_ =
       true; // what follows can fail for want of memory: `erase` undoes as much of it as is done
-  notifiee->objectIdentity_ = object;
-  byPath_.insert(notifiee);
   insertByObject(notifiee.get());
-  inOrder_.insert(inOrder_.end(), notifiee.get()); // most walks go in about that order
+  insertInOrder(notifiee.get());
+}
+
+// Most walks go in about that order: the next is the last of all, or has its place beside the one before.
+void NotifieeMaps::insertInOrder(GifGnmiNotifiee* notifiee) {
+  bool const isLast = inOrder_.empty() || PathOrder{}(*inOrder_.rbegin(), notifiee);
+  auto const hint = isLast || !lastInOrder_ ? inOrder_.end() : *lastInOrder_;
+  lastInOrder_.reset(); // it is none any more
+  lastInOrder_ = inOrder_.insert(hint, notifiee);
 }
 
 void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
@@ -87,6 +95,7 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
     return;
   }
   notifiee->inRegistry_ = false;
+  lastInOrder_.reset();
   inOrder_.erase(notifiee.get());
   eraseByObject(notifiee.get());
   byPath_.erase(path);
