@@ -1,0 +1,61 @@
+// The states of watched attributes: one node per attribute and key, times that only move on.
+
+#include "Kel/ActivityClock.h"
+#include "Kel/Attr.h"
+#include "Ondra/AttrStateMap.h"
+#include "Ondra/GifNotifiee.h"
+#include "RecordingRouter.h"
+#include "fixture/Populate.h"
+#include "fixture/Types.h"
+
+namespace {
+
+using Ondra::AttrStateMap;
+using Ondra::AttrStateNode;
+using Handle = Kel::Ptr<Kel::GenericIf const>;
+
+long loopTime() { return Kel::activityManagerStatus()->activityLoopExecNsTime(); }
+
+class AttrState : public ::testing::Test {
+protected:
+  ~AttrState() override { Ondra::GifGnmiNotifiee::clearAllGnmiNotifiees(); }
+
+  Fixture::World world;
+  RecordingRouter router;
+  Kel::Ptr<Ondra::GifGnmiNotifiee> const notifiee{new Ondra::GifGnmiNotifiee(
+      world.device().get(), Ondra::Path::strToPathIs("/fixture/device"), router, false, false)};
+};
+
+TEST_F(AttrState, TimesOnlyMoveOn) {
+  AttrStateNode const node(3, nullptr);
+  long const made = loopTime();
+  EXPECT_EQ(node.effectiveTimestamp(), made);
+  EXPECT_EQ(node.updatedTimestamp(), made + 1) << "a change is not stamped with the time that the node has";
+  EXPECT_EQ(node.updatedTimestamp(), made + 2);
+  EXPECT_EQ(loopTime(), made + 2);
+  Kel::activityManagerStatus()->activityLoopExecNsTimeInc(10);
+  EXPECT_EQ(node.advanceTimestamp(), made + 12) << "in a later loop pass the clock is not moved";
+  EXPECT_EQ(loopTime(), made + 12);
+}
+
+TEST_F(AttrState, KeysAreDetached) {
+  AttrStateMap& map = notifiee->attrStates();
+  Kel::KelAttr const costs = world.device()->fwkType().attr("cost");
+  Kel::KelAttr const links = world.device()->fwkType().attr("link");
+  Kel::Ptr<Fixture::Interface> const eth0 = world.device()->interfaceIs("eth0");
+  Handle const strong = Kel::handleTo(eth0);
+  AttrStateNode const& cost = map.getAttrState(costs.id(), strong);
+  EXPECT_EQ(&map.getAttrState(costs.id(), Kel::GenericIf::weak(*eth0)), &cost);
+  EXPECT_EQ(cost.key()->object(), eth0.get());
+  Handle const wrapped = links.genericIfIteratorConst(Kel::handleTo(world.device())).key();
+  AttrStateNode const& link = map.getAttrState(links.id(), wrapped);
+  EXPECT_TRUE(link.key()->type().isEntity()) << "of a wrapper the reference";
+  std::uint32_t const held = eth0->refCount();
+  EXPECT_TRUE(map.delAttrState(costs.id(), strong));
+  EXPECT_EQ(map.queryAttrState(costs.id(), strong), nullptr);
+  EXPECT_EQ(map.queryAttrState(links.id(), wrapped), &link);
+  EXPECT_EQ(map.size(), 1U);
+  EXPECT_EQ(eth0->refCount(), held) << "a state does not keep the object of its key alive";
+}
+
+} // namespace
