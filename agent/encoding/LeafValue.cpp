@@ -10,6 +10,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include <absl/container/flat_hash_set.h>
@@ -154,6 +155,9 @@ LeafValue ofUnion(LeafInfo const& leaf, Value const& value) {
       // A union holds bytes as the text that they are in JSON, and what is empty as an empty one.
       if (member.type == LeafType::Empty) return ofText("");
       return found->has_bytes_val() ? ofText(absl::Base64Escape(found->bytes_val())) : found;
+    }
+    if constexpr (std::is_same_v<Value, TypedValue>) { // as it is held: stores and ways back have it so
+      if (value.has_string_val() && memberOf(leaf, value) != nullptr) return ofText(value.string_val());
     }
     return Kstd::Err(std::string("the value fits no member of this union"));
   }

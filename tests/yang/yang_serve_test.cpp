@@ -74,6 +74,8 @@ TEST(YangServe, ValuesOfEveryTypeInAndOut) {
             "[922337203685477580.7,0.0,3.0]",
             "leaflist_val { element { double_val: 9.2233720368547763e+17 } element { double_val: 0 } "
             "element { double_val: 3 } }"},
+           {"mixed", "list:AQID", R"(["AQID"])", "",
+            R"(leaflist_val { element { bytes_val: "\001\002\003" } })"},
            {"union", "5", "5", "", "uint_val: 5"},
            {"union", R"("many")", R"("many")", "", R"(string_val: "many")"},
            {"union", "int:-300", R"("-300")", "-300", "int_val: -300"},
