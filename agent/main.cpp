@@ -3,6 +3,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,8 +18,9 @@
 #include "agent/data/SetRecord.h"
 #include "agent/data/SetRestore.h"
 #include "agent/options/Console.h"
+#include "agent/service/AccessCommand.h"
 #include "agent/service/Audit.h"
-#include "agent/service/Authenticator.h"
+#include "agent/service/Gate.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
@@ -160,14 +162,29 @@ void restore(Agent::Runtime& runtime, Stored const& stored) {
 }
 
 void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
-  for (std::string const& warning : security.warnings)
-    Agent::say(stderr, fmt::format("ondra-agent serve: warning: {}\n", warning));
   for (Agent::ListenAddress const& address : server.addresses()) {
     Agent::say(stderr, fmt::format("ondra-agent serve: listening on {} ({})\n", address.text(),
                                    !security.isSecure     ? "plaintext"
                                    : security.asksClients ? "TLS, client certificates required"
                                                           : "TLS"));
   }
+}
+
+// All of it, or nothing.
+void readAnew(Agent::ServeOptions const& options, Agent::Gate& gate,
+              std::optional<Agent::TlsCredentials>& credentials) {
+  auto terms = Agent::Terms::read(options);
+  if (!terms) {
+    Agent::say(stderr, fmt::format("ondra-agent serve: nothing is read anew: {}\n", terms.error()));
+    return;
+  }
+  std::string said = fmt::format("ondra-agent serve: read anew: {}", terms->text());
+  for (std::string const& warning : terms->keys ? terms->keys->warnings : std::vector<std::string>())
+    said += fmt::format("; warning: {}", warning);
+  if (credentials) credentials->keysAre(*terms->keys);
+  if (std::size_t const ended = gate.termsAre(std::move(*terms)); ended > 0)
+    said += fmt::format("; {} streams have ended", ended);
+  Agent::say(stderr, said + "\n");
 }
 
 int serve(std::vector<std::string> const& arguments) {
@@ -183,15 +200,8 @@ int serve(std::vector<std::string> const& arguments) {
       return Agent::ExitCode::usage;
     }
   }
-  auto security = options->isSecure ? Agent::tlsSecurity(options->tls) : Agent::plaintext();
-  if (!security) return cannotStart(security.error());
-  std::shared_ptr<Agent::Authenticator> authenticator;
-  if (!options->usersFile.empty()) {
-    auto users = Agent::Users::fromFile(options->usersFile);
-    if (!users) return cannotStart(users.error());
-    authenticator = std::make_shared<Agent::Authenticator>(std::move(*users), Tovak::SystemClock::instance());
-  }
   if (!options->yangFolders.empty() && !options->servesMachine) Agent::machineIsLeftOut();
+  Agent::declareTypes();
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   std::unique_ptr<Agent::YangModel> yang; // what it has made refers to it
   if (!options->yangFolders.empty()) {
@@ -199,6 +209,8 @@ int serve(std::vector<std::string> const& arguments) {
     if (!model) return cannotStart(model.error());
     yang = std::move(*model);
   }
+  auto terms = Agent::Terms::read(*options);
+  if (!terms) return cannotStart(terms.error());
   std::unique_ptr<Agent::Audit> audit; // outlives the server and its calls
   if (!options->audit.file.empty()) {
     auto made = Agent::Audit::of(options->audit, Tovak::SystemClock::instance());
@@ -225,12 +237,17 @@ int serve(std::vector<std::string> const& arguments) {
     constraints = std::move(*made);
     runtime.sets().rulesIs(constraints.get());
   }
+  std::optional<Agent::TlsCredentials> credentials;
+  std::vector<std::string> const warnings = terms->keys ? terms->keys->warnings : std::vector<std::string>();
+  if (terms->keys) credentials.emplace(*terms->keys);
+  auto const security = credentials ? Agent::securityOf(*credentials) : Agent::plaintext();
+  auto const gate = std::make_shared<Agent::Gate>(std::move(*terms), Tovak::SystemClock::instance());
   Sources sources(runtime, *options);
   if (store->store) restore(runtime, *store);
   runtime.context().start();
   auto server = Agent::Server::start({.listen = options->listen,
-                                      .security = *security,
-                                      .authenticator = authenticator,
+                                      .security = security,
+                                      .gate = gate,
                                       .connections = options->connections,
                                       .audit = audit.get()},
                                      runtime);
@@ -238,7 +255,9 @@ int serve(std::vector<std::string> const& arguments) {
     runtime.context().stop();
     return cannotStart(server.error());
   }
-  announce(**server, *security);
+  for (std::string const& warning : warnings)
+    Agent::say(stderr, fmt::format("ondra-agent serve: warning: {}\n", warning));
+  announce(**server, security);
   std::unique_ptr<Agent::Server> providers; // of the device's own processes
   if (!options->providers.empty()) {
     Agent::ServerSecurity const local = Agent::plaintext();
@@ -252,12 +271,13 @@ int serve(std::vector<std::string> const& arguments) {
     announce(*providers, local);
   }
   runtime.context().scheduler()->post(
-      [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security->isSecure] {
+      [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security.isSecure] {
         Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
       });
   {
-    Agent::ServiceManager const manager(runtime.context(), runtime.calls());
-    signals.await();
+    Agent::ServiceManager manager(runtime.context(), runtime.calls());
+    while (signals.await() == Agent::Signals::Wish::ReadAnew)
+      manager.whileReading([&] { readAnew(*options, *gate, credentials); });
   }
   if (providers) providers->drain(kPatienceNs);
   (*server)->drain(kPatienceNs);
@@ -265,17 +285,29 @@ int serve(std::vector<std::string> const& arguments) {
   return Agent::ExitCode::ok;
 }
 
+int access(std::vector<std::string> const& arguments) {
+  std::unique_ptr<Agent::YangModel> yang;
+  return Agent::accessCommand(
+      arguments, [&yang](auto const& folders, auto const& modules) -> Kstd::Result<void, std::string> {
+        auto model = Agent::YangModel::load({.folders = folders, .modules = modules});
+        if (!model) return Kstd::Err(model.error());
+        yang = std::move(*model);
+        return {};
+      });
+}
+
 struct Command {
   std::string_view name;
   std::string_view what;
   int (*run)(std::vector<std::string> const& arguments);
 };
-constexpr std::array<Command, 6> kCommands = {{
+constexpr std::array<Command, 7> kCommands = {{
     {"serve", "serve this machine over gNMI", serve},
     {"watch", "print updates as they come", Agent::watchCommand},
     {"get", "print what is there", Agent::getCommand},
     {"set", "change the configuration", Agent::setCommand},
     {"capabilities", "print what a server can do", Agent::capabilitiesCommand},
+    {"access", "tell what rules permit", access},
     {"paths", "print what modules would be served as", Agent::pathsCommand},
 }};
 

@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "agent/client/Lines.h"
-#include "agent/client/PathText.h"
 #include "agent/client/Requests.h"
 #include "agent/client/ValueText.h"
 #include "agent/options/Console.h"
+#include "agent/paths/PathText.h"
 
 namespace Agent {
 namespace {

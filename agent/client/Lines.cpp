@@ -11,8 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "agent/client/PathText.h"
 #include "agent/client/ValueText.h"
+#include "agent/paths/PathText.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {

@@ -8,8 +8,8 @@
 #include <map>
 #include <utility>
 
-#include "agent/client/PathText.h"
 #include "agent/client/ValueText.h"
+#include "agent/paths/PathText.h"
 
 namespace Agent {
 namespace {

@@ -13,6 +13,7 @@
 #include <grpcpp/support/status.h>
 
 #include "Kstd/Result.h"
+#include "agent/access/RuleTree.h"
 #include "agent/data/JsonTree.h"
 #include "agent/data/PathStates.h"
 #include "agent/encoding/JsonBuffer.h"
@@ -35,8 +36,9 @@ struct GetOrder {
   std::size_t prefixElems = 0; // of each path, that the answers' prefix repeats
   gnmi::GetRequest::DataType type = gnmi::GetRequest::ALL;
   gnmi::Encoding encoding = gnmi::JSON;
-  std::vector<std::string> modules; // the leaves of these alone; empty: all
-  std::uint32_t depth = 0;          // of leaves below what a path means, at most; 0: any
+  std::vector<std::string> modules;                 // the leaves of these alone; empty: all
+  std::uint32_t depth = 0;                          // of leaves below what a path means, at most; 0: any
+  std::shared_ptr<RuleTree const> access = nullptr; // what may be read; null: everything
 };
 
 // JSON: one update for each node that the path matches, with everything below it. PROTO: one for each leaf.

@@ -40,7 +40,12 @@ void GetRun::next() {
   auto pattern = Pattern::of(order_.paths[index]);
   if (!pattern) return end(pattern.error());
   answers_.push_back(std::make_unique<GetAnswer>(order_, index));
-  if (auto plan = ObjectReading::planOf(order_, *pattern)) {
+  auto const& access = order_.access;
+  // An empty container that may not be read is as if it were not there.
+  isReadable_ = !access || (pattern->isConcrete() && access->at(*pattern).permits());
+  // Objects are read whole where all of them may be read.
+  bool const isWhole = !access || access->coverOf(*pattern) == Pattern::Cover::All;
+  if (auto plan = isWhole ? ObjectReading::planOf(order_, *pattern) : nullptr) {
     auto const self = shared_from_this();
     reading_ = std::make_unique<ObjectReading>(
         router_, order_, std::move(*pattern), std::move(plan), *answers_.back(), address_,
@@ -51,7 +56,7 @@ void GetRun::next() {
         });
     return;
   }
-  snapshot_ = std::make_shared<Snapshot>(router_, std::move(*pattern), shared_from_this(), address_);
+  snapshot_ = std::make_shared<Snapshot>(router_, std::move(*pattern), access, shared_from_this(), address_);
 }
 
 void GetRun::notification(gnmi::Notification const& notification) {
@@ -89,7 +94,7 @@ void GetRun::pathIsRead() {
   GetAnswer& answer = *answers_.back();
   if (answer.isEmpty() && !answer.hasLeftOut()) {
     RequestPath const& path = order_.paths[answers_.size() - 1];
-    if (!isContainerThere(path))
+    if (!isContainerThere(path) || !isReadable_)
       return end({StatusCode::NOT_FOUND, fmt::format("{}: there is nothing", path.text())});
     answer.emptyContainerIs();
   }

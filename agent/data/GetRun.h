@@ -64,6 +64,7 @@ private:
   std::shared_ptr<Shares> const shares_;
   std::size_t bytes_ = 0; // of the answers before the last
   bool isTooLarge_ = false;
+  bool isReadable_ = true; // the path that is read, itself
   std::size_t memoryBytes_ = 0;
   std::int64_t timestamp_ = 0;             // of the end of the reading, in loop time
   std::shared_ptr<Snapshot> snapshot_;     // refers to this

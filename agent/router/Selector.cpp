@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "agent/model/Tree.h"
+#include "agent/paths/OutPath.h"
 #include "agent/paths/TypeTree.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -41,11 +44,12 @@ bool hasAnyDepth(Pattern const& pattern) {
 } // namespace
 
 Selector::Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
-                   Modules modules, std::size_t depth)
+                   Modules modules, std::size_t depth, Access access)
     : pattern_(std::move(pattern))
     , rivals_(std::move(rivals))
     , modules_(std::move(modules))
-    , depth_(depth) {}
+    , depth_(depth)
+    , access_(std::move(access)) {}
 
 // By what is published of it; what is no leaf is told when it changes.
 bool Selector::isMeant(TypeNode const& leaf, LeafKind kind) const {
@@ -85,7 +89,13 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     case Cover::All: return {};
     }
   }
-  bool const takesAll = cover == Cover::All && rivals.empty();
+  std::optional<RuleTree::Place> place; // where some may be read
+  if (access_) {
+    place = access_->at(prefix);
+    if (place->cover() == Cover::None) return {};
+    if (place->cover() == Cover::All) place.reset();
+  }
+  bool const takesAll = cover == Cover::All && rivals.empty() && !place;
   bool const takesAny = kind == LeafKind::All && modules_ == nullptr; // whatever is published of them
   if (takesAll && takesAny && keep == nullptr && depth_ == 0) return {.any = true, .updates = std::nullopt};
 
@@ -100,6 +110,7 @@ Selector::Selected Selector::chosen(gnmi::Notification const& notification, Leaf
     bool const isOthers =
         std::ranges::any_of(rivals, [&path](Pattern const* rival) { return rival->covers(path); });
     if (isOthers) continue;
+    if (place && !place->below(PathView(update.path(), 0)).permits()) continue;
     if (!takesAny) {
       auto const leaf = node ? node->descendant(update.path(), 0) : node;
       if (!isMeant(leaf.value_or(TypeNode()), kind)) continue;
@@ -128,7 +139,30 @@ void Selector::appendEnds(gnmi::Path const& prefix, gnmi::Path const& path,
     if (level > depth_ || (level == depth_ && node && node->leaf() == nullptr)) return;
   }
   if (cover == Cover::Partial && !hasAnyDepth(*pattern_)) appendConcrete(end, *pattern_, view.size());
-  to.push_back(std::move(end));
+  appendPermitted(std::move(end), to);
+}
+
+// Where the path itself may not be read, and something below it may, the end is that of each such thing.
+void Selector::appendPermitted(gnmi::Path end, std::vector<gnmi::Path>& to) const {
+  RuleTree::Place const place = access_ ? access_->at(PathView(end, 1)) : RuleTree::Place();
+  if (!access_ || place.mayPermit()) {
+    to.push_back(std::move(end));
+    return;
+  }
+  if (place.cover() == Cover::None) return;
+  std::set<std::string> ends; // canonical bytes, none of them below another
+  auto const depth = static_cast<std::size_t>(end.elem_size()) - 1;
+  place.forEachPermitted([&](Pattern const& permitted) {
+    gnmi::Path below = end;
+    appendConcrete(below, permitted, depth);
+    std::string bytes = pathBytes(PathView(below, 0));
+    std::erase_if(ends, [&bytes](std::string const& other) { return bytesAtOrBelow(bytes, other); });
+    bool const isBelow = std::ranges::any_of(
+        ends, [&bytes](std::string const& other) { return bytesAtOrBelow(other, bytes); });
+    if (!isBelow) ends.insert(std::move(bytes));
+  });
+  for (std::string const& bytes : ends)
+    to.push_back(pathOfBytes(bytes));
 }
 
 gnmi::Path Selector::anchor() const {

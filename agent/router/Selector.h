@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/access/RuleTree.h"
 #include "agent/paths/Pattern.h"
 
 namespace gnmi {
@@ -39,12 +40,15 @@ public:
   using Modules = std::shared_ptr<std::vector<std::string> const>;
   // `rivals`: the patterns of the same call to which a leaf belongs that they cover too. `modules`: those
   // whose leaves are meant alone; null: all. `depth`: how many levels below what the pattern means; 0: all.
+  // `access`: what may be read, the rest is as if it were not there; null: everything.
+  using Access = std::shared_ptr<RuleTree const>;
   Selector(std::shared_ptr<Pattern const> pattern, std::vector<std::shared_ptr<Pattern const>> rivals,
-           Modules modules = nullptr, std::size_t depth = 0);
+           Modules modules = nullptr, std::size_t depth = 0, Access access = nullptr);
 
   [[nodiscard]] std::shared_ptr<Pattern const> const& pattern() const noexcept { return pattern_; }
   [[nodiscard]] Modules const& modules() const noexcept { return modules_; }
   [[nodiscard]] std::size_t depth() const noexcept { return depth_; }
+  [[nodiscard]] Access const& access() const noexcept { return access_; }
   [[nodiscard]] bool hasRivals() const noexcept { return !rivals_.empty(); }
 
   [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind) const;
@@ -52,7 +56,8 @@ public:
   [[nodiscard]] Selected updates(gnmi::Notification const& notification, LeafKind kind, Keep keep) const;
 
   // What the end of `path` means for the pattern: the path itself where it is covered; of a path above, as
-  // far down towards the pattern as that is concrete. Appended to `to`, internal and whole.
+  // far down towards the pattern as that is concrete. The same of what may be read of that. Appended to `to`,
+  // internal and whole.
   void appendEnds(gnmi::Path const& prefix, gnmi::Path const& path, std::vector<gnmi::Path>& to) const;
   // The deepest concrete path above everything that the pattern covers; internal.
   [[nodiscard]] gnmi::Path anchor() const;
@@ -61,6 +66,7 @@ private:
   [[nodiscard]] Selected chosen(gnmi::Notification const& notification, LeafKind kind,
                                 Keep const* keep) const;
   [[nodiscard]] bool isMeant(TypeNode const& leaf, LeafKind kind) const;
+  void appendPermitted(gnmi::Path end, std::vector<gnmi::Path>& to) const;
   // How far below what the pattern means. REQUIRES that it covers the path.
   [[nodiscard]] std::size_t levelOf(PathView const& path) const;
 
@@ -68,6 +74,7 @@ private:
   std::vector<std::shared_ptr<Pattern const>> rivals_;
   Modules modules_;
   std::size_t depth_;
+  Access access_;
 };
 
 } // namespace Agent

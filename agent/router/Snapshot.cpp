@@ -9,10 +9,10 @@
 
 namespace Agent {
 
-Snapshot::Snapshot(Router& router, Pattern pattern, std::shared_ptr<SnapshotSink> sink,
-                   std::string const& address)
+Snapshot::Snapshot(Router& router, Pattern pattern, Selector::Access access,
+                   std::shared_ptr<SnapshotSink> sink, std::string const& address)
     : router_(router)
-    , selector_(std::make_shared<Pattern const>(std::move(pattern)), {})
+    , selector_(std::make_shared<Pattern const>(std::move(pattern)), {}, nullptr, 0, std::move(access))
     , sink_(std::move(sink))
     , walk_(router.walkIs(selector_.pattern(), Ondra::flagSnapshot, *this, address)) {}
 

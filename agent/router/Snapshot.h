@@ -34,9 +34,10 @@ public:
 // A snapshot on its way; dropping it calls it off. Scheduler thread; the router outlives it.
 class Snapshot final : private PatternWalk::Receiver {
 public:
-  // Reads for `sink`, when it is the turn of a peer of that address. The first notification comes in a later
-  // turn.
-  Snapshot(Router& router, Pattern pattern, std::shared_ptr<SnapshotSink> sink, std::string const& address);
+  // Reads for `sink` what it may read, when it is the turn of a peer of that address. The first notification
+  // comes in a later turn.
+  Snapshot(Router& router, Pattern pattern, Selector::Access access, std::shared_ptr<SnapshotSink> sink,
+           std::string const& address);
   ~Snapshot() override;
   Snapshot(Snapshot const&) = delete;
   Snapshot& operator=(Snapshot const&) = delete;

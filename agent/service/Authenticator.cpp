@@ -26,10 +26,22 @@ constexpr std::size_t kLongest = CRYPT_MAX_PASSPHRASE_SIZE - 1;
 
 } // namespace
 
-Authenticator::Authenticator(Users users, Tovak::Clock& clock) : users_(std::move(users)), clock_(clock) {
-  TOVAK_ASSERT(users_.size() > 0, Tovak::Platform::getDebugHandler("OndraAgent", false),
+Authenticator::Authenticator(std::shared_ptr<Users const> users, Tovak::Clock& clock)
+    : clock_(clock)
+    , users_(std::move(users)) {
+  TOVAK_ASSERT(users_->size() > 0, Tovak::Platform::getDebugHandler("OndraAgent", false),
                "nobody could ever call");
   if (RAND_bytes(key_.data(), static_cast<int>(key_.size())) != 1) std::abort(); // no randomness, no secrets
+}
+
+void Authenticator::usersAre(std::shared_ptr<Users const> users) {
+  Hashing const hashing(hashing_); // nothing of the old ones is found out meanwhile
+  std::shared_ptr<Users const> const before = std::exchange(users_, std::move(users));
+  std::lock_guard<std::mutex> const hold(lock_);
+  std::erase_if(verdicts_, [&](auto const& entry) {
+    Verdict const& verdict = entry.second;
+    return !verdict.isAccepted || !users_->hasSame(*before, verdict.name);
+  });
 }
 
 grpc::Status Authenticator::check(Metadata const& metadata, std::string const& peer) {
@@ -95,7 +107,7 @@ Authenticator::Known Authenticator::found(Hashing const& hashing, std::string_vi
   TOVAK_ASSERT(hashing.owns_lock() && hashing.mutex() == &hashing_,
                Tovak::Platform::getDebugHandler("OndraAgent", false), "two passwords are hashed at a time");
   std::int64_t const begin = clock_.monotonicNs();
-  bool const isAccepted = users_.accepts(name, password);
+  bool const isAccepted = users_->accepts(name, password);
   std::int64_t const now = clock_.monotonicNs();
   std::lock_guard<std::mutex> const hold(lock_);
   if (!isAccepted) guesses_.guessed(place, name, now, now - begin);
@@ -104,7 +116,8 @@ Authenticator::Known Authenticator::found(Hashing const& hashing, std::string_vi
                   [&](auto const& entry) { return entry.second.untilNs <= now || !entry.second.isAccepted; });
   }
   if (verdicts_.size() < memory)
-    verdicts_.insert_or_assign(digest, Verdict{isAccepted, now + (isAccepted ? acceptedNs : refusedNs)});
+    verdicts_.insert_or_assign(
+        digest, Verdict{isAccepted, now + (isAccepted ? acceptedNs : refusedNs), std::string(name)});
   return isAccepted ? Known::Accepted : Known::Refused;
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -36,7 +37,10 @@ public:
   using Metadata = std::multimap<grpc::string_ref, grpc::string_ref>;
 
   // The clock must outlive it. REQUIRES that there are users.
-  Authenticator(Users users, Tovak::Clock& clock);
+  Authenticator(std::shared_ptr<Users const> users, Tovak::Clock& clock);
+
+  // From now on these; of others nothing is remembered any more. REQUIRES that there are users.
+  void usersAre(std::shared_ptr<Users const> users);
 
   // `peer`: as gRPC writes it. OK; UNAUTHENTICATED; UNAVAILABLE when too many wrong passwords came in.
   [[nodiscard]] grpc::Status check(Metadata const& metadata, std::string const& peer);
@@ -46,6 +50,7 @@ private:
   struct Verdict {
     bool isAccepted;
     std::int64_t untilNs;
+    std::string name;
   };
   [[nodiscard]] Digest digest(std::string_view name, std::string_view password) const;
   enum class Known : std::uint8_t { Accepted, Refused, No };
@@ -56,11 +61,11 @@ private:
   [[nodiscard]] Known found(Hashing const& hashing, std::string_view name, std::string_view password,
                             Digest const& digest, std::string const& place);
 
-  Users const users_;
   Tovak::Clock& clock_;
   std::array<unsigned char, 32> key_;
-  std::timed_mutex hashing_; // held while a hash is computed; before `lock_`
-  std::mutex lock_;          // guards what follows
+  std::timed_mutex hashing_;           // held while a hash is computed; before `lock_`
+  std::shared_ptr<Users const> users_; // guarded by it
+  std::mutex lock_;                    // guards what follows
   std::map<Digest, Verdict> verdicts_;
   GuessBudget guesses_;
 };

@@ -11,6 +11,7 @@
 #include "agent/data/GetRun.h"
 #include "agent/paths/RequestParts.h"
 #include "agent/router/Router.h"
+#include "agent/service/Gate.h"
 #include "agent/service/UnaryCalls.h"
 #include "agent/service/UnaryEnd.h"
 
@@ -26,10 +27,11 @@ public:
       , context_(std::make_shared<UnaryContext>(context))
       , end_(std::make_shared<UnaryEnd>(*this, context_, router.context().limits().stuckNs)) {}
 
-  void start(gnmi::GetRequest const& request, Router& router) {
+  void start(Guest const& guest, gnmi::GetRequest const& request, Router& router) {
     std::shared_ptr<UnaryEnd> const end = std::move(end_); // the run's from now on
     auto order = GetOrder::of(request);
     if (!order) return end->finish(order.error());
+    order->access = guest.rights.reads;
     auto const run = std::make_shared<GetRun>(router, std::move(*order), address_);
     run_ = run;
     shares_ = run->shares();
@@ -69,10 +71,11 @@ private:
 
 } // namespace
 
-grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, gnmi::GetRequest const& request,
-                                  grpc::ByteBuffer& response, Router& router) {
+grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, Guest const& guest,
+                                  gnmi::GetRequest const& request, grpc::ByteBuffer& response,
+                                  Router& router) {
   auto* const call = new GetCall(context, response, router);
-  call->start(request, router);
+  call->start(guest, request, router);
   return call;
 }
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "agent/service/Audit.h"
-#include "agent/service/Authenticator.h"
+#include "agent/service/Gate.h"
 #include "agent/service/Runtime.h"
 #include "agent/service/SubscribeStream.h"
 #include "agent/service/UnaryCalls.h"
@@ -83,34 +83,33 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
   auto handler =
       std::make_unique<Handler>([this, handle, method](grpc::CallbackServerContext* context,
                                                        grpc::ByteBuffer const*, Response* response) {
-        if (grpc::Status const status = admission(*context, method); !status.ok())
-          return refused(*context, status);
+        auto const admitted = admission(*context, method);
+        if (!admitted) return refused(*context, admitted.error());
         auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
         if (!call.parse())
           return refused(*context, {grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
-        return handle(*context, call.request(), *response);
+        return handle(*context, *admitted, call.request(), *response);
       });
   handler->SetMessageAllocator(&calls);
   MarkMethodCallback(method, handler.release()); // which owns it from then on
 }
 
-GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer,
-                         Audit* audit)
+GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Gate> gate, Writer writer, Audit* audit)
     : runtime_(runtime)
-    , authenticator_(std::move(authenticator))
+    , gate_(std::move(gate))
     , writer_(writer)
     , audit_(audit)
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
     , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
     , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
-  unaryIs(kCapabilities, *capabilities_, [](auto& context, auto& request, auto& response) {
+  unaryIs(kCapabilities, *capabilities_, [](auto& context, auto&, auto& request, auto& response) {
     return capabilitiesCall(context, request, response);
   });
-  unaryIs(kGet, *gets_, [this](auto& context, auto& request, auto& response) {
-    return getCall(context, request, response, runtime_.router());
+  unaryIs(kGet, *gets_, [this](auto& context, auto& guest, auto& request, auto& response) {
+    return getCall(context, guest, request, response, runtime_.router());
   });
-  unaryIs(kSet, *sets_, [this](auto& context, auto& request, auto& response) {
-    return setCall(context, request, response, runtime_.sets(), writer_, audit_);
+  unaryIs(kSet, *sets_, [this](auto& context, auto& guest, auto& request, auto& response) {
+    return setCall(context, guest, request, response, runtime_.sets(), writer_, audit_);
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(
@@ -119,21 +118,22 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authen
 
 GnmiService::~GnmiService() = default;
 
-grpc::Status GnmiService::admission(grpc::CallbackServerContext const& context, int method) const {
+Gate::Admitted GnmiService::admission(grpc::CallbackServerContext const& context, int method) const {
   static constexpr char const* kNames[] = {"Capabilities", "Get", "Set", "Subscribe"};
   if (closed_.load(std::memory_order_relaxed))
-    return {grpc::StatusCode::UNAVAILABLE, "the agent is going down"};
-  if (!authenticator_) return grpc::Status::OK;
-  grpc::Status status = authenticator_->check(context.client_metadata(), context.peer());
-  if (!status.ok() && audit_ != nullptr) audit_->refused(Audit::Caller(context), kNames[method], status);
-  return status;
+    return Kstd::Err(grpc::Status(grpc::StatusCode::UNAVAILABLE, "the agent is going down"));
+  if (!gate_) return Guest();
+  auto admitted = gate_->admit(context);
+  if (!admitted && audit_ != nullptr)
+    audit_->refused(Audit::Caller(context), kNames[method], admitted.error());
+  return admitted;
 }
 
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
 GnmiService::subscribe(grpc::CallbackServerContext& context) {
-  if (grpc::Status const status = admission(context, kSubscribe); !status.ok())
-    return new RefusedStream(status);
-  return subscribeCall(context, runtime_.calls());
+  auto admitted = admission(context, kSubscribe);
+  if (!admitted) return new RefusedStream(admitted.error());
+  return subscribeCall(context, std::move(*admitted), gate_, runtime_.calls());
 }
 
 } // namespace Agent

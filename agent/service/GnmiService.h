@@ -10,22 +10,24 @@
 #include <grpcpp/support/message_allocator.h>
 #include <grpcpp/support/server_callback.h>
 
+#include "Kstd/Result.h"
 #include "agent/model/Schema.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
 
 namespace Agent {
 
 class Audit;
-class Authenticator;
+class Gate;
+struct Guest;
 class Runtime;
 
 // Registered with one gRPC server, which it outlives, as the runtime outlives it. Its calls come in on gRPC's
 // threads.
 class GnmiService final : public gnmi::gNMI::Service {
 public:
-  // Without an authenticator everybody may call. Sets are those of such a writer. What it does is told to the
-  // audit, which outlives it.
-  GnmiService(Runtime& runtime, std::shared_ptr<Authenticator> authenticator, Writer writer = Writer::Client,
+  // Without a gate everybody may call, and do everything. Sets are those of such a writer. What it does is
+  // told to the audit, which outlives it.
+  GnmiService(Runtime& runtime, std::shared_ptr<Gate> gate, Writer writer = Writer::Client,
               Audit* audit = nullptr);
   ~GnmiService() override;
 
@@ -42,12 +44,13 @@ private:
   void unaryIs(int method, UnaryCalls<Request, Response>& calls, Handle handle);
 
   // Whether the call may go on, by its credentials and the state of the service.
-  [[nodiscard]] grpc::Status admission(grpc::CallbackServerContext const& context, int method) const;
+  [[nodiscard]] Kstd::Result<Guest, grpc::Status> admission(grpc::CallbackServerContext const& context,
+                                                            int method) const;
   [[nodiscard]] grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
   subscribe(grpc::CallbackServerContext& context);
 
   Runtime& runtime_;
-  std::shared_ptr<Authenticator> const authenticator_;
+  std::shared_ptr<Gate> const gate_;
   Writer const writer_;
   Audit* const audit_;
   std::atomic<bool> closed_ = false;

@@ -32,10 +32,16 @@ void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
   app.add_option("--tls-client-ca", options.tls.clientCa,
                  "clients need a certificate that one of these authorities signed, PEM")
       ->type_name("FILE");
+  app.add_option("--tls-client-crl", options.tls.clientCrl,
+                 "revocation lists of these authorities, PEM: who is on one may call nothing")
+      ->type_name("FILE");
   app.add_flag("--insecure", raw.insecure,
                "plaintext; say it twice to listen that way on other than loopback addresses");
   app.add_option("--users", options.usersFile,
                  "who may call: lines NAME:HASH, hashes as of crypt(5), made by 'mkpasswd'")
+      ->type_name("FILE");
+  app.add_option("--access", options.accessFile,
+                 "who may read and write what: rules in JSON; what none of them permits is denied")
       ->type_name("FILE");
   app.add_option(
          "--audit", options.audit.file,
@@ -135,6 +141,8 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
   options.checksConstraints = !raw.leavesConstraintsOut;
   if (options.isSecure == options.tls.key.empty()) return wrong("--tls-cert and --tls-key need each other");
   if (!options.isSecure && !options.tls.clientCa.empty()) return wrong("--tls-client-ca needs --tls-cert");
+  if (options.tls.clientCa.empty() && !options.tls.clientCrl.empty())
+    return wrong("--tls-client-crl needs --tls-client-ca");
   if (options.isSecure && raw.insecure > 0) return wrong("--insecure contradicts --tls-cert");
   if (!options.isSecure && raw.insecure == 0)
     return wrong("give --tls-cert and --tls-key, or --insecure for plaintext");

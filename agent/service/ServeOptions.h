@@ -20,9 +20,10 @@ namespace Agent {
 struct ServeOptions {
   std::vector<ListenAddress> listen;
   TlsFiles tls;
-  bool isSecure = false; // else plaintext
-  std::string usersFile; // empty: everybody may call
-  Audit::Options audit;  // no file: none
+  bool isSecure = false;  // else plaintext
+  std::string usersFile;  // empty: everybody may call
+  std::string accessFile; // empty: and do everything
+  Audit::Options audit;   // no file: none
   std::string trace;
   Limits limits;
   ConnectionLimits connections;

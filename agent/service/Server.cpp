@@ -80,8 +80,7 @@ gpr_timespec fromNow(std::int64_t ns) {
 Kstd::Result<std::unique_ptr<Server>, std::string> Server::start(Options const& options, Runtime& runtime) {
   prepareGrpc();
   std::unique_ptr<Server> server(new Server(runtime));
-  server->service_ =
-      std::make_unique<GnmiService>(runtime, options.authenticator, options.writer, options.audit);
+  server->service_ = std::make_unique<GnmiService>(runtime, options.gate, options.writer, options.audit);
   if (auto const listens = server->listen(options); !listens) return Kstd::Err(listens.error());
   return server;
 }

@@ -20,7 +20,7 @@ class Server;
 namespace Agent {
 
 class Audit;
-class Authenticator;
+class Gate;
 class GnmiService;
 class Runtime;
 struct Tree;
@@ -32,7 +32,7 @@ public:
   struct Options {
     std::vector<ListenAddress> listen;
     ServerSecurity security;
-    std::shared_ptr<Authenticator> authenticator; // null: everybody may call
+    std::shared_ptr<Gate> gate; // null: everybody may call, and do everything
     ConnectionLimits connections = {};
     Writer writer = Writer::Client; // of the Sets that come in
     Audit* audit = nullptr;         // outlives the server

@@ -46,6 +46,11 @@ ServiceManager::ServiceManager(Context& context, Calls& calls)
   });
 }
 
+void ServiceManager::readingBegins() {
+  tell(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", context_.clock().monotonicNs() / 1'000));
+}
+void ServiceManager::readingEnds() { tell("READY=1"); }
+
 ServiceManager::~ServiceManager() {
   tell("STOPPING=1");
   context_.scheduler()->post([scheduler = context_.scheduler().get(), signs = signs_] {

@@ -23,11 +23,22 @@ public:
   ServiceManager(Context& context, Calls& calls);
   // STOPPING.
   ~ServiceManager();
+
+  // RELOADING, and READY again once `read` has returned.
+  template <class Read>
+  void whileReading(Read const& read) {
+    readingBegins();
+    read();
+    readingEnds();
+  }
   ServiceManager(ServiceManager const&) = delete;
   ServiceManager& operator=(ServiceManager const&) = delete;
 
 private:
   struct Signs; // the scheduler thread's
+
+  void readingBegins();
+  void readingEnds();
 
   Context& context_;
   std::shared_ptr<Signs> const signs_;

@@ -5,8 +5,10 @@
 #include <utility>
 
 #include "agent/context/Context.h"
+#include "agent/data/SetAccess.h"
 #include "agent/data/SetRun.h"
 #include "agent/service/Audit.h"
+#include "agent/service/Gate.h"
 #include "agent/service/UnaryCalls.h"
 #include "agent/service/UnaryEnd.h"
 
@@ -42,9 +44,10 @@ constexpr std::size_t kPlanFactor = 12;
 
 class SetCall final : public grpc::ServerUnaryReactor {
 public:
-  SetCall(grpc::CallbackServerContext& context, SetRuns& sets, Writer writer)
+  SetCall(grpc::CallbackServerContext& context, Guest const& guest, SetRuns& sets, Writer writer)
       : sets_(sets)
       , writer_(writer)
+      , access_(guest.rights.writes)
       , context_(std::make_shared<UnaryContext>(context))
       , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context().limits().stuckNs)) {}
 
@@ -66,6 +69,7 @@ public:
       if (!extensions) return end->finish(extensions.error());
       auto plan = setPlanOf(request, &isCancelled_, writer_);
       if (!plan) return end->finish(plan.error());
+      if (grpc::Status const status = permission(request, **plan); !status.ok()) return end->finish(status);
       answer(request, response);
       sets_.context().scheduler()->post([this, end, &response, plan = std::move(*plan),
                                          extensions = std::move(*extensions),
@@ -87,8 +91,17 @@ public:
   }
 
 private:
+  [[nodiscard]] grpc::Status permission(gnmi::SetRequest const& request, SetPlan const& plan) const {
+    if (!access_) return grpc::Status::OK;
+    // To confirm or cancel what others have set, or to become the master, is for those who may set something.
+    if (request.extension_size() > 0 && access_->root().cover() == Pattern::Cover::None)
+      return {grpc::StatusCode::PERMISSION_DENIED, "you may not write anything"};
+    return mayWrite(*access_, plan);
+  }
+
   SetRuns& sets_;
   Writer const writer_;
+  std::shared_ptr<RuleTree const> const access_; // null: everything may be written
   std::shared_ptr<UnaryContext> const context_;
   std::shared_ptr<UnaryEnd> end_; // until the call has begun
   std::atomic<bool> isCancelled_ = false;
@@ -96,9 +109,10 @@ private:
 
 } // namespace
 
-grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, gnmi::SetRequest const& request,
-                                  gnmi::SetResponse& response, SetRuns& sets, Writer writer, Audit* audit) {
-  auto* const call = new SetCall(context, sets, writer);
+grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, Guest const& guest,
+                                  gnmi::SetRequest const& request, gnmi::SetResponse& response, SetRuns& sets,
+                                  Writer writer, Audit* audit) {
+  auto* const call = new SetCall(context, guest, sets, writer);
   call->start(request, response, audit, context);
   return call;
 }

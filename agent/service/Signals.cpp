@@ -1,4 +1,4 @@
-// Signals that end the process are blocked and waited for; a second one ends it at once.
+// Signals are blocked and waited for; a second one to end does so at once.
 #include "agent/service/Signals.h"
 
 #include <csignal>
@@ -12,7 +12,7 @@ bool isIgnored(int signal) {
   return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-sigset_t endings() {
+sigset_t awaited() {
   sigset_t set;
   sigemptyset(&set);
   for (int const signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -26,21 +26,23 @@ extern "C" void endNow(int signal) { ::_exit(128 + signal); }
 } // namespace
 
 Signals::Signals() {
-  sigset_t const set = endings();
+  sigset_t const set = awaited();
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   std::signal(SIGPIPE, SIG_IGN); // a reader of our standard output that went away is not our end
 }
 
-void Signals::await() {
-  sigset_t const set = endings();
+Signals::Wish Signals::await() {
+  sigset_t const set = awaited();
   int signal = 0;
   ::sigwait(&set, &signal);
+  if (signal == SIGHUP) return Wish::ReadAnew;
   struct sigaction action {};
   action.sa_handler = &endNow;
-  for (int const each : {SIGTERM, SIGINT, SIGHUP}) {
-    if (sigismember(&set, each) == 1) ::sigaction(each, &action, nullptr);
-  }
+  for (int const each : {SIGTERM, SIGINT})
+    ::sigaction(each, &action, nullptr);
+  std::signal(SIGHUP, SIG_IGN);
   ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  return Wish::End;
 }
 
 } // namespace Agent

@@ -1,5 +1,7 @@
-// The process's wish to end, as signals tell it.
+// The wishes of whoever runs the process, as signals tell them: to end, to read its files anew.
 #pragma once
+
+#include <cstdint>
 
 namespace Agent {
 
@@ -13,8 +15,10 @@ public:
   Signals(Signals const&) = delete;
   Signals& operator=(Signals const&) = delete;
 
-  // Returns when one has arrived. From then on another one ends the process at once, with 128 and its number.
-  void await();
+  enum class Wish : std::uint8_t { ReadAnew, End };
+  // Returns when one has arrived. From `End` on another one ends the process at once, with 128 and its
+  // number; a SIGHUP is passed over then.
+  [[nodiscard]] Wish await();
 };
 
 } // namespace Agent

@@ -24,17 +24,20 @@ grpc::Status parse(grpc::ByteBuffer& from, gnmi::SubscribeRequest& into) {
 } // namespace
 
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
-subscribeCall(grpc::CallbackServerContext& context, Calls& calls) {
-  auto const stream = std::make_shared<SubscribeStream>(context, calls);
+subscribeCall(grpc::CallbackServerContext& context, Guest guest, std::shared_ptr<Gate> gate, Calls& calls) {
+  auto const stream = std::make_shared<SubscribeStream>(context, std::move(guest), std::move(gate), calls);
   stream->begin();
   return stream.get();
 }
 
-SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Calls& calls)
+SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Guest guest,
+                                 std::shared_ptr<Gate> gate, Calls& calls)
     : serverContext_(&context)
     , calls_(calls)
     , context_(calls.context())
     , address_(addressOf(context.peer()))
+    , guest_(std::move(guest))
+    , gate_(std::move(gate))
     , queue_(context_.limits().queueBytes, context_.memory().queues) {}
 
 void SubscribeStream::begin() {
@@ -51,6 +54,7 @@ void SubscribeStream::begin() {
   } else {
     end({grpc::StatusCode::RESOURCE_EXHAUSTED, "there are too many Subscribe calls"});
   }
+  if (gate_) gate_->enter(shared_from_this(), guest_);
 }
 
 // --- requests ---------------------------------------------------------------------------------------------
@@ -108,6 +112,7 @@ grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
   CallPlan::OrError plan = CallPlan::of(request.subscribe(), context_.limits());
   if (!plan.ok()) return plan.error();
   plan->depth = depthOf(request.extension());
+  plan->access = guest_.rights.reads;
   mode_ = plan->mode;
   if (mode_ == CallMode::Poll) { // the list is answered like a poll
     std::lock_guard const guard(mutex_);
@@ -288,6 +293,7 @@ void SubscribeStream::OnDone() {
     std::lock_guard const guard(serverContextMutex_);
     serverContext_ = nullptr;
   }
+  if (gate_) gate_->leave(*this);
   slotDel();
   context_.scheduler()->post([self = std::move(self_)] { self->calls_.streamDel(*self); });
 }

@@ -22,6 +22,7 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include "agent/service/Gate.h"
 #include "agent/subscribe/OutQueue.h"
 #include "agent/subscribe/SubscribePlan.h"
 #include "agent/subscribe/Subscriber.h"
@@ -38,7 +39,7 @@ class Context;
 // Answers a Subscribe call; for a raw (ByteBuffer) callback method, once the caller has been let in. The
 // registry outlives the call.
 [[nodiscard]] grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
-subscribeCall(grpc::CallbackServerContext& context, Calls& calls);
+subscribeCall(grpc::CallbackServerContext& context, Guest guest, std::shared_ptr<Gate> gate, Calls& calls);
 
 class SubscribeStream final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>,
                               public Subscriber,
@@ -47,7 +48,8 @@ public:
   // Why a call is taken away from its client.
   static constexpr char const* kStuckText = "the subscriber takes nothing of what waits for it";
 
-  SubscribeStream(grpc::CallbackServerContext& context, Calls& calls);
+  SubscribeStream(grpc::CallbackServerContext& context, Guest guest, std::shared_ptr<Gate> gate,
+                  Calls& calls);
   // Starts reading; gRPC holds it from now on.
   void begin();
 
@@ -95,6 +97,8 @@ private:
   Calls& calls_;
   Context& context_;
   std::string const address_;
+  Guest const guest_;
+  std::shared_ptr<Gate> const gate_;      // may be null
   std::shared_ptr<SubscribeStream> self_; // until gRPC is done
   grpc::ByteBuffer request_;
   grpc::ByteBuffer response_;

@@ -19,14 +19,15 @@ namespace Agent {
 class Audit;
 class Router;
 class SetRuns;
+struct Guest;
 
 [[nodiscard]] grpc::ServerUnaryReactor* capabilitiesCall(grpc::CallbackServerContext& context,
                                                          gnmi::CapabilityRequest const& request,
                                                          gnmi::CapabilityResponse& response);
-[[nodiscard]] grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context,
+[[nodiscard]] grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, Guest const& guest,
                                                 gnmi::GetRequest const& request, grpc::ByteBuffer& response,
                                                 Router& router);
-[[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context,
+[[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, Guest const& guest,
                                                 gnmi::SetRequest const& request, gnmi::SetResponse& response,
                                                 SetRuns& sets, Writer writer, Audit* audit);
 

@@ -78,6 +78,12 @@ Kstd::Result<Users, std::string> Users::fromFile(std::string const& path) {
   return users;
 }
 
+bool Users::hasSame(Users const& others, std::string_view name) const {
+  auto const own = hashes_.find(name);
+  auto const other = others.hashes_.find(name);
+  return own != hashes_.end() && other != others.hashes_.end() && own->second == other->second;
+}
+
 bool Users::accepts(std::string_view name, std::string_view password) const {
   std::string const phrase(password);
   auto const user = hashes_.find(name);

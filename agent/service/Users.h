@@ -21,6 +21,8 @@ public:
   [[nodiscard]] static Kstd::Result<Users, std::string> fromFile(std::string const& path);
 
   [[nodiscard]] std::size_t size() const noexcept { return hashes_.size(); }
+  // Whether a user is there, with the hash that he has among the others.
+  [[nodiscard]] bool hasSame(Users const& others, std::string_view name) const;
   // Whether that is the user's password. Takes as long for every name, known or not: one hash of each kind
   // and cost that users have is computed, milliseconds to a second. Any thread.
   [[nodiscard]] bool accepts(std::string_view name, std::string_view password) const;

@@ -77,7 +77,7 @@ LeafInfo const* leafOf(Ondra::Path const& prefix, gnmi::Path const& path) {
 
 } // namespace
 
-void ByteBundle::add(Ondra::WireResponse const& response) {
+void ByteBundle::add(Ondra::WireResponse const& response, LeafVerdicts* access) {
   std::size_t const depth = 1 + frame_->prefixDepth;
   TOVAK_ASSERT(response.prefix->elems().size() >= depth,
                Tovak::Platform::getDebugHandler("OndraAgent", false),
@@ -91,7 +91,7 @@ void ByteBundle::add(Ondra::WireResponse const& response) {
   while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none
     std::string_view const bytes = takeField(left);
     EncodedUpdate const update(bytes);
-    if (update.isNothing()) continue;
+    if (update.isNothing() || (access != nullptr && !access->permits(update.path))) continue;
     if (json_ != nullptr) {
       std::string_view value = update.value;
       body_->jsonUpdate(above, update.path, json_->isIetf(), json_->text(update.path, takeField(value)));

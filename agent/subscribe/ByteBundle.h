@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "agent/access/LeafVerdicts.h"
 #include "agent/subscribe/ResponseBody.h"
 #include "agent/subscribe/SubscribePlan.h"
 
@@ -32,7 +33,8 @@ public:
       , json_(json) {}
 
   // REQUIRES that the prefix has the data root and `prefixDepth` elements more, the same ones each time.
-  void add(Ondra::WireResponse const& response);
+  // `access`: which leaves of it may be read; null: all.
+  void add(Ondra::WireResponse const& response, LeafVerdicts* access = nullptr);
   [[nodiscard]] std::vector<grpc::Slice> take();
 
 private:

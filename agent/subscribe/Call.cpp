@@ -132,7 +132,9 @@ Call::Call(Router& router, FeedIndex& feeds, std::shared_ptr<Subscriber> subscri
     , delivery_(feeds.deliveryIs(deliveryTurn_))
     , refill_(std::make_shared<Refill>(context_.scheduler(), *this,
                                        router.turns().turnIs(subscriber_->address(), Turns::Kind::Delivery)))
-    , backlogShare_(context_.memory().queues) {}
+    , backlogShare_(context_.memory().queues) {
+  if (plan_.access) access_.emplace(*plan_.access);
+}
 
 Call::~Call() {
   router_.waitDel(this);
@@ -159,7 +161,8 @@ grpc::Status Call::prepareSome() {
     if (overlaps_ > kOverlapsMax)
       return {grpc::StatusCode::RESOURCE_EXHAUSTED, "too many subscriptions of the list overlap each other"};
     subscriptions_.push_back(std::make_unique<Subscription>(
-        *this, plans[i], plan_.encoding, Selector(patterns_[i], std::move(rivals), modules_, plan_.depth)));
+        *this, plans[i], plan_.encoding,
+        Selector(patterns_[i], std::move(rivals), modules_, plan_.depth, plan_.access)));
   }
   return grpc::Status::OK;
 }
@@ -293,6 +296,8 @@ bool Call::wantsBytes() const {
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {
   if (response.updates == 0) return true;
+  RuleTree::Place const* const access = access_ ? &access_->at(*response.prefix) : nullptr;
+  if (access != nullptr && access->cover() == Pattern::Cover::None) return !isFull();
   std::int64_t const time = stampOf(response.timestamp);
   if (!wireJson_ && plan_.encoding != gnmi::PROTO)
     wireJson_ = std::make_unique<WireJson>(plan_.encoding == gnmi::JSON_IETF);
@@ -300,7 +305,9 @@ bool Call::takeBytes(Ondra::WireResponse const& response) {
                           .try_emplace(time, jobs_.front().subscription->frame(), time,
                                        context_.limits().responseBytes, wireJson_.get())
                           .first;
-  bundle->second.add(response);
+  bool const isInPart = access != nullptr && access->cover() == Pattern::Cover::Partial;
+  if (isInPart) leafAccess_.placeIs(*access);
+  bundle->second.add(response, isInPart ? &leafAccess_ : nullptr);
   bundledLeaves_ += response.updates;
   if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
   return !isFull();

@@ -22,6 +22,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -29,6 +30,8 @@
 
 #include <grpcpp/support/status.h>
 
+#include "agent/access/LeafVerdicts.h"
+#include "agent/access/RuleTrail.h"
 #include "agent/context/ByteBudget.h"
 #include "agent/router/PatternWalk.h"
 #include "agent/subscribe/Backlog.h"
@@ -140,7 +143,9 @@ private:
   std::vector<std::shared_ptr<Pattern const>> patterns_; // while it is prepared
   std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
-  std::deque<Job> jobs_; // the first one runs while there is a walk
+  std::optional<RuleTrail> access_; // along the walk that tells bytes
+  LeafVerdicts leafAccess_;         // in it
+  std::deque<Job> jobs_;            // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
   std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
   std::map<std::int64_t, ByteBundle> byteBundles_; // the same of walks that tell bytes

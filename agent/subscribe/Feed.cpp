@@ -221,6 +221,7 @@ std::string feedBytes(Selector const& selector, Frame const& frame, LeafMode mod
                   frame.origin.size(), frame.target.size(), frame.origin, frame.target);
   for (Pattern::Elem const& elem : selector.pattern()->elems())
     appendBytes(bytes, elem);
+  if (selector.access()) bytes += fmt::format(" {}", fmt::ptr(selector.access().get()));
   if (selector.modules()) bytes += fmt::format(" {}", fmt::join(*selector.modules(), " "));
   return bytes;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ class SubscriptionList;
 namespace Agent {
 
 struct Limits;
+class RuleTree;
 
 inline constexpr std::size_t kLeavesPerMessage = 1000; // from which on no more are bundled
 
@@ -53,8 +55,9 @@ struct CallPlan {
   CallMode mode = CallMode::Stream;
   bool updatesOnly = false;
   int encoding = 0;
-  std::vector<std::string> modules; // the leaves of these alone; empty: all
-  std::uint32_t depth = 0;          // of leaves below what a path means, at most; 0: any
+  std::vector<std::string> modules;                 // the leaves of these alone; empty: all
+  std::uint32_t depth = 0;                          // of leaves below what a path means, at most; 0: any
+  std::shared_ptr<RuleTree const> access = nullptr; // what may be read; null: everything
   std::vector<SubscriptionPlan> subscriptions;
 };
 

@@ -18,6 +18,7 @@
 #include "Kel/Ptr.h"
 #include "Tovak/Clock.h"
 #include "agent/model/Tree.h"
+#include "agent/service/Gate.h"
 #include "agent/service/GnmiService.h"
 #include "agent/service/Runtime.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
@@ -79,7 +80,7 @@ grpc::Status awaited(Bench& bench, Start const& start) {
 // The agent's service in this process, on a port of its own, and a channel to it. The runtime outlives it.
 class Server {
 public:
-  explicit Server(Agent::Runtime& runtime);
+  explicit Server(Agent::Runtime& runtime, std::shared_ptr<Agent::Gate> gate = nullptr);
   ~Server();
   Server(Server const&) = delete;
   Server& operator=(Server const&) = delete;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Kel/Dir.h"
-#include "agent/service/Authenticator.h"
+#include "agent/service/Gate.h"
 #include "agent/service/Server.h"
 #include "agent/synthetic/Synthetic.h"
 #include "service/ServiceTesting.h"
@@ -33,10 +33,10 @@ public:
     runtime = std::make_unique<Runtime>(Context::Options{.limits = limits});
     runtime->context().start();
     Server::Options options{
-        .listen = {ListenAddress{.host = "127.0.0.1"}}, .security = plaintext(), .authenticator = {}};
+        .listen = {ListenAddress{.host = "127.0.0.1"}}, .security = plaintext(), .gate = {}};
     if (hasUsers) {
-      options.authenticator = std::make_shared<Authenticator>(Users::parse("ann:" + hashed("open")).value(),
-                                                              Tovak::SystemClock::instance());
+      auto users = std::make_shared<Users const>(Users::parse("ann:" + hashed("open")).value());
+      options.gate = std::make_shared<Gate>(Terms{.users = std::move(users)}, Tovak::SystemClock::instance());
     }
     auto started = Server::start(options, *runtime);
     EXPECT_TRUE(started.ok());

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "agent/client/Lines.h"
-#include "agent/client/PathText.h"
 #include "agent/client/ValueText.h"
 #include "agent/options/CommandLine.h"
+#include "agent/paths/PathText.h"
 #include "agent/service/ListenAddress.h"
 
 namespace Agent {

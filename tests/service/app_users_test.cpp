@@ -20,6 +20,10 @@ std::string hashed(char const* password) {
   return ::crypt_r(password, "$6$rounds=1000$abcdefgh$", &data); // as cheap as it gets
 }
 
+std::shared_ptr<Users const> usersOf(std::string const& text) {
+  return std::make_shared<Users const>(Users::parse(text).value());
+}
+
 Authenticator::Metadata metadata(std::vector<std::pair<char const*, char const*>> const& entries) {
   Authenticator::Metadata map;
   for (auto const& [key, value] : entries)
@@ -64,8 +68,7 @@ TEST(Users, TheFileIsCheckedLineByLine) {
 
 TEST(Authenticator, OnlyTheRightPairIsLetIn) {
   Tovak::SimulatedClock clock;
-  Authenticator authenticator(Users::parse("ann:" + hashed("open") + "\nbob:" + hashed("sesame")).value(),
-                              clock);
+  Authenticator authenticator(usersOf("ann:" + hashed("open") + "\nbob:" + hashed("sesame")), clock);
   using Code = grpc::StatusCode;
   for (int round = 0; round < 2; ++round) { // the second time from memory
     EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
@@ -91,9 +94,28 @@ TEST(Authenticator, OnlyTheRightPairIsLetIn) {
   EXPECT_EQ(authenticator.check(cut, "unix:").error_code(), Code::UNAUTHENTICATED);
 }
 
+TEST(Authenticator, OtherUsersAreAskedAnewAndTheSameAreRemembered) {
+  Tovak::SimulatedClock clock;
+  std::string const ann = "ann:" + hashed("open") + "\n";
+  Authenticator authenticator(usersOf(ann + "bob:" + hashed("sesame") + "\ncarl:" + hashed("open")), clock);
+  using Code = grpc::StatusCode;
+  EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "bob", "sesame"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "carl", "open"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "dora", "open"), Code::UNAUTHENTICATED);
+  authenticator.usersAre(usersOf(ann + "bob:" + hashed("other") + "\ndora:" + hashed("open")));
+  for (int i = 0; i < GuessBudget::burst; ++i) // so that only what is remembered passes
+    static_cast<void>(codeOf(authenticator, "ann", std::to_string(i).c_str()));
+  EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
+  for (char const* const gone : {"bob", "carl"})
+    EXPECT_NE(codeOf(authenticator, gone, gone[0] == 'b' ? "sesame" : "open", "ipv4:10.0.0.2:1"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "bob", "other", "ipv4:10.0.0.3:1"), Code::OK);
+  EXPECT_EQ(codeOf(authenticator, "dora", "open", "ipv4:10.0.0.3:1"), Code::OK);
+}
+
 TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
   Tovak::SimulatedClock clock;
-  Authenticator authenticator(Users::parse("ann:" + hashed("open")).value(), clock);
+  Authenticator authenticator(usersOf("ann:" + hashed("open")), clock);
   using Code = grpc::StatusCode;
   EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
   std::int64_t looked = 0;
@@ -116,8 +138,7 @@ TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
 
 TEST(Authenticator, WhoGuessesElsewhereShutsNobodyOut) {
   Tovak::SimulatedClock clock;
-  Authenticator authenticator(Users::parse("ann:" + hashed("open") + "\nbob:" + hashed("sesame")).value(),
-                              clock);
+  Authenticator authenticator(usersOf("ann:" + hashed("open") + "\nbob:" + hashed("sesame")), clock);
   using Code = grpc::StatusCode;
   std::int64_t looked = 0;
   for (int i = 0; i < 400; ++i) { // 20 s of four places that guess as much as they can

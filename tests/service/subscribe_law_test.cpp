@@ -8,6 +8,7 @@
 #include <random>
 
 #include "agent/context/Memory.h"
+#include "service/access_testing.h"
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
@@ -107,6 +108,62 @@ TEST_F(SubscribeLaw, holdsForReadersOfAllPatterns) {
       bench.advance(kSecond);
       for (std::size_t i = 0; i < clients.size(); ++i)
         expectTruth(*clients[i], kPaths[i]);
+    }
+  }
+}
+
+// What a caller is told, of a walk or of changes, is what everybody is told without what he may not read; and
+// nothing of the rest is ever named.
+TEST_F(SubscribeLaw, holdsForWhatMayBeRead) {
+  std::vector<std::string> const everybody = {"group *"};
+  for (unsigned seed = 1; seed <= 12 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    std::mt19937 random(seed);
+    std::vector<TestRule> const rules = randomRules(random, 2 + seed % 6, everybody);
+    SCOPED_TRACE(accessFile(rules));
+    auto const access = std::make_shared<Agent::AccessRules const>(accessRules(accessFile(rules)));
+    Server guarded(bench.runtime(), gateOf(access));
+    Agent::Rights const rights = access->rightsOf("");
+    auto const told = [&](std::string const& path, gnmi::Encoding encoding) {
+      Subscriber all(bench, server.channel());
+      Request request{.encoding = encoding};
+      all.send(request.add(path).done());
+      all.untilSync();
+      std::erase_if(all.tree,
+                    [&](auto const& leaf) { return !isPermitted(rules, everybody, false, leaf.first); });
+      return all.tree;
+    };
+    Edits edits(bench, seed);
+    struct Client {
+      std::string path;
+      gnmi::Encoding encoding;
+      std::unique_ptr<Subscriber> subscriber;
+    };
+    std::vector<Client> clients;
+    for (std::string const& path : kPaths) {
+      auto const encoding = edits.upTo(2) == 0 ? gnmi::PROTO : gnmi::JSON_IETF;
+      clients.push_back({path, encoding, std::make_unique<Subscriber>(bench, guarded.channel())});
+      Request request{.mode = gnmi::SubscriptionList::STREAM, .encoding = encoding};
+      bool const isSampled = edits.upTo(3) == 0;
+      clients.back().subscriber->send(
+          request.add(path, isSampled ? gnmi::SAMPLE : gnmi::ON_CHANGE, isSampled ? kSecond : 0).done());
+    }
+    for (int quiet = 0; quiet < 3; ++quiet) {
+      for (int i = 0; i < 60; ++i) {
+        edits.one();
+        if (edits.upTo(3) == 0) bench.runtime().context().scheduler()->runOnce();
+      }
+      bench.advance(kSecond);
+      for (Client& client : clients) {
+        SCOPED_TRACE(client.path);
+        auto const expected = told(client.path, client.encoding);
+        static_cast<void>(client.subscriber->applyUntil([&] { return client.subscriber->tree == expected; }));
+        EXPECT_EQ(client.subscriber->tree, expected);
+        EXPECT_THAT(client.subscriber->complaints, testing::IsEmpty());
+        for (std::string const& end : client.subscriber->deletes)
+          EXPECT_NE(rights.reads->at(Agent::PathView(path(end), 0)).cover(), Agent::Pattern::Cover::None)
+              << end;
+      }
     }
   }
 }

@@ -1,6 +1,6 @@
 // A parser by hand that tells where a fault is, the printer with its escapes, and PATH=VALUE, cut at the
 // first "=" that is in no key.
-#include "agent/client/PathText.h"
+#include "agent/paths/PathText.h"
 
 #include <fmt/format.h>
 
