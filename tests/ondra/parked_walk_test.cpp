@@ -1,47 +1,156 @@
-// What is parked: the two maps, and walks that are cancelled or meet a full pipe at their very end. That
-// walks go on rightly whatever changes meanwhile is played in hostile_test.cpp.
-#include "Ondra/IR.h"
+// What is parked: the order of queues, the two maps, and walks that go on when something has changed
+// meanwhile.
+#include <algorithm>
+
+#include <gmock/gmock.h>
+
 #include "WalkHarness.h"
+#include "WalkerProbe.h"
 #include "fixture/Populate.h"
+#include "fixture/Types.h"
 
 namespace {
 
 using Ondra::FullKelTypeWalker;
+using Ondra::Path;
+using Ondra::SyncId;
+using Ondra::WalkId;
+using Ondra::WalkQ;
 using Ondra::WalkResult;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
 
+constexpr char const* kDevice = "/fixture/device";
+constexpr char const* kChassis = "/fixture/device/chassis";
+constexpr char const* kFan = "/fixture/device/chassis/fan";
+constexpr char const* kEth0 = "/fixture/device/interface[name=eth0]";
+constexpr char const* kRack = "/fixture/rack";
+
+// With every object watched, and one walk to park for.
 class Parked : public testing::Test {
 protected:
+  Parked() {
+    WalkHarness::Walk all = harness.start(recorder, *world.dir(), Ondra::flagStream);
+    WalkHarness::finish(all);
+    walk = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+    stack = std::make_unique<WalkQ>(walk.info->syncWalkId, WalkQ::onStack);
+    stack->task = walk.task;
+  }
+  ~Parked() override {
+    walk.info->task.reset();
+    stack->task.reset();
+  }
+
+  // Parks a walker of that prefix; returns its text.
+  std::string park(std::string const& prefix, WalkQ* from = nullptr) {
+    auto walker = std::make_unique<WalkerProbe>(prefix, recorder, from == nullptr ? stack.get() : from);
+    walker->letGoOfObject();
+    std::string text = walker->debugString();
+    FullKelTypeWalker::addToWalkQ(std::move(walker));
+    return text;
+  }
+  [[nodiscard]] WalkQ& queue() const { return FullKelTypeWalker::walkMap().at(walk.info->syncWalkId.second); }
+  static std::string popped(WalkQ& from) {
+    auto const walker = FullKelTypeWalker::popWalkQ(from);
+    return walker ? walker->debugString() : "";
+  }
   static void expectNothingParked() {
     EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 0U);
     EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
   }
 
+  void expectTruth(RecordingRouter const& got, Kel::Entity const& root) {
+    RecordingRouter fresh;
+    WalkHarness::Walk check = harness.start(fresh, root, Ondra::flagSnapshot);
+    WalkHarness::finish(check);
+    EXPECT_THAT(got.differences(fresh), IsEmpty());
+    EXPECT_THAT(got.complaints, IsEmpty());
+  }
+
   Fixture::World world;
   RecordingRouter recorder; // outlives the notifiees that the harness ends
   WalkHarness harness;
+  WalkHarness::Walk walk;
+  std::unique_ptr<WalkQ> stack;
 };
 
-TEST_F(Parked, AWalkWhoseQueueHasGoneOrIsEmptyIsDone) {
-  WalkHarness::Walk walk = harness.start(recorder, *world.device(), Ondra::flagSnapshot, [] { return true; });
+// --- the queue and the maps --------------------------------------------------------------------------
+
+TEST_F(Parked, FirstInFirstOut) {
+  std::string const a = park(kDevice), b = park(kChassis);
+  auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
+  stack->task = other.task;
+  std::string const c = park(kRack, &queue()), again = park(kDevice, &queue());
+  EXPECT_EQ(queue().task, walk.task) << "copied once, when the queue is stored";
+  EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 1U);
+  WalkId const id = walk.info->syncWalkId.second;
+  EXPECT_EQ(FullKelTypeWalker::dumpWalkMap(),
+            fmt::format("walkId:{} walkList:[ \n{} \n{} \n{} \n{} ]\n", id, again, c, b, a));
+  EXPECT_THAT(FullKelTypeWalker::dumpPathWalkIdMap(),
+              HasSubstr(fmt::format("path:{} requestSet:[{}]\n", kRack, id)));
+  EXPECT_EQ(popped(queue()), a);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 3U) << "another walker of the same prefix is left";
+  for (std::string const& expected : {b, c, again, std::string()})
+    EXPECT_EQ(popped(queue()), expected);
+  EXPECT_EQ(FullKelTypeWalker::dumpPathWalkIdMap(), "");
+  other.info->task.reset();
+}
+
+TEST_F(Parked, DeletionDropsWhatLiesAtOrBelow) {
+  struct Case {
+    char const* path;
+    std::vector<std::string> left; // in the order of resumption
+  };
+  for (Case const& one : {Case{kChassis, {kDevice, kEth0, kRack}},
+                          {kFan, {kDevice, kChassis, kEth0, kRack}},
+                          {kDevice, {kRack}},
+                          {"/fixture", {}}, // nothing is parked at it
+                          {"/fixture/device/interface[name=eth1]", {kDevice, kChassis, kFan, kEth0, kRack}},
+                          {"/fixture/device/gauges", {kDevice, kChassis, kFan, kEth0, kRack}}}) {
+    SCOPED_TRACE(one.path);
+    for (char const* const prefix : {kDevice, kChassis, kFan, kEth0, kRack})
+      park(prefix);
+    FullKelTypeWalker::delFromWalkQ(Path::strToPathIs(one.path));
+    EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), one.left.size());
+    for (std::string const& prefix : one.left)
+      EXPECT_THAT(popped(queue()), HasSubstr("prefix:" + prefix + " "));
+    EXPECT_EQ(popped(queue()), "");
+    FullKelTypeWalker::flushWalkMap();
+  }
+}
+
+TEST_F(Parked, WalkersOfObjectsThatHaveGoneArePassedOver) {
+  park(kFan);
+  std::string const rack = park(kRack);
+  world.device()->chassisIs()->fanDel();
+  EXPECT_EQ(popped(queue()), rack);
+  EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
+}
+
+TEST_F(Parked, CancellingAndFlushingDropEverything) {
   EXPECT_FALSE(FullKelTypeWalker::cancelPendingWalk(walk.info));
-  WalkHarness::slice(walk);
-  WalkHarness::Walk other =
-      harness.start(recorder, *world.device(), Ondra::flagSnapshot, [] { return true; });
+  park(kDevice);
+  park(kRack);
+  auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot, [] { return true; });
   WalkHarness::slice(other);
-  EXPECT_TRUE(FullKelTypeWalker::cancelPendingWalk(other.info));
+  EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 2U);
+  EXPECT_TRUE(FullKelTypeWalker::cancelPendingWalk(walk.info));
   EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 1U) << "the other walk is still parked";
+  EXPECT_THAT(FullKelTypeWalker::dumpPathWalkIdMap(), testing::Not(HasSubstr(kRack)));
   FullKelTypeWalker::flushWalkMap();
   expectNothingParked();
   std::size_t const before = recorder.pushes();
-  WalkHarness::slice(walk);
-  EXPECT_TRUE(walk.task->done);
+  WalkHarness::slice(other);
+  EXPECT_TRUE(other.task->done) << "a walk whose queue has gone is done";
   EXPECT_EQ(recorder.pushes(), before);
-  FullKelTypeWalker::walkMap().try_emplace(other.info->syncWalkId.second, other.info->syncWalkId,
-                                           Ondra::WalkQ::inWalkMap);
-  EXPECT_EQ(FullKelTypeWalker::resumeWalk(other.info), WalkResult::Success);
+
+  // A queue that is there and empty.
+  FullKelTypeWalker::walkMap().try_emplace(walk.info->syncWalkId.second, walk.info->syncWalkId,
+                                           WalkQ::inWalkMap);
+  EXPECT_EQ(FullKelTypeWalker::resumeWalk(walk.info), WalkResult::Success);
   expectNothingParked();
-  for (WalkHarness::Walk const& each : {walk, other})
-    each.info->task.reset();
+  other.info->task.reset();
 }
 
 // From inside a resumed slice: nothing more is parked, neither in the queue nor in the map of paths.
