@@ -4,6 +4,7 @@
 #include <array>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,13 +16,17 @@
 #include "agent/client/Commands.h"
 #include "agent/collect/Collectors.h"
 #include "agent/collect/ConfigApplier.h"
+#include "agent/collect/LinkBefore.h"
 #include "agent/data/SetRecord.h"
 #include "agent/data/SetRestore.h"
+#include "agent/data/SetRun.h"
+#include "agent/model/Figures.h"
 #include "agent/options/Console.h"
 #include "agent/service/AccessCommand.h"
 #include "agent/service/Audit.h"
 #include "agent/service/Gate.h"
 #include "agent/service/Runtime.h"
+#include "agent/service/SelfReport.h"
 #include "agent/service/ServeOptions.h"
 #include "agent/service/Server.h"
 #include "agent/service/ServiceManager.h"
@@ -80,6 +85,10 @@ Kstd::Result<std::unique_ptr<Agent::Constraints>, std::string> fillYang(Agent::Y
   return constraints;
 }
 
+void warn(std::string const& what) {
+  Agent::say(stderr, fmt::format("ondra-agent serve: warning: configuration: {}\n", what));
+}
+
 // What feeds the model. Goes before the runtime; its parts belong to the scheduler thread.
 struct Sources {
   Sources(Agent::Runtime& theRuntime, Agent::ServeOptions const& options) : runtime(theRuntime) {
@@ -92,12 +101,12 @@ struct Sources {
     }
     if (options.appliesConfig) {
       applier = std::make_unique<Agent::ConfigApplier>(context.scheduler());
-      runtime.sets().carryIs(
-          [this](auto links, auto done) { applier->apply(std::move(links), std::move(done)); });
+      runtime.sets().carrierIs(applier.get());
     }
     if (!options.servesMachine) return;
     Agent::Collectors::Options collecting;
     collecting.periodNs = options.samplePeriodNs;
+    collecting.linkHasCome = [this](std::string const& link) { runtime.sets().linkIs(link, warn); };
     collectors = std::make_unique<Agent::Collectors>(context.scheduler(), context.tree(), collecting);
     collectors->start();
     // Who asks first is not to find the machine half there. The scheduler is driven from here, as its thread
@@ -107,7 +116,7 @@ struct Sources {
     while (!collectors->isFilled() && clock.monotonicNs() < deadline)
       context.scheduler()->runUntil(clock.monotonicNs() + kFillStepNs);
   }
-  ~Sources() { runtime.sets().carryIs(nullptr); }
+  ~Sources() { runtime.sets().carrierIs(nullptr); }
   Sources(Sources const&) = delete;
   Sources& operator=(Sources const&) = delete;
 
@@ -120,7 +129,15 @@ struct Sources {
 // The folder of `--config-store`, opened; null without one.
 struct Stored {
   std::unique_ptr<Agent::ConfigStore> store;
-  std::string wayBack; // from a change that was not confirmed
+  Agent::ConfigChange unconfirmed = {}; // a change that does not hold
+
+  // The request that leads back from it; empty: none does.
+  [[nodiscard]] std::string wayBack() const {
+    for (auto const& [place, value] : unconfirmed.values) {
+      if (place == Agent::kWayBack) return value.value_or("");
+    }
+    return {};
+  }
 };
 Kstd::Result<Stored, std::string> storeOf(std::string const& folder) {
   if (folder.empty()) return Stored();
@@ -128,37 +145,46 @@ Kstd::Result<Stored, std::string> storeOf(std::string const& folder) {
   auto files = Agent::Files::at(folder);
   if (!files) return failed(files.error());
   auto store = std::make_unique<Agent::ConfigStore>(std::move(*files));
-  auto const found = store->open();
+  auto found = store->open();
   if (!found) return failed(fmt::format("{}: {}", folder, found.error()));
   auto const say = [](std::string const& what) {
     Agent::say(stderr, fmt::format("ondra-agent serve: configuration: {}\n", what));
   };
-  say(found->isNew ? fmt::format("none yet in {}", folder)
-                   : fmt::format("{} values from {}, as of change {}", store->journal().map().size(), folder,
-                                 store->journal().number()));
+  say(found->isNew
+          ? fmt::format("none yet in {}", folder)
+          : fmt::format("{} values from {}, as of change {}", Agent::inOrder(store->journal().map()).size(),
+                        folder, store->journal().number()));
   if (found->tornBytes > 0)
     say(fmt::format("the last write was cut off ({} bytes): it is the configuration before that",
                     found->tornBytes));
   if (found->wasProvisional) say("the last change was not confirmed: it is the configuration before that");
-  Stored stored{std::move(store), {}};
-  for (auto const& [place, value] : found->unconfirmed.values) {
-    if (place == Agent::kWayBack) stored.wayBack = value.value_or("");
-  }
-  return stored;
+  return Stored{std::move(store), std::move(found->unconfirmed)};
 }
 
 // Brings the model to it, and the machine where that is asked for.
-void restore(Agent::Runtime& runtime, Stored const& stored) {
-  auto const warn = [](std::string const& what) {
-    Agent::say(stderr, fmt::format("ondra-agent serve: warning: configuration: {}\n", what));
-  };
-  for (std::string const& lost : Agent::restore(runtime.sets(), stored.store->journal().map()))
+void restore(Agent::Runtime& runtime, Stored const& stored, Agent::ConfigApplier* applier) {
+  Agent::SetRuns& sets = runtime.sets();
+  Agent::ConfigMap const map = stored.store->journal().map();
+  for (std::string const& lost : Agent::restore(sets, map))
     warn("left out: " + lost);
-  if (!stored.wayBack.empty()) {
-    if (auto const back = Agent::goBack(runtime.sets(), stored.wayBack); !back) warn(back.error());
-    stored.store->takeBack({}, nullptr); // the way has been gone
+  Agent::LinkBefores befores = Agent::beforesIn(map);
+  if (!stored.unconfirmed.isEmpty()) {
+    if (auto const back = Agent::goBack(sets, stored.wayBack()); !back) warn(back.error());
+    for (auto const& [link, text] : Agent::beforesIn(stored.unconfirmed))
+      befores[link] = Agent::mergedBefore(befores[link], text);
+    Agent::ConfigChange remembered; // the way has been gone
+    Agent::beforesInto(befores, remembered);
+    stored.store->takeBack(std::move(remembered), nullptr);
   }
-  runtime.sets().storeIs(stored.store.get());
+  sets.storeIs(stored.store.get());
+  if (applier == nullptr) return;
+  sets.wantedIs(map);
+  std::set<std::string> links = sets.wantedLinks();
+  for (auto const& [link, text] : befores)
+    links.insert(link);
+  applier->beforesAre(std::move(befores));
+  for (std::string const& refused : Agent::carryLinks(sets, links))
+    warn(refused);
 }
 
 void announce(Agent::Server const& server, Agent::ServerSecurity const& security) {
@@ -202,6 +228,7 @@ int serve(std::vector<std::string> const& arguments) {
   }
   if (!options->yangFolders.empty() && !options->servesMachine) Agent::machineIsLeftOut();
   Agent::declareTypes();
+  Agent::declareFigures();
   if (options->syntheticLeaves > 0) Agent::declareSynthetic();
   std::unique_ptr<Agent::YangModel> yang; // what it has made refers to it
   if (!options->yangFolders.empty()) {
@@ -243,7 +270,8 @@ int serve(std::vector<std::string> const& arguments) {
   auto const security = credentials ? Agent::securityOf(*credentials) : Agent::plaintext();
   auto const gate = std::make_shared<Agent::Gate>(std::move(*terms), Tovak::SystemClock::instance());
   Sources sources(runtime, *options);
-  if (store->store) restore(runtime, *store);
+  if (store->store) restore(runtime, *store, sources.applier.get());
+  Agent::SelfReport const report(runtime);
   runtime.context().start();
   auto server = Agent::Server::start({.listen = options->listen,
                                       .security = security,
@@ -301,11 +329,12 @@ struct Command {
   std::string_view what;
   int (*run)(std::vector<std::string> const& arguments);
 };
-constexpr std::array<Command, 7> kCommands = {{
+constexpr std::array<Command, 8> kCommands = {{
     {"serve", "serve this machine over gNMI", serve},
     {"watch", "print updates as they come", Agent::watchCommand},
     {"get", "print what is there", Agent::getCommand},
     {"set", "change the configuration", Agent::setCommand},
+    {"top", "show what an agent does, and for whom", Agent::topCommand},
     {"capabilities", "print what a server can do", Agent::capabilitiesCommand},
     {"access", "tell what rules permit", access},
     {"paths", "print what modules would be served as", Agent::pathsCommand},

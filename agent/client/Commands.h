@@ -10,6 +10,7 @@ namespace Agent {
 [[nodiscard]] int watchCommand(std::vector<std::string> const& arguments);
 [[nodiscard]] int getCommand(std::vector<std::string> const& arguments);
 [[nodiscard]] int setCommand(std::vector<std::string> const& arguments);
+[[nodiscard]] int topCommand(std::vector<std::string> const& arguments);
 [[nodiscard]] int capabilitiesCommand(std::vector<std::string> const& arguments);
 
 } // namespace Agent

@@ -178,6 +178,31 @@ Kstd::Result<SetOptions, EarlyExit> SetOptions::parse(std::vector<std::string> c
   return options;
 }
 
+Kstd::Result<TopOptions, EarlyExit> TopOptions::parse(std::vector<std::string> const& arguments) {
+  constexpr char const* kCommand = "ondra-agent top";
+  CLI::App app("Shows what an agent does, and for whom: its Subscribe calls with their rates.\n"
+               "On a terminal, s sorts by another column and q ends it.",
+               kCommand);
+  TopOptions options;
+  std::map<std::string, TopSort> sorts;
+  for (std::uint8_t i = 0; i < kTopSorts; ++i)
+    sorts.emplace(topSortName(static_cast<TopSort>(i)), static_cast<TopSort>(i));
+  durationOption(app, "--interval", options.intervalNs, "between two looks, at least 1s (1s)");
+  choiceOption(app, "--sort", options.sort, sorts, "by which column (leaves/s)");
+  app.add_flag("--once", options.isOnce, "one table, after an interval, and end");
+  app.add_flag("--batch", options.isBatch, "a table each interval, also on a terminal");
+  connectionOptions(app, options.connection);
+  if (auto const parsed = parseCommandLine(app, arguments); !parsed) return parsed.error();
+
+  constexpr std::int64_t kLeastNs = 1'000'000'000, kMostNs = 3'600 * kLeastNs;
+  if (options.intervalNs < kLeastNs || options.intervalNs > kMostNs)
+    return wrongUsage(kCommand, "--interval: from 1s to 1h");
+  options.request.set_encoding(gnmi::PROTO);
+  options.request.mutable_prefix()->set_target(options.connection.target);
+  options.request.add_path()->add_elem()->set_name("ondra-agent");
+  return options;
+}
+
 Kstd::Result<CapabilitiesOptions, EarlyExit>
 CapabilitiesOptions::parse(std::vector<std::string> const& arguments) {
   CLI::App app("Prints what the server can do.", "ondra-agent capabilities");

@@ -7,6 +7,7 @@
 
 #include "Kstd/Result.h"
 #include "agent/client/Connection.h"
+#include "agent/client/TopView.h"
 #include "agent/options/CommandLine.h"
 
 namespace Agent {
@@ -33,6 +34,17 @@ struct SetOptions {
   gnmi::SetRequest request;
 
   [[nodiscard]] static Kstd::Result<SetOptions, EarlyExit> parse(std::vector<std::string> const& arguments);
+};
+
+struct TopOptions {
+  ConnectionOptions connection;
+  gnmi::GetRequest request; // for the figures
+  std::int64_t intervalNs = 1'000'000'000;
+  TopSort sort = TopSort::Leaves;
+  bool isOnce = false;  // one table
+  bool isBatch = false; // no screen
+
+  [[nodiscard]] static Kstd::Result<TopOptions, EarlyExit> parse(std::vector<std::string> const& arguments);
 };
 
 struct CapabilitiesOptions {

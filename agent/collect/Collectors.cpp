@@ -33,7 +33,7 @@ Host hostOf(Collectors::Options const& options) {
 Collectors::Collectors(std::shared_ptr<Tovak::TaskScheduler> scheduler, Tree const& tree,
                        Options const& options)
     : host_(hostOf(options))
-    , links_(host_, tree.interfaces, scheduler->clock())
+    , links_(host_, tree.interfaces, scheduler->clock(), options.linkHasCome)
     , sampler_(std::make_shared<Sampler>(scheduler, options.periodNs)) {
   if (options.watchesLinks) monitor_ = std::make_unique<NetlinkMonitor>(scheduler, links_, options.netlink);
   addSources(tree);

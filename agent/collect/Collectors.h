@@ -25,6 +25,7 @@ public:
     std::int64_t periodNs = 1'000'000'000; // of the samples
     bool watchesLinks = true;              // by netlink
     NetlinkMonitor::Options netlink = {};
+    LinkModel::HasCome linkHasCome = nullptr;
   };
 
   Collectors(std::shared_ptr<Tovak::TaskScheduler> scheduler, Tree const& tree, Options const& options);

@@ -4,14 +4,11 @@
 
 #include <condition_variable>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "Kstd/Result.h"
 #include "Tovak/TaskScheduler.h"
 #include "agent/model/LinkChange.h"
 
@@ -21,26 +18,27 @@ namespace Agent {
 // that is wanted of all links of a change, or nothing. What a link had before is remembered as the kernel has
 // it, since not all of that has a leaf. A link that is not there wants nothing. The model follows by the
 // kernel's events. Made and used on the scheduler thread; whoever made it owns it.
-class ConfigApplier {
+class ConfigApplier final : public LinkCarrier {
 public:
-  // What the kernel said; the text names the interface and the reason.
-  using Outcome = Kstd::Result<void, std::string>;
-  using Done = std::function<void(Outcome const&)>;
-
   explicit ConfigApplier(std::shared_ptr<Tovak::TaskScheduler> scheduler);
   // Changes that wait are dropped and their `done` is not called; one that is being applied is waited for.
-  ~ConfigApplier();
+  ~ConfigApplier() override;
   ConfigApplier(ConfigApplier const&) = delete;
   ConfigApplier& operator=(ConfigApplier const&) = delete;
 
-  // Brings links to what is wanted of them, and calls `done` on the scheduler thread, later. What is right
-  // already is found out when it is the change's turn, from the kernel: an earlier change may be on its way.
-  // When the kernel refuses a part, what went before it is taken back.
-  void apply(std::vector<LinkChange> links, Done done);
+  // What an earlier process remembered. Before the first change.
+  void beforesAre(LinkBefores befores);
+
+  void look(std::vector<LinkChange> links, Looked done) override;
+  // What is right already is found out when it is the change's turn, from the kernel: an earlier change may
+  // be on its way. When the kernel refuses a part, what went before it is taken back.
+  void carry(std::vector<LinkChange> links, Carried done) override;
 
 private:
   struct Shared;
   static void work(Shared& shared);
+  template <class Work, class Done>
+  void post(Work work, Done done);
 
   std::shared_ptr<Shared> shared_; // with the thread, and with answers on their way
   std::thread thread_;

@@ -70,8 +70,9 @@ void LinkModel::linkIs(LinkFact const& link) {
     known.lastChange = static_cast<std::uint64_t>(clock_.wallNs());
   known.fact = link;
   known.round = round_;
-  byName_[link.name] = link.index;
+  bool const hasCome = byName_.insert_or_assign(link.name, link.index).second;
   writeLink(*entryOf(known), known);
+  if (hasCome && hasCome_) hasCome_(link.name);
 }
 
 void LinkModel::linkDel(int index) {

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -25,10 +26,14 @@ namespace Agent {
 // Writes only what changed. Scheduler thread; owned by the collectors.
 class LinkModel final : public FactSink {
 public:
-  LinkModel(Host& host, Kel::Ptr<Interfaces> interfaces, Tovak::Clock const& clock)
+  // Told of a link that the kernel had not told of before under this name, once the tree has it; may be null.
+  using HasCome = std::function<void(std::string const& link)>;
+
+  LinkModel(Host& host, Kel::Ptr<Interfaces> interfaces, Tovak::Clock const& clock, HasCome hasCome = nullptr)
       : host_(host)
       , interfaces_(std::move(interfaces))
-      , clock_(clock) {}
+      , clock_(clock)
+      , hasCome_(std::move(hasCome)) {}
 
   void linkIs(LinkFact const& link) override;
   void linkDel(int index) override;
@@ -68,6 +73,7 @@ private:
   Host& host_;
   Kel::Ptr<Interfaces> interfaces_;
   Tovak::Clock const& clock_;
+  HasCome const hasCome_;
   std::map<int, Link> links_;         // by ifindex
   std::map<std::string, int> byName_; // ifindex
   std::uint64_t round_ = 0;

@@ -59,18 +59,17 @@ void enabledIs(rtnl_link* link, bool isEnabled) {
   isEnabled ? rtnl_link_set_flags(link, IFF_UP) : rtnl_link_unset_flags(link, IFF_UP);
 }
 
+std::string refusal(std::string const& link, int error) {
+  return fmt::format("interface '{}' was not changed as asked: {}", link, nl_geterror(error));
+}
+
 } // namespace
 
 Kstd::Result<void, std::string> LinkWriter::apply(std::vector<LinkChange> const& links) {
   auto const before = befores_;
   undo_.clear();
-  socket_.reset(nl_socket_alloc());
-  int error = socket_ ? nl_connect(socket_.get(), NETLINK_ROUTE) : -NLE_NOMEM;
-  std::string refused = links.empty() ? std::string() : links.front().name;
-  for (auto link = links.begin(); link != links.end() && error >= 0; ++link) {
-    refused = link->name;
-    error = applyTo(*link);
-  }
+  std::string refused;
+  int const error = applyAll(links, refused);
   if (error < 0) {
     for (auto back = undo_.rbegin(); back != undo_.rend(); ++back)
       (*back)();
@@ -79,7 +78,40 @@ Kstd::Result<void, std::string> LinkWriter::apply(std::vector<LinkChange> const&
   std::erase_if(befores_, [](auto const& one) { return one.second.isEmpty(); });
   socket_.reset();
   if (error >= 0) return {};
-  return Kstd::Err(fmt::format("interface '{}' was not changed as asked: {}", refused, nl_geterror(error)));
+  return Kstd::Err(refusal(refused, error));
+}
+
+Kstd::Result<LinkBefores, std::string> LinkWriter::look(std::vector<LinkChange> const& links) {
+  auto before = befores_;
+  std::string refused;
+  onlyLooks_ = true;
+  int const error = applyAll(links, refused);
+  onlyLooks_ = false;
+  socket_.reset();
+  befores_.swap(before); // what would be
+  if (error < 0) return Kstd::Err(refusal(refused, error));
+  LinkBefores texts;
+  for (LinkChange const& link : links)
+    texts[link.name] = before[link.name].text(boot_);
+  return texts;
+}
+
+void LinkWriter::beforesAre(LinkBefores const& befores) {
+  for (auto const& [name, text] : befores) {
+    if (auto const before = LinkBefore::of(text, boot_)) befores_[name] = *before;
+  }
+}
+
+// `refused`: the link that was being looked at.
+int LinkWriter::applyAll(std::vector<LinkChange> const& links, std::string& refused) {
+  socket_.reset(nl_socket_alloc());
+  int error = socket_ ? nl_connect(socket_.get(), NETLINK_ROUTE) : -NLE_NOMEM;
+  if (!links.empty()) refused = links.front().name;
+  for (auto link = links.begin(); link != links.end() && error >= 0; ++link) {
+    refused = link->name;
+    error = applyTo(*link);
+  }
+  return error;
 }
 
 int LinkWriter::applyTo(LinkChange const& change) {
@@ -88,14 +120,14 @@ int LinkWriter::applyTo(LinkChange const& change) {
   if (error == -NLE_NODEV || error == -NLE_OBJ_NOTFOUND) return 0;
   if (error < 0) return error;
   Link const now(found);
-  Before& before = befores_[change.name];
+  LinkBefore& before = befores_[change.name];
   int const ifindex = rtnl_link_get_ifindex(now.get());
   if (before.ifindex != ifindex) before = {.ifindex = ifindex}; // another link
   int const set = settings(change, now.get(), before);
   return set < 0 ? set : addresses(change, before);
 }
 
-int LinkWriter::settings(LinkChange const& change, rtnl_link* now, Before& before) {
+int LinkWriter::settings(LinkChange const& change, rtnl_link* now, LinkBefore& before) {
   int const ifindex = before.ifindex;
   auto const bring = [&](auto const& wanted, auto const& present, auto setter) {
     if (!wanted || *wanted == present) return 0;
@@ -114,7 +146,7 @@ int LinkWriter::settings(LinkChange const& change, rtnl_link* now, Before& befor
   return error;
 }
 
-int LinkWriter::addresses(LinkChange const& change, Before& before) {
+int LinkWriter::addresses(LinkChange const& change, LinkBefore& before) {
   if (change.addresses.empty() && before.added.empty()) return 0;
   std::set<LinkAddress> there;
   if (int const error = addressesOf(before.ifindex, there); error < 0) return error;
@@ -159,6 +191,7 @@ int LinkWriter::addresses(LinkChange const& change, Before& before) {
 }
 
 int LinkWriter::step(std::function<int()> const& forth, std::function<int()> back) {
+  if (onlyLooks_) return 0;
   int const error = forth();
   if (error >= 0) undo_.push_back(std::move(back));
   return error;

@@ -21,6 +21,7 @@ Context::Context(Options const& options)
     , scheduler_(std::make_shared<Tovak::TaskScheduler>(clock_))
     , tree_(treeIn(*Kel::globalDir())) {
   scheduler_->sliceNsIs(kSliceNs);
+  scheduler_->sliceHookIs([this](std::int64_t tookNs) { slices_.add(tookNs); });
   scheduler_->loopHookIs([this] {
     loopTime_.pass([this] {
       if (clockGoesBack_) clockGoesBack_();

@@ -12,6 +12,8 @@
 #include "agent/context/Limits.h"
 #include "agent/context/LoopTime.h"
 #include "agent/context/Memory.h"
+#include "agent/context/Tally.h"
+#include "agent/context/TimeHistogram.h"
 #include "agent/context/Worker.h"
 #include "agent/model/Tree.h"
 
@@ -41,6 +43,10 @@ public:
   [[nodiscard]] MemoryBudgets const& memory() const noexcept { return memory_; }
   // Of the answers to all Gets that are being read or wait for their clients. Any thread.
   [[nodiscard]] std::shared_ptr<ByteBudget> const& getBudget() const noexcept { return getBudget_; }
+  // Of the calls there have been. Any thread.
+  [[nodiscard]] Tally& tally() noexcept { return tally_; }
+  // How long the slices of all work took. Scheduler thread.
+  [[nodiscard]] TimeHistogram const& slices() const noexcept { return slices_; }
   // For what takes long and needs no model. Any thread.
   [[nodiscard]] Worker& worker() noexcept { return worker_; }
 
@@ -58,6 +64,8 @@ private:
   Limits const limits_;
   std::shared_ptr<ByteBudget> const getBudget_;
   MemoryBudgets const memory_;
+  Tally tally_;
+  TimeHistogram slices_;
   Tovak::Clock& clock_;
   LoopTime loopTime_; // before what reads the time
   std::shared_ptr<Tovak::TaskScheduler> const scheduler_;

@@ -28,8 +28,8 @@ grpc::Status ConfirmedCommit::check(std::optional<CommitOrder> const& order) con
   return grpc::Status::OK;
 }
 
-void ConfirmedCommit::begin(CommitOrder const& order, std::unique_ptr<SetPlan> back) {
-  running_ = Running{.id = order.id, .back = std::move(back)};
+void ConfirmedCommit::begin(CommitOrder const& order, std::unique_ptr<SetPlan> back, ConfigChange unwish) {
+  running_ = Running{.id = order.id, .back = std::move(back), .unwish = std::move(unwish)};
   durationIs(order.durationNs);
 }
 

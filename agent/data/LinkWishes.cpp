@@ -1,8 +1,7 @@
 // Paths back from their bytes, and the five leaves among them that the kernel takes.
 #include "agent/data/LinkWishes.h"
 
-#include <map>
-
+#include "agent/data/SetRecord.h"
 #include "agent/paths/OutPath.h"
 #include "agent/paths/Pattern.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
@@ -31,16 +30,21 @@ void addressIs(LinkChange& link, gnmi::Path const& path, gnmi::TypedValue const&
                             .prefixLength = static_cast<std::uint8_t>(value.uint_val())});
 }
 
+// The bytes of a link's entry.
+std::string entryBytes(std::string const& name) {
+  gnmi::Path entry;
+  entry.add_elem()->set_name("interfaces");
+  entry.add_elem()->set_name("interface");
+  (*entry.mutable_elem(1)->mutable_key())["name"] = name;
+  return pathBytes(PathView(entry, 0));
+}
+
 } // namespace
 
 std::vector<LinkChange> LinkWishes::of(std::set<std::string> const& links) const {
   std::vector<LinkChange> wanted;
   for (std::string const& name : links) {
-    gnmi::Path entry;
-    entry.add_elem()->set_name("interfaces");
-    entry.add_elem()->set_name("interface");
-    (*entry.mutable_elem(1)->mutable_key())["name"] = name;
-    std::string const above = pathBytes(PathView(entry, 0));
+    std::string const above = entryBytes(name);
     LinkChange& link = wanted.emplace_back(LinkChange{.name = name});
     for (auto at = map_.lower_bound(above); at != map_.end() && at->first.starts_with(above); ++at) {
       if (at->second.empty()) continue;
@@ -53,6 +57,24 @@ std::vector<LinkChange> LinkWishes::of(std::set<std::string> const& links) const
     }
   }
   return wanted;
+}
+
+std::set<std::string> LinkWishes::links() const {
+  std::set<std::string> links;
+  for (auto const& [bytes, value] : map_) {
+    if (value.empty() || isBefore(bytes)) continue;
+    gnmi::Path const path = pathOfBytes(bytes);
+    if (path.elem_size() > 2 && path.elem(0).name() == "interfaces") links.insert(keyOf(path.elem(1)));
+  }
+  return links;
+}
+
+gnmi::SetRequest LinkWishes::requestFor(std::string const& link) const {
+  std::string const above = entryBytes(link);
+  ConfigMap here;
+  for (auto at = map_.lower_bound(above); at != map_.end() && at->first.starts_with(above); ++at)
+    here.insert(*at);
+  return requestOf(inOrder(here));
 }
 
 } // namespace Agent

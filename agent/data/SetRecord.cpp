@@ -16,6 +16,7 @@ namespace {
 using Place = SetParts::Place;
 
 constexpr char const* kNothing = "";
+constexpr char kBefore = '\x04'; // begins a link's entry of `LinkBefores`: it is no path
 
 // What the device's own processes write beside configuration, and bring again after a start.
 bool isState(Kel::KelAttr attr) {
@@ -84,11 +85,35 @@ ConfigChange changeOf(SetDiff const& diff, ClientEntries const& entries) {
   return change;
 }
 
+bool isBefore(std::string_view place) { return place.starts_with(kBefore); }
+
+void beforesInto(LinkBefores const& befores, ConfigChange& change) {
+  for (auto const& [link, text] : befores)
+    change.values.emplace_back(kBefore + link, text.empty() ? std::nullopt : std::optional(text));
+}
+
+LinkBefores beforesIn(ConfigMap const& map) {
+  LinkBefores befores;
+  for (auto const& [place, text] : map) {
+    if (isBefore(place)) befores[place.substr(1)] = text;
+  }
+  return befores;
+}
+
+LinkBefores beforesIn(ConfigChange const& change) {
+  LinkBefores befores;
+  for (auto const& [place, text] : change.values) {
+    if (isBefore(place) && text) befores[place.substr(1)] = *text;
+  }
+  return befores;
+}
+
 StoredPlaces inOrder(ConfigMap const& map) {
   StoredPlaces places;
   places.reserve(map.size());
-  for (auto const& place : map)
-    places.push_back(&place);
+  for (auto const& place : map) {
+    if (!isBefore(place.first)) places.push_back(&place);
+  }
   std::ranges::stable_partition(places, [](auto const* place) { return place->second.empty(); });
   return places;
 }

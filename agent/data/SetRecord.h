@@ -4,8 +4,10 @@
 #pragma once
 
 #include <span>
+#include <string_view>
 #include <vector>
 
+#include "agent/model/LinkChange.h"
 #include "agent/store/ConfigRecord.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -20,8 +22,14 @@ class SetDiff;
 // Where a provisional change has the request that leads back from it, for the next start. It is no path.
 inline constexpr char const* kWayBack = "\x03";
 
-// What a store holds, in an order in which the model with what the machine gives is brought to it: what has
-// been deleted goes first.
+// Beside the places: what links had before clients wanted it otherwise (`LinkBefores`).
+[[nodiscard]] bool isBefore(std::string_view place);
+void beforesInto(LinkBefores const& befores, ConfigChange& change);
+[[nodiscard]] LinkBefores beforesIn(ConfigMap const& map);
+[[nodiscard]] LinkBefores beforesIn(ConfigChange const& change);
+
+// What a store holds of places, in an order in which the model with what the machine gives is brought to it:
+// what has been deleted goes first.
 using StoredPlaces = std::vector<ConfigMap::value_type const*>;
 [[nodiscard]] StoredPlaces inOrder(ConfigMap const& map);
 [[nodiscard]] gnmi::SetRequest requestOf(std::span<ConfigMap::value_type const* const> places);

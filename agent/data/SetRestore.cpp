@@ -17,6 +17,17 @@ namespace {
 constexpr std::size_t kMostAtATime = 10'000; // well within what a request may hold
 constexpr std::int64_t kStepNs = 1'000'000;
 
+// Runs the scheduler until what `begin` begins has been told.
+template <class Begin>
+grpc::Status await(SetRuns& sets, Begin begin) {
+  std::optional<grpc::Status> how;
+  begin([&how](grpc::Status const& status, std::int64_t) { how = status; });
+  Context& context = sets.context();
+  while (!how)
+    context.scheduler()->runUntil(context.clock().monotonicNs() + kStepNs);
+  return *how;
+}
+
 class Restore {
 public:
   explicit Restore(SetRuns& sets) : sets_(sets) {}
@@ -34,14 +45,9 @@ public:
   grpc::Status carryOut(gnmi::SetRequest const& request) {
     auto plan = setPlanOf(request);
     if (!plan) return plan.error();
-    std::optional<grpc::Status> how;
-    sets_.setIs({.plan = std::move(*plan),
-                 .done = [&how](grpc::Status const& status, std::int64_t) { how = status; },
-                 .source = SetOrder::Source::Store});
-    Context& context = sets_.context();
-    while (!how)
-      context.scheduler()->runUntil(context.clock().monotonicNs() + kStepNs);
-    return *how;
+    return await(sets_, [&](auto done) {
+      sets_.setIs({.plan = std::move(*plan), .done = std::move(done), .source = SetOrder::Source::Store});
+    });
   }
 
 private:
@@ -60,6 +66,18 @@ std::vector<std::string> restore(SetRuns& sets, ConfigMap const& map) {
     rest = rest.subspan(some);
   }
   return std::move(restore.lost);
+}
+
+std::vector<std::string> carryLinks(SetRuns& sets, std::set<std::string> const& links) {
+  std::vector<std::string> refused;
+  auto const carried = [&sets](std::set<std::string> const& some) {
+    return await(sets, [&](auto done) { sets.linksAre(some, std::move(done)); });
+  };
+  if (links.empty() || carried(links).ok()) return refused;
+  for (std::string const& link : links) {
+    if (grpc::Status const status = carried({link}); !status.ok()) refused.push_back(status.error_message());
+  }
+  return refused;
 }
 
 Kstd::Result<void, std::string> goBack(SetRuns& sets, std::string const& request) {

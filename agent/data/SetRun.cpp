@@ -15,10 +15,12 @@
 #include "Tovak/Task.h"
 #include "agent/context/Context.h"
 #include "agent/data/ClientEntries.h"
+#include "agent/data/LinkCarry.h"
 #include "agent/data/SetBack.h"
 #include "agent/data/SetDiff.h"
 #include "agent/data/SetPlaces.h"
 #include "agent/data/SetRecord.h"
+#include "agent/data/SetUndo.h"
 #include "agent/paths/OutPath.h"
 #include "agent/router/Router.h"
 #include "agent/router/StagedSet.h"
@@ -30,38 +32,6 @@ namespace {
 
 grpc::Status ended(grpc::Status const& status) {
   return status.ok() ? status : grpc::Status(status.error_code(), statusText(status.error_message(), 1024));
-}
-
-bool isGone(Undo const& undo) {
-  return undo.object->type().isEntity() && static_cast<Kel::Entity const*>(undo.object->object())->isOrphan();
-}
-
-bool isAsBefore(Undo const& undo) {
-  if (isGone(undo)) return true; // it is the machine that took it away
-  bool const isThere = undo.attr.genericIfExist(undo.object, undo.key);
-  if (!isThere || !undo.old) return isThere == static_cast<bool>(undo.old);
-  return undo.attr.genericIfGet(undo.object, undo.key)->equals(*undo.old);
-}
-
-// The machine has filled the entry since it was made: it stays.
-bool hasComeToLife(Undo const& undo) {
-  TypeNode list;
-  list.attr = undo.attr;
-  list.type = undo.attr.memberType();
-  return !isGone(undo) && isOfMachine(list, entryOf(list, undo.object, undo.key));
-}
-
-void putBack(Undo const& undo) {
-  try {
-    if (isAsBefore(undo)) return;
-    if (undo.old) {
-      undo.attr.genericIfSet(undo.object, undo.key, undo.old);
-    } else {
-      undo.attr.genericIfDel(undo.object, undo.key);
-    }
-  } catch (Kel::Error const&) {
-    // The model refuses what it held a moment ago; there is nothing better to do than to put back the rest.
-  }
 }
 
 } // namespace
@@ -106,6 +76,7 @@ public:
       , order_(std::move(order))
       , queue_(queue)
       , coming_(context_.memory().entries)
+      , carry_(runs.carrier_, runs.wishes_)
       , steps_(run()) {}
   ~Run() {
     if (isOnTheWay_) queue_.onTheWay.leave(places_);
@@ -130,6 +101,7 @@ public:
 
 private:
   using Action = CommitOrder::Action;
+  using Source = SetOrder::Source;
   enum class Waits : std::uint8_t { No, ToBeFirst, ForOthers };
   using Written = std::optional<ConfigStore::Outcome>;
 
@@ -143,6 +115,7 @@ private:
     if (status_.ok() && carries()) co_await beAlone();
     if (status_.ok() && runs_.rules_ != nullptr) co_await askRules();
     if (status_.ok() && isProvisional()) co_await makeBack();
+    if (status_.ok() && carries() && lasts() && !isBack_) co_await look();
     if (status_.ok() && lasts()) co_await store();
     if (status_.ok() && carries()) co_await carry();
     if (status_.ok() && isProvisional() && !isAction(Action::Commit)) co_await confirm();
@@ -150,7 +123,7 @@ private:
       co_await toBeFirst();
       co_await carryOut();
     }
-    if (!status_.ok() && unwish_) co_await carryBack();
+    if (!status_.ok() && carry_.hasCarried()) co_await carryBack();
     if (!status_.ok() && back_) co_await takeBackStored();
     if (isLaidOver_) status_.ok() ? runs_.rules_->keep() : runs_.rules_->takeBack();
     endCommit();
@@ -191,12 +164,14 @@ private:
   // Who may go on; whatever is about a commit is alone.
   Steps begin() {
     auto const& [commit, election] = order_.extensions;
-    isAlone_ = commit.has_value() || order_.source == SetOrder::Source::Timeout;
+    isAlone_ = commit.has_value() || order_.source == Source::Timeout || order_.source == Source::Links;
     if (isAlone_) co_await toBeFirst();
     if (election) status_ = runs_.masters_.check(*election);
-    if (status_.ok() && order_.source == SetOrder::Source::Client) status_ = runs_.commit_.check(commit);
-    isBack_ = status_.ok() && (isAction(Action::Cancel) ||
-                               (order_.source == SetOrder::Source::Timeout && runs_.commit_.isOver()));
+    if (status_.ok() && order_.source == Source::Client) status_ = runs_.commit_.check(commit);
+    isLeftForLater_ = order_.source == Source::Links && runs_.commit_.isRunning();
+    if (isLeftForLater_) runs_.linksToFollow_.insert(order_.links.begin(), order_.links.end());
+    isBack_ = status_.ok() &&
+              (isAction(Action::Cancel) || (order_.source == Source::Timeout && runs_.commit_.isOver()));
     if (isBack_) order_.plan = runs_.commit_.back();
   }
 
@@ -223,17 +198,20 @@ private:
     return isAction(Action::Commit) || (lasts() && carries() && !isBack_);
   }
   [[nodiscard]] bool lasts() const {
-    return runs_.store_ != nullptr && order_.source != SetOrder::Source::Store;
+    return runs_.store_ != nullptr && order_.source != Source::Store && !isLeftForLater_;
   }
 
   void endCommit() {
     if (isBack_ && !status_.ok()) return runs_.commit_.backIs(std::move(order_.plan));
     if (!status_.ok()) return;
-    if (isAction(Action::Commit)) runs_.commit_.begin(*order_.extensions.commit, std::move(wayBack_));
+    if (isAction(Action::Commit))
+      runs_.commit_.begin(*order_.extensions.commit, std::move(wayBack_), carry_.takeUnwish());
     if (isAction(Action::Duration)) runs_.commit_.durationIs(order_.extensions.commit->durationNs);
     if (isAction(Action::Confirm) || isBack_) runs_.commit_.end();
     // Without its confirmation a commit does not outlive the process: what leads back needs no room.
     if (isBack_ && runs_.store_ != nullptr) runs_.store_->takeBack({}, nullptr);
+    if (!runs_.commit_.isRunning() && !runs_.linksToFollow_.empty())
+      runs_.linksAre(std::exchange(runs_.linksToFollow_, {}), [](grpc::Status const&, std::int64_t) {});
   }
 
   // --- the configuration as a whole ------------------------------------------------------------------------
@@ -265,7 +243,10 @@ private:
 
   // --- the machine -----------------------------------------------------------------------------------------
 
-  [[nodiscard]] bool carries() const { return runs_.carry_ && !diff_->interfaces.empty(); }
+  [[nodiscard]] bool carries() const {
+    return runs_.carrier_ != nullptr && order_.source != Source::Store &&
+           !(diff_->interfaces.empty() && order_.links.empty());
+  }
 
   Steps beAlone() {
     isAlone_ = true;
@@ -274,34 +255,38 @@ private:
     co_await compare();
   }
 
-  Steps carry() {
-    links_ = diff_->interfaces;
-    unwish_ = runs_.wishes_.changeIs(changeOf(*diff_, runs_.entries_));
-    auto const outcome = carryLinks();
+  [[nodiscard]] std::set<std::string> links() const {
+    std::set<std::string> links = diff_->interfaces;
+    links.insert(order_.links.begin(), order_.links.end());
+    return links;
+  }
+  // What is wanted of them from now on.
+  [[nodiscard]] ConfigChange wish() const {
+    return isBack_ && runs_.commit_.isRunning() ? runs_.commit_.unwish() : changeOf(*diff_, runs_.entries_);
+  }
+
+  // What the links have, before they are changed.
+  Steps look() {
+    carry_.look(links(), wish(), whenAnswered());
     co_await untilAnswered();
-    if (*outcome) {
+    if (!carry_.refusal().empty()) status_ = {grpc::StatusCode::FAILED_PRECONDITION, carry_.refusal()};
+  }
+
+  Steps carry() {
+    carry_.carry(links(), wish(), whenAnswered());
+    co_await untilAnswered();
+    if (carry_.refusal().empty()) {
       co_await compare();
-      co_return;
+    } else {
+      status_ = {grpc::StatusCode::FAILED_PRECONDITION, carry_.refusal()};
+      carry_.refusedIs();
     }
-    status_ = {grpc::StatusCode::FAILED_PRECONDITION, outcome->error()};
-    static_cast<void>(runs_.wishes_.changeIs(std::move(*std::exchange(unwish_, std::nullopt))));
   }
 
   // The machine takes what it had.
   Steps carryBack() {
-    static_cast<void>(runs_.wishes_.changeIs(std::move(*unwish_)));
-    static_cast<void>(carryLinks());
+    carry_.carryBack(whenAnswered());
     co_await untilAnswered();
-  }
-
-  std::shared_ptr<Kstd::Result<void, std::string>> carryLinks() {
-    auto outcome = std::make_shared<Kstd::Result<void, std::string>>();
-    auto const told = std::make_shared<absl::AnyInvocable<void()>>(whenAnswered());
-    runs_.carry_(runs_.wishes_.of(links_), [outcome, told](auto const& how) {
-      *outcome = how;
-      (*told)();
-    });
-    return outcome;
   }
 
   // --- the disk --------------------------------------------------------------------------------------------
@@ -314,8 +299,9 @@ private:
       co_await compare();
       if (!status_.ok()) co_return;
     }
-    if (isBack_ || (diff_->isEmpty() && !isAction(Action::Confirm))) co_return;
+    if (isBack_ || (diff_->isEmpty() && carry_.befores().empty() && !isAction(Action::Confirm))) co_return;
     ConfigChange change = changeOf(*diff_, runs_.entries_);
+    beforesInto(carry_.befores(), change);
     if (change.isEmpty() && !isAction(Action::Confirm)) co_return; // none of it is configuration
     queue_.onTheWay.enter(places_);
     isOnTheWay_ = true;
@@ -336,8 +322,10 @@ private:
   }
 
   Steps write(ConfigRecord::Kind kind, ConfigChange change) {
+    std::int64_t const begun = context_.clock().monotonicNs();
     runs_.store_->write(kind, std::move(change), whenWritten());
     co_await untilAnswered();
+    runs_.storeTimes_.add(context_.clock().monotonicNs() - begun);
     ConfigStore::Outcome& outcome = **written_;
     if (outcome) {
       back_ = std::move(*outcome);
@@ -512,8 +500,8 @@ private:
   Waits waits_ = Waits::No;
   std::shared_ptr<bool> haveAnswered_;         // those that are waited for
   std::shared_ptr<Written> written_;           // the disk's answer, when it has come
-  std::set<std::string> links_;                // that have been carried
-  std::optional<ConfigChange> unwish_;         // takes back what is wanted of them
+  LinkCarry carry_;                            // to the machine
+  bool isLeftForLater_ = false;                // the disk's part, until a commit has ended
   std::string backBytes_;                      // a request, that leads back
   std::unique_ptr<SetPlan> wayBack_;           // of a commit
   bool isLaidOver_ = false;                    // the rules have it, and let it pass
@@ -560,5 +548,26 @@ SetRuns::~SetRuns() { queue_->allDel(); }
 Context& SetRuns::context() const noexcept { return router_.context(); }
 
 void SetRuns::setIs(SetOrder order) { queue_->setIs(std::move(order)); }
+
+void SetRuns::linksAre(std::set<std::string> links, SetOrder::Done done) {
+  setIs({.plan = std::make_unique<SetPlan>(),
+         .done = std::move(done),
+         .source = SetOrder::Source::Links,
+         .links = std::move(links)});
+}
+
+void SetRuns::linkIs(std::string const& link, std::function<void(std::string const& why)> refused) {
+  if (carrier_ == nullptr) return;
+  gnmi::SetRequest const request = wishes_.requestFor(link);
+  if (request.update_size() + request.delete__size() == 0) return;
+  auto plan = setPlanOf(request); // its entry begins with what the machine gives
+  setIs({.plan = plan ? std::move(*plan) : std::make_unique<SetPlan>(),
+         .done =
+             [refused = std::move(refused)](grpc::Status const& status, std::int64_t) {
+               if (!status.ok()) refused(status.error_message());
+             },
+         .source = SetOrder::Source::Links,
+         .links = {link}});
+}
 
 } // namespace Agent

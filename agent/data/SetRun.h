@@ -34,6 +34,7 @@
 #include <absl/functional/any_invocable.h>
 #include <grpcpp/support/status.h>
 
+#include "agent/context/TimeHistogram.h"
 #include "agent/data/ClientEntries.h"
 #include "agent/data/ConfirmedCommit.h"
 #include "agent/data/LinkWishes.h"
@@ -58,8 +59,11 @@ struct SetOrder {
   std::atomic<bool> const* isCancelled = nullptr; // may be null; lives until `done` is called or dropped
   Done done;
   SetExtensions extensions = {};
-  enum class Source : std::uint8_t { Client, Store, Timeout };
-  Source source = Source::Client; // a commit's time is over
+  // The client's; what a store held, which the machine is told of otherwise; a commit's time is over; links
+  // of the machine are to be as they are configured.
+  enum class Source : std::uint8_t { Client, Store, Timeout, Links };
+  Source source = Source::Client;
+  std::set<std::string> links = {}; // of that last one
 };
 
 // All Sets of the agent; those that still wait when it goes are dropped.
@@ -79,14 +83,23 @@ public:
 
   void setIs(SetOrder order);
 
-  // Carries what is wanted of links to the machine, all of it or nothing, and says so on the scheduler
-  // thread, later. Before the first Set. May be null: configuration is the model's alone.
-  using Carried = std::function<void(Kstd::Result<void, std::string> const& outcome)>;
-  using Carry = std::function<void(std::vector<LinkChange> links, Carried done)>;
-  void carryIs(Carry carry) { carry_ = std::move(carry); }
+  // Carries what is wanted of links to the machine; it outlives this, or is taken away before. Before the
+  // first Set. May be null: configuration is the model's alone.
+  void carrierIs(LinkCarrier* carrier) noexcept { carrier_ = carrier; }
+  // All that a store held is wanted of the machine's links. Before the first Set of a client.
+  void wantedIs(ConfigMap map) { wishes_.mapIs(std::move(map)); }
+  [[nodiscard]] std::set<std::string> wantedLinks() const { return wishes_.links(); }
+  // Has links brought to what is wanted of them. `done` as of a Set.
+  void linksAre(std::set<std::string> links, SetOrder::Done done);
+  // A link has come: it gets what is configured of it. `refused`, with why, if it cannot.
+  void linkIs(std::string const& link, std::function<void(std::string const& why)> refused);
 
   // Where what Sets leave is to last; it outlives this. Before the first one. May be null: nowhere.
   void storeIs(ConfigStore* store) noexcept { store_ = store; }
+  // How long it took to write down what Sets leave; null where nothing is to last.
+  [[nodiscard]] TimeHistogram const* storeTimes() const noexcept {
+    return store_ == nullptr ? nullptr : &storeTimes_;
+  }
 
   // What the configuration is held to as a whole; it outlives this. Before the first one. May be null.
   void rulesIs(ConfigRules* rules) noexcept { rules_ = rules; }
@@ -97,11 +110,13 @@ private:
   Router& router_;
   ConfigStore* store_ = nullptr;
   ConfigRules* rules_ = nullptr;
+  TimeHistogram storeTimes_;
   ClientEntries entries_;
   Mastership masters_;
   ConfirmedCommit commit_;
-  Carry carry_;
-  LinkWishes wishes_; // what has been carried
+  LinkCarrier* carrier_ = nullptr;
+  LinkWishes wishes_;                   // what has been carried
+  std::set<std::string> linksToFollow_; // came while a commit waited, and wait for its end
   std::shared_ptr<Queue> const queue_;
 };
 

@@ -3,9 +3,13 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "Kstd/Result.h"
 
 namespace Agent {
 
@@ -25,6 +29,25 @@ struct LinkChange {
   std::optional<bool> enabled = {};
   std::vector<LinkAddress> addresses = {};
   bool operator==(LinkChange const&) const = default;
+};
+
+// What links had before it was first wanted otherwise, by their names, as texts for a store; an empty one:
+// there is nothing to remember.
+using LinkBefores = std::map<std::string, std::string>;
+
+// Who carries it. Scheduler thread; answers come later, on the same thread. A link that is not there wants
+// nothing.
+class LinkCarrier {
+public:
+  using Looked = std::function<void(Kstd::Result<LinkBefores, std::string> const&)>;
+  // What the kernel said; the text names the interface and the reason.
+  using Carried = std::function<void(Kstd::Result<void, std::string> const&)>;
+
+  virtual ~LinkCarrier() = default;
+  // Tells what is to be remembered once these are carried, and changes nothing.
+  virtual void look(std::vector<LinkChange> links, Looked done) = 0;
+  // All that is wanted of all of them, or nothing.
+  virtual void carry(std::vector<LinkChange> links, Carried done) = 0;
 };
 
 } // namespace Agent

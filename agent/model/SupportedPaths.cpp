@@ -6,6 +6,7 @@
 
 #include <string_view>
 
+#include "agent/model/Figures.h"
 #include "agent/model/Schema.h"
 #include "agent/model/Tree.h"
 
@@ -51,7 +52,10 @@ void appendType(std::string& page, std::string const& path, Kel::KelType type) {
 
 } // namespace
 
-std::string supportedPaths() { return std::string(kHead) + pathTables(); }
+std::string supportedPaths() {
+  declareFigures();
+  return std::string(kHead) + pathTables();
+}
 
 std::string pathTables() {
   std::string page;

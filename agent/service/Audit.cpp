@@ -17,6 +17,7 @@
 
 #include "Ondra/PathFormat.h"
 #include "Tovak/Clock.h"
+#include "agent/context/Tally.h"
 
 namespace Agent {
 namespace {
@@ -37,11 +38,7 @@ Json start(std::string time, Audit::Caller const& caller, std::string_view call)
 }
 
 void addResult(Json& line, grpc::Status const& status) {
-  static char const* const names[] = {
-      "OK",        "CANCELLED",      "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
-      "NOT_FOUND", "ALREADY_EXISTS", "PERMISSION_DENIED", "RESOURCE_EXHAUSTED", "FAILED_PRECONDITION",
-      "ABORTED",   "OUT_OF_RANGE",   "UNIMPLEMENTED",     "INTERNAL",           "UNAVAILABLE",
-      "DATA_LOSS", "UNAUTHENTICATED"};
+  static constexpr auto& names = Tally::codeNames;
   auto const code = static_cast<std::size_t>(status.error_code());
   line["result"] = code < std::size(names) ? names[code] : "UNKNOWN";
   if (!status.ok()) line["why"] = status.error_message().substr(0, 1'024);

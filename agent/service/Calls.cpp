@@ -152,6 +152,11 @@ void Calls::restart(grpc::Status const& status) {
     stream->end(status);
 }
 
+void Calls::forEach(Visit visit) const {
+  for (auto const& [stream, call] : calls_)
+    visit(*stream, *call);
+}
+
 void Calls::check() {
   std::int64_t const now = context().clock().monotonicNs();
   std::int64_t const stuckNs = context().limits().stuckNs;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/functional/function_ref.h>
 #include <grpcpp/support/status.h>
 
 #include "Tovak/TaskScheduler.h"
@@ -48,11 +49,18 @@ public:
   // Ends those that are there; new ones may come.
   void restart(grpc::Status const& status);
   [[nodiscard]] std::size_t count() const { return calls_.size(); }
+  // Those that have told what they want.
+  using Visit = absl::FunctionRef<void(SubscribeStream const& stream, Call const& call)>;
+  void forEach(Visit visit) const;
 
   // --- for streams: any thread ----------------------------------------------------------------------
   // A place among the calls that are allowed at a time, until it is dropped; null when there are too many, or
   // too many from that address (which may be empty: then it has none).
   [[nodiscard]] std::shared_ptr<void const> slotIs(std::string const& address);
+  // The next number of a stream.
+  [[nodiscard]] std::uint64_t nextId() noexcept {
+    return lastId_.fetch_add(1, std::memory_order_relaxed) + 1;
+  }
   // See 3.
   void shedIs();
   // Has `pump` of the stream called on a thread that may encode.
@@ -90,6 +98,7 @@ private:
   Tovak::TimerId checkTimer_;
   HeapTrimmer trimmer_;
   std::atomic<bool> shedComes_ = false;
+  std::atomic<std::uint64_t> lastId_ = 0;
   Pumps pumps_; // ends first
 };
 

@@ -25,7 +25,7 @@ public:
       , scheduler_(router.context().scheduler())
       , address_(addressOf(context.peer()))
       , context_(std::make_shared<UnaryContext>(context))
-      , end_(std::make_shared<UnaryEnd>(*this, context_, router.context().limits().stuckNs)) {}
+      , end_(std::make_shared<UnaryEnd>(*this, context_, router.context())) {}
 
   void start(Guest const& guest, gnmi::GetRequest const& request, Router& router) {
     std::shared_ptr<UnaryEnd> const end = std::move(end_); // the run's from now on

@@ -15,6 +15,7 @@ namespace {
 
 // The methods in the order of the published service.
 enum Method : int { kCapabilities, kGet, kSet, kSubscribe };
+static_assert(kSubscribe == static_cast<int>(Tally::Method::Subscribe));
 
 // A stream that is refused before it begins.
 class RefusedStream final : public grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer> {
@@ -83,11 +84,15 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
   auto handler =
       std::make_unique<Handler>([this, handle, method](grpc::CallbackServerContext* context,
                                                        grpc::ByteBuffer const*, Response* response) {
+        auto const refuse = [&](grpc::Status const& status) {
+          runtime_.context().tally().ended(status.error_code());
+          return refused(*context, status);
+        };
         auto const admitted = admission(*context, method);
-        if (!admitted) return refused(*context, admitted.error());
+        if (!admitted) return refuse(admitted.error());
         auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
         if (!call.parse())
-          return refused(*context, {grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
+          return refuse({grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
         return handle(*context, *admitted, call.request(), *response);
       });
   handler->SetMessageAllocator(&calls);
@@ -120,6 +125,7 @@ GnmiService::~GnmiService() = default;
 
 Gate::Admitted GnmiService::admission(grpc::CallbackServerContext const& context, int method) const {
   static constexpr char const* kNames[] = {"Capabilities", "Get", "Set", "Subscribe"};
+  runtime_.context().tally().begun(static_cast<Tally::Method>(method));
   if (closed_.load(std::memory_order_relaxed))
     return Kstd::Err(grpc::Status(grpc::StatusCode::UNAVAILABLE, "the agent is going down"));
   if (!gate_) return Guest();
@@ -132,7 +138,10 @@ Gate::Admitted GnmiService::admission(grpc::CallbackServerContext const& context
 grpc::ServerBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer>*
 GnmiService::subscribe(grpc::CallbackServerContext& context) {
   auto admitted = admission(context, kSubscribe);
-  if (!admitted) return new RefusedStream(admitted.error());
+  if (!admitted) {
+    runtime_.context().tally().ended(admitted.error().error_code());
+    return new RefusedStream(admitted.error());
+  }
   return subscribeCall(context, std::move(*admitted), gate_, runtime_.calls());
 }
 

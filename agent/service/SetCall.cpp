@@ -49,7 +49,7 @@ public:
       , writer_(writer)
       , access_(guest.rights.writes)
       , context_(std::make_shared<UnaryContext>(context))
-      , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context().limits().stuckNs)) {}
+      , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context())) {}
 
   // Planning is for neither gRPC's threads nor the scheduler's: it takes as long as the request is large.
   void start(gnmi::SetRequest const& request, gnmi::SetResponse& response, Audit* audit,

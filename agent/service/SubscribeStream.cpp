@@ -35,6 +35,9 @@ SubscribeStream::SubscribeStream(grpc::CallbackServerContext& context, Guest gue
     : serverContext_(&context)
     , calls_(calls)
     , context_(calls.context())
+    , caller_(context)
+    , id_(calls.nextId())
+    , startNs_(context_.clock().wallNs())
     , address_(addressOf(context.peer()))
     , guest_(std::move(guest))
     , gate_(std::move(gate))
@@ -114,9 +117,10 @@ grpc::Status SubscribeStream::takeList(gnmi::SubscribeRequest const& request) {
   plan->depth = depthOf(request.extension());
   plan->access = guest_.rights.reads;
   mode_ = plan->mode;
-  if (mode_ == CallMode::Poll) { // the list is answered like a poll
+  {
     std::lock_guard const guard(mutex_);
-    readsAfterSync_ = true;
+    sent_.mode = mode_;
+    readsAfterSync_ = mode_ == CallMode::Poll; // the list is answered like a poll
   }
   context_.scheduler()->post(
       [self = shared_from_this(), plan = std::move(plan).value()] { self->calls_.callIs(self, plan); });
@@ -194,6 +198,11 @@ void SubscribeStream::pump() {
     std::lock_guard const guard(mutex_);
     if (finished_) return; // by `endNow`, while this was encoded
     writeSinceNs_ = context_.clock().monotonicNs();
+    if (slice == 0) {
+      ++sent_.sentMessages;
+      sent_.sentLeaves += message->leaves();
+    }
+    sent_.sentBytes += slices[slice].size();
   }
   if (reads) StartRead(&request_);
   StartWrite(&response_);
@@ -245,10 +254,19 @@ void SubscribeStream::end(grpc::Status const& status) {
     std::lock_guard const guard(mutex_);
     if (end_) return;
     end_ = status;
+    context_.tally().ended(status.error_code());
     if (!status.ok()) dropQueued(guard);
     if (writing_ || std::exchange(pumpComes_, true)) return;
   }
   calls_.pumpIs(shared_from_this());
+}
+
+SubscribeStream::Figures SubscribeStream::figures() const {
+  std::lock_guard const guard(mutex_);
+  Figures figures = sent_;
+  figures.queuedMessages = queue_.size();
+  figures.queuedBytes = queue_.bytes();
+  return figures;
 }
 
 bool SubscribeStream::isStuck(std::int64_t nowNs, std::int64_t ns) const {
@@ -263,6 +281,7 @@ void SubscribeStream::endNow(char const* why) {
     std::lock_guard const guard(mutex_);
     if (std::exchange(finished_, true)) return;
     end_ = status;
+    context_.tally().ended(status.error_code());
     queue_.clear();
   }
   Finish(status);

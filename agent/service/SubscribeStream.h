@@ -22,6 +22,7 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include "agent/service/Audit.h"
 #include "agent/service/Gate.h"
 #include "agent/subscribe/OutQueue.h"
 #include "agent/subscribe/SubscribePlan.h"
@@ -71,6 +72,20 @@ public:
   // Writes what is queued when no write is on its way.
   void pump();
 
+  // Who has called, when, and what has been given to him.
+  struct Figures {
+    std::optional<CallMode> mode; // none: his list has not come
+    std::uint64_t sentMessages = 0;
+    std::uint64_t sentLeaves = 0;
+    std::uint64_t sentBytes = 0;
+    std::size_t queuedMessages = 0;
+    std::size_t queuedBytes = 0;
+  };
+  [[nodiscard]] Figures figures() const;
+  [[nodiscard]] std::uint64_t id() const noexcept { return id_; }
+  [[nodiscard]] std::int64_t startNs() const noexcept { return startNs_; } // since the Unix epoch
+  [[nodiscard]] Audit::Caller const& caller() const noexcept { return caller_; }
+
   // --- gRPC's threads -----------------------------------------------------------------------------
   void OnReadDone(bool ok) override;
   void OnWriteDone(bool ok) override;
@@ -96,6 +111,9 @@ private:
   grpc::CallbackServerContext* serverContext_; // guarded by it; null once gRPC is done
   Calls& calls_;
   Context& context_;
+  Audit::Caller const caller_;
+  std::uint64_t const id_; // of all calls of this process
+  std::int64_t const startNs_;
   std::string const address_;
   Guest const guest_;
   std::shared_ptr<Gate> const gate_;      // may be null
@@ -108,6 +126,7 @@ private:
   OutQueue queue_;
   Message::Ptr current_;      // being written
   std::size_t nextSlice_ = 0; // of it: the one that is written
+  Figures sent_;              // of what has been handed to gRPC
   std::optional<grpc::Status> end_;
   std::shared_ptr<void const> slot_;         // among the calls that are allowed
   std::optional<std::int64_t> writeSinceNs_; // gRPC has a write

@@ -4,6 +4,8 @@
 
 #include <grpc/support/time.h>
 
+#include "agent/context/Context.h"
+
 namespace Agent {
 
 void UnaryContext::patienceIs(std::int64_t ns) {
@@ -33,7 +35,8 @@ void UnaryEnd::finish(grpc::Status const& status) {
   grpc::ServerUnaryReactor* const reactor = reactor_.exchange(nullptr);
   if (reactor == nullptr) return;
   if (told_) told_(status);
-  if (status.ok()) context_->patienceIs(patienceNs_);
+  agent_.tally().ended(status.error_code());
+  if (status.ok()) context_->patienceIs(agent_.limits().stuckNs);
   reactor->Finish(status);
 }
 

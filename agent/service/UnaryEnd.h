@@ -13,6 +13,8 @@
 
 namespace Agent {
 
+class Context;
+
 // A unary call as those see it who may outlive it. Any thread.
 class UnaryContext : public std::enable_shared_from_this<UnaryContext> {
 public:
@@ -36,12 +38,12 @@ private:
 // ends with UNAVAILABLE.
 class UnaryEnd {
 public:
-  // The reactor lives until its call has ended, and tells the context so. `patienceNs`: how long its client
-  // may take over the answer.
-  UnaryEnd(grpc::ServerUnaryReactor& reactor, std::shared_ptr<UnaryContext> context, std::int64_t patienceNs)
+  // The reactor lives until its call has ended, and tells the context so. `agent`: that answers; its limits
+  // say how long the client may take over the answer, and its tally is told of the end.
+  UnaryEnd(grpc::ServerUnaryReactor& reactor, std::shared_ptr<UnaryContext> context, Context& agent)
       : reactor_(&reactor)
       , context_(std::move(context))
-      , patienceNs_(patienceNs) {}
+      , agent_(agent) {}
   ~UnaryEnd() { finish({grpc::StatusCode::UNAVAILABLE, "the agent is going down"}); }
   UnaryEnd(UnaryEnd const&) = delete;
   UnaryEnd& operator=(UnaryEnd const&) = delete;
@@ -54,7 +56,7 @@ public:
 private:
   std::atomic<grpc::ServerUnaryReactor*> reactor_;
   std::shared_ptr<UnaryContext> const context_;
-  std::int64_t const patienceNs_;
+  Context& agent_;
   absl::AnyInvocable<void(grpc::Status const&)> told_;
 };
 

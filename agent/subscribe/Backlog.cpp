@@ -33,6 +33,7 @@ void Backlog::leafIs(FramePtr const& owner, std::string path, gnmi::TypedValue c
     bytes_ += sizeof(Leaves::value_type) + kNodeBytes + textBytes(at->first);
   } else {
     leaf.duplicates += 1;
+    ++coalesced_;
     bytes_ -= textBytes(leaf.value);
   }
   leaf.owner = owner;

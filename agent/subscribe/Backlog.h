@@ -69,6 +69,8 @@ public:
   [[nodiscard]] bool empty() const noexcept { return leaves_.empty() && ends_.empty(); }
   [[nodiscard]] bool hasEnds() const noexcept { return !ends_.empty(); }
   [[nodiscard]] std::size_t leafCount() const noexcept { return leaves_.size(); }
+  // How many changes took the place of one that waited, so far.
+  [[nodiscard]] std::uint64_t coalesced() const noexcept { return coalesced_; }
   // Of memory.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
 
@@ -92,6 +94,7 @@ private:
   boost::intrusive::list<Leaf> order_;
   Ends ends_;
   std::size_t bytes_ = 0;
+  std::uint64_t coalesced_ = 0;
 };
 
 } // namespace Agent

@@ -83,6 +83,7 @@ void ByteBundle::add(Ondra::WireResponse const& response, LeafVerdicts* access) 
                Tovak::Platform::getDebugHandler("OndraAgent", false),
                "what was walked lies above what all of it shares");
   if (!body_) body_.emplace(*frame_, timestamp_, elemsOf(*response.prefix, depth), limit_);
+  leaves_ += response.updates;
   std::string_view above = textOf(response.prefixElems);
   for (std::size_t i = 0; i < depth; ++i)
     static_cast<void>(takeField(above));

@@ -36,12 +36,15 @@ public:
   // `access`: which leaves of it may be read; null: all.
   void add(Ondra::WireResponse const& response, LeafVerdicts* access = nullptr);
   [[nodiscard]] std::vector<grpc::Slice> take();
+  // How many have been added.
+  [[nodiscard]] std::size_t leaves() const noexcept { return leaves_; }
 
 private:
   std::shared_ptr<Frame const> frame_;
   std::int64_t timestamp_;
   std::size_t limit_;
   WireJson* json_;
+  std::size_t leaves_ = 0;
   std::optional<ResponseBody> body_; // from the first response on, whose prefix its head takes
 };
 

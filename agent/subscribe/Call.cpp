@@ -338,7 +338,7 @@ void Call::pushBundles() {
                            : Message::of(std::move(parts), frame, time));
   }
   for (auto& [time, bundle] : byteBundles_)
-    messages.push_back(Message::of(bundle.take(), frame, time));
+    messages.push_back(Message::of(bundle.take(), bundle.leaves(), frame, time));
   bundles_.clear();
   byteBundles_.clear();
   bundledLeaves_ = 0;
@@ -490,6 +490,7 @@ void Call::refreshIs(Subscription& subscription, std::string_view region, bool h
   };
   auto const waiting = std::find_if(jobs_.begin() + (walk_ ? 1 : 0), jobs_.end(), isSame);
   if (waiting == jobs_.end()) {
+    ++restarts_;
     std::int64_t const notBefore = hasEnded ? lastEndedNs_ + patienceNs_ : 0;
     jobs_.push_back({&subscription, Purpose::Refresh, std::string(region), hasEnded, notBefore});
   } else {

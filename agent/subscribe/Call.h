@@ -71,6 +71,15 @@ public:
   void drained();
   // What it keeps for its subscriber beside the queue.
   [[nodiscard]] std::size_t heldBytes() const noexcept { return backlog_.bytes(); }
+  // What has become of its subscriber's slowness so far.
+  struct Slowness {
+    std::size_t waitingLeaves;      // that have changed, and wait
+    std::uint64_t coalescedChanges; // of leaves that waited already
+    std::uint64_t restarts;         // walks of what had to be given up
+  };
+  [[nodiscard]] Slowness slowness() const noexcept {
+    return {backlog_.leafCount(), backlog_.coalesced(), restarts_};
+  }
   // There is no memory for what one of its subscriptions must keep: it ends.
   void exhausted();
 
@@ -153,6 +162,7 @@ private:
   std::size_t bundledLeaves_ = 0;
   Backlog backlog_;
   ByteBudget::Share backlogShare_;
+  std::uint64_t restarts_ = 0;
   bool isUrgent_ = false;
   std::int64_t lastEndedNs_ = 0; // monotonic: when ends were last given up
   std::int64_t patienceNs_ = 0;  // before what they stood for is told anew

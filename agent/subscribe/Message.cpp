@@ -14,6 +14,14 @@
 namespace Agent {
 namespace {
 
+std::size_t leavesOf(Message::Parts const& parts) {
+  std::size_t leaves = 0;
+  for (Message::Part const& part : parts)
+    leaves += part.updates ? part.updates->size()
+                           : static_cast<std::size_t>(part.response->response->update().update_size());
+  return leaves;
+}
+
 std::shared_ptr<Message> made() {
   return std::allocate_shared<Message>(Kel::MemAllocator<Message>{}, Message::Private{});
 }
@@ -42,15 +50,17 @@ Message::Ptr Message::of(Parts parts, std::shared_ptr<Frame const> frame, std::i
     message->bytes_ += sizeof(Part) + part.response->spaceAllocated();
     if (part.updates) message->bytes_ += part.updates->capacity() * sizeof(std::uint32_t);
   }
+  message->leaves_ = leavesOf(parts);
   message->parts_ = std::move(parts);
   message->frame_ = std::move(frame);
   message->timestamp_ = timestamp;
   return message;
 }
 
-Message::Ptr Message::of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame const> frame,
-                         std::int64_t timestamp) {
+Message::Ptr Message::of(std::vector<grpc::Slice> encoded, std::size_t leaves,
+                         std::shared_ptr<Frame const> frame, std::int64_t timestamp) {
   std::shared_ptr<Message> message = made();
+  message->leaves_ = leaves;
   message->frame_ = std::move(frame);
   message->timestamp_ = timestamp;
   message->bytes_ = sizeof(Message);
@@ -65,6 +75,7 @@ Message::Ptr Message::encodedOf(Parts parts, std::shared_ptr<Frame const> frame,
   TOVAK_ASSERT(!parts.empty(), Tovak::Platform::getDebugHandler("OndraAgent", false),
                "a message that says nothing");
   std::shared_ptr<Message> message = made();
+  message->leaves_ = leavesOf(parts);
   message->parts_ = std::move(parts);
   message->frame_ = std::move(frame);
   message->timestamp_ = timestamp;
@@ -80,7 +91,7 @@ Message::Ptr Message::encodedOf(std::unique_ptr<gnmi::Notification> notification
                                 std::shared_ptr<Frame const> frame, std::size_t limit) {
   std::int64_t const timestamp = notification->timestamp();
   Ptr const message = of(std::move(notification), frame);
-  return of(message->encoded(limit), std::move(frame), timestamp);
+  return of(message->encoded(limit), message->leaves(), std::move(frame), timestamp);
 }
 
 Message::Ptr Message::of(std::unique_ptr<gnmi::Notification> notification,
@@ -88,6 +99,7 @@ Message::Ptr Message::of(std::unique_ptr<gnmi::Notification> notification,
   std::shared_ptr<Message> message = made();
   message->timestamp_ = notification->timestamp();
   message->bytes_ = sizeof(Message) + notification->SpaceUsedLong();
+  message->leaves_ = static_cast<std::size_t>(notification->update_size());
   message->own_ = std::move(notification);
   message->frame_ = std::move(frame);
   return message;

@@ -52,9 +52,9 @@ public:
                                      std::size_t limit);
   [[nodiscard]] static Ptr encodedOf(std::unique_ptr<gnmi::Notification> notification,
                                      std::shared_ptr<Frame const> frame, std::size_t limit);
-  // What has been encoded already.
-  [[nodiscard]] static Ptr of(std::vector<grpc::Slice> encoded, std::shared_ptr<Frame const> frame,
-                              std::int64_t timestamp);
+  // What has been encoded already; so many leaves.
+  [[nodiscard]] static Ptr of(std::vector<grpc::Slice> encoded, std::size_t leaves,
+                              std::shared_ptr<Frame const> frame, std::int64_t timestamp);
   // All of it.
   [[nodiscard]] static Ptr of(std::unique_ptr<gnmi::Notification> notification,
                               std::shared_ptr<Frame const> frame);
@@ -70,6 +70,8 @@ public:
   [[nodiscard]] bool isEmpty() const noexcept {
     return parts_.empty() && own_ == nullptr && !isSync_ && encoded_.empty();
   }
+  // How many updates it has.
+  [[nodiscard]] std::size_t leaves() const noexcept { return leaves_; }
   // Memory that the message keeps, as it is counted against a subscriber's bound.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   // Counts the memory in the budget of all as long as what is returned, or got from another call, is there.
@@ -94,6 +96,7 @@ private:
   std::shared_ptr<Frame const> frame_;
   std::int64_t timestamp_ = 0;
   std::size_t bytes_ = 0;
+  std::size_t leaves_ = 0;
   bool isSync_ = false;
   mutable std::weak_ptr<ByteBudget::Share const> charge_;
   mutable std::once_flag once_;

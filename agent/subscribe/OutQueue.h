@@ -35,6 +35,7 @@ public:
   // Whether it has stopped being full since the last question.
   [[nodiscard]] bool takeDrained() noexcept;
   [[nodiscard]] bool empty() const noexcept { return messages_.empty(); }
+  [[nodiscard]] std::size_t size() const noexcept { return messages_.size(); }
   // Of its messages, whoever else holds them.
   [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
 

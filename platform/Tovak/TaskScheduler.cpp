@@ -76,6 +76,8 @@ struct TaskScheduler::State {
   std::array<std::uint32_t, TaskPriority::count> turns{}; // taken while somebody less urgent waited
   std::map<String, TaskStats, std::less<>> stats;         // entries are never removed: tasks point at them
 
+  SliceHook sliceHook;
+
   std::int64_t sliceNs = defaultSliceNs;
   Task* current = nullptr;
   std::int64_t sliceEndNs = 0;
@@ -344,6 +346,9 @@ bool TaskScheduler::runTask() {
   ++stats.runs;
   stats.totalNs += tookNs;
   stats.maxNs = std::max(stats.maxNs, tookNs);
+  if (s.sliceHook) {
+    s.sliceHook(tookNs);
+  }
   if (s.current && s.sliceNs > 0 && tookNs > busySlices * s.sliceNs) {
     s.current->handleTaskBusy();
   }
@@ -386,6 +391,8 @@ String TaskScheduler::statsDump() const {
   }
   return fmt::to_string(out);
 }
+
+void TaskScheduler::sliceHookIs(SliceHook hook) { state_->sliceHook = std::move(hook); }
 
 void TaskScheduler::statsReset() {
   for (auto& [name, stats] : state_->stats) {

@@ -130,6 +130,9 @@ public:
   TaskStats stats(std::string_view statsName) const;
   // One line "<name>: runs <n>, total <ns> ns, max <ns> ns" per name, in the order of the names.
   String statsDump() const;
+  // Has `hook` called after each run of a task with the nanoseconds that it took; null: nobody.
+  using SliceHook = absl::AnyInvocable<void(std::int64_t tookNs)>;
+  void sliceHookIs(SliceHook hook); // see SliceHook
   // Clears all figures and calls handleResetStats of every task.
   void statsReset();
 

@@ -15,6 +15,7 @@
 #include "Tovak/Clock.h"
 #include "agent/collect/Collectors.h"
 #include "agent/collect/ConfigApplier.h"
+#include "agent/collect/LinkBefore.h"
 
 namespace {
 
@@ -140,8 +141,8 @@ TEST_F(Kernel, AppliesConfiguration) {
   start();
   ConfigApplier applier(scheduler);
   auto const apply = [&](std::vector<LinkChange> const& links) {
-    std::optional<ConfigApplier::Outcome> got;
-    applier.apply(links, [&](ConfigApplier::Outcome const& outcome) {
+    std::optional<Kstd::Result<void, std::string>> got;
+    applier.carry(links, [&](auto const& outcome) {
       got = outcome;
       scheduler->stop();
     });
@@ -196,6 +197,36 @@ TEST_F(Kernel, AppliesConfiguration) {
   EXPECT_EQ(find("lo")->state->mtu, 1300);
   EXPECT_EQ(apply({{.name = "lo"}}), "");
   EXPECT_EQ(find("lo")->state->mtu, std::nullopt);
+
+  // What was there before outlives who changed it: another one takes it over by its text.
+  auto const look = [&](ConfigApplier& by, LinkChange const& link) {
+    std::string text;
+    by.look({link}, [&](auto const& befores) {
+      text = befores->at(link.name);
+      scheduler->stop();
+    });
+    scheduler->run();
+    return text;
+  };
+  LinkChange const first = {
+      .name = "d0", .description = "a\nb", .mtu = 1300, .addresses = {{false, "198.51.100.1", 25}}};
+  LinkChange const last = {.name = "d0", .description = "c", .enabled = true};
+  std::string const before = look(applier, first);
+  EXPECT_EQ(d0.state->mtu, 1500); // looked at alone
+  EXPECT_EQ(apply({first}), "");
+  std::string const later = look(applier, last);
+  EXPECT_EQ(apply({last}), "");
+  ConfigApplier next(scheduler);
+  next.beforesAre({{"d0", mergedBefore(before, later)}});
+  EXPECT_EQ(look(next, {.name = "d0"}), "");
+  LinkChange const none = {.name = "d0"};
+  next.carry({none}, [&](auto const&) { scheduler->stop(); });
+  scheduler->run();
+  settle();
+  EXPECT_EQ(d0.state->description, std::nullopt);
+  EXPECT_EQ(d0.state->enabled, false);
+  EXPECT_EQ(unit.ipv4->addresses->address.find("198.51.100.1")->state->prefixLength, 24);
+  EXPECT_EQ(LinkBefore::of(before, "another start"), std::nullopt);
 }
 
 } // namespace

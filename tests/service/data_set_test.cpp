@@ -303,9 +303,10 @@ TEST_F(DataSet, aNewEntryIsToldWithWhatItEndsAs) {
 }
 
 // What clients want of links goes to the machine before the model changes; what it refuses has not been.
-TEST_F(DataSet, theMachineComesBeforeTheModel) {
-  std::string told, refusal;
-  bench.runtime().sets().carryIs([&](std::vector<Agent::LinkChange> const& links, auto done) {
+class Teller final : public Agent::LinkCarrier {
+public:
+  void look(std::vector<Agent::LinkChange>, Looked done) override { done(Agent::LinkBefores()); }
+  void carry(std::vector<Agent::LinkChange> links, Carried done) override {
     for (Agent::LinkChange const& link : links) {
       told += link.name;
       if (link.mtu) told += fmt::format(" mtu {}", *link.mtu);
@@ -316,7 +317,15 @@ TEST_F(DataSet, theMachineComesBeforeTheModel) {
       told += "\n";
     }
     done(refusal.empty() ? Kstd::Result<void, std::string>() : Kstd::Err(refusal));
-  });
+  }
+  std::string told, refusal;
+};
+
+TEST_F(DataSet, theMachineComesBeforeTheModel) {
+  Teller teller;
+  std::string& told = teller.told;
+  std::string& refusal = teller.refusal;
+  bench.runtime().sets().carrierIs(&teller);
   auto const toldOf = [&](std::string_view request) {
     told.clear();
     grpc::Status const status = bench.setHere(setRequest(request));
@@ -338,7 +347,7 @@ TEST_F(DataSet, theMachineComesBeforeTheModel) {
   EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]/config/mtu"), "eth1 x 192.0.2.7/25\n");
   EXPECT_EQ(toldOf("delete /interfaces/interface[name=eth1]"), "eth1\n");
   EXPECT_EQ(toldOf("update /system/config/hostname \"x\""), "");
-  bench.runtime().sets().carryIs(nullptr);
+  bench.runtime().sets().carrierIs(nullptr);
 }
 
 // --- a model that refuses half-way -------------------------------------------------------------------------

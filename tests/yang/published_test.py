@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""usage: published_test.py AGENT PAGE     the declared model against the published modules
+"""usage: published_test.py AGENT PAGE FOLDER     the declared model against the published modules
 
 Reads the page of the paths that the agent serves of its machine, and what it makes of the modules in the folder KTD_YANG_DIR. Each path of
-the page must be there with the same keys, the same type, and the same class. Exit status 77 when there are no modules.
+the page must be there with the same keys, the same type, and the same class; those of /ondra-agent in the modules of FOLDER. Exit status 77
+when that is all, because there are no modules of others.
 """
 import os
 import re
@@ -22,18 +23,24 @@ def isKeyOf(path):
     return above.endswith(f"[{leaf}]")
 
 
-def main(agent, page):
-    folder = os.environ.get("KTD_YANG_DIR")
-    if not folder:
-        print("KTD_YANG_DIR names no folder of modules")
-        return 77
-    declared = rows(open(page, encoding="utf-8").read())
+def faults(agent, declared, folder):
     published = rows(subprocess.run([agent, "paths", "--yang", folder], check=True, capture_output=True, text=True).stdout)
-    wrong = [f"{path}: declared {ours}, published {published.get(path)}" for path, ours in declared.items()
-             if published.get(path) != ours
-             and not (isKeyOf(path) and published.get(path) == (ours[0], "config"))]
-    print("\n".join(wrong) or f"{len(declared)} paths are as published")
-    return 1 if wrong or not declared else 0
+    return [f"{path}: declared {ours}, published {published.get(path)}" for path, ours in declared.items()
+            if published.get(path) != ours
+            and not (isKeyOf(path) and published.get(path) == (ours[0], "config"))]
+
+
+def main(agent, page, own):
+    declared = rows(open(page, encoding="utf-8").read())
+    ours = {path: row for path, row in declared.items() if path.startswith("/ondra-agent/")}
+    folder = os.environ.get("KTD_YANG_DIR")
+    wrong = faults(agent, ours, own) + (faults(agent, {path: row for path, row in declared.items() if path not in ours}, folder) if folder else [])
+    print("\n".join(wrong) or f"{len(declared if folder else ours)} paths are as published")
+    if wrong or not ours or len(ours) == len(declared):
+        return 1
+    if not folder:
+        print("KTD_YANG_DIR names no folder of modules: the machine's paths have not been looked at")
+    return 0 if folder else 77
 
 
 sys.exit(main(*sys.argv[1:]))
