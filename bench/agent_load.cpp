@@ -110,8 +110,7 @@ int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
   Agent::ServerSecurity security;
   security.credentials = grpc::InsecureServerCredentials();
   auto server = Agent::Server::start(
-      {.listen = {{.host = "127.0.0.1", .port = 0}}, .security = security, .authenticator = nullptr},
-      runtime);
+      {.listen = {{.host = "127.0.0.1", .port = 0}}, .security = security, .gate = nullptr}, runtime);
   if (!server.ok()) {
     std::fprintf(stderr, "%s\n", server.error().c_str());
     return 1;

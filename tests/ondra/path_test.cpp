@@ -193,6 +193,7 @@ TEST_F(PathReflection, CallsEveryOperationOfAPath) {
   EXPECT_EQ(print(call(path, "joinPath", {other, path})), "/x/a/a/x");
   EXPECT_FALSE(truth(call(path, "isEqual", {other})));
   EXPECT_TRUE(truth(call(path, "isPrefix", {other, call(path, "joinPath", {other, path})})));
+  EXPECT_FALSE(truth(call(path, "isPrefix", {path, other})));
   call(path, "copyFrom", {other});
   EXPECT_TRUE(truth(call(path, "isEqual", {other})));
 }

@@ -24,10 +24,26 @@ protected:
   }
 };
 
+class Messages final : public Ondra::BaseRouter {
+public:
+  bool push(Ondra::SyncId, Ondra::WalkId, std::shared_ptr<Ondra::ArenaRespMsg>& message) override {
+    texts.push_back(ParsingRouter::serialized(*message->response));
+    return true;
+  }
+
+  std::vector<std::string> texts;
+};
+
+// And a message that is handed to a router of bytes becomes its bytes.
 void expectSame(Ondra::Ir const& ir) {
   std::vector<std::string> messages;
-  for (auto const& message : ir.toSubResp())
+  Messages handed;
+  ParsingRouter parsing(handed);
+  for (auto& message : ir.toSubResp()) {
     messages.push_back(ParsingRouter::serialized(*message->response));
+    static_cast<void>(parsing.push(Ondra::SyncId(1), Ondra::WalkId(1), message));
+  }
+  EXPECT_EQ(handed.texts, messages);
   Collector bytes;
   ir.encode(bytes);
   EXPECT_EQ(bytes.responses, messages);
