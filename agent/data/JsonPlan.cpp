@@ -174,7 +174,7 @@ private:
 JsonMember::Head::Head(std::string_view whole)
     : size(static_cast<std::uint32_t>(whole.size()))
     , rest(whole.size() > kShort ? whole : std::string_view()) {
-  std::memcpy(text, whole.data(), std::min(whole.size(), kShort));
+  static_cast<void>(whole.copy(text, kShort));
 }
 
 std::unique_ptr<JsonPlan const> JsonPlan::of(GetOrder const& order, std::vector<TypeNode> nodes) {
