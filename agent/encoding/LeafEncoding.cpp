@@ -43,14 +43,6 @@ bool isIdentityName(LeafInfo const& leaf, std::string_view name) {
   return false;
 }
 
-template <class Number>
-void appendNumber(std::string& to, Number number, bool isText) {
-  fmt::format_int const digits(number);
-  if (isText) to += '"';
-  to.append(digits.data(), digits.size());
-  if (isText) to += '"';
-}
-
 void appendDecimal(std::string& to, double number, int digits, bool isText) {
   if (!std::isfinite(number)) {
     to += "null";

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include <fmt/format.h>
+
 #include "agent/model/Schema.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -32,6 +34,15 @@ void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf,
 
 // Whether a number of the leaf is a string by RFC 7951. A union's numbers follow its alternatives.
 [[nodiscard]] bool isNumberText(LeafInfo const& leaf);
+
+// Appends an integer, in quotes where it is a text.
+template <class Number>
+void appendNumber(std::string& to, Number number, bool isText) {
+  fmt::format_int const digits(number);
+  if (isText) to += '"';
+  to.append(digits.data(), digits.size());
+  if (isText) to += '"';
+}
 
 // Whether a text stands in a JSON string as it is: ASCII, and nothing to escape.
 [[nodiscard]] inline bool isPlainJsonText(std::string_view text) {

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include <fmt/format.h>
-
 #include "Ondra/Path.h"
 #include "Ondra/PathElem.h"
 #include "agent/encoding/LeafEncoding.h"
@@ -27,14 +25,6 @@ std::uint64_t varintIn(std::string_view bytes, std::size_t& at) {
     value |= static_cast<std::uint64_t>(byte & 0x7f) << shift;
     if (byte < 0x80) return value;
   }
-}
-
-template <class Number>
-void appendNumber(std::string& to, Number number, bool isText) {
-  fmt::format_int const digits(number);
-  if (isText) to += '"';
-  to.append(digits.data(), digits.size());
-  if (isText) to += '"';
 }
 
 } // namespace
