@@ -4,18 +4,20 @@
 // 1. The nodes lie in one contiguous array in an order of the collection's own: deleting moves the last node
 //    into the gap.
 // 2. Up to `kFlat` nodes a lookup compares them one by one; beyond that an index from key to position is
-//    kept, and it names every node.
+//    kept, and it names every node. It refers to the keys' characters, which stay where they are when a node
+//    moves; keys that are no `String` have none.
 #pragma once
-
-#include <absl/container/flat_hash_map.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "Kel/Allocator.h"
+#include "Kel/String.h"
+#include "Kel/TextIndex.h"
 
 namespace Kel {
 
@@ -50,7 +52,10 @@ public:
   HashMap2018& operator=(HashMap2018 const& other) {
     if (this == &other) return *this;
     nodes_ = other.nodes_;
-    index_ = other.index_ ? std::make_unique<Index>(*other.index_) : nullptr;
+    index_.reset();
+    if constexpr (kHasIndex) {
+      if (other.index_) buildIndex();
+    }
     return *this;
   }
 
@@ -68,9 +73,13 @@ public:
 
   // Inserts a member under a key that is not there yet.
   Node& insert(K key, V value) {
-    if (index_) index_->emplace(key, static_cast<std::uint32_t>(nodes_.size()));
     nodes_.push_back(Node{std::move(key), std::move(value)});
-    if (!index_ && nodes_.size() > kFlat) buildIndex();
+    if constexpr (kHasIndex) {
+      if (index_)
+        index_->positionIs(nodes_.back().key, nodes_.size() - 1);
+      else if (nodes_.size() > kFlat)
+        buildIndex();
+    }
     return nodes_.back();
   }
 
@@ -78,11 +87,12 @@ public:
   bool del(K const& key) {
     std::size_t const at = position(key);
     if (at == kNowhere) return false;
-    if (index_) index_->erase(nodes_[at].key);
-    if (at + 1 != nodes_.size()) {
-      nodes_[at] = std::move(nodes_.back());
-      if (index_) (*index_)[nodes_[at].key] = static_cast<std::uint32_t>(at);
+    bool const isLast = at + 1 == nodes_.size();
+    if constexpr (kHasIndex) {
+      if (index_) index_->del(key);
+      if (index_ && !isLast) index_->positionIs(nodes_.back().key, at);
     }
+    if (!isLast) nodes_[at] = std::move(nodes_.back());
     nodes_.pop_back();
     return true;
   }
@@ -93,30 +103,27 @@ public:
   }
 
 private:
-  using Index = absl::flat_hash_map<K, std::uint32_t, absl::Hash<K>, std::equal_to<K>,
-                                    EndingAllocator<std::pair<K const, std::uint32_t>>>;
   static constexpr std::size_t kFlat = 8;
-  static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+  static constexpr bool kHasIndex = std::is_same_v<K, String>;
+  static constexpr std::size_t kNowhere = Impl::TextIndex::kNowhere;
 
   [[nodiscard]] std::size_t position(K const& key) const {
-    if (index_) {
-      auto const found = index_->find(key);
-      return found == index_->end() ? kNowhere : found->second;
+    if constexpr (kHasIndex) {
+      if (index_) return index_->position(key);
     }
-    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+    for (std::size_t i = 0; i < nodes_.size(); ++i)
       if (nodes_[i].key == key) return i;
-    }
     return kNowhere;
   }
 
   void buildIndex() {
-    index_ = std::make_unique<Index>();
+    index_ = std::make_unique<Impl::TextIndex>();
     for (std::size_t i = 0; i < nodes_.size(); ++i)
-      index_->emplace(nodes_[i].key, static_cast<std::uint32_t>(i));
+      index_->positionIs(nodes_[i].key, i);
   }
 
   std::vector<Node, MemAllocator<Node>> nodes_;
-  std::unique_ptr<Index> index_;
+  std::unique_ptr<Impl::TextIndex> index_;
 };
 
 } // namespace Kel
