@@ -133,9 +133,8 @@ struct Stored {
 
   // The request that leads back from it; empty: none does.
   [[nodiscard]] std::string wayBack() const {
-    for (auto const& [place, value] : unconfirmed.values) {
+    for (auto const& [place, value] : unconfirmed.values)
       if (place == Agent::kWayBack) return value.value_or("");
-    }
     return {};
   }
 };
@@ -351,9 +350,8 @@ int help(std::FILE* to, int code) {
 
 int run(std::vector<std::string> const& arguments) {
   if (arguments.empty()) return help(stderr, Agent::ExitCode::usage);
-  for (Command const& command : kCommands) {
+  for (Command const& command : kCommands)
     if (arguments.front() == command.name) return command.run({arguments.begin() + 1, arguments.end()});
-  }
   if (arguments.front() == "--help" || arguments.front() == "-h") return help(stdout, Agent::ExitCode::ok);
   if (arguments.front() == "--version") {
     Agent::say(stdout, fmt::format("ondra-agent {}\n", Kstd::libraryVersion()));

@@ -11,18 +11,15 @@ thread_local constinit std::uint64_t calls = 0;
 
 void* allocate(std::size_t size) {
   ++calls;
-  if (void* const block = std::malloc(size == 0 ? 1 : size)) {
-    return block;
-  }
+  if (void* const block = std::malloc(size == 0 ? 1 : size)) return block;
   throw std::bad_alloc();
 }
 
 void* allocate(std::size_t size, std::align_val_t align) {
   ++calls;
   auto const alignment = static_cast<std::size_t>(align);
-  if (void* const block = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)) {
+  if (void* const block = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment))
     return block;
-  }
   throw std::bad_alloc();
 }
 

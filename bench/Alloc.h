@@ -41,15 +41,13 @@ public:
   Ballast() {
     for (std::size_t size = 16; size <= Kel::kKelMemLargestClass; size += 16) {
       std::size_t const before = Kel::kelMemStats().chunks;
-      while (Kel::kelMemStats().chunks == before) {
+      while (Kel::kelMemStats().chunks == before)
         blocks_.emplace_back(Kel::kelMemAlloc(size), size);
-      }
     }
   }
   ~Ballast() {
-    for (auto const& [block, size] : blocks_) {
+    for (auto const& [block, size] : blocks_)
       Kel::kelMemFree(block, size);
-    }
   }
 
 private:

@@ -78,9 +78,8 @@ struct FlatInterface {
 
 inline std::vector<FlatInterface> flatInterfaces(std::size_t leaves) {
   std::vector<FlatInterface> flat(leaves / kLeavesPerInterface);
-  for (std::size_t i = 0; i < flat.size(); ++i) {
+  for (std::size_t i = 0; i < flat.size(); ++i)
     flat[i] = {interfaceName(i), kDescription, "NONE", 9000, 0, 0, 0, 0, true};
-  }
   return flat;
 }
 
@@ -92,9 +91,8 @@ inline void addInterfacePrefix(gnmi::Notification& notification, std::string con
   addElem(prefix, "interfaces");
   addElem(prefix, "interface");
   (*prefix.mutable_elem(2)->mutable_key())["name"].assign(name);
-  for (char const* const elem : below) {
+  for (char const* const elem : below)
     addElem(prefix, elem);
-  }
 }
 
 // The responses of an interface, one after the other: `make(below, fill)` makes one, and calls
@@ -125,9 +123,8 @@ void interfaceMessages(FlatInterface const& flat, Make const& make) {
 inline void putInterfaceHead(Ondra::WireWriter& out, std::string_view name, Below below,
                              std::uint64_t timestamp) {
   std::size_t const before = out.size();
-  for (auto elem = std::rbegin(below); elem != std::rend(below); ++elem) {
+  for (auto elem = std::rbegin(below); elem != std::rend(below); ++elem)
     putWireElem(out, *elem);
-  }
   putWireElem(out, "interface", name);
   putWireElem(out, "interfaces");
   putWireElem(out, "openconfig");

@@ -72,16 +72,14 @@ void changesInTurn(benchmark::State& state, Router& router, std::size_t objects,
     change(next);
     next = next + 1 == objects ? 0 : next + 1;
   };
-  for (std::size_t i = 0; i < 2 * objects; ++i) {
+  for (std::size_t i = 0; i < 2 * objects; ++i)
     changeOne();
-  }
   std::size_t const before = router.pushes;
   std::size_t const bytesBefore = router.bytes;
   {
     HeapCallsPerOp const calls(state);
-    for (auto _ : state) {
+    for (auto _ : state)
       changeOne();
-    }
   }
   auto const changes = static_cast<std::size_t>(state.iterations());
   if (router.pushes - before != changes) state.SkipWithError("each change is one response");

@@ -57,9 +57,8 @@ inline void declarePorts() {
     constexpr std::array<std::uint64_t Port::*, 12> counters = {&Port::c0, &Port::c1, &Port::c2,  &Port::c3,
                                                                 &Port::c4, &Port::c5, &Port::c6,  &Port::c7,
                                                                 &Port::c8, &Port::c9, &Port::c10, &Port::c11};
-    for (std::size_t i = 0; i < counters.size(); ++i) {
+    for (std::size_t i = 0; i < counters.size(); ++i)
       port.attr(kCounterNames[i], counters[i]);
-    }
     port.attr("type", &Port::type).attr("description", &Port::description).attr("alias", &Port::alias);
     port.attr("enabled", &Port::enabled).attr("loopback", &Port::loopback).attr("tagged", &Port::tagged);
     port.attr("up-state", &Port::upState).done();
@@ -77,9 +76,8 @@ public:
     declarePorts();
     ports_ = Kel::Ptr<Ports>(new Ports());
     Kel::globalDir()->dirIs("bench")->dirIs("net")->entityIs("ports", ports_);
-    for (std::size_t i = 0; i < leaves / kLeavesPerPort; ++i) {
+    for (std::size_t i = 0; i < leaves / kLeavesPerPort; ++i)
       ports_->portIs(Kel::String(portName(i)));
-    }
   }
   ~Tree() {
     Ondra::FullKelTypeWalker::flushWalkMap();
@@ -99,9 +97,7 @@ public:
     ++pushes;
     if (serialize_) {
       std::size_t const size = response->response->ByteSizeLong();
-      if (bytes_.size() < size) {
-        bytes_.resize(size);
-      }
+      if (bytes_.size() < size) bytes_.resize(size);
       response->response->SerializeWithCachedSizesToArray(bytes_.data());
       bytes += size;
       benchmark::DoNotOptimize(bytes_.data());

@@ -30,9 +30,8 @@ public:
     auto const root = type_.genericIf(Kel::ArgList());
     root_ = Kel::entityAt(ConstHandle(root));
     Kel::globalDir()->dirIs(Agent::kOrigin)->entityIs("interfaces", root_, false);
-    for (std::size_t i = 0; i < leaves / kLeavesPerInterface; ++i) {
+    for (std::size_t i = 0; i < leaves / kLeavesPerInterface; ++i)
       fill(attr(root, "interface").genericIfSet(root, {text(interfaceName(i))}), i);
-    }
   }
   ~TwinTree() {
     Ondra::FullKelTypeWalker::flushWalkMap();
@@ -47,19 +46,16 @@ public:
   // The configurations, in the order of the interfaces.
   [[nodiscard]] std::vector<Handle> configs() const {
     std::vector<Handle> all;
-    for (auto at = list().genericIfIterator(Kel::handleTo(root_)); at; ++at) {
+    for (auto at = list().genericIfIterator(Kel::handleTo(root_)); at; ++at)
       all.push_back(child(Kel::handleTo(Kel::entityAt(at.ptr())), "config"));
-    }
     return all;
   }
   void clear() {
     std::vector<ConstHandle> keys;
-    for (auto at = list().genericIfIterator(Kel::handleTo(root_)); at; ++at) {
+    for (auto at = list().genericIfIterator(Kel::handleTo(root_)); at; ++at)
       keys.push_back(at.key());
-    }
-    for (ConstHandle const& key : keys) {
+    for (ConstHandle const& key : keys)
       list().genericIfDel(Kel::handleTo(root_), key);
-    }
   }
 
   void walk(Ondra::BaseRouter& router, Ondra::WalkerFlags flags) {
@@ -91,9 +87,8 @@ private:
     set(config, "enabled", Kel::handleOf(true));
     set(config, "loopback-mode", attr(config, "loopback-mode").type().genericIf(nullptr)); // NONE
     set(child(interface, "state"), "name", text(interfaceName(i)));
-    for (char const* const half : {"config", "state"}) {
+    for (char const* const half : {"config", "state"})
       child(child(interface, "hold-time"), half);
-    }
     child(interface, "subinterfaces");
   }
 

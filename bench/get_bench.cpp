@@ -53,9 +53,8 @@ void getAll(benchmark::State& state, IdleAgent& agent, char const* top, std::siz
   state.counters["bytes/leaf"] = static_cast<double>(json.Length()) / static_cast<double>(leaves);
   if (json.Length() < leaves * 8) state.SkipWithError("the answer is not whole");
   Bench::PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     json = agent.get(request);
-  }
 }
 
 void BM_GetJson(benchmark::State& state) {

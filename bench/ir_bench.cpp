@@ -68,9 +68,7 @@ class Wire {
 public:
   void take(gnmi::SubscribeResponse const& response) {
     std::size_t const size = response.ByteSizeLong();
-    if (bytes_.size() < size) {
-      bytes_.resize(size);
-    }
+    if (bytes_.size() < size) bytes_.resize(size);
     response.SerializeWithCachedSizesToArray(bytes_.data());
     benchmark::DoNotOptimize(bytes_.data());
     benchmark::ClobberMemory();
@@ -104,9 +102,7 @@ void fillFlat(gnmi::Notification& notification, std::vector<FlatLeaf> const& lea
     gnmi::Update& update = *notification.add_update();
     gnmi::Path& path = *update.mutable_path();
     path.mutable_elem()->Reserve(leaf.name.container == nullptr ? 1 : 2);
-    if (leaf.name.container != nullptr) {
-      addElem(path, leaf.name.container);
-    }
+    if (leaf.name.container != nullptr) addElem(path, leaf.name.container);
     addElem(path, leaf.name.name);
     gnmi::TypedValue& value = *update.mutable_val();
     switch (leaf.kind) {
@@ -120,9 +116,8 @@ void fillFlat(gnmi::Notification& notification, std::vector<FlatLeaf> const& lea
 void BM_FloorFlatToBytes(benchmark::State& state) {
   auto const count = static_cast<std::size_t>(state.range(0));
   std::vector<FlatLeaf> leaves;
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < count; ++i)
     leaves.push_back({kLeaves[i % kLeaves.size()], kindOf(i), 1'234'567'890'123 + i});
-  }
   google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
   Wire wire;
   auto const once = [&] {
@@ -133,9 +128,8 @@ void BM_FloorFlatToBytes(benchmark::State& state) {
   };
   once();
   PerLeaf const perLeaf(state, count);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 // --- the library ---------------------------------------------------------------------------------
@@ -147,9 +141,7 @@ public:
     for (std::size_t i = 0; i < count; ++i) {
       LeafName const name = kLeaves[i % kLeaves.size()];
       Kel::Ptr<Path> const path = Path::PathIs();
-      if (name.container != nullptr) {
-        path->addElem()->nameIs(name.container);
-      }
+      if (name.container != nullptr) path->addElem()->nameIs(name.container);
       path->addElem()->nameIs(name.name);
       paths_.push_back(path);
     }
@@ -157,9 +149,8 @@ public:
 
   // As a walk does: one handle per leaf, the node asked for each time.
   void addTo(Ondra::Ir& ir) const {
-    for (std::size_t i = 0; i < paths_.size(); ++i) {
+    for (std::size_t i = 0; i < paths_.size(); ++i)
       ir.addNode(kTime, prefix_).addLeaf(paths_[i], handle(i));
-    }
   }
 
 private:
@@ -197,16 +188,14 @@ void BM_IrToBytes(benchmark::State& state) {
   Wire wire;
   auto const once = [&] {
     object.addTo(*ir);
-    for (auto const& msg : ir->toSubResp()) {
+    for (auto const& msg : ir->toSubResp())
       wire.take(*msg->response);
-    }
     ir->clear();
   };
   once();
   PerLeaf const perLeaf(state, count);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 // Object by object, as a walk with many small objects pushes them; `held` responses wait at the router before
@@ -220,24 +209,20 @@ void BM_IrToBytesHeld(benchmark::State& state) {
   std::vector<ArenaRespMsg::Ptr> pipe;
   auto const once = [&] {
     object.addTo(*ir);
-    for (auto& msg : ir->toSubResp()) {
+    for (auto& msg : ir->toSubResp())
       pipe.push_back(std::move(msg));
-    }
     ir->clear();
     if (pipe.size() >= held) {
-      for (auto const& msg : pipe) {
+      for (auto const& msg : pipe)
         wire.take(*msg->response);
-      }
       pipe.clear();
     }
   };
-  for (std::size_t i = 0; i < held; ++i) {
+  for (std::size_t i = 0; i < held; ++i)
     once();
-  }
   PerLeaf const perLeaf(state, count);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 // A node of 1000 leaves would be followed by an empty response: 999.

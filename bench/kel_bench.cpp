@@ -109,9 +109,8 @@ void BM_KelIterateGeneric(benchmark::State& state) {
   Bench::HeapCallsPerOp const allocs(state);
   for (auto _ : state) {
     std::uint64_t sum = 0;
-    for (auto at = attr.genericIfIteratorConst(object); at; ++at) {
+    for (auto at = attr.genericIfIteratorConst(object); at; ++at)
       sum += *at.key()->attrValPtr<std::uint32_t>() + *at.ptr()->attrValPtr<std::uint64_t>();
-    }
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kMembers));

@@ -27,9 +27,8 @@ void watchAll(Tree& tree, Ondra::BaseRouter& router) {
 // The ports in an order that no cache can foresee.
 std::vector<Kel::Ptr<Port>> scattered(Tree& tree) {
   std::vector<Kel::Ptr<Port>> ports;
-  for (auto const& [name, port] : tree.ports().ports) {
+  for (auto const& [name, port] : tree.ports().ports)
     ports.push_back(port);
-  }
   shuffle(ports);
   return ports;
 }
@@ -100,9 +99,8 @@ void BM_MillionChanges(benchmark::State& state) {
     for (int round = 0; round < 2; ++round) { // the first one warms up
       std::size_t const before = heapInUse();
       std::uint64_t const callsBefore = heapCalls();
-      for (int i = 0; i < 1'000'000; ++i) {
+      for (int i = 0; i < 1'000'000; ++i)
         ports[static_cast<std::size_t>(i) % ports.size()]->counterIs(++value);
-      }
       grown = static_cast<double>(heapInUse()) - static_cast<double>(before);
       calls = static_cast<double>(heapCalls() - callsBefore);
     }

@@ -28,9 +28,8 @@ std::string textOf(std::int64_t elems, std::int64_t keys) {
   std::string text;
   for (std::int64_t i = 0; i < elems; ++i) {
     text.append("/").append(names[i]);
-    for (std::int64_t k = 0; k < keys; ++k) {
+    for (std::int64_t k = 0; k < keys; ++k)
       text.append(groups[k]);
-    }
   }
   return text;
 }
@@ -42,11 +41,9 @@ Kel::Ptr<Path> pathOf(benchmark::State const& state) {
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"elems", "keys"});
-  for (int const elems : {1, 2, 4, 6}) {
-    for (int const keys : {0, 1, 2}) {
+  for (int const elems : {1, 2, 4, 6})
+    for (int const keys : {0, 1, 2})
       benchmark->Args({elems, keys});
-    }
-  }
 }
 
 // A path as one run of bytes: what a flat loop goes over. Pieces are names, key names and values.
@@ -84,9 +81,8 @@ void BM_PathHashOfNewElems(benchmark::State& state) {
   ConstPath const path = pathOf(state);
   Bench::HeapCallsPerOp const heap(state);
   for (auto _ : state) {
-    for (auto const& elem : path->elems()) {
+    for (auto const& elem : path->elems())
       const_cast<PathElem&>(*elem).nameIs(elem->name()); // forgets the hash
-    }
     benchmark::DoNotOptimize(std::hash<ConstPath>()(path));
   }
 }
@@ -140,9 +136,8 @@ BENCHMARK(BM_FlatEqual)->Apply(sizes);
 void BM_PathPrint(benchmark::State& state) {
   ConstPath const path = pathOf(state);
   Bench::HeapCallsPerOp const heap(state);
-  for (auto _ : state) {
+  for (auto _ : state)
     benchmark::DoNotOptimize(path->toString());
-  }
 }
 BENCHMARK(BM_PathPrint)->Apply(sizes);
 
@@ -150,9 +145,8 @@ void BM_PathParse(benchmark::State& state) {
   std::string const text = textOf(state.range(0), state.range(1));
   ConstPath const held = Path::strToPathIs(text); // its texts are interned already, as those of a model are
   Bench::HeapCallsPerOp const heap(state);
-  for (auto _ : state) {
+  for (auto _ : state)
     benchmark::DoNotOptimize(Path::strToPathIs(text));
-  }
 }
 BENCHMARK(BM_PathParse)->Apply(sizes);
 
@@ -161,9 +155,8 @@ void BM_PathParseUnknown(benchmark::State& state) {
   std::string const text = textOf(state.range(0), state.range(1));
   static_cast<void>(Path::strToPathIs(text));
   Bench::HeapCallsPerOp const heap(state);
-  for (auto _ : state) {
+  for (auto _ : state)
     benchmark::DoNotOptimize(Path::strToPathIs(text));
-  }
 }
 BENCHMARK(BM_PathParseUnknown)->Apply(sizes);
 
@@ -172,9 +165,8 @@ void BM_GnmiPathIs(benchmark::State& state) {
   gnmi::Path message;
   path->copyToGnmiPath(&message);
   Bench::HeapCallsPerOp const heap(state);
-  for (auto _ : state) {
+  for (auto _ : state)
     benchmark::DoNotOptimize(Path::gnmiPathIs(message));
-  }
 }
 BENCHMARK(BM_GnmiPathIs)->Apply(sizes);
 
@@ -203,9 +195,8 @@ void BM_MakeAndPushShared(benchmark::State& state) {
   Bench::HeapCallsPerOp const heap(state);
   for (auto _ : state) {
     Kel::Ptr<Path> const made = Path::PathIs();
-    for (Path::ElemPtr const& elem : elems) {
+    for (Path::ElemPtr const& elem : elems)
       made->push(elem);
-    }
     benchmark::DoNotOptimize(made.get());
   }
 }
@@ -216,9 +207,8 @@ void BM_JoinPath(benchmark::State& state) {
   ConstPath const leaf = pathOf(state);
   static_cast<void>(Path::joinPath(prefix, leaf));
   Bench::HeapCallsPerOp const heap(state);
-  for (auto _ : state) {
+  for (auto _ : state)
     benchmark::DoNotOptimize(Path::joinPath(prefix, leaf));
-  }
 }
 BENCHMARK(BM_JoinPath)->Apply(sizes);
 

@@ -59,9 +59,7 @@ void declare() {
   declareEach(state, "counter", &State::counters);
   declareEach(state, "text", &State::texts);
   declareEach(state, "flag", &State::flags);
-  if (auto done = state.done(); !done) {
-    Kel::throwError(done.error());
-  }
+  if (auto done = state.done(); !done) Kel::throwError(done.error());
   Kel::entityType<Port>("Port", "set-bench")
       .attr("name", &Port::name)
       .ctorArg()
@@ -76,15 +74,12 @@ void modelIs(std::size_t leaves) {
   static std::size_t made = 0;
   static bool const declared = (declare(), true);
   static_cast<void>(declared);
-  if (made == leaves) {
-    return;
-  }
+  if (made == leaves) return;
   Kel::globalDir()->entityDel("set-bench");
   Kel::Ptr<Box> const box(new Box());
   Kel::globalDir()->entityIs("set-bench", box);
-  for (std::size_t i = 0; i < leaves / kLeaves; ++i) {
+  for (std::size_t i = 0; i < leaves / kLeaves; ++i)
     box->portIs(Kel::String(fmt::format("port{}", i)));
-  }
   made = leaves;
 }
 
@@ -112,9 +107,7 @@ std::string requestBytes(std::size_t leaves, std::uint64_t salt, bool isRefused,
       update.mutable_val()->set_bool_val((salt + i) % 2 != 0);
     }
   }
-  if (isRefused) {
-    request.mutable_update(static_cast<int>(updates) - 1)->mutable_val()->set_int_val(-1);
-  }
+  if (isRefused) request.mutable_update(static_cast<int>(updates) - 1)->mutable_val()->set_int_val(-1);
   return request.SerializeAsString();
 }
 
@@ -140,9 +133,7 @@ void repeat(benchmark::State& state, bool isRefused, Once const& once) {
   Bench::HeapCallsPerOp const calls(state);
   for (auto _ : state) {
     grpc::Status const status = once(bytes[turn++ % 2], answer);
-    if (status.ok() == isRefused) {
-      state.SkipWithError(status.error_message().c_str());
-    }
+    if (status.ok() == isRefused) state.SkipWithError(status.error_message().c_str());
     benchmark::DoNotOptimize(answer.data());
   }
   state.counters["bytes/leaf"] = static_cast<double>(bytes[0].size() + answer.size()) / kUpdates;
@@ -216,9 +207,8 @@ void Set_MessagesInArena(benchmark::State& state) {
 void Set_MessagesAlone(benchmark::State& state) {
   std::string const bytes = requestBytes(1000, 0, false);
   std::string answer;
-  for (auto _ : state) {
+  for (auto _ : state)
     Bench::messagesAlone(bytes, answer);
-  }
   perLeaf(state);
 }
 
@@ -231,9 +221,8 @@ void Set_AMillion(benchmark::State& state) {
     gnmi::SetRequest request;
     request.ParseFromString(bytes);
     auto const [response, status] = Ondra::KelGnmiSet::Set(dataRoot(), std::move(request)).execute();
-    if (!status.ok() || response.response_size() != static_cast<int>(kMany)) {
+    if (!status.ok() || response.response_size() != static_cast<int>(kMany))
       state.SkipWithError(status.error_message().c_str());
-    }
   }
   state.counters["ns/leaf"] = benchmark::Counter(static_cast<double>(state.iterations() * kMany) * 1e-9,
                                                  benchmark::Counter::kIsRate | benchmark::Counter::kInvert);

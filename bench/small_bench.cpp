@@ -29,9 +29,8 @@ void walks(benchmark::State& state, Router& router) {
   if (router.pushes != tree.size() * kResponsesPerInterface) state.SkipWithError("the walk is not whole");
   state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(tree.leaves());
   PerLeaf const perLeaf(state, tree.leaves());
-  for (auto _ : state) {
+  for (auto _ : state)
     tree.walk(router, Ondra::flagSnapshot);
-  }
 }
 
 void Small_WalkToMessages(benchmark::State& state) {
@@ -61,7 +60,7 @@ void floorMessages(benchmark::State& state, bool serialize) {
   std::vector<std::uint8_t> bytes(64 * 1024);
   std::size_t written = 0;
   auto const once = [&] {
-    for (FlatInterface const& one : all) {
+    for (FlatInterface const& one : all)
       interfaceMessages(one, [&](Below below, auto const& fill) {
         auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
         gnmi::Notification& notification = *response->mutable_update();
@@ -75,15 +74,13 @@ void floorMessages(benchmark::State& state, bool serialize) {
         }
         arena.Reset();
       });
-    }
   };
   once();
   std::size_t const leaves = all.size() * kLeavesPerInterface;
   state.counters["bytes/leaf"] = static_cast<double>(written) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 void Small_FloorToMessages(benchmark::State& state) { floorMessages(state, false); }
 void Small_FloorToBytes(benchmark::State& state) { floorMessages(state, true); }
@@ -93,7 +90,7 @@ void Small_FloorDirect(benchmark::State& state) {
   Ondra::WireWriter out;
   std::size_t written = 0;
   auto const once = [&] {
-    for (FlatInterface const& one : all) {
+    for (FlatInterface const& one : all)
       interfaceBytes(out, one, [&](Below below, auto const& fill) {
         out.clear();
         fill();
@@ -101,15 +98,13 @@ void Small_FloorDirect(benchmark::State& state) {
         written += out.size();
         benchmark::DoNotOptimize(out.bytes().data());
       });
-    }
   };
   once();
   std::size_t const leaves = all.size() * kLeavesPerInterface;
   state.counters["bytes/leaf"] = static_cast<double>(written) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 // --- changes --------------------------------------------------------------------------------------------
@@ -120,9 +115,8 @@ void changes(benchmark::State& state, Router& router) {
   InterfaceTree tree(leavesOf(state));
   tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
   std::vector<Kel::Ptr<Agent::InterfaceConfig>> configs;
-  for (auto const& [name, interface] : tree.interfaces().interface) {
+  for (auto const& [name, interface] : tree.interfaces().interface)
     configs.push_back(interface->config);
-  }
   shuffle(configs);
   configs.resize(std::min(configs.size(), static_cast<std::size_t>(state.range(1))));
   std::uint16_t mtu = 0;
@@ -182,9 +176,8 @@ void Small_SetExisting(benchmark::State& state) {
   std::string answer;
   PerLeaf const perLeaf(state, count * kWrittenPerInterface);
   std::size_t turn = 0;
-  for (auto _ : state) {
+  for (auto _ : state)
     if (!executed(bytes[turn++ % 2], answer)) state.SkipWithError("the Set was refused");
-  }
 }
 
 // Makes so many leaves' interfaces in one request, in a tree that has none.
@@ -198,12 +191,10 @@ void Small_SetMaking(benchmark::State& state) {
     if (!executed(bytes, answer) || tree.size() != count) state.SkipWithError("they were not made");
     state.PauseTiming();
     std::vector<Kel::String> names;
-    for (auto const& [name, interface] : tree.interfaces().interface) {
+    for (auto const& [name, interface] : tree.interfaces().interface)
       names.push_back(name);
-    }
-    for (Kel::String const& name : names) {
+    for (Kel::String const& name : names)
       tree.interfaces().entryDel(&Agent::Interfaces::interface, name);
-    }
     state.ResumeTiming();
   }
 }
@@ -213,9 +204,8 @@ void Small_FloorSet(benchmark::State& state) {
   std::string const bytes = interfaceSet(0, count, 1500);
   std::string answer;
   PerLeaf const perLeaf(state, count * kWrittenPerInterface);
-  for (auto _ : state) {
+  for (auto _ : state)
     messagesAlone(bytes, answer);
-  }
 }
 
 // --- memory ---------------------------------------------------------------------------------------------

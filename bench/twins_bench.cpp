@@ -23,9 +23,8 @@ void Twins_Walk(benchmark::State& state) {
   if (router.pushes != tree.size() * kResponsesPerInterface) state.SkipWithError("the walk is not whole");
   state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(tree.leaves());
   PerLeaf const perLeaf(state, tree.leaves());
-  for (auto _ : state) {
+  for (auto _ : state)
     tree.walk(router, Ondra::flagSnapshot);
-  }
 }
 
 template <Flavour kFlavour>
@@ -65,9 +64,8 @@ void Twins_SetExisting(benchmark::State& state) {
   std::string answer;
   PerLeaf const perLeaf(state, count * kWrittenPerInterface);
   std::size_t turn = 0;
-  for (auto _ : state) {
+  for (auto _ : state)
     if (!executed(bytes[turn++ % 2], answer)) state.SkipWithError("the Set was refused");
-  }
 }
 
 // Makes so many leaves' interfaces in one request, in a tree that has none.

@@ -33,9 +33,8 @@ void BM_WalkToMessages(benchmark::State& state) {
   CountingRouter router(false);
   walkAll(tree, router, 1);
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     walkAll(tree, router, 1);
-  }
 }
 
 void BM_WalkToBytes(benchmark::State& state) {
@@ -45,9 +44,8 @@ void BM_WalkToBytes(benchmark::State& state) {
   walkAll(tree, router, 1);
   state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     walkAll(tree, router, 1);
-  }
 }
 
 void BM_WalkDirect(benchmark::State& state) {
@@ -57,9 +55,8 @@ void BM_WalkDirect(benchmark::State& state) {
   walkAll(tree, router, 1);
   state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(leaves);
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     walkAll(tree, router, 1);
-  }
 }
 
 // --- the floor -----------------------------------------------------------------------------------
@@ -75,15 +72,12 @@ void fillFlat(gnmi::Notification& notification, FlatPort const& port) {
   addPrefix(notification, port.texts[0]);
   notification.mutable_update()->Reserve(kLeavesPerPort);
   addLeaf(notification, kTextNames[0]).mutable_string_val()->assign(port.texts[0]);
-  for (std::size_t i = 0; i < port.counters.size(); ++i) {
+  for (std::size_t i = 0; i < port.counters.size(); ++i)
     addLeaf(notification, kCounterNames[i]).set_uint_val(port.counters[i]);
-  }
-  for (std::size_t i = 1; i < port.texts.size(); ++i) {
+  for (std::size_t i = 1; i < port.texts.size(); ++i)
     addLeaf(notification, kTextNames[i]).mutable_string_val()->assign(port.texts[i]);
-  }
-  for (std::size_t i = 0; i < port.flags.size(); ++i) {
+  for (std::size_t i = 0; i < port.flags.size(); ++i)
     addLeaf(notification, kFlagNames[i]).set_bool_val(port.flags[i]);
-  }
 }
 
 std::vector<FlatPort> flatPorts(std::size_t leaves) {
@@ -117,9 +111,8 @@ void floorRun(benchmark::State& state, bool serialize) {
   };
   once();
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 // The same bytes written directly, from the end to the beginning.
@@ -130,15 +123,12 @@ void BM_FloorDirect(benchmark::State& state) {
   auto const once = [&] {
     for (FlatPort const& port : ports) {
       out.clear();
-      for (std::size_t i = kFlagNames.size(); i-- > 0;) {
+      for (std::size_t i = kFlagNames.size(); i-- > 0;)
         putWireLeaf(out, kFlagNames[i], [&] { out.varintField(0x20, port.flags[i] ? 1 : 0); });
-      }
-      for (std::size_t i = kTextNames.size(); i-- > 1;) {
+      for (std::size_t i = kTextNames.size(); i-- > 1;)
         putWireLeaf(out, kTextNames[i], [&] { out.textField(0x0a, port.texts[i]); });
-      }
-      for (std::size_t i = kCounterNames.size(); i-- > 0;) {
+      for (std::size_t i = kCounterNames.size(); i-- > 0;)
         putWireLeaf(out, kCounterNames[i], [&] { out.varintField(0x18, port.counters[i]); });
-      }
       putWireLeaf(out, kTextNames[0], [&] { out.textField(0x0a, port.texts[0]); });
       putWireHead(out, port.texts[0], 1'700'000'000'000'000'000);
       benchmark::DoNotOptimize(out.bytes().data());
@@ -146,9 +136,8 @@ void BM_FloorDirect(benchmark::State& state) {
   };
   once();
   PerLeaf const perLeaf(state, leaves);
-  for (auto _ : state) {
+  for (auto _ : state)
     once();
-  }
 }
 
 void BM_FloorToMessages(benchmark::State& state) { floorRun(state, false); }
@@ -185,9 +174,7 @@ void BM_ParkedWalk(benchmark::State& state) {
     std::size_t const before = heapInUse();
     auto const result = walkAll(tree, router, walkId++);
     held = static_cast<double>(heapInUse()) - static_cast<double>(before);
-    if (result != Ondra::WalkResult::PipeFull) {
-      state.SkipWithError("the walk was not stopped");
-    }
+    if (result != Ondra::WalkResult::PipeFull) state.SkipWithError("the walk was not stopped");
     Ondra::FullKelTypeWalker::flushWalkMap();
   }
   state.counters["heldBytes"] = held;

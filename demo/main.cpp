@@ -87,9 +87,8 @@ int main() {
 
   fmt::print("An object and its attributes, by name:\n  {}\n", port->fullName().view());
   auto const handle = Kel::handleTo(port);
-  for (Kel::KelTypeBase::AttributeQIterator attr(port->fwkType()); attr; ++attr) {
+  for (Kel::KelTypeBase::AttributeQIterator attr(port->fwkType()); attr; ++attr)
     fmt::print("  {} = {}\n", (*attr).name().view(), (*attr).genericIfGet(handle)->strRep());
-  }
 
   PrintingRouter router;
   fmt::print("\nA walk of /ports:\n");

@@ -105,9 +105,8 @@ Kstd::Result<std::shared_ptr<Pattern const>, std::string> patternOf(std::string 
   if (!parsed) return Kstd::Err(parsed.error());
   auto const path = RequestPath::of({}, *parsed);
   if (!path) return Kstd::Err(path.error().error_message());
-  for (RequestElem const& elem : path->elems) {
+  for (RequestElem const& elem : path->elems)
     if (elem.name == "...") return Kstd::Err(std::string("a rule takes no element '...'"));
-  }
   auto pattern = Pattern::of(*path);
   if (!pattern) return Kstd::Err(pattern.error().error_message());
   return std::make_shared<Pattern const>(std::move(pattern).value());
@@ -115,9 +114,8 @@ Kstd::Result<std::shared_ptr<Pattern const>, std::string> patternOf(std::string 
 
 Kstd::Result<AccessRule, std::string> ruleOf(json const& given) {
   static std::set<std::string, std::less<>> const known{"id", "user", "group", "path", "mode", "action"};
-  for (auto const& [name, value] : given.items()) {
+  for (auto const& [name, value] : given.items())
     if (!known.contains(name)) return Kstd::Err(fmt::format("'{}' means nothing in a rule", name));
-  }
   AccessRule rule;
   rule.isGroup = given.contains("group");
   if (rule.isGroup == given.contains("user"))
@@ -154,10 +152,9 @@ AccessRules::OrError AccessRules::parse(std::string_view text) {
   if (reading.fault) return fault(reading.fault->line, reading.fault->text);
   json const& all = reading.document;
   if (!all.is_object()) return fault(1, "expected an object with 'groups' and 'rules'");
-  for (auto const& [name, value] : all.items()) {
+  for (auto const& [name, value] : all.items())
     if (name != "groups" && name != "rules")
       return fault(1, fmt::format("'{}' means nothing here: 'groups' and 'rules' do", name));
-  }
   AccessRules made;
   json const groups = all.value("groups", json::object());
   if (!groups.is_object()) return fault(1, "'groups' is no object");

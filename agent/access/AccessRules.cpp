@@ -58,10 +58,9 @@ std::string_view strongerBy(AccessRule const& rule, AccessRule const& other) {
   auto const& elems = rule.path->elems();
   auto const& others = other.path->elems();
   if (elems.size() != others.size()) return elems.size() > others.size() ? "longer" : "";
-  for (std::size_t i = 0; i < elems.size(); ++i) {
+  for (std::size_t i = 0; i < elems.size(); ++i)
     if (int const order = compareElems(elems[i], others[i]); order != 0)
       return order < 0 ? "explicit earlier" : "";
-  }
   if (rule.isGroup != other.isGroup) return other.isGroup ? "of a user" : "";
   return !rule.permits && other.permits ? "denies" : "";
 }
@@ -76,9 +75,8 @@ bool AccessRules::concerns(AccessRule const& rule, std::string_view user) const 
 std::vector<AccessRule const*> AccessRules::matching(std::string_view user, AccessMode mode,
                                                      PathView const& path) const {
   std::vector<AccessRule const*> found;
-  for (AccessRule const& rule : rules_) {
+  for (AccessRule const& rule : rules_)
     if (rule.mode == mode && concerns(rule, user) && rule.path->covers(path)) found.push_back(&rule);
-  }
   std::ranges::stable_sort(
       found, [](AccessRule const* a, AccessRule const* b) { return !strongerBy(*a, *b).empty(); });
   return found;
@@ -99,9 +97,8 @@ void AccessRules::keepFrom(AccessRules const& before) {
 
 void AccessRules::treesMake() {
   std::set<std::string> users;
-  for (AccessRule const& rule : rules_) {
+  for (AccessRule const& rule : rules_)
     if (!rule.isGroup) users.insert(rule.principal);
-  }
   for (auto const& [name, members] : groups_)
     users.insert(members.begin(), members.end());
   for (std::string const& user : users)
@@ -111,9 +108,8 @@ void AccessRules::treesMake() {
 
 AccessRules::Meaning AccessRules::treesMake(std::string_view user) {
   std::vector<AccessRule const*> all;
-  for (AccessRule const& rule : rules_) {
+  for (AccessRule const& rule : rules_)
     if (concerns(rule, user)) all.push_back(&rule);
-  }
   // Of the same path a user's comes first, then what denies: that one counts.
   std::ranges::stable_sort(all, {},
                            [](AccessRule const* rule) { return std::pair(rule->isGroup, rule->permits); });

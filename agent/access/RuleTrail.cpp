@@ -12,9 +12,8 @@ namespace {
 
 RuleTree::Place below(RuleTree::Place const& place, Ondra::PathElem const& elem) {
   return place.below(elem.name().view(), [&elem](std::string_view name) -> std::optional<std::string_view> {
-    for (auto const& [key, value] : elem.key()) {
+    for (auto const& [key, value] : elem.key())
       if (key.view() == name) return value.view();
-    }
     return std::nullopt;
   });
 }

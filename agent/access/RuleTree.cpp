@@ -57,10 +57,9 @@ struct RuleTree::Node {
   template <class Visit>
   void forEachChild(Visit const& visit) const {
     for (Named const& each : named) {
-      for (Keyed const& keyed : each.keyed) {
+      for (Keyed const& keyed : each.keyed)
         for (auto const& [values, node] : keyed.nodes)
           visit(*node);
-      }
       if (each.plain) visit(*each.plain);
     }
   }
@@ -143,9 +142,8 @@ RuleTree::Place RuleTree::at(Pattern const& pattern) const {
   Place place = root();
   for (Pattern::Elem const& elem : pattern.elems()) {
     place = place.below(elem.name, [&elem](std::string_view name) -> std::optional<std::string_view> {
-      for (auto const& [key, value] : elem.keys) {
+      for (auto const& [key, value] : elem.keys)
         if (key == name) return value;
-      }
       return std::nullopt;
     });
   }
@@ -205,9 +203,8 @@ RuleTree::Place RuleTree::Place::below(std::string_view name, KeyOf keyOf) const
 RuleTree::Place RuleTree::Place::below(gnmi::PathElem const& elem) const {
   if (isSettled()) return *this;
   return below(elem.name(), [&elem](std::string_view name) -> std::optional<std::string_view> {
-    for (auto const& [key, value] : elem.key()) {
+    for (auto const& [key, value] : elem.key())
       if (key == name) return value;
-    }
     return std::nullopt;
   });
 }
@@ -262,11 +259,10 @@ bool RuleTree::Place::saysAs(Place const& other) const {
 void RuleTree::Place::forEachPermitted(absl::FunctionRef<void(Pattern const&)> visit) const {
   auto const below = [&visit](auto const& self, Node const& node) -> void {
     node.forEachChild([&](Node const& child) {
-      if (child.rule && child.rule->permits) {
+      if (child.rule && child.rule->permits)
         visit(*child.rule->path);
-      } else if (child.permitsBelow) {
+      else if (child.permitsBelow)
         self(self, child);
-      }
     });
   };
   for (Standing const& standing : nodes_)

@@ -49,9 +49,8 @@ Kstd::Result<Credentials, std::string> credentialsOf(ConnectionOptions const& op
   PemOrError const ca = pemOf(options.ca);
   PemOrError const certificate = pemOf(options.certificate);
   PemOrError const key = pemOf(options.key);
-  for (PemOrError const* pem : {&ca, &certificate, &key}) {
+  for (PemOrError const* pem : {&ca, &certificate, &key})
     if (!*pem) return Kstd::Err(pem->error());
-  }
   grpc::SslCredentialsOptions const pem{
       .pem_root_certs = ca.value(), .pem_private_key = key.value(), .pem_cert_chain = certificate.value()};
   return options.skipsVerification ? unverified(pem) : grpc::SslCredentials(pem);

@@ -46,9 +46,8 @@ std::string longTime(std::uint64_t ns) {
 std::string peerText(std::string_view peer) {
   if (peer.starts_with("ipv4:") || peer.starts_with("ipv6:")) peer.remove_prefix(5);
   std::string text(peer);
-  for (auto const& [escaped, plain] : {std::pair("%5B", "["), std::pair("%5D", "]")}) {
+  for (auto const& [escaped, plain] : {std::pair("%5B", "["), std::pair("%5D", "]")})
     if (std::size_t const at = text.find(escaped); at != text.npos) text.replace(at, 3, plain);
-  }
   return printable(text);
 }
 
@@ -128,15 +127,13 @@ bool TopView::take(gnmi::GetResponse const& response) {
       if (elems.size() < 3) continue; // ondra-agent/GROUP[/ENTRY[KEY]]/state/LEAF
       std::string group = elems[1]->name();
       std::string key;
-      for (gnmi::PathElem const* elem : elems) {
+      for (gnmi::PathElem const* elem : elems)
         if (!elem->key().empty()) key = elem->key().begin()->second;
-      }
       Entry& entry = groups[std::move(group)][std::move(key)];
-      if (update.val().has_string_val()) {
+      if (update.val().has_string_val())
         entry.texts[elems.back()->name()] = update.val().string_val();
-      } else {
+      else
         entry.numbers[elems.back()->name()] = update.val().uint_val();
-      }
     }
   }
   if (groups.empty()) return false;

@@ -45,11 +45,10 @@ std::string withoutControls(std::string text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     auto const byte = static_cast<unsigned char>(text[i]);
     bool const isHigh = byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xA0;
-    if (byte != 0x7F && !isHigh) {
+    if (byte != 0x7F && !isHigh)
       result += text[i];
-    } else {
+    else
       result += fmt::format("\\u{:04x}", isHigh ? static_cast<unsigned char>(text[++i]) : byte);
-    }
   }
   return result;
 }

@@ -23,10 +23,9 @@ std::vector<std::string> entriesOf(std::string const& path) {
   std::vector<std::string> names;
   FolderReader folder;
   std::string_view name;
-  if (folder.open(path)) {
+  if (folder.open(path))
     while (folder.next(name))
       names.emplace_back(name);
-  }
   return names;
 }
 
@@ -124,10 +123,9 @@ void ComponentSource::disk(std::string const& name) {
 void ComponentSource::findSensors() {
   sensors_.clear();
   for (std::string const& chip : entriesOf(host_.sys.path("class/hwmon"))) {
-    for (std::string const& file : entriesOf(host_.sys.path(fmt::format("class/hwmon/{}", chip)))) {
+    for (std::string const& file : entriesOf(host_.sys.path(fmt::format("class/hwmon/{}", chip))))
       if (file.starts_with("temp") && file.ends_with("_input"))
         sensors_.push_back({chip, file.substr(0, file.size() - 6)});
-    }
   }
 }
 
@@ -158,9 +156,8 @@ void ComponentSource::sensor(Sensor const& which) {
 
 void ComponentSource::removeUnseen() {
   std::vector<Kel::String> gone;
-  for (auto const& [name, component] : components_->component) {
+  for (auto const& [name, component] : components_->component)
     if (!seen_.contains(name.str())) gone.push_back(name);
-  }
   for (Kel::String const& name : gone) {
     components_->entryDel(&Components::component, name);
     temperatures_.erase(name.str());

@@ -164,11 +164,10 @@ void LinkModel::addressDel(int index, bool isV6, std::string const& ip) {
   if (at == links_.end()) return;
   at->second.addresses.erase({isV6, ip});
   Subinterface& unit = unitOf(*entryOf(at->second));
-  if (isV6) {
+  if (isV6)
     unit.ipv6->addresses->entryDel(&Ipv6Addresses::address, Kel::String(ip));
-  } else {
+  else
     unit.ipv4->addresses->entryDel(&Ipv4Addresses::address, Kel::String(ip));
-  }
   writeProtocols(unit, at->second);
 }
 
@@ -207,11 +206,10 @@ void LinkModel::neighborDel(int index, bool isV6, std::string const& ip) {
   auto const at = links_.find(index);
   if (at == links_.end() || at->second.neighbors.erase({isV6, ip}) == 0) return;
   Subinterface& unit = unitOf(*entryOf(at->second));
-  if (isV6) {
+  if (isV6)
     unit.ipv6->neighbors->entryDel(&Ipv6Neighbors::neighbor, Kel::String(ip));
-  } else {
+  else
     unit.ipv4->neighbors->entryDel(&Ipv4Neighbors::neighbor, Kel::String(ip));
-  }
 }
 
 void LinkModel::writeNeighbor(Subinterface& unit, NeighborFact const& neighbor) {
@@ -239,12 +237,10 @@ void LinkModel::resyncEnd() {
       goneLinks.push_back(index);
       continue;
     }
-    for (auto const& [key, address] : link.addresses) {
+    for (auto const& [key, address] : link.addresses)
       if (address.round != round_) goneAddresses.emplace_back(index, key);
-    }
-    for (auto const& [key, neighbor] : link.neighbors) {
+    for (auto const& [key, neighbor] : link.neighbors)
       if (neighbor.round != round_) goneNeighbors.emplace_back(index, key);
-    }
   }
   for (int const index : goneLinks)
     linkDel(index);

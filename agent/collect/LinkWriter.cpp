@@ -97,9 +97,8 @@ Kstd::Result<LinkBefores, std::string> LinkWriter::look(std::vector<LinkChange> 
 }
 
 void LinkWriter::beforesAre(LinkBefores const& befores) {
-  for (auto const& [name, text] : befores) {
+  for (auto const& [name, text] : befores)
     if (auto const before = LinkBefore::of(text, boot_)) befores_[name] = *before;
-  }
 }
 
 // `refused`: the link that was being looked at.

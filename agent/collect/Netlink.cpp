@@ -154,11 +154,10 @@ bool NetlinkMonitor::datagram(std::size_t size) {
        header = nlmsg_next(header, &rest)) {
     bool const isOurs = header->nlmsg_pid == port && header->nlmsg_seq == sequence_;
     if (isOurs && (header->nlmsg_flags & NLM_F_DUMP_INTR) != 0) isInterrupted_ = true;
-    if (header->nlmsg_type >= RTM_BASE) {
+    if (header->nlmsg_type >= RTM_BASE)
       fact(*header);
-    } else if (isOurs && !answer(*header)) {
+    else if (isOurs && !answer(*header))
       return false;
-    }
   }
   return true;
 }
@@ -168,11 +167,10 @@ bool NetlinkMonitor::answer(nlmsghdr const& header) {
     dumpIs(phase_ + 1);
   } else if (header.nlmsg_type == NLMSG_ERROR) {
     auto const& error = *static_cast<nlmsgerr const*>(nlmsg_data(&header));
-    if (error.error == -EOPNOTSUPP || error.error == -EAFNOSUPPORT) {
+    if (error.error == -EOPNOTSUPP || error.error == -EAFNOSUPPORT)
       dumpIs(phase_ + 1); // a kernel without that family
-    } else if (error.error != 0) {
+    else if (error.error != 0)
       reopenLater();
-    }
   }
   return socket_ != nullptr;
 }

@@ -159,13 +159,12 @@ void tellNeighbor(FactSink& sink, rtnl_neigh* neighbor, bool isDel) {
 
 void tellFact(FactSink& sink, nl_object* object, bool isDel) {
   std::string_view const type = nl_object_get_type(object);
-  if (type == "route/link") {
+  if (type == "route/link")
     tellLink(sink, reinterpret_cast<rtnl_link*>(object), isDel);
-  } else if (type == "route/addr") {
+  else if (type == "route/addr")
     tellAddress(sink, reinterpret_cast<rtnl_addr*>(object), isDel);
-  } else if (type == "route/neigh") {
+  else if (type == "route/neigh")
     tellNeighbor(sink, reinterpret_cast<rtnl_neigh*>(object), isDel);
-  }
 }
 
 } // namespace Agent

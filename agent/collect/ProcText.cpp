@@ -27,9 +27,8 @@ std::string unescaped(std::string_view text) {
 
 bool skipWords(std::string_view& text, int count) {
   std::string_view word;
-  while (count-- > 0) {
+  while (count-- > 0)
     if (!nextWord(text, word)) return false;
-  }
   return true;
 }
 

@@ -32,9 +32,8 @@ bool ProcessSource::advance() {
     return true;
   }
   reading_ = false;
-  for (auto const& [pid, known] : known_) {
+  for (auto const& [pid, known] : known_)
     if (known.round != round_) gone_.push_back(pid);
-  }
   return true;
 }
 

@@ -57,9 +57,8 @@ std::optional<Kel::String> publishable(std::optional<Kel::String> const& name) {
 template <class Collection>
 void eraseUnseen(auto& owner, Collection const member, auto const& unseen) {
   std::vector<std::decay_t<decltype(((*owner).*member).begin()->first)>> gone;
-  for (auto const& [key, entry] : (*owner).*member) {
+  for (auto const& [key, entry] : (*owner).*member)
     if (unseen(key)) gone.push_back(key);
-  }
   for (auto const& key : gone)
     owner->entryDel(member, key);
 }
@@ -275,15 +274,13 @@ bool DnsSource::advance() {
   dns_->state->leafIs(&DnsState::search, search);
   if (!std::exchange(seeded_, true)) {
     std::vector<Kel::String> seed; // what a client could have configured
-    for (Kel::String const& domain : search) {
+    for (Kel::String const& domain : search)
       if (publishable(domain) && std::ranges::find(seed, domain) == seed.end()) seed.push_back(domain);
-    }
     dns_->config->leafIs(&DnsConfig::search, seed);
   }
   std::set<std::string> there;
-  for (std::string const& server : conf.servers) {
+  for (std::string const& server : conf.servers)
     if (auto address = ipText(server)) there.insert(std::move(*address));
-  }
   for (std::string const& address : there) {
     auto const server = dns_->servers->entryIs(&DnsServers::server, Kel::String(address));
     server->state->leafIs(&DnsServerState::port, std::uint16_t{53});

@@ -44,11 +44,10 @@ public:
     }
     // More or less, whatever is left: of what cannot be refused.
     void bytesAre(std::size_t bytes) {
-      if (bytes > bytes_) {
+      if (bytes > bytes_)
         budget_->add(bytes - bytes_);
-      } else {
+      else
         budget_->sub(bytes_ - bytes);
-      }
       bytes_ = bytes;
     }
     [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }

@@ -15,9 +15,8 @@ constexpr std::size_t kPlaceBytes = 256;     // of an entry, here
 
 std::size_t containersIn(TypeNode const& node) {
   std::size_t count = 1;
-  for (TypeNode const& child : node.children()) {
+  for (TypeNode const& child : node.children())
     if (child.leaf() == nullptr && !child.isList()) count += containersIn(child);
-  }
   return count;
 }
 

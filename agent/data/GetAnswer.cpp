@@ -202,9 +202,8 @@ GetAnswer::~GetAnswer() = default;
 void GetAnswer::add(gnmi::Notification const& notification) {
   Place place(*this);
   auto const& prefix = notification.prefix().elem();
-  for (int i = 1; i < prefix.size(); ++i) { // the first is the data root's
+  for (int i = 1; i < prefix.size(); ++i) // the first is the data root's
     if (!place.enter(prefix[i])) return;
-  }
   std::size_t const depth = place.size();
   for (gnmi::Update const& update : notification.update()) {
     place.truncate(depth);
@@ -214,13 +213,12 @@ void GetAnswer::add(gnmi::Notification const& notification) {
       continue;
     if (place.nodes().back().leaf() == nullptr || place.matchDepth() == Place::kNone) continue;
     bool const isTooDeep = order_.depth != 0 && place.size() - place.matchDepth() > order_.depth;
-    if (isTooDeep || !order_.wants(place.nodes())) {
+    if (isTooDeep || !order_.wants(place.nodes()))
       hasLeftOut_ = true;
-    } else if (order_.encoding == gnmi::PROTO) {
+    else if (order_.encoding == gnmi::PROTO)
       addProto(place, update.val());
-    } else {
+    else
       addJson(place, depth, update.val());
-    }
   }
 }
 
@@ -262,9 +260,8 @@ void GetAnswer::addJson(Place& place, std::size_t prefixDepth, gnmi::TypedValue 
 bool GetAnswer::isAt(Match const& match, Place const& place) const {
   auto const& elems = match.path.elem();
   if (place.matchDepth() != order_.prefixElems + static_cast<std::size_t>(elems.size())) return false;
-  for (int i = 0; i < elems.size(); ++i) {
+  for (int i = 0; i < elems.size(); ++i)
     if (!(elems[i] == place.elem(order_.prefixElems + static_cast<std::size_t>(i)))) return false;
-  }
   return true;
 }
 

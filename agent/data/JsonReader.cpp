@@ -102,11 +102,10 @@ void JsonReader::step(Level& level) {
       descend(*member.below, *static_cast<Kel::PtrInterface const*>(held), opened(&member, '{'));
     return;
   }
-  if (member.below) {
+  if (member.below)
     writeHeld(member, *level.object);
-  } else {
+  else
     writeLeaf(member, *level.object);
-  }
   ++level.at;
 }
 
@@ -156,13 +155,11 @@ void JsonReader::ascend() {
 // --- objects in one go -------------------------------------------------------------------------------------
 
 void JsonReader::write(JsonPlan const& plan, Kel::PtrInterface const& object, Open open) {
-  for (JsonMember const& member : plan.members) {
-    if (member.below) {
+  for (JsonMember const& member : plan.members)
+    if (member.below)
       writeHeld(member, object);
-    } else {
+    else
       writeLeaf(member, object);
-    }
-  }
   close(open, '}');
 }
 
@@ -179,13 +176,12 @@ JsonReader::Open JsonReader::opened(JsonMember const* member, char bracket) {
 }
 
 void JsonReader::close(Open open, char bracket) {
-  if (text_.size() != open.empty) {
+  if (text_.size() != open.empty)
     text_.last() = bracket;
-  } else if (open.isToldEmpty) {
+  else if (open.isToldEmpty)
     text_.put(bracket);
-  } else {
+  else
     return text_.truncate(open.begin);
-  }
   text_.put(',');
 }
 
@@ -276,9 +272,8 @@ bool JsonReader::writeOther(JsonMember const& member, Kel::PtrInterface const& o
   if (!value) return false;
   gnmi::TypedValue told;
   if (attr.isScalarArray()) {
-    for (Handle const& element : attr.genericIfMembers(value)) {
+    for (Handle const& element : attr.genericIfMembers(value))
       if (!Ondra::extractScalar(nullptr, element, told.mutable_leaflist_val()->add_element())) return false;
-    }
     if (!told.has_leaflist_val()) return false; // a leaf-list without entries is not there
   } else if (!Ondra::extractScalar(nullptr, value, &told)) {
     return false;
@@ -291,11 +286,10 @@ bool JsonReader::writeOther(JsonMember const& member, Kel::PtrInterface const& o
 }
 
 void JsonReader::put(JsonMember::Head const& head) {
-  if (head.size <= JsonMember::Head::kShort) [[likely]] {
+  if (head.size <= JsonMember::Head::kShort) [[likely]]
     text_.putPadded(head.text, head.size);
-  } else {
+  else
     text_.put(head.rest);
-  }
 }
 
 } // namespace Agent

@@ -44,9 +44,8 @@ std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle c
 }
 
 Kel::KelAttr keyCopyOf(TypeNode const& container) {
-  for (TypeNode const& child : container.children()) {
+  for (TypeNode const& child : container.children())
     if (child.leaf() != nullptr && child.leaf()->isKeyCopy) return child.attr;
-  }
   return {};
 }
 

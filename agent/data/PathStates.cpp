@@ -60,9 +60,8 @@ bool hasKeys(Keys const& wanted, TypeNode const& list, std::string_view key) {
   if (wanted.size() == 1) return !wanted.front() || *wanted.front() == key;
   if (std::ranges::none_of(wanted, [](auto const& each) { return each.has_value(); })) return true;
   std::vector<std::string> const values = keyValues(key, list.keyCount());
-  for (std::size_t i = 0; i < wanted.size(); ++i) {
+  for (std::size_t i = 0; i < wanted.size(); ++i)
     if (wanted[i] && *wanted[i] != values[i]) return false;
-  }
   return true;
 }
 

@@ -32,9 +32,8 @@ Place below(Place const& place, TypeNode const& child, std::optional<std::string
   if (!child.isList() || !key) return place.below(child.name, [](std::string_view) { return std::nullopt; });
   std::vector<std::string> const values = keyValues(*key, child.keyCount());
   return place.below(child.name, [&](std::string_view name) -> std::optional<std::string_view> {
-    for (std::size_t i = 0; i < values.size(); ++i) {
+    for (std::size_t i = 0; i < values.size(); ++i)
       if (child.key(i).name().view() == name) return values[i];
-    }
     return std::nullopt;
   });
 }
@@ -82,10 +81,9 @@ bool mayGo(TypeNode const& node, PathStates const& states, Place const& place, W
 
 Status mayWrite(RuleTree const& rules, SetPlan const& plan) {
   Place const root = rules.root();
-  for (RequestPath const& path : plan.deletes) {
+  for (RequestPath const& path : plan.deletes)
     if (!mayGo(TypeNode::root(), PathStates(path), root, plan.root.writer))
       return refusal(path.text(), kDeniedInPart);
-  }
   return check(plan.root, root);
 }
 

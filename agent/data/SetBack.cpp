@@ -35,9 +35,8 @@ SetBack::SetBack(SetDiff const& diff, Tovak::Task const& task) : task_(task) {
   }
   std::ranges::sort(places_);
   std::vector<std::string> apart;
-  for (std::string& place : places_) {
+  for (std::string& place : places_)
     if (apart.empty() || !place.starts_with(apart.back())) apart.push_back(std::move(place));
-  }
   places_ = std::move(apart);
 }
 

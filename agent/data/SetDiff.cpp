@@ -44,11 +44,10 @@ void SetParts::deleteIs(Way const& way) {
 }
 void SetParts::updateIs(Way const& way, gnmi::TypedValue value) {
   Place const& place = placeIs(way);
-  if (auto decoded = decodedBytes(way.back().type->attr, value)) {
+  if (auto decoded = decodedBytes(way.back().type->attr, value))
     parts.back().updateIs(place, std::move(value), *std::move(decoded));
-  } else {
+  else
     parts.back().updateIs(place, std::move(value));
-  }
 }
 
 void SetParts::forEach(absl::FunctionRef<void(Place const&, gnmi::TypedValue const*)> visit) const {
@@ -145,13 +144,12 @@ Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool is
     for (TypeNode const& child : type.children()) {
       if (!hasWritable(child, plan_.root.writer)) continue;
       PlanNode const* const planned = node == nullptr || child.isList() ? nullptr : node->child(child.name);
-      if (child.isList()) {
+      if (child.isList())
         co_await clearedList(node, child, object);
-      } else if (child.leaf() != nullptr) {
+      else if (child.leaf() != nullptr)
         leaf(planned, child, object, true);
-      } else {
+      else
         co_await container(planned, child, object, true);
-      }
     }
     co_return;
   }
@@ -282,10 +280,9 @@ void SetDiff::makeConfig(PlanNode const& entry, TypeNode const& list, Handle con
 }
 
 void SetDiff::writeCopies(PlanNode const& below, TypeNode const& config) {
-  for (TypeNode const& copy : config.children()) {
+  for (TypeNode const& copy : config.children())
     if (copy.leaf() != nullptr && copy.leaf()->isKeyCopy)
       writeKey(copy.attr, below.nearestKey(copy.leaf()->keyName));
-  }
 }
 
 void SetDiff::writeKey(Kel::KelAttr key, std::string_view text) {
@@ -309,11 +306,10 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
   if (object) remember(object, type.attr, nullptr);
   if (interface_ != nullptr) interfaces.insert(*interface_);
   enter(type);
-  if (hasValue) {
+  if (hasValue)
     writes.updateIs(way_, *node->value);
-  } else {
+  else
     resets.deleteIs(way_);
-  }
   leave();
 }
 

@@ -27,20 +27,18 @@ PlanNode& PlanNode::childIs(TypeNode const& childType, std::string_view childKey
   auto const enter = [this](PlanNode& node) {
     index_.emplace(std::pair<std::string_view, std::string_view>(node.type.name, node.key), &node);
   };
-  if (children_.size() == kFewChildren + 1) {
+  if (children_.size() == kFewChildren + 1)
     for (auto const& each : children_)
       enter(*each);
-  } else if (children_.size() > kFewChildren) {
+  else if (children_.size() > kFewChildren)
     enter(*children_.back());
-  }
   return *children_.back();
 }
 
 PlanNode* PlanNode::child(std::string_view name, std::string_view childKey) const {
   if (children_.size() <= kFewChildren) {
-    for (auto const& each : children_) {
+    for (auto const& each : children_)
       if (each->type.name == name && each->key == childKey) return each.get();
-    }
     return nullptr;
   }
   auto const found = index_.find(std::pair(name, childKey));
@@ -90,9 +88,8 @@ std::string PlanNode::nearestKey(std::string_view name) const {
     node = node->parent_;
   if (node == nullptr) return {};
   std::size_t const count = node->type.keyCount();
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < count; ++i)
     if (count == 1 || node->type.key(i).name().view() == name) return keyValue(node->key, count, i);
-  }
   return {};
 }
 
@@ -324,9 +321,8 @@ Status unite(PlanNode& all, PlanNode const& one) {
     return invalid(all.path(), "two updates give it different values");
   if (one.value) all.value = one.value;
   if (one.isNamed) all.isNamedIs();
-  for (auto const& child : one.children()) {
+  for (auto const& child : one.children())
     if (Status status = unite(all.childIs(child->type, child->key), *child); !status.ok()) return status;
-  }
   return Status::OK;
 }
 
@@ -438,13 +434,11 @@ public:
 
   Status apply(PlanNode& node) {
     std::vector<PlanNode*> named; // clearing adds children
-    for (auto const& child : node.children()) {
+    for (auto const& child : node.children())
       if (child->isNamed) named.push_back(child.get());
-    }
     for (PlanNode* const child : named) {
-      for (ChoiceCase const* each = child->type.inCase; each != nullptr; each = each->above) {
+      for (ChoiceCase const* each = child->type.inCase; each != nullptr; each = each->above)
         if (Status status = clearOthers(node, *each, *child); !status.ok()) return status;
-      }
       if (Status status = apply(*child); !status.ok()) return status;
     }
     return Status::OK;
@@ -469,11 +463,10 @@ private:
         return invalid(parent.path(), fmt::format("'{}' and '{}' are of different cases of the choice '{}'",
                                                   by.type.name, sibling.name, chosen.choiceName));
       if (!hasWritable(sibling, parent.writer)) continue;
-      if (!sibling.isList()) {
+      if (!sibling.isList())
         parent.childIs(sibling).isCleared = true;
-      } else if (auto entries = RequestPath::of({}, pathOf(parent, sibling))) {
+      else if (auto entries = RequestPath::of({}, pathOf(parent, sibling)))
         plan_.deletes.push_back(std::move(*entries));
-      }
     }
     return Status::OK;
   }

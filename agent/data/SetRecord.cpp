@@ -94,26 +94,23 @@ void beforesInto(LinkBefores const& befores, ConfigChange& change) {
 
 LinkBefores beforesIn(ConfigMap const& map) {
   LinkBefores befores;
-  for (auto const& [place, text] : map) {
+  for (auto const& [place, text] : map)
     if (isBefore(place)) befores[place.substr(1)] = text;
-  }
   return befores;
 }
 
 LinkBefores beforesIn(ConfigChange const& change) {
   LinkBefores befores;
-  for (auto const& [place, text] : change.values) {
+  for (auto const& [place, text] : change.values)
     if (isBefore(place) && text) befores[place.substr(1)] = *text;
-  }
   return befores;
 }
 
 StoredPlaces inOrder(ConfigMap const& map) {
   StoredPlaces places;
   places.reserve(map.size());
-  for (auto const& place : map) {
+  for (auto const& place : map)
     if (!isBefore(place.first)) places.push_back(&place);
-  }
   std::ranges::stable_partition(places, [](auto const* place) { return place->second.empty(); });
   return places;
 }

@@ -74,9 +74,8 @@ std::vector<std::string> carryLinks(SetRuns& sets, std::set<std::string> const& 
     return await(sets, [&](auto done) { sets.linksAre(some, std::move(done)); });
   };
   if (links.empty() || carried(links).ok()) return refused;
-  for (std::string const& link : links) {
+  for (std::string const& link : links)
     if (grpc::Status const status = carried({link}); !status.ok()) refused.push_back(status.error_message());
-  }
   return refused;
 }
 

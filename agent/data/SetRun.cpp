@@ -307,11 +307,10 @@ private:
     isOnTheWay_ = true;
     if (isProvisional()) change.values.emplace_back(kWayBack, backBytes_);
     using Kind = ConfigRecord::Kind;
-    if (isAction(Action::Confirm)) {
+    if (isAction(Action::Confirm))
       co_await confirm();
-    } else {
+    else
       co_await write(isProvisional() ? Kind::Provisional : Kind::Change, std::move(change));
-    }
     if (status_.ok()) co_await compare();
   }
 
@@ -327,11 +326,10 @@ private:
     co_await untilAnswered();
     runs_.storeTimes_.add(context_.clock().monotonicNs() - begun);
     ConfigStore::Outcome& outcome = **written_;
-    if (outcome) {
+    if (outcome)
       back_ = std::move(*outcome);
-    } else {
+    else
       refused(outcome.error());
-    }
   }
 
   Steps takeBackStored() {
@@ -386,11 +384,10 @@ private:
     co_await writeParts(diff_->removals);
     staged_->whoseIs(whose_ = Staging::Whose::Own);
     timestamp_ = Kel::activityManagerStatus()->activityLoopExecNsTime();
-    if (status_.ok()) {
+    if (status_.ok())
       co_await note();
-    } else {
+    else
       co_await takeBack();
-    }
     while (!staged_->tellSome(queue_))
       co_await Steps::pauseIf(true);
     staged_.reset();
@@ -399,11 +396,10 @@ private:
   Steps takeBack() {
     std::vector<std::string> kept;
     for (auto undo = diff_->undo.rbegin(); undo != diff_->undo.rend(); ++undo) {
-      if (undo->made && hasComeToLife(*undo)) {
+      if (undo->made && hasComeToLife(*undo))
         kept.push_back(diff_->made[*undo->made].path);
-      } else {
+      else
         putBack(*undo);
-      }
       co_await pause();
     }
     staged_->forget(kept);

@@ -31,11 +31,10 @@ bool hasComeToLife(Undo const& undo) {
 void putBack(Undo const& undo) {
   try {
     if (isAsBefore(undo)) return;
-    if (undo.old) {
+    if (undo.old)
       undo.attr.genericIfSet(undo.object, undo.key, undo.old);
-    } else {
+    else
       undo.attr.genericIfDel(undo.object, undo.key);
-    }
   } catch (Kel::Error const&) {
     // The model refuses what it held a moment ago; there is nothing better to do than to put back the rest.
   }

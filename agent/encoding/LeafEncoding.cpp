@@ -37,9 +37,8 @@ bool isEnumerator(Kel::KelType type, std::string_view name) {
 // Whether a name of the leaf is an identity, and not just a text that a union allows too.
 bool isIdentityName(LeafInfo const& leaf, std::string_view name) {
   if (leaf.type == LeafType::Identity) return true;
-  for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
+  for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative)
     if (isEnumerator((*alternative).memberType(), name)) return true;
-  }
   return false;
 }
 
@@ -63,9 +62,8 @@ bool isNumberText(LeafInfo const& leaf) {
   case LeafType::Uint64:
   case LeafType::Decimal64: return true;
   case LeafType::Union:
-    for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative) {
+    for (Kel::KelTypeBase::AttributeQIterator alternative(leaf.held); alternative; ++alternative)
       if (isWide((*alternative).memberType())) return true;
-    }
     return false;
   case LeafType::String:
   case LeafType::Boolean:
@@ -197,10 +195,9 @@ namespace {
 
 // What a text stands for.
 void toldIs(TypedValue& value, LeafInfo const& leaf) {
-  if (value.has_leaflist_val()) {
+  if (value.has_leaflist_val())
     for (TypedValue& element : *value.mutable_leaflist_val()->mutable_element())
       toldIs(element, leaf);
-  }
   if (!value.has_string_val()) return;
   LeafInfo const* const member = leaf.members == nullptr ? &leaf : memberOf(leaf, value);
   std::string const& text = value.string_val();
@@ -226,11 +223,10 @@ void leafEncodingIs(TypedValue& value, LeafInfo const& leaf, gnmi::Encoding enco
                "no leaf can be written in encoding {}", static_cast<int>(encoding));
   std::string text;
   appendLeafJson(text, value, leaf, isIetf);
-  if (isIetf) {
+  if (isIetf)
     *value.mutable_json_ietf_val() = std::move(text);
-  } else {
+  else
     *value.mutable_json_val() = std::move(text);
-  }
 }
 
 } // namespace Agent

@@ -144,11 +144,10 @@ private:
   template <class M>
   Shape& leafNode() {
     LeafInfo leaf{.isConfig = isConfig_, .isSampled = isSampled_, .identityModule = {}};
-    if constexpr (Kel::Impl::kIsOptional<M>) {
+    if constexpr (Kel::Impl::kIsOptional<M>)
       leaf.type = Impl::leafTypeOf(Kel::typeOf<typename M::value_type>());
-    } else {
+    else
       leaf.type = Impl::leafTypeOf(Kel::typeOf<M>());
-    }
     nodes_.push_back({.module = module_, .isLeaf = true, .leaf = leaf});
     return *this;
   }

@@ -42,10 +42,9 @@ void appendType(std::string& page, std::string const& path, Kel::KelType type) {
       continue;
     }
     if (attr.isKeyed() && attr.indexAttr()) below += fmt::format("[{}]", attr.indexAttr().name().view());
-    if (attr.isKeyed() && !attr.indexAttr()) {
+    if (attr.isKeyed() && !attr.indexAttr())
       for (Kel::KelTypeBase::AttributeQIterator key(attr.keyType()); key; ++key)
         below += fmt::format("[{}]", (*key).name().view());
-    }
     appendType(page, below, attr.memberType());
   }
 }

@@ -117,9 +117,8 @@ void CpuState::handleParent() {
   if (parent() == nullptr) return;
   for (auto const share :
        {&CpuState::total, &CpuState::user, &CpuState::kernel, &CpuState::nice, &CpuState::idle,
-        &CpuState::wait, &CpuState::hardwareInterrupt, &CpuState::softwareInterrupt}) {
+        &CpuState::wait, &CpuState::hardwareInterrupt, &CpuState::softwareInterrupt})
     containerIs(share);
-  }
 }
 void Cpu::handleParent() {
   if (parent() == nullptr) return;
@@ -171,9 +170,8 @@ void declareTypes() {
   static bool const once = [] {
     for (std::string_view const module :
          {Impl::kInterfacesModule, Impl::kEthernetModule, Impl::kIpModule, Impl::kSystemModule,
-          Impl::kGrpcModule, Impl::kPlatformModule, Impl::kPlatformTypesModule}) {
+          Impl::kGrpcModule, Impl::kPlatformModule, Impl::kPlatformTypesModule})
       Kel::kelModuleIs(module);
-    }
     Impl::declareValues();
     Impl::declareSubinterfaces();
     Impl::declareInterfaces();

@@ -9,10 +9,9 @@
 namespace Agent {
 
 void standardStreamsAreOpen() {
-  for (int const standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+  for (int const standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (::fcntl(standard, F_GETFD) < 0)
       static_cast<void>(::open("/dev/null", O_RDWR)); // takes the lowest number
-  }
 }
 
 void say(std::FILE* to, std::string_view text) {

@@ -54,9 +54,8 @@ std::vector<std::optional<std::string>> wantedKeys(Pattern::Elem const& elem, Ke
 }
 
 bool hasKeys(std::vector<std::string> const& values, std::vector<std::optional<std::string>> const& wanted) {
-  for (std::size_t i = 0; i < wanted.size(); ++i) {
+  for (std::size_t i = 0; i < wanted.size(); ++i)
     if (wanted[i] && *wanted[i] != values[i]) return false;
-  }
   return true;
 }
 
@@ -168,11 +167,10 @@ ObjectCursor::Result ObjectCursor::descendInto(std::size_t depth, std::size_t po
   if (object == nullptr) return Result::End;
   elems_.push_back(std::move(elem));
   Result const result = descend(depth + 1, Kel::Ptr<Kel::Entity>(object), onTheWay);
-  if (result == Result::End) {
+  if (result == Result::End)
     elems_.pop_back();
-  } else {
+  else
     standing_[depth] = {position, key ? key->detachedKey() : nullptr};
-  }
   return result;
 }
 

@@ -66,13 +66,12 @@ gnmi::Path pathOfBytes(std::string_view bytes) {
   std::size_t texts = 0; // of the element: its name, then names and values of keys in turn
   auto const endText = [&] {
     if (elem == nullptr) elem = path.add_elem();
-    if (texts == 0) {
+    if (texts == 0)
       elem->set_name(text);
-    } else if (texts % 2 == 1) {
+    else if (texts % 2 == 1)
       keyName = text;
-    } else {
+    else
       (*elem->mutable_key())[keyName] = text;
-    }
     ++texts;
     text.clear();
   };

@@ -129,17 +129,15 @@ std::string pathText(gnmi::Path const& path) { return pathText(gnmi::Path(), pat
 
 Assignment assignmentOf(std::string_view text) {
   bool inKey = false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\') {
+  for (std::size_t i = 0; i < text.size(); ++i)
+    if (text[i] == '\\')
       ++i;
-    } else if (text[i] == '[' && !inKey) {
+    else if (text[i] == '[' && !inKey)
       inKey = true;
-    } else if (text[i] == ']') {
+    else if (text[i] == ']')
       inKey = false;
-    } else if (text[i] == '=' && !inKey) {
+    else if (text[i] == '=' && !inKey)
       return {text.substr(0, i), text.substr(i + 1), true};
-    }
-  }
   return {text, {}, false};
 }
 

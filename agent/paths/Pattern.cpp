@@ -58,9 +58,8 @@ bool hasPlainKey(TypeNode const& list) {
 
 // The key leaf of a name; an invalid one when there is none.
 Kel::KelAttr keyOfName(TypeNode const& list, std::string_view name) {
-  for (std::size_t i = 0; i < list.keyCount(); ++i) {
+  for (std::size_t i = 0; i < list.keyCount(); ++i)
     if (Kel::KelAttr const key = list.key(i); key && key.name().view() == name) return key;
-  }
   return {};
 }
 
@@ -91,14 +90,13 @@ private:
 Nodes step(Nodes const& from, RequestElem const& elem) {
   NodeSet to;
   for (TypeNode const& node : from) {
-    if (elem.name == "...") {
+    if (elem.name == "...")
       to.addWithDescendants(node);
-    } else if (elem.name == "*") {
+    else if (elem.name == "*")
       for (TypeNode const& child : node.children())
         to.add(child);
-    } else if (std::optional<TypeNode> const child = node.child(elem.name)) {
+    else if (std::optional<TypeNode> const child = node.child(elem.name))
       to.add(*child);
-    }
   }
   return to.take();
 }
@@ -207,9 +205,8 @@ bool elemMatches(Elem const& pattern, gnmi::PathElem const& elem) {
 Pattern::Cover Pattern::cover(PathView const& path) const {
   if (hasAnyDepth_) return coverByStates(path);
   std::size_t const both = std::min(elems_.size(), path.size());
-  for (std::size_t i = 0; i < both; ++i) {
+  for (std::size_t i = 0; i < both; ++i)
     if (!elemMatches(elems_[i], path[i])) return Cover::None;
-  }
   return elems_.size() <= path.size() ? Cover::All : Cover::Partial;
 }
 
@@ -218,9 +215,8 @@ Pattern::Cover Pattern::coverByStates(PathView const& path) const {
   std::bitset<kMaxPathElems + 1> now;
   now.set(0);
   auto const passDepths = [this](auto& states) {
-    for (std::size_t i = 0; i < elems_.size(); ++i) {
+    for (std::size_t i = 0; i < elems_.size(); ++i)
       if (states[i] && elems_[i].kind == Kind::AnyDepth) states.set(i + 1);
-    }
   };
   passDepths(now);
   for (std::size_t at = 0; at < path.size(); ++at) {
@@ -228,11 +224,10 @@ Pattern::Cover Pattern::coverByStates(PathView const& path) const {
     std::bitset<kMaxPathElems + 1> next;
     for (std::size_t i = 0; i < elems_.size(); ++i) {
       if (!now[i]) continue;
-      if (elems_[i].kind == Kind::AnyDepth) {
+      if (elems_[i].kind == Kind::AnyDepth)
         next.set(i);
-      } else if (elemMatches(elems_[i], path[at])) {
+      else if (elemMatches(elems_[i], path[at]))
         next.set(i + 1);
-      }
     }
     if (next.none()) return Cover::None;
     passDepths(next);
@@ -249,9 +244,8 @@ bool Pattern::mayOverlap(Pattern const& other) const {
     if (a.kind == Kind::AnyDepth || b.kind == Kind::AnyDepth) return true;
     if (a.kind == Kind::Name && b.kind == Kind::Name && a.name != b.name) return false;
     for (auto const& [name, value] : a.keys) {
-      for (auto const& [otherName, otherValue] : b.keys) {
+      for (auto const& [otherName, otherValue] : b.keys)
         if (name == otherName && value != otherValue) return false;
-      }
     }
   }
   return true;

@@ -65,9 +65,8 @@ RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const&
   if (!isOriginServed(made.origin))
     return invalid(fmt::format("the origin {} is not served", statusText(made.origin)));
   made.elems.reserve(static_cast<std::size_t>(prefix.elem_size() + path.elem_size()));
-  for (gnmi::Path const* const part : {&prefix, &path}) {
+  for (gnmi::Path const* const part : {&prefix, &path})
     if (grpc::Status status = appendElems(made.elems, *part); !status.ok()) return status;
-  }
   return made;
 }
 

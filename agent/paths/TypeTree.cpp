@@ -50,9 +50,8 @@ std::vector<TypeNode> childrenOf(TypeNode const& place) {
       all.push_back(topNode(top));
     return all;
   }
-  for (Kel::KelTypeBase::AttributeQIterator it(place.type); it; ++it) {
+  for (Kel::KelTypeBase::AttributeQIterator it(place.type); it; ++it)
     if (auto const node = attrNode(*it)) all.push_back(*node);
-  }
   return all;
 }
 

@@ -156,11 +156,10 @@ Ondra::WalkReach PatternWalk::reach(PathView const& path) const {
 }
 
 void PatternWalk::resume() { // a walk that told its last with a full pipe waits too, though nothing is parked
-  if (run_) {
+  if (run_)
     turn_->askFor(run_);
-  } else {
+  else
     turn_->askFor(finder_);
-  }
 }
 
 } // namespace Agent

@@ -35,9 +35,8 @@ void appendConcrete(gnmi::Path& path, Pattern const& pattern, std::size_t depth)
 }
 
 bool hasAnyDepth(Pattern const& pattern) {
-  for (Pattern::Elem const& elem : pattern.elems()) {
+  for (Pattern::Elem const& elem : pattern.elems())
     if (elem.kind == Pattern::Elem::Kind::AnyDepth) return true;
-  }
   return false;
 }
 

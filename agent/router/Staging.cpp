@@ -82,9 +82,8 @@ bool Staging::waitsAbove(std::string_view bytes) const {
 
 bool Staging::waitsBelow(std::string_view bytes) const {
   std::string_view const stem = bytes.substr(0, bytes.empty() ? 0 : bytes.size() - 1);
-  for (auto at = places_.lower_bound(stem); at != places_.end() && at->starts_with(stem); ++at) {
+  for (auto at = places_.lower_bound(stem); at != places_.end() && at->starts_with(stem); ++at)
     if (bytesAtOrBelow(bytes, *at)) return true;
-  }
   return false;
 }
 
@@ -107,10 +106,9 @@ bool Staging::settleSome(Tovak::Task const& task) {
   while (unsettled_ > 0) {
     gnmi::Notification& notification = notificationOf(others_[--unsettled_].response);
     auto& updates = *notification.mutable_update();
-    for (int i = updates.size() - 1; i >= 0; --i) {
+    for (int i = updates.size() - 1; i >= 0; --i)
       if (!later_.insert(pathBytes(PathView(notification.prefix(), updates[i].path(), 0))).second)
         updates.DeleteSubrange(i, 1);
-    }
     if (unsettled_ > 0 && task.taskShouldYield()) return false;
   }
   return true;

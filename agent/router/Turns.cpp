@@ -62,9 +62,8 @@ void Turns::readingHeldIs(bool isHeld) {
     if (isGiven && current_->kind_ == Kind::Walk) takeBack();
     return;
   }
-  for (std::shared_ptr<Turn>& turn : std::exchange(held_, {})) {
+  for (std::shared_ptr<Turn>& turn : std::exchange(held_, {}))
     if (turn->state_ == Turn::State::Waiting) enqueue(std::move(turn));
-  }
 }
 
 // The walk that would run next waits with the others.

@@ -71,9 +71,8 @@ Acceptor::Acceptor(std::vector<Listener> listeners, ConnectionLimits const& limi
 
 Acceptor::~Acceptor() {
   stop();
-  for (int const fd : {epoll_, wake_, reserve_}) {
+  for (int const fd : {epoll_, wake_, reserve_})
     if (fd >= 0) ::close(fd);
-  }
 }
 
 void Acceptor::start(std::unique_ptr<Grpc> grpc) {
@@ -91,10 +90,9 @@ void Acceptor::stop() {
     thread_.join();
   }
   listeners_.clear();
-  for (Connections* const list : {&handshakes_, &settled_}) {
+  for (Connections* const list : {&handshakes_, &settled_})
     while (!list->empty())
       closeNow(list->begin());
-  }
   grpc_.reset();
 }
 
@@ -131,11 +129,10 @@ void Acceptor::handle(Id id, std::uint32_t events) {
     acceptFrom(listeners_[id - 1]);
   } else if (auto const found = byId_.find(id); found != byId_.end()) { // else it made way meanwhile
     Connections::iterator const connection = found->second;
-    if (!connection->isGrpcs) {
+    if (!connection->isGrpcs)
       read(connection);
-    } else if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
+    else if ((events & (EPOLLHUP | EPOLLERR)) != 0)
       closeNow(connection);
-    }
   }
 }
 
@@ -262,11 +259,10 @@ void Acceptor::makeWay() {
     auto const most = std::max_element(
         handshakes_.begin(), handshakes_.end(), // the first of equals
         [&has](Connection const& one, Connection const& other) { return has(one) < has(other); });
-    if (hasGotFurther(*most)) {
+    if (hasGotFurther(*most))
       handshakeEnds(most);
-    } else {
+    else
       closeNow(most);
-    }
   }
 }
 
@@ -274,11 +270,10 @@ void Acceptor::overdueEnd() {
   std::int64_t const latest = clock_.monotonicNs() - limits_.handshakeNs;
   while (!handshakes_.empty() && handshakes_.front().sinceNs <= latest) {
     Connections::iterator const oldest = handshakes_.begin();
-    if (hasGotFurther(*oldest)) { // gRPC itself knows for how long it may take
+    if (hasGotFurther(*oldest)) // gRPC itself knows for how long it may take
       handshakeEnds(oldest);
-    } else {
+    else
       closeNow(oldest);
-    }
   }
 }
 

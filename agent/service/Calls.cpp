@@ -160,13 +160,11 @@ void Calls::forEach(Visit visit) const {
 void Calls::check() {
   std::int64_t const now = context().clock().monotonicNs();
   std::int64_t const stuckNs = context().limits().stuckNs;
-  for (auto const& [stream, since] : begun_) {
+  for (auto const& [stream, since] : begun_)
     if (now - since.ns >= stuckNs)
       stream->end({grpc::StatusCode::INVALID_ARGUMENT, "no subscription list has come"});
-  }
-  for (Since& one : stuck_) {
+  for (Since& one : stuck_)
     if (now - one.ns >= stuckNs) std::exchange(one.stream, nullptr)->reset();
-  }
   std::erase_if(stuck_, [](Since const& one) { return !one.stream || one.stream.use_count() == 1; });
   absl::erase_if(calls_, [&](auto const& call) {
     if (!call.first->isStuck(now, stuckNs)) return false;

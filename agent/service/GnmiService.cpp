@@ -51,11 +51,10 @@ public:
 private:
   template <class Made>
   static Made* made(google::protobuf::Arena& arena) {
-    if constexpr (std::is_base_of_v<google::protobuf::Message, Made>) {
+    if constexpr (std::is_base_of_v<google::protobuf::Message, Made>)
       return google::protobuf::Arena::CreateMessage<Made>(&arena);
-    } else {
+    else
       return google::protobuf::Arena::Create<Made>(&arena);
-    }
   }
   static google::protobuf::ArenaOptions options() {
     google::protobuf::ArenaOptions options;

@@ -50,11 +50,10 @@ void GuessBudget::guessed(std::string const& place, std::string_view name, std::
   if (namesUntilNs_.size() >= memory)
     std::erase_if(namesUntilNs_, [nowNs](auto const& each) { return each.second <= nowNs; });
   auto const named = namesUntilNs_.find(name);
-  if (named != namesUntilNs_.end()) {
+  if (named != namesUntilNs_.end())
     owe(named->second, nowNs, nameNs);
-  } else if (namesUntilNs_.size() < memory) {
+  else if (namesUntilNs_.size() < memory)
     namesUntilNs_.emplace(name, nowNs + nameNs);
-  }
 }
 
 } // namespace Agent

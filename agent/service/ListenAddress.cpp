@@ -21,11 +21,10 @@ Kstd::Result<ListenAddress, std::string> ListenAddress::parse(std::string_view t
     return Kstd::Err(fmt::format("'{}' is not of the form HOST:PORT", text));
   std::string_view host = text.substr(0, colon);
   std::string_view const digits = text.substr(colon + 1);
-  if (host.front() == '[' && host.back() == ']') {
+  if (host.front() == '[' && host.back() == ']')
     host = host.substr(1, host.size() - 2);
-  } else if (host.find(':') != std::string_view::npos) {
+  else if (host.find(':') != std::string_view::npos)
     return Kstd::Err(fmt::format("'{}': an IPv6 address stands in brackets, as in [::1]:9339", text));
-  }
   ListenAddress address{.host = std::string(host)};
   auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), address.port);
   if (digits.empty() || error != std::errc() || end != digits.data() + digits.size())

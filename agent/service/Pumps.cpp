@@ -72,11 +72,10 @@ std::shared_ptr<SubscribeStream> Pumps::next(std::unique_lock<std::mutex> const&
   ring_.pop_front();
   std::shared_ptr<SubscribeStream> stream = std::move(line.second.front());
   line.second.pop_front();
-  if (line.second.empty()) {
+  if (line.second.empty())
     lines_.erase(line.first);
-  } else {
+  else
     ring_.push_back(&line);
-  }
   return stream;
 }
 

@@ -87,9 +87,8 @@ void SelfReport::tellStreams() {
   });
   AgentStreams& streams = *root_->streams;
   std::vector<std::uint64_t> gone;
-  for (auto const& [id, stream] : streams.stream) {
+  for (auto const& [id, stream] : streams.stream)
     if (!open.contains(id) && gone.size() < streamsAtATime) gone.push_back(id);
-  }
   for (std::uint64_t const id : gone)
     streams.entryDel(&AgentStreams::stream, id);
   auto next = open.upper_bound(lastTold_);

@@ -19,11 +19,10 @@ namespace {
 void addResult(gnmi::SetResponse& response, gnmi::UpdateResult::Operation op, gnmi::Path const& path) {
   gnmi::UpdateResult& result = *response.add_response();
   result.set_op(op);
-  if (path.GetArena() != nullptr && path.GetArena() == response.GetArena()) {
+  if (path.GetArena() != nullptr && path.GetArena() == response.GetArena())
     result.unsafe_arena_set_allocated_path(const_cast<gnmi::Path*>(&path));
-  } else {
+  else
     *result.mutable_path() = path;
-  }
 }
 
 // The answer to a request that has been carried out, but for its timestamp.

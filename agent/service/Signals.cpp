@@ -15,9 +15,8 @@ bool isIgnored(int signal) {
 sigset_t awaited() {
   sigset_t set;
   sigemptyset(&set);
-  for (int const signal : {SIGTERM, SIGINT, SIGHUP}) {
+  for (int const signal : {SIGTERM, SIGINT, SIGHUP})
     if (signal != SIGHUP || !isIgnored(SIGHUP)) sigaddset(&set, signal);
-  }
   return set;
 }
 

@@ -66,11 +66,10 @@ void SubscribeStream::OnReadDone(bool ok) {
   if (ok) {
     gnmi::SubscribeRequest request;
     grpc::Status const status = parse(request_, request);
-    if (status.ok()) {
+    if (status.ok())
       take(request);
-    } else {
+    else
       end(status);
-    }
     return;
   }
   if (!mode_) {
@@ -83,11 +82,10 @@ void SubscribeStream::OnReadDone(bool ok) {
 void SubscribeStream::take(gnmi::SubscribeRequest const& request) {
   if (!mode_) {
     grpc::Status const status = takeList(request);
-    if (!status.ok()) {
+    if (!status.ok())
       end(status);
-    } else if (*mode_ != CallMode::Poll) {
+    else if (*mode_ != CallMode::Poll)
       StartRead(&request_);
-    }
     return;
   }
   if (request.request_case() == gnmi::SubscribeRequest::kPoll && *mode_ == CallMode::Poll) {
@@ -227,11 +225,10 @@ void SubscribeStream::OnWriteDone(bool ok) {
       dropQueued(guard);
       if (!end_) end_ = grpc::Status::CANCELLED;
     }
-    if (hasNext(guard)) {
+    if (hasNext(guard))
       pumpIs = !std::exchange(pumpComes_, true);
-    } else {
+    else
       current_.reset();
-    }
   }
   if (pumpIs) calls_.pumpIs(shared_from_this());
 }

@@ -93,9 +93,7 @@ void ConfigJournal::replay(ConfigRecord record) {
     provisional_ = std::move(record);
     return;
   }
-  if (record.kind == Kind::Confirm && provisional_) {
-    std::move(provisional_->change).applyTo(map_);
-  }
+  if (record.kind == Kind::Confirm && provisional_) std::move(provisional_->change).applyTo(map_);
   std::move(record.change).applyTo(map_);
   provisional_.reset();
 }

@@ -23,10 +23,9 @@ constexpr std::array<std::uint32_t, 256> kCrcTable = [] {
 // Of the length and what it is the length of.
 std::uint32_t crcOf(std::string_view length, std::string_view records) {
   std::uint32_t crc = ~0U;
-  for (std::string_view const bytes : {length, records}) {
+  for (std::string_view const bytes : {length, records})
     for (char const byte : bytes)
       crc = (crc >> 8) ^ kCrcTable[(crc ^ static_cast<unsigned char>(byte)) & 0xff];
-  }
   return ~crc;
 }
 

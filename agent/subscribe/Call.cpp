@@ -41,11 +41,9 @@ bool isNearer(Patterns const& patterns, std::size_t a, std::size_t b) {
 // The nearest first, which is the likeliest to own a leaf.
 Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
   std::vector<std::size_t> found;
-  for (std::size_t other = 0; other < patterns.size(); ++other) {
-    if (other != index && isNearer(patterns, other, index) && patterns[other]->mayOverlap(*patterns[index])) {
+  for (std::size_t other = 0; other < patterns.size(); ++other)
+    if (other != index && isNearer(patterns, other, index) && patterns[other]->mayOverlap(*patterns[index]))
       found.push_back(other);
-    }
-  }
   std::ranges::sort(found, [&patterns](std::size_t a, std::size_t b) { return isNearer(patterns, a, b); });
   Patterns rivals;
   for (std::size_t const other : found)
@@ -173,11 +171,10 @@ void Call::begin() {
   TOVAK_ASSERT(isPrepared(), Tovak::Platform::getDebugHandler("OndraAgent", false),
                "a call begins before all its paths are compiled");
   patterns_.clear();
-  if (mode_ == CallMode::Stream) {
+  if (mode_ == CallMode::Stream)
     router_.whenWatched(this, [this] { start(); });
-  } else {
+  else
     start();
-  }
 }
 
 void Call::start() {
@@ -198,10 +195,9 @@ void Call::halfClosed() {
 
 void Call::snapshot(Purpose purpose) {
   syncOwed_ = true;
-  if (!updatesOnly_) {
+  if (!updatesOnly_)
     for (auto const& subscription : subscriptions_)
       jobs_.push_back({subscription.get(), purpose});
-  }
   nextJob();
 }
 
@@ -261,12 +257,11 @@ void Call::sync() {
   syncOwed_ = false;
   Message::Ptr const mark = Message::sync();
   subscriber_->push({&mark, 1});
-  if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_)) {
+  if (mode_ == CallMode::Once || (mode_ == CallMode::Poll && halfClosed_))
     subscriber_->end(grpc::Status::OK);
-  } else if (std::exchange(timersOwed_, false)) { // the first of a STREAM
+  else if (std::exchange(timersOwed_, false)) // the first of a STREAM
     for (auto const& subscription : subscriptions_)
       subscription->timersStart();
-  }
 }
 
 // --- what comes of it -------------------------------------------------------------------------------------
@@ -357,19 +352,17 @@ void Call::sliceEnded() { pushBundles(); }
 bool Call::isFull() const { return subscriber_->isFull(); }
 
 void Call::drained() {
-  if (backlog_.empty()) {
+  if (backlog_.empty())
     goOn();
-  } else {
+  else
     refill_->askFor();
-  }
 }
 
 void Call::goOn() {
-  if (walk_) {
+  if (walk_)
     walk_->resume();
-  } else {
+  else
     nextJob();
-  }
 }
 
 // --- what it is not ready for -----------------------------------------------------------------------------
@@ -381,9 +374,8 @@ void Call::changed(Subscription const& subscription, std::span<Message::Ptr cons
   if (backlog_.empty() && !isAhead) messages = messages.subspan(subscriber_->pushSome(messages));
   if (messages.empty()) return;
   bool const isAllAhead = isAllToBeTold(subscription);
-  for (Message::Ptr const& message : messages) {
+  for (Message::Ptr const& message : messages)
     if (!isAllAhead || message->own() != nullptr) putAside(subscription, *message);
-  }
   if (backlog_.bytes() > context_.limits().queueBytes) giveUp();
   if (backlog_.leafCount() > kLeavesOfStalled && isStalled()) giveUpAll();
   backlogShare_.bytesAre(backlog_.bytes());
@@ -476,11 +468,10 @@ void Call::refreshIs(Backlog::Lost const& lost) {
       continue;
     }
     std::string const anchor = anchorOf(*subscription); // an end takes away what others have told, too
-    if (bytesAtOrBelow(lost.region, anchor)) {
+    if (bytesAtOrBelow(lost.region, anchor))
       refreshIs(*subscription, anchor, true);
-    } else if (bytesAtOrBelow(anchor, lost.region)) {
+    else if (bytesAtOrBelow(anchor, lost.region))
       refreshIs(*subscription, lost.region, true);
-    }
   }
 }
 

@@ -82,13 +82,12 @@ void Feed::hashPaths(gnmi::Notification const& notification, Selection const& up
   auto const enter = [&](gnmi::Update const& update) {
     paths_.push_back(absl::HashOf(pathBytes(PathView(notification.prefix(), update.path(), 0))));
   };
-  if (updates) {
+  if (updates)
     for (std::uint32_t const at : *updates)
       enter(notification.update(static_cast<int>(at)));
-  } else {
+  else
     for (gnmi::Update const& update : notification.update())
       enter(update);
-  }
 }
 
 // One of the paths is in the open message already.
@@ -184,11 +183,10 @@ public:
 
 private:
   void schedule() {
-    if (turn_) {
+    if (turn_)
       turn_->askFor(shared_from_this());
-    } else {
+    else
       scheduleTask();
-    }
   }
 
   std::shared_ptr<Turns::Turn> const turn_;
@@ -335,9 +333,8 @@ void FeedIndex::findBelow(Node const& from, PathView const& path, std::size_t at
 }
 
 void FeedIndex::take(Node const& node) {
-  for (std::shared_ptr<Feed> const& feed : node.feeds) {
+  for (std::shared_ptr<Feed> const& feed : node.feeds)
     if (std::exchange(feed->seen, change_) != change_) found_.push_back(feed);
-  }
 }
 
 void FeedIndex::takeBelow(Node const& node) {

@@ -115,19 +115,17 @@ Message::Charge Message::charged(std::shared_ptr<ByteBudget> const& budget) cons
 }
 
 void Message::forEachUpdate(OnUpdate visit) const {
-  if (own_) {
+  if (own_)
     for (gnmi::Update const& update : own_->update())
       visit(own_->prefix(), update);
-  }
   for (Part const& part : parts_) {
     gnmi::Notification const& notification = part.response->response->update();
-    if (part.updates) {
+    if (part.updates)
       for (std::uint32_t const at : *part.updates)
         visit(notification.prefix(), notification.update(static_cast<int>(at)));
-    } else {
+    else
       for (gnmi::Update const& update : notification.update())
         visit(notification.prefix(), update);
-    }
   }
 }
 

@@ -150,11 +150,10 @@ void ResponseBody::flush() {
   std::size_t const size = fieldSize(inner);
   std::uint8_t* const begin = block_.data() + room_ + size_ - size;
   putText(head_, putHead(kResponseUpdate, inner, begin));
-  if (size > block_.size() / 2) {
+  if (size > block_.size() / 2)
     slices_.push_back(std::move(block_).slice({begin, size}));
-  } else {
+  else
     slices_.emplace_back(begin, size);
-  }
   size_ = 0;
 }
 

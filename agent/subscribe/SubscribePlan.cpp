@@ -46,9 +46,8 @@ grpc::Status takeMode(gnmi::Subscription const& from, Limits const& limits, Subs
   into.suppressRedundant = from.suppress_redundant() && into.mode != LeafMode::OnChange;
   if (into.mode != LeafMode::OnChange) {
     if (grpc::Status status = takeInterval("sample_interval", from.sample_interval(), limits, into.sampleNs);
-        !status.ok()) {
+        !status.ok())
       return status;
-    }
   }
   return takeInterval("heartbeat_interval", from.heartbeat_interval(), limits, into.heartbeatNs);
 }

@@ -50,9 +50,8 @@ void Subscription::goLive() {
 
 void Subscription::timersStart() {
   Tovak::TaskScheduler& scheduler = *call_.context().scheduler();
-  if (mode_ != LeafMode::OnChange) {
+  if (mode_ != LeafMode::OnChange)
     sampleTimer_ = scheduler.timerEvery(sampleNs_, [this] { call_.walkIs(*this, Call::Purpose::Sample); });
-  }
   // A sample resends by itself, with suppression too when its ticks are no rarer than the heartbeats.
   bool const bySamples = mode_ == LeafMode::Sample && (!suppresses_ || sampleNs_ <= heartbeatNs_);
   if (heartbeatNs_ > 0 && !bySamples) {
@@ -108,9 +107,8 @@ bool Subscription::remember(gnmi::Notification const& notification, gnmi::Update
 // --- changes ----------------------------------------------------------------------------------------------
 
 void Subscription::changed(std::span<Message::Ptr const> messages) {
-  for (Message::Ptr const& message : messages) {
+  for (Message::Ptr const& message : messages)
     if (suppresses_ && message->own() != nullptr) forget(*message->own());
-  }
   call_.changed(*this, messages);
 }
 

@@ -37,9 +37,8 @@ std::optional<std::string> predicates(gnmi::PathElem const& elem) {
 }
 
 bool hasKeys(lyd_node const& entry, gnmi::PathElem const& elem) {
-  for (lyd_node const* key = lyd_child(&entry); key != nullptr && lysc_is_key(key->schema); key = key->next) {
+  for (lyd_node const* key = lyd_child(&entry); key != nullptr && lysc_is_key(key->schema); key = key->next)
     if (keyOf(elem, key->schema->name) != lyd_get_value(key)) return false;
-  }
   return true;
 }
 
@@ -93,10 +92,9 @@ std::string placeOf(lyd_node const& node) {
   std::string place = node.parent == nullptr ? std::string() : placeOf(*lyd_parent(&node));
   gnmi::PathElem elem;
   elem.set_name(node.schema->name);
-  if (node.schema->nodetype == LYS_LIST) {
+  if (node.schema->nodetype == LYS_LIST)
     for (lyd_node const* key = lyd_child(&node); key != nullptr && lysc_is_key(key->schema); key = key->next)
       (*elem.mutable_key())[key->schema->name] = lyd_get_value(key);
-  }
   appendElemBytes(place, elem);
   return place;
 }
@@ -144,11 +142,10 @@ lyd_node* ConfigTree::find(lyd_node* parent, lysc_node const& schema, gnmi::Path
 }
 
 void ConfigTree::insert(lyd_node* parent, lyd_node* node) {
-  if (parent != nullptr) {
+  if (parent != nullptr)
     lyd_insert_child(parent, node);
-  } else {
+  else
     lyd_insert_sibling(first_, node, &first_);
-  }
 }
 
 void ConfigTree::unlink(lyd_node* node) {
@@ -203,11 +200,10 @@ lyd_node* ConfigTree::childIs(lyd_node* parent, lysc_node const& schema, gnmi::P
                               std::string const& place) {
   if (lyd_node* const there = find(parent, schema, elem)) return there;
   lyd_node* made = nullptr;
-  if (schema.nodetype == LYS_LIST) {
+  if (schema.nodetype == LYS_LIST)
     made = newEntry(parent, schema, elem);
-  } else {
+  else
     lyd_new_inner(parent, schema.module, schema.name, 0, &made);
-  }
   if (made == nullptr) return nullptr;
   if (parent == nullptr) insert(nullptr, made);
   steps_.push_back({place, {}});
@@ -227,11 +223,10 @@ void ConfigTree::leafIs(lyd_node* parent, lysc_node const& schema, std::string p
     lyd_new_term(parent, schema.module, schema.name, textOf(schema, one).c_str(), 0, &made);
     if (made != nullptr && parent == nullptr) insert(nullptr, made);
   };
-  if (value.has_leaflist_val()) {
+  if (value.has_leaflist_val())
     std::ranges::for_each(value.leaflist_val().element(), add);
-  } else {
+  else
     add(value);
-  }
   touched(&schema);
   steps_.push_back({std::move(place), std::move(before)});
 }
@@ -259,13 +254,11 @@ void ConfigTree::changeIs(ConfigChange const& change) {
   for (std::string const& place : change.gone)
     placeDel(place);
   gnmi::TypedValue value;
-  for (auto const& [place, bytes] : change.values) {
-    if (!bytes || bytes->empty()) {
+  for (auto const& [place, bytes] : change.values)
+    if (!bytes || bytes->empty())
       placeDel(place);
-    } else if (value.ParseFromString(*bytes)) {
+    else if (value.ParseFromString(*bytes))
       valueIs(place, value);
-    }
-  }
 }
 
 std::vector<std::string> ConfigTree::noteGone(lyd_node const* changes) {
@@ -317,10 +310,9 @@ ConfigRules::Verdict ConfigTree::look() {
 }
 
 void ConfigTree::keep() {
-  for (Step const& step : steps_) {
+  for (Step const& step : steps_)
     for (lyd_node* const node : step.before)
       lyd_free_tree(node);
-  }
   steps_.clear();
   isTouched_ = false;
 }

@@ -97,9 +97,8 @@ LY_ERR look(lysc_node* node, void* finder, ly_bool*) {
 ConstrainedNodes ConstrainedNodes::of(Modules const& modules) {
   Finder finder;
   std::uint32_t index = 0;
-  while (lys_module const* const module = ly_ctx_get_module_iter(modules.context(), &index)) {
+  while (lys_module const* const module = ly_ctx_get_module_iter(modules.context(), &index))
     if (module->implemented) lysc_module_dfs_full(module, &look, &finder);
-  }
   return std::move(finder.found);
 }
 

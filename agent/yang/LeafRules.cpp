@@ -106,10 +106,9 @@ private:
     auto held = stored(text);
     if (!held) return held;
     std::string canonical = *std::move(held);
-    for (auto const& pattern : posix_) {
+    for (auto const& pattern : posix_)
       if (!re2::RE2::FullMatch(canonical, *pattern))
         return Kstd::Err(fmt::format("it does not match the pattern '{}'", pattern->pattern()));
-    }
     return canonical;
   }
   // As the type's own part of the schema library takes it.

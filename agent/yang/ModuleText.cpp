@@ -42,13 +42,12 @@ private:
   void skipBlanks() {
     for (;;) {
       text_.remove_prefix(std::min(text_.find_first_not_of(" \t\r\n"), text_.size()));
-      if (text_.starts_with("//")) {
+      if (text_.starts_with("//"))
         skipTo("\n");
-      } else if (text_.starts_with("/*")) {
+      else if (text_.starts_with("/*"))
         skipTo("*/");
-      } else {
+      else
         return;
-      }
     }
   }
   std::string_view quoted(char quote) {

@@ -151,9 +151,8 @@ Done Modules::find(std::vector<std::string> const& folders) {
     std::error_code error;
     std::set<fs::path> paths; // in their order, so that every run says the same
     fs::recursive_directory_iterator at(folder, fs::directory_options::follow_directory_symlink, error);
-    for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
+    for (; !error && at != fs::recursive_directory_iterator(); at.increment(error))
       if (at->path().extension() == ".yang" && at->is_regular_file(error)) paths.insert(at->path());
-    }
     if (error) return wrong(fmt::format("{}: {}", folder, error.message()));
     if (paths.empty()) return wrong(fmt::format("{}: there are no modules (*.yang) in it", folder));
     for (fs::path const& path : paths) {
@@ -198,13 +197,12 @@ using Identity = std::pair<std::string, std::string>; // its module and name
 
 void basesOf(lysc_type const& type, std::set<Identity>& to) {
   lysc_type const& real = pointedAt(type);
-  if (real.basetype == LY_TYPE_IDENT) {
+  if (real.basetype == LY_TYPE_IDENT)
     for (lysc_ident const* const base : sized(reinterpret_cast<lysc_type_identityref const&>(real).bases))
       to.emplace(base->module->name, base->name);
-  } else if (real.basetype == LY_TYPE_UNION) {
+  else if (real.basetype == LY_TYPE_UNION)
     for (lysc_type const* const each : sized(reinterpret_cast<lysc_type_union const&>(real).types))
       basesOf(*each, to);
-  }
 }
 
 LY_ERR addBases(lysc_node* node, void* to, ly_bool*) {
@@ -229,17 +227,15 @@ Identity baseIn(ModuleText const& module, std::string const& written) {
 std::vector<std::string> Modules::identityModules() const {
   std::set<Identity> taken; // that leaves of what is served can hold
   std::uint32_t index = 0;
-  while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index)) {
+  while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index))
     if (module->implemented) lysc_module_dfs_full(module, &addBases, &taken);
-  }
   for (std::size_t before = 0; before != taken.size();) { // until nothing is derived from them any more
     before = taken.size();
     for (auto const& [name, file] : files_) {
-      for (ModuleText::Identity const& each : file.says.identities) {
+      for (ModuleText::Identity const& each : file.says.identities)
         if (std::ranges::any_of(each.bases,
                                 [&](auto const& base) { return taken.contains(baseIn(file.says, base)); }))
           taken.emplace(name, each.name);
-      }
     }
   }
   std::set<std::string> missing;
@@ -283,15 +279,13 @@ Done Modules::compile(std::vector<std::string> const& wanted) {
   }
   if (ly_ctx_compile(context_) != LY_SUCCESS) return failed("the modules do not compile");
   std::vector<std::string> const more = wanted.empty() ? std::vector<std::string>() : identityModules();
-  for (std::string const& name : more) {
+  for (std::string const& name : more)
     if (ly_ctx_load_module(context_, name.c_str(), nullptr, nullptr) == nullptr)
       return failed(fmt::format("module '{}' cannot be loaded", name));
-  }
   if (!more.empty() && ly_ctx_compile(context_) != LY_SUCCESS) return failed("the modules do not compile");
   index = 0;
-  while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index)) {
+  while (lys_module const* const module = ly_ctx_get_module_iter(context_, &index))
     if (module->implemented && !own.contains(module->name)) implemented_.push_back(module);
-  }
   std::ranges::sort(implemented_, {}, [](lys_module const* each) { return std::string_view(each->name); });
   return {};
 }

@@ -143,9 +143,8 @@ HeldOrWhy Maker::enumerationOf(lysc_node const& leaf, lysc_type_enum const& type
 }
 
 void gatherDerived(lysc_ident const& base, absl::flat_hash_set<lysc_ident const*>& to) {
-  for (lysc_ident const* const each : sized(base.derived)) {
+  for (lysc_ident const* const each : sized(base.derived))
     if (to.insert(each).second) gatherDerived(*each, to);
-  }
 }
 
 // The identities that are derived from all of the bases, with their modules in front.
@@ -161,9 +160,8 @@ HeldOrWhy Maker::identitiesOf(lysc_node const& leaf, lysc_type_identityref const
       absl::erase_if(found, [&also](lysc_ident const* each) { return !also.contains(each); });
     }
     std::vector<std::string> names;
-    for (lysc_ident const* const each : found) {
+    for (lysc_ident const* const each : found)
       if (each->module->implemented) names.push_back(fmt::format("{}:{}", each->module->name, each->name));
-    }
     std::ranges::sort(names);
     if (names.empty())
       return Kstd::Err(fmt::format("no module has an identity of base '{}:{}'", bases.front()->module->name,
@@ -462,11 +460,10 @@ KelType Maker::entityType(lysc_node const& node, Copies const& copies) {
     switch (each.node->nodetype) {
     case LYS_LEAF:
       builder.attr(name, each.type);
-      if (lysc_is_key(each.node)) {
+      if (lysc_is_key(each.node))
         builder.ctorArg().keyField();
-      } else {
+      else
         builder.optional().settable();
-      }
       break;
     case LYS_LEAFLIST: builder.array(name, each.type).settable(); break;
     case LYS_CONTAINER: {
@@ -476,11 +473,10 @@ KelType Maker::entityType(lysc_node const& node, Copies const& copies) {
     }
     default: {
       std::vector<Kel::KelAttr> const keys = keysOf(*each.node, each.type);
-      if (keys.size() == 1) {
+      if (keys.size() == 1)
         builder.instantiating(name, keys.front().memberType(), each.type).index(keys.front().name().view());
-      } else {
+      else
         builder.instantiating(name, structuredKey(*each.node, keys), each.type);
-      }
       builder.removable();
     }
     }
@@ -502,20 +498,18 @@ KelType Maker::entityType(lysc_node const& node, Copies const& copies) {
 // --- modules -----------------------------------------------------------------------------------------------
 
 std::string_view versionOf(lys_module const& module) {
-  for (lysc_ext_instance const& each : sized(module.compiled->exts)) {
+  for (lysc_ext_instance const& each : sized(module.compiled->exts))
     if (each.def != nullptr && std::string_view(each.def->name) == "openconfig-version" &&
         each.argument != nullptr)
       return each.argument;
-  }
   return module.revision == nullptr ? std::string_view() : std::string_view(module.revision);
 }
 
 lys_module const* Maker::prevailing(lysc_node const& top) const {
   for (lys_module const* const other : modules_.implemented()) {
     if (other == top.module || !modules_.isImportOf(other->name, top.module->name)) continue;
-    for (lysc_node const* node = other->compiled->data; node != nullptr; node = node->next) {
+    for (lysc_node const* node = other->compiled->data; node != nullptr; node = node->next)
       if (std::string_view(node->name) == top.name) return other;
-    }
   }
   return nullptr;
 }
@@ -553,9 +547,8 @@ Kstd::Result<void, std::string> Maker::addModule(lys_module const& module) {
 
 Kstd::Result<YangTypes, std::string> yangTypesOf(Modules const& modules) {
   Maker maker(modules);
-  for (lys_module const* const module : modules.implemented()) {
+  for (lys_module const* const module : modules.implemented())
     if (auto const added = maker.addModule(*module); !added) return Kstd::Err(added.error());
-  }
   return std::move(maker.made);
 }
 

@@ -131,13 +131,12 @@ public:
     for (lyd_node const* node = first; node != nullptr; node = node->next) {
       if (node->schema == nullptr) continue;
       auto const found = types_.attrs.find(node->schema);
-      if (found == types_.attrs.end()) {
+      if (found == types_.attrs.end())
         ++filled_.leftOut;
-      } else if (node->schema->nodetype == LYS_LEAFLIST) {
+      else if (node->schema->nodetype == LYS_LEAFLIST)
         node = fillLeafList(*node, found->second, parent);
-      } else {
+      else
         fill(*node, found->second, parent);
-      }
     }
   }
 

@@ -105,11 +105,10 @@ void set(std::string const& line) {
   gnmi::SetRequest request;
   gnmi::Update& update = *request.add_update();
   Ondra::Path::strToPathIs(line.substr(0, equals))->copyToGnmiPath(update.mutable_path());
-  if (value.find_first_not_of("0123456789") == std::string::npos) {
+  if (value.find_first_not_of("0123456789") == std::string::npos)
     update.mutable_val()->set_uint_val(std::stoull(value));
-  } else {
+  else
     update.mutable_val()->set_string_val(value);
-  }
   Ondra::KelGnmiSet::Set set(Ondra::Path::strToPathIs("/site"), std::move(request));
   auto const [response, status] = set.execute();
   fmt::print("-- set {}: {}\n", line, status.ok() ? "OK" : status.error_message());

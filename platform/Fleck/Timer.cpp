@@ -70,11 +70,8 @@ Tovak::String dump() {
   Recorder& all = recorder();
   std::lock_guard const guard(all.lock);
   std::vector<Block const*> ran;
-  for (Block const* block = all.blocks; block; block = block->next_) {
-    if (block->count() != 0) {
-      ran.push_back(block);
-    }
-  }
+  for (Block const* block = all.blocks; block; block = block->next_)
+    if (block->count() != 0) ran.push_back(block);
   std::sort(ran.begin(), ran.end(),
             [](auto* a, auto* b) { return std::string_view(a->name()) < std::string_view(b->name()); });
   fmt::memory_buffer out;
@@ -101,9 +98,8 @@ std::vector<Message> messages() {
   std::lock_guard const guard(all.lock);
   std::vector<Message> kept;
   for (std::uint64_t i = all.recorded - std::min<std::uint64_t>(all.recorded, messageCapacity);
-       i < all.recorded; ++i) {
+       i < all.recorded; ++i)
     kept.push_back(all.ring[i % messageCapacity]);
-  }
   return kept;
 }
 

@@ -71,9 +71,8 @@ public:
     }
   }
   ~ScopedTimer() {
-    if (block_) [[unlikely]] {
+    if (block_) [[unlikely]]
       block_->add(Impl::nowNs() - startNs_);
-    }
   }
   ScopedTimer(ScopedTimer const&) = delete;
   ScopedTimer& operator=(ScopedTimer const&) = delete;
@@ -96,9 +95,8 @@ inline constexpr size_t messageMaxLength = 256;
 
 // Records a trace message in the ring, with the time, while Fleck is on.
 inline void message(std::string_view text) {
-  if (isOn()) [[unlikely]] {
+  if (isOn()) [[unlikely]]
     Impl::recordMessage(text);
-  }
 }
 
 struct Message {

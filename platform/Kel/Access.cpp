@@ -94,17 +94,15 @@ EntityRef entityRefFrom(AttrDesc const& attr, GenericIf const& key) {
 // --- values of structures --------------------------------------------------------------------------------
 
 int compareStruct(TypeDesc const& type, void const* a, void const* b) {
-  for (auto const& attr : type.attrs) {
+  for (auto const& attr : type.attrs)
     if (int const order = attr->access->compare(*attr, a, b); order != 0) return order;
-  }
   return 0;
 }
 
 std::uint64_t hashStruct(TypeDesc const& type, void const* at) {
   std::uint64_t state = Tovak::Impl::HashMix::stateStart;
-  for (auto const& attr : type.attrs) {
+  for (auto const& attr : type.attrs)
     Tovak::Impl::HashMix::mixFixedLen<8>(state, attr->access->hash(*attr, at));
-  }
   return state;
 }
 

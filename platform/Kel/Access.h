@@ -116,11 +116,10 @@ private:
   void store(AttrDesc const& attr, GenericIf& obj, GenericIf const*, GenericIf const* value) const override {
     if (holds(attr, obj, value)) return;
     auto& slot = storage<std::optional<T>>(attr, obj);
-    if (value == nullptr) {
+    if (value == nullptr)
       slot.reset();
-    } else {
+    else
       slot = *static_cast<T const*>(value->data());
-    }
     notifyOf(obj, attr, nullptr);
   }
   void storeBySetter(AttrDesc const& attr, GenericIf& obj, GenericIf const* value) const override {
@@ -231,10 +230,9 @@ public:
     auto const& left = storage<Stack<T>>(attr, a).values();
     auto const& right = storage<Stack<T>>(attr, b).values();
     if (left.size() != right.size()) return left.size() < right.size() ? -1 : 1;
-    for (std::size_t i = 0; i < left.size(); ++i) {
+    for (std::size_t i = 0; i < left.size(); ++i)
       if (int const order = attr.memberType->ops.compare(*attr.memberType, &left[i], &right[i]); order != 0)
         return order;
-    }
     return 0;
   }
   std::uint64_t hash(AttrDesc const& attr, void const* at) const override {

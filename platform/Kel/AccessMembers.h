@@ -67,11 +67,10 @@ private:
   void settle(typename C::Map::const_iterator at) {
     stamp_ = members_->stamp();
     at_ = at;
-    if (at == map().end()) {
+    if (at == map().end())
       state_ = State::Ended;
-    } else {
+    else
       key_ = at->first;
-    }
   }
   // Goes on after a change, or from a member that was not given.
   [[gnu::noinline]] void advanceAnew() {

@@ -95,9 +95,8 @@ std::vector<KelAttr::ConstHandle> KelAttr::genericIfMembers(ConstHandle const& a
   std::vector<ConstHandle> members;
   std::size_t const size = ops.size(array->data());
   members.reserve(size);
-  for (std::size_t i = 0; i < size; ++i) {
+  for (std::size_t i = 0; i < size; ++i)
     members.push_back(ops.at(*desc_->type->elementType, array->data(), i));
-  }
   return members;
 }
 

@@ -43,11 +43,10 @@ void requireRemovable(AttrDesc const& attr) {
 }
 
 void requireValue(AttrDesc const& attr, GenericIf const& value) {
-  if (attr.isPointer) {
+  if (attr.isPointer)
     Impl::requireTarget(attr, value);
-  } else {
+  else
     Impl::requireType(attr, attr.isKeyed ? *attr.memberType : *attr.type, value);
-  }
 }
 
 // An internal key must equal the value's own index attribute.
@@ -83,11 +82,10 @@ void AttrAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
   if (!holdsValues(attr)) notSupported(attr, "set");
   checkKey(attr, key);
   requireSettable(attr, obj);
-  if (value != nullptr) {
+  if (value != nullptr)
     requireValue(attr, *value);
-  } else if (!attr.isKeyed && !attr.isOptional) {
+  else if (!attr.isKeyed && !attr.isOptional)
     throwError(described(attr) + " cannot be left without a value");
-  }
   if (!attr.isKeyed) return write(attr, obj, value);
   if (value == nullptr) return erase(attr, obj, key);
   if (!attr.indexName.empty()) requireIndex(attr, *key, *value);

@@ -27,11 +27,10 @@ T const& as(void const* at) {
 
 template <class T>
 std::string_view textOf(T const& value) {
-  if constexpr (std::is_same_v<T, JsonString>) {
+  if constexpr (std::is_same_v<T, JsonString>)
     return value.text.view();
-  } else {
+  else
     return value.view();
-  }
 }
 
 // Floats are ordered by their bits: negative before positive, then by magnitude; every pattern equals itself
@@ -182,9 +181,8 @@ std::optional<std::string> parseInteger(TypeDesc const& type, std::string_view t
             .c_str());
   }
   // Only the canonical text: one text for one number, so that no two keys name one member.
-  if (error != std::errc() || end != text.data() + text.size() || fmt::format("{}", value) != text) {
+  if (error != std::errc() || end != text.data() + text.size() || fmt::format("{}", value) != text)
     return mismatch(type, text, "a decimal integer without leading zeros, blanks or a plus sign");
-  }
   *static_cast<T*>(to) = value;
   return std::nullopt;
 }
@@ -204,9 +202,8 @@ std::optional<std::string> parseFloat(TypeDesc const& type, std::string_view tex
   F value{};
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   // Of the decimal texts the canonical one only, as for integers.
-  if (error != std::errc() || end != text.data() + text.size() || printFloat(value) != text) {
+  if (error != std::errc() || end != text.data() + text.size() || printFloat(value) != text)
     return mismatch(type, text, "the shortest decimal number, or the base64 text of its big-endian bytes");
-  }
   *static_cast<F*>(to) = value;
   return std::nullopt;
 }

@@ -203,9 +203,8 @@ class Declaration {
 public:
   // REQUIRES that T is not declared yet: `Kel::Error`.
   Declaration(std::string_view module, std::string_view name) : builder_(module, name, descOf<T>()) {
-    if constexpr (std::is_base_of_v<Entity, T>) {
+    if constexpr (std::is_base_of_v<Entity, T>)
       builder_.desc().makeObject = [] { return Ptr<PtrInterface>(new T()); };
-    }
   }
 
   // A value: any scalar kind, a structure, a union; a std::optional of one can be left without value.
@@ -386,9 +385,8 @@ requires std::is_enum_v<E> KelType enumType(std::string_view name,
                                             std::string_view module = {}) {
   TypeBuilder builder(module, name, descOf<E>());
   builder.desc().underlying = Impl::kBuiltinOf<std::underlying_type_t<E>>;
-  for (auto const& [text, value] : enumerators) {
+  for (auto const& [text, value] : enumerators)
     builder.desc().enumerators.push_back({String::dedup(text), static_cast<std::int64_t>(value)});
-  }
   auto type = builder.done();
   if (!type) throwError(type.error());
   return type.value();

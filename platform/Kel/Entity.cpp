@@ -50,13 +50,12 @@ void appendFields(std::string& out, std::string const& above, Ptr<GenericIf cons
     Ptr<GenericIf const> const value = (*field).genericIfGet(key);
     if (!value) continue;
     std::string const name = above + (*field).name().str();
-    if (isStructured(value->type().desc())) {
+    if (isStructured(value->type().desc()))
       appendFields(out, name + "__", value);
-    } else if (String const* const text = value->attrValPtr<String>()) {
+    else if (String const* const text = value->attrValPtr<String>())
       appendGroup(out, name, absl::StrReplaceAll({text->data(), text->size()}, {{"__", "\\__"}}));
-    } else {
+    else
       appendGroup(out, name, value->gnmiStrRep());
-    }
   }
 }
 

@@ -163,11 +163,10 @@ namespace Impl {
 // Equality of attribute values: floating-point numbers by their bits, everything else by ==.
 template <class A, class B>
 bool sameValue(A const& a, B const& b) {
-  if constexpr (std::is_floating_point_v<A> && std::is_same_v<A, B>) {
+  if constexpr (std::is_floating_point_v<A> && std::is_same_v<A, B>)
     return __builtin_memcmp(&a, &b, sizeof(A)) == 0;
-  } else {
+  else
     return a == b;
-  }
 }
 
 } // namespace Impl

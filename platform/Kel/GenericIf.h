@@ -228,11 +228,10 @@ struct KTD_EXPORT DeclaredType {
 // mention, and it is completed by their declaration.
 template <class T>
 [[nodiscard]] TypeDesc& descOf() {
-  if constexpr (Impl::kBuiltinOf<T> != BuiltinKind::None) {
+  if constexpr (Impl::kBuiltinOf<T> != BuiltinKind::None)
     return builtinDesc(Impl::kBuiltinOf<T>);
-  } else {
+  else
     return Impl::DeclaredType<T>::desc();
-  }
 }
 
 // The same as a `KelType`.

@@ -33,13 +33,12 @@ void appendText(std::string& out, std::string_view text) {
     case '\r': out += "\\r"; break;
     case '\t': out += "\\t"; break;
     default:
-      if (size == 0) {
+      if (size == 0)
         out += "\xef\xbf\xbd";
-      } else if (static_cast<unsigned char>(c) < 0x20) {
+      else if (static_cast<unsigned char>(c) < 0x20)
         out += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
-      } else {
+      else
         out += text.substr(0, size);
-      }
     }
     text.remove_prefix(std::max<std::size_t>(size, 1));
   }
@@ -50,13 +49,12 @@ void appendText(std::string& out, std::string_view text) {
 // be read. The empty one is the default and stands for no value. docs/decisions.md: "What does a value that
 // says it is JSON print inside a JSON text?"
 void appendJson(std::string& out, std::string_view text) {
-  if (text.empty()) {
+  if (text.empty())
     out += "null";
-  } else if (isJson(text)) {
+  else if (isJson(text))
     out += text;
-  } else {
+  else
     appendText(out, text);
-  }
 }
 
 template <class F>
@@ -122,11 +120,10 @@ void appendObject(std::string& out, GenericIf const& value, TypeDesc const& type
     if (!first) out += ',';
     appendText(out, attr->name);
     out += ':';
-    if (appendAttr(out, *attr, self)) {
+    if (appendAttr(out, *attr, self))
       first = false;
-    } else {
+    else
       out.resize(before);
-    }
   }
   out += '}';
 }
@@ -142,11 +139,10 @@ void append(std::string& out, GenericIf const& value) {
     AttrDesc const* const attr =
         type.kind == TypeKind::Union ? type.activeAlternative(type, value.data()) : type.attrs.front().get();
     Ptr<GenericIf const> const inner = attr == nullptr ? nullptr : attr->access->get(*attr, value, nullptr);
-    if (inner) {
+    if (inner)
       append(out, *inner);
-    } else {
+    else
       out += "null";
-    }
     return;
   }
   case TypeKind::Array: {

@@ -49,9 +49,8 @@ private:
   }
   bool escape() {
     if (!take('u')) return takeAny("\"\\/bfnrt");
-    for (int digit = 0; digit < 4; ++digit) {
+    for (int digit = 0; digit < 4; ++digit)
       if (!takeAny("0123456789abcdefABCDEF")) return false;
-    }
     return true;
   }
   bool number() {

@@ -133,14 +133,12 @@ void threadEnds(void* ending) noexcept {
   auto& mine = *static_cast<ThreadLists*>(ending);
   Shared& all = shared();
   std::lock_guard<std::mutex> const guard(all.mutex);
-  if (mine.rest.bytes() > kKelMemLargestClass) {
+  if (mine.rest.bytes() > kKelMemLargestClass)
     all.rests.push_back(std::exchange(mine.rest, {nullptr, nullptr}));
-  } else {
+  else
     restToBlock(mine);
-  }
-  for (std::size_t index = 1; index <= kClasses; ++index) {
+  for (std::size_t index = 1; index <= kClasses; ++index)
     if (mine.free[index].head != nullptr) leave(all, index, std::exchange(mine.free[index], {nullptr, 0}));
-  }
 }
 
 Shared::Shared() {
@@ -152,9 +150,7 @@ std::size_t classOf(std::size_t size) noexcept { return size == 0 ? 1 : (size + 
 } // namespace
 
 void* kelMemAlloc(std::size_t size) {
-  if (kPassThrough || size > kKelMemLargestClass) {
-    return ::operator new(size);
-  }
+  if (kPassThrough || size > kKelMemLargestClass) return ::operator new(size);
   std::size_t const index = classOf(size);
   FreeList& list = lists.free[index];
   if (FreeBlock* const block = list.head) {
@@ -166,9 +162,7 @@ void* kelMemAlloc(std::size_t size) {
 }
 
 void kelMemFree(void* block, std::size_t size) noexcept {
-  if (block == nullptr) {
-    return;
-  }
+  if (block == nullptr) return;
   if (kPassThrough || size > kKelMemLargestClass) {
     ::operator delete(block);
     return;
@@ -176,9 +170,8 @@ void kelMemFree(void* block, std::size_t size) noexcept {
   std::size_t const index = classOf(size);
   FreeList& list = lists.free[index];
   list.head = new (block) FreeBlock{list.head};
-  if (++list.length == kBatch) [[unlikely]] {
+  if (++list.length == kBatch) [[unlikely]]
     giveAway(index);
-  }
 }
 
 MemStats kelMemStats() {

@@ -160,9 +160,8 @@ void NotifieeList::tell(Tell const& tell) const {
   }
   Visit const visit(*const_cast<NotifieeList*>(this), *members);
   std::size_t const wereThere = members->places.size();
-  for (std::size_t at = 0; at < wereThere; ++at) {
+  for (std::size_t at = 0; at < wereThere; ++at)
     if (Member const member = members->places[at]) tellOne(*member);
-  }
 }
 
 void NotifieeList::visit(AttributeId id, void const* key) const {

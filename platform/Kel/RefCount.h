@@ -20,18 +20,16 @@ public:
 class RefCount {
 public:
   void add() const noexcept {
-    if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
+    if (VFPtrInterface::threadSafePointers_) [[unlikely]]
       count_.fetch_add(1, std::memory_order_relaxed);
-    } else {
+    else
       count_.store(count_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    }
   }
 
   // True when this dropped the last reference.
   [[nodiscard]] bool drop() const noexcept {
-    if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
+    if (VFPtrInterface::threadSafePointers_) [[unlikely]]
       return count_.fetch_sub(1, std::memory_order_acq_rel) == 1;
-    }
     std::uint32_t const left = count_.load(std::memory_order_relaxed) - 1;
     count_.store(left, std::memory_order_relaxed);
     return left == 0;
@@ -40,9 +38,8 @@ public:
   // Adds a reference unless the count is 0 already (the object is on its way out); says whether it did.
   [[nodiscard]] bool addUnlessZero() const noexcept {
     std::uint32_t seen = count_.load(std::memory_order_relaxed);
-    while (seen != 0) {
+    while (seen != 0)
       if (count_.compare_exchange_weak(seen, seen + 1, std::memory_order_relaxed)) return true;
-    }
     return false;
   }
 

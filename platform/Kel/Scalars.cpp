@@ -19,9 +19,8 @@ double secondsFor(Ns ns, Encode encode) noexcept {
   double const quotient = static_cast<double>(ns) / kNsPerSecond;
   double const candidates[] = {quotient, std::nextafter(quotient, -std::numeric_limits<double>::infinity()),
                                std::nextafter(quotient, std::numeric_limits<double>::infinity())};
-  for (double const candidate : candidates) {
+  for (double const candidate : candidates)
     if (encode(candidate) == ns) return candidate;
-  }
   return quotient;
 }
 

@@ -56,10 +56,9 @@ private:
     }
     static void drop(Block* block) noexcept {
       TypeDesc const& element = *block->element;
-      if (!element.ops.trivial) {
+      if (!element.ops.trivial)
         for (std::size_t i = 0; i < block->size; ++i)
           element.ops.destroy(element, block->at(i));
-      }
       kelMemFree(block, bytes(element, block->room));
     }
     [[nodiscard]] void* at(std::size_t index) noexcept {
@@ -85,9 +84,8 @@ int compareArrays(TypeDesc const& type, void const* a, void const* b) {
   SlotArray const& right = arrayAt(b);
   if (left.size() != right.size()) return left.size() < right.size() ? -1 : 1;
   TypeDesc const& element = *type.elementType;
-  for (std::size_t i = 0; i < left.size(); ++i) {
+  for (std::size_t i = 0; i < left.size(); ++i)
     if (int const order = element.ops.compare(element, left.at(i), right.at(i)); order != 0) return order;
-  }
   return 0;
 }
 

@@ -13,30 +13,27 @@ namespace Kel {
 // --- SlotKey -----------------------------------------------------------------------------------------
 
 SlotKey::SlotKey(TypeDesc const& type, void const* raw) : type_(&type) {
-  if (fitsInline(type)) {
+  if (fitsInline(type))
     type.ops.copy(type, space_, raw);
-  } else {
+  else
     new (space_) Box(ValueBox::copyOf(type, raw));
-  }
 }
 
 void SlotKey::copy(SlotKey const& other) {
   type_ = other.type_;
   if (type_ == nullptr) return;
-  if (fitsInline(*type_)) {
+  if (fitsInline(*type_))
     type_->ops.copy(*type_, space_, other.space_);
-  } else {
+  else
     new (space_) Box(other.box());
-  }
 }
 
 void SlotKey::drop() noexcept {
   if (type_ == nullptr) return;
-  if (fitsInline(*type_)) {
+  if (fitsInline(*type_))
     type_->ops.destroy(*type_, space_);
-  } else {
+  else
     std::destroy_at(&box());
-  }
 }
 
 SlotKey& SlotKey::operator=(SlotKey const& other) {
@@ -90,9 +87,8 @@ void const* slotAt(AttrDesc const& attr, void const* raw) {
 
 // REQUIRES that the space is all zeroes.
 void constructSlots(TypeDesc const& type, void* raw) {
-  for (auto const& attr : type.attrs) {
+  for (auto const& attr : type.attrs)
     if (hasSlot(*attr) && !beginsAsZeroes(*attr)) slotOps(*attr).construct(*attr->type, slotAt(*attr, raw));
-  }
 }
 
 void destroySlots(TypeDesc const& type, void* raw) {
@@ -147,9 +143,8 @@ void layOut(TypeDesc& type) {
   std::size_t const begin = type.isEntity() ? sizeof(SlotEntity) : 0;
   std::size_t const inherited = type.base == nullptr ? 0 : type.base->attrs.size();
   std::vector<AttrDesc*> slots;
-  for (std::size_t i = inherited; i < type.attrs.size(); ++i) {
+  for (std::size_t i = inherited; i < type.attrs.size(); ++i)
     if (hasSlot(*type.attrs[i])) slots.push_back(type.attrs[i].get());
-  }
   std::stable_sort(slots.begin(), slots.end(), [](AttrDesc const* a, AttrDesc const* b) {
     return slotOps(*a).align > slotOps(*b).align;
   });

@@ -190,9 +190,8 @@ private:
     C& members = storage<C>(attr, obj);
     auto const old = members.map().find(wanted);
     if (old != members.map().end() &&
-        ofMember(attr).compare(*attr.memberType, old->second->storage(), value->data()) == 0) {
+        ofMember(attr).compare(*attr.memberType, old->second->storage(), value->data()) == 0)
       return;
-    }
     members.put(wanted, ValueBox::copyOf(*attr.memberType, value->data()));
     notifyOf(obj, attr, &wanted);
   }

@@ -12,9 +12,8 @@ namespace Kel::Impl {
 namespace {
 
 Enumerator const* enumeratorOf(TypeDesc const& type, std::int64_t value) {
-  for (Enumerator const& one : type.enumerators) {
+  for (Enumerator const& one : type.enumerators)
     if (one.value == value) return &one;
-  }
   return nullptr;
 }
 
@@ -84,9 +83,8 @@ std::optional<std::string> parseInto(AttrDesc const& attr, TypeDesc const& type,
                                      std::string_view text) {
   Ptr<GenericIf> const part = GenericIf::defaultOf(*attr.memberType);
   if (auto error = plain ? parsePlain(*attr.memberType, text, part->data())
-                         : parse(*attr.memberType, text, part->data())) {
+                         : parse(*attr.memberType, text, part->data()))
     return error;
-  }
   Ptr<GenericIf> const whole = GenericIf::copyOf(type, to);
   attr.access->set(attr, *whole, nullptr, part.get());
   type.ops.assign(type, to, whole->data());
@@ -94,9 +92,8 @@ std::optional<std::string> parseInto(AttrDesc const& attr, TypeDesc const& type,
 }
 
 std::optional<std::string> parseUnion(TypeDesc const& type, std::string_view text, void* to) {
-  for (auto const& alternative : type.attrs) {
+  for (auto const& alternative : type.attrs)
     if (!parseInto(*alternative, type, to, false, text)) return std::nullopt;
-  }
   return fmt::format("'{}' is no value of any alternative of union type '{}'", text.substr(0, 80),
                      type.name.view());
 }
@@ -105,9 +102,8 @@ std::optional<std::string> parseUnion(TypeDesc const& type, std::string_view tex
 
 std::string print(TypeDesc const& type, void const* at, Quotation quotation) {
   if (type.kind == TypeKind::Enum) return printEnum(type, at, quotation);
-  if (type.gnmiStrRep) {
+  if (type.gnmiStrRep)
     return quotation == Quotation::Plain ? type.gnmiStrRep(at) : fmt::format("\"{}\"", type.gnmiStrRep(at));
-  }
   switch (type.kind) {
   case TypeKind::Builtin: return printBuiltin(type.builtin, at, quotation == Quotation::Plain);
   case TypeKind::Nominal:

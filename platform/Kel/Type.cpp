@@ -46,9 +46,8 @@ void requireValueType(TypeDesc const& type) {
 
 KelType::HandleOrText made(TypeDesc const& type, bool active, std::string_view text,
                            std::optional<std::string> (*read)(TypeDesc const&, std::string_view, void*)) {
-  if (!type.isValueType) {
+  if (!type.isValueType)
     return Kstd::Err(fmt::format("type '{}' is no value type: it has no text form", type.name.view()));
-  }
   Ptr<GenericIf> handle = GenericIf::defaultOf(type);
   if (auto error = read(type, text, handle->data())) return Kstd::Err(*std::move(error));
   handle->hasNotificationActiveIs(active);

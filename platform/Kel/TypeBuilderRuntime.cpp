@@ -57,11 +57,10 @@ AttrDesc& TypeBuilder::slot(std::string_view name, KelType type, std::unique_ptr
 }
 
 TypeBuilder& TypeBuilder::attr(std::string_view name, KelType type) {
-  if (desc_->kind == TypeKind::Union) {
+  if (desc_->kind == TypeKind::Union)
     slot(name, type, std::make_unique<Impl::SlotAlternativeAccess>());
-  } else {
+  else
     slot(name, type, std::make_unique<Impl::InPlaceAccess>());
-  }
   return *this;
 }
 

@@ -100,9 +100,8 @@ Broken checkKeyed(TypeDesc const& type, AttrDesc const& attr) {
   if (attr.indexName.empty()) return checkKeyFields(type, attr);
   if (!known(type, *attr.memberType)) return broken(type, attr, "its member type is not declared yet");
   AttrDesc const* index = nullptr;
-  for (auto const& member : attr.memberType->attrs) {
+  for (auto const& member : attr.memberType->attrs)
     if (member->name == attr.indexName) index = member.get();
-  }
   if (index == nullptr) {
     return broken(type, attr,
                   fmt::format("the member type '{}' has no attribute '{}' to be the key",
@@ -132,9 +131,8 @@ Broken checkAttr(TypeDesc const& type, AttrDesc const& attr) {
     return broken(type, attr,
                   "an entity is held by reference or by an instantiating attribute, never plainly");
   }
-  if (!entity && !known(type, *attr.memberType)) {
+  if (!entity && !known(type, *attr.memberType))
     return broken(type, attr, fmt::format("its type '{}' is not declared yet", attr.memberType->name.view()));
-  }
   if (!entity && !attr.isCollection && attr.memberType == &type)
     return broken(type, attr, "a value holds others of its own type in collections, never plainly");
   if (attr.isArray && attr.isOptional) return broken(type, attr, "an array is empty, never without value");
@@ -202,9 +200,8 @@ Broken checkUnion(TypeDesc const& type) {
   if (type.attrs.empty()) return broken(type, "a union has at least one alternative");
   for (std::size_t later = 0; later < type.attrs.size(); ++later) {
     TypeDesc const& alternative = *type.attrs[later]->memberType;
-    if (!isPlain(*type.attrs[later]) || !alternative.isScalar() || alternative.kind == TypeKind::Union) {
+    if (!isPlain(*type.attrs[later]) || !alternative.isScalar() || alternative.kind == TypeKind::Union)
       return broken(type, *type.attrs[later], "an alternative of a union is a scalar and no union itself");
-    }
     for (std::size_t earlier = 0; earlier < later; ++earlier) {
       if (takesWhatIsSentBy(*type.attrs[earlier]->memberType, alternative)) {
         return broken(type, *type.attrs[later],
@@ -220,9 +217,8 @@ Broken checkWrapper(TypeDesc const& type) {
   if (type.attrs.size() != 1) return broken(type, "a nominal or key wrapper has exactly one attribute");
   if (type.kind == TypeKind::KeyPtr) return std::nullopt;
   TypeKind const inner = type.attrs.front()->memberType->kind;
-  if (!isPlain(*type.attrs.front()) || (inner != TypeKind::Builtin && inner != TypeKind::Enum)) {
+  if (!isPlain(*type.attrs.front()) || (inner != TypeKind::Builtin && inner != TypeKind::Enum))
     return broken(type, *type.attrs.front(), "a nominal wraps a builtin or an enumeration");
-  }
   return std::nullopt;
 }
 
@@ -230,11 +226,9 @@ Broken checkEnum(TypeDesc const& type) {
   if (type.enumerators.empty()) return broken(type, "an enumeration has at least one enumerator");
   std::set<std::string_view> names;
   std::set<std::int64_t> values;
-  for (Enumerator const& one : type.enumerators) {
-    if (!names.insert(one.name.view()).second || !values.insert(one.value).second) {
+  for (Enumerator const& one : type.enumerators)
+    if (!names.insert(one.name.view()).second || !values.insert(one.value).second)
       return broken(type, fmt::format("the enumerator '{}' repeats a name or a number", one.name.view()));
-    }
-  }
   return std::nullopt;
 }
 
@@ -244,9 +238,8 @@ std::optional<std::string> brokenRule(TypeDesc const& type) {
   if (type.name.empty()) return "a type must have a name";
   if (type.attrs.size() > kMostAttributes)
     return broken(type, fmt::format("a type has at most {} attributes", kMostAttributes));
-  for (auto const& attr : type.attrs) {
+  for (auto const& attr : type.attrs)
     if (auto error = checkAttr(type, *attr)) return error;
-  }
   if (auto error = checkUnique(type)) return error;
   switch (type.kind) {
   case TypeKind::Union: return checkUnion(type);

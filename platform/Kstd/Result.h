@@ -94,9 +94,8 @@ private:
   template <typename Self>
   static auto& requireError(Self& self) {
     auto* error = std::get_if<1>(&self.held_);
-    if (!error) [[unlikely]] {
+    if (!error) [[unlikely]]
       Impl::resultAccessFailed("error() of a Result that holds a value");
-    }
     return *error;
   }
 
@@ -127,9 +126,8 @@ public:
   // The error. REQUIRES !ok(); the process is aborted otherwise. The reference lives as long as this Result.
   E const& error() const {
     auto* error = std::get_if<1>(&held_);
-    if (!error) [[unlikely]] {
+    if (!error) [[unlikely]]
       Impl::resultAccessFailed("error() of a Result that holds a value");
-    }
     return *error;
   }
 

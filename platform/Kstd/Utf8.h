@@ -36,21 +36,14 @@ template <class Word>
 [[nodiscard]] inline bool isAscii(std::string_view text) noexcept {
   using Word = std::uint64_t;
   while (text.size() > 2 * sizeof(Word)) {
-    if (highBits<Word>(text.data()) != 0) {
-      return false;
-    }
+    if (highBits<Word>(text.data()) != 0) return false;
     text.remove_prefix(sizeof(Word));
   }
-  if (text.size() >= sizeof(Word)) {
-    return isAsciiAtBothEnds<Word>(text);
-  }
-  if (text.size() >= sizeof(std::uint32_t)) {
-    return isAsciiAtBothEnds<std::uint32_t>(text);
-  }
+  if (text.size() >= sizeof(Word)) return isAsciiAtBothEnds<Word>(text);
+  if (text.size() >= sizeof(std::uint32_t)) return isAsciiAtBothEnds<std::uint32_t>(text);
   unsigned high = 0;
-  for (char const c : text) {
+  for (char const c : text)
     high |= static_cast<unsigned char>(c);
-  }
   return high < 0x80;
 }
 

@@ -36,9 +36,7 @@ Settings& settings() {
 String directory() {
   {
     std::lock_guard const guard(settings().lock);
-    if (!settings().directory.empty()) {
-      return settings().directory;
-    }
+    if (!settings().directory.empty()) return settings().directory;
   }
   char const* const fromEnvironment = std::getenv(directoryEnvironmentVariable);
   return fromEnvironment ? fromEnvironment : "";
@@ -47,25 +45,17 @@ String directory() {
 // The toggle's state, nothing when the file does not name it, or what is wrong with the file.
 Kstd::Result<std::optional<bool>, String> readToggle(String const& path, std::string_view name) {
   std::error_code error;
-  if (!std::filesystem::exists(path, error) && !error) {
-    return std::optional<bool>();
-  }
+  if (!std::filesystem::exists(path, error) && !error) return std::optional<bool>();
   std::ifstream file(path);
-  if (!file) {
-    return Kstd::Err(String("it cannot be read"));
-  }
+  if (!file) return Kstd::Err(String("it cannot be read"));
   try {
     nlohmann::json const toggles = nlohmann::json::parse(file);
-    if (!toggles.is_object()) {
+    if (!toggles.is_object())
       return Kstd::Err(fmt::format("expected a JSON object, got {}", toggles.type_name()));
-    }
     auto const state = toggles.find(String(name));
-    if (state == toggles.end()) {
-      return std::optional<bool>();
-    }
-    if (!state->is_boolean()) {
+    if (state == toggles.end()) return std::optional<bool>();
+    if (!state->is_boolean())
       return Kstd::Err(fmt::format("toggle \"{}\": expected true or false, got {}", name, state->dump()));
-    }
     return std::optional<bool>(state->get<bool>());
   } catch (std::exception const& failure) { // broken JSON, or a read that failed on the way
     return Kstd::Err(String(failure.what()));
@@ -75,9 +65,7 @@ Kstd::Result<std::optional<bool>, String> readToggle(String const& path, std::st
 void reportBrokenFile(String const& path, String const& what) {
   {
     std::lock_guard const guard(settings().lock);
-    if (!settings().brokenFiles.insert(path).second) {
-      return;
-    }
+    if (!settings().brokenFiles.insert(path).second) return;
   }
   TOVAK_TRACE(Tovak::Platform::getDebugHandler("Toggle", false), Tovak::traceLevelError, "",
               "toggle file {} is broken, using defaults: {}", path, what);
@@ -87,9 +75,7 @@ void reportBrokenFile(String const& path, String const& what) {
 
 bool getToggleState(std::string_view name, std::string_view file, bool defaultState) {
   String const folder = directory();
-  if (folder.empty()) {
-    return defaultState;
-  }
+  if (folder.empty()) return defaultState;
   String const path = fmt::format("{}/{}", folder, file);
   Kstd::Result<std::optional<bool>, String> const state = readToggle(path, name);
   if (!state) {

@@ -42,9 +42,7 @@ AllocationRecord& Impl::allocationRecord(std::type_info const& type) {
   Registry& all = registry();
   std::lock_guard const guard(all.lock);
   std::unique_ptr<AllocationRecord>& record = all.records[type];
-  if (!record) {
-    record = std::make_unique<AllocationRecord>(typeNameOf(type));
-  }
+  if (!record) record = std::make_unique<AllocationRecord>(typeNameOf(type));
   return *record;
 }
 
@@ -53,11 +51,8 @@ String allocatorDump() {
   {
     Registry& all = registry();
     std::lock_guard const guard(all.lock);
-    for (auto const& [type, record] : all.records) {
-      if (record->liveObjects() != 0) {
-        live.push_back(record.get());
-      }
-    }
+    for (auto const& [type, record] : all.records)
+      if (record->liveObjects() != 0) live.push_back(record.get());
   }
   std::sort(live.begin(), live.end(), [](auto* a, auto* b) { return a->typeName() < b->typeName(); });
   fmt::memory_buffer out;

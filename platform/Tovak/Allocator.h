@@ -65,9 +65,7 @@ public:
   Allocator(Allocator<U, Counted> const&) noexcept {}
 
   T* allocate(size_t count) {
-    if (count > std::numeric_limits<size_t>::max() / sizeof(T)) {
-      throw std::bad_array_new_length();
-    }
+    if (count > std::numeric_limits<size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
     size_t const bytes = count * sizeof(T);
     void* const block =
         overAligned ? ::operator new(bytes, std::align_val_t(alignof(T))) : ::operator new(bytes);
@@ -78,11 +76,10 @@ public:
   void deallocate(T* block, size_t count) noexcept {
     size_t const bytes = count * sizeof(T);
     record().add(-static_cast<std::int64_t>(bytes), -static_cast<std::int64_t>(count));
-    if constexpr (overAligned) {
+    if constexpr (overAligned)
       ::operator delete(block, bytes, std::align_val_t(alignof(T)));
-    } else {
+    else
       ::operator delete(block, bytes);
-    }
   }
 
   static AllocationRecord& record() {

@@ -82,7 +82,6 @@ template <typename... Args>
 // fails.
 #define TOVAK_ASSERT(condition, handler, ...)                                                                \
   do {                                                                                                       \
-    if (!(condition)) [[unlikely]] {                                                                         \
+    if (!(condition)) [[unlikely]]                                                                           \
       ::Tovak::fmassert((handler), __FILE__, __func__, __LINE__, #condition, __VA_ARGS__);                   \
-    }                                                                                                        \
   } while (false)

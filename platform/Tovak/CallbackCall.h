@@ -11,18 +11,14 @@ namespace Tovak::Impl {
 template <typename Map, typename... Args>
 bool callEntry(Map& map, typename Map::key_type id, Args... args) {
   auto const entry = map.find(id);
-  if (entry == map.end()) {
-    return false;
-  }
+  if (entry == map.end()) return false;
   struct Running {
     Map& map;
     typename Map::key_type id;
     decltype(entry->second.callback) callback;
 
     ~Running() { // also when the callback throws
-      if (auto const still = map.find(id); still != map.end()) {
-        still->second.callback = std::move(callback);
-      }
+      if (auto const still = map.find(id); still != map.end()) still->second.callback = std::move(callback);
     }
   } running{map, id, std::move(entry->second.callback)};
   running.callback(args...);

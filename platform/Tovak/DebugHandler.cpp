@@ -40,17 +40,14 @@ public:
   void rulesAre(std::vector<Impl::TraceRule> rules) {
     std::lock_guard const guard(lock_);
     rules_ = std::move(rules);
-    for (auto& [name, handler] : handlers_) {
+    for (auto& [name, handler] : handlers_)
       applyRules(*handler);
-    }
   }
 
 private:
   DebugHandlerRegistry() {
     char const* const spec = std::getenv(Platform::traceEnvironmentVariable);
-    if (!spec) {
-      return;
-    }
+    if (!spec) return;
     auto rules = Impl::parseTraceSpec(spec);
     if (rules) {
       rules_ = std::move(rules).value();
@@ -63,11 +60,8 @@ private:
 
   void applyRules(DebugHandler& handler) const {
     std::uint32_t levels = 0;
-    for (Impl::TraceRule const& rule : rules_) {
-      if (Impl::globMatches(rule.pattern, handler.name())) {
-        levels |= rule.levels;
-      }
-    }
+    for (Impl::TraceRule const& rule : rules_)
+      if (Impl::globMatches(rule.pattern, handler.name())) levels |= rule.levels;
     handler.maskIs(levels ? levels | (1u << traceLevelError) : handler.defaultMask_);
   }
 
@@ -82,9 +76,7 @@ DebugHandler& Platform::getDebugHandler(std::string_view name, bool levelZeroOn)
 
 Kstd::Result<void, String> Platform::traceIs(std::string_view spec) {
   auto rules = Impl::parseTraceSpec(spec);
-  if (!rules) {
-    return Kstd::Err(rules.error());
-  }
+  if (!rules) return Kstd::Err(rules.error());
   DebugHandlerRegistry::instance().rulesAre(std::move(rules).value());
   return {};
 }

@@ -55,9 +55,8 @@ Kstd::Result<FdWatchId, String> FdPoller::add(int fd, std::uint32_t events,
                                               TaskScheduler::FdCallback callback) {
   FdWatchId const id(++lastId_);
   epoll_event event = toEpoll(id, events);
-  if (epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event) != 0) {
+  if (epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event) != 0)
     return Kstd::Err(fmt::format("cannot watch file descriptor {}: {}", fd, std::strerror(errno)));
-  }
   watches_.emplace(id, Watch{fd, std::move(callback)});
   return id;
 }
@@ -81,9 +80,8 @@ void FdPoller::del(FdWatchId id) {
 }
 
 void FdPoller::clear() {
-  while (!watches_.empty()) {
+  while (!watches_.empty())
     del(watches_.begin()->first);
-  }
 }
 
 // The exchanges on both sides pair up: either wake sees the flag cleared by wait and writes, or wait's
@@ -116,9 +114,8 @@ bool FdPoller::run() {
   // A callback may throw: what is left then waits for the next pass, or is found ready again.
   std::vector<Ready> ready;
   ready.swap(ready_);
-  for (Ready const& one : ready) {
+  for (Ready const& one : ready)
     called |= callEntry(watches_, one.id, one.events);
-  }
   ready.clear();
   ready_.swap(ready);
   return called;

@@ -38,9 +38,8 @@ struct HashMix {
       loadShort(p, len, a, b);
     } else {
       size_t left = len;
-      for (; left > 16; left -= 16, p += 16) {
+      for (; left > 16; left -= 16, p += 16)
         state = fold(load64(p) ^ secret1 ^ processSeed(), load64(p + 8) ^ state ^ processSeed());
-      }
       // The last 16 bytes, overlapping what was read: no tail loop.
       a = load64(p + left - 16);
       b = load64(p + left - 8);

@@ -133,16 +133,13 @@ bool TaskScheduler::State::runPosted() {
     std::lock_guard const guard(postLock);
     batch.swap(posted);
   }
-  if (batch.empty()) {
-    return false;
-  }
+  if (batch.empty()) return false;
   std::int64_t const endNs = clock.monotonicNs() + sliceNs;
   while (batchNext < batch.size()) {
     Callback work = std::move(batch[batchNext++]);
     work();
-    if (batchNext < batch.size() && sliceNs > 0 && clock.monotonicNs() >= endNs) {
+    if (batchNext < batch.size() && sliceNs > 0 && clock.monotonicNs() >= endNs)
       return true; // timers and tasks have their turn; the rest goes before what was posted later
-    }
   }
   batch.clear();
   batchNext = 0;
@@ -156,9 +153,8 @@ TaskScheduler::~TaskScheduler() {
   // What the callbacks hold may remove timers and watches from its destructor, so those still have to work.
   state_->timers.clear();
   state_->poller.clear();
-  while (!state_->hooks.empty()) {
+  while (!state_->hooks.empty())
     state_->hooks.extract(state_->hooks.begin());
-  }
   std::vector<Callback> const posted = std::move(state_->posted);
 }
 
@@ -184,9 +180,8 @@ bool TaskScheduler::pass(std::int64_t waitUntilNs) {
 
 void TaskScheduler::run() {
   State::Running const running(*state_);
-  while (!state_->stop.exchange(false)) {
+  while (!state_->stop.exchange(false))
     pass(waitForever);
-  }
 }
 
 bool TaskScheduler::runOnce() {
@@ -203,9 +198,7 @@ void TaskScheduler::runUntilIdle() {
 void TaskScheduler::runUntil(std::int64_t monotonicNs) {
   State::Running const running(*state_);
   while (state_->clock.monotonicNs() < monotonicNs) {
-    if (state_->stop.exchange(false)) {
-      return;
-    }
+    if (state_->stop.exchange(false)) return;
     pass(monotonicNs);
   }
   // Simulated time stands still while there is work, so what became due at the end is done, too.
@@ -286,16 +279,12 @@ void TaskScheduler::taskAdd(Task& task) {
 
 void TaskScheduler::taskDel(Task& task) {
   // The hooks take it off the lists by themselves.
-  if (state_->current == &task) {
-    state_->current = nullptr;
-  }
+  if (state_->current == &task) state_->current = nullptr;
 }
 
 void TaskScheduler::taskSchedule(Task& task) {
   state_->requireThread("scheduleTask");
-  if (!task.isScheduled()) {
-    state_->queues[task.priority()].push_back(task);
-  }
+  if (!task.isScheduled()) state_->queues[task.priority()].push_back(task);
 }
 
 Task* TaskScheduler::nextTask() {
@@ -303,15 +292,10 @@ Task* TaskScheduler::nextTask() {
   Task* next = nullptr;
   size_t nextPriority = 0;
   for (size_t priority = 0; priority < TaskPriority::count; ++priority) {
-    if (s.queues[priority].empty()) {
-      continue;
-    }
-    if (next && ++s.turns[nextPriority] < fairTurn) {
+    if (s.queues[priority].empty()) continue;
+    if (next && ++s.turns[nextPriority] < fairTurn)
       return next; // somebody waits below, but it is not their turn
-    }
-    if (next) {
-      s.turns[nextPriority] = 0;
-    }
+    if (next) s.turns[nextPriority] = 0;
     next = &s.queues[priority].front();
     nextPriority = priority;
   }
@@ -321,14 +305,10 @@ Task* TaskScheduler::nextTask() {
 bool TaskScheduler::runTask() {
   State& s = *state_;
   Task* const task = nextTask();
-  if (!task) {
-    return false;
-  }
+  if (!task) return false;
   task->descheduleTask();
   std::shared_ptr<Task> const kept = task->weak_from_this().lock(); // null for a task on a test's stack
-  if (!task->stats_) {
-    task->stats_ = &s.stats[task->taskStatsName()];
-  }
+  if (!task->stats_) task->stats_ = &s.stats[task->taskStatsName()];
   TaskStats& stats = *task->stats_;
   std::int64_t const startNs = s.clock.monotonicNs();
   s.sliceEndNs = startNs + s.sliceNs;
@@ -346,23 +326,15 @@ bool TaskScheduler::runTask() {
   ++stats.runs;
   stats.totalNs += tookNs;
   stats.maxNs = std::max(stats.maxNs, tookNs);
-  if (s.sliceHook) {
-    s.sliceHook(tookNs);
-  }
-  if (s.current && s.sliceNs > 0 && tookNs > busySlices * s.sliceNs) {
-    s.current->handleTaskBusy();
-  }
+  if (s.sliceHook) s.sliceHook(tookNs);
+  if (s.current && s.sliceNs > 0 && tookNs > busySlices * s.sliceNs) s.current->handleTaskBusy();
   return true;
 }
 
 bool TaskScheduler::sliceUsedUp(Task const& task) {
   State& s = *state_;
-  if (s.current != &task) {
-    return false;
-  }
-  if (s.sliceOver) {
-    return true;
-  }
+  if (s.current != &task) return false;
+  if (s.sliceOver) return true;
   if (s.callsToRead > 0) {
     --s.callsToRead;
     return false;
@@ -395,9 +367,8 @@ String TaskScheduler::statsDump() const {
 void TaskScheduler::sliceHookIs(SliceHook hook) { state_->sliceHook = std::move(hook); }
 
 void TaskScheduler::statsReset() {
-  for (auto& [name, stats] : state_->stats) {
+  for (auto& [name, stats] : state_->stats)
     stats = TaskStats();
-  }
   // A handler may end any task, so the tasks still to be told stand in a list that they can leave.
   TaskList<Impl::KnownTag> untold;
   untold.splice(untold.end(), state_->tasks);

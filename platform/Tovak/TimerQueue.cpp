@@ -15,36 +15,28 @@ TimerId TimerQueue::add(std::int64_t deadlineNs, std::int64_t periodNs, TaskSche
 
 void TimerQueue::del(TimerId id) {
   // Out of the map before it dies: what the callback holds may come back here from its destructor.
-  if (auto const timer = timers_.extract(id)) {
-    order_.erase({timer.mapped().deadlineNs, id});
-  }
+  if (auto const timer = timers_.extract(id)) order_.erase({timer.mapped().deadlineNs, id});
 }
 
 void TimerQueue::clear() {
-  while (!timers_.empty()) {
+  while (!timers_.empty())
     del(timers_.begin()->first);
-  }
 }
 
 bool TimerQueue::run(std::int64_t nowNs) {
   due_.clear();
   for (auto const& [deadlineNs, id] : order_) {
-    if (deadlineNs > nowNs) {
-      break;
-    }
+    if (deadlineNs > nowNs) break;
     due_.push_back(id);
   }
-  for (TimerId const id : due_) {
+  for (TimerId const id : due_)
     runTimer(id, nowNs);
-  }
   return !due_.empty();
 }
 
 void TimerQueue::runTimer(TimerId id, std::int64_t nowNs) {
   auto const found = timers_.find(id);
-  if (found == timers_.end()) {
-    return; // removed by one before it
-  }
+  if (found == timers_.end()) return; // removed by one before it
   Timer& timer = found->second;
   order_.erase({timer.deadlineNs, id});
   if (timer.periodNs == 0) {

@@ -48,16 +48,13 @@ ScopedAssertHandler::~ScopedAssertHandler() { setAssertHandler(previous_); }
 void Impl::vfmassert(DebugHandler const& handler, char const* file, char const* function, int line,
                      char const* condition, fmt::string_view format, fmt::format_args args) {
   String const message = fmt::vformat(format, args);
-  if (AssertHandler const assertHandler = currentAssertHandler.load(std::memory_order_acquire)) {
+  if (AssertHandler const assertHandler = currentAssertHandler.load(std::memory_order_acquire))
     assertHandler(AssertionFailure{handler, file, function, line, condition, message});
-  }
   String const report = fmt::format("assertion \"{}\" failed: {}", condition, message);
   TraceLine const traceLine{handler.name(), traceLevelError, withoutDirectories(file), function, line, "",
                             report};
   emitTrace(traceLine);
-  if (hasTraceSink()) {
-    printTrace(traceLine); // a sink in memory dies with the process
-  }
+  if (hasTraceSink()) printTrace(traceLine); // a sink in memory dies with the process
   std::abort();
 }
 

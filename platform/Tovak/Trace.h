@@ -25,9 +25,8 @@ KTD_EXPORT void vfmtrace(DebugHandler const& handler, unsigned level, char const
 template <typename... Args>
 void fmtrace(DebugHandler const& handler, unsigned level, char const* file, char const* function, int line,
              std::string_view category, fmt::format_string<Args...> format, Args&&... args) {
-  if (handler.isOn(level)) [[unlikely]] {
+  if (handler.isOn(level)) [[unlikely]]
     Impl::vfmtrace(handler, level, file, function, line, category, format, fmt::make_format_args(args...));
-  }
 }
 
 } // namespace Tovak
@@ -36,7 +35,6 @@ void fmtrace(DebugHandler const& handler, unsigned level, char const* file, char
 // load and one test and evaluates neither category nor arguments. `handler` is evaluated more than once.
 #define TOVAK_TRACE(handler, level, category, ...)                                                           \
   do {                                                                                                       \
-    if ((handler).isOn(level)) [[unlikely]] {                                                                \
+    if ((handler).isOn(level)) [[unlikely]]                                                                  \
       ::Tovak::fmtrace((handler), (level), __FILE__, __func__, __LINE__, (category), __VA_ARGS__);           \
-    }                                                                                                        \
   } while (false)

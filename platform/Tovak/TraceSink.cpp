@@ -39,11 +39,10 @@ void Impl::printTrace(TraceLine const& line) {
 }
 
 void Impl::emitTrace(TraceLine const& line) {
-  if (TraceSink* const sink = currentSink.load(std::memory_order_acquire)) {
+  if (TraceSink* const sink = currentSink.load(std::memory_order_acquire))
     sink->traceLine(line);
-  } else {
+  else
     printTrace(line);
-  }
 }
 
 ScopedTraceSink::ScopedTraceSink() : previous_(traceSinkIs(this)) {}

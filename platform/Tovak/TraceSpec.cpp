@@ -18,9 +18,7 @@ std::string_view trimmed(std::string_view text) {
 
 std::optional<unsigned> parseLevel(std::string_view text) {
   static_assert(traceLevelMax == 9, "a level is one digit");
-  if (text.size() != 1 || text[0] < '0' || text[0] > '9') {
-    return std::nullopt;
-  }
+  if (text.size() != 1 || text[0] < '0' || text[0] > '9') return std::nullopt;
   return static_cast<unsigned>(text[0] - '0');
 }
 
@@ -28,9 +26,7 @@ std::optional<unsigned> parseLevel(std::string_view text) {
 std::uint32_t levelBits(unsigned first, unsigned last) { return (2u << last) - (1u << first); }
 
 Kstd::Result<std::uint32_t, String> parseLevels(std::string_view text) {
-  if (text == "*") {
-    return levelBits(0, traceLevelMax);
-  }
+  if (text == "*") return levelBits(0, traceLevelMax);
   size_t const dash = text.find('-');
   std::optional<unsigned> const first = parseLevel(text.substr(0, dash));
   std::optional<unsigned> const last = dash == text.npos ? first : parseLevel(text.substr(dash + 1));
@@ -38,24 +34,16 @@ Kstd::Result<std::uint32_t, String> parseLevels(std::string_view text) {
     return Kstd::Err(fmt::format("levels \"{}\": expected a level from 0 to {}, a range like 0-5, or *", text,
                                  traceLevelMax));
   }
-  if (*first > *last) {
-    return Kstd::Err(fmt::format("levels \"{}\": the range is backwards", text));
-  }
+  if (*first > *last) return Kstd::Err(fmt::format("levels \"{}\": the range is backwards", text));
   return levelBits(*first, *last);
 }
 
 Kstd::Result<TraceRule, String> parseEntry(std::string_view entry) {
   size_t const slash = entry.find('/');
-  if (slash == entry.npos) {
-    return Kstd::Err(String("expected pattern/levels, as in OndraPath/0-5"));
-  }
-  if (slash == 0) {
-    return Kstd::Err(String("the pattern before '/' is empty"));
-  }
+  if (slash == entry.npos) return Kstd::Err(String("expected pattern/levels, as in OndraPath/0-5"));
+  if (slash == 0) return Kstd::Err(String("the pattern before '/' is empty"));
   Kstd::Result<std::uint32_t, String> const levels = parseLevels(entry.substr(slash + 1));
-  if (!levels) {
-    return Kstd::Err(levels.error());
-  }
+  if (!levels) return Kstd::Err(levels.error());
   return TraceRule{String(entry.substr(0, slash)), levels.value()};
 }
 
@@ -63,16 +51,12 @@ Kstd::Result<TraceRule, String> parseEntry(std::string_view entry) {
 
 Kstd::Result<std::vector<TraceRule>, String> parseTraceSpec(std::string_view spec) {
   std::vector<TraceRule> rules;
-  if (trimmed(spec).empty()) {
-    return rules;
-  }
+  if (trimmed(spec).empty()) return rules;
   for (size_t start = 0; start <= spec.size();) {
     size_t const end = std::min(spec.find(',', start), spec.size());
     std::string_view const entry = trimmed(spec.substr(start, end - start));
     Kstd::Result<TraceRule, String> rule = parseEntry(entry);
-    if (!rule) {
-      return Kstd::Err(fmt::format("trace spec entry \"{}\": {}", entry, rule.error()));
-    }
+    if (!rule) return Kstd::Err(fmt::format("trace spec entry \"{}\": {}", entry, rule.error()));
     rules.push_back(std::move(rule).value());
     start = end + 1;
   }

@@ -156,9 +156,7 @@ private:
 
   // As it is stored, 0: none.
   [[nodiscard]] long timeAt(std::size_t position) const noexcept {
-    if (block_ != nullptr) {
-      return block_->times()[position];
-    }
+    if (block_ != nullptr) return block_->times()[position];
     return position < kInMask && ((seen_ >> position) & 1) != 0 ? common_ : 0;
   }
   void timeIs(std::size_t position, long time) const;

@@ -113,9 +113,8 @@ public:
   // The node of that time (nanoseconds since the Unix epoch) and prefix, made when it is missing. A node is
   // sent even when no leaf is added to it.
   IrNode& addNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
-    if (lastNode_ != nullptr && timestamp == lastTimestamp_ && prefix.get() == lastPrefix_.get()) [[likely]] {
+    if (lastNode_ != nullptr && timestamp == lastTimestamp_ && prefix.get() == lastPrefix_.get()) [[likely]]
       return *lastNode_;
-    }
     return findNode(timestamp, prefix);
   }
 

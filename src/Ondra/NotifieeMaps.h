@@ -65,9 +65,8 @@ public:
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   template <class Visit>
   void forEach(Visit const& visit) const {
-    for (Table const& table : tables_) {
+    for (Table const& table : tables_)
       std::for_each(table.begin(), table.end(), visit);
-    }
   }
 
 private:

@@ -92,17 +92,10 @@ public:
   // Equal elements in the same order. Null equals nothing.
   [[nodiscard]] bool isEqual(Kel::Ptr<Path const> const& other) const { return isEqual(other.get()); }
   [[nodiscard]] bool isEqual(Path const* other) const {
-    if (this == other) {
-      return true;
-    }
-    if (other == nullptr || elem_.size() != other->elem_.size()) {
-      return false;
-    }
-    for (std::size_t i = 0; i < elem_.size(); ++i) {
-      if (!elem_[i]->isEqual(other->elem_[i].get())) {
-        return false;
-      }
-    }
+    if (this == other) return true;
+    if (other == nullptr || elem_.size() != other->elem_.size()) return false;
+    for (std::size_t i = 0; i < elem_.size(); ++i)
+      if (!elem_[i]->isEqual(other->elem_[i].get())) return false;
     return true;
   }
   // Whether `path` begins with `prefix`. An element of the prefix without keys stands for any keys; one with
@@ -115,9 +108,8 @@ public:
   // Agrees with `isEqual`.
   [[nodiscard]] std::uint64_t hash() const {
     std::uint64_t state = Tovak::Impl::HashMix::stateStart;
-    for (ElemPtr const& elem : elem_) {
+    for (ElemPtr const& elem : elem_)
       Tovak::Impl::HashMix::mixFixedLen<8>(state, elem->hash());
-    }
     return state;
   }
 

@@ -63,12 +63,8 @@ public:
   // Same name and same keys with the same values, in whatever order. Null equals nothing.
   [[nodiscard]] bool isEqual(Kel::Ptr<PathElem const> const& other) const { return isEqual(other.get()); }
   [[nodiscard]] bool isEqual(PathElem const* other) const {
-    if (this == other) {
-      return true;
-    }
-    if (other == nullptr || !(name_ == other->name_) || key_.size() != other->key_.size()) {
-      return false;
-    }
+    if (this == other) return true;
+    if (other == nullptr || !(name_ == other->name_) || key_.size() != other->key_.size()) return false;
     return key_.empty() || keysEqual(*other);
   }
 

@@ -91,9 +91,7 @@ struct fmt::formatter<Ondra::WalkQPtr> {
   constexpr auto parse(format_parse_context& context) { return context.begin(); }
   template <typename Context>
   auto format(Ondra::WalkQPtr walkQ, Context& context) const {
-    if (walkQ.queue == nullptr) {
-      return fmt::format_to(context.out(), "walkQ:NULL");
-    }
+    if (walkQ.queue == nullptr) return fmt::format_to(context.out(), "walkQ:NULL");
     return fmt::format_to(context.out(), "{}", static_cast<void const*>(walkQ.queue));
   }
 };

@@ -26,14 +26,13 @@ void visitAll(std::string const& path, Handle const& object, Visit const& visit)
   for (Kel::KelTypeBase::AttributeQIterator it(object->type()); it; ++it) {
     Kel::KelAttr const attr = *it;
     std::string const below = path + "/" + attr.name().str();
-    if (Agent::leafInfo(attr) != nullptr) {
+    if (Agent::leafInfo(attr) != nullptr)
       visit(below, object, attr);
-    } else if (attr.isKeyed()) {
+    else if (attr.isKeyed())
       for (auto member = attr.genericIfIteratorConst(object); member; ++member)
         visitAll(below + "[" + member.key()->gnmiStrRep() + "]", member.ptr(), visit);
-    } else if (Handle const child = attr.genericIfGet(object)) {
+    else if (Handle const child = attr.genericIfGet(object))
       visitAll(below, child, visit);
-    }
   }
 }
 
@@ -50,9 +49,8 @@ Leaves leavesOf(Kel::Ptr<Kel::Entity> const& entity) {
 
 std::string textOf(Kel::Ptr<Kel::Entity> const& entity, std::string_view part) {
   std::string text;
-  for (auto const& [path, value] : leavesOf(entity)) {
+  for (auto const& [path, value] : leavesOf(entity))
     if (path.find(part) != std::string::npos) text += path + " = " + value + "\n";
-  }
   return text;
 }
 
@@ -78,12 +76,11 @@ void ChangeCounter::watch(Kel::Ptr<Kel::Entity> const& entity) {
   for (Kel::KelTypeBase::AttributeQIterator it(entity->fwkType()); it; ++it) {
     Kel::KelAttr const attr = *it;
     if (!attr.isInstantiating()) continue;
-    if (attr.isKeyed()) {
+    if (attr.isKeyed())
       for (auto member = attr.genericIfIteratorConst(object); member; ++member)
         below(member.ptr());
-    } else if (Handle const child = attr.genericIfGet(object)) {
+    else if (Handle const child = attr.genericIfGet(object))
       below(child);
-    }
   }
 }
 

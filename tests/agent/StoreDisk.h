@@ -49,12 +49,11 @@ public:
       std::size_t const luck = below(3); // all of it; none; some
       if (luck > 0) inode->now = inode->synced;
       for (auto const& [at, bytes] : inode->writes) {
-        for (std::size_t i = 0; i < bytes.size() && luck == 2; ++i) {
+        for (std::size_t i = 0; i < bytes.size() && luck == 2; ++i)
           if (i % kSector == 0 && below(2) == 0)
             i += kSector - 1; // this one is lost
           else
             put(inode->now, at + i, bytes[i]);
-        }
       }
       if (luck == 2 && inode->cutTo < inode->now.size() && below(2) == 0) inode->now.resize(inode->cutTo);
       inode->settle();

@@ -200,10 +200,9 @@ public:
     sink.resyncBegin();
     for (auto const& [index, link] : links)
       sink.linkIs(link);
-    for (auto const& [index, those] : addresses) {
+    for (auto const& [index, those] : addresses)
       for (auto const& [ip, address] : those)
         sink.addressIs(address);
-    }
     sink.resyncEnd();
   }
 
@@ -213,9 +212,8 @@ public:
 private:
   void newLink(FactSink& sink, int index, bool lost) {
     std::string const name = fmt::format("eth{}", random_() % 8);
-    for (auto const& [other, link] : links) {
+    for (auto const& [other, link] : links)
       if (link.name == name && other != index) return; // names are unique at any moment
-    }
     LinkFact link = linkFact(index, name);
     link.isUp = random_() % 2 == 0;
     links[index] = link;

@@ -35,9 +35,7 @@ protected:
   }
   void TearDown() override {
     collectors.reset();
-    if (inside_) {
-      EXPECT_EQ(::setns(home_, CLONE_NEWNET), 0);
-    }
+    if (inside_) EXPECT_EQ(::setns(home_, CLONE_NEWNET), 0);
     if (home_ >= 0) ::close(home_);
   }
 
@@ -129,10 +127,9 @@ TEST_F(Kernel, OverrunsEndInSync) {
   for (int i = 1; i < 30; i += 2)
     wanted.insert(fmt::format("x{}", i));
   std::set<std::string> got;
-  for (std::string const& name : names()) {
+  for (std::string const& name : names())
     if (name == "lo" || name[0] == 'x' || name == "d0")
       got.insert(name); // some systems add tunnels to every namespace
-  }
   EXPECT_EQ(got, wanted);
   EXPECT_TRUE(find("x1")->subinterfaces->subinterface.find(0)->ipv4->addresses->address.has("192.0.2.1"));
 }

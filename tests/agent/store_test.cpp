@@ -121,11 +121,10 @@ TEST(ConfigJournal, isWholeWhateverFailsWhenever) {
     std::size_t calls = 0;
     oneFault(seed, {}, figures, &calls);
     ASSERT_GT(calls, 40U);
-    for (std::size_t at = 0; at < calls; ++at) {
+    for (std::size_t at = 0; at < calls; ++at)
       for (auto const& [fault, error] : {std::pair(Fault::Once, ENOSPC), std::pair(Fault::Once, EIO),
                                          std::pair(Fault::FromThereOn, ENOSPC), std::pair(Fault::Cut, 0)})
         oneFault(seed, {fault, at, error}, figures);
-    }
     if (HasFatalFailure()) return;
   }
   RecordProperty("figures", fmt::format("{} runs, {} refused, {} cut, {} cut again, {} old, {} new, {} torn",

@@ -281,11 +281,10 @@ void Play::request() {
     grpc::Status const status = Ondra::KelGnmiSet::Set(pathOf(*root), made, response).executeInPlace();
     note(SetTest::textOf(status));
     if (reacted_) return;
-    if (!status.ok()) {
+    if (!status.ok())
       EXPECT_THAT(SetTest::changes(before, model()), IsEmpty());
-    } else if (isOfUpdates) {
+    else if (isOfUpdates)
       expectSilent(*root, again);
-    }
   } catch (std::bad_alloc const&) {
     note("no memory to set");
   } catch (...) {

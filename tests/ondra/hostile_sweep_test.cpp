@@ -84,9 +84,8 @@ public:
   // A process may end for want of memory, but by saying so.
   static constexpr int kBadAlloc = 77;
   [[noreturn]] static void ended() {
-    if (!std::current_exception()) { // out of a function that is noexcept
+    if (!std::current_exception()) // out of a function that is noexcept
       HeapFaults::fails ? _exit(kBadAlloc) : std::abort();
-    }
     try {
       std::rethrow_exception(std::current_exception());
     } catch (std::bad_alloc const&) {

@@ -88,13 +88,11 @@ TEST(Wire, RandomTreesComeOutAsTheirMessages) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     Fixture::RandomEdits values(world.device(), seed);
-    for (Kel::Ptr<Ondra::Path>& one : shared) { // whoever holds a path may change it
-      if (one && random() % 4 != 0) {
+    for (Kel::Ptr<Ondra::Path>& one : shared) // whoever holds a path may change it
+      if (one && random() % 4 != 0)
         one->addElem()->nameIs(Kel::String(text(random)));
-      } else {
+      else
         one = path(random);
-      }
-    }
     auto const aPath = [&] { return random() % 2 == 0 ? shared[random() % shared.size()] : path(random); };
     auto const aValue = [&] { // now and then a text that no message can hold
       return random() % 16 == 0 ? Handle(handleOf(Kel::String("no\xff")))

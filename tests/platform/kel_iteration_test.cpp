@@ -98,9 +98,8 @@ public:
 
 private:
   [[nodiscard]] std::optional<int> first(int from) const {
-    for (auto at = present_.lower_bound(from); at != present_.end(); ++at) {
+    for (auto at = present_.lower_bound(from); at != present_.end(); ++at)
       if (!known_ || known_->contains(*at)) return *at;
-    }
     return std::nullopt;
   }
   std::set<int> const& present_;

@@ -53,9 +53,8 @@ TEST_F(ToggleState, BrokenFilesGiveTheDefaultAndOneWarning) {
     write("Broken.json", row.text);
     Toggle::toggleDirIs(folder_.string()); // forgets what was reported
     sink_.clear();
-    for (bool const defaultState : {false, true}) {
+    for (bool const defaultState : {false, true})
       EXPECT_EQ(Toggle::getToggleState("On", "Broken.json", defaultState), defaultState) << row.text;
-    }
     EXPECT_EQ(sink_.lines().size(), 1u) << row.text;
     EXPECT_TRUE(sink_.contains("Broken.json is broken, using defaults: ")) << row.text;
     EXPECT_TRUE(sink_.contains(row.warning)) << row.text << ": " << sink_.lines().at(0);

@@ -81,9 +81,8 @@ TEST_F(TovakScheduler, EveryPriorityGetsOnAtWorstSlowly) {
   }
   std::uint64_t left =
       TaskScheduler::fairTurn * TaskScheduler::fairTurn * TaskScheduler::fairTurn * TaskScheduler::fairTurn;
-  for (std::uint64_t i = 0; i < left; ++i) {
+  for (std::uint64_t i = 0; i < left; ++i)
     ASSERT_TRUE(scheduler_->runOnce());
-  }
   for (size_t priority = 0; priority < TaskPriority::count; ++priority) {
     bool const last = priority + 1 == TaskPriority::count;
     std::uint64_t const expected = last ? left : left - left / TaskScheduler::fairTurn;
@@ -142,9 +141,8 @@ TEST(TovakSchedulerClock, OnTheMachinesClockAYieldComesWithinTheStride) {
   auto const task =
       std::make_shared<FunctionTask>(scheduler, "t", TaskPriority::normal, [&](FunctionTask& self) {
         reads = -clock.reads;
-        while (!self.taskShouldYield()) {
+        while (!self.taskShouldYield())
           ++calls;
-        }
         reads += clock.reads;
       });
   task->scheduleTask();
@@ -171,9 +169,8 @@ TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
     EXPECT_EQ(test->scheduler_->currentTask(), nullptr) << "else the dead would be told that it was busy";
     test->log_.push_back("raw");
   });
-  for (FunctionTask* one : {dropped.get(), descheduled.get(), own.get(), raw}) {
+  for (FunctionTask* one : {dropped.get(), descheduled.get(), own.get(), raw})
     one->scheduleTask();
-  }
   descheduled->descheduleTask();
   dropped.reset();
   scheduler_->runUntilIdle();
@@ -206,9 +203,7 @@ TEST_F(TovakScheduler, TimersFireInOrderOfDeadlines) {
   Tovak::TimerId tick;
   tick = scheduler_->timerEvery(12 * ms, [&, ticks = 0]() mutable {
     note("tick")();
-    if (++ticks == 2) {
-      scheduler_->timerDel(tick); // its own
-    }
+    if (++ticks == 2) scheduler_->timerDel(tick); // its own
   });
   scheduler_->timerAfter(0, [&] { scheduler_->timerAfter(0, note("at once")); });
   scheduler_->runUntilIdle();
@@ -315,21 +310,17 @@ TEST(TovakSchedulerThreads, WorkPostedFromThreadsRunsOnceInOrderAndWakesTheLoop)
   std::vector<std::thread> posters;
   for (int t = 0; t < threads; ++t) {
     posters.emplace_back([&, t] {
-      for (int i = 0; i < each; ++i) {
+      for (int i = 0; i < each; ++i)
         scheduler->post([&, t, i, token = std::make_unique<int>(i)] { // move-only captures are fine
           EXPECT_TRUE(scheduler->isSchedulerThread());
           seen[t].push_back(*token);
-          if (--left == 0) {
-            scheduler->stop();
-          }
+          if (--left == 0) scheduler->stop();
         });
-      }
     });
   }
   scheduler->run(); // blocks whenever it has caught up; ends by stop alone
-  for (std::thread& poster : posters) {
+  for (std::thread& poster : posters)
     poster.join();
-  }
   for (auto const& order : seen) {
     ASSERT_EQ(order.size(), static_cast<size_t>(each));
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
@@ -358,9 +349,7 @@ TEST_F(TovakScheduler, AnExceptionLosesNothingElse) {
   auto const throwing = task("t", [](FunctionTask&) { throw std::runtime_error("task"); });
   Tovak::TimerId const tick = scheduler_->timerEvery(1 * ms, [&, count = 0]() mutable {
     log_.push_back("tick");
-    if (++count == 1) {
-      throw std::runtime_error("tick");
-    }
+    if (++count == 1) throw std::runtime_error("tick");
   });
   throwing->scheduleTask();
   EXPECT_THROW(scheduler_->runUntilIdle(), std::runtime_error);
@@ -381,9 +370,8 @@ TEST(TovakSchedulerEnd, CallbacksMayUseItFromTheirDestructors) {
     return std::shared_ptr<void>(nullptr, [&, id](void*) { scheduler.timerDel(id); });
   };
   Tovak::TimerId last = scheduler.timerAfter(1, [] {});
-  for (int i = 0; i < 5; ++i) {
+  for (int i = 0; i < 5; ++i)
     last = scheduler.timerAfter(1, [held = remover(last)] {});
-  }
   scheduler.loopHookIs([held = remover(last)] {});
   scheduler.post([held = remover(last)] {});
 }

@@ -17,9 +17,8 @@ using Tovak::Impl::HashMix;
 
 std::uint64_t hashOf(std::vector<std::string> const& pieces) {
   std::uint64_t state = HashMix::stateStart;
-  for (auto const& piece : pieces) {
+  for (auto const& piece : pieces)
     HashMix::mix(state, piece);
-  }
   return state;
 }
 
@@ -27,9 +26,8 @@ TEST(TovakHashMix, PiecesAreDelimited) {
   std::vector<std::vector<std::string>> const different = {
       {}, {""}, {"", ""}, {"a"}, {"a", ""}, {"", "a"}, {"ab", "c"}, {"a", "bc"}, {"abc"}, {"abc", ""}};
   std::unordered_set<std::uint64_t> seen;
-  for (auto const& pieces : different) {
+  for (auto const& pieces : different)
     EXPECT_TRUE(seen.insert(hashOf(pieces)).second);
-  }
   std::uint64_t state = HashMix::stateStart;
   HashMix::mix(state, nullptr, 0);
   EXPECT_EQ(state, hashOf({""}));
@@ -71,9 +69,8 @@ TEST(TovakHashMix, EveryInputBitMovesAboutHalfOfTheState) {
     double flipped = 0;
     for (int round = 0; round < rounds; ++round) {
       std::string text(len, '\0');
-      for (char& c : text) {
+      for (char& c : text)
         c = static_cast<char>(random());
-      }
       std::uint64_t const before = hashOf({text});
       for (size_t bit = 0; bit < len * 8; ++bit) {
         std::string changed = text;

@@ -139,9 +139,8 @@ public:
     auto const giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     std::size_t const before = taker->count();
     auto made = client(kPreface, from);
-    while (taker->count() == before && std::chrono::steady_clock::now() < giveUp) {
+    while (taker->count() == before && std::chrono::steady_clock::now() < giveUp)
       if (!made->isOpen()) made = client(kPreface, from);
-    }
     return made;
   }
   ListenAddress address;

@@ -109,9 +109,8 @@ struct Stream {
   }
   bool awaitSync() {
     gnmi::SubscribeResponse response;
-    while (stream->Read(&response)) {
+    while (stream->Read(&response))
       if (response.sync_response()) return true;
-    }
     return false;
   }
   std::unique_ptr<gnmi::gNMI::Stub> stub;

@@ -85,9 +85,8 @@ TEST(Authenticator, OnlyTheRightPairIsLetIn) {
            {{"password", "open"}},
            {{"username", "ann"}},
            {{"username", "ann"}, {"username", "bob"}, {"password", "open"}},
-           {{"username", "ann"}, {"password", endless.c_str()}}}) {
+           {{"username", "ann"}, {"password", endless.c_str()}}})
     EXPECT_EQ(authenticator.check(metadata(entries), "unix:").error_code(), Code::UNAUTHENTICATED);
-  }
   Authenticator::Metadata cut;
   cut.emplace("username", "ann");
   cut.emplace("password", grpc::string_ref("open\0more", 9)); // the hash would end at the NUL

@@ -78,10 +78,9 @@ TEST_F(DataGet, containersAndListsWithTheirModules) {
 
 // The entries of lists in one order: a walk's texts sort keys otherwise than the model does.
 json inOneOrder(json value) {
-  if (value.is_structured()) {
+  if (value.is_structured())
     for (json& each : value)
       each = inOneOrder(each);
-  }
   if (value.is_array()) std::sort(value.begin(), value.end());
   return value;
 }
@@ -106,12 +105,11 @@ TEST_F(DataGet, objectsReadWholeAreWhatTheirLeavesAre) {
     gnmi::GetResponse response;
     grpc::Status const status = bench.readHere(request, response);
     std::string all = fmt::format("{}\n", static_cast<int>(status.error_code()));
-    for (gnmi::Notification const& each : response.notification()) {
+    for (gnmi::Notification const& each : response.notification())
       for (gnmi::Update const& update : each.update())
         all += fmt::format(
             "{}: {}\n", text(update.path()),
             inOneOrder(json::parse(update.val().json_val() + update.val().json_ietf_val())).dump());
-    }
     return all;
   };
   for (std::string const& place : places) {
@@ -155,9 +153,7 @@ TEST_F(DataGet, objectsThatGoWhileTheyAreRead) {
     read.insert(one["name"]);
     std::string const port = one["name"];
     bool const stays = port.starts_with("port") && (port.back() - '0') % 2 == 0;
-    if (stays) {
-      EXPECT_EQ(one["subinterfaces"]["subinterface"][0]["index"], 7) << one;
-    }
+    if (stays) EXPECT_EQ(one["subinterfaces"]["subinterface"][0]["index"], 7) << one;
   }
   for (int i = 0; i < 60; i += 2)
     EXPECT_TRUE(read.contains(name(i).str())) << i;

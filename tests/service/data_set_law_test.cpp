@@ -68,10 +68,9 @@ private:
     TypeNode node = TypeNode::root();
     while (node.leaf() == nullptr && (node.isRoot() || !oneIn(6))) {
       std::vector<TypeNode> fitting;
-      for (TypeNode const& child : node.children()) {
+      for (TypeNode const& child : node.children())
         if (child.attr && child.attr.isKeyField() ? mayBeWrong_ : mayBeWrong_ || isUseful(child))
           fitting.push_back(child);
-      }
       if (fitting.empty()) break;
       node = fitting[below(fitting.size())];
       gnmi::PathElem& elem = *path.add_elem();
@@ -384,11 +383,10 @@ struct StoredBench {
         codes[i] = status.error_code();
         ++ended;
       };
-      if (plan) {
+      if (plan)
         bench.runtime().sets().setIs({std::move(*plan), nullptr, end, std::move(*extensions)});
-      } else {
+      else
         end(plan.error(), 0);
-      }
     }
     EXPECT_TRUE(bench.settleUntil([&] { return ended == requests.size(); }));
     return codes;

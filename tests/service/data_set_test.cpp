@@ -294,9 +294,8 @@ TEST_F(DataSet, aNewEntryIsToldWithWhatItEndsAs) {
   std::vector<std::string> ports;
   while (!subscriber.tree.contains("/system/dns/servers/server[address=::1]/config/port")) {
     gnmi::SubscribeResponse const next = subscriber.next();
-    for (gnmi::Update const& update : next.update().update()) {
+    for (gnmi::Update const& update : next.update().update())
       if (text(update.path()).ends_with("/port")) ports.push_back(update.val().ShortDebugString());
-    }
     subscriber.apply(next);
   }
   EXPECT_EQ(ports, std::vector<std::string>{"uint_val: 5305"});

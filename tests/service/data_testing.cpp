@@ -92,9 +92,8 @@ std::string difference(DataBench::Leaves const& before, DataBench::Leaves const&
     if (found != after.end() && found->second != value)
       text += fmt::format("{} = {} (was {})\n", path, found->second, value);
   }
-  for (auto const& [path, value] : after) {
+  for (auto const& [path, value] : after)
     if (!before.contains(path)) text += fmt::format("+ {} = {}\n", path, value);
-  }
   return text;
 }
 

@@ -87,11 +87,10 @@ TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
     std::vector<std::string> found;
     for (ObjectCursor::Result at; (at = cursor.next()) != ObjectCursor::Result::End;) {
       unsigned const other = random() % 500 * 3 + 1;
-      if (random() % 2 == 0) {
+      if (random() % 2 == 0)
         bench.addInterface(name(other));
-      } else {
+      else
         all.entryDel(&Agent::Interfaces::interface, Kel::String(name(other)));
-      }
       if (at != ObjectCursor::Result::Found) continue;
       std::string const path = cursor.path()->toString();
       if (std::ranges::find(staying, path) != staying.end()) found.push_back(path);

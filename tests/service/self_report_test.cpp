@@ -96,9 +96,8 @@ TEST(SelfReport, TellsWhatClientsFind) {
       [&] { return !watcher.tree.contains("/ondra-agent/streams/stream[id=1]/state/id"); }));
   for (char const* const wrong :
        {"update /ondra-agent/state/time 1", "delete /ondra-agent/streams",
-        "update /ondra-agent/calls/call[method=Get]/state/begun 0", "replace /ondra-agent {}"}) {
+        "update /ondra-agent/calls/call[method=Get]/state/begun 0", "replace /ondra-agent {}"})
     EXPECT_EQ(bench.set(setRequest(wrong)).error_code(), grpc::StatusCode::INVALID_ARGUMENT) << wrong;
-  }
   bench.advance(Agent::SelfReport::everyNs);
   EXPECT_EQ(figure("refusals/refusal[reason=INVALID_ARGUMENT]/state/count"), "4");
 }

@@ -30,10 +30,9 @@ std::string bytes(std::string_view text) { return Agent::pathBytes(Agent::PathVi
 std::vector<std::string> textsOf(Message::Ptr const& message) {
   if (message->isSync()) return {"sync"};
   std::vector<std::string> texts;
-  if (message->own() != nullptr) {
+  if (message->own() != nullptr)
     for (gnmi::Path const& top : message->own()->delete_())
       texts.push_back("-" + text(top));
-  }
   message->forEachUpdate([&texts](gnmi::Path const& prefix, gnmi::Update const& update) {
     texts.push_back(fmt::format("+{}={}", text(prefix, update.path()), update.val().uint_val()));
     if (update.duplicates() > 0) texts.back() += fmt::format("x{}", update.duplicates());

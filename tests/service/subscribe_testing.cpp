@@ -35,11 +35,10 @@ void Subscriber::send(gnmi::SubscribeRequest const& request) {
 
 void Subscriber::halfClose() {
   std::lock_guard const guard(mutex_);
-  if (sending_) {
+  if (sending_)
     halfCloses_ = true;
-  } else {
+  else
     StartWritesDone();
-  }
 }
 
 void Subscriber::readOn() {
@@ -62,11 +61,10 @@ void Subscriber::OnWriteDone(bool ok) {
   std::lock_guard const guard(mutex_);
   toSend_.pop_front();
   sending_ = ok && !toSend_.empty();
-  if (sending_) {
+  if (sending_)
     StartWrite(&toSend_.front());
-  } else if (ok && halfCloses_) {
+  else if (ok && halfCloses_)
     StartWritesDone();
-  }
 }
 
 void Subscriber::OnDone(grpc::Status const& status) {

@@ -30,9 +30,7 @@ long loopTime() { return Kel::activityManagerStatus()->activityLoopExecNsTime();
 // The loop's time, which is moved on when it is this one.
 long laterThan(long timestamp) {
   Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
-  if (timestamp == clock.activityLoopExecNsTime()) {
-    clock.activityLoopExecNsTimeInc(1);
-  }
+  if (timestamp == clock.activityLoopExecNsTime()) clock.activityLoopExecNsTimeInc(1);
   return clock.activityLoopExecNsTime();
 }
 
@@ -48,9 +46,7 @@ AttrStateNode::AttrStateNode(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const>
     : timestamp_(loopTime())
     , id_(absoluteId(id))
     , key_(resolveGifKeyPtr(key)) {
-  if (key_) {
-    key_ = key_->detachedKey();
-  }
+  if (key_) key_ = key_->detachedKey();
 }
 
 long AttrStateNode::advanceTimestamp() const { return timestamp_ = laterThan(timestamp_); }
@@ -68,9 +64,8 @@ long AttrStateNode::effectiveTimestamp() const {
 
 std::string AttrStateNode::keyString(GifGnmiNotifiee const* notifiee) const {
   std::string const key = key_ ? key_->strRep() : "nullptr";
-  if (notifiee == nullptr) {
+  if (notifiee == nullptr)
     return fmt::format("[AttrStateNode for notifiee: ?, attrId: {}, gifKey: {}]", id_, key);
-  }
   Kel::KelAttr const attr = notifiee->objectType().attr(id_);
   return fmt::format("[AttrStateNode for notifiee: {}, attr: {}, gifKey: {}]", notifiee->prefixPath(),
                      attr ? attr.name().view() : std::string_view("?"), key);
@@ -85,9 +80,7 @@ bool operator==(AttrStateNode const& a, AttrStateNode const& b) {
 }
 
 bool operator<(AttrStateNode const& a, AttrStateNode const& b) {
-  if (a.id_ != b.id_) {
-    return a.id_ < b.id_;
-  }
+  if (a.id_ != b.id_) return a.id_ < b.id_;
   return a.key_ && b.key_ && a.key_->compare(*b.key_) < 0;
 }
 
@@ -130,9 +123,8 @@ AttrStateMap::Block& AttrStateMap::block() const {
     std::size_t const count = attrCountOf(owner_);
     void* const storage = Storage().allocate(unitsOf(sizeof(Block) + count * sizeof(long)));
     auto* const made = new (storage) Block{count, nullptr};
-    for (std::size_t at = 0; at < count; ++at) {
+    for (std::size_t at = 0; at < count; ++at)
       new (made->times() + at) long(timeAt(at));
-    }
     block_ = made;
   }
   return *block_;
@@ -140,18 +132,14 @@ AttrStateMap::Block& AttrStateMap::block() const {
 
 AttrStateMap::AttrStateMapType& AttrStateMap::nodes() const {
   std::unique_ptr<AttrStateMapType>& nodes = block().nodes;
-  if (!nodes) {
-    nodes = std::make_unique<AttrStateMapType>();
-  }
+  if (!nodes) nodes = std::make_unique<AttrStateMapType>();
   return *nodes;
 }
 
 // --- times of singular attributes ----------------------------------------------------------------------
 
 std::optional<std::size_t> AttrStateMap::positionOf(Kel::AttributeId id, Key const& key) const noexcept {
-  if (key || owner_ == nullptr || !owner_->objectType()) {
-    return std::nullopt;
-  }
+  if (key || owner_ == nullptr || !owner_->objectType()) return std::nullopt;
   auto const& byId = owner_->objectType().desc().byId;
   auto const at = static_cast<std::size_t>(id);
   return at < byId.size() && byId[at] != nullptr ? std::optional<std::size_t>(byId[at]->index) : std::nullopt;
@@ -179,9 +167,7 @@ void AttrStateMap::timeIs(std::size_t position, long time) const {
 
 long AttrStateMap::makeCommon(std::uint64_t positions) {
   long const now = loopTime();
-  if (block_ != nullptr || (seen_ != 0 && common_ != now)) {
-    return 0;
-  }
+  if (block_ != nullptr || (seen_ != 0 && common_ != now)) return 0;
   common_ = now;
   seen_ |= positions;
   return now;
@@ -204,12 +190,8 @@ AttrStateNode const& AttrStateMap::nodeOf(Kel::AttributeId id, std::size_t posit
 long AttrStateMap::timestampOf(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
   auto const position = untraced(id, rawKey);
-  if (!position) {
-    return getAttrState(id, rawKey).effectiveTimestamp();
-  }
-  if (timeAt(*position) == 0) {
-    timeIs(*position, loopTime());
-  }
+  if (!position) return getAttrState(id, rawKey).effectiveTimestamp();
+  if (timeAt(*position) == 0) timeIs(*position, loopTime());
   return singularTimestamp(*position);
 }
 
@@ -240,23 +222,18 @@ AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key cons
   bool made = false;
   if (auto const position = positionOf(id, key)) {
     made = timeAt(*position) == 0;
-    if (made) {
-      timeIs(*position, loopTime());
-    }
+    if (made) timeIs(*position, loopTime());
     node = &nodeOf(id, *position);
   } else {
     auto found = nodes().find(Probe{id, key});
     made = found == nodes().end();
-    if (made) {
-      found = nodes().emplace(id, key).first;
-    }
+    if (made) found = nodes().emplace(id, key).first;
     node = &*found;
   }
-  if (made) {
+  if (made)
     TOVAK_TRACE(trace(), 9, kCategory, "{} created", node->keyString(owner_));
-  } else {
+  else
     TOVAK_TRACE(trace(), 9, kCategory, "found {}", node->stateString(owner_));
-  }
   return *node;
 }
 
@@ -270,11 +247,10 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
     auto const found = nodes->find(Probe{id, key});
     node = found == nodes->end() ? nullptr : &*found;
   }
-  if (node != nullptr) {
+  if (node != nullptr)
     TOVAK_TRACE(trace(), 9, kCategory, "found {}", node->stateString(owner_));
-  } else {
+  else
     TOVAK_TRACE(trace(), 9, kCategory, "{} does not exist", AttrStateNode(id, key).keyString(owner_));
-  }
   return node;
 }
 
@@ -306,19 +282,15 @@ void AttrStateMap::forEach(Visit const& visit) const {
       visit(node);
     }
   }
-  if (AttrStateMapType const* const nodes = nodesSoFar()) {
-    for (AttrStateNode const& node : *nodes) {
+  if (AttrStateMapType const* const nodes = nodesSoFar())
+    for (AttrStateNode const& node : *nodes)
       visit(node);
-    }
-  }
 }
 
 std::vector<Kel::Ptr<Kel::GenericIf const>> AttrStateMap::keysOf(Kel::AttributeId id) const {
   std::vector<Key> keys;
   forEach([&](AttrStateNode const& node) {
-    if (node.id_ == id) {
-      keys.push_back(node.key_);
-    }
+    if (node.id_ == id) keys.push_back(node.key_);
   });
   return keys;
 }

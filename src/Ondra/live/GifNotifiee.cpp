@@ -67,17 +67,14 @@ GifGnmiNotifiee::~GifGnmiNotifiee() = default;
 // What has ended will never be told of: it is not watched.
 void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
   auto const* const entity = type_.isEntity() ? static_cast<Kel::Entity const*>(&notifier) : nullptr;
-  if (entity != nullptr && entity->isOrphan()) {
-    return;
-  }
+  if (entity != nullptr && entity->isOrphan()) return;
   notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this), &notifier);
   isWeakReferenceIs(true);
   isRegisteredNotifieeIs(true);
   notifierIs(&notifier);
   recordType(notifier);
-  if (entity != nullptr && (this->notifier() == nullptr || entity->isOrphan())) {
+  if (entity != nullptr && (this->notifier() == nullptr || entity->isOrphan()))
     notifieeMaps->erase(Kel::Ptr<GifGnmiNotifiee>(this));
-  }
 }
 
 // Directories hold the entities that are recorded and are not recorded themselves. The entry comes last, when
@@ -85,9 +82,7 @@ void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
 // entry to this one.
 void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
   Kel::Ptr<PathToType> const types = pathTypesMap;
-  if (!types) {
-    return;
-  }
+  if (!types) return;
   bool const candidate = type_.isEntity() && !type_.isDir();
   Kel::Entity const* const parent = candidate ? static_cast<Kel::Entity const&>(notifier).parent() : nullptr;
   bool const isRecorded = parent != nullptr && parent->fwkType().isDir();
@@ -110,9 +105,7 @@ void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   Fleck::message("GifGnmiNotifiee::onAttribute");
   Kel::KelAttr const attr = type_.attr(absoluteId(id));
-  if (!attr) {
-    return;
-  }
+  if (!attr) return;
   tellOrEnd([&] { changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key)); });
 }
 
@@ -123,13 +116,9 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
       return;
     }
     Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
-    if (!inRegistry_ || notifier() == nullptr) {
-      return;
-    }
+    if (!inRegistry_ || notifier() == nullptr) return;
     WalkScope const scope;
-    if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, *notifier(), id)) {
-      return;
-    }
+    if (!key && KelTypeNotifWalker::tellOwnLeaf(*this, *notifier(), id)) return;
     KelTypeNotifWalker walker(prefixPath_, *this, object(), Path::PathIs(), router_, id, key, notifFlags());
     static_cast<void>(walker.walk());
   });
@@ -143,9 +132,7 @@ void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, K
 }
 
 EmittedLeaves& GifGnmiNotifiee::emitted() {
-  if (!emitted_) {
-    emitted_ = std::make_unique<EmittedLeaves>();
-  }
+  if (!emitted_) emitted_ = std::make_unique<EmittedLeaves>();
   return *emitted_;
 }
 
@@ -171,13 +158,9 @@ GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
 }
 
 void GifGnmiNotifiee::memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
-  if (!emitted_) {
-    return;
-  }
+  if (!emitted_) return;
   EmittedLeaves::Record const* const record = emitted_->find(id, key);
-  if (record != nullptr && record->memberPath) {
-    leavePath(id, key, Kel::Ptr<Path const>(record->memberPath));
-  }
+  if (record != nullptr && record->memberPath) leavePath(id, key, Kel::Ptr<Path const>(record->memberPath));
   emitted_->del(id, key);
 }
 
@@ -193,9 +176,7 @@ void GifGnmiNotifiee::sharersChanged(Kel::AttributeId id, Kel::Ptr<Path const> c
   tellOrEnd([&] {
     Kel::Ptr<GifGnmiNotifiee> const pin(this); // the walk may end the path
     Kel::Ptr<Kel::GenericIf const> object = this->object();
-    if (!inRegistry_ || !object) {
-      return;
-    }
+    if (!inRegistry_ || !object) return;
     WalkScope const scope;
     KelTypeNotifWalker walker(prefixPath_, *this, std::move(object), Path::PathIs(), router_, id, nullptr,
                               notifFlags());
@@ -211,42 +192,31 @@ void GifGnmiNotifiee::onZeroReferences() {
   GifGnmiNotifiee const* const registered = notifieeMaps->find(path);
   TOVAK_ASSERT(registered != nullptr, notifieeTrace(), "could not find prefixPath {} in gNmiNotifieeMap",
                path);
-  if (registered != this) {
-    return;
-  }
+  if (registered != this) return;
   WalkScope const unwindFirst; // the delete goes out before what follows from the end
-  if (type_.reportsDelete() && !SilentEnds::active()) {
-    forceDelete(router_, path);
-  }
-  if (inRegistry_) { // whoever has taken the delete may have ended it, or begun anew
+  if (type_.reportsDelete() && !SilentEnds::active()) forceDelete(router_, path);
+  if (inRegistry_) // whoever has taken the delete may have ended it, or begun anew
     retire(path);
-  }
 }
 
 void GifGnmiNotifiee::hasNotificationActiveIs(bool active) {
   bool const was = hasNotificationActive();
   NotifieeConst::hasNotificationActiveIs(active);
-  if (was && !active) {
-    wasSwitchedOff_ = true;
-  }
-  if (!active || !std::exchange(wasSwitchedOff_, false) || !inRegistry_) {
-    return;
-  }
+  if (was && !active) wasSwitchedOff_ = true;
+  if (!active || !std::exchange(wasSwitchedOff_, false) || !inRegistry_) return;
   if (notifier() == nullptr) {
     onZeroReferences();
     return;
   }
   WalkScope const together;
-  for (Kel::KelTypeBase::AttributeQIterator attr(type_); attr; ++attr) {
+  for (Kel::KelTypeBase::AttributeQIterator attr(type_); attr; ++attr)
     changed((*attr).id(), nullptr);
-  }
 }
 
 Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) {
   Kel::Ptr<GifGnmiNotifiee> const found(notifieeMaps->find(walkInfo->path));
-  if ((found && found->notifier() == walkInfo->obj) || walkInfo->walkerFlags.has(flagInstantiatingOnly)) {
+  if ((found && found->notifier() == walkInfo->obj) || walkInfo->walkerFlags.has(flagInstantiatingOnly))
     return found;
-  }
   if (found) {
     retire(walkInfo->path);
     forceDelete(found->router(), walkInfo->path);
@@ -260,9 +230,8 @@ Kel::Ptr<GifGnmiNotifiee> watchAt(Kel::PtrInterface const& object, Kel::Ptr<Path
   bool const isFirst = isEntity && (object.notifieeList()->empty() || !notifieeMaps->pathOf(&object));
   Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(&object, path, router, false, false));
   made->hasNotificationActiveIs(true);
-  if (isFirst && made->isRegistered()) {
+  if (isFirst && made->isRegistered())
     tellOrEnd([&] { Referrers::instance().pathChanged(static_cast<Kel::Entity const&>(object).serial()); });
-  }
   return made;
 }
 
@@ -273,11 +242,8 @@ void GifGnmiNotifiee::clearAllGnmiNotifiees() {
   FullKelTypeWalker::flushWalkMap();
   Pending::instance().clear();
   Referrers::instance().clear();
-  for (std::size_t left = notifieeMapSize(); left > 0; --left) {
-    if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->last()) {
-      notifieeMaps->erase(notifiee);
-    }
-  }
+  for (std::size_t left = notifieeMapSize(); left > 0; --left)
+    if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->last()) notifieeMaps->erase(notifiee);
   TOVAK_ASSERT(notifieeMapSize() == 0, notifieeTrace(), "Expected all GifGnmiNotifiees to be cleared");
 }
 
@@ -300,11 +266,9 @@ std::string GifGnmiNotifiee::dumpNotifieePathMap() {
 
 std::string GifGnmiNotifiee::dumpPathTypesMap() {
   std::string text;
-  if (pathTypesMap) {
-    for (auto const& [path, type] : pathTypesMap->pathTypes()) {
+  if (pathTypesMap)
+    for (auto const& [path, type] : pathTypesMap->pathTypes())
       text += fmt::format("path:{} typeName:{}\n", path.view(), type.view());
-    }
-  }
   return text;
 }
 

@@ -17,9 +17,7 @@ Tovak::DebugHandler& debugHandler() {
 
 Kel::Ptr<GifGnmiNotifiee> lookupGnmiNotifieeMap(Kel::Ptr<Path const> path) {
   Kel::Ptr<GifGnmiNotifiee> found(notifieeMaps->find(path));
-  if (!found) {
-    TOVAK_TRACE(debugHandler(), 9, "", "Notifiee does not exist for prefix {}", path);
-  }
+  if (!found) TOVAK_TRACE(debugHandler(), 9, "", "Notifiee does not exist for prefix {}", path);
   return found;
 }
 

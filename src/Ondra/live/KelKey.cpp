@@ -21,9 +21,8 @@ using Field = KelKey::KeyMap::value_type;
 std::vector<Field const*> fieldsByName(KelKey::KeyMap const& map) {
   std::vector<Field const*> fields;
   fields.reserve(map.size());
-  for (Field const& field : map) {
+  for (Field const& field : map)
     fields.push_back(&field);
-  }
   std::sort(fields.begin(), fields.end(), [](Field const* a, Field const* b) { return a->first < b->first; });
   return fields;
 }
@@ -36,11 +35,10 @@ bool isScalarKey(Kel::KelType const& type) {
 Kel::Ptr<Path> scalarKeyPath(Kel::KelAttr const& attr) {
   Kel::Ptr<Path> path = Path::PathIs();
   Kel::KelAttr const index = attr.indexAttr();
-  if (!index) {
+  if (!index)
     path->push(PathElem::PathElemIs(attr.name().merge("Key")));
-  } else if (index.isKeyField()) {
+  else if (index.isKeyField())
     path->push(PathElem::PathElemIs(index.name()));
-  }
   return path;
 }
 
@@ -79,9 +77,7 @@ void KelKey::mapInsert(std::string const& name, std::string const& text,
   isEncodable_ = isEncodable_ && Kstd::isUtf8(name) && Kstd::isUtf8(text);
   keyMap_.emplace(name, text);
   if (value) {
-    if (!scalars_) {
-      scalars_.emplace();
-    }
+    if (!scalars_) scalars_.emplace();
     scalars_->emplace_back(name, value);
   }
 }
@@ -91,9 +87,7 @@ std::string KelKey::gnmiKeyName(Kel::Ptr<Path const> const& path) const {
                "!keyMap_.empty() && \"keyMap_ is empty\"");
   std::string name = path->toKeyString();
   for (Field const* field : fieldsByName(keyMap_)) {
-    if (!name.empty()) {
-      name += "__";
-    }
+    if (!name.empty()) name += "__";
     name += field->first;
     name += "__";
     name += field->second;
@@ -109,14 +103,12 @@ void KelKey::updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::
                  "keyMap().size() == 1 && \"Expected map size of 1\"");
     elem->nameIs(Kel::String(keyMap_.begin()->second));
   } else {
-    for (auto const& [name, text] : keyMap_) {
+    for (auto const& [name, text] : keyMap_)
       elem->keyIs(Kel::String(name), Kel::String(text));
-    }
   }
   leafPath->replace(last, elem);
-  if (!dirEntry && mode_ == Mode::Structured && WalkRules::membersNeedValueElem(attr)) {
+  if (!dirEntry && mode_ == Mode::Structured && WalkRules::membersNeedValueElem(attr))
     leafPath->push(PathElem::PathElemIs(attr.name().merge("Value")));
-  }
   prefix_ = leafPath;
 }
 
@@ -140,18 +132,16 @@ void KelKey::copyScalars(IrNode& node) const {
 KelKey::operator std::string() const {
   std::vector<std::string> groups;
   groups.reserve(keyMap_.size());
-  for (auto const& [name, text] : keyMap_) {
+  for (auto const& [name, text] : keyMap_)
     groups.push_back(fmt::format("[{}={}]", name, text));
-  }
   std::sort(groups.begin(), groups.end());
   return fmt::format("{}", fmt::join(groups, ""));
 }
 
 std::string KelKey::dumpKey() const {
   std::string text = fmt::format("{{KeyStr{}\nValues[ ", toString(*this));
-  for (auto const& [name, value] : scalars()) {
+  for (auto const& [name, value] : scalars())
     text += fmt::format("{} = {} ", name, value->strRep());
-  }
   text += fmt::format("]}}\n");
   return text;
 }

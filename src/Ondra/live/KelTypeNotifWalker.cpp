@@ -79,9 +79,7 @@ KelTypeNotifWalker::~KelTypeNotifWalker() {
 
 WalkResult KelTypeNotifWalker::walk() {
   Kel::KelAttr const attr = objType_.attr(absoluteId(id_));
-  if (!attr) {
-    return WalkResult::Success;
-  }
+  if (!attr) return WalkResult::Success;
   Plan const& plan = WalkRules::typePlan(objType_).attrs[attr.desc().index];
   Unsent const unsent(*this, ir_, &notifiee_);
   try {
@@ -158,12 +156,8 @@ void KelTypeNotifWalker::tellWhole(Plan const& plan, Kel::Ptr<Path> const& leafP
 
 // Whether a full walk says nothing of the attribute. A reference always has a text.
 bool KelTypeNotifWalker::isAbsent(Plan const& plan, Handle const& value) const {
-  if (plan.attr.isGnmiJsonString()) {
-    return !plan.attr.genericIfGnmiJsonString(gif_);
-  }
-  if (plan.attr.isPointer() || plan.attr.isScalarArray()) {
-    return false;
-  }
+  if (plan.attr.isGnmiJsonString()) return !plan.attr.genericIfGnmiJsonString(gif_);
+  if (plan.attr.isPointer() || plan.attr.isScalarArray()) return false;
   return !value || (plan.isEntityName && isEmptyText(value));
 }
 
@@ -172,14 +166,11 @@ void KelTypeNotifWalker::wholeGone(Plan const& plan, Kel::Ptr<Path> leafPath) {
     Kel::Ptr<Path const> const path = absolute(leafPath);
     TOVAK_TRACE(trace(), 4, kCategory, "{}", path);
     endEntityAt(path);
-    if (EmittedLeaves* const sent = notifiee_.emittedSoFar()) {
-      sent->del(plan.attr.id(), nullptr);
-    }
+    if (EmittedLeaves* const sent = notifiee_.emittedSoFar()) sent->del(plan.attr.id(), nullptr);
     advanceClock(); // later than what the parts were stamped with
   }
-  if (WalkRules::MetKeyField met = WalkRules::metKeyField(objType_, plan.attr, *prefixPath_, leafPath_)) {
+  if (WalkRules::MetKeyField met = WalkRules::metKeyField(objType_, plan.attr, *prefixPath_, leafPath_))
     leafPath = std::move(met.leafPath); // the key field stays
-  }
   TOVAK_TRACE(trace(), 5, kCategory, "{} push delete message", debugString());
   addDelete(stamp(plan.attr.id(), nullptr), leafPath);
 }
@@ -224,12 +215,8 @@ void KelTypeNotifWalker::walkMembers(Plan const& plan) {
 // an object that has gone.
 KelTypeNotifWalker::Handle KelTypeNotifWalker::memberKey(Plan const& plan, Handle const& stateKey) {
   Kel::KelType const keyType = plan.attr.keyType();
-  if (!keyType || !keyType.isKeyPtrWrapper()) {
-    return stateKey;
-  }
-  if (!stateKey) {
-    return keyType.genericIf(nullptr);
-  }
+  if (!keyType || !keyType.isKeyPtrWrapper()) return stateKey;
+  if (!stateKey) return keyType.genericIf(nullptr);
   Kel::PtrInterface* const target = stateKey->object();
   return target == nullptr ? nullptr : keyType.genericIf(Kel::ArgList{Kel::GenericIf::toObject(target)});
 }
@@ -248,9 +235,8 @@ void KelTypeNotifWalker::tellMember(Plan const& plan, Handle const& key, bool cl
   RenderScope const rendering(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
   bool const isNew = !notifiee_.attrStates().has(id, key);
   long timestamp = stamp(id, key);
-  if (!plan.keyHoldsReference || takesPlaceAlone(plan, key, timestamp)) {
+  if (!plan.keyHoldsReference || takesPlaceAlone(plan, key, timestamp))
     sendMember(plan, key, clears || clearsFirst(plan, key, isNew), timestamp);
-  }
 }
 
 // Its path holds the text of a reference, which may have become another one. False where others have that
@@ -260,19 +246,13 @@ bool KelTypeNotifWalker::takesPlaceAlone(Plan const& plan, Handle const& key, lo
   Kel::Ptr<Path const> const path = memberPath(plan, key);
   GifGnmiNotifiee::MemberPlace const place = notifiee_.memberPathIs(id, key, path);
   if (place.before) {
-    if (plan.attr.isInstantiating()) {
-      retire(absolute(place.before));
-    }
+    if (plan.attr.isInstantiating()) retire(absolute(place.before));
     advanceClock(); // later than what the parts were stamped with
     addDelete(stamp(id, key), place.before);
     timestamp = stamp(id, key);
   }
-  if (!Sharers::isShared(*path)) {
-    return true;
-  }
-  if (place.isLast || plan.canLoseLeaves) {
-    Pending::instance().addSharers(notifiee_, id, path);
-  }
+  if (!Sharers::isShared(*path)) return true;
+  if (place.isLast || plan.canLoseLeaves) Pending::instance().addSharers(notifiee_, id, path);
   return false;
 }
 
@@ -290,20 +270,18 @@ WalkResult KelTypeNotifWalker::walkSharers(Kel::Ptr<Path const> const& path) {
 void KelTypeNotifWalker::tellSharers(Plan const& plan, Kel::Ptr<Path const> const& path) {
   Sharers& sharers = notifiee_.emitted().sharers();
   std::vector<Handle> seen;
-  if (plan.canLoseLeaves) {
+  if (plan.canLoseLeaves)
     seen = sharers.all(id_, path);
-  } else if (std::optional<Handle> const last = sharers.last(id_, path)) {
+  else if (std::optional<Handle> const last = sharers.last(id_, path))
     seen.push_back(*last);
-  }
   if (plan.canLoseLeaves && !seen.empty()) {
     advanceClock();
     addDelete(Kel::activityManagerStatus()->activityLoopExecNsTime(), path);
   }
   for (Handle const& stateKey : seen) {
     Handle const key = memberKey(plan, stateKey);
-    if (!key || !plan.attr.genericIfExist(gif_, key)) {
-      continue; // what waits for it has gone by already, or it has gone unnoticed
-    }
+    if (!key || !plan.attr.genericIfExist(gif_, key))
+      continue;  // what waits for it has gone by already, or it has gone unnoticed
     sendSoFar(); // each by itself: they are sent over each other
     advanceClock();
     EmittedLeaves::Record& record = notifiee_.emitted().get(id_, key);
@@ -324,9 +302,7 @@ void KelTypeNotifWalker::sendMember(Plan const& plan, Handle const& key, bool cl
   }
   traceKind(plan, true);
   step_ = {plan.attr, key};
-  if (plan.attr.isInstantiating()) {
-    sendSoFar(); // before what the entity sends by itself
-  }
+  if (plan.attr.isInstantiating()) sendSoFar(); // before what the entity sends by itself
   walkCollectionAttr(plan.attr, key, plan.attr.genericIfGet(gif_, key), &notifiee_, ir_);
   settle(plan, key, timestamp);
 }
@@ -349,9 +325,7 @@ void KelTypeNotifWalker::memberGone(Plan const& plan, Handle const& key) {
     return;
   }
   RenderScope const nothingRendered(plan.rendersReferences, &notifiee_, id, key, RenderScope::Mode::Replace);
-  if (plan.attr.isInstantiating()) {
-    retire(absolute(path));
-  }
+  if (plan.attr.isInstantiating()) retire(absolute(path));
   TOVAK_TRACE(trace(), 8, kCategory, "{} push delete message", debugString());
   addDelete(*deleted, path);
 }
@@ -376,38 +350,29 @@ long KelTypeNotifWalker::stamp(Kel::AttributeId id, Handle const& key) {
 
 // Without a record of the leaves that were sent, all of them are deleted, to be sent anew at a later time.
 bool KelTypeNotifWalker::clearsFirst(Plan const& plan, Handle const& key, bool isNew) {
-  if (!plan.canLoseLeaves || isNew) {
-    return false;
-  }
+  if (!plan.canLoseLeaves || isNew) return false;
   EmittedLeaves::Record const* const record = notifiee_.emitted().find(plan.attr.id(), key);
   return record == nullptr || !record->leavesKnown;
 }
 
 void KelTypeNotifWalker::settle(Plan const& plan, Handle const& key, long timestamp) {
-  if (!plan.canLoseLeaves) {
-    return;
-  }
+  if (!plan.canLoseLeaves) return;
   EmittedLeaves::Paths now;
-  for (IrLeaf const& leaf : ir_->addNode(timestamp, prefixPath_).leaves) {
+  for (IrLeaf const& leaf : ir_->addNode(timestamp, prefixPath_).leaves)
     now.push_back(leaf.leafPath);
-  }
   EmittedLeaves::Record& record = notifiee_.emitted().get(plan.attr.id(), key);
   absl::flat_hash_set<Kel::Ptr<Path const>, std::hash<Kel::Ptr<Path const>>,
                       std::equal_to<Kel::Ptr<Path const>>, Kel::EndingAllocator<Kel::Ptr<Path const>>> const
       there(now.begin(), now.end());
-  for (Kel::Ptr<Path const> const& before : record.leaves) {
-    if (!there.contains(before)) {
-      addDelete(timestamp, before);
-    }
-  }
+  for (Kel::Ptr<Path const> const& before : record.leaves)
+    if (!there.contains(before)) addDelete(timestamp, before);
   record.leaves = std::move(now);
   record.leavesKnown = true;
 }
 
 void KelTypeNotifWalker::addDelete(long timestamp, Kel::Ptr<Path const> const& path) {
-  if (WalkRules::isEncodable(*path)) [[likely]] { // else it was never sent
+  if (WalkRules::isEncodable(*path)) [[likely]] // else it was never sent
     ir_->addNode(timestamp, prefixPath_).addLeaf(path, nullptr);
-  }
 }
 
 Kel::Ptr<Path const> KelTypeNotifWalker::absolute(Kel::Ptr<Path const> const& path) const {
@@ -422,15 +387,14 @@ void KelTypeNotifWalker::traceFault(Plan const& plan) const {
 }
 
 void KelTypeNotifWalker::traceKind(Plan const& plan, bool member) const {
-  if (plan.attr.isGnmiJsonString()) {
+  if (plan.attr.isGnmiJsonString())
     TOVAK_TRACE(trace(), 8, kCategory, "{} push toGnmiJsonString message", debugString());
-  } else if (plan.attr.isPointer()) {
+  else if (plan.attr.isPointer())
     TOVAK_TRACE(trace(), 8, kCategory, "{} push ptr message", debugString());
-  } else if (!isScalarType(plan.attr.memberType())) {
+  else if (!isScalarType(plan.attr.memberType()))
     TOVAK_TRACE(trace(), 8, kCategory, "{} walk non-scalar type", debugString());
-  } else if (member) {
+  else if (member)
     TOVAK_TRACE(trace(), 8, kCategory, "{} push scalar collection message", debugString());
-  }
 }
 
 // --- descending and sending ------------------------------------------------------------------------------
@@ -456,23 +420,17 @@ WalkResult KelTypeNotifWalker::nextWalker(Handle attrGif, std::shared_ptr<Ir> co
 }
 
 WalkResult KelTypeNotifWalker::routerPush(std::shared_ptr<Ir>& ir) const {
-  if (flags_.has(flagNoPush) || !ir || ir->empty() || (nested_ && ir == ir_)) {
-    return WalkResult::Success;
-  }
+  if (flags_.has(flagNoPush) || !ir || ir->empty() || (nested_ && ir == ir_)) return WalkResult::Success;
   if (ir != ir_ || nested_) { // of a part: it goes with the rest
     for (auto const& [timestamp, nodes] : ir->timestampToPrefixNode()) {
-      for (auto const& prefix : nodes.insertionOrder_) {
-        for (IrLeaf const& leaf : nodes.prefixToNode_.at(prefix).leaves) {
+      for (auto const& prefix : nodes.insertionOrder_)
+        for (IrLeaf const& leaf : nodes.prefixToNode_.at(prefix).leaves)
           ir_->addNode(timestamp, prefix).leaves.push_back(leaf);
-        }
-      }
     }
     return WalkResult::Success;
   }
   Unsent::dropEnded();
-  if (ir->empty()) {
-    return WalkResult::Success;
-  }
+  if (ir->empty()) return WalkResult::Success;
   return Sender(*this, Sender::What::Change).send(*ir); // a full pipe does not hold a notification up
 }
 

@@ -38,9 +38,7 @@ FullKelTypeWalker::FullKelTypeWalker(Kel::Ptr<Path const> const& prefixPath, std
 }
 
 FullKelTypeWalker::~FullKelTypeWalker() {
-  if (parkedAs_ != 0) {
-    ParkedWalks::instance().unlist(*this);
-  }
+  if (parkedAs_ != 0) ParkedWalks::instance().unlist(*this);
 }
 
 std::string FullKelTypeWalker::debugString() const {
@@ -56,16 +54,12 @@ WalkResult FullKelTypeWalker::yieldResult() const {
 // walker's.
 long FullKelTypeWalker::attrTimestamp(Kel::KelAttr const& attr, Kel::Ptr<Kel::GenericIf const> const& key,
                                       GifGnmiNotifiee* notifiee) const {
-  if (notifiee == nullptr || objType_.isValueType() || flags_.has(flagInstantiatingOnly)) {
-    return timestamp_;
-  }
+  if (notifiee == nullptr || objType_.isValueType() || flags_.has(flagInstantiatingOnly)) return timestamp_;
   return notifiee->attrStates().timestampOf(attr.id(), key);
 }
 
 void FullKelTypeWalker::leaveOut(Kel::KelAttr const& attr) {
-  if (!valueMode()) {
-    throw;
-  }
+  if (!valueMode()) throw;
   std::string const text = faultText();
   TOVAK_TRACE(walkerTrace(), Tovak::traceLevelError, kWalkerCategory, "{} skipping {}: {}", debugString(),
               attr.name().view(), text);
@@ -94,9 +88,8 @@ WalkResult FullKelTypeWalker::handleInstantiating(Kel::Ptr<Kel::GenericIf const>
                                                   KelKey* key) {
   auto const* const object = static_cast<Kel::PtrInterface const*>(gif->voidPtrIs(gif->type()));
   if (ShortRoads roads(*this, nullptr); roads.toWatched()) {
-    if (Kel::Ptr<GifGnmiNotifiee> watched{notifieeMaps->find(object, path)}) {
+    if (Kel::Ptr<GifGnmiNotifiee> watched{notifieeMaps->find(object, path)})
       return roads.walkWatched(gif, std::move(watched), path, timestamp, key);
-    }
   }
   auto walkInfo = std::allocate_shared<WalkInfo>(Kel::MemAllocator<WalkInfo>(), router_, syncWalkId(), path,
                                                  object, flags_);

@@ -21,15 +21,11 @@ namespace Ondra {
 GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
                               Kel::AttributeId attr) {
   Kel::NotifieeList const* const list = entity.notifieeList();
-  if (list == nullptr) {
-    return nullptr;
-  }
+  if (list == nullptr) return nullptr;
   for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
     if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
       auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
-      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) {
-        return notifiee;
-      }
+      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) return notifiee;
     }
   }
   return nullptr;
@@ -48,9 +44,8 @@ public:
     walker.walkId_ = above.walkId_;
     walker.isPlain_ = true;
     walker.attrQ_ = Kel::KelTypeBase::AttributeQIterator(walker.objType_);
-    for (; at > 0; --at) {
+    for (; at > 0; --at)
       ++walker.attrQ_;
-    }
   }
 
 private:
@@ -79,23 +74,18 @@ WalkResult LightWalk::walk(WalkRules::TypePlan const& plan, Kel::PtrInterface co
     }
     void const* const held = attr.isLightHolder ? attr.attr.valueAt(object) : nullptr;
     if (held == nullptr) {
-      if (attr.road == WalkRules::Road::Singleton && notifiee.attrStates().singularTimestamp(at) == 0) {
+      if (attr.road == WalkRules::Road::Singleton && notifiee.attrStates().singularTimestamp(at) == 0)
         static_cast<void>(notifiee.attrStates().timestampOf(attr.attr.id(), nullptr));
-      }
       continue;
     }
     own.reset();
     std::optional<WalkResult> walked;
-    if (attr.road == WalkRules::Road::Singleton && above_.ir_->empty()) {
+    if (attr.road == WalkRules::Road::Singleton && above_.ir_->empty())
       walked = walkChild(attr, *static_cast<Kel::PtrInterface const*>(held), object, notifiee);
-    }
-    if (!walked) {
-      return merged(result, goOn(at, object, notifiee));
-    }
+    if (!walked) return merged(result, goOn(at, object, notifiee));
     result = merged(result, *walked);
-    if (interruptions != Unsent::interruptions() && !notifiee.isRegistered()) {
+    if (interruptions != Unsent::interruptions() && !notifiee.isRegistered())
       return result; // it has ended meanwhile
-    }
     if (result != WalkResult::Success && !(above_.flags_ & flagNoPause)) {
       park(at + 1, object, notifiee);
       return result;
@@ -109,19 +99,11 @@ std::optional<WalkResult> LightWalk::walkChild(WalkRules::AttrPlan const& attr,
                                                Kel::PtrInterface const& child,
                                                Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee) {
   WalkRules::TypePlan const& plan = WalkRules::memberPlanOf(attr);
-  if (!(child.fwkType() == plan.type)) {
-    return std::nullopt;
-  }
+  if (!(child.fwkType() == plan.type)) return std::nullopt;
   GifGnmiNotifiee* held = heldNotifiee(child, notifiee, attr.attr.id());
-  if (held == nullptr) {
-    held = watch(attr, static_cast<Kel::Entity const&>(child), object, notifiee);
-  }
-  if (held == nullptr) {
-    return std::nullopt;
-  }
-  if (plan.isLight && !held->meetsKeyFields()) {
-    return insideResult(walk(plan, child, *held));
-  }
+  if (held == nullptr) held = watch(attr, static_cast<Kel::Entity const&>(child), object, notifiee);
+  if (held == nullptr) return std::nullopt;
+  if (plan.isLight && !held->meetsKeyFields()) return insideResult(walk(plan, child, *held));
   leaves_.moveTo(*above_.ir_);
   Kel::Ptr<Path const> const path = held->prefixPath();
   return ShortRoads(above_, &notifiee)
@@ -130,18 +112,12 @@ std::optional<WalkResult> LightWalk::walkChild(WalkRules::AttrPlan const& attr,
 
 GifGnmiNotifiee* LightWalk::watch(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
                                   Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee) {
-  if (!ShortRoads::isPlaceOf(attr, object, child)) {
-    return nullptr;
-  }
+  if (!ShortRoads::isPlaceOf(attr, object, child)) return nullptr;
   Kel::Ptr<Path> const path = Path::makePath(notifiee.prefixPath());
   path->push(attr.elem);
-  if (notifieeMaps->find(path) != nullptr) {
-    return nullptr;
-  }
+  if (notifieeMaps->find(path) != nullptr) return nullptr;
   Kel::Ptr<GifGnmiNotifiee> const made = watchAt(child, path, above_.router_);
-  if (!made->isRegistered()) {
-    return nullptr;
-  }
+  if (!made->isRegistered()) return nullptr;
   ShortRoads::noteHeld(attr, notifiee, *made);
   static_cast<void>(
       notifiee.attrStates().timestampOf(attr.attr.id(), nullptr)); // the child's end is told by it
@@ -149,9 +125,7 @@ GifGnmiNotifiee* LightWalk::watch(WalkRules::AttrPlan const& attr, Kel::Entity c
 }
 
 WalkResult LightWalk::send() {
-  if (leaves_.empty()) {
-    return WalkResult::Success;
-  }
+  if (leaves_.empty()) return WalkResult::Success;
   return Sender(above_, Sender::What::Walk).send(leaves_);
 }
 
@@ -168,12 +142,9 @@ WalkResult LightWalk::goOn(std::size_t at, Kel::PtrInterface const& object, GifG
 
 void LightWalk::park(std::size_t at, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee) {
   Walker own(above_, at, object, notifiee);
-  if (!own.walker.ir_->empty()) { // of children that were walked by walkers
+  if (!own.walker.ir_->empty()) // of children that were walked by walkers
     own.walker.routerPush(true);
-  }
-  if (!own.walker.attrQ_) {
-    own.walker.flags_ |= flagSkipWalk;
-  }
+  if (!own.walker.attrQ_) own.walker.flags_ |= flagSkipWalk;
   ParkedWalks::instance().park(ParkedWalks::movedOut(own.walker, nullptr));
 }
 

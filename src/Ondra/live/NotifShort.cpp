@@ -11,15 +11,13 @@ namespace Ondra {
 bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterface const& object,
                                      Kel::AttributeId id) {
   Kel::KelAttr const attr = notifiee.objectType().attr(absoluteId(id));
-  if (!attr || notifiee.meetsKeyFields() || notifiee.notifFlags().has(flagNoPush) || ShortRoads::isTraced()) {
+  if (!attr || notifiee.meetsKeyFields() || notifiee.notifFlags().has(flagNoPush) || ShortRoads::isTraced())
     return false;
-  }
   Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
   void const* const value = plan.isPlainLeaf && !plan.isPrinted ? attr.valueAt(object) : nullptr;
   if (value == nullptr ||
-      (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty())) {
+      (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty()))
     return false;
-  }
   long const timestamp = notifiee.attrStates().changedTimestamp(attr.id(), nullptr);
   PlainLeaf const leaf{timestamp, &plan, &attr.memberType().desc(), value};
   return Sender::sendChange(notifiee.router(),

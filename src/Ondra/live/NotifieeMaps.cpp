@@ -53,9 +53,7 @@ void NotifieeMaps::insertInOrder(GifGnmiNotifiee* notifiee) {
 }
 
 void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
-  if (byObject_.insert(notifiee)) {
-    return;
-  }
+  if (byObject_.insert(notifiee)) return;
   GifGnmiNotifiee* const oldest = *byObject_.find(notifiee);
   Several& several = several_[notifiee->objectIdentity_];
   several.insert(oldest);
@@ -68,32 +66,23 @@ void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
 
 void NotifieeMaps::eraseByObject(GifGnmiNotifiee* notifiee) {
   auto const several = several_.find(notifiee->objectIdentity_);
-  if (several != several_.end()) {
-    several->second.erase(notifiee);
-  }
+  if (several != several_.end()) several->second.erase(notifiee);
   if (GifGnmiNotifiee* const* const oldest = byObject_.find(notifiee);
       oldest != nullptr && *oldest == notifiee) {
     byObject_.erase(notifiee);
-    if (several != several_.end() && !several->second.empty()) {
-      byObject_.insert(*several->second.begin());
-    }
+    if (several != several_.end() && !several->second.empty()) byObject_.insert(*several->second.begin());
   }
-  if (several != several_.end() && several->second.size() < 2) {
-    several_.erase(several);
-  }
+  if (several != several_.end() && several->second.size() < 2) several_.erase(several);
 }
 
 void NotifieeMaps::erase(NotifieePtr const& taken) {
   NotifieePtr const notifiee = taken; // `taken` may lie in a view
   PathPtr const& path = notifiee->prefixPath();
   if (notifiee->inRegistry_ && std::exchange(notifiee->recordedType_, false)) {
-    if (Kel::Ptr<PathToType> const types = pathTypesMap) {
-      types->pathTypesDel(Kel::String(path->toString()));
-    }
+    if (Kel::Ptr<PathToType> const types = pathTypesMap) types->pathTypesDel(Kel::String(path->toString()));
   }
-  if (!notifiee->inRegistry_) { // or not any more: whoever observes the types may have reacted
+  if (!notifiee->inRegistry_) // or not any more: whoever observes the types may have reacted
     return;
-  }
   notifiee->inRegistry_ = false;
   lastInOrder_.reset();
   inOrder_.erase(notifiee.get());
@@ -111,9 +100,7 @@ GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
 
 GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
   GifGnmiNotifiee* const* const oldest = byObject_.find(object);
-  if (oldest == nullptr) {
-    return nullptr;
-  }
+  if (oldest == nullptr) return nullptr;
   bool const isIt = (*oldest)->prefixPath()->isEqual(path.get());
   GifGnmiNotifiee* const notifiee = isIt ? *oldest : several_.contains(object) ? find(path) : nullptr;
   return notifiee != nullptr && notifiee->notifier() == object ? notifiee : nullptr;
@@ -121,18 +108,12 @@ GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr con
 
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
   GifGnmiNotifiee* const* const oldest = byObject_.find(object);
-  if (oldest == nullptr) {
-    return nullptr;
-  }
+  if (oldest == nullptr) return nullptr;
   // Else the address was that of an object that has gone unnoticed.
   auto const isOfIt = [object](GifGnmiNotifiee const* notifiee) { return notifiee->notifier() == object; };
-  if (isOfIt(*oldest)) {
-    return (*oldest)->prefixPath();
-  }
+  if (isOfIt(*oldest)) return (*oldest)->prefixPath();
   auto const several = several_.find(object);
-  if (several == several_.end()) {
-    return nullptr;
-  }
+  if (several == several_.end()) return nullptr;
   auto const found = std::find_if(several->second.begin(), several->second.end(), isOfIt);
   return found == several->second.end() ? nullptr : (*found)->prefixPath();
 }
@@ -140,9 +121,8 @@ NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) cons
 std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {
   std::vector<NotifieePtr> out;
   for (auto at = inOrder_.lower_bound(path);
-       at != inOrder_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at) {
+       at != inOrder_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at)
     out.emplace_back(NotifieePtr(*at));
-  }
   return out;
 }
 

@@ -17,9 +17,7 @@ ParkedWalks& ParkedWalks::instance() {
 }
 
 bool ParkedWalks::Order::operator()(Walker const* a, Walker const* b) const {
-  if (int const order = comparePaths(*a->prefixPath_, *b->prefixPath_); order != 0) {
-    return order < 0;
-  }
+  if (int const order = comparePaths(*a->prefixPath_, *b->prefixPath_); order != 0) return order < 0;
   return a->walkId_ == b->walkId_ ? a->parkedAs_ < b->parkedAs_ : a->walkId_ < b->walkId_;
 }
 
@@ -45,9 +43,7 @@ void ParkedWalks::park(std::unique_ptr<Walker>&& walker) {
   TOVAK_ASSERT(!(walker->walkId_ == WalkId()), walkerTrace(), "walkId 0 cannot be added to walkQ");
   WalkQ& queue = queueOf(*walker);
   walker->walkQ_ = &queue;
-  if (queue.cancelled) {
-    return; // nobody will resume it
-  }
+  if (queue.cancelled) return; // nobody will resume it
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Adding walkId:{} for path:{}", walker->walkId_,
               walker->prefixPath_);
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "type:{} walkQ size:{} walkId:{}",
@@ -61,39 +57,30 @@ void ParkedWalks::park(std::unique_ptr<Walker>&& walker) {
 // --- leaving -----------------------------------------------------------------------------------------
 
 void ParkedWalks::unlist(Walker& walker) noexcept {
-  if (walker.parkedAs_ == 0) {
-    return;
-  }
+  if (walker.parkedAs_ == 0) return;
   index_.erase(&walker);
   walker.parkedAs_ = 0;
   traceUnlisted(walker);
 }
 
 void ParkedWalks::unlistAll(WalkQ::WalkerList const& dropped) noexcept {
-  for (auto const& walker : dropped) {
+  for (auto const& walker : dropped)
     unlist(*walker);
-  }
 }
 
 bool ParkedWalks::isListed(Path const& path, WalkId const* id) const {
-  for (auto at = index_.lower_bound(path); at != index_.end() && (*at)->prefixPath_->isEqual(&path); ++at) {
-    if (id == nullptr || (*at)->walkId_ == *id) {
-      return true;
-    }
-  }
+  for (auto at = index_.lower_bound(path); at != index_.end() && (*at)->prefixPath_->isEqual(&path); ++at)
+    if (id == nullptr || (*at)->walkId_ == *id) return true;
   return false;
 }
 
 // Told when it was the last of its walk, or of all, at the path.
 void ParkedWalks::traceUnlisted(Walker const& walker) const {
-  if (!walkerTrace().isOn(5) || isListed(*walker.prefixPath_, &walker.walkId_)) {
-    return;
-  }
+  if (!walkerTrace().isOn(5) || isListed(*walker.prefixPath_, &walker.walkId_)) return;
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Removing walkId:{} for path:{}", walker.walkId_,
               walker.prefixPath_);
-  if (!isListed(*walker.prefixPath_, nullptr)) {
+  if (!isListed(*walker.prefixPath_, nullptr))
     TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "Removed path:{}", walker.prefixPath_);
-  }
 }
 
 void ParkedWalks::dropAtOrBelow(Path const& path) {
@@ -116,18 +103,15 @@ void ParkedWalks::dropAtOrBelow(Path const& path) {
 
 bool ParkedWalks::dropWalk(WalkId id) {
   auto const found = queues_.find(id);
-  if (found == queues_.end()) {
-    return false;
-  }
+  if (found == queues_.end()) return false;
   WalkQ& queue = found->second;
   WalkQ::WalkerList dropped;
   queue.dropAll(dropped);
   unlistAll(dropped);
-  if (queue.running) {
+  if (queue.running)
     queue.cancelled = true;
-  } else {
+  else
     queues_.erase(found);
-  }
   return true;
 }
 
@@ -147,9 +131,8 @@ void ParkedWalks::flush() {
 
 FullKelTypeWalker::PathWalkIdMapType ParkedWalks::paths() const {
   Walker::PathWalkIdMapType paths;
-  for (Walker const* const walker : index_) {
+  for (Walker const* const walker : index_)
     paths[walker->prefixPath_].insert(walker->walkId_);
-  }
   return paths;
 }
 
@@ -177,9 +160,8 @@ std::string FullKelTypeWalker::dumpWalkMap() {
   std::string text;
   for (auto const& [id, queue] : walkMap()) {
     text += fmt::format("walkId:{} walkList:[ ", id);
-    for (auto const& walker : queue.walkers) {
+    for (auto const& walker : queue.walkers)
       text += fmt::format("\n{} ", walker->debugString());
-    }
     text += "]\n";
   }
   return text;
@@ -187,9 +169,8 @@ std::string FullKelTypeWalker::dumpWalkMap() {
 
 std::string FullKelTypeWalker::dumpPathWalkIdMap() {
   std::string text;
-  for (auto const& [path, ids] : ParkedWalks::instance().paths()) {
+  for (auto const& [path, ids] : ParkedWalks::instance().paths())
     text += fmt::format("path:{} requestSet:[{}]\n", path, fmt::join(ids, " "));
-  }
   return text;
 }
 

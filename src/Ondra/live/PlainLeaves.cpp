@@ -18,12 +18,9 @@ PlainLeaves& PlainLeaves::shared() {
 
 void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object) {
   for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at) {
-    if (!plan.attrs[at].isText) {
-      continue;
-    }
-    if (auto const* const text = static_cast<Kel::String const*>(plan.attrs[at].attr.valueAt(object))) {
+    if (!plan.attrs[at].isText) continue;
+    if (auto const* const text = static_cast<Kel::String const*>(plan.attrs[at].attr.valueAt(object)))
       __builtin_prefetch(text->data());
-    }
   }
 }
 
@@ -33,32 +30,23 @@ void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface co
   void const* const value = attr.attr.valueAt(object);
   if (attr.isText && value != nullptr) {
     Kel::String const& text = *static_cast<Kel::String const*>(value);
-    if (attr.isEntityName && text.empty()) {
-      return;
-    }
+    if (attr.isEntityName && text.empty()) return;
     __builtin_prefetch(text.data());
   }
   long timestamp = common != 0 ? common : states.singularTimestamp(at);
-  if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
+  if (timestamp == 0) [[unlikely]] // the entry is made even when nothing is sent
     timestamp = states.timestampOf(attr.attr.id(), nullptr);
-  }
-  if (value == nullptr) {
-    return;
-  }
+  if (value == nullptr) return;
   PlainLeaf leaf{timestamp, &attr, &attr.attr.memberType().desc(), value};
-  if (!attr.isPrinted || takePrinted(leaf)) [[likely]] {
+  if (!attr.isPrinted || takePrinted(leaf)) [[likely]]
     leaves_.push_back(leaf);
-  }
 }
 
 void PlainLeaves::collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                           GifGnmiNotifiee& notifiee) {
   Collecting const of = begin(plan, object, notifiee);
-  for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at) {
-    if (plan.attrs[at].isPlainLeaf) {
-      append(plan.attrs[at], at, object, notifiee.attrStates(), of.common);
-    }
-  }
+  for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at)
+    if (plan.attrs[at].isPlainLeaf) append(plan.attrs[at], at, object, notifiee.attrStates(), of.common);
 }
 
 void PlainLeaves::add(Collecting const& of, std::size_t at) {
@@ -102,9 +90,8 @@ void PlainLeaves::addNodes(Source const& source, std::span<PlainLeaf> leaves) {
   while (!leaves.empty()) {
     long const timestamp = leaves.front().timestamp;
     std::size_t size = source.isOfOneTime ? leaves.size() : 1;
-    while (size < leaves.size() && leaves[size].timestamp == timestamp) {
+    while (size < leaves.size() && leaves[size].timestamp == timestamp)
       ++size;
-    }
     if (size < leaves.size() && !sorted) {
       sorted = true;
       std::stable_sort(leaves.begin(), leaves.end(), isEarlier);
@@ -122,18 +109,16 @@ std::span<PlainLeaves::Node const> PlainLeaves::nodes() {
     addNodes(sources_[i], std::span(leaves_).subspan(sources_[i].first, end - sources_[i].first));
   }
   auto const isEarlier = [](Node const& a, Node const& b) { return a.timestamp < b.timestamp; };
-  if (nodes_.size() > 1 && !std::is_sorted(nodes_.begin(), nodes_.end(), isEarlier)) {
+  if (nodes_.size() > 1 && !std::is_sorted(nodes_.begin(), nodes_.end(), isEarlier))
     std::stable_sort(nodes_.begin(), nodes_.end(), isEarlier);
-  }
   return nodes_;
 }
 
 void PlainLeaves::moveTo(Ir& ir) {
   for (Node const& node : nodes()) {
     IrNode& to = ir.addNode(node.timestamp, node.notifiee->prefixPath());
-    for (PlainLeaf const& leaf : node.leaves) {
+    for (PlainLeaf const& leaf : node.leaves)
       to.addLeaf(leaf.plan->leafPath, Kel::GenericIf::copyOf(*leaf.type, leaf.value));
-    }
   }
   clear();
 }

@@ -55,18 +55,13 @@ bool isDir(Kel::Entity const& entity) { return entity.fwkType().isDir(); }
 Kel::Ptr<Path const> pathInDirs(Kel::Entity const& entity) {
   std::vector<Kel::String> names;
   for (Kel::Entity const* at = &entity; at->parent() != nullptr; at = at->parent()) {
-    if (!isDir(*at->parent())) {
-      return nullptr;
-    }
+    if (!isDir(*at->parent())) return nullptr;
     names.push_back(at->Kel::Entity::name()); // of its place, whatever its class says
   }
-  if (names.empty()) {
-    return nullptr;
-  }
+  if (names.empty()) return nullptr;
   Kel::Ptr<Path> const path = Path::PathIs();
-  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+  for (auto name = names.rbegin(); name != names.rend(); ++name)
     path->push(PathElem::PathElemIs(*name)); // not parsed from a printed name: that may hold anything
-  }
   return WalkRules::isEncodable(*path) ? path : nullptr;
 }
 
@@ -111,9 +106,7 @@ std::string resolve(Kel::Entity& object, BaseRouter& router) {
   Start const start = object.isOrphan() ? Start{} : startOf(object);
   auto const& roots = walkedRoots();
   bool const walksAlready = std::find(roots.begin(), roots.end(), start.root.get()) != roots.end();
-  if (!start.root || walksAlready || roots.size() >= kMaxNested) {
-    return kNone;
-  }
+  if (!start.root || walksAlready || roots.size() >= kMaxNested) return kNone;
   walkFrom(start, router);
   std::string const path = knownPath(object);
   if (path.empty()) { // nothing that a walk reaches, or nothing any more: whoever the walk told may have removed it
@@ -127,17 +120,13 @@ std::string resolve(Kel::Entity& object, BaseRouter& router) {
 } // namespace
 
 std::string getPtrPathStr(Kel::Ptr<Kel::GenericIf const> const& ref, BaseRouter& router) {
-  if (!ref || !ref->type().isEntity() || ref->object() == nullptr) {
+  if (!ref || !ref->type().isEntity() || ref->object() == nullptr)
     return kNone; // no reference, none to an entity, or one to an entity that has gone
-  }
   Kel::Ptr<Kel::Entity> const object(static_cast<Kel::Entity*>(ref->object()));
   std::string text = knownPath(*object);
-  if (text.empty()) {
-    text = resolve(*object, router);
-  }
-  if (!object->isOrphan()) { // else it stays as it is
+  if (text.empty()) text = resolve(*object, router);
+  if (!object->isOrphan()) // else it stays as it is
     RenderScope::rendered(object->serial());
-  }
   return text;
 }
 
@@ -154,9 +143,7 @@ std::pair<Kel::Ptr<Path>, Kel::Ptr<Kel::GenericIf const>> getPtrPath(BaseRouter&
 }
 
 Kel::Ptr<Kel::GenericIf const> resolveGifKeyPtr(Kel::Ptr<Kel::GenericIf const> value) {
-  if (!value || !value->type().isKeyPtrWrapper()) {
-    return value;
-  }
+  if (!value || !value->type().isKeyPtrWrapper()) return value;
   return value->type().valAttr().genericIfGet(value);
 }
 

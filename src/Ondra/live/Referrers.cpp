@@ -10,9 +10,7 @@ namespace Ondra {
 namespace {
 
 int compareKeys(Kel::Ptr<Kel::GenericIf const> const& a, Kel::Ptr<Kel::GenericIf const> const& b) {
-  if (!a || !b) {
-    return static_cast<int>(static_cast<bool>(a)) - static_cast<int>(static_cast<bool>(b));
-  }
+  if (!a || !b) return static_cast<int>(static_cast<bool>(a)) - static_cast<int>(static_cast<bool>(b));
   return a->compare(*b);
 }
 
@@ -23,9 +21,7 @@ int compareSources(Referrers::Source const& a, Referrers::Source const& b) {
     };
     return age(a) < age(b) ? -1 : 1;
   }
-  if (a.id != b.id) {
-    return a.id < b.id ? -1 : 1;
-  }
+  if (a.id != b.id) return a.id < b.id ? -1 : 1;
   return compareKeys(a.key, b.key);
 }
 
@@ -47,9 +43,7 @@ bool Referrers::TargetFirst::operator()(Entry const& a, Entry const& b) const {
 
 void Referrers::add(Source const& source, Serial target) {
   Entry const entry{source, target};
-  if (bySource_.insert(entry).second) {
-    byTarget_.insert(entry);
-  }
+  if (bySource_.insert(entry).second) byTarget_.insert(entry);
 }
 
 void Referrers::keepOnly(Source const& source, Serials const& targets) {
@@ -77,20 +71,16 @@ void Referrers::forget(GifGnmiNotifiee* notifiee) {
 std::vector<Referrers::Entry> Referrers::showing(Serial target) const {
   std::vector<Entry> entries;
   for (auto at = byTarget_.lower_bound(Entry{Source{nullptr, -1, nullptr}, target});
-       at != byTarget_.end() && at->target == target; ++at) {
+       at != byTarget_.end() && at->target == target; ++at)
     entries.push_back(*at);
-  }
   return entries;
 }
 
 void Referrers::walkAnew(std::vector<Entry> const& stale) {
-  if (stale.empty()) {
-    return;
-  }
+  if (stale.empty()) return;
   WalkScope const unwindFirst;
-  for (Entry const& entry : stale) {
+  for (Entry const& entry : stale)
     entry.source.notifiee->pathChanged(entry.source.id, entry.source.key);
-  }
 }
 
 void Referrers::pathChanged(Serial target) const { walkAnew(showing(target)); }
@@ -128,13 +118,9 @@ RenderScope::RenderScope(bool active, GifGnmiNotifiee* notifiee, Kel::AttributeI
 }
 
 RenderScope::~RenderScope() {
-  if (!active_) {
-    return;
-  }
+  if (!active_) return;
   current_ = outer_;
-  if (mode_ == Mode::Replace && notifiee_ != nullptr) {
-    Referrers::instance().keepOnly(source(), targets_);
-  }
+  if (mode_ == Mode::Replace && notifiee_ != nullptr) Referrers::instance().keepOnly(source(), targets_);
 }
 
 Referrers::Source RenderScope::source() const {
@@ -143,12 +129,8 @@ Referrers::Source RenderScope::source() const {
 
 void RenderScope::rendered(Referrers::Serial target) {
   RenderScope* const scope = current_;
-  if (scope == nullptr || scope->notifiee_ == nullptr || !scope->notifiee_->isRegistered()) {
-    return;
-  }
-  if (scope->mode_ == Mode::Replace) {
-    scope->targets_.push_back(target);
-  }
+  if (scope == nullptr || scope->notifiee_ == nullptr || !scope->notifiee_->isRegistered()) return;
+  if (scope->mode_ == Mode::Replace) scope->targets_.push_back(target);
   Referrers::instance().add(scope->source(), target);
 }
 

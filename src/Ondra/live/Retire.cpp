@@ -37,9 +37,7 @@ void takeOut(Kel::Ptr<GifGnmiNotifiee> const& notifiee) {
   bool const forEver = entity->isOrphan();
   bool const isShown = forEver || notifieeMaps->pathOf(entity) == notifiee->prefixPath();
   notifieeMaps->erase(notifiee);
-  if (isShown) {
-    forEver ? referrers.objectEnded(serial) : referrers.pathChanged(serial);
-  }
+  if (isShown) forEver ? referrers.objectEnded(serial) : referrers.pathChanged(serial);
 }
 
 } // namespace
@@ -50,9 +48,8 @@ bool retire(Kel::Ptr<Path const> const& path) {
   tellOrEnd([&] {
     std::vector<Kel::Ptr<GifGnmiNotifiee>> const leaving = notifieeMaps->atOrBelow(*path);
     wasWatched = !leaving.empty();
-    for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) { // children first
+    for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) // children first
       takeOut(*notifiee);
-    }
     FullKelTypeWalker::delFromWalkQ(path);
   });
   return wasWatched;
@@ -81,9 +78,7 @@ int WalkScope::depth_ = 0;
 WalkScope::WalkScope() noexcept : exceptions_(std::uncaught_exceptions()) { ++depth_; }
 
 WalkScope::~WalkScope() noexcept(false) {
-  if (--depth_ == 0 && std::uncaught_exceptions() == exceptions_) {
-    Pending::instance().run();
-  }
+  if (--depth_ == 0 && std::uncaught_exceptions() == exceptions_) Pending::instance().run();
 }
 
 // --- Pending -------------------------------------------------------------------------------------------
@@ -119,16 +114,14 @@ void Pending::addSharers(GifGnmiNotifiee& notifiee, Kel::AttributeId id, Kel::Pt
 }
 
 bool Pending::Shared::operator<(Shared const& other) const {
-  if (notifiee != other.notifiee) { // by age, so that what happens can be repeated
+  if (notifiee != other.notifiee) // by age, so that what happens can be repeated
     return notifiee->serial() < other.notifiee->serial();
-  }
   return id != other.id ? id < other.id : comparePaths(*path, *other.path) < 0;
 }
 
 void Pending::run() {
-  if (running_ || (queue_.empty() && later_.empty() && shared_.empty())) { // nothing waits after most changes
+  if (running_ || (queue_.empty() && later_.empty() && shared_.empty())) // nothing waits after most changes
     return;
-  }
   struct Running {
     explicit Running(Pending& theQueue) : queue(theQueue) { queue.running_ = true; }
     ~Running() {

@@ -113,9 +113,8 @@ template <class Encode, class Push>
 [[gnu::noinline]] void sendMessages(BaseRouter& router, Encode const& encode, Push const& push) {
   RespEncoder& encoder = RespEncoder::shared();
   encode(encoder);
-  for (Message& response : encoder.responses()) {
+  for (Message& response : encoder.responses())
     push(router, response);
-  }
   encoder.clear();
 }
 
@@ -132,17 +131,15 @@ void sendAsTaken(BaseRouter& router, Encode const& encode, Push const& push) {
 }
 
 void encodePlain(PlainLeaves& leaves, RespEncoder& encoder) {
-  for (PlainLeaves::Node const& node : leaves.nodes()) {
+  for (PlainLeaves::Node const& node : leaves.nodes())
     encoder.encodeNode(node.plain());
-  }
 }
 
 template <class Push>
 [[gnu::noinline]] void encodeKept(std::span<PlainLeaves::Node const> nodes, BytePush<Push>& encoder) {
   KeptBytes kept;
-  for (PlainLeaves::Node const& node : nodes) {
+  for (PlainLeaves::Node const& node : nodes)
     kept.encodeNode(node.plain());
-  }
   kept.passOn(encoder);
 }
 
@@ -165,16 +162,13 @@ void encodePlain(PlainLeaves& leaves, BytePush<Push>& encoder) {
 template <class Router, class Response>
 WalkResult Sender::push(Router& router, Response& response) const {
   FullKelTypeWalker const& walker = walker_;
-  if (walker.flags_ & flagNoPush) {
-    return WalkResult::Success;
-  }
+  if (walker.flags_ & flagNoPush) return WalkResult::Success;
   TOVAK_TRACE(walkerTrace(), 7, kWalkerCategory, "{} push id:{} {}", walker.debugString(), walker.syncId_,
               textOf(response));
   TOVAK_ASSERT(timestampOf(response) != 0, walkerTrace(), "0 timestamps are not allowed. resp:{}",
                textOf(response));
-  if (!handOver([&] { return handTo(router, walker.syncId_, walker.walkId_, response); })) {
+  if (!handOver([&] { return handTo(router, walker.syncId_, walker.walkId_, response); }))
     return WalkResult::PipeFull;
-  }
   if (walker.walkQ_ != nullptr && walker.walkQ_->shouldYield()) {
     TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "QuantaExceeded: syncId:{} walkId:{}", walker.syncId_,
                 walker.walkId_);
@@ -210,9 +204,7 @@ WalkResult Sender::send(Ir const& ir) const {
   auto const encode = [&](IrEncoder& encoder) {
     ir.encode(encoder);
     if (what_ == What::Change) {
-      if (std::shared_ptr<Ir> const gone = encoder.takeLeftOut()) {
-        gone->encode(encoder);
-      }
+      if (std::shared_ptr<Ir> const gone = encoder.takeLeftOut()) gone->encode(encoder);
     }
   };
   sendAsTaken(walker_.router_, encode, Push{*this, result});
@@ -252,13 +244,9 @@ WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<ArenaRespMsg>& resp) co
 }
 
 WalkResult FullKelTypeWalker::routerPush(std::shared_ptr<Ir>& ir) const {
-  if (flags_ & flagNoPush) {
-    return WalkResult::Success;
-  }
+  if (flags_ & flagNoPush) return WalkResult::Success;
   bool const wasEmpty = ir->empty();
-  if (Unsent::dropEnded(); ir->empty() && !wasEmpty) {
-    return WalkResult::Success;
-  }
+  if (Unsent::dropEnded(); ir->empty() && !wasEmpty) return WalkResult::Success;
   return Sender(*this, Sender::What::Walk).send(*ir);
 }
 
@@ -268,9 +256,7 @@ WalkResult FullKelTypeWalker::routerPush(bool force) {
     ir_->clear(); // or a walk that sends nothing would collect all of it
     return WalkResult::Success;
   }
-  if (!force && !(walkQ_ != nullptr && walkQ_->shouldYield())) {
-    return WalkResult::Success;
-  }
+  if (!force && !(walkQ_ != nullptr && walkQ_->shouldYield())) return WalkResult::Success;
   WalkResult const result = routerPush(ir_);
   ir_->clear();
   return result;

@@ -13,9 +13,7 @@ int comparePlaces(Kel::AttributeId idA, Path const& a, Kel::AttributeId idB, Pat
 }
 
 int compareKeys(Sharers::Key const& a, Sharers::Key const& b) {
-  if (!a || !b) {
-    return static_cast<int>(static_cast<bool>(a)) - static_cast<int>(static_cast<bool>(b));
-  }
+  if (!a || !b) return static_cast<int>(static_cast<bool>(a)) - static_cast<int>(static_cast<bool>(b));
   return a->compare(*b);
 }
 
@@ -42,9 +40,7 @@ bool Sharers::isShared(Path const& path) {
 
 std::optional<Sharers::Key> Sharers::last(Kel::AttributeId id, PathPtr const& path) const {
   auto const behind = members_.upper_bound(Place{id, *path});
-  if (behind == members_.begin()) {
-    return std::nullopt;
-  }
+  if (behind == members_.begin()) return std::nullopt;
   Member const& member = *std::prev(behind);
   return comparePlaces(member.id, *member.path, id, *path) == 0 ? std::optional<Key>(member.key)
                                                                 : std::nullopt;
@@ -53,9 +49,8 @@ std::optional<Sharers::Key> Sharers::last(Kel::AttributeId id, PathPtr const& pa
 std::vector<Sharers::Key> Sharers::all(Kel::AttributeId id, PathPtr const& path) const {
   std::vector<Key> keys;
   Place const place{id, *path};
-  for (auto at = members_.lower_bound(place); at != members_.end() && !Order()(place, *at); ++at) {
+  for (auto at = members_.lower_bound(place); at != members_.end() && !Order()(place, *at); ++at)
     keys.push_back(at->key);
-  }
   return keys;
 }
 

@@ -47,19 +47,13 @@ ShortRoads::ShortRoads(FullKelTypeWalker& walker, GifGnmiNotifiee* notifiee)
 WalkResult ShortRoads::walkOwnLeaf(WalkRules::AttrPlan const& plan, std::size_t position) {
   FullKelTypeWalker& walker = walker_;
   Kel::Ptr<Kel::GenericIf const> value = plan.attr.genericIfGet(walker.gif_);
-  if (plan.isEntityName && isEmptyText(value)) {
-    return WalkResult::Success;
-  }
+  if (plan.isEntityName && isEmptyText(value)) return WalkResult::Success;
   long timestamp = notifiee_->attrStates().singularTimestamp(position);
-  if (timestamp == 0) [[unlikely]] { // the entry is made even when nothing is sent
+  if (timestamp == 0) [[unlikely]] // the entry is made even when nothing is sent
     timestamp = notifiee_->attrStates().timestampOf(plan.attr.id(), nullptr);
-  }
-  if (!value) {
-    return WalkResult::Success;
-  }
-  if (plan.isPrinted) [[unlikely]] {
+  if (!value) return WalkResult::Success;
+  if (plan.isPrinted) [[unlikely]]
     value = printed(value);
-  }
   walker.ir_->addNode(timestamp, walker.prefixPath_).addLeaf(plan.leafPath, std::move(value));
   return walker.walkQ_ != nullptr && walker.walkQ_->task ? walker.routerPush(false) : WalkResult::Success;
 }
@@ -76,9 +70,7 @@ WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterf
     pin = Kel::Ptr<Kel::PtrInterface const>(&object);
     watching = Kel::Ptr<GifGnmiNotifiee>(&notifiee);
     leaves.print(plan, object, [this](Kel::KelAttr const& attr) { walker_.leaveOut(attr); });
-    if (!notifiee.isRegistered()) {
-      return WalkResult::Success;
-    }
+    if (!notifiee.isRegistered()) return WalkResult::Success;
   }
   leaves.collect(plan, object, notifiee);
   return Sender(walker_, Sender::What::Walk).send(leaves);
@@ -87,31 +79,25 @@ WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterf
 namespace {
 
 void prefetchLines(void const* from, std::size_t lines) {
-  for (std::size_t at = 0; at < lines; ++at) {
+  for (std::size_t at = 0; at < lines; ++at)
     __builtin_prefetch(static_cast<char const*>(from) + at * kLine);
-  }
 }
 
 // The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the
 // object, three members before its turn; its notifiee; then what these two point to.
 void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member) {
-  if (Kel::PtrInterface const* const object = member.objectAhead(3)) {
-    prefetchLines(object, kObjectLines);
-  }
+  if (Kel::PtrInterface const* const object = member.objectAhead(3)) prefetchLines(object, kObjectLines);
   if (Kel::PtrInterface const* const object = member.objectAhead(2)) {
-    if (Kel::NotifieeList const* const list = object->notifieeList()) {
+    if (Kel::NotifieeList const* const list = object->notifieeList())
       prefetchLines(list->front(), kNotifieeLines);
-    }
   }
   if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
     Kel::NotifieeList const* const list = object->notifieeList();
     Kel::PtrInterface::NotifieeConst const* const first = list == nullptr ? nullptr : list->front();
-    if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee)) {
+    if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee))
       static_cast<GifGnmiNotifiee const*>(first)->prefetch();
-    }
-    if (object->fwkType() == plan.attr.memberType()) {
+    if (object->fwkType() == plan.attr.memberType())
       PlainLeaves::prefetch(WalkRules::memberPlanOf(plan), *object);
-    }
   }
 }
 
@@ -121,19 +107,13 @@ bool ShortRoads::sendsPlain() const { return walker_.ir_->empty() && !(walker_.f
 
 std::optional<WalkResult> ShortRoads::walkLight(WalkRules::AttrPlan const& plan,
                                                 Kel::PtrInterface const* child) {
-  if (child == nullptr || !sendsPlain()) {
-    return std::nullopt;
-  }
+  if (child == nullptr || !sendsPlain()) return std::nullopt;
   WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan);
   bool const isPlain = type.plainFrom == 0; // some may be printed
   // A derived type may have what the plan does not know of.
-  if (!(type.isLight || isPlain) || !(child->fwkType() == type.type)) {
-    return std::nullopt;
-  }
+  if (!(type.isLight || isPlain) || !(child->fwkType() == type.type)) return std::nullopt;
   GifGnmiNotifiee* const held = heldNotifiee(*child, *notifiee_, plan.attr.id());
-  if (held == nullptr || held->meetsKeyFields()) {
-    return std::nullopt;
-  }
+  if (held == nullptr || held->meetsKeyFields()) return std::nullopt;
   return isPlain ? pushPlain(type, *child, *held)
                  : insideResult(LightWalk(walker_).walk(type, *child, *held));
 }
@@ -146,16 +126,10 @@ std::optional<WalkResult> ShortRoads::pushMember(WalkRules::AttrPlan const& plan
 
 std::optional<WalkResult> ShortRoads::walkChild(WalkRules::AttrPlan const& plan,
                                                 Kel::Ptr<Kel::GenericIf const> const& child) {
-  if (!child || !(child->type() == plan.attr.memberType())) {
-    return std::nullopt;
-  }
-  if (auto const walked = walkLight(plan, child->object())) {
-    return walked;
-  }
+  if (!child || !(child->type() == plan.attr.memberType())) return std::nullopt;
+  if (auto const walked = walkLight(plan, child->object())) return walked;
   Kel::Ptr<GifGnmiNotifiee> held(heldNotifiee(*child->object(), *notifiee_, plan.attr.id()));
-  if (!held) {
-    return std::nullopt;
-  }
+  if (!held) return std::nullopt;
   Kel::Ptr<Path const> const path = held->prefixPath();
   return walkWatched(child, std::move(held), path, 0, nullptr);
 }
@@ -183,23 +157,18 @@ static Kel::Bytes const& sharedElem(WalkRules::AttrPlan const& plan, GifGnmiNoti
   bool const isShared = plan.road == WalkRules::Road::Singleton &&
                         path.elemSize() == holder.prefixPath()->elemSize() + 1 &&
                         path.elems().back()->isEqual(plan.elem.get());
-  if (isShared && plan.wireElem.view().empty()) {
-    plan.wireElem = wireElems(*plan.leafPath);
-  }
+  if (isShared && plan.wireElem.view().empty()) plan.wireElem = wireElems(*plan.leafPath);
   return isShared ? plan.wireElem : none;
 }
 
 void ShortRoads::noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee* notifiee, Kel::KelAttr const& attr,
                           Kel::Ptr<Kel::GenericIf const> const& child, Kel::Ptr<Path const> const& path) {
-  if (notifiee == nullptr || !child || !child->type().isEntity()) {
-    return;
-  }
+  if (notifiee == nullptr || !child || !child->type().isEntity()) return;
   WalkRules::AttrPlan const& plan = WalkRules::typePlan(holder.type()).attrs[attr.desc().index];
   auto const& entity = static_cast<Kel::Entity const&>(*child->object());
   if (GifGnmiNotifiee* const held =
-          isPlaceOf(plan, *holder.object(), entity) ? notifieeMaps->find(&entity, path) : nullptr) {
+          isPlaceOf(plan, *holder.object(), entity) ? notifieeMaps->find(&entity, path) : nullptr)
     noteHeld(plan, *notifiee, *held);
-  }
 }
 
 bool ShortRoads::isPlaceOf(WalkRules::AttrPlan const& plan, Kel::PtrInterface const& holder,

@@ -23,20 +23,15 @@ Unsent::Unsent(FullKelTypeWalker& walker, std::shared_ptr<Ir>& ir, GifGnmiNotifi
 Unsent::~Unsent() { innermost_ = outer_; }
 
 void Unsent::dropEnded() {
-  for (Unsent* at = innermost_; at != nullptr; at = at->outer_) {
-    if (at->began_ != interruptions_ && at->notifiee_ != nullptr && !at->notifiee_->isRegistered() &&
-        at->ir_) {
+  for (Unsent* at = innermost_; at != nullptr; at = at->outer_)
+    if (at->began_ != interruptions_ && at->notifiee_ != nullptr && !at->notifiee_->isRegistered() && at->ir_)
       at->ir_->drop(*at->notifiee_->prefixPath());
-    }
-  }
 }
 
 // From the inside out: what a part of a notification has found it hands to the whole.
 void Unsent::sendAll() {
   ++interruptions_;
-  if (sending_ > 0) {
-    return; // a router changes the model while it is given something
-  }
+  if (sending_ > 0) return; // a router changes the model while it is given something
   for (Unsent* at = innermost_; at != nullptr; at = at->outer_) {
     bool const isOuters = at->outer_ != nullptr && at->outer_->ir_ == at->ir_;
     if (!isOuters && at->ir_ && !at->ir_->empty()) {

@@ -68,28 +68,16 @@ WalkResult FullKelTypeWalker::walkSingletonAttr(Kel::KelAttr attr,
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} leaf attr:{} type:{} addKeyScalar:{}", debugString(),
               attr.name().view(), attr.type().name().view(), key != nullptr);
   keyName_->escapeMarkIs(!valueMode());
-  if (!(flags_ & flagSnapshot) && !attr.isInstantiating() && valueMode()) {
-    return yieldResult();
-  }
-  if (!ir && valueMode()) {
-    ir = Ir::IrIs(); // nested values add to it; it is sent at the end of the attribute
-  }
+  if (!(flags_ & flagSnapshot) && !attr.isInstantiating() && valueMode()) return yieldResult();
+  if (!ir && valueMode()) ir = Ir::IrIs(); // nested values add to it; it is sent at the end of the attribute
   Item item{*this, attr, std::move(leafPath), timestamp, key, ir};
-  if (valueMode()) {
-    item.meetKeyField();
-  }
-  if (attr.isGnmiJsonString()) {
-    return item.walkJson();
-  }
+  if (valueMode()) item.meetKeyField();
+  if (attr.isGnmiJsonString()) return item.walkJson();
   Kel::Ptr<Kel::GenericIf const> const& interest = attr.isScalarArray() ? gif_ : attrGif;
-  if (!interest && !attr.isPointer()) {
-    return WalkResult::Success; // not set: a snapshot says nothing of it
-  }
+  if (!interest && !attr.isPointer()) return WalkResult::Success; // not set: a snapshot says nothing of it
   WalkResult result = WalkResult::Success;
   if (attr.isInstantiating()) {
-    if (hasBeenRemoved(*attrGif)) {
-      return WalkResult::Success;
-    }
+    if (hasBeenRemoved(*attrGif)) return WalkResult::Success;
     result = item.walkEntity(attrGif, notifiee);
   } else {
     result = item.pushCollected(attr.isPointer() ? item.walkPointer(attrGif) : item.walkPlain(interest));
@@ -148,9 +136,7 @@ WalkResult FullKelTypeWalker::Item::walkJson() const {
   }
   Kel::Ptr<Kel::GenericIf const> json;
   walker.extractGnmiJsonStrepAttr(walker.gif_, attr, leafPath, *walker.keyName_, &json);
-  if (json) {
-    ir->addNode(timestamp, walker.prefixPath_).addLeaf(leafPath, json);
-  }
+  if (json) ir->addNode(timestamp, walker.prefixPath_).addLeaf(leafPath, json);
   return WalkResult::Success; // sent with what comes next, at the latest at the end of the object
 }
 
@@ -173,14 +159,12 @@ WalkResult FullKelTypeWalker::Item::walkPointer(Kel::Ptr<Kel::GenericIf const> c
 WalkResult FullKelTypeWalker::Item::walkPlain(Kel::Ptr<Kel::GenericIf const> const& value) const {
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} singleton non-value attr", walker.debugString());
   if (attr.isScalarArray()) {
-    if (walker.valueMode()) {
+    if (walker.valueMode())
       walker.extractScalarArray(value, attr, ir, walker.prefixPath_, leafPath, timestamp);
-    }
     return WalkResult::Success;
   }
-  if (!isScalarType(attr.memberType())) {
+  if (!isScalarType(attr.memberType()))
     return walker.nextWalker(value, ir, leafPath, *walker.keyName_, timestamp, key);
-  }
   if (!walker.valueMode()) {
     walker.extractScalar(value, leafPath, *walker.keyName_, nullptr);
     return WalkResult::Success;
@@ -190,12 +174,9 @@ WalkResult FullKelTypeWalker::Item::walkPlain(Kel::Ptr<Kel::GenericIf const> con
 }
 
 WalkResult FullKelTypeWalker::Item::pushCollected(WalkResult result) const {
-  if (walker.objType_.isValueType()) {
-    return result;
-  }
-  if (toggleOndraSyncBundlingEnabled()) {
+  if (walker.objType_.isValueType()) return result;
+  if (toggleOndraSyncBundlingEnabled())
     return walker.ir_ && !walker.ir_->empty() ? merged(result, walker.routerPush(false)) : result;
-  }
   if (!walker.ir_ && ir && !ir->empty()) {
     result = merged(result, walker.routerPush(ir));
     ir.reset();
@@ -211,9 +192,7 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
                                                  GifGnmiNotifiee* notifiee, std::shared_ptr<Ir>& ir) {
   // The state entry is made even when nothing is sent: the member's deletion is told by it.
   long const timestamp = attrTimestamp(attr, memberKey, notifiee);
-  if (!(flags_ & flagSnapshot) && !attr.isInstantiating() && valueMode()) {
-    return yieldResult();
-  }
+  if (!(flags_ & flagSnapshot) && !attr.isInstantiating() && valueMode()) return yieldResult();
   KelKey memberKeyState;
   TOVAK_TRACE(walkerTrace(), 9, kWalkerCategory, "{} extract the key", debugString());
   extractKeyInfo(memberKey, attr, memberKeyState);
@@ -230,20 +209,14 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
                 attr.name().view(), prefixPath_, leafPath_);
     return WalkResult::Success;
   }
-  if (!ir) {
-    ir = Ir::IrIs();
-  }
+  if (!ir) ir = Ir::IrIs();
   memberKeyState.updateAndStorePrefix(item.leafPath, WalkRules::isDirEntries(attr), attr);
   if (plan.keyHoldsReference && notifiee != nullptr && !objType_.isValueType() &&
-      !item.takePlace(*notifiee, memberKey, plan.canLoseLeaves)) {
+      !item.takePlace(*notifiee, memberKey, plan.canLoseLeaves))
     return yieldResult(); // covered by another member at the same path
-  }
-  if (attr.isInstantiating()) {
+  if (attr.isInstantiating())
     memberKeyState.prefixIs(Path::PathIs()); // the member is walked under a prefix of its own
-  }
-  if (attr.isKeyScalarNode()) {
-    return item.walkKeyScalars(memberKeyState);
-  }
+  if (attr.isKeyScalarNode()) return item.walkKeyScalars(memberKeyState);
   return walkSingletonAttr(attr, memberValue, notifiee, timestamp, std::move(item.leafPath), &memberKeyState,
                            ir);
 }
@@ -264,12 +237,9 @@ bool FullKelTypeWalker::Item::takePlace(GifGnmiNotifiee& notifiee,
 }
 
 WalkResult FullKelTypeWalker::Item::walkKeyScalars(KelKey& memberKey) const {
-  if (memberKey.inKeyMode() && !memberKey.escapeMark() && !memberKey.scalars().empty()) {
+  if (memberKey.inKeyMode() && !memberKey.escapeMark() && !memberKey.scalars().empty())
     memberKey.copyScalars(ir->addNode(timestamp, walker.prefixPath_));
-  }
-  if (walker.objType_.isValueType()) {
-    return WalkResult::Success;
-  }
+  if (walker.objType_.isValueType()) return WalkResult::Success;
   TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push key scalar message", walker.debugString());
   return pushCollected(WalkResult::Success);
 }
@@ -280,11 +250,10 @@ void FullKelTypeWalker::Item::encodeIntoKey(Kel::Ptr<Kel::GenericIf const> const
               walker.debugString(), KelKey::toString(memberKey));
   Kel::Ptr<Path> const path = Path::PathIs();
   path->push(PathElem::PathElemIs(Kel::String(memberKey.gnmiKeyName(leafPath))));
-  if (isScalarType(attr.memberType())) {
+  if (isScalarType(attr.memberType()))
     walker.extractScalar(value, path, *walker.keyName_, nullptr);
-  } else {
+  else
     walker.nextWalker(value, walker.ir_, path, *walker.keyName_, walker.timestamp_, nullptr);
-  }
 }
 
 } // namespace Ondra

@@ -23,15 +23,11 @@ void WalkQ::addWalker(std::unique_ptr<FullKelTypeWalker>&& walker) {
                syncWalkId);
   auto const place = walkers.insert(inTurn_ ? next_ : walkers.begin(), std::move(walker));
   (*place)->place_ = place;
-  if (inTurn_) {
-    next_ = place;
-  }
+  if (inTurn_) next_ = place;
 }
 
 std::unique_ptr<FullKelTypeWalker> WalkQ::popWalker() {
-  if (walkers.empty()) {
-    return nullptr;
-  }
+  if (walkers.empty()) return nullptr;
   WalkerList taken;
   drop(std::prev(walkers.end()), taken);
   ParkedWalks::instance().unlist(*taken.front());
@@ -39,9 +35,7 @@ std::unique_ptr<FullKelTypeWalker> WalkQ::popWalker() {
 }
 
 void WalkQ::drop(WalkerList::iterator walker, WalkerList& to) noexcept {
-  if (inTurn_ && next_ == walker) {
-    ++next_;
-  }
+  if (inTurn_ && next_ == walker) ++next_;
   to.splice(to.end(), walkers, walker);
 }
 

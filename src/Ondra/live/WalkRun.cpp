@@ -41,9 +41,7 @@ private:
   using Plan = WalkRules::AttrPlan;
 
   [[nodiscard]] static Kel::Ptr<GifGnmiNotifiee> notifieeOf(FullKelTypeWalker& walker) {
-    if (walker.objType_.isValueType()) {
-      return nullptr; // values are watched by nobody
-    }
+    if (walker.objType_.isValueType()) return nullptr; // values are watched by nobody
     return walker.notifiee_ ? std::move(walker.notifiee_)
                             : KelGnmiUtils::lookupGnmiNotifieeMap(walker.prefixPath_);
   }
@@ -89,15 +87,11 @@ WalkResult FullKelTypeWalker::walk(KelKey* key) {
   if (flags_ & flagSkipWalk) { // its attributes are done: it waited for the children it left behind
     TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Skipping walk of {} at:{}", prefixPath_,
                 objType_.name().view());
-    if (toggleOndraSyncBundlingEnabled() && rootWalker_ && ir_ && !ir_->empty()) {
-      routerPush(true);
-    }
+    if (toggleOndraSyncBundlingEnabled() && rootWalker_ && ir_ && !ir_->empty()) routerPush(true);
     return WalkResult::Success;
   }
   Run run(*this, key == nullptr && ownKey_ ? &*ownKey_ : key);
-  if (attrQ_.started()) {
-    return run.go();
-  }
+  if (attrQ_.started()) return run.go();
   attrQ_ = Kel::KelTypeBase::AttributeQIterator(objType_);
   return run.goAll();
 }
@@ -125,15 +119,11 @@ WalkResult FullKelTypeWalker::Run::go() {
       break;
     }
     Plan const& attr = plan_.attrs[position];
-    if (attr.road == Road::Skip) {
-      continue;
-    }
+    if (attr.road == Road::Skip) continue;
     result = merged(result, walkItem(attr.attr, [&] {
                       return attr.road == Road::Collection ? walkMembers(attr) : walkAttr(attr, position);
                     }));
-    if (parked_) {
-      return result;
-    }
+    if (parked_) return result;
     walker.resumeKey_.reset();
   }
   return finish(result, pushed);
@@ -156,12 +146,9 @@ WalkResult FullKelTypeWalker::Run::walkItem(Kel::KelAttr const& attr, Walk const
 
 bool FullKelTypeWalker::Run::hasEnded() const {
   if (interruptions_ == Unsent::interruptions() || !notifiee_ || notifiee_->isRegistered() ||
-      walker_.flags_.has(flagInstantiatingOnly)) [[likely]] {
+      walker_.flags_.has(flagInstantiatingOnly)) [[likely]]
     return false;
-  }
-  if (ir_) {
-    ir_->drop(*walker_.prefixPath_);
-  }
+  if (ir_) ir_->drop(*walker_.prefixPath_);
   return true;
 }
 
@@ -180,26 +167,20 @@ bool FullKelTypeWalker::Run::isLeftOut(Plan const& plan) const {
 }
 
 WalkResult FullKelTypeWalker::Run::walkAttr(Plan const& plan, std::size_t position) {
-  if (shortRoads_.toLeaves() && plan.isOwnLeaf) {
-    return shortRoads_.walkOwnLeaf(plan, position);
-  }
+  if (shortRoads_.toLeaves() && plan.isOwnLeaf) return shortRoads_.walkOwnLeaf(plan, position);
   return isLeftOut(plan) ? WalkResult::Success : walkSingleton(plan);
 }
 
 WalkResult FullKelTypeWalker::Run::walkSingleton(Plan const& plan) {
   FullKelTypeWalker& walker = walker_;
   if (plan.isPlainHolder && shortRoads_.toHeld()) {
-    if (auto const result = shortRoads_.walkChild(plan, plan.attr.genericIfGet(walker.gif_))) {
-      return *result;
-    }
+    if (auto const result = shortRoads_.walkChild(plan, plan.attr.genericIfGet(walker.gif_))) return *result;
   }
   GifGnmiNotifiee* const notifiee = notifiee_.get();
   long const timestamp = walker.attrTimestamp(plan.attr, nullptr, notifiee);
   Kel::Ptr<Path> const leafPath = WalkRules::attrLeafPath(walker.leafPath_, plan);
   Kel::Ptr<Kel::GenericIf const> value = plan.readsValue ? plan.attr.genericIfGet(walker.gif_) : nullptr;
-  if (plan.isEntityName && isEmptyText(value)) {
-    value.reset(); // only the key field that it meets is told
-  }
+  if (plan.isEntityName && isEmptyText(value)) value.reset(); // only the key field that it meets is told
   walker.step_ = {plan.attr, nullptr};
   bool const renders = plan.rendersReferences && !walker.objType_.isValueType();
   RenderScope const rendering(renders, notifiee, plan.attr.id(), walker.step_.key);
@@ -207,9 +188,7 @@ WalkResult FullKelTypeWalker::Run::walkSingleton(Plan const& plan) {
 }
 
 WalkResult FullKelTypeWalker::Run::walkMembers(Plan const& plan) {
-  if (isLeftOut(plan)) {
-    return WalkResult::Success;
-  }
+  if (isLeftOut(plan)) return WalkResult::Success;
   Kel::GenericIf::Iterator member = walker_.resumeKey_
                                         ? plan.attr.genericIfIteratorConst(walker_.gif_, walker_.resumeKey_)
                                         : plan.attr.genericIfIteratorConst(walker_.gif_);
@@ -233,18 +212,12 @@ WalkResult FullKelTypeWalker::Run::walkMembers(Plan const& plan) {
 WalkResult FullKelTypeWalker::Run::walkMember(Plan const& plan, Kel::GenericIf::Iterator const& member) {
   bool const shortRoad = plan.isPlainHolder && shortRoads_.toHeld();
   if (shortRoad) {
-    if (auto const pushed = shortRoads_.pushMember(plan, member)) {
-      return *pushed;
-    }
+    if (auto const pushed = shortRoads_.pushMember(plan, member)) return *pushed;
   }
   Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
-  if (!value) {
-    return WalkResult::Success; // gone since it was looked for
-  }
+  if (!value) return WalkResult::Success; // gone since it was looked for
   if (shortRoad) {
-    if (auto const walked = shortRoads_.walkChild(plan, value)) {
-      return *walked;
-    }
+    if (auto const walked = shortRoads_.walkChild(plan, value)) return *walked;
   }
   Kel::Ptr<Kel::GenericIf const> const memberKey = member.key();
   walker_.step_ = {plan.attr, memberKey};
@@ -256,9 +229,7 @@ WalkResult FullKelTypeWalker::Run::walkMember(Plan const& plan, Kel::GenericIf::
 WalkResult FullKelTypeWalker::Run::pause(WalkResult result) {
   // Nothing collected stays held while the walk is parked.
   if (toggleOndraSyncBundlingEnabled()) {
-    if (walker_.ir_ && !walker_.ir_->empty()) {
-      walker_.routerPush(true);
-    }
+    if (walker_.ir_ && !walker_.ir_->empty()) walker_.routerPush(true);
   } else if (ir_ && !ir_->empty()) {
     walker_.routerPush(ir_);
     ir_->clear();
@@ -274,9 +245,7 @@ WalkResult FullKelTypeWalker::Run::finish(WalkResult result, WalkResult pushed) 
     notifiee_->onZeroReferences();
   }
   if (toggleOndraSyncBundlingEnabled()) {
-    if (walker.rootWalker_ && walker.ir_ && !walker.ir_->empty()) {
-      pushed = walker.routerPush(true);
-    }
+    if (walker.rootWalker_ && walker.ir_ && !walker.ir_->empty()) pushed = walker.routerPush(true);
   } else if (!walker.ir_ && ir_ && !ir_->empty()) {
     TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push user-defined value message",
                 walker.debugString());
@@ -287,9 +256,7 @@ WalkResult FullKelTypeWalker::Run::finish(WalkResult result, WalkResult pushed) 
     // All is sent: a pipe that is full now holds up those who come after, not this walk.
     return pushed == WalkResult::PipeFull && walker.rootWalker_ ? WalkResult::SuccessWithPipeFull : pushed;
   }
-  if (!mustPause(result)) {
-    return result;
-  }
+  if (!mustPause(result)) return result;
   TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Pause walk of type:{} Children are paused",
               walker.objType_.name().view());
   walker.flags_ |= flagSkipWalk;

@@ -71,9 +71,7 @@ WalkResult FullKelTypeWalker::doWalkObject(std::shared_ptr<WalkInfo>& walkInfo, 
     return WalkResult::Success;
   }
   Kel::Ptr<GifGnmiNotifiee> const notifiee = setUpGifNotifiee(walkInfo);
-  if (!ir && toggleOndraSyncBundlingEnabled()) {
-    ir = Ir::IrIs();
-  }
+  if (!ir && toggleOndraSyncBundlingEnabled()) ir = Ir::IrIs();
   TOVAK_TRACE(walkerTrace(), 5, kWalkerCategory, "construct FullKelTypeWalker with prefixPath:{}",
               walkInfo->path);
   long const timestamp = walkInfo->timeStampToUse != 0
@@ -113,9 +111,7 @@ WalkResult goThrough(WalkQ& queue) {
     std::string const name = walkerTrace().isOn(4) ? walker->debugString() : std::string(); // it may be moved
     TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Resume walk of {}", name);
     result = guarded(queue.syncWalkId, [&] { return ParkedWalks::resume(queue, *walker); });
-    if (queue.cancelled) {
-      break;
-    }
+    if (queue.cancelled) break;
     if (result != WalkResult::Success && !queue.walkers.empty()) {
       TOVAK_TRACE(walkerTrace(), 4, kWalkerCategory, "Couldn't finish walk of {} due to {}", name, result);
       break;
@@ -150,9 +146,7 @@ WalkResult FullKelTypeWalker::resumeWalk(std::shared_ptr<WalkInfo>& walkInfo) {
     ParkedWalks::instance().dropWalk(id);
     throw;
   }
-  if (!queue.walkers.empty()) {
-    return insideResult(result);
-  }
+  if (!queue.walkers.empty()) return insideResult(result);
   std::shared_ptr<Tovak::Task> const task = std::move(queue.task); // may be the last to hold what it holds
   walkMap().erase(id);
   return WalkResult::Success;

@@ -67,13 +67,9 @@ std::shared_ptr<WalkTask> WalkTask::WalkTaskIs(std::shared_ptr<Tovak::TaskSchedu
 }
 
 void WalkTask::taskExecute() {
-  if (!walkInfo_) {
-    return; // done before: a pipe that drains may wake a walk that has ended
-  }
+  if (!walkInfo_) return; // done before: a pipe that drains may wake a walk that has ended
   TOVAK_TRACE(trace(), 1, "WalkTask", "{}", walkInfo_->toString());
-  if (providerPaused()) {
-    return;
-  }
+  if (providerPaused()) return;
   std::shared_ptr<Tovak::Task> const self = shared_from_this();
   bool const resumed = std::exchange(walkStarted_, true);
   WalkResult result;
@@ -91,9 +87,7 @@ void WalkTask::taskExecute() {
     return;
   }
   TOVAK_TRACE(trace(), 1, "WalkTask", "walk did not complete due to {}", result);
-  if (result == WalkResult::QuantaExceeded) {
-    scheduleTask();
-  }
+  if (result == WalkResult::QuantaExceeded) scheduleTask();
 }
 
 Tovak::String WalkTask::toString() const { return fmt::format("walkStarted:{}", walkStarted_); }

@@ -18,9 +18,7 @@ using Handle = Kel::Ptr<Kel::GenericIf const>;
 // Gives the handle out. REQUIRES somebody to take it.
 void handOut(Handle const& value, Handle* out) {
   TOVAK_ASSERT(out != nullptr, walkerTrace(), "No IR to extract value");
-  if (!(*out == value)) {
-    *out = value;
-  }
+  if (!(*out == value)) *out = value;
 }
 
 void keyText(KelKey& key, Kel::Ptr<Path const> const& path, std::string const& text, Handle const& value) {
@@ -95,23 +93,18 @@ void FullKelTypeWalker::extractUnionActiveAlternative(Handle const& value, Kel::
                                                       KelKey& key, Handle* out) const {
   Kel::KelAttr const alternative = Kel::KelAttr::genericIfUnionAlternative(value);
   Handle const active = alternative ? alternative.genericIfGet(value) : nullptr;
-  if (active) {
-    extractScalar(active, path, key, out);
-  }
+  if (active) extractScalar(active, path, key, out);
 }
 
 void FullKelTypeWalker::extractGnmiJsonStrepAttr(Handle const& object, Kel::KelAttr const& attr,
                                                  Kel::Ptr<Path const> const& path, KelKey& key,
                                                  Handle* out) const {
   Handle const json = attr.genericIfGnmiJsonString(object);
-  if (!json) {
-    return;
-  }
-  if (key.inKeyMode()) {
+  if (!json) return;
+  if (key.inKeyMode())
     keyText(key, path, json->gnmiStrRep(), json);
-  } else {
+  else
     handOut(json, out);
-  }
 }
 
 void FullKelTypeWalker::extractScalarArray(Handle const& object, Kel::KelAttr const& attr,
@@ -123,9 +116,7 @@ void FullKelTypeWalker::extractScalarArray(Handle const& object, Kel::KelAttr co
   for (auto member = attr.genericIfIteratorConst(object); member; ++member) {
     Handle value;
     extractScalar(member.ptr(), leafPath, *keyName_, &value);
-    if (value) {
-      elements.push_back(printed(value));
-    }
+    if (value) elements.push_back(printed(value));
   }
   ir->addNode(timestamp, prefix).leaves.push_back({leafPath, std::move(elements)});
 }

@@ -42,21 +42,16 @@ FullKelTypeWalker::FullKelTypeWalker(Parked&& copies, FullKelTypeWalker& running
   if (toggleOndraSyncBundlingEnabled()) {
     ir_ = std::move(running.ir_);
   } // else the Ir belongs to an attribute of the parent, which has been sent: the resumed walker makes its own
-  if (ownKeyName_) {
-    keyName_ = &*ownKeyName_;
-  }
+  if (ownKeyName_) keyName_ = &*ownKeyName_;
   running.ir_.reset();
   running.gif_.reset();
 }
 
 std::unique_ptr<FullKelTypeWalker> ParkedWalks::movedOut(Walker& running, KelKey const* key) {
   Walker::Parked copies{linksFromPrefix(running), {}, {}};
-  if (running.keyName_->inKeyMode()) { // the frames that own its keys are about to go
+  if (running.keyName_->inKeyMode()) // the frames that own its keys are about to go
     copies.keyName = *running.keyName_;
-  }
-  if (key != nullptr) {
-    copies.key = *key;
-  }
+  if (key != nullptr) copies.key = *key;
   return std::unique_ptr<Walker>(new Walker(std::move(copies), running));
 }
 
@@ -76,13 +71,9 @@ std::vector<FullKelTypeWalker::Link> ParkedWalks::linksFromPrefix(Walker const& 
 std::unique_ptr<FullKelTypeWalker> ParkedWalks::next(WalkQ& queue) {
   while (std::unique_ptr<Walker> walker = queue.popWalker()) {
     TOVAK_ASSERT(!walker->gif_, walkerTrace(), "Expected walker->gif_ to be null!");
-    if (isThereAgain(*walker)) {
-      return walker;
-    }
+    if (isThereAgain(*walker)) return walker;
     // What it was walking has gone while it was parked; what others of its walk left in the bundle has not.
-    if (walker->rootWalker_ && walker->ir_ && !walker->ir_->empty()) {
-      walker->routerPush(true);
-    }
+    if (walker->rootWalker_ && walker->ir_ && !walker->ir_->empty()) walker->routerPush(true);
   }
   return nullptr;
 }
@@ -107,14 +98,10 @@ bool ParkedWalks::isThereAgain(Walker& parked) {
 bool ParkedWalks::takeObject(Walker& parked, GifGnmiNotifiee const& notifiee) {
   Kel::Ptr<Kel::GenericIf const> at = notifiee.object();
   for (Walker::Link const& link : parked.links_) {
-    if (!at || !(at->type() == link.attr.ownerType())) {
-      return false;
-    }
+    if (!at || !(at->type() == link.attr.ownerType())) return false;
     at = link.attr.genericIfGet(at, link.key);
   }
-  if (!at || !(at->type() == parked.objType_)) {
-    return false;
-  }
+  if (!at || !(at->type() == parked.objType_)) return false;
   if (!parked.links_.empty()) {
     // What is read from now on may have been changed, and sent with a later time, while the walk was parked.
     Walker::Link const& first = parked.links_.front();

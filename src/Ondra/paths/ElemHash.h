@@ -24,9 +24,7 @@ public:
   // An element without keys mixes nothing for them.
   [[nodiscard]] std::uint64_t value(bool hasKeys) const {
     std::uint64_t state = state_;
-    if (hasKeys) {
-      Tovak::Impl::HashMix::mixFixedLen<8>(state, keys_);
-    }
+    if (hasKeys) Tovak::Impl::HashMix::mixFixedLen<8>(state, keys_);
     return state;
   }
 

@@ -33,15 +33,13 @@ std::size_t keyCount(gnmi::PathElem const& elem) { return elem.key().size(); }
 
 template <class Take>
 void eachKey(PathElem const& elem, Take const& take) {
-  for (PathElem::KeyMapType::Node const& node : elem.key()) {
+  for (PathElem::KeyMapType::Node const& node : elem.key())
     take(node.key.view(), node.value.view());
-  }
 }
 template <class Take>
 void eachKey(gnmi::PathElem const& elem, Take const& take) {
-  for (auto const& [key, value] : elem.key()) {
+  for (auto const& [key, value] : elem.key())
     take(std::string_view(key), std::string_view(value));
-  }
 }
 
 // --- printing ------------------------------------------------------------------------------------
@@ -99,9 +97,8 @@ void appendElem(std::string& out, Elem const& elem) {
   absl::InlinedVector<KeyGroup, 8> groups;
   eachKey(elem, [&groups](std::string_view key, std::string_view value) { groups.push_back({key, value}); });
   std::sort(groups.begin(), groups.end());
-  for (KeyGroup const& group : groups) {
+  for (KeyGroup const& group : groups)
     group.appendTo(out);
-  }
 }
 
 // `at` gives the element of an index below `count`.
@@ -109,18 +106,13 @@ template <class ElemAt>
 std::string print(std::size_t count, ElemAt const& at, std::size_t start, bool leadingSep,
                   std::string_view sep) {
   std::string out;
-  if (start >= count) {
-    return out;
-  }
+  if (start >= count) return out;
   std::size_t size = (count - start) * sep.size();
-  for (std::size_t i = start; i < count; ++i) {
+  for (std::size_t i = start; i < count; ++i)
     size += textSize(at(i));
-  }
   out.reserve(size);
   for (std::size_t i = start; i < count; ++i) {
-    if (i != start || leadingSep) {
-      out.append(sep);
-    }
+    if (i != start || leadingSep) out.append(sep);
     appendElem(out, at(i));
   }
   return out;
@@ -202,9 +194,7 @@ std::string parseValForKey(std::string_view const& text, std::size_t& pos) {
 void parseElem(std::string_view const& text, std::size_t& pos, Kel::Ptr<PathElem> elem) {
   std::size_t run = pos;
   auto const nameIsRun = [&] {
-    if (pos != run) {
-      elem->nameIs(Kel::String::dedup(text.substr(run, pos - run)));
-    }
+    if (pos != run) elem->nameIs(Kel::String::dedup(text.substr(run, pos - run)));
   };
   while (pos < text.size() && text[pos] != '/') {
     if (text[pos] != '[') {
@@ -239,9 +229,8 @@ Kel::Ptr<Path> Path::gnmiPathIs(gnmi::Path const& gnmiPath) {
   for (gnmi::PathElem const& from : gnmiPath.elem()) {
     Kel::Ptr<PathElem> const elem = path->addElem();
     elem->nameIs(Kel::String::dedup(from.name()));
-    for (auto const& [key, value] : from.key()) {
+    for (auto const& [key, value] : from.key())
       elem->keyIs(Kel::String::dedup(key), Kel::String::dedup(value));
-    }
   }
   return path;
 }
@@ -275,14 +264,10 @@ bool Path::isNotifPrefix(Kel::Ptr<Path const> const& prefix, gnmi::Notification 
 } // namespace Ondra
 
 bool gnmi::operator==(gnmi::PathElem const& a, gnmi::PathElem const& b) {
-  if (&a == &b) {
-    return true;
-  }
+  if (&a == &b) return true;
   auto const& keys = a.key();
   auto const& others = b.key();
-  if (a.name() != b.name() || keys.size() != others.size()) {
-    return false;
-  }
+  if (a.name() != b.name() || keys.size() != others.size()) return false;
   if (keys.size() == 1) { // most often: no look-up
     auto const& [key, value] = *keys.begin();
     auto const& [otherKey, otherValue] = *others.begin();
@@ -297,8 +282,7 @@ bool gnmi::operator==(gnmi::PathElem const& a, gnmi::PathElem const& b) {
 std::size_t std::hash<gnmi::PathElem>::operator()(gnmi::PathElem const& elem) const {
   Ondra::ElemHash mixed(elem.name());
   auto const& keys = elem.key();
-  for (auto const& [key, value] : keys) {
+  for (auto const& [key, value] : keys)
     mixed.key(key, value);
-  }
   return mixed.value(!keys.empty());
 }

@@ -25,18 +25,15 @@ public:
 
   // Exactly so many.
   void countIs(std::size_t wanted) const {
-    if (args_.size() != wanted) {
+    if (args_.size() != wanted)
       Kel::throwError(fmt::format("{} takes {} arguments; found {}", what_, wanted, args_.size()));
-    }
   }
 
   template <class T>
   [[nodiscard]] T const& scalar(std::size_t index) const {
     Kel::GenericIf const& arg = at(index);
     T const* const value = arg.attrValPtr<T>();
-    if (value == nullptr) {
-      wrongType(index, arg, Kel::typeOf<T>());
-    }
+    if (value == nullptr) wrongType(index, arg, Kel::typeOf<T>());
     return *value;
   }
 
@@ -44,17 +41,14 @@ public:
   [[nodiscard]] Kel::Ptr<T> object(std::size_t index) const {
     Kel::GenericIf const& arg = at(index);
     void* const object = arg.object() == nullptr ? nullptr : arg.voidPtrIs(Kel::typeOf<T>());
-    if (object == nullptr) {
-      wrongType(index, arg, Kel::typeOf<T>());
-    }
+    if (object == nullptr) wrongType(index, arg, Kel::typeOf<T>());
     return Kel::Ptr<T>(static_cast<T*>(static_cast<Kel::PtrInterface*>(object)));
   }
 
 private:
   [[nodiscard]] Kel::GenericIf const& at(std::size_t index) const {
-    if (index >= args_.size() || !args_[index]) {
+    if (index >= args_.size() || !args_[index])
       Kel::throwError(fmt::format("argument {} of {} is missing", index + 1, what_));
-    }
     return *args_[index];
   }
   [[noreturn]] void wrongType(std::size_t index, Kel::GenericIf const& arg, Kel::KelType wanted) const {

@@ -48,11 +48,8 @@ private:
       : owner_(std::move(owner))
       , map_(map) {
     keys_.reserve(map.size());
-    for (Map::Node const& node : map) {
-      if (start == nullptr || !(node.key < *start->attrValPtr<Kel::String>())) {
-        keys_.push_back(node.key);
-      }
-    }
+    for (Map::Node const& node : map)
+      if (start == nullptr || !(node.key < *start->attrValPtr<Kel::String>())) keys_.push_back(node.key);
     std::sort(keys_.begin(), keys_.end());
   }
 

@@ -26,9 +26,8 @@ Kel::Ptr<Path> Path::joinPath(Kel::Ptr<Path const> const& path1, Kel::Ptr<Path c
 Kel::Ptr<Path> Path::simplePathIs(std::vector<std::string> names) {
   Kel::Ptr<Path> path = PathIs();
   path->elem_.reserve(names.size());
-  for (std::string const& name : names) {
+  for (std::string const& name : names)
     path->push(PathElem::PathElemIs(Kel::String::dedup(name)));
-  }
   return path;
 }
 
@@ -45,9 +44,7 @@ Kel::Ptr<PathElem> Path::addElem() {
 
 void Path::replace(std::size_t index, ElemPtr elem) {
   ElemPtr& slot = elem_.at(index);
-  if (slot != elem) {
-    slot = std::move(elem);
-  }
+  if (slot != elem) slot = std::move(elem);
 }
 
 void Path::copyFrom(Kel::Ptr<Path const> const& other) {
@@ -63,22 +60,17 @@ void Path::copyFrom(Kel::Ptr<Path const> const& other) {
 void Path::mergeFrom(Kel::Ptr<Path const> const& other) {
   std::size_t const count = other->elem_.size();
   elem_.reserve(elem_.size() + count);
-  for (std::size_t i = 0; i < count; ++i) { // by index: `other` may be this path
+  for (std::size_t i = 0; i < count; ++i) // by index: `other` may be this path
     elem_.push_back(other->elem_[i]);
-  }
 }
 
 bool Path::isPrefix(Kel::Ptr<Path const> const& prefix, Kel::Ptr<Path const> const& path) {
-  if (prefix->elem_.size() > path->elem_.size()) {
-    return false;
-  }
+  if (prefix->elem_.size() > path->elem_.size()) return false;
   for (std::size_t i = 0; i < prefix->elem_.size(); ++i) {
     PathElem const& wanted = *prefix->elem_[i];
     PathElem const& there = *path->elem_[i];
     bool const matches = wanted.key().empty() ? wanted.name() == there.name() : wanted.isEqual(&there);
-    if (!matches) {
-      return false;
-    }
+    if (!matches) return false;
   }
   return true;
 }

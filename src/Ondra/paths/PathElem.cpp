@@ -17,9 +17,8 @@ Kel::Ptr<PathElem> PathElem::PathElemIs(Kel::String const& name) {
 
 Kel::Ptr<PathElem> PathElem::makePathElem(Kel::Ptr<PathElem const> const& elem) {
   Kel::Ptr<PathElem> copy = PathElemIs(elem->name_);
-  for (KeyMapType::Node const& node : elem->key_) {
+  for (KeyMapType::Node const& node : elem->key_)
     copy->keyIs(node.key, node.value);
-  }
   return copy;
 }
 
@@ -30,18 +29,15 @@ void PathElem::nameIs(Kel::String const& name) {
 
 void PathElem::keyIs(Kel::String const& key, Kel::String const& value) {
   hash_ = kHashUnknown;
-  if (KeyMapType::Node* const node = key_.lookup(key)) {
+  if (KeyMapType::Node* const node = key_.lookup(key))
     node->value = value.dedup();
-  } else {
+  else
     key_.insert(key.dedup(), value.dedup());
-  }
 }
 
 Kel::String PathElem::keyDel(Kel::String const& key) {
   KeyMapType::Node* const node = key_.lookup(key);
-  if (node == nullptr) {
-    return {};
-  }
+  if (node == nullptr) return {};
   hash_ = kHashUnknown;
   Kel::String const held = node->key; // `key` may be the member's own
   Kel::String value = std::move(node->value);
@@ -59,9 +55,7 @@ bool PathElem::keysEqual(PathElem const& other) const {
   KeyMapType::Node const* guess = other.key_.begin(); // elements made alike hold their keys in the same order
   for (KeyMapType::Node const& node : key_) {
     KeyMapType::Node const* const twin = guess->key == node.key ? guess : other.key_.lookup(node.key);
-    if (twin == nullptr || !(twin->value == node.value)) {
-      return false;
-    }
+    if (twin == nullptr || !(twin->value == node.value)) return false;
     ++guess;
   }
   return true;
@@ -69,9 +63,8 @@ bool PathElem::keysEqual(PathElem const& other) const {
 
 std::uint64_t PathElem::computeHash() const {
   ElemHash hash(name_.view());
-  for (KeyMapType::Node const& node : key_) {
+  for (KeyMapType::Node const& node : key_)
     hash.key(node.key.view(), node.value.view());
-  }
   return hash_ = hash.value(!key_.empty());
 }
 

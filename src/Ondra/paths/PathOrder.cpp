@@ -14,9 +14,8 @@ using Fields = boost::container::small_vector<std::pair<std::string_view, std::s
 
 Fields fieldsOf(PathElem const& elem) {
   Fields fields;
-  for (auto const& [key, value] : elem.key()) {
+  for (auto const& [key, value] : elem.key())
     fields.emplace_back(key.view(), value.view());
-  }
   std::sort(fields.begin(), fields.end());
   return fields;
 }
@@ -24,18 +23,12 @@ Fields fieldsOf(PathElem const& elem) {
 // By their texts: a walk goes through the members of a collection in nearly that order, so that what it
 // enters one after the other comes to lie side by side.
 int compareElems(PathElem const& a, PathElem const& b) {
-  if (&a == &b) {
-    return 0;
-  }
-  if (!(a.name() == b.name())) {
-    return a.name().view() < b.name().view() ? -1 : 1;
-  }
+  if (&a == &b) return 0;
+  if (!(a.name() == b.name())) return a.name().view() < b.name().view() ? -1 : 1;
   if (a.key().size() == 1 && b.key().size() == 1) [[likely]] {
     auto const& left = *a.key().begin();
     auto const& right = *b.key().begin();
-    if (left.key == right.key) {
-      return left.value.view().compare(right.value.view());
-    }
+    if (left.key == right.key) return left.value.view().compare(right.value.view());
   }
   Fields const left = fieldsOf(a);
   Fields const right = fieldsOf(b);
@@ -48,11 +41,8 @@ int comparePaths(Path const& a, Path const& b) {
   auto const left = a.elems();
   auto const right = b.elems();
   std::size_t const common = std::min(left.size(), right.size());
-  for (std::size_t i = 0; i < common; ++i) {
-    if (int const order = compareElems(*left[i], *right[i]); order != 0) {
-      return order;
-    }
-  }
+  for (std::size_t i = 0; i < common; ++i)
+    if (int const order = compareElems(*left[i], *right[i]); order != 0) return order;
   return left.size() < right.size() ? -1 : left.size() > right.size() ? 1 : 0;
 }
 

@@ -50,9 +50,7 @@ std::string qualified(char const* type, char const* name) { return std::string(t
 template <class Object>
 AttributeOpResult call(Operation<Object> const& operation, char const* type, Kel::PtrInterface* object, Op op,
                        Kel::ArgList const& given, Handle& result) {
-  if (op != Op::Call) {
-    return AttributeOpResult::NotSupported;
-  }
+  if (op != Op::Call) return AttributeOpResult::NotSupported;
   std::string const what = qualified(type, operation.name);
   HookArgs const args(what, given);
   args.countIs(operation.args.size());
@@ -90,13 +88,12 @@ AttributeOpResult elemAttributeOp(Kel::PtrInterface* object, Kel::AttributeId at
                                   Kel::ArgList const& given, Handle& result) {
   auto& elem = *static_cast<PathElem*>(object);
   if (attribute == kElemName) {
-    if (op == Op::Get) {
+    if (op == Op::Get)
       result = Kel::handleOf(elem.name());
-    } else if (op == Op::Set) {
+    else if (op == Op::Set)
       elem.nameIs(HookArgs("PathElem.name", given).scalar<Kel::String>(0));
-    } else {
+    else
       return AttributeOpResult::NotSupported;
-    }
     return AttributeOpResult::Done;
   }
   if (attribute == kElemKey) {
@@ -106,9 +103,8 @@ AttributeOpResult elemAttributeOp(Kel::PtrInterface* object, Kel::AttributeId at
         [&elem](Kel::String const& key) { elem.keyDel(key); });
   }
   auto const index = static_cast<std::size_t>(attribute - kElemFirstOperation);
-  if (attribute < kElemFirstOperation || index >= elemOperations().size()) {
+  if (attribute < kElemFirstOperation || index >= elemOperations().size())
     return AttributeOpResult::NotHandled;
-  }
   return call(elemOperations()[index], "PathElem", object, op, given, result);
 }
 
@@ -122,9 +118,8 @@ Kel::KelType registerPathElem() {
   Kel::KelType const string = Kel::typeOf<Kel::String>();
   Kel::HookedType type(kModule, "PathElem", Kel::descOf<PathElem>(), Kel::TypeKind::Object, hooks);
   type.value("name", string, true).collection("key", string, string, true);
-  for (Operation<PathElem> const& operation : elemOperations()) {
+  for (Operation<PathElem> const& operation : elemOperations())
     type.operation(operation.name, operation.args);
-  }
   return type.done();
 }
 
@@ -190,9 +185,7 @@ std::array<Operation<Path>, 11> const& pathOperations() {
 AttributeOpResult pathAttributeOp(Kel::PtrInterface* object, Kel::AttributeId attribute, Op op,
                                   Kel::ArgList const& given, Handle& result) {
   auto const index = static_cast<std::size_t>(attribute - 1);
-  if (attribute < 1 || index >= pathOperations().size()) {
-    return AttributeOpResult::NotHandled;
-  }
+  if (attribute < 1 || index >= pathOperations().size()) return AttributeOpResult::NotHandled;
   return call(pathOperations()[index], "Path", object, op, given, result);
 }
 
@@ -204,9 +197,8 @@ Kel::KelType registerPath() {
       .newEntityForDir = nullptr,
   };
   Kel::HookedType type(kModule, "Path", Kel::descOf<Path>(), Kel::TypeKind::Object, hooks);
-  for (Operation<Path> const& operation : pathOperations()) {
+  for (Operation<Path> const& operation : pathOperations())
     type.operation(operation.name, operation.args);
-  }
   return type.done();
 }
 

@@ -38,9 +38,7 @@ Kel::AttributeOpResult genericIfAttributeOp(Kel::PtrInterface* object, Kel::Attr
         [&registry](Kel::String const& path) { registry.pathTypesDel(path); });
   }
   if (attribute == kName) {
-    if (op != Op::Get) {
-      return Kel::AttributeOpResult::NotSupported;
-    }
+    if (op != Op::Get) return Kel::AttributeOpResult::NotSupported;
     result = Kel::handleOf(registry.name());
     return Kel::AttributeOpResult::Done;
   }
@@ -54,9 +52,7 @@ Kel::Ptr<Kel::PtrInterface> construct(Kel::ArgList const& args) {
 }
 
 Kel::Ptr<Kel::PtrInterface> newEntityForDir(Kel::String const& name, Kel::ArgList const& args) {
-  if (!args.empty()) {
-    Kel::throwNewEntityArgsException("PathToType", 0, args.size());
-  }
+  if (!args.empty()) Kel::throwNewEntityArgsException("PathToType", 0, args.size());
   return PathToType::PathToTypeIs(name);
 }
 
@@ -94,9 +90,7 @@ Kel::Ptr<PathToType> pathToTypeFactory(Kel::String const& name) { return PathToT
 void PathToType::pathTypesIs(Kel::String const& path, Kel::String const& type) {
   Kel::String const key = path; // observers may change what the argument refers to
   if (PathTypesMapType::Node* const node = pathTypes_.lookup(key)) {
-    if (node->value == type) {
-      return;
-    }
+    if (node->value == type) return;
     node->value = type;
   } else {
     pathTypes_.insert(key, type);
@@ -106,9 +100,7 @@ void PathToType::pathTypesIs(Kel::String const& path, Kel::String const& type) {
 
 Kel::String PathToType::pathTypesDel(Kel::String const& path) {
   PathTypesMapType::Node* const node = pathTypes_.lookup(path);
-  if (node == nullptr) {
-    return {};
-  }
+  if (node == nullptr) return {};
   Kel::String const key = node->key;
   Kel::String type = std::move(node->value);
   pathTypes_.del(key);
@@ -123,12 +115,10 @@ void PathToType::pathTypesDelAll() {
   }
   std::vector<Kel::String> paths; // an observer may change the collection
   paths.reserve(pathTypes_.size());
-  for (PathTypesMapType::Node const& node : pathTypes_) {
+  for (PathTypesMapType::Node const& node : pathTypes_)
     paths.push_back(node.key);
-  }
-  for (Kel::String const& path : paths) {
+  for (Kel::String const& path : paths)
     pathTypesDel(path);
-  }
 }
 
 Kel::KelType PathToType::fwkType() const { return Kel::typeOf<PathToType>(); }

@@ -33,9 +33,7 @@ Prefix::Prefix(Tovak::String const& name, std::shared_ptr<Prefix> const& parent)
 
 Prefix::~Prefix() {
   TOVAK_TRACE(debugHandler(), 5, "", "prefix:{} parent:{}", name_, nameOf(parent_));
-  if (!parent_) {
-    return;
-  }
+  if (!parent_) return;
   parent_->childDel(this);
   // Whoever ends because of this one's end leaves its parent here instead of letting go of it itself.
   static thread_local std::shared_ptr<Prefix>* pending = nullptr;
@@ -45,9 +43,8 @@ Prefix::~Prefix() {
   }
   std::shared_ptr<Prefix> next = std::move(parent_);
   pending = &next;
-  while (next) {
+  while (next)
     std::shared_ptr<Prefix> const going = std::move(next);
-  }
   pending = nullptr;
 }
 
@@ -58,9 +55,7 @@ std::shared_ptr<Prefix> Prefix::child(Tovak::String const& name) const {
 }
 
 std::shared_ptr<Prefix> Prefix::childIs(Tovak::String const& name) {
-  if (std::shared_ptr<Prefix> existing = child(name)) {
-    return existing;
-  }
+  if (std::shared_ptr<Prefix> existing = child(name)) return existing;
   std::shared_ptr<Prefix> made = makePrefix(name, shared_from_this());
   children_.insert(made.get());
   return made;
@@ -80,9 +75,8 @@ std::shared_ptr<Prefix> Prefix::prefixIs(std::vector<std::string> const& names,
     node = makePrefix("", nullptr);
     defaultRoot = node;
   }
-  for (std::string const& name : names) {
+  for (std::string const& name : names)
     node = node->childIs(name);
-  }
   return node;
 }
 
@@ -91,24 +85,19 @@ std::shared_ptr<Prefix> Prefix::prefix(std::vector<std::string> const& names,
   std::shared_ptr<Prefix> node = root ? root : prefixIs({}, nullptr);
   for (std::string const& name : names) {
     node = node->child(name);
-    if (!node) {
-      return nullptr;
-    }
+    if (!node) return nullptr;
   }
   return node;
 }
 
 Tovak::String Prefix::path() const {
   std::vector<Prefix const*> upward;
-  for (Prefix const* node = this; node != nullptr; node = node->parent_.get()) {
+  for (Prefix const* node = this; node != nullptr; node = node->parent_.get())
     upward.push_back(node);
-  }
   Tovak::String text;
   for (std::size_t i = upward.size(); i-- > 0;) {
     text += upward[i]->name_;
-    if (i != 0) {
-      text += '/';
-    }
+    if (i != 0) text += '/';
   }
   return text;
 }

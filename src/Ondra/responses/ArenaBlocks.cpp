@@ -56,9 +56,7 @@ FreeBlock* takeBlock(std::size_t size) {
 
 bool keepBlock(void* at, std::size_t size) {
   std::lock_guard const guard(cache.lock);
-  if (cache.bytes + size > cache.bytesMax) {
-    return false;
-  }
+  if (cache.bytes + size > cache.bytesMax) return false;
   FreeBlock*& head = cache.free[classOf(size)];
   head = new (at) FreeBlock{head};
   cache.bytes += size;
@@ -69,17 +67,13 @@ bool keepBlock(void* at, std::size_t size) {
 // Ends the process where there is no memory: an arena does not survive that, nor do the messages in it.
 void* allocate(std::size_t size) noexcept {
   if (isCachedSize(size)) {
-    if (void* const block = takeBlock(size)) {
-      return block;
-    }
+    if (void* const block = takeBlock(size)) return block;
   }
   return ::operator new(size);
 }
 
 void deallocate(void* block, std::size_t size) {
-  if (!isCachedSize(size) || !keepBlock(block, size)) {
-    ::operator delete(block);
-  }
+  if (!isCachedSize(size) || !keepBlock(block, size)) ::operator delete(block);
 }
 
 } // namespace
@@ -103,11 +97,9 @@ void purge() {
     std::lock_guard const guard(cache.lock);
     cache.bytesMax = 0;
   }
-  for (std::size_t size = kFirstBlockBytes; size <= kLargestBlockBytes; size *= 2) {
-    while (FreeBlock* const block = takeBlock(size)) {
+  for (std::size_t size = kFirstBlockBytes; size <= kLargestBlockBytes; size *= 2)
+    while (FreeBlock* const block = takeBlock(size))
       ::operator delete(block);
-    }
-  }
 }
 
 } // namespace Ondra::ArenaBlocks

@@ -133,9 +133,7 @@ bool ArenaPool::isFull() const noexcept {
 }
 
 ArenaRespMsg::Ptr ArenaPool::take() {
-  if (ARENA_POOL_SIZE == 0 || messages_.empty()) {
-    return nullptr;
-  }
+  if (ARENA_POOL_SIZE == 0 || messages_.empty()) return nullptr;
   ArenaRespMsg::Ptr msg = std::move(messages_.front());
   messages_.pop_front();
   return msg;
@@ -163,18 +161,14 @@ std::size_t ArenaPool::size() const {
 Tovak::String ArenaPool::dumpState() const {
   std::lock_guard const guard(ArenaRespMsg::mutex_);
   Tovak::String text = fmt::format("ArenaPool: buffer.size:{}\n", messages_.size());
-  if (messages_.empty()) {
-    return text;
-  }
+  if (messages_.empty()) return text;
   std::uint64_t used = 0;
   std::uint64_t allocated = 0;
   ArenaRespMsg const* largest = messages_.front().get();
   for (ArenaRespMsg::Ptr const& msg : messages_) {
     used += msg->spaceUsed();
     allocated += msg->spaceAllocated();
-    if (msg->spaceAllocated() > largest->spaceAllocated()) {
-      largest = msg.get();
-    }
+    if (msg->spaceAllocated() > largest->spaceAllocated()) largest = msg.get();
   }
   text += fmt::format("{}total space used:{}B allocated:{}B utilization:{}%\n", kIndent, used, allocated,
                       percent(used, allocated));

@@ -25,26 +25,19 @@ Tovak::String notificationToCompactString(gnmi::Notification const& notification
   for (int i = 0; i < notification.update_size(); ++i) {
     gnmi::Update const& update = notification.update(i);
     fmt::format_to(out, "update{} ( ", i);
-    if (update.has_path()) {
-      fmt::format_to(out, "path:{} ", update.path());
-    }
-    if (update.has_val()) {
-      fmt::format_to(out, "{} ", typedValueToCompactString(update.val()));
-    }
+    if (update.has_path()) fmt::format_to(out, "path:{} ", update.path());
+    if (update.has_val()) fmt::format_to(out, "{} ", typedValueToCompactString(update.val()));
     fmt::format_to(out, ") ");
   }
-  for (int i = 0; i < notification.delete__size(); ++i) {
+  for (int i = 0; i < notification.delete__size(); ++i)
     fmt::format_to(out, "delete{} ( path:{} ) ", i, notification.delete_(i));
-  }
   return text;
 }
 
 } // namespace
 
 Tovak::String subscribeResponseToCompactString(gnmi::SubscribeResponse const& response) {
-  if (response.has_update()) {
-    return notificationToCompactString(response.update());
-  }
+  if (response.has_update()) return notificationToCompactString(response.update());
   return response.sync_response() ? "sync_response" : "unsupported response";
 }
 
@@ -72,9 +65,8 @@ Tovak::String typedValueToCompactString(gnmi::TypedValue const& value) {
 
 Tovak::String leafListToCompactString(gnmi::ScalarArray const& array) {
   std::vector<Tovak::String> texts;
-  for (gnmi::TypedValue const& element : array.element()) {
+  for (gnmi::TypedValue const& element : array.element())
     texts.push_back(typedValueToCompactString(element));
-  }
   return fmt::format("[ {} ]", fmt::join(texts, ", "));
 }
 

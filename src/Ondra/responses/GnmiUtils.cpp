@@ -37,20 +37,16 @@ Tovak::String stringVecJoin(std::vector<Tovak::String> const& texts, Tovak::Stri
 std::string encodeDoubleVal(double const& value) {
   auto const bits = std::bit_cast<std::uint64_t>(value);
   std::string bytes(sizeof bits, '\0');
-  for (std::size_t i = 0; i < sizeof bits; ++i) {
+  for (std::size_t i = 0; i < sizeof bits; ++i)
     bytes[i] = static_cast<char>(bits >> (56 - 8 * i));
-  }
   return bytes;
 }
 
 std::optional<double> decodeDoubleVal(std::string const& bytes) {
   std::uint64_t bits = 0;
-  if (bytes.size() != sizeof bits) {
-    return std::nullopt;
-  }
-  for (char const byte : bytes) {
+  if (bytes.size() != sizeof bits) return std::nullopt;
+  for (char const byte : bytes)
     bits = bits << 8 | static_cast<unsigned char>(byte);
-  }
   return std::bit_cast<double>(bits);
 }
 

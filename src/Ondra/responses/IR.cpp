@@ -24,22 +24,18 @@ Tovak::DebugHandler& debugHandler() {
 }
 
 std::string textOf(IrLeaf::Handle const& value) {
-  if (!value) {
-    return "nullptr";
-  }
+  if (!value) return "nullptr";
   return value->type().hasGnmiStrRep() ? value->gnmiStrRep() : value->strRep();
 }
 
 } // namespace
 
 Tovak::String IrLeaf::toString() const {
-  if (auto const* const one = std::get_if<Handle>(&value)) {
+  if (auto const* const one = std::get_if<Handle>(&value))
     return fmt::format("leafPath:{} val:{}", leafPath, textOf(*one));
-  }
   std::vector<std::string> texts;
-  for (Handle const& element : std::get<LeafList>(value)) {
+  for (Handle const& element : std::get<LeafList>(value))
     texts.push_back(textOf(element));
-  }
   return fmt::format("leafPath:{} val:[{}]", leafPath, fmt::join(texts, " "));
 }
 
@@ -47,9 +43,7 @@ void IrEncoder::leaveOut(long timestamp, Kel::Ptr<Path const> const& prefix,
                          Kel::Ptr<Path const> const& leafPath) {
   TOVAK_TRACE(debugHandler(), 1, "OndraIr", "left out {} below {}: a text that is not UTF-8", leafPath,
               prefix);
-  if (!leftOut_) {
-    leftOut_ = Ir::IrIs();
-  }
+  if (!leftOut_) leftOut_ = Ir::IrIs();
   leftOut_->addNode(timestamp, prefix).addLeaf(leafPath, nullptr);
 }
 
@@ -76,9 +70,7 @@ IrNode& Ir::findNode(long timestamp, Kel::Ptr<Path const> const& prefix) {
 
 OrderedPrefixNodeMap::PrefixToNodeType::iterator Ir::addTo(OrderedPrefixNodeMap& nodes,
                                                            Kel::Ptr<Path const> const& prefix) {
-  if (spareNodes_.empty()) {
-    return nodes.prefixToNode_.try_emplace(prefix).first;
-  }
+  if (spareNodes_.empty()) return nodes.prefixToNode_.try_emplace(prefix).first;
   spareNodes_.back().key() = prefix;
   auto const place = nodes.prefixToNode_.insert(std::move(spareNodes_.back())).position;
   spareNodes_.pop_back();
@@ -87,12 +79,8 @@ OrderedPrefixNodeMap::PrefixToNodeType::iterator Ir::addTo(OrderedPrefixNodeMap&
 
 OrderedPrefixNodeMap& Ir::findTime(long timestamp) {
   auto const place = timestampToPrefixNode_.lower_bound(timestamp);
-  if (place != timestampToPrefixNode_.end() && place->first == timestamp) {
-    return place->second;
-  }
-  if (spareTime_.empty()) {
-    return timestampToPrefixNode_.try_emplace(place, timestamp)->second;
-  }
+  if (place != timestampToPrefixNode_.end() && place->first == timestamp) return place->second;
+  if (spareTime_.empty()) return timestampToPrefixNode_.try_emplace(place, timestamp)->second;
   spareTime_.key() = timestamp;
   return timestampToPrefixNode_.insert(place, std::move(spareTime_))->second;
 }
@@ -102,14 +90,11 @@ OrderedPrefixNodeMap& Ir::findTime(long timestamp) {
 void Ir::clear() {
   lastNode_ = nullptr;
   lastPrefix_.reset();
-  for (auto& [timestamp, nodes] : timestampToPrefixNode_) {
+  for (auto& [timestamp, nodes] : timestampToPrefixNode_)
     recycle(nodes);
-  }
   if (spareTime_.empty() && !timestampToPrefixNode_.empty()) {
     TimeHandle spare = timestampToPrefixNode_.extract(timestampToPrefixNode_.begin());
-    if (spare.mapped().prefixToNode_.bucket_count() <= kSpareBucketsMax) {
-      spareTime_ = std::move(spare);
-    }
+    if (spare.mapped().prefixToNode_.bucket_count() <= kSpareBucketsMax) spareTime_ = std::move(spare);
   }
   timestampToPrefixNode_.clear();
 }
@@ -121,9 +106,7 @@ void Ir::drop(Path const& prefix) {
     OrderedPrefixNodeMap& nodes = time->second;
     std::erase_if(nodes.insertionOrder_, [&](Kel::Ptr<Path const> const& at) {
       bool const goes = WalkRules::isAtOrBelow(prefix, *at);
-      if (goes) {
-        nodes.prefixToNode_.erase(Kel::Ptr<Path const>(at));
-      }
+      if (goes) nodes.prefixToNode_.erase(Kel::Ptr<Path const>(at));
       return goes;
     });
     time = nodes.insertionOrder_.empty() ? timestampToPrefixNode_.erase(time) : std::next(time);
@@ -148,9 +131,8 @@ void Ir::encode(IrEncoder& encoder) const {
   for (auto const& [timestamp, nodes] : timestampToPrefixNode_) {
     for (Kel::Ptr<Path const> const& prefix : nodes.insertionOrder_) {
       auto const found = nodes.prefixToNode_.find(prefix);
-      if (found == nodes.prefixToNode_.end()) {
+      if (found == nodes.prefixToNode_.end())
         throw std::out_of_range("_Map_base::at"); // of one text, whatever the standard library's own is
-      }
       encoder.encodeNode(timestamp, prefix, found->second);
     }
   }
@@ -164,9 +146,8 @@ Tovak::String Ir::toString() const {
     fmt::format_to(out, "{}insertionOrder_:<{}>\n", "   ", fmt::join(nodes.insertionOrder_, ", "));
     for (auto const& [prefix, node] : nodes.prefixToNode_) {
       fmt::format_to(out, "{}prefixPath:{}\n", "      ", prefix);
-      for (IrLeaf const& leaf : node.leaves) {
+      for (IrLeaf const& leaf : node.leaves)
         fmt::format_to(out, "{}{}\n", "         ", leaf.toString());
-      }
     }
   }
   return text;

@@ -39,9 +39,8 @@ template <class Fill>
 bool addUpdate(gnmi::Notification* notification, Path const& path, Fill const& fill) {
   gnmi::Update* const update = notification->add_update();
   path.copyToGnmiPath(update->mutable_path());
-  if (fill(*update->mutable_val())) [[likely]] {
+  if (fill(*update->mutable_val())) [[likely]]
     return true;
-  }
   notification->mutable_update()->RemoveLast();
   return false;
 }
@@ -81,9 +80,8 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
   nextResponse(leavesLeft);
   int count = 0;
   for (IrLeaf const& leaf : node.leaves) {
-    if (!addLeaf(notification, leaf)) [[unlikely]] {
+    if (!addLeaf(notification, leaf)) [[unlikely]]
       leaveOut(timestamp, prefix, leaf.leafPath);
-    }
     --leavesLeft;
     if (++count == kLeavesPerResponse) {
       nextResponse(leavesLeft);
@@ -100,9 +98,8 @@ void RespEncoder::encodeNode(PlainNode const& node) {
     bool const added = addUpdate(made.second, *leaf.plan->leafPath, [&leaf](gnmi::TypedValue& out) {
       return extractScalar(*leaf.type, leaf.value, out);
     });
-    if (!added) [[unlikely]] {
+    if (!added) [[unlikely]]
       leaveOut(node.timestamp, node.prefix, leaf.plan->leafPath);
-    }
   }
 }
 

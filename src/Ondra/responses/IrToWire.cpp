@@ -95,28 +95,22 @@ void putEntry(WireWriter& out, std::string_view key, std::string_view value) {
 
 void putKeys(WireWriter& out, PathElem const& elem) {
   auto const& keys = elem.key();
-  if (keys.size() == 1) [[likely]] {
+  if (keys.size() == 1) [[likely]]
     return putEntry(out, keys.begin()->key.view(), keys.begin()->value.view());
-  }
   boost::container::small_vector<std::pair<std::string_view, std::string_view>, 8> sorted;
-  for (auto const& [key, value] : keys) {
+  for (auto const& [key, value] : keys)
     sorted.emplace_back(key.view(), value.view());
-  }
   std::sort(sorted.begin(), sorted.end(), std::greater<>());
-  for (auto const& [key, value] : sorted) {
+  for (auto const& [key, value] : sorted)
     putEntry(out, key, value);
-  }
 }
 
 void putElems(WireWriter& out, std::span<Path::ElemPtr const> elems) {
   for (std::size_t i = elems.size(); i-- > 0;) {
     std::size_t const beforeElem = out.size();
-    if (!elems[i]->key().empty()) {
-      putKeys(out, *elems[i]);
-    }
-    if (std::string_view const name = elems[i]->name().view(); !name.empty()) [[likely]] {
+    if (!elems[i]->key().empty()) putKeys(out, *elems[i]);
+    if (std::string_view const name = elems[i]->name().view(); !name.empty()) [[likely]]
       out.textField(kElemName, name);
-    }
     out.enclose(kElem, beforeElem);
   }
 }
@@ -136,12 +130,10 @@ Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
 void putElems(WireWriter& out, PlainNode const& node) {
   WirePrefix* part = &node.wirePrefix;
   std::size_t elems = node.prefix->elemSize();
-  for (; part->above != nullptr; part = part->above, --elems) {
+  for (; part->above != nullptr; part = part->above, --elems)
     out.raw(part->bytes.view());
-  }
-  if (std::string_view const made = part->bytes.view(); !made.empty()) [[likely]] {
+  if (std::string_view const made = part->bytes.view(); !made.empty()) [[likely]]
     return out.raw(made);
-  }
   std::size_t const before = out.size();
   putElems(out, node.prefix->elems().first(elems));
   part->bytes = madeSince(out, before);
@@ -153,9 +145,8 @@ class LeafPaths {
 public:
   void put(WireWriter& out, Kel::Ptr<Path const> const& path) {
     Entry& entry = entries_[(reinterpret_cast<std::uintptr_t>(path.get()) >> 4) % entries_.size()];
-    if (entry.path == path.get()) [[likely]] {
+    if (entry.path == path.get()) [[likely]]
       return out.tailOf(entry.bytes, entry.size);
-    }
     std::size_t const before = out.size();
     putPath(out, kUpdatePath, *path);
     std::size_t const size = out.size() - before;
@@ -188,9 +179,7 @@ bool putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
   for (auto value = values.rbegin(); value != values.rend(); ++value) {
     TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "only scalar array types are supported");
     std::size_t const beforeElement = out.size();
-    if (!tellScalar(*value, sink)) {
-      return false;
-    }
+    if (!tellScalar(*value, sink)) return false;
     out.enclose(kArrayElement, beforeElement);
   }
   out.enclose(kLeafList, before);
@@ -199,9 +188,8 @@ bool putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
 
 bool putValue(WireWriter& out, IrLeaf const& leaf) {
   auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
-  if (value == nullptr) [[unlikely]] {
+  if (value == nullptr) [[unlikely]]
     return putLeafList(out, std::get<IrLeaf::LeafList>(leaf.value));
-  }
   TOVAK_ASSERT(isScalarType((*value)->type()), debugHandler(), "unsupported type");
   WireSink sink(out);
   return tellScalar(*value, sink);
@@ -248,9 +236,8 @@ Kel::Bytes wireElems(Path const& path) {
 void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {
   constexpr auto kLeaves = static_cast<std::ptrdiff_t>(RespEncoder::kLeavesPerResponse);
   auto first = node.leaves.begin();
-  for (; node.leaves.end() - first >= kLeaves; first += kLeaves) {
+  for (; node.leaves.end() - first >= kLeaves; first += kLeaves)
     encodeResponse(timestamp, prefix, first, first + kLeaves);
-  }
   encodeResponse(timestamp, prefix, first, node.leaves.end());
 }
 
@@ -268,9 +255,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
     }
   }
   for (auto leaf = last; leaf != first;) {
-    if (--leaf; deletes > 0 && isDelete(*leaf)) {
-      continue;
-    }
+    if (--leaf; deletes > 0 && isDelete(*leaf)) continue;
     if (!putUpdate(out, paths, *leaf)) [[unlikely]] {
       leaveOut(timestamp, prefix, leaf->leafPath);
       ++leftOut;
@@ -309,9 +294,7 @@ void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std
                          std::size_t changes, std::uint32_t updates, std::uint32_t deletes) {
   WireWriter& out = sharedWriter();
   out.enclose(kPrefix, changes);
-  if (timestamp != 0) {
-    out.varintField(kTimestamp, static_cast<std::uint64_t>(timestamp));
-  }
+  if (timestamp != 0) out.varintField(kTimestamp, static_cast<std::uint64_t>(timestamp));
   out.enclose(kResponseUpdate, 0);
   auto const bytes = out.bytes();
   response({timestamp, prefix, updates, deletes, bytes, bytes.last(changes + prefixSize).first(prefixSize),
@@ -322,20 +305,16 @@ void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std
 bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg>& response) {
   WireWriter out;
   gnmi::Notification const& update = response->response->update();
-  for (int i = update.delete__size(); i-- > 0;) {
+  for (int i = update.delete__size(); i-- > 0;)
     out.textField(kDelete, serialized(update.delete_(i)));
-  }
-  for (int i = update.update_size(); i-- > 0;) {
+  for (int i = update.update_size(); i-- > 0;)
     out.textField(kUpdate, serialized(update.update(i)));
-  }
   std::size_t const changes = out.size();
   Kel::Ptr<Path const> const prefix = Path::gnmiPathIs(update.prefix());
   putElems(out, prefix->elems());
   std::size_t const prefixSize = out.size() - changes;
   out.enclose(kPrefix, changes);
-  if (update.timestamp() != 0) {
-    out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
-  }
+  if (update.timestamp() != 0) out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
   out.enclose(kResponseUpdate, 0);
   return pushBytes(syncId, walkId,
                    {update.timestamp(), prefix, static_cast<std::uint32_t>(update.update_size()),

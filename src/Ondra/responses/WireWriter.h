@@ -35,9 +35,7 @@ public:
   [[nodiscard]] std::span<std::uint8_t const> bytes() const noexcept { return {buffer_.get() + at_, size()}; }
 
   void raw(std::string_view text) {
-    if (text.empty()) {
-      return;
-    }
+    if (text.empty()) return;
     reserve(text.size());
     at_ -= text.size();
     copyText(buffer_.get() + at_, text.data(), text.size());
@@ -52,9 +50,8 @@ public:
       std::size_t const size = groups(value);
       at_ -= size;
       std::uint8_t* out = buffer_.get() + at_;
-      for (; value >= 1U << 7; value >>= 7) {
+      for (; value >= 1U << 7; value >>= 7)
         *out++ = static_cast<std::uint8_t>(value | 1U << 7);
-      }
       *out = static_cast<std::uint8_t>(value);
     }
   }
@@ -79,9 +76,8 @@ public:
   }
   void fixed64Field(std::uint8_t key, std::uint64_t value) {
     reserve(sizeof value + 1);
-    for (int shift = 56; shift >= 0; shift -= 8) {
+    for (int shift = 56; shift >= 0; shift -= 8)
       buffer_[--at_] = static_cast<std::uint8_t>(value >> shift);
-    }
     tag(key);
   }
   void textField(std::uint8_t key, std::string_view text) {
@@ -119,17 +115,15 @@ private:
   }
   // The library's copy is a call, and most texts are short: two words that may overlap do.
   static void copyText(std::uint8_t* to, char const* from, std::size_t size) noexcept {
-    if (size > 16) {
+    if (size > 16)
       std::memcpy(to, from, size);
-    } else if (size >= 8) {
+    else if (size >= 8)
       copyEnds<std::uint64_t>(to, from, size);
-    } else if (size >= 4) {
+    else if (size >= 4)
       copyEnds<std::uint32_t>(to, from, size);
-    } else {
-      for (std::size_t i = 0; i < size; ++i) {
+    else
+      for (std::size_t i = 0; i < size; ++i)
         to[i] = static_cast<std::uint8_t>(from[i]);
-      }
-    }
   }
   template <class Word>
   static void copyEnds(std::uint8_t* to, char const* from, std::size_t size) noexcept {
@@ -142,17 +136,14 @@ private:
   }
 
   void reserve(std::size_t bytes) {
-    if (at_ < bytes) [[unlikely]] {
+    if (at_ < bytes) [[unlikely]]
       grow(bytes);
-    }
   }
   void grow(std::size_t bytes) {
     std::size_t const used = size();
     std::size_t const capacity = std::bit_ceil(std::max(kFirstCapacity, used + bytes + capacity_));
     auto grown = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
-    if (used > 0) {
-      std::memcpy(grown.get() + (capacity - used), buffer_.get() + at_, used);
-    }
+    if (used > 0) std::memcpy(grown.get() + (capacity - used), buffer_.get() + at_, used);
     buffer_ = std::move(grown);
     capacity_ = capacity;
     at_ = capacity - used;

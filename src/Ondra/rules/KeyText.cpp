@@ -24,17 +24,14 @@ template <typename Float, typename Bits>
 std::string floatKeyText(Float value) {
   Bits bits = std::bit_cast<Bits>(value);
   char bytes[sizeof(Bits)];
-  for (std::size_t i = sizeof(Bits); i-- > 0; bits = static_cast<Bits>(bits >> 8)) {
+  for (std::size_t i = sizeof(Bits); i-- > 0; bits = static_cast<Bits>(bits >> 8))
     bytes[i] = static_cast<char>(bits & 0xff);
-  }
   return bytesKeyText({bytes, sizeof bytes});
 }
 
 std::string stringKeyText(std::string_view value, bool escape) {
   std::string text(value);
-  if (escape && text.find("__") != std::string::npos) {
-    boost::algorithm::replace_all(text, "__", "\\__");
-  }
+  if (escape && text.find("__") != std::string::npos) boost::algorithm::replace_all(text, "__", "\\__");
   return text;
 }
 
@@ -81,34 +78,24 @@ Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string> enumOfName(Kel::KelType type
 }
 
 bool isTextType(Kel::KelType type) {
-  if (Kel::KelAttr const inner = type.valAttr()) {
-    return isTextType(inner.type());
-  }
+  if (Kel::KelAttr const inner = type.valAttr()) return isTextType(inner.type());
   return type.isBuiltin() && type.builtinKind() == Kel::BuiltinKind::String;
 }
 
 Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string> keyOfText(Kel::KelType type, std::string const& text) {
   using Answer = Kstd::Result<Kel::Ptr<Kel::GenericIf>, std::string>;
-  if (type.isEntity() || type.isKeyPtrWrapper()) {
+  if (type.isEntity() || type.isKeyPtrWrapper())
     return Kstd::Err(fmt::format("key of reference type '{}' is not supported", type.name().view()));
-  }
   if (Kel::KelAttr const inner = type.valAttr()) {
     auto value = keyOfText(inner.type(), text);
-    if (!value) {
-      return value;
-    }
+    if (!value) return value;
     return catchModelError([&] { return type.genericIf(Kel::ArgList{std::move(value).value()}); });
   }
-  if (type.isUnion()) {
+  if (type.isUnion())
     return Kstd::Err(fmt::format("key of union type '{}' is not supported", type.name().view()));
-  }
   return catchModelText([&]() -> Answer {
-    if (type.hasGnmiStrRep()) {
-      return type.genericIfFromGnmiString(Kel::String(text));
-    }
-    if (type.isEnum()) {
-      return enumOfName(type, text);
-    }
+    if (type.hasGnmiStrRep()) return type.genericIfFromGnmiString(Kel::String(text));
+    if (type.isEnum()) return enumOfName(type, text);
     if (isTextType(type)) {
       // what stands between the quotation marks of its text form, as it is
       return Kel::handleOf(Kel::String(text));

@@ -46,12 +46,9 @@ Kel::Ptr<Kel::GenericIf const> innerScalar(Kel::Ptr<Kel::GenericIf const> const&
 }
 
 Kel::Ptr<Kel::GenericIf const> printed(Kel::Ptr<Kel::GenericIf const> const& value) {
-  if (!isPrinted(value->type())) [[likely]] {
+  if (!isPrinted(value->type())) [[likely]]
     return value;
-  }
-  if (value->type().hasGnmiByteRep()) {
-    return Kel::handleOf(Kel::Bytes(value->gnmiByterep()));
-  }
+  if (value->type().hasGnmiByteRep()) return Kel::handleOf(Kel::Bytes(value->gnmiByterep()));
   return Kel::handleOf(Kel::String(value->gnmiStrRep()));
 }
 

@@ -29,9 +29,8 @@ T const& heldBy(void const* value) {
 // A text, unless no message can hold it.
 template <class Sink>
 bool tellText(std::string_view text, Sink& sink) {
-  if (!Kstd::isUtf8(text)) [[unlikely]] {
+  if (!Kstd::isUtf8(text)) [[unlikely]]
     return false;
-  }
   sink.stringVal(text);
   return true;
 }
@@ -39,9 +38,8 @@ bool tellText(std::string_view text, Sink& sink) {
 // The same for JSON, whose field takes any bytes: what is no UTF-8 is no JSON either.
 template <class Sink>
 bool tellJson(std::string_view text, Sink& sink) {
-  if (!Kstd::isUtf8(text)) [[unlikely]] {
+  if (!Kstd::isUtf8(text)) [[unlikely]]
     return false;
-  }
   sink.jsonVal(text);
   return true;
 }
@@ -88,9 +86,7 @@ template <class Sink>
     sink.bytesVal(value->gnmiByterep());
     return true;
   }
-  if (type.hasGnmiStrRep) {
-    return Impl::tellText(value->gnmiStrRep(), sink);
-  }
+  if (type.hasGnmiStrRep) return Impl::tellText(value->gnmiStrRep(), sink);
   switch (type.kind) {
   case Kel::TypeKind::Builtin: return Impl::tellBuiltin(type.builtin, value->data(), sink);
   case Kel::TypeKind::Enum: return Impl::tellBuiltin(type.underlying, value->data(), sink);
@@ -112,9 +108,8 @@ template <class Sink>
 // The same for the raw form of a value.
 template <class Sink>
 [[nodiscard]] bool tellScalar(Kel::TypeDesc const& type, void const* value, Sink& sink) {
-  if (type.kind == Kel::TypeKind::Builtin && !type.hasGnmiStrRep && !type.hasGnmiByteRep) [[likely]] {
+  if (type.kind == Kel::TypeKind::Builtin && !type.hasGnmiStrRep && !type.hasGnmiByteRep) [[likely]]
     return Impl::tellBuiltin(type.builtin, value, sink);
-  }
   return tellScalar(Kel::Ptr<Kel::GenericIf const>(Kel::GenericIf::copyOf(type, value)), sink);
 }
 

@@ -18,9 +18,7 @@ namespace Ondra::WalkRules {
 namespace {
 
 Road roadOf(Kel::KelAttr attr) {
-  if (attr.isOperation() || attr.type().isCollectionControl()) {
-    return Road::Skip;
-  }
+  if (attr.isOperation() || attr.type().isCollectionControl()) return Road::Skip;
   bool const asOne = attr.isScalarArray() || attr.isGnmiJsonString() || attr.readsAsOneValue();
   if (!attr.isCollection() || asOne) {
     bool const canBeOne = !attr.isCollection() || attr.isArray() || attr.isGnmiJsonString();
@@ -33,36 +31,26 @@ Road roadOf(Kel::KelAttr attr) {
 constexpr int kMaxNesting = 16;
 
 bool holdsReference(Kel::KelType type, int depth = 0) {
-  if (!type || depth > kMaxNesting) {
-    return static_cast<bool>(type);
-  }
-  if (type.isEntity() || type.isKeyPtrWrapper()) {
-    return true;
-  }
-  if (!type.isValueType() || isScalarType(type)) {
-    return false;
-  }
+  if (!type || depth > kMaxNesting) return static_cast<bool>(type);
+  if (type.isEntity() || type.isKeyPtrWrapper()) return true;
+  if (!type.isValueType() || isScalarType(type)) return false;
   for (Kel::KelTypeBase::AttributeQIterator at(type); at; ++at) {
     Kel::KelAttr const attr = *at;
     if (attr.isPointer() || holdsReference(attr.memberType(), depth + 1) ||
-        (attr.isKeyed() && holdsReference(attr.keyType(), depth + 1))) {
+        (attr.isKeyed() && holdsReference(attr.keyType(), depth + 1)))
       return true;
-    }
   }
   return false;
 }
 
 // A value of the type can be without some of the leaves that another value of it has.
 bool leavesVary(Kel::KelType type, int depth = 0) {
-  if (!type.isValueType() || isScalarType(type)) {
-    return false;
-  }
+  if (!type.isValueType() || isScalarType(type)) return false;
   for (Kel::KelTypeBase::AttributeQIterator at(type); at; ++at) {
     Kel::KelAttr const attr = *at;
     if (attr.isOptional() || attr.isKeyed() || attr.isGnmiJsonString() || depth > kMaxNesting ||
-        (!attr.isPointer() && leavesVary(attr.memberType(), depth + 1))) {
+        (!attr.isPointer() && leavesVary(attr.memberType(), depth + 1)))
       return true;
-    }
   }
   return false;
 }
@@ -75,9 +63,8 @@ bool isOwnLeaf(Kel::KelType type) {
 bool isPlainHolder(AttrPlan const& plan) {
   Kel::KelAttr const& attr = plan.attr;
   if (!attr.isInstantiating() || plan.keyHoldsReference || attr.isKeyScalarNode() ||
-      !attr.memberType().isEntity()) {
+      !attr.memberType().isEntity())
     return false;
-  }
   return plan.road == Road::Collection || plan.readsValue;
 }
 
@@ -92,9 +79,7 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   AttrPlan plan;
   plan.attr = attr;
   plan.road = roadOf(attr);
-  if (plan.road == Road::Skip) {
-    return plan;
-  }
+  if (plan.road == Road::Skip) return plan;
   plan.isEntityName = type.isEntity() && attr.name() == "name";
   plan.readsValue = plan.road == Road::Singleton && !attr.isGnmiJsonString() &&
                     (!attr.isCollection() || (attr.readsAsOneValue() && attr.isArray()));
@@ -120,9 +105,8 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
 
 std::size_t plainFrom(TypePlan const& plan) {
   std::size_t from = plan.attrs.size();
-  while (from > 0 && (plan.attrs[from - 1].isPlainLeaf || plan.attrs[from - 1].road == Road::Skip)) {
+  while (from > 0 && (plan.attrs[from - 1].isPlainLeaf || plan.attrs[from - 1].road == Road::Skip))
     --from;
-  }
   return plan.attrs.size() - from <= kMostPlain ? from : plan.attrs.size();
 }
 
@@ -142,15 +126,13 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
   auto plan = std::make_unique<TypePlan>();
   plan->type = type;
   plan->isValueType = type.isValueType();
-  for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr) {
+  for (Kel::KelTypeBase::AttributeQIterator attr(type); attr; ++attr)
     plan->attrs.push_back(planOf(type, *attr));
-  }
   plan->plainFrom = plainFrom(*plan);
   plan->printsPlain = std::any_of(plan->attrs.begin() + static_cast<std::ptrdiff_t>(plan->plainFrom),
                                   plan->attrs.end(), [](AttrPlan const& attr) { return attr.isPrinted; });
-  for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at) {
+  for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at)
     plan->plainMask |= std::uint64_t{plan->attrs[at].isPlainLeaf} << at;
-  }
   plan->isLight = type.isEntity() && isLightType(*plan);
   return plan;
 }
@@ -166,9 +148,8 @@ TypePlan const& typePlan(Kel::KelType type) {
   std::unique_ptr<TypePlan>& plan = (*plans)[&type.desc()];
   if (!plan) {
     plan = makePlan(type);
-    for (AttrPlan const& attr : plan->attrs) {
+    for (AttrPlan const& attr : plan->attrs)
       plannedPaths().insert(attr.leafPath.get());
-    }
   }
   return *plan;
 }
@@ -186,9 +167,7 @@ Kel::Ptr<Path> const& noPath() {
 bool isPlanned(Path const& path) { return plannedPaths().contains(&path); }
 
 Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan) {
-  if (objectPath->empty()) {
-    return plan.leafPath;
-  }
+  if (objectPath->empty()) return plan.leafPath;
   Kel::Ptr<Path> path = Path::makePath(objectPath);
   path->push(plan.elem);
   return path;
@@ -198,9 +177,8 @@ namespace {
 
 // The attribute, if it is one whose leaf gives way to a key field of that name.
 bool givesWay(Kel::KelAttr const& attr) {
-  if (attr.isKeyField() || attr.isPointer() || attr.isInstantiating() || roadOf(attr) != Road::Singleton) {
+  if (attr.isKeyField() || attr.isPointer() || attr.isInstantiating() || roadOf(attr) != Road::Singleton)
     return false;
-  }
   return attr.isGnmiJsonString() || attr.isScalarArray() ||
          (!attr.isCollection() && isScalarType(attr.memberType()));
 }
@@ -211,14 +189,10 @@ bool givesWay(Kel::KelAttr const& attr) {
 MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr, Path const& objectPrefix,
                         Kel::Ptr<Path> const& objectLeaf) {
   Path const& last = objectLeaf->empty() ? objectPrefix : *objectLeaf;
-  if (last.empty() || last.elems().back()->key().empty()) {
-    return {};
-  }
+  if (last.empty() || last.elems().back()->key().empty()) return {};
   auto const& fields = last.elems().back()->key();
   auto const* const field = fields.lookup(attr.name());
-  if (field == nullptr || !givesWay(attr)) {
-    return {};
-  }
+  if (field == nullptr || !givesWay(attr)) return {};
   Kel::String name = attr.name();
   do { // what it gets may be somebody's name too
     name = name.merge("Value_");
@@ -229,9 +203,7 @@ MetKeyField metKeyField(Kel::KelType const& type, Kel::KelAttr const& attr, Path
 }
 
 bool meetsKeyFields(Kel::KelType const& type, Path const& objectPath) {
-  if (objectPath.empty()) {
-    return false;
-  }
+  if (objectPath.empty()) return false;
   auto const& fields = objectPath.elems().back()->key();
   return std::any_of(fields.begin(), fields.end(), [&type](auto const& field) {
     Kel::KelAttr const attr = type.attr(field.key.view());
@@ -241,9 +213,7 @@ bool meetsKeyFields(Kel::KelType const& type, Path const& objectPath) {
 
 bool membersNeedValueElem(Kel::KelAttr const& attr) {
   Kel::KelType const member = attr.memberType();
-  if (attr.isPointer() || attr.isInstantiating()) {
-    return false;
-  }
+  if (attr.isPointer() || attr.isInstantiating()) return false;
   return member.hasGnmiByteRep() || member.isJsonString() || member.builtinKind() == Kel::BuiltinKind::Bytes;
 }
 
@@ -264,14 +234,9 @@ bool isEncodable(Path const& path) {
 bool isAtOrBelow(Path const& ancestor, Path const& path) {
   auto const above = ancestor.elems();
   auto const below = path.elems();
-  if (above.size() > below.size()) {
-    return false;
-  }
-  for (std::size_t i = above.size(); i-- > 0;) { // paths of one tree differ towards their ends
-    if (!above[i]->isEqual(below[i].get())) {
-      return false;
-    }
-  }
+  if (above.size() > below.size()) return false;
+  for (std::size_t i = above.size(); i-- > 0;) // paths of one tree differ towards their ends
+    if (!above[i]->isEqual(below[i].get())) return false;
   return true;
 }
 

@@ -72,9 +72,8 @@ struct TypePlan {
 [[nodiscard]] KTD_EXPORT TypePlan const& typePlan(Kel::KelType type);
 // That of the type of an attribute's members.
 [[nodiscard]] inline TypePlan const& memberPlanOf(AttrPlan const& plan) {
-  if (plan.memberPlan == nullptr) [[unlikely]] { // not sooner: types hold each other
+  if (plan.memberPlan == nullptr) [[unlikely]] // not sooner: types hold each other
     plan.memberPlan = &typePlan(plan.attr.memberType());
-  }
   return *plan.memberPlan;
 }
 

@@ -71,21 +71,14 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(Element const& element, Gap& gap) const {
   gap.isOfPlace = element.place() != nullptr;
-  if (gap.isOfPlace) {
-    return get(element.place()->attr(), element.place()->key());
-  }
+  if (gap.isOfPlace) return get(element.place()->attr(), element.place()->key());
   PathElem const& elem = element.elem();
   HashedElem const wanted{std::hash<PathElem>{}(elem), &elem};
   if (byElem_) {
-    if (auto const at = byElem_->map.find(wanted); at != byElem_->map.end()) {
-      return at->second;
-    }
+    if (auto const at = byElem_->map.find(wanted); at != byElem_->map.end()) return at->second;
   } else {
-    for (Child const& child : *this) {
-      if (child.hash == wanted.hash && child->elem() == elem) {
-        return child.node.get();
-      }
-    }
+    for (Child const& child : *this)
+      if (child.hash == wanted.hash && child->elem() == elem) return child.node.get();
   }
   gap.hash = wanted.hash;
   return nullptr;
@@ -98,57 +91,43 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(KelAttr attr, ConstHandle
   if (size() > kUnindexedPlaces) {
     if (!byPlace_) {
       byPlace_ = std::make_unique<ByPlace>();
-      for (Child const& child : *this) {
+      for (Child const& child : *this)
         addPlace(*byPlace_, *child.node);
-      }
     }
     auto const at = byPlace_->map.find(wanted);
     return at == byPlace_->map.end() ? nullptr : at->second;
   }
-  for (Child const& child : *this) {
-    if (!child->object().hasFilter() && Spot{child->object().attr, child->object().key()} == wanted) {
+  for (Child const& child : *this)
+    if (!child->object().hasFilter() && Spot{child->object().attr, child->object().key()} == wanted)
       return child.node.get();
-    }
-  }
   return nullptr;
 }
 
 bool AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node) {
   Gap gap;
   bool const isNew = get(node->element_, gap) == nullptr;
-  if (isNew) {
-    insert(std::move(node), gap);
-  }
+  if (isNew) insert(std::move(node), gap);
   return isNew;
 }
 
 void AttrTree::AttrNode::AttrQueue::insert(std::unique_ptr<AttrNode> node, Gap const& gap) {
   AttrNode& added = *node;
   children_.push_back({std::move(node), gap.hash});
-  if (added.object().hasFilter()) {
-    wildcards_.push_back(&added);
-  }
-  if (byPlace_) {
-    addPlace(*byPlace_, added);
-  }
-  if (gap.isOfPlace) {
-    return;
-  }
+  if (added.object().hasFilter()) wildcards_.push_back(&added);
+  if (byPlace_) addPlace(*byPlace_, added);
+  if (gap.isOfPlace) return;
   if (byElem_) {
     byElem_->map.emplace(HashedElem{gap.hash, &added.elem()}, &added);
   } else if (size() > kUnindexed) {
     byElem_ = std::make_unique<ByElem>();
     byElem_->map.reserve(2 * size());
-    for (Child const& child : *this) {
+    for (Child const& child : *this)
       byElem_->map.emplace(HashedElem{child.hash, &child->elem()}, child.node.get());
-    }
   }
 }
 
 void AttrTree::AttrNode::AttrQueue::addPlace(ByPlace& places, AttrNode& node) {
-  if (!node.object().hasFilter()) {
-    places.map.emplace(Spot{node.object().attr, node.object().key()}, &node);
-  }
+  if (!node.object().hasFilter()) places.map.emplace(Spot{node.object().attr, node.object().key()}, &node);
 }
 
 void AttrTree::AttrNode::AttrQueue::prune() {

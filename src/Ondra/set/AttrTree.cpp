@@ -37,9 +37,7 @@ std::string decodeKeys(PathElem const& elem, AttrTree::KelObject& place) {
 } // namespace
 
 KelType AttrTree::KelObject::type() const {
-  if (object) {
-    return object->type();
-  }
+  if (object) return object->type();
   return attr ? attr.memberType() : KelType();
 }
 
@@ -51,13 +49,9 @@ AttrTree::ConstHandle const& AttrTree::KelObject::key() const {
 
 LookupResult AttrTree::getNextKelObject(KelObject const& parent, PathElem const& elem) {
   auto place = getNextPlace(parent, elem);
-  if (!place || place->object) {
-    return place;
-  }
+  if (!place || place->object) return place;
   auto object = readPlace(parent, *place);
-  if (!object) {
-    return lookupError(std::move(object).error());
-  }
+  if (!object) return lookupError(std::move(object).error());
   place->object = std::move(object).value();
   return place;
 }
@@ -65,14 +59,10 @@ LookupResult AttrTree::getNextKelObject(KelObject const& parent, PathElem const&
 LookupResult AttrTree::getNextPlace(KelObject const& parent, PathElem const& elem) {
   TOVAK_TRACE(setTrace, 6, "", "Accessing path element '{}' with {} keys", elem.name(), elem.key_size());
   KelType const type = parent.type();
-  if (!type) {
-    return lookupError(fmt::format("KelType is missing for parent object of '{}'", elem));
-  }
+  if (!type) return lookupError(fmt::format("KelType is missing for parent object of '{}'", elem));
   if (type.isDir()) {
     TOVAK_TRACE(setTrace, 9, "", "Accessing entity named '{}' under Kel::Dir", elem.name());
-    if (!parent.object) {
-      return lookupError(fmt::format("Path element '{}' is not set", elem), true);
-    }
+    if (!parent.object) return lookupError(fmt::format("Path element '{}' is not set", elem), true);
     return getNextObjInDir(parent, elem);
   }
   TOVAK_TRACE(setTrace, 9, "", "Accessing attribute '{}' in type '{}'", elem.name(), type.name().view());
@@ -89,14 +79,11 @@ LookupResult AttrTree::getNextPlace(KelObject const& parent, PathElem const& ele
         fmt::format("Attribute '{}' of Type '{}' is an operation", elem.name(), type.name().view()));
   }
   if (attr.isKeyed()) {
-    if (std::string error = decodeKeys(elem, place); !error.empty()) {
-      return lookupError(std::move(error));
-    }
+    if (std::string error = decodeKeys(elem, place); !error.empty()) return lookupError(std::move(error));
   } else if (attr.isArray()) {
     TOVAK_TRACE(setTrace, 8, "", "Next attribute '{}' is an array", elem.name());
-    if (elem.key_size() != 0) {
+    if (elem.key_size() != 0)
       return lookupError(fmt::format("Array element '{}' cannot contain a key map", elem));
-    }
   } else if (attr.isCollection()) {
     return lookupError(fmt::format("Members of collection '{}' cannot be addressed", elem.name()));
   } else if (elem.key_size() != 0) {
@@ -107,18 +94,15 @@ LookupResult AttrTree::getNextPlace(KelObject const& parent, PathElem const& ele
 
 Kstd::Result<AttrTree::ConstHandle, std::string> AttrTree::readPlace(KelObject const& parent,
                                                                      KelObject const& place) {
-  if (!parent.object || place.hasFilter()) {
-    return ConstHandle();
-  }
+  if (!parent.object || place.hasFilter()) return ConstHandle();
   return catchModelError([&] { return place.attr.genericIfGet(parent.object, place.key()); });
 }
 
 LookupResult AttrTree::getNextObjInDir(KelObject const& dir, PathElem const& elem) {
   TOVAK_ASSERT(dir.type() && dir.type().isDir(), setTrace, "Expecting dirObj to be of type Kel::Dir");
   TOVAK_ASSERT(dir.object, setTrace, "Expecting val of Kel::Dir type to be set");
-  if (elem.key_size() != 0) {
+  if (elem.key_size() != 0)
     return lookupError(fmt::format("Path element '{}' under Kel::Dir cannot have a key", elem), true);
-  }
   KelObject entity;
   entity.parentType = dir.type();
   entity.attr = entity.parentType.attr("entityPtr");
@@ -127,12 +111,8 @@ LookupResult AttrTree::getNextObjInDir(KelObject const& dir, PathElem const& ele
   TOVAK_ASSERT(name.key, setTrace, "Expecting valid key object to access entityPtr");
   entity.keys = name;
   auto object = catchModelError([&] { return entity.attr.genericIfGet(dir.object, name.key); });
-  if (!object) {
-    return lookupError(std::move(object).error(), true);
-  }
-  if (!*object) {
-    return lookupError(fmt::format("Path element '{}' is not set", elem), true);
-  }
+  if (!object) return lookupError(std::move(object).error(), true);
+  if (!*object) return lookupError(fmt::format("Path element '{}' is not set", elem), true);
   entity.object = std::move(object).value();
   return entity;
 }
@@ -140,9 +120,8 @@ LookupResult AttrTree::getNextObjInDir(KelObject const& dir, PathElem const& ele
 bool AttrTree::applyKeyFilter(MultipleKeys::Filter const& filter, ConstHandle const& memberKey) {
   for (auto const& [field, wanted] : filter) {
     ConstHandle const found = field.genericIfGet(memberKey);
-    if (!found || !KelType::genericIfBooleanOp(*found, Kel::GenericIf::AttributeOp::Equal, *wanted)) {
+    if (!found || !KelType::genericIfBooleanOp(*found, Kel::GenericIf::AttributeOp::Equal, *wanted))
       return false;
-    }
   }
   return true;
 }

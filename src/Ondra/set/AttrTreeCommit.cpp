@@ -62,9 +62,8 @@ bool setMinimum(KelType type, AttrTree::Handle const& value) {
 class KeyRange {
 public:
   KeyRange(KelType keyType, AttrTree::MultipleKeys::Filter const& filter) {
-    while (bound_ < filter.size() && filter[bound_].first == keyType.attrAt(bound_)) {
+    while (bound_ < filter.size() && filter[bound_].first == keyType.attrAt(bound_))
       ++bound_;
-    }
     if (bound_ == 0 || !keyType.isValueType()) {
       bound_ = 0;
       return;
@@ -91,9 +90,7 @@ public:
   // Whether the key lies behind the range.
   [[nodiscard]] bool isPast(AttrTree::MultipleKeys::Filter const& filter,
                             AttrTree::ConstHandle const& key) const {
-    if (!start_) {
-      return false;
-    }
+    if (!start_) return false;
     AttrTree::MultipleKeys::Filter const leading(filter.begin(),
                                                  filter.begin() + static_cast<std::ptrdiff_t>(bound_));
     return !AttrTree::applyKeyFilter(leading, key);
@@ -119,40 +116,30 @@ AttrTree::Status AttrTree::AttrNode::commitTree() {
 }
 
 AttrTree::Status AttrTree::AttrNode::commitChildren(Handle const& target) {
-  for (auto const& child : children_) {
-    if (auto status = child->commit(target); isError(status)) {
-      return status;
-    }
-  }
+  for (auto const& child : children_)
+    if (auto status = child->commit(target); isError(status)) return status;
   return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::commitToEntity() {
   auto const* entity = entityOf(newValue_);
   for (auto const& child : children_) {
-    if (entity == nullptr || entity->isOrphan()) [[unlikely]] {
+    if (entity == nullptr || entity->isOrphan()) [[unlikely]]
       entity = entityOf(standing());
-    }
     if (entity == nullptr) [[unlikely]] {
       bool const wentWithIt = child->op_ == SetOp::Delete || (child->unchanged_ && hasNewValue_);
-      if (wentWithIt) {
-        continue;
-      }
+      if (wentWithIt) continue;
       return child->error(
           fmt::format("Path element '{}' was removed while the request was committed", elem()));
     }
-    if (auto status = child->commit(newValue_); isError(status)) {
-      return status;
-    }
+    if (auto status = child->commit(newValue_); isError(status)) return status;
   }
   return true;
 }
 
 AttrTree::Handle AttrTree::AttrNode::standingIn(Handle const& parent) const {
   // What has a place keeps it until it is removed for good; a reference may come to refer to something else.
-  if (!object_.isReference() && object_.object && !hasGone(object_.object)) {
-    return writable(object_.object);
-  }
+  if (!object_.isReference() && object_.object && !hasGone(object_.object)) return writable(object_.object);
   ConstHandle const now = object_.attr.genericIfGet(parent, object_.key());
   return hasGone(now) ? nullptr : writable(now);
 }
@@ -176,15 +163,11 @@ AttrTree::Status AttrTree::AttrNode::commit(Handle const& parent) {
       TOVAK_TRACE(setTrace, 6, "", "Commit Entity '{}'", elem());
       return commitEntity(parent);
     }
-    if (isArray()) {
-      return deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
-    }
+    if (isArray()) return deleted_ ? deleteScalarArray(parent) : replaceScalarArray(parent);
     TOVAK_TRACE(setTrace, 6, "", "Commit non-Entity '{}'", elem());
     return commitValue(parent);
   });
-  if (!isError(status)) {
-    TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", elem());
-  }
+  if (!isError(status)) TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: End", elem());
   return status;
 }
 
@@ -198,16 +181,12 @@ AttrTree::Status AttrTree::AttrNode::commitEntity(Handle const& parent) {
 }
 
 AttrTree::Status AttrTree::AttrNode::commitValue(Handle const& parent) {
-  if (unchanged_) {
-    return checkUnchanged(parent);
-  }
+  if (unchanged_) return checkUnchanged(parent);
   if (deleted_) {
     object_.attr.genericIfDel(parent, object_.key());
     return true;
   }
-  if (!isScalar() && parent_->isEntity()) {
-    return foldInto(parent);
-  }
+  if (!isScalar() && parent_->isEntity()) return foldInto(parent);
   TOVAK_ASSERT(hasNewValue_, setTrace, "Expecting attribute '{}' to be set", elem());
   object_.attr.genericIfSet(parent, object_.key(), newValue_);
   return true;
@@ -216,18 +195,16 @@ AttrTree::Status AttrTree::AttrNode::commitValue(Handle const& parent) {
 AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
   KelAttr const attr = object_.attr;
   if (!isAnew_) {
-    if (ConstHandle const now = attr.genericIfGet(parent, object_.key())) {
+    if (ConstHandle const now = attr.genericIfGet(parent, object_.key()))
       newValue_ = now->clone();
-    } else if (op_ == SetOp::Delete) {
+    else if (op_ == SetOp::Delete)
       return true; // deletes within do not bring back what another, or an observer, has taken away
-    } else if (auto status = instantiateValue(); isError(status)) {
+    else if (auto status = instantiateValue(); isError(status))
       return status;
-    }
     for (auto const& child : children_.withPruned()) {
       bool const isPart = !child->isScalar() && !child->deleted_;
-      if (auto status = isPart ? child->foldInto(newValue_) : child->commit(newValue_); isError(status)) {
+      if (auto status = isPart ? child->foldInto(newValue_) : child->commit(newValue_); isError(status))
         return status;
-      }
     }
   }
   attr.genericIfSet(parent, object_.key(), newValue_);
@@ -237,14 +214,11 @@ AttrTree::Status AttrTree::AttrNode::foldInto(Handle const& parent) {
 AttrTree::Status AttrTree::AttrNode::updateComposite(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
   newValue_ = standingIn(parent);
-  if (!newValue_ && !made_) {
+  if (!newValue_ && !made_)
     return error(fmt::format("Path element '{}' was removed while the request was committed", elem()));
-  }
   if (!newValue_) {
     TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
-    if (auto status = instantiateObject(parent); isError(status)) {
-      return status;
-    }
+    if (auto status = instantiateObject(parent); isError(status)) return status;
   }
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
   TOVAK_ASSERT(newValue_, setTrace, "Expecting attibute '{}' to be set", elem());
@@ -257,9 +231,7 @@ AttrTree::Status AttrTree::AttrNode::replaceComposite(Handle const& parent) {
   // No handle of ours keeps the old object while its observers learn of its end.
   newValue_.reset();
   object_.object.reset();
-  if (auto status = instantiateObject(parent); isError(status)) {
-    return status;
-  }
+  if (auto status = instantiateObject(parent); isError(status)) return status;
   TOVAK_ASSERT(newValue_, setTrace, "Expecting new object to be set");
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
   return commitToEntity();
@@ -294,17 +266,14 @@ AttrTree::Status AttrTree::AttrNode::instantiateObject(Handle const& parent) {
 
 AttrTree::Handle AttrTree::AttrNode::arrayValue() const {
   Handle array = object_.attr.type().genericIf(nullptr);
-  for (Handle const& member : members_) {
+  for (Handle const& member : members_)
     object_.attr.genericIfAdd(array, member);
-  }
   return array;
 }
 
 AttrTree::Status AttrTree::AttrNode::replaceScalarArray(Handle const& parent) {
   TOVAK_TRACE(setTrace, 6, "", "Working on scalar array '{}'", elem());
-  if (unchanged_) {
-    return checkUnchanged(parent);
-  }
+  if (unchanged_) return checkUnchanged(parent);
   object_.attr.genericIfSet(parent, nullptr, arrayValue());
   return true;
 }
@@ -327,15 +296,13 @@ AttrTree::Status AttrTree::AttrNode::doWildcardDelete(Handle const& parent,
                           : attr.genericIfIteratorConst(parent);
   for (; at; ++at) {
     ConstHandle key = at.key();
-    if (applyKeyFilter(filter, key)) {
+    if (applyKeyFilter(filter, key))
       keys.push_back(std::move(key));
-    } else if (range.isPast(filter, key)) {
+    else if (range.isPast(filter, key))
       break;
-    }
   }
-  for (ConstHandle const& key : keys) {
+  for (ConstHandle const& key : keys)
     attr.genericIfDel(parent, key);
-  }
   return true;
 }
 

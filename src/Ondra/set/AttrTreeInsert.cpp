@@ -82,12 +82,8 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::str
   Error& error = error_.emplace();
   error.code = grpc::StatusCode::NOT_FOUND;
   error.message = std::move(message);
-  if (node_ != &root_) {
-    error.add(node_->elem());
-  }
-  if (child_ != nullptr) {
-    error.add(child_->elem());
-  }
+  if (node_ != &root_) error.add(node_->elem());
+  if (child_ != nullptr) error.add(child_->elem());
   return Step::Failed;
 }
 
@@ -99,18 +95,14 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted
 void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
                                                 ElemIterator& pathBegin, ElemIterator pathEnd) {
   Trail const* const last = trail();
-  if (last == nullptr) {
-    return;
-  }
+  if (last == nullptr) return;
   for (AttrNode* const next : last->nodes) {
     bool const onPrefix = prefixBegin != prefixEnd;
     ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
     // The last element is looked at in full: it may not end where others pass.
     bool const isLast =
         onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
-    if (isLast || !(next->elem() == *at)) {
-      return;
-    }
+    if (isLast || !(next->elem() == *at)) return;
     ++at;
     ++followed_;
     node_ = next;
@@ -119,13 +111,9 @@ void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemI
 
 void AttrTree::AttrNode::Insertion::followTrail(std::span<Place const* const> way) {
   Trail const* const last = trail();
-  if (last == nullptr) {
-    return;
-  }
+  if (last == nullptr) return;
   for (AttrNode* const next : last->nodes) {
-    if (followed_ + 1 >= way.size() || next->element_.place() != way[followed_]) {
-      return;
-    }
+    if (followed_ + 1 >= way.size() || next->element_.place() != way[followed_]) return;
     ++followed_;
     node_ = next;
   }
@@ -164,12 +152,9 @@ inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descen
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild(AttrNode& child,
                                                                                  bool onPrefix) {
-  if (child.deleted_) {
-    TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", child.elem());
-  }
-  if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_))) {
+  if (child.deleted_) TOVAK_TRACE(setTrace, 6, "", "Element '{}' is marked as getting deleted", child.elem());
+  if (op_ != SetOp::Delete && (child.deleted_ || isDeletedByWildcard(child.object_)))
     return failAsDeleted(child.element_);
-  }
   if (!onPrefix && child.op_ != op_ && child.isEntity()) {
     return fail(fmt::format("Same entity element '{}' cannot be used in multiple ops, {} and {}",
                             child.elem(), child.op_, op_));
@@ -183,9 +168,8 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Elem
                                                                             bool onPrefix) {
   TOVAK_TRACE(setTrace, 8, "", "New child insertion");
   bool const isOfPlace = element.place() != nullptr;
-  if (!isOfPlace && (element.elem().name() == "*" || element.elem().name() == "...")) {
+  if (!isOfPlace && (element.elem().name() == "*" || element.elem().name() == "..."))
     return fail(fmt::format("Wildcard '{}' as a path element name is not supported", element.elem().name()));
-  }
   auto place =
       isOfPlace ? placeBelow(node_->object_, *element.place()) : getNextPlace(node_->object_, element.elem());
   if (!place) {
@@ -197,17 +181,13 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Elem
   }
   if (nodeIsInTree() && !isOfPlace && place->attr.isKeyed() && !place->hasFilter()) {
     // The same member by another spelling of its key map.
-    if (AttrNode* const child = node_->children_.get(place->attr, place->key())) {
+    if (AttrNode* const child = node_->children_.get(place->attr, place->key()))
       return existingChild(*child, onPrefix);
-    }
   }
-  if (Step const step = checkPlace(element, *place); step != Step::Taken) {
-    return step;
-  }
+  if (Step const step = checkPlace(element, *place); step != Step::Taken) return step;
   TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", element.elem());
-  if (node_->object_.type().isDir() && !place->type().isDir()) {
+  if (node_->object_.type().isDir() && !place->type().isDir())
     dirty_.push_back(Kel::dynamicPtrCast<Kel::Entity>(Kel::Ptr<Kel::PtrInterface>(place->object->object())));
-  }
   auto child = std::make_unique<AttrNode>(element, *std::move(place));
   child->parent_ = node_;
   child->op_ = op_;
@@ -228,16 +208,13 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(El
                                                                               KelObject& place) {
   KelAttr const attr = place.attr;
   if (place.hasFilter()) {
-    if (op_ != SetOp::Delete) {
+    if (op_ != SetOp::Delete)
       return fail(fmt::format("Element '{}' with wildcard cannot be used in {} path", element.elem(), op_));
-    }
     bool const full = nodeIsInTree() && node_->children_.wildcards().size() >= kMaxWildcards;
     return full ? fail(fmt::format("More than {} elements with wildcards below one element", kMaxWildcards))
                 : Step::Taken;
   }
-  if (op_ != SetOp::Delete && isDeletedByWildcard(place)) {
-    return failAsDeleted(element);
-  }
+  if (op_ != SetOp::Delete && isDeletedByWildcard(place)) return failAsDeleted(element);
   if (attr.isArray() && getTypeKind(attr.memberType()) == TypeKind::Composite) {
     return fail(fmt::format("Modifying array '{}' of composite type '{}' is not supported", element.elem(),
                             attr.memberType().name().view()));
@@ -249,14 +226,10 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(El
   }
   if (!place.object) {
     auto object = readPlace(node_->object_, place);
-    if (!object) {
-      return fail(std::move(object).error());
-    }
+    if (!object) return fail(std::move(object).error());
     place.object = std::move(object).value();
   }
-  if (op_ != SetOp::Delete && place.isReference() && hasGone(place.object)) {
-    place.object.reset();
-  }
+  if (op_ != SetOp::Delete && place.isReference() && hasGone(place.object)) place.object.reset();
   return place.object ? Step::Taken : checkEmptyPlace(element, place);
 }
 
@@ -266,31 +239,23 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkEmptyPla
     TOVAK_TRACE(setTrace, 6, "", "Ignoring delete path as element '{}' is not set", element.elem());
     return Step::Dropped;
   }
-  if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) {
-    return Step::Taken;
-  }
+  if (place.attr.isInstantiating() || place.attr.memberType().isValueType()) return Step::Taken;
   return fail(fmt::format("Path element '{}' is not set", element.elem()));
 }
 
 bool AttrTree::AttrNode::Insertion::isDeletedByWildcard(KelObject const& place) const {
-  if (!nodeIsInTree() || !place.key()) {
-    return false;
-  }
-  for (AttrNode const* const wildcard : node_->children_.wildcards()) {
+  if (!nodeIsInTree() || !place.key()) return false;
+  for (AttrNode const* const wildcard : node_->children_.wildcards())
     if (wildcard->object_.attr == place.attr &&
-        applyKeyFilter(std::get<MultipleKeys>(wildcard->object_.keys).filter, place.key())) {
+        applyKeyFilter(std::get<MultipleKeys>(wildcard->object_.keys).filter, place.key()))
       return true;
-    }
-  }
   return false;
 }
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(Written const& value) {
   TOVAK_TRACE(setTrace, 8, "", "End of the path");
   if (op_ == SetOp::Delete) {
-    if (node_ == &root_) {
-      return fail("The data root cannot be deleted");
-    }
+    if (node_ == &root_) return fail("The data root cannot be deleted");
     TOVAK_TRACE(setTrace, 6, "", "Marking leaf element '{}' as getting deleted", node_->elem());
     node_->deleted_ = true;
     return Step::Taken;
@@ -317,14 +282,10 @@ AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefi
                                     ElemIterator pathEnd, gnmi::TypedValue const* value) {
   followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
   while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
-    if (!enter()) {
-      return Step::Failed;
-    }
+    if (!enter()) return Step::Failed;
     bool const onPrefix = prefixBegin != prefixEnd;
     PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
-    if (Step const step = descend(elem, onPrefix); step != Step::Taken) {
-      return step;
-    }
+    if (Step const step = descend(elem, onPrefix); step != Step::Taken) return step;
   }
   return end({value, nullptr});
 }
@@ -333,12 +294,8 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::take(std::spa
                                                                         Written const& value) {
   followTrail(way);
   for (Place const* const place : way.subspan(followed_)) {
-    if (!enter()) {
-      return Step::Failed;
-    }
-    if (Step const step = descend(*place, false); step != Step::Taken) {
-      return step;
-    }
+    if (!enter()) return Step::Failed;
+    if (Step const step = descend(*place, false); step != Step::Taken) return step;
   }
   return end(value);
 }
@@ -350,18 +307,15 @@ AttrTree::AttrNode::placeBelow(KelObject const& parent, Place const& place) {
     KelObject found;
     found.parentType = type;
     found.attr = place.attr();
-    if (place.key()) {
-      found.keys = SingleKey{place.key()};
-    }
+    if (place.key()) found.keys = SingleKey{place.key()};
     return found;
   }
   return getNextPlace(parent, place.elem()); // which finds it in a directory, or says why it is not there
 }
 
 void AttrTree::AttrNode::Insertion::finish() {
-  for (AttrNode* const node : passed_) {
+  for (AttrNode* const node : passed_)
     node->op_ = op_;
-  }
   if (head_) {
     TOVAK_ASSERT(attachTo_ != nullptr, setTrace, "Expecting a valid node representing sub-element '{}'",
                  head_->elem());
@@ -374,9 +328,7 @@ void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
     root_.trail_.reset();
     return;
   }
-  if (!root_.trail_) {
-    root_.trail_ = std::make_unique<Trail>();
-  }
+  if (!root_.trail_) root_.trail_ = std::make_unique<Trail>();
   root_.trail_->op = op_;
   auto& nodes = root_.trail_->nodes;
   nodes.resize(length - 1);
@@ -395,9 +347,8 @@ void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
       Kel::Entity::singleton<GnmiSetSessionState>()->dirtyPathIs(name);
       return true;
     });
-    if (!recorded) {
+    if (!recorded)
       TOVAK_TRACE(setTrace, Tovak::traceLevelError, "", "An entity has no name: {}", recorded.error());
-    }
   }
 }
 
@@ -420,9 +371,8 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
 
 AttrTree::Status AttrTree::AttrNode::insertPlace(Place const& place, Written const& value, SetOp op) {
   boost::container::small_vector<Place const*, 16> way;
-  for (Place const* at = &place; at != nullptr; at = at->above()) {
+  for (Place const* at = &place; at != nullptr; at = at->above())
     way.push_back(at);
-  }
   std::ranges::reverse(way);
   return insert(way.size(), op, [&](Insertion& insertion) {
     return insertion.take({way.data(), way.size()}, value);
@@ -438,12 +388,8 @@ AttrTree::Status AttrTree::AttrNode::insert(std::size_t length, SetOp op, Take c
   } catch (...) {
     insertion.fail(modelError());
   }
-  if (step != Insertion::Step::Dropped) {
-    insertion.recordDirtyPaths();
-  }
-  if (step == Insertion::Step::Failed) {
-    return insertion.takeError();
-  }
+  if (step != Insertion::Step::Dropped) insertion.recordDirtyPaths();
+  if (step == Insertion::Step::Failed) return insertion.takeError();
   if (step == Insertion::Step::Taken) {
     insertion.finish();
     insertion.leaveTrail(length);

@@ -39,17 +39,13 @@ bool AttrTree::AttrNode::isFixedAtCreation() const {
 }
 
 bool AttrTree::AttrNode::isRemovable() const {
-  if (!isInDir()) {
-    return object_.attr.isInstantiating() && object_.attr.isRemovable();
-  }
+  if (!isInDir()) return object_.attr.isInstantiating() && object_.attr.isRemovable();
   auto const* const dir = dynamic_cast<Kel::Dir const*>(parent_->object_.object->object());
   return dir != nullptr && dir->isRemovable(elem().name());
 }
 
 bool AttrTree::AttrNode::isRemade() const {
-  if (op_ != SetOp::Replace || onPrefix_) {
-    return false;
-  }
+  if (op_ != SetOp::Replace || onPrefix_) return false;
   return !isEntity() || (!isInDir() && isRemovable());
 }
 
@@ -64,29 +60,25 @@ AttrTree::Status AttrTree::AttrNode::processLeafElem(Written const& value) {
     });
     TOVAK_ASSERT(fits && (isArray() || value.decoded->size() == 1), setTrace,
                  "The value of '{}' is of another type", elem());
-    if (isArray()) {
+    if (isArray())
       members_ = *value.decoded;
-    } else {
+    else
       newValue_ = value.decoded->front();
-    }
     hasNewValue_ = true;
     return true;
   }
   if (isArray()) {
     TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is an array of scalar values", elem());
     auto decoded = gnmiToGifArray(object_.attr.memberType(), *value.value);
-    if (auto* const text = std::get_if<std::string>(&decoded)) {
+    if (auto* const text = std::get_if<std::string>(&decoded))
       return error(std::move(*text), grpc::StatusCode::INVALID_ARGUMENT);
-    }
     members_ = std::get<std::vector<Handle>>(std::move(decoded));
     hasNewValue_ = true;
     return true;
   }
   TOVAK_TRACE(setTrace, 6, "", "Leaf element '{}' is a scalar value", elem());
   auto decoded = gnmiToKelValue(object_.attr.memberType(), *value.value);
-  if (!decoded) {
-    return error(std::move(decoded).error(), grpc::StatusCode::INVALID_ARGUMENT);
-  }
+  if (!decoded) return error(std::move(decoded).error(), grpc::StatusCode::INVALID_ARGUMENT);
   newValue_ = std::move(decoded).value();
   hasNewValue_ = true;
   return true;
@@ -99,11 +91,8 @@ AttrTree::Status AttrTree::AttrNode::prepareTree(SetOp op) {
 }
 
 AttrTree::Status AttrTree::AttrNode::prepareChildren(SetOp op) {
-  for (auto const& child : children_) {
-    if (auto status = child->prepare(op); isError(status)) {
-      return status;
-    }
-  }
+  for (auto const& child : children_)
+    if (auto status = child->prepare(op); isError(status)) return status;
   return true;
 }
 
@@ -112,26 +101,18 @@ AttrTree::Status AttrTree::AttrNode::prepare(SetOp op) {
   Status status = guarded([&] {
     return isScalar() ? prepareScalar(op) : isEntity() ? prepareEntity(op) : prepareValue(op);
   });
-  if (!isError(status)) {
-    TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: End", elem(), op);
-  }
+  if (!isError(status)) TOVAK_TRACE(setTrace, 5, "", "Prepare '{}' for {} op: End", elem(), op);
   return status;
 }
 
 AttrTree::Status AttrTree::AttrNode::prepareScalar(SetOp op) {
-  if (op_ != op) {
-    return true; // no path of this phase came here
-  }
+  if (op_ != op) return true; // no path of this phase came here
   if (op != SetOp::Delete) {
     TOVAK_TRACE(setTrace, 8, "", "Scalar is already prepared");
     return checkWrite();
   }
-  if (auto status = checkDelete(); isError(status)) {
-    return status;
-  }
-  if (object_.attr.isKeyed() || isArray()) {
-    return true;
-  }
+  if (auto status = checkDelete(); isError(status)) return status;
+  if (object_.attr.isKeyed() || isArray()) return true;
   TOVAK_TRACE(setTrace, 8, "", "Using a default value of the scalar");
   return valueAfterDelete();
 }
@@ -140,9 +121,7 @@ AttrTree::Status AttrTree::AttrNode::valueAfterDelete() {
   newValue_.reset();
   if (!object_.attr.isOptional()) {
     auto value = defaultKelObject(object_.attr.memberType());
-    if (!value) {
-      return error(std::move(value).error());
-    }
+    if (!value) return error(std::move(value).error());
     newValue_ = std::move(value).value();
   }
   hasNewValue_ = true;
@@ -150,25 +129,17 @@ AttrTree::Status AttrTree::AttrNode::valueAfterDelete() {
 }
 
 AttrTree::Status AttrTree::AttrNode::prepareEntity(SetOp op) {
-  if (op_ != op) {
-    return true;
-  }
-  if (deleted_) {
-    return checkDelete();
-  }
+  if (op_ != op) return true;
+  if (deleted_) return checkDelete();
   // Below an object that will be made, what there is now is of no matter.
   isFresh_ = parent_->isFresh_;
   base_ = isFresh_ ? current() : object_.object;
   if (!base_ || isRemade()) {
     isFresh_ = true;
-    if (auto status = makePrototype(op); isError(status)) {
-      return status;
-    }
+    if (auto status = makePrototype(op); isError(status)) return status;
   }
   TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", elem());
-  if (auto status = prepareChildren(op); isError(status)) {
-    return status;
-  }
+  if (auto status = prepareChildren(op); isError(status)) return status;
   TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", elem());
   TOVAK_TRACE(setTrace, 5, "", "Composite '{}' is an Entity, so return without committing its sub-attrs",
               elem());
@@ -176,31 +147,22 @@ AttrTree::Status AttrTree::AttrNode::prepareEntity(SetOp op) {
 }
 
 AttrTree::Status AttrTree::AttrNode::makePrototype(SetOp op) {
-  if (!object_.attr.isInstantiating()) {
-    return error(fmt::format("Path element '{}' is not set", elem()));
-  }
+  if (!object_.attr.isInstantiating()) return error(fmt::format("Path element '{}' is not set", elem()));
   // Values that the constructor takes are folded before there is a prototype, from what their own
   // construction gives.
   base_.reset();
   for (auto const& child : children_) {
     bool const isValueArg = child->object_.attr.isCtorArg() && !child->isScalar() && !child->isEntity();
-    if (!isValueArg) {
-      continue;
-    }
-    if (auto status = child->prepare(op); isError(status)) {
-      return status;
-    }
+    if (!isValueArg) continue;
+    if (auto status = child->prepare(op); isError(status)) return status;
   }
   KelType const type = object_.attr.memberType();
   auto args = prepareConstructorArgs(type);
-  if (!args) {
-    return std::move(args).error();
-  }
+  if (!args) return std::move(args).error();
   made_ = std::make_unique<Made>(Made{std::move(args).value()});
   base_ = type.genericIf(made_->args);
-  if (object_.key() && !object_.attr.indexAttr()) {
+  if (object_.key() && !object_.attr.indexAttr())
     Kel::Impl::keyInto(object_.attr.desc(), *object_.key(), *Kel::entityAt(base_));
-  }
   return checkIndex(base_);
 }
 
@@ -210,32 +172,20 @@ AttrTree::Status AttrTree::AttrNode::prepareValue(SetOp op) {
     return true;
   }
   if (deleted_) {
-    if (auto status = checkDelete(); isError(status)) {
-      return status;
-    }
-    if (object_.attr.isKeyed()) {
-      return true;
-    }
+    if (auto status = checkDelete(); isError(status)) return status;
+    if (object_.attr.isKeyed()) return true;
     TOVAK_TRACE(setTrace, 6, "", "Composite '{}' itself should be deleted", elem());
     TOVAK_TRACE(setTrace, 6, "", "Using default value for Nominal '{}'", elem());
     return valueAfterDelete();
   }
-  if (auto status = openValue(); isError(status)) {
-    return status;
-  }
+  if (auto status = openValue(); isError(status)) return status;
   TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': Start", elem());
-  if (auto status = prepareChildren(op); isError(status)) {
-    return status;
-  }
+  if (auto status = prepareChildren(op); isError(status)) return status;
   TOVAK_TRACE(setTrace, 6, "", "Prepare sub-attrs of composite '{}': End", elem());
   TOVAK_TRACE(setTrace, 5, "", "Finalize Nominal '{}' for op {} by committing its sub-attrs", elem(), op);
-  if (auto status = foldParts(); isError(status)) {
-    return status;
-  }
+  if (auto status = foldParts(); isError(status)) return status;
   object_.object = newValue_; // what the next phase finds here
-  if (auto status = checkIndex(newValue_); isError(status)) {
-    return status;
-  }
+  if (auto status = checkIndex(newValue_); isError(status)) return status;
   return checkWrite();
 }
 
@@ -254,9 +204,7 @@ AttrTree::Status AttrTree::AttrNode::openValue() {
   }
   if (!hasNewValue_) {
     TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
-    if (auto status = instantiateValue(); isError(status)) {
-      return status;
-    }
+    if (auto status = instantiateValue(); isError(status)) return status;
   }
   base_ = newValue_;
   return true;
@@ -267,13 +215,10 @@ AttrTree::Status AttrTree::AttrNode::instantiateValue() {
   KelAttr const attr = object_.attr;
   hasNewValue_ = true;
   auto args = prepareConstructorArgs(attr.memberType());
-  if (!args) {
-    return std::move(args).error();
-  }
+  if (!args) return std::move(args).error();
   newValue_ = attr.memberType().genericIf(args.value());
-  if (KelAttr const index = attr.indexAttr(); index && object_.key()) {
+  if (KelAttr const index = attr.indexAttr(); index && object_.key())
     index.genericIfSet(newValue_, nullptr, object_.key());
-  }
   return true;
 }
 
@@ -281,9 +226,7 @@ AttrTree::Status AttrTree::AttrNode::foldParts() {
   TOVAK_TRACE(setTrace, 6, "", "Working on composite '{}'", elem());
   if (!newValue_) { // an earlier phase has left it without value
     TOVAK_TRACE(setTrace, 6, "", "Instantiating a new composite '{}'", elem());
-    if (auto status = instantiateValue(); isError(status)) {
-      return status;
-    }
+    if (auto status = instantiateValue(); isError(status)) return status;
   }
   TOVAK_TRACE(setTrace, 6, "", "Committing sub-attrs of composite '{}'", elem());
   return commitChildren(newValue_);
@@ -292,13 +235,10 @@ AttrTree::Status AttrTree::AttrNode::foldParts() {
 AttrTree::Status AttrTree::AttrNode::checkWrite() {
   KelAttr const attr = object_.attr;
   unchanged_ = false;
-  if (attr.isSettable()) {
-    return true;
-  }
+  if (attr.isSettable()) return true;
   if (isFixedAtCreation()) {
-    if (!parent_->base_) {
+    if (!parent_->base_)
       return true; // the arguments of a prototype are being gathered; it is asked again when there is one
-    }
     auto status = checkUnchanged(parent_->base_);
     unchanged_ = !isError(status);
     return status;
@@ -311,9 +251,7 @@ AttrTree::Status AttrTree::AttrNode::checkUnchanged(ConstHandle const& parent) c
   KelAttr const attr = object_.attr;
   ConstHandle const found = attr.genericIfGet(parent, object_.key());
   ConstHandle const wanted = isArray() ? ConstHandle(arrayValue()) : ConstHandle(newValue_);
-  if (found && wanted && found->equals(*wanted)) {
-    return true;
-  }
+  if (found && wanted && found->equals(*wanted)) return true;
   return error(fmt::format("Attribute '{}' of Type '{}' is fixed when the object is made", attr.name().view(),
                            attr.ownerType().name().view()));
 }
@@ -323,22 +261,16 @@ AttrTree::Status AttrTree::AttrNode::checkDelete() const {
   bool const isAllowed = !attr.isInstantiating() ? attr.isSettable()
                          : object_.hasFilter()   ? attr.isRemovable()
                                                  : isRemovable();
-  if (isAllowed) {
-    return true;
-  }
+  if (isAllowed) return true;
   return error(
       fmt::format("Element '{}' of Type '{}' cannot be deleted", elem(), attr.ownerType().name().view()));
 }
 
 AttrTree::Status AttrTree::AttrNode::checkIndex(ConstHandle const& member) const {
   KelAttr const index = object_.attr.indexAttr();
-  if (!index || !object_.key()) {
-    return true;
-  }
+  if (!index || !object_.key()) return true;
   ConstHandle const own = index.genericIfGet(member);
-  if (own && own->equals(*object_.key())) {
-    return true;
-  }
+  if (own && own->equals(*object_.key())) return true;
   return error(fmt::format("Attribute '{}' of element '{}' must equal its key", index.name().view(), elem()));
 }
 
@@ -349,9 +281,7 @@ Kstd::Result<Kel::ArgList, AttrTree::Error> AttrTree::AttrNode::prepareConstruct
     KelAttr const arg(desc);
     TOVAK_TRACE(setTrace, 6, "", "Checking constructor arg '{}'", arg.name().view());
     auto value = constructorArg(arg);
-    if (!value) {
-      return std::move(value).error();
-    }
+    if (!value) return std::move(value).error();
     args.push_back(std::move(value).value());
     TOVAK_ASSERT(args.back() || arg.isEmbedded() || arg.isPointer(), setTrace,
                  "Constructor argument {} of element {} is nullptr", arg.name().view(), elem());
@@ -378,13 +308,9 @@ Kstd::Result<AttrTree::ConstHandle, AttrTree::Error> AttrTree::AttrNode::constru
     return ConstHandle(); // the constructor makes it by itself
   }
   TOVAK_TRACE(setTrace, 6, "", "Constructor arg not found in the request, so using default value");
-  if (arg.isPointer() && arg.isOptional()) {
-    return ConstHandle(); // a reference has no other default than none
-  }
+  if (arg.isPointer() && arg.isOptional()) return ConstHandle(); // a reference has no other default than none
   auto value = defaultKelObject(arg.type());
-  if (!value) {
-    return error(std::move(value).error());
-  }
+  if (!value) return error(std::move(value).error());
   return ConstHandle(std::move(value).value());
 }
 
@@ -395,9 +321,8 @@ void AttrTree::AttrNode::pruneSubTree() {
     children_.prune();
     return;
   }
-  for (auto const& child : children_) {
+  for (auto const& child : children_)
     child->pruneSubTree();
-  }
 }
 
 } // namespace Ondra::KelGnmiSet

@@ -87,37 +87,29 @@ grpc::Status Set::check() {
 
 grpc::Status Set::executeImpl() {
   populateResponse();
-  if (grpc::Status status = prepareAll(); !status.ok()) {
-    return status;
-  }
+  if (grpc::Status status = prepareAll(); !status.ok()) return status;
   TOVAK_TRACE(setTrace, 2, "", "All ops are processed successfully, performing commit");
   auto const committed = root_->commitTree();
-  if (auto const* const error = std::get_if<AttrTree::Error>(&committed)) {
-    return treeErrorToStatus(*error);
-  }
+  if (auto const* const error = std::get_if<AttrTree::Error>(&committed)) return treeErrorToStatus(*error);
   return grpc::Status::OK;
 }
 
 grpc::Status Set::prepareAll() {
   TOVAK_TRACE(setTrace, 2, "", "Processing data root path '{}'", dataRoot_);
-  if (auto root = setDataTreeRoot(); auto* const status = std::get_if<grpc::Status>(&root)) {
+  if (auto root = setDataTreeRoot(); auto* const status = std::get_if<grpc::Status>(&root))
     return std::move(*status);
-  }
   TOVAK_ASSERT(root_ != nullptr, setTrace, "Expecting root to be set");
   TOVAK_TRACE(setTrace, 2, "", "Processing Delete ops");
-  if (auto deletes = processDelete(); auto* const status = std::get_if<grpc::Status>(&deletes)) {
+  if (auto deletes = processDelete(); auto* const status = std::get_if<grpc::Status>(&deletes))
     return std::move(*status);
-  }
   root_->pruneSubTree();
   TOVAK_TRACE(setTrace, 2, "", "Processing Replace ops");
-  if (auto replaces = processReplace(); auto* const status = std::get_if<grpc::Status>(&replaces)) {
+  if (auto replaces = processReplace(); auto* const status = std::get_if<grpc::Status>(&replaces))
     return std::move(*status);
-  }
   root_->pruneSubTree();
   TOVAK_TRACE(setTrace, 2, "", "Processing Update ops");
-  if (auto updates = processUpdate(); auto* const status = std::get_if<grpc::Status>(&updates)) {
+  if (auto updates = processUpdate(); auto* const status = std::get_if<grpc::Status>(&updates))
     return std::move(*status);
-  }
   return grpc::Status::OK;
 }
 
@@ -126,9 +118,8 @@ void Set::populateResponse() noexcept {
   auto* const results = response_.mutable_response();
   results->Reserve(request_.delete__size() + request_.replace_size() + request_.update_size());
   auto const add = [results](gnmi::UpdateResult::Operation op, int count) {
-    for (; count > 0; --count) {
+    for (; count > 0; --count)
       results->Add()->set_op(op);
-    }
   };
   add(gnmi::UpdateResult::DELETE, request_.delete__size());
   add(gnmi::UpdateResult::REPLACE, request_.replace_size());
@@ -138,26 +129,21 @@ void Set::populateResponse() noexcept {
 void Set::handPathsOver() noexcept {
   response_.mutable_prefix()->Swap(request_.mutable_prefix());
   auto result = response_.mutable_response()->begin();
-  for (gnmi::Path& path : *request_.mutable_delete_()) {
+  for (gnmi::Path& path : *request_.mutable_delete_())
     (result++)->mutable_path()->Swap(&path);
-  }
   bool const isOneArena = request_.GetArena() == response_.GetArena();
   for (auto* const updates : {request_.mutable_replace(), request_.mutable_update()}) {
-    for (gnmi::Update& update : *updates) {
-      if (isOneArena && update.has_path()) {
+    for (gnmi::Update& update : *updates)
+      if (isOneArena && update.has_path())
         (result++)->unsafe_arena_set_allocated_path(update.unsafe_arena_release_path());
-      } else {
+      else
         (result++)->mutable_path()->Swap(update.mutable_path());
-      }
-    }
   }
 }
 
 Set::StepStatus Set::setDataTreeRoot() {
   auto found = dataRootAt(*dataRoot_, rootPath_);
-  if (!found) {
-    return found.error();
-  }
+  if (!found) return found.error();
   TOVAK_TRACE(setTrace, 3, "", "Setting tree root corresponding to path '{}'", dataRoot_);
   root_ = std::make_unique<AttrTree::AttrNode>(*rootPath_.elem().rbegin(), std::move(found).value());
   return true;
@@ -173,17 +159,11 @@ Kstd::Result<AttrTree::KelObject, grpc::Status> dataRootAt(Path const& path, gnm
   path.copyToGnmiPath(&elems);
   for (gnmi::PathElem const& elem : elems.elem()) {
     auto next = AttrTree::getNextKelObject(current, elem);
-    if (!next) {
-      return notFound(next.error().message);
-    }
-    if (!next->object) {
-      return notFound(fmt::format("Data root path element '{}' is not set", elem));
-    }
+    if (!next) return notFound(next.error().message);
+    if (!next->object) return notFound(fmt::format("Data root path element '{}' is not set", elem));
     current = std::move(next).value();
   }
-  if (!current.object->type().isEntity()) {
-    return notFound("Data root path leads to no entity");
-  }
+  if (!current.object->type().isEntity()) return notFound("Data root path leads to no entity");
   return current;
 }
 
@@ -200,15 +180,11 @@ Set::StepStatus Set::process(SetOp op, char const* word, Entries const& entries,
     TOVAK_TRACE(setTrace, 4, "", "Inserting path '{}'", path);
     auto const inserted = root_->insertPathSuffix(prefix.begin(), prefix.end(), path.elem().begin(),
                                                   path.elem().end(), valueOf(entry), op);
-    if (auto const* const error = std::get_if<AttrTree::Error>(&inserted)) {
-      return treeErrorToStatus(*error);
-    }
+    if (auto const* const error = std::get_if<AttrTree::Error>(&inserted)) return treeErrorToStatus(*error);
   }
   TOVAK_TRACE(setTrace, 3, "", "All {} paths are inserted successfully", word);
   auto const prepared = root_->prepareTree(op);
-  if (auto const* const error = std::get_if<AttrTree::Error>(&prepared)) {
-    return treeErrorToStatus(*error);
-  }
+  if (auto const* const error = std::get_if<AttrTree::Error>(&prepared)) return treeErrorToStatus(*error);
   return true;
 }
 
@@ -238,9 +214,8 @@ Set::StepStatus Set::processUpdate() {
 
 grpc::Status treeErrorToStatus(AttrTree::Error const& error) {
   std::string path;
-  for (gnmi::PathElem const& elem : error.path) {
+  for (gnmi::PathElem const& elem : error.path)
     path.append(1, '/').append(pathElemToStr(elem));
-  }
   switch (error.code) {
   case grpc::StatusCode::NOT_FOUND: return pathNotFoundError(path, error.message);
   case grpc::StatusCode::INVALID_ARGUMENT: return invalidArgumentError(path, error.message);

@@ -36,9 +36,7 @@ AttrTree::ValueOrText createFieldKey(KelType type, std::string const& text) {
 std::string checkNames(KelType type, std::span<std::string_view const> parts) {
   for (std::string_view const part : parts) {
     KelAttr const field = type.attr(part);
-    if (!field) {
-      return unknownAttr(part, type);
-    }
+    if (!field) return unknownAttr(part, type);
     type = field.memberType();
   }
   return {};
@@ -75,9 +73,8 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, K
       std::count_if(keys.begin(), keys.end(), [](auto const& entry) { return entry.second == kWildcard; }));
   if (keyType.isEntity() || keyType.isKeyPtrWrapper()) {
     // No text names an entity; all of them are named without one.
-    if (wildcards == 0 || wildcards != keys.size()) {
+    if (wildcards == 0 || wildcards != keys.size())
       return fmt::format("key of reference type '{}' is not supported", keyType.name().view());
-    }
     TOVAK_TRACE(setTrace, 7, "", "Found a wildcard");
     return MultipleKeys{};
   }
@@ -92,9 +89,7 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, K
       return MultipleKeys{};
     }
     auto key = createScalarKey(keyType, text);
-    if (!key) {
-      return std::move(key).error();
-    }
+    if (!key) return std::move(key).error();
     return SingleKey{std::move(key).value()};
   }
   if (wildcards != 0) {
@@ -105,14 +100,10 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeKey(KelType keyType, K
   for (auto const& [name, text] : keys) {
     TOVAK_TRACE(setTrace, 7, "", "Processing key path '{}', and value '{}'", name, text);
     auto inserted = root.insertPathSuffix(splitPath(name), text);
-    if (auto* const error = std::get_if<std::string>(&inserted)) {
-      return std::move(*error);
-    }
+    if (auto* const error = std::get_if<std::string>(&inserted)) return std::move(*error);
   }
   auto key = root.instantiate();
-  if (!key) {
-    return std::move(key).error();
-  }
+  if (!key) return std::move(key).error();
   return SingleKey{std::move(key).value()};
 }
 
@@ -124,26 +115,18 @@ AttrTree::KeyDecoder::Decoded AttrTree::KeyDecoder::decodeFilter(KelType keyType
     bool const isFilter = text != kWildcard;
     if (isFilter) {
       TOVAK_TRACE(setTrace, 7, "", "Found a filter on '{}' with value '{}'", name, text);
-      if (parts.size() > 1) {
-        return fmt::format("Filtering nested key '{}' is not supported", name);
-      }
+      if (parts.size() > 1) return fmt::format("Filtering nested key '{}' is not supported", name);
     }
     // A misspelt name must not widen the filter to everything, so those of wildcards are checked too.
-    if (std::string unknown = checkNames(keyType, parts); !unknown.empty()) {
-      return unknown;
-    }
-    if (!isFilter) {
-      continue;
-    }
+    if (std::string unknown = checkNames(keyType, parts); !unknown.empty()) return unknown;
+    if (!isFilter) continue;
     KelAttr const field = keyType.attr(parts.front());
     if (getTypeKind(field.memberType()) == TypeKind::Composite) {
       return fmt::format("Expecting a scalar at leaf element '{}'; found composite of type '{}'", name,
                          field.memberType().name().view());
     }
     auto value = createFieldKey(field.memberType(), text);
-    if (!value) {
-      return std::move(value).error();
-    }
+    if (!value) return std::move(value).error();
     result.filter.emplace_back(field, std::move(value).value());
   }
   std::sort(result.filter.begin(), result.filter.end(),
@@ -157,9 +140,7 @@ AttrTree::KeyDecoder::KeyElemNode::insertPathSuffix(std::span<std::string_view c
   KeyElemNode* node = this;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     KelAttr const field = node->type_.attr(parts[i]);
-    if (!field) {
-      return unknownAttr(parts[i], node->type_);
-    }
+    if (!field) return unknownAttr(parts[i], node->type_);
     KelType const type = field.memberType();
     KeyElemNode* next = const_cast<KeyElemNode*>(node->child(field));
     if (next == nullptr) {
@@ -176,27 +157,20 @@ AttrTree::KeyDecoder::KeyElemNode::insertPathSuffix(std::span<std::string_view c
   }
   TOVAK_TRACE(setTrace, 7, "", "KeyElem of type '{}' gets value '{}'", node->type_.name().view(), value);
   auto decoded = createFieldKey(node->type_, value);
-  if (!decoded) {
-    return std::move(decoded).error();
-  }
+  if (!decoded) return std::move(decoded).error();
   node->value_ = std::move(decoded).value();
   return true;
 }
 
 AttrTree::KeyDecoder::KeyElemNode const* AttrTree::KeyDecoder::KeyElemNode::child(KelAttr attr) const {
-  for (auto const& [field, node] : children_) {
-    if (field == attr) {
-      return &node;
-    }
-  }
+  for (auto const& [field, node] : children_)
+    if (field == attr) return &node;
   return nullptr;
 }
 
 AttrTree::ValueOrText AttrTree::KeyDecoder::KeyElemNode::instantiate() const {
   TOVAK_TRACE(setTrace, 7, "", "KeyElem type: '{}'", type_.name().view());
-  if (value_) {
-    return value_;
-  }
+  if (value_) return value_;
   Kel::ArgList args;
   std::vector<std::pair<KelAttr, Handle>> others; // fields that the constructor does not take
   for (KelType::AttributeQIterator at(type_); at; ++at) {
@@ -204,25 +178,21 @@ AttrTree::ValueOrText AttrTree::KeyDecoder::KeyElemNode::instantiate() const {
     Handle value;
     if (KeyElemNode const* const node = child(field)) {
       auto made = node->instantiate();
-      if (!made) {
-        return made;
-      }
+      if (!made) return made;
       value = std::move(made).value();
     } else if (!field.isOptional()) {
       return Kstd::Err(
           fmt::format("Key field '{}' of type '{}' is missing", field.name().view(), type_.name().view()));
     }
-    if (field.isCtorArg()) {
+    if (field.isCtorArg())
       args.push_back(std::move(value)); // null where it was left out: no argument moves up
-    } else if (value) {
+    else if (value)
       others.emplace_back(field, std::move(value));
-    }
   }
   return catchModelError([&] {
     Handle key = type_.genericIf(args);
-    for (auto const& [field, value] : others) {
+    for (auto const& [field, value] : others)
       field.genericIfSet(key, nullptr, value);
-    }
     return key;
   });
 }

@@ -23,9 +23,7 @@ namespace {
 enum class Family : std::uint8_t { None, String, Signed, Unsigned, Bool, Float, Double };
 
 Family familyOf(KelType type) {
-  if (!type.isBuiltin()) {
-    return Family::None;
-  }
+  if (!type.isBuiltin()) return Family::None;
   switch (type.builtinKind()) {
   case BuiltinKind::String: return Family::String;
   case BuiltinKind::S8:
@@ -54,19 +52,13 @@ ValueOrText mismatch(KelType type, char const* found) {
 }
 
 ValueOrText fromSigned(KelType type, std::int64_t value) {
-  if (type.builtinKind() == BuiltinKind::Seconds) {
-    return Kel::handleOf(Kel::Seconds::fromNanoseconds(value));
-  }
+  if (type.builtinKind() == BuiltinKind::Seconds) return Kel::handleOf(Kel::Seconds::fromNanoseconds(value));
   return type.genericIf(&value);
 }
 
 ValueOrText fromUnsigned(KelType type, std::uint64_t value) {
-  if (type.builtinKind() == BuiltinKind::Time) {
-    return Kel::handleOf(Kel::Time::fromNanoseconds(value));
-  }
-  if (type.builtinKind() == BuiltinKind::Char) {
-    return Kel::handleOf(static_cast<char>(value));
-  }
+  if (type.builtinKind() == BuiltinKind::Time) return Kel::handleOf(Kel::Time::fromNanoseconds(value));
+  if (type.builtinKind() == BuiltinKind::Char) return Kel::handleOf(static_cast<char>(value));
   return type.genericIf(&value);
 }
 
@@ -80,13 +72,9 @@ ValueOrText fromString(KelType type, std::string const& text) {
 }
 
 ValueOrText fromBytes(KelType type, std::string const& bytes) {
-  if (familyOf(type) != Family::Double) {
-    return mismatch(type, "bytes_val");
-  }
+  if (familyOf(type) != Family::Double) return mismatch(type, "bytes_val");
   auto const value = KelGnmiUtils::decodeDoubleVal(bytes);
-  if (!value) {
-    return Kstd::Err(std::string("Error in interpreting 'bytes_val' as 'double'"));
-  }
+  if (!value) return Kstd::Err(std::string("Error in interpreting 'bytes_val' as 'double'"));
   return Kel::handleOf(*value);
 }
 
@@ -139,35 +127,26 @@ AttrTree::TypeKind AttrTree::getTypeKind(KelType type) {
 ValueOrText AttrTree::gnmiToKelValue(KelType type, TypedValue const& value) {
   if (Kel::KelAttr const inner = type.valAttr()) {
     auto decoded = gnmiToKelValue(inner.type(), value);
-    if (!decoded) {
-      return decoded;
-    }
+    if (!decoded) return decoded;
     return catchModelError([&] { return type.genericIf(Kel::ArgList{std::move(*decoded)}); });
   }
   if (type.hasGnmiStrRep()) {
-    if (value.value_case() != TypedValue::kStringVal) {
+    if (value.value_case() != TypedValue::kStringVal)
       return Kstd::Err(fmt::format("Expecting a string value as '{}' has gnmi strep", type.name().view()));
-    }
     return catchModelText([&] { return type.genericIfFromGnmiString(value.string_val()); });
   }
-  if (type.isUnion()) {
-    return decodeUnion(type, value);
-  }
+  if (type.isUnion()) return decodeUnion(type, value);
   return fromField(type, value);
 }
 
 ValueOrText AttrTree::decodeUnion(KelType type, TypedValue const& value) {
   TOVAK_ASSERT(type.isUnion(), setTrace, "Expecting kelType to be a union");
   auto whole = defaultKelObject(type);
-  if (!whole) {
-    return whole;
-  }
+  if (!whole) return whole;
   for (KelType::AttributeQIterator at(type); at; ++at) {
     Kel::KelAttr const alternative = *at;
     auto const decoded = gnmiToKelValue(alternative.type(), value);
-    if (!decoded) {
-      continue;
-    }
+    if (!decoded) continue;
     return catchModelError([&] {
       alternative.genericIfSet(*whole, nullptr, *decoded);
       return *whole;
@@ -180,17 +159,14 @@ ValueOrText AttrTree::decodeUnion(KelType type, TypedValue const& value) {
 std::variant<std::vector<AttrTree::Handle>, std::string> AttrTree::gnmiToGifArray(KelType type,
                                                                                   TypedValue const& value) {
   TOVAK_TRACE(setTrace, 8, "", "Creating gif objects for array elements of type '{}'", type.name().view());
-  if (value.value_case() != TypedValue::kLeaflistVal) {
+  if (value.value_case() != TypedValue::kLeaflistVal)
     return std::string("Must use leaflist_val TypedValue for an array element");
-  }
   std::vector<Handle> members;
   members.reserve(static_cast<std::size_t>(value.leaflist_val().element_size()));
   for (TypedValue const& element : value.leaflist_val().element()) {
     TOVAK_TRACE(setTrace, 9, "", "Creating gif object from '{}'", element.ShortDebugString());
     auto member = gnmiToKelValue(type, element);
-    if (!member) {
-      return std::move(member).error();
-    }
+    if (!member) return std::move(member).error();
     members.push_back(*std::move(member));
   }
   return members;
@@ -199,9 +175,8 @@ std::variant<std::vector<AttrTree::Handle>, std::string> AttrTree::gnmiToGifArra
 ValueOrText AttrTree::enumFromStrRep(KelType type, std::string const& text) { return enumOfName(type, text); }
 
 ValueOrText defaultKelObject(KelType type) {
-  if (!type.isValueType()) {
+  if (!type.isValueType())
     return Kstd::Err(fmt::format("Cannot create default object of non-value type {}", type.name().view()));
-  }
   return catchModelError([&] { return type.genericIf(nullptr); });
 }
 
