@@ -48,7 +48,7 @@ TEST(PathText, PrintsAlikeForBothRepresentations) {
         EXPECT_EQ(text, Ondra::pathToStrImpl(path, start, leading, "/"));
       }
     }
-    if (message.elem_size() == 1) EXPECT_EQ(fmt::format("/{}", message.elem(0)), c.text);
+    EXPECT_TRUE(message.elem_size() != 1 || fmt::format("/{}", message.elem(0)) == c.text) << c.text;
   }
   Kel::Ptr<Path> const path = Path::strToPathIs("/a/b[k=1]/c/d");
   EXPECT_EQ(path->toKeyString(), "a__b[k=1]__c__d");

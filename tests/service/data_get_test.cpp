@@ -153,7 +153,7 @@ TEST_F(DataGet, objectsThatGoWhileTheyAreRead) {
     read.insert(one["name"]);
     std::string const port = one["name"];
     bool const stays = port.starts_with("port") && (port.back() - '0') % 2 == 0;
-    if (stays) EXPECT_EQ(one["subinterfaces"]["subinterface"][0]["index"], 7) << one;
+    EXPECT_TRUE(!stays || one["subinterfaces"]["subinterface"][0]["index"] == 7) << one;
   }
   for (int i = 0; i < 60; i += 2)
     EXPECT_TRUE(read.contains(name(i).str())) << i;
