@@ -151,12 +151,15 @@ private:
   };
   using Several = absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
 
+  using GnmiNotifieeMapType = NotifieeTable<NotifieePtr, PathHash, SamePath>;
+  using NotifieePathMapType = NotifieeTable<GifGnmiNotifiee*, ObjectHash, SameObject>;
+
   void insertByObject(GifGnmiNotifiee* notifiee);
   void insertInOrder(GifGnmiNotifiee* notifiee);
   void eraseByObject(GifGnmiNotifiee* notifiee);
 
-  NotifieeTable<NotifieePtr, PathHash, SamePath> byPath_;
-  NotifieeTable<GifGnmiNotifiee*, ObjectHash, SameObject> byObject_; // the oldest of each object
+  GnmiNotifieeMapType byPath_;
+  NotifieePathMapType byObject_; // the oldest of each object
   absl::flat_hash_map<Object, Several, absl::Hash<Object>, std::equal_to<Object>,
                       Kel::MemAllocator<std::pair<Object const, Several>, NotifieeMaps>>
       several_; // of objects that have more than one: all

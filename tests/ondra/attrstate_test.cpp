@@ -38,6 +38,15 @@ TEST_F(AttrState, TimesOnlyMoveOn) {
   EXPECT_EQ(loopTime(), made + 12);
 }
 
+TEST_F(AttrState, AreInTheOrderOfIdsThenOfKeys) {
+  AttrStateNode const nodes[] = {{3, Kel::handleOf(9)}, {4, Kel::handleOf(1)}, {4, Kel::handleOf(2)}};
+  for (int a = 0; a < 3; ++a)
+    for (int b = 0; b < 3; ++b)
+      EXPECT_EQ(nodes[a] < nodes[b], a < b) << a << " " << b;
+  AttrStateNode const whole(4, nullptr);
+  EXPECT_FALSE(whole < nodes[1] || nodes[1] < whole || whole < whole);
+}
+
 TEST_F(AttrState, KeysAreDetached) {
   AttrStateMap& map = notifiee->attrStates();
   Kel::KelAttr const costs = world.device()->fwkType().attr("cost");

@@ -227,6 +227,7 @@ void Play::run(WalkHarness::Walk& walk, std::function<void()> const& between) {
   } catch (std::bad_alloc const&) {
     note("no memory to walk");
     EXPECT_TRUE(walk.task->walkInfo() == nullptr && !walk.task->done);
+    EXPECT_FALSE(Ondra::FullKelTypeWalker::cancelPendingWalk(walk.info)) << "some of it is still parked";
     WalkHarness::cancel(walk);
   } catch (...) {
     ADD_FAILURE() << "an exception leaves a walk";

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
@@ -44,6 +45,12 @@ struct Powers {
   bool badTexts = false;  // its texts are no UTF-8
   bool onFixture = false; // its model is the polite one that all other tests use
 };
+
+// The number that a variable of the environment holds.
+inline std::size_t numberIn(char const* variable, std::size_t otherwise) {
+  char const* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
 
 // Every choice comes from the seed.
 class Play {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <absl/strings/str_split.h>
+
 #include "Kel/Declare.h"
 #include "Kel/Error.h"
 #include "Kel/TypeBuilder.h"
@@ -227,30 +229,14 @@ std::vector<Kel::Ptr<Kel::Entity>> wideEntities(std::size_t attributes) {
 
 std::vector<std::string> const& oddTexts() {
   using namespace std::string_literals;
-  static std::vector<std::string> const texts{"",
-                                              "__",
-                                              "*",
-                                              "...",
-                                              "a]b[c=d",
-                                              "x\\__y",
-                                              "eth0",
-                                              "\\",
-                                              "/",
-                                              "a__b__c",
-                                              "_",
-                                              "a/b",
-                                              "\"q\"'",
-                                              "nullptr",
-                                              " ",
-                                              "é€😀",
-                                              "\n\t",
-                                              "[k=1]",
-                                              "nul\0nul"s,
-                                              "true",
-                                              "7",
-                                              std::string(65536, 'x'),
-                                              "bad \xff\xfe",
-                                              "\xc0\x80 \xed\xa0\x80"};
+  static std::vector<std::string> const texts = [] {
+    std::vector<std::string> all =
+        absl::StrSplit("|__|*|...|a]b[c=d|x\\__y|eth0|\\|/|a__b__c|_|a/b|\"q\"'|nullptr| |"
+                       "é€😀|\n\t|[k=1]|nul\0nul|true|7"s,
+                       '|');
+    all.insert(all.end(), {std::string(65536, 'x'), "bad \xff\xfe", "\xc0\x80 \xed\xa0\x80"});
+    return all;
+  }();
   return texts;
 }
 

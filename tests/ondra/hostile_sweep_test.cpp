@@ -49,11 +49,6 @@ namespace {
 
 using namespace Hostile;
 
-std::size_t numberIn(char const* variable, std::size_t otherwise) {
-  char const* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
-
 // The places of one run.
 class Sweep {
 public:

@@ -19,11 +19,6 @@ using namespace Hostile;
 constexpr unsigned kAll = 31;
 constexpr unsigned bit(Call call) { return static_cast<unsigned>(call); }
 
-std::size_t numberIn(char const* variable, std::size_t otherwise) {
-  char const* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
-
 struct Property {
   char const* name;
   Powers powers;

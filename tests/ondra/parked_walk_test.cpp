@@ -13,13 +13,10 @@ namespace {
 
 using Ondra::FullKelTypeWalker;
 using Ondra::Path;
-using Ondra::SyncId;
 using Ondra::WalkId;
 using Ondra::WalkQ;
 using Ondra::WalkResult;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr char const* kDevice = "/fixture/device";
 constexpr char const* kChassis = "/fixture/device/chassis";
@@ -58,14 +55,6 @@ protected:
   static void expectNothingParked() {
     EXPECT_EQ(FullKelTypeWalker::walkMapSize(), 0U);
     EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
-  }
-
-  void expectTruth(RecordingRouter const& got, Kel::Entity const& root) {
-    RecordingRouter fresh;
-    WalkHarness::Walk check = harness.start(fresh, root, Ondra::flagSnapshot);
-    WalkHarness::finish(check);
-    EXPECT_THAT(got.differences(fresh), IsEmpty());
-    EXPECT_THAT(got.complaints, IsEmpty());
   }
 
   Fixture::World world;

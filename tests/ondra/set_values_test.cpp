@@ -14,7 +14,6 @@
 namespace {
 
 using Ondra::KelGnmiSet::AttrTree;
-using Ondra::KelGnmiSet::SetOp;
 using Decoder = AttrTree::KeyDecoder;
 using namespace SetTest;
 using Kel::BuiltinKind;

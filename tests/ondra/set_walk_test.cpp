@@ -163,8 +163,9 @@ TEST(SetWalk, OddKeysAreTakenBack) {
   }
 }
 
-// A list by several keys, described at run time, whose members have them as leaves: what a walk emits makes
-// the same list anew where there is none, and a leaf that contradicts its path is refused.
+// A list by several keys, too many for a key to lie in place, described at run time, whose members have some
+// of them as leaves: what a walk emits makes the same list anew where there is none, and a leaf that
+// contradicts its path is refused.
 TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   auto const of = [](Kel::BuiltinKind kind) { return Kel::builtinType(kind); };
   Kel::KelType const text = of(Kel::BuiltinKind::String), number = of(Kel::BuiltinKind::U32);
@@ -172,7 +173,9 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   auto const label =
       Kel::runtimeUnion("set-walk", "Label", {{"mode", mode}, {"text", text}, {"n", number}}).value();
   auto const share = Kel::runtimeNominal("set-walk", "Share", {"value", number}).value();
-  auto const key = Kel::runtimeKey("set-walk", "Key", {{"mode", mode}, {"to", text}, {"n", number}}).value();
+  auto const key =
+      Kel::runtimeKey("set-walk", "Key", {{"mode", mode}, {"to", text}, {"n", number}, {"via", text}})
+          .value();
   Kel::TypeBuilder state("set-walk", "State", Kel::TypeKind::Entity),
       entry("set-walk", "Entry", Kel::TypeKind::Entity), list("set-walk", "List", Kel::TypeKind::Entity);
   state.attr("label", label).optional().settable().attr("share", share).optional().settable();
@@ -194,7 +197,8 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   dir->entityIs("a", *lists.begin());
   dir->entityIs("b", *(lists.begin() + 1));
 
-  std::string const paths[] = {"/a/entry[mode=FAST][to=x__y][n=7]", "/a/entry[mode=SLOW][to=][n=0]"};
+  std::string const paths[] = {"/a/entry[mode=FAST][to=x__y][n=7][via=a]",
+                               "/a/entry[mode=SLOW][to=][n=0][via=]"};
   std::vector<SetTest::Op> ops;
   for (std::string const& path : paths)
     ops.push_back({"update", path + "/state/share", "uint_val: 30"});
@@ -209,7 +213,7 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   EXPECT_EQ(Fixture::dump(*lists.begin()),
             boost::algorithm::replace_all_copy(Fixture::dump(*(lists.begin() + 1)), "/keys/b", "/keys/a"));
   for (bool const exists : {true, false}) {
-    std::string const other = exists ? paths[0] : "/a/entry[mode=SLOW][to=new][n=1]";
+    std::string const other = exists ? paths[0] : "/a/entry[mode=SLOW][to=new][n=1][via=]";
     EXPECT_THAT(
         SetTest::textOf(
             SetTest::execute(SetTest::requestOf({{"update", other + "/to", "string_val: 'z'"}}), "/keys")

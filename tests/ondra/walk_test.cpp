@@ -76,17 +76,6 @@ TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
   }
 }
 
-TEST_F(WalkTest, OfAStreamAloneSendsNothingAndWatchesEverything) {
-  RecordingRouter router;
-  auto walk = harness_.start(router, *world_.dir(),
-                             Ondra::KelGnmiUtils::requestTypeToFlags(Ondra::RequestType::STREAM));
-  WalkHarness::finish(walk);
-  EXPECT_TRUE(walk.task->doneStreaming);
-  EXPECT_EQ(router.pushes(), 0U);
-  std::size_t const entities = Fixture::entitiesBeneath(world_.dir()).size();
-  EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), entities);
-}
-
 // A walk that is traced takes the general roads all the way; any other takes short ones over what is watched
 // already.
 TEST_F(WalkTest, SendsTheSameResponsesOverShortRoads) {

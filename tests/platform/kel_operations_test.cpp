@@ -143,18 +143,6 @@ TEST_P(KelOperations, KeyedValues) {
   EXPECT_EQ(told(), just("vlan[10]"));
 }
 
-TEST_P(KelOperations, References) {
-  KelAttr const at = attr("backup");
-  at.genericIfSet(object, str("x"), other);
-  EXPECT_EQ(told(), just("backup[\"x\"]"));
-  at.genericIfSet(object, str("x"), other);
-  EXPECT_EQ(told(), nothing());
-  EXPECT_EQ(at.genericIfGet(object, str("x"))->object(), other->object());
-  at.genericIfDel(object, str("x"));
-  EXPECT_EQ(told(), just("backup[\"x\"]"));
-  EXPECT_EQ(entityIn(other)->parent(), dir_.get()) << "a reference owns nothing";
-}
-
 TEST_P(KelOperations, OwnedEntities) {
   ConstHandle const seven = num<std::uint32_t>(7), dmz = attr("lane").keyType().genericIf("'DMZ'").value();
   struct {

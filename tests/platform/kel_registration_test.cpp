@@ -119,40 +119,5 @@ TEST(KelRegistration, RefusesAmbiguousUnionsAndEnumerations) {
             "type 'Light' is declared already; found a second declaration as 'Again'");
 }
 
-// A list by several keys, too many for a key to lie in place; its members repeat two of them and come with a
-// container.
-TEST(KelRegistration, MembersOfAListRepeatItsKeys) {
-  auto const light = Kel::runtimeEnum("test", "Lamp", {{"OFF", -1}, {"ON", 300}}).value();
-  EXPECT_EQ(light.underlyingKind(), BuiltinKind::S16);
-  auto const key =
-      Kel::runtimeKey("test", "Key", {{"lamp", light}, {"a", kText}, {"b", kText}, {"n", kU32}}).value();
-  auto const built = [](TypeBuilder& builder) { return builder.done().value(); };
-  TypeBuilder config("test", "Config", TypeKind::Entity), entry("test", "Entry", TypeKind::Entity),
-      list("test", "List", TypeKind::Entity);
-  config.attr("x", kU32).optional().settable();
-  entry.attr("a", kText).ctorArg().keyField().attr("lamp", light).keyField();
-  entry.instantiating("config", built(config)).removable(false).embedded();
-  list.instantiating("entry", key, built(entry));
-  Handle const object = built(list).genericIf(ArgList());
-  KelAttr const entries = object->type().attr("entry");
-  auto const keyOf = [&](char const* lamp, char const* a, char const* b) {
-    return ConstHandle(key.genericIf({light.genericIf(Kel::String(lamp)).value(), str(a), str(b), num(7U)}));
-  };
-  std::string const names[] = {"entry[lamp=OFF][a=y][b=][n=7]", "entry[lamp=ON][a=x][b=1][n=7]",
-                               "entry[lamp=ON][a=x][b=2][n=7]"};
-  for (auto const& wanted : {keyOf("'ON'", "x", "2"), keyOf("'OFF'", "y", ""), keyOf("'ON'", "x", "1")})
-    entries.genericIfSet(object, wanted, ArgList{str("overruled")});
-  std::size_t at = 0;
-  for (auto it = entries.genericIfIteratorConst(object); it; ++it, ++at) {
-    EXPECT_EQ(entityIn(it.ptr())->name().str(), names[at]);
-    EXPECT_TRUE(entries.genericIfGet(object, it.key())->equals(*it.ptr()));
-    KelType const type = it.ptr()->type();
-    EXPECT_EQ(type.attr("a").genericIfGet(it.ptr())->strRep(), at == 0 ? "\"y\"" : "\"x\"");
-    EXPECT_EQ(type.attr("lamp").genericIfGet(it.ptr())->strRep(), at == 0 ? "'OFF'" : "'ON'");
-    EXPECT_TRUE(type.attr("config").genericIfExist(it.ptr()));
-  }
-  EXPECT_EQ(at, 3U);
-}
-
 } // namespace
 } // namespace KelTesting

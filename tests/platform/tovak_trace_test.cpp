@@ -9,7 +9,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using Tovak::DebugHandler;
 using Tovak::Platform::getDebugHandler;
 using Tovak::Platform::traceIs;
