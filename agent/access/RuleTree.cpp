@@ -6,6 +6,7 @@
 #include <absl/strings/string_view.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -254,6 +255,13 @@ bool RuleTree::Place::asksForKeys(std::string_view name) const {
 
 bool RuleTree::Place::saysAs(Place const& other) const {
   return nodes_ == other.nodes_ && mayPermit_ == other.mayPermit_ && mayDeny_ == other.mayDeny_;
+}
+
+std::size_t RuleTree::Place::hash() const noexcept {
+  std::size_t hash = mayPermit_ ? 1 : 0;
+  for (Standing const& standing : nodes_)
+    hash = 31 * hash + std::hash<Node const*>()(standing.node);
+  return hash;
 }
 
 void RuleTree::Place::forEachPermitted(absl::FunctionRef<void(Pattern const&)> visit) const {

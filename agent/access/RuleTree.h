@@ -13,6 +13,7 @@
 #include <absl/container/inlined_vector.h>
 #include <absl/functional/function_ref.h>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <span>
@@ -75,8 +76,9 @@ public:
 
   // Whether it matters to what lies below which keys a child of that name has.
   [[nodiscard]] bool asksForKeys(std::string_view name) const;
-  // The same rules say the same of all that lies below.
+  // The same rules say the same of all that lies below. Such places have one hash.
   [[nodiscard]] bool saysAs(Place const& other) const;
+  [[nodiscard]] std::size_t hash() const noexcept;
   // The uppermost rules below that permit something.
   void forEachPermitted(absl::FunctionRef<void(Pattern const&)> visit) const;
 

@@ -291,7 +291,7 @@ bool Call::wantsBytes() const {
 
 bool Call::takeBytes(Ondra::WireResponse const& response) {
   if (response.updates == 0) return true;
-  RuleTree::Place const* const access = access_ ? &access_->at(*response.prefix) : nullptr;
+  RuleTrail::Spot* const access = access_ ? &access_->at(*response.prefix) : nullptr;
   if (access != nullptr && access->cover() == Pattern::Cover::None) return !isFull();
   std::int64_t const time = stampOf(response.timestamp);
   if (!wireJson_ && plan_.encoding != gnmi::PROTO)
@@ -301,8 +301,8 @@ bool Call::takeBytes(Ondra::WireResponse const& response) {
                                        context_.limits().responseBytes, wireJson_.get())
                           .first;
   bool const isInPart = access != nullptr && access->cover() == Pattern::Cover::Partial;
-  if (isInPart) leafAccess_.placeIs(*access);
-  bundle->second.add(response, isInPart ? &leafAccess_ : nullptr);
+  if (isInPart) access->leaves.responseBegins();
+  bundle->second.add(response, isInPart ? &access->leaves : nullptr);
   bundledLeaves_ += response.updates;
   if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
   return !isFull();

@@ -30,7 +30,6 @@
 
 #include <grpcpp/support/status.h>
 
-#include "agent/access/LeafVerdicts.h"
 #include "agent/access/RuleTrail.h"
 #include "agent/context/ByteBudget.h"
 #include "agent/router/PatternWalk.h"
@@ -153,7 +152,6 @@ private:
   std::size_t overlaps_ = 0;
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
   std::optional<RuleTrail> access_; // along the walk that tells bytes
-  LeafVerdicts leafAccess_;         // in it
   std::deque<Job> jobs_;            // the first one runs while there is a walk
   std::unique_ptr<PatternWalk> walk_;
   std::map<std::int64_t, Message::Parts> bundles_; // of the walk, by time; empty between its slices
