@@ -75,8 +75,9 @@ Acceptor::~Acceptor() {
     if (fd >= 0) ::close(fd);
 }
 
-void Acceptor::start(std::unique_ptr<Grpc> grpc) {
+void Acceptor::start(std::unique_ptr<Grpc> grpc, std::unique_ptr<LocalUsers> users) {
   grpc_ = std::move(grpc);
+  users_ = std::move(users);
   watch(wake_, kWake, EPOLLIN);
   for (std::size_t i = 0; i < listeners_.size(); ++i)
     watch(listeners_[i].descriptor(), 1 + i, EPOLLIN);
@@ -94,6 +95,7 @@ void Acceptor::stop() {
     while (!list->empty())
       closeNow(list->begin());
   grpc_.reset();
+  users_.reset();
 }
 
 void Acceptor::run() {
@@ -236,8 +238,9 @@ void Acceptor::handOver(Connections::iterator connection) {
   connection->looked = connection->heard = bytesHeard(second);
   std::string().swap(connection->said);
   watch(second, connection->id, 0); // its end is always told
+  Grpc& grpc = connection->hasPeer || !users_ ? *grpc_ : users_->acceptorOf(second);
   if (!isTls_ || !connection->hasPeer) handshakeEnds(connection);
-  grpc_->HandleNewConnection(&given);
+  grpc.HandleNewConnection(&given);
 }
 
 // --- handshakes -------------------------------------------------------------------------------------------

@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "agent/service/Listener.h"
+#include "agent/service/LocalUsers.h"
 #include "agent/service/MemoryGuard.h"
 
 namespace grpc::experimental {
@@ -67,8 +68,8 @@ public:
   Acceptor(Acceptor const&) = delete;
   Acceptor& operator=(Acceptor const&) = delete;
 
-  // `grpc` takes connections from now on, until `stop`.
-  void start(std::unique_ptr<Grpc> grpc);
+  // `grpc` takes connections from now on, until `stop`; those of Unix sockets `users`, where there are any.
+  void start(std::unique_ptr<Grpc> grpc, std::unique_ptr<LocalUsers> users = nullptr);
   // Nobody listens any more. Connections that gRPC has stay its own.
   void stop();
 
@@ -121,6 +122,7 @@ private:
   bool const isTls_;
   Tovak::Clock& clock_;
   std::unique_ptr<Grpc> grpc_;
+  std::unique_ptr<LocalUsers> users_;
   std::thread thread_;
   int const epoll_;
   int const wake_;                 // written to end

@@ -32,7 +32,7 @@ Kstd::Result<Question, EarlyExit> questionOf(std::vector<std::string> const& arg
   app.add_option("--access", question.file, "the file of the rules")->type_name("FILE")->required();
   app.add_option(
          "--user", question.user,
-         "who: a user of --users, a SPIFFE id or common name of a certificate, 'unix'; empty: anybody")
+         "who: a user of --users, a SPIFFE id or common name of a certificate, 'unix:USER'; empty: anybody")
       ->type_name("NAME");
   app.add_option("--path", question.path, "what: a path without wildcards, '/interfaces/interface[name=lo]'")
       ->type_name("PATH")

@@ -13,11 +13,13 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <google/protobuf/util/json_util.h>
+#include <grpc/grpc_security_constants.h>
 #include <nlohmann/json.hpp>
 
 #include "Ondra/PathFormat.h"
 #include "Tovak/Clock.h"
 #include "agent/context/Tally.h"
+#include "agent/service/LocalUsers.h"
 
 namespace Agent {
 namespace {
@@ -68,7 +70,9 @@ Audit::Caller::Caller(grpc::CallbackServerContext const& context) : peer(context
   if (auto const name = metadata.find("username"); name != metadata.end())
     user.assign(name->second.data(), std::min<std::size_t>(name->second.size(), 256));
   auto const auth = context.auth_context();
-  for (auto const& name : auth ? auth->GetPeerIdentity() : std::vector<grpc::string_ref>()) {
+  if (peer.starts_with(LocalUsers::kPrefix)) peer = LocalUsers::nameIn(auth.get());
+  bool const hasCertificate = auth && !auth->FindPropertyValues(GRPC_X509_PEM_CERT_PROPERTY_NAME).empty();
+  for (auto const& name : hasCertificate ? auth->GetPeerIdentity() : std::vector<grpc::string_ref>()) {
     certificate.assign(name.data(), name.size());
     break;
   }

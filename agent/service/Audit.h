@@ -51,7 +51,7 @@ public:
   // Who calls from where.
   struct Caller {
     explicit Caller(grpc::CallbackServerContext const& context);
-    std::string peer;
+    std::string peer;        // "ipv4:192.0.2.1:4711"; of a Unix socket "unix:" and who has connected
     std::string user;        // as he names himself
     std::string certificate; // the name in it
   };

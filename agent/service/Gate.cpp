@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/service/Authenticator.h"
+#include "agent/service/LocalUsers.h"
 #include "agent/subscribe/Subscriber.h"
 
 namespace Agent {
@@ -18,6 +19,13 @@ namespace {
 std::string propertyOf(grpc::AuthContext const& context, char const* name) {
   auto const values = context.FindPropertyValues(name);
   return values.empty() ? std::string() : std::string(values.front().data(), values.front().size());
+}
+
+// Of a certificate. No authority makes users of this machine.
+std::string nameOf(grpc::AuthContext const& context) {
+  std::string name = propertyOf(context, GRPC_PEER_SPIFFE_ID_PROPERTY_NAME);
+  if (name.empty()) name = propertyOf(context, GRPC_X509_CN_PROPERTY_NAME);
+  return name.starts_with(LocalUsers::kPrefix) ? std::string() : name;
 }
 
 // The texts of certificates that are not good any more name no more than why.
@@ -40,13 +48,11 @@ std::shared_ptr<Terms const> Gate::termsNow() {
 Gate::Admitted Gate::admit(grpc::CallbackServerContext const& context) {
   Guest guest{.terms = termsNow()};
   auto const proven = context.auth_context();
+  if (context.peer().starts_with("unix:")) guest.name = LocalUsers::nameIn(proven.get());
   if (proven && proven->IsPeerAuthenticated()) {
-    guest.name = propertyOf(*proven, GRPC_PEER_SPIFFE_ID_PROPERTY_NAME);
-    if (guest.name.empty()) guest.name = propertyOf(*proven, GRPC_X509_CN_PROPERTY_NAME);
     guest.certificate = propertyOf(*proven, GRPC_X509_PEM_CERT_PROPERTY_NAME);
     guest.chain = propertyOf(*proven, GRPC_X509_PEM_CERT_CHAIN_PROPERTY_NAME);
-  } else if (context.peer().starts_with("unix:")) {
-    guest.name = "unix";
+    if (!guest.certificate.empty()) guest.name = nameOf(*proven);
   }
   if (guest.terms->trust) {
     if (auto const fault = guest.terms->trust->faultOf(guest.certificate, guest.chain))

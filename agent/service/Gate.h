@@ -35,7 +35,7 @@ class Subscriber;
 // Who has been let in. A value.
 struct Guest {
   // By which access rules know him: of his password; else the SPIFFE id of his certificate, or its common
-  // name; "unix" on a socket of this machine's file system; empty: nobody knows.
+  // name; of a Unix socket, "unix:" and the user of this machine who has connected; empty: nobody knows.
   std::string name = {};
   Rights rights = {};
 

@@ -100,6 +100,10 @@ Kstd::Result<void, std::string> Server::listen(Options const& options) {
   builder.RegisterService(service_.get());
   auto grpcs = builder.experimental().AddExternalConnectionAcceptor(
       grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, options.security.credentials);
+  // With TLS certificates say who calls.
+  bool const hasUsers =
+      !options.security.isSecure && std::ranges::any_of(options.listen, &ListenAddress::isUnix);
+  auto users = hasUsers ? std::make_unique<LocalUsers>(builder) : nullptr;
   server_ = builder.BuildAndStart();
   if (!server_) return Kstd::Err(std::string("gRPC does not start"));
   server_->GetHealthCheckService()->SetServingStatus(gnmi::gNMI::service_full_name(), true);
@@ -107,7 +111,7 @@ Kstd::Result<void, std::string> Server::listen(Options const& options) {
   connections.memoryRoom = runtime_.context().memory().whole->limit() + kGrpcBytes;
   acceptor_ = std::make_unique<Acceptor>(std::move(listeners), connections, options.security.isSecure,
                                          runtime_.context().clock());
-  acceptor_->start(std::move(grpcs));
+  acceptor_->start(std::move(grpcs), std::move(users));
   return {};
 }
 

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "agent/context/Context.h"
+#include "agent/context/Tally.h"
 #include "agent/service/Calls.h"
 
 namespace Agent {
@@ -23,7 +24,7 @@ void tell(std::string const& state) { ::sd_notify(0, state.c_str()); }
 struct ServiceManager::Signs {
   Tovak::TimerId life;
   Tovak::TimerId status;
-  std::size_t calls = ~std::size_t{0}; // as told last
+  std::string text; // as told last
 };
 
 ServiceManager::ServiceManager(Context& context, Calls& calls)
@@ -37,9 +38,12 @@ ServiceManager::ServiceManager(Context& context, Calls& calls)
     if (isWatched)
       signs->life =
           scheduler.timerEvery(static_cast<std::int64_t>(usec) * 1'000 / 2 + 1, [] { tell("WATCHDOG=1"); });
-    auto const status = [&calls, told = signs.get()] {
-      if (std::exchange(told->calls, calls.count()) != calls.count())
-        tell(fmt::format("STATUS={} Subscribe calls", calls.count()));
+    auto const status = [&calls, &tally = context.tally(), told = signs.get()] {
+      std::uint64_t begun = 0;
+      for (std::size_t method = 0; method < Tally::methodNames.size(); ++method)
+        begun += tally.begun(method);
+      std::string text = fmt::format("STATUS={} streams, {} calls so far", calls.count(), begun);
+      if (std::exchange(told->text, text) != text) tell(text);
     };
     status();
     signs->status = scheduler.timerEvery(kStatusNs, status);

@@ -1,7 +1,9 @@
 """Access rules, and files that are read anew while streams run."""
+import contextlib
 import json
 import os
 import pathlib
+import pwd
 import signal
 import subprocess
 import threading
@@ -25,6 +27,19 @@ def readAnew(agent):
     """What the agent says of it."""
     agent.process.send_signal(signal.SIGHUP)
     return agent.awaitLine("read anew")
+
+
+@contextlib.contextmanager
+def asUser(number, folder, socket):
+    """Connects as another one, who may open the socket."""
+    if number is not None:
+        os.chmod(folder, 0o711)
+        os.chmod(socket, 0o666)
+        os.seteuid(number)
+    try:
+        yield
+    finally:
+        os.seteuid(os.getuid())
 
 
 class WithFiles(unittest.TestCase):
@@ -99,9 +114,25 @@ class Rules(WithFiles):
                 code, out, err = command("get", "-a", f"127.0.0.1:{agent.port}", "--ca", self.certificates.ca, "--cert", certificate[0],
                                          "--key", certificate[1], "/system/state/hostname")
                 self.assertEqual(code == 0, sees, (who, err))
-        with Agent("--listen", f"unix:{path}", "--access", self.rules(rule("user unix", "/system"))) as agent:
-            self.assertEqual(command("get", "--insecure", "-a", f"unix:{path}", "/system/state/hostname")[0], 0)
-            self.assertEqual(command("get", "--insecure", "-a", f"127.0.0.1:{agent.port}", "/system/state/hostname")[0], 1)
+        audit = str(self.certificates.root / "audit")
+        us = "unix:" + pwd.getpwuid(os.geteuid()).pw_name
+        request = gnmi_pb2.GetRequest(path=[gnmi_pb2.Path(elem=[gnmi_pb2.PathElem(name="system")])], encoding=gnmi_pb2.PROTO)
+        with Agent("--listen", f"unix:{path}", "--audit", audit, "--access", self.rules(rule("user " + us, "/system"))) as agent:
+            asked = ("get", "--insecure", "/system/state/hostname", "-a")
+            self.assertEqual(command(*asked, f"127.0.0.1:{agent.port}")[0], 1)
+            for user in (None, 65534, None) if os.geteuid() == 0 else (None,):
+                with asUser(user, self.certificates.root, path):
+                    channel = grpc.insecure_channel(f"unix:{path}")
+                    told = gnmi_pb2_grpc.gNMIStub(channel).Get.with_call
+                    if user is None:
+                        self.assertGreater(len(told(request)[0].notification), 0)
+                    else:
+                        with self.assertRaises(grpc.RpcError) as caught:
+                            told(request)
+                        self.assertEqual(caught.exception.code(), grpc.StatusCode.NOT_FOUND)
+                    channel.close()
+            self.assertEqual(command("set", "--insecure", "-a", f"unix:{path}", DESCRIPTION + "=x")[0], 1)
+        self.assertIn(f'"peer":"{us}"', pathlib.Path(audit).read_text())
 
 
 class ReadAnew(WithFiles):

@@ -62,7 +62,7 @@ class Process(unittest.TestCase):
             manager.settimeout(DEADLINE)
             with unittest.mock.patch.dict("os.environ", NOTIFY_SOCKET=told, WATCHDOG_USEC="200000"), Agent("--no-machine") as agent:
                 self.assertEqual(manager.recv(100), b"READY=1")
-                self.assertEqual(manager.recv(100), b"STATUS=0 Subscribe calls")
+                self.assertEqual(manager.recv(100), b"STATUS=0 streams, 0 calls so far")
                 begin = time.monotonic()
                 for _ in range(5):
                     self.assertEqual(manager.recv(100), b"WATCHDOG=1")
