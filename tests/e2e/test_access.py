@@ -221,9 +221,11 @@ class ReadAnew(WithFiles):
         last = str(TURNS)
         seen = [[] for _ in range(STREAMS)]
         synced = threading.Barrier(STREAMS + 1)
+        trusted = grpc.ssl_channel_credentials(pathlib.Path(self.certificates.ca).read_bytes())
+        ann = {"metadata": (("username", "ann"), ("password", "ann")), "timeout": DEADLINE}
 
         def read(one, stub):
-            for response in stub.Subscribe(iter([request]), metadata=(("username", "ann"), ("password", "ann"))):
+            for response in stub.Subscribe(iter([request]), metadata=ann["metadata"]):
                 if response.sync_response:
                     synced.wait(DEADLINE)
                 for update in response.update.update:
@@ -231,21 +233,27 @@ class ReadAnew(WithFiles):
                 if one and one[-1] == last:
                     return
 
-        with Agent("--users", users, "--access", access) as agent, agent.client(username="ann", password="ann") as writer:
-            writer.set(update=[(DESCRIPTION, '"0"')])
-            stub = gnmi_pb2_grpc.gNMIStub(grpc.insecure_channel(f"127.0.0.1:{agent.port}"))
-            threads = [threading.Thread(target=read, args=(one, stub), daemon=True) for one in seen]
-            for thread in threads:
-                thread.start()
-            synced.wait(DEADLINE)
-            for turn in range(1, TURNS + 1):
-                self.users(ann=self.ann, **{f"user{turn}": self.bob})
-                agent.process.send_signal(signal.SIGHUP)
-                writer.set(update=[(DESCRIPTION, f'"{turn}"')])
-            for thread in threads:
-                thread.join(DEADLINE)
-            said = [agent.awaitLine("read anew") for _ in range(1)]
-            self.assertNotIn("ended", said[0])
+        with Agent("--users", users, "--access", access, secure=("--tls-cert", self.certificate, "--tls-key", self.key)) as agent:
+            connected = lambda: grpc.secure_channel(f"127.0.0.1:{agent.port}", trusted, [("grpc.use_local_subchannel_pool", 1)])
+            with connected() as channel:
+                stub = gnmi_pb2_grpc.gNMIStub(channel)
+                write = lambda text: stub.Set(gnmi_pb2.SetRequest(update=[gnmi_pb2.Update(
+                    path=wanted.path, val=gnmi_pb2.TypedValue(string_val=text))]), **ann)
+                write("0")
+                threads = [threading.Thread(target=read, args=(one, stub), daemon=True) for one in seen]
+                for thread in threads:
+                    thread.start()
+                synced.wait(DEADLINE)
+                for turn in range(1, TURNS + 1):
+                    self.certificates.signed("server")
+                    self.users(ann=self.ann, **{f"user{turn}": self.bob})
+                    agent.process.send_signal(signal.SIGHUP)
+                    write(str(turn))
+                    self.assertNotIn("ended", agent.awaitLine("read anew: certificate, 2 users"))
+                    with connected() as other:
+                        gnmi_pb2_grpc.gNMIStub(other).Capabilities(gnmi_pb2.CapabilityRequest(), **ann)
+                for thread in threads:
+                    thread.join(DEADLINE)
         expected = [str(turn) for turn in range(TURNS + 1)]
         for one in seen:
             self.assertEqual(one, expected)
