@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "agent/access/AccessRules.h"
 #include "agent/model/SupportedPaths.h"
 #include "yang/yang_testing.h"
 
@@ -155,6 +156,31 @@ update /every/entries {"pair":[{"left":"b","right":1,"both":"b1"},{"left":"a","r
   EXPECT_EQ(bench.value("/every/entries", gnmi::JSON), R"({"pair":[{"left":"b","right":1,"both":"b1"}]})");
   ASSERT_TRUE(bench.set(setRequest("delete /every/entries/pair[left=b][right=1]")).ok());
   EXPECT_TRUE(bench.leaves().empty());
+}
+
+// More keys before fewer, then in the order of their names; what is left open holds for some.
+TEST(YangServe, AccessRulesOfSeveralKeys) {
+  static_cast<void>(YangTesting::model());
+  auto const rules = Agent::AccessRules::parse(R"({"rules": [
+    {"group": "*", "mode": "read", "action": "permit", "path": "/every/entries/pair[left=a]"},
+    {"group": "*", "mode": "read", "action": "deny", "path": "/every/entries/pair[left=*][right=1]"},
+    {"group": "*", "mode": "read", "action": "permit", "path": "/every/entries/pair[right=1][left=b]"}]})");
+  ASSERT_TRUE(rules.ok()) << rules.error();
+  auto const rights = rules->rightsOf("");
+  using Cover = Agent::Pattern::Cover;
+  for (auto const& [path, cover] : std::initializer_list<std::pair<char const*, Cover>>{
+           {"/every/entries/pair[left=a][right=1]/both", Cover::All},
+           {"/every/entries/pair[left=a][right=2]/both", Cover::All},
+           {"/every/entries/pair[left=b][right=1]", Cover::All},
+           {"/every/entries/pair[left=b][right=2]", Cover::None},
+           {"/every/entries/pair[left=c][right=1]/both", Cover::None},
+           {"/every/entries/pair[left=a]", Cover::All},
+           {"/every/entries/pair[left=c]", Cover::None},
+           {"/every/entries/pair[right=1]", Cover::Partial},
+           {"/every/entries", Cover::Partial}}) {
+    gnmi::Path const at = ServiceTesting::path(path);
+    EXPECT_EQ(rights.reads->at(Agent::PathView(at, 0)).cover(), cover) << path;
+  }
 }
 
 // Writing into one case clears the others, whatever stands in them.
