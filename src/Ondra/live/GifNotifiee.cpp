@@ -230,7 +230,7 @@ Kel::Ptr<GifGnmiNotifiee> watchAt(Kel::PtrInterface const& object, Kel::Ptr<Path
   bool const isFirst = isEntity && (object.notifieeList()->empty() || !notifieeMaps->pathOf(&object));
   Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(&object, path, router, false, false));
   made->hasNotificationActiveIs(true);
-  if (isFirst && made->isRegistered())
+  if (isFirst && made->isRegistered() && Referrers::instance().size() > 0)
     tellOrEnd([&] { Referrers::instance().pathChanged(static_cast<Kel::Entity const&>(object).serial()); });
   return made;
 }

@@ -31,6 +31,13 @@ GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee c
   return nullptr;
 }
 
+// Has the time of a singular attribute made, when it has none. (A light type's attributes fit into a mask.)
+static void haveTime(WalkRules::AttrPlan const& attr, AttrStateMap& states) {
+  std::size_t const position = attr.attr.desc().index;
+  if (states.singularTimestamp(position) == 0 && states.commonTimestamp(std::uint64_t{1} << position) == 0)
+    static_cast<void>(states.timestampOf(attr.attr.id(), nullptr));
+}
+
 // The walker that an entity would have had, at that attribute.
 class LightWalk::Walker {
 public:
@@ -74,8 +81,7 @@ WalkResult LightWalk::walk(WalkRules::TypePlan const& plan, Kel::PtrInterface co
     }
     void const* const held = attr.isLightHolder ? attr.attr.valueAt(object) : nullptr;
     if (held == nullptr) {
-      if (attr.road == WalkRules::Road::Singleton && notifiee.attrStates().singularTimestamp(at) == 0)
-        static_cast<void>(notifiee.attrStates().timestampOf(attr.attr.id(), nullptr));
+      if (attr.road == WalkRules::Road::Singleton) haveTime(attr, notifiee.attrStates());
       continue;
     }
     own.reset();
@@ -119,8 +125,7 @@ GifGnmiNotifiee* LightWalk::watch(WalkRules::AttrPlan const& attr, Kel::Entity c
   Kel::Ptr<GifGnmiNotifiee> const made = watchAt(child, path, above_.router_);
   if (!made->isRegistered()) return nullptr;
   ShortRoads::noteHeld(attr, notifiee, *made);
-  static_cast<void>(
-      notifiee.attrStates().timestampOf(attr.attr.id(), nullptr)); // the child's end is told by it
+  haveTime(attr, notifiee.attrStates()); // the child's end is told by it
   return made.get();
 }
 
