@@ -239,9 +239,8 @@ void RuleTree::Place::settle() {
   if (cover_ != Pattern::Cover::Partial) {
     nodes_.clear();
   } else {
-    nodes_.erase(
-        std::ranges::remove_if(nodes_, [](Standing const& one) { return one.node->named.empty(); }).begin(),
-        nodes_.end());
+    auto const namesNothing = [](Standing const& one) { return one.node->named.empty(); };
+    nodes_.erase(std::remove_if(nodes_.begin(), nodes_.end(), namesNothing), nodes_.end());
   }
 }
 

@@ -61,7 +61,7 @@ grpc::Status watch(WatchOptions const& options, Stub& stub, grpc::ClientContext&
 
 grpc::Status get(GetOptions const& options, Stub& stub, grpc::ClientContext& context) {
   gnmi::GetResponse response;
-  grpc::Status const status = stub.Get(&context, options.request, &response);
+  grpc::Status status = stub.Get(&context, options.request, &response);
   LineStyle style = LineStyle::ofStandardOutput(options.isJson);
   style.hasTime = false;
   for (gnmi::Notification const& notification : response.notification())
@@ -71,7 +71,7 @@ grpc::Status get(GetOptions const& options, Stub& stub, grpc::ClientContext& con
 
 grpc::Status set(SetOptions const& options, Stub& stub, grpc::ClientContext& context) {
   gnmi::SetResponse response;
-  grpc::Status const status = stub.Set(&context, options.request, &response);
+  grpc::Status status = stub.Set(&context, options.request, &response);
   for (gnmi::UpdateResult const& result : response.response()) {
     print(fmt::format("{} {}\n", gnmi::UpdateResult::Operation_Name(result.op()),
                       printable(pathText(response.prefix(), result.path()))));
@@ -81,7 +81,7 @@ grpc::Status set(SetOptions const& options, Stub& stub, grpc::ClientContext& con
 
 grpc::Status capabilities(CapabilitiesOptions const& options, Stub& stub, grpc::ClientContext& context) {
   gnmi::CapabilityResponse response;
-  grpc::Status const status = stub.Capabilities(&context, {}, &response);
+  grpc::Status status = stub.Capabilities(&context, {}, &response);
   if (!status.ok()) return status;
   if (options.isJson) {
     std::string text;

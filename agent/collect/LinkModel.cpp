@@ -30,7 +30,7 @@ Kel::Ptr<Interface> LinkModel::entryOf(Link const& link) {
   Kel::String const name(link.fact.name);
   Interface* const there = interfaces_->interface.find(name);
   bool const isOurs = there != nullptr && there->state->ifindex.has_value();
-  auto const entry = interfaces_->entryIs(&Interfaces::interface, name);
+  auto entry = interfaces_->entryIs(&Interfaces::interface, name);
   if (there == nullptr) seed(*entry, link); // an entry that a client made keeps the client's configuration
   if (!isOurs) writeAll(*entry, link);
   return entry;

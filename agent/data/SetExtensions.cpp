@@ -16,7 +16,7 @@ constexpr std::int64_t kMostSeconds = 365 * 86'400;
 constexpr std::size_t kMostText = 1024;
 constexpr std::size_t kMostRoles = 1024;
 
-grpc::Status invalid(std::string what) { return {grpc::StatusCode::INVALID_ARGUMENT, std::move(what)}; }
+grpc::Status invalid(char const* what) { return {grpc::StatusCode::INVALID_ARGUMENT, what}; }
 
 Kstd::Result<std::int64_t, grpc::Status> durationOf(google::protobuf::Duration const& asked) {
   if (asked.seconds() < 0 || asked.nanos() < 0 || asked.seconds() > kMostSeconds ||

@@ -236,7 +236,7 @@ public:
     elems_.resize(common);
     way_.resize(common);
     while (way_.size() < path.elems.size()) {
-      auto const next = below(last(), path, path.elems[way_.size()]);
+      auto next = below(last(), path, path.elems[way_.size()]);
       if (!next) return next;
       elems_.push_back(path.elems[way_.size()]);
       way_.push_back(*next);

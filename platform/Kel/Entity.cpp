@@ -209,7 +209,7 @@ Ptr<Entity> Entity::singletonIs(KelType type, std::string_view name) {
     }
     return found->second;
   }
-  Ptr<Entity> const made = dynamicPtrCast<Entity>(Impl::construct(type.desc(), {}));
+  Ptr<Entity> made = dynamicPtrCast<Entity>(Impl::construct(type.desc(), {}));
   if (!made)
     throwError(fmt::format("type '{}' cannot be a singleton: it makes no entity", type.name().view()));
   made->hasNotificationActiveIs(true);

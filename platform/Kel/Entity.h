@@ -187,7 +187,7 @@ template <class K, class E>
 Ptr<E> Entity::memberIs(KeyedEntities<K, E>& members, std::type_identity_t<K> const& key) {
   if (E* const existing = members.find(key)) return Ptr<E>(existing);
   K const copy = key;
-  Ptr<E> const made(new E());
+  Ptr<E> made(new E());
   attachMember(&members, KeyTraits<K>::handle(copy), *made);
   members.put(copy, made);
   placed(*made);
@@ -252,7 +252,7 @@ void Entity::memberDelAll(Members& members) {
 template <class E>
 Ptr<E> Entity::childIs(Ptr<E>& child) {
   if (child) return child;
-  Ptr<E> const made(new E());
+  Ptr<E> made(new E());
   attachMember(&child, nullptr, *made);
   child = made;
   placed(*made);

@@ -92,13 +92,13 @@ class Telegraf(unittest.TestCase):
             recipe = fenced("toml", agent.port, __file__)
             self.assertIn('sample_interval = "10s"', recipe)
             config.write_text(recipe.replace('"10s"', '"1s"') + self.AGENT_AND_OUTPUT)  # for the test's sake
-            telegraf = subprocess.Popen([program, "--config", config], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+            reader = subprocess.Popen([program, "--config", config], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
             try:
-                lines = map(json.loads, telegraf.stdout)
+                lines = map(json.loads, reader.stdout)
                 found = [next(line for line in lines if line["tags"].get("name") == "lo") for _ in range(2)]
             finally:
-                telegraf.kill()
-                telegraf.communicate()
+                reader.kill()
+                reader.communicate()
         for line in found:
             self.assertEqual(line["name"], "counters")
             self.assertEqual(line["tags"]["path"], "openconfig:/interfaces/interface/state/counters")
