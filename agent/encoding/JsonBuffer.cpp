@@ -35,7 +35,7 @@ bool JsonBuffer::putString(std::string_view text) {
 void JsonBuffer::settle() {
   if (used() < kSettledBytes) return;
   settled_ += rest().substr(0, used() - 1);
-  *begin_.get() = last();
+  begin_[0] = last();
   at_ = begin_.get() + 1;
 }
 

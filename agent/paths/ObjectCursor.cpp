@@ -141,6 +141,7 @@ ObjectCursor::Result ObjectCursor::descendMembers(std::size_t depth, Handle cons
   bool const isOpen = elem.keys.empty();
   if (!isOpen && std::ranges::all_of(wanted, [](auto const& each) { return each.has_value(); })) {
     std::vector<std::string> values;
+    values.reserve(wanted.size());
     for (auto const& each : wanted)
       values.push_back(*each);
     Handle const key = keyHandle(attr, values);

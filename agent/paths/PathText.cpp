@@ -60,13 +60,13 @@ private:
       return;
     }
     ++at_;
-    std::string value = until("]");
+    std::string const value = until("]");
     if (atEnd()) {
       fault_ = "']' is missing";
       return;
     }
     ++at_;
-    if (!elem.mutable_key()->insert({name, std::move(value)}).second)
+    if (!elem.mutable_key()->insert({name, value}).second)
       fault_ = fmt::format("a second key '{}'", name);
   }
 

@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 #include <google/protobuf/util/json_util.h>
 #include <grpc/grpc_security_constants.h>
+#include <grpcpp/server_context.h>
 #include <nlohmann/json.hpp>
 
 #include "Ondra/PathFormat.h"

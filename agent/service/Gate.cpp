@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <grpc/grpc_security_constants.h>
 #include <grpcpp/security/auth_context.h>
+#include <grpcpp/server_context.h>
 
 #include <utility>
 #include <vector>

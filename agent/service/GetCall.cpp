@@ -6,6 +6,7 @@
 
 #include <grpc/support/time.h>
 #include <grpcpp/alarm.h>
+#include <grpcpp/server_context.h>
 
 #include "agent/context/Context.h"
 #include "agent/data/GetRun.h"
