@@ -73,8 +73,8 @@ public:
       sets_.context().scheduler()->post([this, end, &response, plan = std::move(*plan),
                                          extensions = std::move(*extensions),
                                          kept = std::move(share)]() mutable {
-        auto const done = [end = std::move(end), &response,
-                           kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
+        auto const done = [end, &response, kept = std::move(kept)](grpc::Status const& status,
+                                                                   std::int64_t timestamp) {
           response.set_timestamp(timestamp);
           end->finish(status);
         };

@@ -2,6 +2,7 @@
 #include "agent/service/Signals.h"
 
 #include <csignal>
+#include <initializer_list>
 #include <unistd.h>
 
 namespace Agent {

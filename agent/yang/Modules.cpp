@@ -233,8 +233,9 @@ std::vector<std::string> Modules::identityModules() const {
     before = taken.size();
     for (auto const& [name, file] : files_) {
       for (ModuleText::Identity const& each : file.says.identities)
-        if (std::ranges::any_of(each.bases,
-                                [&](auto const& base) { return taken.contains(baseIn(file.says, base)); }))
+        if (std::ranges::any_of(each.bases, [&, &says = file.says](auto const& base) {
+              return taken.contains(baseIn(says, base));
+            }))
           taken.emplace(name, each.name);
     }
   }

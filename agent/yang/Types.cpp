@@ -269,7 +269,7 @@ HeldOrWhy Maker::unionOf(lysc_node const& leaf, lysc_type const& type) {
   std::vector<Kel::Part> parts;
   for (auto const& [kind, name] : kKinds) {
     bool const isThere = std::ranges::any_of(
-        *members, [kind](LeafInfo const& each) { return heldInUnion(each.type) == kind; });
+        *members, [kind = kind](LeafInfo const& each) { return heldInUnion(each.type) == kind; });
     if (isThere) parts.push_back({.name = name, .type = Kel::builtinType(kind)});
   }
   auto done = Kel::runtimeUnion(moduleOf(leaf), pathOf(leaf), parts);
