@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
   auto const end = Clock::now() + duration;
   std::vector<std::vector<double>> each(static_cast<std::size_t>(clients));
   std::vector<std::thread> threads;
+  threads.reserve(each.size());
   for (int i = 0; i < clients; ++i)
     threads.emplace_back([&, i] { each[static_cast<std::size_t>(i)] = client(argv[1], i, end); });
   for (std::thread& thread : threads)

@@ -155,7 +155,8 @@ void BM_ObjectMemory(benchmark::State& state) {
     Tree const tree(leaves);
     held = static_cast<double>(heapInUse()) - static_cast<double>(before);
   }
-  state.counters["bytes/object"] = held / static_cast<double>(leaves / kLeavesPerPort);
+  std::size_t const ports = leaves / kLeavesPerPort;
+  state.counters["bytes/object"] = held / static_cast<double>(ports);
 }
 
 // A walk that the pipe stops after the given number of notifications: what is held while it is parked, beyond

@@ -262,8 +262,7 @@ Ptr<E> Entity::childIs(Ptr<E>& child) {
 
 template <class E>
 void Entity::childDel(Ptr<E>& child) {
-  Ptr<E> const taken = std::move(child);
-  child.reset();
+  Ptr<E> const taken = std::exchange(child, nullptr);
   if (!taken) return;
   detach(*taken);
   if (isObserved()) told(&child, nullptr);
