@@ -66,8 +66,7 @@ private:
       return;
     }
     ++at_;
-    if (!elem.mutable_key()->insert({name, value}).second)
-      fault_ = fmt::format("a second key '{}'", name);
+    if (!elem.mutable_key()->insert({name, value}).second) fault_ = fmt::format("a second key '{}'", name);
   }
 
   // What comes before one of these characters or the end, without its backslashes.
