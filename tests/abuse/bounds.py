@@ -80,14 +80,8 @@ def until(isTrue, seconds):
     return isTrue()
 
 
-def path(text):
-    elems = [part.partition("[") for part in text.split("/") if part]
-    return pb.Path(elem=[pb.PathElem(name=name, key=dict([rest[:-1].split("=", 1)]) if rest else {})
-                         for name, _, rest in elems])
-
-
 def subscribe(text, encoding, mode="ON_CHANGE", paths=None, **options):
-    subscriptions = [pb.Subscription(path=path(one), mode=pb.SubscriptionMode.Value(mode), **options)
+    subscriptions = [pb.Subscription(path=support.pathOf(one), mode=pb.SubscriptionMode.Value(mode), **options)
                      for one in (paths or [text])]
     return pb.SubscribeRequest(subscribe=pb.SubscriptionList(
         mode=0, encoding=pb.Encoding.Value(encoding), subscription=subscriptions))
@@ -193,7 +187,7 @@ def unreadOf(arguments, leaves, calls, gets, *options):
         quiet, before, most, codes = polite.late(), resident(agent), 0, []
         unreads = [call for request, count in calls for call in unread(agent, request, count)]
         stub = agent.stub(("grpc.max_receive_message_length", -1))
-        request = pb.GetRequest(path=[path("/")], encoding=pb.Encoding.Value("JSON"))
+        request = pb.GetRequest(path=[support.pathOf("/")], encoding=pb.Encoding.Value("JSON"))
         getters = [threading.Thread(target=lambda: codes.append(codeOf(lambda: stub.Get(request, timeout=120)))) for _ in range(gets)]
         [get.start() for get in getters]
         for _ in range(arguments.count(60, 16)):
@@ -235,7 +229,7 @@ def sets(arguments):
         yield f"2,500 deletes of 126 '...': {code} after {time.monotonic() - start:.2f} s", time.monotonic() - start < 5
         yield f"a change is {quiet} late, {polite.late()} meanwhile", True
         count = arguments.count(20000, 5000)
-        entries = [pb.Update(path=path("/system/dns/servers/server[address=10.%d.%d.1]" % (i >> 8, i & 255)),
+        entries = [pb.Update(path=support.pathOf("/system/dns/servers/server[address=10.%d.%d.1]" % (i >> 8, i & 255)),
                              val=pb.TypedValue(json_val=b"{}")) for i in range(count)]
         before, start = resident(agent), time.monotonic()
         code = codeOf(lambda: stub.Set(pb.SetRequest(update=entries), timeout=60))
@@ -255,7 +249,7 @@ def gets(arguments):
         before, most, codes = resident(agent), 0, []
         for encoding in ("JSON", "PROTO"):
             stub = agent.stub(("grpc.max_receive_message_length", -1))
-            request = pb.GetRequest(path=[path("/")], encoding=pb.Encoding.Value(encoding))
+            request = pb.GetRequest(path=[support.pathOf("/")], encoding=pb.Encoding.Value(encoding))
             calls = [threading.Thread(target=lambda: codes.append(codeOf(lambda: stub.Get(request, timeout=60))))
                      for _ in range(4)]
             [call.start() for call in calls]
@@ -365,7 +359,7 @@ def main():
     if "E2E_AGENT" not in os.environ:
         python = run.clientOrSkipped(arguments.work)
         sys.exit(subprocess.run([python, *sys.argv], env=os.environ | run.variables(arguments, no_proxy="*"), check=False).returncode)
-    global grpc, pb, gnmi_pb2_grpc, Agent
+    global grpc, pb, gnmi_pb2_grpc, support, Agent
     import grpc
     import support
     from pygnmi.spec.v080 import gnmi_pb2 as pb

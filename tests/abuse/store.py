@@ -6,7 +6,6 @@ import json
 import os
 import pathlib
 import random
-import re
 import shutil
 import subprocess
 import sys
@@ -18,21 +17,18 @@ sys.path.insert(0, str(HERE.parent / "e2e"))
 import run  # noqa: E402
 
 CLIENTS = 8
-
-
-def place(name):
-    return pb.Path(elem=[pb.PathElem(name="interfaces"), pb.PathElem(name="interface", key={"name": name})])
+ENTRY = "/interfaces/interface[name=%s]"
 
 
 def written(name, number):
-    return pb.Update(path=place(name), val=pb.TypedValue(json_val=b'{"config":{"description":"%d"}}' % number))
+    return pb.Update(path=support.pathOf(ENTRY % name), val=pb.TypedValue(json_val=b'{"config":{"description":"%d"}}' % number))
 
 
 def requestOf(client, number):
     """Every seventh removes what the others make."""
     names = [f"{side}{client}" for side in ("left", "right")]
     if number % 7 == 0:
-        return pb.SetRequest(delete=[place(name) for name in names])
+        return pb.SetRequest(delete=[support.pathOf(ENTRY % name) for name in names])
     return pb.SetRequest(update=[written(name, number) for name in names])
 
 
@@ -58,8 +54,7 @@ def found(agent, client):
     numbers = []
     for side in ("left", "right"):
         try:
-            path = place(f"{side}{client}")
-            path.elem.extend([pb.PathElem(name="config"), pb.PathElem(name="description")])
+            path = support.pathOf(ENTRY % f"{side}{client}" + "/config/description")
             answer = agent.stub().Get(pb.GetRequest(path=[path], encoding=2), timeout=20)
             numbers.append(int(answer.notification[0].update[0].val.string_val))
         except grpc.RpcError as error:
@@ -100,14 +95,6 @@ def kills(arguments):
 # --- what is configured of links, in a network of our own ---
 
 
-def pathOf(text):
-    """`name`, `name[key=value]`, with "/" between them."""
-    elems = []
-    for name, key in re.findall(r"/([\w-]+)(?:\[([^]]*)\])?", text):
-        elems.append(pb.PathElem(name=name, key=dict([key.split("=")]) if key else {}))
-    return pb.Path(elem=elems)
-
-
 def field(number, content):
     return bytes([number << 3 | 2, len(content)]) + content
 
@@ -119,8 +106,8 @@ def commit(name, seconds=None):
 
 
 def setOf(agent, updates, deletes=(), extension=b""):
-    request = pb.SetRequest(update=[pb.Update(path=pathOf(path), val=pb.TypedValue(json_val=value.encode()))
-                                    for path, value in updates.items()], delete=[pathOf(path) for path in deletes])
+    request = pb.SetRequest(update=[pb.Update(path=support.pathOf(path), val=pb.TypedValue(json_val=value.encode()))
+                                    for path, value in updates.items()], delete=[support.pathOf(path) for path in deletes])
     agent.stub().Set(pb.SetRequest.FromString(request.SerializeToString() + extension), timeout=30)
 
 
@@ -152,7 +139,7 @@ def links(arguments):
     ip("link", "set", "a0", "alias", "before")
     ip("address", "add", "198.51.100.1/24", "dev", "a0")
     before, old, new = linkOf("a0"), (1400, "old", True, ["192.0.2.9/24", "198.51.100.1/25"]), (1300, "before", True, ["198.51.100.1/24"])
-    entry = "/interfaces/interface[name=a0]"
+    entry = ENTRY % "a0"
     addresses = entry + "/subinterfaces/subinterface[index=0]/ipv4/addresses/address"
     first = {entry + "/config/mtu": "1400", entry + "/config/description": '"old"', entry + "/config/enabled": "true",
              addresses + "[ip=192.0.2.9]/config/prefix-length": "24", addresses + "[ip=198.51.100.1]/config/prefix-length": "25"}
@@ -173,7 +160,7 @@ def links(arguments):
     with serve() as agent:
         assert linkOf("a0") == new, linkOf("a0")
         setOf(agent, first)
-        later = "/interfaces/interface[name=b0]/config"
+        later = ENTRY % "b0" + "/config"
         setOf(agent, {later + "/mtu": "1280", later + "/description": '"later"'})
         for _ in range(2):  # a link gets what is configured of it when it comes, and when it comes again
             ip("link", "add", "b0", "mtu", "1500", "type", "veth", "peer", "name", "b1")

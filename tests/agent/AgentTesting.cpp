@@ -8,6 +8,7 @@
 
 #include "Kel/Attr.h"
 #include "agent/model/Schema.h"
+#include "fixture/RandomEdits.h"
 
 namespace AgentTesting {
 namespace {
@@ -67,21 +68,9 @@ void RecordedFolder::remove(std::string const& fileOrFolder) {
   std::filesystem::remove_all(root_ / fileOrFolder);
 }
 
-void ChangeCounter::watch(Kel::Ptr<Kel::Entity> const& entity) {
-  watches_.emplace_back(new Fixture::Observer(entity.get(), [this](auto const&) { ++changes_; }));
-  Handle const object = Kel::handleTo(entity);
-  auto const below = [this](Handle const& child) {
-    watch(Kel::Ptr<Kel::Entity>(dynamic_cast<Kel::Entity*>(child->object())));
-  };
-  for (Kel::KelTypeBase::AttributeQIterator it(entity->fwkType()); it; ++it) {
-    Kel::KelAttr const attr = *it;
-    if (!attr.isInstantiating()) continue;
-    if (attr.isKeyed())
-      for (auto member = attr.genericIfIteratorConst(object); member; ++member)
-        below(member.ptr());
-    else if (Handle const child = attr.genericIfGet(object))
-      below(child);
-  }
+ChangeCounter::ChangeCounter(Kel::Ptr<Kel::Entity> const& entity) {
+  for (auto const& each : Fixture::entitiesBeneath(entity))
+    watches_.emplace_back(new Fixture::Observer(each.get(), [this](auto const&) { ++changes_; }));
 }
 
 } // namespace AgentTesting

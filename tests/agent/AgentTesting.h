@@ -41,13 +41,12 @@ private:
 // Counts what an entity and everything beneath it tell of: changed leaves and entries.
 class ChangeCounter {
 public:
-  explicit ChangeCounter(Kel::Ptr<Kel::Entity> const& entity) { watch(entity); }
+  explicit ChangeCounter(Kel::Ptr<Kel::Entity> const& entity);
   ChangeCounter(ChangeCounter const&) = delete;
   ChangeCounter& operator=(ChangeCounter const&) = delete;
   [[nodiscard]] int changes() const { return changes_; }
 
 private:
-  void watch(Kel::Ptr<Kel::Entity> const& entity);
   std::vector<Kel::Ptr<Fixture::Observer>> watches_;
   int changes_ = 0;
 };

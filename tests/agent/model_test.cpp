@@ -58,38 +58,6 @@ TEST(Model, ConfigurationLeavesAreTheSettableOnes) {
   EXPECT_GT(leaves, 200);
 }
 
-TEST(Model, EntriesCarryTheirFixedContainersAndKeys) {
-  Kel::Ptr<Kel::Dir> const root(new Kel::Dir());
-  Agent::Tree const tree = Agent::treeIn(*root);
-  // As generic writers make an entry.
-  KelAttr const list = tree.interfaces->fwkType().attr("interface");
-  list.genericIfSet(Kel::handleTo(tree.interfaces), Kel::ArgList{Kel::handleOf(Kel::String("lo"))});
-  Kel::Ptr<Agent::Interface> const lo(tree.interfaces->interface.find("lo"));
-  ASSERT_TRUE(lo);
-  lo->subinterfaces->entryIs(&Agent::Subinterfaces::subinterface, 0)
-      ->ipv6->addresses->entryIs(&Agent::Ipv6Addresses::address, "::1");
-  EXPECT_EQ(lo->state->fullName(), "/openconfig/interfaces/interface[name=lo]/state");
-  EXPECT_EQ(textOf(tree.interfaces), R"(/interface[lo]/config/enabled = true
-/interface[lo]/config/loopback-mode = 'NONE'
-/interface[lo]/config/name = "lo"
-/interface[lo]/hold-time/config/down = 0
-/interface[lo]/hold-time/config/up = 0
-/interface[lo]/hold-time/state/down = 0
-/interface[lo]/hold-time/state/up = 0
-/interface[lo]/name = "lo"
-/interface[lo]/state/name = "lo"
-/interface[lo]/subinterfaces/subinterface[0]/config/enabled = true
-/interface[lo]/subinterfaces/subinterface[0]/config/index = 0
-/interface[lo]/subinterfaces/subinterface[0]/index = 0
-/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/config/ip = "::1"
-/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/config/type = 'GLOBAL_UNICAST'
-/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/ip = "::1"
-/interface[lo]/subinterfaces/subinterface[0]/ipv6/addresses/address[::1]/state/ip = "::1"
-/interface[lo]/subinterfaces/subinterface[0]/ipv6/config/enabled = true
-/interface[lo]/subinterfaces/subinterface[0]/state/index = 0
-)");
-}
-
 // Deleting a leaf with a published default brings the default back, and says so; a key's copy never departs
 // from the key.
 TEST(Model, DefaultsAndKeyCopiesSurviveWriters) {

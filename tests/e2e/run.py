@@ -88,7 +88,7 @@ def ownNetwork():
 
 def main():
     parser = parserOf(__doc__)
-    parser.add_argument("tests", nargs="*", help="names for unittest, as in test_calls.Get")
+    parser.add_argument("tests", nargs="*", help="names for unittest, as in test_calls.Calls")
     arguments = parser.parse_args()
     python = clientOrSkipped(arguments.work)
     network = ownNetwork()

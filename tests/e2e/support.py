@@ -49,6 +49,13 @@ def changes(message):
             [whole(entry["path"]) for entry in update.get("delete", [])])
 
 
+def pathOf(text):
+    """Of names with at most one key each, whose values hold no "/"."""
+    elems = [part.partition("[") for part in text.split("/") if part]
+    return gnmi_pb2.Path(elem=[gnmi_pb2.PathElem(name=name, key=dict([rest[:-1].split("=", 1)]) if rest else {})
+                               for name, _, rest in elems])
+
+
 class Watcher:
     """A subscription through the client, message by message: its own merging of messages loses their prefixes."""
 
@@ -81,21 +88,6 @@ class Watcher:
             if value is not None and accepts(value):
                 return value, message["update"]["timestamp"]
 
-    def awaitAll(self, expected):
-        """Until all these paths have had these values, in whichever order."""
-        missing = dict(expected)
-        for message in self.messages():
-            for path, value in changes(message)[0].items():
-                if missing.get(path) == value:
-                    del missing[path]
-            if not missing:
-                return
-
-    def awaitDelete(self, path):
-        for message in self.messages():
-            if any(path == deleted or path.startswith(deleted + "/") for deleted in changes(message)[1]):
-                return
-
     def close(self):
         self.subscriber.close()
 
@@ -106,6 +98,15 @@ def stream(*paths, mode="on_change", **options):
                     if key in options}
     return {"mode": "stream", "encoding": "proto",
             "subscription": [{"path": path, "mode": mode, **subscription} for path in paths], **options}
+
+
+class WithCertificates(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.certificates = Certificates()
+        cls.addClassCleanup(cls.certificates.remove)
+        cls.certificate, cls.key = cls.certificates.signed("server")
+        cls.files = ("--tls-cert", cls.certificate, "--tls-key", cls.key)
 
 
 def statusOf(error):

@@ -7,13 +7,12 @@ import pwd
 import signal
 import subprocess
 import threading
-import unittest
 
 import grpc
 from pygnmi.client import gNMIException
 from pygnmi.spec.v080 import gnmi_pb2, gnmi_pb2_grpc
 
-from support import DEADLINE, Agent, Certificates, Watcher, command, statusOf, stream
+from support import DEADLINE, Agent, Watcher, WithCertificates, command, pathOf, statusOf, stream
 
 DESCRIPTION = "interfaces/interface[name=lo]/config/description"
 STREAMS, TURNS = (200, 100) if os.environ.get("E2E_LONG") else (20, 12)
@@ -42,12 +41,10 @@ def asUser(number, folder, socket):
         os.seteuid(os.getuid())
 
 
-class WithFiles(unittest.TestCase):
+class WithFiles(WithCertificates):
     @classmethod
     def setUpClass(cls):
-        cls.certificates = Certificates()
-        cls.addClassCleanup(cls.certificates.remove)
-        cls.certificate, cls.key = cls.certificates.signed("server")
+        super().setUpClass()
         cls.ann, cls.bob = (subprocess.run(["openssl", "passwd", "-6", name], stdout=subprocess.PIPE, text=True, check=True).stdout
                             for name in ("ann", "bob"))
 
@@ -109,8 +106,7 @@ class Rules(WithFiles):
         common = self.certificates.signed("by-name", names="")
         path = str(self.certificates.root / "access.sock")
         for who, certificate, sees in (("spiffe://example.net/collector", spiffe, True), ("plain", spiffe, False), ("by-name", common, True)):
-            with Agent("--access", self.rules(rule("user " + who, "/system")), secure=(
-                    "--tls-cert", self.certificate, "--tls-key", self.key, "--tls-client-ca", self.certificates.ca)) as agent:
+            with Agent("--access", self.rules(rule("user " + who, "/system")), secure=(*self.files, "--tls-client-ca", self.certificates.ca)) as agent:
                 code, out, err = command("get", "-a", f"127.0.0.1:{agent.port}", "--ca", self.certificates.ca, "--cert", certificate[0],
                                          "--key", certificate[1], "/system/state/hostname")
                 self.assertEqual(code == 0, sees, (who, err))
@@ -181,8 +177,7 @@ class ReadAnew(WithFiles):
             key = serialization.load_pem_private_key((root / "ca.key").read_bytes(), None)
             return self.certificates.file("crl", made.sign(key, hashes.SHA256()).public_bytes(serialization.Encoding.PEM).decode())
 
-        with Agent(secure=("--tls-cert", self.certificate, "--tls-key", self.key, "--tls-client-ca", self.certificates.ca,
-                           "--tls-client-crl", revoke())) as agent:
+        with Agent(secure=(*self.files, "--tls-client-ca", self.certificates.ca, "--tls-client-crl", revoke())) as agent:
             options = lambda one: {"insecure": False, "path_cert": one[0], "path_key": one[1], "path_root": self.certificates.ca}
             with agent.client(**options(good)) as goods, agent.client(**options(bad)) as bads:
                 watchers = [Watcher(each, stream(DESCRIPTION)) for each in (goods, bads)]
@@ -214,10 +209,7 @@ class ReadAnew(WithFiles):
         users, access = self.users(ann=self.ann), self.rules(rule("user ann", "/"), rule("user ann", "/", "write"))
         request = gnmi_pb2.SubscribeRequest()
         request.subscribe.encoding = gnmi_pb2.PROTO
-        wanted = request.subscribe.subscription.add(mode=gnmi_pb2.ON_CHANGE)
-        for name in ("interfaces", "interface", "config", "description"):
-            wanted.path.elem.add(name=name)
-        wanted.path.elem[1].key["name"] = "lo"
+        request.subscribe.subscription.add(mode=gnmi_pb2.ON_CHANGE, path=pathOf(DESCRIPTION))
         last = str(TURNS)
         seen = [[] for _ in range(STREAMS)]
         synced = threading.Barrier(STREAMS + 1)
@@ -233,12 +225,12 @@ class ReadAnew(WithFiles):
                 if one and one[-1] == last:
                     return
 
-        with Agent("--users", users, "--access", access, secure=("--tls-cert", self.certificate, "--tls-key", self.key)) as agent:
+        with Agent("--users", users, "--access", access, secure=self.files) as agent:
             connected = lambda: grpc.secure_channel(f"127.0.0.1:{agent.port}", trusted, [("grpc.use_local_subchannel_pool", 1)])
             with connected() as channel:
                 stub = gnmi_pb2_grpc.gNMIStub(channel)
                 write = lambda text: stub.Set(gnmi_pb2.SetRequest(update=[gnmi_pb2.Update(
-                    path=wanted.path, val=gnmi_pb2.TypedValue(string_val=text))]), **ann)
+                    path=pathOf(DESCRIPTION), val=gnmi_pb2.TypedValue(string_val=text))]), **ann)
                 write("0")
                 threads = [threading.Thread(target=read, args=(one, stub), daemon=True) for one in seen]
                 for thread in threads:

@@ -1,39 +1,39 @@
-"""Capabilities, Get and Set through a client that nobody here wrote."""
+"""Capabilities, Get, Set, and Subscribe in all its modes, through a client that nobody here wrote."""
+import json
+import subprocess
 import unittest
 
 import grpc
 from pygnmi.client import gNMIException
-from pygnmi.spec.v080 import gnmi_pb2
 
-from support import Agent, statusOf
+from support import Agent, Watcher, link, needsLinks, statusOf, stream
 
 LO = "interfaces/interface[name=lo]"
 DESCRIPTION = LO + "/config/description"
+OCTETS = LO + "/state/counters/in-octets"
+TICK = 100_000_000  # ns
+AFTER = 1_600_000_000 * 10**9
 
 
 class Calls(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.agent = Agent()
+        cls.agent = Agent("--sample-floor", "100ms", "--default-sample", "100ms", "--machine-period", "100ms")
         cls.addClassCleanup(cls.agent.__exit__)
         cls.client = cls.agent.client().connect()
         cls.addClassCleanup(cls.client.close)
 
-    def value(self, path, **options):
-        answer = self.client.get(path=[path], **options)
-        self.assertEqual(len(answer["notification"]), 1)
-        self.assertGreater(answer["notification"][0]["timestamp"], 1_600_000_000 * 10**9)
-        updates = answer["notification"][0]["update"]
-        self.assertEqual(len(updates), 1, updates)
-        return updates[0]["val"]
+    def setUp(self):
+        self.describe("first")
 
-    def refused(self, code, call, **arguments):
-        with self.assertRaises(gNMIException) as caught:
-            call(**arguments)
-        self.assertEqual(statusOf(caught.exception), code, caught.exception)
+    def describe(self, text):
+        self.client.set(update=[(DESCRIPTION, f'"{text}"')])
 
+    def watch(self, subscribe):
+        watcher = Watcher(self.client, subscribe)
+        self.addCleanup(watcher.close)
+        return watcher
 
-class Get(Calls):
     def testCapabilitiesNameModelsAndEncodings(self):
         answer = self.client.capabilities()
         self.assertEqual(set(answer["supported_encodings"]), {"json", "json_ietf", "proto"})
@@ -41,36 +41,57 @@ class Get(Calls):
         names = {model["name"] for model in answer["supported_models"]}
         self.assertLessEqual({"openconfig-interfaces", "openconfig-system", "openconfig-platform"}, names)
 
-    def testALeafInEachEncoding(self):
-        for encoding in ("json", "json_ietf", "proto"):
-            self.assertEqual(self.value(LO + "/state/name", encoding=encoding), "lo")
-        counter = LO + "/state/counters/in-octets"
-        self.assertIsInstance(self.value(counter, encoding="json"), int)
-        self.assertIsInstance(self.value(counter, encoding="proto"), int)
-
-    def testWhatIsNotThereIsSaid(self):
-        code = grpc.StatusCode
-        self.refused(code.NOT_FOUND, self.client.get, path=["interfaces/interface[name=none]"])
-        self.refused(code.NOT_FOUND, self.client.get, path=["nothing/like/this"])
-        with self.assertRaises(grpc.RpcError) as caught:
-            self.agent.stub().Get(gnmi_pb2.GetRequest(encoding=gnmi_pb2.ASCII))
-        self.assertEqual(caught.exception.code(), code.UNIMPLEMENTED)
-
-
-class Set(Calls):
-    def tearDown(self):
-        self.client.set(delete=[DESCRIPTION])
-
     def testAnUpdateIsReadBack(self):
-        for encoding in ("json", "json_ietf"):
-            text = f"uplink by {encoding}"
-            answer = self.client.set(update=[(DESCRIPTION, f'"{text}"')], encoding=encoding)
+        for written, read in (("json", "json"), ("json_ietf", "json_ietf"), ("json", "proto")):
+            text = f"uplink by {written} and {read}"
+            answer = self.client.set(update=[(DESCRIPTION, f'"{text}"')], encoding=written)
             self.assertEqual([(r["op"], r["path"]) for r in answer["response"]], [("UPDATE", DESCRIPTION)])
-            self.assertGreater(answer["timestamp"], 1_600_000_000 * 10**9)
-            self.assertEqual(self.value(DESCRIPTION, encoding=encoding), text)
+            self.assertGreater(answer["timestamp"], AFTER)
+            (told,) = self.client.get(path=[DESCRIPTION], encoding=read)["notification"]
+            self.assertEqual([update["val"] for update in told["update"]], [text])
+            self.assertGreater(told["timestamp"], AFTER)
+        self.client.set(delete=[DESCRIPTION])
+        with self.assertRaises(gNMIException) as caught:
+            self.client.get(path=[DESCRIPTION])
+        self.assertEqual(statusOf(caught.exception), grpc.StatusCode.NOT_FOUND)
 
-    def testARefusedRequestChangesNothing(self):
-        self.client.set(update=[(DESCRIPTION, '"before"')])
-        self.refused(grpc.StatusCode.INVALID_ARGUMENT, self.client.set,
-                     update=[(DESCRIPTION, '"after"'), (LO + "/config/mtu", 70_000)])
-        self.assertEqual(self.value(DESCRIPTION), "before")
+    def testOnceGivesAllThenSyncThenEnds(self):
+        watcher = self.watch({"mode": "once", "encoding": "proto", "subscription": [{"path": LO}]})
+        values = watcher.toSync()
+        self.assertEqual(values[DESCRIPTION], "first")
+        self.assertIn(values[LO + "/state/admin-status"], ("UP", "DOWN"))
+        self.assertIsInstance(values[OCTETS], int)
+        watcher.subscriber._subscribe_thread.join(20)
+        self.assertFalse(watcher.subscriber._subscribe_thread.is_alive(), "the call did not end")
+        self.assertIsNone(watcher.subscriber.error)
+
+    def testPollGivesAllAtOnceAndAtEachPoll(self):
+        subscriber = self.client.subscribe2(subscribe={"mode": "poll", "encoding": "json",
+                                                       "subscription": [{"path": DESCRIPTION}]})
+        self.addCleanup(subscriber.close)
+        answers = [subscriber._get_updates_till_sync(timeout=20)]  # which nobody asked for
+        self.describe("second")
+        answers.append(subscriber.get_update(timeout=20))
+        for text, answer in zip(("first", "second"), answers):
+            self.assertEqual([entry["val"] for entry in answer["update"]["update"]], [text])
+            self.assertTrue(answer["sync_response"])
+
+    def testSamplesComeAtTheirIntervalChangedOrNot(self):
+        watcher = self.watch(stream(DESCRIPTION, mode="sample", sample_interval=TICK))
+        watcher.toSync()
+        stamps = [watcher.awaitUpdate(DESCRIPTION)[1] for _ in range(3)]
+        self.assertEqual(stamps, sorted(set(stamps)))
+
+    @needsLinks
+    def testConfigurationStaysInTheModelUnlessTheAgentWasToldOtherwise(self):
+        link("add", "conf0", "type", "veth", "peer", "name", "conf1")
+        self.addCleanup(link, "del", "conf0")
+
+        def kernel():
+            shown = subprocess.run(["ip", "-j", "link", "show", "conf0"], stdout=subprocess.PIPE, check=True).stdout
+            facts = json.loads(shown)[0]
+            return facts["mtu"], "UP" in facts["flags"], facts.get("ifalias", "")
+
+        before = kernel()
+        self.client.set(update=[("interfaces/interface[name=conf0]/config", {"mtu": 1300, "enabled": True, "description": "first"})])
+        self.assertEqual(kernel(), before)

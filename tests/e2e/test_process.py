@@ -38,7 +38,7 @@ class Process(unittest.TestCase):
                 self.assertIsNone(process.poll(), lost)
             code, out, err = command("serve", "--insecure", "--listen", f"unix:{path}")
             self.assertEqual((code, out), (3, ""), "a second one")
-            self.assertIn("Address already in use", err)
+            self.assertIn(f"cannot listen on unix:{path}: Address already in use", err)
             process.terminate()
             self.assertEqual(process.wait(DEADLINE), 0)
 
@@ -73,13 +73,6 @@ class Process(unittest.TestCase):
                 self.assertEqual(other(), b"READY=1")
                 self.assertEqual(agent.end(), 0)
             self.assertEqual(other(), b"STOPPING=1")
-
-    def testAPortThatIsTakenIsNamed(self):
-        with socket.create_server(("127.0.0.1", 0)) as taken:
-            address = "127.0.0.1:%d" % taken.getsockname()[1]
-            code, out, err = command("serve", "--insecure", "--listen", address)
-        self.assertEqual((code, out), (3, ""))
-        self.assertIn(f"cannot listen on {address}: Address already in use", err)
 
     def testUsage(self):
         for arguments, code in (((), 2), (("--help",), 0), (("--version",), 0), (("fly",), 2), (("serve", "--help"), 0),

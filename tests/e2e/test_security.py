@@ -4,22 +4,14 @@ import pathlib
 import socket
 import ssl
 import subprocess
-import unittest
 
 import grpc
 from pygnmi.client import gNMIException
 
-from support import Agent, Certificates, command, statusOf
+from support import Agent, WithCertificates, command, statusOf
 
 
-class Tls(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.certificates = Certificates()
-        cls.addClassCleanup(cls.certificates.remove)
-        cls.certificate, cls.key = cls.certificates.signed("server")
-        cls.files = ("--tls-cert", cls.certificate, "--tls-key", cls.key)
-
+class Tls(WithCertificates):
     def assertServes(self, agent, **options):
         with agent.client(insecure=False, **options) as client:
             self.assertIn("json", client.capabilities()["supported_encodings"])

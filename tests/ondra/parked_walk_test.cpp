@@ -4,10 +4,13 @@
 
 #include <gmock/gmock.h>
 
+#include "Tovak/Trace.h"
+#include "Tovak/TraceSink.h"
 #include "WalkHarness.h"
 #include "WalkerProbe.h"
 #include "fixture/Populate.h"
 #include "fixture/Types.h"
+#include "ondra/heap_faults.h"
 
 namespace {
 
@@ -160,6 +163,19 @@ TEST_F(Parked, CancellingWhileItRunsLeavesNothing) {
     expectNothingParked();
     running.info->task.reset();
   }
+}
+
+// For want of memory, which a traced walk first feels when it parks, a walk is called off with all of it.
+TEST_F(Parked, AFirstSliceWithoutMemoryLeavesNothing) {
+  Tovak::ScopedTraceSink const sink;
+  ASSERT_TRUE(Tovak::Platform::traceIs("OndraWalker/5").ok());
+  WalkHarness::Walk poor = harness.start(recorder, *world.device(), Ondra::flagSnapshot, [] { return true; });
+  HeapFaults::fails = [] { return FullKelTypeWalker::walkMapSize() != 0; };
+  EXPECT_THROW(WalkHarness::slice(poor), std::bad_alloc);
+  HeapFaults::fails = nullptr;
+  ASSERT_TRUE(Tovak::Platform::traceIs("").ok());
+  expectNothingParked();
+  WalkHarness::cancel(poor);
 }
 
 // --- walks that go on ----------------------------------------------------------------------------------

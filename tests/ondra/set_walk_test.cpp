@@ -207,6 +207,9 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   ops.push_back({"update", paths[1] + "/state/labels",
                  "leaflist_val { element { string_val: 'any' } element { uint_val: 1 } }"});
   ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(SetTest::requestOf(ops), "/keys").second));
+  EXPECT_THAT(Fixture::dump(*lists.begin()),
+              testing::AllOf(testing::HasSubstr("  to[] = \"x__y\"\n"), testing::HasSubstr("  n[] = 7\n")))
+      << "members have their keys";
   Leaves const leaves = leavesOf(**lists.begin(), "b");
   EXPECT_EQ(12U, leaves.size()) << "three keys, a share, a label and labels each";
   ASSERT_EQ("OK", answerTo(leaves, "/keys"));

@@ -57,13 +57,9 @@ TEST(AccessFile, FaultsNameTheirLine) {
 // Each path of a filled tree, and each that lies above one.
 std::set<std::string> pathsOf(DataBench::Leaves const& leaves) {
   std::set<std::string> paths = {"/"};
-  for (auto const& [leaf, value] : leaves) {
-    int depth = 0;
-    for (std::size_t i = 1; i <= leaf.size(); ++i) {
-      if (i == leaf.size() || (leaf[i] == '/' && depth == 0)) paths.insert(leaf.substr(0, i));
-      if (i < leaf.size()) depth += leaf[i] == '[' ? 1 : leaf[i] == ']' ? -1 : 0;
-    }
-  }
+  for (auto const& [leaf, value] : leaves)
+    for (gnmi::Path at = path(leaf); at.elem_size() > 0; at.mutable_elem()->RemoveLast())
+      paths.insert(text(at));
   return paths;
 }
 

@@ -132,14 +132,17 @@ TEST(Server, CredentialsComeBeforeTheRequest) {
   EXPECT_TRUE(call(serving, kHealthCheck, "").status.ok()) << "health is for everybody";
 }
 
-TEST(Server, TextsThatAreNoUtf8AreRefusedWithoutAWordOnStandardError) {
+TEST(Server, BytesThatAreNoRequestAreRefusedWithoutAWordOnStandardError) {
   Serving serving;
-  std::string const request("\x12\x04\x1a\x02\x0a\xff",
-                            6); // a path element whose name is cut short and no text
   testing::internal::CaptureStderr();
-  EXPECT_EQ(call(serving, kGet, request).status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
-  std::string const name("\x12\x05\x1a\x03\x0a\x01\xff", 7);
-  EXPECT_EQ(call(serving, kGet, name).status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+  for (char const* const method : {kGet, "/gnmi.gNMI/Set", "/gnmi.gNMI/Subscribe"}) {
+    // The last two are names that are not UTF-8.
+    for (char const* const bytes :
+         {"\xff\xff\xff", "\x0a\x7f", "\x12\x04\x1a\x02\x0a\xff", "\x12\x05\x1a\x03\x0a\x01\xff",
+          "\x0a\x09\x12\x07\x0a\x05\x1a\x03\x0a\x01\xff"})
+      EXPECT_EQ(call(serving, method, bytes).status.error_code(), grpc::StatusCode::INVALID_ARGUMENT)
+          << method;
+  }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

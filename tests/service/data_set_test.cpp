@@ -132,11 +132,9 @@ TEST_F(DataSet, refusals) {
   Row const rows[] = {
       {"update ETH0/config/nothing 1", "'nothing' is not known", NOT_FOUND},
       {"update ETH0/config/mtu/deeper 1", "'deeper'", NOT_FOUND},
-      {"delete ETH0/nothing", "nothing is known", NOT_FOUND},
       {"delete /.../nothing", "nothing is known", NOT_FOUND},
       {"update ETH0/state {}", "is state"},
       {R"(replace ETH0 {"state":{"mtu":1}})", "/state/mtu: is state"},
-      {R"(update /system/processes {"process":[]})", "is state"},
       {R"(update /system {"processes":{"process":[{"pid":"1"}]}})", "is state"},
       {"delete ETH0/state", "cannot be deleted"},
       {"delete ETH0/config/name", "cannot be deleted"},
@@ -149,7 +147,6 @@ TEST_F(DataSet, refusals) {
       {"update ETH0/config/mtu {\"broken", "no JSON"},
       {"update ETH0/config/mtu ascii:1", "JSON", UNIMPLEMENTED},
       {"update ETH0/config uint:1", "container"},
-      {"update ETH0/config 1", "expected an object"},
       {R"(update ETH0/config {"mtu":1,"openconfig-interfaces:mtu":1})", "twice"},
       {R"(update ETH0/config {"openconfig-system:mtu":1})", "unknown member"},
       {R"(update ETH0/config {"mtu":1,"color":1})", "unknown member 'color'"},
@@ -166,7 +163,6 @@ TEST_F(DataSet, refusals) {
       {"update /interfaces/*/config/mtu 1", "wildcard"},
       {"update ETH0/config[name=x]/mtu 1", "no list"},
       {"replace ETH0 {}", "empty object"},
-      {"replace SERVERS/server[address=192.0.2.41] { }", "empty object"},
       // Published, and not offered.
       {"update /system/ntp/config/enabled true", "'ntp' is not offered", UNIMPLEMENTED},
       {R"(update ETH0/config {"tpid":1})", "'tpid' is not offered", UNIMPLEMENTED},
@@ -175,18 +171,15 @@ TEST_F(DataSet, refusals) {
       // Ranges, lengths and patterns, in keys too, however the value comes.
       {R"(update /system/config {"hostname":"two words"})", "no domain-name"},
       {"update /system/config/hostname string:", "1..253 characters; found 0"},
-      {"update /system/config/hostname string:" + std::string(300, 'a'), "found 300"},
       {"update /system/config/domain-name string:-.-", "no domain-name"},
       {"update ETH0/ethernet/config/mac-address \"zz\"", "no mac-address"},
       {R"(update /system/dns/config/search ["a","b c"])", "'b c' is no domain-name"},
       {"update /system/dns/config/search list:a,b,a", "'a' is there twice"},
       {"update UNIT/ipv4/config/mtu 67", "range 68..65535"},
-      {"update ADDRESSES/address[ip=::1]/config {}", "no ipv4-address"},
       {"update ADDRESSES/address[ip=300.1.1.1] {}", "no ipv4-address"},
       {R"(update ADDRESSES {"address":[{"ip":"nonsense"}]})", "no ipv4-address"},
       {"update ADDRESSES/address[ip=192.0.2.1]/config/prefix-length uint:33", "range 0..32"},
       {"update UNIT/ipv6/addresses/address[ip=1::2::3]/config {}", "no ipv6-address"},
-      {"update SERVERS/server[address=]/config/port 53", "no ip-address"},
       {"update SERVERS/server[address=192.0.2.300/24] {}", "no ip-address"},
   };
   auto const before = bench.leaves();

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/model/Schema.h"
 #include "service/ServiceTesting.h"
 
 namespace ServiceTesting {
@@ -33,7 +34,7 @@ public:
   // A Get without gRPC.
   grpc::Status readHere(gnmi::GetRequest const& request, gnmi::GetResponse& response);
   // A Set without gRPC.
-  grpc::Status setHere(gnmi::SetRequest const& request);
+  grpc::Status setHere(gnmi::SetRequest const& request, Agent::Writer writer = Agent::Writer::Client);
 
   // Everything that a machine may fill, in two interfaces and more.
   void fill();

@@ -1,16 +1,13 @@
-// Messages as they go over the wire: prefixes, bundling, splitting, what concerns whom.
-
+// Messages as they go over the wire: prefixes, bundling, splitting.
 #include <gmock/gmock.h>
 
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/Path.h"
-#include "agent/router/Selector.h"
 #include "agent/subscribe/Message.h"
 #include "service/ServiceTesting.h"
 
 using namespace ServiceTesting;
 using Agent::Message;
-using testing::ElementsAre;
 using testing::SizeIs;
 
 namespace {
@@ -97,42 +94,6 @@ TEST(Messages, encodedAheadTheyFreeTheirResponses) {
   Message::Ptr const message = Message::encodedOf({std::move(one)}, frame, 99, 1000);
   EXPECT_TRUE(response.expired());
   EXPECT_LT(message->bytes(), 1000U);
-}
-
-// The end of a path as it concerns a subscription: itself where it is covered, else as far down as is
-// concrete.
-TEST(Selector, narrowsEnds) {
-  Agent::declareTypes();
-  std::string const eth0 = "/openconfig/interfaces/interface[name=eth0]";
-  struct Row {
-    std::string pattern;
-    std::string end;
-    std::vector<std::string> told;
-  };
-  for (Row const& row : std::vector<Row>{
-           {"/interfaces", eth0, {eth0}},
-           {"/interfaces/interface[name=eth0]/state", eth0, {eth0 + "/state"}},
-           {"/interfaces/interface[name=*]/state/mtu", eth0, {eth0 + "/state/mtu"}},
-           {"/interfaces/interface[name=*]/state/mtu", eth0 + "/state/mtu", {eth0 + "/state/mtu"}},
-           {"/interfaces/interface[name=*]/state/mtu", eth0 + "/state/enabled", {}},
-           {"/interfaces/interface[name=eth1]/state", eth0, {}},
-           {"/interfaces/interface/subinterfaces/subinterface/ipv4", eth0, {eth0 + "/subinterfaces"}},
-           {"/interfaces/interface/subinterfaces/subinterface[index=1]/ipv4",
-            eth0,
-            {eth0 + "/subinterfaces/subinterface[index=1]/ipv4"}},
-           {"/interfaces/.../mtu", eth0, {eth0}},
-           {"/interfaces/interface/*/mtu", eth0, {eth0}},
-       }) {
-    auto const request = Agent::RequestPath::of({}, path(row.pattern));
-    Agent::Selector const selector(
-        std::make_shared<Agent::Pattern const>(Agent::Pattern::of(request.value()).value()), {});
-    std::vector<gnmi::Path> ends;
-    selector.appendEnds({}, path(row.end), ends);
-    std::vector<std::string> told;
-    for (gnmi::Path const& end : ends)
-      told.push_back(text(end));
-    EXPECT_EQ(told, row.told) << row.end << " for " << row.pattern;
-  }
 }
 
 } // namespace

@@ -1,15 +1,11 @@
 // ONCE, POLL and STREAM against the tree, over gRPC.
-
 #include <gmock/gmock.h>
 
 #include "agent/paths/Pattern.h"
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -26,40 +22,6 @@ protected:
     return made;
   }
 };
-
-TEST_F(SubscribeModes, pathsSelectTheirLeaves) {
-  for (char const* const name : {"eth0", "eth1", "lo"})
-    bench.addInterface(name);
-  struct Row {
-    char const* path;
-    char const* leaf; // of each interface in `of`
-    std::vector<char const*> of;
-  };
-  std::vector<char const*> const all = {"eth0", "eth1", "lo"};
-  for (Row const& row :
-       std::vector<Row>{{"/interfaces/interface[name=eth0]/state/mtu", "/state/mtu", {"eth0"}},
-                        {"/interfaces/interface[name=*]/state/mtu", "/state/mtu", all},
-                        {"/interfaces/interface/state/mtu", "/state/mtu", all},
-                        {"/interfaces/*/state/counters", "/state/counters/in-octets", all},
-                        {"/interfaces/interface[name=lo]/*/mtu", "/state/mtu", {"lo"}},
-                        {"/*/interface[name=lo]/state/mtu", "/state/mtu", {"lo"}},
-                        {"/.../in-octets", "/state/counters/in-octets", all},
-                        {"/interfaces/interface[name=none]/state", "", {}},
-                        {"/interfaces/interface[name=lo]/ethernet", "", {}},
-                        {"/interfaces/interface[name=lo]/name", "/name", {"lo"}}}) {
-    SCOPED_TRACE(row.path);
-    auto const client = call(once().add(row.path).done());
-    client->untilSync();
-    std::vector<std::string> wanted, got;
-    for (char const* const name : row.of)
-      wanted.push_back(fmt::format("/interfaces/interface[name={}]{}", name, row.leaf));
-    for (auto const& [path, value] : client->tree)
-      got.push_back(path);
-    EXPECT_EQ(got, wanted);
-    EXPECT_THAT(client->complaints, IsEmpty());
-    EXPECT_TRUE(client->status().ok());
-  }
-}
 
 TEST_F(SubscribeModes, updatesOnlyBeginsWithTheSync) {
   auto const eth0 = bench.addInterface("eth0");

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <grpcpp/generic/generic_stub.h>
-
 #include "service/subscribe_testing.h"
 
 using namespace ServiceTesting;
@@ -51,8 +49,6 @@ std::vector<Row> refusals() {
       {"an unknown subscription mode",
        changed([](List& l) { l.mutable_subscription(0)->set_mode(static_cast<gnmi::SubscriptionMode>(9)); })},
       {"encoding BYTES", changed([](List& l) { l.set_encoding(gnmi::BYTES); }), Code::UNIMPLEMENTED},
-      {"an unknown encoding", changed([](List& l) { l.set_encoding(static_cast<gnmi::Encoding>(42)); }),
-       Code::UNIMPLEMENTED},
       {"different origins in prefix and path", changed([](List& l) {
          l.mutable_prefix()->set_origin("openconfig");
          firstPath(l).set_origin("openconfig-interfaces");
@@ -83,10 +79,6 @@ std::vector<Row> refusals() {
            firstPath(l).add_elem()->set_name("a");
        })},
       {"a path outside of the schema", list(once().add("/interfaces/nothing")), Code::NOT_FOUND},
-      {"something below a leaf", list(once().add("/interfaces/interface/state/mtu/more")), Code::NOT_FOUND},
-      {"a wildcard that leads nowhere", list(once().add("/interfaces/*/nothing")), Code::NOT_FOUND},
-      {"a key of a container", list(once().add("/interfaces[name=x]"))},
-      {"an unknown key", list(once().add("/interfaces/interface[title=x]"))},
       {"a key value that cannot be",
        list(once().add("/interfaces/interface/subinterfaces/subinterface[index=x]"))},
       {"too short an interval", list(stream().add("/", gnmi::SAMPLE, 1000))},
@@ -179,21 +171,6 @@ TEST_F(SubscribeRefusals, aCallThatEndsBeforeItBegins) {
   Subscriber client(bench, server.channel());
   client.halfClose();
   EXPECT_EQ(client.status().error_code(), Code::INVALID_ARGUMENT);
-}
-
-TEST_F(SubscribeRefusals, bytesThatAreNoRequest) {
-  grpc::GenericStub stub(server.channel());
-  for (std::string const& bytes :
-       {std::string("\xff\xff\xff"), std::string("\x0a\x7f", 2),
-        std::string("\x0a\x09\x12\x07\x0a\x05\x1a\x03\x0a\x01\xff")}) { // a name that is not UTF-8
-    grpc::Slice const slice(bytes);
-    grpc::ByteBuffer const request(&slice, 1);
-    grpc::ByteBuffer answer;
-    grpc::Status const status = awaited(bench, [&](grpc::ClientContext* context, auto told) {
-      stub.UnaryCall(context, "/gnmi.gNMI/Subscribe", {}, &request, &answer, told);
-    });
-    EXPECT_EQ(status.error_code(), Code::INVALID_ARGUMENT);
-  }
 }
 
 } // namespace

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "Kel/Dir.h"
-#include "agent/data/SetRun.h"
 
 namespace YangTesting {
 
@@ -114,15 +113,5 @@ Agent::Limits const& loadedFirst() {
 } // namespace
 
 Bench::Bench() : DataBench(loadedFirst()) { model().containersIn(*Kel::globalDir()); }
-
-grpc::Status Bench::provided(std::string_view text) {
-  auto plan = Agent::setPlanOf(ServiceTesting::setRequest(text), nullptr, Agent::Writer::Provider);
-  if (!plan) return plan.error();
-  grpc::Status status(grpc::StatusCode::UNKNOWN, "it has not ended");
-  runtime().sets().setIs(
-      {std::move(*plan), nullptr, [&status](auto const& how, std::int64_t) { status = how; }});
-  settle();
-  return status;
-}
 
 } // namespace YangTesting

@@ -14,7 +14,9 @@ class Bench : public ServiceTesting::DataBench {
 public:
   Bench();
   // A Set of the device's own processes.
-  grpc::Status provided(std::string_view text);
+  grpc::Status provided(std::string_view text) {
+    return setHere(ServiceTesting::setRequest(text), Agent::Writer::Provider);
+  }
 };
 
 } // namespace YangTesting
