@@ -11,7 +11,7 @@
 
 namespace Kel {
 
-void throwError(std::string text) { throw Error(std::move(text)); }
+void throwError(std::string text) { throw Error(text); }
 
 std::string raisedText() {
   try {

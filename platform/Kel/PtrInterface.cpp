@@ -2,6 +2,7 @@
 // once.
 #include "Kel/PtrInterface.h"
 
+#include "Kel/GenericIf.h"
 #include "Kel/Notifiee.h"
 #include "Kel/Type.h"
 
