@@ -67,11 +67,9 @@ Kstd::Result<std::unique_ptr<Agent::YangModel>, std::string> yangModelOf(Agent::
   return model;
 }
 
-// Puts the modules' containers into the model, and the data of the options into them. What Sets are held to
-// then; null for nothing.
+// Puts the data of the options into the model. What Sets are held to then; null for nothing.
 Kstd::Result<std::unique_ptr<Agent::Constraints>, std::string> fillYang(Agent::YangModel const& model,
                                                                         Agent::ServeOptions const& options) {
-  model.containersIn(*Kel::globalDir());
   auto filled = Agent::yangDataInto(*Kel::globalDir(), model, options.dataFiles, options.checksConstraints);
   if (!filled) return Kstd::Err(filled.error());
   for (std::string const& note : filled->notes)

@@ -1,7 +1,8 @@
 // ondra-load: the agent under load, over loopback. The agent runs in a process of its own (a child), this one
 // holds the subscribers.
 //
-//   ondra-load once [LEAVES]              one ONCE of a generated tree: leaves a second, time to the first update
+//   ondra-load once [LEAVES]              three ONCEs of a generated tree: leaves a second, time to the first update
+//   ondra-load read PORT PID              the same of all that an agent has that runs on this machine
 //   ondra-load streams [SUBSCRIBERS]      STREAMs of the machine's tree: time to sync, latency of changes, memory of an idle one
 //   ondra-load slow [SUBSCRIBERS]         one that never reads beside others: their latency without and with it, memory
 //
@@ -74,6 +75,15 @@ std::size_t residentBytes() {
   std::size_t resident = 0;
   statm >> total >> resident;
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+std::int64_t processorNs(std::string const& pid) {
+  std::ifstream stat("/proc/" + pid + "/stat");
+  std::string field;
+  std::int64_t ticks = 0;
+  for (int i = 1; stat >> field && i <= 15; ++i)
+    if (i >= 14) ticks += std::stol(field);
+  return ticks * 1'000'000'000L / sysconf(_SC_CLK_TCK);
 }
 
 // The processor time between one pass of the loop and the next.
@@ -155,7 +165,10 @@ public:
     port_ = readLine(pipes_.toParent[0]);
     if (port_.empty()) std::exit(1);
   }
+  // One that runs already.
+  AgentProcess(std::string port, std::string pid) : port_(std::move(port)), others_(std::move(pid)) {}
   ~AgentProcess() {
+    if (!others_.empty()) return;
     writeLine(pipes_.toChild[1], "stop");
     waitpid(child_, nullptr, 0);
   }
@@ -163,6 +176,7 @@ public:
   AgentProcess& operator=(AgentProcess const&) = delete;
 
   [[nodiscard]] std::int64_t ask(std::string const& command) {
+    if (!others_.empty()) return command == "cpu" ? processorNs(others_) : 0;
     writeLine(pipes_.toChild[1], command);
     return std::stol(readLine(pipes_.toParent[0]));
   }
@@ -178,6 +192,7 @@ private:
   Pipes pipes_{};
   pid_t child_ = 0;
   std::string port_;
+  std::string others_; // the process's id, of one that is not ours
 };
 
 // --- subscribers -------------------------------------------------------------------------------------------
@@ -288,8 +303,7 @@ constexpr std::uint64_t kUpdateField = 1;
 constexpr std::uint64_t kSyncField = 3;
 constexpr std::uint64_t kUpdatesOfNotification = 4;
 
-void measureOnce(std::size_t leaves, gnmi::Encoding encoding) {
-  AgentProcess agent(leaves);
+void measureOnce(AgentProcess& agent, std::vector<std::string> const& path, gnmi::Encoding encoding) {
   for (int round = 0; round < 3; ++round) {
     std::atomic<std::size_t> syncs = 0;
     std::size_t count = 0;
@@ -300,8 +314,8 @@ void measureOnce(std::size_t leaves, gnmi::Encoding encoding) {
     channel->WaitForConnected(std::chrono::system_clock::now() + std::chrono::seconds(10));
     std::int64_t const cpu = agent.ask("cpu");
     std::int64_t const start = nowNs();
-    Subscriber const subscriber(channel, requestOf(gnmi::SubscriptionList::ONCE, {"synthetic"}, encoding),
-                                true, [&](std::string_view response) {
+    Subscriber const subscriber(channel, requestOf(gnmi::SubscriptionList::ONCE, path, encoding), true,
+                                [&](std::string_view response) {
                                   bytes += response.size();
                                   ++messages;
                                   fieldsOf(response, [&](std::uint64_t field, std::string_view inner, auto) {
@@ -452,7 +466,10 @@ void measureSlow(std::size_t count) {
 }
 
 int usage() {
-  std::fprintf(stderr, "usage: ondra-load once [NUMBER [PROTO|JSON|JSON_IETF]] | streams|slow [NUMBER]\n");
+  std::fprintf(
+      stderr,
+      "usage: ondra-load once [NUMBER [PROTO|JSON|JSON_IETF]] | read PORT PID [PROTO|JSON|JSON_IETF] | "
+      "streams|slow [NUMBER]\n");
   return 2;
 }
 
@@ -462,10 +479,17 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   std::string_view const what = argc > 1 ? argv[1] : "";
   std::size_t const number = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0;
-  if (what == "once") {
+  if (what == "once" || (what == "read" && argc > 3)) {
+    int const last = what == "once" ? 3 : 4;
     gnmi::Encoding encoding = gnmi::PROTO;
-    if (argc > 3 && !gnmi::Encoding_Parse(argv[3], &encoding)) return usage();
-    measureOnce(number != 0 ? number : 1'000'000, encoding);
+    if (argc > last && !gnmi::Encoding_Parse(argv[last], &encoding)) return usage();
+    if (what == "once") {
+      AgentProcess agent(number != 0 ? number : 1'000'000);
+      measureOnce(agent, {"synthetic"}, encoding);
+    } else {
+      AgentProcess agent(argv[2], argv[3]);
+      measureOnce(agent, {}, encoding);
+    }
   } else if (what == "streams") {
     measureStreams(number != 0 ? number : 1'000);
   } else if (what == "slow") {

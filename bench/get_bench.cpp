@@ -24,8 +24,8 @@ public:
     Kel::globalDir()->entityDel(Agent::kOrigin);
     Agent::Context::Options options;
     options.limits.getBytes = std::size_t{1} << 32;
-    runtime_ = std::make_unique<Agent::Runtime>(options);
     Agent::declareSynthetic();
+    runtime_ = std::make_unique<Agent::Runtime>(options);
   }
   ~IdleAgent() {
     runtime_.reset();

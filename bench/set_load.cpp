@@ -1,17 +1,25 @@
-// ondra-set-load: small Sets on an agent that runs, one after the other from each client.
+// ondra-set-load: Sets on an agent that runs, one after the other from each client.
 //
-//   ondra-set-load ADDRESS [CLIENTS] [SECONDS]      1 client and 5 seconds unless said; plaintext
+//   ondra-set-load ADDRESS [CLIENTS] [SECONDS]        1 client and 5 seconds unless said; plaintext
+//   ondra-set-load provider ADDRESS PID [SECONDS]     PID: the agent's, which has the modules of demo/yang
 //
-// Each client has a connection and an interface of its own, whose description it changes. Prints how many
-// Sets were answered a second, and how long one took.
+// Small Sets: each client has a connection and an interface of its own, whose description it changes. Prints
+// how many Sets were answered a second, and how long one took. A provider's are of 1,000 leaves of state, two
+// on their way at a time: an entry's four leaves together, then one leaf of all entries after the other.
+// Prints how many leaves the agent took a second, and a second of its processor time.
+#include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -57,11 +65,92 @@ std::vector<double> client(std::string const& address, int index, Clock::time_po
   return took;
 }
 
+// --- a provider --------------------------------------------------------------------------------------------
+
+constexpr std::size_t kLeaves = 1'000; // of a Set
+
+grpc::ByteBuffer bytesOf(bool isByEntry, std::size_t salt) {
+  constexpr std::size_t kSensors = kLeaves / 4;
+  static constexpr char const* kNames[] = {"status", "millivolts", "readings", "errors"};
+  gnmi::SetRequest request;
+  request.mutable_prefix()->add_elem()->set_name("sensors");
+  for (std::size_t i = 0; i < kLeaves; ++i) {
+    std::size_t const leaf = isByEntry ? i % 4 : i / kSensors;
+    gnmi::Update& update = *request.add_update();
+    gnmi::PathElem& entry = *update.mutable_path()->add_elem();
+    entry.set_name("sensor");
+    (*entry.mutable_key())["name"] = fmt::format("s{}", isByEntry ? i / 4 : i % kSensors);
+    update.mutable_path()->add_elem()->set_name("state");
+    if (leaf >= 2) update.mutable_path()->add_elem()->set_name("counters");
+    update.mutable_path()->add_elem()->set_name(kNames[leaf]);
+    if (leaf == 0)
+      update.mutable_val()->set_string_val(salt % 2 == 0 ? "OK" : "ALARM");
+    else if (leaf == 1)
+      update.mutable_val()->set_int_val(static_cast<std::int64_t>(1'000 + salt));
+    else
+      update.mutable_val()->set_uint_val(salt + i);
+  }
+  std::string const bytes = request.SerializeAsString();
+  grpc::Slice const slice(bytes);
+  return {&slice, 1};
+}
+
+double processorSeconds(std::string const& pid) {
+  std::ifstream stat("/proc/" + pid + "/stat");
+  std::string field;
+  double ticks = 0;
+  for (int i = 1; stat >> field && i <= 15; ++i)
+    if (i >= 14) ticks += std::stod(field);
+  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+int provider(std::string const& address, std::string const& pid, std::chrono::seconds duration) {
+  auto const channel = grpc::CreateChannel(address, grpc::InsecureChannelCredentials());
+  for (bool const isByEntry : {true, false}) {
+    std::vector<grpc::ByteBuffer> requests;
+    for (std::size_t salt = 0; salt < 8; ++salt)
+      requests.push_back(bytesOf(isByEntry, salt));
+    double const before = processorSeconds(pid);
+    auto const start = Clock::now();
+    std::atomic<std::size_t> sets = 0;
+    auto const client = [&](std::size_t at) {
+      grpc::GenericStub stub(channel);
+      grpc::CompletionQueue queue;
+      for (; Clock::now() < start + duration; ++sets) {
+        grpc::ClientContext context;
+        auto const reader = stub.PrepareUnaryCall(&context, "/gnmi.gNMI/Set", requests[at++ % 8], &queue);
+        grpc::ByteBuffer answer;
+        grpc::Status status;
+        reader->StartCall();
+        reader->Finish(&answer, &status, nullptr);
+        void* tag = nullptr;
+        bool isOk = false;
+        queue.Next(&tag, &isOk);
+        if (status.ok()) continue;
+        fmt::print(stderr, "ondra-set-load: {}\n", status.error_message());
+        std::exit(1);
+      }
+    };
+    std::thread other(client, 4);
+    client(0);
+    other.join();
+    double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    double const leaves = static_cast<double>(sets * kLeaves);
+    fmt::print("{}: {:.0f} leaves a second, {:.0f} a second of the agent's processor time\n",
+               isByEntry ? "by entry" : "by leaf", leaves / seconds,
+               leaves / (processorSeconds(pid) - before));
+  }
+  return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+  bool const isProvider = argc > 3 && std::string_view(argv[1]) == "provider";
+  if (isProvider) return provider(argv[2], argv[3], std::chrono::seconds(argc > 4 ? std::atoi(argv[4]) : 5));
   if (argc < 2) {
-    fmt::print(stderr, "usage: ondra-set-load ADDRESS [CLIENTS] [SECONDS]\n");
+    fmt::print(stderr, "usage: ondra-set-load ADDRESS [CLIENTS] [SECONDS]\n"
+                       "       ondra-set-load provider ADDRESS PID [SECONDS]\n");
     return 2;
   }
   int const clients = argc > 2 ? std::atoi(argv[2]) : 1;

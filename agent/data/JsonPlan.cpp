@@ -123,7 +123,7 @@ private:
   JsonMember holder(std::string_view parentModule) {
     JsonMember made = member(parentModule);
     TypeNode const& node = nodes_.back();
-    made.form = node.isList() ? Form::List : node.attr ? Form::Container : Form::Module;
+    made.form = node.isList() ? Form::List : Form::Container;
     isPossible_ = isPossible_ && node.isObject() && node.type.isEntity() &&
                   (made.form != Form::Container || node.attr.readsInPlace());
     made.isToldEmpty = node.isPresence() && isWanted(node);

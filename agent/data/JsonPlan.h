@@ -27,7 +27,6 @@ struct JsonMember {
     Other, // whatever else is a leaf: by its handle, as messages have it
     Container,
     List,
-    Module, // a module's container, at the root
   };
 
   // `"name":`, with its module where that is told. Of a usual length it is copied without a loop.

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "Kel/Dir.h"
 #include "Kstd/Utf8.h"
 #include "Ondra/ScalarEncode.h"
 #include "agent/data/GetAnswer.h"
@@ -94,7 +93,6 @@ void JsonReader::step(Level& level) {
         Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(level.object.get())));
     level.isInList = true;
     return;
-  case Form::Module: ++level.at; return beginModule(member, *level.object);
   case Form::Container:
     if (member.below->isBounded) break;
     ++level.at;
@@ -130,11 +128,6 @@ void JsonReader::nextEntry(Level& level) {
   if (!plan.isBounded) return descend(plan, *object, open);
   write(plan, *object, open);
   text_.settle();
-}
-
-void JsonReader::beginModule(JsonMember const& member, Kel::Entity const& root) {
-  Kel::Ptr<Kel::Entity> const object = static_cast<Kel::Dir const&>(root).entity(member.node.name);
-  if (object) descend(*member.below, *object, opened(&member, '{'));
 }
 
 void JsonReader::descend(JsonPlan const& plan, Kel::PtrInterface const& object, Open open) {
@@ -242,8 +235,7 @@ bool JsonReader::writeValue(JsonMember const& member, void const* value, Kel::Pt
   case Form::Name: return writeName(member, value);
   case Form::Other: return writeOther(member, object);
   case Form::Container:
-  case Form::List:
-  case Form::Module: break;
+  case Form::List: break;
   }
   return false;
 }

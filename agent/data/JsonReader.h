@@ -58,7 +58,6 @@ private:
 
   void step(Level& level);
   void nextEntry(Level& level);
-  void beginModule(JsonMember const& member, Kel::Entity const& root);
   void descend(JsonPlan const& plan, Kel::PtrInterface const& object, Open open);
   void ascend();
   void closeRemoved();

@@ -41,9 +41,8 @@ bool isKeyLess(std::string_view a, std::string_view b) {
   return a < b;
 }
 
-// The position of a member in its container's declaration; at the root, where there is none, by the order of
-// arrival.
-std::size_t positionOf(TypeNode const& type) { return type.attr ? type.attr.desc().index : 0; }
+// The position of a member in its container's declaration.
+std::size_t positionOf(TypeNode const& type) { return type.attr.desc().index; }
 
 } // namespace
 

@@ -17,12 +17,10 @@ constexpr std::size_t kKeysAtATime = 64; // looked up while nothing changes
 
 } // namespace
 
+Handle dataRoot() { return Kel::handleTo(dataRootIn(*Kel::globalDir())); }
+
 Handle containerOf(TypeNode const& child, Handle const& parent) {
-  if (child.attr) return parent ? child.attr.genericIfGet(parent) : nullptr;
-  Kel::Ptr<Kel::Entity> const root = Kel::globalDir()->entity(kOrigin);
-  auto const* const dir = dynamic_cast<Kel::Dir const*>(root.get());
-  Kel::Ptr<Kel::Entity> const entity = dir == nullptr ? nullptr : dir->entity(child.name);
-  return Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity.get()));
+  return parent ? child.attr.genericIfGet(parent) : nullptr;
 }
 
 Handle keyHandleOf(TypeNode const& list, std::string_view text) {
@@ -30,8 +28,7 @@ Handle keyHandleOf(TypeNode const& list, std::string_view text) {
 }
 
 Handle entryOf(TypeNode const& list, Handle const& parent, Handle const& key) {
-  return parent && key && list.attr.genericIfExist(parent, key) ? list.attr.genericIfGet(parent, key)
-                                                                : nullptr;
+  return parent && key ? list.attr.genericIfGet(parent, key) : nullptr;
 }
 
 std::vector<Handle> keysBehind(Kel::KelAttr list, Handle const& parent, Handle const& last) {
@@ -50,16 +47,22 @@ Kel::KelAttr keyCopyOf(TypeNode const& container) {
 }
 
 bool isEntryConfig(TypeNode const& child) {
-  return child.attr && !child.isList() && child.isObject() && child.attr.isRemovable() && keyCopyOf(child);
+  return !child.isList() && child.isObject() && child.attr.isRemovable() && keyCopyOf(child);
 }
 
 namespace {
+
+// A leaf-list is always there; it has a value when it has entries.
+bool hasValue(Kel::KelAttr leaf, Handle const& object) {
+  return leaf.isArray() ? static_cast<bool>(leaf.genericIfIteratorConst(object))
+                        : leaf.genericIfExist(object);
+}
 
 // Whether anything at or below an object is state, beside copies of keys.
 bool holdsState(TypeNode const& type, Handle const& object) {
   return std::ranges::any_of(type.children(), [&object](TypeNode const& child) {
     if (LeafInfo const* const leaf = child.leaf())
-      return !leaf->isConfig && !leaf->isKeyCopy && child.attr.genericIfExist(object);
+      return !leaf->isConfig && !leaf->isKeyCopy && hasValue(child.attr, object);
     if (!child.isList()) {
       Handle const below = containerOf(child, object);
       return below && holdsState(child, below);
@@ -84,13 +87,13 @@ bool isOfMachine(TypeNode const& list, Handle const& entry) {
   Handle const object = state ? containerOf(*state, entry) : nullptr;
   if (!object) return false;
   return std::ranges::any_of(state->children(), [&object](TypeNode const& child) {
-    return child.leaf() != nullptr && !child.leaf()->isKeyCopy && child.attr.genericIfExist(object);
+    return child.leaf() != nullptr && !child.leaf()->isKeyCopy && hasValue(child.attr, object);
   });
 }
 
 bool containerIsAt(gnmi::Path const& path) {
   TypeNode node = TypeNode::root();
-  Handle object;
+  Handle object = dataRoot();
   for (gnmi::PathElem const& elem : path.elem()) {
     auto const child = node.child(elem.name());
     if (!child) return false;
@@ -102,8 +105,7 @@ bool containerIsAt(gnmi::Path const& path) {
       next = entryOf(*child, object, keyHandle(child->attr, values));
     } else {
       next = containerOf(*child, object);
-      if (!next && object && child->attr)
-        next = child->attr.genericIfSet(Kel::GenericIf::toObject(object->object()), Kel::ArgList());
+      if (!next) next = child->attr.genericIfSet(Kel::GenericIf::toObject(object->object()), Kel::ArgList());
     }
     if (!next) return false;
     object = next;
@@ -114,7 +116,7 @@ bool containerIsAt(gnmi::Path const& path) {
 
 bool isContainerThere(RequestPath const& path) {
   TypeNode node = TypeNode::root();
-  Handle object;
+  Handle object = dataRoot();
   for (RequestElem const& elem : path.elems) {
     auto const child = node.child(elem.name);
     if (!child || child->leaf() != nullptr) return false;
@@ -126,7 +128,7 @@ bool isContainerThere(RequestPath const& path) {
       // Of types made at run time, containers that mean nothing by themselves stand there once they hold
       // something: for those who ask they are always there.
       object = containerOf(*child, object);
-      bool const isImplied = child->attr && child->type.isRuntime() && !child->attr.isRemovable();
+      bool const isImplied = child->type.isRuntime() && !child->attr.isRemovable();
       if (!object && !isImplied) return false;
     }
     node = *child;

@@ -12,8 +12,9 @@ namespace Agent {
 
 using Handle = Kel::KelAttr::ConstHandle;
 
-// The container below a place: a module's own, or what an attribute of `parent` holds. Null when it is not
-// there.
+// The data root.
+[[nodiscard]] Handle dataRoot();
+// The container below a place. Null when it is not there.
 [[nodiscard]] Handle containerOf(TypeNode const& child, Handle const& parent);
 // The key of a list from its text in a path; null for a text that is none.
 [[nodiscard]] Handle keyHandleOf(TypeNode const& list, std::string_view text);

@@ -33,6 +33,8 @@ SetBack::SetBack(SetDiff const& diff, Tovak::Task const& task) : task_(task) {
       places_.push_back(placeOf(pathOfBytes(bytesOf(place))));
     });
   }
+  for (std::string const& made : diff.presences)
+    places_.push_back(placeOf(pathOfBytes(made)));
   std::ranges::sort(places_);
   std::vector<std::string> apart;
   for (std::string& place : places_)
@@ -51,12 +53,12 @@ Steps SetBack::place(std::string const& bytes) {
   gnmi::Path const whole = pathOfBytes(bytes);
   path_.Clear();
   TypeNode type = TypeNode::root();
-  Handle object;
+  Handle object = dataRoot();
   for (gnmi::PathElem const& elem : whole.elem()) {
     auto const child = type.child(elem.name());
     if (!child) co_return;
     if (child->leaf() != nullptr) {
-      if (object) leaf(*child, object);
+      leaf(*child, object);
       co_return;
     }
     if (child->isList()) {
@@ -100,7 +102,13 @@ Steps SetBack::below(TypeNode type, Handle object) {
       }
     } else if (Handle const container = containerOf(child, object)) {
       path_.add_elem()->set_name(child.name.data(), child.name.size());
+      int const before = request.update_size();
       co_await below(child, container);
+      if (child.isPresence() && request.update_size() == before) { // it is there with nothing in it
+        gnmi::Update& update = *request.add_update();
+        *update.mutable_path() = path_;
+        update.mutable_val()->set_json_ietf_val("{}");
+      }
       path_.mutable_elem()->RemoveLast();
     }
   }
@@ -116,6 +124,7 @@ void SetBack::leaf(TypeNode const& type, Handle const& object) {
     auto& elements = *value.mutable_leaflist_val()->mutable_element();
     for (auto member = type.attr.genericIfIteratorConst(object); member && isRead; ++member)
       isRead = Ondra::extractScalar(nullptr, member.ptr(), elements.Add());
+    isRead = isRead && !elements.empty(); // one without entries is not there
   } else {
     isRead = Ondra::extractScalar(nullptr, type.attr.genericIfGet(object), &value);
   }

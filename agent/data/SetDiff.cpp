@@ -80,8 +80,7 @@ SetParts::Place const& SetParts::placeIs(Way const& way) {
   last_.resize(common);
   Place const* place = common == 0 ? &part.root() : last_.back().second;
   for (WayStep const& step : std::span(way).subspan(common)) {
-    TypeNode const& type = *step.type;
-    place = type.attr ? &part.placeIs(*place, type.attr, step.key) : &part.entityIs(*place, type.name);
+    place = &part.placeIs(*place, step.type->attr, step.key);
     last_.emplace_back(step.number, place);
   }
   return *place;
@@ -89,8 +88,8 @@ SetParts::Place const& SetParts::placeIs(Way const& way) {
 
 Steps SetDiff::run() {
   for (RequestPath const& path : plan_.deletes)
-    co_await markDeleted(plan_.root, nullptr, PathStates(path));
-  co_await below(&plan_.root, plan_.root.type, nullptr, false);
+    co_await markDeleted(plan_.root, dataRoot(), PathStates(path));
+  co_await below(&plan_.root, plan_.root.type, dataRoot(), false);
 }
 
 // --- deletes -----------------------------------------------------------------------------------------------
@@ -140,7 +139,7 @@ Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool is
   if (node != nullptr && node->isCleared) cleared.push_back(pathHere());
   isCleared = isCleared || (node != nullptr && node->isCleared);
   shapes = shapes || isCleared;
-  if (isCleared && (object || type.isRoot())) {
+  if (isCleared && object) {
     for (TypeNode const& child : type.children()) {
       if (!hasWritable(child, plan_.root.writer)) continue;
       PlanNode const* const planned = node == nullptr || child.isList() ? nullptr : node->child(child.name);
@@ -155,7 +154,9 @@ Steps SetDiff::below(PlanNode const* node, TypeNode type, Handle object, bool is
   }
   if (node == nullptr) co_return;
   for (auto const& child : node->children()) {
-    if (child->type.isList()) {
+    if (child->type.isList() && takePlainEntry(*child, object)) {
+      // and that was all
+    } else if (child->type.isList()) {
       co_await entry(child.get(), child->type, child->key, keyHandleOf(child->type, child->key), object,
                      false);
     } else if (child->type.leaf() != nullptr) {
@@ -188,7 +189,7 @@ Steps SetDiff::container(PlanNode const* node, TypeNode type, Handle parent, boo
     leave();
     co_return;
   }
-  bool const isValue = type.attr && !type.attr.isInstantiating();
+  bool const isValue = !type.attr.isInstantiating();
   std::size_t const undoBefore = undo.size();
   std::size_t const writesBefore = writes.size();
   enter(type);
@@ -313,6 +314,26 @@ void SetDiff::leaf(PlanNode const* node, TypeNode const& type, Handle const& obj
   leave();
 }
 
+bool SetDiff::takePlainEntry(PlanNode const& entry, Handle const& parent) {
+  constexpr std::size_t kMost = 32;
+  if (plan_.root.writer != Writer::Provider || !entry.type.type.isRuntime()) return false;
+  std::size_t const plainBefore = plain.size();
+  std::size_t const undoBefore = undo.size();
+  if (takeAllPlain(entry, parent, plainBefore + kMost)) return true;
+  plain.resize(plainBefore);
+  undo.resize(undoBefore);
+  return false;
+}
+
+bool SetDiff::takeAllPlain(PlanNode const& node, Handle const& parent, std::size_t most) {
+  if (node.isCleared || plain.size() == most) return false;
+  if (node.type.leaf() != nullptr) return !node.value || takePlain(node.type, parent, *node.value);
+  Handle const object = node.type.isList() ? entryOf(node.type, parent, keyHandleOf(node.type, node.key))
+                                           : containerOf(node.type, parent);
+  return object && std::ranges::all_of(node.children(),
+                                       [&](auto const& child) { return takeAllPlain(*child, object, most); });
+}
+
 bool SetDiff::takePlain(TypeNode const& type, Handle const& object, gnmi::TypedValue const& value) {
   bool const isPlain = plan_.root.writer == Writer::Provider && object && valuesEntered_ == 0 &&
                        !type.leaf()->isConfig && !type.leaf()->isLeafList &&
@@ -320,18 +341,25 @@ bool SetDiff::takePlain(TypeNode const& type, Handle const& object, gnmi::TypedV
   if (!isPlain) return false;
   auto decoded = Ondra::KelGnmiSet::AttrTree::gnmiToKelValue(type.attr.memberType(), value);
   if (!decoded) return false;
-  remember(object, type.attr, nullptr);
+  if (type.type.isBuiltin() || type.type.isEnum())
+    remember(object, type.attr, nullptr, type.attr.genericIfGet(object)); // a copy of its own already
+  else
+    remember(object, type.attr, nullptr);
   plain.push_back({undo.back().object, type.attr, *std::move(decoded)});
   return true;
 }
 
 void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& key) {
   if (valuesEntered_ != 0) return;
-  Handle const old = attr.genericIfExist(object, key) ? attr.genericIfGet(object, key) : nullptr;
+  Handle const there = attr.genericIfExist(object, key) ? attr.genericIfGet(object, key) : nullptr;
+  remember(object, attr, key, there ? Handle(there->clone()) : nullptr);
+}
+
+void SetDiff::remember(Handle const& object, Kel::KelAttr attr, Handle const& key, Handle old) {
   undo.push_back({.object = Kel::GenericIf::toObject(object->object()),
                   .attr = attr,
                   .key = key,
-                  .old = old ? Handle(old->clone()) : nullptr,
+                  .old = std::move(old),
                   .made = {}});
 }
 

@@ -126,6 +126,10 @@ private:
   Steps entry(PlanNode const* node, TypeNode list, std::string entryKey, Handle key, Handle parent,
               bool isCleared);
   void leaf(PlanNode const* node, TypeNode const& type, Handle const& object, bool isCleared);
+  // Whether all that the plan says at and below an entry is plain writes into what is there, which they are
+  // then. Of a few.
+  [[nodiscard]] bool takePlainEntry(PlanNode const& entry, Handle const& parent);
+  [[nodiscard]] bool takeAllPlain(PlanNode const& node, Handle const& parent, std::size_t most);
   // Whether it is a plain write, which it is then.
   [[nodiscard]] bool takePlain(TypeNode const& type, Handle const& object, gnmi::TypedValue const& value);
   // Makes an entry's container of configuration where it has none.
@@ -136,6 +140,7 @@ private:
   void writeKey(Kel::KelAttr key, std::string_view text);
   // Remembers the attribute as it is, unless it lies in a value that has been remembered whole.
   void remember(Handle const& object, Kel::KelAttr attr, Handle const& key);
+  void remember(Handle const& object, Kel::KelAttr attr, Handle const& key, Handle old);
   // Both are alive until it leaves.
   void enter(TypeNode const& type, std::string_view entryKey = {}, Handle const& key = nullptr);
   void leave() { way_.pop_back(); }

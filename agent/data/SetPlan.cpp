@@ -222,54 +222,94 @@ Status writeJson(PlanNode& node, json const& value) {
 
 // --- operations --------------------------------------------------------------------------------------------
 
+bool isSame(gnmi::PathElem const& a, gnmi::PathElem const& b) {
+  if (&a == &b) return true;
+  if (a.name() != b.name() || a.key_size() != b.key_size()) return false;
+  if (a.key_size() == 1)
+    return a.key().begin()->second == b.key().begin()->second &&
+           a.key().begin()->first == b.key().begin()->first;
+  return std::ranges::all_of(a.key(), [&b](auto const& key) {
+    auto const found = b.key().find(key.first);
+    return found != b.key().end() && found->second == key.second;
+  });
+}
+
 // Finds the places that concrete paths mean. Most of a request's paths share their beginnings: the way to the
-// last place is remembered.
+// last place is remembered. Paths outlive it.
 class Places {
 public:
   explicit Places(PlanNode& root) : root_(root) {}
 
   // Containers that hold state alone are refused.
-  Kstd::Result<PlanNode*, Status> of(RequestPath path) {
+  Kstd::Result<PlanNode*, Status> of(gnmi::Path const& prefix, gnmi::Path const& path) {
+    if (Status status = frameCheck(prefix, path); !status.ok()) return Kstd::Err(status);
+    PathView const all(prefix, path, 0);
     std::size_t common = 0;
-    while (common < std::min(way_.size(), path.elems.size()) && elems_[common] == path.elems[common])
+    while (common < std::min(way_.size(), all.size()) && isSame(*way_[common].elem, all[common]))
       ++common;
-    elems_.resize(common);
     way_.resize(common);
-    while (way_.size() < path.elems.size()) {
-      auto next = below(last(), path, path.elems[way_.size()]);
-      if (!next) return next;
-      elems_.push_back(path.elems[way_.size()]);
-      way_.push_back(*next);
+    while (way_.size() < all.size()) {
+      gnmi::PathElem const& elem = all[way_.size()];
+      PlanNode* next = knownBelow(last(), elem);
+      if (next == nullptr) {
+        auto const made = newBelow(last(), prefix, path, way_.size());
+        if (!made) return made;
+        next = *made;
+      }
+      way_.push_back({&elem, next});
     }
     PlanNode& node = last();
     if (!hasWritable(node.type, node.writer) && !(node.type.leaf() != nullptr && repeatsKey(node)))
-      return Kstd::Err(invalid(path.text(), kState));
+      return Kstd::Err(invalid(node.path(), kState));
     return &node;
   }
 
 private:
-  PlanNode& last() { return way_.empty() ? root_ : *way_.back(); }
-  static Kstd::Result<PlanNode*, Status> below(PlanNode& node, RequestPath const& path,
-                                               RequestElem const& elem) {
+  struct Step {
+    gnmi::PathElem const* elem;
+    PlanNode* place;
+  };
+
+  PlanNode& last() { return way_.empty() ? root_ : *way_.back().place; }
+
+  // What the plan has there already, if the element says it as the plan does.
+  static PlanNode* knownBelow(PlanNode const& node, gnmi::PathElem const& elem) {
+    bool const isEntry = elem.key_size() == 1;
+    std::string_view const key = isEntry ? std::string_view(elem.key().begin()->second) : std::string_view();
+    if (elem.key_size() > 1 || key == "*") return nullptr;
+    PlanNode* const found = node.child(elem.name(), key);
+    if (found == nullptr || found->type.isList() != isEntry) return nullptr;
+    bool const isNamed = !isEntry || (found->type.keyCount() == 1 &&
+                                      found->type.key().name().view() == elem.key().begin()->first);
+    return isNamed ? found : nullptr;
+  }
+  static Kstd::Result<PlanNode*, Status> newBelow(PlanNode& node, gnmi::Path const& prefix,
+                                                  gnmi::Path const& path, std::size_t at) {
+    gnmi::PathElem const& from = PathView(prefix, path, 0)[at];
+    auto const child = node.type.child(from.name());
+    bool const isPlain = child && !child->isList() && from.key().empty();
+    if (isPlain) return &node.childIs(*child);
+    auto const whole = RequestPath::of(prefix, path); // says what is wrong with its form first
+    if (!whole) return whole.error();
+    std::string const text = whole->text();
+    RequestElem const& elem = whole->elems[at];
     if (elem.name == "*" || elem.name == "...")
-      return Kstd::Err(invalid(path.text(), "no wildcards where something is written"));
-    auto const child = node.type.child(elem.name);
-    if (!child) return Kstd::Err(unknown(path.text(), node.type, elem.name));
+      return Kstd::Err(invalid(text, "no wildcards where something is written"));
+    if (!child) return Kstd::Err(unknown(text, node.type, elem.name));
     auto const key = keyOf(elem, *child);
-    if (!key) return Kstd::Err(invalid(path.text(), key.error()));
+    if (!key) return Kstd::Err(invalid(text, key.error()));
     if (child->isList() && !*key)
-      return Kstd::Err(invalid(
-          path.text(), fmt::format("'{}' needs its key{}", elem.name, child->keyCount() > 1 ? "s" : "")));
+      return Kstd::Err(
+          invalid(text, fmt::format("'{}' needs its key{}", elem.name, child->keyCount() > 1 ? "s" : "")));
     if (*key && child->keyCount() == 1) {
       if (auto const checked = textCheck(*leafInfo(child->key()), **key); !checked)
-        return Kstd::Err(invalid(path.text(), checked.error()));
+        return Kstd::Err(invalid(text, checked.error()));
     }
     return &node.childIs(*child, key->value_or(std::string()));
   }
 
   PlanNode& root_;
-  std::vector<RequestElem> elems_;
-  std::vector<PlanNode*> way_; // what these mean
+  std::vector<Step> way_;
 };
 
 Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
@@ -303,9 +343,7 @@ Status write(PlanNode& node, gnmi::Update const& update, bool isReplace) {
 
 // What is replaced loses what is planned below it; the way that is remembered ends there.
 Status applyUpdate(Places& places, gnmi::Path const& prefix, gnmi::Update const& update, bool isReplace) {
-  auto path = RequestPath::of(prefix, update.path());
-  if (!path) return path.error();
-  auto const place = places.of(*std::move(path));
+  auto const place = places.of(prefix, update.path());
   if (!place) return place.error();
   PlanNode& node = **place;
   if (node.type.leaf() == nullptr && isReplace) {
@@ -433,9 +471,16 @@ public:
   explicit Choices(SetPlan& plan) : plan_(plan) {}
 
   Status apply(PlanNode& node) {
+    auto const isOfCase = [](auto const& child) { return child->isNamed && child->type.inCase != nullptr; };
     std::vector<PlanNode*> named; // clearing adds children
-    for (auto const& child : node.children())
-      if (child->isNamed) named.push_back(child.get());
+    bool const areCases = std::ranges::any_of(node.children(), isOfCase);
+    for (auto const& child : node.children()) {
+      if (!child->isNamed || (!areCases && child->children().empty())) continue;
+      if (areCases)
+        named.push_back(child.get());
+      else if (Status status = apply(*child); !status.ok())
+        return status;
+    }
     for (PlanNode* const child : named) {
       for (ChoiceCase const* each = child->type.inCase; each != nullptr; each = each->above)
         if (Status status = clearOthers(node, *each, *child); !status.ok()) return status;

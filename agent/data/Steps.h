@@ -3,9 +3,11 @@
 #pragma once
 
 #include <coroutine>
+#include <cstddef>
 #include <exception>
 #include <utility>
 
+#include "Kel/Memory.h"
 #include "Tovak/Assert.h"
 #include "Tovak/DebugHandler.h"
 
@@ -56,6 +58,9 @@ struct Steps::promise_type {
     void await_suspend(Handle ended) const noexcept { ended.promise().whole->next = ended.promise().caller; }
     void await_resume() const noexcept {}
   };
+
+  static void* operator new(std::size_t size) { return Kel::kelMemAlloc(size); }
+  static void operator delete(void* frame, std::size_t size) noexcept { Kel::kelMemFree(frame, size); }
 
   Steps get_return_object() {
     next = Handle::from_promise(*this);

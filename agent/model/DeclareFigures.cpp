@@ -128,12 +128,7 @@ void declareFigures() {
 
 Kel::Ptr<OndraAgent> figuresIn(Kel::Dir& root) {
   declareFigures();
-  Kel::Ptr<Kel::Dir> const origin = root.dirIs(kOrigin);
-  if (Kel::Ptr<Kel::Entity> const there = origin->entity(kFiguresName))
-    return Kel::staticPtrCast<OndraAgent>(there);
-  Kel::Ptr<OndraAgent> const made(new OndraAgent());
-  origin->entityIs(kFiguresName, made, false);
-  return made;
+  return Kel::staticPtrCast<OndraAgent>(topIn(root, kFiguresName));
 }
 
 } // namespace Agent

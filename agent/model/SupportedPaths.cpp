@@ -33,20 +33,21 @@ void appendLeaf(std::string& page, std::string_view path, LeafInfo const& leaf) 
                       rule, leaf.isConfig ? "config" : "state", leaf.isSampled ? "sampled" : "event");
 }
 
+void appendNode(std::string& page, std::string const& above, Kel::KelAttr attr);
+
 void appendType(std::string& page, std::string const& path, Kel::KelType type) {
-  for (Kel::KelTypeBase::AttributeQIterator it(type); it; ++it) {
-    Kel::KelAttr const attr = *it;
-    std::string below = fmt::format("{}/{}", path, attr.name().view());
-    if (LeafInfo const* const leaf = leafInfo(attr)) {
-      appendLeaf(page, below, *leaf);
-      continue;
-    }
-    if (attr.isKeyed() && attr.indexAttr()) below += fmt::format("[{}]", attr.indexAttr().name().view());
-    if (attr.isKeyed() && !attr.indexAttr())
-      for (Kel::KelTypeBase::AttributeQIterator key(attr.keyType()); key; ++key)
-        below += fmt::format("[{}]", (*key).name().view());
-    appendType(page, below, attr.memberType());
-  }
+  for (Kel::KelTypeBase::AttributeQIterator it(type); it; ++it)
+    appendNode(page, path, *it);
+}
+
+void appendNode(std::string& page, std::string const& above, Kel::KelAttr attr) {
+  std::string path = fmt::format("{}/{}", above, attr.name().view());
+  if (LeafInfo const* const leaf = leafInfo(attr)) return appendLeaf(page, path, *leaf);
+  if (attr.isKeyed() && attr.indexAttr()) path += fmt::format("[{}]", attr.indexAttr().name().view());
+  if (attr.isKeyed() && !attr.indexAttr())
+    for (Kel::KelTypeBase::AttributeQIterator key(attr.keyType()); key; ++key)
+      path += fmt::format("[{}]", (*key).name().view());
+  appendType(page, path, attr.memberType());
 }
 
 } // namespace
@@ -58,10 +59,10 @@ std::string supportedPaths() {
 
 std::string pathTables() {
   std::string page;
-  for (TopLevel const& top : topLevels()) {
-    page += fmt::format("\n## /{} ({})\n\n| path | type | class | mode |\n|---|---|---|---|\n", top.name,
-                        top.module);
-    appendType(page, fmt::format("/{}", top.name), top.type);
+  for (Kel::KelTypeBase::AttributeQIterator top(rootType()); top; ++top) {
+    page += fmt::format("\n## /{} ({})\n\n| path | type | class | mode |\n|---|---|---|---|\n",
+                        (*top).name().view(), nodeModule(*top));
+    appendNode(page, "", *top);
   }
   return page;
 }

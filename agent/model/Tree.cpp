@@ -1,22 +1,19 @@
-// What each entry gets with its place (fixed containers, copies of its key), and the tables of top levels and
-// published models.
+// What each entry gets with its place (fixed containers, copies of its key), the tables of top levels and
+// published models, and the data root made of them.
 #include "agent/model/Tree.h"
 
 #include <algorithm>
 #include <vector>
 
+#include <fmt/format.h>
+
+#include "Kel/Attr.h"
+#include "Kel/Error.h"
+#include "Kel/TypeBuilder.h"
 #include "agent/model/Declarations.h"
 
 namespace Agent {
 namespace {
-
-template <class E>
-Kel::Ptr<E> entityIn(Kel::Dir& dir, std::string_view name) {
-  if (Kel::Ptr<Kel::Entity> const there = dir.entity(name)) return Kel::staticPtrCast<E>(there);
-  Kel::Ptr<E> const made(new E());
-  dir.entityIs(name, made, false);
-  return made;
-}
 
 // Of a container in the entry `Entry`.
 template <class Entry, class Container, class M>
@@ -27,15 +24,28 @@ void keyCopyIs(Container& container, M Container::*copy, M Entry::*key) {
 
 bool isMachineLeftOut = false;
 constexpr std::string_view kUnseen = "unseen"; // the directory of what is left out
+constexpr std::string_view kInterfaces = "interfaces";
+constexpr std::string_view kSystem = "system";
+constexpr std::string_view kComponents = "components";
+
+template <class E>
+Kel::Ptr<E> machineIn(Kel::Dir& root, std::string_view name) {
+  if (!isMachineLeftOut) return Kel::staticPtrCast<E>(topIn(root, name));
+  Kel::Ptr<Kel::Dir> const dir = root.dirIs(kUnseen);
+  if (Kel::Ptr<Kel::Entity> const there = dir->entity(name)) return Kel::staticPtrCast<E>(there);
+  Kel::Ptr<E> const made(new E());
+  dir->entityIs(name, made, false);
+  return made;
+}
 
 std::vector<TopLevel>& declaredTops() {
   declareTypes();
   static auto* const all = isMachineLeftOut
                                ? new std::vector<TopLevel>()
                                : new std::vector<TopLevel>{
-                                     {"interfaces", Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
-                                     {"system", Kel::typeOf<System>(), Impl::kSystemModule},
-                                     {"components", Kel::typeOf<Components>(), Impl::kPlatformModule},
+                                     {kInterfaces, Kel::typeOf<Interfaces>(), Impl::kInterfacesModule},
+                                     {kSystem, Kel::typeOf<System>(), Impl::kSystemModule},
+                                     {kComponents, Kel::typeOf<Components>(), Impl::kPlatformModule},
                                  };
   return *all;
 }
@@ -216,13 +226,57 @@ void publishedModelIs(PublishedModel const& model) {
 
 std::span<PublishedModel const> publishedModels() { return declaredModels(); }
 
+// --- the data root -----------------------------------------------------------------------------------------
+
+namespace {
+
+Kel::KelType rootTypeOf(std::vector<TopLevel> const& tops) {
+  Kel::TypeBuilder builder("ondra-agent", fmt::format("data root of {}", tops.size()), Kel::TypeKind::Entity);
+  for (TopLevel const& top : tops)
+    if (top.declare)
+      top.declare(builder);
+    else
+      builder.instantiating(top.name, top.type).removable(false);
+  auto const made = builder.done();
+  if (!made) Kel::throwError(made.error());
+  for (std::size_t i = 0; i < tops.size(); ++i) {
+    Impl::NodeRecord record = tops[i].record;
+    record.module = tops[i].module;
+    Impl::nodeRecordIs(made->attrAt(i), record);
+  }
+  return *made;
+}
+
+} // namespace
+
+Kel::KelType rootType() {
+  static Kel::KelType made;
+  std::vector<TopLevel> const& tops = declaredTops();
+  if (!made || made.attrCount() != tops.size()) made = rootTypeOf(tops);
+  return made;
+}
+
+Kel::Ptr<Kel::Entity> dataRootIn(Kel::Dir& root) {
+  if (Kel::Ptr<Kel::Entity> there = root.entity(kOrigin)) return there;
+  Kel::Ptr<Kel::Entity> const made = Kel::staticPtrCast<Kel::Entity>(rootType().desc().makeObject());
+  root.entityIs(kOrigin, made);
+  return made;
+}
+
+Kel::Ptr<Kel::Entity> topIn(Kel::Dir& root, std::string_view name) {
+  Kel::Ptr<Kel::Entity> const dataRoot = dataRootIn(root);
+  Kel::KelAttr const attr = dataRoot->fwkType().attr(name);
+  if (!attr) Kel::throwError(fmt::format("'{}' has been declared after the data root was made", name));
+  auto const handle = Kel::handleTo(dataRoot);
+  if (Kel::Ptr<Kel::Entity> there = Kel::entityAt(attr.genericIfGet(handle))) return there;
+  return Kel::entityAt(attr.genericIfSet(handle, Kel::ArgList()));
+}
+
 Tree treeIn(Kel::Dir& root) {
-  declareTypes();
-  Kel::Ptr<Kel::Dir> const origin = root.dirIs(kOrigin);
-  Kel::Ptr<Kel::Dir> const dir = isMachineLeftOut ? root.dirIs(kUnseen) : origin;
-  return {.interfaces = entityIn<Interfaces>(*dir, "interfaces"),
-          .system = entityIn<System>(*dir, "system"),
-          .components = entityIn<Components>(*dir, "components")};
+  static_cast<void>(dataRootIn(root));
+  return {.interfaces = machineIn<Interfaces>(root, kInterfaces),
+          .system = machineIn<System>(root, kSystem),
+          .components = machineIn<Components>(root, kComponents)};
 }
 
 } // namespace Agent

@@ -1,6 +1,8 @@
-// The agent's tree: declares the types of the model and makes the three entities that hold it all.
+// The agent's tree: the data root, an entity whose type has an attribute for each node at the top, and the
+// types of the machine's own three of them.
 #pragma once
 
+#include <functional>
 #include <span>
 #include <string_view>
 
@@ -9,13 +11,19 @@
 #include "Kel/Type.h"
 #include "agent/model/Component.h"
 #include "agent/model/Interface.h"
+#include "agent/model/Schema.h"
 #include "agent/model/System.h"
+
+namespace Kel {
+class TypeBuilder;
+} // namespace Kel
 
 namespace Agent {
 
-inline constexpr std::string_view kOrigin = "openconfig"; // the directory under the root: the data root
+inline constexpr std::string_view kOrigin =
+    "openconfig"; // the data root's name in the model's root directory
 
-// The entities below the data root. They live as long as the directory that holds them.
+// The machine's containers at the top. They live as long as the data root that holds them.
 struct Tree {
   Kel::Ptr<Interfaces> interfaces;
   Kel::Ptr<System> system;
@@ -26,16 +34,24 @@ struct Tree {
 // `leafInfo`.
 void declareTypes();
 
-// The directory "openconfig" in `root` (`Kel::globalDir()` in the agent) with its three entities, made if
-// missing. All fixed containers are there from the start; lists are empty. Declares the types. Scheduler
-// thread.
+// The data root in `root` (`Kel::globalDir()` in the agent), made if missing. What is to stand in it must
+// have been declared by then. Scheduler thread.
+[[nodiscard]] Kel::Ptr<Kel::Entity> dataRootIn(Kel::Dir& root);
+// Its container of that name, made if missing. Raises `Kel::Error` when it has been declared since the root
+// was made.
+[[nodiscard]] Kel::Ptr<Kel::Entity> topIn(Kel::Dir& root, std::string_view name);
+// The machine's, with all fixed containers; lists are empty. Declares the types.
 [[nodiscard]] Tree treeIn(Kel::Dir& root);
 
-// The entities of the data root as declared: name, type and the module that published them.
+// A node at the top.
 struct TopLevel {
   std::string_view name;
-  Kel::KelType type;
+  Kel::KelType type; // of the container or entries, of a leaf its value's
   std::string_view module;
+  // How it stands in the data root's type, and what is published of it; none: a container that nobody
+  // removes.
+  std::function<void(Kel::TypeBuilder&)> declare = {};
+  Impl::NodeRecord record = {};
 };
 // A model that the tree is made of, as Capabilities lists them.
 struct PublishedModel {
@@ -43,14 +59,16 @@ struct PublishedModel {
   std::string_view organization;
   std::string_view version;
 };
-// The machine's entities stand beside the data root from here on, where nobody sees them, and of its models
+// The machine's containers stand beside the data root from here on, where nobody sees them, and of its models
 // nothing is served. To be called before anything else here.
 void machineIsLeftOut();
-// The three entities of the tree first, then what was added. Constant once other threads look at it.
+// The machine's three first, then what was added. Constant once other threads look at it.
 [[nodiscard]] std::span<TopLevel const> topLevels();
-// Adds the type of an entity that is to stand beside those three, and a model of which there are nodes; the
-// same name again changes nothing. The texts must live for the process. To be called before other threads ask
-// for `topLevels`, `publishedModels` or `leafInfo`.
+// The type of a data root that is made now: an attribute for each of them, in their order.
+[[nodiscard]] Kel::KelType rootType();
+// Adds a node that is to stand beside those three, and a model of which there are nodes; the same name again
+// changes nothing. The texts must live for the process. To be called before other threads ask for
+// `topLevels`, `rootType`, `publishedModels` or `leafInfo`.
 void topLevelIs(TopLevel const& top);
 void publishedModelIs(PublishedModel const& model);
 // The models of which anything is served.

@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "Kel/Dir.h"
 #include "Ondra/GnmiUtils.h"
 #include "Ondra/KeyDecoder.h"
 #include "Ondra/PathElem.h"
@@ -70,13 +71,13 @@ bool isMeant(Pattern::Elem const& elem, Kel::KelAttr attr) {
 } // namespace
 
 ObjectCursor::Result ObjectCursor::next() {
-  root_ = Kel::dynamicPtrCast<Kel::Dir>(Kel::globalDir()->entity(kOrigin));
+  Kel::Ptr<Kel::Entity> const root = Kel::globalDir()->entity(kOrigin);
   object_.reset();
   path_.reset();
   elems_.clear();
   budget_ = kMembersAtATime;
-  if (!root_) return Result::End;
-  return descend(0, root_, std::exchange(started_, true));
+  if (!root) return Result::End;
+  return descend(0, root, std::exchange(started_, true));
 }
 
 ObjectCursor::Result ObjectCursor::descend(std::size_t depth, Kel::Ptr<Kel::Entity> const& object,
@@ -93,7 +94,6 @@ ObjectCursor::Result ObjectCursor::descend(std::size_t depth, Kel::Ptr<Kel::Enti
     return Result::Found;
   }
   onTheWay = onTheWay && depth < standing_.size();
-  if (depth == 0) return descendRoot(onTheWay);
   Pattern::Elem const& elem = pattern_.elems()[depth];
   Handle const handle = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(object.get()));
   if (elem.kind == Kind::Name) {
@@ -106,20 +106,6 @@ ObjectCursor::Result ObjectCursor::descend(std::size_t depth, Kel::Ptr<Kel::Enti
     if (!isMeant(elem, attr)) continue;
     if (Result const result = descendAttr(depth, handle, attr, onTheWay); result != Result::End)
       return result;
-  }
-  return Result::End;
-}
-
-ObjectCursor::Result ObjectCursor::descendRoot(bool onTheWay) {
-  Pattern::Elem const& elem = pattern_.elems()[0];
-  std::span<TopLevel const> const tops = topLevels();
-  for (std::size_t at = onTheWay ? standing_[0].position : 0; at < tops.size(); ++at, onTheWay = false) {
-    if (elem.kind == Kind::Name && tops[at].name != elem.name) continue;
-    Kel::Ptr<Kel::Entity> const entity = root_->entity(tops[at].name);
-    if (!entity) continue;
-    Handle const handle = Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity.get()));
-    Result const result = descendInto(0, at, nullptr, handle, nameElem(tops[at].name), onTheWay);
-    if (result != Result::End) return result;
   }
   return Result::End;
 }

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "Kel/Attr.h"
-#include "Kel/Dir.h"
 #include "Kel/Entity.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
@@ -36,8 +35,8 @@ public:
 
   // Looks at `kMembersAtATime` members at most.
   [[nodiscard]] Result next();
-  // Of the last `Found`: an object, or the data root's directory for a pattern that names none. Asked for
-  // once: the cursor lets go of it.
+  // Of the last `Found`; the data root for a pattern that names no object. Asked for once: the cursor lets go
+  // of it.
   [[nodiscard]] Kel::Ptr<Kel::Entity> takeObject() { return std::move(object_); }
   // Until the next call.
   [[nodiscard]] Kel::Ptr<Ondra::Path const> path() const {
@@ -53,12 +52,11 @@ public:
 private:
   using Handle = Kel::Ptr<Kel::GenericIf const>;
   struct Level {
-    std::size_t position = 0; // among the attributes, or among the entities of the data root
+    std::size_t position = 0; // among the attributes
     Handle key;               // detached; null for what has none
   };
 
   Result descend(std::size_t depth, Kel::Ptr<Kel::Entity> const& object, bool onTheWay);
-  Result descendRoot(bool onTheWay);
   Result descendAttr(std::size_t depth, Handle const& object, Kel::KelAttr attr, bool onTheWay);
   Result descendMembers(std::size_t depth, Handle const& object, Kel::KelAttr attr, bool onTheWay);
   Result descendInto(std::size_t depth, std::size_t position, Handle const& key, Handle const& value,
@@ -71,7 +69,6 @@ private:
   bool wasFound_ = false; // what it stands at has been given; else it is looked at next
   std::size_t budget_ = 0;
   std::vector<Kel::Ptr<Ondra::PathElem const>> elems_; // on the way down
-  Kel::Ptr<Kel::Dir> root_;
   Kel::Ptr<Ondra::Path> path_;
   Kel::Ptr<Kel::Entity> object_;
 };

@@ -68,9 +68,7 @@ class NodeSet {
 public:
   // Whether it is new.
   bool add(TypeNode const& node) {
-    std::pair<void const*, std::string_view> const id{node.attr ? &node.attr.desc() : nullptr,
-                                                      node.attr ? std::string_view() : node.name};
-    if (!known_.insert(id).second) return false;
+    if (!known_.insert(node.isRoot() ? nullptr : &node.attr.desc()).second) return false;
     nodes_.push_back(node);
     return true;
   }
@@ -82,7 +80,7 @@ public:
   [[nodiscard]] Nodes take() { return std::move(nodes_); }
 
 private:
-  absl::flat_hash_set<std::pair<void const*, std::string_view>> known_;
+  absl::flat_hash_set<Kel::AttrDesc const*> known_;
   Nodes nodes_;
 };
 

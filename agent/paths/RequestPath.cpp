@@ -34,8 +34,6 @@ bool hasOldElements(gnmi::Path const& path) {
 }
 
 grpc::Status appendElems(std::vector<RequestElem>& elems, gnmi::Path const& from) {
-  if (from.elem_size() == 0 && hasOldElements(from))
-    return invalid("a path has the field element alone, which is not supported: use elem");
   if (elems.size() + static_cast<std::size_t>(from.elem_size()) > kMaxPathElems)
     return invalid(fmt::format("a path has more than {} elements", kMaxPathElems));
   for (gnmi::PathElem const& elem : from.elem()) {
@@ -55,15 +53,23 @@ bool isOriginServed(std::string_view origin) {
                              [origin](PublishedModel const& model) { return model.name == origin; });
 }
 
-RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const& path) {
+grpc::Status frameCheck(gnmi::Path const& prefix, gnmi::Path const& path) {
   if (!prefix.origin().empty() && !path.origin().empty() && prefix.origin() != path.origin())
     return invalid("the prefix and a path name different origins");
   if (!path.target().empty()) return invalid("a target belongs into the prefix");
+  std::string const& origin = prefix.origin().empty() ? path.origin() : prefix.origin();
+  if (!isOriginServed(origin)) return invalid(fmt::format("the origin {} is not served", statusText(origin)));
+  for (gnmi::Path const* const part : {&prefix, &path})
+    if (part->elem_size() == 0 && hasOldElements(*part))
+      return invalid("a path has the field element alone, which is not supported: use elem");
+  return grpc::Status::OK;
+}
+
+RequestPath::OrError RequestPath::of(gnmi::Path const& prefix, gnmi::Path const& path) {
+  if (grpc::Status status = frameCheck(prefix, path); !status.ok()) return status;
   RequestPath made;
   made.origin = prefix.origin().empty() ? path.origin() : prefix.origin();
   made.target = prefix.target();
-  if (!isOriginServed(made.origin))
-    return invalid(fmt::format("the origin {} is not served", statusText(made.origin)));
   made.elems.reserve(static_cast<std::size_t>(prefix.elem_size() + path.elem_size()));
   for (gnmi::Path const* const part : {&prefix, &path})
     if (grpc::Status status = appendElems(made.elems, *part); !status.ok()) return status;

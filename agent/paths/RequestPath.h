@@ -48,6 +48,9 @@ struct RequestPath {
   std::vector<RequestElem> elems;
 };
 
+// What `RequestPath::of` refuses, but for what is wrong with single elements and their number.
+[[nodiscard]] grpc::Status frameCheck(gnmi::Path const& prefix, gnmi::Path const& path);
+
 // Empty, "openconfig" or the name of a published module.
 [[nodiscard]] bool isOriginServed(std::string_view origin);
 

@@ -17,13 +17,6 @@
 namespace Agent {
 namespace {
 
-TypeNode topNode(TopLevel const& top) {
-  TypeNode node;
-  node.name = top.name;
-  node.module = top.module;
-  node.type = top.type;
-  return node;
-}
 // Nothing for what has not been published.
 std::optional<TypeNode> attrNode(Kel::KelAttr attr) {
   Impl::NodeRecord const* const record = attr ? Impl::nodeRecord(attr) : nullptr;
@@ -45,11 +38,6 @@ struct Facts {
 
 std::vector<TypeNode> childrenOf(TypeNode const& place) {
   std::vector<TypeNode> all;
-  if (place.isRoot()) {
-    for (TopLevel const& top : topLevels())
-      all.push_back(topNode(top));
-    return all;
-  }
   for (Kel::KelTypeBase::AttributeQIterator it(place.type); it; ++it)
     if (auto const node = attrNode(*it)) all.push_back(*node);
   return all;
@@ -57,12 +45,11 @@ std::vector<TypeNode> childrenOf(TypeNode const& place) {
 
 Facts const& factsOf(TypeNode const& node) {
   static Facts const none;
-  static thread_local absl::node_hash_map<Kel::TypeDesc const*, Facts> known; // null: of the root
+  static thread_local absl::node_hash_map<Kel::TypeDesc const*, Facts> known;
   if (node.leaf() != nullptr) return none;
-  auto const [at, isNew] = known.try_emplace(node.isRoot() ? nullptr : &node.type.desc());
+  auto const [at, isNew] = known.try_emplace(&node.type.desc());
   Facts& facts = at->second;
-  bool const hasGrown = node.isRoot() && facts.children.size() != topLevels().size();
-  if (isNew || hasGrown) {
+  if (isNew) {
     facts.children = childrenOf(node);
     for (Writer const writer : {Writer::Client, Writer::Provider}) {
       facts.hasWritable[static_cast<int>(writer)] = std::ranges::any_of(
@@ -108,9 +95,15 @@ Names const& unservedNames() {
 
 } // namespace
 
+TypeNode TypeNode::root() {
+  TypeNode node;
+  node.type = rootType();
+  return node;
+}
+
 bool TypeNode::isPublished(std::string_view wanted) const {
   if (leaf() != nullptr) return false;
-  if (isLeftOut(type, wanted)) return true;
+  if (isLeftOut(isRoot() ? Kel::KelType() : type, wanted)) return true;
   auto const found = unservedNames().find(isRoot() ? nullptr : &type.desc());
   return found != unservedNames().end() && found->second.contains(std::string(wanted));
 }
@@ -137,15 +130,7 @@ bool TypeNode::isPresence() const {
 std::optional<TypeNode> TypeNode::child(std::string_view wanted) const {
   std::size_t const colon = wanted.find(':');
   std::string_view const bare = colon == wanted.npos ? wanted : wanted.substr(colon + 1);
-  std::optional<TypeNode> found;
-  if (isRoot()) {
-    auto const& all = topLevels();
-    auto const top =
-        std::find_if(all.begin(), all.end(), [&](TopLevel const& each) { return each.name == bare; });
-    if (top != all.end()) found = topNode(*top);
-  } else if (leaf() == nullptr) {
-    found = attrNode(type.attr(bare));
-  }
+  std::optional<TypeNode> const found = leaf() == nullptr ? attrNode(type.attr(bare)) : std::nullopt;
   if (found && colon != wanted.npos && found->module != wanted.substr(0, colon)) return std::nullopt;
   return found;
 }

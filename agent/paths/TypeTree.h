@@ -16,8 +16,7 @@ class Path;
 
 namespace Agent {
 
-// A place in the tree of types: the root (no attribute, no type), a module's top-level container (no
-// attribute), or what an attribute holds.
+// A place in the tree of types: the root (no attribute), or what an attribute holds.
 struct TypeNode {
   std::string_view name; // lives for the process
   std::string_view module;
@@ -27,8 +26,8 @@ struct TypeNode {
   bool isState = false; // of a list
   ChoiceCase const* inCase = nullptr;
 
-  [[nodiscard]] static TypeNode root() { return {}; }
-  [[nodiscard]] bool isRoot() const { return !type; }
+  [[nodiscard]] static TypeNode root();
+  [[nodiscard]] bool isRoot() const { return !attr; }
   [[nodiscard]] LeafInfo const* leaf() const { return info; } // null for containers and lists
   [[nodiscard]] bool isList() const { return attr && attr.isKeyed(); }
   // What stands there are objects of their own: containers or entries, rather than values or parts of one.

@@ -44,9 +44,11 @@ public:
 
   // The bytes are let go.
   [[nodiscard]] bool parse() {
+    size_ = bytes_.Length();
     return grpc::SerializationTraits<Request>::Deserialize(&bytes_, request_).ok();
   }
   [[nodiscard]] Request& request() { return *request_; }
+  [[nodiscard]] std::size_t size() const { return size_; } // of the request's bytes
 
 private:
   template <class Made>
@@ -64,6 +66,7 @@ private:
   }
 
   grpc::ByteBuffer bytes_;
+  std::size_t size_ = 0;
   google::protobuf::Arena arena_{options()};
   Request* const request_ = made<Request>(arena_);
   Response* const response_ = made<Response>(arena_);
@@ -92,7 +95,7 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
         auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
         if (!call.parse())
           return refuse({grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
-        return handle(*context, *admitted, call.request(), *response);
+        return handle(*context, *admitted, call.request(), *response, call.size());
       });
   handler->SetMessageAllocator(&calls);
   MarkMethodCallback(method, handler.release()); // which owns it from then on
@@ -106,14 +109,15 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Gate> gate, Writer wr
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
     , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
     , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
-  unaryIs(kCapabilities, *capabilities_, [](auto& context, auto&, auto& request, auto& response) {
-    return capabilitiesCall(context, request, response);
-  });
-  unaryIs(kGet, *gets_, [this](auto& context, auto& guest, auto& request, auto& response) {
+  unaryIs(kCapabilities, *capabilities_,
+          [](auto& context, auto&, auto& request, auto& response, std::size_t) {
+            return capabilitiesCall(context, request, response);
+          });
+  unaryIs(kGet, *gets_, [this](auto& context, auto& guest, auto& request, auto& response, std::size_t) {
     return getCall(context, guest, request, response, runtime_.router());
   });
-  unaryIs(kSet, *sets_, [this](auto& context, auto& guest, auto& request, auto& response) {
-    return setCall(context, guest, request, response, runtime_.sets(), writer_, audit_);
+  unaryIs(kSet, *sets_, [this](auto& context, auto& guest, auto& request, auto& response, std::size_t size) {
+    return setCall(context, guest, {request, size}, response, runtime_.sets(), writer_, audit_);
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(

@@ -51,8 +51,9 @@ public:
       , end_(std::make_shared<UnaryEnd>(*this, context_, sets.context())) {}
 
   // Planning is for neither gRPC's threads nor the scheduler's: it takes as long as the request is large.
-  void start(gnmi::SetRequest const& request, gnmi::SetResponse& response, Audit* audit,
+  void start(SetMessage const& message, gnmi::SetResponse& response, Audit* audit,
              grpc::CallbackServerContext const& context) {
+    gnmi::SetRequest const& request = message.request;
     if (audit != nullptr) {
       end_->toldIs([audit, caller = Audit::Caller(context), &request, &clock = sets_.context().clock(),
                     begun = sets_.context().clock().monotonicNs()](grpc::Status const& status) {
@@ -61,7 +62,7 @@ public:
     }
     std::shared_ptr<UnaryEnd> const end = std::move(end_);
     auto share = std::make_shared<ByteBudget::Share>(sets_.context().memory().plans);
-    if (!share->growTo(kPlanFactor * request.ByteSizeLong()))
+    if (!share->growTo(kPlanFactor * message.bytes))
       return end->finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "too many Sets wait: try again later"});
     sets_.context().worker().post([this, end, &request, &response, share = std::move(share)]() mutable {
       auto extensions = SetExtensions::of(request);
@@ -109,10 +110,10 @@ private:
 } // namespace
 
 grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, Guest const& guest,
-                                  gnmi::SetRequest const& request, gnmi::SetResponse& response, SetRuns& sets,
+                                  SetMessage const& message, gnmi::SetResponse& response, SetRuns& sets,
                                   Writer writer, Audit* audit) {
   auto* const call = new SetCall(context, guest, sets, writer);
-  call->start(request, response, audit, context);
+  call->start(message, response, audit, context);
   return call;
 }
 

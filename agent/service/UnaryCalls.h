@@ -27,8 +27,12 @@ struct Guest;
 [[nodiscard]] grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, Guest const& guest,
                                                 gnmi::GetRequest const& request, grpc::ByteBuffer& response,
                                                 Router& router);
+struct SetMessage {
+  gnmi::SetRequest const& request;
+  std::size_t bytes; // that it came in
+};
 [[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, Guest const& guest,
-                                                gnmi::SetRequest const& request, gnmi::SetResponse& response,
+                                                SetMessage const& message, gnmi::SetResponse& response,
                                                 SetRuns& sets, Writer writer, Audit* audit);
 
 } // namespace Agent

@@ -43,7 +43,7 @@ void WireJson::prefixIs(Ondra::Path const& prefix) {
     if (child) nodes_.push_back(*child);
   }
   TypeNode const& node = nodes_.back();
-  place_ = isKnown_ ? &places_[node.isRoot() ? nullptr : &node.type.desc()] : &unknown_;
+  place_ = isKnown_ ? &places_[&node.type.desc()] : &unknown_;
   place_->next = 0;
 }
 

@@ -70,8 +70,7 @@ void declareSynthetic() {
 
 Kel::Ptr<SyntheticPorts> syntheticIn(Kel::Dir& root, std::size_t leaves) {
   declareSynthetic();
-  Kel::Ptr<SyntheticPorts> const made(new SyntheticPorts());
-  root.dirIs(kOrigin)->entityIs(kName, made, false);
+  auto const made = Kel::staticPtrCast<SyntheticPorts>(topIn(root, kName));
   std::size_t const count = std::max<std::size_t>(leaves / kSyntheticLeavesPerPort, 1);
   for (std::size_t i = 0; i < count; ++i) {
     Kel::Ptr<SyntheticPort> const port =

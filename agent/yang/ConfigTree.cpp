@@ -107,7 +107,7 @@ ConfigTree::ConfigTree(YangModel const& model, Nodes nodes)
     : model_(model)
     , constrained_(ConstrainedNodes::of(model.modules()))
     , first_(nodes.release()) {
-  for (auto const& [node, type] : model.types().tops)
+  for (lysc_node const* const node : model.types().tops)
     children_.emplace(Child(nullptr, node->name), node);
   for (auto const& [node, attr] : model.types().attrs)
     children_.emplace(Child(lysc_data_parent(node), node->name), node);

@@ -1,5 +1,5 @@
 // Down through the compiled nodes, types made on the way back up: an entity for each container and list, an
-// attribute for each node in it.
+// attribute for each node in it. Those at the top are the data root's, which has them of all modules.
 #include "agent/yang/Types.h"
 
 #include <algorithm>
@@ -87,7 +87,7 @@ private:
   struct Member {
     lysc_node const* node;
     KelType type;
-    Kel::BuiltinKind kind = BuiltinKind::None;
+    KelType key = {}; // of a list with several: the structure of them
     Impl::NodeRecord record;
   };
 
@@ -103,9 +103,11 @@ private:
   HeldOrWhy unionOf(lysc_node const& leaf, lysc_type const& type);
   Kstd::Result<void, std::string> addMembers(lysc_node const& leaf, lysc_type_union const& type,
                                              std::vector<LeafInfo>& members);
-  Copies copiesIn(lysc_node const& container) const;
+  static Copies copiesIn(lysc_node const& container);
   static std::vector<Kel::KelAttr> keysOf(lysc_node const& list, KelType entry);
-  KelType structuredKey(lysc_node const& list, std::vector<Kel::KelAttr> const& keys);
+  // An invalid one where one key is all that the entries have.
+  KelType structuredKey(lysc_node const& list, KelType entry);
+  static void declare(Kel::TypeBuilder& builder, Member const& member);
   void leaveOut(lysc_node const& node, std::string_view why);
   void fail(std::string what) {
     if (error_.empty()) error_ = std::move(what);
@@ -337,7 +339,7 @@ std::optional<Maker::Member> Maker::leafMember(lysc_node const& node, Copies con
 
 // The keys of the entry that leaves of this container repeat: keys point to them, and what is configured is
 // told again as state.
-Copies Maker::copiesIn(lysc_node const& container) const {
+Copies Maker::copiesIn(lysc_node const& container) {
   Copies copies;
   lysc_node const* const list = container.parent;
   if (container.nodetype != LYS_CONTAINER || list == nullptr || list->nodetype != LYS_LIST) return copies;
@@ -399,6 +401,7 @@ void Maker::addMember(std::vector<Member>& members, lysc_node const& node, Copie
   if (KelType const type = entityType(node, copiesIn(node))) {
     members.push_back({.node = &node,
                        .type = type,
+                       .key = node.nodetype == LYS_LIST ? structuredKey(node, type) : KelType(),
                        .record = {.module = moduleOf(node),
                                   .leaf = {},
                                   .isState = (node.flags & LYS_CONFIG_W) == 0,
@@ -422,13 +425,43 @@ std::vector<Kel::KelAttr> Maker::keysOf(lysc_node const& list, KelType entry) {
   return keys;
 }
 
-KelType Maker::structuredKey(lysc_node const& list, std::vector<Kel::KelAttr> const& keys) {
+KelType Maker::structuredKey(lysc_node const& list, KelType entry) {
+  std::vector<Kel::KelAttr> const keys = keysOf(list, entry);
+  if (keys.size() == 1) return {};
   Kel::TypeBuilder builder(moduleOf(list), pathOf(list) + "/key", Kel::TypeKind::Struct);
   for (Kel::KelAttr const key : keys)
     builder.attr(key.name().view(), key.memberType()).ctorArg();
   auto const done = builder.done();
   if (!done) fail(fmt::format("{}: {}", pathOf(list), done.error()));
   return done ? *done : KelType();
+}
+
+// The attribute that stands for it in what holds it.
+void Maker::declare(Kel::TypeBuilder& builder, Member const& member) {
+  std::string_view const name = member.node->name;
+  switch (member.node->nodetype) {
+  case LYS_LEAF:
+    builder.attr(name, member.type);
+    if (lysc_is_key(member.node))
+      builder.ctorArg().keyField();
+    else
+      builder.optional().settable();
+    break;
+  case LYS_LEAFLIST: builder.array(name, member.type).settable(); break;
+  case LYS_CONTAINER: {
+    bool const mayGo = (member.node->flags & LYS_PRESENCE) != 0 || !copiesIn(*member.node).empty();
+    builder.instantiating(name, member.type).removable(mayGo);
+    break;
+  }
+  default:
+    if (member.key) {
+      builder.instantiating(name, member.key, member.type);
+    } else {
+      Kel::KelAttr const key = keysOf(*member.node, member.type).front();
+      builder.instantiating(name, key.memberType(), member.type).index(key.name().view());
+    }
+    builder.removable();
+  }
 }
 
 KelType Maker::entityType(lysc_node const& node, Copies const& copies) {
@@ -455,32 +488,8 @@ KelType Maker::entityType(lysc_node const& node, Copies const& copies) {
     return {};
   }
   Kel::TypeBuilder builder(moduleOf(node), pathOf(node), Kel::TypeKind::Entity);
-  for (Member const& each : members) {
-    std::string_view const name = each.node->name;
-    switch (each.node->nodetype) {
-    case LYS_LEAF:
-      builder.attr(name, each.type);
-      if (lysc_is_key(each.node))
-        builder.ctorArg().keyField();
-      else
-        builder.optional().settable();
-      break;
-    case LYS_LEAFLIST: builder.array(name, each.type).settable(); break;
-    case LYS_CONTAINER: {
-      bool const mayGo = (each.node->flags & LYS_PRESENCE) != 0 || !copiesIn(*each.node).empty();
-      builder.instantiating(name, each.type).removable(mayGo);
-      break;
-    }
-    default: {
-      std::vector<Kel::KelAttr> const keys = keysOf(*each.node, each.type);
-      if (keys.size() == 1)
-        builder.instantiating(name, keys.front().memberType(), each.type).index(keys.front().name().view());
-      else
-        builder.instantiating(name, structuredKey(*each.node, keys), each.type);
-      builder.removable();
-    }
-    }
-  }
+  for (Member const& each : members)
+    declare(builder, each);
   auto const done = builder.done();
   if (!done) {
     leaveOut(node, done.error());
@@ -515,25 +524,28 @@ lys_module const* Maker::prevailing(lysc_node const& top) const {
 }
 
 Kstd::Result<void, std::string> Maker::addModule(lys_module const& module) {
-  for (lysc_node const* node = module.compiled->data; node != nullptr; node = node->next) {
+  std::vector<Member> members;
+  for (lysc_node const* node = module.compiled->data; node != nullptr && error_.empty(); node = node->next) {
     if (lys_module const* const other = prevailing(*node)) {
       made.leftOut.push_back(fmt::format("{}: '{}', which imports this module, has a node of this name too",
                                          pathOf(*node), other->name));
       continue;
     }
+    addMember(members, *node, {}, nullptr);
+  }
+  if (!error_.empty()) return Kstd::Err(error_);
+  for (Member const& each : members) {
     auto const tops = topLevels();
-    auto const other = std::ranges::find(tops, std::string_view(node->name), &TopLevel::name);
+    auto const other = std::ranges::find(tops, std::string_view(each.node->name), &TopLevel::name);
     if (other != tops.end())
-      return Kstd::Err(fmt::format("{}: '{}' has a node of this name already", pathOf(*node), other->module));
-    if (node->nodetype != LYS_CONTAINER) {
-      leaveOut(*node, "at the top, containers alone are served");
-    } else if (auto const why = unfitName(node->name)) {
-      leaveOut(*node, *why);
-    } else if (KelType const type = entityType(*node, {})) {
-      topLevelIs({.name = node->name, .type = type, .module = module.name});
-      made.tops.emplace(node, type);
-    }
-    if (!error_.empty()) return Kstd::Err(error_);
+      return Kstd::Err(
+          fmt::format("{}: '{}' has a node of this name already", pathOf(*each.node), other->module));
+    topLevelIs({.name = each.node->name,
+                .type = each.type,
+                .module = module.name,
+                .declare = [each](Kel::TypeBuilder& builder) { declare(builder, each); },
+                .record = each.record});
+    made.tops.insert(each.node);
   }
   for (lysc_node const* const each : std::exchange(notHere_, {}))
     leftOutIs(KelType(), each->name, moduleOf(*each));

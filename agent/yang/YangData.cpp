@@ -130,17 +130,23 @@ public:
   void fillFrom(lyd_node const* first, Handle const& parent) {
     for (lyd_node const* node = first; node != nullptr; node = node->next) {
       if (node->schema == nullptr) continue;
-      auto const found = types_.attrs.find(node->schema);
-      if (found == types_.attrs.end())
+      Kel::KelAttr const attr = attrOf(*node->schema, parent);
+      if (!attr)
         ++filled_.leftOut;
       else if (node->schema->nodetype == LYS_LEAFLIST)
-        node = fillLeafList(*node, found->second, parent);
+        node = fillLeafList(*node, attr, parent);
       else
-        fill(*node, found->second, parent);
+        fill(*node, attr, parent);
     }
   }
 
 private:
+  // Of a node in what holds it; an invalid one when it is left out.
+  [[nodiscard]] Kel::KelAttr attrOf(lysc_node const& node, Handle const& parent) const {
+    if (types_.tops.contains(&node)) return parent->type().attr(std::string_view(node.name));
+    auto const found = types_.attrs.find(&node);
+    return found == types_.attrs.end() ? Kel::KelAttr() : found->second;
+  }
   void fill(lyd_node const& node, Kel::KelAttr attr, Handle const& parent) {
     switch (node.schema->nodetype) {
     case LYS_LEAF:
@@ -245,7 +251,7 @@ Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const&
 Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel const& model,
                                                    std::vector<std::string> const& files, bool isChecked) {
   ly_ctx const& context = *model.modules().context();
-  Kel::Ptr<Kel::Dir> const dir = root.dirIs(kOrigin);
+  Handle const dataRoot = Kel::handleTo(dataRootIn(root));
   FilledData filled;
   Filler filler(model.types(), filled);
   lyd_node* config = nullptr;
@@ -255,15 +261,7 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
     if (!tree) return Kstd::Err(std::move(tree).error());
     last = file;
     try {
-      for (lyd_node const* top = tree->get(); top != nullptr; top = top->next) {
-        if (!model.types().tops.contains(top->schema)) {
-          ++filled.leftOut;
-          continue;
-        }
-        Kel::Ptr<Kel::Entity> const entity = dir->entity(top->schema->name);
-        filler.fillFrom(lyd_child(top),
-                        Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(entity.get())));
-      }
+      filler.fillFrom(tree->get(), dataRoot);
     } catch (Kel::Error const& error) {
       return Kstd::Err(fmt::format("{}: {}", file, error.what()));
     }

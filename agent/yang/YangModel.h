@@ -1,4 +1,4 @@
-// The modules of a run as the agent serves them: loaded, made into types, their containers in the data root.
+// The modules of a run as the agent serves them: loaded, and made into types.
 #pragma once
 
 #include <memory>
@@ -9,10 +9,6 @@
 #include "agent/yang/Modules.h"
 #include "agent/yang/Types.h"
 
-namespace Kel {
-class Dir;
-} // namespace Kel
-
 namespace Agent {
 
 class YangModel {
@@ -21,9 +17,6 @@ public:
 
   // Loads the modules and enters their types. Where `declareTypes` is called, once; lives for the process.
   [[nodiscard]] static OrError load(ModuleOrder const& order);
-
-  // Puts the top-level containers into the data root that `root` holds. Scheduler thread.
-  void containersIn(Kel::Dir& root) const;
 
   [[nodiscard]] Modules const& modules() const noexcept { return *modules_; }
   [[nodiscard]] YangTypes const& types() const noexcept { return types_; }

@@ -209,10 +209,10 @@ struct UnreadGet {
 };
 
 TEST(Server, AnswersThatNobodyTakesAreBoundedAndTakenBack) {
+  declareSynthetic();
   Serving serving(false, {.getBytes = 1'000'000, .stuckNs = 3'000'000'000});
   Kel::Ptr<SyntheticPorts> ports;
   serving.runtime->context().scheduler()->post([&ports] {
-    declareSynthetic();
     ports = syntheticIn(*Kel::globalDir(), 40'000); // some 800 KB
   });
   gnmi::GetRequest request;

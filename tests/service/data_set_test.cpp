@@ -379,9 +379,7 @@ TEST(DataSetUndo, whatIsRefusedHalfWayIsPutBackAndNeverTold) {
   declareMoodies();
   DataBench bench;
   bench.fill();
-  Kel::Ptr<Moodies> const moodies(new Moodies());
-  Kel::dynamicPtrCast<Kel::Dir>(Kel::globalDir()->entity(Agent::kOrigin))
-      ->entityIs("moodies", moodies, false);
+  auto const moodies = Kel::staticPtrCast<Moodies>(Agent::topIn(*Kel::globalDir(), "moodies"));
   moodies->entryIs(&Moodies::moody, "calm")->leafIs(&Moody::text, "before");
   Subscriber subscriber(bench, bench.channel());
   subscriber.send(stream().add("/").done());

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/context/TimeHistogram.h"
+#include "agent/model/Figures.h"
 #include "agent/service/SelfReport.h"
 #include "service/data_testing.h"
 #include "service/subscribe_testing.h"
@@ -40,6 +41,7 @@ TEST(TimeHistogram, HoldsToAnEighth) {
 }
 
 TEST(SelfReport, TellsWhatClientsFind) {
+  Agent::declareFigures();
   DataBench bench;
   bench.fill();
   Agent::SelfReport const report(bench.runtime());

@@ -20,6 +20,7 @@ using grpc::StatusCode;
 using ServiceTesting::difference;
 using ServiceTesting::setRequest;
 using testing::HasSubstr;
+using YangTesting::fileOf;
 
 // A server whose Sets are held to the modules' constraints, from an empty configuration on.
 class RuledBench : public YangTesting::Bench {
@@ -113,6 +114,66 @@ bool isValid(YangTesting::Bench& bench) {
   bool const is = lyd_validate_all(&tree, context, LYD_VALIDATE_NO_STATE, nullptr) == LY_SUCCESS;
   lyd_free_all(tree);
   return is;
+}
+
+// Over data of every construct: a Set that a constraint refuses, and a commit that nobody confirms.
+TEST(YangRules, WhatIsRefusedOrTakenBackHasNotBeen) {
+  static_cast<void>(YangTesting::model());
+  auto const configured = [](unsigned seed, std::string_view more) {
+    YangTesting::Bench bench;
+    bench.load(fileOf(YangTesting::randomData(seed), LYD_JSON));
+    gnmi::SetRequest request = bench.configuration();
+    request.MergeFrom(setRequest(more));
+    return request;
+  };
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    SCOPED_TRACE(fmt::format("seed {}", seed));
+    auto const before = configured(seed, "update /rules/port[name=a]/kind \"real\"\n"
+                                         "update /rules/port[name=a]/cage/pin[number=1]/role \"x\"\n"
+                                         "update /rules/spare [\"a\"]\nupdate /every/presence {}");
+    auto after = configured(seed + 100, "delete /\nupdate /rules/port[name=b]/kind \"virtual\"\n"
+                                        "update /rules/port[name=a]/kind \"virtual\"\n"
+                                        "update /top-presence {}");
+    gnmi::SetRequest bad = after;
+    bad.MergeFrom(setRequest("update /rules/spare [\"nobody\"]"));
+    RuledBench bench;
+    ASSERT_TRUE(bench.set(before).ok());
+    std::string const was = bench.value("/", gnmi::JSON_IETF);
+    auto const leavesBefore = bench.leaves();
+    auto const isAsBefore = [&] {
+      EXPECT_EQ(bench.value("/", gnmi::JSON_IETF), was);
+      EXPECT_TRUE(isValid(bench));
+      // The constraints know it, too.
+      for (char const* const each : {"delete /rules/port[name=a]", "update /rules/spare [\"b\"]"})
+        EXPECT_THAT(bench.set(setRequest(each)).error_message(), HasSubstr("leafref")) << each;
+    };
+    auto const extended = [](gnmi::SetRequest request, auto const& change) {
+      gnmi_ext::Commit& commit = *request.add_extension()->mutable_commit();
+      commit.set_id("1");
+      change(commit);
+      return request;
+    };
+    auto const begin = [](gnmi_ext::Commit& commit) {
+      commit.mutable_commit()->mutable_rollback_duration()->set_seconds(5);
+    };
+    for (gnmi::SetRequest const& refused : {bad, extended(bad, begin)}) {
+      EXPECT_THAT(bench.set(refused).error_message(), HasSubstr("leafref"));
+      isAsBefore();
+    }
+    for (bool const isCancelled : {false, true}) {
+      grpc::Status const begun = bench.set(extended(after, begin));
+      ASSERT_TRUE(begun.ok()) << begun.error_message();
+      std::string const committed = bench.value("/", gnmi::JSON_IETF);
+      EXPECT_NE(committed, was);
+      EXPECT_EQ(bench.set(bad).error_code(), StatusCode::FAILED_PRECONDITION);
+      EXPECT_EQ(bench.value("/", gnmi::JSON_IETF), committed);
+      if (!isCancelled) bench.advance(5'000'000'000);
+      auto const cancel = extended({}, [](auto& commit) { commit.mutable_cancel(); });
+      EXPECT_TRUE(!isCancelled || bench.set(cancel).ok());
+      EXPECT_TRUE(bench.settleUntil([&] { return bench.leaves() == leavesBefore; }));
+      isAsBefore();
+    }
+  }
 }
 
 TEST(YangRules, RandomSetsLeaveAValidConfiguration) {

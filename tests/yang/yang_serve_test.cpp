@@ -3,8 +3,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
+#include <fstream>
+
+#include <fmt/format.h>
+
 #include "agent/access/AccessRules.h"
 #include "agent/model/SupportedPaths.h"
+#include "agent/yang/Modules.h"
 #include "yang/yang_testing.h"
 
 namespace {
@@ -20,7 +26,7 @@ TEST(YangServe, NodesAndWhatIsLeftOut) {
   auto const& types = YangTesting::model().types();
   for (std::string_view const each :
        {"/every:every/config/any: what it holds has no schema", "under__score: a name with '__'",
-        "/every:every/entries/without-keys: a list without keys", "/every:top-list: at the top"})
+        "/every:every/entries/without-keys: a list without keys", "/every:top-any: what it holds"})
     EXPECT_THAT(types.leftOut, Contains(HasSubstr(each)));
   std::string const paths = Agent::supportedPaths();
   for (std::string_view const row :
@@ -30,9 +36,76 @@ TEST(YangServe, NodesAndWhatIsLeftOut) {
         "| `/every/config/stamped` | uint32 | config | event |",
         "| `/every/entries/entry[name]/state/seen` | uint64 | state | sampled |",
         "| `/every/entries/entry[name]/state/counters/hits` | uint32 | state | sampled |",
-        "| `/every/entries/entry[name]/state/mood` | string | state | event |"})
+        "| `/every/entries/entry[name]/state/mood` | string | state | event |", "\n## /top-list (every)\n",
+        "| `/top-list[k][l]/below/deep` | string | config | event |",
+        "| `/top-words` | string* 1..8 | config | event |", "| `/top-seen` | uint64 | state | sampled |"})
     EXPECT_THAT(paths, HasSubstr(row));
   EXPECT_THAT(paths, AllOf(Not(HasSubstr("gone")), Not(HasSubstr("fancy")), Not(HasSubstr("/do-it"))));
+}
+
+// What cannot be served is told with its place, in the schema library's words where it is the one to say so.
+TEST(YangModules, WhatIsWrongIsSaid) {
+  using Texts = std::vector<std::string>;
+  auto const body = [](std::string const& nodes) {
+    return "module a { namespace 'urn:a'; prefix a; revision 2026-11-22; " + nodes + " }";
+  };
+  struct Case {
+    Texts files;
+    Texts modules;
+    char const* what;
+  };
+  for (Case const& each : std::initializer_list<Case>{
+           {{}, {}, "there are no modules"},
+           {{"this is text"}, {}, "0.yang: this is no module of YANG"},
+           {{body("leaf x { type strin; }")}, {}, "strin"},
+           {{body("container c { leaf x { type string }")}, {}, "0.yang: "},
+           {{"module a { namespace 'urn:a'; prefix a; import nowhere { prefix n; } }"}, {}, "nowhere"},
+           {{body("leaf x { type leafref { path '../y'; } }")}, {}, "/a:x"},
+           {{body("leaf x { type int8; default 200; }")}, {}, "/a:x"},
+           {{body("grouping g { uses g; } uses g;")}, {}, "g"},
+           {{body("identity i { base i; }")}, {}, "i"},
+           {{body("leaf x { type string; } leaf x { type string; }")}, {}, "x"},
+           {{body("")}, {"a:none"}, "none"},
+           {{body("")}, {"b"}, "module 'b' is in none of the folders"},
+           {{body(""), body("leaf x { type string; }")}, {}, "both hold 'a' of revision 2026-11-22"},
+       }) {
+    std::filesystem::path const folder = testing::TempDir() + "wrong-modules";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    for (std::size_t i = 0; i < each.files.size(); ++i)
+      std::ofstream(folder / fmt::format("{}.yang", i)) << each.files[i];
+    auto const loaded = Agent::Modules::load({.folders = {folder.string()}, .modules = each.modules});
+    ASSERT_FALSE(loaded.ok()) << each.what;
+    EXPECT_THAT(loaded.error(), HasSubstr(each.what));
+  }
+}
+
+// Deeper than a path can name, and wide: a bounded cost, and the rest is served.
+TEST(YangModules, DeepAndWideOnesAreServed) {
+  static_cast<void>(YangTesting::model());
+  std::string deep = "grouping g0 { leaf x { type string; } } ", wide;
+  for (int i = 1; i <= 400; ++i)
+    deep +=
+        fmt::format("grouping g{} {{ container c {{ uses g{}; leaf y {{ type string; }} }} }} ", i, i - 1);
+  for (int i = 0; i < 2'000; ++i)
+    wide += fmt::format("leaf l{} {{ type string; }} ", i);
+  std::filesystem::path const folder = testing::TempDir() + "large-modules";
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "large.yang") << fmt::format("module large {{ namespace 'urn:large'; prefix l; {} "
+                                                      "container deep {{ uses g400; }} container wide {{ {} "
+                                                      "}} }}",
+                                                      deep, wide);
+  auto loaded = Agent::YangModel::load({.folders = {folder.string()}, .modules = {}});
+  ASSERT_TRUE(loaded.ok()) << loaded.error();
+  static auto const& kept = *new auto(std::move(*loaded)); // what it has made refers to it
+  EXPECT_THAT(kept->types().leftOut, testing::ElementsAre(HasSubstr("deeper than a path can name")));
+  YangTesting::Bench bench;
+  std::string below;
+  for (int i = 0; i < 126; ++i)
+    below += "/c";
+  EXPECT_TRUE(bench.set(setRequest("update /deep" + below + "/y \"x\"\nupdate /wide/l1999 \"x\"")).ok());
+  EXPECT_EQ(bench.set(setRequest("update /deep" + below + "/c {}")).error_code(), StatusCode::UNIMPLEMENTED);
+  EXPECT_EQ(bench.leaves().size(), 2U);
 }
 
 // What is set comes back in each encoding as it is to be written there; the canonical form of it.
@@ -181,6 +254,45 @@ TEST(YangServe, AccessRulesOfSeveralKeys) {
     gnmi::Path const at = ServiceTesting::path(path);
     EXPECT_EQ(rights.reads->at(Agent::PathView(at, 0)).cover(), cover) << path;
   }
+}
+
+// Lists, leaf-lists and leaves that no container is around.
+TEST(YangServe, NodesAtTheTop) {
+  YangTesting::Bench bench;
+  std::string held = "{}";
+  for (
+      auto const& [line, refusal, after] : std::initializer_list<std::array<char const*, 3>>{
+          {"update /top-leaf \"abc\"\nupdate /top-one \"1\"", "", R"({"top-leaf":"abc","top-one":"1"})"},
+          {"update / {\"every:top-words\":[\"b\",\"a\"]}", "",
+           R"({"top-leaf":"abc","top-words":["b","a"],"top-one":"1"})"},
+          {"update /top-list[k=a][l=1]/value 1.5\nupdate /top-list[k=a][l=2]/below/deep \"x\"\n"
+           "update /top-two[k=x]/k \"x\"\ndelete /top-words\ndelete /top-leaf",
+           "",
+           R"({"top-list":[{"k":"a","l":1,"value":1.5},{"k":"a","l":2,"below":{"deep":"x"}}],"top-two":[{"k":"x"}]})"},
+          {"update /top-leaf \"A\"", "pattern", ""},
+          {"update /top-seen 1", "is state", ""},
+          {"update /top-any {}", "not offered", ""},
+          {"delete /top-list[l=2]\nreplace /top-list[k=a][l=1] {\"below\":{\"deep\":\"y\"}}\n"
+           "update /top-words [\"c\"]\ndelete /top-two",
+           "", R"({"top-list":[{"k":"a","l":1,"below":{"deep":"y"}}],"top-words":["c"]})"},
+          {"replace / {\"top-leaf\":\"z\"}", "", R"({"top-leaf":"z"})"},
+      }) {
+    grpc::Status const status = bench.set(setRequest(line));
+    EXPECT_THAT(status.error_message(), HasSubstr(refusal)) << line;
+    EXPECT_EQ(status.ok(), *refusal == '\0') << line << ": " << status.error_message();
+    if (status.ok()) held = after;
+    EXPECT_EQ(nlohmann::json::parse(bench.value("/")), nlohmann::json::parse(held)) << line;
+  }
+  ASSERT_TRUE(bench.set(setRequest("update /top-presence {}")).ok());
+  EXPECT_EQ(bench.value("/top-presence"), "{}");
+  ASSERT_TRUE(bench.set(setRequest("delete /top-presence")).ok());
+  EXPECT_THAT(bench.value("/top-presence"), HasSubstr("nothing"));
+  ASSERT_TRUE(bench.provided("update /top-seen 5\nupdate /top-list[k=b][l=1]/counted [\"7\"]").ok());
+  EXPECT_EQ(bench.value("/top-seen", gnmi::JSON_IETF), R"("5")");
+  EXPECT_EQ(bench.value("/top-list[l=1]/counted", gnmi::PROTO), "leaflist_val { element { uint_val: 7 } }");
+  EXPECT_EQ(
+      bench.value("/", gnmi::JSON_IETF),
+      R"({"every:top-leaf":"z","every:top-seen":"5","every:top-list":[{"k":"b","l":1,"counted":["7"]}]})");
 }
 
 // Writing into one case clears the others, whatever stands in them.

@@ -1,13 +1,18 @@
 // Loads the modules before anybody asks for the tree of types.
 #include "yang/yang_testing.h"
 
+#include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "Kel/Dir.h"
+#include "agent/yang/YangData.h"
 
 namespace YangTesting {
 
@@ -23,8 +28,8 @@ public:
     std::string const name = fmt::format("random-{}", seed_);
     return fmt::format(
         "module {0} {{ yang-version 1.1; namespace \"urn:{0}\"; prefix r; import every {{ prefix ev; }} "
-        "revision 2026-11-22; container {0} {{ {1} }} }}",
-        name, nodes(4, true));
+        "revision 2026-11-22; container {0} {{ {1} }} {2} }}",
+        name, nodes(4, true), nodes(1, true));
   }
 
 private:
@@ -32,7 +37,7 @@ private:
   std::string oneOf(std::initializer_list<char const*> of) {
     return of.begin()[below(static_cast<unsigned>(of.size()))];
   }
-  std::string name() { return fmt::format("n{}", ++names_); }
+  std::string name() { return fmt::format("n{}-{}", seed_, ++names_); }
   static std::string typed(std::string const& type) {
     return fmt::format("type {}{}", type, type.ends_with('}') ? "" : ";");
   }
@@ -102,6 +107,135 @@ Agent::YangModel const& model() {
   return *loaded;
 }
 
+// --- data ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Random instance data of what is served. Values are tried until the schema library takes one.
+class Generator {
+public:
+  explicit Generator(unsigned seed) : random_(seed) {}
+
+  Tree tree() {
+    for (lys_module const* const module : model().modules().implemented())
+      if (module->name != std::string_view("every-rules")) fill(nullptr, module->compiled->data);
+    return {std::exchange(all_, nullptr), &lyd_free_all};
+  }
+
+private:
+  unsigned below(std::size_t count) { return static_cast<unsigned>(random_() % count); }
+
+  std::string value(lysc_node const* leaf) {
+    static constexpr auto kTexts = std::to_array<char const*>({"0",
+                                                               "1",
+                                                               "-3",
+                                                               "5",
+                                                               "300",
+                                                               "-9000000000",
+                                                               "18446744073709551615",
+                                                               "true",
+                                                               "false",
+                                                               "red",
+                                                               "light green",
+                                                               "one",
+                                                               "one three",
+                                                               "every:cat",
+                                                               "every-more:horse",
+                                                               "abc",
+                                                               "zz",
+                                                               "ANY",
+                                                               "many",
+                                                               "1.5",
+                                                               "-10.125",
+                                                               "AQID",
+                                                               "",
+                                                               "a b,[c]=\\\"é\u20ac",
+                                                               "/every:every/config"});
+    for (;;) {
+      std::string const text = kTexts[below(kTexts.size())];
+      LY_ERR const fits = lyd_value_validate(model().modules().context(), leaf, text.data(), text.size(),
+                                             nullptr, nullptr, nullptr);
+      if (leaf->name == std::string_view("posix")) return "abc"; // of which the schema library knows nothing
+      if (fits == LY_SUCCESS || fits == LY_EINCOMPLETE) return text;
+    }
+  }
+  void fill(lyd_node* parent, lysc_node const* first) {
+    for (lysc_node const* each = first; each != nullptr; each = each->next) {
+      if (each->nodetype == LYS_CHOICE) {
+        std::vector<lysc_node const*> cases;
+        for (lysc_node const* one = lysc_node_child(each); one != nullptr; one = one->next)
+          cases.push_back(one);
+        fill(parent, lysc_node_child(cases[below(cases.size())]));
+      } else if (model().types().has(each) && !lysc_is_key(each) && below(5) != 0) {
+        add(parent, each);
+      }
+    }
+  }
+  void add(lyd_node* parent, lysc_node const* node) {
+    lyd_node* made = nullptr;
+    switch (node->nodetype) {
+    case LYS_LEAF: return addValue(parent, node, value(node));
+    case LYS_LEAFLIST: {
+      std::set<std::string> values;
+      for (unsigned i = below(3); i < 3; ++i)
+        values.insert(value(node));
+      for (std::string const& each : values)
+        addValue(parent, node, each);
+      return;
+    }
+    case LYS_CONTAINER: {
+      ASSERT_EQ(lyd_new_inner(parent, node->module, node->name, 0, &made), LY_SUCCESS);
+      fill(made, lysc_node_child(node));
+      // An empty one that means something is told by nobody's leaf.
+      if (lyd_child(made) == nullptr) return lyd_free_tree(made);
+      return atTop(parent, made);
+    }
+    default: break;
+    }
+    std::set<std::string> known;
+    for (unsigned i = below(3); i < 3; ++i) {
+      std::string keys;
+      for (lysc_node const* key = lysc_node_child(node); key != nullptr && lysc_is_key(key);
+           key = key->next) {
+        std::string const text = value(key);
+        char const quote = text.find('"') == text.npos ? '"' : '\'';
+        keys += fmt::format("[{}={}{}{}]", key->name, quote, text, quote);
+      }
+      if (!known.insert(keys).second) continue;
+      ASSERT_EQ(lyd_new_list2(parent, node->module, node->name, keys.c_str(), 0, &made), LY_SUCCESS) << keys;
+      fill(made, lysc_node_child(node));
+      atTop(parent, made);
+    }
+  }
+  void addValue(lyd_node* parent, lysc_node const* node, std::string const& text) {
+    lyd_node* made = nullptr;
+    ASSERT_EQ(lyd_new_term(parent, node->module, node->name, text.c_str(), 0, &made), LY_SUCCESS) << text;
+    atTop(parent, made);
+  }
+  void atTop(lyd_node const* parent, lyd_node* made) {
+    if (parent != nullptr) return;
+    EXPECT_EQ(lyd_insert_sibling(all_, made, &all_), LY_SUCCESS);
+  }
+
+  lyd_node* all_ = nullptr;
+  std::mt19937 random_;
+};
+
+} // namespace
+
+Tree randomData(unsigned seed) { return Generator(seed).tree(); }
+
+std::string fileOf(Tree const& data, LYD_FORMAT format) {
+  char* text = nullptr;
+  EXPECT_EQ(lyd_print_mem(&text, data.get(), format, LYD_PRINT_WITHSIBLINGS), LY_SUCCESS);
+  std::unique_ptr<char, void (*)(void*)> const held(text, &std::free);
+  std::string path = testing::TempDir() + "data";
+  std::ofstream(path, std::ios::binary) << (text == nullptr ? "{}" : text);
+  return path;
+}
+
+// --- a server -----------------------------------------------------------------------------------------------
+
 namespace {
 
 Agent::Limits const& loadedFirst() {
@@ -112,6 +246,20 @@ Agent::Limits const& loadedFirst() {
 
 } // namespace
 
-Bench::Bench() : DataBench(loadedFirst()) { model().containersIn(*Kel::globalDir()); }
+Bench::Bench() : DataBench(loadedFirst()) {}
+
+void Bench::load(std::string const& file) {
+  auto const filled = Agent::yangDataInto(*Kel::globalDir(), model(), {file});
+  ASSERT_TRUE(filled.ok()) << filled.error();
+  EXPECT_EQ(filled->leftOut, 0U);
+}
+
+gnmi::SetRequest Bench::configuration() {
+  gnmi::GetResponse told;
+  EXPECT_TRUE(get(ServiceTesting::getRequest({"/"}, gnmi::PROTO, gnmi::GetRequest::CONFIG), told).ok());
+  gnmi::SetRequest request;
+  *request.mutable_update() = told.notification(0).update();
+  return request;
+}
 
 } // namespace YangTesting

@@ -1,0 +1,131 @@
+// Sets of 1,000 leaves of state by a process of the device's own, from bytes to bytes: parsed, planned,
+// carried out, answered. What gRPC and the sockets take is not in it, nor is telling subscribers, of whom
+// there are none. Beside it what the messages alone cost.
+//
+// The model is demo/yang's: sensors with four leaves of state, two of them in a container of their own.
+#include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Alloc.h"
+#include "Kel/Dir.h"
+#include "Kel/Error.h"
+#include "SetMessages.h"
+#include "agent/data/SetPlan.h"
+#include "agent/data/SetRun.h"
+#include "agent/service/Runtime.h"
+#include "agent/yang/YangModel.h"
+
+namespace {
+
+constexpr std::size_t kUpdates = 1'000;
+
+// The agent with that model, driven by hand.
+class Providers {
+public:
+  Providers() {
+    Kel::globalDir()->entityDel(Agent::kOrigin);
+    static auto const model =
+        Agent::YangModel::load({.folders = {KTD_SOURCE_DIR "/demo/yang"}, .modules = {}});
+    if (!model) Kel::throwError(model.error());
+    runtime_ = std::make_unique<Agent::Runtime>(Agent::Context::Options());
+  }
+  ~Providers() {
+    runtime_.reset();
+    Kel::globalDir()->entityDel(Agent::kOrigin);
+  }
+
+  grpc::Status set(std::string const& bytes, std::string& answer) {
+    google::protobuf::Arena arena;
+    auto& request = *google::protobuf::Arena::CreateMessage<gnmi::SetRequest>(&arena);
+    auto& response = *google::protobuf::Arena::CreateMessage<gnmi::SetResponse>(&arena);
+    request.ParseFromString(bytes);
+    auto plan = Agent::setPlanOf(request, nullptr, Agent::Writer::Provider);
+    if (!plan) return plan.error();
+    for (gnmi::Update& update : *request.mutable_update()) {
+      gnmi::UpdateResult& result = *response.add_response();
+      result.set_op(gnmi::UpdateResult::UPDATE);
+      result.unsafe_arena_set_allocated_path(update.mutable_path());
+    }
+    std::optional<grpc::Status> ended;
+    runtime_->sets().setIs(
+        {.plan = std::move(*plan), .done = [&ended](grpc::Status const& how, std::int64_t) { ended = how; }});
+    runtime_->context().scheduler()->runUntilIdle();
+    response.SerializeToString(&answer);
+    return ended.value_or(grpc::Status::CANCELLED);
+  }
+
+private:
+  std::unique_ptr<Agent::Runtime> runtime_;
+};
+
+enum class Order {
+  Entries,
+  Leaves
+}; // an entry's four leaves together, or a leaf of all entries, then the next
+
+std::string requestBytes(Order order, std::uint64_t salt) {
+  constexpr std::size_t kSensors = kUpdates / 4;
+  static constexpr std::array<char const*, 4> kLeaves = {"status", "millivolts", "readings", "errors"};
+  gnmi::SetRequest request;
+  request.mutable_prefix()->add_elem()->set_name("sensors");
+  for (std::size_t i = 0; i < kUpdates; ++i) {
+    std::size_t const sensor = order == Order::Entries ? i / 4 : i % kSensors;
+    std::size_t const leaf = order == Order::Entries ? i % 4 : i / kSensors;
+    gnmi::Update& update = *request.add_update();
+    gnmi::PathElem& entry = *update.mutable_path()->add_elem();
+    entry.set_name("sensor");
+    (*entry.mutable_key())["name"] = fmt::format("s{}", sensor);
+    update.mutable_path()->add_elem()->set_name("state");
+    if (leaf >= 2) update.mutable_path()->add_elem()->set_name("counters");
+    update.mutable_path()->add_elem()->set_name(kLeaves[leaf]);
+    if (leaf == 0)
+      update.mutable_val()->set_string_val(salt % 2 == 0 ? "OK" : "ALARM");
+    else if (leaf == 1)
+      update.mutable_val()->set_int_val(static_cast<std::int64_t>(1'000 + salt));
+    else
+      update.mutable_val()->set_uint_val(salt + i);
+  }
+  return request.SerializeAsString();
+}
+
+void repeat(benchmark::State& state, auto const& once) {
+  std::array<std::string, 2> const bytes = {requestBytes(static_cast<Order>(state.range(0)), 0),
+                                            requestBytes(static_cast<Order>(state.range(0)), 1)};
+  std::string answer;
+  std::size_t turn = 0;
+  for (std::string const& each : bytes)
+    if (grpc::Status const status = once(each, answer); !status.ok())
+      state.SkipWithError(status.error_message().c_str());
+  Bench::HeapCallsPerOp const calls(state);
+  for (auto _ : state) {
+    static_cast<void>(once(bytes[turn++ % 2], answer));
+    benchmark::DoNotOptimize(answer.data());
+  }
+  state.counters["ns/leaf"] = benchmark::Counter(static_cast<double>(state.iterations()) * kUpdates * 1e-9,
+                                                 benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void Provider_Set(benchmark::State& state) {
+  Providers agent;
+  repeat(state, [&agent](std::string const& bytes, std::string& answer) { return agent.set(bytes, answer); });
+}
+void Provider_MessagesAlone(benchmark::State& state) {
+  repeat(state, [](std::string const& bytes, std::string& answer) {
+    Bench::messagesAlone(bytes, answer);
+    return grpc::Status::OK;
+  });
+}
+
+// Processor time of all threads: what a Set leaves behind goes on another one.
+BENCHMARK(Provider_Set)->ArgName("jumping")->Arg(0)->Arg(1)->MeasureProcessCPUTime();
+BENCHMARK(Provider_MessagesAlone)->ArgName("jumping")->Arg(0)->Arg(1)->MeasureProcessCPUTime();
+
+} // namespace
