@@ -1,7 +1,6 @@
 // The laws over random data of the modules, with the schema library as the judge that stands outside.
 #include <gmock/gmock.h>
 
-#include <absl/strings/str_split.h>
 #include <fmt/format.h>
 #include <libyang/libyang.h>
 
