@@ -169,6 +169,7 @@ HeldOrWhy Maker::identitiesOf(lysc_node const& leaf, lysc_type_identityref const
       return Kstd::Err(fmt::format("no module has an identity of base '{}:{}'", bases.front()->module->name,
                                    bases.front()->name));
     std::vector<Kel::Enumerator> all;
+    all.reserve(names.size());
     for (std::string const& name : names)
       all.push_back({Kel::String(name), static_cast<std::int64_t>(all.size())});
     auto done = Kel::runtimeEnum(moduleOf(leaf), pathOf(leaf), std::move(all));
