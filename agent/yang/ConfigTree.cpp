@@ -196,16 +196,21 @@ void ConfigTree::placeDel(std::string_view place) {
   steps_.push_back({std::string(place), std::move(before)});
 }
 
-lyd_node* ConfigTree::childIs(lyd_node* parent, lysc_node const& schema, gnmi::PathElem const& elem,
-                              std::string const& place) {
-  if (lyd_node* const there = find(parent, schema, elem)) return there;
+lyd_node* ConfigTree::newChild(lyd_node* parent, lysc_node const& schema, gnmi::PathElem const& elem) {
   lyd_node* made = nullptr;
   if (schema.nodetype == LYS_LIST)
     made = newEntry(parent, schema, elem);
   else
     lyd_new_inner(parent, schema.module, schema.name, 0, &made);
+  if (made != nullptr && parent == nullptr) insert(nullptr, made);
+  return made;
+}
+
+lyd_node* ConfigTree::childIs(lyd_node* parent, lysc_node const& schema, gnmi::PathElem const& elem,
+                              std::string const& place) {
+  if (lyd_node* const there = find(parent, schema, elem)) return there;
+  lyd_node* const made = newChild(parent, schema, elem);
   if (made == nullptr) return nullptr;
-  if (parent == nullptr) insert(nullptr, made);
   steps_.push_back({place, {}});
   touched(&schema);
   return made;
@@ -327,7 +332,9 @@ void ConfigTree::takeBack() {
     lyd_node* parent = nullptr;
     for (gnmi::PathElem const& elem : above.elem()) {
       schema = schemaOf(schema, elem.name());
-      parent = find(parent, *schema, elem);
+      lyd_node* const there = find(parent, *schema, elem);
+      // A container that means nothing by itself has gone with the last that it held.
+      parent = there != nullptr ? there : newChild(parent, *schema, elem);
     }
     for (lyd_node* const node : step->before)
       insert(parent, node);

@@ -75,6 +75,7 @@ private:
   void placeDel(std::string_view place);
   void valueIs(std::string_view place, gnmi::TypedValue const& value);
   void leafIs(lyd_node* parent, lysc_node const& schema, std::string place, gnmi::TypedValue const& value);
+  [[nodiscard]] lyd_node* newChild(lyd_node* parent, lysc_node const& schema, gnmi::PathElem const& elem);
   [[nodiscard]] lyd_node* childIs(lyd_node* parent, lysc_node const& schema, gnmi::PathElem const& elem,
                                   std::string const& place);
   [[nodiscard]] ConfigRules::Verdict validated();
