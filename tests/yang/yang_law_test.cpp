@@ -94,8 +94,9 @@ TEST(YangLaw, ACutWalkIsAWholeWalk) {
         RecordingRouter router(pushes);
         router.takesLeavesOnce = true;
         unsigned asked = 0;
-        auto walk = harness.start(router, *root, flags,
-                                  [&asked, questions] { return questions != 0 && ++asked % questions == 0; });
+        auto walk = harness.start(router, *root, flags, [&asked, questions = questions] {
+          return questions != 0 && ++asked % questions == 0;
+        });
         EXPECT_GT(WalkHarness::finish(walk), leaves / 100) << again;
         EXPECT_EQ(router.leaves(), whole);
         EXPECT_THAT(router.complaints, testing::IsEmpty());
