@@ -17,6 +17,7 @@
 #include "Alloc.h"
 #include "Kel/Dir.h"
 #include "Kel/Error.h"
+#include "ProviderMessages.h"
 #include "SetMessages.h"
 #include "agent/data/SetPlan.h"
 #include "agent/data/SetRun.h"
@@ -24,8 +25,6 @@
 #include "agent/yang/YangModel.h"
 
 namespace {
-
-constexpr std::size_t kUpdates = 1'000;
 
 // The agent with that model, driven by hand.
 class Providers {
@@ -66,39 +65,10 @@ private:
   std::unique_ptr<Agent::Runtime> runtime_;
 };
 
-enum class Order {
-  Entries,
-  Leaves
-}; // an entry's four leaves together, or a leaf of all entries, then the next
-
-std::string requestBytes(Order order, std::uint64_t salt) {
-  constexpr std::size_t kSensors = kUpdates / 4;
-  static constexpr std::array<char const*, 4> kLeaves = {"status", "millivolts", "readings", "errors"};
-  gnmi::SetRequest request;
-  request.mutable_prefix()->add_elem()->set_name("sensors");
-  for (std::size_t i = 0; i < kUpdates; ++i) {
-    std::size_t const sensor = order == Order::Entries ? i / 4 : i % kSensors;
-    std::size_t const leaf = order == Order::Entries ? i % 4 : i / kSensors;
-    gnmi::Update& update = *request.add_update();
-    gnmi::PathElem& entry = *update.mutable_path()->add_elem();
-    entry.set_name("sensor");
-    (*entry.mutable_key())["name"] = fmt::format("s{}", sensor);
-    update.mutable_path()->add_elem()->set_name("state");
-    if (leaf >= 2) update.mutable_path()->add_elem()->set_name("counters");
-    update.mutable_path()->add_elem()->set_name(kLeaves[leaf]);
-    if (leaf == 0)
-      update.mutable_val()->set_string_val(salt % 2 == 0 ? "OK" : "ALARM");
-    else if (leaf == 1)
-      update.mutable_val()->set_int_val(static_cast<std::int64_t>(1'000 + salt));
-    else
-      update.mutable_val()->set_uint_val(salt + i);
-  }
-  return request.SerializeAsString();
-}
-
 void repeat(benchmark::State& state, auto const& once) {
-  std::array<std::string, 2> const bytes = {requestBytes(static_cast<Order>(state.range(0)), 0),
-                                            requestBytes(static_cast<Order>(state.range(0)), 1)};
+  auto const order = static_cast<Provider::Order>(state.range(0));
+  std::array<std::string, 2> const bytes = {Provider::requestBytes(order, 0),
+                                            Provider::requestBytes(order, 1)};
   std::string answer;
   std::size_t turn = 0;
   for (std::string const& each : bytes)
@@ -109,8 +79,9 @@ void repeat(benchmark::State& state, auto const& once) {
     static_cast<void>(once(bytes[turn++ % 2], answer));
     benchmark::DoNotOptimize(answer.data());
   }
-  state.counters["ns/leaf"] = benchmark::Counter(static_cast<double>(state.iterations()) * kUpdates * 1e-9,
-                                                 benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["ns/leaf"] =
+      benchmark::Counter(static_cast<double>(state.iterations()) * Provider::kLeaves * 1e-9,
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void Provider_Set(benchmark::State& state) {

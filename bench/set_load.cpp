@@ -25,6 +25,7 @@
 
 #include <fmt/format.h>
 
+#include "ProviderMessages.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.grpc.pb.h"
 
 namespace {
@@ -67,30 +68,8 @@ std::vector<double> client(std::string const& address, int index, Clock::time_po
 
 // --- a provider --------------------------------------------------------------------------------------------
 
-constexpr std::size_t kLeaves = 1'000; // of a Set
-
-grpc::ByteBuffer bytesOf(bool isByEntry, std::size_t salt) {
-  constexpr std::size_t kSensors = kLeaves / 4;
-  static constexpr char const* kNames[] = {"status", "millivolts", "readings", "errors"};
-  gnmi::SetRequest request;
-  request.mutable_prefix()->add_elem()->set_name("sensors");
-  for (std::size_t i = 0; i < kLeaves; ++i) {
-    std::size_t const leaf = isByEntry ? i % 4 : i / kSensors;
-    gnmi::Update& update = *request.add_update();
-    gnmi::PathElem& entry = *update.mutable_path()->add_elem();
-    entry.set_name("sensor");
-    (*entry.mutable_key())["name"] = fmt::format("s{}", isByEntry ? i / 4 : i % kSensors);
-    update.mutable_path()->add_elem()->set_name("state");
-    if (leaf >= 2) update.mutable_path()->add_elem()->set_name("counters");
-    update.mutable_path()->add_elem()->set_name(kNames[leaf]);
-    if (leaf == 0)
-      update.mutable_val()->set_string_val(salt % 2 == 0 ? "OK" : "ALARM");
-    else if (leaf == 1)
-      update.mutable_val()->set_int_val(static_cast<std::int64_t>(1'000 + salt));
-    else
-      update.mutable_val()->set_uint_val(salt + i);
-  }
-  std::string const bytes = request.SerializeAsString();
+grpc::ByteBuffer bytesOf(Provider::Order order, std::size_t salt) {
+  std::string const bytes = Provider::requestBytes(order, salt);
   grpc::Slice const slice(bytes);
   return {&slice, 1};
 }
@@ -106,10 +85,10 @@ double processorSeconds(std::string const& pid) {
 
 int provider(std::string const& address, std::string const& pid, std::chrono::seconds duration) {
   auto const channel = grpc::CreateChannel(address, grpc::InsecureChannelCredentials());
-  for (bool const isByEntry : {true, false}) {
+  for (auto const order : {Provider::Order::Entries, Provider::Order::Leaves}) {
     std::vector<grpc::ByteBuffer> requests;
     for (std::size_t salt = 0; salt < 8; ++salt)
-      requests.push_back(bytesOf(isByEntry, salt));
+      requests.push_back(bytesOf(order, salt));
     double const before = processorSeconds(pid);
     auto const start = Clock::now();
     std::atomic<std::size_t> sets = 0;
@@ -135,9 +114,9 @@ int provider(std::string const& address, std::string const& pid, std::chrono::se
     client(0);
     other.join();
     double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    double const leaves = static_cast<double>(sets * kLeaves);
+    double const leaves = static_cast<double>(sets * Provider::kLeaves);
     fmt::print("{}: {:.0f} leaves a second, {:.0f} a second of the agent's processor time\n",
-               isByEntry ? "by entry" : "by leaf", leaves / seconds,
+               order == Provider::Order::Entries ? "by entry" : "by leaf", leaves / seconds,
                leaves / (processorSeconds(pid) - before));
   }
   return 0;
