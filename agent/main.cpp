@@ -17,6 +17,7 @@
 #include "agent/collect/Collectors.h"
 #include "agent/collect/ConfigApplier.h"
 #include "agent/collect/LinkBefore.h"
+#include "agent/context/Memory.h"
 #include "agent/data/SetRecord.h"
 #include "agent/data/SetRestore.h"
 #include "agent/data/SetRun.h"
@@ -362,6 +363,7 @@ int run(std::vector<std::string> const& arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
+  Agent::HeapTrimmer::heapIsEven();
   Agent::standardStreamsAreOpen();
   return Agent::codeAfterPrinting(run({argv + 1, argv + argc}));
 }

@@ -53,9 +53,7 @@ Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
 
 constexpr std::size_t kPathsAtATime = 8;     // compiled in one turn: one may take a millisecond
 constexpr std::size_t kOverlapsMax = 1024;   // pairs of subscriptions: each costs something for each leaf
-constexpr std::size_t kLeavesAtATime = 2000; // out of the backlog, in one turn
-constexpr std::size_t kLeavesPerRefill = 200;
-static_assert(kLeavesAtATime % kLeavesPerRefill == 0);
+constexpr std::size_t kLeavesPerRefill = 50; // each may be of another time, and a message of its own
 constexpr std::size_t kLeavesOfStalled = 256; // that wait for one who has taken nothing for
 constexpr std::int64_t kStalledNs = 1'000'000'000;
 constexpr std::int64_t kPatienceMinNs = 1'000'000'000;
@@ -107,7 +105,7 @@ public:
   void cancel() { turn_->cancel(); } // before the call goes
   void taskExecute() override {
     Turns::Turn::Run const run(turn_);
-    call_.refill(kLeavesAtATime);
+    call_.refill(this);
     call_.goOn();
   }
 
@@ -247,7 +245,7 @@ void Call::walkEnded() {
   walk_.reset();
   jobs_.pop_front();
   nextJob();
-  refill(kLeavesAtATime);
+  refill();
 }
 
 void Call::sync() {
@@ -370,7 +368,7 @@ void Call::goOn() {
 void Call::changed(Subscription const& subscription, std::span<Message::Ptr const> messages) {
   bool const isAhead = std::ranges::any_of(jobs_, &Job::hasEnded); // perhaps, and then not told twice
   // Whoever takes it again need not wait for a turn of his own.
-  if (!isAhead && !walk_ && !isFull()) refill(kLeavesPerRefill);
+  if (!isAhead && !walk_ && !isFull()) refill();
   if (backlog_.empty() && !isAhead) messages = messages.subspan(subscriber_->pushSome(messages));
   if (messages.empty()) return;
   bool const isAllAhead = isAllToBeTold(subscription);
@@ -493,15 +491,16 @@ void Call::pushEnds() {
   if (backlog_.hasEnds()) subscriber_->push(backlog_.takeEnds());
 }
 
-// Gives the subscriber what waits: ends, then leaves; a walk that runs is left its half.
-void Call::refill(std::size_t leaves) {
+// Gives the subscriber what waits: ends, then leaves, some or for as long as the task's slice lasts; a walk
+// that runs is left its half.
+void Call::refill(Tovak::Task const* task) {
   if (backlog_.empty()) return;
   pushEnds();
   Limits const& limits = context_.limits();
   std::size_t const bound = walk_ ? limits.queueBytes / 4 * 3 : limits.queueBytes;
-  for (; leaves > 0 && backlog_.leafCount() > 0; leaves -= kLeavesPerRefill) {
-    if (isFull() || subscriber_->held().bytes >= bound) break;
+  while (backlog_.leafCount() > 0 && !isFull() && subscriber_->held().bytes < bound) {
     subscriber_->push(backlog_.takeLeaves(kLeavesPerRefill, limits.responseBytes));
+    if (task == nullptr || task->taskShouldYield()) break;
   }
   backlogShare_.bytesAre(backlog_.bytes());
   if (!walk_ && backlog_.leafCount() > 0 && !isFull()) refill_->askFor();

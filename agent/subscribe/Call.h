@@ -134,7 +134,7 @@ private:
   void refreshIs(Backlog::Lost const& lost);
   void refreshIs(Subscription& subscription, std::string_view region, bool hasEnded);
   void pushEnds();
-  void refill(std::size_t leaves); // REQUIRES a multiple of what is pushed at a time
+  void refill(Tovak::Task const* task = nullptr);
   void goOn();
 
   Router& router_;

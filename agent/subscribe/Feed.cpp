@@ -17,6 +17,11 @@
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
+namespace {
+
+constexpr std::size_t kLeavesAtATime = 64; // told to one member before the clock is looked at
+
+} // namespace
 
 // --- making messages --------------------------------------------------------------------------------------
 
@@ -105,30 +110,44 @@ void Feed::close() {
 
 void Feed::catchUp(FeedMember& member) {
   settle();
-  std::uint64_t const from = std::exchange(member.position_, end());
-  if (from < end()) member.changed(std::span(log_).subspan(from - first_));
+  static_cast<void>(give(member, end(), nullptr));
 }
 
 bool Feed::catchUpSome(FeedMember& member, Tovak::Task const& task) {
-  if (!settleSome(&task)) return false;
-  catchUp(member);
+  return settleSome(&task) && give(member, end(), &task);
+}
+
+// Gives a member what was made before message `until`, a few messages after the other: what it does with them
+// may take as long as their leaves are many.
+bool Feed::give(FeedMember& member, std::uint64_t until, Tovak::Task const* task) {
+  while (member.position_ < until) {
+    std::uint64_t const from = member.position_;
+    std::size_t leaves = 0;
+    while (member.position_ < until && leaves < kLeavesAtATime)
+      leaves += log_[member.position_++ - first_]->leaves() + 1;
+    member.changed(std::span(log_).subspan(from - first_, member.position_ - from));
+    if (task != nullptr && task->taskShouldYield()) return member.position_ >= until;
+  }
   return true;
 }
 
 bool Feed::deliver(Tovak::Task const& task) {
   for (;;) {
-    if (nextMember_ == 0) {
+    if (deliveryEnd_ == first_) { // a round begins
       if (!settleSome(&task)) return false;
+      if (log_.empty()) return true;
       deliveryEnd_ = end();
     }
-    while (nextMember_ < members_.size()) {
-      catchUp(*members_[nextMember_++]);
-      if (nextMember_ < members_.size() && task.taskShouldYield()) return false;
+    for (; nextMember_ < members_.size(); ++nextMember_) {
+      if (!give(*members_[nextMember_], deliveryEnd_, &task)) return false;
+      if (task.taskShouldYield()) {
+        ++nextMember_;
+        return false;
+      }
     }
     nextMember_ = 0;
     log_.erase(log_.begin(), log_.begin() + static_cast<std::ptrdiff_t>(deliveryEnd_ - first_));
     first_ = deliveryEnd_;
-    if (log_.empty() && taken_.empty()) return true;
     if (task.taskShouldYield()) return false;
   }
 }

@@ -84,6 +84,7 @@ public:
 private:
   void settle();
   [[nodiscard]] bool settleSome(Tovak::Task const* task);
+  [[nodiscard]] bool give(FeedMember& member, std::uint64_t until, Tovak::Task const* task);
   void select(std::shared_ptr<Ondra::ArenaRespMsg> const& response);
   void bundle(std::shared_ptr<Ondra::ArenaRespMsg> const& response, Selection updates);
   void hashPaths(gnmi::Notification const& notification, Selection const& updates);
@@ -103,7 +104,7 @@ private:
   std::vector<std::shared_ptr<Ondra::ArenaRespMsg>> taken_; // of which the first have been looked at:
   std::size_t nextTaken_ = 0;
   std::size_t nextMember_ = 0;    // of the delivery
-  std::uint64_t deliveryEnd_ = 0; // before which the members so far have got all
+  std::uint64_t deliveryEnd_ = 0; // before which the members so far have got all; else none has begun
   std::vector<Message::Ptr> log_; // what some member has not got yet
   std::uint64_t first_ = 0;       // its number
   Message::Parts open_;           // the message that is being made

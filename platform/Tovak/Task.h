@@ -64,8 +64,9 @@ public:
   virtual void taskExecute() = 0;
 
   // Whether the running task has used up its slice. Once true it stays true for the rest of the run; false
-  // for a task that is not running. Cheap enough for the inner loop: at most one clock read, on the machine's
-  // clock only at every TaskScheduler::yieldStride-th call. Virtual so that a test can force a yield.
+  // for a task that is not running. Cheap enough for the inner loop: at most one clock read, and where calls
+  // follow each other quickly, on the machine's clock only at every TaskScheduler::yieldStride-th of them.
+  // Virtual so that a test can force a yield.
   virtual bool taskShouldYield() const;
 
   // Called after a run that took more than TaskScheduler::busySlices slices: the task holds up everybody

@@ -34,6 +34,7 @@ template <typename Tag>
 using TaskList = bi::list<Task, bi::base_hook<Impl::TaskHook<Tag>>, bi::constant_time_size<false>>;
 
 constexpr std::int64_t noWait = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t strideOfSlice = 16; // steps between two looks at the clock may take that part of a slice
 constexpr std::int64_t waitForever = Impl::TimerQueue::never;
 
 DebugHandler const& debugHandler() {
@@ -53,7 +54,7 @@ struct LoopHook {
 } // namespace
 
 struct TaskScheduler::State {
-  explicit State(Clock& theClock) : clock(theClock), stride(theClock.isSimulated() ? 1 : yieldStride) {}
+  explicit State(Clock& theClock) : clock(theClock), strideMax(theClock.isSimulated() ? 1 : yieldStride) {}
 
   Clock& clock;
   Impl::FdPoller poller;
@@ -82,8 +83,11 @@ struct TaskScheduler::State {
   Task* current = nullptr;
   std::int64_t sliceEndNs = 0;
   bool sliceOver = false;
-  std::uint32_t const stride;
-  std::uint32_t callsToRead = 0; // of taskShouldYield, until the clock is read again
+  // Of taskShouldYield: how many calls make one look at the clock, at most and just now; how many are left.
+  std::uint32_t const strideMax;
+  std::uint32_t stride = 1;
+  std::uint32_t callsToRead = 0;
+  std::int64_t readNs = 0; // what the clock said then
 
   bool anyScheduled() const {
     return std::any_of(queues.begin(), queues.end(), [](auto const& queue) { return !queue.empty(); });
@@ -314,6 +318,8 @@ bool TaskScheduler::runTask() {
   s.sliceEndNs = startNs + s.sliceNs;
   s.sliceOver = false;
   s.callsToRead = 0;
+  s.stride = 1;
+  s.readNs = startNs;
   s.current = task;
   struct Ended {
     ~Ended() { current = nullptr; }
@@ -339,8 +345,13 @@ bool TaskScheduler::sliceUsedUp(Task const& task) {
     --s.callsToRead;
     return false;
   }
+  std::int64_t const nowNs = s.clock.monotonicNs();
+  std::int64_t const sinceNs = std::max<std::int64_t>(nowNs - std::exchange(s.readNs, nowNs), 1);
+  std::int64_t const affordable = s.sliceNs / strideOfSlice * s.stride / sinceNs;
+  s.stride = static_cast<std::uint32_t>(
+      std::clamp<std::int64_t>(affordable, 1, std::min(2 * s.stride, s.strideMax)));
   s.callsToRead = s.stride - 1;
-  s.sliceOver = s.clock.monotonicNs() >= s.sliceEndNs;
+  s.sliceOver = nowNs >= s.sliceEndNs;
   return s.sliceOver;
 }
 

@@ -126,29 +126,38 @@ TEST_F(TovakScheduler, ATaskYieldsWhenItsSliceIsOver) {
   EXPECT_EQ(scheduler_->stats("WalkTask").runs, 0u);
 }
 
-TEST(TovakSchedulerClock, OnTheMachinesClockAYieldComesWithinTheStride) {
+// The machine's clock is looked at seldom while steps are short, and with every step while they are long.
+TEST(TovakSchedulerClock, YieldsComeInTimeWhateverAStepTakes) {
   struct Counting : Tovak::Clock {
-    std::int64_t monotonicNs() const override { return reads += 1; }
+    std::int64_t monotonicNs() const override { return ++reads, nowNs; }
     std::int64_t wallNs() const override { return 0; }
     std::int64_t blockNs(std::int64_t) override { return 0; }
     bool isSimulated() const override { return false; }
+    std::int64_t nowNs = 0;
     mutable std::int64_t reads = 0;
   } clock;
   auto const scheduler = std::make_shared<TaskScheduler>(clock);
-  scheduler->sliceNsIs(10); // ten readings
-  std::uint32_t calls = 0;
-  std::int64_t reads = 0;
-  auto const task =
-      std::make_shared<FunctionTask>(scheduler, "t", TaskPriority::normal, [&](FunctionTask& self) {
-        reads = -clock.reads;
-        while (!self.taskShouldYield())
-          ++calls;
-        reads += clock.reads;
-      });
-  task->scheduleTask();
-  scheduler->runOnce();
-  EXPECT_EQ(reads, 10);
-  EXPECT_EQ(calls, 9 * TaskScheduler::yieldStride);
+  constexpr std::int64_t sliceNs = 100'000;
+  scheduler->sliceNsIs(sliceNs);
+  for (std::int64_t const stepNs : {std::int64_t(100), sliceNs / 20, sliceNs / 4, 2 * sliceNs}) {
+    SCOPED_TRACE(stepNs);
+    std::int64_t steps = 0, reads = 0, tookNs = 0;
+    auto const task =
+        std::make_shared<FunctionTask>(scheduler, "t", TaskPriority::normal, [&](FunctionTask& self) {
+          std::int64_t const startNs = clock.nowNs;
+          reads = -clock.reads;
+          do {
+            ++steps;
+            clock.nowNs += stepNs;
+          } while (!self.taskShouldYield());
+          reads += clock.reads;
+          tookNs = clock.nowNs - startNs;
+        });
+    task->scheduleTask();
+    scheduler->runOnce();
+    EXPECT_TRUE(stepNs > 100 || reads <= steps / TaskScheduler::yieldStride + 6) << reads << " for " << steps;
+    EXPECT_LE(tookNs, sliceNs + std::max(stepNs, TaskScheduler::yieldStride * std::int64_t(100)));
+  }
 }
 
 TEST_F(TovakScheduler, TasksMayEndAtAnyTime) {
