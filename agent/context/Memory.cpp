@@ -88,6 +88,8 @@ bool HeapTrimmer::isDue(std::int64_t nowNs) {
 
 void HeapTrimmer::trim() { malloc_trim(kKeptFree); }
 
-void HeapTrimmer::heapIsEven() { static_cast<void>(mallopt(M_MXFAST, 0)); } // what has no such pieces refuses it
+void HeapTrimmer::heapIsEven() {
+  static_cast<void>(mallopt(M_MXFAST, 0));
+} // what has no such pieces refuses it
 
 } // namespace Agent

@@ -51,9 +51,9 @@ Patterns rivalsOf(Patterns const& patterns, std::size_t index) {
   return rivals;
 }
 
-constexpr std::size_t kPathsAtATime = 8;     // compiled in one turn: one may take a millisecond
-constexpr std::size_t kOverlapsMax = 1024;   // pairs of subscriptions: each costs something for each leaf
-constexpr std::size_t kLeavesPerRefill = 50; // each may be of another time, and a message of its own
+constexpr std::size_t kPathsAtATime = 8;      // compiled in one turn: one may take a millisecond
+constexpr std::size_t kOverlapsMax = 1024;    // pairs of subscriptions: each costs something for each leaf
+constexpr std::size_t kLeavesPerRefill = 50;  // each may be of another time, and a message of its own
 constexpr std::size_t kLeavesOfStalled = 256; // that wait for one who has taken nothing for
 constexpr std::int64_t kStalledNs = 1'000'000'000;
 constexpr std::int64_t kPatienceMinNs = 1'000'000'000;

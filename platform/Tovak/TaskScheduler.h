@@ -62,8 +62,8 @@ public:
 
   static constexpr std::int64_t defaultSliceNs = 5'000'000; // how long a task may run
   static constexpr std::uint32_t fairTurn = 8;              // see above
-  static constexpr std::uint32_t yieldStride = 16;          // questions for each look at the machine's clock, at most
-  static constexpr std::int64_t busySlices = 10;            // what a run may take before it is called busy
+  static constexpr std::uint32_t yieldStride = 16; // questions for each look at the machine's clock, at most
+  static constexpr std::int64_t busySlices = 10;   // what a run may take before it is called busy
 
   // Runs on the machine's clock.
   TaskScheduler();
