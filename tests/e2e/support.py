@@ -94,10 +94,7 @@ class Watcher:
 
 def stream(*paths, mode="on_change", **options):
     """A subscription of the client's form."""
-    subscription = {key: options.pop(key) for key in ("sample_interval",)
-                    if key in options}
-    return {"mode": "stream", "encoding": "proto",
-            "subscription": [{"path": path, "mode": mode, **subscription} for path in paths], **options}
+    return {"mode": "stream", "encoding": "proto", "subscription": [{"path": path, "mode": mode} for path in paths], **options}
 
 
 class WithCertificates(unittest.TestCase):

@@ -10,23 +10,13 @@ import unittest.mock
 
 import grpc
 
-from support import AGENT, DEADLINE, WORK, Agent, Watcher, command, stream
+from support import AGENT, DEADLINE, WORK, Agent, command
 
 DESCRIPTION = "/interfaces/interface[name=lo]/config/description"
 
 
 class Process(unittest.TestCase):
-    def testSigtermEndsStreamsAndTheProcess(self):
-        with Agent() as agent, agent.client() as client:
-            watcher = Watcher(client, stream("interfaces"))
-            watcher.toSync()
-            begin = time.monotonic()
-            self.assertEqual(agent.end(signal.SIGTERM), 0)
-            self.assertLess(time.monotonic() - begin, 10)
-            watcher.subscriber._subscribe_thread.join(DEADLINE)
-            self.assertEqual(watcher.subscriber.error.code(), grpc.StatusCode.UNAVAILABLE)
-
-    def testSigintEndsItTooAndNobodyNeedsToListen(self):
+    def testSigintEndsItAndNobodyNeedsToListen(self):
         with Agent() as agent:
             self.assertEqual(agent.end(signal.SIGINT), 0)
         for lost in ("2>&-", "2>/dev/full", "<&- >&- 2>&-"):  # no line tells that it listens: its socket does

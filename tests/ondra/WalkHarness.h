@@ -1,19 +1,11 @@
-// Runs walks of the fixture model under a test's control: where they yield, when the pipe is full, what
-// happens while they are parked.
+// Runs walks under a test's control: where they yield, when the pipe is full, what happens meanwhile.
 #pragma once
-
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
 #include "Kel/Ptr.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/Path.h"
-#include "Ondra/WalkTask.h"
 #include "RecordingRouter.h"
 #include "Tovak/Clock.h"
 #include "Tovak/TaskScheduler.h"
@@ -96,10 +88,14 @@ public:
   }
 
   // A whole walk in one go.
-  RecordingRouter::Leaves leavesOf(Kel::Entity const& root, Ondra::WalkerFlags flags = Ondra::flagSnapshot) {
-    RecordingRouter router;
+  Walk walked(Ondra::BaseRouter& router, Kel::Entity const& root, Ondra::WalkerFlags flags) {
     Walk walk = start(router, root, flags);
     finish(walk);
+    return walk;
+  }
+  RecordingRouter::Leaves leavesOf(Kel::Entity const& root, Ondra::WalkerFlags flags = Ondra::flagSnapshot) {
+    RecordingRouter router;
+    walked(router, root, flags);
     return router.leaves();
   }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "Ondra/IR.h"
 #include "Ondra/KelGnmiUtils.h"

@@ -10,8 +10,7 @@
 
 namespace {
 
-using Ondra::AttrStateMap;
-using Ondra::AttrStateNode;
+using Ondra::AttrStateMap, Ondra::AttrStateNode;
 using Handle = Kel::Ptr<Kel::GenericIf const>;
 
 long loopTime() { return Kel::activityManagerStatus()->activityLoopExecNsTime(); }

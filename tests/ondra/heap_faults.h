@@ -1,5 +1,4 @@
-// Lets the general heap fail where a test wants it: this program's operator new is replaced
-// (hostile_sweep_test.cpp), the libraries' included.
+// Lets the general heap fail where a test wants it: operator new is replaced in hostile_sweep_test.cpp.
 #pragma once
 
 #include <functional>

@@ -1,10 +1,7 @@
-// A step of a play: one call is armed to misbehave, the host acts, then the laws are checked. Parked walks
-// last over several steps.
+// A step of a play: one call is armed to misbehave, the host acts, then the laws are checked.
 #include "ondra/hostile_host.h"
 
-#include <algorithm>
 #include <new>
-#include <set>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
@@ -14,7 +11,6 @@
 #include "Kel/Error.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "ondra/set_random.h"
-#include "ondra/set_support.h"
 
 namespace Hostile {
 
@@ -89,8 +85,6 @@ void Play::subscribeAnew() {
   WalkHarness::Walk walk = start(live_, kStreamSnapshot);
   run(walk);
 }
-
-// --- what the host does --------------------------------------------------------------------------------
 
 void Play::note(std::string text) { log_.push_back(shortened(std::move(text))); }
 
@@ -301,8 +295,6 @@ void Play::observeAll() {
       trap().spring(Call::Tell);
     }));
 }
-
-// --- the laws --------------------------------------------------------------------------------------------
 
 void Play::checkLaws() {
   fresh_.clear();

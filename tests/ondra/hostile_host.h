@@ -1,17 +1,5 @@
-// Plays the worst host there is over the hostile model, and holds the library to its laws at every quiet
-// moment.
+// Plays the worst host there is over the hostile model, and holds the library to its laws.
 #pragma once
-
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "WalkHarness.h"
 #include "fixture/Observer.h"
@@ -60,8 +48,7 @@ public:
   Play(Play const&) = delete;
   Play& operator=(Play const&) = delete;
 
-  // One thing that the host does, with what its own code does meanwhile; then the laws. What is broken is a
-  // failure of the test.
+  // One thing that the host does; then the laws. What is broken is a failure of the test.
   void step();
   // What was done in the last step.
   [[nodiscard]] std::vector<std::string> const& log() const { return log_; }

@@ -1,5 +1,4 @@
-// The registration of the rude types, boxes in which a key collides with each kind of attribute, and the odd
-// texts.
+// The registration of the rude types, of boxes in which a key collides, and the odd texts.
 #include "ondra/hostile_model.h"
 
 #include <algorithm>
@@ -13,11 +12,7 @@
 
 namespace Hostile {
 
-using Kel::BuiltinKind;
-using Kel::builtinType;
-using Kel::KelType;
-using Kel::TypeBuilder;
-using Kel::TypeKind;
+using Kel::BuiltinKind, Kel::builtinType, Kel::KelType, Kel::TypeBuilder, Kel::TypeKind;
 
 Trap& trap() {
   static Trap one;
@@ -74,55 +69,34 @@ void declareValues() {
       .done();
   Kel::valueType<Blob>("Blob", kModule)
       .attr("bytes", &Blob::bytes).ctorArg()
-      .gnmiByteRep([](Blob const& blob) { trap().spring(Call::Print); return blob.bytes.view(); })
-      .done();
+      .gnmiByteRep([](Blob const& blob) { trap().spring(Call::Print); return blob.bytes.view(); }).done();
   Kel::valueType<PlaceKey>("PlaceKey", kModule)
-      .attr("vrf", &PlaceKey::vrf).ctorArg()
-      .attr("tag", &PlaceKey::tag).ctorArg()
-      .attr("mood", &PlaceKey::mood).ctorArg()
-      .done();
+      .attr("vrf", &PlaceKey::vrf).ctorArg().attr("tag", &PlaceKey::tag).ctorArg()
+      .attr("mood", &PlaceKey::mood).ctorArg().done();
   Kel::valueType<Inner>("Inner", kModule).attr("number", &Inner::number).attr("word", &Inner::word).done();
   Kel::valueType<NestedKey>("NestedKey", kModule)
-      .attr("inner", &NestedKey::inner).ctorArg()
-      .attr("vrf", &NestedKey::vrf).ctorArg()
-      .done();
+      .attr("inner", &NestedKey::inner).ctorArg().attr("vrf", &NestedKey::vrf).ctorArg().done();
   Kel::valueType<Silent>("Silent", kModule).attr("note", &Silent::note).done();
 }
 
 void declareEntities() {
   Kel::valueType<Leg>("Leg", kModule).attr("cost", &Leg::cost).pointer("via", &Leg::via).attr("note", &Leg::note).done();
   Kel::entityType<Room>("Room", kModule)
-      .attr("beds", &Room::beds).settable()
-      .attr("paint", &Room::paint).settable()
-      .done();
+      .attr("beds", &Room::beds).settable().attr("paint", &Room::paint).settable().done();
   Kel::entityType<Guest>("Guest", kModule)
-      .attr("tag", &Guest::tag).ctorArg().keyField()
-      .attr("text", &Guest::text, &Guest::textIs)
-      .attr("odd", &Guest::odd).settable()
-      .pointer("peer", &Guest::peer).settable()
-      .instantiating("room", &Guest::rooms)
-      .instantiating("only", &Guest::only)
-      .done();
+      .attr("tag", &Guest::tag).ctorArg().keyField().attr("text", &Guest::text, &Guest::textIs)
+      .attr("odd", &Guest::odd).settable().pointer("peer", &Guest::peer).settable()
+      .instantiating("room", &Guest::rooms).instantiating("only", &Guest::only).done();
   Kel::entityType<Host>("Host", kModule)
-      .attr("label", &Host::label, &Host::labelIs)
-      .attr("odd", &Host::odd, &Host::oddIs)
-      .attr("oddBlob", &Host::oddBlob).settable()
-      .attr("oddNote", &Host::oddNote).settable()
-      .array("oddList", &Host::oddList).settable()
-      .attr("mood", &Host::mood).settable()
-      .attr("inner", &Host::inner).settable()
-      .array("step", &Host::steps).settable()
-      .attr("leg", &Host::leg).settable()
-      .keyed("stop", &Host::stops).settable()
-      .pointer("peer", &Host::peer, &Host::peerIs)
-      .keyed("oddShare", &Host::oddShares).settable()
-      .keyed("oddPlace", &Host::oddPlaces).settable()
-      .keyed("silent", &Host::silents).settable()
-      .keyed("cost", &Host::costs).settable()
-      .keyed("alias", &Host::aliases).settable()
-      .instantiating("guest", &Host::guests).index("tag")
-      .instantiating("oddRoom", &Host::oddRooms)
-      .done();
+      .attr("label", &Host::label, &Host::labelIs).attr("odd", &Host::odd, &Host::oddIs)
+      .attr("oddBlob", &Host::oddBlob).settable().attr("oddNote", &Host::oddNote).settable()
+      .array("oddList", &Host::oddList).settable().attr("mood", &Host::mood).settable()
+      .attr("inner", &Host::inner).settable().array("step", &Host::steps).settable()
+      .attr("leg", &Host::leg).settable().keyed("stop", &Host::stops).settable()
+      .pointer("peer", &Host::peer, &Host::peerIs).keyed("oddShare", &Host::oddShares).settable()
+      .keyed("oddPlace", &Host::oddPlaces).settable().keyed("silent", &Host::silents).settable()
+      .keyed("cost", &Host::costs).settable().keyed("alias", &Host::aliases).settable()
+      .instantiating("guest", &Host::guests).index("tag").instantiating("oddRoom", &Host::oddRooms).done();
 }
 // clang-format on
 

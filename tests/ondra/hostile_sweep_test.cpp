@@ -6,14 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <exception>
 #include <new>
 
 #include <gmock/gmock.h>
 
 #include "Kel/Error.h"
-#include "ondra/heap_faults.h"
 #include "ondra/hostile_host.h"
 
 namespace {

@@ -3,8 +3,6 @@
 //   ONDRA_HOSTILE_STEPS=100000   so many steps a property instead of a few hundred
 //   ONDRA_HOSTILE_SEED=17        the play of this seed alone, as a failure names it
 
-#include <cstdlib>
-
 #include <gmock/gmock.h>
 
 #include "Kel/Allocator.h"
@@ -79,16 +77,12 @@ constexpr Property kProperties[] = {
     {"PrintersThatThrow", {.throws = bit(Call::Print)}},
     {"Everything", {.meddles = kAll, .throws = kAll, .refuses = true, .collides = true, .badTexts = true}},
 };
-// What has little or nothing to say is asked for time like everything else: no slice is longer by more than a
-// member.
+// What has little to say is asked for time like everything else: no slice is longer by more than a member.
 TEST(HostileSlices, EverythingIsAskedForTime) {
   constexpr std::size_t kMany = 2000;
-  struct Case {
-    std::string name;
-    std::function<void(Host&, std::uint32_t)> add; // one more
-  };
   auto const textOf = [](std::uint32_t i) { return Kel::String(std::to_string(i)); };
-  std::vector<Case> cases{
+  std::vector<std::pair<std::string, std::function<void(Host&, std::uint32_t)>>> cases{
+      // adds one more
       {"values", [&](Host& host, auto i) { host.silentIs(textOf(i), {}); }},
       {"values under structured keys",
        [&](Host& host, auto i) {
@@ -107,21 +101,20 @@ TEST(HostileSlices, EverythingIsAskedForTime) {
                        if (i == 0) static_cast<Kel::Dir*>(host.parent())->entityIs("wide", wide);
                      }});
   }
-  for (Case const& one : cases) {
+  for (auto const& [name, add] : cases) {
     World world({});
     for (std::uint32_t i = 0; i < kMany; ++i)
-      one.add(*world.host, i);
+      add(*world.host, i);
     for (Ondra::WalkerFlags const flags :
          {Ondra::flagSnapshot, Ondra::flagSnapshot | Ondra::flagStream, Ondra::flagStream}) {
       WalkHarness harness;
       RecordingRouter router;
       for (char const* const walk : {"the first", "another"}) {
-        WalkHarness::Walk whole = harness.start(router, *world.dir, flags);
-        WalkHarness::finish(whole);
+        WalkHarness::Walk whole = harness.walked(router, *world.dir, flags);
         // Without values to send, a walk does not go into one.
-        bool const goesThere = flags.has(Ondra::flagSnapshot) || !one.name.starts_with("Holder");
+        bool const goesThere = flags.has(Ondra::flagSnapshot) || !name.starts_with("Holder");
         EXPECT_GE(whole.task->questions, goesThere ? kMany : 0)
-            << one.name << ", " << walk << " walk, flags " << flags.toString();
+            << name << ", " << walk << " walk, flags " << flags.toString();
       }
     }
   }

@@ -10,11 +10,7 @@
 
 namespace {
 
-using Kel::handleOf;
-using Ondra::Ir;
-using Ondra::IrLeaf;
-using Ondra::IrNode;
-using Ondra::Path;
+using Kel::handleOf, Ondra::Ir, Ondra::IrLeaf, Ondra::IrNode, Ondra::Path;
 using ConstPath = Kel::Ptr<Path const>;
 
 // A new object each time: equal paths are to be found by what they hold.

@@ -13,11 +13,8 @@
 
 namespace {
 
-using Ondra::GifGnmiNotifiee;
-using Ondra::notifieeMaps;
-using Ondra::Path;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
+using Ondra::GifGnmiNotifiee, Ondra::notifieeMaps, Ondra::Path, testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 class Notifiee : public ::testing::Test {
 protected:
@@ -69,8 +66,7 @@ TEST_F(Notifiee, FindsWhatLiesAtOrBelow) {
 
 TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
   Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
-  WalkHarness::Walk walk = harness.start(router, *world.dir(), Ondra::flagStream);
-  WalkHarness::finish(walk);
+  harness.walked(router, *world.dir(), Ondra::flagStream);
   auto const recorded = [] {
     std::vector<std::string> out;
     for (auto const& [path, type] : Ondra::pathTypesMap->pathTypes())
@@ -98,17 +94,12 @@ TEST_F(Notifiee, RecordsTheTypesOfWhatDirectoriesHold) {
   EXPECT_THAT(recorded(), IsEmpty());
 }
 
-// Whatever those who observe the types do when they are told: a path has a type exactly while an object of
-// that type is watched there.
+// Whatever observers of the types do: a path has a type while an object of that type is watched there.
 TEST_F(Notifiee, TypesOfPathsThatAreTakenOver) {
-  struct Case {
-    char const* what;
-    std::function<void()> react; // to the first entry, or to its end
-    Kel::Entity const* stands;   // at the path afterwards
-  };
   Kel::Ptr<Kel::Entity> const device = world.device(), rack = world.rack(), spare = world.spare();
   auto const types = [&] { return Ondra::pathTypesMap->pathTypes().lookup("/p"); };
-  std::vector<Case> const cases{
+  // What is done at the first entry, or at its end; what stands at the path afterwards.
+  std::vector<std::tuple<char const*, std::function<void()>, Kel::Entity const*>> const cases{
       {"nothing", [] {}, rack.get()},
       {"throws", [] { throw std::runtime_error("rude"); }, rack.get()},
       {"registers another", [&] { watch(spare.get(), "/p"); }, spare.get()},
@@ -117,42 +108,41 @@ TEST_F(Notifiee, TypesOfPathsThatAreTakenOver) {
       {"drops the registry", [&] { Ondra::pathTypesMap = Ondra::pathToTypeFactory("new"); }, rack.get()},
       {"removes the object", [&] { world.dir()->entityDel("rack"); }, nullptr},
   };
-  for (Case const& one : cases) {
+  for (auto const& [what, react, wanted] : cases) {
+    SCOPED_TRACE(what);
     Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
     std::vector<std::string> told;
     bool reacted = true;
+    std::function<void()> const reaction = react;
     Kel::Ptr<Fixture::Observer> const observer(
         new Fixture::Observer(Ondra::pathTypesMap.get(), [&](std::string const&) {
           told.push_back(types() == nullptr ? "" : types()->value.str());
-          if (!std::exchange(reacted, true)) one.react();
+          if (!std::exchange(reacted, true)) reaction();
         }));
     watch(device.get(), "/p");
     watch(device.get(), "/p"); // the same type
     watch(world.dir().get(), "/p");
     watch(device.get(), "/p");
-    EXPECT_THAT(told, testing::ElementsAre("Device", "", "Device")) << one.what;
+    EXPECT_THAT(told, testing::ElementsAre("Device", "", "Device"));
     reacted = false;
     Kel::Ptr<GifGnmiNotifiee> const taken = watch(rack.get(), "/p");
-    Kel::Ptr<GifGnmiNotifiee> const stands(notifieeMaps->find(Path::strToPathIs("/p")));
-    EXPECT_EQ(stands ? stands->notifier() : nullptr, one.stands) << one.what;
-    EXPECT_EQ(taken->isRegistered(), stands == taken) << one.what;
+    auto const standing = [] { return notifieeMaps->find(Path::strToPathIs("/p")); };
+    Kel::Ptr<GifGnmiNotifiee> const stands(standing());
+    EXPECT_EQ(stands ? stands->notifier() : nullptr, wanted);
+    EXPECT_EQ(taken->isRegistered(), stands == taken);
     bool const recorded =
         stands && !stands->objectType().isDir() && observer->notifier() == Ondra::pathTypesMap.get();
-    EXPECT_EQ(types() == nullptr ? "" : types()->value, recorded ? stands->objectType().name() : "")
-        << one.what;
+    EXPECT_EQ(types() == nullptr ? "" : types()->value, recorded ? stands->objectType().name() : "");
     // The same reaction to the end of the entry.
-    reacted = one.stands == nullptr;
+    reacted = wanted == nullptr;
     Ondra::retire(Path::strToPathIs("/p"));
-    EXPECT_EQ(types() != nullptr, notifieeMaps->find(Path::strToPathIs("/p")) != nullptr &&
-                                      !notifieeMaps->find(Path::strToPathIs("/p"))->objectType().isDir())
-        << one.what;
+    EXPECT_EQ(types() != nullptr, standing() != nullptr && !standing()->objectType().isDir());
     reacted = true;
     GifGnmiNotifiee::clearAllGnmiNotifiees();
   }
 }
 
-// First the delete, while all is as it was; then the type's entry; then the path is free and nothing is
-// parked there.
+// First the delete, while all is as it was; then the type's entry; then nothing is there any more.
 TEST_F(Notifiee, TheOrderOfAnEnd) {
   Ondra::pathTypesMap = Ondra::pathToTypeFactory("types");
   Kel::Ptr<Path const> const path = Path::strToPathIs("/fixture/device");

@@ -1,6 +1,4 @@
-// What is parked: the order of queues, the two maps, and walks that go on when something has changed
-// meanwhile.
-#include <algorithm>
+// What is parked: the order of queues, the two maps, and walks that go on after changes.
 
 #include <gmock/gmock.h>
 
@@ -10,15 +8,10 @@
 #include "WalkerProbe.h"
 #include "fixture/Populate.h"
 #include "fixture/Types.h"
-#include "ondra/heap_faults.h"
 
 namespace {
 
-using Ondra::FullKelTypeWalker;
-using Ondra::Path;
-using Ondra::WalkId;
-using Ondra::WalkQ;
-using Ondra::WalkResult;
+using Ondra::FullKelTypeWalker, Ondra::Path, Ondra::WalkId, Ondra::WalkQ, Ondra::WalkResult;
 using testing::HasSubstr;
 
 constexpr char const* kDevice = "/fixture/device";
@@ -31,8 +24,7 @@ constexpr char const* kRack = "/fixture/rack";
 class Parked : public testing::Test {
 protected:
   Parked() {
-    WalkHarness::Walk all = harness.start(recorder, *world.dir(), Ondra::flagStream);
-    WalkHarness::finish(all);
+    harness.walked(recorder, *world.dir(), Ondra::flagStream);
     walk = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
     stack = std::make_unique<WalkQ>(walk.info->syncWalkId, WalkQ::onStack);
     stack->task = walk.task;
@@ -67,8 +59,6 @@ protected:
   std::unique_ptr<WalkQ> stack;
 };
 
-// --- the queue and the maps --------------------------------------------------------------------------
-
 TEST_F(Parked, FirstInFirstOut) {
   std::string const a = park(kDevice), b = park(kChassis);
   auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
@@ -90,22 +80,21 @@ TEST_F(Parked, FirstInFirstOut) {
 }
 
 TEST_F(Parked, DeletionDropsWhatLiesAtOrBelow) {
-  struct Case {
-    char const* path;
-    std::vector<std::string> left; // in the order of resumption
-  };
-  for (Case const& one : {Case{kChassis, {kDevice, kEth0, kRack}},
-                          {kFan, {kDevice, kChassis, kEth0, kRack}},
-                          {kDevice, {kRack}},
-                          {"/fixture", {}}, // nothing is parked at it
-                          {"/fixture/device/interface[name=eth1]", {kDevice, kChassis, kFan, kEth0, kRack}},
-                          {"/fixture/device/gauges", {kDevice, kChassis, kFan, kEth0, kRack}}}) {
-    SCOPED_TRACE(one.path);
-    for (char const* const prefix : {kDevice, kChassis, kFan, kEth0, kRack})
+  std::vector<std::string> const all{kDevice, kChassis, kFan, kEth0, kRack};
+  for (auto const& [path, left] :
+       std::map<std::string, std::vector<std::string>>{// in the order of resumption
+                                                       {kChassis, {kDevice, kEth0, kRack}},
+                                                       {kFan, {kDevice, kChassis, kEth0, kRack}},
+                                                       {kDevice, {kRack}},
+                                                       {"/fixture", {}}, // nothing is parked at it
+                                                       {"/fixture/device/interface[name=eth1]", all},
+                                                       {"/fixture/device/gauges", all}}) {
+    SCOPED_TRACE(path);
+    for (std::string const& prefix : all)
       park(prefix);
-    FullKelTypeWalker::delFromWalkQ(Path::strToPathIs(one.path));
-    EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), one.left.size());
-    for (std::string const& prefix : one.left)
+    FullKelTypeWalker::delFromWalkQ(Path::strToPathIs(path));
+    EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), left.size());
+    for (std::string const& prefix : left)
       EXPECT_THAT(popped(queue()), HasSubstr("prefix:" + prefix + " "));
     EXPECT_EQ(popped(queue()), "");
     FullKelTypeWalker::flushWalkMap();
@@ -178,8 +167,6 @@ TEST_F(Parked, AFirstSliceWithoutMemoryLeavesNothing) {
   WalkHarness::cancel(poor);
 }
 
-// --- walks that go on ----------------------------------------------------------------------------------
-
 TEST_F(Parked, AFullPipeAtTheVeryLastPush) {
   auto const optics = world.device()->interfaceIs("eth0")->opticsIs();
   RecordingRouter full(1);
@@ -199,10 +186,7 @@ TEST_F(Parked, AFullPipeAtTheVeryLastPush) {
   }
 }
 
-// --- memory ----------------------------------------------------------------------------------------------
-
-// The most walkers and bytes of collected leaves that a walk of a rack of `count` interfaces holds at its
-// pauses.
+// The most walkers and bytes of leaves that a walk of a rack of `count` interfaces holds at its pauses.
 std::pair<std::size_t, std::int64_t> heldAtPauses(WalkHarness& harness, Kel::Ptr<Kel::Dir> const& dir,
                                                   unsigned count) {
   Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());

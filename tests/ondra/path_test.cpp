@@ -1,10 +1,8 @@
-// Paths and elements as objects: sharing, comparing, hashing, generic access by name. Random paths are judged
-// by a plain model.
+// Paths and elements as objects. Random paths are judged by a plain model.
 #include <gtest/gtest.h>
 
 #include <boost/container/small_vector.hpp>
 
-#include <memory>
 #include <stdexcept>
 
 #include "Kel/Attr.h"
@@ -14,11 +12,7 @@
 
 namespace {
 
-using Kel::Ptr;
-using Ondra::Path;
-using Ondra::PathElem;
-using OndraTest::PathSamples;
-using OndraTest::plainOf;
+using Kel::Ptr, Ondra::Path, Ondra::PathElem, OndraTest::PathSamples, OndraTest::plainOf;
 using OndraTest::PlainPath;
 using ConstPath = Ptr<Path const>;
 

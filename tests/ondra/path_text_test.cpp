@@ -1,5 +1,4 @@
-// The text form of paths: printing by both representations, parsing, and the malformed texts with their
-// messages.
+// The text form of paths: printing both representations, parsing, malformed texts and their messages.
 #include <gtest/gtest.h>
 
 #include <fmt/format.h>
@@ -11,44 +10,36 @@
 
 namespace {
 
-using Ondra::Path;
-using OndraTest::PathSamples;
-using OndraTest::plainOf;
-using OndraTest::PlainPath;
+using Ondra::Path, OndraTest::PathSamples, OndraTest::plainOf, OndraTest::PlainPath;
 
 TEST(PathText, PrintsAlikeForBothRepresentations) {
-  struct Case {
-    PlainPath path;
-    char const* text;
-  };
-  std::vector<Case> const cases{
-      {{}, ""},
-      {{{"", {}}}, "/"},
-      {{{"interfaces", {}}, {"interface", {{"name", "eth1"}}}, {"state", {}}},
-       "/interfaces/interface[name=eth1]/state"},
-      {{{"e", {{"k", "2"}, {"a", "1"}}}}, "/e[a=1][k=2]"},
-      {{{"e", {{"a", "~"}, {"a-b", "1"}, {"a=", "0"}, {"ab", ""}}}}, "/e[a-b=1][a==0][a=~][ab=]"},
-      {{{"e", {{"a", "1"}, {"a\xff", "1"}}}}, "/e[a=1][a\xff=1]"},
-      {{{"e/[", {{"k", "]\\"}}}}, "/e/[[k=]\\]"},
-      {{{"e", {{"k", "[]="}}}, {"f", {}}}, "/e[k=[]=]/f"},
-  };
-  for (Case const& c : cases) {
+  for (auto const& [plain, printed] : std::vector<std::pair<PlainPath, char const*>>{
+           {{}, ""},
+           {{{"", {}}}, "/"},
+           {{{"interfaces", {}}, {"interface", {{"name", "eth1"}}}, {"state", {}}},
+            "/interfaces/interface[name=eth1]/state"},
+           {{{"e", {{"k", "2"}, {"a", "1"}}}}, "/e[a=1][k=2]"},
+           {{{"e", {{"a", "~"}, {"a-b", "1"}, {"a=", "0"}, {"ab", ""}}}}, "/e[a-b=1][a==0][a=~][ab=]"},
+           {{{"e", {{"a", "1"}, {"a\xff", "1"}}}}, "/e[a=1][a\xff=1]"},
+           {{{"e/[", {{"k", "]\\"}}}}, "/e/[[k=]\\]"},
+           {{{"e", {{"k", "[]="}}}, {"f", {}}}, "/e[k=[]=]/f"},
+       }) {
     PathSamples samples(1);
-    Kel::Ptr<Path const> const path = samples.path(c.path);
-    gnmi::Path message = samples.gnmiPath(c.path);
+    Kel::Ptr<Path const> const path = samples.path(plain);
+    gnmi::Path message = samples.gnmiPath(plain);
     message.set_origin("not printed");
     message.set_target("nor this");
-    EXPECT_EQ(path->toString(), c.text);
-    EXPECT_EQ(fmt::format("{}", path), c.text);
-    EXPECT_EQ(fmt::format("{}", message), c.text);
-    for (std::size_t start = 0; start <= c.path.size() + 1; ++start) {
+    EXPECT_EQ(path->toString(), printed);
+    EXPECT_EQ(fmt::format("{}", path), printed);
+    EXPECT_EQ(fmt::format("{}", message), printed);
+    for (std::size_t start = 0; start <= plain.size() + 1; ++start) {
       for (bool const leading : {false, true}) {
         std::string const text = path->toSubString(start, leading);
         EXPECT_EQ(text, Ondra::pathToStr(message, static_cast<int>(start), leading));
         EXPECT_EQ(text, Ondra::pathToStrImpl(path, start, leading, "/"));
       }
     }
-    EXPECT_TRUE(message.elem_size() != 1 || fmt::format("/{}", message.elem(0)) == c.text) << c.text;
+    EXPECT_TRUE(message.elem_size() != 1 || fmt::format("/{}", message.elem(0)) == printed) << printed;
   }
   Kel::Ptr<Path> const path = Path::strToPathIs("/a/b[k=1]/c/d");
   EXPECT_EQ(path->toKeyString(), "a__b[k=1]__c__d");
@@ -60,31 +51,26 @@ TEST(PathText, PrintsAlikeForBothRepresentations) {
 }
 
 TEST(PathText, Parses) {
-  struct Case {
-    char const* text;
-    PlainPath path;
-  };
-  std::vector<Case> const cases{
-      {"", {}},
-      {"/", {}},
-      {"a", {{"a", {}}}},
-      {"a/", {{"a", {}}}},
-      {"a//", {{"a", {}}, {"", {}}}},
-      {"/a//b", {{"a", {}}, {"", {}}, {"b", {}}}},
-      {"e[k=2][a=1]", {{"e", {{"a", "1"}, {"k", "2"}}}}},
-      {"e[k=1][k=2]", {{"e", {{"k", "2"}}}}},
-      {"[k=v]/x", {{"", {{"k", "v"}}}, {"x", {}}}},
-      {"a[k=1]b", {{"b", {{"k", "1"}}}}},
-      {"a\\/b]", {{"a\\", {}}, {"b]", {}}}},
-      {R"(n[k=a\]b])", {{"n", {{"k", "a]b"}}}}},
-      {R"(n[k=a\\])", {{"n", {{"k", "a\\"}}}}},
-      {"n[k=[x]]", {{"n", {{"k", "[x]"}}}}},
-      {"n[k=[a]/b]/c", {{"n", {{"k", "[a]/b"}}}, {"c", {}}}},
-      {"n[k=a=b]", {{"n", {{"k", "a=b"}}}}},
-      {"n[k e/y]=v]", {{"n", {{"k e/y]", "v"}}}}},
-  };
-  for (Case const& c : cases)
-    EXPECT_EQ(plainOf(*Path::strToPathIs(c.text)), c.path) << c.text;
+  for (auto const& [text, path] : std::vector<std::pair<char const*, PlainPath>>{
+           {"", {}},
+           {"/", {}},
+           {"a", {{"a", {}}}},
+           {"a/", {{"a", {}}}},
+           {"a//", {{"a", {}}, {"", {}}}},
+           {"/a//b", {{"a", {}}, {"", {}}, {"b", {}}}},
+           {"e[k=2][a=1]", {{"e", {{"a", "1"}, {"k", "2"}}}}},
+           {"e[k=1][k=2]", {{"e", {{"k", "2"}}}}},
+           {"[k=v]/x", {{"", {{"k", "v"}}}, {"x", {}}}},
+           {"a[k=1]b", {{"b", {{"k", "1"}}}}},
+           {"a\\/b]", {{"a\\", {}}, {"b]", {}}}},
+           {R"(n[k=a\]b])", {{"n", {{"k", "a]b"}}}}},
+           {R"(n[k=a\\])", {{"n", {{"k", "a\\"}}}}},
+           {"n[k=[x]]", {{"n", {{"k", "[x]"}}}}},
+           {"n[k=[a]/b]/c", {{"n", {{"k", "[a]/b"}}}, {"c", {}}}},
+           {"n[k=a=b]", {{"n", {{"k", "a=b"}}}}},
+           {"n[k e/y]=v]", {{"n", {{"k e/y]", "v"}}}}},
+       })
+    EXPECT_EQ(plainOf(*Path::strToPathIs(text)), path) << text;
 }
 
 TEST(PathText, ParsesBackWhatItPrintsUnlessEscapesWereNeeded) {

@@ -4,9 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "Ondra/ArenaRespMsg.h"
 #include "Ondra/responses/ArenaBlocks.h"
@@ -14,25 +12,19 @@
 
 namespace {
 
-using Ondra::ArenaPool;
-using Ondra::ArenaRespMsg;
-using Ondra::Path;
+using Ondra::ArenaPool, Ondra::ArenaRespMsg, Ondra::Path;
 
 ArenaRespMsg::Ptr created(std::string const& prefix = "/p", long timestamp = 1) {
   return ArenaRespMsg::createResponse(Path::strToPathIs(prefix), timestamp).first;
 }
 
 // What the counters have gone up by since it was made.
-class Counted {
-public:
-  [[nodiscard]] std::uint64_t made() const { return Ondra::arenaMsgCount - made_; }
-  [[nodiscard]] std::uint64_t recycled() const { return Ondra::arenaRecycleCount - recycled_; }
-  [[nodiscard]] std::uint64_t released() const { return Ondra::arenaReleaseCount - released_; }
-
-private:
-  std::uint64_t const made_ = Ondra::arenaMsgCount;
-  std::uint64_t const recycled_ = Ondra::arenaRecycleCount;
-  std::uint64_t const released_ = Ondra::arenaReleaseCount;
+struct Counted {
+  std::uint64_t const madeBefore = Ondra::arenaMsgCount, recycledBefore = Ondra::arenaRecycleCount;
+  std::uint64_t const releasedBefore = Ondra::arenaReleaseCount;
+  [[nodiscard]] std::uint64_t made() const { return Ondra::arenaMsgCount - madeBefore; }
+  [[nodiscard]] std::uint64_t recycled() const { return Ondra::arenaRecycleCount - recycledBefore; }
+  [[nodiscard]] std::uint64_t released() const { return Ondra::arenaReleaseCount - releasedBefore; }
 };
 
 TEST(ArenaPool, HandsOutTheLatestReleaseEmptied) {
@@ -76,23 +68,22 @@ TEST(ArenaPool, IsBounded) {
 
 // Blocks come back to the cache whatever their size, and the cache does not grow with what was in flight.
 TEST(ArenaPool, CachesBlocksUpToItsBound) {
-  std::vector<ArenaRespMsg::Ptr> held;
-  std::size_t allocated = 0;
-  while (allocated < 2 * Ondra::ArenaBlocks::kCachedBytesMax) {
-    held.push_back(created());
+  auto const large = [] {
+    ArenaRespMsg::Ptr msg = created();
     for (int i = 0; i < 4000; ++i)
-      held.back()->response->mutable_update()->add_update()->mutable_val()->set_uint_val(1);
-    allocated += held.back()->spaceAllocated();
-  }
+      msg->response->mutable_update()->add_update()->mutable_val()->set_uint_val(1);
+    return msg;
+  };
+  std::vector<ArenaRespMsg::Ptr> held;
+  for (std::size_t bytes = 0; bytes < 2 * Ondra::ArenaBlocks::kCachedBytesMax;)
+    bytes += held.emplace_back(large())->spaceAllocated();
   held.clear();
   EXPECT_LE(Ondra::ArenaBlocks::cachedBytes(), Ondra::ArenaBlocks::kCachedBytesMax);
   EXPECT_GT(Ondra::ArenaBlocks::cachedBytes(), Ondra::ArenaBlocks::kCachedBytesMax / 2);
 
   // A message as large as one of those takes its blocks from there.
   std::size_t const waiting = Ondra::ArenaBlocks::cachedBytes();
-  ArenaRespMsg::Ptr const msg = created();
-  for (int i = 0; i < 4000; ++i)
-    msg->response->mutable_update()->add_update()->mutable_val()->set_uint_val(1);
+  ArenaRespMsg::Ptr const msg = large();
   EXPECT_LT(Ondra::ArenaBlocks::cachedBytes(), waiting - msg->spaceAllocated() / 2);
 }
 
@@ -128,8 +119,6 @@ TEST(ArenaPool, ReleasesOnOtherThreads) {
   EXPECT_EQ(counted.released(), kRounds);
   EXPECT_EQ(counted.recycled() + counted.made(), kRounds);
 }
-
-// --- in processes of their own -------------------------------------------------------------------
 
 // Ends the process with a code that says which expectation failed first.
 void require(bool holds, int code) {

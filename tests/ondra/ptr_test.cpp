@@ -1,9 +1,5 @@
 // References as path texts.
 
-#include <algorithm>
-#include <random>
-
-#include "Kel/Attr.h"
 #include "Kel/Declare.h"
 #include "Kel/TypeBuilder.h"
 #include "Kstd/Utf8.h"
@@ -15,8 +11,7 @@
 
 namespace {
 
-using Ondra::getPtrPathStr;
-using Ondra::GifGnmiNotifiee;
+using Ondra::getPtrPathStr, Ondra::GifGnmiNotifiee;
 
 Kel::Ptr<Kel::GenericIf const> refTo(Kel::Entity const* entity) {
   return Kel::GenericIf::toObject(static_cast<Kel::PtrInterface const*>(entity));
@@ -139,8 +134,7 @@ TEST_F(PtrResolution, ResolutionsEnd) {
   boards.front()->portIs(*last); // and back to the beginning
   for (std::size_t i = boards.size(); i-- > 0;)
     world.dir()->dirIs(fmt::format("slot{:03}", i))->entityIs("board", boards[i]);
-  WalkHarness::Walk walk = harness.start(router, *world.dir(), Ondra::flagStream | Ondra::flagSnapshot);
-  WalkHarness::finish(walk);
+  harness.walked(router, *world.dir(), Ondra::flagStream | Ondra::flagSnapshot);
   EXPECT_NE(textOf(last.get()), "nullptr");
   for (auto const& board : boards)
     EXPECT_TRUE(Ondra::notifieeMaps->pathOf(board.get()));

@@ -1,5 +1,4 @@
 // What a printer that throws costs a walk, and which roads a walk takes.
-#include <algorithm>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
@@ -14,9 +13,7 @@
 
 namespace {
 
-using Ondra::FullKelTypeWalker;
-using Ondra::Path;
-using Ondra::WalkResult;
+using Ondra::FullKelTypeWalker, Ondra::Path, Ondra::WalkResult;
 
 // A host whose printed items cost one leaf each.
 class RudeWalk : public testing::Test {
@@ -73,12 +70,10 @@ TEST_F(RudeWalk, WhatAPrinterThrowsCostsTheItemAlone) {
   EXPECT_EQ(harness.leavesOf(*world.dir), whole);
 }
 
-// A walker of the host's own, and one that begins at a leaf path, go the long way and say what they were
-// told.
+// A walker of the host's own, and one that begins at a leaf path, go the long way.
 TEST_F(RudeWalk, ShortRoadsAreForTheLibrarysOwnWalks) {
   RecordingRouter live;
-  WalkHarness::Walk walk = harness.start(live, *world.dir, Ondra::flagStream);
-  WalkHarness::finish(walk);
+  harness.walked(live, *world.dir, Ondra::flagStream);
   RecordingRouter router;
   Kel::Ptr<Path const> const prefix = Path::strToPathIs("/hostile/host/oddRoom[oddRoomKey=x]");
   Kel::Ptr<Hostile::Room> const room = world.host->roomIs({"x"});

@@ -1,6 +1,5 @@
 // Scalars as gNMI values, and as the texts of keys.
 #include "Kel/Attr.h"
-#include "Ondra/CompactText.h"
 #include "Ondra/ScalarEncode.h"
 #include "RecordingRouter.h"
 #include "WalkerProbe.h"
@@ -94,14 +93,6 @@ TEST_F(ScalarEncode, RepresentationsComeBeforeTheKind) {
   type.hasGnmiByteRep = true;
   type.gnmiByteRep = [](void const*) { return std::string("as bytes"); };
   EXPECT_EQ(encoded(value), "bytes_val:as bytes");
-}
-
-TEST_F(ScalarEncode, RefusesWhatIsNoScalar) {
-  Handle const structure = handleOf(Fixture::Contact{});
-  EXPECT_FALSE(Ondra::isScalarType(structure->type()));
-  gnmi::TypedValue out;
-  EXPECT_EQ(assertionIn([&] { Ondra::extractScalar(nullptr, structure, &out); }),
-            "OndraIr: not supported scalar type");
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 // Laws of the write side; the round trip is in set_walk_test.cpp, the others are played in hostile_test.cpp.
-#include <random>
 #include <regex>
 
 #include "Ondra/KelGnmiUtils.h"
@@ -12,8 +11,7 @@
 namespace {
 
 using namespace SetTest;
-using Ondra::KelGnmiSet::AttrTree;
-using Ondra::KelGnmiSet::PlaceSet;
+using Ondra::KelGnmiSet::AttrTree, Ondra::KelGnmiSet::PlaceSet;
 
 // The places that a request's paths mean; null when one of them means none, or many.
 class Placed {

@@ -1,5 +1,4 @@
-// Paths along the types and the objects that are there, values for the right field or for any, and mutations
-// of whole requests.
+// Paths along the types and the objects that are there, values for the right field or for any, mutations.
 #include "ondra/set_random.h"
 
 #include <array>
@@ -11,8 +10,7 @@
 
 namespace SetTest {
 
-using Kel::KelAttr;
-using Kel::KelType;
+using Kel::KelAttr, Kel::KelType;
 
 namespace {
 

@@ -1,6 +1,5 @@
-// Requests that are refused, with the message that tells why; nothing has changed afterwards and nobody was
-// told.
-#include "ondra/set_rows.h"
+// Requests that are refused, and why; nothing has changed afterwards and nobody was told.
+#include "ondra/set_support.h"
 
 namespace {
 

@@ -1,5 +1,4 @@
-// Requests are executed by turns with messages of their own and in an arena; models are compared line by
-// line.
+// Requests are executed by turns with messages of their own and in an arena; models are compared by line.
 #include "ondra/set_support.h"
 
 #include <google/protobuf/arena.h>

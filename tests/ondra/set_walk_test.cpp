@@ -1,9 +1,7 @@
 // What a walk emits, a Set takes back: the round trip of the two sides over the fixture model.
-#include <random>
 
 #include <boost/algorithm/string/replace.hpp>
 
-#include "Kel/Dir.h"
 #include "Kel/TypeBuilder.h"
 #include "Ondra/GnmiPath.h"
 #include "WalkHarness.h"
@@ -36,8 +34,7 @@ public:
 Leaves leavesOf(Kel::Entity const& object, std::string const& name) {
   WalkHarness harness;
   LeafRouter router;
-  WalkHarness::Walk walk = harness.start(router, object, Ondra::flagSnapshot);
-  WalkHarness::finish(walk);
+  harness.walked(router, object, Ondra::flagSnapshot);
   for (gnmi::Update& leaf : router.leaves) {
     leaf.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
     leaf.mutable_path()->mutable_elem(0)->set_name(name);
@@ -58,8 +55,7 @@ std::string shapeOf(gnmi::Path path) {
   return Ondra::pathToStr(path, 1, true);
 }
 
-// A key field of a key outside of its member goes by the name of the member's own attribute, which goes by
-// another.
+// A key field of a key outside of its member goes by the name of the member's own attribute.
 bool isKeysOwn(gnmi::Update const& leaf) {
   std::string const shape = shapeOf(leaf.path());
   return shape == "/interface/addr/vrf" || shape == "/route/vrf";
@@ -94,8 +90,7 @@ TEST(SetWalk, WhatAWalkEmitsIsTakenBackAndChangesNothing) {
   EXPECT_EQ(std::vector<std::string>{}, watch.told());
 }
 
-// Where there is nothing yet, each leaf by itself, or all in one request, in any order and with keys by any
-// name: the same.
+// Each leaf by itself, or all in one request, in any order and with keys by any name: the same.
 TEST(SetWalk, WhatAWalkEmitsMakesTheSameAnew) {
   for (std::uint32_t seed = 0; seed < 25; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -163,9 +158,8 @@ TEST(SetWalk, OddKeysAreTakenBack) {
   }
 }
 
-// A list by several keys, too many for a key to lie in place, described at run time, whose members have some
-// of them as leaves: what a walk emits makes the same list anew where there is none, and a leaf that
-// contradicts its path is refused.
+// A list by several keys, described at run time, whose members have some of them as leaves: what a walk emits
+// makes the same list anew, and a leaf that contradicts its path is refused.
 TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   auto const of = [](Kel::BuiltinKind kind) { return Kel::builtinType(kind); };
   Kel::KelType const text = of(Kel::BuiltinKind::String), number = of(Kel::BuiltinKind::U32);
@@ -192,37 +186,33 @@ TEST(SetWalk, ListsBySeveralKeysAreMadeAnew) {
   list.instantiating("entry", key, entry.done().value());
   Kel::KelType const type = list.done().value();
   Kel::Ptr<Kel::Dir> const dir = Kel::globalDir()->dirIs("keys");
-  auto const lists = {Kel::entityAt(type.genericIf(Kel::ArgList())),
-                      Kel::entityAt(type.genericIf(Kel::ArgList()))};
-  dir->entityIs("a", *lists.begin());
-  dir->entityIs("b", *(lists.begin() + 1));
+  auto const a = Kel::entityAt(type.genericIf(Kel::ArgList())),
+             b = Kel::entityAt(type.genericIf(Kel::ArgList()));
+  dir->entityIs("a", a);
+  dir->entityIs("b", b);
 
-  std::string const paths[] = {"/a/entry[mode=FAST][to=x__y][n=7][via=a]",
-                               "/a/entry[mode=SLOW][to=][n=0][via=]"};
-  std::vector<SetTest::Op> ops;
-  for (std::string const& path : paths)
-    ops.push_back({"update", path + "/state/share", "uint_val: 30"});
-  ops.push_back({"update", paths[0] + "/state/label", "string_val: 'FAST'"});
-  ops.push_back({"update", paths[1] + "/state/label", "uint_val: 9"});
-  ops.push_back({"update", paths[1] + "/state/labels",
-                 "leaflist_val { element { string_val: 'any' } element { uint_val: 1 } }"});
-  ASSERT_EQ("OK", SetTest::textOf(SetTest::execute(SetTest::requestOf(ops), "/keys").second));
-  EXPECT_THAT(Fixture::dump(*lists.begin()),
+  std::string const full = "/a/entry[mode=FAST][to=x__y][n=7][via=a]",
+                    bare = "/a/entry[mode=SLOW][to=][n=0][via=]";
+  auto const answer = [](std::vector<SetTest::Op> const& ops) {
+    return SetTest::textOf(SetTest::execute(SetTest::requestOf(ops), "/keys").second);
+  };
+  using SetTest::update;
+  ASSERT_EQ("OK", answer({update(full + "/state/share", "uint_val: 30"),
+                          update(bare + "/state/share", "uint_val: 30"),
+                          update(full + "/state/label", "string_val: 'FAST'"),
+                          update(bare + "/state/label", "uint_val: 9"),
+                          update(bare + "/state/labels",
+                                 "leaflist_val { element { string_val: 'any' } element { uint_val: 1 } }")}));
+  EXPECT_THAT(Fixture::dump(a),
               testing::AllOf(testing::HasSubstr("  to[] = \"x__y\"\n"), testing::HasSubstr("  n[] = 7\n")))
       << "members have their keys";
-  Leaves const leaves = leavesOf(**lists.begin(), "b");
+  Leaves const leaves = leavesOf(*a, "b");
   EXPECT_EQ(12U, leaves.size()) << "three keys, a share, a label and labels each";
   ASSERT_EQ("OK", answerTo(leaves, "/keys"));
-  EXPECT_EQ(Fixture::dump(*lists.begin()),
-            boost::algorithm::replace_all_copy(Fixture::dump(*(lists.begin() + 1)), "/keys/b", "/keys/a"));
-  for (bool const exists : {true, false}) {
-    std::string const other = exists ? paths[0] : "/a/entry[mode=SLOW][to=new][n=1][via=]";
-    EXPECT_THAT(
-        SetTest::textOf(
-            SetTest::execute(SetTest::requestOf({{"update", other + "/to", "string_val: 'z'"}}), "/keys")
-                .second),
-        testing::HasSubstr("Attribute 'to' of Type 'Entry' is fixed when the object is made"));
-  }
+  EXPECT_EQ(Fixture::dump(a), boost::algorithm::replace_all_copy(Fixture::dump(b), "/keys/b", "/keys/a"));
+  for (std::string const& other : {full, std::string("/a/entry[mode=SLOW][to=new][n=1][via=]")})
+    EXPECT_THAT(answer({update(other + "/to", "string_val: 'z'")}),
+                testing::HasSubstr("Attribute 'to' of Type 'Entry' is fixed when the object is made"));
   Kel::globalDir()->entityDel("keys");
 }
 

@@ -27,9 +27,8 @@ std::string shapeOf(std::string_view path) {
   return shape.substr(shape.find('/', std::string_view("/fixture/").size()));
 }
 
-// A line for the leaves of each attribute: the first of them, and how many there are; bytes that are no
-// printable ASCII in hexadecimal. That the others have the model's values is the round trip's
-// (set_walk_test.cpp).
+// A line for the leaves of each attribute: the first of them, in printable ASCII, and how many there are.
+// That the others have the model's values is the round trip's (set_walk_test.cpp).
 std::string textOf(Leaves const& leaves) {
   std::map<std::string, std::pair<std::string, int>> lines;
   for (auto const& [path, value] : leaves) { // the declared device's come first
@@ -46,8 +45,7 @@ std::string textOf(Leaves const& leaves) {
   return text;
 }
 
-// Compares with the recorded text beside this file; ONDRA_GOLDEN_WRITE=1 records it anew, to be read before
-// it is committed.
+// Compares with the recorded text; ONDRA_GOLDEN_WRITE=1 records it anew, to be read before it is committed.
 void expectGolden(std::string const& name, std::string const& text) {
   std::string const file = std::string(KTD_SOURCE_DIR) + "/tests/ondra/golden/" + name;
   if (std::getenv("ONDRA_GOLDEN_WRITE") != nullptr) std::ofstream(file) << text;
@@ -67,8 +65,7 @@ TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
   for (Ondra::RequestType const type : {Ondra::RequestType::ONCE, Ondra::RequestType::POLL}) {
     Ondra::WalkerFlags const flags = Ondra::KelGnmiUtils::requestTypeToFlags(type);
     RecordingRouter router;
-    auto walk = harness_.start(router, *world_.dir(), flags);
-    WalkHarness::finish(walk);
+    auto walk = harness_.walked(router, *world_.dir(), flags);
     EXPECT_FALSE(walk.task->doneStreaming);
     expectGolden("walk.txt", textOf(router.leaves()));
     EXPECT_EQ(router.updates(), router.leaves().size()) << "a leaf was sent twice";
@@ -76,22 +73,19 @@ TEST_F(WalkTest, SendsEveryLeafOfEveryKindOnce) {
   }
 }
 
-// A walk that is traced takes the general roads all the way; any other takes short ones over what is watched
-// already.
+// A walk that is traced takes the general roads; any other takes short ones over what is watched already.
 TEST_F(WalkTest, SendsTheSameResponsesOverShortRoads) {
   RecordingRouter live;
   auto const responses = [this] {
     RecordingRouter router;
-    auto walk = harness_.start(router, *world_.dir(), Ondra::flagSnapshot);
-    WalkHarness::finish(walk);
+    auto walk = harness_.walked(router, *world_.dir(), Ondra::flagSnapshot);
     for (std::string& text : router.texts)
       text.erase(0, text.find(' ')); // the walk's id
     return router.texts;
   };
   for (std::uint32_t seed = 1; seed <= 25; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    auto walk = harness_.start(live, *world_.dir(), Ondra::flagStream | Ondra::flagSnapshot);
-    WalkHarness::finish(walk);
+    harness_.walked(live, *world_.dir(), Ondra::flagStream | Ondra::flagSnapshot);
     Fixture::RandomEdits edits(world_.dir(), seed);
     for (int i = 0; i < 40; ++i)
       edits.edit();
@@ -121,19 +115,6 @@ TEST_F(WalkTest, StopsForAFullPipeAndGoesOnWhenScheduled) {
   EXPECT_EQ(walk.task->walkInfo(), nullptr);
   WalkHarness::slice(walk); // a pipe that drains late wakes a walk that has ended
 }
-
-TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
-  auto const entry = world_.dir()->entry("device");
-  RecordingRouter router;
-  auto info =
-      Ondra::WalkInfo::WalkInfoIs(router, {Ondra::SyncId(1), Ondra::WalkId(9)},
-                                  Ondra::Path::strToPathIs("/entry"), entry.get(), Ondra::flagSnapshot);
-  EXPECT_EQ(Ondra::FullKelTypeWalker::walkObject(info), Ondra::WalkResult::Success);
-  EXPECT_EQ(router.pushes(), 0U);
-  EXPECT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
-}
-
-// --- models that are rude ------------------------------------------------------------------------------
 
 // A key field's leaf has its name, whatever attribute has it too: that one stands aside, or stays as a
 // container. NAME is what both are called.

@@ -1,5 +1,4 @@
 // The parts of the full walker: keys, pushes, modes, and what each fatal message guards.
-#include "Kel/Attr.h"
 #include "Kel/TypeBuilder.h"
 #include "WalkHarness.h"
 #include "WalkerProbe.h"
@@ -10,27 +9,13 @@
 
 namespace {
 
-using Kel::handleOf;
-using Ondra::FullKelTypeWalker;
-using Ondra::KelKey;
-using Ondra::Path;
-using Ondra::SyncId;
-using Ondra::WalkId;
-using Ondra::WalkInfo;
-using Ondra::WalkQ;
-using Ondra::WalkResult;
-using Ondra::WalkTask;
-using testing::StartsWith;
+using Kel::handleOf, Ondra::FullKelTypeWalker, Ondra::KelKey, Ondra::Path, Ondra::SyncId, Ondra::WalkId;
+using Ondra::WalkInfo, Ondra::WalkQ, Ondra::WalkResult, Ondra::WalkTask, testing::StartsWith;
 using Handle = Kel::Ptr<Kel::GenericIf const>;
 
 constexpr Ondra::SyncWalkId kId(SyncId(1), WalkId(7));
 
 bool bundling() { return Ondra::toggleOndraSyncBundlingEnabled(); }
-Kel::KelAttr deviceAttr(char const* name) {
-  Fixture::declareTypes();
-  return Kel::typeOf<Fixture::Device>().attr(name);
-}
-
 class Walker : public testing::Test {
 protected:
   Fixture::World world;
@@ -38,29 +23,20 @@ protected:
   RecordingRouter router;
 };
 
-// --- keys --------------------------------------------------------------------------------------------
-
+// A member that no client can write as a leaf stands below an element of its own, if its key is structured.
 TEST(KelKeyTest, GoesOntoThePathOfTheMember) {
-  KelKey key;
-  key.mapInsert("name", "eth/1", handleOf(Kel::String("eth/1")));
-  Kel::Ptr<Path> const shared = Path::strToPathIs("/a/interface");
-  Kel::Ptr<Path> member = Path::makePath(shared);
-  key.updateAndStorePrefix(member, false, deviceAttr("interface"));
-  EXPECT_EQ(member->toString(), "/a/interface[name=eth/1]");
-  EXPECT_EQ(shared->toString(), "/a/interface") << "a shared element was changed";
-  // A member that no client can write as a leaf stands below an element of its own, if its key is structured.
+  Fixture::declareTypes();
   Kel::TypeBuilder builder("walker-test", "Vault", Kel::TypeKind::Entity);
   builder.keyed("secret", Kel::typeOf<Fixture::AddrKey>(), Kel::builtinType(Kel::BuiltinKind::Bytes));
   Kel::KelAttr const secret = builder.done().value().attr("secret");
   KelKey structured;
   static_cast<void>(structured.updateTypeAndGenKey(secret, secret.keyType()));
   structured.mapInsert("vrf", "a", nullptr);
-  member = Path::strToPathIs("/secret");
+  Kel::Ptr<Path> const shared = Path::strToPathIs("/secret");
+  Kel::Ptr<Path> member = Path::makePath(shared);
   structured.updateAndStorePrefix(member, false, secret);
-  EXPECT_EQ(member->toString(), "/secret[vrf=a]/secretValue");
+  EXPECT_EQ(member->toString() + shared->toString(), "/secret[vrf=a]/secretValue/secret");
 }
-
-// --- taking watching down ------------------------------------------------------------------------------
 
 TEST_F(Walker, FindsMembersOfEveryKindOfKeyWhenItLooksForEntitiesOnly) {
   Hostile::World const hostile({});
@@ -74,8 +50,7 @@ TEST_F(Walker, FindsMembersOfEveryKindOfKeyWhenItLooksForEntitiesOnly) {
         .genericIfSet(Kel::GenericIf::toObject(static_cast<Kel::PtrInterface*>(box.get())),
                       handleOf(Hostile::PlaceKey{"a", {"b"}}), Kel::ArgList());
   }
-  auto walk = harness.start(router, *hostile.dir, Ondra::flagStream);
-  WalkHarness::finish(walk);
+  auto walk = harness.walked(router, *hostile.dir, Ondra::flagStream);
   std::size_t const watched = Fixture::entitiesBeneath(hostile.dir).size();
   ASSERT_EQ(Ondra::GifGnmiNotifiee::notifieeMapSize(), watched);
   EXPECT_EQ(router.pushes(), 0U) << "a stream without a snapshot says nothing";
@@ -87,14 +62,11 @@ TEST_F(Walker, FindsMembersOfEveryKindOfKeyWhenItLooksForEntitiesOnly) {
   EXPECT_EQ(router.pushes(), watched) << "each is ended by itself, from below";
 }
 
-// --- fatal messages --------------------------------------------------------------------------------------
-
 // Those of the response side are with its tests.
 TEST_F(Walker, FatalMessages) {
   Handle const five = handleOf(std::uint8_t{5});
   RecordingRouter recorder;
-  auto watched = harness.start(recorder, *world.device(), Ondra::flagStream);
-  WalkHarness::finish(watched);
+  harness.walked(recorder, *world.device(), Ondra::flagStream);
   auto other = harness.start(recorder, *world.device(), Ondra::flagSnapshot);
   std::shared_ptr<WalkInfo> info =
       WalkInfo::WalkInfoIs(router, kId, Path::strToPathIs("/p"), world.device().get(), {});
@@ -106,11 +78,7 @@ TEST_F(Walker, FatalMessages) {
   KelKey value;
   auto [untimed, notification] = Ondra::ArenaRespMsg::createResponse(path, 0);
 
-  struct Case {
-    std::string message;
-    std::function<void()> run;
-  };
-  Case const cases[] = {
+  std::pair<std::string, std::function<void()>> const cases[] = {
       {"OndraKelGnmiUtils: Unrecognized request type:3",
        [] { static_cast<void>(Ondra::KelGnmiUtils::requestTypeToFlags(Ondra::RequestType{3})); }},
       {"OndraWalker: 4 not a valid value",
@@ -145,8 +113,8 @@ TEST_F(Walker, FatalMessages) {
       {"OndraWalker: 0 timestamps are not allowed. resp:", [&] { walker.routerPush(untimed); }},
       {bundling() ? "none" : "OndraWalker: bundling not enabled", [&] { walker.routerPush(false); }},
   };
-  for (Case const& one : cases)
-    EXPECT_THAT(assertionIn(one.run), StartsWith(one.message));
+  for (auto const& [message, run] : cases)
+    EXPECT_THAT(assertionIn(run), StartsWith(message));
   other.info->task.reset();
 }
 
