@@ -1,8 +1,5 @@
-// The same random edits on objects of C++ classes and on objects of the same types described at run time:
-// everything that can be seen from outside, values, names, order and notifications, is the same at every
-// step.
-#include <map>
-#include <memory>
+// The same random edits on objects of C++ classes and of the same types described at run time: everything
+// that can be seen from outside is the same at every step.
 
 #include "fixture/RandomEdits.h"
 #include "platform/KelTesting.h"
@@ -60,11 +57,8 @@ std::vector<Step> run(Flavour const& flavour, std::uint32_t seed, int steps) {
   std::vector<Step> out;
   for (int i = 0; i < steps; ++i) {
     tree.watch();
-    Step step;
-    step.did = edits.edit();
-    step.told = tree.told();
-    step.tree = i % 16 == 15 ? Fixture::dump(tree.root()) : "";
-    out.push_back(std::move(step));
+    std::string const did = edits.edit();
+    out.push_back({did, tree.told(), i % 16 == 15 ? Fixture::dump(tree.root()) : ""});
   }
   return out;
 }

@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "fixture/RandomEdits.h"
 #include "platform/KelTesting.h"
@@ -16,8 +15,7 @@ std::string parsed(KelType type, std::string const& text) {
   return value.ok() ? value.value()->strRep() : value.error();
 }
 
-// Every scalar attribute of the gauges: all builtin kinds, enumerations, nominals, unions, string
-// representations.
+// Every scalar attribute of the gauges: builtins, enumerations, nominals, unions, string representations.
 class KelText : public testing::TestWithParam<Flavour> {};
 INSTANTIATE_TEST_SUITE_P(Kel, KelText, testing::ValuesIn(kFlavours), nameOf);
 
@@ -46,14 +44,14 @@ TEST(KelTexts, ComparisonsAgreeWithTheOrder) {
   auto const is = [](ConstHandle const& a, Op op, int b) {
     return KelType::genericIfBooleanOp(*a, op, *num(b));
   };
-  for (int a : {1, 2, 3}) {
-    EXPECT_EQ(is(num(a), Op::Equal, 2), a == 2);
-    EXPECT_EQ(is(num(a), Op::NotEqual, 2), a != 2);
-    EXPECT_EQ(is(num(a), Op::Less, 2), a < 2);
-    EXPECT_EQ(is(num(a), Op::LessEqual, 2), a <= 2);
-    EXPECT_EQ(is(num(a), Op::Greater, 2), a > 2);
-    EXPECT_EQ(is(num(a), Op::GreaterEqual, 2), a >= 2);
-  }
+  for (auto const& [op, of123] : std::initializer_list<std::pair<Op, std::string>>{{Op::Equal, "010"},
+                                                                                   {Op::NotEqual, "101"},
+                                                                                   {Op::Less, "100"},
+                                                                                   {Op::LessEqual, "110"},
+                                                                                   {Op::Greater, "001"},
+                                                                                   {Op::GreaterEqual, "011"}})
+    for (int a : {1, 2, 3})
+      EXPECT_EQ(is(num(a), op, 2), of123[static_cast<std::size_t>(a) - 1] == '1') << of123 << a;
   EXPECT_THROW(is(num(1), Op::Get, 1), Kel::Error);
   EXPECT_THROW(is(num(true), Op::Equal, 1), Kel::Error);
 }
@@ -75,19 +73,7 @@ TEST(KelTexts, FloatsOfAnyBits) {
   EXPECT_FALSE(handleOf(0.0)->equals(*handleOf(-0.0)));
 }
 
-TEST(KelTexts, StringsAreVerbatimBetweenTheQuotes) {
-  std::string const nasty[] = {"", "\"", "\"\"", "'", "\\", "\\\"", std::string("a\0b", 3), "\n", "\xff"};
-  for (std::string const& text : nasty) {
-    auto const value = handleOf(Kel::String(text));
-    EXPECT_EQ(value->strRep(), "\"" + text + "\"");
-    auto const back = value->type().genericIf(Kel::String("\"" + text + "\""));
-    ASSERT_TRUE(back.ok()) << back.error();
-    EXPECT_TRUE(*back.value()->attrValPtr<Kel::String>() == text);
-  }
-}
-
-// Whatever the values are: what prints them as JSON prints JSON, and what is JSON already is handed on as it
-// is.
+// What prints values as JSON prints JSON, and what is JSON already is handed on as it is.
 TEST(KelTexts, JsonIsAlwaysReadable) {
   Fixture::declareTypes();
   Kel::Ptr<Fixture::Device> const device(new Fixture::Device());
@@ -135,29 +121,25 @@ TEST(KelTexts, JsonIsAlwaysReadable) {
 
 TEST(KelTexts, MalformedTextsAreRefused) {
   Fixture::declareTypes();
-  struct {
-    KelType type;
-    std::vector<char const*> texts;
-  } const refused[] = {
-      {Kel::typeOf<std::uint8_t>(), {"256", "-1", "", "007", "+7", " 7", "7 ", "0x7", "7.0"}},
-      {Kel::typeOf<std::int8_t>(), {"-129", "-0", "--1"}},
-      {Kel::typeOf<std::uint64_t>(), {"18446744073709551616"}},
-      {Kel::typeOf<std::int64_t>(), {"9223372036854775808"}},
-      {Kel::typeOf<bool>(), {"TRUE", "1"}},
-      {Kel::typeOf<double>(),
-       {"1.5x", "", "01", "1.", "1.0", "1e0", "+1", " 1", "INF", "nan", "0x1p3", "1e400"}},
-      {Kel::typeOf<Kel::String>(), {"bare", "\"", "\"open"}},
-      {Kel::typeOf<Kel::Bytes>(), {"a"}},
-      {Kel::typeOf<Kel::Time>(), {"-1", "1.5"}},
-      {Kel::typeOf<Fixture::Duplex>(), {"FULL", "'full'"}},
-      {Kel::typeOf<Fixture::MacAddr>(), {"\"02:00\""}},
-      {Kel::typeOf<Fixture::Interface>(), {"x"}},
-  };
-  for (auto const& c : refused) {
-    for (char const* const text : c.texts) {
-      auto const value = c.type.genericIf(Kel::String(text));
-      ASSERT_FALSE(value.ok()) << c.type.name().str() << " took '" << text << "'";
-      EXPECT_NE(value.error().find(c.type.name().str()), std::string::npos) << value.error();
+  for (auto const& [type, texts] : std::initializer_list<std::pair<KelType, std::vector<char const*>>>{
+           {Kel::typeOf<std::uint8_t>(), {"256", "-1", "", "007", "+7", " 7", "7 ", "0x7", "7.0"}},
+           {Kel::typeOf<std::int8_t>(), {"-129", "-0", "--1"}},
+           {Kel::typeOf<std::uint64_t>(), {"18446744073709551616"}},
+           {Kel::typeOf<std::int64_t>(), {"9223372036854775808"}},
+           {Kel::typeOf<bool>(), {"TRUE", "1"}},
+           {Kel::typeOf<double>(),
+            {"1.5x", "", "01", "1.", "1.0", "1e0", "+1", " 1", "INF", "nan", "0x1p3", "1e400"}},
+           {Kel::typeOf<Kel::String>(), {"bare", "\"", "\"open"}},
+           {Kel::typeOf<Kel::Bytes>(), {"a"}},
+           {Kel::typeOf<Kel::Time>(), {"-1", "1.5"}},
+           {Kel::typeOf<Fixture::Duplex>(), {"FULL", "'full'"}},
+           {Kel::typeOf<Fixture::MacAddr>(), {"\"02:00\""}},
+           {Kel::typeOf<Fixture::Interface>(), {"x"}},
+       }) {
+    for (char const* const text : texts) {
+      auto const value = type.genericIf(Kel::String(text));
+      ASSERT_FALSE(value.ok()) << type.name().str() << " took '" << text << "'";
+      EXPECT_NE(value.error().find(type.name().str()), std::string::npos) << value.error();
     }
   }
   EXPECT_EQ(parsed(Kel::typeOf<Fixture::Duplex>(), "'full'"),

@@ -1,11 +1,7 @@
-// The event loop on a simulated clock: priorities, slices, timers, hooks, descriptors, posts of other
-// threads, misuse.
+// The event loop on a simulated clock: priorities, slices, timers, hooks, descriptors, posts, misuse.
 #include <algorithm>
-#include <functional>
-#include <memory>
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -16,11 +12,7 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using Tovak::String;
-using Tovak::Task;
-using Tovak::TaskPriority;
-using Tovak::TaskScheduler;
+using testing::ElementsAre, Tovak::String, Tovak::Task, Tovak::TaskPriority, Tovak::TaskScheduler;
 
 constexpr std::int64_t ms = 1'000'000;
 

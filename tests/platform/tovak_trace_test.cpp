@@ -1,5 +1,4 @@
 // Trace specifications, what a message costs that is off, and the report of a failed assertion.
-#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -8,10 +7,7 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using Tovak::DebugHandler;
-using Tovak::Platform::getDebugHandler;
-using Tovak::Platform::traceIs;
+using testing::ElementsAre, Tovak::DebugHandler, Tovak::Platform::getDebugHandler, Tovak::Platform::traceIs;
 
 constexpr std::uint32_t error = 1u << Tovak::traceLevelError;
 
@@ -24,52 +20,44 @@ protected:
 TEST_F(TovakTrace, SpecsSelectHandlersAndLevels) {
   DebugHandler& handler = getDebugHandler("TtWalker", false);
   EXPECT_EQ(&handler, &getDebugHandler("TtWalker", true));
-  struct {
-    char const* spec;
-    std::uint32_t levels;
-  } const table[] = {
-      {"", 0},
-      {"TtWalker/0", 0x001},
-      {"TtWalker/0-5", 0x03f},
-      {"TtWalker/*", 0x3ff},
-      {"TtWalker/1,TtWalker/8", 0x102},
-      {" Other/* , TtWalker/2 ", 0x004},
-      {"*/4", 0x010},
-      {"*alk*/4", 0x010},
-      {"T*W*r/4", 0x010},
-      {"*r*er/4", 0}, // the stars must leave characters over for the rest
-      {"Tt?alker/4", 0x010},
-      {"TtWalker*/4", 0x010},
-      {"TtWalker?/4", 0},
-      {"ttwalker/4", 0},
-  };
-  for (auto const& row : table) {
-    auto const result = traceIs(row.spec);
-    ASSERT_TRUE(result.ok()) << row.spec << ": " << result.error();
-    EXPECT_EQ(handler.mask(), row.levels | error) << row.spec;
+  for (auto const& [spec, levels] : std::initializer_list<std::pair<char const*, std::uint32_t>>{
+           {"", 0},
+           {"TtWalker/0", 0x001},
+           {"TtWalker/0-5", 0x03f},
+           {"TtWalker/*", 0x3ff},
+           {"TtWalker/1,TtWalker/8", 0x102},
+           {" Other/* , TtWalker/2 ", 0x004},
+           {"*/4", 0x010},
+           {"*alk*/4", 0x010},
+           {"T*W*r/4", 0x010},
+           {"*r*er/4", 0}, // the stars must leave characters over for the rest
+           {"Tt?alker/4", 0x010},
+           {"TtWalker*/4", 0x010},
+           {"TtWalker?/4", 0},
+           {"ttwalker/4", 0},
+       }) {
+    auto const result = traceIs(spec);
+    ASSERT_TRUE(result.ok()) << spec << ": " << result.error();
+    EXPECT_EQ(handler.mask(), levels | error) << spec;
   }
 }
 
 TEST_F(TovakTrace, MalformedSpecsNameTheEntryAndChangeNothing) {
   ASSERT_TRUE(traceIs("TtWalker/7").ok());
   constexpr char const* expected = "expected a level from 0 to 9, a range like 0-5, or *";
-  struct {
-    char const* spec;
-    Tovak::String error;
-  } const table[] = {
-      {"TtWalker", "trace spec entry \"TtWalker\": expected pattern/levels, as in OndraPath/0-5"},
-      {"A/1,,B/2", "trace spec entry \"\": expected pattern/levels, as in OndraPath/0-5"},
-      {"A/1, /2", "trace spec entry \"/2\": the pattern before '/' is empty"},
-      {"A/", Tovak::String("trace spec entry \"A/\": levels \"\": ") + expected},
-      {"A/10", Tovak::String("trace spec entry \"A/10\": levels \"10\": ") + expected},
-      {"A/-1", Tovak::String("trace spec entry \"A/-1\": levels \"-1\": ") + expected},
-      {"A/5-2", "trace spec entry \"A/5-2\": levels \"5-2\": the range is backwards"},
-  };
-  for (auto const& row : table) {
-    auto const result = traceIs(row.spec);
-    ASSERT_FALSE(result.ok()) << row.spec;
-    EXPECT_EQ(result.error(), row.error);
-    EXPECT_EQ(getDebugHandler("TtWalker", false).mask(), 0x080 | error) << row.spec;
+  for (auto const& [spec, fault] : std::initializer_list<std::pair<char const*, Tovak::String>>{
+           {"TtWalker", "trace spec entry \"TtWalker\": expected pattern/levels, as in OndraPath/0-5"},
+           {"A/1,,B/2", "trace spec entry \"\": expected pattern/levels, as in OndraPath/0-5"},
+           {"A/1, /2", "trace spec entry \"/2\": the pattern before '/' is empty"},
+           {"A/", Tovak::String("trace spec entry \"A/\": levels \"\": ") + expected},
+           {"A/10", Tovak::String("trace spec entry \"A/10\": levels \"10\": ") + expected},
+           {"A/-1", Tovak::String("trace spec entry \"A/-1\": levels \"-1\": ") + expected},
+           {"A/5-2", "trace spec entry \"A/5-2\": levels \"5-2\": the range is backwards"},
+       }) {
+    auto const result = traceIs(spec);
+    ASSERT_FALSE(result.ok()) << spec;
+    EXPECT_EQ(result.error(), fault);
+    EXPECT_EQ(getDebugHandler("TtWalker", false).mask(), 0x080 | error) << spec;
   }
 }
 
