@@ -116,6 +116,15 @@ TEST_F(WalkTest, StopsForAFullPipeAndGoesOnWhenScheduled) {
   WalkHarness::slice(walk); // a pipe that drains late wakes a walk that has ended
 }
 
+TEST_F(WalkTest, SkipsADirectorysOwnRecords) {
+  auto const entry = world_.dir()->entry("device");
+  RecordingRouter router;
+  auto info = Ondra::WalkInfo::WalkInfoIs(router, {}, Ondra::Path::strToPathIs("/entry"), entry.get(),
+                                          Ondra::flagSnapshot);
+  EXPECT_EQ(Ondra::FullKelTypeWalker::walkObject(info), Ondra::WalkResult::Success);
+  EXPECT_EQ(router.pushes() + Ondra::GifGnmiNotifiee::notifieeMapSize(), 0U);
+}
+
 // A key field's leaf has its name, whatever attribute has it too: that one stands aside, or stays as a
 // container. NAME is what both are called.
 TEST(RudeModels, KeyFieldsAndTheAttributesOfTheirNames) {

@@ -1,20 +1,17 @@
-// Connections until gRPC has them: who listens where, what they may open with, how many there may be, and
-// when they have ended.
+// Connections until gRPC has them: who listens where, what opens them, how many there may be, their ends.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include <grpcpp/server_builder.h>
 
@@ -29,27 +26,24 @@ constexpr std::string_view kPreface = "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n";
 
 TEST(Opening, IsOfItsProtocol) {
   using namespace std::string_literals;
-  struct Case {
-    std::string bytes;
-    Opening plain, tls;
-  };
-  for (Case const& c : std::vector<Case>{
-           {"", Opening::Begun, Opening::Begun},
-           {"P", Opening::Begun, Opening::Wrong},
-           {std::string(kPreface.substr(0, 23)), Opening::Begun, Opening::Wrong},
-           {std::string(kPreface) + "\0\0\0\4"s, Opening::Whole, Opening::Wrong},
-           {"GET / HTTP/1.1\r\n", Opening::Wrong, Opening::Wrong},
-           {"\x16", Opening::Wrong, Opening::Begun},
-           {"\x16\3\1\0"s, Opening::Wrong, Opening::Begun},
-           {"\x16\3\1\0\2x"s, Opening::Wrong, Opening::Begun},
-           {"\x16\3\1\0\2xy"s, Opening::Wrong, Opening::Whole},
-           {"\x16\3\1\0\0"s, Opening::Wrong, Opening::Wrong},
-           {"\x16\3\1\x40\1"s, Opening::Wrong, Opening::Wrong},
-           {"\x16\2"s, Opening::Wrong, Opening::Wrong},
-           {"\x15\3\1\0\2xy"s, Opening::Wrong, Opening::Wrong},
+  using enum Opening;
+  for (auto const& [bytes, plain, tls] : std::vector<std::tuple<std::string, Opening, Opening>>{
+           {"", Begun, Begun},
+           {"P", Begun, Wrong},
+           {std::string(kPreface.substr(0, 23)), Begun, Wrong},
+           {std::string(kPreface) + "\0\0\0\4"s, Whole, Wrong},
+           {"GET / HTTP/1.1\r\n", Wrong, Wrong},
+           {"\x16", Wrong, Begun},
+           {"\x16\3\1\0"s, Wrong, Begun},
+           {"\x16\3\1\0\2x"s, Wrong, Begun},
+           {"\x16\3\1\0\2xy"s, Wrong, Whole},
+           {"\x16\3\1\0\0"s, Wrong, Wrong},
+           {"\x16\3\1\x40\1"s, Wrong, Wrong},
+           {"\x16\2"s, Wrong, Wrong},
+           {"\x15\3\1\0\2xy"s, Wrong, Wrong},
        }) {
-    EXPECT_EQ(openingOf(c.bytes, false), c.plain) << c.bytes;
-    EXPECT_EQ(openingOf(c.bytes, true), c.tls) << c.bytes;
+    EXPECT_EQ(openingOf(bytes, false), plain) << bytes;
+    EXPECT_EQ(openingOf(bytes, true), tls) << bytes;
   }
 }
 
@@ -230,22 +224,18 @@ TEST(MemoryGuard, KnowsWhatIsTooMuchAndWhenItHasComeToStay) {
 
 TEST(Listener, TakesAUnixSocketFromNobodyWhoListens) {
   ListenAddress const address{.host = testing::TempDir() + "agent.sock", .isUnix = true};
-  auto const isThere = [&address] {
-    struct stat file {};
-    return ::lstat(address.host.c_str(), &file) == 0;
-  };
   auto const why = [&address] {
     auto const again = Listener::at(address);
     return again.ok() ? "" : again.error();
   };
-  ::unlink(address.host.c_str());
+  std::filesystem::remove(address.host);
   {
     auto const first = Listener::at(address);
     ASSERT_TRUE(first.ok()) << first.error();
     EXPECT_EQ(why(), "Address already in use");
-    EXPECT_TRUE(isThere());
+    EXPECT_TRUE(std::filesystem::exists(address.host));
   }
-  EXPECT_FALSE(isThere());
+  EXPECT_FALSE(std::filesystem::exists(address.host));
   int const left = ::socket(AF_UNIX, SOCK_STREAM, 0); // of somebody who was killed
   sockaddr_un name{};
   name.sun_family = AF_UNIX;
@@ -255,8 +245,7 @@ TEST(Listener, TakesAUnixSocketFromNobodyWhoListens) {
   EXPECT_EQ(why(), "");
   std::ofstream(address.host) << "no socket";
   EXPECT_EQ(why(), "Address already in use");
-  EXPECT_TRUE(isThere());
-  ::unlink(address.host.c_str());
+  EXPECT_TRUE(std::filesystem::remove(address.host));
   EXPECT_NE(Listener::at({.host = "no/such/folder/a", .isUnix = true}).error(), "");
 }
 

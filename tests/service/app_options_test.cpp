@@ -1,11 +1,10 @@
 // Options: what is taken, and what is refused with which exit code and text.
 #include <gtest/gtest.h>
 
+#include <absl/strings/str_split.h>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "agent/client/Requests.h"
 #include "agent/context/Memory.h"
@@ -45,11 +44,8 @@ TEST(MemoryLimit, IsTheLeastThatMachineAndControlGroupsAllow) {
 }
 
 TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
-  struct Case {
-    Arguments arguments;
-    std::string fault; // empty: taken
-  };
-  for (Case const& c : std::vector<Case>{
+  // What is said of them; nothing: they are taken.
+  for (auto const& [arguments, fault] : std::vector<std::pair<Arguments, std::string>>{
            {{}, "give --tls-cert and --tls-key, or --insecure"},
            {{"--insecure"}, ""},
            {{"--insecure", "--listen", "0.0.0.0:9339"}, "plaintext on 0.0.0.0:9339 is open to others"},
@@ -69,24 +65,19 @@ TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
            {{"--insecure", "--synthetic-rate", "5"}, "needs --synthetic"},
            {{"--insecure", "word"}, "word"},
        }) {
-    auto const options = ServeOptions::parse(c.arguments);
-    std::string const shown = testing::PrintToString(c.arguments);
-    EXPECT_EQ(options.ok(), c.fault.empty()) << shown << (options.ok() ? "" : options.error().text);
+    auto const options = ServeOptions::parse(arguments);
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    EXPECT_EQ(options.ok(), fault.empty()) << (options.ok() ? "" : options.error().text);
     if (options.ok()) continue;
-    EXPECT_EQ(options.error().code, ExitCode::usage) << shown;
-    EXPECT_NE(options.error().text.find(c.fault), std::string::npos) << options.error().text;
+    EXPECT_EQ(options.error().code, ExitCode::usage);
+    EXPECT_NE(options.error().text.find(fault), std::string::npos) << options.error().text;
     EXPECT_NE(options.error().text.find("--help"), std::string::npos) << options.error().text;
   }
 }
 
 TEST(ServeOptions, ComeFromTheCommandLineAndFromAFile) {
-  TextFile const file("listen = [\"0.0.0.0:1\", \"[::]:2\"]\n"
-                      "insecure = 2\n"
-                      "# a comment\n"
-                      "max-streams = 7\n"
-                      "max-message = \"1MiB\"\n"
-                      "sample-floor = \"500ms\"\n"
-                      "apply-config = true\n");
+  TextFile const file("listen = [\"0.0.0.0:1\", \"[::]:2\"]\ninsecure = 2\n# a comment\nmax-streams = 7\n"
+                      "max-message = \"1MiB\"\nsample-floor = \"500ms\"\napply-config = true\n");
   auto const options = ServeOptions::parse(
       {"--config", file.path, "--max-streams", "9", "--synthetic", "1000", "--check-config"});
   ASSERT_TRUE(options.ok()) << options.error().text;
@@ -141,17 +132,11 @@ TEST(ClientOptions, BecomeTheRequest) {
 }
 
 TEST(ClientOptions, WrongOnesAreRefused) {
-  for (Arguments const& arguments : std::vector<Arguments>{{"--once", "--on-change"},
-                                                           {"--once", "--sample", "1s"},
-                                                           {"--suppress-redundant"},
-                                                           {"--sample", "1"},
-                                                           {"a[b]"},
-                                                           {"--insecure", "--ca", "x"},
-                                                           {"--cert", "x"},
-                                                           {"--encoding", "xml"},
-                                                           {"--seconds", "0"}}) {
-    auto const options = WatchOptions::parse(arguments);
-    ASSERT_FALSE(options.ok()) << testing::PrintToString(arguments);
+  for (char const* const text :
+       {"--once --on-change", "--once --sample 1s", "--suppress-redundant", "--sample 1", "a[b]",
+        "--insecure --ca x", "--cert x", "--encoding xml", "--seconds 0"}) {
+    auto const options = WatchOptions::parse(absl::StrSplit(text, ' '));
+    ASSERT_FALSE(options.ok()) << text;
     EXPECT_EQ(options.error().code, ExitCode::usage);
   }
   EXPECT_FALSE(SetOptions::parse({"/a"}).ok());

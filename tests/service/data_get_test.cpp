@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <set>
 
 #include "Ondra/GnmiPath.h"
 #include "agent/data/GetRun.h"
@@ -15,12 +14,7 @@
 namespace {
 
 using namespace ServiceTesting;
-using gnmi::GetRequest;
-using gnmi::JSON;
-using gnmi::JSON_IETF;
-using gnmi::PROTO;
-using grpc::StatusCode;
-using nlohmann::json;
+using gnmi::GetRequest, gnmi::JSON, gnmi::JSON_IETF, gnmi::PROTO, grpc::StatusCode, nlohmann::json;
 using namespace std::string_literals;
 
 class DataGet : public testing::Test {
@@ -178,23 +172,16 @@ TEST_F(DataGet, oneNotificationAPathOneUpdateAMatch) {
 }
 
 TEST_F(DataGet, refusals) {
-  struct Row {
-    char const* path;
-    StatusCode code;
-    char const* message; // a part of it
-  };
-  Row const rows[] = {
-      {"/interfaces/interface[name=eth9]", StatusCode::NOT_FOUND, "/interfaces/interface[name=eth9]"},
-      {"/interfaces/interface[name=eth0]/state/counters/out-octets", StatusCode::NOT_FOUND, "out-octets"},
-      {"/interfaces/interface[name=eth0]/nothing", StatusCode::NOT_FOUND, "nothing"},
-      {"/interfaces/interface[id=eth0]", StatusCode::INVALID_ARGUMENT, "id"},
-      {"/system/processes/process[pid=x]", StatusCode::INVALID_ARGUMENT, "x"},
-  };
-  for (Row const& row : rows) {
-    gnmi::GetResponse response;
-    grpc::Status const status = bench.get(getRequest({"/system/config", row.path}), response);
-    EXPECT_EQ(status.error_code(), row.code) << row.path << ": " << status.error_message();
-    EXPECT_NE(status.error_message().find(row.message), std::string::npos) << status.error_message();
+  for (auto const& [place, outcome] : std::map<std::string, std::string>{
+           // the code, a part of the message
+           {"/interfaces/interface[name=eth9]", "5: /interfaces/interface[name=eth9]"},
+           {"/interfaces/interface[name=eth0]/state/counters/out-octets", "5: out-octets"},
+           {"/interfaces/interface[name=eth0]/nothing", "5: nothing"},
+           {"/interfaces/interface[id=eth0]", "3: id"},
+           {"/system/processes/process[pid=x]", "3: x"}}) {
+    std::string const told = bench.value(place);
+    EXPECT_EQ(told.substr(0, 3), outcome.substr(0, 3)) << told;
+    EXPECT_NE(told.find(outcome.substr(3)), std::string::npos) << told;
   }
   auto const expect = [&](StatusCode code, auto const& change) {
     gnmi::GetRequest request = getRequest({"/interfaces"});
@@ -234,8 +221,6 @@ TEST_F(DataGet, aClientThatLeavesIsNotServedOn) {
   EXPECT_TRUE(bench.value("/system/config").starts_with("{"));
 }
 
-// --- JSON of clients ---------------------------------------------------------------------------------------
-
 TEST(DataJson, textsThatAreRefused) {
   std::string const deep(Agent::kMaxJsonDepth, '['), deepest(200'000, '[');
   for (std::string const& text :
@@ -264,50 +249,48 @@ TEST(DataJson, leafValues) {
   auto const search = leaf(Kel::typeOf<Agent::DnsConfig>(), "search");
   struct Row {
     Agent::LeafInfo const& leaf;
-    char const* json;
-    char const* outcome;
+    char const *json, *outcome;
     char const* written = nullptr; // as JSON, and as JSON_IETF
   };
-  Row const rows[] = {
-      {u16, "65535", "uint_val: 65535", "65535 65535"},
-      {u16, "65536", "out of the range 0..65535"},
-      {u16, "1500.0", "uint16; found '1500.0'"},
-      {u16, "\"1500\"", "uint16; found"},
-      {u16, "null", "uint16; found 'null'"},
-      {u16, "[1]", "uint16; found an array"},
-      {u64, "18446744073709551615", "uint_val: 18446744073709551615"},
-      {u64, "\"18446744073709551615\"", "uint_val: 18446744073709551615",
-       "18446744073709551615 \"18446744073709551615\""},
-      {u64, "18446744073709551616", "uint64; found"},
-      {u64, "\"18446744073709551616\"", "uint64; found"},
-      {u64, "\"-1\"", "uint64; found"},
-      {u64, "\"1 \"", "uint64; found"},
-      {flag, "false", "bool_val: false", "false false"},
-      {flag, "\"true\"", "boolean; found"},
-      {text, "\"\\u00e9\"", "string_val: \"\\303\\251\""},
-      {text, "7", "string; found"},
-      {decimal, "45", "double_val: 45"},
-      {decimal, "\"45.5\"", "double_val: 45.5", "45.5 \"45.5\""},
-      {decimal, "\"nan\"", "decimal64; found"},
-      {decimal, "\"1e3\"", "decimal64; found"},
-      {type, "\"ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\"",
-       "\"iana-if-type:ethernetCsmacd\" \"iana-if-type:ethernetCsmacd\""},
-      {type, "\"other-module:ethernetCsmacd\"", "is no value of this identityref"},
-      {speed, "\"openconfig-if-ethernet:SPEED_1GB\"", "string_val: \"SPEED_1GB\"",
-       "\"SPEED_1GB\" \"openconfig-if-ethernet:SPEED_1GB\""},
-      {speed, "\"openconfig-system:SPEED_1GB\"", "is no value"},
-      {index, "\"ALL\"", "string_val: \"ALL\"", "\"ALL\" \"ALL\""},
-      {index, "3", "uint_val: 3", "3 3"},
-      {index, "\"NONE\"", "fits no alternative"},
-      {fs, "\"openconfig-fs-types:EXT4_FS\"", "string_val: \"EXT4_FS\"",
-       "\"EXT4_FS\" \"openconfig-fs-types:EXT4_FS\""},
-      {fs, "\"proc\"", "string_val: \"proc\"", "\"proc\" \"proc\""},
-      {search, "[\"a\",\"b\"]", "element { string_val: \"b\" }", R"(["a","b"] ["a","b"])"},
-      {search, "[]", "leaflist_val { }"},
-      {search, "\"a\"", "expected an array"},
-      {search, "[\"a\",1]", "string; found '1'"},
-  };
-  for (Row const& row : rows) {
+  for (Row const& row : std::initializer_list<Row>{
+           {u16, "65535", "uint_val: 65535", "65535 65535"},
+           {u16, "65536", "out of the range 0..65535"},
+           {u16, "1500.0", "uint16; found '1500.0'"},
+           {u16, "\"1500\"", "uint16; found"},
+           {u16, "null", "uint16; found 'null'"},
+           {u16, "[1]", "uint16; found an array"},
+           {u64, "18446744073709551615", "uint_val: 18446744073709551615"},
+           {u64, "\"18446744073709551615\"", "uint_val: 18446744073709551615",
+            "18446744073709551615 \"18446744073709551615\""},
+           {u64, "18446744073709551616", "uint64; found"},
+           {u64, "\"18446744073709551616\"", "uint64; found"},
+           {u64, "\"-1\"", "uint64; found"},
+           {u64, "\"1 \"", "uint64; found"},
+           {flag, "false", "bool_val: false", "false false"},
+           {flag, "\"true\"", "boolean; found"},
+           {text, "\"\\u00e9\"", "string_val: \"\\303\\251\""},
+           {text, "7", "string; found"},
+           {decimal, "45", "double_val: 45"},
+           {decimal, "\"45.5\"", "double_val: 45.5", "45.5 \"45.5\""},
+           {decimal, "\"nan\"", "decimal64; found"},
+           {decimal, "\"1e3\"", "decimal64; found"},
+           {type, "\"ethernetCsmacd\"", "string_val: \"iana-if-type:ethernetCsmacd\"",
+            "\"iana-if-type:ethernetCsmacd\" \"iana-if-type:ethernetCsmacd\""},
+           {type, "\"other-module:ethernetCsmacd\"", "is no value of this identityref"},
+           {speed, "\"openconfig-if-ethernet:SPEED_1GB\"", "string_val: \"SPEED_1GB\"",
+            "\"SPEED_1GB\" \"openconfig-if-ethernet:SPEED_1GB\""},
+           {speed, "\"openconfig-system:SPEED_1GB\"", "is no value"},
+           {index, "\"ALL\"", "string_val: \"ALL\"", "\"ALL\" \"ALL\""},
+           {index, "3", "uint_val: 3", "3 3"},
+           {index, "\"NONE\"", "fits no alternative"},
+           {fs, "\"openconfig-fs-types:EXT4_FS\"", "string_val: \"EXT4_FS\"",
+            "\"EXT4_FS\" \"openconfig-fs-types:EXT4_FS\""},
+           {fs, "\"proc\"", "string_val: \"proc\"", "\"proc\" \"proc\""},
+           {search, "[\"a\",\"b\"]", "element { string_val: \"b\" }", R"(["a","b"] ["a","b"])"},
+           {search, "[]", "leaflist_val { }"},
+           {search, "\"a\"", "expected an array"},
+           {search, "[\"a\",1]", "string; found '1'"},
+       }) {
     auto const value = Agent::leafValueOf(row.leaf, json::parse(row.json));
     std::string const outcome = value ? value.value().ShortDebugString() : value.error();
     EXPECT_NE(outcome.find(row.outcome), std::string::npos) << row.json << " -> " << outcome;

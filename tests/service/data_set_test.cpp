@@ -13,8 +13,7 @@
 namespace {
 
 using namespace ServiceTesting;
-using gnmi::GetRequest;
-using grpc::StatusCode;
+using gnmi::GetRequest, grpc::StatusCode;
 
 class DataSet : public testing::Test {
 protected:
@@ -35,90 +34,76 @@ std::string whole(std::string const& text) {
                                              "element { string_val: \"example.net\" } }"}});
 }
 
-// Each row on a freshly filled tree; what differs afterwards. The time of the last configuration differs too
-// and is left out.
+// What differs afterwards, but for the time of the last configuration; each row on a freshly filled tree.
 TEST(DataSetRows, whatRequestsDo) {
-  struct Row {
-    char const* request;
-    char const* outcome;
-  };
-  Row const rows[] = {
-      {"update ETH0/config/mtu uint:9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
-      // An update never deletes.
-      {R"(update ETH0/config ietf:{"openconfig-interfaces:mtu":1,"enabled":false})",
-       "ETH0/config/enabled = bool_val: false (was bool_val: true)\n"
-       "ETH0/config/mtu = uint_val: 1 (was uint_val: 1500)\n"},
-      {R"(update /system/dns/config/search ["a"])",
-       "/system/dns/config/search = leaflist_val { element { string_val: \"a\" } } (was BOTH)\n"},
-      // A leaf-list without entries is not there.
-      {"update /system/dns/config/search list:", "- /system/dns/config/search\n"},
-      {"delete /system/dns/config/search", "- /system/dns/config/search\n"},
-      // A replace of a leaf is an update; of a container it takes the rest to its default, or away, and
-      // leaves state alone.
-      {"replace ETH0/config/mtu 9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
-      {R"(replace ETH0/config {"name":"eth0","loopback-mode":"FACILITY"})",
-       "- ETH0/config/description\n"
-       "ETH0/config/loopback-mode = string_val: \"FACILITY\" (was string_val: \"NONE\")\n"
-       "- ETH0/config/mtu\n- ETH0/config/type\n"},
-      {R"(replace ADDRESSES {"address":[{"ip":"192.0.2.2"},{"ip":"192.0.2.3","config":{"prefix-length":8}}]})",
-       "- ADDRESSES/address[ip=192.0.2.1]/config/ip\n" // which the machine has: its state stays
-       "- ADDRESSES/address[ip=192.0.2.1]/config/prefix-length\n"
-       "- ADDRESSES/address[ip=192.0.2.2]/config/ip\n" // left out, with all of its configuration
-       "- ADDRESSES/address[ip=192.0.2.2]/config/prefix-length\n"
-       "+ ADDRESSES/address[ip=192.0.2.3]/config/ip = string_val: \"192.0.2.3\"\n"
-       "+ ADDRESSES/address[ip=192.0.2.3]/config/prefix-length = uint_val: 8\n"
-       "+ ADDRESSES/address[ip=192.0.2.3]/ip = string_val: \"192.0.2.3\"\n"
-       "+ ADDRESSES/address[ip=192.0.2.3]/state/ip = string_val: \"192.0.2.3\"\n"},
-      {"replace /system/dns {}", "- /system/dns/config/search\n"
-                                 "- SERVERS/server[address=192.0.2.53]/config/address\n"
-                                 "- SERVERS/server[address=192.0.2.53]/config/port\n"},
-      // What is not there yet is made.
-      {R"(update SERVERS {"server":[{"address":"::1","config":{"address":"::1","port":5353}}]})",
-       "+ SERVERS/server[address=::1]/address = string_val: \"::1\"\n"
-       "+ SERVERS/server[address=::1]/config/address = string_val: \"::1\"\n"
-       "+ SERVERS/server[address=::1]/config/port = uint_val: 5353\n"
-       "+ SERVERS/server[address=::1]/state/address = string_val: \"::1\"\n"},
-      {R"(update SERVERS/server[address=::1]/config/address "::1")",
-       "+ SERVERS/server[address=::1]/address = string_val: \"::1\"\n"
-       "+ SERVERS/server[address=::1]/config/address = string_val: \"::1\"\n"
-       "+ SERVERS/server[address=::1]/config/port = uint_val: 53\n"
-       "+ SERVERS/server[address=::1]/state/address = string_val: \"::1\"\n"},
-      // Deletes: a default comes back, entries go whole, wildcards expand, what is not there is silent.
-      {"delete ETH0/config/description", "- ETH0/config/description\n"},
-      {"delete ETH0/config/enabled", ""},
-      {"delete /interfaces/interface/config/mtu", "- ETH0/config/mtu\n- ETH1/config/mtu\n"},
-      {"delete /interfaces/interface[name=*]/.../port-speed",
-       "- ETH0/ethernet/config/port-speed\n- ETH1/ethernet/config/port-speed\n"},
-      {"delete /*/config/hostname", "- /system/config/hostname\n"},
-      {"delete ETH0/ethernet", "- ETH0/ethernet/config/port-speed\n"},
-      {"delete /interfaces/interface[name=eth9]/config/mtu\ndelete /interfaces/interface[name=eth9]\n"
-       "delete ETH0/config/mtu\ndelete SERVERS/server[address=::9]",
-       "- ETH0/config/mtu\n"},
-      // The order: deletes, replaces, updates; and within each.
-      {"update ETH0/config/mtu 1\ndelete ETH0/config\n"
-       "replace ETH0/config {\"description\":\"x\",\"mtu\":2}\nupdate ETH0/config/mtu 3",
-       "ETH0/config/description = string_val: \"x\" (was string_val: \"to \\\"the\\\" core\")\n"
-       "ETH0/config/mtu = uint_val: 3 (was uint_val: 1500)\n- ETH0/config/type\n"},
-      {"replace /system/config {\"hostname\":\"a\",\"domain-name\":\"b\"}\n"
-       "replace /system/config {\"hostname\":\"c\"}",
-       "/system/config/hostname = string_val: \"c\" (was string_val: \"host\")\n"},
-      // An entry that is deleted and made again in one request keeps its state.
-      {"delete ETH0/ethernet/config\ndelete SERVERS/server[address=192.0.2.53]\n"
-       "update SERVERS/server[address=192.0.2.53]/config/port 54",
-       "- ETH0/ethernet/config/port-speed\n"
-       "SERVERS/server[address=192.0.2.53]/config/port = uint_val: 54 (was uint_val: 53)\n"},
-      {"", ""},
-  };
-  for (Row const& row : rows) {
+  for (
+      auto const& [request, outcome] : std::initializer_list<std::pair<char const*, char const*>>{
+          {"update ETH0/config/mtu uint:9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+          // An update never deletes.
+          {R"(update ETH0/config ietf:{"openconfig-interfaces:mtu":1,"enabled":false})",
+           "ETH0/config/enabled = bool_val: false (was bool_val: true)\n"
+           "ETH0/config/mtu = uint_val: 1 (was uint_val: 1500)\n"},
+          {R"(update /system/dns/config/search ["a"])",
+           "/system/dns/config/search = leaflist_val { element { string_val: \"a\" } } (was BOTH)\n"},
+          // A leaf-list without entries is not there.
+          {"update /system/dns/config/search list:", "- /system/dns/config/search\n"},
+          {"delete /system/dns/config/search", "- /system/dns/config/search\n"},
+          // A replace of a container takes the rest to its default, or away, and leaves state alone.
+          {"replace ETH0/config/mtu 9000", "ETH0/config/mtu = uint_val: 9000 (was uint_val: 1500)\n"},
+          {R"(replace ETH0/config {"name":"eth0","loopback-mode":"FACILITY"})",
+           "- ETH0/config/description\n"
+           "ETH0/config/loopback-mode = string_val: \"FACILITY\" (was string_val: \"NONE\")\n"
+           "- ETH0/config/mtu\n- ETH0/config/type\n"},
+          {R"(replace ADDRESSES {"address":[{"ip":"192.0.2.2"},{"ip":"192.0.2.3","config":{"prefix-length":8}}]})",
+           "- ADDRESSES/address[ip=192.0.2.1]/config/ip\n" // which the machine has: its state stays
+           "- ADDRESSES/address[ip=192.0.2.1]/config/prefix-length\n"
+           "- ADDRESSES/address[ip=192.0.2.2]/config/ip\n" // left out, with all of its configuration
+           "- ADDRESSES/address[ip=192.0.2.2]/config/prefix-length\n"
+           "+ ADDRESSES/address[ip=192.0.2.3]/config/ip = string_val: \"192.0.2.3\"\n"
+           "+ ADDRESSES/address[ip=192.0.2.3]/config/prefix-length = uint_val: 8\n"
+           "+ ADDRESSES/address[ip=192.0.2.3]/ip = string_val: \"192.0.2.3\"\n"
+           "+ ADDRESSES/address[ip=192.0.2.3]/state/ip = string_val: \"192.0.2.3\"\n"},
+          {"replace /system/dns {}", "- /system/dns/config/search\n"
+                                     "- SERVERS/server[address=192.0.2.53]/config/address\n"
+                                     "- SERVERS/server[address=192.0.2.53]/config/port\n"},
+          // What is not there yet is made.
+          {R"(update SERVERS {"server":[{"address":"::1","config":{"address":"::1","port":5353}}]})",
+           "+ SERVERS/server[address=::1]/address = string_val: \"::1\"\n"
+           "+ SERVERS/server[address=::1]/config/address = string_val: \"::1\"\n"
+           "+ SERVERS/server[address=::1]/config/port = uint_val: 5353\n"
+           "+ SERVERS/server[address=::1]/state/address = string_val: \"::1\"\n"},
+          {R"(update SERVERS/server[address=::1]/config/address "::1")",
+           "+ SERVERS/server[address=::1]/address = string_val: \"::1\"\n"
+           "+ SERVERS/server[address=::1]/config/address = string_val: \"::1\"\n"
+           "+ SERVERS/server[address=::1]/config/port = uint_val: 53\n"
+           "+ SERVERS/server[address=::1]/state/address = string_val: \"::1\"\n"},
+          // Deletes: a default comes back, entries go whole, wildcards expand, what is not there is silent.
+          {"delete ETH0/config/description", "- ETH0/config/description\n"},
+          {"delete ETH0/config/enabled", ""},
+          {"delete /interfaces/interface/config/mtu", "- ETH0/config/mtu\n- ETH1/config/mtu\n"},
+          {"delete /interfaces/interface[name=*]/.../port-speed",
+           "- ETH0/ethernet/config/port-speed\n- ETH1/ethernet/config/port-speed\n"},
+          {"delete /*/config/hostname", "- /system/config/hostname\n"},
+          {"delete ETH0/ethernet", "- ETH0/ethernet/config/port-speed\n"},
+          {"delete /interfaces/interface[name=eth9]/config/mtu\ndelete /interfaces/interface[name=eth9]\n"
+           "delete ETH0/config/mtu\ndelete SERVERS/server[address=::9]",
+           "- ETH0/config/mtu\n"},
+          // An entry that is deleted and made again in one request keeps its state.
+          {"delete ETH0/ethernet/config\ndelete SERVERS/server[address=192.0.2.53]\n"
+           "update SERVERS/server[address=192.0.2.53]/config/port 54",
+           "- ETH0/ethernet/config/port-speed\n"
+           "SERVERS/server[address=192.0.2.53]/config/port = uint_val: 54 (was uint_val: 53)\n"},
+          {"", ""},
+      }) {
+    SCOPED_TRACE(request);
     DataBench bench;
     bench.fill();
     auto const before = bench.leaves();
-    grpc::Status const status = bench.setHere(setRequest(whole(row.request)));
-    EXPECT_TRUE(status.ok()) << row.request << ": " << status.error_message();
+    grpc::Status const status = bench.setHere(setRequest(whole(request)));
+    EXPECT_TRUE(status.ok()) << status.error_message();
     auto after = bench.leaves();
-    bool const isChanged = *row.outcome != '\0';
-    EXPECT_EQ(after.erase("/system/state/last-configuration-timestamp") != 0, isChanged) << row.request;
-    EXPECT_EQ(difference(before, after), whole(row.outcome)) << row.request;
+    EXPECT_EQ(after.erase("/system/state/last-configuration-timestamp") != 0, *outcome != '\0');
+    EXPECT_EQ(difference(before, after), whole(outcome));
   }
 }
 
@@ -129,61 +114,60 @@ TEST_F(DataSet, refusals) {
     StatusCode code = StatusCode::INVALID_ARGUMENT;
   };
   using enum StatusCode;
-  Row const rows[] = {
-      {"update ETH0/config/nothing 1", "'nothing' is not known", NOT_FOUND},
-      {"update ETH0/config/mtu/deeper 1", "'deeper'", NOT_FOUND},
-      {"delete /.../nothing", "nothing is known", NOT_FOUND},
-      {"update ETH0/state {}", "is state"},
-      {R"(replace ETH0 {"state":{"mtu":1}})", "/state/mtu: is state"},
-      {R"(update /system {"processes":{"process":[{"pid":"1"}]}})", "is state"},
-      {"delete ETH0/state", "cannot be deleted"},
-      {"delete ETH0/config/name", "cannot be deleted"},
-      {"delete /system/processes/process[pid=1]", "cannot be deleted"},
-      {"update ETH0/config/mtu none", "no value"},
-      {"update ETH0/config/mtu uint:65536", "out of the range"},
-      {"update ETH0/config/mtu int:-1", "found -1"},
-      {"update ETH0/config/mtu string:1500", "found string_val"},
-      {"update ETH0/config/type string:nonsense", "'nonsense'"},
-      {"update ETH0/config/mtu {\"broken", "no JSON"},
-      {"update ETH0/config/mtu ascii:1", "JSON", UNIMPLEMENTED},
-      {"update ETH0/config uint:1", "container"},
-      {R"(update ETH0/config {"mtu":1,"openconfig-interfaces:mtu":1})", "twice"},
-      {R"(update ETH0/config {"openconfig-system:mtu":1})", "unknown member"},
-      {R"(update ETH0/config {"mtu":1,"color":1})", "unknown member 'color'"},
-      {R"(update /interfaces {"interface":{}})", "expected an array"},
-      {R"(update /interfaces {"interface":[{}]})", "without its key 'name'"},
-      {R"(update /interfaces {"interface":[{"name":"a"},{"name":"a"}]})", "two entries"},
-      {R"(update /interfaces {"interface":[{"name":"a","config":{"name":"b"}}]})",
-       "'b' contradicts the key 'a'"},
-      {"update ETH0/config/name string:eth1", "contradicts the key"},
-      {R"(update ETH0/subinterfaces {"subinterface":[{"index":4294967296}]})", "range"},
-      {"update ETH0/subinterfaces/subinterface[index=x]/config {}", "index"},
-      {"update ETH0/subinterfaces/subinterface[number=0]/config {}", "'index'"},
-      {"update /interfaces/interface/config/mtu 1", "needs its key"},
-      {"update /interfaces/*/config/mtu 1", "wildcard"},
-      {"update ETH0/config[name=x]/mtu 1", "no list"},
-      {"replace ETH0 {}", "empty object"},
-      // Published, and not offered.
-      {"update /system/ntp/config/enabled true", "'ntp' is not offered", UNIMPLEMENTED},
-      {R"(update ETH0/config {"tpid":1})", "'tpid' is not offered", UNIMPLEMENTED},
-      {"delete /network-instances", "network-instances", UNIMPLEMENTED},
-      {"delete /.../routed-vlan", "routed-vlan", UNIMPLEMENTED},
-      // Ranges, lengths and patterns, in keys too, however the value comes.
-      {R"(update /system/config {"hostname":"two words"})", "no domain-name"},
-      {"update /system/config/hostname string:", "1..253 characters; found 0"},
-      {"update /system/config/domain-name string:-.-", "no domain-name"},
-      {"update ETH0/ethernet/config/mac-address \"zz\"", "no mac-address"},
-      {R"(update /system/dns/config/search ["a","b c"])", "'b c' is no domain-name"},
-      {"update /system/dns/config/search list:a,b,a", "'a' is there twice"},
-      {"update UNIT/ipv4/config/mtu 67", "range 68..65535"},
-      {"update ADDRESSES/address[ip=300.1.1.1] {}", "no ipv4-address"},
-      {R"(update ADDRESSES {"address":[{"ip":"nonsense"}]})", "no ipv4-address"},
-      {"update ADDRESSES/address[ip=192.0.2.1]/config/prefix-length uint:33", "range 0..32"},
-      {"update UNIT/ipv6/addresses/address[ip=1::2::3]/config {}", "no ipv6-address"},
-      {"update SERVERS/server[address=192.0.2.300/24] {}", "no ip-address"},
-  };
   auto const before = bench.leaves();
-  for (Row const& row : rows) {
+  for (Row const& row : std::vector<Row>{
+           {"update ETH0/config/nothing 1", "'nothing' is not known", NOT_FOUND},
+           {"update ETH0/config/mtu/deeper 1", "'deeper'", NOT_FOUND},
+           {"delete /.../nothing", "nothing is known", NOT_FOUND},
+           {"update ETH0/state {}", "is state"},
+           {R"(replace ETH0 {"state":{"mtu":1}})", "/state/mtu: is state"},
+           {R"(update /system {"processes":{"process":[{"pid":"1"}]}})", "is state"},
+           {"delete ETH0/state", "cannot be deleted"},
+           {"delete ETH0/config/name", "cannot be deleted"},
+           {"delete /system/processes/process[pid=1]", "cannot be deleted"},
+           {"update ETH0/config/mtu none", "no value"},
+           {"update ETH0/config/mtu uint:65536", "out of the range"},
+           {"update ETH0/config/mtu int:-1", "found -1"},
+           {"update ETH0/config/mtu string:1500", "found string_val"},
+           {"update ETH0/config/type string:nonsense", "'nonsense'"},
+           {"update ETH0/config/mtu {\"broken", "no JSON"},
+           {"update ETH0/config/mtu ascii:1", "JSON", UNIMPLEMENTED},
+           {"update ETH0/config uint:1", "container"},
+           {R"(update ETH0/config {"mtu":1,"openconfig-interfaces:mtu":1})", "twice"},
+           {R"(update ETH0/config {"openconfig-system:mtu":1})", "unknown member"},
+           {R"(update ETH0/config {"mtu":1,"color":1})", "unknown member 'color'"},
+           {R"(update /interfaces {"interface":{}})", "expected an array"},
+           {R"(update /interfaces {"interface":[{}]})", "without its key 'name'"},
+           {R"(update /interfaces {"interface":[{"name":"a"},{"name":"a"}]})", "two entries"},
+           {R"(update /interfaces {"interface":[{"name":"a","config":{"name":"b"}}]})",
+            "'b' contradicts the key 'a'"},
+           {"update ETH0/config/name string:eth1", "contradicts the key"},
+           {R"(update ETH0/subinterfaces {"subinterface":[{"index":4294967296}]})", "range"},
+           {"update ETH0/subinterfaces/subinterface[index=x]/config {}", "index"},
+           {"update ETH0/subinterfaces/subinterface[number=0]/config {}", "'index'"},
+           {"update /interfaces/interface/config/mtu 1", "needs its key"},
+           {"update /interfaces/*/config/mtu 1", "wildcard"},
+           {"update ETH0/config[name=x]/mtu 1", "no list"},
+           {"replace ETH0 {}", "empty object"},
+           // Published, and not offered.
+           {"update /system/ntp/config/enabled true", "'ntp' is not offered", UNIMPLEMENTED},
+           {R"(update ETH0/config {"tpid":1})", "'tpid' is not offered", UNIMPLEMENTED},
+           {"delete /network-instances", "network-instances", UNIMPLEMENTED},
+           {"delete /.../routed-vlan", "routed-vlan", UNIMPLEMENTED},
+           // Ranges, lengths and patterns, in keys too, however the value comes.
+           {R"(update /system/config {"hostname":"two words"})", "no domain-name"},
+           {"update /system/config/hostname string:", "1..253 characters; found 0"},
+           {"update /system/config/domain-name string:-.-", "no domain-name"},
+           {"update ETH0/ethernet/config/mac-address \"zz\"", "no mac-address"},
+           {R"(update /system/dns/config/search ["a","b c"])", "'b c' is no domain-name"},
+           {"update /system/dns/config/search list:a,b,a", "'a' is there twice"},
+           {"update UNIT/ipv4/config/mtu 67", "range 68..65535"},
+           {"update ADDRESSES/address[ip=300.1.1.1] {}", "no ipv4-address"},
+           {R"(update ADDRESSES {"address":[{"ip":"nonsense"}]})", "no ipv4-address"},
+           {"update ADDRESSES/address[ip=192.0.2.1]/config/prefix-length uint:33", "range 0..32"},
+           {"update UNIT/ipv6/addresses/address[ip=1::2::3]/config {}", "no ipv6-address"},
+           {"update SERVERS/server[address=192.0.2.300/24] {}", "no ip-address"},
+       }) {
     SCOPED_TRACE(row.request);
     // Refused whole, though it begins well.
     grpc::Status const status = bench.set(
@@ -248,8 +232,7 @@ TEST_F(DataSet, theResponseListsTheOperations) {
             static_cast<std::uint64_t>(response.timestamp()));
 }
 
-// What the machine has is not a client's to delete: configuration goes, for good, and comes back when it is
-// set again.
+// What the machine has is not a client's to delete: configuration goes, and comes back when it is set again.
 TEST_F(DataSet, deletingEntriesOfTheMachineLeavesTheirState) {
   Subscriber subscriber(bench, bench.channel());
   subscriber.send(stream().add("/").done());
@@ -341,8 +324,6 @@ TEST_F(DataSet, theMachineComesBeforeTheModel) {
   EXPECT_EQ(toldOf("update /system/config/hostname \"x\""), "");
   bench.runtime().sets().carrierIs(nullptr);
 }
-
-// --- a model that refuses half-way -------------------------------------------------------------------------
 
 // Takes any value but "bad".
 class Moody final : public Agent::Node<Moody> {

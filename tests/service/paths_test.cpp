@@ -10,9 +10,7 @@
 #include "service/ServiceTesting.h"
 
 using namespace ServiceTesting;
-using Agent::ObjectCursor;
-using Agent::PathView;
-using Agent::Pattern;
+using Agent::ObjectCursor, Agent::PathView, Agent::Pattern;
 using Cover = Pattern::Cover;
 
 namespace {
@@ -26,12 +24,7 @@ Pattern pattern(std::string_view text) {
 TEST(Pattern, covers) {
   Agent::declareTypes();
   std::string const eth0 = "/interfaces/interface[name=eth0]";
-  struct Row {
-    std::string pattern;
-    std::string path;
-    Cover cover;
-  };
-  for (Row const& row : std::vector<Row>{
+  for (auto const& [covering, covered, cover] : std::vector<std::tuple<std::string, std::string, Cover>>{
            {"/", eth0, Cover::All},
            {"/interfaces", eth0 + "/state/mtu", Cover::All},
            {eth0 + "/state", eth0, Cover::Partial},
@@ -50,18 +43,15 @@ TEST(Pattern, covers) {
            {"/.../interface[name=eth0]/.../mtu", "/interfaces/interface[name=eth1]/state/mtu",
             Cover::Partial},
            {"/.../state", eth0 + "/hold-time/state/up", Cover::All},
-       }) {
-    EXPECT_EQ(pattern(row.pattern).cover(PathView(path(row.path), 0)), row.cover)
-        << row.pattern << " of " << row.path;
-  }
+       })
+    EXPECT_EQ(pattern(covering).cover(PathView(path(covered), 0)), cover) << covering << " of " << covered;
   std::string many;
   for (int i = 0; i < 100; ++i)
     many += "/...";
   EXPECT_EQ(pattern(many + "/mtu").cover(PathView(path(eth0 + "/state/mtu"), 0)), Cover::All);
 }
 
-// Cut anywhere, with entries that come and go meanwhile: what was there all the time is found exactly once,
-// in order.
+// Cut anywhere, while entries come and go: what was there all the time is found exactly once, in order.
 TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
   Bench bench;
   for (unsigned seed = 1; seed <= 20; ++seed) {
@@ -95,23 +85,19 @@ TEST(ObjectCursor, findsWhatStaysExactlyOnce) {
 
 TEST(OutPath, bytesOfWhatLiesBelowBeginWithThoseAbove) {
   auto const bytes = [](std::string_view text) { return Agent::pathBytes(PathView(path(text), 0)); };
-  struct Row {
-    char const* above;
-    char const* below;
-    bool is;
-  };
-  Row const rows[] = {{"/a/b", "/a/b", true},
-                      {"/a/b", "/a/b/c", true},
-                      {"/a/b", "/a/bc", false},
-                      {"/a/b", "/a/b[k=1]/c", true}, // no key stands for all
-                      {"/a/b[k=1]", "/a/b[k=1]/c", true},
-                      {"/a/b[k=1]", "/a/b[k=11]", false},
-                      {"/a/b[k=1]", "/a/b", false},
-                      {"/a/b[k=1]", "/a/b[k=1][l=2]", false},
-                      {"/a/b[k=1][l=2]", "/a/b[l=2][k=1]/c", true},
-                      {"/a", "/b", false}};
-  for (Row const& row : rows)
-    EXPECT_EQ(Agent::bytesAtOrBelow(bytes(row.above), bytes(row.below)), row.is) << row.above << row.below;
+  using Rows = std::vector<std::pair<char const*, char const*>>;
+  for (auto const& [above, below] : Rows{{"/a/b", "/a/b"},
+                                         {"/a/b", "/a/b/c"},
+                                         {"/a/b", "/a/b[k=1]/c"}, // no key stands for all
+                                         {"/a/b[k=1]", "/a/b[k=1]/c"},
+                                         {"/a/b[k=1][l=2]", "/a/b[l=2][k=1]/c"}})
+    EXPECT_TRUE(Agent::bytesAtOrBelow(bytes(above), bytes(below))) << above << below;
+  for (auto const& [above, below] : Rows{{"/a/b", "/a/bc"},
+                                         {"/a/b[k=1]", "/a/b[k=11]"},
+                                         {"/a/b[k=1]", "/a/b"},
+                                         {"/a/b[k=1]", "/a/b[k=1][l=2]"},
+                                         {"/a", "/b"}})
+    EXPECT_FALSE(Agent::bytesAtOrBelow(bytes(above), bytes(below))) << above << below;
   auto const withKey = [](std::string const& key) { // of the bytes that separate others
     gnmi::Path made = path("/a");
     (*made.mutable_elem(0)->mutable_key())["k"] = key;
