@@ -2,13 +2,8 @@
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <map>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "agent/client/Lines.h"
 #include "agent/client/ValueText.h"
@@ -26,11 +21,8 @@ gnmi::Path parsed(std::string const& text) {
 }
 
 TEST(PathText, EachTextIsOnePathAndPrintsCanonically) {
-  struct Case {
-    std::string text, printed;
-    std::vector<std::string> names;
-  };
-  for (Case const& c : std::vector<Case>{
+  using Texts = std::vector<std::string>;
+  for (auto const& [text, printed, expected] : std::vector<std::tuple<std::string, std::string, Texts>>{
            {"/", "/", {}},
            {"a/b", "/a/b", {"a", "b"}},
            {"/a/b/", "/a/b", {"a", "b"}},
@@ -43,13 +35,13 @@ TEST(PathText, EachTextIsOnePathAndPrintsCanonically) {
            {R"(/a[k\=l=v])", R"(/a[k\=l=v])", {"a"}},
            {"/a/*/...", "/a/*/...", {"a", "*", "..."}},
        }) {
-    gnmi::Path const path = parsed(c.text);
-    std::vector<std::string> names;
+    gnmi::Path const path = parsed(text);
+    Texts names;
     for (gnmi::PathElem const& elem : path.elem())
       names.push_back(elem.name());
-    EXPECT_EQ(names, c.names) << c.text;
-    EXPECT_EQ(pathText(path), c.printed);
-    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(parsed(pathText(path)), path)) << c.text;
+    EXPECT_EQ(names, expected) << text;
+    EXPECT_EQ(pathText(path), printed);
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(parsed(pathText(path)), path)) << text;
   }
   EXPECT_EQ(parsed(R"(/a[k=\]\\])").elem(0).key().at("k"), R"(]\)");
   EXPECT_EQ(pathText(parsed("openconfig:/a"), parsed("b[k=v]")), "openconfig:/a/b[k=v]");

@@ -4,9 +4,6 @@
 #include <crypt.h>
 
 #include <ctime>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "Tovak/Clock.h"
 #include "agent/service/Authenticator.h"
@@ -23,6 +20,7 @@ std::string hashed(char const* password) {
 std::shared_ptr<Users const> usersOf(std::string const& text) {
   return std::make_shared<Users const>(Users::parse(text).value());
 }
+using Code = grpc::StatusCode;
 
 Authenticator::Metadata metadata(std::vector<std::pair<char const*, char const*>> const& entries) {
   Authenticator::Metadata map;
@@ -38,10 +36,7 @@ grpc::StatusCode codeOf(Authenticator& authenticator, char const* name, char con
 
 TEST(Users, TheFileIsCheckedLineByLine) {
   std::string const hash = hashed("x");
-  struct Case {
-    std::string text, fault;
-  };
-  for (Case const& c : std::vector<Case>{
+  for (auto const& [text, fault] : std::vector<std::pair<std::string, std::string>>{
            {"ann:" + hash + "\n", ""},
            {"# people\r\n\nann:" + hash + ":18000:0:99999\r\nbob:" + hash, ""},
            {"", "no user"},
@@ -57,10 +52,10 @@ TEST(Users, TheFileIsCheckedLineByLine) {
            {"ann:abJnggxhB/yWI", "weak kind"},
            {"ann:" + hash + "\nann:" + hash, "line 2: 'ann' is there already"},
        }) {
-    auto const users = Users::parse(c.text);
-    EXPECT_EQ(users.ok(), c.fault.empty()) << c.text;
+    auto const users = Users::parse(text);
+    EXPECT_EQ(users.ok(), fault.empty()) << text;
     if (users.ok()) continue;
-    EXPECT_NE(users.error().find(c.fault), std::string::npos) << users.error();
+    EXPECT_NE(users.error().find(fault), std::string::npos) << users.error();
     EXPECT_EQ(users.error().find("secret"), std::string::npos) << users.error();
   }
   EXPECT_FALSE(Users::fromFile("no/such/file").ok());
@@ -69,7 +64,6 @@ TEST(Users, TheFileIsCheckedLineByLine) {
 TEST(Authenticator, OnlyTheRightPairIsLetIn) {
   Tovak::SimulatedClock clock;
   Authenticator authenticator(usersOf("ann:" + hashed("open") + "\nbob:" + hashed("sesame")), clock);
-  using Code = grpc::StatusCode;
   for (int round = 0; round < 2; ++round) { // the second time from memory
     EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
     EXPECT_EQ(codeOf(authenticator, "bob", "sesame"), Code::OK);
@@ -97,7 +91,6 @@ TEST(Authenticator, OtherUsersAreAskedAnewAndTheSameAreRemembered) {
   Tovak::SimulatedClock clock;
   std::string const ann = "ann:" + hashed("open") + "\n";
   Authenticator authenticator(usersOf(ann + "bob:" + hashed("sesame") + "\ncarl:" + hashed("open")), clock);
-  using Code = grpc::StatusCode;
   EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
   EXPECT_EQ(codeOf(authenticator, "bob", "sesame"), Code::OK);
   EXPECT_EQ(codeOf(authenticator, "carl", "open"), Code::OK);
@@ -115,7 +108,6 @@ TEST(Authenticator, OtherUsersAreAskedAnewAndTheSameAreRemembered) {
 TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
   Tovak::SimulatedClock clock;
   Authenticator authenticator(usersOf("ann:" + hashed("open")), clock);
-  using Code = grpc::StatusCode;
   EXPECT_EQ(codeOf(authenticator, "ann", "open"), Code::OK);
   std::int64_t looked = 0;
   for (int i = 0; i < 50; ++i)
@@ -138,7 +130,6 @@ TEST(Authenticator, GuessesAreFewAndDoNotShutOutWhoIsKnown) {
 TEST(Authenticator, WhoGuessesElsewhereShutsNobodyOut) {
   Tovak::SimulatedClock clock;
   Authenticator authenticator(usersOf("ann:" + hashed("open") + "\nbob:" + hashed("sesame")), clock);
-  using Code = grpc::StatusCode;
   std::int64_t looked = 0;
   for (int i = 0; i < 400; ++i) { // 20 s of four places that guess as much as they can
     std::string const peer = "ipv4:10.0.1." + std::to_string(i % 4) + ":" + std::to_string(i);
