@@ -50,7 +50,14 @@ public:
       , matchDepth_(nodes.size())
       , nodes_(std::move(nodes)) {}
 
-  // Of the last node.
+  // Of the last node, a leaf.
+  std::unique_ptr<JsonPlan const> leafPlan() {
+    auto plan = std::make_unique<JsonPlan>();
+    plan->members.push_back(leaf(""));
+    plan->isLeaf = true;
+    return isPossible_ ? std::move(plan) : nullptr;
+  }
+  // Of the last node, which is none.
   std::unique_ptr<JsonPlan const> plan(std::string_view parentModule) {
     auto plan = std::make_unique<JsonPlan>();
     TypeNode const node = nodes_.back();
@@ -92,7 +99,7 @@ private:
     TypeNode const& node = nodes_.back();
     bool const isTooDeep = order_.depth != 0 && nodes_.size() - matchDepth_ > order_.depth;
     made.isWanted = !isTooDeep && order_.wants(nodes_);
-    made.isEntityName = node.attr.name() == "name";
+    made.isEntityName = node.attr.name() == "name" && !node.attr.isKeyField(); // a key is told as it is
     made.form = form(node);
     made.kind = node.type.isEnum() ? node.type.underlyingKind() : node.type.builtinKind();
     if (made.form == Form::Number) made.isQuoted = isIetf_ && isNumberText(*node.leaf());
@@ -143,12 +150,10 @@ private:
   void addKeys(JsonPlan& plan, TypeNode const& list, std::string_view parentModule) {
     for (std::size_t i = 0; i < list.keyCount(); ++i) {
       auto const key = list.child(list.key(i).name().view());
-      isPossible_ = isPossible_ && key && key->leaf() != nullptr && key->attr.isKeyField() &&
-                    key->leaf()->type != LeafType::Decimal64;
+      isPossible_ = isPossible_ && key && key->leaf() != nullptr && key->attr.isKeyField();
       if (!isPossible_) return;
       nodes_.push_back(*key);
       plan.keys.push_back(leaf(parentModule));
-      plan.keys.back().isEntityName = false; // a key is told as it is
       nodes_.pop_back();
       plan.isKeyWanted = plan.isKeyWanted || plan.keys.back().isWanted;
     }
@@ -178,7 +183,9 @@ JsonMember::Head::Head(std::string_view whole)
 }
 
 std::unique_ptr<JsonPlan const> JsonPlan::of(GetOrder const& order, std::vector<TypeNode> nodes) {
-  return Planner(order, std::move(nodes)).plan("");
+  bool const isLeaf = nodes.back().leaf() != nullptr;
+  Planner planner(order, std::move(nodes));
+  return isLeaf ? planner.leafPlan() : planner.plan("");
 }
 
 } // namespace Agent

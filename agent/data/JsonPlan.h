@@ -50,12 +50,13 @@ struct JsonMember {
   mutable std::vector<std::pair<std::int64_t, std::string>> names; // enumerators that have been met, as JSON
 };
 
-// Of a container, of the entries of a list, or of the root.
+// Of a container, of the entries of a list, of the root, or of a leaf by itself.
 struct JsonPlan {
   std::vector<JsonMember> keys;    // of an entry: they are written first
   bool hasPlainKey = false;        // the only one, which can be read in the entry
   bool isKeyWanted = false;        // an entry is told for its key's sake
   std::vector<JsonMember> members; // leaves, then all others, both in the order of declaration
+  bool isLeaf = false;             // the only member is read by itself, from what holds it
   bool isBounded = false;          // what it says has a bound: there is no list at or below it
   std::size_t weight = 0;          // members at and below it, entries not counted
 

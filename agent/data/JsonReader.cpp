@@ -8,6 +8,7 @@
 #include "Kstd/Utf8.h"
 #include "Ondra/ScalarEncode.h"
 #include "agent/data/GetAnswer.h"
+#include "agent/data/ModelPlace.h"
 #include "agent/encoding/LeafEncoding.h"
 #include "agent/paths/EntryKey.h"
 
@@ -259,20 +260,10 @@ bool JsonReader::writeName(JsonMember const& member, void const* value) {
 }
 
 bool JsonReader::writeOther(JsonMember const& member, Kel::PtrInterface const& object) {
-  Kel::KelAttr const attr = member.node.attr;
-  Handle const value = attr.genericIfGet(Kel::GenericIf::toObject(&object));
-  if (!value) return false;
-  gnmi::TypedValue told;
-  if (attr.isScalarArray()) {
-    for (Handle const& element : attr.genericIfMembers(value))
-      if (!Ondra::extractScalar(nullptr, element, told.mutable_leaflist_val()->add_element())) return false;
-    if (!told.has_leaflist_val()) return false; // a leaf-list without entries is not there
-  } else if (!Ondra::extractScalar(nullptr, value, &told)) {
-    return false;
-  }
-  if (told.value_case() == gnmi::TypedValue::VALUE_NOT_SET) return false; // a union that holds nothing
+  auto const told = valueOf(member.node, Kel::GenericIf::toObject(&object));
+  if (!told) return false;
   std::string text;
-  appendLeafJson(text, told, *member.node.leaf(), isIetf_);
+  appendLeafJson(text, *told, *member.node.leaf(), isIetf_);
   text_.put(text);
   return true;
 }

@@ -5,10 +5,10 @@
 #include <algorithm>
 
 #include "Kel/Dir.h"
+#include "Ondra/ScalarEncode.h"
 #include "agent/data/PathStates.h"
 #include "agent/model/Tree.h"
 #include "agent/paths/EntryKey.h"
-#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 namespace {
@@ -89,6 +89,30 @@ bool isOfMachine(TypeNode const& list, Handle const& entry) {
   return std::ranges::any_of(state->children(), [&object](TypeNode const& child) {
     return child.leaf() != nullptr && !child.leaf()->isKeyCopy && hasValue(child.attr, object);
   });
+}
+
+bool lacksConfig(TypeNode const& list, Handle const& entry) {
+  return std::ranges::any_of(list.children(), [&entry](TypeNode const& child) {
+    return child.leaf() == nullptr && isEntryConfig(child) && leafInfo(keyCopyOf(child))->isConfig &&
+           !containerOf(child, entry);
+  });
+}
+
+std::optional<gnmi::TypedValue> valueOf(TypeNode const& leaf, Handle const& object) {
+  Kel::KelAttr const attr = leaf.attr;
+  Handle const value = attr.genericIfGet(object);
+  if (!value) return std::nullopt;
+  gnmi::TypedValue told;
+  if (!attr.isScalarArray()) {
+    if (!Ondra::extractScalar(nullptr, value, &told)) return std::nullopt;
+  } else {
+    for (Handle const& element : attr.genericIfMembers(value))
+      if (!Ondra::extractScalar(nullptr, element, told.mutable_leaflist_val()->add_element()))
+        return std::nullopt;
+  }
+  // A union that holds nothing, and a leaf-list without entries, are not there.
+  if (told.value_case() == gnmi::TypedValue::VALUE_NOT_SET) return std::nullopt;
+  return told;
 }
 
 bool containerIsAt(gnmi::Path const& path) {

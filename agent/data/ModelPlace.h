@@ -1,12 +1,14 @@
 // Finding what stands at a place of the model. Scheduler thread.
 #pragma once
 
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "Kel/Attr.h"
 #include "agent/paths/RequestPath.h"
 #include "agent/paths/TypeTree.h"
+#include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
 namespace Agent {
 
@@ -29,8 +31,13 @@ using Handle = Kel::KelAttr::ConstHandle;
 [[nodiscard]] bool isEntryConfig(TypeNode const& child);
 // The leaf in it that repeats the entry's key; null when there is none.
 [[nodiscard]] Kel::KelAttr keyCopyOf(TypeNode const& container);
+// Whether an entry has no such container of what clients configure, while its type has one.
+[[nodiscard]] bool lacksConfig(TypeNode const& list, Handle const& entry);
 // Whether the machine has what the entry stands for: its state says more than its key.
 [[nodiscard]] bool isOfMachine(TypeNode const& list, Handle const& entry);
+
+// The value that a leaf has there, as walks tell it; none when it has none, or one that cannot be told.
+[[nodiscard]] std::optional<gnmi::TypedValue> valueOf(TypeNode const& leaf, Handle const& object);
 
 // Makes the containers on a concrete path that are not there; entries on it must be. Says whether it is there
 // now.

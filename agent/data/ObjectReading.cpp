@@ -12,6 +12,7 @@
 #include "Tovak/TaskScheduler.h"
 #include "agent/context/Context.h"
 #include "agent/data/GetAnswer.h"
+#include "agent/data/ModelPlace.h"
 #include "agent/router/Router.h"
 
 namespace Agent {
@@ -35,13 +36,15 @@ private:
 
 std::unique_ptr<JsonPlan const> ObjectReading::planOf(GetOrder const& order, Pattern const& pattern) {
   bool const isJson = order.encoding == gnmi::JSON || order.encoding == gnmi::JSON_IETF;
-  if (!isJson || !pattern.coversObjects()) return nullptr;
   std::vector<TypeNode> nodes{TypeNode::root()};
   for (Pattern::Elem const& elem : pattern.elems()) {
     auto const child = elem.kind == Pattern::Elem::Kind::Name ? nodes.back().child(elem.name) : std::nullopt;
     if (!child) return nullptr;
     nodes.push_back(*child);
   }
+  bool const isLeaf = nodes.back().leaf() != nullptr;
+  if (isLeaf ? pattern.objectDepth() + 1 != pattern.elems().size() : !isJson || !pattern.coversObjects())
+    return nullptr;
   return JsonPlan::of(order, std::move(nodes));
 }
 
@@ -88,12 +91,27 @@ bool ObjectReading::read(Slice const& slice) {
       if (slice.taskShouldYield()) return false;
     }
     switch (cursor_.next()) {
-    case ObjectCursor::Result::Found: begin(); break;
+    case ObjectCursor::Result::Found:
+      plan_->isLeaf ? readLeaf() : begin();
+      if (slice.taskShouldYield()) return false;
+      break;
     case ObjectCursor::Result::End: return true;
     case ObjectCursor::Result::Paused:
       if (slice.taskShouldYield()) return false;
     }
   }
+}
+
+void ObjectReading::readLeaf() {
+  JsonMember const& member = plan_->members.front();
+  auto value = valueOf(member.node, Kel::handleTo(cursor_.takeObject()));
+  if (!value || (member.isEntityName && value->string_val().empty())) return;
+  gnmi::Notification told;
+  cursor_.path()->copyToGnmiPath(told.mutable_prefix());
+  gnmi::Update& update = *told.add_update();
+  update.mutable_path()->add_elem()->set_name(member.node.name.data(), member.node.name.size());
+  *update.mutable_val() = *std::move(value);
+  answer_.add(told);
 }
 
 void ObjectReading::begin() {

@@ -1,5 +1,5 @@
-// Agent::ObjectReading: the short road of a Get in JSON: whole objects are read where they lie, without a
-// walk and without leaves in messages.
+// Agent::ObjectReading: the short road of a Get: whole objects in JSON, and single leaves, are read where
+// they lie, without a walk.
 #pragma once
 
 #include <functional>
@@ -21,7 +21,7 @@ struct GetOrder;
 // router outlive it. docs/decisions.md: "Where is JSON put together?"
 class ObjectReading {
 public:
-  // What the reading is about. Null when it is for a walk to read it: other encodings, leaves, places that
+  // What the reading is about. Null when it is for a walk to read it: objects in other encodings, places that
   // wildcards of names mean, values that walks alone can tell.
   [[nodiscard]] static std::unique_ptr<JsonPlan const> planOf(GetOrder const& order, Pattern const& pattern);
 
@@ -44,6 +44,7 @@ private:
   // Reads on until all has been read, then true, or the slice is over.
   bool read(Slice const& slice);
   void begin();
+  void readLeaf();
 
   Pattern const pattern_;
   std::unique_ptr<JsonPlan const> const plan_;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "Ondra/ScalarEncode.h"
 #include "Tovak/Task.h"
 #include "agent/data/SetDiff.h"
 #include "agent/paths/EntryKey.h"
@@ -15,8 +14,34 @@ namespace {
 
 bool repeatsKey(TypeNode const& leaf) { return leaf.leaf()->isKeyCopy || leaf.attr.isKeyField(); }
 
+// What stands there now of a container or an entry; null when that is nothing.
+Handle objectBelow(TypeNode const& child, gnmi::PathElem const& elem, Handle const& object) {
+  if (!child.isList()) return containerOf(child, object);
+  std::vector<std::string> values;
+  for (std::size_t i = 0; i < child.keyCount(); ++i) {
+    auto const found = elem.key().find(child.key(i).name().str());
+    if (found != elem.key().end()) values.push_back(found->second);
+  }
+  return values.size() == child.keyCount() ? entryOf(child, object, keyHandle(child.attr, values)) : nullptr;
+}
+
+// A container that means something by being there, and is made by what is written in it, goes with that.
+void endAtMade(gnmi::Path& path) {
+  TypeNode type = TypeNode::root();
+  Handle object = dataRoot();
+  for (int i = 0; i < path.elem_size(); ++i) {
+    auto const child = type.child(path.elem(i).name());
+    if (!child || child->leaf() != nullptr) return;
+    object = objectBelow(*child, path.elem(i), object);
+    if (!object && child->isPresence())
+      return path.mutable_elem()->DeleteSubrange(i + 1, path.elem_size() - i - 1);
+    type = *child;
+  }
+}
+
 // The place that is to be deleted for one that a Set touches: of what comes and goes with its key, the entry.
 std::string placeOf(gnmi::Path path) {
+  endAtMade(path);
   auto const type = TypeNode::root().descendant(path, 0);
   bool const isKey = type && type->leaf() != nullptr && repeatsKey(*type);
   bool const isContainer = type && type->leaf() == nullptr;
@@ -61,17 +86,7 @@ Steps SetBack::place(std::string const& bytes) {
       leaf(*child, object);
       co_return;
     }
-    if (child->isList()) {
-      std::vector<std::string> values;
-      for (std::size_t i = 0; i < child->keyCount(); ++i) {
-        auto const found = elem.key().find(child->key(i).name().str());
-        if (found != elem.key().end()) values.push_back(found->second);
-      }
-      if (values.size() != child->keyCount()) co_return;
-      object = entryOf(*child, object, keyHandle(child->attr, values));
-    } else {
-      object = containerOf(*child, object);
-    }
+    object = objectBelow(*child, elem, object);
     if (!object) co_return;
     *path_.add_elem() = elem;
     type = *child;
@@ -80,9 +95,12 @@ Steps SetBack::place(std::string const& bytes) {
 }
 
 Steps SetBack::below(TypeNode type, Handle object) {
+  // An entry that is state alone is not named: that would make a container of configuration in it.
+  bool const isState =
+      type.isList() && type.type.isRuntime() && lacksConfig(type, object) && isOfMachine(type, object);
   for (TypeNode const& child : type.children()) {
     if (child.leaf() != nullptr) {
-      leaf(child, object);
+      if (!isState || !child.attr.isKeyField()) leaf(child, object);
     } else if (!hasWritable(child)) {
       continue;
     } else if (child.isList()) {
@@ -117,22 +135,13 @@ Steps SetBack::below(TypeNode type, Handle object) {
 
 void SetBack::leaf(TypeNode const& type, Handle const& object) {
   bool const isConfig = type.isWritableLeaf() || (type.leaf()->isConfig && repeatsKey(type));
-  if (!isConfig || !type.attr.genericIfExist(object)) return;
-  gnmi::TypedValue value;
-  bool isRead = true;
-  if (type.leaf()->isLeafList) {
-    auto& elements = *value.mutable_leaflist_val()->mutable_element();
-    for (auto member = type.attr.genericIfIteratorConst(object); member && isRead; ++member)
-      isRead = Ondra::extractScalar(nullptr, member.ptr(), elements.Add());
-    isRead = isRead && !elements.empty(); // one without entries is not there
-  } else {
-    isRead = Ondra::extractScalar(nullptr, type.attr.genericIfGet(object), &value);
-  }
-  if (!isRead || value.value_case() == gnmi::TypedValue::VALUE_NOT_SET) return;
+  if (!isConfig) return;
+  auto value = valueOf(type, object);
+  if (!value) return;
   gnmi::Update& update = *request.add_update();
   *update.mutable_path() = path_;
   update.mutable_path()->add_elem()->set_name(type.name.data(), type.name.size());
-  *update.mutable_val() = std::move(value);
+  *update.mutable_val() = *std::move(value);
 }
 
 } // namespace Agent

@@ -25,16 +25,18 @@ using YangTesting::Tree;
 
 ly_ctx const* context() { return YangTesting::model().modules().context(); }
 
-// "PATH=VALUE" of all leaves; of leaf-lists in their order.
+// "PATH=VALUE" of all leaves, of leaf-lists in their order, and of containers with a presence.
 std::set<std::string> leavesOf(lyd_node const* tree) {
   std::set<std::string> all;
   for (lyd_node const* root = tree; root != nullptr; root = root->next) {
     lyd_node const* each = nullptr;
     LYD_TREE_DFS_BEGIN(root, each) {
-      if ((each->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0) {
+      bool const isPresence =
+          each->schema->nodetype == LYS_CONTAINER && (each->schema->flags & LYS_PRESENCE) != 0;
+      if (isPresence || (each->schema->nodetype & (LYS_LEAF | LYS_LEAFLIST)) != 0) {
         std::unique_ptr<char, void (*)(void*)> const path(lyd_path(each, LYD_PATH_STD, nullptr, 0),
                                                           &std::free);
-        all.insert(fmt::format("{}={}", path.get(), lyd_get_value(each)));
+        all.insert(fmt::format("{}={}", path.get(), isPresence ? "{}" : lyd_get_value(each)));
       }
       LYD_TREE_DFS_END(root, each);
     }

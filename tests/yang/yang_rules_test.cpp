@@ -99,6 +99,17 @@ TEST(YangRules, StateIsHeldToNothing) {
   ASSERT_TRUE(bench.set(setRequest("delete /rules/port[name=a]\ndelete /rules/spare")).ok());
   EXPECT_THAT(bench.set(setRequest("update /rules/spare [\"a\"]")).error_message(), HasSubstr("leafref"));
   EXPECT_EQ(bench.value("/rules/port[name=a]", gnmi::JSON), R"({"name":"a","state":{"seen":1}})");
+  // So it is again when a commit is taken back.
+  ASSERT_TRUE(bench.provided("update /rules/bay[id=2]/state/used 1").ok());
+  std::string const was = bench.value("/rules", gnmi::JSON);
+  gnmi::SetRequest commit = setRequest("update /rules/bay[id=2]/door/color \"x\""), cancel;
+  commit.add_extension()->mutable_commit()->mutable_commit();
+  cancel.add_extension()->mutable_commit()->mutable_cancel();
+  for (gnmi::SetRequest* const each : {&commit, &cancel}) {
+    each->mutable_extension(0)->mutable_commit()->set_id("1");
+    ASSERT_TRUE(bench.set(*each).ok());
+    EXPECT_EQ(bench.value("/rules", gnmi::JSON) == was, each == &cancel);
+  }
 }
 
 // --- the law: what is taken is valid, what is refused is invisible, and would not have been ------------------

@@ -186,8 +186,7 @@ private:
     case LYS_CONTAINER: {
       ASSERT_EQ(lyd_new_inner(parent, node->module, node->name, 0, &made), LY_SUCCESS);
       fill(made, lysc_node_child(node));
-      // An empty one that means something is told by nobody's leaf.
-      if (lyd_child(made) == nullptr) return lyd_free_tree(made);
+      if (lyd_child(made) == nullptr && (node->flags & LYS_PRESENCE) == 0) return lyd_free_tree(made);
       return atTop(parent, made);
     }
     default: break;
