@@ -88,8 +88,7 @@ bool HeapTrimmer::isDue(std::int64_t nowNs) {
 
 void HeapTrimmer::trim() { malloc_trim(kKeptFree); }
 
-void HeapTrimmer::heapIsEven() {
-  static_cast<void>(mallopt(M_MXFAST, 0));
-} // what has no such pieces refuses it
+// A heap that keeps no such pieces refuses it.
+void HeapTrimmer::heapIsEven() { static_cast<void>(mallopt(M_MXFAST, 0)); }
 
 } // namespace Agent

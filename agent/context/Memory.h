@@ -38,8 +38,8 @@ public:
   // Takes its time, and is not for the scheduler thread.
   static void trim();
 
-  // To be called before there are threads. Small pieces are put together with their neighbours when they are
-  // freed, not all at once when a large one is: that took some free of the scheduler's 20 ms.
+  // To be called before there are threads. From then on small pieces are put together with their neighbours
+  // when they are freed, not all of them when a large one is: for that the scheduler stood still for 20 ms.
   static void heapIsEven();
 
 private:

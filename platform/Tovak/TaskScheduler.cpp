@@ -34,8 +34,7 @@ template <typename Tag>
 using TaskList = bi::list<Task, bi::base_hook<Impl::TaskHook<Tag>>, bi::constant_time_size<false>>;
 
 constexpr std::int64_t noWait = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t strideOfSlice =
-    16; // steps between two looks at the clock may take that part of a slice
+constexpr std::int64_t strideOfSlice = 16; // which part of one may pass between two looks at the clock
 constexpr std::int64_t waitForever = Impl::TimerQueue::never;
 
 DebugHandler const& debugHandler() {
