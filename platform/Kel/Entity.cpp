@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "Kel/Access.h"
@@ -86,10 +87,11 @@ String nameOf(Place const& place) {
 
 } // namespace
 
-Entity::Entity() : serial_(nextSerial()) {}
+Entity::Entity() : identity_(nextSerial() << 1 | 1) {}
 
 Entity::~Entity() {
-  if (anchor_) static_cast<EntityAnchor*>(anchor_.get())->clear();
+  std::unique_ptr<Apart> const apart(this->apart());
+  if (apart && apart->anchor) static_cast<EntityAnchor*>(apart->anchor.get())->clear();
 }
 
 void Entity::handleZeroRef() const noexcept {
@@ -102,15 +104,23 @@ void Entity::handleZeroRef() const noexcept {
   end(*pin);
 }
 
+Entity::Apart& Entity::apartMade() const {
+  if (apart() == nullptr) identity_ = reinterpret_cast<std::uintptr_t>(new Apart{serial(), nullptr, nullptr});
+  return *apart();
+}
+
 PtrInterface const& Entity::anchor() const {
-  if (!anchor_) anchor_ = Ptr<PtrInterface>(new EntityAnchor(*this));
-  return *anchor_;
+  Apart& apart = apartMade();
+  if (!apart.anchor) apart.anchor = Ptr<PtrInterface>(new EntityAnchor(*this));
+  return *apart.anchor;
 }
 
 KelAttr Entity::parentAttr() const noexcept { return KelAttr(parentAttr_); }
 
 Ptr<GenericIf const> Entity::parentKey() const {
-  if (parentKey_ || parentAttr_ == nullptr || !parentAttr_->isKeyed) return parentKey_;
+  Apart const* const apart = this->apart();
+  if (apart != nullptr && apart->parentKey) return apart->parentKey;
+  if (parentAttr_ == nullptr || !parentAttr_->isKeyed) return nullptr;
   return Impl::indexOf(*parentAttr_, const_cast<Entity&>(*this));
 }
 
@@ -139,9 +149,9 @@ void Entity::attach(Entity& parent, AttrDesc const& attr, Ptr<GenericIf const> o
     throwError(fmt::format("attribute '{}' of type '{}' cannot take an entity that has or had a parent: {}",
                            attr.name.view(), attr.owner->name.view(), child.fullName().view()));
   }
+  if (outsideKey) child.apartMade().parentKey = std::move(outsideKey);
   child.parent_ = &parent;
   child.parentAttr_ = &attr;
-  child.parentKey_ = std::move(outsideKey);
   child.hasNotificationActiveIs(true);
 }
 

@@ -48,7 +48,9 @@ public:
   // Its key there; null for a singular attribute.
   [[nodiscard]] Ptr<GenericIf const> parentKey() const;
   // A number that no other entity of this process ever has.
-  [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
+  [[nodiscard]] std::uint64_t serial() const noexcept {
+    return (identity_ & 1) != 0 ? identity_ >> 1 : apart()->serial;
+  }
 
   [[nodiscard]] NotifieeList* notifieeList() const override { return &notifiees_; }
   // Called when it has got or lost its place, before the observers are told. What it raises is traced and
@@ -120,17 +122,29 @@ protected:
   [[nodiscard]] AttrDesc const& attrOf(void const* member) const;
 
 private:
+  // What most entities do without.
+  struct Apart {
+    std::uint64_t serial;
+    Ptr<GenericIf const> parentKey; // only where the key lies outside the member
+    Ptr<PtrInterface> anchor;
+  };
+
   void attachMember(void const* member, Ptr<GenericIf const> keyHandle, Entity& child);
   void told(void const* member, void const* rawKey) const;
+  [[nodiscard]] Apart* apart() const noexcept { // null when there is none
+    return (identity_ & 1) != 0 ? nullptr : reinterpret_cast<Apart*>(identity_);
+  }
+  Apart& apartMade() const;
 
+  bool orphan_ = false; // lies in what the base leaves over
   Entity* parent_ = nullptr;
   AttrDesc const* parentAttr_ = nullptr;
-  Ptr<GenericIf const> parentKey_; // only where the key lies outside the member
   mutable NotifieeList notifiees_;
-  mutable Ptr<PtrInterface> anchor_;
-  std::uint64_t serial_;
-  bool orphan_ = false;
+  mutable std::uint64_t identity_; // twice the serial and 1, or where it lies apart
 };
+
+// Trees are made of small objects: whatever each of them has counts.
+static_assert(sizeof(void*) != 8 || sizeof(Entity) == 48);
 
 // Gives a class of the model its type. `Base` is `Entity` or the class that it extends.
 template <class T, class Base = Entity>

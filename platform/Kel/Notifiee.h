@@ -58,9 +58,9 @@ private:
   void delist() noexcept;
   void release() noexcept;
 
-  PtrInterface const* notifier_ = nullptr;
-  bool weak_ = false;
+  bool weak_ = false; // these two lie in what the base leaves over
   bool registered_ = false;
+  PtrInterface const* notifier_ = nullptr;
   std::uint32_t place_ = kNowhere; // in the notifier's list
 };
 

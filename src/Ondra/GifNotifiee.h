@@ -71,14 +71,15 @@ public:
   [[nodiscard]] AttrStateMap const& attrStates() const noexcept { return attrStates_; } // likewise
   // What was last sent: of attributes of which that must be known. Made at the first call.
   [[nodiscard]] EmittedLeaves& emitted();
-  [[nodiscard]] EmittedLeaves* emittedSoFar() noexcept { return emitted_.get(); } // null: nothing is known
+  [[nodiscard]] EmittedLeaves* emittedSoFar() noexcept { // null: nothing is known
+    return hasEmitted_ ? &emitted() : nullptr;
+  }
   // The flags of the notification walks.
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
   [[nodiscard]] bool meetsKeyFields() const noexcept { return meetsKeyFields_; }
   // The elements of the path as bytes.
   [[nodiscard]] WirePrefix& wirePrefix() noexcept { return wirePrefix_; }
-  [[nodiscard]] std::size_t pathHash() const noexcept { return pathHash_; } // that of its path
   // Has what walks of the object read of it, beside itself, on its way into the cache.
   void prefetch() const noexcept {
     attrStates_.prefetch();
@@ -136,25 +137,26 @@ private:
   void leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                  Kel::Ptr<Path const> const& path);
 
-  // What walks read comes first: it lies together.
-  Kel::Ptr<GifGnmiNotifiee> holder_; // null: not noted
+  // Each container of a tree has one: none of its bytes is for what few need. What walks read comes first.
   Kel::AttributeId holderAttr_ = 0;
-  bool const meetsKeyFields_ : 1;
-  bool const first_ : 1;
-  bool const second_ : 1;
-  bool inRegistry_ = false;
-  bool recordedType_ = false; // the entry in `pathTypesMap` is its own
-  bool wasSwitchedOff_ = false;
+  Kel::Ptr<GifGnmiNotifiee> holder_; // null: not noted
   AttrStateMap attrStates_;
   Kel::Ptr<Path const> const prefixPath_;
   WirePrefix wirePrefix_;   // above: of the holder
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
-  std::uint64_t const serial_;
-  std::unique_ptr<EmittedLeaves> emitted_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
-  std::size_t const pathHash_;
+  std::uint64_t const serial_ : 57;
+  bool const meetsKeyFields_ : 1;
+  bool const first_ : 1;
+  bool const second_ : 1;
+  bool inRegistry_ : 1 = false;
+  bool recordedType_ : 1 = false; // the entry in `pathTypesMap` is its own
+  bool wasSwitchedOff_ : 1 = false;
+  bool hasEmitted_ : 1 = false;
 };
+
+static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 128);
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another
 // object, the path is retired first. None is made for a walk that takes notifiees down

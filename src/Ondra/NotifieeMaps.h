@@ -1,10 +1,10 @@
-// Ondra::NotifieeMaps: the registry of the notifiees, by path, by object and in the order of the paths.
+// Ondra::NotifieeMaps: the registry of the notifiees, by path and by object.
 //
 // Invariants
-// 1. The three views hold the same notifiees; a notifiee in them knows so (`isRegistered`).
+// 1. The two views hold the same notifiees; a notifiee in them knows so (`isRegistered`).
 // 2. An object that is in no view has no entry; the notifiees of an object stand in the order in which they
 //    were registered.
-// 3. The notifiees at or below a path are neighbours in the order of the paths.
+// 3. By path they stand in an order in which those at or below a path are neighbours.
 #pragma once
 
 #include <absl/container/btree_set.h>
@@ -33,9 +33,10 @@ namespace Ondra {
 // By path, parents before children.
 struct KTD_EXPORT PathOrder {
   using is_transparent = void;
-  bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const;
-  bool operator()(GifGnmiNotifiee const* a, Path const& b) const;
-  bool operator()(Path const& a, GifGnmiNotifiee const* b) const;
+  using NotifieePtr = Kel::Ptr<GifGnmiNotifiee>;
+  bool operator()(NotifieePtr const& a, NotifieePtr const& b) const;
+  bool operator()(NotifieePtr const& a, Path const& b) const;
+  bool operator()(Path const& a, NotifieePtr const& b) const;
 };
 
 // A set of notifiees in many small tables, which grow one by one: one large table would hold the scheduler
@@ -108,10 +109,11 @@ public:
   [[nodiscard]] std::size_t size() const noexcept { return byPath_.size(); } // notifiees
   // Of objects that are watched.
   [[nodiscard]] std::size_t objects() const noexcept { return byObject_.size(); }
-  // Each notifiee, in no order. REQUIRES that nothing changes meanwhile.
+  // Each notifiee, parents before children. REQUIRES that nothing changes meanwhile.
   template <class Visit>
   void forEach(Visit const& visit) const {
-    byPath_.forEach([&visit](NotifieePtr const& notifiee) { visit(*notifiee); });
+    for (NotifieePtr const& notifiee : byPath_)
+      visit(*notifiee);
   }
 
 private:
@@ -119,20 +121,6 @@ private:
   struct ByAge {
     bool operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
       return a->serial() < b->serial();
-    }
-  };
-  struct PathHash {
-    using is_transparent = void;
-    std::size_t operator()(NotifieePtr const& notifiee) const { return notifiee->pathHash(); }
-    std::size_t operator()(PathPtr const& path) const { return path->hash(); }
-  };
-  struct SamePath {
-    using is_transparent = void;
-    bool operator()(NotifieePtr const& a, NotifieePtr const& b) const {
-      return a == b || (a->pathHash() == b->pathHash() && (*this)(a, b->prefixPath()));
-    }
-    bool operator()(NotifieePtr const& a, PathPtr const& path) const {
-      return a->prefixPath()->isEqual(path.get());
     }
   };
   struct ObjectHash {
@@ -151,11 +139,14 @@ private:
   };
   using Several = absl::btree_set<GifGnmiNotifiee*, ByAge, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
 
-  using GnmiNotifieeMapType = NotifieeTable<NotifieePtr, PathHash, SamePath>;
+  using GnmiNotifieeMapType =
+      absl::btree_set<NotifieePtr, PathOrder, Kel::MemAllocator<NotifieePtr, NotifieeMaps>>;
   using NotifieePathMapType = NotifieeTable<GifGnmiNotifiee*, ObjectHash, SameObject>;
 
+  [[nodiscard]] GnmiNotifieeMapType::const_iterator placeOf(Path const& path) const;
+  [[nodiscard]] bool isAt(GnmiNotifieeMapType::const_iterator place, Path const& path) const;
+  void insertByPath(NotifieePtr const& notifiee);
   void insertByObject(GifGnmiNotifiee* notifiee);
-  void insertInOrder(GifGnmiNotifiee* notifiee);
   void eraseByObject(GifGnmiNotifiee* notifiee);
 
   GnmiNotifieeMapType byPath_;
@@ -163,10 +154,8 @@ private:
   absl::flat_hash_map<Object, Several, absl::Hash<Object>, std::equal_to<Object>,
                       Kel::MemAllocator<std::pair<Object const, Several>, NotifieeMaps>>
       several_; // of objects that have more than one: all
-  using InOrder =
-      absl::btree_set<GifGnmiNotifiee*, PathOrder, Kel::MemAllocator<GifGnmiNotifiee*, NotifieeMaps>>;
-  InOrder inOrder_;
-  std::optional<InOrder::iterator> lastInOrder_; // that was put in, while nothing has been taken out since
+  std::optional<GnmiNotifieeMapType::const_iterator>
+      latest_; // that was put in by path, while nothing has been taken out since
 };
 
 extern KTD_EXPORT std::shared_ptr<NotifieeMaps> const notifieeMaps;

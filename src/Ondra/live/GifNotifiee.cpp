@@ -2,8 +2,10 @@
 // end of the object.
 #include "Ondra/GifNotifiee.h"
 
+#include <absl/container/flat_hash_map.h>
 #include <fmt/format.h>
 
+#include <memory>
 #include <utility>
 
 #include "Fleck/Timer.h"
@@ -34,19 +36,24 @@ std::uint64_t& madeSoFar() {
   return count;
 }
 
+// Few have any. Never destroyed: notifiees may be dropped by whatever ends later.
+auto& emittedByNotifiee() {
+  static auto& all = *new absl::flat_hash_map<GifGnmiNotifiee const*, std::unique_ptr<EmittedLeaves>>();
+  return all;
+}
+
 } // namespace
 
 GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Path const> prefixPath,
                                  BaseRouter& router, bool first, bool second)
-    : meetsKeyFields_(WalkRules::meetsKeyFields(notifier->fwkType(), *prefixPath))
-    , first_(first)
-    , second_(second)
-    , attrStates_(this)
+    : attrStates_(this)
     , prefixPath_(std::move(prefixPath))
     , type_(notifier->fwkType())
     , router_(router)
     , serial_(++madeSoFar())
-    , pathHash_(prefixPath_->hash()) {
+    , meetsKeyFields_(WalkRules::meetsKeyFields(type_, *prefixPath_))
+    , first_(first)
+    , second_(second) {
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   TOVAK_ASSERT(!prefixPath_->empty(), notifieeTrace(), "prefixPath_ cannot be empty!");
   ref(); // whoever observes the types may take it out of the registry again
@@ -62,7 +69,9 @@ GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Pat
 GifGnmiNotifiee::GifGnmiNotifiee(std::shared_ptr<WalkInfo>& walkInfo)
     : GifGnmiNotifiee(walkInfo->obj, walkInfo->path, walkInfo->router, false, false) {}
 
-GifGnmiNotifiee::~GifGnmiNotifiee() = default;
+GifGnmiNotifiee::~GifGnmiNotifiee() {
+  if (hasEmitted_) emittedByNotifiee().erase(this);
+}
 
 // What has ended will never be told of: it is not watched.
 void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
@@ -86,7 +95,9 @@ void GifGnmiNotifiee::recordType(Kel::PtrInterface const& notifier) {
   bool const candidate = type_.isEntity() && !type_.isDir();
   Kel::Entity const* const parent = candidate ? static_cast<Kel::Entity const&>(notifier).parent() : nullptr;
   bool const isRecorded = parent != nullptr && parent->fwkType().isDir();
-  if (std::exchange(recordedType_, isRecorded) || isRecorded) {
+  bool const wasRecorded = recordedType_;
+  recordedType_ = isRecorded;
+  if (wasRecorded || isRecorded) {
     Kel::String const path(prefixPath_->toString());
     isRecorded ? types->pathTypesIs(path, type_.name()) : static_cast<void>(types->pathTypesDel(path));
   }
@@ -132,8 +143,10 @@ void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, K
 }
 
 EmittedLeaves& GifGnmiNotifiee::emitted() {
-  if (!emitted_) emitted_ = std::make_unique<EmittedLeaves>();
-  return *emitted_;
+  std::unique_ptr<EmittedLeaves>& mine = emittedByNotifiee()[this];
+  if (!mine) mine = std::make_unique<EmittedLeaves>();
+  hasEmitted_ = true;
+  return *mine;
 }
 
 GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
@@ -150,24 +163,26 @@ GifGnmiNotifiee::MemberPlace GifGnmiNotifiee::memberPathIs(Kel::AttributeId id,
   record.memberPath = path;
   if (Sharers::isShared(*path)) {
     Kel::Ptr<Kel::GenericIf const> const own = AttrStateNode(id, key).key();
-    emitted_->sharers().add(id, path, own);
-    auto const last = emitted_->sharers().last(id, path);
+    Sharers& sharers = emitted().sharers();
+    sharers.add(id, path, own);
+    auto const last = sharers.last(id, path);
     place.isLast = *last == own || (*last && own && (*last)->equals(*own));
   }
   return place;
 }
 
 void GifGnmiNotifiee::memberGone(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) {
-  if (!emitted_) return;
-  EmittedLeaves::Record const* const record = emitted_->find(id, key);
+  EmittedLeaves* const emitted = emittedSoFar();
+  if (emitted == nullptr) return;
+  EmittedLeaves::Record const* const record = emitted->find(id, key);
   if (record != nullptr && record->memberPath) leavePath(id, key, Kel::Ptr<Path const>(record->memberPath));
-  emitted_->del(id, key);
+  emitted->del(id, key);
 }
 
 void GifGnmiNotifiee::leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                                 Kel::Ptr<Path const> const& path) {
   if (Sharers::isShared(*path)) {
-    emitted_->sharers().del(id, path, AttrStateNode(id, key).key());
+    emitted().sharers().del(id, path, AttrStateNode(id, key).key());
     Pending::instance().addSharers(*this, id, path);
   }
 }
@@ -189,7 +204,7 @@ void GifGnmiNotifiee::onZeroReferences() {
   Kel::Ptr<GifGnmiNotifiee> const pin(this);
   Kel::Ptr<Path const> const path = prefixPath_;
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", path);
-  GifGnmiNotifiee const* const registered = notifieeMaps->find(path);
+  GifGnmiNotifiee const* const registered = inRegistry_ ? this : notifieeMaps->find(path);
   TOVAK_ASSERT(registered != nullptr, notifieeTrace(), "could not find prefixPath {} in gNmiNotifieeMap",
                path);
   if (registered != this) return;
@@ -203,7 +218,9 @@ void GifGnmiNotifiee::hasNotificationActiveIs(bool active) {
   bool const was = hasNotificationActive();
   NotifieeConst::hasNotificationActiveIs(active);
   if (was && !active) wasSwitchedOff_ = true;
-  if (!active || !std::exchange(wasSwitchedOff_, false) || !inRegistry_) return;
+  if (!active || !wasSwitchedOff_) return;
+  wasSwitchedOff_ = false;
+  if (!inRegistry_) return;
   if (notifier() == nullptr) {
     onZeroReferences();
     return;

@@ -1,5 +1,5 @@
-// Putting in and taking out keep three views alike, also when memory or an observer interrupts. Their order
-// by paths, too.
+// Putting in and taking out keep both views alike, also when memory or an observer interrupts. Their order by
+// paths, too.
 #include "Ondra/NotifieeMaps.h"
 
 #include <algorithm>
@@ -18,13 +18,13 @@ std::shared_ptr<NotifieeMaps> const notifieeMaps(new NotifieeMaps(), [](Notifiee
 
 // --- PathOrder -------------------------------------------------------------------------------------------
 
-bool PathOrder::operator()(GifGnmiNotifiee const* a, GifGnmiNotifiee const* b) const {
+bool PathOrder::operator()(NotifieePtr const& a, NotifieePtr const& b) const {
   return comparePaths(*a->prefixPath(), *b->prefixPath()) < 0;
 }
-bool PathOrder::operator()(GifGnmiNotifiee const* a, Path const& b) const {
+bool PathOrder::operator()(NotifieePtr const& a, Path const& b) const {
   return comparePaths(*a->prefixPath(), b) < 0;
 }
-bool PathOrder::operator()(Path const& a, GifGnmiNotifiee const* b) const {
+bool PathOrder::operator()(Path const& a, NotifieePtr const& b) const {
   return comparePaths(a, *b->prefixPath()) < 0;
 }
 
@@ -32,24 +32,38 @@ bool PathOrder::operator()(Path const& a, GifGnmiNotifiee const* b) const {
 
 void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object) {
   notifiee->objectIdentity_ = object;
-  if (!byPath_.insert(notifiee)) {
-    NotifieePtr const before(*byPath_.find(notifiee->prefixPath()));
-    notifiee->recordedType_ = std::exchange(before->recordedType_, false);
-    erase(before);
-    byPath_.insert(notifiee);
-  }
+  insertByPath(notifiee);
   notifiee->inRegistry_ =
       true; // what follows can fail for want of memory: `erase` undoes as much of it as is done
   insertByObject(notifiee.get());
-  insertInOrder(notifiee.get());
 }
 
-// Most walks go in about that order: the next is the last of all, or has its place beside the one before.
-void NotifieeMaps::insertInOrder(GifGnmiNotifiee* notifiee) {
-  bool const isLast = inOrder_.empty() || PathOrder{}(*inOrder_.rbegin(), notifiee);
-  auto const hint = isLast || !lastInOrder_ ? inOrder_.end() : *lastInOrder_;
-  lastInOrder_.reset(); // it is none any more
-  lastInOrder_ = inOrder_.insert(hint, notifiee);
+void NotifieeMaps::insertByPath(NotifieePtr const& notifiee) {
+  Path const& path = *notifiee->prefixPath();
+  auto place = placeOf(path);
+  if (isAt(place, path)) {
+    NotifieePtr const before = *place;
+    notifiee->recordedType_ = before->recordedType_;
+    before->recordedType_ = false;
+    erase(before);
+    place = placeOf(path);
+  }
+  latest_.reset(); // it is none any more
+  latest_ = byPath_.insert(place, notifiee);
+}
+
+// The first that does not stand before the path. Most walks go in about that order: what comes next is the
+// last of all, or has its place beside the one before.
+NotifieeMaps::GnmiNotifieeMapType::const_iterator NotifieeMaps::placeOf(Path const& path) const {
+  PathOrder const isBefore;
+  if (byPath_.empty() || isBefore(*byPath_.rbegin(), path)) return byPath_.end();
+  if (latest_ && isBefore(**latest_, path))
+    if (auto const next = std::next(*latest_); !isBefore(*next, path)) return next;
+  return byPath_.lower_bound(path);
+}
+
+bool NotifieeMaps::isAt(GnmiNotifieeMapType::const_iterator place, Path const& path) const {
+  return place != byPath_.end() && (*place)->prefixPath()->isEqual(&path);
 }
 
 void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
@@ -78,24 +92,24 @@ void NotifieeMaps::eraseByObject(GifGnmiNotifiee* notifiee) {
 void NotifieeMaps::erase(NotifieePtr const& taken) {
   NotifieePtr const notifiee = taken; // `taken` may lie in a view
   PathPtr const& path = notifiee->prefixPath();
-  if (notifiee->inRegistry_ && std::exchange(notifiee->recordedType_, false)) {
+  if (notifiee->inRegistry_ && notifiee->recordedType_) {
+    notifiee->recordedType_ = false;
     if (Kel::Ptr<PathToType> const types = pathTypesMap) types->pathTypesDel(Kel::String(path->toString()));
   }
   if (!notifiee->inRegistry_) // or not any more: whoever observes the types may have reacted
     return;
   notifiee->inRegistry_ = false;
-  lastInOrder_.reset();
-  inOrder_.erase(notifiee.get());
+  latest_.reset();
+  byPath_.erase(notifiee);
   eraseByObject(notifiee.get());
-  byPath_.erase(path);
   Referrers::instance().forget(notifiee.get());
   notifiee->isRegisteredNotifieeIs(false);
   notifiee->notifierIs(nullptr);
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
-  NotifieePtr const* const found = byPath_.find(path);
-  return found == nullptr ? nullptr : found->get();
+  auto const place = placeOf(*path);
+  return isAt(place, *path) ? place->get() : nullptr;
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
@@ -120,14 +134,14 @@ NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) cons
 
 std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {
   std::vector<NotifieePtr> out;
-  for (auto at = inOrder_.lower_bound(path);
-       at != inOrder_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at)
-    out.emplace_back(NotifieePtr(*at));
+  for (auto at = placeOf(path);
+       at != byPath_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at)
+    out.push_back(*at);
   return out;
 }
 
 NotifieeMaps::NotifieePtr NotifieeMaps::last() const {
-  return inOrder_.empty() ? nullptr : NotifieePtr(*inOrder_.rbegin());
+  return byPath_.empty() ? nullptr : *byPath_.rbegin();
 }
 
 } // namespace Ondra
