@@ -139,17 +139,39 @@ void Small_ChangeDirect(benchmark::State& state) {
   changes(state, router);
 }
 
+// The same turns, in flat interfaces.
+class FlatTurns {
+public:
+  explicit FlatTurns(benchmark::State const& state) : all_(flatInterfaces(leavesOf(state))) {
+    for (FlatInterface& one : all_)
+      turns_.push_back(&one);
+    shuffle(turns_);
+    turns_.resize(std::min(turns_.size(), static_cast<std::size_t>(state.range(1))));
+  }
+  FlatInterface const& changed() {
+    FlatInterface& one = *turns_[next_];
+    next_ = next_ + 1 == turns_.size() ? 0 : next_ + 1;
+    ++one.mtu;
+    return one;
+  }
+
+private:
+  std::vector<FlatInterface> all_;
+  std::vector<FlatInterface*> turns_;
+  std::size_t next_ = 0;
+};
+
 void Small_FloorChange(benchmark::State& state) {
+  FlatTurns turns(state);
   google::protobuf::Arena arena(Ondra::ArenaBlocks::arenaOptions());
   std::vector<std::uint8_t> bytes(1024);
-  std::string const name = interfaceName(17);
-  std::uint16_t mtu = 0;
   for (auto _ : state) {
+    FlatInterface const& one = turns.changed();
     auto* const response = google::protobuf::Arena::CreateMessage<gnmi::SubscribeResponse>(&arena);
     gnmi::Notification& notification = *response->mutable_update();
     notification.set_timestamp(kTime);
-    addInterfacePrefix(notification, name, {"config"});
-    addLeaf(notification, "mtu").set_uint_val(++mtu);
+    addInterfacePrefix(notification, one.name, {"config"});
+    addLeaf(notification, "mtu").set_uint_val(one.mtu);
     static_cast<void>(response->ByteSizeLong());
     response->SerializeWithCachedSizesToArray(bytes.data());
     benchmark::DoNotOptimize(bytes.data());
@@ -157,13 +179,13 @@ void Small_FloorChange(benchmark::State& state) {
   }
 }
 void Small_FloorChangeDirect(benchmark::State& state) {
-  std::string const name = interfaceName(17);
-  std::uint16_t mtu = 0;
+  FlatTurns turns(state);
   Ondra::WireWriter out;
   for (auto _ : state) {
+    FlatInterface const& one = turns.changed();
     out.clear();
-    putNumber(out, "mtu", ++mtu);
-    putInterfaceHead(out, name, {"config"}, kTime);
+    putNumber(out, "mtu", one.mtu);
+    putInterfaceHead(out, one.name, {"config"}, kTime);
     benchmark::DoNotOptimize(out.bytes().data());
   }
 }
@@ -281,8 +303,8 @@ BENCHMARK(Small_WalkToMessages)->Apply(sizes);
 BENCHMARK(Small_WalkToBytes)->Apply(sizes);
 BENCHMARK(Small_WalkDirect)->Apply(sizes);
 BENCHMARK(Small_FirstWalkDirect)->Apply(sizes);
-BENCHMARK(Small_FloorChange);
-BENCHMARK(Small_FloorChangeDirect);
+BENCHMARK(Small_FloorChange)->Apply(changing);
+BENCHMARK(Small_FloorChangeDirect)->Apply(changing);
 BENCHMARK(Small_Change)->Apply(changing);
 BENCHMARK(Small_ChangeDirect)->Apply(changing);
 BENCHMARK(Small_FloorSet)->Apply(sizes);
