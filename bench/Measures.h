@@ -41,7 +41,7 @@ private:
 // see `Ballast`.
 inline std::size_t heapInUse() {
   auto const heap = mallinfo2();
-  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd);
+  return static_cast<std::size_t>(heap.uordblks + heap.hblkhd) + Kel::kelMemStats().mappedBytes;
 }
 
 // The same order in every run, one that no cache can foresee.

@@ -3,6 +3,7 @@
 #include "Kel/Memory.h"
 
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <array>
 #include <cstdint>
@@ -17,6 +18,8 @@ namespace {
 constexpr std::size_t kGrain = 16;
 constexpr std::size_t kClasses = kKelMemLargestClass / kGrain;
 constexpr std::size_t kChunkBytes = 64 * 1024;
+constexpr std::size_t kSmallChunks = 64; // those that are taken later are huge
+constexpr std::size_t kHugeBytes = 2 * 1024 * 1024;
 
 struct FreeBlock {
   FreeBlock* next;
@@ -39,6 +42,7 @@ struct Rest {
 struct Shared {
   std::mutex mutex;
   std::vector<void*> chunks;
+  std::size_t mappedBytes = 0;
   std::array<std::vector<FreeList>, kClasses + 1> surplus;
   std::vector<Rest> rests; // each larger than the largest block
   pthread_key_t exit;      // its destructor runs after those of all thread_local objects
@@ -77,6 +81,27 @@ void restToBlock(ThreadLists& mine) noexcept {
   mine.rest = {nullptr, nullptr};
 }
 
+// One that begins where a huge page can. Null when there is none to be had.
+std::byte* mapHuge() noexcept {
+  constexpr std::size_t kMapped = 2 * kHugeBytes; // one of them lies wholly in it
+  void* const mapped = mmap(nullptr, kMapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) return nullptr;
+  auto* const begin = static_cast<std::byte*>(mapped);
+  std::size_t const before = -reinterpret_cast<std::uintptr_t>(begin) % kHugeBytes;
+  if (before > 0) munmap(begin, before);
+  munmap(begin + before + kHugeBytes, kHugeBytes - before);
+  madvise(begin + before, kHugeBytes, MADV_HUGEPAGE);
+  return begin + before;
+}
+
+Rest takeChunk(Shared& all) {
+  std::byte* const huge = all.chunks.size() < kSmallChunks ? nullptr : mapHuge();
+  std::byte* const chunk = huge != nullptr ? huge : static_cast<std::byte*>(::operator new(kChunkBytes));
+  all.chunks.push_back(chunk);
+  all.mappedBytes += huge != nullptr ? kHugeBytes : 0;
+  return {chunk, chunk + (huge != nullptr ? kHugeBytes : kChunkBytes)};
+}
+
 [[gnu::noinline]] void* refill(std::size_t index) {
   ThreadLists& mine = lists;
   Shared& all = shared();
@@ -93,9 +118,7 @@ void restToBlock(ThreadLists& mine) noexcept {
     mine.rest = all.rests.back();
     all.rests.pop_back();
   } else {
-    auto* const chunk = static_cast<std::byte*>(::operator new(kChunkBytes));
-    all.chunks.push_back(chunk);
-    mine.rest = {chunk, chunk + kChunkBytes};
+    mine.rest = takeChunk(all);
   }
   return std::exchange(mine.rest.begin, mine.rest.begin + index * kGrain);
 }
@@ -175,8 +198,10 @@ void kelMemFree(void* block, std::size_t size) noexcept {
 }
 
 MemStats kelMemStats() {
+  Shared const& all = shared();
   std::lock_guard<std::mutex> const guard(shared().mutex);
-  return {shared().chunks.size() * kChunkBytes, shared().chunks.size()};
+  std::size_t const small = all.chunks.size() - all.mappedBytes / kHugeBytes;
+  return {small * kChunkBytes + all.mappedBytes, all.mappedBytes, all.chunks.size()};
 }
 
 } // namespace Kel

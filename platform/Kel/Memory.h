@@ -5,7 +5,8 @@
 // `kKelMemLargestClass` bytes are rounded up to a multiple of 16 and recycled per thread; larger ones go to
 // the general heap. A block may be freed on another thread than the one that allocated it: long lists are
 // handed over in batches, and a thread that ends leaves all it has to the others. Memory taken for the lists
-// is kept for the life of the process. Under AddressSanitizer every call goes to the general heap, so that a
+// is kept for the life of the process; once it is some megabytes, it is taken in huge pages where the machine
+// has them, since whoever goes through a large model waits for the tables of its pages, too. Under AddressSanitizer every call goes to the general heap, so that a
 // use after free is seen.
 #pragma once
 
@@ -25,8 +26,9 @@ KTD_EXPORT void kelMemFree(void* block, std::size_t size) noexcept;
 
 // Figures of the free lists (all threads), for benchmarks and dumps.
 struct MemStats {
-  std::size_t chunkBytes; // bytes taken from the general heap for the lists
-  std::size_t chunks;     // number of such chunks
+  std::size_t chunkBytes;  // bytes taken for the lists
+  std::size_t mappedBytes; // of these, what has been mapped; the rest is the general heap's
+  std::size_t chunks;      // how many pieces all of it is
 };
 [[nodiscard]] KTD_EXPORT MemStats kelMemStats(); // of this moment
 

@@ -129,13 +129,13 @@ Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
 // The elements of a prefix that is asked for again and again.
 void putElems(WireWriter& out, PlainNode const& node) {
   WirePrefix* part = &node.wirePrefix;
-  std::size_t elems = node.prefix->elemSize();
-  for (; part->above != nullptr; part = part->above, --elems)
+  std::size_t below = 0;
+  for (; part->above != nullptr; part = part->above, ++below)
     out.raw(part->bytes.view());
   if (std::string_view const made = part->bytes.view(); !made.empty()) [[likely]]
     return out.raw(made);
-  std::size_t const before = out.size();
-  putElems(out, node.prefix->elems().first(elems));
+  std::size_t const before = out.size(); // the path itself is not read before, which may be cold
+  putElems(out, node.prefix->elems().first(node.prefix->elemSize() - below));
   part->bytes = madeSince(out, before);
 }
 
