@@ -36,22 +36,16 @@ Kstd::Result<Keys, std::string> keysOf(RequestElem const& elem, TypeNode const& 
   Keys keys(list.keyCount());
   for (auto const& [name, text] : elem.keys) {
     std::size_t at = 0;
-    while (at < keys.size() && list.key(at).name().view() != name)
+    while (at < keys.size() && list.keyName(at) != name)
       ++at;
     if (at == keys.size()) {
-      return Kstd::Err(keys.size() == 1
-                           ? fmt::format("the key of '{}' is '{}'", list.name, list.key().name().view())
-                           : fmt::format("'{}' has no key '{}'", list.name, name));
+      return Kstd::Err(keys.size() == 1 ? fmt::format("the key of '{}' is '{}'", list.name, list.keyName())
+                                        : fmt::format("'{}' has no key '{}'", list.name, name));
     }
     if (text == kAnyName) continue;
-    LeafInfo const* const info = leafInfo(list.key(at));
-    if (info == nullptr) {
-      keys[at] = text;
-      continue;
-    }
-    LeafValue const value = keyValueOf(*info, text);
-    if (!value) return Kstd::Err(fmt::format("key '{}' of '{}': {}", name, list.name, value.error()));
-    keys[at] = keyTextOf(*value);
+    auto key = keyTextOf(text, list, at);
+    if (!key) return Kstd::Err(std::move(key).error());
+    keys[at] = *std::move(key);
   }
   return keys;
 }
@@ -66,6 +60,15 @@ bool hasKeys(Keys const& wanted, TypeNode const& list, std::string_view key) {
 }
 
 } // namespace
+
+Kstd::Result<std::string, std::string> keyTextOf(std::string_view text, TypeNode const& list,
+                                                 std::size_t at) {
+  LeafInfo const* const info = leafInfo(list.key(at));
+  if (info == nullptr) return std::string(text);
+  auto key = keyTextOf(*info, text);
+  if (key) return key;
+  return Kstd::Err(fmt::format("key '{}' of '{}': {}", list.keyName(at), list.name, key.error()));
+}
 
 Kstd::Result<std::optional<std::string>, std::string> keyOf(RequestElem const& elem, TypeNode const& list) {
   if (elem.keys.empty()) return std::optional<std::string>();

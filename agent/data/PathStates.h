@@ -21,6 +21,10 @@ namespace Agent {
 [[nodiscard]] Kstd::Result<std::optional<std::string>, std::string> keyOf(RequestElem const& elem,
                                                                           TypeNode const& list);
 
+// The same of a list's key at `at` alone.
+[[nodiscard]] Kstd::Result<std::string, std::string> keyTextOf(std::string_view text, TypeNode const& list,
+                                                               std::size_t at);
+
 // Walks down with a set of positions in the path: those elements that may be matched next.
 class PathStates {
 public:

@@ -1,13 +1,17 @@
-// From the checks of single leaves up to whole requests; the deletes, which only mark places, come last in
-// the file.
+// From what JSON holds up to whole requests; the deletes, which only mark places, come last.
 #include "agent/data/SetPlan.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include <absl/container/flat_hash_set.h>
 #include <fmt/format.h>
 
 #include "agent/data/PathStates.h"
+#include "agent/data/PlanRules.h"
 #include "agent/encoding/JsonText.h"
 #include "agent/encoding/LeafValue.h"
 #include "agent/paths/EntryKey.h"
@@ -18,80 +22,6 @@ namespace Agent {
 
 using gnmi::TypedValue;
 using nlohmann::json;
-
-// --- PlanNode ----------------------------------------------------------------------------------------------
-
-PlanNode& PlanNode::childIs(TypeNode const& childType, std::string_view childKey) {
-  if (PlanNode* const there = child(childType.name, childKey)) return *there;
-  children_.push_back(std::make_unique<PlanNode>(childType, std::string(childKey), this));
-  auto const enter = [this](PlanNode& node) {
-    index_.emplace(std::pair<std::string_view, std::string_view>(node.type.name, node.key), &node);
-  };
-  if (children_.size() == kFewChildren + 1)
-    for (auto const& each : children_)
-      enter(*each);
-  else if (children_.size() > kFewChildren)
-    enter(*children_.back());
-  return *children_.back();
-}
-
-PlanNode* PlanNode::child(std::string_view name, std::string_view childKey) const {
-  if (children_.size() <= kFewChildren) {
-    for (auto const& each : children_)
-      if (each->type.name == name && each->key == childKey) return each.get();
-    return nullptr;
-  }
-  auto const found = index_.find(std::pair(name, childKey));
-  return found == index_.end() ? nullptr : found->second;
-}
-
-void PlanNode::childrenDelAll() {
-  index_.clear();
-  children_.clear();
-}
-
-std::size_t PlanNode::size() const {
-  std::size_t size = 1;
-  for (auto const& below : children_)
-    size += below->size();
-  return size;
-}
-
-std::string PlanNode::path() const {
-  if (parent_ == nullptr) return "/";
-  std::string const above = parent_->parent_ == nullptr ? std::string() : parent_->path();
-  std::string text = fmt::format("{}/{}", above, type.name);
-  if (!type.isList()) return text;
-  std::vector<std::string> const values = keyValues(key, type.keyCount());
-  for (std::size_t i = 0; i < values.size(); ++i)
-    text += fmt::format("[{}={}]", type.key(i).name().view(), values[i]);
-  return text;
-}
-
-void PlanNode::appendTo(gnmi::Path& path) const {
-  if (parent_ == nullptr) return;
-  parent_->appendTo(path);
-  gnmi::PathElem& elem = *path.add_elem();
-  elem.set_name(std::string(type.name));
-  for (std::size_t i = 0, count = type.isList() ? type.keyCount() : 0; i < count; ++i)
-    (*elem.mutable_key())[type.key(i).name().str()] = keyValue(key, count, i);
-}
-
-void PlanNode::isNamedIs() {
-  for (PlanNode* node = this; node != nullptr && !node->isNamed; node = node->parent_)
-    node->isNamed = true;
-}
-
-std::string PlanNode::nearestKey(std::string_view name) const {
-  PlanNode const* node = this;
-  while (node != nullptr && !node->type.isList())
-    node = node->parent_;
-  if (node == nullptr) return {};
-  std::size_t const count = node->type.keyCount();
-  for (std::size_t i = 0; i < count; ++i)
-    if (count == 1 || node->type.key(i).name().view() == name) return keyValue(node->key, count, i);
-  return {};
-}
 
 void SetPlan::clear(gnmi::Path const& place) {
   PlanNode* node = &root;
@@ -110,14 +40,6 @@ void SetPlan::clear(gnmi::Path const& place) {
 
 namespace {
 
-constexpr std::size_t kStatusBytes = 1024;
-
-grpc::Status refusal(grpc::StatusCode code, std::string_view path, std::string_view what) {
-  return {code, statusText(fmt::format("{}: {}", statusText(path, kStatusBytes / 2), what), kStatusBytes)};
-}
-grpc::Status invalid(std::string_view path, std::string_view what) {
-  return refusal(grpc::StatusCode::INVALID_ARGUMENT, path, what);
-}
 grpc::Status notFound(std::string_view path, std::string_view what) {
   return refusal(grpc::StatusCode::NOT_FOUND, path, what);
 }
@@ -131,31 +53,7 @@ grpc::Status unknown(std::string_view path, TypeNode const& above, std::string_v
   return notFound(path, fmt::format("'{}' is not known here", statusText(name)));
 }
 
-constexpr std::string_view kState = "is state and cannot be set";
-
 Status writeJson(PlanNode& node, json const& value);
-
-// --- leaves ------------------------------------------------------------------------------------------------
-
-bool repeatsKey(PlanNode const& node) { return node.type.leaf()->isKeyCopy || node.type.attr.isKeyField(); }
-
-template <class Value>
-Status writeLeaf(PlanNode& node, Value const& given) {
-  LeafInfo const& leaf = *node.type.leaf();
-  if (!leaf.isConfig && node.writer == Writer::Client) return invalid(node.path(), kState);
-  LeafValue value = leafValueOf(leaf, given);
-  if (!value) return invalid(node.path(), value.error());
-  if (repeatsKey(node)) {
-    std::string const key = node.nearestKey(leaf.isKeyCopy ? leaf.keyName : node.type.name);
-    if (std::string const text = keyTextOf(*value); text != key)
-      return invalid(node.path(), fmt::format("'{}' contradicts the key '{}' of its entry", text, key));
-  } else {
-    if (!node.type.isWritableLeaf(node.writer)) return invalid(node.path(), kState);
-    node.value = std::move(*value);
-  }
-  node.isNamedIs();
-  return Status::OK;
-}
 
 // --- containers and lists, from JSON -----------------------------------------------------------------------
 
@@ -186,7 +84,7 @@ Kstd::Result<std::string, Status> entryKey(PlanNode const& parent, TypeNode cons
 Status writeEntries(PlanNode& parent, TypeNode const& list, json const& entries) {
   std::string const path = fmt::format("{}/{}", parent.path(), list.name);
   if (!entries.is_array()) return invalid(path, "expected an array");
-  if (!list.isWritableList(parent.writer)) return invalid(path, kState);
+  if (!list.isWritableList(parent.writer)) return invalid(path, kIsState);
   absl::flat_hash_set<std::string> keys;
   for (json const& entry : entries) {
     auto key = entryKey(parent, list, entry);
@@ -260,7 +158,7 @@ public:
     }
     PlanNode& node = last();
     if (!hasWritable(node.type, node.writer) && !(node.type.leaf() != nullptr && repeatsKey(node)))
-      return Kstd::Err(invalid(node.path(), kState));
+      return Kstd::Err(invalid(node.path(), kIsState));
     return &node;
   }
 
@@ -272,15 +170,14 @@ private:
 
   PlanNode& last() { return way_.empty() ? root_ : *way_.back().place; }
 
-  // What the plan has there already, if the element says it as the plan does.
   static PlanNode* knownBelow(PlanNode const& node, gnmi::PathElem const& elem) {
     bool const isEntry = elem.key_size() == 1;
     std::string_view const key = isEntry ? std::string_view(elem.key().begin()->second) : std::string_view();
     if (elem.key_size() > 1 || key == "*") return nullptr;
     PlanNode* const found = node.child(elem.name(), key);
     if (found == nullptr || found->type.isList() != isEntry) return nullptr;
-    bool const isNamed = !isEntry || (found->type.keyCount() == 1 &&
-                                      found->type.key().name().view() == elem.key().begin()->first);
+    bool const isNamed =
+        !isEntry || (found->type.keyCount() == 1 && found->type.keyName() == elem.key().begin()->first);
     return isNamed ? found : nullptr;
   }
   static Kstd::Result<PlanNode*, Status> newBelow(PlanNode& node, gnmi::Path const& prefix,
@@ -465,67 +362,6 @@ private:
   std::size_t wildcards_ = 0;
 };
 
-// Whoever writes into one case of a choice clears the others; writing into two at once is refused.
-class Choices {
-public:
-  explicit Choices(SetPlan& plan) : plan_(plan) {}
-
-  Status apply(PlanNode& node) {
-    auto const isOfCase = [](auto const& child) { return child->isNamed && child->type.inCase != nullptr; };
-    std::vector<PlanNode*> named; // clearing adds children
-    bool const areCases = std::ranges::any_of(node.children(), isOfCase);
-    for (auto const& child : node.children()) {
-      if (!child->isNamed || (!areCases && child->children().empty())) continue;
-      if (areCases)
-        named.push_back(child.get());
-      else if (Status status = apply(*child); !status.ok())
-        return status;
-    }
-    for (PlanNode* const child : named) {
-      for (ChoiceCase const* each = child->type.inCase; each != nullptr; each = each->above)
-        if (Status status = clearOthers(node, *each, *child); !status.ok()) return status;
-      if (Status status = apply(*child); !status.ok()) return status;
-    }
-    return Status::OK;
-  }
-
-private:
-  // The case of that choice in which a node stands; null when in none.
-  static ChoiceCase const* caseOf(TypeNode const& node, void const* choice) {
-    ChoiceCase const* at = node.inCase;
-    while (at != nullptr && at->choice != choice)
-      at = at->above;
-    return at;
-  }
-  Status clearOthers(PlanNode& parent, ChoiceCase const& chosen, PlanNode const& by) {
-    for (TypeNode const& sibling : parent.type.children()) {
-      ChoiceCase const* const other = caseOf(sibling, chosen.choice);
-      if (other == nullptr || other == &chosen) continue;
-      bool const isWritten = std::ranges::any_of(parent.children(), [&sibling](auto const& child) {
-        return child->isNamed && child->type.attr == sibling.attr;
-      });
-      if (isWritten)
-        return invalid(parent.path(), fmt::format("'{}' and '{}' are of different cases of the choice '{}'",
-                                                  by.type.name, sibling.name, chosen.choiceName));
-      if (!hasWritable(sibling, parent.writer)) continue;
-      if (!sibling.isList())
-        parent.childIs(sibling).isCleared = true;
-      else if (auto entries = RequestPath::of({}, pathOf(parent, sibling)))
-        plan_.deletes.push_back(std::move(*entries));
-    }
-    return Status::OK;
-  }
-  // Of all entries of a list.
-  static gnmi::Path pathOf(PlanNode const& parent, TypeNode const& list) {
-    gnmi::Path path;
-    parent.appendTo(path);
-    path.add_elem()->set_name(std::string(list.name));
-    return path;
-  }
-
-  SetPlan& plan_;
-};
-
 } // namespace
 
 SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> const* isCancelled,
@@ -536,10 +372,6 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
   if (request.union_replace_size() != 0 && others != 0)
     return Kstd::Err(
         Status(grpc::StatusCode::INVALID_ARGUMENT, "union_replace goes with no other operations"));
-  auto const exhausted = [](char const* what, std::size_t most) {
-    return Status(grpc::StatusCode::RESOURCE_EXHAUSTED,
-                  fmt::format("{} in one request: at most {} are taken", what, most));
-  };
   if (others + request.union_replace_size() > kMaxSetOperations)
     return Kstd::Err(exhausted("too many operations", kMaxSetOperations));
   auto const goesOn = [isCancelled] {
@@ -567,8 +399,7 @@ SetPlan::OrError setPlanOf(gnmi::SetRequest const& request, std::atomic<bool> co
     if (Status status = goesOn(); !status.ok()) return Kstd::Err(status);
     if (Status status = applyUnion(*plan, request.prefix(), update); !status.ok()) return Kstd::Err(status);
   }
-  if (Status status = Choices(*plan).apply(plan->root); !status.ok()) return Kstd::Err(status);
-  if (plan->root.size() > kMaxPlanNodes) return Kstd::Err(exhausted("too many values", kMaxPlanNodes));
+  if (Status status = settle(*plan); !status.ok()) return Kstd::Err(status);
   return plan;
 }
 

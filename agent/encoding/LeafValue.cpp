@@ -142,8 +142,8 @@ LeafValue ofName(LeafInfo const& leaf, std::string_view text) {
   return Kstd::Err(fmt::format("{} is no value of this {}", quotedText(text), leafTypeText(leaf)));
 }
 
-LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value);
-LeafValue scalarOf(LeafInfo const& leaf, json const& value);
+template <class Value>
+LeafValue scalarOf(LeafInfo const& leaf, Value const& value);
 
 // What a union's alternative makes of a value, as a leaf of its own.
 template <class Value>
@@ -367,20 +367,23 @@ LeafValue plainOf(LeafInfo const& leaf, json const& value) {
   return wrong(leaf, shown(value));
 }
 
-// A value that fits its type as its rules have it: texts in their canonical form.
-LeafValue ruled(LeafInfo const& leaf, LeafValue value) {
-  if (!value || leaf.rules == nullptr) return value;
+// A value that fits its type becomes as its rules have it: texts in their canonical form.
+void ruledIs(LeafInfo const& leaf, LeafValue& value) {
+  if (!value || leaf.rules == nullptr) return;
   auto text = leaf.rules->canonical(value->has_bytes_val() ? absl::Base64Escape(value->bytes_val())
                                                            : keyTextOf(*value));
-  if (!text) return Kstd::Err(std::move(text).error());
-  if (value->has_string_val()) *value->mutable_string_val() = *std::move(text);
-  return value;
+  if (!text)
+    value = Kstd::Err(std::move(text).error());
+  else if (value->has_string_val())
+    *value->mutable_string_val() = *std::move(text);
 }
 
-LeafValue scalarOf(LeafInfo const& leaf, TypedValue const& value) {
-  return ruled(leaf, plainOf(leaf, value));
+template <class Value>
+LeafValue scalarOf(LeafInfo const& leaf, Value const& given) {
+  LeafValue value = plainOf(leaf, given);
+  ruledIs(leaf, value);
+  return value;
 }
-LeafValue scalarOf(LeafInfo const& leaf, json const& value) { return ruled(leaf, plainOf(leaf, value)); }
 
 template <class Elements>
 LeafValue listOf(LeafInfo const& leaf, Elements const& elements) {
@@ -433,6 +436,12 @@ Kstd::Result<void, std::string> textCheck(LeafInfo const& leaf, std::string_view
 
 namespace {
 
+// Whether keys of that type are texts with a value behind them, which may be spelt in other ways.
+bool hasKeyValue(LeafType type) {
+  return isUnsigned(type) || isSigned(type) || type == LeafType::Boolean || type == LeafType::Enumeration ||
+         type == LeafType::Identity;
+}
+
 LeafValue plainKeyOf(LeafInfo const& leaf, std::string_view text) {
   if (isUnsigned(leaf.type)) {
     auto const number = numberIn<std::uint64_t>(text);
@@ -444,14 +453,23 @@ LeafValue plainKeyOf(LeafInfo const& leaf, std::string_view text) {
   }
   if (leaf.type == LeafType::Boolean)
     return text == "true" || text == "false" ? ofBool(text == "true") : wrong(leaf, quotedText(text));
-  if (leaf.type == LeafType::Enumeration || leaf.type == LeafType::Identity) return ofName(leaf, text);
-  return ofText(text);
+  return hasKeyValue(leaf.type) ? ofName(leaf, text) : ofText(text);
 }
 
 } // namespace
 
 LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
-  return ruled(leaf, plainKeyOf(leaf, text));
+  LeafValue value = plainKeyOf(leaf, text);
+  ruledIs(leaf, value);
+  return value;
+}
+
+Kstd::Result<std::string, std::string> keyTextOf(LeafInfo const& leaf, std::string_view text) {
+  if (!hasKeyValue(leaf.type) && leaf.rules != nullptr) return leaf.rules->canonical(text);
+  if (!hasKeyValue(leaf.type)) return std::string(text);
+  LeafValue value = keyValueOf(leaf, text);
+  if (!value) return Kstd::Err(std::move(value).error());
+  return keyTextOf(*value);
 }
 
 std::string keyTextOf(TypedValue const& value) {

@@ -26,6 +26,9 @@ using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wro
 // keys that no client could give.
 [[nodiscard]] LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text);
 
+// The text of that value: how the model spells the key.
+[[nodiscard]] Kstd::Result<std::string, std::string> keyTextOf(LeafInfo const& leaf, std::string_view text);
+
 // Of a union's `members` the first one that takes a value as it is held; null when none does.
 [[nodiscard]] LeafInfo const* memberOf(LeafInfo const& leaf, gnmi::TypedValue const& value);
 

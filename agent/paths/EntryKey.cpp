@@ -11,6 +11,13 @@ namespace Agent {
 using Handle = Kel::Ptr<Kel::GenericIf const>;
 using Decoder = Ondra::KelGnmiSet::AttrTree::KeyDecoder;
 
+namespace {
+
+// Its members hold their key, which is one value.
+bool hasIndex(Kel::KelAttr list) { return !list.desc().indexName.empty(); }
+
+} // namespace
+
 std::string joinedKey(std::span<std::string const> values) {
   if (values.size() == 1) return values.front();
   std::string key;
@@ -44,7 +51,7 @@ std::string keyValue(std::string_view key, std::size_t count, std::size_t at) {
 }
 
 std::vector<std::string> keyTexts(Kel::KelAttr list, Kel::GenericIf const& key) {
-  if (list.indexAttr()) return {key.gnmiStrRep()};
+  if (hasIndex(list)) return {key.gnmiStrRep()};
   std::vector<std::string> values;
   Handle const held(&key);
   for (Kel::KelTypeBase::AttributeQIterator field(key.type()); field; ++field)
@@ -53,12 +60,12 @@ std::vector<std::string> keyTexts(Kel::KelAttr list, Kel::GenericIf const& key) 
 }
 
 std::string keyText(Kel::KelAttr list, Kel::GenericIf const& key) {
-  return list.indexAttr() ? key.gnmiStrRep() : joinedKey(keyTexts(list, key));
+  return hasIndex(list) ? key.gnmiStrRep() : joinedKey(keyTexts(list, key));
 }
 
 Handle keyHandle(Kel::KelAttr list, std::span<std::string const> values) {
   Kel::KelType const type = list.keyType();
-  if (list.indexAttr()) {
+  if (hasIndex(list)) {
     auto key = Decoder::createScalarKey(type, values.front());
     return key ? Handle(std::move(*key)) : nullptr;
   }

@@ -108,7 +108,14 @@ bool TypeNode::isPublished(std::string_view wanted) const {
   return found != unservedNames().end() && found->second.contains(std::string(wanted));
 }
 
-std::size_t TypeNode::keyCount() const { return attr.indexAttr() ? 1 : attr.keyType().attrCount(); }
+std::size_t TypeNode::keyCount() const {
+  return attr.desc().indexName.empty() ? attr.keyType().attrCount() : 1;
+}
+
+std::string_view TypeNode::keyName(std::size_t at) const {
+  Kel::String const& index = attr.desc().indexName;
+  return index.empty() ? attr.keyType().attrAt(at).name().view() : index.view();
+}
 
 Kel::KelAttr TypeNode::key(std::size_t at) const {
   Kel::KelAttr const index = attr.indexAttr();

@@ -35,6 +35,7 @@ struct TypeNode {
   // The key leaves of a list, in their order.
   [[nodiscard]] std::size_t keyCount() const;
   [[nodiscard]] Kel::KelAttr key(std::size_t at = 0) const;
+  [[nodiscard]] std::string_view keyName(std::size_t at = 0) const; // without looking the leaf up
   // A leaf that such a one may write.
   [[nodiscard]] bool isWritableLeaf(Writer writer = Writer::Client) const;
   // A list whose entries he may make and remove.
