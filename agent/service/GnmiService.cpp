@@ -1,4 +1,5 @@
-// Admission before parsing: the holders of messages keep a request as bytes until its call is let in.
+// Admission before parsing: the holders of messages keep a request as bytes until its call is let in. A Set
+// gets the bytes themselves.
 #include "agent/service/GnmiService.h"
 
 #include <type_traits>
@@ -42,15 +43,23 @@ public:
   }
   void Release() override { delete this; }
 
-  // The bytes are let go.
+  // The bytes are let go, unless they are what is asked for.
   [[nodiscard]] bool parse() {
-    size_ = bytes_.Length();
-    return grpc::SerializationTraits<Request>::Deserialize(&bytes_, request_).ok();
+    if constexpr (kIsOfBytes)
+      return true;
+    else
+      return grpc::SerializationTraits<Request>::Deserialize(&bytes_, request_).ok();
   }
   [[nodiscard]] Request& request() { return *request_; }
-  [[nodiscard]] std::size_t size() const { return size_; } // of the request's bytes
 
 private:
+  static constexpr bool kIsOfBytes = std::is_same_v<Request, grpc::ByteBuffer>;
+  Request* requestIs() {
+    if constexpr (kIsOfBytes)
+      return &bytes_;
+    else
+      return made<Request>(arena_);
+  }
   template <class Made>
   static Made* made(google::protobuf::Arena& arena) {
     if constexpr (std::is_base_of_v<google::protobuf::Message, Made>)
@@ -66,9 +75,8 @@ private:
   }
 
   grpc::ByteBuffer bytes_;
-  std::size_t size_ = 0;
   google::protobuf::Arena arena_{options()};
-  Request* const request_ = made<Request>(arena_);
+  Request* const request_ = requestIs();
   Response* const response_ = made<Response>(arena_);
 };
 
@@ -95,7 +103,7 @@ void GnmiService::unaryIs(int method, UnaryCalls<Request, Response>& calls, Hand
         auto& call = static_cast<UnaryCall<Request, Response>&>(*context->GetRpcAllocatorState());
         if (!call.parse())
           return refuse({grpc::StatusCode::INVALID_ARGUMENT, "the request cannot be parsed"});
-        return handle(*context, *admitted, call.request(), *response, call.size());
+        return handle(*context, *admitted, call.request(), *response);
       });
   handler->SetMessageAllocator(&calls);
   MarkMethodCallback(method, handler.release()); // which owns it from then on
@@ -108,16 +116,15 @@ GnmiService::GnmiService(Runtime& runtime, std::shared_ptr<Gate> gate, Writer wr
     , audit_(audit)
     , capabilities_(std::make_unique<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>>())
     , gets_(std::make_unique<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>>())
-    , sets_(std::make_unique<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>>()) {
-  unaryIs(kCapabilities, *capabilities_,
-          [](auto& context, auto&, auto& request, auto& response, std::size_t) {
-            return capabilitiesCall(context, request, response);
-          });
-  unaryIs(kGet, *gets_, [this](auto& context, auto& guest, auto& request, auto& response, std::size_t) {
+    , sets_(std::make_unique<UnaryCalls<grpc::ByteBuffer, grpc::ByteBuffer>>()) {
+  unaryIs(kCapabilities, *capabilities_, [](auto& context, auto&, auto& request, auto& response) {
+    return capabilitiesCall(context, request, response);
+  });
+  unaryIs(kGet, *gets_, [this](auto& context, auto& guest, auto& request, auto& response) {
     return getCall(context, guest, request, response, runtime_.router());
   });
-  unaryIs(kSet, *sets_, [this](auto& context, auto& guest, auto& request, auto& response, std::size_t size) {
-    return setCall(context, guest, {request, size}, response, runtime_.sets(), writer_, audit_);
+  unaryIs(kSet, *sets_, [this](auto& context, auto& guest, auto& request, auto& response) {
+    return setCall(context, guest, request, response, runtime_.sets(), writer_, audit_);
   });
   MarkMethodRawCallback(kSubscribe,
                         new grpc::internal::CallbackBidiHandler<grpc::ByteBuffer, grpc::ByteBuffer>(

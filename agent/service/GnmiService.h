@@ -39,7 +39,8 @@ private:
   class UnaryCall;
   template <class Request, class Response>
   class UnaryCalls;
-  // Makes a method of the service take its request as bytes, and hands the parsed request to `handle`.
+  // Makes a method of the service take its request as bytes, and hands them to `handle`, parsed where it
+  // wants a message.
   template <class Request, class Response, class Handle>
   void unaryIs(int method, UnaryCalls<Request, Response>& calls, Handle handle);
 
@@ -56,7 +57,7 @@ private:
   std::atomic<bool> closed_ = false;
   std::unique_ptr<UnaryCalls<gnmi::CapabilityRequest, gnmi::CapabilityResponse>> const capabilities_;
   std::unique_ptr<UnaryCalls<gnmi::GetRequest, grpc::ByteBuffer>> const gets_;
-  std::unique_ptr<UnaryCalls<gnmi::SetRequest, gnmi::SetResponse>> const sets_;
+  std::unique_ptr<UnaryCalls<grpc::ByteBuffer, grpc::ByteBuffer>> const sets_;
 };
 
 } // namespace Agent

@@ -1,7 +1,8 @@
 // The unary calls of the service: Capabilities, Get, Set. Each is called on one of gRPC's threads with a
 // request whose client has been admitted, and returns the reactor that ends the call; request and response
-// (of a Get: as bytes, written once) stay valid until it does. What concerns the types alone is done at once,
-// on that thread; the model is read and written on the scheduler thread.
+// stay valid until it does. A Get's response and both of a Set are bytes: a response is written once, and a
+// request that cannot be parsed is refused. What concerns the types alone is done at once, on that thread, or
+// on the worker's; the model is read and written on the scheduler thread.
 //
 // A call that its client has left ends soon: a Get stops reading, a Set that has not begun is not carried
 // out. The scheduler must run until all calls have ended; work that its scheduler is destroyed with ends its
@@ -27,12 +28,8 @@ struct Guest;
 [[nodiscard]] grpc::ServerUnaryReactor* getCall(grpc::CallbackServerContext& context, Guest const& guest,
                                                 gnmi::GetRequest const& request, grpc::ByteBuffer& response,
                                                 Router& router);
-struct SetMessage {
-  gnmi::SetRequest const& request;
-  std::size_t bytes; // that it came in
-};
 [[nodiscard]] grpc::ServerUnaryReactor* setCall(grpc::CallbackServerContext& context, Guest const& guest,
-                                                SetMessage const& message, gnmi::SetResponse& response,
+                                                grpc::ByteBuffer& request, grpc::ByteBuffer& response,
                                                 SetRuns& sets, Writer writer, Audit* audit);
 
 } // namespace Agent

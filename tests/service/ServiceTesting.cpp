@@ -54,8 +54,8 @@ std::string text(gnmi::Path const& path) { return Ondra::pathToStr(path, 0, true
 
 std::string text(gnmi::Path const& prefix, gnmi::Path const& path) { return text(prefix) + text(path); }
 
-Server::Server(Agent::Runtime& runtime, std::shared_ptr<Agent::Gate> gate)
-    : service_(runtime, std::move(gate)) {
+Server::Server(Agent::Runtime& runtime, std::shared_ptr<Agent::Gate> gate, Agent::Writer writer)
+    : service_(runtime, std::move(gate), writer) {
   int port = 0;
   grpc::ServerBuilder builder;
   builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);

@@ -80,7 +80,8 @@ grpc::Status awaited(Bench& bench, Start const& start) {
 // The agent's service in this process, on a port of its own, and a channel to it. The runtime outlives it.
 class Server {
 public:
-  explicit Server(Agent::Runtime& runtime, std::shared_ptr<Agent::Gate> gate = nullptr);
+  explicit Server(Agent::Runtime& runtime, std::shared_ptr<Agent::Gate> gate = nullptr,
+                  Agent::Writer writer = Agent::Writer::Client);
   ~Server();
   Server(Server const&) = delete;
   Server& operator=(Server const&) = delete;

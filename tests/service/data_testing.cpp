@@ -74,8 +74,8 @@ DataBench::Leaves DataBench::leaves(GetRequest::DataType type) {
   return leaves;
 }
 
-grpc::Status DataBench::setHere(gnmi::SetRequest const& request, Agent::Writer writer) {
-  auto plan = Agent::setPlanOf(request, nullptr, writer);
+grpc::Status DataBench::setHere(gnmi::SetRequest const& request) {
+  auto plan = Agent::setPlanOf(request);
   if (!plan) return plan.error();
   grpc::Status status(grpc::StatusCode::UNKNOWN, "it has not ended");
   runtime().sets().setIs(

@@ -34,7 +34,7 @@ public:
   // A Get without gRPC.
   grpc::Status readHere(gnmi::GetRequest const& request, gnmi::GetResponse& response);
   // A Set without gRPC.
-  grpc::Status setHere(gnmi::SetRequest const& request, Agent::Writer writer = Agent::Writer::Client);
+  grpc::Status setHere(gnmi::SetRequest const& request);
 
   // Everything that a machine may fill, in two interfaces and more.
   void fill();

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <fmt/format.h>
+#include <google/protobuf/stubs/logging.h>
 #include <libyang/libyang.h>
 
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <set>
 
 #include "Kel/Dir.h"
+#include "agent/data/StatePlan.h"
 #include "agent/yang/YangData.h"
 #include "ondra/WalkHarness.h"
 #include "service/subscribe_testing.h"
@@ -129,6 +131,69 @@ TEST(YangLaw, SnapshotPlusChangesIsTheTruth) {
     ASSERT_EQ(client.tree, fresh.tree);
     EXPECT_THAT(client.complaints, testing::IsEmpty());
   }
+}
+
+// All that a plan says, in its order.
+std::string shown(Agent::PlanNode const& node) {
+  std::string text = fmt::format("{} {} {} {}\n", node.path(), node.isNamed, node.isCleared,
+                                 node.value ? node.value->ShortDebugString() : "");
+  for (auto const& child : node.children())
+    text += shown(*child);
+  return text;
+}
+
+// Of random leaves with values of their own or of others, and of bytes of which one has been changed.
+TEST(YangLaw, TheShortWayOfAPlanIsTheWholeOne) {
+  google::protobuf::LogSilencer const silencer;
+  std::mt19937 random(1);
+  gnmi::SetRequest all;
+  unsigned taken = 0;
+  for (unsigned i = 0; i < 2'000; ++i) {
+    if (i % 200 == 0) {
+      YangTesting::Bench bench;
+      bench.load(fileOf(randomData(i), LYD_JSON));
+      all = bench.configuration(gnmi::GetRequest::ALL);
+    }
+    auto const leaf = [&all](std::size_t at) {
+      return all.update(static_cast<int>(at % static_cast<std::size_t>(all.update_size())));
+    };
+    gnmi::SetRequest request;
+    std::size_t const first = random();
+    gnmi::PathElem const top = leaf(first).path().elem(0);
+    bool const hasPrefix = random() % 2 == 0;
+    if (hasPrefix) *request.mutable_prefix()->add_elem() = top;
+    for (std::size_t many = 1 + random() % 30, at = first; many > 0; --many, ++at) {
+      gnmi::Update update = leaf(random() % 8 == 0 ? random() : at);
+      if (random() % 100 == 0) *update.mutable_val() = leaf(random()).val();
+      if (random() % 100 == 0 && update.path().elem_size() > 1)
+        update.mutable_path()->mutable_elem()->RemoveLast();
+      if (random() % 100 == 0) update.mutable_path()->set_origin(random() % 2 == 0 ? "openconfig" : "none");
+      if (hasPrefix && update.path().elem(0).SerializeAsString() != top.SerializeAsString()) continue;
+      if (hasPrefix) update.mutable_path()->mutable_elem()->DeleteSubrange(0, 1);
+      *request.add_update() = update;
+    }
+    if (request.update().empty()) continue;
+    std::string bytes = request.SerializeAsString();
+    bool const isChanged = random() % 2 == 0;
+    if (isChanged) bytes[random() % bytes.size()] ^= static_cast<char>(1U << random() % 8);
+
+    auto const made = Agent::statePlanOf(bytes);
+    taken += made ? 1 : 0;
+    bool const isMessage = request.ParseFromString(bytes);
+    auto const whole = Agent::setPlanOf(request, nullptr, Agent::Writer::Provider);
+    ASSERT_TRUE(made ? isMessage && whole.ok() : isChanged || !whole.ok()) << i << request.DebugString();
+    if (!made) continue;
+    ASSERT_EQ(shown(made->plan->root), shown((*whole)->root)) << i;
+    gnmi::SetResponse answer, wanted;
+    ASSERT_TRUE(answer.ParseFromArray(made->answer.begin(), static_cast<int>(made->answer.size())));
+    if (request.has_prefix()) *wanted.mutable_prefix() = request.prefix();
+    for (gnmi::Update const& update : request.update()) {
+      wanted.add_response()->set_op(gnmi::UpdateResult::UPDATE);
+      *wanted.mutable_response()->rbegin()->mutable_path() = update.path();
+    }
+    EXPECT_EQ(answer.DebugString(), wanted.DebugString()) << i;
+  }
+  EXPECT_GT(taken, 500U);
 }
 
 TEST(YangData, WhatDoesNotFitIsRefusedWithItsPlace) {

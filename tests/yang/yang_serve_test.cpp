@@ -332,6 +332,23 @@ TEST(YangServe, ProvidersWriteState) {
             R"({"entry":[{"name":"a","state":{"mood":"good","counters":{"hits":1}}}]})");
   EXPECT_EQ(bench.provided("update /every/entries/entry[name=a]/state/seen -1").error_code(),
             StatusCode::INVALID_ARGUMENT);
+  // Typed values alone are planned from the bytes; what is wrong with them is told in the same words.
+  gnmi::SetResponse response;
+  ASSERT_TRUE(bench
+                  .provided("update /every/entries/entry[name=a]/state/seen uint:7\n"
+                            "update /every/entries/entry[name=a]/state/mood string:bad",
+                            &response)
+                  .ok());
+  ASSERT_EQ(response.response_size(), 2);
+  EXPECT_EQ(ServiceTesting::text(response.response(1).path()), "/every/entries/entry[name=a]/state/mood");
+  EXPECT_EQ(response.timestamp(), bench.clock().wallNs());
+  EXPECT_EQ(bench
+                .provided("update /every/entries/entry[name=a]/state/seen uint:8\n"
+                          "update /every/entries/entry[name=a]/state/mood int:1")
+                .error_message(),
+            "/every/entries/entry[name=a]/state/mood: expected a value of type string; found int_val");
+  EXPECT_EQ(bench.value("/every/entries/entry[name=a]/state"),
+            R"({"seen":7,"mood":"bad","counters":{"hits":1}})");
   ASSERT_TRUE(bench.provided("delete /every/entries/entry[name=a]").ok());
   EXPECT_TRUE(bench.leaves().empty());
 }

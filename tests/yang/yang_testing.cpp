@@ -245,7 +245,16 @@ Agent::Limits const& loadedFirst() {
 
 } // namespace
 
-Bench::Bench() : DataBench(loadedFirst()) {}
+Bench::Bench() : DataBench(loadedFirst()), providers_(runtime(), nullptr, Agent::Writer::Provider) {}
+
+grpc::Status Bench::provided(std::string_view text, gnmi::SetResponse* response) {
+  auto const stub = gnmi::gNMI::NewStub(providers_.channel());
+  gnmi::SetRequest const request = ServiceTesting::setRequest(text);
+  gnmi::SetResponse unseen;
+  return ServiceTesting::awaited(*this, [&](grpc::ClientContext* context, auto told) {
+    stub->async()->Set(context, &request, response == nullptr ? &unseen : response, told);
+  });
+}
 
 void Bench::load(std::string const& file) {
   auto const filled = Agent::yangDataInto(*Kel::globalDir(), model(), {file});
@@ -253,9 +262,9 @@ void Bench::load(std::string const& file) {
   EXPECT_EQ(filled->leftOut, 0U);
 }
 
-gnmi::SetRequest Bench::configuration() {
+gnmi::SetRequest Bench::configuration(gnmi::GetRequest::DataType type) {
   gnmi::GetResponse told;
-  EXPECT_TRUE(get(ServiceTesting::getRequest({"/"}, gnmi::PROTO, gnmi::GetRequest::CONFIG), told).ok());
+  EXPECT_TRUE(get(ServiceTesting::getRequest({"/"}, gnmi::PROTO, type), told).ok());
   gnmi::SetRequest request;
   *request.mutable_update() = told.notification(0).update();
   return request;

@@ -25,13 +25,14 @@ class Bench : public ServiceTesting::DataBench {
 public:
   Bench();
   // A Set of the device's own processes.
-  grpc::Status provided(std::string_view text) {
-    return setHere(ServiceTesting::setRequest(text), Agent::Writer::Provider);
-  }
+  grpc::Status provided(std::string_view text, gnmi::SetResponse* response = nullptr);
   // Fills the model from a document, all of which must be served.
   void load(std::string const& file);
-  // What configures a server like this one: updates as a walk tells them.
-  [[nodiscard]] gnmi::SetRequest configuration();
+  // What configures a server like this one, or makes its state too: updates as a walk tells them.
+  [[nodiscard]] gnmi::SetRequest configuration(gnmi::GetRequest::DataType type = gnmi::GetRequest::CONFIG);
+
+private:
+  ServiceTesting::Server providers_;
 };
 
 } // namespace YangTesting
