@@ -5,9 +5,9 @@
 // `kKelMemLargestClass` bytes are rounded up to a multiple of 16 and recycled per thread; larger ones go to
 // the general heap. A block may be freed on another thread than the one that allocated it: long lists are
 // handed over in batches, and a thread that ends leaves all it has to the others. Memory taken for the lists
-// is kept for the life of the process; once it is some megabytes, it is taken in huge pages where the machine
-// has them, since whoever goes through a large model waits for the tables of its pages, too. Under AddressSanitizer every call goes to the general heap, so that a
-// use after free is seen.
+// is kept for the life of the process; beyond some megabytes it is taken in huge pages, where there are any:
+// who goes through a large model waits for page tables, too. Under AddressSanitizer every call goes to the
+// general heap, so that a use after free is seen.
 #pragma once
 
 #include <cstddef>

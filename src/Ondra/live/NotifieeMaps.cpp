@@ -134,14 +134,12 @@ NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) cons
 
 std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {
   std::vector<NotifieePtr> out;
-  for (auto at = placeOf(path);
-       at != byPath_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath()); ++at)
+  for (auto at = placeOf(path); at != byPath_.end() && WalkRules::isAtOrBelow(path, *(*at)->prefixPath());
+       ++at)
     out.push_back(*at);
   return out;
 }
 
-NotifieeMaps::NotifieePtr NotifieeMaps::last() const {
-  return byPath_.empty() ? nullptr : *byPath_.rbegin();
-}
+NotifieeMaps::NotifieePtr NotifieeMaps::last() const { return byPath_.empty() ? nullptr : *byPath_.rbegin(); }
 
 } // namespace Ondra
