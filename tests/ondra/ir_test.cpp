@@ -49,6 +49,10 @@ TEST(Ir, OrdersByTimeThenByFirstAddition) {
   };
   EXPECT_EQ(texts(ir), expected);
   EXPECT_EQ(texts(ir), expected); // the content stays
+
+  ir.drop(*path("/b[k=1]"));
+  EXPECT_EQ(ir.addNode(10, path("/c")).leaves.size(), 1U); // what is elsewhere stays
+  EXPECT_EQ(texts(ir), std::vector({expected.front(), expected.back()}));
 }
 
 TEST(Ir, TextsOfOtherResponses) {
