@@ -282,6 +282,9 @@ TEST_F(Live, SwitchedOnAgain) {
       << "the chassis was watched itself";
   notifiee->hasNotificationActiveIs(true);
   expectTruth(*world.dir());
+  static_cast<void>(sent());
+  notifiee->hasNotificationActiveIs(true);
+  EXPECT_THAT(sent(), IsEmpty()) << "nothing has been missed";
 }
 
 // The flags of notification walks, and a walk that takes the watching down.
