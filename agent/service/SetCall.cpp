@@ -97,7 +97,7 @@ public:
       if (!planned) return end->finish(planned.error());
       sets_.context().scheduler()->post([this, end, &response, planned = *std::move(planned),
                                          kept = std::move(share)]() mutable {
-        auto done = [end, &response, answer = std::move(planned.answer),
+        auto done = [end, &response, answer = planned.answer,
                      kept = std::move(kept)](grpc::Status const& status, std::int64_t timestamp) {
           response = withTimestamp(answer, timestamp);
           end->finish(status);
