@@ -109,6 +109,29 @@ TEST_F(Parked, WalkersOfObjectsThatHaveGoneArePassedOver) {
   EXPECT_EQ(FullKelTypeWalker::pathWalkIdMapSize(), 0U);
 }
 
+// Wherever the walk pauses while a member loses what it is keyed by, in the middle of the member as well.
+TEST_F(Parked, WhatIsElsewhereNowIsNotSentWhereItWas) {
+  bool isGone = true;
+  for (std::size_t pause = 0; isGone; ++pause) {
+    SCOPED_TRACE(pause);
+    Kel::Ptr<Fixture::Interface> const port = world.device()->interfaceIs("gone");
+    world.device()->shareIs(*port, {1, 2, 3});
+    auto slow = harness.start(recorder, *world.device(), Ondra::flagStream | Ondra::flagSnapshot,
+                              [] { return true; });
+    std::size_t pauses = 0;
+    isGone = false;
+    WalkHarness::finish(slow, [&] {
+      if (pauses++ != pause) return;
+      world.device()->interfaceDel("gone");
+      isGone = true;
+    });
+    RecordingRouter fresh;
+    harness.walked(fresh, *world.device(), Ondra::flagSnapshot);
+    EXPECT_THAT(recorder.differences(fresh), testing::IsEmpty());
+    world.device()->shareDel(*port);
+  }
+}
+
 TEST_F(Parked, CancellingAndFlushingDropEverything) {
   EXPECT_FALSE(FullKelTypeWalker::cancelPendingWalk(walk.info));
   park(kDevice);

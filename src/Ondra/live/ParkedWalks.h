@@ -82,6 +82,7 @@ private:
   // it says the same.
   [[nodiscard]] static bool isThereAgain(Walker& parked);
   [[nodiscard]] static bool takeObject(Walker& parked, GifGnmiNotifiee const& notifiee);
+  [[nodiscard]] static bool isAtItsPath(Walker& parked);
   // How a place at or below the object of this parked walker, and not of one parked below it, stands to the
   // walk.
   [[nodiscard]] static WalkReach reachOf(Walker const& parked, std::span<gnmi::PathElem const* const> below);

@@ -10,6 +10,7 @@
 #include "Ondra/live/Fault.h"
 #include "Ondra/live/ParkedWalks.h"
 #include "Ondra/live/Referrers.h"
+#include "Ondra/rules/WalkRules.h"
 #include "Ondra/rules/WalkerTrace.h"
 
 namespace Ondra {
@@ -95,13 +96,31 @@ bool ParkedWalks::isThereAgain(Walker& parked) {
   }
 }
 
+// A key that holds a reference has another text when what it leads to has got another path, or has gone. All
+// of the member was told at the new path then, and nothing is left at the old one.
+bool ParkedWalks::isAtItsPath(Walker& parked) {
+  for (std::size_t i = 0; i < parked.links_.size(); ++i) {
+    Kel::KelAttr const& attr = parked.links_[i].attr;
+    WalkRules::AttrPlan const& plan = WalkRules::typePlan(attr.ownerType()).attrs[attr.desc().index];
+    if (!plan.keyHoldsReference || !parked.links_[i].key) continue;
+    RenderScope const ofNobody(true, nullptr, 0, nullptr);
+    KelKey key;
+    parked.extractKeyInfo(parked.links_[i].key, attr, key);
+    Kel::Ptr<Path> path = Path::PathIs();
+    path->push(plan.elem);
+    key.updateAndStorePrefix(path, WalkRules::isDirEntries(attr), attr);
+    if (!path->elems().back()->isEqual(parked.leafPath_->elems()[i].get())) return false;
+  }
+  return true;
+}
+
 bool ParkedWalks::takeObject(Walker& parked, GifGnmiNotifiee const& notifiee) {
   Kel::Ptr<Kel::GenericIf const> at = notifiee.object();
   for (Walker::Link const& link : parked.links_) {
     if (!at || !(at->type() == link.attr.ownerType())) return false;
     at = link.attr.genericIfGet(at, link.key);
   }
-  if (!at || !(at->type() == parked.objType_)) return false;
+  if (!at || !(at->type() == parked.objType_) || !isAtItsPath(parked)) return false;
   if (!parked.links_.empty()) {
     // What is read from now on may have been changed, and sent with a later time, while the walk was parked.
     Walker::Link const& first = parked.links_.front();
