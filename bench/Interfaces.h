@@ -120,8 +120,9 @@ void interfaceMessages(FlatInterface const& flat, Make const& make) {
   });
 }
 
-inline void putInterfaceHead(Ondra::WireWriter& out, std::string_view name, Below below,
-                             std::uint64_t timestamp) {
+template <class Out>
+[[gnu::always_inline]] inline void putInterfaceHead(Out& out, std::string_view name, Below below,
+                                                    std::uint64_t timestamp) {
   std::size_t const before = out.size();
   for (auto elem = std::rbegin(below); elem != std::rend(below); ++elem)
     putWireElem(out, *elem);
@@ -133,31 +134,33 @@ inline void putInterfaceHead(Ondra::WireWriter& out, std::string_view name, Belo
   out.enclose(0x0a, 0);
 }
 
-inline void putText(Ondra::WireWriter& out, char const* name, std::string_view text) {
+template <class Out>
+[[gnu::always_inline]] inline void putText(Out& out, char const* name, std::string_view text) {
   putWireLeaf(out, name, [&] { out.textField(0x0a, text); });
 }
-inline void putNumber(Ondra::WireWriter& out, char const* name, std::uint64_t number) {
+template <class Out>
+[[gnu::always_inline]] inline void putNumber(Out& out, char const* name, std::uint64_t number) {
   putWireLeaf(out, name, [&] { out.varintField(0x18, number); });
 }
 
-// The same in wire bytes, each response from its end to its beginning; `make(below, fill)` empties the writer
-// before it calls `fill`.
+// The same in wire bytes, each response from its end to its beginning; `make(below, fill)` calls `fill` with
+// what is to be written to.
 template <class Make>
-void interfaceBytes(Ondra::WireWriter& out, FlatInterface const& flat, Make const& make) {
-  make({}, [&] { putText(out, "name", flat.name); });
-  make({"config"}, [&] {
+void interfaceBytes(FlatInterface const& flat, Make const& make) {
+  make({}, [&](auto& out) { putText(out, "name", flat.name); });
+  make({"config"}, [&](auto& out) {
     putWireLeaf(out, "enabled", [&] { out.varintField(0x20, flat.enabled ? 1 : 0); });
     putText(out, "description", flat.description);
     putText(out, "loopback-mode", flat.loopbackMode);
     putNumber(out, "mtu", flat.mtu);
     putText(out, "name", flat.name);
   });
-  make({"state"}, [&] { putText(out, "name", flat.name); });
-  make({"hold-time", "config"}, [&] {
+  make({"state"}, [&](auto& out) { putText(out, "name", flat.name); });
+  make({"hold-time", "config"}, [&](auto& out) {
     putNumber(out, "down", flat.down);
     putNumber(out, "up", flat.up);
   });
-  make({"hold-time", "state"}, [&] {
+  make({"hold-time", "state"}, [&](auto& out) {
     putNumber(out, "down", flat.stateDown);
     putNumber(out, "up", flat.stateUp);
   });

@@ -63,6 +63,17 @@ void firstWalks(benchmark::State& state, std::size_t leaves, Forget const& forge
   }
 }
 
+inline constexpr std::size_t kWarmObjects = 1'000;
+
+// Ends one of many events that are about so many objects. Of cold ones none begins before the one before is
+// done: a processor that looks ahead would wait for the memory of several at once, which nobody does who is
+// told of one change after the other.
+inline void eventEnds([[maybe_unused]] std::size_t objects) {
+#ifdef __x86_64__
+  if (objects > kWarmObjects) __builtin_ia32_lfence();
+#endif
+}
+
 // Changes one of so many objects after the other, `change(which)`, after two warm rounds. REQUIRES that each
 // change is one response.
 template <class Router, class Change>
@@ -70,6 +81,7 @@ void changesInTurn(benchmark::State& state, Router& router, std::size_t objects,
   std::size_t next = 0;
   auto const changeOne = [&] {
     change(next);
+    eventEnds(objects);
     next = next + 1 == objects ? 0 : next + 1;
   };
   for (std::size_t i = 0; i < 2 * objects; ++i)

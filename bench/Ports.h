@@ -146,7 +146,8 @@ inline gnmi::TypedValue& addLeaf(gnmi::Notification& notification, char const* n
 
 // --- the same, in wire bytes, written from their end to their beginning -----------------------------
 
-inline void putWireElem(Ondra::WireWriter& out, std::string_view name, std::string_view key = {}) {
+template <class Out> // a WireWriter or a WireRun, as below
+[[gnu::always_inline]] inline void putWireElem(Out& out, std::string_view name, std::string_view key = {}) {
   std::size_t const before = out.size();
   if (!key.empty()) {
     std::size_t const beforeEntry = out.size();
@@ -158,8 +159,8 @@ inline void putWireElem(Ondra::WireWriter& out, std::string_view name, std::stri
   out.enclose(0x1a, before);
 }
 
-template <class Value>
-void putWireLeaf(Ondra::WireWriter& out, char const* name, Value const& value) {
+template <class Out, class Value>
+[[gnu::always_inline]] inline void putWireLeaf(Out& out, char const* name, Value const& value) {
   std::size_t const before = out.size();
   value();
   out.enclose(0x1a, before);
@@ -170,7 +171,8 @@ void putWireLeaf(Ondra::WireWriter& out, char const* name, Value const& value) {
 }
 
 // What comes before the leaves of a port's notification.
-inline void putWireHead(Ondra::WireWriter& out, std::string_view port, std::uint64_t timestamp) {
+template <class Out>
+[[gnu::always_inline]] inline void putWireHead(Out& out, std::string_view port, std::uint64_t timestamp) {
   std::size_t const before = out.size();
   putWireElem(out, "port", port);
   putWireElem(out, "ports");

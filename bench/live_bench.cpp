@@ -59,8 +59,10 @@ void BM_FloorChangeDirect(benchmark::State& state) {
   HeapCallsPerOp const calls(state);
   for (auto _ : state) {
     out.clear();
-    putWireLeaf(out, kCounterNames[0], [&] { out.varintField(0x18, ++value); });
-    putWireHead(out, name, 1'700'000'000'000'000'000 + value);
+    Ondra::WireRun run(out);
+    putWireLeaf(run, kCounterNames[0], [&] { run.varintField(0x18, ++value); });
+    putWireHead(run, name, 1'700'000'000'000'000'000 + value);
+    run.finish();
     benchmark::DoNotOptimize(out.bytes().data());
   }
 }

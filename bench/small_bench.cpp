@@ -98,10 +98,12 @@ void Small_FloorDirect(benchmark::State& state) {
   std::size_t written = 0;
   auto const once = [&] {
     for (FlatInterface const& one : all)
-      interfaceBytes(out, one, [&](Below below, auto const& fill) {
+      interfaceBytes(one, [&](Below below, auto const& fill) {
         out.clear();
-        fill();
-        putInterfaceHead(out, one.name, below, kTime);
+        Ondra::WireRun run(out);
+        fill(run);
+        putInterfaceHead(run, one.name, below, kTime);
+        run.finish();
         written += out.size();
         benchmark::DoNotOptimize(out.bytes().data());
       });
@@ -155,6 +157,8 @@ public:
     return one;
   }
 
+  [[nodiscard]] std::size_t size() const noexcept { return turns_.size(); }
+
 private:
   std::vector<FlatInterface> all_;
   std::vector<FlatInterface*> turns_;
@@ -176,6 +180,7 @@ void Small_FloorChange(benchmark::State& state) {
     response->SerializeWithCachedSizesToArray(bytes.data());
     benchmark::DoNotOptimize(bytes.data());
     arena.Reset();
+    eventEnds(turns.size());
   }
 }
 void Small_FloorChangeDirect(benchmark::State& state) {
@@ -184,9 +189,12 @@ void Small_FloorChangeDirect(benchmark::State& state) {
   for (auto _ : state) {
     FlatInterface const& one = turns.changed();
     out.clear();
-    putNumber(out, "mtu", one.mtu);
-    putInterfaceHead(out, one.name, {"config"}, kTime);
+    Ondra::WireRun run(out);
+    putNumber(run, "mtu", one.mtu);
+    putInterfaceHead(run, one.name, {"config"}, kTime);
+    run.finish();
     benchmark::DoNotOptimize(out.bytes().data());
+    eventEnds(turns.size());
   }
 }
 

@@ -123,14 +123,16 @@ void BM_FloorDirect(benchmark::State& state) {
   auto const once = [&] {
     for (FlatPort const& port : ports) {
       out.clear();
+      Ondra::WireRun run(out);
       for (std::size_t i = kFlagNames.size(); i-- > 0;)
-        putWireLeaf(out, kFlagNames[i], [&] { out.varintField(0x20, port.flags[i] ? 1 : 0); });
+        putWireLeaf(run, kFlagNames[i], [&] { run.varintField(0x20, port.flags[i] ? 1 : 0); });
       for (std::size_t i = kTextNames.size(); i-- > 1;)
-        putWireLeaf(out, kTextNames[i], [&] { out.textField(0x0a, port.texts[i]); });
+        putWireLeaf(run, kTextNames[i], [&] { run.textField(0x0a, port.texts[i]); });
       for (std::size_t i = kCounterNames.size(); i-- > 0;)
-        putWireLeaf(out, kCounterNames[i], [&] { out.varintField(0x18, port.counters[i]); });
-      putWireLeaf(out, kTextNames[0], [&] { out.textField(0x0a, port.texts[0]); });
-      putWireHead(out, port.texts[0], 1'700'000'000'000'000'000);
+        putWireLeaf(run, kCounterNames[i], [&] { run.varintField(0x18, port.counters[i]); });
+      putWireLeaf(run, kTextNames[0], [&] { run.textField(0x0a, port.texts[0]); });
+      putWireHead(run, port.texts[0], 1'700'000'000'000'000'000);
+      run.finish();
       benchmark::DoNotOptimize(out.bytes().data());
     }
   };

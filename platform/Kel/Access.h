@@ -65,6 +65,7 @@ template <class T>
 class KTD_EXPORT InPlaceAccess final : public AttrAccess {
 public:
   bool readsInPlace() const noexcept override { return true; }
+  bool liesAtOffset() const noexcept override { return true; }
   void const* valueAt(AttrDesc const& attr, void const* object) const noexcept override {
     return &storage<unsigned char>(attr, object);
   }

@@ -93,6 +93,8 @@ public:
   [[nodiscard]] void const* valueAt(PtrInterface const& object) const noexcept {
     return desc_->access->valueAt(*desc_, &object);
   }
+  // Whether that is always `AttrDesc::offset` bytes into the object.
+  [[nodiscard]] bool liesAtOffset() const noexcept { return desc_->access->liesAtOffset(); }
   // Whether a collection holds a member under `key`; for a singular attribute, whether it is set.
   [[nodiscard]] bool genericIfExist(ConstHandle const& obj, ConstHandle const& key = {}) const;
   // Writes the attribute or the member under `key`, and notifies when that changed something.

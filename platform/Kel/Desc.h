@@ -148,6 +148,8 @@ public:
   // child, of a keyed collection its storage; null when there is none. Valid until the object changes.
   [[nodiscard]] virtual bool readsInPlace() const noexcept { return false; }
   [[nodiscard]] virtual void const* valueAt(AttrDesc const& attr, void const* object) const noexcept;
+  // And lies at the attribute's offset in every object.
+  [[nodiscard]] virtual bool liesAtOffset() const noexcept { return false; }
   // The handle of a key that an observer was told of by its raw form; null for what has no keys.
   [[nodiscard]] virtual Ptr<GenericIf const> keyHandle(AttrDesc const& attr, void const* rawKey) const;
   // Order and hash of the attribute between two values of a value type, addressed by their raw forms.

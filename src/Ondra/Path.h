@@ -129,7 +129,7 @@ public:
 
 private:
   // Longer paths take their storage from the model's free lists.
-  static constexpr std::size_t kInlineElems = 3;
+  static constexpr std::size_t kInlineElems = 5;
 
   ~Path() override = default;
 

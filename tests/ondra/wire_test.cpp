@@ -1,9 +1,12 @@
 // The two encoders of an Ir make the same responses, byte for byte.
 
+#include <google/protobuf/io/coded_stream.h>
+
 #include <limits>
 
 #include "Ondra/IR.h"
 #include "Ondra/responses/IrToWire.h"
+#include "Ondra/responses/WireWriter.h"
 #include "RecordingRouter.h"
 #include "fixture/Populate.h"
 #include "fixture/RandomEdits.h"
@@ -72,6 +75,32 @@ Kel::Ptr<Ondra::Path> path(std::mt19937& random) {
       elem->keyIs(Kel::String(text(random)), Kel::String(text(random)));
   }
   return path;
+}
+
+TEST(Wire, NumbersAndTextsOfEverySize) {
+  using Coded = google::protobuf::io::CodedOutputStream;
+  Ondra::WireWriter out;
+  std::string written; // the latest first, as the writer has it
+  auto const number = [&](auto& to, std::uint64_t value) {
+    std::uint8_t bytes[10];
+    std::string const groups(bytes, Coded::WriteVarint64ToArray(value, bytes));
+    to.varint(value);
+    written = groups + written;
+  };
+  for (int bit = 0; bit < 64; ++bit)
+    for (std::uint64_t const value :
+         {std::uint64_t{1} << bit, (std::uint64_t{1} << bit) - 1, ~std::uint64_t{0} >> bit})
+      number(out, value);
+  // A run goes on where the writer is, and through its growing.
+  Ondra::WireRun run(out);
+  std::string text;
+  for (int size = 0; size < 250; ++size, text += static_cast<char>('a' + size % 26)) {
+    number(run, text.size());
+    run.raw(text);
+    written = text + written;
+  }
+  run.finish();
+  EXPECT_EQ(std::string(out.bytes().begin(), out.bytes().end()), written);
 }
 
 TEST(Wire, RandomTreesComeOutAsTheirMessages) {

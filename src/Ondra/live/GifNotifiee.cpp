@@ -113,6 +113,7 @@ WalkerFlags GifGnmiNotifiee::notifFlags() const noexcept {
 }
 
 void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
+  prefetch();
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   Fleck::message("GifGnmiNotifiee::onAttribute");
   Kel::KelAttr const attr = type_.attr(absoluteId(id));

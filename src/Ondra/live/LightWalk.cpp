@@ -62,6 +62,18 @@ public:
   FullKelTypeWalker walker;
 };
 
+// The notifiees of a large tree are cold, as the objects are, which have been fetched before.
+static void fetchChildren(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object) {
+  for (std::uint32_t const at : plan.children) {
+    auto const* const child = static_cast<Kel::PtrInterface const*>(plan.attrs[at].attr.valueAt(object));
+    Kel::NotifieeList const* const list = child == nullptr ? nullptr : child->notifieeList();
+    if (list == nullptr) continue;
+    auto const* const first = reinterpret_cast<char const*>(list->front());
+    __builtin_prefetch(first);
+    __builtin_prefetch(first + 64);
+  }
+}
+
 WalkResult LightWalk::walk(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                            GifGnmiNotifiee& notifiee) {
   if (plan.plainFrom == 0) {
@@ -70,6 +82,7 @@ WalkResult LightWalk::walk(WalkRules::TypePlan const& plan, Kel::PtrInterface co
   }
   Kel::Ptr<Kel::PtrInterface const> const pin(&object);
   Kel::Ptr<GifGnmiNotifiee> const watching(&notifiee);
+  fetchChildren(plan, object);
   std::optional<PlainLeaves::Collecting> own; // begun anew after each child, which sends
   std::uint64_t const interruptions = Unsent::interruptions();
   WalkResult result = WalkResult::Success;

@@ -14,12 +14,13 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterfac
   if (!attr || notifiee.meetsKeyFields() || notifiee.notifFlags().has(flagNoPush) || ShortRoads::isTraced())
     return false;
   Plan const& plan = WalkRules::typePlan(notifiee.objectType()).attrs[attr.desc().index];
-  void const* const value = plan.isPlainLeaf && !plan.isPrinted ? attr.valueAt(object) : nullptr;
+  void const* const value =
+      plan.isPlainLeaf && !plan.isPrinted ? WalkRules::plainValue(plan, object) : nullptr;
   if (value == nullptr ||
       (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty()))
     return false;
   long const timestamp = notifiee.attrStates().changedTimestamp(attr.id(), nullptr);
-  PlainLeaf const leaf{timestamp, &plan, &attr.memberType().desc(), value};
+  PlainLeaf const leaf{timestamp, &plan, plan.valueType, value};
   return Sender::sendChange(notifiee.router(),
                             {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
 }

@@ -53,12 +53,21 @@ void NotifieeMaps::insertByPath(NotifieePtr const& notifiee) {
 }
 
 // The first that does not stand before the path. Most walks go in about that order: what comes next is the
-// last of all, or has its place beside the one before.
+// last of all, or has its place near the one before; an object's children stand by name, and are walked as
+// they are declared.
 NotifieeMaps::GnmiNotifieeMapType::const_iterator NotifieeMaps::placeOf(Path const& path) const {
+  constexpr int kNear = 8;
   PathOrder const isBefore;
   if (byPath_.empty() || isBefore(*byPath_.rbegin(), path)) return byPath_.end();
-  if (latest_ && isBefore(**latest_, path))
-    if (auto const next = std::next(*latest_); !isBefore(*next, path)) return next;
+  if (!latest_) return byPath_.lower_bound(path);
+  auto at = *latest_;
+  if (isBefore(*at, path)) { // as the last one does not, there is one behind it
+    for (int steps = 0; steps < kNear; ++steps)
+      if (++at; !isBefore(*at, path)) return at;
+  } else {
+    for (int steps = 0; steps < kNear; ++steps, --at)
+      if (at == byPath_.begin() || isBefore(*std::prev(at), path)) return at;
+  }
   return byPath_.lower_bound(path);
 }
 

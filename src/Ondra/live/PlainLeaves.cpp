@@ -17,17 +17,16 @@ PlainLeaves& PlainLeaves::shared() {
 }
 
 void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object) {
-  for (std::size_t at = plan.plainFrom; at < plan.attrs.size(); ++at) {
-    if (!plan.attrs[at].isText) continue;
-    if (auto const* const text = static_cast<Kel::String const*>(plan.attrs[at].attr.valueAt(object)))
-      __builtin_prefetch(text->data());
+  for (std::uint32_t const at : plan.plainTexts) {
+    void const* const text = WalkRules::plainValue(plan.attrs[at], object);
+    if (text != nullptr) __builtin_prefetch(static_cast<Kel::String const*>(text)->data());
   }
 }
 
 [[gnu::always_inline]] inline void PlainLeaves::append(WalkRules::AttrPlan const& attr, std::size_t at,
                                                        Kel::PtrInterface const& object, AttrStateMap& states,
                                                        long common) {
-  void const* const value = attr.attr.valueAt(object);
+  void const* const value = WalkRules::plainValue(attr, object);
   if (attr.isText && value != nullptr) {
     Kel::String const& text = *static_cast<Kel::String const*>(value);
     if (attr.isEntityName && text.empty()) return;
@@ -37,9 +36,10 @@ void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface co
   if (timestamp == 0) [[unlikely]] // the entry is made even when nothing is sent
     timestamp = states.timestampOf(attr.attr.id(), nullptr);
   if (value == nullptr) return;
-  PlainLeaf leaf{timestamp, &attr, &attr.attr.memberType().desc(), value};
-  if (!attr.isPrinted || takePrinted(leaf)) [[likely]]
-    leaves_.push_back(leaf);
+  // In place: copied from the stack, its words would be read back before they are in the cache.
+  leaves_.emplace_back(timestamp, &attr, attr.valueType, value);
+  if (attr.isPrinted && !takePrinted(leaves_.back())) [[unlikely]]
+    leaves_.pop_back();
 }
 
 void PlainLeaves::collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
@@ -63,9 +63,9 @@ PlainLeaves::Collecting PlainLeaves::begin(WalkRules::TypePlan const& plan, Kel:
 Kel::Ptr<Kel::GenericIf const> PlainLeaves::printedValue(WalkRules::AttrPlan const& plan,
                                                          Kel::PtrInterface const& object) {
   void const* const value = plan.attr.valueAt(object);
-  return value == nullptr ? nullptr
-                          : printed(Kel::Ptr<Kel::GenericIf const>(
-                                Kel::GenericIf::copyOf(plan.attr.memberType().desc(), value)));
+  return value == nullptr
+             ? nullptr
+             : printed(Kel::Ptr<Kel::GenericIf const>(Kel::GenericIf::copyOf(*plan.valueType, value)));
 }
 
 bool PlainLeaves::takePrinted(PlainLeaf& leaf) const {

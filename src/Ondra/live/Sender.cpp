@@ -73,7 +73,7 @@ private:
 };
 
 // Keeps the bytes of some responses till all are made: whoever is given the first may change the objects that
-// the others are read from.
+// the others are read from. REQUIRES that the paths of their nodes stay till then.
 class KeptBytes final : public WireEncoder {
 public:
   template <class Push>
@@ -84,7 +84,7 @@ public:
       left = left.subspan(kept.size);
       auto const changes = bytes.last(kept.changes);
       auto const elems = bytes.last(kept.changes + kept.prefix).first(kept.prefix);
-      to.response(WireResponse{kept.timestamp, kept.path, kept.updates, 0, bytes, elems, changes});
+      to.response(WireResponse{kept.timestamp, *kept.path, kept.updates, 0, bytes, elems, changes});
     }
   }
 
@@ -93,14 +93,14 @@ protected:
     std::size_t const before = bytes_.size();
     bytes_.resize(before + made.bytes.size(), boost::container::default_init);
     std::memcpy(bytes_.data() + before, made.bytes.data(), made.bytes.size());
-    kept_.push_back({made.timestamp, made.prefix, made.updates, made.bytes.size(), made.prefixElems.size(),
+    kept_.push_back({made.timestamp, &made.prefix, made.updates, made.bytes.size(), made.prefixElems.size(),
                      made.changes.size()});
   }
 
 private:
   struct Kept {
     long timestamp;
-    Kel::Ptr<Path const> path;
+    Kel::Ptr<Path const> const* path;
     std::uint32_t updates;
     std::size_t size, prefix, changes;
   };
@@ -135,21 +135,27 @@ void encodePlain(PlainLeaves& leaves, RespEncoder& encoder) {
     encoder.encodeNode(node.plain());
 }
 
+// Whoever takes a response may end what the node is of. Not its path is held, which nothing else here reads,
+// but its notifiee, which has been read.
+using Held = Kel::Ptr<GifGnmiNotifiee>;
+
 template <class Push>
 [[gnu::noinline]] void encodeKept(std::span<PlainLeaves::Node const> nodes, BytePush<Push>& encoder) {
+  boost::container::small_vector<Held, 16> held;
   KeptBytes kept;
-  for (PlainLeaves::Node const& node : nodes)
+  for (PlainLeaves::Node const& node : nodes) {
+    held.emplace_back(node.notifiee);
     kept.encodeNode(node.plain());
+  }
   kept.passOn(encoder);
 }
 
 template <class Push>
 void encodePlain(PlainLeaves& leaves, BytePush<Push>& encoder) {
   auto const nodes = leaves.nodes();
-  if (nodes.size() == 1) [[likely]] {                                         // one response
-    Kel::Ptr<Path const> const prefix = nodes.front().notifiee->prefixPath(); // whoever takes it may end it
-    PlainNode const node = nodes.front().plain();
-    encoder.encodeNode({node.timestamp, prefix, node.wirePrefix, node.leaves});
+  if (nodes.size() == 1) [[likely]] { // one response
+    Held const held(nodes.front().notifiee);
+    encoder.encodeNode(nodes.front().plain());
   } else {
     encodeKept(nodes, encoder);
   }

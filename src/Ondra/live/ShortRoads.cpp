@@ -96,8 +96,11 @@ void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const&
     Kel::PtrInterface::NotifieeConst const* const first = list == nullptr ? nullptr : list->front();
     if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee))
       static_cast<GifGnmiNotifiee const*>(first)->prefetch();
-    if (object->fwkType() == plan.attr.memberType())
-      PlainLeaves::prefetch(WalkRules::memberPlanOf(plan), *object);
+    if (WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan); object->fwkType() == type.type) {
+      PlainLeaves::prefetch(type, *object);
+      for (std::uint32_t const at : type.children)
+        __builtin_prefetch(type.attrs[at].attr.valueAt(*object));
+    }
   }
 }
 

@@ -55,35 +55,36 @@ Tovak::DebugHandler& debugHandler() {
   return handler;
 }
 
+template <class Out> // a WireWriter, a WireRun
 class WireSink {
 public:
-  explicit WireSink(WireWriter& out) noexcept : out_(out) {}
-  void uintVal(std::uint64_t value) {
+  explicit WireSink(Out& out) noexcept : out_(out) {}
+  [[gnu::always_inline]] void uintVal(std::uint64_t value) {
     out_.varintField(wireTag(gnmi::TypedValue::kUintValFieldNumber, Varint), value);
   }
-  void intVal(std::int64_t value) {
+  [[gnu::always_inline]] void intVal(std::int64_t value) {
     out_.varintField(wireTag(gnmi::TypedValue::kIntValFieldNumber, Varint),
                      static_cast<std::uint64_t>(value));
   }
-  void boolVal(bool value) {
+  [[gnu::always_inline]] void boolVal(bool value) {
     out_.varintField(wireTag(gnmi::TypedValue::kBoolValFieldNumber, Varint), value ? 1 : 0);
   }
-  void doubleVal(double value) {
+  [[gnu::always_inline]] void doubleVal(double value) {
     out_.fixed64Field(wireTag(gnmi::TypedValue::kDoubleValFieldNumber, Fixed64),
                       std::bit_cast<std::uint64_t>(value));
   }
-  void stringVal(std::string_view text) {
+  [[gnu::always_inline]] void stringVal(std::string_view text) {
     out_.textField(wireTag(gnmi::TypedValue::kStringValFieldNumber, Length), text);
   }
-  void bytesVal(std::string_view bytes) {
+  [[gnu::always_inline]] void bytesVal(std::string_view bytes) {
     out_.textField(wireTag(gnmi::TypedValue::kBytesValFieldNumber, Length), bytes);
   }
-  void jsonVal(std::string_view text) {
+  [[gnu::always_inline]] void jsonVal(std::string_view text) {
     out_.textField(wireTag(gnmi::TypedValue::kJsonValFieldNumber, Length), text);
   }
 
 private:
-  WireWriter& out_;
+  Out& out_;
 };
 
 void putEntry(WireWriter& out, std::string_view key, std::string_view value) {
@@ -130,46 +131,48 @@ Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
 void putElems(WireWriter& out, PlainNode const& node) {
   WirePrefix* part = &node.wirePrefix;
   std::size_t below = 0;
+  WireRun run(out);
   for (; part->above != nullptr; part = part->above, ++below)
-    out.raw(part->bytes.view());
-  if (std::string_view const made = part->bytes.view(); !made.empty()) [[likely]]
-    return out.raw(made);
+    run.raw(part->bytes.view());
+  std::string_view const made = part->bytes.view();
+  run.raw(made);
+  run.finish();
+  if (!made.empty()) [[likely]]
+    return;
   std::size_t const before = out.size(); // the path itself is not read before, which may be cold
   putElems(out, node.prefix->elems().first(node.prefix->elemSize() - below));
   part->bytes = madeSince(out, before);
 }
 
-// The encoded paths of leaves that many objects share: those of their attributes, made once. Direct-mapped by
-// address: such a path stays where it is, and as it is.
-class LeafPaths {
-public:
-  void put(WireWriter& out, Kel::Ptr<Path const> const& path) {
-    Entry& entry = entries_[(reinterpret_cast<std::uintptr_t>(path.get()) >> 4) % entries_.size()];
-    if (entry.path == path.get()) [[likely]]
-      return out.tailOf(entry.bytes, entry.size);
-    std::size_t const before = out.size();
-    putPath(out, kUpdatePath, *path);
-    std::size_t const size = out.size() - before;
-    if (path->refCount() > 1 && size <= kCachedBytes && WalkRules::isPlanned(*path)) {
-      entry.path = path.get();
-      entry.size = static_cast<std::uint32_t>(size);
-      std::copy_n(out.bytes().begin(), size, entry.bytes.end() - static_cast<std::ptrdiff_t>(size));
-    }
+// The path of a leaf that all objects of a type share.
+[[gnu::noinline]] void makeLeafPath(WireWriter& out, WalkRules::AttrPlan const& plan) {
+  std::size_t const before = out.size();
+  putPath(out, kUpdatePath, *plan.leafPath);
+  WalkRules::WireLeafPath& made = plan.wireLeafPath;
+  if (std::size_t const size = out.size() - before; size <= made.bytes.size()) {
+    std::copy_n(out.bytes().begin(), size, made.bytes.end() - static_cast<std::ptrdiff_t>(size));
+    made.size = static_cast<std::uint8_t>(size);
   }
+}
 
-private:
-  static constexpr std::size_t kCachedBytes = 52;
-  struct Entry {
-    Path const* path = nullptr;
-    std::uint32_t size = 0;
-    std::array<std::uint8_t, kCachedBytes> bytes{}; // at the end
-  };
-  std::array<Entry, 1024> entries_;
-};
+[[gnu::always_inline]] inline void putLeafPath(WireRun& run, WireWriter& out,
+                                               WalkRules::AttrPlan const& plan) {
+  if (auto const& made = plan.wireLeafPath; made.size > 0) [[likely]]
+    return run.tailOf(made.bytes, made.size);
+  run.finish();
+  makeLeafPath(out, plan);
+  run.resume();
+}
 
-LeafPaths& leafPaths() {
-  static auto* const paths = new LeafPaths();
-  return *paths;
+void putLeafPath(WireWriter& out, Path const& path) {
+  // One that nobody else holds is of no plan.
+  auto const* const plan = path.refCount() > 1 ? WalkRules::planWithLeafPath(path) : nullptr;
+  if (plan == nullptr)
+    putPath(out, kUpdatePath, path);
+  else if (auto const& made = plan->wireLeafPath; made.size > 0)
+    out.tailOf(made.bytes, made.size);
+  else
+    makeLeafPath(out, *plan);
 }
 
 // Values: false when no message can hold one.
@@ -186,6 +189,18 @@ bool putLeafList(WireWriter& out, IrLeaf::LeafList const& values) {
   return true;
 }
 
+[[gnu::always_inline]] inline bool putPlainValue(WireRun& run, WireWriter& out, PlainLeaf const& leaf) {
+  if (leaf.plan->valueKind != Kel::BuiltinKind::None) [[likely]] {
+    WireSink sink(run);
+    return Impl::tellBuiltin(leaf.plan->valueKind, leaf.value, sink);
+  }
+  run.finish();
+  WireSink sink(out);
+  bool const isTold = tellScalar(*leaf.type, leaf.value, sink);
+  run.resume();
+  return isTold;
+}
+
 bool putValue(WireWriter& out, IrLeaf const& leaf) {
   auto const* const value = std::get_if<IrLeaf::Handle>(&leaf.value);
   if (value == nullptr) [[unlikely]]
@@ -196,14 +211,14 @@ bool putValue(WireWriter& out, IrLeaf const& leaf) {
 }
 
 // An update, or nothing when no message can hold its value.
-bool putUpdate(WireWriter& out, LeafPaths& paths, IrLeaf const& leaf) {
+bool putUpdate(WireWriter& out, IrLeaf const& leaf) {
   std::size_t const before = out.size();
   if (!putValue(out, leaf)) [[unlikely]] {
     out.cutTo(before);
     return false;
   }
   out.enclose(kUpdateVal, before);
-  paths.put(out, leaf.leafPath);
+  putLeafPath(out, *leaf.leafPath);
   out.enclose(kUpdate, before);
   return true;
 }
@@ -244,7 +259,6 @@ void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
 void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix,
                                  Leaves::const_iterator first, Leaves::const_iterator last) {
   WireWriter& out = sharedWriter();
-  LeafPaths& paths = leafPaths();
   out.clear();
   std::uint32_t leftOut = 0;
   std::uint32_t deletes = 0;
@@ -256,7 +270,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
   }
   for (auto leaf = last; leaf != first;) {
     if (--leaf; deletes > 0 && isDelete(*leaf)) continue;
-    if (!putUpdate(out, paths, *leaf)) [[unlikely]] {
+    if (!putUpdate(out, *leaf)) [[unlikely]] {
       leaveOut(timestamp, prefix, leaf->leafPath);
       ++leftOut;
     }
@@ -269,21 +283,21 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
 
 void WireEncoder::encodeNode(PlainNode const& node) {
   WireWriter& out = sharedWriter();
-  LeafPaths& paths = leafPaths();
   out.clear();
   auto updates = static_cast<std::uint32_t>(node.leaves.size());
+  WireRun run(out);
   for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
-    std::size_t const before = out.size();
-    WireSink sink(out);
-    if (!tellScalar(*leaf->type, leaf->value, sink)) [[unlikely]] {
+    std::size_t const before = run.size();
+    if (!putPlainValue(run, out, *leaf)) [[unlikely]] {
       leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
       --updates;
       continue;
     }
-    out.enclose(kUpdateVal, before);
-    paths.put(out, leaf->plan->leafPath);
-    out.enclose(kUpdate, before);
+    run.enclose(kUpdateVal, before);
+    putLeafPath(run, out, *leaf->plan);
+    run.enclose(kUpdate, before);
   }
+  run.finish();
   std::size_t const changes = out.size();
   putElems(out, node);
   finish(node.timestamp, node.prefix, out.size() - changes, changes, updates, 0);

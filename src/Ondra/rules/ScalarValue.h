@@ -45,9 +45,9 @@ bool tellJson(std::string_view text, Sink& sink) {
 }
 
 // `kind` says how the bits of the value are to be read: a builtin's own kind, or the integer under an
-// enumeration.
+// enumeration. Inlined, so that a sink can live in registers.
 template <class Sink>
-bool tellBuiltin(Kel::BuiltinKind kind, void const* value, Sink& sink) {
+[[gnu::always_inline]] inline bool tellBuiltin(Kel::BuiltinKind kind, void const* value, Sink& sink) {
   using enum Kel::BuiltinKind;
   switch (kind) {
   case U8: sink.uintVal(heldBy<std::uint8_t>(value)); break;

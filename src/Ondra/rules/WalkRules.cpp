@@ -3,7 +3,6 @@
 #include "Ondra/rules/WalkRules.h"
 
 #include <absl/container/flat_hash_map.h>
-#include <absl/container/flat_hash_set.h>
 
 #include <algorithm>
 #include <functional>
@@ -68,11 +67,12 @@ bool isPlainHolder(AttrPlan const& plan) {
   return plan.road == Road::Collection || plan.readsValue;
 }
 
-using PlannedPaths = absl::flat_hash_set<Path const*, absl::Hash<Path const*>, std::equal_to<Path const*>,
-                                         Kel::EndingAllocator<Path const*>>;
-PlannedPaths& plannedPaths() {
-  static auto* const paths = new PlannedPaths();
-  return *paths;
+using PlansByPath =
+    absl::flat_hash_map<Path const*, AttrPlan const*, absl::Hash<Path const*>, std::equal_to<Path const*>,
+                        Kel::EndingAllocator<std::pair<Path const* const, AttrPlan const*>>>;
+PlansByPath& plansByPath() {
+  static auto* const plans = new PlansByPath();
+  return *plans;
 }
 
 AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
@@ -88,6 +88,14 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
   plan.isOwnLeaf = plan.isScalarLeaf && isOwnLeaf(attr.memberType());
   plan.isPlainLeaf = plan.isOwnLeaf && attr.readsInPlace();
   plan.isPrinted = plan.isOwnLeaf && Ondra::isPrinted(attr.memberType());
+  if (plan.isPlainLeaf) {
+    Kel::TypeDesc const& value = attr.memberType().desc();
+    plan.liesAtOffset = attr.liesAtOffset();
+    plan.offset = static_cast<std::uint32_t>(attr.desc().offset);
+    plan.valueType = &value;
+    if (!value.hasGnmiStrRep && !value.hasGnmiByteRep)
+      plan.valueKind = value.kind == Kel::TypeKind::Enum ? value.underlying : value.builtin;
+  }
   plan.isText = plan.isPlainLeaf && attr.memberType().builtinKind() == Kel::BuiltinKind::String;
   plan.keyHoldsReference = attr.isKeyed() && holdsReference(attr.keyType());
   plan.rendersReferences = plan.keyHoldsReference || attr.isPointer() ||
@@ -133,7 +141,12 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
                                   plan->attrs.end(), [](AttrPlan const& attr) { return attr.isPrinted; });
   for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at)
     plan->plainMask |= std::uint64_t{plan->attrs[at].isPlainLeaf} << at;
+  for (std::size_t at = plan->plainFrom; at < plan->attrs.size(); ++at)
+    if (plan->attrs[at].isText) plan->plainTexts.push_back(static_cast<std::uint32_t>(at));
   plan->isLight = type.isEntity() && isLightType(*plan);
+  for (std::size_t at = 0; plan->isLight && at < plan->attrs.size(); ++at)
+    if (plan->attrs[at].isLightHolder && plan->attrs[at].road == Road::Singleton)
+      plan->children.push_back(static_cast<std::uint32_t>(at));
   return plan;
 }
 
@@ -149,7 +162,7 @@ TypePlan const& typePlan(Kel::KelType type) {
   if (!plan) {
     plan = makePlan(type);
     for (AttrPlan const& attr : plan->attrs)
-      plannedPaths().insert(attr.leafPath.get());
+      if (attr.leafPath) plansByPath().emplace(attr.leafPath.get(), &attr);
   }
   return *plan;
 }
@@ -164,7 +177,10 @@ Kel::Ptr<Path> const& noPath() {
   return *path;
 }
 
-bool isPlanned(Path const& path) { return plannedPaths().contains(&path); }
+AttrPlan const* planWithLeafPath(Path const& path) {
+  auto const found = plansByPath().find(&path);
+  return found == plansByPath().end() ? nullptr : found->second;
+}
 
 Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan) {
   if (objectPath->empty()) return plan.leafPath;

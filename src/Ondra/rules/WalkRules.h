@@ -3,6 +3,7 @@
 // Invariant: whatever a full walk and a notification walk must agree on is decided here.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,6 +30,13 @@ enum class Road : unsigned char {
 
 struct TypePlan;
 
+// A leaf path as the field of an update, as the first encoder that needs it has made it: at the end of a
+// block, so that the whole block can be copied. Of size 0 before, and when it is longer.
+struct WireLeafPath {
+  std::array<std::uint8_t, 63> bytes{};
+  std::uint8_t size = 0;
+};
+
 // One attribute as walkers see it, with the immutable path parts that all its leaves share.
 struct AttrPlan {
   Kel::KelAttr attr;
@@ -45,11 +53,23 @@ struct AttrPlan {
   bool rendersReferences = false; // the value, or the key of a member, can hold references
   bool keyHoldsReference = false; // the path of a member can
   bool canLoseLeaves = false;     // a nested value with parts that can be absent: its set of leaves changes
-  Kel::Ptr<PathElem const> elem;  // named after the attribute, without keys
-  Kel::Ptr<Path> leafPath;        // of that one element: the leaf path of an entity's own attribute
+  bool liesAtOffset = false;      // the value of a plain leaf lies there in every object
+  std::uint32_t offset = 0;
+  Kel::TypeDesc const* valueType = nullptr;            // of a plain leaf
+  Kel::BuiltinKind valueKind = Kel::BuiltinKind::None; // how its bits are told; None: they are not
+  Kel::Ptr<PathElem const> elem;                       // named after the attribute, without keys
+  Kel::Ptr<Path> leafPath; // of that one element: the leaf path of an entity's own attribute
   mutable TypePlan const* memberPlan = nullptr; // see `memberPlanOf`
   mutable Kel::Bytes wireElem;                  // `elem` as bytes; empty until an encoder has made it
+  mutable WireLeafPath wireLeafPath;            // `leafPath` as bytes
 };
+
+// The value of a plain leaf where it lies in the object; null when it has none.
+[[nodiscard]] inline void const* plainValue(AttrPlan const& plan, Kel::PtrInterface const& object) noexcept {
+  if (plan.liesAtOffset) [[likely]]
+    return reinterpret_cast<unsigned char const*>(&object) + plan.offset;
+  return plan.attr.valueAt(object);
+}
 
 // With so many plain leaves at most does a type end (`TypePlan::plainFrom`). They are one response, whoever
 // encodes them: it is one less than where a response is full.
@@ -63,6 +83,8 @@ struct TypePlan {
   std::uint64_t plainMask = 0; // the plain leaves, by position; 0: there are none or too many attributes
   std::size_t plainFrom = 0;   // from this position on there are plain leaves and nothing else
   std::vector<AttrPlan> attrs; // by position in the type
+  std::vector<std::uint32_t> plainTexts; // positions from `plainFrom` on: their characters lie elsewhere
+  std::vector<std::uint32_t> children;   // positions of single light holders, when it is light itself
 };
 
 // The trace of an attribute that is not supported.
@@ -80,8 +102,8 @@ struct TypePlan {
 // The empty path, where an entity's own attributes begin: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> const& noPath();
 
-// The path is that of some plan's attribute: it stays as it is for the process.
-[[nodiscard]] KTD_EXPORT bool isPlanned(Path const& path);
+// The attribute in some plan whose `leafPath` it is: such a path stays as it is for the process. Null: none.
+[[nodiscard]] KTD_EXPORT AttrPlan const* planWithLeafPath(Path const& path);
 
 // The leaf path of an attribute of the object at `objectPath`: shared, not to be changed.
 [[nodiscard]] KTD_EXPORT Kel::Ptr<Path> attrLeafPath(Kel::Ptr<Path> const& objectPath, AttrPlan const& plan);
