@@ -15,16 +15,27 @@ using namespace Bench;
 std::size_t leavesOf(benchmark::State const& state) { return static_cast<std::size_t>(state.range(0)); }
 
 // Once the objects are watched.
-template <Flavour kFlavour>
-void Twins_Walk(benchmark::State& state) {
-  CountingByteRouter router;
-  TwinTree tree(kFlavour, leavesOf(state));
+template <class Router>
+void walks(benchmark::State& state, Router& router, Flavour flavour) {
+  TwinTree tree(flavour, leavesOf(state));
   tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
   if (router.pushes != tree.size() * kResponsesPerInterface) state.SkipWithError("the walk is not whole");
   state.counters["bytes/leaf"] = static_cast<double>(router.bytes) / static_cast<double>(tree.leaves());
   PerLeaf const perLeaf(state, tree.leaves());
   for (auto _ : state)
     tree.walk(router, Ondra::flagSnapshot);
+}
+
+template <Flavour kFlavour>
+void Twins_Walk(benchmark::State& state) {
+  CountingByteRouter router;
+  walks(state, router, kFlavour);
+}
+
+template <Flavour kFlavour>
+void Twins_WalkMessages(benchmark::State& state) {
+  CountingRouter router(true);
+  walks(state, router, kFlavour);
 }
 
 template <Flavour kFlavour>
@@ -36,10 +47,9 @@ void Twins_FirstWalk(benchmark::State& state) {
 }
 
 // An MTU is written by the generic operation. Range 1: how many interfaces take turns.
-template <Flavour kFlavour>
-void Twins_Change(benchmark::State& state) {
-  CountingByteRouter router;
-  TwinTree tree(kFlavour, leavesOf(state));
+template <class Router>
+void changes(benchmark::State& state, Router& router, Flavour flavour) {
+  TwinTree tree(flavour, leavesOf(state));
   tree.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
   auto configs = tree.configs();
   shuffle(configs);
@@ -48,6 +58,18 @@ void Twins_Change(benchmark::State& state) {
   std::uint16_t mtu = 0;
   changesInTurn(state, router, configs.size(),
                 [&](std::size_t which) { attr.genericIfSet(configs[which], nullptr, Kel::handleOf(++mtu)); });
+}
+
+template <Flavour kFlavour>
+void Twins_Change(benchmark::State& state) {
+  CountingByteRouter router;
+  changes(state, router, kFlavour);
+}
+
+template <Flavour kFlavour>
+void Twins_ChangeMessages(benchmark::State& state) {
+  CountingRouter router(true);
+  changes(state, router, kFlavour);
 }
 
 bool executed(std::string const& bytes, std::string& answer) {
@@ -115,10 +137,14 @@ void changing(benchmark::internal::Benchmark* benchmark) {
 #define TWINR(name) BENCHMARK_TEMPLATE(name, Flavour::Runtime)->Name(#name "/Runtime")
 TWINS(Twins_Walk)->Apply(sizes);
 TWINR(Twins_Walk)->Apply(sizes);
+TWINS(Twins_WalkMessages)->Apply(sizes);
+TWINR(Twins_WalkMessages)->Apply(sizes);
 TWINS(Twins_FirstWalk)->Apply(sizes);
 TWINR(Twins_FirstWalk)->Apply(sizes);
 TWINS(Twins_Change)->Apply(changing);
 TWINR(Twins_Change)->Apply(changing);
+TWINS(Twins_ChangeMessages)->Apply(changing);
+TWINR(Twins_ChangeMessages)->Apply(changing);
 TWINS(Twins_SetExisting)->Apply(sizes);
 TWINR(Twins_SetExisting)->Apply(sizes);
 TWINS(Twins_SetMaking)->Apply(sizes);

@@ -30,7 +30,8 @@ void checkKey(AttrDesc const& attr, GenericIf const* key) {
 
 // An array is read by index, too.
 void checkKeyToRead(AttrDesc const& attr, GenericIf const* key) {
-  if (!attr.isArray) checkKey(attr, key);
+  if (attr.isKeyed != (key != nullptr) && !attr.isArray) [[unlikely]]
+    checkKey(attr, key);
 }
 
 // A value of a value type is its holder's to change.

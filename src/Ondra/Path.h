@@ -94,8 +94,9 @@ public:
   [[nodiscard]] bool isEqual(Path const* other) const {
     if (this == other) return true;
     if (other == nullptr || elem_.size() != other->elem_.size()) return false;
-    for (std::size_t i = 0; i < elem_.size(); ++i)
-      if (!elem_[i]->isEqual(other->elem_[i].get())) return false;
+    auto const mine = elems(), theirs = other->elems();
+    for (std::size_t i = 0; i < mine.size(); ++i)
+      if (!mine[i]->isEqual(theirs[i].get())) return false;
     return true;
   }
   // Whether `path` begins with `prefix`. An element of the prefix without keys stands for any keys; one with

@@ -53,6 +53,10 @@ void PathElem::keyDelAll() {
 // REQUIRES: as many keys in `other`.
 bool PathElem::keysEqual(PathElem const& other) const {
   KeyMapType::Node const* guess = other.key_.begin(); // elements made alike hold their keys in the same order
+  if (key_.size() == 1) [[likely]] {
+    KeyMapType::Node const& only = *key_.begin();
+    return only.key == guess->key && only.value == guess->value;
+  }
   for (KeyMapType::Node const& node : key_) {
     KeyMapType::Node const* const twin = guess->key == node.key ? guess : other.key_.lookup(node.key);
     if (twin == nullptr || !(twin->value == node.value)) return false;
