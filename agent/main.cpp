@@ -243,6 +243,8 @@ int serve(std::vector<std::string> const& arguments) {
     audit = std::move(*made);
   }
   if (options->checksOnly) {
+    if (yang)
+      if (auto const filled = fillYang(*yang, *options); !filled) return cannotStart(filled.error());
     Agent::say(stdout, "configuration ok\n");
     return Agent::ExitCode::ok;
   }
@@ -287,8 +289,13 @@ int serve(std::vector<std::string> const& arguments) {
   std::unique_ptr<Agent::Server> providers; // of the device's own processes
   if (!options->providers.empty()) {
     Agent::ServerSecurity const local = Agent::plaintext();
-    auto listening = Agent::Server::start(
-        {options->providers, local, nullptr, options->connections, Agent::Writer::Provider}, runtime);
+    auto listening = Agent::Server::start({.listen = options->providers,
+                                           .security = local,
+                                           .gate = nullptr,
+                                           .connections = options->connections,
+                                           .writer = Agent::Writer::Provider,
+                                           .socket = {options->providerMode, options->providerGroup}},
+                                          runtime);
     if (!listening) {
       runtime.context().stop();
       return cannotStart(listening.error());

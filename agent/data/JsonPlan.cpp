@@ -115,7 +115,8 @@ private:
                         !attr.isOperation();
     isPossible_ = isPossible_ && isLeaf;
     bool const isRead = isLeaf && !attr.isCollection() && attr.readsInPlace() && !type.hasGnmiByteRep();
-    if (node.leaf()->members != nullptr) return Form::Other; // the value says which member it is of
+    if (node.leaf()->members != nullptr || node.leaf()->keyMembers != nullptr)
+      return Form::Other; // the value says which member it is of
     if (isRead && type.isEnum()) return Form::Name;
     if (!isRead || !type.isBuiltin() || type.hasGnmiStrRep()) return Form::Other;
     // Others' names may be told with their module, and a decimal's digits are a number.

@@ -109,7 +109,20 @@ void appendNameJson(std::string& to, std::string_view name, LeafInfo const& leaf
   to += '"';
 }
 
+namespace {
+
+// What the text of a key that is a union means; null: nothing that is known.
+LeafInfo const* keyMemberOf(LeafInfo const& leaf, std::string_view text) {
+  auto const found = std::ranges::find_if(
+      *leaf.keyMembers, [text](LeafInfo const& member) { return keyTextOf(member, text).ok(); });
+  return found == leaf.keyMembers->end() ? nullptr : &*found;
+}
+
+} // namespace
+
 void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& leaf, bool isIetf) {
+  if (leaf.keyMembers != nullptr && value.has_string_val())
+    return appendKeyJson(to, value.string_val(), leaf, isIetf);
   if (leaf.members != nullptr && !value.has_leaflist_val()) {
     LeafInfo const* const member = memberOf(leaf, value);
     static LeafInfo const text;
@@ -163,6 +176,9 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
 }
 
 void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf) {
+  if (leaf.keyMembers != nullptr)
+    if (LeafInfo const* const member = keyMemberOf(leaf, text))
+      return appendKeyJson(to, text, *member, isIetf);
   switch (leaf.type) {
   case LeafType::Int64:
   case LeafType::Uint64:
@@ -199,9 +215,13 @@ void toldIs(TypedValue& value, LeafInfo const& leaf) {
     for (TypedValue& element : *value.mutable_leaflist_val()->mutable_element())
       toldIs(element, leaf);
   if (!value.has_string_val()) return;
-  LeafInfo const* const member = leaf.members == nullptr ? &leaf : memberOf(leaf, value);
-  std::string const& text = value.string_val();
+  std::string const text = value.string_val();
+  LeafInfo const* const member = leaf.keyMembers != nullptr ? keyMemberOf(leaf, text)
+                                 : leaf.members != nullptr  ? memberOf(leaf, value)
+                                                            : &leaf;
   if (member == nullptr) return;
+  if (leaf.keyMembers != nullptr)
+    if (LeafValue meant = keyValueOf(*member, text)) value = *std::move(meant);
   if (member->type == LeafType::Decimal64) {
     double number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);

@@ -70,6 +70,7 @@ void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
 }
 
 bool isToldOtherwise(LeafInfo const& leaf) {
+  if (leaf.keyMembers != nullptr) return true;
   if (leaf.members == nullptr)
     return leaf.type == LeafType::Decimal64 && leaf.held.isBuiltin() &&
            leaf.held.builtinKind() == Kel::BuiltinKind::String;

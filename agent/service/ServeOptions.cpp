@@ -2,6 +2,10 @@
 #include "agent/service/ServeOptions.h"
 
 #include <fmt/format.h>
+#include <grp.h>
+
+#include <charconv>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -19,6 +23,7 @@ struct Raw {
   bool leavesMachineOut = false;
   bool leavesConstraintsOut = false;
   std::vector<std::string> providers;
+  std::string providerMode, providerGroup;
 };
 
 void addConnection(CLI::App& app, Raw& raw, ServeOptions& options) {
@@ -125,9 +130,38 @@ void addYang(CLI::App& app, Raw& raw, ServeOptions& options) {
                  "a socket, unix:PATH, for processes of the device: there a Set may write state, too")
       ->type_name("ADDRESS")
       ->take_all();
+  app.add_option("--provider-mode", raw.providerMode, "who may open that socket, as chmod has it (600)")
+      ->type_name("OCTAL");
+  app.add_option("--provider-group", raw.providerGroup, "the group that the socket is given")
+      ->type_name("NAME");
 }
 
 Kstd::Err<std::string> wrong(std::string what) { return Kstd::Err<std::string>(std::move(what)); }
+
+// Who may open the sockets of providers.
+Kstd::Result<void, std::string> completeProviders(Raw const& raw, ServeOptions& options) {
+  for (std::string const& text : raw.providers) {
+    auto address = ListenAddress::parse(text);
+    if (!address) return wrong(fmt::format("--provider: {}", address.error()));
+    if (!text.starts_with("unix:"))
+      return wrong("--provider: unix:PATH alone, which nobody on the network reaches");
+    options.providers.push_back(std::move(*address));
+  }
+  if (raw.providers.empty() && !(raw.providerMode + raw.providerGroup).empty())
+    return wrong("--provider-mode and --provider-group need --provider");
+  if (std::string const& mode = raw.providerMode; !mode.empty()) {
+    auto const [end, error] =
+        std::from_chars(mode.data(), mode.data() + mode.size(), options.providerMode, 8);
+    if (error != std::errc() || end != mode.data() + mode.size() || options.providerMode > 0777)
+      return wrong(fmt::format("--provider-mode: '{}' is none, such as 660", mode));
+  }
+  if (!raw.providerGroup.empty()) {
+    ::group const* const group = ::getgrnam(raw.providerGroup.c_str());
+    if (group == nullptr) return wrong(fmt::format("--provider-group: no group '{}'", raw.providerGroup));
+    options.providerGroup = group->gr_gid;
+  }
+  return {};
+}
 
 // The options as a whole; those that follow from others are filled in. The error says what is wrong.
 Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) {
@@ -166,14 +200,7 @@ Kstd::Result<void, std::string> complete(Raw const& raw, ServeOptions& options) 
   if (!options.yangModules.empty() && options.yangFolders.empty()) return wrong("--module needs --yang");
   if (!options.dataFiles.empty() && options.yangFolders.empty()) return wrong("--data needs --yang");
   if (raw.leavesConstraintsOut && options.yangFolders.empty()) return wrong("--no-constraints needs --yang");
-  for (std::string const& text : raw.providers) {
-    auto address = ListenAddress::parse(text);
-    if (!address) return wrong(fmt::format("--provider: {}", address.error()));
-    if (!text.starts_with("unix:"))
-      return wrong("--provider: unix:PATH alone, which nobody on the network reaches");
-    options.providers.push_back(std::move(*address));
-  }
-  return {};
+  return completeProviders(raw, options);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,8 @@ struct ServeOptions {
   std::vector<std::string> dataFiles;
   bool checksConstraints = true;        // of the modules, on the configuration as a whole
   std::vector<ListenAddress> providers; // sockets of the device's own processes
+  std::uint32_t providerMode = 0600;    // of these
+  std::optional<std::uint32_t> providerGroup;
   bool checksOnly = false;
 
   // Of the arguments after the command's name.

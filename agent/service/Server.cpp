@@ -2,6 +2,7 @@
 #include "agent/service/Server.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
@@ -10,7 +11,9 @@
 #include <grpcpp/server_builder.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 #include "agent/model/System.h"
@@ -71,6 +74,13 @@ private:
   mode_t const old_;
 };
 
+// Else `errno` says why not.
+bool isOpenedTo(Server::SocketAccess const& who, ListenAddress const& address) {
+  char const* const path = address.host.c_str();
+  auto const nobodyElse = static_cast<uid_t>(-1);
+  return (!who.group || ::chown(path, nobodyElse, *who.group) == 0) && ::chmod(path, who.mode) == 0;
+}
+
 gpr_timespec fromNow(std::int64_t ns) {
   return gpr_time_add(gpr_now(GPR_CLOCK_REALTIME), gpr_time_from_nanos(ns, GPR_TIMESPAN));
 }
@@ -87,11 +97,15 @@ Kstd::Result<std::unique_ptr<Server>, std::string> Server::start(Options const& 
 
 Kstd::Result<void, std::string> Server::listen(Options const& options) {
   std::vector<Listener> listeners;
-  // What the device's own processes may do is for those who may open their socket: its owner alone.
-  ModeMask const mask(options.writer == Writer::Provider ? 0177 : -1);
+  // Its owner alone until it is given to others.
+  bool const isForProviders = options.writer == Writer::Provider;
+  ModeMask const mask(isForProviders ? 0177 : -1);
   for (ListenAddress const& address : options.listen) {
     auto made = Listener::at(address);
     if (!made) return Kstd::Err(fmt::format("cannot listen on {}: {}", address.text(), made.error()));
+    if (isForProviders && !isOpenedTo(options.socket, address))
+      return Kstd::Err(fmt::format("{} cannot be given to its group and mode: {}", address.text(),
+                                   std::generic_category().message(errno)));
     addresses_.push_back(made->front().address());
     std::ranges::move(*made, std::back_inserter(listeners));
   }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,11 @@ struct Tree;
 // be running when calls come in, and outlives it.
 class Server {
 public:
+  // Who may open a socket: its mode, and the group that it is given; none: the process's own.
+  struct SocketAccess {
+    std::uint32_t mode = 0600;
+    std::optional<std::uint32_t> group = std::nullopt;
+  };
   struct Options {
     std::vector<ListenAddress> listen;
     ServerSecurity security;
@@ -36,6 +42,8 @@ public:
     ConnectionLimits connections = {};
     Writer writer = Writer::Client; // of the Sets that come in
     Audit* audit = nullptr;         // outlives the server
+    // Of sockets for providers: what they may do is for those who may open them.
+    SocketAccess socket = {};
   };
 
   // The error names the address and why it cannot be listened on.

@@ -58,7 +58,8 @@ WireJson::Leaf const& WireJson::leafAt(std::string_view path) {
     elems.ParseFromArray(path.data(), static_cast<int>(path.size()));
     auto const node = isKnown_ ? nodes_.back().descendant(elems, 0) : std::nullopt;
     LeafInfo const* const info = node && node->leaf() != nullptr ? node->leaf() : &none;
-    bool const isPlain = info->members == nullptr && info->type != LeafType::Decimal64;
+    bool const isPlain =
+        info->members == nullptr && info->keyMembers == nullptr && info->type != LeafType::Decimal64;
     leaves.push_back({std::string(path), info, isPlain, isNumberText(*info)});
     found = leaves.end() - 1;
   }

@@ -69,6 +69,7 @@ struct Held {
   KelType type;
   bool isUnion = false;
   std::vector<LeafInfo> const* members = nullptr;
+  std::vector<LeafInfo> const* keyMembers = nullptr;
 };
 using HeldOrWhy = Kstd::Result<Held, std::string>;
 
@@ -104,6 +105,7 @@ private:
   Kstd::Result<void, std::string> addMembers(lysc_node const& leaf, lysc_type_union const& type,
                                              std::vector<LeafInfo>& members);
   static Copies copiesIn(lysc_node const& container);
+  static bool hasKeyWithoutText(lysc_node const& list);
   static std::vector<Kel::KelAttr> keysOf(lysc_node const& list, KelType entry);
   // An invalid one where one key is all that the entries have.
   KelType structuredKey(lysc_node const& list, KelType entry);
@@ -256,14 +258,17 @@ BuiltinKind heldInUnion(LeafType type) {
 }
 
 // A union whose members are all written as texts is held as one text, in the canonical form of the member
-// that takes it; so is any union that is a key.
+// that takes it; so is any union that is a key, which is told as what its text means.
 HeldOrWhy Maker::unionOf(lysc_node const& leaf, lysc_type const& type) {
-  if (isTextual(type) || lysc_is_key((&leaf)))
-    return Held{
-        .published = LeafType::String, .type = Kel::builtinType(BuiltinKind::String), .isUnion = true};
+  Held text{.published = LeafType::String, .type = Kel::builtinType(BuiltinKind::String), .isUnion = true};
+  if (isTextual(type)) return text;
   auto members = std::make_unique<std::vector<LeafInfo>>();
   if (auto const added = addMembers(leaf, reinterpret_cast<lysc_type_union const&>(type), *members); !added)
     return Kstd::Err(added.error());
+  if (lysc_is_key((&leaf))) {
+    text.keyMembers = members.release(); // for the process
+    return text;
+  }
   static constexpr auto kKinds =
       std::to_array<std::pair<BuiltinKind, std::string_view>>({{BuiltinKind::U64, "uint"},
                                                                {BuiltinKind::S64, "int"},
@@ -329,6 +334,7 @@ std::optional<Maker::Member> Maker::leafMember(lysc_node const& node, Copies con
     info.fractionDigits = reinterpret_cast<lysc_type_dec const&>(type).fraction_digits;
   info.isSampled = !info.isConfig && isMoving(node);
   info.members = held->members;
+  info.keyMembers = held->keyMembers;
   if (info.members == nullptr)
     info.rules = leafRulesOf(context_, node, type).release(); // for the process, as the types
   ++made.leaves;
@@ -362,6 +368,14 @@ Copies Maker::copiesIn(lysc_node const& container) {
       copies.emplace(bare(path.substr(slash + 1)), key->name);
   }
   return copies;
+}
+
+bool Maker::hasKeyWithoutText(lysc_node const& list) {
+  for (lysc_node const* key = lysc_node_child(&list); key != nullptr && lysc_is_key(key); key = key->next) {
+    LY_DATA_TYPE const type = pointedAt(*reinterpret_cast<lysc_node_leaf const*>(key)->type).basetype;
+    if (type == LY_TYPE_EMPTY || type == LY_TYPE_BINARY) return true;
+  }
+  return false;
 }
 
 void Maker::addMember(std::vector<Member>& members, lysc_node const& node, Copies const& copies,
@@ -398,6 +412,8 @@ void Maker::addMember(std::vector<Member>& members, lysc_node const& node, Copie
   }
   if (node.nodetype == LYS_LIST && (node.flags & LYS_KEYLESS) != 0)
     return leaveOut(node, "a list without keys has no entries that a path could name");
+  if (node.nodetype == LYS_LIST && hasKeyWithoutText(node))
+    return leaveOut(node, "a key that is empty or binary is no text that a path could hold");
   if (depth_ >= kMaxDepth) return leaveOut(node, "it lies deeper than a path can name");
   if (KelType const type = entityType(node, copiesIn(node))) {
     members.push_back({.node = &node,

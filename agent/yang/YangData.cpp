@@ -210,18 +210,37 @@ std::string complaint(ly_ctx const& context, std::string const& file) {
   return fmt::format("{}: {}", file, lastComplaint(context));
 }
 
-// Takes what is state out of a tree.
-void stateDel(lyd_node** first) {
+// Whether nothing is configured below it but keys.
+bool isBare(lyd_node const& node) {
+  for (lyd_node const* child = lyd_child(&node); child != nullptr; child = child->next) {
+    if (child->schema == nullptr) return false;
+    bool const isPlace =
+        child->schema->nodetype == LYS_CONTAINER && (child->schema->flags & LYS_PRESENCE) == 0;
+    if (!lysc_is_key(child->schema) && !(isPlace && isBare(*child))) return false;
+  }
+  return true;
+}
+
+// Takes what is state out of a tree, and with it the entries that held nothing else: these are none of the
+// configuration. Whether there was any.
+bool stateDel(lyd_node** first) {
+  bool isAny = false;
   for (lyd_node *node = *first, *next = nullptr; node != nullptr; node = next) {
     next = node->next;
-    if (node->schema != nullptr && (node->schema->flags & LYS_CONFIG_W) == 0) {
-      if (node == *first) *first = next;
-      lyd_free_tree(node);
-    } else if (node->schema != nullptr && (node->schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) {
+    if (node->schema == nullptr) continue;
+    bool isState = (node->schema->flags & LYS_CONFIG_W) == 0;
+    if (!isState && (node->schema->nodetype & (LYS_CONTAINER | LYS_LIST)) != 0) {
       lyd_node* child = lyd_child(node);
-      stateDel(&child);
+      bool const heldState = stateDel(&child);
+      isAny = isAny || heldState;
+      isState = heldState && node->schema->nodetype == LYS_LIST && isBare(*node);
     }
+    if (!isState) continue;
+    isAny = true;
+    if (node == *first) *first = next;
+    lyd_free_tree(node);
   }
+  return isAny;
 }
 
 Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const& file) {
@@ -255,11 +274,9 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
   FilledData filled;
   Filler filler(model.types(), filled);
   lyd_node* config = nullptr;
-  std::string last;
   for (std::string const& file : files) {
     auto tree = parsed(context, file);
     if (!tree) return Kstd::Err(std::move(tree).error());
-    last = file;
     try {
       filler.fillFrom(tree->get(), dataRoot);
     } catch (Kel::Error const& error) {
@@ -273,7 +290,7 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
       isChecked ? lyd_validate_all(&config, &context, LYD_VALIDATE_NO_STATE, nullptr) : LY_SUCCESS;
   filled.configuration.reset(config);
   if (valid == LY_SUCCESS) return filled;
-  if (!files.empty()) return Kstd::Err(complaint(context, last));
+  if (!files.empty()) return Kstd::Err(complaint(context, fmt::format("{}", fmt::join(files, ", "))));
   filled.notes.push_back(
       fmt::format("the configuration is not valid while it is empty: {}", lastComplaint(context)));
   return filled;

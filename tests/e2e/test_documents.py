@@ -41,7 +41,9 @@ class DeviceData(unittest.TestCase):
     def testProvider(self):
         with tempfile.TemporaryDirectory() as folder:
             socket = pathlib.Path(folder, "provider.sock")
-            with AgentProcess("--no-machine", "--yang", str(ROOT / "demo/yang"), "--provider", f"unix:{socket}") as agent:
+            with AgentProcess("--no-machine", "--yang", str(ROOT / "demo/yang"), "--provider", f"unix:{socket}",
+                              "--provider-mode", "660") as agent:
+                self.assertEqual(socket.stat().st_mode & 0o777, 0o660)
                 script = fenced("python", agent.port, __file__, "docs/yang.md").replace("/run/device/provider.sock", str(socket))
                 provider = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
                 told = subprocess.Popen([AGENT, "watch", "--insecure", "--address", f"127.0.0.1:{agent.port}", "--seconds", str(DEADLINE),

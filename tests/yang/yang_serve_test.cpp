@@ -26,7 +26,8 @@ TEST(YangServe, NodesAndWhatIsLeftOut) {
   auto const& types = YangTesting::model().types();
   for (std::string_view const each :
        {"/every:every/config/any: what it holds has no schema", "under__score: a name with '__'",
-        "/every:every/entries/without-keys: a list without keys", "/every:top-any: what it holds"})
+        "/every:every/entries/without-keys: a list without keys", "/every:top-any: what it holds",
+        "/every:every/entries/under-nothing: a key that is empty", "/every:every/entries/under-bytes: a key"})
     EXPECT_THAT(types.leftOut, Contains(HasSubstr(each)));
   std::string const paths = Agent::supportedPaths();
   for (std::string_view const row :
@@ -200,6 +201,7 @@ TEST(YangServe, WhatDoesNotFitIsRefused) {
             StatusCode::INVALID_ARGUMENT,
             "'first-a' and 'second' are of different cases of the choice 'one-of'"},
            {"update /every/config/any \"x\"", StatusCode::UNIMPLEMENTED, "not offered"},
+           {"update /every/entries/under-nothing[e=]/x \"x\"", StatusCode::UNIMPLEMENTED, "not offered"},
            {"update /every/config/gone \"x\"", StatusCode::NOT_FOUND, "not known"},
        }) {
     grpc::Status const status = bench.set(setRequest(line));

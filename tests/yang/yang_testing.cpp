@@ -44,7 +44,7 @@ private:
   std::string keyType() {
     return oneOf({"string", "uint8", "int64", "boolean", "decimal64 { fraction-digits 3; }",
                   "identityref { base ev:animal; }", "enumeration { enum red; enum \"light green\"; }",
-                  "union { type uint8; type boolean; type string; }"});
+                  "union { type uint8; type boolean; type int64; type enumeration { enum auto; } }"});
   }
   std::string type() {
     return below(2) == 0
