@@ -61,8 +61,9 @@ TEST(YangLaw, DataComesOutAsItWentIn) {
           lyd_parse_data_mem(context(), told.c_str(), LYD_JSON, LYD_PARSE_STRICT | LYD_PARSE_ONLY, 0, &back),
           LY_SUCCESS)
           << ly_errmsg(context()) << " " << told;
-      Tree const held(back, &lyd_free_all);
       EXPECT_EQ(leavesOf(back), leavesOf(given.get()));
+      EXPECT_EQ(lyd_validate_all(&back, context(), 0, nullptr), LY_SUCCESS) << ly_errmsg(context());
+      Tree const held(back, &lyd_free_all);
       fromJson = bench.leaves();
       configured = bench.leaves(gnmi::GetRequest::CONFIG);
       again = bench.configuration();
