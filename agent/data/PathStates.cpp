@@ -66,6 +66,9 @@ Kstd::Result<std::string, std::string> keyTextOf(std::string_view text, TypeNode
   LeafInfo const* const info = leafInfo(list.key(at));
   if (info == nullptr) return std::string(text);
   auto key = keyTextOf(*info, text);
+  // Whatever is taken here has a place in the model.
+  if (key && !isKeyText(list.key(at).memberType(), *key))
+    return Kstd::Err(fmt::format("key '{}' of '{}' cannot be '{}'", list.keyName(at), list.name, *key));
   if (key) return key;
   return Kstd::Err(fmt::format("key '{}' of '{}': {}", list.keyName(at), list.name, key.error()));
 }

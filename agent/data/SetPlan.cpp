@@ -69,6 +69,8 @@ Kstd::Result<std::string, Status> entryKey(PlanNode const& parent, TypeNode cons
       LeafValue const text = leafValueOf(*leafInfo(list.key(i)), value);
       if (!text) return Kstd::Err(invalid(fmt::format("{}/{}", path, name), text.error()));
       values[i] = keyTextOf(*text);
+      if (!isKeyText(member->attr.memberType(), *values[i]))
+        return Kstd::Err(invalid(fmt::format("{}/{}", path, name), "this is no key"));
     }
   }
   std::vector<std::string> texts;

@@ -79,6 +79,11 @@ Handle keyHandle(Kel::KelAttr list, std::span<std::string const> values) {
   return key;
 }
 
+bool isKeyText(Kel::KelType type, std::string const& text) {
+  bool const isText = type.isBuiltin() && type.builtinKind() == Kel::BuiltinKind::String;
+  return isText || Decoder::createScalarKey(type, text).ok();
+}
+
 Kstd::Result<std::string, std::string> canonicalKeyText(Kel::KelType type, LeafInfo const* leaf,
                                                         std::string const& text) {
   std::string wanted = text;

@@ -28,6 +28,9 @@ namespace Agent {
 [[nodiscard]] Kel::Ptr<Kel::GenericIf const> keyHandle(Kel::KelAttr list,
                                                        std::span<std::string const> values);
 
+// Whether the text is a key of the model, of that type; texts always are.
+[[nodiscard]] bool isKeyText(Kel::KelType type, std::string const& text);
+
 // How walks print the value of a key leaf that a path gives as `text`; what is wrong with it otherwise.
 [[nodiscard]] Kstd::Result<std::string, std::string> canonicalKeyText(Kel::KelType type, LeafInfo const* leaf,
                                                                       std::string const& text);

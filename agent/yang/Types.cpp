@@ -370,11 +370,18 @@ Copies Maker::copiesIn(lysc_node const& container) {
   return copies;
 }
 
+// Some values of the type have no text by which a path could name them.
+bool lacksText(lysc_type const& type) {
+  lysc_type const& real = pointedAt(type);
+  if (real.basetype == LY_TYPE_UNION)
+    return std::ranges::any_of(sized(reinterpret_cast<lysc_type_union const&>(real).types),
+                               [](lysc_type const* each) { return lacksText(*each); });
+  return real.basetype == LY_TYPE_EMPTY || real.basetype == LY_TYPE_BINARY;
+}
+
 bool Maker::hasKeyWithoutText(lysc_node const& list) {
-  for (lysc_node const* key = lysc_node_child(&list); key != nullptr && lysc_is_key(key); key = key->next) {
-    LY_DATA_TYPE const type = pointedAt(*reinterpret_cast<lysc_node_leaf const*>(key)->type).basetype;
-    if (type == LY_TYPE_EMPTY || type == LY_TYPE_BINARY) return true;
-  }
+  for (lysc_node const* key = lysc_node_child(&list); key != nullptr && lysc_is_key(key); key = key->next)
+    if (lacksText(*reinterpret_cast<lysc_node_leaf const*>(key)->type)) return true;
   return false;
 }
 

@@ -85,7 +85,7 @@ TEST(Wire, NumbersAndTextsOfEverySize) {
     std::uint8_t bytes[10];
     std::string const groups(bytes, Coded::WriteVarint64ToArray(value, bytes));
     to.varint(value);
-    written = groups + written;
+    written.insert(0, groups);
   };
   for (int bit = 0; bit < 64; ++bit)
     for (std::uint64_t const value :
@@ -97,7 +97,7 @@ TEST(Wire, NumbersAndTextsOfEverySize) {
   for (int size = 0; size < 250; ++size, text += static_cast<char>('a' + size % 26)) {
     number(run, text.size());
     run.raw(text);
-    written = text + written;
+    written.insert(0, text);
   }
   run.finish();
   EXPECT_EQ(std::string(out.bytes().begin(), out.bytes().end()), written);

@@ -47,13 +47,13 @@ private:
                   "union { type uint8; type boolean; type int64; type enumeration { enum auto; } }"});
   }
   std::string type() {
+    static constexpr char kMixed[] = "union { type int8; type decimal64 { fraction-digits 1; } type "
+                                     "enumeration { enum red; } type binary; }";
     return below(2) == 0
                ? keyType()
                : oneOf({"string { length 1..3; }", "uint64", "int8 { range \"-9..9\"; }", "binary", "empty",
                         "bits { bit one; bit three; }", "instance-identifier { require-instance false; }",
-                        "union { type int8; type decimal64 { fraction-digits 1; } type enumeration { enum "
-                        "red; } type binary; }",
-                        "leafref { path \"/ev:every/ev:config/ev:text\"; require-instance false; }"});
+                        kMixed, "leafref { path \"/ev:every/ev:config/ev:text\"; require-instance false; }"});
   }
   std::string list(int depth, bool isConfig) {
     std::string keys, leaves;

@@ -37,8 +37,12 @@ void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface co
     timestamp = states.timestampOf(attr.attr.id(), nullptr);
   if (value == nullptr) return;
   // In place: copied from the stack, its words would be read back before they are in the cache.
-  leaves_.emplace_back(timestamp, &attr, attr.valueType, value);
-  if (attr.isPrinted && !takePrinted(leaves_.back())) [[unlikely]]
+  PlainLeaf& leaf = leaves_.emplace_back();
+  leaf.timestamp = timestamp;
+  leaf.plan = &attr;
+  leaf.type = attr.valueType;
+  leaf.value = value;
+  if (attr.isPrinted && !takePrinted(leaf)) [[unlikely]]
     leaves_.pop_back();
 }
 
