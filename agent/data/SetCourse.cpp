@@ -298,15 +298,20 @@ absl::AnyInvocable<void()> SetRuns::Run::whenAnswered() {
   };
 }
 
+// A function for what comes before the first pause, and a part for the pauses: clang 14 ends when a loop of
+// pauses is all that follows in one.
 Steps SetRuns::Run::untilAnswered() {
   waits_ = Waits::ForOthers;
-  while (!*haveAnswered_)
-    co_await Steps::pauseIf(true);
+  return waited();
 }
 
 Steps SetRuns::Run::toBeFirst() {
   waits_ = Waits::ToBeFirst;
-  while (!queue_.isFirst(*this))
+  return waited();
+}
+
+Steps SetRuns::Run::waited() {
+  while (waits_ == Waits::ForOthers ? !*haveAnswered_ : !queue_.isFirst(*this))
     co_await Steps::pauseIf(true);
 }
 

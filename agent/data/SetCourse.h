@@ -113,6 +113,7 @@ private:
   // --- waiting ---
   [[nodiscard]] Steps::Pause pause() const { return Steps::pauseIf(queue_.taskShouldYield()); }
   Steps toBeFirst();
+  Steps waited(); // as `waits_` says
   Steps beAlone();
   // For another thread to call when it has done its part.
   absl::AnyInvocable<void()> whenAnswered();

@@ -111,7 +111,8 @@ StoredPlaces inOrder(ConfigMap const& map) {
   places.reserve(map.size());
   for (auto const& place : map)
     if (!isBefore(place.first)) places.push_back(&place);
-  std::ranges::stable_partition(places, [](auto const* place) { return place->second.empty(); });
+  std::stable_partition(places.begin(), places.end(),
+                        [](auto const* place) { return place->second.empty(); });
   return places;
 }
 

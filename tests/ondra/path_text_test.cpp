@@ -111,7 +111,7 @@ TEST(PathText, AssertsThatTextsAreWellFormed) {
            {"name[k=[v]", "reached end of path 'name[k=[v]" + noEnd},
            {R"(name[k=v\])", R"(reached end of path 'name[k=v\])" + noEnd},
            {R"(name[k=v\)", R"(path 'name[k=v\' contains a trailing backslash)"}})
-    EXPECT_EQ(assertionIn([&] { static_cast<void>(Path::strToPathIs(text)); }), "OndraPath: " + message);
+    EXPECT_EQ(assertionIn([&text = text] { static_cast<void>(Path::strToPathIs(text)); }), "OndraPath: " + message);
   gnmi::Path used = PathSamples(1).gnmiPath({{"a", {{"k", "1"}}}});
   EXPECT_EQ(assertionIn([&] { Path::PathIs()->copyToGnmiPath(&used); }),
             "OndraPath: expected gnmiPath:/a[k=1] to be empty");

@@ -312,7 +312,7 @@ TEST(TovakSchedulerThreads, WorkPostedFromThreadsRunsOnceInOrderAndWakesTheLoop)
   for (int t = 0; t < threads; ++t) {
     posters.emplace_back([&, t] {
       for (int i = 0; i < each; ++i)
-        scheduler->post([&, t, i, token = std::make_unique<int>(i)] { // move-only captures are fine
+        scheduler->post([&, t, token = std::make_unique<int>(i)] { // move-only captures are fine
           EXPECT_TRUE(scheduler->isSchedulerThread());
           seen[t].push_back(*token);
           if (--left == 0) scheduler->stop();
