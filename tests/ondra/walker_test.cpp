@@ -110,7 +110,8 @@ TEST_F(Walker, FatalMessages) {
        [&] { FullKelTypeWalker::resumeWalk(info); }},
       {"OndraWalker: cancelling a pending walk for a WalkInfo without a task",
        [&] { FullKelTypeWalker::cancelPendingWalk(info); }},
-      {"OndraWalker: 0 timestamps are not allowed. resp:", [&] { walker.routerPush(untimed); }},
+      {"OndraWalker: 0 timestamps are not allowed. resp:",
+       [&, &untimed = untimed] { walker.routerPush(untimed); }},
       {bundling() ? "none" : "OndraWalker: bundling not enabled", [&] { walker.routerPush(false); }},
   };
   for (auto const& [message, run] : cases)
