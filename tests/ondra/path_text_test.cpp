@@ -91,7 +91,7 @@ TEST(PathText, ParsesBackWhatItPrintsUnlessEscapesWereNeeded) {
       elem.name = "n" + text("/");
       for (std::size_t keys = samples.below(4); keys > 0; --keys) {
         std::string const value = text("");
-        elem.keys["k" + text("=")] = samples.below(3) == 0 ? "[" + value + "]" + value : value;
+        elem.keys["k" + text("=")] = samples.below(3) == 0 ? fmt::format("[{0}]{0}", value) : value;
       }
     }
     Kel::Ptr<Path const> const path = samples.path(plain);
@@ -111,7 +111,8 @@ TEST(PathText, AssertsThatTextsAreWellFormed) {
            {"name[k=[v]", "reached end of path 'name[k=[v]" + noEnd},
            {R"(name[k=v\])", R"(reached end of path 'name[k=v\])" + noEnd},
            {R"(name[k=v\)", R"(path 'name[k=v\' contains a trailing backslash)"}})
-    EXPECT_EQ(assertionIn([&text = text] { static_cast<void>(Path::strToPathIs(text)); }), "OndraPath: " + message);
+    EXPECT_EQ(assertionIn([&text = text] { static_cast<void>(Path::strToPathIs(text)); }),
+              "OndraPath: " + message);
   gnmi::Path used = PathSamples(1).gnmiPath({{"a", {{"k", "1"}}}});
   EXPECT_EQ(assertionIn([&] { Path::PathIs()->copyToGnmiPath(&used); }),
             "OndraPath: expected gnmiPath:/a[k=1] to be empty");

@@ -1,4 +1,6 @@
 // The parts of the full walker: keys, pushes, modes, and what each fatal message guards.
+#include <gmock/gmock.h>
+
 #include "Kel/TypeBuilder.h"
 #include "WalkHarness.h"
 #include "WalkerProbe.h"

@@ -309,6 +309,7 @@ TEST(TovakSchedulerThreads, WorkPostedFromThreadsRunsOnceInOrderAndWakesTheLoop)
   std::vector<int> seen[threads];
   int left = threads * each;
   std::vector<std::thread> posters;
+  posters.reserve(threads);
   for (int t = 0; t < threads; ++t) {
     posters.emplace_back([&, t] {
       for (int i = 0; i < each; ++i)
