@@ -217,4 +217,16 @@ TEST(YangData, WhatDoesNotFitIsRefusedWithItsPlace) {
   }
 }
 
+// Its key points into a configuration that it does not have: it need not hold.
+TEST(YangData, AnEntryOfStateAloneIsNoConfiguration) {
+  YangTesting::Bench bench;
+  std::string const file = testing::TempDir() + "state";
+  for (bool const isState : {true, false}) {
+    std::ofstream(file) << fmt::format(R"({{"every-rules:rules":{{"bay":[{{"id":"a",{}}}]}}}})",
+                                       isState ? R"("state":{"used":1})" : R"("door":{"color":"red"})");
+    auto const filled = Agent::yangDataInto(*Kel::globalDir(), YangTesting::model(), {file});
+    EXPECT_EQ(filled.ok(), isState) << (filled.ok() ? "" : filled.error());
+  }
+}
+
 } // namespace

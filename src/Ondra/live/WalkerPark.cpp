@@ -99,6 +99,11 @@ bool ParkedWalks::isThereAgain(Walker& parked) {
 // A key that holds a reference has another text when what it leads to has got another path, or has gone. All
 // of the member was told at the new path then, and nothing is left at the old one.
 bool ParkedWalks::isAtItsPath(Walker& parked) {
+  // An element a link, behind those that the walk of the object began with.
+  auto const elems = parked.leafPath_->elems();
+  TOVAK_ASSERT(elems.size() >= parked.links_.size(), walkerTrace(), "{} is no way of {} steps",
+               parked.leafPath_, parked.links_.size());
+  auto const places = elems.last(parked.links_.size());
   for (std::size_t i = 0; i < parked.links_.size(); ++i) {
     Kel::KelAttr const& attr = parked.links_[i].attr;
     WalkRules::AttrPlan const& plan = WalkRules::typePlan(attr.ownerType()).attrs[attr.desc().index];
@@ -109,7 +114,7 @@ bool ParkedWalks::isAtItsPath(Walker& parked) {
     Kel::Ptr<Path> path = Path::PathIs();
     path->push(plan.elem);
     key.updateAndStorePrefix(path, WalkRules::isDirEntries(attr), attr);
-    if (!path->elems().back()->isEqual(parked.leafPath_->elems()[i].get())) return false;
+    if (!path->elems().back()->isEqual(places[i].get())) return false;
   }
   return true;
 }
