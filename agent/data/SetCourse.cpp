@@ -298,7 +298,8 @@ absl::AnyInvocable<void()> SetRuns::Run::whenAnswered() {
   };
 }
 
-// A function for what comes before the first pause, and a part for the pauses: clang 14 crashes on both in one.
+// A function for what comes before the first pause, and a part for the pauses: clang 14 crashes on both in
+// one.
 Steps SetRuns::Run::untilAnswered() {
   waits_ = Waits::ForOthers;
   return waited();
