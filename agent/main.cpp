@@ -273,6 +273,23 @@ int serve(std::vector<std::string> const& arguments) {
   if (store->store) restore(runtime, *store, sources.applier.get());
   Agent::SelfReport const report(runtime);
   runtime.context().start();
+  // Who hears that clients are served can count on the device's own processes being so, too: they come first.
+  Agent::ServerSecurity const local = Agent::plaintext();
+  std::unique_ptr<Agent::Server> providers;
+  if (!options->providers.empty()) {
+    auto listening = Agent::Server::start({.listen = options->providers,
+                                           .security = local,
+                                           .gate = nullptr,
+                                           .connections = options->connections,
+                                           .writer = Agent::Writer::Provider,
+                                           .socket = {options->providerMode, options->providerGroup}},
+                                          runtime);
+    if (!listening) {
+      runtime.context().stop();
+      return cannotStart(listening.error());
+    }
+    providers = std::move(*listening);
+  }
   auto server = Agent::Server::start({.listen = options->listen,
                                       .security = security,
                                       .gate = gate,
@@ -286,23 +303,7 @@ int serve(std::vector<std::string> const& arguments) {
   for (std::string const& warning : warnings)
     Agent::say(stderr, fmt::format("ondra-agent serve: warning: {}\n", warning));
   announce(**server, security);
-  std::unique_ptr<Agent::Server> providers; // of the device's own processes
-  if (!options->providers.empty()) {
-    Agent::ServerSecurity const local = Agent::plaintext();
-    auto listening = Agent::Server::start({.listen = options->providers,
-                                           .security = local,
-                                           .gate = nullptr,
-                                           .connections = options->connections,
-                                           .writer = Agent::Writer::Provider,
-                                           .socket = {options->providerMode, options->providerGroup}},
-                                          runtime);
-    if (!listening) {
-      runtime.context().stop();
-      return cannotStart(listening.error());
-    }
-    providers = std::move(*listening);
-    announce(*providers, local);
-  }
+  if (providers) announce(*providers, local);
   runtime.context().scheduler()->post(
       [&tree = runtime.context().tree(), addresses = (*server)->addresses(), isSecure = security.isSecure] {
         Agent::serverFactsIs(tree, "ondra-agent", addresses, isSecure);
