@@ -11,6 +11,7 @@
 #include "Interfaces.h"
 #include "Kel/Dir.h"
 #include "Measures.h"
+#include "Twins.h"
 #include "agent/data/GetRun.h"
 #include "agent/service/Runtime.h"
 #include "agent/synthetic/Synthetic.h"
@@ -68,6 +69,32 @@ void Small_GetJson(benchmark::State& state) {
   IdleAgent agent;
   Bench::InterfaceTree const tree(static_cast<std::size_t>(state.range(0)));
   getAll(state, agent, "interfaces", tree.leaves());
+}
+
+// What requests and answers need to know of a type's nodes, for its twin.
+void recordsInto(Kel::KelType twin, Kel::KelType declared) {
+  for (std::size_t i = 0; i < declared.attrCount(); ++i) {
+    auto const* const record = Agent::Impl::nodeRecord(declared.attrAt(i));
+    if (record == nullptr || Agent::Impl::nodeRecord(twin.attrAt(i)) != nullptr) continue;
+    Agent::Impl::nodeRecordIs(twin.attrAt(i), *record);
+    if (!record->isLeaf) recordsInto(twin.attrAt(i).memberType(), declared.attrAt(i).memberType());
+  }
+}
+
+// The same interfaces, of the agent's types or of their run-time twins: Twins.h.
+template <Bench::Flavour kFlavour>
+void Twins_GetJson(benchmark::State& state) {
+  auto const leaves = static_cast<std::size_t>(state.range(0));
+  bool const isDeclared = kFlavour == Bench::Flavour::Declared;
+  char const* const name = isDeclared ? "interfaces" : "twin-interfaces";
+  Agent::declareTypes();
+  auto const declared = Kel::typeOf<Agent::Interfaces>();
+  auto const twin = Fixture::runtimeTwin(declared);
+  recordsInto(twin, declared);
+  Agent::topLevelIs({.name = "twin-interfaces", .type = twin, .module = "openconfig-interfaces"});
+  IdleAgent agent;
+  Bench::TwinTree::fill(Kel::handleTo(Agent::topIn(*Kel::globalDir(), name)), leaves);
+  getAll(state, agent, name, leaves / Bench::kLeavesPerInterface * Bench::kLeavesPerInterface);
 }
 
 void BM_FloorJson(benchmark::State& state) {
@@ -130,6 +157,16 @@ void Small_FloorJson(benchmark::State& state) {
 BENCHMARK(BM_GetJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(BM_FloorJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 BENCHMARK(Small_GetJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+BENCHMARK_TEMPLATE(Twins_GetJson, Bench::Flavour::Declared)
+    ->Name("Twins_GetJson/Declared")
+    ->ArgName("leaves")
+    ->Arg(1'000)
+    ->Arg(100'000);
+BENCHMARK_TEMPLATE(Twins_GetJson, Bench::Flavour::Runtime)
+    ->Name("Twins_GetJson/Runtime")
+    ->ArgName("leaves")
+    ->Arg(1'000)
+    ->Arg(100'000);
 BENCHMARK(Small_FloorJson)->ArgName("leaves")->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
 
 } // namespace

@@ -72,6 +72,34 @@ void Twins_ChangeMessages(benchmark::State& state) {
   changes(state, router, kFlavour);
 }
 
+// Of leaves whose types are made of others; "leaf" is an object here.
+template <Flavour kFlavour>
+void Twins_WalkValues(benchmark::State& state) {
+  CountingByteRouter router;
+  ValueTwin twin(kFlavour, leavesOf(state));
+  twin.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+  state.counters["bytes/leaf"] =
+      static_cast<double>(router.bytes) / static_cast<double>(twin.objects().size());
+  PerLeaf const perLeaf(state, twin.objects().size());
+  for (auto _ : state)
+    twin.walk(router, Ondra::flagSnapshot);
+}
+
+// A union is written by the generic operation.
+template <Flavour kFlavour>
+void Twins_ChangeUnion(benchmark::State& state) {
+  CountingByteRouter router;
+  ValueTwin twin(kFlavour, 1'000);
+  twin.walk(router, Ondra::flagStream | Ondra::flagSnapshot);
+  Kel::KelAttr const attr = twin.objects().front()->type().attr("selector");
+  ValueTwin::Handle const values[] = {ValueTwin::valueOf(attr.type(), Fixture::Selector(std::uint32_t{17})),
+                                      ValueTwin::valueOf(attr.type(), Fixture::Selector(Kel::String("x")))};
+  std::size_t turn = 0;
+  changesInTurn(state, router, twin.objects().size(), [&](std::size_t which) {
+    attr.genericIfSet(twin.objects()[which], nullptr, values[turn++ / twin.objects().size() % 2]);
+  });
+}
+
 bool executed(std::string const& bytes, std::string& answer) {
   static Kel::Ptr<Ondra::Path const> const dataRoot = Ondra::Path::strToPathIs("/openconfig");
   return executedBytes(dataRoot, bytes, answer).ok();
@@ -145,6 +173,10 @@ TWINS(Twins_Change)->Apply(changing);
 TWINR(Twins_Change)->Apply(changing);
 TWINS(Twins_ChangeMessages)->Apply(changing);
 TWINR(Twins_ChangeMessages)->Apply(changing);
+TWINS(Twins_WalkValues)->ArgName("objects")->Arg(1'000)->Arg(100'000);
+TWINR(Twins_WalkValues)->ArgName("objects")->Arg(1'000)->Arg(100'000);
+TWINS(Twins_ChangeUnion);
+TWINR(Twins_ChangeUnion);
 TWINS(Twins_SetExisting)->Apply(sizes);
 TWINR(Twins_SetExisting)->Apply(sizes);
 TWINS(Twins_SetMaking)->Apply(sizes);

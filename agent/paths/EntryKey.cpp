@@ -1,6 +1,7 @@
 // Values are joined by commas; a backslash stands before commas and backslashes of their own.
 #include "agent/paths/EntryKey.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Kel/Attr.h"
@@ -15,6 +16,20 @@ namespace {
 
 // Its members hold their key, which is one value.
 bool hasIndex(Kel::KelAttr list) { return !list.desc().indexName.empty(); }
+
+bool isWholeNumber(LeafType type) {
+  return (type >= LeafType::Uint8 && type <= LeafType::Uint64) ||
+         (type >= LeafType::Int8 && type <= LeafType::Int64);
+}
+
+// A whole number may be given with zeros in front; what is none stays what it is.
+std::string plainNumber(std::string_view text) {
+  bool const isNegative = text.starts_with('-');
+  std::string_view digits = text.substr(isNegative ? 1 : 0);
+  if (digits.empty() || digits.find_first_not_of("0123456789") != digits.npos) return std::string(text);
+  digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+  return (isNegative && digits != "0" ? "-" : "") + std::string(digits);
+}
 
 } // namespace
 
@@ -86,11 +101,11 @@ bool isKeyText(Kel::KelType type, std::string const& text) {
 
 Kstd::Result<std::string, std::string> canonicalKeyText(Kel::KelType type, LeafInfo const* leaf,
                                                         std::string const& text) {
-  std::string wanted = text;
+  std::string wanted = leaf != nullptr && isWholeNumber(leaf->type) ? plainNumber(text) : text;
   if (leaf != nullptr && leaf->type == LeafType::Identity)
     wanted = std::string(enumeratorOf(*leaf, text).value_or(text));
   if (leaf != nullptr && leaf->rules != nullptr) {
-    auto ruled = leaf->rules->canonical(text);
+    auto ruled = leaf->rules->canonical(wanted);
     if (!ruled) return ruled;
     wanted = std::move(*ruled);
   }

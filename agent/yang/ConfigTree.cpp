@@ -11,6 +11,7 @@
 #include <libyang/libyang.h>
 
 #include "agent/paths/OutPath.h"
+#include "agent/yang/Complaint.h"
 #include "agent/yang/YangModel.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -293,7 +294,7 @@ ConfigRules::Verdict ConfigTree::validated() {
   LY_ERR const ended = lyd_validate_all(&first_, context, LYD_VALIDATE_NO_STATE, &changes);
   ConfigRules::Verdict verdict{.refusal = {}, .gone = noteGone(changes)};
   lyd_free_all(changes);
-  if (ended != LY_SUCCESS) verdict.refusal = lastComplaint(*context);
+  if (ended != LY_SUCCESS) verdict.refusal = lastComplaint(*context, first_).text();
   return verdict;
 }
 

@@ -3,6 +3,9 @@
 #include "agent/yang/ModuleText.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
+#include <tuple>
 #include <utility>
 
 namespace Agent {
@@ -17,6 +20,8 @@ public:
     std::string_view text;
     bool isMark = false; // ";", "{" or "}"
     bool isEnd = false;
+
+    [[nodiscard]] int deeper() const { return !isMark || isEnd ? 0 : text == "{" ? 1 : text == "}" ? -1 : 0; }
   };
 
   Token next() {
@@ -72,13 +77,13 @@ ModuleText ModuleText::of(std::string_view text) {
     Tokens::Token const keyword = tokens.next();
     if (keyword.isEnd) return all;
     if (keyword.isMark) {
-      depth += keyword.text == "{" ? 1 : keyword.text == "}" ? -1 : 0;
+      depth += keyword.deeper();
       continue;
     }
     Tokens::Token const argument = tokens.next();
     if (argument.isEnd) return all;
     if (argument.isMark) {
-      depth += argument.text == "{" ? 1 : argument.text == "}" ? -1 : 0;
+      depth += argument.deeper();
       continue;
     }
     if (depth == 0 && all.name.empty() && (keyword.text == "module" || keyword.text == "submodule")) {
@@ -97,6 +102,79 @@ ModuleText ModuleText::of(std::string_view text) {
         all.identities.back().bases.emplace_back(argument.text);
     }
   }
+}
+
+namespace {
+
+// A statement that a path goes through. Nodes of the data have no keyword: any of theirs is meant.
+struct Step {
+  std::string_view keyword;
+  std::string_view argument;
+
+  [[nodiscard]] bool isOf(std::string_view written, std::string_view name) const {
+    static constexpr std::array<std::string_view, 11> kNodes = {
+        "container", "leaf",   "leaf-list", "list",   "choice",      "case",
+        "anydata",   "anyxml", "rpc",       "action", "notification"};
+    bool const fits =
+        keyword.empty() ? std::ranges::find(kNodes, written) != kNodes.end() : keyword == written;
+    return fits && argument == name;
+  }
+};
+
+std::vector<Step> stepsOf(std::string_view path) {
+  std::vector<Step> steps;
+  while (path.starts_with('/')) {
+    path.remove_prefix(1);
+    std::size_t const colon = path.find_first_of(":/'[");
+    if (colon != path.npos && path[colon] == ':') path.remove_prefix(colon + 1);
+    if (path.starts_with('{')) { // {augment='/b'}
+      std::size_t const equals = std::min(path.find("='"), path.size()), end = path.find("'}", equals);
+      if (end == path.npos) break;
+      steps.push_back({path.substr(1, equals - 1), path.substr(equals + 2, end - equals - 2)});
+      path.remove_prefix(end + 2);
+    } else {
+      std::size_t const end = std::min(path.find('/'), path.size());
+      steps.push_back({.keyword = {}, .argument = path.substr(0, end)});
+      path.remove_prefix(end);
+    }
+  }
+  return steps;
+}
+
+// How many of the steps are found one in the other, and where the statement of the last of them begins.
+std::pair<std::size_t, std::size_t> deepest(std::string_view text, std::span<Step const> steps) {
+  Tokens tokens(text);
+  std::size_t found = 0, at = 0;
+  int depth = 0;
+  for (;;) {
+    Tokens::Token const keyword = tokens.next();
+    Tokens::Token const argument = keyword.isMark ? keyword : tokens.next();
+    if (argument.isEnd) return {found, at};
+    if (argument.isMark) {
+      depth += argument.deeper();
+      if (depth <= static_cast<int>(found) && found > 0) return {found, at}; // the last one ends
+      continue;
+    }
+    if (depth != static_cast<int>(found) + 1 || !steps[found].isOf(keyword.text, argument.text)) continue;
+    at = static_cast<std::size_t>(keyword.text.data() - text.data());
+    if (++found == steps.size()) return {found, at};
+  }
+}
+
+} // namespace
+
+std::size_t lineOf(std::string_view text, std::string_view path) {
+  std::vector<Step> steps = stepsOf(path);
+  if (steps.empty()) return 0;
+  auto [found, at] = deepest(text, steps);
+  while (found > 0 && found < steps.size() && steps[found - 1].keyword == "uses") { // it goes on in there
+    steps.erase(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(found) - 1);
+    steps.front().keyword = "grouping";
+    auto const inside = deepest(text, steps);
+    if (inside.first <= 1) break;
+    std::tie(found, at) = inside;
+  }
+  return found == 0 ? 0 : 1 + static_cast<std::size_t>(std::ranges::count(text.substr(0, at), '\n'));
 }
 
 } // namespace Agent

@@ -2,6 +2,7 @@
 // which identities it adds to others. Pure: any thread.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,5 +27,9 @@ struct ModuleText {
   // compiler will find out.
   [[nodiscard]] static ModuleText of(std::string_view text);
 };
+
+// The line, from 1, of the statement that a path in the schema leads to, or of the last one above it that is
+// found: "/a:b/c", "/a:{augment='/b'}/c", "/a:b/{uses='g'}/c". 0: of none.
+[[nodiscard]] std::size_t lineOf(std::string_view text, std::string_view path);
 
 } // namespace Agent

@@ -14,6 +14,7 @@
 #include <libyang/libyang.h>
 
 #include "agent/yang/Arrays.h"
+#include "agent/yang/Complaint.h"
 
 namespace Agent {
 namespace {
@@ -27,11 +28,6 @@ Kstd::Err<std::string> wrong(std::string what) { return Kstd::Err<std::string>(s
 // What the schema library says while this lives, on the thread that sets things up.
 class Said {
 public:
-  struct Line {
-    std::string text;
-    std::string where; // a line number or a path in the schema
-  };
-
   Said() {
     current() = this;
     ly_log_options(LY_LOLOG | LY_LOSTORE_LAST);
@@ -45,7 +41,7 @@ public:
   Said(Said const&) = delete;
   Said& operator=(Said const&) = delete;
 
-  std::vector<Line> lines;
+  std::vector<Complaint> complaints;
 
 private:
   static Said*& current() {
@@ -54,7 +50,7 @@ private:
   }
   static void hear(LY_LOG_LEVEL level, char const* text, char const* where) {
     if (current() == nullptr || level != LY_LLERR || text == nullptr) return;
-    current()->lines.push_back({.text = text, .where = where == nullptr ? "" : where});
+    current()->complaints.push_back(Complaint::of(text, where));
   }
 };
 
@@ -62,6 +58,7 @@ Kstd::Result<std::string, std::string> textOf(fs::path const& path) {
   std::ifstream file(path, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!file) return Kstd::Err(fmt::format("{}: cannot be read", path.string()));
+  if (text.starts_with("\xef\xbb\xbf")) text.erase(0, 3); // a byte order mark, which the library refuses
   return text;
 }
 
@@ -111,21 +108,6 @@ private:
 
 } // namespace
 
-std::string lastComplaint(ly_ctx const& context) {
-  ly_err_item const* const first = ly_err_first(&context);
-  if (first == nullptr) return "it does not fit the modules";
-  ly_err_item const& last = *first->prev;
-  std::string const words = last.msg == nullptr ? "it does not fit the modules" : last.msg;
-  if (last.path == nullptr) return words;
-  // "Schema location "/a:b/c", data location "/a:b/c", line number 3."
-  std::string_view where = last.path;
-  if (std::size_t const data = where.find("ata location"); data != where.npos) where.remove_prefix(data);
-  std::size_t const begin = where.find('"');
-  std::size_t const end = begin == where.npos ? begin : where.find('"', begin + 1);
-  if (end == where.npos) return fmt::format("{}: {}", last.path, words);
-  return fmt::format("{}: {}", where.substr(begin + 1, end - begin - 1), words);
-}
-
 // --- files -------------------------------------------------------------------------------------------------
 
 Done Modules::add(File file) {
@@ -171,25 +153,39 @@ Done Modules::find(std::vector<std::string> const& folders) {
 
 namespace {
 
-// The first complaint, with the file that the library was in when it made it: "FILE: Line number 3: ...".
-std::string complaint(Said const& said, std::string const& fallback,
-                      std::map<std::string, Modules::File, std::less<>> const& files) {
-  if (said.lines.empty()) return fallback;
-  std::string file;
-  for (Said::Line const& line : said.lines) { // who was being read is told after what was wrong
-    std::size_t const begin = line.text.find("Parsing module \""),
-                      skip = std::string_view("Parsing module \"").size();
-    if (begin == line.text.npos) continue;
-    auto const found =
-        files.find(line.text.substr(begin + skip, line.text.find('"', begin + skip) - begin - skip));
-    if (found != files.end()) file = found->second.path + ": ";
-    break;
-  }
-  Said::Line const& first = said.lines.front();
-  return fmt::format("{}{}{}{}", file, first.where, first.where.empty() ? "" : " ", first.text);
+// What is written between the quotes behind a word of the library's.
+std::string_view quotedAfter(std::string_view text, std::string_view word) {
+  std::size_t const at = text.find(word);
+  if (at == text.npos) return {};
+  text.remove_prefix(at + word.size());
+  return text.substr(0, text.find('"'));
+}
+
+// The first complaint, and the module that the library was reading when it made it: told after what was wrong.
+std::string_view moduleRead(std::vector<Complaint> const& complaints) {
+  for (Complaint const& each : complaints)
+    if (std::string_view const name = quotedAfter(each.words, "Parsing module \""); !name.empty())
+      return name;
+  return {};
 }
 
 } // namespace
+
+std::string Modules::complaintIn(Complaint complaint, std::string_view name) const {
+  if (complaint.place.starts_with('/'))
+    name = std::string_view(complaint.place).substr(1, complaint.place.find(':') - 1);
+  auto file = files_.find(name);
+  if (file == files_.end()) return complaint.text();
+  std::string_view const missing = quotedAfter(complaint.words, "Data model \"");
+  std::string const path = missing.empty() ? complaint.place : fmt::format("/{{import='{}'}}", missing);
+  if (complaint.line == 0) complaint.line = lineOf(file->second.text, path);
+  for (auto other = files_.begin(); complaint.line == 0 && other != files_.end(); ++other) { // a part of it
+    if (!other->second.says.isSubmodule) continue;
+    complaint.line = lineOf(other->second.text, path);
+    if (complaint.line != 0) file = other;
+  }
+  return complaint.textIn(file->second.path);
+}
 
 namespace {
 
@@ -251,7 +247,10 @@ std::vector<std::string> Modules::identityModules() const {
 
 Done Modules::compile(std::vector<std::string> const& wanted) {
   Said said;
-  auto const failed = [&](std::string const& fallback) { return wrong(complaint(said, fallback, files_)); };
+  auto const failed = [&](std::string const& fallback) {
+    std::vector<Complaint> const& all = said.complaints;
+    return wrong(all.empty() ? fallback : complaintIn(all.front(), moduleRead(all)));
+  };
   std::uint16_t const options = LY_CTX_NO_YANGLIBRARY | LY_CTX_DISABLE_SEARCHDIR_CWD |
                                 LY_CTX_EXPLICIT_COMPILE | LY_CTX_REF_IMPLEMENTED | LY_CTX_SET_PRIV_PARSED;
   if (ly_ctx_new(nullptr, options, &context_) != LY_SUCCESS)

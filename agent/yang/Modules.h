@@ -15,6 +15,8 @@ struct lys_module;
 
 namespace Agent {
 
+struct Complaint;
+
 // What of which folders: modules as "NAME" or "NAME:FEATURE,..."; "*" is all features. None: every module
 // there is, with no feature.
 struct ModuleOrder {
@@ -22,15 +24,13 @@ struct ModuleOrder {
   std::vector<std::string> modules;
 };
 
-// What the schema library has said last on this thread: "PLACE: WORDS".
-[[nodiscard]] std::string lastComplaint(ly_ctx const& context);
-
 // Constant once loaded, then for any thread; the schema library's dictionary locks by itself.
 class Modules {
 public:
   using OrError = Kstd::Result<std::unique_ptr<Modules>, std::string>;
 
-  // The error names file and line, or the path in the schema, in the schema library's words.
+  // The error names the file, the line and the path in the schema, as far as there is such, in the schema
+  // library's words.
   [[nodiscard]] static OrError load(ModuleOrder const& order);
   ~Modules();
   Modules(Modules const&) = delete;
@@ -56,6 +56,8 @@ private:
   [[nodiscard]] Kstd::Result<void, std::string> add(File file);
   [[nodiscard]] Kstd::Result<void, std::string> compile(std::vector<std::string> const& wanted);
 
+  // A complaint in the file that it is of: that of its place in the schema, else the one named.
+  [[nodiscard]] std::string complaintIn(Complaint complaint, std::string_view name) const;
   // Modules of the folders that are not served yet and have identities that leaves of what is served can
   // hold.
   [[nodiscard]] std::vector<std::string> identityModules() const;

@@ -1,7 +1,10 @@
 // Each event of the parser is written down at once: a document is never held twice.
 #include "agent/yang/PlainJson.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #include <absl/container/flat_hash_set.h>
@@ -13,9 +16,40 @@ namespace {
 
 constexpr std::size_t kMaxDepth = 256; // of objects and arrays within each other
 
-// The parser's events; the names of its methods are the parser's.
+// The text for the parser, and how many lines of it have been read.
+class CountingLines {
+public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = char const*;
+  using reference = char const&;
+
+  CountingLines(char const* at, std::size_t& lines) : at_(at), lines_(&lines) {}
+
+  reference operator*() const { return *at_; }
+  CountingLines& operator++() {
+    *lines_ += *at_++ == '\n' ? 1 : 0;
+    return *this;
+  }
+  CountingLines operator++(int) {
+    CountingLines const before = *this;
+    ++*this;
+    return before;
+  }
+  bool operator==(CountingLines const& other) const { return at_ == other.at_; }
+
+private:
+  char const* at_;
+  std::size_t* lines_;
+};
+
+// The parser's events; the names of its methods are the parser's. What is written stands in the line in which
+// it was read, or in the next one: behind a number the parser has read on.
 class Rewriter {
 public:
+  explicit Rewriter(std::size_t const& linesRead) : linesRead_(linesRead) {}
+
   std::string text;
   std::string fault;
 
@@ -53,9 +87,9 @@ private:
     return false;
   }
   void separate() {
-    if (levels_.empty()) return;
-    if (!levels_.back().isFirst) text += ',';
-    levels_.back().isFirst = false;
+    if (!levels_.empty() && !std::exchange(levels_.back().isFirst, false)) text += ',';
+    for (; lines_ < linesRead_; ++lines_)
+      text += '\n';
   }
   bool value(std::string_view written) {
     if (!isAfterName_) separate();
@@ -75,6 +109,8 @@ private:
     return true;
   }
 
+  std::size_t const& linesRead_;
+  std::size_t lines_ = 0; // written
   std::vector<Level> levels_;
   bool isAfterName_ = false;
 };
@@ -82,8 +118,10 @@ private:
 } // namespace
 
 Kstd::Result<std::string, std::string> plainJson(std::string_view text) {
-  Rewriter rewriter;
-  if (!nlohmann::json::sax_parse(text.begin(), text.end(), &rewriter)) return Kstd::Err(rewriter.fault);
+  std::size_t lines = 0;
+  Rewriter rewriter(lines);
+  CountingLines const begin(text.data(), lines), end(text.data() + text.size(), lines);
+  if (!nlohmann::json::sax_parse(begin, end, &rewriter)) return Kstd::Err(rewriter.fault);
   return std::move(rewriter.text);
 }
 

@@ -561,9 +561,14 @@ Kstd::Result<void, std::string> Maker::addModule(lys_module const& module) {
   for (Member const& each : members) {
     auto const tops = topLevels();
     auto const other = std::ranges::find(tops, std::string_view(each.node->name), &TopLevel::name);
-    if (other != tops.end())
-      return Kstd::Err(
-          fmt::format("{}: '{}' has a node of this name already", pathOf(*each.node), other->module));
+    if (other != tops.end()) {
+      bool const isOurs =
+          std::ranges::any_of(made.tops, [&](lysc_node const* top) { return top->name == other->name; });
+      return Kstd::Err(fmt::format("{}: {}", pathOf(*each.node),
+                                   isOurs ? fmt::format("'{}' has a node of this name already", other->module)
+                                          : "the machine's own tree has a node of this name; --no-machine "
+                                            "leaves the machine out"));
+    }
     topLevelIs({.name = each.node->name,
                 .type = each.type,
                 .module = module.name,

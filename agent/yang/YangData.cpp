@@ -23,6 +23,7 @@
 #include "Kel/TypeBuilder.h"
 #include "agent/model/Schema.h"
 #include "agent/model/Tree.h"
+#include "agent/yang/Complaint.h"
 #include "agent/yang/PlainJson.h"
 #include "agent/yang/YangModel.h"
 
@@ -206,10 +207,6 @@ private:
   FilledData& filled_;
 };
 
-std::string complaint(ly_ctx const& context, std::string const& file) {
-  return fmt::format("{}: {}", file, lastComplaint(context));
-}
-
 // Whether nothing is configured below it but keys.
 bool isBare(lyd_node const& node) {
   for (lyd_node const* child = lyd_child(&node); child != nullptr; child = child->next) {
@@ -260,7 +257,7 @@ Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const&
                                           LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree);
   if (ended != LY_SUCCESS) {
     lyd_free_all(tree);
-    return Kstd::Err(complaint(context, file));
+    return Kstd::Err(lastComplaint(context).textIn(file));
   }
   return Tree(tree, &lyd_free_all);
 }
@@ -290,9 +287,9 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
       isChecked ? lyd_validate_all(&config, &context, LYD_VALIDATE_NO_STATE, nullptr) : LY_SUCCESS;
   filled.configuration.reset(config);
   if (valid == LY_SUCCESS) return filled;
-  if (!files.empty()) return Kstd::Err(complaint(context, fmt::format("{}", fmt::join(files, ", "))));
-  filled.notes.push_back(
-      fmt::format("the configuration is not valid while it is empty: {}", lastComplaint(context)));
+  Complaint const complaint = lastComplaint(context, config);
+  if (!files.empty()) return Kstd::Err(complaint.textIn(fmt::format("{}", fmt::join(files, ", "))));
+  filled.notes.push_back("the configuration is not valid while it is empty: " + complaint.text());
   return filled;
 }
 

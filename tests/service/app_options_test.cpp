@@ -63,6 +63,9 @@ TEST(ServeOptions, TheConnectionMustBeSafeOrAskedForTwice) {
            {{"--insecure", "--handshake-timeout", "1ms"}, "--handshake-timeout: between"},
            {{"--insecure", "--memory-budget", "1MiB"}, "--memory-budget: at least 8MiB"},
            {{"--insecure", "--synthetic-rate", "5"}, "needs --synthetic"},
+           {{"--insecure", "--provider-mode", "660"}, "need --provider"},
+           {{"--insecure", "--provider", "unix:p", "--provider-mode", "668"}, "'668' is none"},
+           {{"--insecure", "--provider", "unix:p", "--provider-group", "no such group"}, "--provider-group"},
            {{"--insecure", "word"}, "word"},
        }) {
     auto const options = ServeOptions::parse(arguments);

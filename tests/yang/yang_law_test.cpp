@@ -203,11 +203,13 @@ TEST(YangData, WhatDoesNotFitIsRefusedWithItsPlace) {
            {"", "parse error"},
            {"{} {}", "parse error"},
            {R"({"every:every":{"config":{"i8":1,"i8":2}}})", "there twice"},
-           {R"({"every:every":{"config":{"i8":200}}})", "every:every/config/i8"},
+           {"\xef\xbb\xbf{\"every:every\":\n{\"config\":{\"i16\":1\n,\"u8\":1,\n\"i8\":200\n}}}",
+            "bad:4: /every:every/config/i8: "},
            {R"({"every:every":{"config":{"posix":"abd"}}})", "/every:every/config/posix: it does not match"},
            {R"({"every:every":{"config":{"nothing":1}}})", "nothing"},
            {R"({"nobody:every":{}})", "nobody"},
-           {"<every xmlns='urn:ondra:every'><config><i8>x</i8></config></every>", "i8"},
+           {"<every xmlns='urn:ondra:every'><config>\n<i8>x</i8></config></every>",
+            "bad:2: /every:every/config/i8"},
        }) {
     std::string const file = testing::TempDir() + "bad";
     std::ofstream(file, std::ios::binary) << text;

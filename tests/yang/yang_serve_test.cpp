@@ -59,9 +59,22 @@ TEST(YangModules, WhatIsWrongIsSaid) {
            {{}, {}, "there are no modules"},
            {{"this is text"}, {}, "0.yang: this is no module of YANG"},
            {{body("leaf x { type strin; }")}, {}, "strin"},
-           {{body("container c { leaf x { type string }")}, {}, "0.yang: "},
-           {{"module a { namespace 'urn:a'; prefix a; import nowhere { prefix n; } }"}, {}, "nowhere"},
-           {{body("leaf x { type leafref { path '../y'; } }")}, {}, "/a:x"},
+           {{body("container c { leaf x { type string }")}, {}, "0.yang:1: "},
+           {{"module a { namespace 'urn:a'; prefix a;\n import nowhere { prefix n; } }"},
+            {},
+            "0.yang:2: Data model \"nowhere\""},
+           {{body("\nleaf x { type leafref { path '../y'; } }")}, {}, "0.yang:2: /a:x: "},
+           {{body(
+                "\ngrouping g { leaf y { type string; }\n leaf x { type none; } }\ncontainer c { uses g; }")},
+            {},
+            "0.yang:3: /a:c/{uses='g'}/x: "},
+           {{body("\n// leaf x\n augment '/a:b' { leaf x { type string; } }")},
+            {},
+            "0.yang:3: /a:{augment='/a:b'}"},
+           {{"module a { namespace 'urn:a'; prefix a; include part; }",
+             "submodule part { belongs-to a { prefix a; }\n container c { leaf x { type none; } } }"},
+            {},
+            "1.yang:2: /a:c/x: "},
            {{body("leaf x { type int8; default 200; }")}, {}, "/a:x"},
            {{body("grouping g { uses g; } uses g;")}, {}, "g"},
            {{body("identity i { base i; }")}, {}, "i"},
@@ -88,15 +101,17 @@ TEST(YangModules, DeepAndWideOnesAreServed) {
   for (int i = 1; i <= 400; ++i)
     deep +=
         fmt::format("grouping g{} {{ container c {{ uses g{}; leaf y {{ type string; }} }} }} ", i, i - 1);
+  wide = "leaf with { if-feature on; type string; } leaf without { if-feature off; type string; } ";
   for (int i = 0; i < 2'000; ++i)
     wide += fmt::format("leaf l{} {{ type string; }} ", i);
   std::filesystem::path const folder = testing::TempDir() + "large-modules";
   std::filesystem::create_directories(folder);
-  std::ofstream(folder / "large.yang") << fmt::format("module large {{ namespace 'urn:large'; prefix l; {} "
+  std::ofstream(folder / "large.yang") << fmt::format("\xef\xbb\xbfmodule large {{ namespace 'urn:large'; "
+                                                      "prefix l; feature on; feature off; {} "
                                                       "container deep {{ uses g400; }} container wide {{ {} "
                                                       "}} }}",
                                                       deep, wide);
-  auto loaded = Agent::YangModel::load({.folders = {folder.string()}, .modules = {}});
+  auto loaded = Agent::YangModel::load({.folders = {folder.string()}, .modules = {"large:on"}});
   ASSERT_TRUE(loaded.ok()) << loaded.error();
   static auto const& kept = *new auto(std::move(*loaded)); // what it has made refers to it
   EXPECT_THAT(kept->types().leftOut, testing::ElementsAre(HasSubstr("deeper than a path can name")));
@@ -105,8 +120,10 @@ TEST(YangModules, DeepAndWideOnesAreServed) {
   for (int i = 0; i < 126; ++i)
     below += "/c";
   EXPECT_TRUE(bench.set(setRequest("update /deep" + below + "/y \"x\"\nupdate /wide/l1999 \"x\"")).ok());
+  EXPECT_TRUE(bench.set(setRequest("update /wide/with \"x\"")).ok());
+  EXPECT_EQ(bench.set(setRequest("update /wide/without \"x\"")).error_code(), StatusCode::NOT_FOUND);
   EXPECT_EQ(bench.set(setRequest("update /deep" + below + "/c {}")).error_code(), StatusCode::UNIMPLEMENTED);
-  EXPECT_EQ(bench.leaves().size(), 2U);
+  EXPECT_EQ(bench.leaves().size(), 3U);
 }
 
 // What is set comes back in each encoding as it is to be written there; the canonical form of it.
@@ -223,6 +240,9 @@ update /every/entries {"pair":[{"left":"b","right":1,"both":"b1"},{"left":"a","r
       R"({"left":"b","right":1,"both":"b1"}]})");
   EXPECT_EQ(bench.value("/every/entries/pair[left=b][right=1]/both"), R"("b1")");
   EXPECT_EQ(bench.value("/every/entries/pair[left=a][right=20]/right"), "20");
+  // A number with zeros in front is that number, to whomever.
+  EXPECT_EQ(bench.value("/every/entries/pair[left=a][right=0020]/right"), "20");
+  EXPECT_TRUE(bench.set(setRequest("update /every/entries/pair[left=b][right=001]/both \"b1\"")).ok());
   gnmi::GetResponse ones;
   ASSERT_TRUE(
       bench.get(ServiceTesting::getRequest({"/every/entries/pair[right=1]/both"}, gnmi::PROTO), ones).ok());
