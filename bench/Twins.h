@@ -103,8 +103,8 @@ private:
   Kel::Ptr<Kel::Entity> root_;
 };
 
-// Objects whose leaves are of types that are made of others: each has a union, a structure, and four values in
-// it under structured keys.
+// Objects whose leaves are of types that are made of others: each has a union, a structure, and four values
+// under structured keys.
 class ValueTwin {
 public:
   using Handle = TwinTree::Handle;

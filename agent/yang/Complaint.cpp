@@ -1,3 +1,4 @@
+// The library tells places as text; of what is missing in an entry, only the schema of it.
 #include "agent/yang/Complaint.h"
 
 #include <algorithm>
@@ -45,8 +46,8 @@ std::string placeOfMissing(ly_ctx const& context, lyd_node const& data, std::str
 
 } // namespace
 
-// Of the forms "Line number 3.", "/a:b/c" and
-// "Schema location "/a:b/c", data location "/a:b/c", line number 3.", each part of the last where there is one.
+// Of the forms "Line number 3.", "/a:b/c" and "Schema location "/a:b", data location "/a:b", line number 3.",
+// any part of which may be missing.
 Complaint Complaint::of(char const* words, char const* where) {
   Complaint made{.words = words == nullptr ? "it does not fit the modules" : words, .place = {}, .line = 0};
   std::string_view rest = where == nullptr ? "" : where;

@@ -161,7 +161,7 @@ std::string_view quotedAfter(std::string_view text, std::string_view word) {
   return text.substr(0, text.find('"'));
 }
 
-// The first complaint, and the module that the library was reading when it made it: told after what was wrong.
+// The module that the library was reading when something was wrong: told after that.
 std::string_view moduleRead(std::vector<Complaint> const& complaints) {
   for (Complaint const& each : complaints)
     if (std::string_view const name = quotedAfter(each.words, "Parsing module \""); !name.empty())
