@@ -1,9 +1,5 @@
-// The second model of the benchmarks, and what it should cost: small objects, as real trees have them.
-//
-// The model is the agent's own: /openconfig/interfaces/interface[name=...] as a client makes them, with a
-// name, a description and an MTU. An interface has 11 leaves: its key, 5 of its configuration, 1 of its
-// state, 2 and 2 of its hold times. They lie in 7 objects, of which 5 have leaves and send a response each.
-// The hand-written code makes the same responses from a flat array.
+// The second model of the benchmarks, and what it should cost: small objects, as real trees have them
+// (InterfaceModel.h). The hand-written code makes the same responses from a flat array.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include "InterfaceModel.h"
 #include "Kel/ActivityClock.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/KelTypeWalker.h"
@@ -23,26 +20,13 @@
 
 namespace Bench {
 
-inline constexpr std::size_t kLeavesPerInterface = 11;
-inline constexpr std::size_t kObjectsPerInterface = 7;
-inline constexpr std::size_t kResponsesPerInterface = 5;
-inline constexpr std::int64_t kTime = 1'700'000'000'000'000'000;
-inline constexpr char const* kDescription = "to the second spine";
-
-inline std::string interfaceName(std::size_t i) { return fmt::format("ethernet{:06}", i); }
-
 class InterfaceTree {
 public:
   explicit InterfaceTree(std::size_t leaves) : tree_(Agent::treeIn(*Kel::globalDir())) {
     // As in a process that has read its clock: a time takes as many bytes as it does there.
     auto const clock = Kel::activityManagerStatus();
     if (clock->activityLoopExecNsTime() < kTime) clock->activityLoopExecNsTimeInc(kTime);
-    for (std::size_t i = 0; i < leaves / kLeavesPerInterface; ++i) {
-      auto const made =
-          tree_.interfaces->entryIs(&Agent::Interfaces::interface, Kel::String(interfaceName(i)));
-      made->config->leafIs(&Agent::InterfaceConfig::description, Kel::String(kDescription));
-      made->config->leafIs(&Agent::InterfaceConfig::mtu, std::uint16_t{9000});
-    }
+    makeInterfaces(tree_, leaves);
   }
   ~InterfaceTree() {
     Ondra::FullKelTypeWalker::flushWalkMap();

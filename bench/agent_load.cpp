@@ -2,6 +2,7 @@
 // holds the subscribers.
 //
 //   ondra-load once [LEAVES]              three ONCEs of a generated tree: leaves a second, time to the first update
+//   ondra-load small [LEAVES]             the same of small objects: the agent's interfaces as clients make them
 //   ondra-load read PORT PID              the same of all that an agent has that runs on this machine
 //   ondra-load streams [SUBSCRIBERS]      STREAMs of the machine's tree: time to sync, latency of changes, memory of an idle one
 //   ondra-load slow [SUBSCRIBERS]         one that never reads beside others: their latency without and with it, memory
@@ -33,6 +34,7 @@
 
 #include <fmt/format.h>
 
+#include "InterfaceModel.h"
 #include "Kel/Dir.h"
 #include "agent/collect/Collectors.h"
 #include "agent/service/Runtime.h"
@@ -104,15 +106,18 @@ private:
   std::atomic<std::int64_t> longest_ = 0;
 };
 
+enum class Served : std::uint8_t { Machine, Synthetic, Small };
+
 // Serves until told to stop. Commands: "rss", "hold", "cpu" (each answered), "changes N" (N a second from now
 // on), "stop".
-int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
+int serve(Pipes const& pipes, Served served, std::size_t leaves) {
   Agent::declareTypes();
-  if (syntheticLeaves > 0) Agent::declareSynthetic();
+  if (served == Served::Synthetic) Agent::declareSynthetic();
   Agent::Runtime runtime;
-  if (syntheticLeaves > 0) static_cast<void>(Agent::syntheticIn(*Kel::globalDir(), syntheticLeaves));
+  if (served == Served::Synthetic) static_cast<void>(Agent::syntheticIn(*Kel::globalDir(), leaves));
+  if (served == Served::Small) Bench::makeInterfaces(runtime.context().tree(), leaves);
   Agent::Collectors collectors(runtime.context().scheduler(), runtime.context().tree(), {});
-  if (syntheticLeaves == 0) collectors.start();
+  if (served == Served::Machine) collectors.start();
   HoldMeter hold(*runtime.context().scheduler());
   Kel::Ptr<Agent::Interface> const marked =
       runtime.context().tree().interfaces->entryIs(&Agent::Interfaces::interface, "load0");
@@ -154,12 +159,12 @@ int serve(Pipes const& pipes, std::size_t syntheticLeaves) {
 
 class AgentProcess {
 public:
-  explicit AgentProcess(std::size_t syntheticLeaves) {
+  explicit AgentProcess(Served served, std::size_t leaves = 0) {
     if (pipe(pipes_.toChild) != 0 || pipe(pipes_.toParent) != 0) std::abort();
     child_ = fork();
     if (child_ == 0) {
       close(pipes_.toChild[1]);
-      std::_Exit(serve(pipes_, syntheticLeaves));
+      std::_Exit(serve(pipes_, served, leaves));
     }
     close(pipes_.toChild[0]);
     port_ = readLine(pipes_.toParent[0]);
@@ -416,7 +421,7 @@ std::string percentiles(std::vector<std::int64_t> const& sorted) {
 }
 
 void measureStreams(std::size_t count) {
-  AgentProcess agent(0);
+  AgentProcess agent(Served::Machine);
   { Crowd const warm(agent, 1, {}); } // the watch is on from here
   std::int64_t const before = agent.ask("rss");
   static_cast<void>(agent.ask("hold"));
@@ -438,7 +443,7 @@ void measureStreams(std::size_t count) {
 
 // In turns, because the machine itself is faster at one time than at another.
 void measureSlow(std::size_t count) {
-  AgentProcess agent(0);
+  AgentProcess agent(Served::Machine);
   Crowd crowd(agent, count, {"interfaces"});
   agent.tell("changes 200");
   static_cast<void>(crowd.latencies(1));
@@ -468,7 +473,7 @@ void measureSlow(std::size_t count) {
 int usage() {
   std::fprintf(
       stderr,
-      "usage: ondra-load once [NUMBER [PROTO|JSON|JSON_IETF]] | read PORT PID [PROTO|JSON|JSON_IETF] | "
+      "usage: ondra-load once|small [NUMBER [PROTO|JSON|JSON_IETF]] | read PORT PID [PROTO|JSON|JSON_IETF] | "
       "streams|slow [NUMBER]\n");
   return 2;
 }
@@ -479,13 +484,14 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   std::string_view const what = argc > 1 ? argv[1] : "";
   std::size_t const number = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0;
-  if (what == "once" || (what == "read" && argc > 3)) {
-    int const last = what == "once" ? 3 : 4;
+  bool const isSmall = what == "small";
+  if (isSmall || what == "once" || (what == "read" && argc > 3)) {
+    int const last = what == "read" ? 4 : 3;
     gnmi::Encoding encoding = gnmi::PROTO;
     if (argc > last && !gnmi::Encoding_Parse(argv[last], &encoding)) return usage();
-    if (what == "once") {
-      AgentProcess agent(number != 0 ? number : 1'000'000);
-      measureOnce(agent, {"synthetic"}, encoding);
+    if (what != "read") {
+      AgentProcess agent(isSmall ? Served::Small : Served::Synthetic, number != 0 ? number : 1'000'000);
+      measureOnce(agent, {isSmall ? "interfaces" : "synthetic"}, encoding);
     } else {
       AgentProcess agent(argv[2], argv[3]);
       measureOnce(agent, {}, encoding);

@@ -302,8 +302,10 @@ bool Call::takeBytes(Ondra::WireResponse const& response) {
   if (isInPart) access->leaves.responseBegins();
   bundle->second.add(response, isInPart ? &access->leaves : nullptr);
   bundledLeaves_ += response.updates;
-  if (bundledLeaves_ >= kLeavesPerMessage) pushBundles();
-  return !isFull();
+  bool const isTight = context_.memory().queues->isTight();
+  if (bundledLeaves_ < (isTight ? kLeavesPerMessage : kLeavesPerBundle)) return true;
+  pushBundles();
+  return !isFull(); // asked when something has been queued: it takes a lock
 }
 
 // What is not told for the first time is told with the present time, or collectors take it for what they

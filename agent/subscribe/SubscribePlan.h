@@ -22,6 +22,9 @@ struct Limits;
 class RuleTree;
 
 inline constexpr std::size_t kLeavesPerMessage = 1000; // from which on no more are bundled
+// The same where leaves become bytes at once: several blocks of them, so that most blocks are sent full and
+// few turns are taken between threads.
+inline constexpr std::size_t kLeavesPerBundle = 4000;
 
 enum class CallMode : std::uint8_t { Stream, Once, Poll };
 enum class LeafMode : std::uint8_t { OnChange, Sample, TargetDefined };
