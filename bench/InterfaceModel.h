@@ -1,8 +1,8 @@
 // Small objects, as real trees have them: the agent's own /openconfig/interfaces/interface[name=...] as a
 // client makes them, with a name, a description and an MTU.
 //
-// An interface has 11 leaves: its key, 5 of its configuration, 1 of its state, 2 and 2 of its hold times. They
-// lie in 7 objects, of which 5 have leaves and send a response each.
+// An interface has 11 leaves: its key, 5 of its configuration, 1 of its state, 2 and 2 of its hold times.
+// They lie in 7 objects, of which 5 have leaves and send a response each.
 #pragma once
 
 #include <cstddef>
