@@ -4,6 +4,7 @@
 
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
+#include <absl/container/node_hash_map.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -15,7 +16,8 @@ namespace Agent {
 namespace Impl {
 namespace {
 
-using Records = absl::flat_hash_map<Kel::AttrDesc const*, NodeRecord>;
+// Places of the tree point to records: they never move, whatever is entered later.
+using Records = absl::node_hash_map<Kel::AttrDesc const*, NodeRecord>;
 
 Records& records() {
   static auto* const instance = new Records();
@@ -63,7 +65,6 @@ Names& leftOutNames() {
 } // namespace
 
 void nodeRecordIs(Kel::KelAttr attr, NodeRecord const& record) {
-  // Records never move once the types are declared: nothing is entered afterwards.
   LeafInfo& leaf = records().emplace(&attr.desc(), record).first->second.leaf;
   leaf.held = attr.memberType();
   if (record.isLeaf && isToldOtherwise(leaf)) toldOtherwise().insert(attr.name().view());

@@ -28,8 +28,9 @@ public:
     std::string const name = fmt::format("random-{}", seed_);
     return fmt::format(
         "module {0} {{ yang-version 1.1; namespace \"urn:{0}\"; prefix r; import every {{ prefix ev; }} "
-        "revision 2026-11-22; container {0} {{ {1} }} {2} }}",
-        name, nodes(4, true), nodes(1, true));
+        "revision 2026-11-22; grouping g {{ {1} }} container {0} {{ {2} }} {3} "
+        "augment \"/r:{0}\" {{ container {4} {{ uses g; {5} }} }} }}",
+        name, nodes(1, true), nodes(4, true), nodes(1, true), this->name(), nodes(2, true));
   }
 
 private:
@@ -69,7 +70,11 @@ private:
     for (unsigned i = 1 + below(4); i > 0 && depth > 0; --i) {
       switch (below(6)) {
       case 0: all += list(depth, isConfig); break;
-      case 1: all += fmt::format("container {} {{ {} }} ", name(), nodes(depth - 1, isConfig)); break;
+      case 1:
+        all += fmt::format("container {} {{ {} {} }} ", name(),
+                           oneOf({"", "presence \"it is there\";", "when \"true()\";", "must \"true()\";"}),
+                           nodes(depth - 1, isConfig));
+        break;
       case 2:
         if (isConfig)
           all += fmt::format("container {} {{ config false; {} }} ", name(), nodes(depth - 1, false));
