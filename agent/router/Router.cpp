@@ -65,7 +65,7 @@ public:
       return walk == router_.walks_.end() || walk->second->takeBytes(response);
     }
     // A change of what such a walk was the first to watch.
-    auto message = Ondra::ArenaRespMsg::createResponse(response.prefix, response.timestamp).first;
+    auto message = Ondra::ArenaRespMsg::createResponse(response.prefix.get(), response.timestamp).first;
     if (!message->response->ParseFromArray(response.bytes.data(), static_cast<int>(response.bytes.size())))
       TOVAK_TRACE(trace(), Tovak::traceLevelError, "", "a change holds a text that is not UTF-8");
     return router_.messages_->push(syncId, walkId, message);

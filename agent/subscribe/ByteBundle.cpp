@@ -79,14 +79,14 @@ LeafInfo const* leafOf(Ondra::Path const& prefix, gnmi::Path const& path) {
 
 void ByteBundle::add(Ondra::WireResponse const& response, LeafVerdicts* access) {
   std::size_t const depth = 1 + frame_->prefixDepth;
-  TOVAK_ASSERT(response.prefix->elems().size() >= depth,
-               Tovak::Platform::getDebugHandler("OndraAgent", false),
-               "what was walked lies above what all of it shares");
   if (!body_) body_.emplace(*frame_, timestamp_, elemsOf(*response.prefix, depth), limit_);
   leaves_ += response.updates;
   std::string_view above = textOf(response.prefixElems);
-  for (std::size_t i = 0; i < depth; ++i)
+  for (std::size_t i = 0; i < depth; ++i) {
+    TOVAK_ASSERT(!above.empty(), Tovak::Platform::getDebugHandler("OndraAgent", false),
+                 "what was walked lies above what all of it shares");
     static_cast<void>(takeField(above));
+  }
   if (json_ != nullptr) json_->prefixIs(*response.prefix);
   std::string_view left = textOf(response.changes);
   while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none

@@ -20,7 +20,7 @@ void notifyOf(GenericIf const& obj, AttrDesc const& attr, void const* rawKey) {
   PtrInterface* const object = obj.object();
   if (object == nullptr || !object->hasNotificationActive()) return;
   if (NotifieeList* const list = object->notifieeList(); list != nullptr && !list->empty())
-    list->visit(attr.id, rawKey);
+    list->visit(*object, attr.id, rawKey);
 }
 
 void requireType(AttrDesc const& attr, TypeDesc const& expected, GenericIf const& value) {

@@ -163,7 +163,9 @@ void Entity::placed(Entity& child) {
   }
 }
 
+// Whoever is to learn of the end is made while the place can still be told.
 void Entity::detach(Entity& child) noexcept {
+  child.notifiees_.haveMade(child);
   child.parent_ = nullptr;
   child.parentAttr_ = nullptr;
   child.orphan_ = true;
@@ -199,7 +201,7 @@ AttrDesc const& Entity::attrOf(void const* member) const {
 }
 
 void Entity::told(void const* member, void const* rawKey) const {
-  notifiees_.visit(attrOf(member).id, rawKey);
+  notifiees_.visit(*this, attrOf(member).id, rawKey);
 }
 
 void Entity::attachMember(void const* member, Ptr<GenericIf const> keyHandle, Entity& child) {

@@ -82,7 +82,7 @@ public:
   [[nodiscard]] bool isObserved() const noexcept { return hasNotificationActive() && !notifiees_.empty(); }
   // Tells the observers.
   void notify(AttributeId id, void const* key) const {
-    if (isObserved()) notifiees_.visit(id, key);
+    if (isObserved()) notifiees_.visit(*this, id, key);
   }
   [[nodiscard]] PtrInterface const& anchor() const; // the weak identity, made on first use
 

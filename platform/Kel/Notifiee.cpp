@@ -72,7 +72,17 @@ void PtrInterface::NotifieeConst::release() noexcept {
 
 NotifieeList::~NotifieeList() { deleteAll(); }
 
+Ptr<PtrInterface::NotifieeConst> NotifieeList::takeStandIn() noexcept {
+  Ptr<PtrInterface::NotifieeConst> taken(standIn());
+  if (taken) {
+    one_ = nullptr;
+    taken->unref(); // what `standInIs` has counted
+  }
+  return taken;
+}
+
 void NotifieeList::add(Member notifiee) {
+  haveMade(*notifiee->notifier()); // that was there before
   if (one_ == nullptr) {
     one_ = notifiee;
     notifiee->place_ = 0;
@@ -164,15 +174,18 @@ void NotifieeList::tell(Tell const& tell) const {
     if (Member const member = members->places[at]) tellOne(*member);
 }
 
-void NotifieeList::visit(AttributeId id, void const* key) const {
+void NotifieeList::visit(PtrInterface const& notifier, AttributeId id, void const* key) {
+  haveMade(notifier);
   tell([id, key](PtrInterface::NotifieeConst& notifiee) { notifiee.onAttribute(id, key); });
 }
 
-void NotifieeList::visitZeroReferences() const {
+void NotifieeList::visitZeroReferences(PtrInterface const& notifier) {
+  haveMade(notifier);
   tell([](PtrInterface::NotifieeConst& notifiee) { notifiee.onZeroReferences(); });
 }
 
 void NotifieeList::deleteAll() noexcept {
+  takeStandIn();
   Several* const members = several();
   if (members == nullptr) {
     if (Member const only = std::exchange(one_, nullptr)) only->release();

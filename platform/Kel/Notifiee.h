@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "Kel/Ptr.h"
 #include "Kel/PtrInterface.h"
 #include "Kel/Scalars.h"
 #include "Kstd/Export.h"
@@ -35,6 +36,9 @@ public:
     static_cast<void>(id);
     static_cast<void>(key);
   }
+  // It is the stand-in of an object (`NotifieeList::standInIs`) that has something to tell, or that others
+  // join: makes the observer of that object, if it is to have one. The object has no observers meanwhile.
+  virtual void onNeeded(PtrInterface const& object) { static_cast<void>(object); }
 
   // Attaches to another notifier (null: to none). Its two properties below stay, in whichever order they are
   // set.
@@ -68,6 +72,9 @@ private:
 // has gone. Tolerates registration and removal during a visit: who was registered when the visit began is
 // told, unless he has left meanwhile; who joins during it is not. Joining and leaving take the same time
 // however many there are. 8 bytes, and no storage of its own for a single one.
+//
+// Where objects are many and hardly any of them ever changes, one observer can stand in the lists of all of
+// them, for observers that have not been made.
 class KTD_EXPORT NotifieeList {
 public:
   using Member = PtrInterface::NotifieeConst*; // not owned
@@ -83,15 +90,37 @@ public:
   [[nodiscard]] std::span<Member const> members() const noexcept {
     if (Several const* const several = this->several()) [[unlikely]]
       return several->places;
-    return {&one_, one_ == nullptr ? std::size_t{0} : std::size_t{1}};
+    return {&one_, one_ == nullptr || standIn() != nullptr ? std::size_t{0} : std::size_t{1}};
   }
   // The first of them, null when there is none or it has left.
-  [[nodiscard]] Member front() const noexcept { return empty() ? nullptr : members().front(); }
+  [[nodiscard]] Member front() const noexcept {
+    std::span<Member const> const all = members();
+    return all.empty() ? nullptr : all.front();
+  }
 
-  // Delivers an attribute notification to the active notifiees. Keeps the notifier alive meanwhile.
-  void visit(AttributeId id, void const* key) const;
-  // Tells them that the notifier has ended.
-  void visitZeroReferences() const;
+  // Has an observer of other objects stand here for one that is made when it is needed (`onNeeded`): it is no
+  // member. It is held as long as it stands here. REQUIRES an empty list.
+  void standInIs(Member standIn) noexcept {
+    standIn->ref();
+    one_ = reinterpret_cast<Member>(reinterpret_cast<std::uintptr_t>(standIn) + kStandIn);
+  }
+  [[nodiscard]] Member standIn() const noexcept { // null: none stands here
+    auto const bits = reinterpret_cast<std::uintptr_t>(one_);
+    return (bits & kStandIn) != 0 ? reinterpret_cast<Member>(bits - kStandIn) : nullptr;
+  }
+  // Empties the list of its stand-in, which it returns; null when none stands here.
+  Ptr<PtrInterface::NotifieeConst> takeStandIn() noexcept;
+  // Has the stand-in, if there is one, make the observer of the object whose list it is.
+  void haveMade(PtrInterface const& notifier) {
+    if (standIn() != nullptr) [[unlikely]]
+      takeStandIn()->onNeeded(notifier);
+  }
+
+  // Delivers an attribute notification to the active notifiees of the object whose list it is. Keeps it alive
+  // meanwhile.
+  void visit(PtrInterface const& notifier, AttributeId id, void const* key);
+  // Tells them that it has ended.
+  void visitZeroReferences(PtrInterface const& notifier);
   // Drops all of them without telling.
   void deleteAll() noexcept;
 
@@ -108,7 +137,8 @@ private:
   void add(Member notifiee);
   void remove(Member notifiee) noexcept;
   void tidy() noexcept;
-  // Several have a block, whose address is kept with its lowest bit set.
+  // Several have a block, whose address is kept with its lowest bit set; a stand-in's has the next one.
+  static constexpr std::uintptr_t kStandIn = 2;
   [[nodiscard]] Several* several() const noexcept {
     auto const bits = reinterpret_cast<std::uintptr_t>(one_);
     return (bits & 1) != 0 ? reinterpret_cast<Several*>(bits - 1) : nullptr;
@@ -116,5 +146,6 @@ private:
 
   Member one_ = nullptr;
 };
+static_assert(alignof(PtrInterface::NotifieeConst) > 2);
 
 } // namespace Kel

@@ -15,7 +15,7 @@ KelType PtrInterface::fwkType() const { return KelType(); }
 void PtrInterface::zeroReferencesIs() {
   if (zeroReferencesTold_) return;
   zeroReferencesTold_ = true;
-  if (NotifieeList* const list = notifieeList()) list->visitZeroReferences();
+  if (NotifieeList* const list = notifieeList()) list->visitZeroReferences(*this);
 }
 
 } // namespace Kel

@@ -124,6 +124,11 @@ public:
     bool const haveIt = block_ == nullptr && (seen_ & positions) == positions;
     return haveIt ? common_ : makeCommon(positions);
   }
+  // A walk has been over these singular attributes at that time. REQUIRES that none has an entry.
+  void walkedIs(std::uint64_t positions, long time) noexcept {
+    seen_ = positions;
+    common_ = time;
+  }
   // Has the times of the singular attributes on their way into the cache.
   void prefetch() const noexcept { __builtin_prefetch(block_); }
   // The node, made when there is none.

@@ -5,10 +5,9 @@
 #include <memory>
 #include <span>
 
-#include "Kel/Ptr.h"
 #include "Kstd/Export.h"
 #include "Ondra/BaseRouter.h"
-#include "Ondra/Path.h"
+#include "Ondra/ResponsePath.h"
 #include "Ondra/WalkTypes.h"
 
 namespace Ondra {
@@ -16,10 +15,10 @@ namespace Ondra {
 // One response, encoded: the very bytes to which the message that `BaseRouter::push` is given would be
 // serialized, with the entries of each map in the order of their keys. Valid during the push.
 struct WireResponse {
-  long timestamp;                     // nanoseconds since the Unix epoch
-  Kel::Ptr<Path const> const& prefix; // of the notification
-  std::uint32_t updates;              // how many
-  std::uint32_t deletes;              // how many
+  long timestamp;             // nanoseconds since the Unix epoch
+  ResponsePath const& prefix; // of the notification
+  std::uint32_t updates;      // how many
+  std::uint32_t deletes;      // how many
   // The whole SubscribeResponse.
   std::span<std::uint8_t const> bytes;
   // The part of these that is the fields `elem` of the prefix, each with its tag.

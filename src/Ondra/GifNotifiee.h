@@ -59,6 +59,8 @@ public:
   // notifiee's. REQUIRES a path that is registered (asserted).
   void onZeroReferences() override;
   void onAttribute(Kel::AttributeId id, void const* key) override;
+  // Of a container that it stands in for: makes its notifiee.
+  void onNeeded(Kel::PtrInterface const& container) override;
   // Switched on again, it first makes good what it has missed.
   void hasNotificationActiveIs(bool active) override;
 
@@ -83,7 +85,8 @@ public:
   // Has what walks of the object read of it, beside itself, on its way into the cache.
   void prefetch() const noexcept {
     attrStates_.prefetch();
-    __builtin_prefetch(wirePrefix_.bytes.bytesPtr());
+    WirePrefix const& last = wirePrefix_.above == nullptr ? wirePrefix_ : *wirePrefix_.above;
+    __builtin_prefetch(last.bytes.bytesPtr());
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
@@ -98,6 +101,15 @@ public:
   [[nodiscard]] bool isHeldBy(GifGnmiNotifiee const& holder, Kel::AttributeId attr) const noexcept {
     return holder_.get() == &holder && holderAttr_ == attr;
   }
+
+  [[nodiscard]] GifGnmiNotifiee* holder() const noexcept { return holder_.get(); } // null: not noted
+  // The containers that it stands in for (live/StandIns.h).
+  struct StoodInFor {
+    long time = 0;         // when they were walked
+    std::size_t count = 0; // how many there are
+  };
+  [[nodiscard]] StoodInFor& stoodInFor() noexcept { return stoodInFor_; } // kept by who makes them so
+  [[nodiscard]] StoodInFor const& stoodInFor() const noexcept { return stoodInFor_; } // likewise
 
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that
   // are running have unwound. A null key for a collection: all of it.
@@ -137,7 +149,7 @@ private:
   void leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                  Kel::Ptr<Path const> const& path);
 
-  // Each container of a tree has one: none of its bytes is for what few need. What walks read comes first.
+  // Many containers of a tree have one: none of its bytes is for what few need. What walks read comes first.
   Kel::AttributeId holderAttr_ = 0;
   Kel::Ptr<GifGnmiNotifiee> holder_; // null: not noted
   AttrStateMap attrStates_;
@@ -145,6 +157,7 @@ private:
   WirePrefix wirePrefix_;   // above: of the holder
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
+  StoodInFor stoodInFor_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   std::uint64_t const serial_ : 57;
   bool const meetsKeyFields_ : 1;
@@ -156,7 +169,7 @@ private:
   bool hasEmitted_ : 1 = false;
 };
 
-static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 128);
+static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 144);
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another
 // object, the path is retired first. None is made for a walk that takes notifiees down

@@ -5,6 +5,8 @@
 // 2. An object that is in no view has no entry; the notifiees of an object stand in the order in which they
 //    were registered.
 // 3. By path they stand in an order in which those at or below a path are neighbours.
+// 4. Containers for which another's notifiee stands in (live/StandIns.h) count, and are given the notifiee
+//    that is looked for.
 #pragma once
 
 #include <absl/container/btree_set.h>
@@ -101,17 +103,22 @@ public:
   [[nodiscard]] GifGnmiNotifiee* find(Kel::PtrInterface const* object, PathPtr const& path) const;
   // The oldest path of the object; null when it is not watched.
   [[nodiscard]] PathPtr pathOf(Kel::PtrInterface const* object) const;
-  // Parents before children.
+  // As `find`, of those that there are: without stand-ins.
+  [[nodiscard]] GifGnmiNotifiee* registeredAt(Path const& path) const;
+  // Likewise, parents before children.
   [[nodiscard]] std::vector<NotifieePtr> atOrBelow(Path const& path) const;
+  // It was the last to come, and there is none below its path: quick to say.
+  [[nodiscard]] bool isLatestAndAlone(GifGnmiNotifiee const& notifiee) const;
   // The last in the order of the paths, which is quick to find and to erase; null when there is none.
   [[nodiscard]] NotifieePtr last() const;
 
-  [[nodiscard]] std::size_t size() const noexcept { return byPath_.size(); } // notifiees
+  [[nodiscard]] std::size_t size() const noexcept; // notifiees
   // Of objects that are watched.
-  [[nodiscard]] std::size_t objects() const noexcept { return byObject_.size(); }
+  [[nodiscard]] std::size_t objects() const noexcept;
   // Each notifiee, parents before children. REQUIRES that nothing changes meanwhile.
   template <class Visit>
   void forEach(Visit const& visit) const {
+    makeAll();
     for (NotifieePtr const& notifiee : byPath_)
       visit(*notifiee);
   }
@@ -144,7 +151,9 @@ private:
   using NotifieePathMapType = NotifieeTable<GifGnmiNotifiee*, ObjectHash, SameObject>;
 
   [[nodiscard]] GnmiNotifieeMapType::const_iterator placeOf(Path const& path) const;
+  [[nodiscard]] GifGnmiNotifiee* const* oldestOf(Object object) const; // null when it is not watched
   [[nodiscard]] bool isAt(GnmiNotifieeMapType::const_iterator place, Path const& path) const;
+  void makeAll() const; // of those that are stood in for
   void insertByPath(NotifieePtr const& notifiee);
   void insertByObject(GifGnmiNotifiee* notifiee);
   void eraseByObject(GifGnmiNotifiee* notifiee);

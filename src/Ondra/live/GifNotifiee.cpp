@@ -22,6 +22,7 @@
 #include "Ondra/live/Pending.h"
 #include "Ondra/live/Referrers.h"
 #include "Ondra/live/Sharers.h"
+#include "Ondra/live/StandIns.h"
 #include "Ondra/live/Watch.h"
 #include "Ondra/rules/WalkRules.h"
 
@@ -34,6 +35,12 @@ constexpr WalkerFlags kNotifFlags{0x2e};
 std::uint64_t& madeSoFar() {
   static std::uint64_t count = 0;
   return count;
+}
+
+// What somebody stands in for is older.
+std::uint64_t nextSerial(Kel::PtrInterface const& notifier) {
+  if (Kel::NotifieeList* const list = notifier.notifieeList()) list->haveMade(notifier);
+  return ++madeSoFar();
 }
 
 // Few have any. Never destroyed: notifiees may be dropped by whatever ends later.
@@ -50,7 +57,7 @@ GifGnmiNotifiee::GifGnmiNotifiee(Kel::PtrInterface const* notifier, Kel::Ptr<Pat
     , prefixPath_(std::move(prefixPath))
     , type_(notifier->fwkType())
     , router_(router)
-    , serial_(++madeSoFar())
+    , serial_(nextSerial(*notifier))
     , meetsKeyFields_(WalkRules::meetsKeyFields(type_, *prefixPath_))
     , first_(first)
     , second_(second) {
@@ -119,6 +126,10 @@ void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
   Kel::KelAttr const attr = type_.attr(absoluteId(id));
   if (!attr) return;
   tellOrEnd([&] { changed(id, Kel::GenericIf::NotifieeConst::keyPointerToGif(attr, key)); });
+}
+
+void GifGnmiNotifiee::onNeeded(Kel::PtrInterface const& container) {
+  StandIns::made(*this, static_cast<Kel::Entity const&>(container));
 }
 
 void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel) {

@@ -9,19 +9,24 @@
 #include "Ondra/IR.h"
 #include "Ondra/KelTypeWalker.h"
 #include "Ondra/NotifieeMaps.h"
+#include "Ondra/live/NotifieeTrace.h"
 #include "Ondra/live/ParkedWalks.h"
+#include "Ondra/live/Referrers.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/ShortRoads.h"
+#include "Ondra/live/StandIns.h"
 #include "Ondra/live/Unsent.h"
 #include "Ondra/live/WalkResults.h"
 #include "Ondra/live/Watch.h"
+#include "Ondra/responses/IrToWire.h"
 
 namespace Ondra {
 
 GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee const& holder,
                               Kel::AttributeId attr) {
-  Kel::NotifieeList const* const list = entity.notifieeList();
+  Kel::NotifieeList* const list = entity.notifieeList();
   if (list == nullptr) return nullptr;
+  list->haveMade(entity);
   for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
     if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
       auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
@@ -74,59 +79,138 @@ static void fetchChildren(WalkRules::TypePlan const& plan, Kel::PtrInterface con
   }
 }
 
+// The object's own notifiee, made when it has none yet. Null when it is not watched any more.
+static GifGnmiNotifiee* ownNotifiee(WatchedPlace& place, Kel::PtrInterface const& object) {
+  if (place.notifiee() != nullptr) return place.notifiee();
+  auto const& entity = static_cast<Kel::Entity const&>(object);
+  GifGnmiNotifiee* const notifiee = StandIns::notifieeOf(*place.standIn(), entity);
+  if (notifiee != nullptr) place.notifieeIs(*notifiee);
+  return notifiee;
+}
+
+// It has been made while others had their turn; or time has gone on, which what is left of a new object is to
+// have.
+static bool needsOwnNotifiee(WatchedPlace const& place, Kel::PtrInterface const& object) {
+  if (place.notifiee() != nullptr) return false;
+  long const time = place.standIn()->stoodInFor().time;
+  return object.notifieeList()->standIn() != place.standIn() ||
+         (place.isNew() && Kel::activityManagerStatus()->activityLoopExecNsTime() != time);
+}
+
+static bool isWatched(WatchedPlace& place, Kel::PtrInterface const& object) {
+  if (place.notifiee() != nullptr) return place.notifiee()->isRegistered();
+  bool const isStoodInFor = object.notifieeList()->standIn() == place.standIn();
+  return isStoodInFor ? place.standIn()->isRegistered() : ownNotifiee(place, object) != nullptr;
+}
+
 WalkResult LightWalk::walk(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
                            GifGnmiNotifiee& notifiee) {
+  WatchedPlace place(notifiee);
+  return walkAt(plan, object, place);
+}
+
+WalkResult LightWalk::walkAt(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
+                             WatchedPlace& place) {
   if (plan.plainFrom == 0) {
-    leaves_.collect(plan, object, notifiee);
+    leaves_.collect(plan, object, place);
+    place.walkedIs(plan.attrs.size());
     return sendLast();
   }
   Kel::Ptr<Kel::PtrInterface const> const pin(&object);
-  Kel::Ptr<GifGnmiNotifiee> const watching(&notifiee);
+  Kel::Ptr<GifGnmiNotifiee> const watching(place.notifiee()); // or it is held where its keeper is
   fetchChildren(plan, object);
-  std::optional<PlainLeaves::Collecting> own; // begun anew after each child, which sends
+  bool isCollecting = false; // begun anew after each child, which sends
   std::uint64_t const interruptions = Unsent::interruptions();
   WalkResult result = WalkResult::Success;
   for (std::size_t at = 0; at < plan.attrs.size(); ++at) {
     WalkRules::AttrPlan const& attr = plan.attrs[at];
     if (attr.isPlainLeaf) {
-      leaves_.add(own ? *own : own.emplace(leaves_.begin(plan, object, notifiee)), at);
+      if (!std::exchange(isCollecting, true)) leaves_.begin(plan, object, place);
+      leaves_.add(at);
       continue;
     }
     void const* const held = attr.isLightHolder ? attr.attr.valueAt(object) : nullptr;
     if (held == nullptr) {
-      if (attr.road == WalkRules::Road::Singleton) haveTime(attr, notifiee.attrStates());
+      if (attr.road == WalkRules::Road::Singleton && place.notifiee() != nullptr)
+        haveTime(attr, place.notifiee()->attrStates());
       continue;
     }
-    own.reset();
+    isCollecting = false;
+    place.walkedIs(at + 1);
     std::optional<WalkResult> walked;
     if (attr.road == WalkRules::Road::Singleton && above_.ir_->empty())
-      walked = walkChild(attr, *static_cast<Kel::PtrInterface const*>(held), object, notifiee);
-    if (!walked) return merged(result, goOn(at, object, notifiee));
+      walked = walkChild(attr, *static_cast<Kel::PtrInterface const*>(held), object, place);
+    if (!walked) {
+      place.walkedIs(at);
+      if (GifGnmiNotifiee* const notifiee = ownNotifiee(place, object))
+        return merged(result, goOn(at, object, *notifiee));
+      leaves_.drop(place);
+      return result;
+    }
     result = merged(result, *walked);
-    if (interruptions != Unsent::interruptions() && !notifiee.isRegistered())
+    if (interruptions != Unsent::interruptions() && !isWatched(place, object)) {
+      leaves_.drop(place);
       return result; // it has ended meanwhile
+    }
+    if (needsOwnNotifiee(place, object)) ownNotifiee(place, object);
     if (result != WalkResult::Success && !(above_.flags_ & flagNoPause)) {
-      park(at + 1, object, notifiee);
+      if (GifGnmiNotifiee* const notifiee = ownNotifiee(place, object)) park(at + 1, object, *notifiee);
       return result;
     }
   }
+  place.walkedIs(plan.attrs.size());
   WalkResult const pushed = sendLast();
   return result == WalkResult::Success ? pushed : result;
 }
 
 std::optional<WalkResult> LightWalk::walkChild(WalkRules::AttrPlan const& attr,
                                                Kel::PtrInterface const& child,
-                                               Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee) {
+                                               Kel::PtrInterface const& object, WatchedPlace& place) {
   WalkRules::TypePlan const& plan = WalkRules::memberPlanOf(attr);
   if (!(child.fwkType() == plan.type)) return std::nullopt;
-  GifGnmiNotifiee* held = heldNotifiee(child, notifiee, attr.attr.id());
-  if (held == nullptr) held = watch(attr, static_cast<Kel::Entity const&>(child), object, notifiee);
+  auto const& entity = static_cast<Kel::Entity const&>(child);
+  GifGnmiNotifiee* standsIn = StandIns::in(*entity.notifieeList(), place.keeper());
+  bool const isNew = standsIn == nullptr && standIn(attr, entity, object, place);
+  if (isNew) standsIn = StandIns::in(*entity.notifieeList(), place.keeper());
+  if (standsIn != nullptr) {
+    WatchedPlace below(place, attr, entity, *standsIn, isNew);
+    return insideResult(walkAt(plan, child, below));
+  }
+  GifGnmiNotifiee* const notifiee = ownNotifiee(place, object);
+  if (notifiee == nullptr) return std::nullopt;
+  GifGnmiNotifiee* held = heldNotifiee(child, *notifiee, attr.attr.id());
+  if (held == nullptr) held = watch(attr, entity, object, *notifiee);
   if (held == nullptr) return std::nullopt;
   if (plan.isLight && !held->meetsKeyFields()) return insideResult(walk(plan, child, *held));
   leaves_.moveTo(*above_.ir_);
   Kel::Ptr<Path const> const path = held->prefixPath();
-  return ShortRoads(above_, &notifiee)
+  return ShortRoads(above_, notifiee)
       .walkWatched(Kel::GenericIf::toObject(&child), Kel::Ptr<GifGnmiNotifiee>(held), path, 0, nullptr);
+}
+
+// Each reason for a notifiee of its own stands here. Most walks that find something new have just begun to
+// watch what it belongs to: that nothing else is at its path is quick to say.
+bool LightWalk::standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
+                        Kel::PtrInterface const& object, WatchedPlace& place) {
+  WalkRules::TypePlan const& plan = WalkRules::memberPlanOf(attr);
+  GifGnmiNotifiee& keeper = place.keeper();
+  bool const mayStandIn = plan.isLight && plan.attrs.size() <= WalkRules::kMostLight // its times fit into one
+                          && child.notifieeList()->empty()       // nobody else is to be told
+                          && &keeper.router() == &above_.router_ // by this one
+                          && Referrers::instance().size() == 0   // nobody shows where it is
+                          && !notifieeTrace().isOn(5)            // each has its line
+                          && isWatched(place, object)            // unlike one that has ended meanwhile
+                          && ShortRoads::isPlaceOf(attr, object, child);
+  if (!mayStandIn) return false;
+  if (!notifieeMaps->isLatestAndAlone(keeper)) {
+    ResponsePath const path(place.path, attr.elem);
+    if (notifieeMaps->find(path.get()) != nullptr) return false;
+  }
+  GifGnmiNotifiee& by = place.notifiee() == nullptr ? *place.standIn() : keeper;
+  if (!StandIns::begin(by, child)) return false;
+  if (attr.wireElem.view().empty()) attr.wireElem = wireElems(*attr.leafPath);
+  if (place.notifiee() != nullptr) haveTime(attr, keeper.attrStates()); // the child's end is told by it
+  return true;
 }
 
 GifGnmiNotifiee* LightWalk::watch(WalkRules::AttrPlan const& attr, Kel::Entity const& child,

@@ -3,7 +3,8 @@
 //
 // Such an entity is walked where it lies, without a walker, handles, or an Ir. What is sent, in which order,
 // and what is parked, is what its walker would send and park. A walker is made where one is needed: to be
-// parked, or to go on from the attribute where something else than the above is met.
+// parked, or to go on from the attribute where something else than the above is met. What nobody watches is
+// watched on the way, by the notifiee at hand where that will do (StandIns.h).
 #pragma once
 
 #include <cstddef>
@@ -16,6 +17,7 @@
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/WalkTypes.h"
 #include "Ondra/live/PlainLeaves.h"
+#include "Ondra/live/WatchedPlace.h"
 #include "Ondra/rules/WalkRules.h"
 
 namespace Ondra {
@@ -42,12 +44,16 @@ public:
 private:
   class Walker;
 
+  // The same wherever it is watched.
+  WalkResult walkAt(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, WatchedPlace& place);
   // A child of the object by that attribute, of whatever type; nothing when it is for a walker to find out
   // how it is watched.
   [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& attr,
                                                     Kel::PtrInterface const& child,
-                                                    Kel::PtrInterface const& object,
-                                                    GifGnmiNotifiee& notifiee);
+                                                    Kel::PtrInterface const& object, WatchedPlace& place);
+  // Begins to watch it through the notifiee that watches the object, where that will do.
+  [[nodiscard]] bool standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
+                             Kel::PtrInterface const& object, WatchedPlace& place);
   // Begins to watch it, where nobody does at its path; else null.
   [[nodiscard]] GifGnmiNotifiee* watch(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
                                        Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);

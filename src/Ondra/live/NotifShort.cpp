@@ -21,8 +21,8 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterfac
     return false;
   long const timestamp = notifiee.attrStates().changedTimestamp(attr.id(), nullptr);
   PlainLeaf const leaf{timestamp, &plan, plan.valueType, value};
-  return Sender::sendChange(notifiee.router(),
-                            {timestamp, notifiee.prefixPath(), notifiee.wirePrefix(), {&leaf, 1}});
+  ResponsePath const path(notifiee.prefixPath());
+  return Sender::sendChange(notifiee.router(), {timestamp, path, notifiee.wirePrefix(), {&leaf, 1}});
 }
 
 } // namespace Ondra

@@ -7,6 +7,7 @@
 
 #include "Ondra/PathTypes.h"
 #include "Ondra/live/Referrers.h"
+#include "Ondra/live/StandIns.h"
 #include "Ondra/paths/PathOrder.h"
 #include "Ondra/rules/WalkRules.h"
 #include "Tovak/Allocator.h"
@@ -41,8 +42,8 @@ void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInter
 void NotifieeMaps::insertByPath(NotifieePtr const& notifiee) {
   Path const& path = *notifiee->prefixPath();
   auto place = placeOf(path);
-  if (isAt(place, path)) {
-    NotifieePtr const before = *place;
+  if (NotifieePtr const before{isAt(place, path) ? place->get() : StandIns::madeAt(path)}) {
+    StandIns::makeBelow(*before);
     notifiee->recordedType_ = before->recordedType_;
     before->recordedType_ = false;
     erase(before);
@@ -107,6 +108,7 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
   }
   if (!notifiee->inRegistry_) // or not any more: whoever observes the types may have reacted
     return;
+  StandIns::end(*notifiee);
   notifiee->inRegistry_ = false;
   latest_.reset();
   byPath_.erase(notifiee);
@@ -116,13 +118,41 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
   notifiee->notifierIs(nullptr);
 }
 
+std::size_t NotifieeMaps::size() const noexcept { return byPath_.size() + StandIns::count(); }
+std::size_t NotifieeMaps::objects() const noexcept { return byObject_.size() + StandIns::count(); }
+
+void NotifieeMaps::makeAll() const {
+  if (StandIns::count() == 0) return;
+  std::vector<NotifieePtr> const all(byPath_.begin(), byPath_.end());
+  for (NotifieePtr const& notifiee : all)
+    StandIns::makeBelow(*notifiee);
+}
+
+GifGnmiNotifiee* NotifieeMaps::registeredAt(Path const& path) const {
+  auto const place = placeOf(path);
+  return isAt(place, path) ? place->get() : nullptr;
+}
+
+bool NotifieeMaps::isLatestAndAlone(GifGnmiNotifiee const& notifiee) const {
+  if (!latest_ || (*latest_)->get() != &notifiee) return false;
+  auto const next = std::next(*latest_);
+  return next == byPath_.end() || !WalkRules::isAtOrBelow(*notifiee.prefixPath(), *(*next)->prefixPath());
+}
+
 GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
-  auto const place = placeOf(*path);
-  return isAt(place, *path) ? place->get() : nullptr;
+  GifGnmiNotifiee* const registered = registeredAt(*path);
+  return registered != nullptr ? registered : StandIns::madeAt(*path);
+}
+
+GifGnmiNotifiee* const* NotifieeMaps::oldestOf(Object object) const {
+  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
+  if (oldest != nullptr || StandIns::count() == 0) return oldest;
+  if (Kel::NotifieeList* const list = object->notifieeList()) list->haveMade(*object);
+  return byObject_.find(object);
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
-  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
+  GifGnmiNotifiee* const* const oldest = oldestOf(object);
   if (oldest == nullptr) return nullptr;
   bool const isIt = (*oldest)->prefixPath()->isEqual(path.get());
   GifGnmiNotifiee* const notifiee = isIt ? *oldest : several_.contains(object) ? find(path) : nullptr;
@@ -130,7 +160,7 @@ GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr con
 }
 
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
-  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
+  GifGnmiNotifiee* const* const oldest = oldestOf(object);
   if (oldest == nullptr) return nullptr;
   // Else the address was that of an object that has gone unnoticed.
   auto const isOfIt = [object](GifGnmiNotifiee const* notifiee) { return notifiee->notifier() == object; };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <utility>
 #include <vector>
@@ -16,18 +17,18 @@
 namespace Ondra {
 
 class AttrStateMap;
-class GifGnmiNotifiee;
 class Ir;
+class WatchedPlace;
 
 // Collects plain leaves of one object, or of several one after the other, and gives them away node by node,
 // as an Ir with the same content does. Its storage stays for the next. Between collecting and giving away
-// nothing of the host's may run: the leaves lie in its objects. Scheduler thread.
+// nothing of the host's may run: the leaves lie in its objects; and their places stay. Scheduler thread.
 class PlainLeaves {
 public:
   // The leaves of one object and time.
   struct Node {
     long timestamp;
-    GifGnmiNotifiee* notifiee; // of the object
+    WatchedPlace* place; // of the object
     std::span<PlainLeaf const> leaves;
     [[nodiscard]] PlainNode plain() const;
   };
@@ -38,29 +39,25 @@ public:
   static void prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object);
 
   void clear() noexcept {
-    leaves_.clear();
+    size_ = 0;
     sources_.clear();
     printed_.clear();
   }
-  [[nodiscard]] bool empty() const noexcept { return leaves_.empty(); }
+  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
   // Prints those of the leaves that the model's code prints, which may change and end the object: before any
   // is collected. Calls `leftOut` in the handler of what is raised, and leaves the leaf out.
   template <class LeftOut>
   void print(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, LeftOut const& leftOut);
   // Adds the leaves of a watched object with which the plan of its type ends (`plainFrom`); a state is made
   // for each that has none yet.
-  void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
+  void collect(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, WatchedPlace& place);
   // Adds them one by one, by their positions: of what `begin` was told last, as long as nothing has been sent
   // since.
-  struct Collecting {
-    WalkRules::TypePlan const& plan;
-    Kel::PtrInterface const& object;
-    GifGnmiNotifiee& notifiee; // of the object
-    long common;               // the time of all its plain leaves; 0: they differ
-  };
-  [[nodiscard]] Collecting begin(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object,
-                                 GifGnmiNotifiee& notifiee);
-  void add(Collecting const& of, std::size_t at);
+  void begin(WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, WatchedPlace& place);
+  void add(std::size_t at);
+
+  // Lets go of those of an object that were collected last.
+  void drop(WatchedPlace const& place) noexcept;
 
   // The nodes, by ascending time, within one time as collected. Valid until the next change.
   [[nodiscard]] std::span<Node const> nodes();
@@ -69,12 +66,21 @@ public:
 
 private:
   struct Source {
-    GifGnmiNotifiee* notifiee;
+    WatchedPlace* place;
     std::size_t first; // of its leaves
     bool isOfOneTime;  // they are
   };
-  void append(WalkRules::AttrPlan const& attr, std::size_t at, Kel::PtrInterface const& object,
-              AttrStateMap& states, long common);
+  // What leaves are collected of.
+  struct Of {
+    WalkRules::TypePlan const* plan;
+    Kel::PtrInterface const* object;
+    AttrStateMap* states; // of the object; null: not needed
+    long common;          // the time of all its plain leaves; 0: they differ
+  };
+  void fill(Of& of, WalkRules::TypePlan const& plan, Kel::PtrInterface const& object, WatchedPlace& place);
+  // Whether it has a value: it lies there then.
+  [[nodiscard]] bool read(Of const& of, std::size_t at, PlainLeaf& leaf) const;
+  void makeRoom(std::size_t forMore);
   // Adds the nodes of one object.
   void addNodes(Source const& source, std::span<PlainLeaf> leaves);
 
@@ -84,7 +90,10 @@ private:
   // Gives the leaf its printed value, if it has one.
   [[nodiscard]] bool takePrinted(PlainLeaf& leaf) const;
 
-  std::vector<PlainLeaf> leaves_;
+  Of of_{};                             // what `begin` was told
+  std::unique_ptr<PlainLeaf[]> leaves_; // not a vector: room for an object's is made once, and left as it is
+  std::size_t size_ = 0;                // of those
+  std::size_t capacity_ = 0;            // likewise
   std::vector<Source> sources_;
   std::vector<Node> nodes_;
   std::vector<std::pair<WalkRules::AttrPlan const*, Kel::Ptr<Kel::GenericIf const>>> printed_;

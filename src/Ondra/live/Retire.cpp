@@ -46,6 +46,7 @@ bool retire(Kel::Ptr<Path const> const& path) {
   WalkScope const unwindFirst;
   bool wasWatched = false;
   tellOrEnd([&] {
+    static_cast<void>(notifieeMaps->find(path)); // makes what is only stood in for there
     std::vector<Kel::Ptr<GifGnmiNotifiee>> const leaving = notifieeMaps->atOrBelow(*path);
     wasWatched = !leaving.empty();
     for (auto notifiee = leaving.rbegin(); notifiee != leaving.rend(); ++notifiee) // children first
@@ -58,7 +59,7 @@ bool retire(Kel::Ptr<Path const> const& path) {
 void forceDelete(BaseRouter& router, Kel::Ptr<Path const> const& path) {
   static Kel::Ptr<Path const> const noPrefix = Path::PathIs();
   tellOrEnd([&] {
-    Unsent::sendAll();
+    Unsent::sendBefore(path);
     Kel::ActivityManagerStatus& clock = *Kel::activityManagerStatus();
     // docs/decisions.md: "In which order does a path end?"
     clock.activityLoopExecNsTimeInc(1);

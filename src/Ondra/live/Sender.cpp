@@ -15,6 +15,7 @@
 #include "Ondra/live/Fault.h"
 #include "Ondra/live/PlainLeaves.h"
 #include "Ondra/live/Unsent.h"
+#include "Ondra/live/WatchedPlace.h"
 #include "Ondra/responses/IrToResp.h"
 #include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/WalkerTrace.h"
@@ -39,6 +40,13 @@ bool handTo(ByteRouter& router, SyncId sync, WalkId walk, WireResponse const& re
 }
 bool handTo(BaseRouter& router, SyncId sync, WalkId walk, Message& response) {
   return router.push(sync, walk, response);
+}
+
+bool isBelow(Unsent::Sending const& ended, WireResponse const& response) {
+  return ended.hasEnded(*response.prefix);
+}
+bool isBelow(Unsent::Sending const& ended, Message const& response) {
+  return ended.hasEnded(*Path::gnmiPathIs(response->response->update().prefix()));
 }
 
 long timestampOf(WireResponse const& response) { return response.timestamp; }
@@ -100,7 +108,7 @@ protected:
 private:
   struct Kept {
     long timestamp;
-    Kel::Ptr<Path const> const* path;
+    ResponsePath const* path;
     std::uint32_t updates;
     std::size_t size, prefix, changes;
   };
@@ -111,7 +119,8 @@ private:
 // Apart, so that the road of bytes is short.
 template <class Encode, class Push>
 [[gnu::noinline]] void sendMessages(BaseRouter& router, Encode const& encode, Push const& push) {
-  RespEncoder& encoder = RespEncoder::shared();
+  RespEncoder own;
+  RespEncoder& encoder = Unsent::Sending::isInner() ? own : RespEncoder::shared();
   encode(encoder);
   for (Message& response : encoder.responses())
     push(router, response);
@@ -144,7 +153,7 @@ template <class Push>
   boost::container::small_vector<Held, 16> held;
   KeptBytes kept;
   for (PlainLeaves::Node const& node : nodes) {
-    held.emplace_back(node.notifiee);
+    held.emplace_back(&node.place->keeper());
     kept.encodeNode(node.plain());
   }
   kept.passOn(encoder);
@@ -154,7 +163,7 @@ template <class Push>
 void encodePlain(PlainLeaves& leaves, BytePush<Push>& encoder) {
   auto const nodes = leaves.nodes();
   if (nodes.size() == 1) [[likely]] { // one response
-    Held const held(nodes.front().notifiee);
+    Held const held(&nodes.front().place->keeper());
     encoder.encodeNode(nodes.front().plain());
   } else {
     encodeKept(nodes, encoder);
@@ -186,6 +195,7 @@ WalkResult Sender::push(Router& router, Response& response) const {
 struct Sender::Push {
   template <class Router, class Response>
   void operator()(Router& router, Response& response) const {
+    if (sending.mayHaveEnded() && isBelow(sending, response)) return;
     if (sender.what_ == What::Walk) {
       if (!toggleOndraSyncBundlingEnabled()) {
         TOVAK_TRACE(walkerTrace(), 8, kWalkerCategory, "{} push immediate update: {}",
@@ -197,6 +207,7 @@ struct Sender::Push {
     result = sender.push(router, response);
   }
   Sender const& sender;
+  Unsent::Sending const& sending;
   WalkResult& result;
 };
 
@@ -213,7 +224,7 @@ WalkResult Sender::send(Ir const& ir) const {
       if (std::shared_ptr<Ir> const gone = encoder.takeLeftOut()) gone->encode(encoder);
     }
   };
-  sendAsTaken(walker_.router_, encode, Push{*this, result});
+  sendAsTaken(walker_.router_, encode, Push{*this, sending, result});
   return result;
 }
 
@@ -224,11 +235,12 @@ WalkResult Sender::send(PlainLeaves& leaves) const {
     encodePlain(leaves, encoder);
     leaves.clear();
   };
-  sendAsTaken(walker_.router_, encode, Push{*this, result});
+  sendAsTaken(walker_.router_, encode, Push{*this, sending, result});
   return result;
 }
 
 bool Sender::sendChange(BaseRouter& router, PlainNode const& node) {
+  Unsent::Sending const sending;
   bool isWhole = true;
   auto const encode = [&](auto& encoder) {
     encoder.encodeNode(node);

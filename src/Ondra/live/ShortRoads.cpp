@@ -15,6 +15,7 @@
 #include "Ondra/live/PlainLeaves.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/WalkResults.h"
+#include "Ondra/live/WatchedPlace.h"
 #include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkerTrace.h"
@@ -72,7 +73,8 @@ WalkResult ShortRoads::pushPlain(WalkRules::TypePlan const& plan, Kel::PtrInterf
     leaves.print(plan, object, [this](Kel::KelAttr const& attr) { walker_.leaveOut(attr); });
     if (!notifiee.isRegistered()) return WalkResult::Success;
   }
-  leaves.collect(plan, object, notifiee);
+  WatchedPlace place(notifiee);
+  leaves.collect(plan, object, place);
   return Sender(walker_, Sender::What::Walk).send(leaves);
 }
 

@@ -91,7 +91,7 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
 }
 
 void RespEncoder::encodeNode(PlainNode const& node) {
-  auto made = ArenaRespMsg::createResponse(node.prefix, node.timestamp);
+  auto made = ArenaRespMsg::createResponse(node.prefix.get(), node.timestamp);
   responses_.push_back(std::move(made.first));
   made.second->mutable_update()->Reserve(static_cast<int>(node.leaves.size()));
   for (PlainLeaf const& leaf : node.leaves) {
@@ -99,7 +99,7 @@ void RespEncoder::encodeNode(PlainNode const& node) {
       return extractScalar(*leaf.type, leaf.value, out);
     });
     if (!added) [[unlikely]]
-      leaveOut(node.timestamp, node.prefix, leaf.plan->leafPath);
+      leaveOut(node.timestamp, node.prefix.get(), leaf.plan->leafPath);
   }
 }
 

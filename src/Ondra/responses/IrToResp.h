@@ -20,7 +20,8 @@ public:
 
   static constexpr int kLeavesPerResponse = 1000;
 
-  // The one that pushes share, emptied: its list stays warm. A push never leads to another. Scheduler thread.
+  // The one that pushes share, emptied: its list stays warm. Not for a push inside another, of a router that
+  // walks in turn. Scheduler thread.
   [[nodiscard]] static RespEncoder& shared();
 
   void encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) override;

@@ -278,7 +278,7 @@ void WireEncoder::encodeResponse(long timestamp, Kel::Ptr<Path const> const& pre
   std::size_t const changes = out.size();
   putElems(out, prefix->elems());
   auto const leaves = static_cast<std::uint32_t>(last - first);
-  finish(timestamp, prefix, out.size() - changes, changes, leaves - deletes - leftOut, deletes);
+  finish(timestamp, ResponsePath(prefix), out.size() - changes, changes, leaves - deletes - leftOut, deletes);
 }
 
 void WireEncoder::encodeNode(PlainNode const& node) {
@@ -289,7 +289,7 @@ void WireEncoder::encodeNode(PlainNode const& node) {
   for (auto leaf = node.leaves.rbegin(); leaf != node.leaves.rend(); ++leaf) {
     std::size_t const before = run.size();
     if (!putPlainValue(run, out, *leaf)) [[unlikely]] {
-      leaveOut(node.timestamp, node.prefix, leaf->plan->leafPath);
+      leaveOut(node.timestamp, node.prefix.get(), leaf->plan->leafPath);
       --updates;
       continue;
     }
@@ -304,7 +304,7 @@ void WireEncoder::encodeNode(PlainNode const& node) {
 }
 
 // What comes before the changes and the elements of the prefix.
-void WireEncoder::finish(long timestamp, Kel::Ptr<Path const> const& prefix, std::size_t prefixSize,
+void WireEncoder::finish(long timestamp, ResponsePath const& prefix, std::size_t prefixSize,
                          std::size_t changes, std::uint32_t updates, std::uint32_t deletes) {
   WireWriter& out = sharedWriter();
   out.enclose(kPrefix, changes);
@@ -331,7 +331,8 @@ bool ByteRouter::push(SyncId syncId, WalkId walkId, std::shared_ptr<ArenaRespMsg
   if (update.timestamp() != 0) out.varintField(kTimestamp, static_cast<std::uint64_t>(update.timestamp()));
   out.enclose(kResponseUpdate, 0);
   return pushBytes(syncId, walkId,
-                   {update.timestamp(), prefix, static_cast<std::uint32_t>(update.update_size()),
+                   {update.timestamp(), ResponsePath(prefix),
+                    static_cast<std::uint32_t>(update.update_size()),
                     static_cast<std::uint32_t>(update.delete__size()), out.bytes(),
                     out.bytes().last(changes + prefixSize).first(prefixSize), out.bytes().last(changes)});
 }

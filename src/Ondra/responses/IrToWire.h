@@ -27,7 +27,7 @@ private:
   using Leaves = IrNode::LeafQueue;
   void encodeResponse(long timestamp, Kel::Ptr<Path const> const& prefix, Leaves::const_iterator first,
                       Leaves::const_iterator last);
-  void finish(long timestamp, Kel::Ptr<Path const> const& prefix, std::size_t prefixSize, std::size_t changes,
+  void finish(long timestamp, ResponsePath const& prefix, std::size_t prefixSize, std::size_t changes,
               std::uint32_t updates, std::uint32_t deletes);
 };
 

@@ -4,8 +4,7 @@
 
 #include <span>
 
-#include "Kel/Ptr.h"
-#include "Ondra/Path.h"
+#include "Ondra/ResponsePath.h"
 #include "Ondra/WirePrefix.h"
 #include "Ondra/rules/WalkRules.h"
 
@@ -22,7 +21,7 @@ struct PlainLeaf {
 // while the object neither changes nor goes.
 struct PlainNode {
   long timestamp;
-  Kel::Ptr<Path const> const& prefix;
+  ResponsePath const& prefix;
   WirePrefix& wirePrefix; // the elements of the prefix
   std::span<PlainLeaf const> leaves;
 };

@@ -118,9 +118,6 @@ std::size_t plainFrom(TypePlan const& plan) {
   return plan.attrs.size() - from <= kMostPlain ? from : plan.attrs.size();
 }
 
-// More attributes than these are too many for one step of a walk, when there are others than plain leaves.
-constexpr std::size_t kMostLight = 64;
-
 bool isLightType(TypePlan const& plan) {
   auto const isLight = [](AttrPlan const& attr) {
     return attr.road == Road::Skip || (attr.isPlainLeaf && !attr.isPrinted) || attr.isLightHolder;
@@ -139,8 +136,11 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
   plan->plainFrom = plainFrom(*plan);
   plan->printsPlain = std::any_of(plan->attrs.begin() + static_cast<std::ptrdiff_t>(plan->plainFrom),
                                   plan->attrs.end(), [](AttrPlan const& attr) { return attr.isPrinted; });
-  for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at)
-    plan->plainMask |= std::uint64_t{plan->attrs[at].isPlainLeaf} << at;
+  for (std::size_t at = 0; at < plan->attrs.size() && plan->attrs.size() <= kMostLight; ++at) {
+    AttrPlan const& attr = plan->attrs[at];
+    plan->plainMask |= std::uint64_t{attr.isPlainLeaf} << at;
+    plan->singleMask |= std::uint64_t{attr.isPlainLeaf || attr.road == Road::Singleton} << at;
+  }
   for (std::size_t at = plan->plainFrom; at < plan->attrs.size(); ++at)
     if (plan->attrs[at].isText) plan->plainTexts.push_back(static_cast<std::uint32_t>(at));
   plan->isLight = type.isEntity() && isLightType(*plan);

@@ -75,14 +75,19 @@ struct AttrPlan {
 // encodes them: it is one less than where a response is full.
 inline constexpr std::size_t kMostPlain = 999;
 
+// More attributes than these are too many for one step of a walk, when there are others than plain leaves;
+// and for the masks of a plan.
+inline constexpr std::size_t kMostLight = 64;
+
 struct TypePlan {
   Kel::KelType type;
   bool isValueType = false;
-  bool printsPlain = false;    // some plain leaf is printed
-  bool isLight = false;        // all is plain leaves, none of them printed, and light holders
-  std::uint64_t plainMask = 0; // the plain leaves, by position; 0: there are none or too many attributes
-  std::size_t plainFrom = 0;   // from this position on there are plain leaves and nothing else
-  std::vector<AttrPlan> attrs; // by position in the type
+  bool printsPlain = false;     // some plain leaf is printed
+  bool isLight = false;         // all is plain leaves, none of them printed, and light holders
+  std::uint64_t plainMask = 0;  // the plain leaves, by position; 0: there are none or too many attributes
+  std::uint64_t singleMask = 0; // the attributes that have one time, likewise
+  std::size_t plainFrom = 0;    // from this position on there are plain leaves and nothing else
+  std::vector<AttrPlan> attrs;  // by position in the type
   std::vector<std::uint32_t> plainTexts; // positions from `plainFrom` on: their characters lie elsewhere
   std::vector<std::uint32_t> children;   // positions of single light holders, when it is light itself
 };
