@@ -36,13 +36,14 @@ public:
   // has not had its turn when its path ends is not handed over any more, behind the delete.
   class Sending {
   public:
-    Sending() noexcept : began_(ended_.size()), outer_(beingSent_) {
+    Sending() noexcept : began_(sending_ == 0 ? 0 : ended_.size()), outer_(beingSent_) {
       ++sending_;
       beingSent_ = innermost_;
     }
     ~Sending() {
       beingSent_ = outer_;
-      if (--sending_ == 0) ended_.clear();
+      if (--sending_ == 0 && !ended_.empty()) [[unlikely]]
+        ended_.clear();
     }
     Sending(Sending const&) = delete;
     Sending& operator=(Sending const&) = delete;
