@@ -129,6 +129,11 @@ public:
     seen_ = positions;
     common_ = time;
   }
+  // Keeps this time for good beside those of attributes, which it does not disturb. False when it is another
+  // than theirs, or than that which is kept.
+  [[nodiscard]] bool keep(long time);
+  [[nodiscard]] bool keepsTime() const noexcept { return (seen_ & kKept) != 0; } // it has been kept
+  [[nodiscard]] long keptTime() const noexcept { return common_; }               // REQUIRES `keepsTime`
   // Has the times of the singular attributes on their way into the cache.
   void prefetch() const noexcept { __builtin_prefetch(block_); }
   // The node, made when there is none.
@@ -149,8 +154,9 @@ public:
   [[nodiscard]] std::string dumpState() const;
 
 private:
-  static constexpr long kInNode = -1;        // where a time would be: it is its node's
-  static constexpr std::size_t kInMask = 64; // positions that `seen_` can tell of
+  static constexpr long kInNode = -1;                            // where a time would be: it is its node's
+  static constexpr std::size_t kInMask = 63;                     // positions that `seen_` can tell of
+  static constexpr std::uint64_t kKept = std::uint64_t{1} << 63; // of no attribute: holds `common_` as it is
 
   // What some maps have and most have not, with the times of all singular attributes behind it.
   struct Block {

@@ -103,13 +103,9 @@ public:
   }
 
   [[nodiscard]] GifGnmiNotifiee* holder() const noexcept { return holder_.get(); } // null: not noted
-  // The containers that it stands in for (live/StandIns.h).
-  struct StoodInFor {
-    long time = 0;         // when they were walked
-    std::size_t count = 0; // how many there are
-  };
-  [[nodiscard]] StoodInFor& stoodInFor() noexcept { return stoodInFor_; } // kept by who makes them so
-  [[nodiscard]] StoodInFor const& stoodInFor() const noexcept { return stoodInFor_; } // likewise
+  // It stands in for containers, or has done so (live/StandIns.h): they were walked at the time that its states
+  // keep.
+  [[nodiscard]] bool hasStoodIn() const noexcept { return attrStates_.keepsTime(); }
 
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that
   // are running have unwound. A null key for a collection: all of it.
@@ -157,7 +153,6 @@ private:
   WirePrefix wirePrefix_;   // above: of the holder
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
-  StoodInFor stoodInFor_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   std::uint64_t const serial_ : 57;
   bool const meetsKeyFields_ : 1;
@@ -169,7 +164,7 @@ private:
   bool hasEmitted_ : 1 = false;
 };
 
-static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 144);
+static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 128);
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another
 // object, the path is retired first. None is made for a walk that takes notifiees down

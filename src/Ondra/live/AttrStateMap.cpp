@@ -165,6 +165,16 @@ void AttrStateMap::timeIs(std::size_t position, long time) const {
   block().times()[position] = time;
 }
 
+bool AttrStateMap::keep(long time) {
+  if (keepsTime()) return common_ == time;
+  bool const isFree = block_ == nullptr && (seen_ == 0 || common_ == time) && attrCountOf(owner_) < kInMask;
+  if (isFree) {
+    common_ = time;
+    seen_ |= kKept;
+  }
+  return isFree;
+}
+
 long AttrStateMap::makeCommon(std::uint64_t positions) {
   long const now = loopTime();
   if (block_ != nullptr || (seen_ != 0 && common_ != now)) return 0;

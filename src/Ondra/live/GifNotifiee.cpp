@@ -273,6 +273,7 @@ void GifGnmiNotifiee::clearAllGnmiNotifiees() {
   Referrers::instance().clear();
   for (std::size_t left = notifieeMapSize(); left > 0; --left)
     if (Kel::Ptr<GifGnmiNotifiee> const notifiee = notifieeMaps->last()) notifieeMaps->erase(notifiee);
+  StandIns::forgetAll();
   TOVAK_ASSERT(notifieeMapSize() == 0, notifieeTrace(), "Expected all GifGnmiNotifiees to be cleared");
 }
 

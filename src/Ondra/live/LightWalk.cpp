@@ -92,7 +92,7 @@ static GifGnmiNotifiee* ownNotifiee(WatchedPlace& place, Kel::PtrInterface const
 // have.
 static bool needsOwnNotifiee(WatchedPlace const& place, Kel::PtrInterface const& object) {
   if (place.notifiee() != nullptr) return false;
-  long const time = place.standIn()->stoodInFor().time;
+  long const time = place.standIn()->attrStates().keptTime();
   return object.notifieeList()->standIn() != place.standIn() ||
          (place.isNew() && Kel::activityManagerStatus()->activityLoopExecNsTime() != time);
 }

@@ -59,7 +59,7 @@ void PlainLeaves::prefetch(WalkRules::TypePlan const& plan, Kel::PtrInterface co
   of.states = place.notifiee() == nullptr ? nullptr : &place.notifiee()->attrStates();
   of.common = 0;
   if (of.states == nullptr)
-    of.common = place.standIn()->stoodInFor().time;
+    of.common = place.standIn()->attrStates().keptTime();
   else if (plan.plainMask != 0)
     of.common = of.states->commonTimestamp(plan.plainMask);
   if (size_ + plan.attrs.size() > capacity_) [[unlikely]]

@@ -27,15 +27,12 @@ public:
   Making& operator=(Making const&) = delete;
 };
 
-void takenFrom(GifGnmiNotifiee& standIn) noexcept {
-  if (standIn.stoodInFor().count == 0) return; // its watching has ended, with that of all
-  --standIn.stoodInFor().count;
-  --total;
-}
+// Not of one whose watching has ended with that of all.
+void takenFrom(GifGnmiNotifiee const& standIn) noexcept { total -= standIn.isRegistered() ? 1 : 0; }
 
 bool mayHaveSome(GifGnmiNotifiee const& notifiee) noexcept {
   GifGnmiNotifiee const* at = &notifiee;
-  while (at != nullptr && at->stoodInFor().count == 0)
+  while (at != nullptr && !at->hasStoodIn())
     at = at->holder();
   return at != nullptr;
 }
@@ -115,11 +112,8 @@ GifGnmiNotifiee* in(Kel::NotifieeList const& list, GifGnmiNotifiee& at) noexcept
 
 bool begin(GifGnmiNotifiee& standIn, Kel::Entity const& entity) {
   long const now = Kel::activityManagerStatus()->activityLoopExecNsTime();
-  GifGnmiNotifiee::StoodInFor& others = standIn.stoodInFor();
-  if (others.count > 0 && others.time != now) return false;
+  if (!standIn.attrStates().keep(now)) return false;
   entity.notifieeList()->standInIs(&standIn);
-  others.time = now;
-  ++others.count;
   ++total;
   return true;
 }
@@ -142,7 +136,7 @@ static GifGnmiNotifiee* newNotifiee(GifGnmiNotifiee& standIn, GifGnmiNotifiee& h
   Kel::Ptr<GifGnmiNotifiee> const made(new GifGnmiNotifiee(&entity, path, standIn.router(), false, false));
   made->hasNotificationActiveIs(true);
   made->attrStates().walkedIs(WalkRules::typePlan(entity.fwkType()).singleMask & Progress::of(entity),
-                              standIn.stoodInFor().time);
+                              standIn.attrStates().keptTime());
   ShortRoads::noteHeld(attr, holder, *made);
   return made.get();
 }
@@ -183,14 +177,14 @@ void makeBelow(GifGnmiNotifiee& notifiee) {
   });
 }
 
-// Whoever has taken its object away from it has left some where they cannot be found: they find out.
 void end(GifGnmiNotifiee& notifiee) {
   forEachBelow(notifiee, [](GifGnmiNotifiee& standIn, Kel::NotifieeList& list, Kel::Entity const&) {
     takenFrom(standIn);
     list.takeStandIn();
   });
-  total -= std::exchange(notifiee.stoodInFor().count, 0);
 }
+
+void forgetAll() noexcept { total = 0; }
 
 std::size_t count() noexcept { return total; }
 

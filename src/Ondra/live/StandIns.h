@@ -62,8 +62,10 @@ GifGnmiNotifiee* made(GifGnmiNotifiee& standIn, Kel::Entity const& entity);
 GifGnmiNotifiee* madeAt(Path const& path);
 // Makes those of all entities below the notifiee's for which it or one that holds it stands in.
 void makeBelow(GifGnmiNotifiee& notifiee);
-// Ends the watching of these, and of all that it stands in for.
+// Ends the watching of these.
 void end(GifGnmiNotifiee& notifiee);
+// All watching has ended. A host that has taken the object away from a stand-in has left some uncounted.
+void forgetAll() noexcept;
 
 [[nodiscard]] std::size_t count() noexcept; // how many are stood in for
 
