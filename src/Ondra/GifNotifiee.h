@@ -103,8 +103,8 @@ public:
   }
 
   [[nodiscard]] GifGnmiNotifiee* holder() const noexcept { return holder_.get(); } // null: not noted
-  // It stands in for containers, or has done so (live/StandIns.h): they were walked at the time that its states
-  // keep.
+  // It stands in for containers, or has done so (live/StandIns.h), which were walked at the time that its
+  // states keep.
   [[nodiscard]] bool hasStoodIn() const noexcept { return attrStates_.keepsTime(); }
 
   // Walks one attribute, or one member of a collection, as after a change: at once, or when the walks that
