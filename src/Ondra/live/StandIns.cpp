@@ -2,10 +2,8 @@
 // that each finds its holder.
 #include "Ondra/live/StandIns.h"
 
-#include <algorithm>
 #include <span>
 #include <typeinfo>
-#include <utility>
 
 #include "Kel/ActivityClock.h"
 #include "Ondra/NotifieeMaps.h"

@@ -26,8 +26,8 @@ public:
   Unsent(Unsent const&) = delete;
   Unsent& operator=(Unsent const&) = delete;
 
-  // All that has been collected goes to its routers, because a delete follows. Nodes of an Ir do not stay
-  // across it, and so across nothing that runs the host's code.
+  // All that has been collected goes to its routers, because a delete of that path follows. Nodes of an Ir do
+  // not stay across it, and so across nothing that runs the host's code.
   static void sendBefore(Kel::Ptr<Path const> const& ending);
   // Lets go of what has been collected of objects that have ended since, before it is sent behind their
   // deletes. Of what is being sent the rest is not handed over (`Sending`).
