@@ -170,8 +170,8 @@ std::optional<WalkResult> LightWalk::walkChild(WalkRules::AttrPlan const& attr,
   if (!(child.fwkType() == plan.type)) return std::nullopt;
   auto const& entity = static_cast<Kel::Entity const&>(child);
   GifGnmiNotifiee* standsIn = StandIns::in(*entity.notifieeList(), place.keeper());
-  bool const isNew = standsIn == nullptr && standIn(attr, entity, object, place);
-  if (isNew) standsIn = StandIns::in(*entity.notifieeList(), place.keeper());
+  bool const isNew = standsIn == nullptr;
+  if (isNew) standsIn = standIn(attr, entity, object, place);
   if (standsIn != nullptr) {
     WatchedPlace below(place, attr, entity, *standsIn, isNew);
     return insideResult(walkAt(plan, child, below));
@@ -190,8 +190,8 @@ std::optional<WalkResult> LightWalk::walkChild(WalkRules::AttrPlan const& attr,
 
 // Each reason for a notifiee of its own stands here. Most walks that find something new have just begun to
 // watch what it belongs to: that nothing else is at its path is quick to say.
-bool LightWalk::standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
-                        Kel::PtrInterface const& object, WatchedPlace& place) {
+GifGnmiNotifiee* LightWalk::standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
+                                    Kel::PtrInterface const& object, WatchedPlace& place) {
   WalkRules::TypePlan const& plan = WalkRules::memberPlanOf(attr);
   GifGnmiNotifiee& keeper = place.keeper();
   bool const mayStandIn = plan.isLight && plan.attrs.size() <= WalkRules::kMostLight // its times fit into one
@@ -201,16 +201,16 @@ bool LightWalk::standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& chil
                           && !notifieeTrace().isOn(5)            // each has its line
                           && isWatched(place, object)            // unlike one that has ended meanwhile
                           && ShortRoads::isPlaceOf(attr, object, child);
-  if (!mayStandIn) return false;
+  if (!mayStandIn) return nullptr;
   if (!notifieeMaps->isLatestAndAlone(keeper)) {
     ResponsePath const path(place.path, attr.elem);
-    if (notifieeMaps->find(path.get()) != nullptr) return false;
+    if (notifieeMaps->find(path.get()) != nullptr) return nullptr;
   }
   GifGnmiNotifiee& by = place.notifiee() == nullptr ? *place.standIn() : keeper;
-  if (!StandIns::begin(by, child)) return false;
+  if (!StandIns::begin(by, child)) return nullptr;
   if (attr.wireElem.view().empty()) attr.wireElem = wireElems(*attr.leafPath);
   if (place.notifiee() != nullptr) haveTime(attr, keeper.attrStates()); // the child's end is told by it
-  return true;
+  return &by;
 }
 
 GifGnmiNotifiee* LightWalk::watch(WalkRules::AttrPlan const& attr, Kel::Entity const& child,

@@ -51,9 +51,10 @@ private:
   [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& attr,
                                                     Kel::PtrInterface const& child,
                                                     Kel::PtrInterface const& object, WatchedPlace& place);
-  // Begins to watch it through the notifiee that watches the object, where that will do.
-  [[nodiscard]] bool standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
-                             Kel::PtrInterface const& object, WatchedPlace& place);
+  // Begins to watch it through the notifiee that watches the object, and returns that; null where it will not
+  // do.
+  [[nodiscard]] GifGnmiNotifiee* standIn(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
+                                         Kel::PtrInterface const& object, WatchedPlace& place);
   // Begins to watch it, where nobody does at its path; else null.
   [[nodiscard]] GifGnmiNotifiee* watch(WalkRules::AttrPlan const& attr, Kel::Entity const& child,
                                        Kel::PtrInterface const& object, GifGnmiNotifiee& notifiee);
