@@ -109,17 +109,6 @@ void appendNameJson(std::string& to, std::string_view name, LeafInfo const& leaf
   to += '"';
 }
 
-namespace {
-
-// What the text of a key that is a union means; null: nothing that is known.
-LeafInfo const* keyMemberOf(LeafInfo const& leaf, std::string_view text) {
-  auto const found = std::ranges::find_if(
-      *leaf.keyMembers, [text](LeafInfo const& member) { return keyTextOf(member, text).ok(); });
-  return found == leaf.keyMembers->end() ? nullptr : &*found;
-}
-
-} // namespace
-
 void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& leaf, bool isIetf) {
   if (leaf.keyMembers != nullptr && value.has_string_val())
     return appendKeyJson(to, value.string_val(), leaf, isIetf);
@@ -177,7 +166,7 @@ void appendLeafJson(std::string& to, TypedValue const& value, LeafInfo const& le
 
 void appendKeyJson(std::string& to, std::string_view text, LeafInfo const& leaf, bool isIetf) {
   if (leaf.keyMembers != nullptr)
-    if (LeafInfo const* const member = keyMemberOf(leaf, text))
+    if (LeafInfo const* const member = keyMemberOf(*leaf.keyMembers, text))
       return appendKeyJson(to, text, *member, isIetf);
   switch (leaf.type) {
   case LeafType::Int64:
@@ -216,7 +205,7 @@ void toldIs(TypedValue& value, LeafInfo const& leaf) {
       toldIs(element, leaf);
   if (!value.has_string_val()) return;
   std::string const text = value.string_val();
-  LeafInfo const* const member = leaf.keyMembers != nullptr ? keyMemberOf(leaf, text)
+  LeafInfo const* const member = leaf.keyMembers != nullptr ? keyMemberOf(*leaf.keyMembers, text)
                                  : leaf.members != nullptr  ? memberOf(leaf, value)
                                                             : &leaf;
   if (member == nullptr) return;

@@ -247,7 +247,9 @@ LeafValue plainOf(LeafInfo const& leaf, TypedValue const& value) {
   case LeafType::Bits:
   case LeafType::InstanceIdentifier:
     if (kind == TypedValue::kStringVal) return ofText(leaf, value.string_val());
-    if (leaf.isUnion && leaf.rules != nullptr && !keyTextOf(value).empty()) return ofText(keyTextOf(value));
+    if (value.has_bytes_val() ? leaf.keyMembers != nullptr
+                              : leaf.isUnion && leaf.rules != nullptr && !keyTextOf(value).empty())
+      return ofText(keyTextOf(value));
     break;
   case LeafType::Boolean:
     if (kind == TypedValue::kBoolVal) return value;
@@ -263,6 +265,9 @@ LeafValue plainOf(LeafInfo const& leaf, TypedValue const& value) {
     break;
   case LeafType::Binary:
     if (kind == TypedValue::kBytesVal) return value;
+    // As a key is held: stores and ways back have it so.
+    if (kind == TypedValue::kStringVal && leaf.keyMembers != nullptr)
+      return keyValueOf(leaf, value.string_val());
     break;
   case LeafType::Int8:
   case LeafType::Int16:
@@ -370,8 +375,7 @@ LeafValue plainOf(LeafInfo const& leaf, json const& value) {
 // A value that fits its type becomes as its rules have it: texts in their canonical form.
 void ruledIs(LeafInfo const& leaf, LeafValue& value) {
   if (!value || leaf.rules == nullptr) return;
-  auto text = leaf.rules->canonical(value->has_bytes_val() ? absl::Base64Escape(value->bytes_val())
-                                                           : keyTextOf(*value));
+  auto text = leaf.rules->canonical(keyTextOf(*value));
   if (!text)
     value = Kstd::Err(std::move(text).error());
   else if (value->has_string_val())
@@ -439,10 +443,25 @@ namespace {
 // Whether keys of that type are texts with a value behind them, which may be spelt in other ways.
 bool hasKeyValue(LeafType type) {
   return isUnsigned(type) || isSigned(type) || type == LeafType::Boolean || type == LeafType::Enumeration ||
-         type == LeafType::Identity;
+         type == LeafType::Identity || type == LeafType::Binary;
+}
+
+// The key itself is held as its text, what repeats it as its bytes.
+LeafValue binaryKeyOf(LeafInfo const& leaf, std::string_view text) {
+  std::string bytes;
+  if (!absl::Base64Unescape(std::string(text), &bytes)) return wrong(leaf, quotedText(text));
+  return leaf.keyMembers != nullptr ? ofText(absl::Base64Escape(bytes)) : ofBytes(std::move(bytes));
+}
+
+// What repeats a key that is a union is one itself.
+LeafValue unionKeyOf(LeafInfo const& leaf, std::string_view text) {
+  LeafInfo const* const member = keyMemberOf(*leaf.members, text);
+  LeafValue value = member == nullptr ? wrong(leaf, quotedText(text)) : keyValueOf(*member, text);
+  return value && value->has_bytes_val() ? ofText(keyTextOf(*value)) : value;
 }
 
 LeafValue plainKeyOf(LeafInfo const& leaf, std::string_view text) {
+  if (leaf.members != nullptr) return unionKeyOf(leaf, text);
   if (isUnsigned(leaf.type)) {
     auto const number = numberIn<std::uint64_t>(text);
     return number ? ofUnsigned(leaf, *number) : wrong(leaf, quotedText(text));
@@ -453,10 +472,17 @@ LeafValue plainKeyOf(LeafInfo const& leaf, std::string_view text) {
   }
   if (leaf.type == LeafType::Boolean)
     return text == "true" || text == "false" ? ofBool(text == "true") : wrong(leaf, quotedText(text));
+  if (leaf.type == LeafType::Binary) return binaryKeyOf(leaf, text);
   return hasKeyValue(leaf.type) ? ofName(leaf, text) : ofText(text);
 }
 
 } // namespace
+
+LeafInfo const* keyMemberOf(std::vector<LeafInfo> const& members, std::string_view text) {
+  auto const found =
+      std::ranges::find_if(members, [text](LeafInfo const& member) { return keyTextOf(member, text).ok(); });
+  return found == members.end() ? nullptr : &*found;
+}
 
 LeafValue keyValueOf(LeafInfo const& leaf, std::string_view text) {
   LeafValue value = plainKeyOf(leaf, text);
@@ -479,8 +505,8 @@ std::string keyTextOf(TypedValue const& value) {
   case TypedValue::kBoolVal: return value.bool_val() ? "true" : "false";
   case TypedValue::kDoubleVal: return fmt::format("{}", value.double_val());
   case TypedValue::kStringVal: return value.string_val();
-  case TypedValue::kBytesVal: // no key is one of these
-  case TypedValue::kFloatVal:
+  case TypedValue::kBytesVal: return absl::Base64Escape(value.bytes_val());
+  case TypedValue::kFloatVal: // no key is one of these
   case TypedValue::kDecimalVal:
   case TypedValue::kLeaflistVal:
   case TypedValue::kAnyVal:

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -28,6 +29,9 @@ using LeafValue = Kstd::Result<gnmi::TypedValue, std::string>; // or what is wro
 
 // The text of that value: how the model spells the key.
 [[nodiscard]] Kstd::Result<std::string, std::string> keyTextOf(LeafInfo const& leaf, std::string_view text);
+
+// Of a union the first member whose values a text in a path may be; null when there is none.
+[[nodiscard]] LeafInfo const* keyMemberOf(std::vector<LeafInfo> const& members, std::string_view text);
 
 // Of a union's `members` the first one that takes a value as it is held; null when none does.
 [[nodiscard]] LeafInfo const* memberOf(LeafInfo const& leaf, gnmi::TypedValue const& value);

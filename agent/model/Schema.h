@@ -65,7 +65,7 @@ struct LeafInfo {
   // Of a union that is known at run time only: what may be in it, in the order in which it is tried. For the
   // process.
   std::vector<LeafInfo> const* members = nullptr;
-  // Of a key that is such a union and held as its text: what the text may mean.
+  // Of a key that is such a union, or bytes, and held as its text: what the text may mean.
   std::vector<LeafInfo> const* keyMembers = nullptr;
   std::uint8_t fractionDigits = 1; // of a decimal
   std::string_view

@@ -12,6 +12,12 @@
 #include <libyang/libyang.h>
 
 namespace Agent {
+
+std::string placeOf(lyd_node const& node) {
+  std::unique_ptr<char, void (*)(void*)> const path(lyd_path(&node, LYD_PATH_STD, nullptr, 0), &std::free);
+  return path == nullptr ? std::string() : path.get();
+}
+
 namespace {
 
 // The place in an entry of what each entry must hold: the first entry that does not hold enough of it. Empty
@@ -39,8 +45,7 @@ std::string placeOfMissing(ly_ctx const& context, lyd_node const& data, std::str
         return below;
     }
     if (rest.size() > 1 || found >= needed || parent == nullptr) return {};
-    std::unique_ptr<char, void (*)(void*)> const path(lyd_path(parent, LYD_PATH_STD, nullptr, 0), &std::free);
-    return fmt::format("{}/{}", path.get(), wanted->name);
+    return fmt::format("{}/{}", placeOf(*parent), wanted->name);
   };
   return search(search, &data, nullptr, way);
 }

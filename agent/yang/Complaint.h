@@ -10,6 +10,9 @@ struct lyd_node;
 
 namespace Agent {
 
+// As the schema library writes it.
+[[nodiscard]] std::string placeOf(lyd_node const& node);
+
 struct Complaint {
   std::string words;
   std::string place;    // in the data, or in the schema when it is of the modules; empty: it has none

@@ -89,8 +89,8 @@ std::string textOf(lysc_node const& schema, gnmi::TypedValue const& value) {
 }
 
 // The bytes of the path to a node.
-std::string placeOf(lyd_node const& node) {
-  std::string place = node.parent == nullptr ? std::string() : placeOf(*lyd_parent(&node));
+std::string pathBytesOf(lyd_node const& node) {
+  std::string place = node.parent == nullptr ? std::string() : pathBytesOf(*lyd_parent(&node));
   gnmi::PathElem elem;
   elem.set_name(node.schema->name);
   if (node.schema->nodetype == LYS_LIST)
@@ -277,7 +277,7 @@ std::vector<std::string> ConfigTree::noteGone(lyd_node const* changes) {
       if (isGone && (each->flags & LYD_DEFAULT) == 0) {
         lyd_node* copy = nullptr;
         lyd_dup_single(each, nullptr, LYD_DUP_RECURSIVE | LYD_DUP_NO_META, &copy);
-        gone.push_back(placeOf(*each));
+        gone.push_back(pathBytesOf(*each));
         steps_.push_back({gone.back(), {copy}});
         LYD_TREE_DFS_continue = 1;
       }

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -11,53 +10,29 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "agent/yang/CountingLines.h"
+
 namespace Agent {
 namespace {
 
 constexpr std::size_t kMaxDepth = 256; // of objects and arrays within each other
 
-// The text for the parser, and how many lines of it have been read.
-class CountingLines {
-public:
-  using iterator_category = std::input_iterator_tag;
-  using value_type = char;
-  using difference_type = std::ptrdiff_t;
-  using pointer = char const*;
-  using reference = char const&;
-
-  CountingLines(char const* at, std::size_t& lines) : at_(at), lines_(&lines) {}
-
-  reference operator*() const { return *at_; }
-  CountingLines& operator++() {
-    *lines_ += *at_++ == '\n' ? 1 : 0;
-    return *this;
-  }
-  CountingLines operator++(int) {
-    CountingLines const before = *this;
-    ++*this;
-    return before;
-  }
-  bool operator==(CountingLines const& other) const { return at_ == other.at_; }
-
-private:
-  char const* at_;
-  std::size_t* lines_;
-};
-
 // The parser's events; the names of its methods are the parser's. What is written stands in the line in which
-// it was read, or in the next one: behind a number the parser has read on.
+// it was read.
 class Rewriter {
 public:
-  explicit Rewriter(std::size_t const& linesRead) : linesRead_(linesRead) {}
+  explicit Rewriter(LinesRead const& read) : read_(read) {}
 
   std::string text;
   std::string fault;
 
   bool null() { return value("null"); }
   bool boolean(bool is) { return value(is ? "true" : "false"); }
-  bool number_integer(std::int64_t number) { return value(fmt::format("{}", number)); }
-  bool number_unsigned(std::uint64_t number) { return value(fmt::format("{}", number)); }
-  bool number_float(double, std::string const& written) { return value(written); }
+  bool number_integer(std::int64_t number) { return value(fmt::format("{}", number), read_.beforeNumber()); }
+  bool number_unsigned(std::uint64_t number) {
+    return value(fmt::format("{}", number), read_.beforeNumber());
+  }
+  bool number_float(double, std::string const& written) { return value(written, read_.beforeNumber()); }
   bool string(std::string& content) { return value(nlohmann::json(content).dump()); }
   bool binary(nlohmann::json::binary_t&) { return false; }
   bool start_object(std::size_t) { return open('{'); }
@@ -67,7 +42,7 @@ public:
   bool key(std::string& name) {
     if (!levels_.back().names.insert(name).second)
       return failed(fmt::format("member '{}' is there twice", name));
-    separate();
+    separate(read_.count);
     text += nlohmann::json(name).dump() + ':';
     isAfterName_ = true;
     return true;
@@ -86,13 +61,14 @@ private:
     fault = std::move(what);
     return false;
   }
-  void separate() {
+  void separate(std::size_t linesBefore) {
     if (!levels_.empty() && !std::exchange(levels_.back().isFirst, false)) text += ',';
-    for (; lines_ < linesRead_; ++lines_)
+    for (; lines_ < linesBefore; ++lines_)
       text += '\n';
   }
-  bool value(std::string_view written) {
-    if (!isAfterName_) separate();
+  bool value(std::string_view written) { return value(written, read_.count); }
+  bool value(std::string_view written, std::size_t linesBefore) {
+    if (!isAfterName_) separate(linesBefore);
     isAfterName_ = false;
     text += written;
     return true;
@@ -109,7 +85,7 @@ private:
     return true;
   }
 
-  std::size_t const& linesRead_;
+  LinesRead const& read_;
   std::size_t lines_ = 0; // written
   std::vector<Level> levels_;
   bool isAfterName_ = false;
@@ -118,9 +94,9 @@ private:
 } // namespace
 
 Kstd::Result<std::string, std::string> plainJson(std::string_view text) {
-  std::size_t lines = 0;
-  Rewriter rewriter(lines);
-  CountingLines const begin(text.data(), lines), end(text.data() + text.size(), lines);
+  LinesRead read;
+  Rewriter rewriter(read);
+  CountingLines const begin(text.data(), read), end(text.data() + text.size(), read);
   if (!nlohmann::json::sax_parse(begin, end, &rewriter)) return Kstd::Err(rewriter.fault);
   return std::move(rewriter.text);
 }

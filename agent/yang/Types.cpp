@@ -74,7 +74,7 @@ struct Held {
 using HeldOrWhy = Kstd::Result<Held, std::string>;
 
 // Names of keys by the leaf that repeats them, in one container of a list entry.
-using Copies = absl::flat_hash_map<std::string, std::string>;
+using Copies = absl::flat_hash_map<std::string, std::string_view>;
 
 class Maker {
 public:
@@ -314,11 +314,19 @@ HeldOrWhy Maker::heldAs(lysc_node const& leaf, lysc_type const& type) {
   return Kstd::Err(std::string("its type is not known"));
 }
 
+// Bytes that are a key are held as the text that a path has of them.
+Held binaryKey() {
+  static std::vector<LeafInfo> const members{{.type = LeafType::Binary, .identityModule = {}}};
+  return {
+      .published = LeafType::Binary, .type = Kel::builtinType(BuiltinKind::String), .keyMembers = &members};
+}
+
 std::optional<Maker::Member> Maker::leafMember(lysc_node const& node, Copies const& copies) {
   bool const isList = node.nodetype == LYS_LEAFLIST;
   lysc_type const& type = pointedAt(isList ? *reinterpret_cast<lysc_node_leaflist const&>(node).type
                                            : *reinterpret_cast<lysc_node_leaf const&>(node).type);
-  auto const held = heldAs(node, type);
+  bool const isBinaryKey = type.basetype == LY_TYPE_BINARY && lysc_is_key((&node));
+  auto const held = isBinaryKey ? HeldOrWhy(binaryKey()) : heldAs(node, type);
   if (!held) {
     leaveOut(node, held.error());
     return std::nullopt;
@@ -329,7 +337,7 @@ std::optional<Maker::Member> Maker::leafMember(lysc_node const& node, Copies con
                 .isLeafList = isList,
                 .identityModule = {}};
   info.isUnion = held->isUnion;
-  if (info.isKeyCopy) info.keyName = Kel::String::dedup(copies.at(node.name)).view();
+  if (info.isKeyCopy) info.keyName = copies.at(node.name);
   if (type.basetype == LY_TYPE_DEC64)
     info.fractionDigits = reinterpret_cast<lysc_type_dec const&>(type).fraction_digits;
   info.isSampled = !info.isConfig && isMoving(node);
@@ -370,13 +378,13 @@ Copies Maker::copiesIn(lysc_node const& container) {
   return copies;
 }
 
-// Some values of the type have no text by which a path could name them.
+// A value of the type has no text by which a path could name it.
 bool lacksText(lysc_type const& type) {
   lysc_type const& real = pointedAt(type);
   if (real.basetype == LY_TYPE_UNION)
     return std::ranges::any_of(sized(reinterpret_cast<lysc_type_union const&>(real).types),
                                [](lysc_type const* each) { return lacksText(*each); });
-  return real.basetype == LY_TYPE_EMPTY || real.basetype == LY_TYPE_BINARY;
+  return real.basetype == LY_TYPE_EMPTY;
 }
 
 bool Maker::hasKeyWithoutText(lysc_node const& list) {
@@ -420,7 +428,7 @@ void Maker::addMember(std::vector<Member>& members, lysc_node const& node, Copie
   if (node.nodetype == LYS_LIST && (node.flags & LYS_KEYLESS) != 0)
     return leaveOut(node, "a list without keys has no entries that a path could name");
   if (node.nodetype == LYS_LIST && hasKeyWithoutText(node))
-    return leaveOut(node, "a key that is empty or binary is no text that a path could hold");
+    return leaveOut(node, "a key that is empty is no text that a path could hold");
   if (depth_ >= kMaxDepth) return leaveOut(node, "it lies deeper than a path can name");
   if (KelType const type = entityType(node, copiesIn(node))) {
     members.push_back({.node = &node,

@@ -4,7 +4,6 @@
 
 #include <charconv>
 #include <cstdint>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -24,6 +23,7 @@
 #include "agent/model/Schema.h"
 #include "agent/model/Tree.h"
 #include "agent/yang/Complaint.h"
+#include "agent/yang/DocumentLines.h"
 #include "agent/yang/PlainJson.h"
 #include "agent/yang/YangModel.h"
 
@@ -102,6 +102,7 @@ ConstHandle valueHandle(LeafInfo const& leaf, lyd_node const& node) {
     return value ? ConstHandle(std::move(*value)) : nullptr;
   }
   case LeafType::Binary: {
+    if (leaf.keyMembers != nullptr) break;
     std::string bytes;
     return absl::Base64Unescape(std::string(text), &bytes) ? ConstHandle(Kel::handleOf(Kel::Bytes(bytes)))
                                                            : nullptr;
@@ -127,10 +128,13 @@ class Filler {
 public:
   Filler(YangTypes const& types, FilledData& filled) : types_(types), filled_(filled) {}
 
+  // The node that is being written, or was when it was refused.
+  [[nodiscard]] lyd_node const* at() const { return at_; }
   // The node, and its next siblings.
   void fillFrom(lyd_node const* first, Handle const& parent) {
     for (lyd_node const* node = first; node != nullptr; node = node->next) {
       if (node->schema == nullptr) continue;
+      at_ = node;
       Kel::KelAttr const attr = attrOf(*node->schema, parent);
       if (!attr)
         ++filled_.leftOut;
@@ -165,10 +169,8 @@ private:
   // Patterns that the schema library does not know.
   static void check(LeafInfo const& leaf, lyd_node const& node) {
     if (leaf.type != LeafType::String || leaf.rules == nullptr) return;
-    auto const checked = leaf.rules->canonical(lyd_get_value(&node));
-    if (checked) return;
-    std::unique_ptr<char, void (*)(void*)> const path(lyd_path(&node, LYD_PATH_STD, nullptr, 0), &std::free);
-    Kel::throwError(fmt::format("{}: {}", path.get(), checked.error()));
+    if (auto const checked = leaf.rules->canonical(lyd_get_value(&node)); !checked)
+      Kel::throwError(checked.error());
   }
   static Handle mutableHandle(ConstHandle const& handle) {
     return Kel::GenericIf::toObject(handle->object());
@@ -194,6 +196,7 @@ private:
     Handle const array = attr.type().genericIf(nullptr);
     lyd_node const* last = &first;
     for (lyd_node const* node = &first; node != nullptr && node->schema == first.schema; node = node->next) {
+      at_ = node;
       check(*leafInfo(attr), *node);
       attr.genericIfAdd(array, valueHandle(*leafInfo(attr), *node));
       last = node;
@@ -205,6 +208,7 @@ private:
 
   YangTypes const& types_;
   FilledData& filled_;
+  lyd_node const* at_ = nullptr;
 };
 
 // Whether nothing is configured below it but keys.
@@ -240,26 +244,59 @@ bool stateDel(lyd_node** first) {
   return isAny;
 }
 
-Kstd::Result<Tree, std::string> parsed(ly_ctx const& context, std::string const& file) {
+struct Document {
+  std::string text;
+  bool isXml = false;
+  Tree tree{nullptr, &lyd_free_all};
+
+  // As compilers say it.
+  [[nodiscard]] std::string complaintOf(lyd_node const& node, std::string_view file,
+                                        Complaint complaint) const {
+    complaint.line = lineOf(node, text, isXml);
+    return complaint.textIn(file);
+  }
+};
+
+Kstd::Result<Document, std::string> parsed(ly_ctx const& context, std::string const& file) {
   std::ifstream from(file, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(from), {}};
+  Document made{.text = {std::istreambuf_iterator<char>(from), {}}};
   if (!from) return Kstd::Err(fmt::format("{}: cannot be read", file));
-  std::size_t const first = text.find_first_not_of(" \t\r\n\xef\xbb\xbf");
-  bool const isXml = first != text.npos && text[first] == '<';
-  if (!isXml) {
-    auto plain = plainJson(text);
+  std::size_t const first = made.text.find_first_not_of(" \t\r\n\xef\xbb\xbf");
+  made.isXml = first != made.text.npos && made.text[first] == '<';
+  if (!made.isXml) {
+    auto plain = plainJson(made.text);
     if (!plain) return Kstd::Err(fmt::format("{}: {}", file, plain.error()));
-    text = *std::move(plain);
+    made.text = *std::move(plain);
   }
   lyd_node* tree = nullptr;
   ly_err_clean(const_cast<ly_ctx*>(&context), nullptr);
-  LY_ERR const ended = lyd_parse_data_mem(&context, text.c_str(), isXml ? LYD_XML : LYD_JSON,
+  LY_ERR const ended = lyd_parse_data_mem(&context, made.text.c_str(), made.isXml ? LYD_XML : LYD_JSON,
                                           LYD_PARSE_ONLY | LYD_PARSE_STRICT, 0, &tree);
-  if (ended != LY_SUCCESS) {
-    lyd_free_all(tree);
-    return Kstd::Err(lastComplaint(context).textIn(file));
+  made.tree.reset(tree);
+  if (ended != LY_SUCCESS) return Kstd::Err(lastComplaint(context).textIn(file));
+  return made;
+}
+
+// Of the documents together: the last one that has the place is at fault, or has what should hold it. They
+// are read once more.
+std::string complaintIn(ly_ctx const& context, std::vector<std::string> const& files,
+                        Complaint const& complaint) {
+  std::string said = complaint.textIn(fmt::format("{}", fmt::join(files, ", ")));
+  if (complaint.place.empty()) return said;
+  std::size_t deepest = 0;
+  for (std::string const& file : files) {
+    auto const document = parsed(context, file);
+    if (!document || document->tree == nullptr) continue;
+    lyd_node* found = nullptr;
+    lyd_find_path(document->tree.get(), complaint.place.c_str(), 0, &found);
+    std::size_t depth = 0;
+    for (lyd_node const* each = found; each != nullptr; each = lyd_parent(each))
+      ++depth;
+    if (depth == 0 || depth < deepest) continue;
+    deepest = depth;
+    said = document->complaintOf(*found, file, complaint);
   }
-  return Tree(tree, &lyd_free_all);
+  return said;
 }
 
 } // namespace
@@ -272,14 +309,15 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
   Filler filler(model.types(), filled);
   lyd_node* config = nullptr;
   for (std::string const& file : files) {
-    auto tree = parsed(context, file);
-    if (!tree) return Kstd::Err(std::move(tree).error());
+    auto document = parsed(context, file);
+    if (!document) return Kstd::Err(std::move(document).error());
     try {
-      filler.fillFrom(tree->get(), dataRoot);
+      filler.fillFrom(document->tree.get(), dataRoot);
     } catch (Kel::Error const& error) {
-      return Kstd::Err(fmt::format("{}: {}", file, error.what()));
+      lyd_node const& at = *filler.at();
+      return Kstd::Err(document->complaintOf(at, file, {.words = error.what(), .place = placeOf(at)}));
     }
-    lyd_node* own = tree->release();
+    lyd_node* own = document->tree.release();
     stateDel(&own);
     if (own != nullptr) lyd_merge_siblings(&config, own, LYD_MERGE_DESTRUCT);
   }
@@ -288,7 +326,7 @@ Kstd::Result<FilledData, std::string> yangDataInto(Kel::Dir& root, YangModel con
   filled.configuration.reset(config);
   if (valid == LY_SUCCESS) return filled;
   Complaint const complaint = lastComplaint(context, config);
-  if (!files.empty()) return Kstd::Err(complaint.textIn(fmt::format("{}", fmt::join(files, ", "))));
+  if (!files.empty()) return Kstd::Err(complaintIn(context, files, complaint));
   filled.notes.push_back("the configuration is not valid while it is empty: " + complaint.text());
   return filled;
 }

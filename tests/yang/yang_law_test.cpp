@@ -205,11 +205,24 @@ TEST(YangData, WhatDoesNotFitIsRefusedWithItsPlace) {
            {R"({"every:every":{"config":{"i8":1,"i8":2}}})", "there twice"},
            {"\xef\xbb\xbf{\"every:every\":\n{\"config\":{\"i16\":1\n,\"u8\":1,\n\"i8\":200\n}}}",
             "bad:4: /every:every/config/i8: "},
-           {R"({"every:every":{"config":{"posix":"abd"}}})", "/every:every/config/posix: it does not match"},
+           {"{\"every:every\":{\"config\":\n{\"posix\":\"abd\"}}}",
+            "bad:2: /every:every/config/posix: it does not match"},
            {R"({"every:every":{"config":{"nothing":1}}})", "nothing"},
            {R"({"nobody:every":{}})", "nobody"},
            {"<every xmlns='urn:ondra:every'><config>\n<i8>x</i8></config></every>",
             "bad:2: /every:every/config/i8"},
+           // What does not hold as a whole: the node, or the entry that lacks one.
+           {"{\"every-rules:rules\":{\"spare\":[\n\"a\",\n\"x\"],\"port\":[{\"name\":\"a\"}]}}",
+            "bad:3: /every-rules:rules/spare[.='x']: Invalid leafref"},
+           {"{\"every-rules:rules\":{\"port\":[{\"name\":\"a\",\"speed\":1},\n{\"speed\":\n101\n,\"name\":"
+            "\"b\"}]}}",
+            "bad:2: /every-rules:rules/port[name='b']/speed: Must"},
+           {"{\"every-rules:rules\":{\"port\":[{\"name\":\"a\",\n\"on\":{}}]}}",
+            "bad:2: /every-rules:rules/port[name='a']/on/since: Mandatory"},
+           {"<!-- <a> --><r:rules xmlns:r='urn:ondra:every-rules'><port xmlns='urn:ondra:every-rules'>\n"
+            "<name>a</name></port>\n<r:port "
+            "xmlns:a='/>'><r:name>b</r:name>\n<r:slot>1</r:slot></r:port></r:rules>",
+            "bad:4: /every-rules:rules/port[name='b']/slot: When"},
        }) {
     std::string const file = testing::TempDir() + "bad";
     std::ofstream(file, std::ios::binary) << text;

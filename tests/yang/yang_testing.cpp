@@ -1,6 +1,7 @@
 // Loads the modules before anybody asks for the tree of types.
 #include "yang/yang_testing.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <random>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -45,7 +47,8 @@ private:
   std::string keyType() {
     return oneOf({"string", "uint8", "int64", "boolean", "decimal64 { fraction-digits 3; }",
                   "identityref { base ev:animal; }", "enumeration { enum red; enum \"light green\"; }",
-                  "union { type uint8; type boolean; type int64; type enumeration { enum auto; } }"});
+                  "union { type uint8; type boolean; type int64; type enumeration { enum auto; } }", "binary",
+                  "union { type int8; type binary; }"});
   }
   std::string type() {
     static constexpr char kMixed[] = "union { type int8; type decimal64 { fraction-digits 1; } type "
@@ -57,23 +60,34 @@ private:
                         kMixed, "leafref { path \"/ev:every/ev:config/ev:text\"; require-instance false; }"});
   }
   std::string list(int depth, bool isConfig) {
-    std::string keys, leaves;
+    std::string keys, leaves, repeated;
     for (unsigned i = 1 + below(3); i > 0; --i) {
       std::string const key = name();
+      bool const isRepeated = below(3) == 0;
       keys += (keys.empty() ? "" : " ") + key;
-      leaves += fmt::format("leaf {} {{ {} }} ", key, typed(keyType()));
+      std::string const leaf = fmt::format("leaf {} {{ {} }} ", key, typed(keyType()));
+      leaves +=
+          isRepeated ? fmt::format("leaf {0} {{ type leafref {{ path \"../config/{0}\"; }} }} ", key) : leaf;
+      if (isRepeated) repeated += leaf;
     }
-    return fmt::format("list {} {{ key \"{}\"; {} {} }} ", name(), keys, leaves, nodes(depth - 1, isConfig));
+    return fmt::format("list {} {{ key \"{}\"; {} container config {{ {} {} }} {} }} ", name(), keys, leaves,
+                       repeated, nodes(0, isConfig), nodes(depth - 1, isConfig));
   }
+  // Its conditions are of the leaf that is first in it.
   std::string nodes(int depth, bool isConfig) {
-    std::string all = fmt::format("leaf {} {{ {} }} ", name(), typed(type()));
+    std::string const leaf = name();
+    std::string all = fmt::format("leaf {} {{ {} }} ", leaf, typed(type()));
     for (unsigned i = 1 + below(4); i > 0 && depth > 0; --i) {
       switch (below(6)) {
       case 0: all += list(depth, isConfig); break;
       case 1:
-        all += fmt::format("container {} {{ {} {} }} ", name(),
-                           oneOf({"", "presence \"it is there\";", "when \"true()\";", "must \"true()\";"}),
-                           nodes(depth - 1, isConfig));
+        all += fmt::format(
+            "container {} {{ {} {} }} ", name(),
+            fmt::format(fmt::runtime(oneOf({"", "presence \"it is there\";", "when \"../{0}\";",
+                                            "when \"../{0} = 'red' or not(../{0})\";",
+                                            "presence \"there\"; must \"string-length(../{0}) < 4\";"})),
+                        leaf),
+            nodes(depth - 1, isConfig));
         break;
       case 2:
         if (isConfig)
@@ -171,7 +185,10 @@ private:
         for (lysc_node const* one = lysc_node_child(each); one != nullptr; one = one->next)
           cases.push_back(one);
         fill(parent, lysc_node_child(cases[below(cases.size())]));
-      } else if (model().types().has(each) && !lysc_is_key(each) && below(5) != 0) {
+      } else if (char const* const key = keyRepeatedBy(parent, each)) {
+        addValue(parent, each, key);
+      } else if (model().types().has(each) && !lysc_is_key(each) &&
+                 (each->name == std::string_view("config") || below(5) != 0)) {
         add(parent, each);
       }
     }
@@ -192,7 +209,10 @@ private:
       ASSERT_EQ(lyd_new_inner(parent, node->module, node->name, 0, &made), LY_SUCCESS);
       fill(made, lysc_node_child(node));
       if (lyd_child(made) == nullptr && (node->flags & LYS_PRESENCE) == 0) return lyd_free_tree(made);
-      return atTop(parent, made);
+      atTop(parent, made);
+      if (conditionsHold(*made)) return;
+      if (made == all_) all_ = made->next;
+      return lyd_free_tree(made);
     }
     default: break;
     }
@@ -210,6 +230,30 @@ private:
       fill(made, lysc_node_child(node));
       atTop(parent, made);
     }
+  }
+  // The value of the key that points to the leaf; null: none does.
+  static char const* keyRepeatedBy(lyd_node const* parent, lysc_node const* leaf) {
+    if (parent == nullptr || lyd_parent(parent) == nullptr) return nullptr;
+    for (lyd_node const* key = lyd_child(lyd_parent(parent)); key != nullptr && lysc_is_key(key->schema);
+         key = key->next)
+      if (parent->schema->name == std::string_view("config") &&
+          key->schema->name == std::string_view(leaf->name))
+        return lyd_get_value(key);
+    return nullptr;
+  }
+  static bool conditionsHold(lyd_node const& node) {
+    std::vector<char const*> conditions;
+    lysc_when* const* const whens = lysc_node_when(node.schema);
+    lysc_must const* const musts = lysc_node_musts(node.schema);
+    for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(whens); ++i)
+      conditions.push_back(lyxp_get_expr(whens[i]->cond));
+    for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(musts); ++i)
+      conditions.push_back(lyxp_get_expr(musts[i].cond));
+    return std::ranges::all_of(conditions, [&node](char const* condition) {
+      ly_bool holds = 0;
+      EXPECT_EQ(lyd_eval_xpath(&node, condition, &holds), LY_SUCCESS) << condition;
+      return holds != 0;
+    });
   }
   void addValue(lyd_node* parent, lysc_node const* node, std::string const& text) {
     lyd_node* made = nullptr;
