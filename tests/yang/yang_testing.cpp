@@ -115,6 +115,7 @@ Agent::YangModel const& model() {
   static std::unique_ptr<Agent::YangModel> const loaded = [] {
     Agent::machineIsLeftOut();
     std::filesystem::path const folder = testing::TempDir() + "random-modules";
+    std::filesystem::remove_all(folder); // of another run, which may have made others
     std::filesystem::create_directories(folder);
     for (unsigned seed = 1; seed <= 8; ++seed)
       std::ofstream(folder / fmt::format("random-{}.yang", seed)) << RandomModule(seed).text();
