@@ -2,6 +2,7 @@
 #include "agent/context/Context.h"
 
 #include "Kel/Dir.h"
+#include "Kel/MemoryReady.h"
 
 namespace Agent {
 namespace {
@@ -32,13 +33,16 @@ Context::Context(Options const& options)
 Context::~Context() { stop(); }
 
 void Context::start() {
-  if (!thread_.joinable()) thread_ = std::thread([this] { scheduler_->run(); });
+  if (thread_.joinable()) return;
+  memoryKeeper_ = std::jthread([](std::stop_token const& stop) { Kel::kelMemKeepReady(stop); });
+  thread_ = std::thread([this] { scheduler_->run(); });
 }
 
 void Context::stop() {
   if (!thread_.joinable()) return;
   scheduler_->stop();
   thread_.join();
+  memoryKeeper_ = {}; // ends it
 }
 
 } // namespace Agent

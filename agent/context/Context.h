@@ -72,7 +72,8 @@ private:
   Tree const tree_;
   ClockGoesBack clockGoesBack_;
   std::thread thread_;
-  Worker worker_; // ends before what it may work for
+  std::jthread memoryKeeper_; // so that the loop's thread need not wait for memory
+  Worker worker_;             // ends before what it may work for
 };
 
 } // namespace Agent

@@ -6,11 +6,14 @@
 #include <sys/mman.h>
 
 #include <array>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <new>
 #include <utility>
 #include <vector>
+
+#include "Kel/MemoryReady.h"
 
 namespace Kel {
 namespace {
@@ -20,6 +23,8 @@ constexpr std::size_t kClasses = kKelMemLargestClass / kGrain;
 constexpr std::size_t kChunkBytes = 64 * 1024;
 constexpr std::size_t kSmallChunks = 64; // those that are taken later are huge
 constexpr std::size_t kHugeBytes = 2 * 1024 * 1024;
+constexpr std::size_t kPageBytes = 4096; // the smallest there are
+constexpr std::size_t kReady = 2;        // chunks that are kept so
 
 struct FreeBlock {
   FreeBlock* next;
@@ -44,8 +49,10 @@ struct Shared {
   std::vector<void*> chunks;
   std::size_t mappedBytes = 0;
   std::array<std::vector<FreeList>, kClasses + 1> surplus;
-  std::vector<Rest> rests; // each larger than the largest block
-  pthread_key_t exit;      // its destructor runs after those of all thread_local objects
+  std::vector<Rest> rests;             // each larger than the largest block
+  std::vector<Rest> ready;             // whole chunks, each page of them touched
+  std::condition_variable_any isShort; // there may be fewer of these than should be
+  pthread_key_t exit;                  // its destructor runs after those of all thread_local objects
   Shared();
 };
 
@@ -94,7 +101,18 @@ std::byte* mapHuge() noexcept {
   return begin + before;
 }
 
+bool isReadyShort(Shared const& all) noexcept {
+  return all.chunks.size() >= kSmallChunks && all.ready.size() < kReady;
+}
+
 Rest takeChunk(Shared& all) {
+  if (!all.ready.empty()) {
+    Rest const chunk = all.ready.back();
+    all.ready.pop_back();
+    all.isShort.notify_one();
+    return chunk;
+  }
+  if (all.chunks.size() >= kSmallChunks) all.isShort.notify_one();
   std::byte* const huge = all.chunks.size() < kSmallChunks ? nullptr : mapHuge();
   std::byte* const chunk = huge != nullptr ? huge : static_cast<std::byte*>(::operator new(kChunkBytes));
   all.chunks.push_back(chunk);
@@ -195,6 +213,23 @@ void kelMemFree(void* block, std::size_t size) noexcept {
   list.head = new (block) FreeBlock{list.head};
   if (++list.length == kBatch) [[unlikely]]
     giveAway(index);
+}
+
+void kelMemKeepReady(std::stop_token const& stop) {
+  Shared& all = shared();
+  std::unique_lock<std::mutex> lock(all.mutex);
+  all.ready.reserve(kReady);
+  while (all.isShort.wait(lock, stop, [&all] { return isReadyShort(all); })) {
+    lock.unlock();
+    std::byte* const chunk = mapHuge();
+    for (std::size_t at = 0; chunk != nullptr && at < kHugeBytes; at += kPageBytes)
+      *const_cast<std::byte volatile*>(chunk + at) = std::byte(0);
+    lock.lock();
+    if (chunk == nullptr) return; // there is no memory: whoever asks for it says so
+    all.chunks.push_back(chunk);
+    all.mappedBytes += kHugeBytes;
+    all.ready.push_back({chunk, chunk + kHugeBytes});
+  }
 }
 
 MemStats kelMemStats() {

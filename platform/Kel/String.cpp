@@ -4,6 +4,7 @@
 
 #include <absl/container/flat_hash_set.h>
 
+#include <array>
 #include <cstring>
 #include <limits>
 #include <mutex>
@@ -39,10 +40,16 @@ struct RepEqual {
 };
 
 // The interned texts. Holds no reference: a text leaves the table when its last String goes. Locked only
-// where Strings may be dropped on several threads.
+// where Strings may be dropped on several threads. Many small tables grow one by one: a large one would hold
+// whoever makes it grow for milliseconds.
 struct InternTable {
+  using Reps = absl::flat_hash_set<TextRep*, RepHash, RepEqual, EndingAllocator<TextRep*>>;
+
   std::mutex mutex;
-  absl::flat_hash_set<TextRep*, RepHash, RepEqual, EndingAllocator<TextRep*>> reps;
+  std::array<Reps, 256> parts;
+
+  // By bits that a part itself looks at last.
+  Reps& partOf(std::uint64_t hash) { return parts[(hash >> 40) % parts.size()]; }
 };
 
 InternTable& table() {
@@ -81,16 +88,18 @@ TextRep* TextRep::intern(std::string_view text) {
   if (text.empty()) return nullptr;
   InternTable& interned = table();
   auto const lock = lockIfShared(interned);
-  auto const found = interned.reps.find(text);
-  if (found != interned.reps.end()) {
+  std::uint64_t const hash = hashOf(text);
+  InternTable::Reps& reps = interned.partOf(hash);
+  auto const found = reps.find(text, hash);
+  if (found != reps.end()) {
     TextRep* const there = *found;
     if (there->refs.addUnlessZero()) return there;
-    interned.reps.erase(found); // on its way out on another thread, which will not find it any more
+    reps.erase(found); // on its way out on another thread, which will not find it any more
   }
   TextRep* const rep = allocate(text);
-  rep->hash = hashOf(text);
+  rep->hash = hash;
   rep->interned = 1;
-  interned.reps.insert(rep);
+  reps.insert(rep);
   return rep;
 }
 
@@ -98,8 +107,9 @@ void TextRep::dispose(TextRep* rep) noexcept {
   if (rep->interned != 0) {
     InternTable& interned = table();
     auto const lock = lockIfShared(interned);
-    auto const found = interned.reps.find(rep);
-    if (found != interned.reps.end()) interned.reps.erase(found);
+    InternTable::Reps& reps = interned.partOf(rep->hash);
+    auto const found = reps.find(rep);
+    if (found != reps.end()) reps.erase(found);
   }
   release(rep);
 }

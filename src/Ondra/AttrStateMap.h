@@ -10,8 +10,6 @@
 //    take no storage of their own while all that an object has are the same, as a first walk leaves them.
 #pragma once
 
-#include <absl/container/node_hash_set.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -29,6 +27,7 @@
 
 namespace Ondra {
 
+class AttrStateNodes;
 class GifGnmiNotifiee;
 
 // Notifications may carry an attribute's id negative.
@@ -79,27 +78,8 @@ private:
 // singular attributes without nodes: a bit, or an index into an array.
 class KTD_EXPORT AttrStateMap {
   using Key = Kel::Ptr<Kel::GenericIf const>;
-  struct Probe { // stands for a node in look-ups
-    Kel::AttributeId id;
-    Key const& key;
-  };
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(AttrStateNode const& node) const { return (*this)(Probe{node.id_, node.key_}); }
-    std::size_t operator()(Probe const& probe) const;
-  };
-  struct Equal {
-    using is_transparent = void;
-    bool operator()(AttrStateNode const& a, AttrStateNode const& b) const { return a == b; }
-    bool operator()(AttrStateNode const& a, Probe const& b) const;
-    bool operator()(Probe const& a, AttrStateNode const& b) const { return (*this)(b, a); }
-  };
 
 public:
-  // The set of those nodes that are found by hash; their addresses stay while it grows.
-  using AttrStateMapType =
-      absl::node_hash_set<AttrStateNode, Hash, Equal, Kel::MemAllocator<AttrStateNode, AttrStateMap>>;
-
   // Without an owner (for tests of the map alone) all nodes are found by hash.
   explicit AttrStateMap(GifGnmiNotifiee const* owner) noexcept : owner_(owner) {}
   ~AttrStateMap();
@@ -161,7 +141,7 @@ private:
   // What some maps have and most have not, with the times of all singular attributes behind it.
   struct Block {
     std::size_t count; // of the times
-    std::unique_ptr<AttrStateMapType> nodes;
+    std::unique_ptr<AttrStateNodes> nodes;
     [[nodiscard]] long* times() noexcept { return reinterpret_cast<long*>(this + 1); }
   };
 
@@ -180,8 +160,8 @@ private:
   // The node of a singular attribute that has a time.
   AttrStateNode const& nodeOf(Kel::AttributeId id, std::size_t position) const;
   Block& block() const;
-  AttrStateMapType& nodes() const;
-  [[nodiscard]] AttrStateMapType* nodesSoFar() const noexcept {
+  AttrStateNodes& nodes() const;
+  [[nodiscard]] AttrStateNodes* nodesSoFar() const noexcept {
     return block_ == nullptr ? nullptr : block_->nodes.get();
   }
   template <typename Visit>

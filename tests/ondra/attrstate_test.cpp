@@ -1,5 +1,7 @@
 // The states of watched attributes: one node per attribute and key, times that only move on.
 
+#include <map>
+
 #include "Kel/ActivityClock.h"
 #include "Kel/Attr.h"
 #include "Ondra/AttrStateMap.h"
@@ -64,6 +66,22 @@ TEST_F(AttrState, KeysAreDetached) {
   EXPECT_EQ(map.queryAttrState(links.id(), wrapped), &link);
   EXPECT_EQ(map.size(), 1U);
   EXPECT_EQ(eth0->refCount(), held) << "a state does not keep the object of its key alive";
+}
+
+// Of small collections and of those that are spread over many tables.
+TEST_F(AttrState, OfManyMembersStayWhereTheyAre) {
+  AttrStateMap map(nullptr);
+  std::map<int, AttrStateNode const*> made;
+  for (int key = 0; key < 5000; ++key) {
+    made[key] = &map.getAttrState(7, Kel::handleOf(key));
+    if (key % 3 != 0) continue;
+    EXPECT_TRUE(map.delAttrState(7, Kel::handleOf(key / 2)) || made.count(key / 2) == 0);
+    made.erase(key / 2);
+  }
+  for (int key = 0; key < 5000; ++key)
+    ASSERT_EQ(map.queryAttrState(7, Kel::handleOf(key)), made.count(key) == 0 ? nullptr : made[key]) << key;
+  EXPECT_EQ(map.size(), made.size());
+  EXPECT_EQ(map.keysOf(7).size(), made.size());
 }
 
 } // namespace

@@ -1,11 +1,16 @@
 // Who keeps what alive: handles, weak keys, clones, the end of entities, reference counts on several threads.
 // Meant for the run under the address sanitizer too.
+#include <chrono>
 #include <list>
 #include <random>
 #include <set>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
+#include <vector>
 
+#include "Kel/Memory.h"
+#include "Kel/MemoryReady.h"
 #include "fixture/Populate.h"
 #include "platform/KelTesting.h"
 
@@ -129,6 +134,34 @@ TEST(KelMemory, ThreadsThatEndLeaveWhatTheyTook) {
   for (int i = 0; i < 500; ++i)
     visit();
   EXPECT_EQ(Kel::kelMemStats().chunks, before);
+}
+
+// Once there is so much that it comes in huge pages; whoever asks then has them at once.
+TEST(KelMemory, PagesAreKeptReady) {
+  constexpr std::size_t kBytes = 512;
+  std::vector<void*> blocks;
+  auto const takeTo = [&blocks](std::size_t chunks) {
+    for (int most = 100'000; most > 0 && Kel::kelMemStats().chunks < chunks; --most)
+      blocks.push_back(Kel::kelMemAlloc(kBytes));
+    return Kel::kelMemStats().chunks >= chunks;
+  };
+  if (takeTo(80)) { // not where a sanitizer takes the place of it
+    std::size_t const before = Kel::kelMemStats().mappedBytes;
+    std::jthread const keeper([](std::stop_token const& stop) { Kel::kelMemKeepReady(stop); });
+    auto const isReady = [](std::size_t bytes) {
+      auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+      while (Kel::kelMemStats().mappedBytes < bytes && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+      return Kel::kelMemStats().mappedBytes >= bytes;
+    };
+    constexpr std::size_t kPage = 2 * 1024 * 1024;
+    ASSERT_TRUE(isReady(before + 2 * kPage));
+    for (std::size_t i = 0; i < 2 * kPage / kBytes; ++i) // what is left of the last one, and more
+      blocks.push_back(Kel::kelMemAlloc(kBytes));
+    EXPECT_TRUE(isReady(before + 3 * kPage)) << "what was taken is made up for";
+  }
+  for (void* const block : blocks)
+    Kel::kelMemFree(block, kBytes);
 }
 
 struct Actor final : Kel::PtrInterface::NotifieeConst {

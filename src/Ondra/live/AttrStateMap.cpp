@@ -2,8 +2,6 @@
 // in a hash set. A time that is taken moves the clock on.
 #include "Ondra/AttrStateMap.h"
 
-#include <absl/hash/hash.h>
-
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -13,6 +11,7 @@
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/PtrResolution.h"
+#include "Ondra/live/AttrStateNodes.h"
 #include "Tovak/Trace.h"
 
 namespace Ondra {
@@ -86,14 +85,6 @@ bool operator<(AttrStateNode const& a, AttrStateNode const& b) {
 
 // --- AttrStateMap ------------------------------------------------------------------------------------
 
-std::size_t AttrStateMap::Hash::operator()(Probe const& probe) const {
-  return absl::HashOf(probe.id, probe.key ? probe.key->hash() : 0);
-}
-
-bool AttrStateMap::Equal::operator()(AttrStateNode const& a, Probe const& b) const {
-  return a.id_ == b.id && sameKey(a.key_, b.key);
-}
-
 std::uint32_t AttrStateMap::traceMask() { return trace().mask(); }
 
 namespace {
@@ -130,9 +121,9 @@ AttrStateMap::Block& AttrStateMap::block() const {
   return *block_;
 }
 
-AttrStateMap::AttrStateMapType& AttrStateMap::nodes() const {
-  std::unique_ptr<AttrStateMapType>& nodes = block().nodes;
-  if (!nodes) nodes = std::make_unique<AttrStateMapType>();
+AttrStateNodes& AttrStateMap::nodes() const {
+  std::unique_ptr<AttrStateNodes>& nodes = block().nodes;
+  if (!nodes) nodes = std::make_unique<AttrStateNodes>();
   return *nodes;
 }
 
@@ -184,12 +175,12 @@ long AttrStateMap::makeCommon(std::uint64_t positions) {
 }
 
 long AttrStateMap::nodeTime(std::size_t position) const noexcept {
-  return nodes().find(Probe{owner_->objectType().attrAt(position).id(), nullptr})->timestamp_;
+  return nodes().find({owner_->objectType().attrAt(position).id(), nullptr})->timestamp_;
 }
 
 AttrStateNode const& AttrStateMap::nodeOf(Kel::AttributeId id, std::size_t position) const {
   long const time = timeAt(position);
-  AttrStateNode const& node = *nodes().emplace(id, nullptr).first;
+  AttrStateNode const& node = nodes().emplace(id, nullptr);
   if (time != kInNode) {
     node.timestamp_ = time;
     timeIs(position, kInNode);
@@ -235,10 +226,9 @@ AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key cons
     if (made) timeIs(*position, loopTime());
     node = &nodeOf(id, *position);
   } else {
-    auto found = nodes().find(Probe{id, key});
-    made = found == nodes().end();
-    if (made) found = nodes().emplace(id, key).first;
-    node = &*found;
+    node = nodes().find({id, key});
+    made = node == nullptr;
+    if (made) node = &nodes().emplace(id, key);
   }
   if (made)
     TOVAK_TRACE(trace(), 9, kCategory, "{} created", node->keyString(owner_));
@@ -251,12 +241,10 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNode const* node = nullptr;
-  if (auto const position = positionOf(id, key)) {
+  if (auto const position = positionOf(id, key))
     node = timeAt(*position) == 0 ? nullptr : &nodeOf(id, *position);
-  } else if (AttrStateMapType const* const nodes = nodesSoFar()) {
-    auto const found = nodes->find(Probe{id, key});
-    node = found == nodes->end() ? nullptr : &*found;
-  }
+  else if (AttrStateNodes const* const nodes = nodesSoFar())
+    node = nodes->find({id, key});
   if (node != nullptr)
     TOVAK_TRACE(trace(), 9, kCategory, "found {}", node->stateString(owner_));
   else
@@ -267,8 +255,8 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
 std::optional<long> AttrStateMap::delAttrState(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
-  AttrStateMapType* const nodes = nodesSoFar();
-  bool erased = nodes != nullptr && nodes->erase(Probe{id, key}) > 0;
+  AttrStateNodes* const nodes = nodesSoFar();
+  bool erased = nodes != nullptr && nodes->erase({id, key});
   if (auto const position = positionOf(id, key)) {
     erased = timeAt(*position) != 0;
     timeIs(*position, 0);
@@ -292,9 +280,7 @@ void AttrStateMap::forEach(Visit const& visit) const {
       visit(node);
     }
   }
-  if (AttrStateMapType const* const nodes = nodesSoFar())
-    for (AttrStateNode const& node : *nodes)
-      visit(node);
+  if (AttrStateNodes const* const nodes = nodesSoFar()) nodes->forEach(visit);
 }
 
 std::vector<Kel::Ptr<Kel::GenericIf const>> AttrStateMap::keysOf(Kel::AttributeId id) const {
