@@ -253,8 +253,10 @@ TEST(KelNotifiees, ManyOfOneObject) {
   Fixture::World world;
   auto const device = world.device();
   std::size_t told = 0;
+  constexpr std::size_t kCrowd = 300'000;
   std::vector<Kel::Ptr<Actor>> crowd;
-  for (int i = 0; i < 300'000; ++i)
+  crowd.reserve(kCrowd);
+  for (std::size_t i = 0; i < kCrowd; ++i)
     crowd.emplace_back(new Actor(device.get(), [&told] { ++told; }));
   device->hostnameIs("one");
   EXPECT_EQ(std::exchange(told, 0), crowd.size());
@@ -330,8 +332,10 @@ TEST(KelPointers, CountsHoldOnSeveralThreads) {
   Kel::VFPtrInterface::threadSafePointers_ = true;
   {
     auto const object = Kel::Ptr(new Counted(gone));
+    constexpr std::size_t kThreads = 4;
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
+    threads.reserve(kThreads);
+    for (std::size_t t = 0; t < kThreads; ++t) {
       threads.emplace_back([&object] {
         for (int i = 0; i < 50000; ++i)
           Kel::Ptr<Counted> const copy = object;
