@@ -29,7 +29,7 @@ public:
 
   // Null when there is none.
   [[nodiscard]] AttrStateNode const* find(Probe const& probe) const {
-    Table const& table = tables_[indexOf(probe)];
+    AttrStateMapType const& table = tables_[indexOf(probe)];
     auto const found = table.find(probe);
     return found == table.end() ? nullptr : &*found;
   }
@@ -42,7 +42,7 @@ public:
   bool erase(Probe const& probe) { return tables_[indexOf(probe)].erase(probe) > 0; }
   template <class Visit>
   void forEach(Visit const& visit) const {
-    for (Table const& table : tables_)
+    for (AttrStateMapType const& table : tables_)
       std::for_each(table.begin(), table.end(), visit);
   }
 
@@ -62,7 +62,8 @@ private:
     }
     bool operator()(Probe const& a, AttrStateNode const& b) const { return (*this)(b, a); }
   };
-  using Table =
+  // One table: its nodes stay where they are while it grows.
+  using AttrStateMapType =
       absl::node_hash_set<AttrStateNode, Hash, Equal, Kel::MemAllocator<AttrStateNode, AttrStateMap>>;
 
   static constexpr std::size_t kMostInOne = 1024;
@@ -74,16 +75,16 @@ private:
     return tables_.size() == 1 ? 0 : (Hash()(key) >> 40) % kTables;
   }
   void spread() {
-    std::vector<Table> before(kTables);
+    std::vector<AttrStateMapType> before(kTables);
     before.swap(tables_);
-    Table& all = before.front();
+    AttrStateMapType& all = before.front();
     for (auto at = all.begin(); at != all.end();) {
       auto node = all.extract(at++);
       tables_[indexOf(node.value())].insert(std::move(node));
     }
   }
 
-  std::vector<Table> tables_ = std::vector<Table>(1);
+  std::vector<AttrStateMapType> tables_ = std::vector<AttrStateMapType>(1);
 };
 
 } // namespace Ondra
