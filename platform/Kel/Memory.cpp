@@ -19,6 +19,8 @@ namespace Kel {
 namespace {
 
 constexpr std::size_t kGrain = 16;
+constexpr std::size_t kLine = 64; // of a cache
+constexpr std::size_t kRowBytes = 1024;
 constexpr std::size_t kClasses = kKelMemLargestClass / kGrain;
 constexpr std::size_t kChunkBytes = 64 * 1024;
 constexpr std::size_t kSmallChunks = 64; // those that are taken later are huge
@@ -33,6 +35,10 @@ struct FreeBlock {
 struct FreeList {
   FreeBlock* head;
   std::size_t length;
+  void push(void* block) noexcept {
+    head = new (block) FreeBlock{head};
+    ++length;
+  }
 };
 
 // The part of a chunk that no block has been taken from.
@@ -81,10 +87,8 @@ constexpr bool kPassThrough = false;
 
 // What is left of a thread's chunk and too small to be handed on becomes a block.
 void restToBlock(ThreadLists& mine) noexcept {
-  if (std::size_t const index = mine.rest.bytes() / kGrain; index != 0) {
-    FreeList& list = mine.free[index];
-    list = {new (mine.rest.begin) FreeBlock{list.head}, list.length + 1};
-  }
+  if (std::size_t const index = mine.rest.bytes() / kGrain; index != 0)
+    mine.free[index].push(mine.rest.begin);
   mine.rest = {nullptr, nullptr};
 }
 
@@ -141,9 +145,26 @@ Rest takeChunk(Shared& all) {
   return std::exchange(mine.rest.begin, mine.rest.begin + index * kGrain);
 }
 
+// Blocks that fill whole cache lines begin with one, several in a row; what lies before them becomes a block.
+void* carveLines(std::size_t index) {
+  ThreadLists& mine = lists;
+  std::size_t const bytes = index * kGrain;
+  std::size_t const before = -reinterpret_cast<std::uintptr_t>(mine.rest.begin) % kLine;
+  std::size_t const row = (kRowBytes / bytes) * bytes;
+  if (mine.rest.bytes() < before + row) return nullptr;
+  if (before > 0) mine.free[before / kGrain].push(mine.rest.begin);
+  std::byte* const first = mine.rest.begin + before;
+  mine.rest.begin = first + row;
+  for (std::byte* at = mine.rest.begin - bytes; at != first; at -= bytes)
+    mine.free[index].push(at);
+  return first;
+}
+
 void* carve(std::size_t index) {
   ThreadLists& mine = lists;
   std::size_t const bytes = index * kGrain;
+  if (bytes % kLine == 0)
+    if (void* const first = carveLines(index)) return first;
   if (mine.rest.bytes() < bytes) return refill(index);
   return std::exchange(mine.rest.begin, mine.rest.begin + bytes);
 }
@@ -197,6 +218,7 @@ void* kelMemAlloc(std::size_t size) {
   if (FreeBlock* const block = list.head) {
     list.head = block->next;
     --list.length;
+    __builtin_prefetch(list.head); // the next one may have lain idle for long
     return block;
   }
   return carve(index);
@@ -210,8 +232,8 @@ void kelMemFree(void* block, std::size_t size) noexcept {
   }
   std::size_t const index = classOf(size);
   FreeList& list = lists.free[index];
-  list.head = new (block) FreeBlock{list.head};
-  if (++list.length == kBatch) [[unlikely]]
+  list.push(block);
+  if (list.length >= kBatch) [[unlikely]]
     giveAway(index);
 }
 

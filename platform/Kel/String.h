@@ -131,7 +131,14 @@ public:
   constexpr Bytes() noexcept = default;
   // A copy.
   explicit Bytes(std::string_view bytes) : hold_(Impl::TextRep::make(bytes)) {}
+  // The interned copy: equal ones share one object for as long as anybody holds it.
+  [[nodiscard]] static Bytes dedup(std::string_view bytes) {
+    Bytes shared;
+    shared.hold_ = Impl::TextHold(Impl::TextRep::intern(bytes));
+    return shared;
+  }
 
+  [[nodiscard]] bool empty() const noexcept { return hold_.get() == nullptr; }        // none
   [[nodiscard]] char const* bytesPtr() const noexcept { return hold_.view().data(); } // not ended by a NUL
   [[nodiscard]] std::size_t length() const noexcept { return hold_.view().size(); }   // in bytes
   // Valid while anybody shares it.

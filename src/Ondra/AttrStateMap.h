@@ -7,7 +7,8 @@
 // 3. A node's timestamp never goes back, and a change is never stamped with the time that the node holds
 //    already.
 // 4. The state of a singular attribute is a time and nothing else until somebody asks for its node. Times
-//    take no storage of their own while all that an object has are the same, as a first walk leaves them.
+//    take no storage of their own while all that an object has are the same, as a first walk leaves them, or
+//    all but one, as they are where one leaf changes and the others do not.
 #pragma once
 
 #include <cstddef>
@@ -99,11 +100,12 @@ public:
     return time == kInNode ? nodeTime(position) : time;
   }
   // The one time that all these singular attributes have (bits by position); those without an entry get one.
-  // 0, and nothing is made, when their times are not the same. Not traced.
+  // 0, and nothing is made, when their times are not the same. REQUIRES at least one. Not traced.
   [[nodiscard]] long commonTimestamp(std::uint64_t positions) {
-    bool const haveIt = block_ == nullptr && (seen_ & positions) == positions;
-    return haveIt ? common_ : makeCommon(positions);
+    return (seen_ & positions) == positions ? common_ : makeCommon(positions);
   }
+  // Masks tell of positions below this one.
+  static constexpr std::size_t kInMask = 57;
   // A walk has been over these singular attributes at that time. REQUIRES that none has an entry.
   void walkedIs(std::uint64_t positions, long time) noexcept {
     seen_ = positions;
@@ -115,7 +117,9 @@ public:
   [[nodiscard]] bool keepsTime() const noexcept { return (seen_ & kKept) != 0; } // it has been kept
   [[nodiscard]] long keptTime() const noexcept { return common_; }               // REQUIRES `keepsTime`
   // Has the times of the singular attributes on their way into the cache.
-  void prefetch() const noexcept { __builtin_prefetch(block_); }
+  void prefetch() const noexcept {
+    if (hasBlock()) __builtin_prefetch(rest_.block);
+  }
   // The node, made when there is none.
   AttrStateNode const& getAttrState(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
   // The node, or null.
@@ -134,9 +138,15 @@ public:
   [[nodiscard]] std::string dumpState() const;
 
 private:
-  static constexpr long kInNode = -1;                            // where a time would be: it is its node's
-  static constexpr std::size_t kInMask = 63;                     // positions that `seen_` can tell of
+  static constexpr long kInNode = -1; // where a time would be: it is its node's
+
+  // What is in `seen_` beside bits of positions:
+  static constexpr int kOther = kInMask;         // 6 bits: 1 + the position of the one with `rest_.other`,
+  static constexpr std::uint64_t kNone = 0;      // or that there is none,
+  static constexpr std::uint64_t kHasBlock = 63; // or that all times are in `rest_.block`
+  static constexpr std::uint64_t kOtherMask = std::uint64_t{63} << kOther;
   static constexpr std::uint64_t kKept = std::uint64_t{1} << 63; // of no attribute: holds `common_` as it is
+  static_assert(kInMask + 6 == 63 && kInMask < kHasBlock);
 
   // What some maps have and most have not, with the times of all singular attributes behind it.
   struct Block {
@@ -147,9 +157,14 @@ private:
 
   // As it is stored, 0: none.
   [[nodiscard]] long timeAt(std::size_t position) const noexcept {
-    if (block_ != nullptr) return block_->times()[position];
-    return position < kInMask && ((seen_ >> position) & 1) != 0 ? common_ : 0;
+    if (hasBlock()) return rest_.block->times()[position];
+    if (position >= kInMask) return 0;
+    if (((seen_ >> position) & 1) != 0) return common_;
+    return other() == position + 1 ? rest_.other : 0;
   }
+  [[nodiscard]] std::uint64_t other() const noexcept { return (seen_ & kOtherMask) >> kOther; }
+  void otherIs(std::uint64_t other) const noexcept { seen_ = (seen_ & ~kOtherMask) | (other << kOther); }
+  [[nodiscard]] bool hasBlock() const noexcept { return other() == kHasBlock; }
   void timeIs(std::size_t position, long time) const;
   long makeCommon(std::uint64_t positions);
   [[nodiscard]] long nodeTime(std::size_t position) const noexcept;
@@ -162,16 +177,19 @@ private:
   Block& block() const;
   AttrStateNodes& nodes() const;
   [[nodiscard]] AttrStateNodes* nodesSoFar() const noexcept {
-    return block_ == nullptr ? nullptr : block_->nodes.get();
+    return hasBlock() ? rest_.block->nodes.get() : nullptr;
   }
   template <typename Visit>
   void forEach(Visit const& visit) const;
 
   // Asking for a node changes where a time is, and nothing else.
   GifGnmiNotifiee const* owner_;
-  mutable long common_ = 0;        // the time of all singular attributes that have one, without a block
-  mutable std::uint64_t seen_ = 0; // those that have one, by position
-  mutable Block* block_ = nullptr; // then times are there
+  mutable long common_ = 0;        // the time of most singular attributes that have one
+  mutable std::uint64_t seen_ = 0; // by position, those that have it; and what `rest_` is
+  mutable union {
+    long other;
+    Block* block;
+  } rest_{0};
 };
 
 } // namespace Ondra

@@ -81,12 +81,17 @@ public:
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
   [[nodiscard]] bool meetsKeyFields() const noexcept { return meetsKeyFields_; }
   // The elements of the path as bytes.
-  [[nodiscard]] WirePrefix& wirePrefix() noexcept { return wirePrefix_; }
+  [[nodiscard]] WirePrefix& wirePrefix() {
+    if (lacksAbove_) [[unlikely]]
+      completeWirePrefix();
+    return wirePrefix_;
+  }
   // Has what walks of the object read of it, beside itself, on its way into the cache.
   void prefetch() const noexcept {
     attrStates_.prefetch();
-    WirePrefix const& last = wirePrefix_.above == nullptr ? wirePrefix_ : *wirePrefix_.above;
-    __builtin_prefetch(last.bytes.bytesPtr());
+    char const* const bytes = (wirePrefix_.above.empty() ? wirePrefix_.bytes : wirePrefix_.above).bytesPtr();
+    __builtin_prefetch(bytes);
+    __builtin_prefetch(bytes + 64); // most have as many
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
@@ -141,6 +146,7 @@ private:
   friend class NotifieeMaps;
   void watch(Kel::PtrInterface const& notifier);
   void recordType(Kel::PtrInterface const& notifier);
+  void completeWirePrefix();
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel);
   void leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                  Kel::Ptr<Path const> const& path);
@@ -150,11 +156,11 @@ private:
   Kel::Ptr<GifGnmiNotifiee> holder_; // null: not noted
   AttrStateMap attrStates_;
   Kel::Ptr<Path const> const prefixPath_;
-  WirePrefix wirePrefix_;   // above: of the holder
+  WirePrefix wirePrefix_;
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
   Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
-  std::uint64_t const serial_ : 57;
+  std::uint64_t const serial_ : 56;
   bool const meetsKeyFields_ : 1;
   bool const first_ : 1;
   bool const second_ : 1;
@@ -162,6 +168,7 @@ private:
   bool recordedType_ : 1 = false; // the entry in `pathTypesMap` is its own
   bool wasSwitchedOff_ : 1 = false;
   bool hasEmitted_ : 1 = false;
+  bool lacksAbove_ : 1 = false; // `wirePrefix_` has nothing but the element below the holder's
 };
 
 static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 128);

@@ -5,11 +5,18 @@
 
 namespace Ondra {
 
-// Containers of one tree share what their paths have in common: one without keys has an element that all
-// objects of its type share, below the elements of its parent.
+// Containers of one tree share what their paths have in common: those below a list entry share its elements,
+// and those at the same place below their entries what comes behind these.
 struct WirePrefix {
-  Kel::Bytes bytes;            // of the elements that are its own; empty until an encoder has made them
-  WirePrefix* above = nullptr; // whose elements come before; lives as long. Null: all are its own
+  Kel::Bytes above; // of the elements that come first and are the entry's; empty when `bytes` has all
+  Kel::Bytes bytes; // of the others; empty until an encoder has made them
+};
+
+// The same for a place that has no prefix of its own. On the stack of whoever is there.
+struct WirePlace {
+  WirePrefix& kept;                 // of the nearest notifiee
+  WirePlace const* above = nullptr; // one element less; null: the notifiee's own place
+  Kel::Bytes const* elem = nullptr; // that element
 };
 
 } // namespace Ondra

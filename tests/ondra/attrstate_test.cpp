@@ -1,6 +1,7 @@
 // The states of watched attributes: one node per attribute and key, times that only move on.
 
 #include <map>
+#include <random>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Attr.h"
@@ -82,6 +83,53 @@ TEST_F(AttrState, OfManyMembersStayWhereTheyAre) {
     ASSERT_EQ(map.queryAttrState(7, Kel::handleOf(key)), made.count(key) == 0 ? nullptr : made[key]) << key;
   EXPECT_EQ(map.size(), made.size());
   EXPECT_EQ(map.keysOf(7).size(), made.size());
+}
+
+// However they are stored: all the same, all but one, in an array, or in nodes.
+TEST_F(AttrState, OfSingularAttributesAreWhatATableSays) {
+  for (std::uint32_t seed = 1; seed <= 200; ++seed) {
+    std::mt19937 random(seed);
+    AttrStateMap map(notifiee.get());
+    std::map<std::size_t, long> table; // by position
+    long kept = 0;
+    for (int step = 0; step < 60; ++step) {
+      std::size_t const at = random() % 4;
+      Kel::AttributeId const id = notifiee->objectType().attrAt(at).id();
+      std::uint64_t const mask = 1 + random() % 15;
+      auto const known = table.find(at);
+      switch (random() % (seed % 2 == 0 ? 8 : 5)) { // nodes are asked for in every second
+      case 0: Kel::activityManagerStatus()->activityLoopExecNsTimeInc(1); break;
+      case 1: {
+        long const before = known == table.end() ? 0 : known->second;
+        long const changed = map.changedTimestamp(id, nullptr);
+        ASSERT_GT(changed, before) << "seed " << seed;
+        ASSERT_EQ(changed, loopTime()) << "seed " << seed;
+        table[at] = changed;
+        break;
+      }
+      case 2: ASSERT_EQ(map.timestampOf(id, nullptr), table.emplace(at, loopTime()).first->second); break;
+      case 3: {
+        long const common = map.commonTimestamp(mask);
+        for (std::size_t of = 0; of < 4; ++of)
+          ASSERT_TRUE(common == 0 || ((mask >> of) & 1) == 0 ||
+                      table.emplace(of, common).first->second == common)
+              << "seed " << seed;
+        break;
+      }
+      case 4:
+        if (long const now = loopTime(); map.keep(now)) kept = now;
+        break;
+      case 5: ASSERT_EQ(map.delAttrState(id, nullptr).has_value(), table.erase(at) > 0) << seed; break;
+      case 6: table[at] = map.getAttrState(id, nullptr).advanceTimestamp(); break;
+      default: ASSERT_EQ(map.has(id, nullptr), known != table.end()) << "seed " << seed;
+      }
+      for (std::size_t of = 0; of < 4; ++of)
+        ASSERT_EQ(map.singularTimestamp(of), table.count(of) == 0 ? 0 : table[of])
+            << "seed " << seed << ", step " << step << ", position " << of;
+      ASSERT_EQ(map.keepsTime() ? map.keptTime() : 0, kept) << "seed " << seed;
+    }
+    ASSERT_EQ(map.size(), table.size()) << "seed " << seed;
+  }
 }
 
 } // namespace

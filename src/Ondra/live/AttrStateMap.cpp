@@ -102,23 +102,25 @@ std::size_t unitsOf(std::size_t bytes) {
 } // namespace
 
 AttrStateMap::~AttrStateMap() {
-  if (block_ != nullptr) {
-    std::size_t const units = unitsOf(sizeof(Block) + block_->count * sizeof(long));
-    std::destroy_at(block_);
-    Storage().deallocate(reinterpret_cast<std::max_align_t*>(block_), units);
+  if (hasBlock()) {
+    std::size_t const units = unitsOf(sizeof(Block) + rest_.block->count * sizeof(long));
+    std::destroy_at(rest_.block);
+    Storage().deallocate(reinterpret_cast<std::max_align_t*>(rest_.block), units);
   }
 }
 
 AttrStateMap::Block& AttrStateMap::block() const {
-  if (block_ == nullptr) {
+  if (!hasBlock()) {
     std::size_t const count = attrCountOf(owner_);
     void* const storage = Storage().allocate(unitsOf(sizeof(Block) + count * sizeof(long)));
     auto* const made = new (storage) Block{count, nullptr};
     for (std::size_t at = 0; at < count; ++at)
       new (made->times() + at) long(timeAt(at));
-    block_ = made;
+    rest_.block = made;
+    seen_ &= kKept;
+    otherIs(kHasBlock);
   }
-  return *block_;
+  return *rest_.block;
 }
 
 AttrStateNodes& AttrStateMap::nodes() const {
@@ -141,24 +143,30 @@ std::optional<std::size_t> AttrStateMap::untraced(Kel::AttributeId id, Key const
 }
 
 void AttrStateMap::timeIs(std::size_t position, long time) const {
-  if (block_ == nullptr && position < kInMask) {
-    std::uint64_t const bit = std::uint64_t{1} << position;
-    if (time == 0) {
-      seen_ &= ~bit;
-      return;
-    }
-    if (time != kInNode && ((seen_ & ~bit) == 0 || time == common_)) {
-      common_ = time;
-      seen_ |= bit;
-      return;
-    }
+  if (hasBlock() || position >= kInMask || time == kInNode) {
+    block().times()[position] = time;
+    return;
   }
-  block().times()[position] = time;
+  std::uint64_t const bit = std::uint64_t{1} << position;
+  seen_ &= ~bit;
+  if (other() == position + 1) otherIs(kNone);
+  bool const isFree = (seen_ & ~kOtherMask) == 0;
+  if (time == 0) return;
+  if (isFree || time == common_) {
+    common_ = time;
+    seen_ |= bit;
+  } else if (other() == kNone) {
+    rest_.other = time;
+    otherIs(position + 1);
+  } else {
+    block().times()[position] = time;
+  }
 }
 
 bool AttrStateMap::keep(long time) {
   if (keepsTime()) return common_ == time;
-  bool const isFree = block_ == nullptr && (seen_ == 0 || common_ == time) && attrCountOf(owner_) < kInMask;
+  bool const isFree =
+      !hasBlock() && ((seen_ & ~kOtherMask) == 0 || common_ == time) && attrCountOf(owner_) < kInMask;
   if (isFree) {
     common_ = time;
     seen_ |= kKept;
@@ -168,7 +176,9 @@ bool AttrStateMap::keep(long time) {
 
 long AttrStateMap::makeCommon(std::uint64_t positions) {
   long const now = loopTime();
-  if (block_ != nullptr || (seen_ != 0 && common_ != now)) return 0;
+  bool const isFree = (seen_ & ~kOtherMask) == 0;
+  bool const hasAnother = other() != kNone && (hasBlock() || ((positions >> (other() - 1)) & 1) != 0);
+  if (hasAnother || (!isFree && common_ != now)) return 0;
   common_ = now;
   seen_ |= positions;
   return now;

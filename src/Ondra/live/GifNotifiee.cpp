@@ -24,6 +24,7 @@
 #include "Ondra/live/Sharers.h"
 #include "Ondra/live/StandIns.h"
 #include "Ondra/live/Watch.h"
+#include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/WalkRules.h"
 
 namespace Ondra {
@@ -148,10 +149,22 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
 }
 
 void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem) {
-  bool const sharesPath = !elem.view().empty();
-  wirePrefix_ = {std::move(elem), sharesPath ? &holder.wirePrefix_ : nullptr};
+  bool const sharesPath = !elem.empty();
+  if (sharesPath || lacksAbove_) wirePrefix_ = {{}, std::move(elem)};
+  lacksAbove_ = sharesPath;
   holder_ = Kel::Ptr<GifGnmiNotifiee>(&holder);
   holderAttr_ = attr;
+}
+
+// The holder's path does not change, whoever comes to hold it in turn.
+void GifGnmiNotifiee::completeWirePrefix() {
+  WirePrefix& holders = holder_->wirePrefix();
+  if (holders.bytes.empty()) holders.bytes = wireElems(*holder_->prefixPath());
+  if (!holders.above.empty())
+    wirePrefix_.bytes =
+        Kel::Bytes::dedup(fmt::format("{}{}", holders.bytes.view(), wirePrefix_.bytes.view()));
+  wirePrefix_.above = holders.above.empty() ? holders.bytes : holders.above;
+  lacksAbove_ = false;
 }
 
 EmittedLeaves& GifGnmiNotifiee::emitted() {

@@ -208,7 +208,7 @@ GifGnmiNotifiee* LightWalk::standIn(WalkRules::AttrPlan const& attr, Kel::Entity
   }
   GifGnmiNotifiee& by = place.notifiee() == nullptr ? *place.standIn() : keeper;
   if (!StandIns::begin(by, child)) return nullptr;
-  if (attr.wireElem.view().empty()) attr.wireElem = wireElems(*attr.leafPath);
+  if (attr.wireElem.empty()) attr.wireElem = wireElems(*attr.leafPath);
   if (place.notifiee() != nullptr) haveTime(attr, keeper.attrStates()); // the child's end is told by it
   return &by;
 }

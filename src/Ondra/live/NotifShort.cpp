@@ -22,7 +22,8 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterfac
   long const timestamp = notifiee.attrStates().changedTimestamp(attr.id(), nullptr);
   PlainLeaf const leaf{timestamp, &plan, plan.valueType, value};
   ResponsePath const path(notifiee.prefixPath());
-  return Sender::sendChange(notifiee.router(), {timestamp, path, notifiee.wirePrefix(), {&leaf, 1}});
+  WirePlace const place{notifiee.wirePrefix()};
+  return Sender::sendChange(notifiee.router(), {timestamp, path, place, {&leaf, 1}});
 }
 
 } // namespace Ondra

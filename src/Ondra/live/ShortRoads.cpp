@@ -162,7 +162,7 @@ static Kel::Bytes const& sharedElem(WalkRules::AttrPlan const& plan, GifGnmiNoti
   bool const isShared = plan.road == WalkRules::Road::Singleton &&
                         path.elemSize() == holder.prefixPath()->elemSize() + 1 &&
                         path.elems().back()->isEqual(plan.elem.get());
-  if (isShared && plan.wireElem.view().empty()) plan.wireElem = wireElems(*plan.leafPath);
+  if (isShared && plan.wireElem.empty()) plan.wireElem = wireElems(*plan.leafPath);
   return isShared ? plan.wireElem : none;
 }
 

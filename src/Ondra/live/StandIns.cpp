@@ -14,6 +14,8 @@
 namespace Ondra::StandIns {
 namespace {
 
+static_assert(WalkRules::kMostLight <= AttrStateMap::kInMask);
+
 std::size_t total = 0;
 int making = 0; // while one is made, nobody stands in at its path
 

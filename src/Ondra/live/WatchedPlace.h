@@ -21,7 +21,7 @@ public:
   explicit WatchedPlace(GifGnmiNotifiee& notifiee) noexcept
       : path(notifiee.prefixPath())
       , keeper_(&notifiee)
-      , wire_(&notifiee.wirePrefix()) {}
+      , wire_{notifiee.wirePrefix()} {}
   // Of an entity that `above`'s object has by that attribute, whose element has been made as bytes. `isNew`:
   // this walk is the first to get there.
   WatchedPlace(WatchedPlace& above, WalkRules::AttrPlan const& attr, Kel::Entity const& entity,
@@ -29,15 +29,14 @@ public:
       : path(above.path, attr.elem)
       , keeper_(above.keeper_)
       , standIn_(&standIn)
-      , own_{attr.wireElem, above.wire_}
-      , wire_(&own_) {
+      , wire_{above.wire_.kept, &above.wire_, &attr.wireElem} {
     if (isNew) progress_.emplace(entity);
   }
   WatchedPlace(WatchedPlace const&) = delete;
   WatchedPlace& operator=(WatchedPlace const&) = delete;
 
   ResponsePath const path;
-  [[nodiscard]] WirePrefix& wire() noexcept { return *wire_; } // the elements of the path as bytes
+  [[nodiscard]] WirePlace const& wire() const noexcept { return wire_; } // the elements of the path as bytes
   // The nearest notifiee, of the object itself or of one above it.
   [[nodiscard]] GifGnmiNotifiee& keeper() const noexcept { return *keeper_; }
   // The object's own; null: `standIn` stands in for it.
@@ -60,8 +59,7 @@ private:
   GifGnmiNotifiee* standIn_ = nullptr;
   std::optional<StandIns::Progress> progress_;
   Kel::Ptr<GifGnmiNotifiee> made_;
-  WirePrefix own_;
-  WirePrefix* const wire_;
+  WirePlace const wire_;
 };
 
 } // namespace Ondra

@@ -129,19 +129,19 @@ Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
 
 // The elements of a prefix that is asked for again and again.
 void putElems(WireWriter& out, PlainNode const& node) {
-  WirePrefix* part = &node.wirePrefix;
   std::size_t below = 0;
   WireRun run(out);
-  for (; part->above != nullptr; part = part->above, ++below)
-    run.raw(part->bytes.view());
-  std::string_view const made = part->bytes.view();
-  run.raw(made);
+  for (WirePlace const* place = &node.place; place->above != nullptr; place = place->above, ++below)
+    run.raw(place->elem->view());
+  WirePrefix& kept = node.place.kept;
+  run.raw(kept.bytes.view());
+  run.raw(kept.above.view());
   run.finish();
-  if (!made.empty()) [[likely]]
+  if (!kept.bytes.empty()) [[likely]]
     return;
   std::size_t const before = out.size(); // the path itself is not read before, which may be cold
   putElems(out, node.prefix->elems().first(node.prefix->elemSize() - below));
-  part->bytes = madeSince(out, before);
+  kept.bytes = madeSince(out, before);
 }
 
 // The path of a leaf that all objects of a type share.

@@ -22,7 +22,7 @@ struct PlainLeaf {
 struct PlainNode {
   long timestamp;
   ResponsePath const& prefix;
-  WirePrefix& wirePrefix; // the elements of the prefix
+  WirePlace const& place; // the elements of the prefix
   std::span<PlainLeaf const> leaves;
 };
 

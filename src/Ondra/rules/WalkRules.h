@@ -77,7 +77,7 @@ inline constexpr std::size_t kMostPlain = 999;
 
 // More attributes than these are too many for one step of a walk, when there are others than plain leaves;
 // and for the masks of a plan.
-inline constexpr std::size_t kMostLight = 63;
+inline constexpr std::size_t kMostLight = 57;
 
 struct TypePlan {
   Kel::KelType type;
