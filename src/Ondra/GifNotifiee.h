@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <typeinfo>
 
 #include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
@@ -97,6 +98,13 @@ public:
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
   // The registry holds it: its path has not ended.
   [[nodiscard]] bool isRegistered() const noexcept { return inRegistry_; }
+  // The observer as a notifiee that is registered; null when it is none.
+  [[nodiscard]] static GifGnmiNotifiee* registered(NotifieeConst* observer) noexcept {
+    auto* const notifiee = observer != nullptr && typeid(*observer) == typeid(GifGnmiNotifiee)
+                               ? static_cast<GifGnmiNotifiee*>(observer)
+                               : nullptr;
+    return notifiee != nullptr && notifiee->inRegistry_ ? notifiee : nullptr;
+  }
 
   // Notes that the path is the holder's with one element more, that of the holder's attribute under which the
   // object, an entity, has its one place: walks of the holder need not work out the path again. `elem`: the
@@ -159,7 +167,6 @@ private:
   WirePrefix wirePrefix_;
   Kel::KelType const type_; // of the notifier
   BaseRouter& router_;
-  Kel::PtrInterface const* objectIdentity_ = nullptr; // never followed
   std::uint64_t const serial_ : 56;
   bool const meetsKeyFields_ : 1;
   bool const first_ : 1;
@@ -171,7 +178,7 @@ private:
   bool lacksAbove_ : 1 = false; // `wirePrefix_` has nothing but the element below the holder's
 };
 
-static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) == 128);
+static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) <= 128);
 
 // The notifiee of the walk's path, made and switched on when there is none; when there is one of another
 // object, the path is retired first. None is made for a walk that takes notifiees down

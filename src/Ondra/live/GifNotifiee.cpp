@@ -85,7 +85,7 @@ GifGnmiNotifiee::~GifGnmiNotifiee() {
 void GifGnmiNotifiee::watch(Kel::PtrInterface const& notifier) {
   auto const* const entity = type_.isEntity() ? static_cast<Kel::Entity const*>(&notifier) : nullptr;
   if (entity != nullptr && entity->isOrphan()) return;
-  notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this), &notifier);
+  notifieeMaps->notifieeMapsInsert(Kel::Ptr<GifGnmiNotifiee>(this));
   isWeakReferenceIs(true);
   isRegisteredNotifieeIs(true);
   notifierIs(&notifier);
@@ -269,7 +269,7 @@ Kel::Ptr<GifGnmiNotifiee> setUpGifNotifiee(std::shared_ptr<WalkInfo>& walkInfo) 
 Kel::Ptr<GifGnmiNotifiee> watchAt(Kel::PtrInterface const& object, Kel::Ptr<Path const> const& path,
                                   BaseRouter& router) {
   bool const isEntity = object.fwkType().isEntity();
-  bool const isFirst = isEntity && (object.notifieeList()->empty() || !notifieeMaps->pathOf(&object));
+  bool const isFirst = isEntity && !notifieeMaps->pathOf(&object);
   Kel::Ptr<GifGnmiNotifiee> made(new GifGnmiNotifiee(&object, path, router, false, false));
   made->hasNotificationActiveIs(true);
   if (isFirst && made->isRegistered() && Referrers::instance().size() > 0)
@@ -301,7 +301,7 @@ std::string GifGnmiNotifiee::dumpGnmiNotifieeMap() {
 std::string GifGnmiNotifiee::dumpNotifieePathMap() {
   std::string text;
   notifieeMaps->forEach([&text](GifGnmiNotifiee const& notifiee) {
-    text += fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(notifiee.objectIdentity_),
+    text += fmt::format("ptrInterface:{} path:{}\n", static_cast<void const*>(notifiee.notifier()),
                         notifiee.prefixPath());
   });
   return text;

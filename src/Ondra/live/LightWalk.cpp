@@ -1,7 +1,6 @@
 // The pass over an entity's attributes, down to its children; and walkers made half-way.
 #include "Ondra/live/LightWalk.h"
 
-#include <typeinfo>
 #include <utility>
 
 #include "Kel/ActivityClock.h"
@@ -28,10 +27,8 @@ GifGnmiNotifiee* heldNotifiee(Kel::PtrInterface const& entity, GifGnmiNotifiee c
   if (list == nullptr) return nullptr;
   list->haveMade(entity);
   for (Kel::PtrInterface::NotifieeConst* const member : list->members()) {
-    if (member != nullptr && typeid(*member) == typeid(GifGnmiNotifiee)) {
-      auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
-      if (notifiee->isRegistered() && notifiee->isHeldBy(holder, attr)) return notifiee;
-    }
+    GifGnmiNotifiee* const notifiee = GifGnmiNotifiee::registered(member);
+    if (notifiee != nullptr && notifiee->isHeldBy(holder, attr)) return notifiee;
   }
   return nullptr;
 }

@@ -1,5 +1,4 @@
-// Putting in and taking out keep both views alike, also when memory or an observer interrupts. Their order by
-// paths, too.
+// Putting in and taking out, also when memory or an observer interrupts; and the order by paths.
 #include "Ondra/NotifieeMaps.h"
 
 #include <algorithm>
@@ -31,15 +30,7 @@ bool PathOrder::operator()(Path const& a, NotifieePtr const& b) const {
 
 // --- NotifieeMaps ----------------------------------------------------------------------------------------
 
-void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee, Kel::PtrInterface const* object) {
-  notifiee->objectIdentity_ = object;
-  insertByPath(notifiee);
-  notifiee->inRegistry_ =
-      true; // what follows can fail for want of memory: `erase` undoes as much of it as is done
-  insertByObject(notifiee.get());
-}
-
-void NotifieeMaps::insertByPath(NotifieePtr const& notifiee) {
+void NotifieeMaps::notifieeMapsInsert(NotifieePtr const& notifiee) {
   Path const& path = *notifiee->prefixPath();
   auto place = placeOf(path);
   if (NotifieePtr const before{isAt(place, path) ? place->get() : StandIns::madeAt(path)}) {
@@ -51,6 +42,7 @@ void NotifieeMaps::insertByPath(NotifieePtr const& notifiee) {
   }
   latest_.reset(); // it is none any more
   latest_ = byPath_.insert(place, notifiee);
+  notifiee->inRegistry_ = true;
 }
 
 // The first that does not stand before the path. Most walks go in about that order: what comes next is the
@@ -76,29 +68,6 @@ bool NotifieeMaps::isAt(GnmiNotifieeMapType::const_iterator place, Path const& p
   return place != byPath_.end() && (*place)->prefixPath()->isEqual(&path);
 }
 
-void NotifieeMaps::insertByObject(GifGnmiNotifiee* notifiee) {
-  if (byObject_.insert(notifiee)) return;
-  GifGnmiNotifiee* const oldest = *byObject_.find(notifiee);
-  Several& several = several_[notifiee->objectIdentity_];
-  several.insert(oldest);
-  several.insert(notifiee);
-  if (*several.begin() != oldest) {
-    byObject_.erase(oldest);
-    byObject_.insert(*several.begin());
-  }
-}
-
-void NotifieeMaps::eraseByObject(GifGnmiNotifiee* notifiee) {
-  auto const several = several_.find(notifiee->objectIdentity_);
-  if (several != several_.end()) several->second.erase(notifiee);
-  if (GifGnmiNotifiee* const* const oldest = byObject_.find(notifiee);
-      oldest != nullptr && *oldest == notifiee) {
-    byObject_.erase(notifiee);
-    if (several != several_.end() && !several->second.empty()) byObject_.insert(*several->second.begin());
-  }
-  if (several != several_.end() && several->second.size() < 2) several_.erase(several);
-}
-
 void NotifieeMaps::erase(NotifieePtr const& taken) {
   NotifieePtr const notifiee = taken; // `taken` may lie in a view
   PathPtr const& path = notifiee->prefixPath();
@@ -112,14 +81,12 @@ void NotifieeMaps::erase(NotifieePtr const& taken) {
   notifiee->inRegistry_ = false;
   latest_.reset();
   byPath_.erase(notifiee);
-  eraseByObject(notifiee.get());
   Referrers::instance().forget(notifiee.get());
   notifiee->isRegisteredNotifieeIs(false);
   notifiee->notifierIs(nullptr);
 }
 
 std::size_t NotifieeMaps::size() const noexcept { return byPath_.size() + StandIns::count(); }
-std::size_t NotifieeMaps::objects() const noexcept { return byObject_.size() + StandIns::count(); }
 
 void NotifieeMaps::makeAll() const {
   if (StandIns::count() == 0) return;
@@ -144,31 +111,27 @@ GifGnmiNotifiee* NotifieeMaps::find(PathPtr const& path) const {
   return registered != nullptr ? registered : StandIns::madeAt(*path);
 }
 
-GifGnmiNotifiee* const* NotifieeMaps::oldestOf(Object object) const {
-  GifGnmiNotifiee* const* const oldest = byObject_.find(object);
-  if (oldest != nullptr || StandIns::count() == 0) return oldest;
-  if (Kel::NotifieeList* const list = object->notifieeList()) list->haveMade(*object);
-  return byObject_.find(object);
+GifGnmiNotifiee* NotifieeMaps::oldestOf(Kel::PtrInterface const* object) {
+  Kel::NotifieeList* const list = object->notifieeList();
+  if (list == nullptr) return nullptr;
+  list->haveMade(*object);
+  for (Kel::PtrInterface::NotifieeConst* const member : list->members())
+    if (GifGnmiNotifiee* const notifiee = GifGnmiNotifiee::registered(member)) return notifiee;
+  return nullptr;
 }
 
 GifGnmiNotifiee* NotifieeMaps::find(Kel::PtrInterface const* object, PathPtr const& path) const {
-  GifGnmiNotifiee* const* const oldest = oldestOf(object);
-  if (oldest == nullptr) return nullptr;
-  bool const isIt = (*oldest)->prefixPath()->isEqual(path.get());
-  GifGnmiNotifiee* const notifiee = isIt ? *oldest : several_.contains(object) ? find(path) : nullptr;
+  GifGnmiNotifiee* const oldest = oldestOf(object);
+  if (oldest != nullptr && oldest->prefixPath()->isEqual(path.get())) return oldest;
+  bool const mayHaveOthers =
+      object->notifieeList() == nullptr || object->notifieeList()->members().size() > 1;
+  GifGnmiNotifiee* const notifiee = mayHaveOthers ? find(path) : nullptr;
   return notifiee != nullptr && notifiee->notifier() == object ? notifiee : nullptr;
 }
 
 NotifieeMaps::PathPtr NotifieeMaps::pathOf(Kel::PtrInterface const* object) const {
-  GifGnmiNotifiee* const* const oldest = oldestOf(object);
-  if (oldest == nullptr) return nullptr;
-  // Else the address was that of an object that has gone unnoticed.
-  auto const isOfIt = [object](GifGnmiNotifiee const* notifiee) { return notifiee->notifier() == object; };
-  if (isOfIt(*oldest)) return (*oldest)->prefixPath();
-  auto const several = several_.find(object);
-  if (several == several_.end()) return nullptr;
-  auto const found = std::find_if(several->second.begin(), several->second.end(), isOfIt);
-  return found == several->second.end() ? nullptr : (*found)->prefixPath();
+  GifGnmiNotifiee const* const oldest = oldestOf(object);
+  return oldest == nullptr ? nullptr : oldest->prefixPath();
 }
 
 std::vector<NotifieeMaps::NotifieePtr> NotifieeMaps::atOrBelow(Path const& path) const {

@@ -2,7 +2,6 @@
 // by their notifiee.
 #include "Ondra/live/ShortRoads.h"
 
-#include <typeinfo>
 #include <utility>
 
 #include "Kel/ActivityClock.h"
@@ -95,9 +94,9 @@ void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const&
   }
   if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
     Kel::NotifieeList const* const list = object->notifieeList();
-    Kel::PtrInterface::NotifieeConst const* const first = list == nullptr ? nullptr : list->front();
-    if (first != nullptr && typeid(*first) == typeid(GifGnmiNotifiee))
-      static_cast<GifGnmiNotifiee const*>(first)->prefetch();
+    GifGnmiNotifiee const* const first =
+        list == nullptr ? nullptr : GifGnmiNotifiee::registered(list->front());
+    if (first != nullptr) first->prefetch();
     if (WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan); object->fwkType() == type.type) {
       PlainLeaves::prefetch(type, *object);
       for (std::uint32_t const at : type.children)

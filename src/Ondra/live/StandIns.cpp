@@ -3,7 +3,6 @@
 #include "Ondra/live/StandIns.h"
 
 #include <span>
-#include <typeinfo>
 
 #include "Kel/ActivityClock.h"
 #include "Ondra/NotifieeMaps.h"
@@ -39,9 +38,8 @@ bool mayHaveSome(GifGnmiNotifiee const& notifiee) noexcept {
 
 GifGnmiNotifiee* ownNotifiee(Kel::NotifieeList const& list, GifGnmiNotifiee const& above) {
   for (Kel::PtrInterface::NotifieeConst* const member : list.members()) {
-    if (member == nullptr || typeid(*member) != typeid(GifGnmiNotifiee)) continue;
-    auto* const notifiee = static_cast<GifGnmiNotifiee*>(member);
-    GifGnmiNotifiee const* at = notifiee->isRegistered() ? notifiee : nullptr;
+    GifGnmiNotifiee* const notifiee = GifGnmiNotifiee::registered(member);
+    GifGnmiNotifiee const* at = notifiee;
     while (at != nullptr && at != &above)
       at = at->holder();
     if (at != nullptr) return notifiee;
