@@ -48,9 +48,27 @@ LeafType builtinLeafType(Kel::BuiltinKind kind) {
   Kel::throwError("a leaf is declared of a scalar that has no type of YANG");
 }
 
-// Names of leaves, which live for the process.
-absl::flat_hash_set<std::string_view>& toldOtherwise() {
-  static auto* const instance = new absl::flat_hash_set<std::string_view>();
+// Names of leaves, which live for the process. Asked for each text that is sent, most of which are of other
+// lengths.
+class LeafNames {
+public:
+  void insert(std::string_view name) {
+    names_.insert(name);
+    lengths_ |= lengthBit(name);
+  }
+  [[nodiscard]] bool contains(std::string_view name) const {
+    return (lengths_ & lengthBit(name)) != 0 && names_.contains(name);
+  }
+
+private:
+  static std::uint64_t lengthBit(std::string_view name) { return std::uint64_t{1} << name.size() % 64; }
+
+  std::uint64_t lengths_ = 0;
+  absl::flat_hash_set<std::string_view> names_;
+};
+
+LeafNames& toldOtherwise() {
+  static auto* const instance = new LeafNames();
   return *instance;
 }
 

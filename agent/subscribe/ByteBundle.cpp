@@ -29,22 +29,18 @@ gnmi::Path elemsOf(Ondra::Path const& path, std::size_t end) {
   return out;
 }
 
-std::size_t takeVarint(std::string_view& bytes) {
-  std::size_t value = 0;
-  for (unsigned shift = 0;; shift += 7) {
-    auto const byte = static_cast<unsigned char>(bytes.front());
-    bytes.remove_prefix(1);
-    value |= static_cast<std::size_t>(byte & 0x7f) << shift;
-    if (byte < 0x80) return value;
-  }
-}
-
 // Takes one field with a length off; what is in it.
-std::string_view takeField(std::string_view& bytes) {
-  bytes.remove_prefix(1);
-  std::size_t const size = takeVarint(bytes);
-  std::string_view const field = bytes.substr(0, size);
-  bytes.remove_prefix(size);
+inline std::string_view takeField(std::string_view& bytes) {
+  std::size_t size = 0;
+  std::size_t begin = 1; // behind the tag
+  for (unsigned shift = 0;; shift += 7) {
+    auto const byte = static_cast<unsigned char>(bytes[begin++]);
+    size |= static_cast<std::size_t>(byte & 0x7f) << shift;
+    if (byte < 0x80) [[likely]]
+      break;
+  }
+  std::string_view const field(bytes.data() + begin, size);
+  bytes.remove_prefix(begin + size);
   return field;
 }
 
@@ -52,6 +48,8 @@ std::string_view textOf(std::span<std::uint8_t const> bytes) {
   return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
+// The value of an update: a `leaflist_val` of nothing. Such a leaf-list is not there.
+constexpr std::string_view kEmptyList("\x1a\x02\x42\x00", 4);
 constexpr char kUpdateVal = 3 << 3 | 2;
 constexpr char kText = 1 << 3 | 2; // of a TypedValue
 constexpr char kList = 8 << 3 | 2;
@@ -91,11 +89,12 @@ void ByteBundle::add(Ondra::WireResponse const& response, LeafVerdicts* access) 
   std::string_view left = textOf(response.changes);
   while (!left.empty() && left.front() == kUpdate) { // deletes come behind the updates; a walk has none
     std::string_view const bytes = takeField(left);
-    EncodedUpdate const update(bytes);
-    if (update.isNothing() || (access != nullptr && !access->permits(update.path))) continue;
+    std::string_view value = bytes;
+    std::string_view const path = takeField(value);
+    EncodedUpdate const update{path, value};
+    if (value == kEmptyList || (access != nullptr && !access->permits(path))) continue;
     if (json_ != nullptr) {
-      std::string_view value = update.value;
-      body_->jsonUpdate(above, update.path, json_->isIetf(), json_->text(update.path, takeField(value)));
+      body_->jsonUpdate(above, path, json_->isIetf(), json_->text(path, takeField(value)));
       continue;
     }
     if (!mayBeToldOtherwise(update)) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Kstd/CopyText.h"
 #include "agent/subscribe/SubscribePlan.h"
 #include "github.com/openconfig/gnmi/proto/gnmi/gnmi.pb.h"
 
@@ -27,9 +28,6 @@ constexpr char kUpdateVal = 3 << 3 | 2;
 constexpr char kUpdateDuplicates = 4 << 3 | 0;
 constexpr char kValJson = 10 << 3 | 2;
 constexpr char kValJsonIetf = 11 << 3 | 2;
-// The value of an update: a `leaflist_val` of nothing.
-constexpr std::string_view kEmptyList("\x1a\x02\x42\x00", 4);
-
 std::size_t varintSize(std::size_t value) { return CodedOutputStream::VarintSize64(value); }
 std::size_t fieldSize(std::size_t size) { return 1 + varintSize(size) + size; }
 
@@ -45,8 +43,8 @@ std::uint8_t* putHead(char tag, std::size_t size, std::uint8_t* at) {
 }
 
 std::uint8_t* putText(std::string_view text, std::uint8_t* at) {
-  if (text.empty()) return at; // which may have no address
-  return CodedOutputStream::WriteRawToArray(text.data(), static_cast<int>(text.size()), at);
+  Kstd::copyText(at, text);
+  return at + text.size();
 }
 
 } // namespace
@@ -82,20 +80,6 @@ void ResponseBody::update(std::string_view above, gnmi::Path const& path, gnmi::
   *at++ = kUpdateDuplicates;
   CodedOutputStream::WriteVarint64ToArray(duplicates, at);
 }
-
-EncodedUpdate::EncodedUpdate(std::string_view bytes) {
-  std::size_t size = 0;
-  std::size_t begin = 1; // behind the path's tag
-  for (unsigned shift = 0;; shift += 7) {
-    auto const byte = static_cast<unsigned char>(bytes[begin++]);
-    size |= static_cast<std::size_t>(byte & 0x7f) << shift;
-    if (byte < 0x80) break;
-  }
-  path = bytes.substr(begin, size);
-  value = bytes.substr(begin + size);
-}
-
-bool EncodedUpdate::isNothing() const noexcept { return value == kEmptyList; }
 
 void ResponseBody::encodedUpdate(std::string_view above, EncodedUpdate const& update) {
   std::size_t const pathSize = above.size() + update.path.size();

@@ -22,10 +22,6 @@ struct Frame;
 
 // The parts of an Update that the library has encoded.
 struct EncodedUpdate {
-  explicit EncodedUpdate(std::string_view bytes);
-  // A leaf-list without entries: it is not there.
-  [[nodiscard]] bool isNothing() const noexcept;
-
   std::string_view path;  // its elements
   std::string_view value; // the field of the value, with its tag
 };

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <tuple>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Attr.h"
@@ -190,7 +191,7 @@ long AttrStateMap::nodeTime(std::size_t position) const noexcept {
 
 AttrStateNode const& AttrStateMap::nodeOf(Kel::AttributeId id, std::size_t position) const {
   long const time = timeAt(position);
-  AttrStateNode const& node = nodes().emplace(id, nullptr);
+  AttrStateNode const& node = *nodes().emplace(id, nullptr).first;
   if (time != kInNode) {
     node.timestamp_ = time;
     timeIs(position, kInNode);
@@ -236,9 +237,7 @@ AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key cons
     if (made) timeIs(*position, loopTime());
     node = &nodeOf(id, *position);
   } else {
-    node = nodes().find({id, key});
-    made = node == nullptr;
-    if (made) node = &nodes().emplace(id, key);
+    std::tie(node, made) = nodes().emplace(id, key);
   }
   if (made)
     TOVAK_TRACE(trace(), 9, kCategory, "{} created", node->keyString(owner_));

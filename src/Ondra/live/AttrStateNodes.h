@@ -29,17 +29,20 @@ public:
 
   // Null when there is none.
   [[nodiscard]] AttrStateNode const* find(Probe const& probe) const {
-    AttrStateMapType const& table = tables_[indexOf(probe)];
-    auto const found = table.find(probe);
+    std::size_t const hash = Hash()(probe);
+    AttrStateMapType const& table = tables_[indexOf(hash)];
+    auto const found = table.find(probe, hash);
     return found == table.end() ? nullptr : &*found;
   }
-  // The one that there is, or is made.
-  AttrStateNode const& emplace(Kel::AttributeId id, Key const& key) {
+  // The one that there is, or is made; and whether it was made.
+  std::pair<AttrStateNode const*, bool> emplace(Kel::AttributeId id, Key const& key) {
     if (tables_.size() == 1 && tables_.front().size() == kMostInOne) spread();
-    return *tables_[indexOf(Probe{id, key})].emplace(id, key).first;
+    Probe const probe{id, key};
+    if (AttrStateNode const* const there = find(probe)) return {there, false};
+    return {&*tables_[indexOf(Hash()(probe))].emplace(id, key).first, true};
   }
   // Whether there was one.
-  bool erase(Probe const& probe) { return tables_[indexOf(probe)].erase(probe) > 0; }
+  bool erase(Probe const& probe) { return tables_[indexOf(Hash()(probe))].erase(probe) > 0; }
   template <class Visit>
   void forEach(Visit const& visit) const {
     for (AttrStateMapType const& table : tables_)
@@ -70,9 +73,8 @@ private:
   static constexpr std::size_t kTables = 256;
 
   // By bits that a table itself looks at last.
-  template <class KeyOrNode>
-  [[nodiscard]] std::size_t indexOf(KeyOrNode const& key) const {
-    return tables_.size() == 1 ? 0 : (Hash()(key) >> 40) % kTables;
+  [[nodiscard]] std::size_t indexOf(std::size_t hash) const {
+    return tables_.size() == 1 ? 0 : (hash >> 40) % kTables;
   }
   void spread() {
     std::vector<AttrStateMapType> before(kTables);
@@ -80,7 +82,7 @@ private:
     AttrStateMapType& all = before.front();
     for (auto at = all.begin(); at != all.end();) {
       auto node = all.extract(at++);
-      tables_[indexOf(node.value())].insert(std::move(node));
+      tables_[indexOf(Hash()(node.value()))].insert(std::move(node));
     }
   }
 

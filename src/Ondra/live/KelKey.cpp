@@ -101,10 +101,10 @@ void KelKey::updateAndStorePrefix(Kel::Ptr<Path>& leafPath, bool dirEntry, Kel::
   if (dirEntry) {
     TOVAK_ASSERT(keyMap_.size() == 1 && "Expected map size of 1", walkerTrace(), "{}",
                  "keyMap().size() == 1 && \"Expected map size of 1\"");
-    elem->nameIs(Kel::String(keyMap_.begin()->second));
+    elem->nameIs(Kel::String::dedup(keyMap_.begin()->second));
   } else {
     for (auto const& [name, text] : keyMap_)
-      elem->keyIs(Kel::String(name), Kel::String(text));
+      elem->keyIs(Kel::String::dedup(name), Kel::String::dedup(text));
   }
   leafPath->replace(last, elem);
   if (!dirEntry && mode_ == Mode::Structured && WalkRules::membersNeedValueElem(attr))

@@ -215,7 +215,7 @@ WalkResult FullKelTypeWalker::walkCollectionAttr(Kel::KelAttr attr,
       !item.takePlace(*notifiee, memberKey, plan.canLoseLeaves))
     return yieldResult(); // covered by another member at the same path
   if (attr.isInstantiating())
-    memberKeyState.prefixIs(Path::PathIs()); // the member is walked under a prefix of its own
+    memberKeyState.prefixIs(WalkRules::noPath()); // the member is walked under a prefix of its own
   if (attr.isKeyScalarNode()) return item.walkKeyScalars(memberKeyState);
   return walkSingletonAttr(attr, memberValue, notifiee, timestamp, std::move(item.leafPath), &memberKeyState,
                            ir);

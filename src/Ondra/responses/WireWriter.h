@@ -13,6 +13,8 @@
 #include <string_view>
 #include <utility>
 
+#include "Kstd/CopyText.h"
+
 namespace Ondra {
 
 enum class WireType : std::uint8_t { Varint = 0, Fixed64 = 1, Length = 2 };
@@ -36,7 +38,7 @@ public:
     if (text.empty()) return;
     self().reserve(text.size());
     self().at_ -= text.size();
-    copyText(self().at_, text.data(), text.size());
+    Kstd::copyText(self().at_, text);
   }
   [[gnu::always_inline]] void varint(std::uint64_t value) {
     self().reserve(kVarintMax);
@@ -118,29 +120,6 @@ private:
     std::uint64_t const word = spread(value) | kMarks;
     self().at_ -= sizeof word;
     std::memcpy(self().at_, &word, sizeof word);
-  }
-  // The library's copy is a call, and most texts are short: two words that may overlap do.
-  [[gnu::always_inline]] static void copyText(std::uint8_t* to, char const* from, std::size_t size) noexcept {
-    if (size > 32)
-      std::memcpy(to, from, size);
-    else if (size >= 16)
-      copyEnds<std::array<std::uint64_t, 2>>(to, from, size);
-    else if (size >= 8)
-      copyEnds<std::uint64_t>(to, from, size);
-    else if (size >= 4)
-      copyEnds<std::uint32_t>(to, from, size);
-    else
-      for (std::size_t i = 0; i < size; ++i)
-        to[i] = static_cast<std::uint8_t>(from[i]);
-  }
-  template <class Word>
-  [[gnu::always_inline]] static void copyEnds(std::uint8_t* to, char const* from, std::size_t size) noexcept {
-    Word first;
-    Word last;
-    std::memcpy(&first, from, sizeof first);
-    std::memcpy(&last, from + size - sizeof last, sizeof last);
-    std::memcpy(to, &first, sizeof first);
-    std::memcpy(to + size - sizeof last, &last, sizeof last);
   }
 };
 
