@@ -90,9 +90,10 @@ public:
   // Has what walks of the object read of it, beside itself, on its way into the cache.
   void prefetch() const noexcept {
     attrStates_.prefetch();
-    char const* const bytes = (wirePrefix_.above.empty() ? wirePrefix_.bytes : wirePrefix_.above).bytesPtr();
-    __builtin_prefetch(bytes);
-    __builtin_prefetch(bytes + 64); // most have as many
+    Kel::Bytes const& first = wirePrefix_.above.empty() ? wirePrefix_.bytes : wirePrefix_.above;
+    if (first.empty()) return;
+    __builtin_prefetch(first.bytesPtr());
+    __builtin_prefetch(first.bytesPtr() + 64); // most have as many
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }

@@ -1,10 +1,10 @@
 // Ondra::KelKey: the key of one collection member while it is walked.
 #pragma once
 
+#include <absl/container/inlined_vector.h>
+
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -35,7 +35,7 @@ public:
   using KeyMap = std::unordered_map<std::string, std::string, std::hash<std::string>, std::equal_to<>,
                                     Kel::MemAllocator<std::pair<std::string const, std::string>>>;
   using Scalar = std::pair<std::string, Kel::Ptr<Kel::GenericIf const>>;
-  using Scalars = std::deque<Scalar, Kel::MemAllocator<Scalar>>;
+  using Scalars = absl::InlinedVector<Scalar, 1, Kel::MemAllocator<Scalar>>;
 
   KelKey() : keyMap_(1) { keyMap_.max_load_factor(1.0F); }
   // The state of walkers that make leaves. It is never written to, so that all of them can share it.
@@ -46,7 +46,7 @@ public:
   // The collection attribute whose member this key names.
   [[nodiscard]] Kel::KelAttr keyAttr() const noexcept { return keyAttr_; }
   [[nodiscard]] KeyMap const& keyMap() const noexcept { return keyMap_; }
-  [[nodiscard]] Scalars const& scalars() const noexcept { return scalars_ ? *scalars_ : noScalars(); }
+  [[nodiscard]] Scalars const& scalars() const noexcept { return scalars_; }
   // Key texts of strings are written with "__" escaped.
   [[nodiscard]] bool escapeMark() const noexcept { return escapeMark_; }
   void escapeMarkIs(bool mark) noexcept { escapeMark_ = mark; }
@@ -58,6 +58,8 @@ public:
   // named: the key attribute of the member, or the collection's name with "Key". Empty for a structured key,
   // whose fields bring their own names.
   Kel::Ptr<Path> updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType);
+  // The same; the path is shared, and not to be changed.
+  Kel::Ptr<Path> typeIs(Kel::KelAttr const& attr, Kel::KelType const& keyType);
   // The same for a collection keyed by a reference, whose text is taken as the key.
   Kel::Ptr<Path> updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::KelType const& keyType,
                                            std::string const& ptrPath);
@@ -86,13 +88,10 @@ public:
   [[nodiscard]] std::string dumpKey() const;
 
 private:
-  static Scalars const& noScalars() noexcept;
-
   Mode mode_ = Mode::Value;
   Kel::KelAttr keyAttr_;
   KeyMap keyMap_;
-  std::optional<Scalars>
-      scalars_; // made with the first: an empty deque takes storage, and most keys are of walkers that make leaves
+  Scalars scalars_;
   bool escapeMark_ = false;
   bool isEncodable_ = true;
   Kel::Ptr<Path const> prefix_;

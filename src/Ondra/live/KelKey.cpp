@@ -2,6 +2,7 @@
 // sent with them as leaves.
 #include "Ondra/KelKey.h"
 
+#include <absl/container/flat_hash_map.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -31,14 +32,24 @@ bool isScalarKey(Kel::KelType const& type) {
   return type.isBuiltin() || type.isEnum() || type.valAttr() || type.hasGnmiStrRep();
 }
 
-// Names the scalar key field of a collection.
-Kel::Ptr<Path> scalarKeyPath(Kel::KelAttr const& attr) {
+Kel::Ptr<Path> madeKeyPath(Kel::KelAttr const& attr) {
   Kel::Ptr<Path> path = Path::PathIs();
   Kel::KelAttr const index = attr.indexAttr();
   if (!index)
     path->push(PathElem::PathElemIs(attr.name().merge("Key")));
   else if (index.isKeyField())
     path->push(PathElem::PathElemIs(index.name()));
+  return path;
+}
+
+// Names the scalar key field of a collection. Made once: a first walk asks for it at each entry.
+Kel::Ptr<Path> scalarKeyPath(Kel::KelAttr const& attr) {
+  using Attr = Kel::AttrDesc const*;
+  using Paths = absl::flat_hash_map<Attr, Kel::Ptr<Path>, absl::Hash<Attr>, std::equal_to<Attr>,
+                                    Kel::EndingAllocator<std::pair<Attr const, Kel::Ptr<Path>>>>;
+  static auto* const paths = new Paths();
+  Kel::Ptr<Path>& path = (*paths)[&attr.desc()];
+  if (!path) path = madeKeyPath(attr);
   return path;
 }
 
@@ -49,17 +60,16 @@ KelKey& KelKey::ofLeaves() {
   return key;
 }
 
-KelKey::Scalars const& KelKey::noScalars() noexcept {
-  static auto const* const none = new Scalars();
-  return *none;
-}
-
-Kel::Ptr<Path> KelKey::updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType) {
+Kel::Ptr<Path> KelKey::typeIs(Kel::KelAttr const& attr, Kel::KelType const& keyType) {
   mode_ = isScalarKey(keyType) ? Mode::Scalar : Mode::Structured;
   keyAttr_ = attr;
   // The fields of a structured key carry their own names, whether or not the member holds the key: a Set
   // reads them as fields of the key's type.
-  return mode_ == Mode::Scalar ? scalarKeyPath(attr) : Path::PathIs();
+  return mode_ == Mode::Scalar ? scalarKeyPath(attr) : WalkRules::noPath();
+}
+
+Kel::Ptr<Path> KelKey::updateTypeAndGenKey(Kel::KelAttr const& attr, Kel::KelType const& keyType) {
+  return Path::makePath(typeIs(attr, keyType));
 }
 
 Kel::Ptr<Path> KelKey::updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::KelType const& keyType,
@@ -67,7 +77,7 @@ Kel::Ptr<Path> KelKey::updateTypeAndGenKeyForPtr(Kel::KelAttr const& attr, Kel::
   static_cast<void>(keyType); // a reference is one scalar, whatever it refers to
   mode_ = Mode::Scalar;
   keyAttr_ = attr;
-  Kel::Ptr<Path> path = scalarKeyPath(attr);
+  Kel::Ptr<Path> path = Path::makePath(scalarKeyPath(attr));
   mapInsert(path->toKeyString(), ptrPath, Kel::handleOf(Kel::String(ptrPath)));
   return path;
 }
@@ -76,10 +86,7 @@ void KelKey::mapInsert(std::string const& name, std::string const& text,
                        Kel::Ptr<Kel::GenericIf const> const& value) {
   isEncodable_ = isEncodable_ && Kstd::isUtf8(name) && Kstd::isUtf8(text);
   keyMap_.emplace(name, text);
-  if (value) {
-    if (!scalars_) scalars_.emplace();
-    scalars_->emplace_back(name, value);
-  }
+  if (value) scalars_.emplace_back(name, value);
 }
 
 std::string KelKey::gnmiKeyName(Kel::Ptr<Path const> const& path) const {

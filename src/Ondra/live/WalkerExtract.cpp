@@ -138,7 +138,7 @@ void FullKelTypeWalker::extractKeyInfo(Handle memberKey, Kel::KelAttr const& att
     static_cast<void>(key.updateTypeAndGenKeyForPtr(attr, keyType, getPtrPathStr(memberKey, router_)));
     return;
   }
-  Kel::Ptr<Path> const path = key.updateTypeAndGenKey(attr, keyType);
+  Kel::Ptr<Path> const path = key.typeIs(attr, keyType);
   if (key.mode() == KelKey::Mode::Scalar) {
     extractScalar(memberKey, path, key, nullptr);
   } else {

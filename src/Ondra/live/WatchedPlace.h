@@ -18,7 +18,7 @@ namespace Ondra {
 // somebody holds its keeper. Scheduler thread only.
 class WatchedPlace {
 public:
-  explicit WatchedPlace(GifGnmiNotifiee& notifiee) noexcept
+  explicit WatchedPlace(GifGnmiNotifiee& notifiee)
       : path(notifiee.prefixPath())
       , keeper_(&notifiee)
       , wire_{notifiee.wirePrefix()} {}
