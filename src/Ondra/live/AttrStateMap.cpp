@@ -144,23 +144,21 @@ std::optional<std::size_t> AttrStateMap::untraced(Kel::AttributeId id, Key const
 }
 
 void AttrStateMap::timeIs(std::size_t position, long time) const {
-  if (hasBlock() || position >= kInMask || time == kInNode) {
+  std::uint64_t const bit = position < kInMask ? std::uint64_t{1} << position : 0;
+  std::uint64_t const others = seen_ & ~(other() == position + 1 ? bit | kOtherMask : bit);
+  bool const isCommon = (others & ~kOtherMask) == 0 || time == common_;
+  bool const fits = time == 0 || isCommon || (others & kOtherMask) == 0;
+  if (hasBlock() || bit == 0 || time == kInNode || !fits) {
     block().times()[position] = time;
     return;
   }
-  std::uint64_t const bit = std::uint64_t{1} << position;
-  seen_ &= ~bit;
-  if (other() == position + 1) otherIs(kNone);
-  bool const isFree = (seen_ & ~kOtherMask) == 0;
-  if (time == 0) return;
-  if (isFree || time == common_) {
+  seen_ = others;
+  if (time != 0 && isCommon) {
     common_ = time;
     seen_ |= bit;
-  } else if (other() == kNone) {
+  } else if (time != 0) {
     rest_.other = time;
     otherIs(position + 1);
-  } else {
-    block().times()[position] = time;
   }
 }
 
