@@ -1,4 +1,6 @@
 // Live subscriptions: what is sent after the first walk. That it is the truth is played in hostile_test.cpp.
+#include <gmock/gmock.h>
+
 #include <random>
 
 #include "Ondra/NotifieeMaps.h"
@@ -101,6 +103,7 @@ TEST_F(Live, AChainOfForwardReferences) {
   constexpr int kLength = 10'000;
   Kel::Ptr<Fixture::Rack> const rack(new Fixture::Rack());
   std::vector<Kel::Ptr<Fixture::Interface>> chain;
+  chain.reserve(kLength);
   for (int i = 0; i < kLength; ++i)
     chain.push_back(rack->interfaceIs(fmt::format("{:05}", i)));
   for (int i = 0; i + 1 < kLength; ++i)
@@ -128,6 +131,7 @@ TEST(LiveLaw, MembersThatShareAPath) {
     RecordingRouter live;
     Device& device = *world.device();
     std::vector<Kel::Ptr<Fixture::Interface>> ports; // also those that have been removed
+    ports.reserve(8);
     for (int i = 0; i < 8; ++i)
       ports.push_back(device.interfaceIs("p" + std::to_string(i)));
     harness.walked(live, *world.dir(), kStreamSnapshot);

@@ -242,8 +242,7 @@ void fill(gnmi::Path& to, std::span<Kel::Ptr<PathElem const> const> elems) noexc
   to.mutable_elem()->Reserve(static_cast<int>(elems.size()));
   for (Kel::Ptr<PathElem const> const& from : elems) {
     gnmi::PathElem* const elem = to.add_elem();
-    std::string_view const name = from->name().view();
-    elem->set_name(name.data(), name.size());
+    elem->mutable_name()->assign(from->name().view());
     eachKey(*from, [elem](std::string_view key, std::string_view value) {
       (*elem->mutable_key())[std::string(key)].assign(value);
     });
