@@ -20,7 +20,6 @@
 #include <utility>
 #include <vector>
 
-#include "Kel/Allocator.h"
 #include "Kel/GenericIf.h"
 #include "Kel/Ptr.h"
 #include "Kel/Scalars.h"

@@ -87,13 +87,13 @@ public:
       completeWirePrefix();
     return wirePrefix_;
   }
-  // Has what walks of the object read of it, beside itself, on its way into the cache.
-  void prefetch() const noexcept {
+  // Has what walks of the object read of it, beside itself, on its way into the cache; of the bytes of the
+  // path so many lines.
+  void prefetch(std::size_t lines = 1) const noexcept {
     attrStates_.prefetch();
     Kel::Bytes const& first = wirePrefix_.above.empty() ? wirePrefix_.bytes : wirePrefix_.above;
-    if (first.empty()) return;
-    __builtin_prefetch(first.bytesPtr());
-    __builtin_prefetch(first.bytesPtr() + 64); // most have as many
+    for (std::size_t at = 0; at < lines && !first.empty(); ++at)
+      __builtin_prefetch(first.bytesPtr() + at * 64);
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "Kel/ActivityClock.h"
+#include "Kel/Allocator.h"
 #include "Kel/Attr.h"
 #include "Ondra/GifNotifiee.h"
 #include "Ondra/PathFormat.h"

@@ -121,7 +121,7 @@ WalkerFlags GifGnmiNotifiee::notifFlags() const noexcept {
 }
 
 void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
-  prefetch();
+  prefetch(2); // most have as many; nothing else is waited for
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   Fleck::message("GifGnmiNotifiee::onAttribute");
   Kel::KelAttr const attr = type_.attr(absoluteId(id));

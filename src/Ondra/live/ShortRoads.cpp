@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t kLine = 64;
 constexpr std::size_t kObjectLines = 6;
-constexpr std::size_t kNotifieeLines = 3;
+constexpr std::size_t kNotifieeLines = 2;
 
 } // namespace
 
