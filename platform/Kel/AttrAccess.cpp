@@ -80,6 +80,10 @@ bool AttrAccess::exist(AttrDesc const& attr, GenericIf const& obj, GenericIf con
 
 void AttrAccess::set(AttrDesc const& attr, GenericIf& obj, GenericIf const* key,
                      GenericIf const* value) const {
+  if (attr.isPlainlySet && key == nullptr && value != nullptr) [[likely]] {
+    Impl::requireType(attr, *attr.type, *value);
+    return write(attr, obj, value);
+  }
   if (!holdsValues(attr)) notSupported(attr, "set");
   checkKey(attr, key);
   requireSettable(attr, obj);

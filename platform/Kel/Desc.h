@@ -227,6 +227,7 @@ struct AttrDesc {
   bool isSettable = false;
   bool isRemovable = true; // members may be deleted by generic writers
   bool isOperation = false;
+  bool isPlainlySet = false; // a singular value that may be written; known when the type is complete
 };
 
 struct TypeDesc {

@@ -3,17 +3,31 @@
 
 #include <absl/container/flat_hash_map.h>
 
-#include <functional>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 
 #include "Kel/Allocator.h"
 #include "Kel/Desc.h"
+#include "Kstd/SameText.h"
+#include "Tovak/HashMix.h"
 
 namespace Kel {
 
 struct TypeDesc::NameIndex {
-  absl::flat_hash_map<std::string_view, AttrDesc const*, absl::Hash<std::string_view>, std::equal_to<>,
+  struct Hash {
+    std::size_t operator()(std::string_view name) const noexcept {
+      std::uint64_t state = Tovak::Impl::HashMix::stateStart;
+      Tovak::Impl::HashMix::mix(state, name);
+      return state;
+    }
+  };
+  struct Same {
+    bool operator()(std::string_view a, std::string_view b) const noexcept { return Kstd::sameText(a, b); }
+  };
+
+  absl::flat_hash_map<std::string_view, AttrDesc const*, Hash, Same,
                       EndingAllocator<std::pair<std::string_view const, AttrDesc const*>>>
       byName; // the names lie in the attributes
 };

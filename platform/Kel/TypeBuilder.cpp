@@ -104,6 +104,8 @@ void complete(TypeDesc& type) {
     if (attr->isArray) attr->isScalarArray = attr->memberType->isScalar();
     if (attr->isInstantiating && attr->isCollection) attr->walkAlways = true;
     if (type.isValueType) attr->isSettable = true;
+    attr->isPlainlySet = attr->isSettable && !attr->isKeyed && !attr->isPointer && !attr->isInstantiating &&
+                         !attr->isStack && !attr->isOperation;
     if (attr->isCtorArg) type.ctorArgs.push_back(attr.get());
     type.names->byName.emplace(attr->name.view(), attr.get());
     auto const id = static_cast<std::size_t>(attr->id);

@@ -10,6 +10,7 @@
 #include <span>
 #include <utility>
 
+#include "Kstd/SameText.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/paths/ElemHash.h"
 #include "Tovak/Assert.h"
@@ -266,11 +267,13 @@ bool gnmi::operator==(gnmi::PathElem const& a, gnmi::PathElem const& b) {
   if (&a == &b) return true;
   auto const& keys = a.key();
   auto const& others = b.key();
-  if (a.name() != b.name() || keys.size() != others.size()) return false;
-  if (keys.size() == 1) { // most often: no look-up
+  std::size_t const size = keys.size();
+  if (!Kstd::sameText(a.name(), b.name()) || size != others.size()) return false;
+  if (size == 0) return true;
+  if (size == 1) { // most often: no look-up
     auto const& [key, value] = *keys.begin();
     auto const& [otherKey, otherValue] = *others.begin();
-    return value == otherValue && key == otherKey;
+    return Kstd::sameText(value, otherValue) && Kstd::sameText(key, otherKey);
   }
   return std::all_of(keys.begin(), keys.end(), [&others](auto const& entry) {
     auto const twin = others.find(entry.first);

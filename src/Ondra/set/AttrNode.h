@@ -20,8 +20,11 @@
 //    with no place left are an error, deletes are fulfilled.
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -62,20 +65,20 @@ public:
   public:
     struct Child {
       AttrNode* operator->() const { return node.get(); }
+      // Of its element, which is read once.
+      [[nodiscard]] std::size_t elemHash() const;
 
       std::unique_ptr<AttrNode> node;
-      std::size_t hash; // of its element
+      mutable std::size_t hash; // 0: not known
     };
-    using Children = std::vector<Child>;
-
     AttrQueue();
     ~AttrQueue();
 
-    // Says of an element that it was looked for and is not there.
+    // Says of an element that it is not there.
     class Gap {
       friend class AttrQueue;
-      std::size_t hash = 0;   // of the element
-      bool isOfPlace = false; // which has none
+      std::size_t hash = 0; // of the element; 0: not known
+      bool isOfPlace = false;
     };
 
     // The child of that very element, of that singular attribute, of that member; null when there is none.
@@ -84,37 +87,27 @@ public:
     [[nodiscard]] AttrNode* get(Element const& element, Gap& gap) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr) const;
     [[nodiscard]] AttrNode* get(Kel::KelAttr attr, ConstHandle const& key) const;
-    // Appends a child; false (and nothing happens) when one of that element is there already.
-    bool insert(std::unique_ptr<AttrNode> node);
+    // Whether there may be a child of that attribute. REQUIRES a node of the attribute's type.
+    [[nodiscard]] bool mayHold(Kel::KelAttr attr) const;
     // Appends a child that is not there: `gap` is that of its element, since whose look-up nothing has been
-    // inserted.
+    // inserted, or made anew when there is none of its attribute.
     void insert(std::unique_ptr<AttrNode> node, Gap const& gap);
     // From here on the queue is as if empty, but for `withPruned`.
     void prune();
     void dropPruned();
 
     // The children with a key filter.
-    [[nodiscard]] std::vector<AttrNode*> const& wildcards() const { return wildcards_; }
-    [[nodiscard]] Children::const_iterator begin() const {
-      return children_.begin() + static_cast<std::ptrdiff_t>(pruned_);
-    }
-    [[nodiscard]] Children::const_iterator end() const { return children_.end(); }
-    [[nodiscard]] std::size_t size() const { return children_.size() - pruned_; }
+    [[nodiscard]] std::span<AttrNode* const> wildcards() const;
+    [[nodiscard]] Child const* begin() const;
+    [[nodiscard]] Child const* end() const;
+    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(end() - begin()); }
     // Those that were pruned, and then those there are.
-    [[nodiscard]] Children const& withPruned() const { return children_; }
+    [[nodiscard]] std::span<Child const> withPruned() const;
 
   private:
-    struct ByElem;
-    struct ByPlace;
-    static void addPlace(ByPlace& places, AttrNode& node);
+    struct Rep;
 
-    Children children_;
-    std::size_t pruned_ = 0; // of them, at the front
-    std::vector<AttrNode*> wildcards_;
-    // Only above a few children; that of the places only once it is asked for, as it is for members of
-    // collections.
-    std::unique_ptr<ByElem> byElem_;
-    mutable std::unique_ptr<ByPlace> byPlace_;
+    std::unique_ptr<Rep> rep_; // null: there has been no child, as most nodes are leaves
   };
 
   using Elems = google::protobuf::RepeatedPtrField<gnmi::PathElem>;
@@ -128,6 +121,8 @@ public:
 
   // What the element refers to must outlive the node.
   AttrNode(Element const& element, KelObject&& object);
+  // The leaf of a singular attribute of scalars.
+  AttrNode(Element const& element, Kel::KelType parentType, Kel::KelAttr leaf);
   ~AttrNode();
   AttrNode(AttrNode const&) = delete;
   AttrNode& operator=(AttrNode const&) = delete;
@@ -261,6 +256,10 @@ private:
 struct AttrTree::AttrNode::Trail {
   SetOp op = SetOp::Delete;
   std::vector<AttrNode*> nodes;
+  // Requests name the attributes of one object after the other in the same order: by the index of an
+  // attribute in its type, the one that came next.
+  std::array<Kel::KelAttr, 64> followers;
+  std::size_t lastAttr = 0;
 };
 
 // What an entity is made from. (The detached one that was made of it to try is `base_`.)

@@ -6,6 +6,7 @@
 #include <boost/container/small_vector.hpp>
 
 #include "Kel/Entity.h"
+#include "Kstd/SameText.h"
 #include "Ondra/KelGnmiSetter.h"
 #include "Ondra/PathFormat.h"
 #include "Ondra/set/AttrNode.h"
@@ -58,6 +59,10 @@ private:
   [[nodiscard]] Step end(Written const& value);
   Step existingChild(AttrNode& child, bool onPrefix);
   Step newChild(Element const& element, bool onPrefix);
+  void add(std::unique_ptr<AttrNode> child, bool onPrefix);
+  // The singular attribute that the element names, when no child is of it; else invalid. With traces, too.
+  [[nodiscard]] KelAttr unusedAttr(Element const& element) const;
+  [[nodiscard]] KelAttr attrNamed(std::string_view name, KelType type) const;
   // Whether the place can be used by this operation.
   [[nodiscard]] Step checkPlace(Element const& element, KelObject& place);
   [[nodiscard]] Step checkEmptyPlace(Element const& element, KelObject const& place);
@@ -122,7 +127,7 @@ void AttrTree::AttrNode::Insertion::followTrail(std::span<Place const* const> wa
 // Null: there is none for this operation, or steps are traced, which those that are taken at once are not.
 AttrTree::AttrNode::Trail const* AttrTree::AttrNode::Insertion::trail() const {
   Trail const* const last = root_.trail_.get();
-  return last != nullptr && last->op == op_ && !setTrace.isOn(6) ? last : nullptr;
+  return last != nullptr && last->op == op_ && !stepsAreTraced() ? last : nullptr;
 }
 
 bool AttrTree::AttrNode::Insertion::enter() {
@@ -144,10 +149,36 @@ bool AttrTree::AttrNode::Insertion::enter() {
 inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descend(Element const& element,
                                                                                   bool onPrefix) {
   child_ = &element;
-  AttrNode* const child = nodeIsInTree() ? node_->children_.get(element, gap_) : nullptr;
-  Step const step = child != nullptr ? existingChild(*child, onPrefix) : newChild(element, onPrefix);
+  KelAttr const unused = unusedAttr(element);
+  Step step = Step::Taken;
+  if (unused && op_ != SetOp::Delete && getTypeKind(unused.memberType()) == TypeKind::Scalar) {
+    add(std::make_unique<AttrNode>(element, node_->object_.type(), unused), onPrefix);
+  } else {
+    AttrNode* const child = nodeIsInTree() && !unused ? node_->children_.get(element, gap_) : nullptr;
+    step = child != nullptr ? existingChild(*child, onPrefix) : newChild(element, onPrefix);
+  }
   child_ = nullptr;
   return step;
+}
+
+KelAttr AttrTree::AttrNode::Insertion::attrNamed(std::string_view name, KelType type) const {
+  if (!root_.trail_) return type.attr(name);
+  Trail& trail = *root_.trail_;
+  KelAttr& expected = trail.followers[trail.lastAttr % trail.followers.size()];
+  if (!expected || !Kstd::sameText(expected.name().view(), name) || !(expected.ownerType() == type))
+    expected = type.attr(name);
+  if (expected) trail.lastAttr = expected.desc().index;
+  return expected;
+}
+
+KelAttr AttrTree::AttrNode::Insertion::unusedAttr(Element const& element) const {
+  KelType const type = node_->object_.type();
+  if (element.place() != nullptr || element.elem().key_size() != 0 || !type || type.isDir() ||
+      stepsAreTraced())
+    return {};
+  KelAttr const attr = attrNamed(element.elem().name(), type);
+  bool const isSingular = attr && !attr.isOperation() && (attr.isArray() || !attr.isCollection());
+  return isSingular && !node_->children_.mayHold(attr) ? attr : KelAttr();
 }
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::existingChild(AttrNode& child,
@@ -188,7 +219,11 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Elem
   TOVAK_TRACE(setTrace, 8, "", "Inserting new AttrNode for sub-element '{}'", element.elem());
   if (node_->object_.type().isDir() && !place->type().isDir())
     dirty_.push_back(Kel::dynamicPtrCast<Kel::Entity>(Kel::Ptr<Kel::PtrInterface>(place->object->object())));
-  auto child = std::make_unique<AttrNode>(element, *std::move(place));
+  add(std::make_unique<AttrNode>(element, *std::move(place)), onPrefix);
+  return Step::Taken;
+}
+
+void AttrTree::AttrNode::Insertion::add(std::unique_ptr<AttrNode> child, bool onPrefix) {
   child->parent_ = node_;
   child->op_ = op_;
   child->onPrefix_ = onPrefix;
@@ -197,11 +232,11 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::newChild(Elem
     attachTo_ = node_;
     head_ = std::move(child);
   } else {
-    bool const isNew = node_->children_.insert(std::move(child));
-    TOVAK_ASSERT(isNew, setTrace, "Expecting successful insertion of new AttrNode for '{}'", element.elem());
+    TOVAK_ASSERT(node_->children_.size() == 0, setTrace, "Expecting '{}' to be the first child",
+                 child->elem());
+    node_->children_.insert(std::move(child), {});
   }
   node_ = made;
-  return Step::Taken;
 }
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::checkPlace(Element const& element,
@@ -281,8 +316,9 @@ inline AttrTree::AttrNode::Insertion::Step
 AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
                                     ElemIterator pathEnd, gnmi::TypedValue const* value) {
   followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
-  while (prefixBegin != prefixEnd || pathBegin != pathEnd) {
-    if (!enter()) return Step::Failed;
+  bool isOpen = followed_ > 0; // who is on the trail was entered
+  for (; prefixBegin != prefixEnd || pathBegin != pathEnd; isOpen = false) {
+    if (!isOpen && !enter()) return Step::Failed;
     bool const onPrefix = prefixBegin != prefixEnd;
     PathElem const& elem = onPrefix ? *prefixBegin++ : *pathBegin++;
     if (Step const step = descend(elem, onPrefix); step != Step::Taken) return step;

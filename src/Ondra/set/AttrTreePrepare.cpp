@@ -19,6 +19,13 @@ AttrTree::AttrNode::AttrNode(Element const& element, KelObject&& object)
     , object_(std::move(object))
     , kind_(getTypeKind(isArray() ? object_.attr.memberType() : object_.type())) {}
 
+AttrTree::AttrNode::AttrNode(Element const& element, KelType parentType, KelAttr leaf)
+    : element_(element)
+    , kind_(TypeKind::Scalar) {
+  object_.parentType = parentType;
+  object_.attr = leaf;
+}
+
 AttrTree::AttrNode::~AttrNode() = default;
 
 void AttrTree::AttrNode::opIs(SetOp op) {
