@@ -38,8 +38,12 @@ public:
   std::pair<AttrStateNode const*, bool> emplace(Kel::AttributeId id, Key const& key) {
     if (tables_.size() == 1 && tables_.front().size() == kMostInOne) spread();
     Probe const probe{id, key};
-    if (AttrStateNode const* const there = find(probe)) return {there, false};
-    return {&*tables_[indexOf(Hash()(probe))].emplace(id, key).first, true};
+    bool made = false;
+    auto const at = tables_[indexOf(Hash()(probe))].lazy_emplace(probe, [&](auto const& construct) {
+      construct(id, key);
+      made = true;
+    });
+    return {&*at, made};
   }
   // Whether there was one.
   bool erase(Probe const& probe) { return tables_[indexOf(Hash()(probe))].erase(probe) > 0; }

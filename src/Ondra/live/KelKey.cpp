@@ -34,11 +34,8 @@ bool isScalarKey(Kel::KelType const& type) {
 
 Kel::Ptr<Path> madeKeyPath(Kel::KelAttr const& attr) {
   Kel::Ptr<Path> path = Path::PathIs();
-  Kel::KelAttr const index = attr.indexAttr();
-  if (!index)
-    path->push(PathElem::PathElemIs(attr.name().merge("Key")));
-  else if (index.isKeyField())
-    path->push(PathElem::PathElemIs(index.name()));
+  if (Kel::String const name = WalkRules::scalarKeyName(attr); !name.empty())
+    path->push(PathElem::PathElemIs(name));
   return path;
 }
 

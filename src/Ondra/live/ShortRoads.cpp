@@ -2,11 +2,13 @@
 // by their notifiee.
 #include "Ondra/live/ShortRoads.h"
 
+#include <string>
 #include <utility>
 
 #include "Kel/ActivityClock.h"
 #include "Kel/Entity.h"
 #include "Kel/Notifiee.h"
+#include "Kstd/Utf8.h"
 #include "Ondra/IR.h"
 #include "Ondra/NotifieeMaps.h"
 #include "Ondra/ScalarEncode.h"
@@ -14,6 +16,7 @@
 #include "Ondra/live/PlainLeaves.h"
 #include "Ondra/live/Sender.h"
 #include "Ondra/live/WalkResults.h"
+#include "Ondra/live/Watch.h"
 #include "Ondra/live/WatchedPlace.h"
 #include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/KeyText.h"
@@ -107,19 +110,57 @@ void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const&
 
 } // namespace
 
+// All of it is plain leaves; some may be printed.
+static bool isPlain(WalkRules::TypePlan const& type) { return type.plainFrom == 0; }
+
+// A derived type may have what the plan does not know of.
+static bool isShort(WalkRules::TypePlan const& type, Kel::PtrInterface const& entity) {
+  return (type.isLight || isPlain(type)) && entity.fwkType() == type.type;
+}
+
 bool ShortRoads::sendsPlain() const { return walker_.ir_->empty() && !(walker_.flags_ & flagNoPush); }
 
 std::optional<WalkResult> ShortRoads::walkLight(WalkRules::AttrPlan const& plan,
                                                 Kel::PtrInterface const* child) {
   if (child == nullptr || !sendsPlain()) return std::nullopt;
   WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan);
-  bool const isPlain = type.plainFrom == 0; // some may be printed
-  // A derived type may have what the plan does not know of.
-  if (!(type.isLight || isPlain) || !(child->fwkType() == type.type)) return std::nullopt;
+  if (!isShort(type, *child)) return std::nullopt;
   GifGnmiNotifiee* const held = heldNotifiee(*child, *notifiee_, plan.attr.id());
   if (held == nullptr || held->meetsKeyFields()) return std::nullopt;
-  return isPlain ? pushPlain(type, *child, *held)
-                 : insideResult(LightWalk(walker_).walk(type, *child, *held));
+  return walkLight(type, *child, *held);
+}
+
+WalkResult ShortRoads::walkLight(WalkRules::TypePlan const& type, Kel::PtrInterface const& child,
+                                 GifGnmiNotifiee& notifiee) {
+  return isPlain(type) ? pushPlain(type, child, notifiee)
+                       : insideResult(LightWalk(walker_).walk(type, child, notifiee));
+}
+
+// Most members of a first walk. Whatever else there is to begin with takes the long road, as does what is
+// found only here: that leaves the state of the member, which the long road wants as well, and at most a
+// notifiee that it finds.
+std::optional<WalkResult> ShortRoads::beginMember(WalkRules::AttrPlan const& plan,
+                                                  Kel::GenericIf::Iterator const& member) {
+  auto const* const entity = static_cast<Kel::Entity const*>(member.objectAhead(0));
+  WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan);
+  bool const mayBegin = entity != nullptr && leaves_ && sendsPlain() && !plan.keyName.empty() &&
+                        isShort(type, *entity) && entity->notifieeList()->empty() && !entity->isOrphan() &&
+                        isPlaceOf(plan, *walker_.gif_->object(), *entity);
+  if (!mayBegin) return std::nullopt;
+  Kel::Ptr<Kel::PtrInterface const> const pin(entity);
+  Kel::Ptr<Kel::GenericIf const> const key = member.key();
+  static_cast<void>(notifiee_->attrStates().timestampOf(plan.attr.id(), key));
+  std::string const text = builtinKeyText(*key, false);
+  if (!Kstd::isUtf8(text)) return std::nullopt;
+  Kel::Ptr<PathElem> const elem = PathElem::makePathElem(plan.elem);
+  elem->keyIs(plan.keyName, Kel::String::dedup(text));
+  Kel::Ptr<Path> const path = Path::makePath(walker_.prefixPath_);
+  path->push(elem);
+  if (notifieeMaps->find(path) != nullptr) return std::nullopt;
+  Kel::Ptr<GifGnmiNotifiee> const made = watchAt(*entity, path, walker_.router_);
+  if (!made->isRegistered() || made->meetsKeyFields()) return std::nullopt;
+  noteHeld(plan, *notifiee_, *made);
+  return walkLight(type, *entity, *made);
 }
 
 std::optional<WalkResult> ShortRoads::pushMember(WalkRules::AttrPlan const& plan,

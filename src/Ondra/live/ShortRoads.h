@@ -59,6 +59,10 @@ public:
   // that follow on their way into the cache. REQUIRES `toHeld`.
   [[nodiscard]] std::optional<WalkResult> pushMember(WalkRules::AttrPlan const& plan,
                                                      Kel::GenericIf::Iterator const& member);
+  // The member where the iterator stands, when it is light, its key is one value, and nobody has observed it
+  // yet: begins to watch it, and walks it. REQUIRES `toHeld`.
+  [[nodiscard]] std::optional<WalkResult> beginMember(WalkRules::AttrPlan const& plan,
+                                                      Kel::GenericIf::Iterator const& member);
   // An entity that the object holds by that attribute, when a walk has noted it. REQUIRES `toHeld`.
   [[nodiscard]] std::optional<WalkResult> walkChild(WalkRules::AttrPlan const& plan,
                                                     Kel::Ptr<Kel::GenericIf const> const& child);
@@ -82,6 +86,8 @@ private:
   [[nodiscard]] bool sendsPlain() const;
   [[nodiscard]] std::optional<WalkResult> walkLight(WalkRules::AttrPlan const& plan,
                                                     Kel::PtrInterface const* child);
+  WalkResult walkLight(WalkRules::TypePlan const& type, Kel::PtrInterface const& child,
+                       GifGnmiNotifiee& notifiee);
 
   FullKelTypeWalker& walker_;
   GifGnmiNotifiee* const notifiee_;

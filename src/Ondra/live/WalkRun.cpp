@@ -213,6 +213,7 @@ WalkResult FullKelTypeWalker::Run::walkMember(Plan const& plan, Kel::GenericIf::
   bool const shortRoad = plan.isPlainHolder && shortRoads_.toHeld();
   if (shortRoad) {
     if (auto const pushed = shortRoads_.pushMember(plan, member)) return *pushed;
+    if (auto const begun = shortRoads_.beginMember(plan, member)) return *begun;
   }
   Kel::Ptr<Kel::GenericIf const> const value = member.ptr();
   if (!value) return WalkResult::Success; // gone since it was looked for

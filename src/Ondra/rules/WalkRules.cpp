@@ -102,6 +102,8 @@ AttrPlan planOf(Kel::KelType type, Kel::KelAttr attr) {
                            (!attr.isInstantiating() && holdsReference(attr.memberType()));
   plan.canLoseLeaves = !attr.isInstantiating() && !attr.isPointer() && !attr.isGnmiJsonString() &&
                        leavesVary(attr.memberType());
+  if (attr.isKeyed() && attr.keyType().isBuiltin() && !attr.keyType().hasGnmiByteRep())
+    plan.keyName = scalarKeyName(attr).dedup();
   plan.isPlainHolder = isPlainHolder(plan);
   plan.isLightHolder = plan.isPlainHolder && attr.readsInPlace();
   Kel::Ptr<PathElem> const elem = PathElem::PathElemIs(attr.name());
@@ -231,6 +233,12 @@ bool membersNeedValueElem(Kel::KelAttr const& attr) {
   Kel::KelType const member = attr.memberType();
   if (attr.isPointer() || attr.isInstantiating()) return false;
   return member.hasGnmiByteRep() || member.isJsonString() || member.builtinKind() == Kel::BuiltinKind::Bytes;
+}
+
+Kel::String scalarKeyName(Kel::KelAttr const& attr) {
+  Kel::KelAttr const index = attr.indexAttr();
+  if (!index) return attr.name().merge("Key");
+  return index.isKeyField() ? index.name() : Kel::String();
 }
 
 bool isDirEntries(Kel::KelAttr const& attr) { return attr.ownerType().isDir() && attr.name() == "entityPtr"; }

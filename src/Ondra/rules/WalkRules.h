@@ -58,6 +58,7 @@ struct AttrPlan {
   Kel::TypeDesc const* valueType = nullptr;            // of a plain leaf
   Kel::BuiltinKind valueKind = Kel::BuiltinKind::None; // how its bits are told; None: they are not
   Kel::Ptr<PathElem const> elem;                       // named after the attribute, without keys
+  Kel::String keyName;     // of members whose key is one builtin value: the name of its field in their path
   Kel::Ptr<Path> leafPath; // of that one element: the leaf path of an entity's own attribute
   mutable TypePlan const* memberPlan = nullptr; // see `memberPlanOf`
   mutable Kel::Bytes wireElem;                  // `elem` as bytes; empty until an encoder has made it
@@ -148,6 +149,9 @@ struct MetKeyField {
 
 // The attribute is the one that holds a directory's entities.
 [[nodiscard]] KTD_EXPORT bool isDirEntries(Kel::KelAttr const& attr);
+
+// The name of the field that a scalar key of the attribute's members is in their path; empty: it has none.
+[[nodiscard]] KTD_EXPORT Kel::String scalarKeyName(Kel::KelAttr const& attr);
 
 // Whether a message can hold the element: its texts are UTF-8. Walks send nothing at or below an element that
 // it cannot.
