@@ -4,9 +4,9 @@
 
 #include <absl/container/flat_hash_set.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <limits>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -29,7 +29,7 @@ std::string_view textOf(TextRep const* rep) noexcept { return {rep->chars(), rep
 
 struct RepHash {
   using is_transparent = void;
-  std::size_t operator()(TextRep const* rep) const noexcept { return rep->hash; }
+  std::size_t operator()(TextRep const* rep) const noexcept { return rep->hash(); }
   std::size_t operator()(std::string_view text) const noexcept { return hashOf(text); }
 };
 struct RepEqual {
@@ -62,27 +62,36 @@ std::unique_lock<std::mutex> lockIfShared(InternTable& interned) {
                                              : std::unique_lock<std::mutex>();
 }
 
-TextRep* allocate(std::string_view text) {
-  if (text.size() > std::numeric_limits<std::uint32_t>::max() - sizeof(TextRep) - 1)
-    throw std::length_error("Kel::String");
-  void* const block = kelMemAlloc(sizeof(TextRep) + text.size() + 1);
-  auto* const rep = new (block) TextRep{{}, static_cast<std::uint32_t>(text.size()), 0, 0, 0};
+// Of the block that it lies in.
+std::size_t beforeHeader(bool interned) noexcept { return interned ? sizeof(std::uint64_t) : 0; }
+
+// With the NUL.
+std::size_t charsOf(std::size_t size) noexcept { return std::max(size + 1, TextRep::kWord); }
+
+TextRep* allocate(std::string_view text, bool interned) {
+  if (text.size() > TextRep::kMaxSize) throw std::length_error("Kel::String");
+  std::size_t const before = beforeHeader(interned);
+  void* const block = kelMemAlloc(before + sizeof(TextRep) + charsOf(text.size()));
+  auto* const rep =
+      new (static_cast<char*>(block) + before) TextRep{{}, static_cast<std::uint32_t>(text.size()), interned};
   rep->refs.add();
   char* const chars = reinterpret_cast<char*>(rep + 1);
+  std::memset(chars, 0, TextRep::kWord);
   std::memcpy(chars, text.data(), text.size());
   chars[text.size()] = '\0';
   return rep;
 }
 
 void release(TextRep* rep) noexcept {
-  std::size_t const bytes = sizeof(TextRep) + rep->size + 1;
+  std::size_t const before = beforeHeader(rep->interned != 0);
+  std::size_t const bytes = before + sizeof(TextRep) + charsOf(rep->size);
   std::destroy_at(rep);
-  kelMemFree(rep, bytes);
+  kelMemFree(reinterpret_cast<char*>(rep) - before, bytes);
 }
 
 } // namespace
 
-TextRep* TextRep::make(std::string_view text) { return text.empty() ? nullptr : allocate(text); }
+TextRep* TextRep::make(std::string_view text) { return text.empty() ? nullptr : allocate(text, false); }
 
 TextRep* TextRep::intern(std::string_view text) {
   if (text.empty()) return nullptr;
@@ -96,9 +105,8 @@ TextRep* TextRep::intern(std::string_view text) {
     if (there->refs.addUnlessZero()) return there;
     reps.erase(found); // on its way out on another thread, which will not find it any more
   }
-  TextRep* const rep = allocate(text);
-  rep->hash = hash;
-  rep->interned = 1;
+  TextRep* const rep = allocate(text, true);
+  *(reinterpret_cast<std::uint64_t*>(rep) - 1) = hash;
   reps.insert(rep);
   return rep;
 }
@@ -107,7 +115,7 @@ void TextRep::dispose(TextRep* rep) noexcept {
   if (rep->interned != 0) {
     InternTable& interned = table();
     auto const lock = lockIfShared(interned);
-    InternTable::Reps& reps = interned.partOf(rep->hash);
+    InternTable::Reps& reps = interned.partOf(rep->hash());
     auto const found = reps.find(rep);
     if (found != reps.end()) reps.erase(found);
   }
@@ -127,7 +135,7 @@ String String::merge(std::string_view tail) const {
 }
 
 std::uint64_t String::hash() const noexcept {
-  if (hold_.get() != nullptr && hold_.get()->interned != 0) return hold_.get()->hash;
+  if (hold_.get() != nullptr && hold_.get()->interned != 0) return hold_.get()->hash();
   return Impl::hashOf(view());
 }
 

@@ -4,6 +4,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -17,14 +18,26 @@ namespace Kel {
 namespace Impl {
 
 // Shared, counted characters behind a String or Bytes; the characters follow the header and end with a NUL.
+// Trees hold many short ones: an interned text has its hash before the header, others have none.
 struct TextRep {
+  static constexpr std::size_t kMaxSize = 0x7fff'ff00;
+  static constexpr std::size_t kWord = sizeof(std::uint64_t); // so many bytes are there, of short texts zeros
+
   RefCount refs;
-  std::uint32_t size;
-  std::uint32_t interned;
-  std::uint32_t reserved;
-  std::uint64_t hash; // set for interned texts only
+  std::uint32_t size : 31;
+  std::uint32_t interned : 1;
 
   [[nodiscard]] char const* chars() const noexcept { return reinterpret_cast<char const*>(this + 1); }
+  // The first characters, in the order of the texts but for those that go on alike.
+  [[nodiscard]] std::uint64_t firstWord() const noexcept {
+    std::uint64_t word;
+    std::memcpy(&word, chars(), kWord);
+    return __builtin_bswap64(word);
+  }
+  // REQUIRES an interned text.
+  [[nodiscard]] std::uint64_t hash() const noexcept {
+    return *(reinterpret_cast<std::uint64_t const*>(this) - 1);
+  }
   KTD_EXPORT static TextRep* make(std::string_view text);   // with one reference; null for an empty text
   KTD_EXPORT static TextRep* intern(std::string_view text); // likewise, the shared copy
   KTD_EXPORT static void dispose(TextRep* rep) noexcept;
@@ -57,7 +70,7 @@ private:
 
 } // namespace Impl
 
-// An immutable text (any bytes, NUL included; at most 4 GiB). Copying shares the characters. 8 bytes wide.
+// An immutable text (any bytes, NUL included; less than 2 GiB). Copying shares the characters. 8 bytes wide.
 class KTD_EXPORT String {
 public:
   constexpr String() noexcept = default;
@@ -104,7 +117,10 @@ public:
   friend bool operator==(String const& a, std::string const& b) noexcept { return a.view() == b; }
   friend bool operator==(String const& a, char const* b) noexcept { return a.view() == b; }
   friend std::strong_ordering operator<=>(String const& a, String const& b) noexcept {
-    return a.view() <=> b.view();
+    if (a.empty() || b.empty()) return b.empty() <=> a.empty();
+    std::uint64_t const left = a.hold_.get()->firstWord();
+    std::uint64_t const right = b.hold_.get()->firstWord();
+    return left != right ? left <=> right : a.view() <=> b.view();
   }
   friend std::strong_ordering operator<=>(String const& a, std::string_view b) noexcept {
     return a.view() <=> b;
