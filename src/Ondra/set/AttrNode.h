@@ -26,6 +26,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Kel/Memory.h"
@@ -166,6 +167,11 @@ private:
   // Whether this operation makes the composite anew (invariant 3).
   [[nodiscard]] bool isRemade() const;
   [[nodiscard]] Error error(std::string message, grpc::StatusCode code = grpc::StatusCode::NOT_FOUND) const;
+  // Of most nodes: a value for a singular leaf that may be written. What there is to prepare of it has been
+  // done when it was decoded.
+  [[nodiscard]] bool isPlainWrite() const {
+    return op_ != SetOp::Delete && isScalar() && object_.attr.desc().isPlainlySet && !isArray();
+  }
   // Runs work with the model, which may be nested; what host code raises becomes an error of this node.
   template <class Work>
   [[nodiscard]] Status guarded(Work const& work) const;
@@ -254,8 +260,21 @@ private:
 // passed by this operation, and only deletes change that: a path that begins alike, as the next one of a
 // sorted request does, begins at the last node they share.
 struct AttrTree::AttrNode::Trail {
+  // A node, and its element taken apart: it is compared with each path that comes.
+  struct Step {
+    AttrNode* node = nullptr;
+    std::string_view name;
+    std::string_view key;
+    std::string_view value;
+    bool hasKey = false;
+    bool isPlain = false; // one key at most
+
+    void nodeIs(AttrNode& passed);
+    [[nodiscard]] bool isOf(gnmi::PathElem const& elem) const;
+  };
+
   SetOp op = SetOp::Delete;
-  std::vector<AttrNode*> nodes;
+  std::vector<Step> steps;
   // Requests name the attributes of one object after the other in the same order: by the index of an
   // attribute in its type, the one that came next.
   std::array<Kel::KelAttr, 64> followers;

@@ -72,7 +72,7 @@ struct AttrTree::AttrNode::AttrQueue::Rep {
   static void* operator new(std::size_t size) { return Kel::kelMemAlloc(size); }
   static void operator delete(void* block, std::size_t size) noexcept { Kel::kelMemFree(block, size); }
 
-  absl::InlinedVector<Child, 6> children;
+  absl::InlinedVector<Child, 6, Kel::MemAllocator<Child>> children;
   std::size_t pruned = 0; // of them, at the front
   std::uint64_t held = 0; // bit n: some are of the attribute of that index
   std::vector<AttrNode*> wildcards;

@@ -153,6 +153,11 @@ AttrTree::Handle AttrTree::AttrNode::standing() {
 }
 
 AttrTree::Status AttrTree::AttrNode::commit(Handle const& parent) {
+  if (isPlainWrite() && !stepsAreTraced())
+    return guarded([&]() -> Status {
+      object_.attr.genericIfSet(parent, nullptr, newValue_);
+      return true;
+    });
   TOVAK_TRACE(setTrace, 5, "", "Commit '{}' to its parent: Start", elem());
   Status status = guarded([&]() -> Status {
     if (auto const* const keys = std::get_if<MultipleKeys>(&object_.keys)) {

@@ -101,26 +101,26 @@ void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemI
                                                 ElemIterator& pathBegin, ElemIterator pathEnd) {
   Trail const* const last = trail();
   if (last == nullptr) return;
-  for (AttrNode* const next : last->nodes) {
+  for (Trail::Step const& next : last->steps) {
     bool const onPrefix = prefixBegin != prefixEnd;
     ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
     // The last element is looked at in full: it may not end where others pass.
     bool const isLast =
         onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
-    if (isLast || !(next->elem() == *at)) return;
+    if (isLast || !next.isOf(*at)) return;
     ++at;
     ++followed_;
-    node_ = next;
+    node_ = next.node;
   }
 }
 
 void AttrTree::AttrNode::Insertion::followTrail(std::span<Place const* const> way) {
   Trail const* const last = trail();
   if (last == nullptr) return;
-  for (AttrNode* const next : last->nodes) {
-    if (followed_ + 1 >= way.size() || next->element_.place() != way[followed_]) return;
+  for (Trail::Step const& next : last->steps) {
+    if (followed_ + 1 >= way.size() || next.node->element_.place() != way[followed_]) return;
     ++followed_;
-    node_ = next;
+    node_ = next.node;
   }
 }
 
@@ -366,13 +366,35 @@ void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
   }
   if (!root_.trail_) root_.trail_ = std::make_unique<Trail>();
   root_.trail_->op = op_;
-  auto& nodes = root_.trail_->nodes;
-  nodes.resize(length - 1);
+  auto& steps = root_.trail_->steps;
+  if (steps.size() != length - 1) steps.resize(length - 1);
   AttrNode* node = node_->parent_;
   for (std::size_t i = length - 1; i > followed_; --i) {
-    nodes[i - 1] = node;
+    steps[i - 1].nodeIs(*node);
     node = node->parent_;
   }
+}
+
+void AttrTree::AttrNode::Trail::Step::nodeIs(AttrNode& passed) {
+  node = &passed;
+  PathElem const& elem = passed.elem();
+  auto const& keys = elem.key();
+  isPlain = keys.size() <= 1;
+  hasKey = !keys.empty();
+  name = elem.name();
+  if (hasKey) {
+    key = keys.begin()->first;
+    value = keys.begin()->second;
+  }
+}
+
+bool AttrTree::AttrNode::Trail::Step::isOf(PathElem const& elem) const {
+  if (!isPlain) return node->elem() == elem;
+  auto const& keys = elem.key();
+  if (!Kstd::sameText(name, elem.name()) || keys.size() != (hasKey ? 1U : 0U)) return false;
+  if (!hasKey) return true;
+  auto const& [otherKey, otherValue] = *keys.begin();
+  return Kstd::sameText(value, otherValue) && Kstd::sameText(key, otherKey);
 }
 
 void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {

@@ -98,8 +98,11 @@ AttrTree::Status AttrTree::AttrNode::prepareTree(SetOp op) {
 }
 
 AttrTree::Status AttrTree::AttrNode::prepareChildren(SetOp op) {
-  for (auto const& child : children_)
+  bool const isQuiet = !stepsAreTraced();
+  for (auto const& child : children_) {
+    if (isQuiet && child->isPlainWrite()) continue;
     if (auto status = child->prepare(op); isError(status)) return status;
+  }
   return true;
 }
 

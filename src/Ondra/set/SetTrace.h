@@ -11,8 +11,9 @@ namespace Ondra::KelGnmiSet {
 
 inline Tovak::DebugHandler& setTrace = Tovak::Platform::getDebugHandler("OndraKelGnmiSet", false);
 
-// Whether single steps of a path, which have the levels 6 to 9, are traced. If not, some are taken at once.
-inline bool stepsAreTraced() { return (setTrace.mask() & 0x3c0U) != 0; }
+// Whether single nodes and steps to them, which have the levels 5 to 9, are traced. If not, some are taken at
+// once.
+inline bool stepsAreTraced() { return (setTrace.mask() & 0x3e0U) != 0; }
 
 } // namespace Ondra::KelGnmiSet
 
