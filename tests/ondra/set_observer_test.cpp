@@ -132,4 +132,17 @@ TEST(SetObservers, OfEachKind) {
   }
 }
 
+// Also of one that the request names by two spellings of its entity's key.
+TEST(SetObservers, AreToldOfALeafOnce) {
+  Fixture::World const world;
+  Texts told;
+  Kel::Ptr<Fixture::Observer> const observer(new Fixture::Observer(
+      world.device()->interfaces.find("eth0"), [&told](std::string const& what) { told.push_back(what); }));
+  auto const [response, status] = execute(requestOf({update("/interface[name=eth0]/mtu", "uint_val: 1"),
+                                                     update("/interface[other=eth0]/speed", "uint_val: 2"),
+                                                     update("/interface[name=eth0]/speed", "uint_val: 3")}));
+  EXPECT_EQ("OK", textOf(status));
+  EXPECT_EQ((Texts{"mtu", "speed"}), told);
+}
+
 } // namespace

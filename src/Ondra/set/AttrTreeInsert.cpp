@@ -77,7 +77,7 @@ private:
   std::size_t followed_ = 0;       // elements
   std::unique_ptr<AttrNode> head_; // the first new node
   AttrNode* attachTo_ = nullptr;
-  AttrQueue::Gap gap_;                                   // for it, among the children there
+  AttrQueue::Gap gap_;                                   // for it, among the children of `attachTo_`
   boost::container::small_vector<AttrNode*, 16> passed_; // nodes of the tree that the path goes through
   boost::container::small_vector<Kel::Ptr<Kel::Entity>, 2> dirty_;
   std::optional<Error> error_;
@@ -150,6 +150,7 @@ inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descen
                                                                                   bool onPrefix) {
   child_ = &element;
   KelAttr const unused = unusedAttr(element);
+  if (unused && nodeIsInTree()) gap_ = {}; // it may be that of the element before
   Step step = Step::Taken;
   if (unused && op_ != SetOp::Delete && getTypeKind(unused.memberType()) == TypeKind::Scalar) {
     add(std::make_unique<AttrNode>(element, node_->object_.type(), unused), onPrefix);
