@@ -57,6 +57,19 @@ public:
       return nullptr;
     }
   }
+  void objectsAhead(std::span<PtrInterface const*> objects) const noexcept override {
+    if constexpr (requires { ToHandle::object(at_->second); }) {
+      bool const isHere = state_ != State::Ended && state_ != State::Moved && !isStale();
+      auto at = isHere ? at_ : map().end();
+      for (PtrInterface const*& object : objects) {
+        bool const isThere = at != map().end();
+        object = isThere ? ToHandle::object(at->second) : nullptr;
+        if (isThere) ++at;
+      }
+    } else {
+      Cursor::objectsAhead(objects);
+    }
+  }
 
 private:
   enum class State : std::uint8_t { Fresh, Given, Moved, Ended };

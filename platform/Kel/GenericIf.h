@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -45,6 +46,11 @@ public:
   [[nodiscard]] virtual PtrInterface const* objectAhead(std::size_t steps) const noexcept {
     static_cast<void>(steps);
     return nullptr;
+  }
+  // The same of several at once, from the current one on.
+  virtual void objectsAhead(std::span<PtrInterface const*> objects) const noexcept {
+    for (PtrInterface const*& object : objects)
+      object = nullptr;
   }
 };
 
@@ -98,6 +104,10 @@ public:
     // As `Cursor::objectAhead`.
     [[nodiscard]] PtrInterface const* objectAhead(std::size_t steps) const noexcept {
       return cursor_ ? cursor_->objectAhead(steps) : nullptr;
+    }
+    // As `Cursor::objectsAhead`. REQUIRES that it is not at the end.
+    void objectsAhead(std::span<PtrInterface const*> objects) const noexcept {
+      cursor_->objectsAhead(objects);
     }
   };
 

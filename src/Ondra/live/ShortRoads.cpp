@@ -2,6 +2,8 @@
 // by their notifiee.
 #include "Ondra/live/ShortRoads.h"
 
+#include <array>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -87,24 +89,46 @@ void prefetchLines(void const* from, std::size_t lines) {
     __builtin_prefetch(static_cast<char const*>(from) + at * kLine);
 }
 
+// The first that observes it, when that is one of ours.
+GifGnmiNotifiee const* firstNotifiee(Kel::PtrInterface const* object) {
+  Kel::NotifieeList const* const list = object == nullptr ? nullptr : object->notifieeList();
+  return list == nullptr ? nullptr : GifGnmiNotifiee::registered(list->front());
+}
+
+PathElem const& lastElem(GifGnmiNotifiee const& notifiee) { return *notifiee.prefixPath()->elems().back(); }
+
+using Ahead = std::array<Kel::PtrInterface const*, 7>;
+
+// What messages have of a path is found in so many steps: the path, its last element, which no other path
+// has, the key of that, and its text.
+constexpr std::size_t kPathSteps = 4;
+
+void fetchPaths(Ahead const& ahead) {
+  if (auto const* const at = firstNotifiee(ahead[4])) __builtin_prefetch(at->prefixPath().get());
+  if (auto const* const at = firstNotifiee(ahead[3])) __builtin_prefetch(&lastElem(*at));
+  if (auto const* const at = firstNotifiee(ahead[2])) __builtin_prefetch(lastElem(*at).key().begin());
+  if (auto const* const at = firstNotifiee(ahead[1]); at != nullptr && !lastElem(*at).key().empty())
+    __builtin_prefetch(lastElem(*at).key().begin()->value.data());
+}
+
 // The members of a large collection are cold. Each is fetched in the steps in which its parts are found: the
-// object, three members before its turn; its notifiee; then what these two point to.
-void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member) {
-  if (Kel::PtrInterface const* const object = member.objectAhead(3)) prefetchLines(object, kObjectLines);
-  if (Kel::PtrInterface const* const object = member.objectAhead(2)) {
-    if (Kel::NotifieeList const* const list = object->notifieeList())
+// object first, then its notifiee, then what these two point to.
+void fetchAhead(WalkRules::AttrPlan const& plan, Kel::GenericIf::Iterator const& member, bool asMessages) {
+  std::size_t const steps = asMessages ? kPathSteps : 1;
+  Ahead ahead;
+  member.objectsAhead(std::span(ahead).first(steps + 3));
+  if (ahead[steps + 2] != nullptr) prefetchLines(ahead[steps + 2], kObjectLines);
+  if (ahead[steps + 1] != nullptr) {
+    if (Kel::NotifieeList const* const list = ahead[steps + 1]->notifieeList())
       prefetchLines(list->front(), kNotifieeLines);
   }
-  if (Kel::PtrInterface const* const object = member.objectAhead(1)) {
-    Kel::NotifieeList const* const list = object->notifieeList();
-    GifGnmiNotifiee const* const first =
-        list == nullptr ? nullptr : GifGnmiNotifiee::registered(list->front());
-    if (first != nullptr) first->prefetch();
-    if (WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan); object->fwkType() == type.type) {
-      PlainLeaves::prefetch(type, *object);
-      for (std::uint32_t const at : type.children)
-        __builtin_prefetch(type.attrs[at].attr.valueAt(*object));
-    }
+  if (asMessages) fetchPaths(ahead);
+  if (ahead[1] == nullptr) return;
+  if (GifGnmiNotifiee const* const next = firstNotifiee(ahead[1])) next->prefetch();
+  if (WalkRules::TypePlan const& type = WalkRules::memberPlanOf(plan); ahead[1]->fwkType() == type.type) {
+    PlainLeaves::prefetch(type, *ahead[1]);
+    for (std::uint32_t const at : type.children)
+      __builtin_prefetch(type.attrs[at].attr.valueAt(*ahead[1]));
   }
 }
 
@@ -165,7 +189,7 @@ std::optional<WalkResult> ShortRoads::beginMember(WalkRules::AttrPlan const& pla
 
 std::optional<WalkResult> ShortRoads::pushMember(WalkRules::AttrPlan const& plan,
                                                  Kel::GenericIf::Iterator const& member) {
-  fetchAhead(plan, member);
+  fetchAhead(plan, member, walker_.router_.byteRouter() == nullptr);
   return walkLight(plan, member.objectAhead(0));
 }
 
