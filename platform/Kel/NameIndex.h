@@ -4,23 +4,20 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <string_view>
 #include <utility>
 
 #include "Kel/Allocator.h"
+#include "Kel/Declare.h"
 #include "Kel/Desc.h"
 #include "Kstd/SameText.h"
-#include "Tovak/HashMix.h"
 
 namespace Kel {
 
 struct TypeDesc::NameIndex {
   struct Hash {
     std::size_t operator()(std::string_view name) const noexcept {
-      std::uint64_t state = Tovak::Impl::HashMix::stateStart;
-      Tovak::Impl::HashMix::mix(state, name);
-      return state;
+      return Impl::hashBytes(name.data(), name.size());
     }
   };
   struct Same {

@@ -25,7 +25,7 @@ public:
   std::optional<std::uint32_t> value;
   Kel::String text;
 };
-// The third has the name of the field that the key is in the path.
+// One of its attributes has the name of the field that its key is in the path.
 class Mark final : public Kel::EntityOf<Mark> {
 public:
   void textIs(Kel::String const& words) { Kel::Entity::valueIs(text, words); }
@@ -122,13 +122,13 @@ private:
   std::uint32_t number_ = 0;
 };
 
-// Cut walks, changes, ends, look-ups, others that watch, hosts that end paths and take objects away.
 struct Way {
   bool isEager = false;
   bool isLong = false;
   bool isCalm = false; // nobody comes in between; where they do depends on the road
 };
 
+// Cut walks, changes, ends, look-ups, others that watch, hosts that end paths and take objects away.
 std::vector<std::string> played(std::uint32_t seed, Way way, std::size_t& stoodInFor) {
   // There are no traces of that level, but walks that are traced take no short road.
   Tovak::DebugHandler& trace = Tovak::Platform::getDebugHandler("OndraWalker", false);

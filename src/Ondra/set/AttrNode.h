@@ -72,6 +72,7 @@ public:
       std::unique_ptr<AttrNode> node;
       mutable std::size_t hash; // 0: not known
     };
+
     AttrQueue();
     ~AttrQueue();
 

@@ -109,6 +109,7 @@ AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(PathElem const& elem) con
 }
 
 AttrTree::AttrNode* AttrTree::AttrNode::AttrQueue::get(Element const& element, Gap& gap) const {
+  gap = {}; // not that of another element
   gap.isOfPlace = element.place() != nullptr;
   if (gap.isOfPlace) return get(element.place()->attr(), element.place()->key());
   if (!rep_) return nullptr;

@@ -59,9 +59,12 @@ private:
   [[nodiscard]] Step end(Written const& value);
   Step existingChild(AttrNode& child, bool onPrefix);
   Step newChild(Element const& element, bool onPrefix);
+  // Goes on to a child that is new.
   void add(std::unique_ptr<AttrNode> child, bool onPrefix);
-  // The singular attribute that the element names, when no child is of it; else invalid. With traces, too.
+  // The singular attribute that the element names, when no child is of it; else, and while steps are traced,
+  // invalid.
   [[nodiscard]] KelAttr unusedAttr(Element const& element) const;
+  // The type's attribute of that name; first tries the one that came next the time before.
   [[nodiscard]] KelAttr attrNamed(std::string_view name, KelType type) const;
   // Whether the place can be used by this operation.
   [[nodiscard]] Step checkPlace(Element const& element, KelObject& place);
@@ -378,6 +381,7 @@ void AttrTree::AttrNode::Insertion::leaveTrail(std::size_t length) {
 
 void AttrTree::AttrNode::Trail::Step::nodeIs(AttrNode& passed) {
   node = &passed;
+  if (passed.element_.place() != nullptr) return; // which is compared as it is
   PathElem const& elem = passed.elem();
   auto const& keys = elem.key();
   isPlain = keys.size() <= 1;
