@@ -81,19 +81,12 @@ public:
   [[nodiscard]] WalkerFlags notifFlags() const noexcept;
   // An attribute of the object meets a field of the key in the path (`WalkRules::metKeyField`).
   [[nodiscard]] bool meetsKeyFields() const noexcept { return meetsKeyFields_; }
-  // The elements of the path as bytes.
-  [[nodiscard]] WirePrefix& wirePrefix() {
-    if (lacksAbove_) [[unlikely]]
-      completeWirePrefix();
-    return wirePrefix_;
-  }
-  // Has what walks of the object read of it, beside itself, on its way into the cache; of the bytes of the
-  // path so many lines.
-  void prefetch(std::size_t lines = 1) const noexcept {
+  // The elements of the path as bytes, once an encoder has made them.
+  [[nodiscard]] WirePrefix& wirePrefix() noexcept { return wirePrefix_; }
+  // Has what walks of the object read of it, beside itself, on its way into the cache.
+  void prefetch() const noexcept {
     attrStates_.prefetch();
-    Kel::Bytes const& first = wirePrefix_.above.empty() ? wirePrefix_.bytes : wirePrefix_.above;
-    for (std::size_t at = 0; at < lines && !first.empty(); ++at)
-      __builtin_prefetch(first.bytesPtr() + at * 64);
+    wirePrefix_.prefetch();
   }
   // In the order in which notifiees are made.
   [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
@@ -108,9 +101,9 @@ public:
   }
 
   // Notes that the path is the holder's with one element more, that of the holder's attribute under which the
-  // object, an entity, has its one place: walks of the holder need not work out the path again. `elem`: the
-  // element as bytes when it has no keys, else nothing. Keeps the holder.
-  void heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem);
+  // object, an entity, has its one place: walks of the holder need not work out the path again. Keeps the
+  // holder.
+  void heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr);
   // Whether that has been noted.
   [[nodiscard]] bool isHeldBy(GifGnmiNotifiee const& holder, Kel::AttributeId attr) const noexcept {
     return holder_.get() == &holder && holderAttr_ == attr;
@@ -155,7 +148,6 @@ private:
   friend class NotifieeMaps;
   void watch(Kel::PtrInterface const& notifier);
   void recordType(Kel::PtrInterface const& notifier);
-  void completeWirePrefix();
   void changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key, bool inModel);
   void leavePath(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key,
                  Kel::Ptr<Path const> const& path);
@@ -176,7 +168,6 @@ private:
   bool recordedType_ : 1 = false; // the entry in `pathTypesMap` is its own
   bool wasSwitchedOff_ : 1 = false;
   bool hasEmitted_ : 1 = false;
-  bool lacksAbove_ : 1 = false; // `wirePrefix_` has nothing but the element below the holder's
 };
 
 static_assert(sizeof(void*) != 8 || sizeof(GifGnmiNotifiee) <= 128);

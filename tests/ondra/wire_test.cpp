@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "Ondra/IR.h"
+#include "Ondra/WirePrefix.h"
 #include "Ondra/responses/IrToWire.h"
 #include "Ondra/responses/WireWriter.h"
 #include "RecordingRouter.h"
@@ -60,6 +61,8 @@ std::string text(std::mt19937& random) {
                                                  "in-octets",
                                                  "[x=1]/y",
                                                  std::string("\0\xc3\xa9", 3),
+                                                 std::string(15, 's'),
+                                                 std::string(16, 't'),
                                                  std::string(127, 'm'),
                                                  std::string(128, 'l'),
                                                  std::string(300, 'z')};
@@ -155,6 +158,33 @@ TEST(Wire, RandomTreesComeOutAsTheirMessages) {
       }
     }
     expectSame(ir);
+  }
+}
+
+// Of all those whose frames are shared, also the last of them to be made; and of a place below.
+TEST(Wire, AKeptPrefixIsItsPath) {
+  Kel::Ptr<Ondra::Path> const below = Ondra::Path::strToPathIs("/below");
+  Kel::Bytes const elem("\x1a\a\n\5below");
+  std::mt19937 random(1);
+  std::vector<std::pair<Kel::Ptr<Ondra::Path>, Ondra::WirePrefix>> all;
+  for (int i = 0; i < 3000; ++i)
+    all.emplace_back(path(random), Ondra::WirePrefix());
+  for (int key = 0; key < 300; ++key) // more than a frame can number
+    all.front().first->addElem()->keyIs(Kel::String(std::to_string(key)), Kel::String("v"));
+  for (int round = 0; round < 2; ++round) { // made, and read
+    for (auto& [path, kept] : all) {
+      Collector same;
+      Ondra::WirePlace const place{kept};
+      same.encodeNode({1, Ondra::ResponsePath(path), place, {}});
+      static_cast<Ondra::IrEncoder&>(same).encodeNode(1, path, {});
+      Kel::Ptr<Ondra::Path> const longer = Ondra::Path::makePath(path);
+      longer->push(below->elems().front());
+      same.encodeNode({1, Ondra::ResponsePath(longer), {kept, &place, &elem}, {}});
+      static_cast<Ondra::IrEncoder&>(same).encodeNode(1, longer, {});
+      ASSERT_EQ(same.responses[0], same.responses[1]) << path->toString();
+      ASSERT_EQ(same.responses[2], same.responses[3]) << path->toString();
+    }
+    std::ranges::shuffle(all, random);
   }
 }
 

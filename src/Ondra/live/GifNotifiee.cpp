@@ -24,7 +24,6 @@
 #include "Ondra/live/Sharers.h"
 #include "Ondra/live/StandIns.h"
 #include "Ondra/live/Watch.h"
-#include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/WalkRules.h"
 
 namespace Ondra {
@@ -121,7 +120,7 @@ WalkerFlags GifGnmiNotifiee::notifFlags() const noexcept {
 }
 
 void GifGnmiNotifiee::onAttribute(Kel::AttributeId id, void const* key) {
-  prefetch(2); // most have as many; nothing else is waited for
+  prefetch();
   TOVAK_TRACE(notifieeTrace(), 5, kNotifieeCategory, "prefixPath_:{}", prefixPath_);
   Fleck::message("GifGnmiNotifiee::onAttribute");
   Kel::KelAttr const attr = type_.attr(absoluteId(id));
@@ -148,23 +147,9 @@ void GifGnmiNotifiee::changed(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const
   });
 }
 
-void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr, Kel::Bytes elem) {
-  bool const sharesPath = !elem.empty();
-  if (sharesPath || lacksAbove_) wirePrefix_ = {{}, std::move(elem)};
-  lacksAbove_ = sharesPath;
+void GifGnmiNotifiee::heldByIs(GifGnmiNotifiee& holder, Kel::AttributeId attr) {
   holder_ = Kel::Ptr<GifGnmiNotifiee>(&holder);
   holderAttr_ = attr;
-}
-
-// The holder's path does not change, whoever comes to hold it in turn.
-void GifGnmiNotifiee::completeWirePrefix() {
-  WirePrefix& holders = holder_->wirePrefix();
-  if (holders.bytes.empty()) holders.bytes = wireElems(*holder_->prefixPath());
-  if (!holders.above.empty())
-    wirePrefix_.bytes =
-        Kel::Bytes::dedup(fmt::format("{}{}", holders.bytes.view(), wirePrefix_.bytes.view()));
-  wirePrefix_.above = holders.above.empty() ? holders.bytes : holders.above;
-  lacksAbove_ = false;
 }
 
 EmittedLeaves& GifGnmiNotifiee::emitted() {

@@ -20,7 +20,6 @@
 #include "Ondra/live/WalkResults.h"
 #include "Ondra/live/Watch.h"
 #include "Ondra/live/WatchedPlace.h"
-#include "Ondra/responses/IrToWire.h"
 #include "Ondra/rules/KeyText.h"
 #include "Ondra/rules/WalkerTrace.h"
 
@@ -219,17 +218,6 @@ WalkResult ShortRoads::walkWatched(Kel::Ptr<Kel::GenericIf const> const& entity,
   return insideResult(walker.walk(key));
 }
 
-// The element as bytes, of an entity whose path is the holder's and that element without keys.
-static Kel::Bytes const& sharedElem(WalkRules::AttrPlan const& plan, GifGnmiNotifiee const& holder,
-                                    Path const& path) {
-  static Kel::Bytes const none;
-  bool const isShared = plan.road == WalkRules::Road::Singleton &&
-                        path.elemSize() == holder.prefixPath()->elemSize() + 1 &&
-                        path.elems().back()->isEqual(plan.elem.get());
-  if (isShared && plan.wireElem.empty()) plan.wireElem = wireElems(*plan.leafPath);
-  return isShared ? plan.wireElem : none;
-}
-
 void ShortRoads::noteHeld(Kel::GenericIf const& holder, GifGnmiNotifiee* notifiee, Kel::KelAttr const& attr,
                           Kel::Ptr<Kel::GenericIf const> const& child, Kel::Ptr<Path const> const& path) {
   if (notifiee == nullptr || !child || !child->type().isEntity()) return;
@@ -246,7 +234,7 @@ bool ShortRoads::isPlaceOf(WalkRules::AttrPlan const& plan, Kel::PtrInterface co
 }
 
 void ShortRoads::noteHeld(WalkRules::AttrPlan const& plan, GifGnmiNotifiee& holder, GifGnmiNotifiee& held) {
-  held.heldByIs(holder, plan.attr.id(), sharedElem(plan, holder, *held.prefixPath()));
+  held.heldByIs(holder, plan.attr.id());
 }
 
 } // namespace Ondra

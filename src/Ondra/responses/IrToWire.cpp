@@ -87,29 +87,35 @@ private:
   Out& out_;
 };
 
-void putEntry(WireWriter& out, std::string_view key, std::string_view value) {
+// Where values have been written, the last one first: `at` is what there was in the writer then.
+using Values = boost::container::small_vector<WirePrefix::Value, 8>;
+
+void putEntry(WireWriter& out, std::string_view key, std::string_view value, Values* values) {
   std::size_t const before = out.size();
-  out.textField(kEntryValue, value);
+  out.raw(value);
+  if (values != nullptr) values->push_back({out.size(), value.size()});
+  out.varint(value.size());
+  out.tag(kEntryValue);
   out.textField(kEntryKey, key);
   out.enclose(kElemKey, before);
 }
 
-void putKeys(WireWriter& out, PathElem const& elem) {
+void putKeys(WireWriter& out, PathElem const& elem, Values* values) {
   auto const& keys = elem.key();
   if (keys.size() == 1) [[likely]]
-    return putEntry(out, keys.begin()->key.view(), keys.begin()->value.view());
+    return putEntry(out, keys.begin()->key.view(), keys.begin()->value.view(), values);
   boost::container::small_vector<std::pair<std::string_view, std::string_view>, 8> sorted;
   for (auto const& [key, value] : keys)
     sorted.emplace_back(key.view(), value.view());
   std::sort(sorted.begin(), sorted.end(), std::greater<>());
   for (auto const& [key, value] : sorted)
-    putEntry(out, key, value);
+    putEntry(out, key, value, values);
 }
 
-void putElems(WireWriter& out, std::span<Path::ElemPtr const> elems) {
+void putElems(WireWriter& out, std::span<Path::ElemPtr const> elems, Values* values = nullptr) {
   for (std::size_t i = elems.size(); i-- > 0;) {
     std::size_t const beforeElem = out.size();
-    if (!elems[i]->key().empty()) putKeys(out, *elems[i]);
+    if (!elems[i]->key().empty()) putKeys(out, *elems[i], values);
     if (std::string_view const name = elems[i]->name().view(); !name.empty()) [[likely]]
       out.textField(kElemName, name);
     out.enclose(kElem, beforeElem);
@@ -122,9 +128,19 @@ void putPath(WireWriter& out, std::uint8_t key, Path const& path) {
   out.enclose(key, before);
 }
 
-Kel::Bytes madeSince(WireWriter const& out, std::size_t before) {
-  auto const made = out.bytes().first(out.size() - before);
-  return Kel::Bytes({reinterpret_cast<char const*>(made.data()), made.size()});
+std::string_view asText(std::span<std::uint8_t const> bytes) {
+  return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+// Puts the elements, and returns them.
+WirePrefix putPrefix(WireWriter& out, std::span<Path::ElemPtr const> elems) {
+  std::size_t const before = out.size();
+  Values values;
+  putElems(out, elems, &values);
+  std::ranges::reverse(values);
+  for (WirePrefix::Value& value : values)
+    value.at = out.size() - value.at;
+  return {asText(out.bytes().first(out.size() - before)), {values.data(), values.size()}};
 }
 
 // The elements of a prefix that is asked for again and again.
@@ -134,14 +150,12 @@ void putElems(WireWriter& out, PlainNode const& node) {
   for (WirePlace const* place = &node.place; place->above != nullptr; place = place->above, ++below)
     run.raw(place->elem->view());
   WirePrefix& kept = node.place.kept;
-  run.raw(kept.bytes.view());
-  run.raw(kept.above.view());
+  if (kept.isMade()) [[likely]] { // the path itself is not read, which may be cold
+    kept.putInto(run);
+    return run.finish();
+  }
   run.finish();
-  if (!kept.bytes.empty()) [[likely]]
-    return;
-  std::size_t const before = out.size(); // the path itself is not read before, which may be cold
-  putElems(out, node.prefix->elems().first(node.prefix->elemSize() - below));
-  kept.bytes = madeSince(out, before);
+  kept = putPrefix(out, node.prefix->elems().first(node.prefix->elemSize() - below));
 }
 
 // The path of a leaf that all objects of a type share.
@@ -245,7 +259,7 @@ Kel::Bytes wireElems(Path const& path) {
   WireWriter& out = sharedWriter();
   out.clear();
   putElems(out, path.elems());
-  return madeSince(out, 0);
+  return Kel::Bytes(asText(out.bytes()));
 }
 
 void WireEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix, IrNode const& node) {

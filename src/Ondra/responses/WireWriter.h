@@ -63,6 +63,20 @@ public:
     self().at_ -= size;
   }
 
+  // Writes two texts with the last `size` bytes of a block between them, all in copies of fixed size.
+  // REQUIRES texts before which kStep bytes can be read.
+  template <std::size_t Block>
+  [[gnu::always_inline]] void around(std::string_view before, std::array<std::uint8_t, Block> const& block,
+                                     std::size_t size, std::string_view behind) {
+    static_assert(Block <= kStep);
+    self().reserve(before.size() + size + behind.size() + kStep);
+    if (!behind.empty()) inSteps(behind);
+    std::memcpy(self().at_ - Block, block.data(), Block);
+    self().at_ -= size;
+    inSteps(before);
+  }
+  static constexpr std::size_t kStep = 32;
+
   // --- whole fields ----------------------------------------------------------------------------------
   [[gnu::always_inline]] void varintField(std::uint8_t key, std::uint64_t value) {
     varint(value);
@@ -94,6 +108,19 @@ private:
   static constexpr std::size_t kVarintMax = 10;
 
   static_assert(std::endian::native == std::endian::little, "words are stored as they are");
+
+  // REQUIRES room for the text and kStep.
+  [[gnu::always_inline]] void inSteps(std::string_view text) {
+    char const* from = text.data() + text.size();
+    std::size_t left = text.size();
+    for (; left > kStep; left -= kStep) {
+      from -= kStep;
+      self().at_ -= kStep;
+      std::memcpy(self().at_, from, kStep);
+    }
+    std::memcpy(self().at_ - kStep, from - kStep, kStep);
+    self().at_ -= left;
+  }
 
   static constexpr std::uint64_t kMarks = 0x8080808080808080; // more is to come
 
