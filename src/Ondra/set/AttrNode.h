@@ -155,6 +155,11 @@ private:
   class Insertion;
   struct Trail;
   struct Made;
+  // How far the trail goes a path's way.
+  struct Followed {
+    AttrNode* node = nullptr; // the last one, or the root
+    std::size_t elements = 0;
+  };
 
   // --- what the node is ------------------------------------------------------------------------------------
   [[nodiscard]] bool isScalar() const { return kind_ == TypeKind::Scalar; }
@@ -179,7 +184,16 @@ private:
 
   // --- insertion -------------------------------------------------------------------------------------------
   template <class Take>
-  [[nodiscard]] Status insert(std::size_t length, SetOp op, Take const& take);
+  [[nodiscard]] Status insert(std::size_t length, Followed const& followed, SetOp op, Take const& take);
+  // Follows the path before as far as this one begins alike, and moves the iterators as far. Of the root.
+  [[nodiscard]] Followed followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
+                                     ElemIterator& pathBegin, ElemIterator pathEnd, SetOp op);
+  [[nodiscard]] Followed followTrail(std::span<Place const* const> way, SetOp op);
+  // Null: there is none for this operation, or steps are traced, which those that are taken at once are not.
+  [[nodiscard]] Trail const* trailOf(SetOp op) const;
+  // What most paths come to: a leaf beside that of the path before. Makes it below this node, which is on the
+  // trail. False, and nothing done, when it is a plain write that goes wrong, or something else.
+  [[nodiscard]] bool insertPlain(gnmi::PathElem const& elem, gnmi::TypedValue const& value, Trail& trail);
   // The place below `parent`, as `getNextPlace` finds it by name.
   [[nodiscard]] static Kstd::Result<KelObject, KelLookupError> placeBelow(KelObject const& parent,
                                                                           Place const& place);
@@ -280,6 +294,9 @@ struct AttrTree::AttrNode::Trail {
   // attribute in its type, the one that came next.
   std::array<Kel::KelAttr, 64> followers;
   std::size_t lastAttr = 0;
+
+  // The type's attribute of that name; first tries the one that came next the time before.
+  [[nodiscard]] Kel::KelAttr attrNamed(std::string_view name, Kel::KelType type);
 };
 
 // What an entity is made from. (The detached one that was made of it to try is `base_`.)

@@ -24,15 +24,20 @@ using Kel::KelType;
 // AttrNode.h).
 class AttrTree::AttrNode::Insertion {
 public:
-  Insertion(AttrNode& root, SetOp op) : root_(root), node_(&root), op_(op) {}
+  // From the node on that has been reached along the trail.
+  Insertion(AttrNode& root, Followed const& followed, SetOp op)
+      : root_(root)
+      , node_(followed.node)
+      , op_(op)
+      , followed_(followed.elements) {}
 
   // What became of one step.
   enum class Step : std::uint8_t { Taken, Dropped, Failed };
 
-  // The whole path: all elements, then the end. Adds nothing to the tree.
+  // The path: all elements that are left, then the end. Adds nothing to the tree.
   [[nodiscard]] Step take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
                           ElemIterator pathEnd, gnmi::TypedValue const* value);
-  // The same of places, from below the root on.
+  // The same of all places of a way.
   [[nodiscard]] Step take(std::span<Place const* const> way, Written const& value);
   // Puts the path into the tree.
   void finish();
@@ -46,11 +51,6 @@ public:
   Step fail(std::string message);
 
 private:
-  // Follows the path before as far as this one begins alike, and moves the iterators as far.
-  void followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd, ElemIterator& pathBegin,
-                   ElemIterator pathEnd);
-  void followTrail(std::span<Place const* const> way);
-  [[nodiscard]] Trail const* trail() const;
   // Whether the path can go on beneath the node reached.
   [[nodiscard]] bool enter();
   // On to the child that the element names.
@@ -64,8 +64,6 @@ private:
   // The singular attribute that the element names, when no child is of it; else, and while steps are traced,
   // invalid.
   [[nodiscard]] KelAttr unusedAttr(Element const& element) const;
-  // The type's attribute of that name; first tries the one that came next the time before.
-  [[nodiscard]] KelAttr attrNamed(std::string_view name, KelType type) const;
   // Whether the place can be used by this operation.
   [[nodiscard]] Step checkPlace(Element const& element, KelObject& place);
   [[nodiscard]] Step checkEmptyPlace(Element const& element, KelObject const& place);
@@ -77,7 +75,7 @@ private:
   AttrNode* node_;
   SetOp const op_;
   Element const* child_ = nullptr; // looked for below `node_`
-  std::size_t followed_ = 0;       // elements
+  std::size_t const followed_;     // elements
   std::unique_ptr<AttrNode> head_; // the first new node
   AttrNode* attachTo_ = nullptr;
   AttrQueue::Gap gap_;                                   // for it, among the children of `attachTo_`
@@ -98,39 +96,6 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::fail(std::str
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::failAsDeleted(Element const& element) {
   return fail(fmt::format("Path element '{}' deleted in the same request cannot be used in {} op",
                           element.elem(), op_));
-}
-
-void AttrTree::AttrNode::Insertion::followTrail(ElemIterator& prefixBegin, ElemIterator prefixEnd,
-                                                ElemIterator& pathBegin, ElemIterator pathEnd) {
-  Trail const* const last = trail();
-  if (last == nullptr) return;
-  for (Trail::Step const& next : last->steps) {
-    bool const onPrefix = prefixBegin != prefixEnd;
-    ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
-    // The last element is looked at in full: it may not end where others pass.
-    bool const isLast =
-        onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
-    if (isLast || !next.isOf(*at)) return;
-    ++at;
-    ++followed_;
-    node_ = next.node;
-  }
-}
-
-void AttrTree::AttrNode::Insertion::followTrail(std::span<Place const* const> way) {
-  Trail const* const last = trail();
-  if (last == nullptr) return;
-  for (Trail::Step const& next : last->steps) {
-    if (followed_ + 1 >= way.size() || next.node->element_.place() != way[followed_]) return;
-    ++followed_;
-    node_ = next.node;
-  }
-}
-
-// Null: there is none for this operation, or steps are traced, which those that are taken at once are not.
-AttrTree::AttrNode::Trail const* AttrTree::AttrNode::Insertion::trail() const {
-  Trail const* const last = root_.trail_.get();
-  return last != nullptr && last->op == op_ && !stepsAreTraced() ? last : nullptr;
 }
 
 bool AttrTree::AttrNode::Insertion::enter() {
@@ -165,22 +130,13 @@ inline AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::descen
   return step;
 }
 
-KelAttr AttrTree::AttrNode::Insertion::attrNamed(std::string_view name, KelType type) const {
-  if (!root_.trail_) return type.attr(name);
-  Trail& trail = *root_.trail_;
-  KelAttr& expected = trail.followers[trail.lastAttr % trail.followers.size()];
-  if (!expected || !Kstd::sameText(expected.name().view(), name) || !(expected.ownerType() == type))
-    expected = type.attr(name);
-  if (expected) trail.lastAttr = expected.desc().index;
-  return expected;
-}
-
 KelAttr AttrTree::AttrNode::Insertion::unusedAttr(Element const& element) const {
   KelType const type = node_->object_.type();
   if (element.place() != nullptr || element.elem().key_size() != 0 || !type || type.isDir() ||
       stepsAreTraced())
     return {};
-  KelAttr const attr = attrNamed(element.elem().name(), type);
+  std::string_view const name = element.elem().name();
+  KelAttr const attr = root_.trail_ ? root_.trail_->attrNamed(name, type) : type.attr(name);
   bool const isSingular = attr && !attr.isOperation() && (attr.isArray() || !attr.isCollection());
   return isSingular && !node_->children_.mayHold(attr) ? attr : KelAttr();
 }
@@ -319,7 +275,6 @@ AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::end(Written c
 inline AttrTree::AttrNode::Insertion::Step
 AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefixEnd, ElemIterator pathBegin,
                                     ElemIterator pathEnd, gnmi::TypedValue const* value) {
-  followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd);
   bool isOpen = followed_ > 0; // who is on the trail was entered
   for (; prefixBegin != prefixEnd || pathBegin != pathEnd; isOpen = false) {
     if (!isOpen && !enter()) return Step::Failed;
@@ -332,7 +287,6 @@ AttrTree::AttrNode::Insertion::take(ElemIterator prefixBegin, ElemIterator prefi
 
 AttrTree::AttrNode::Insertion::Step AttrTree::AttrNode::Insertion::take(std::span<Place const* const> way,
                                                                         Written const& value) {
-  followTrail(way);
   for (Place const* const place : way.subspan(followed_)) {
     if (!enter()) return Step::Failed;
     if (Step const step = descend(*place, false); step != Step::Taken) return step;
@@ -402,6 +356,49 @@ bool AttrTree::AttrNode::Trail::Step::isOf(PathElem const& elem) const {
   return Kstd::sameText(value, otherValue) && Kstd::sameText(key, otherKey);
 }
 
+AttrTree::AttrNode::Trail const* AttrTree::AttrNode::trailOf(SetOp op) const {
+  return trail_ && trail_->op == op && !stepsAreTraced() ? trail_.get() : nullptr;
+}
+
+inline AttrTree::AttrNode::Followed AttrTree::AttrNode::followTrail(ElemIterator& prefixBegin,
+                                                                    ElemIterator prefixEnd,
+                                                                    ElemIterator& pathBegin,
+                                                                    ElemIterator pathEnd, SetOp op) {
+  Followed followed{this};
+  Trail const* const last = trailOf(op);
+  if (last == nullptr) return followed;
+  for (Trail::Step const& next : last->steps) {
+    bool const onPrefix = prefixBegin != prefixEnd;
+    ElemIterator& at = onPrefix ? prefixBegin : pathBegin;
+    // The last element is looked at in full: it may not end where others pass.
+    bool const isLast =
+        onPrefix ? prefixEnd - prefixBegin == 1 && pathBegin == pathEnd : pathEnd - pathBegin <= 1;
+    if (isLast || !next.isOf(*at)) break;
+    ++at;
+    followed = {next.node, followed.elements + 1};
+  }
+  return followed;
+}
+
+AttrTree::AttrNode::Followed AttrTree::AttrNode::followTrail(std::span<Place const* const> way, SetOp op) {
+  Followed followed{this};
+  Trail const* const last = trailOf(op);
+  if (last == nullptr) return followed;
+  for (Trail::Step const& next : last->steps) {
+    if (followed.elements + 1 >= way.size() || next.node->element_.place() != way[followed.elements]) break;
+    followed = {next.node, followed.elements + 1};
+  }
+  return followed;
+}
+
+KelAttr AttrTree::AttrNode::Trail::attrNamed(std::string_view name, KelType type) {
+  KelAttr& expected = followers[lastAttr % followers.size()];
+  if (!expected || !Kstd::sameText(expected.name().view(), name) || !(expected.ownerType() == type))
+    expected = type.attr(name);
+  if (expected) lastAttr = expected.desc().index;
+  return expected;
+}
+
 void AttrTree::AttrNode::Insertion::recordDirtyPaths() const {
   for (auto const& entity : dirty_) {
     auto const recorded = catchModelError([&entity] {
@@ -427,9 +424,33 @@ AttrTree::Status AttrTree::AttrNode::insertPathSuffix(ElemIterator prefixBegin, 
     tooLong.add(prefixBegin != prefixEnd ? *prefixBegin : *pathBegin);
     return tooLong;
   }
-  return insert(length, op, [&](Insertion& insertion) {
+  Followed const followed = followTrail(prefixBegin, prefixEnd, pathBegin, pathEnd, op);
+  bool const isBeside = followed.elements > 0 && followed.elements + 1 == length && pathBegin != pathEnd;
+  if (isBeside && value != nullptr && followed.node->insertPlain(*pathBegin, *value, *trail_)) return true;
+  return insert(length, followed, op, [&](Insertion& insertion) {
     return insertion.take(prefixBegin, prefixEnd, pathBegin, pathEnd, value);
   });
+}
+
+bool AttrTree::AttrNode::insertPlain(PathElem const& elem, gnmi::TypedValue const& value, Trail& trail) {
+  KelType const type = object_.type();
+  if (elem.key_size() != 0 || !type) return false;
+  KelAttr const attr = trail.attrNamed(elem.name(), type);
+  if (!attr || !attr.desc().isPlainlySet || attr.isArray() || children_.mayHold(attr)) return false;
+  std::unique_ptr<AttrNode> leaf;
+  try { // only scalars can be decoded
+    auto decoded = gnmiToKelValue(attr.memberType(), value);
+    if (!decoded) return false;
+    leaf = std::make_unique<AttrNode>(elem, type, attr);
+    leaf->newValue_ = std::move(decoded).value();
+  } catch (...) {
+    return false; // it will go wrong again
+  }
+  leaf->parent_ = this;
+  leaf->op_ = trail.op;
+  leaf->hasNewValue_ = true;
+  children_.insert(std::move(leaf), {});
+  return true;
 }
 
 AttrTree::Status AttrTree::AttrNode::insertPlace(Place const& place, Written const& value, SetOp op) {
@@ -437,14 +458,16 @@ AttrTree::Status AttrTree::AttrNode::insertPlace(Place const& place, Written con
   for (Place const* at = &place; at != nullptr; at = at->above())
     way.push_back(at);
   std::ranges::reverse(way);
-  return insert(way.size(), op, [&](Insertion& insertion) {
+  Followed const followed = followTrail({way.data(), way.size()}, op);
+  return insert(way.size(), followed, op, [&](Insertion& insertion) {
     return insertion.take({way.data(), way.size()}, value);
   });
 }
 
 template <class Take>
-AttrTree::Status AttrTree::AttrNode::insert(std::size_t length, SetOp op, Take const& take) {
-  Insertion insertion(*this, op);
+AttrTree::Status AttrTree::AttrNode::insert(std::size_t length, Followed const& followed, SetOp op,
+                                            Take const& take) {
+  Insertion insertion(*this, followed, op);
   auto step = Insertion::Step::Failed;
   try {
     step = take(insertion);

@@ -125,6 +125,8 @@ AttrTree::TypeKind AttrTree::getTypeKind(KelType type) {
 }
 
 ValueOrText AttrTree::gnmiToKelValue(KelType type, TypedValue const& value) {
+  if (type.isBuiltin()) [[likely]]
+    return fromField(type, value);
   if (Kel::KelAttr const inner = type.valAttr()) {
     auto decoded = gnmiToKelValue(inner.type(), value);
     if (!decoded) return decoded;
