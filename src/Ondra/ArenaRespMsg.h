@@ -94,8 +94,9 @@ private:
   friend class ArenaRespMsg;
   friend struct ArenaRespMsg::Deleter;
 
-  // These two REQUIRE the lock.
-  [[nodiscard]] ArenaRespMsg::Ptr take(); // null when none waits
+  // These REQUIRE the lock.
+  [[nodiscard]] ArenaRespMsg::Ptr take();    // null when none waits
+  [[nodiscard]] bool put(ArenaRespMsg* msg); // false: it is full
   [[nodiscard]] bool isFull() const noexcept;
 
   boost::circular_buffer<ArenaRespMsg::Ptr> messages_; // the most recently released at the front

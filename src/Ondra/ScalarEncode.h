@@ -39,8 +39,9 @@ namespace Ondra {
 KTD_EXPORT bool extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf const> const& value,
                               gnmi::TypedValue* out);
 
-// The same for the raw form of a value.
-[[nodiscard]] bool extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out);
+// The same for the raw form of a value. `kind`: how its bits are told, where that is known; else None.
+[[nodiscard]] bool extractScalar(Kel::TypeDesc const& type, Kel::BuiltinKind kind, void const* value,
+                                 gnmi::TypedValue& out);
 
 // The base64 text (RFC 4648, with padding) of `size` bytes, replacing what `out` held.
 KTD_EXPORT void base64Encode(char const* data, unsigned long size, std::string& out);

@@ -48,6 +48,14 @@ ArenaRespMsg::Ptr share(ArenaRespMsg* msg) {
   return {msg, ArenaRespMsg::Deleter{}, Kel::MemAllocator<ArenaRespMsg>{}};
 }
 
+// As the pool was last left. Read without the lock: in doubt it is looked at.
+constinit std::atomic<bool> poolIsFull{false};
+
+// REQUIRES the lock: others read meanwhile and do not add.
+void countOne(std::atomic<std::uint64_t>& counter) {
+  counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
 double percent(std::uint64_t part, std::uint64_t whole) {
   return whole == 0 ? 0.0 : static_cast<double>(part) * 100 / static_cast<double>(whole);
 }
@@ -82,7 +90,7 @@ ArenaRespMsg::createResponse(Kel::Ptr<Path const> const& prefix, long timestamp)
     std::lock_guard const guard(mutex_);
     msg = arenaPool.take();
     if (msg) {
-      arenaRecycleCount.fetch_add(1, std::memory_order_relaxed);
+      countOne(arenaRecycleCount);
       TOVAK_TRACE(debugHandler(), kPoolLevel, kCategory, "get from pool arenaMsgPtr:{}", fmt::ptr(msg.get()));
     }
   }
@@ -100,21 +108,16 @@ ArenaRespMsg::createResponse(Kel::Ptr<Path const> const& prefix, long timestamp)
 // The arena is emptied outside the lock: dropping a large response takes long, and the scheduler thread may
 // be waiting for a message.
 void ArenaRespMsg::Deleter::operator()(ArenaRespMsg* msg) const {
-  bool full = false;
-  {
-    std::lock_guard const guard(mutex_);
-    arenaReleaseCount.fetch_add(1, std::memory_order_relaxed);
-    full = arenaPool.isFull();
-  }
-  if (msg != nullptr && !full) {
+  bool const mayWait = msg != nullptr && !poolIsFull.load(std::memory_order_relaxed);
+  if (mayWait) {
     TOVAK_TRACE(debugHandler(), kPoolLevel, kCategory, "release to pool msg:{} {}", fmt::ptr(msg),
                 textOf(msg));
     msg->reset();
+  }
+  {
     std::lock_guard const guard(mutex_);
-    if (!arenaPool.isFull()) { // others may have filled it meanwhile
-      arenaPool.messages_.push_front(share(msg));
-      return;
-    }
+    countOne(arenaReleaseCount);
+    if (mayWait && arenaPool.put(msg)) return;
   }
   TOVAK_TRACE(debugHandler(), kPoolLevel, kCategory, "delete msg:{} {}", fmt::ptr(msg), textOf(msg));
   delete msg;
@@ -136,7 +139,15 @@ ArenaRespMsg::Ptr ArenaPool::take() {
   if (ARENA_POOL_SIZE == 0 || messages_.empty()) return nullptr;
   ArenaRespMsg::Ptr msg = std::move(messages_.front());
   messages_.pop_front();
+  poolIsFull.store(false, std::memory_order_relaxed);
   return msg;
+}
+
+bool ArenaPool::put(ArenaRespMsg* msg) {
+  bool const hasRoom = !isFull(); // others may have filled it meanwhile
+  if (hasRoom) messages_.push_front(share(msg));
+  poolIsFull.store(isFull(), std::memory_order_relaxed);
+  return hasRoom;
 }
 
 // The messages end by their deleter, which takes the lock: so they are destroyed after it has been given
@@ -147,6 +158,7 @@ void ArenaPool::purge() {
   {
     std::lock_guard const guard(ArenaRespMsg::mutex_);
     ARENA_POOL_SIZE = 0;
+    poolIsFull.store(true, std::memory_order_relaxed);
     waiting.swap(messages_);
   }
   waiting.clear();

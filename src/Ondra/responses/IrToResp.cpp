@@ -57,6 +57,11 @@ bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
   });
 }
 
+// The `leafPath` of the plan, at once. Ends the process where there is no memory: messages do not survive that.
+void nameLeaf(gnmi::Path& path, WalkRules::AttrPlan const& plan) noexcept {
+  path.add_elem()->mutable_name()->assign(plan.elem->name().view());
+}
+
 static_assert(WalkRules::kMostPlain < RespEncoder::kLeavesPerResponse);
 
 } // namespace
@@ -93,13 +98,15 @@ void RespEncoder::encodeNode(long timestamp, Kel::Ptr<Path const> const& prefix,
 void RespEncoder::encodeNode(PlainNode const& node) {
   auto made = ArenaRespMsg::createResponse(node.prefix.get(), node.timestamp);
   responses_.push_back(std::move(made.first));
-  made.second->mutable_update()->Reserve(static_cast<int>(node.leaves.size()));
+  auto& updates = *made.second->mutable_update();
+  updates.Reserve(static_cast<int>(node.leaves.size()));
   for (PlainLeaf const& leaf : node.leaves) {
-    bool const added = addUpdate(made.second, *leaf.plan->leafPath, [&leaf](gnmi::TypedValue& out) {
-      return extractScalar(*leaf.type, leaf.value, out);
-    });
-    if (!added) [[unlikely]]
+    gnmi::Update& update = *updates.Add();
+    nameLeaf(*update.mutable_path(), *leaf.plan);
+    if (!extractScalar(*leaf.type, leaf.plan->valueKind, leaf.value, *update.mutable_val())) [[unlikely]] {
+      updates.RemoveLast();
       leaveOut(node.timestamp, node.prefix.get(), leaf.plan->leafPath);
+    }
   }
 }
 

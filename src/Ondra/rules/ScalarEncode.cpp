@@ -59,9 +59,11 @@ bool extractScalar(gnmi::Notification* notification, Kel::Ptr<Kel::GenericIf con
   return tellScalar(value, sink);
 }
 
-bool extractScalar(Kel::TypeDesc const& type, void const* value, gnmi::TypedValue& out) {
+bool extractScalar(Kel::TypeDesc const& type, Kel::BuiltinKind kind, void const* value,
+                   gnmi::TypedValue& out) {
   MessageSink sink(out);
-  return tellScalar(type, value, sink);
+  return kind != Kel::BuiltinKind::None ? Impl::tellBuiltin(kind, value, sink)
+                                        : tellScalar(type, value, sink);
 }
 
 void base64Encode(char const* data, unsigned long size, std::string& out) {

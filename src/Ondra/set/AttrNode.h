@@ -271,9 +271,9 @@ private:
   AttrQueue children_;
 };
 
-// The way of the path inserted last in this phase, but for its last node. Its nodes were found fit to be
-// passed by this operation, and only deletes change that: a path that begins alike, as the next one of a
-// sorted request does, begins at the last node they share.
+// The way of a path inserted in this phase, but for its last node: of the last one, or of one before whose
+// way that went along. Its nodes were found fit to be passed by this operation, and only deletes change that:
+// a path that begins alike, as the next one of a sorted request does, begins at the last node they share.
 struct AttrTree::AttrNode::Trail {
   // A node, and its element taken apart: it is compared with each path that comes.
   struct Step {
