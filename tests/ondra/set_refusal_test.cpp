@@ -85,6 +85,7 @@ TEST(SetRefusal, Paths) {
       {del("/gauges"), "/gauges", "Element 'gauges' of Type 'Device' cannot be deleted"},
       {update(deep, one), "/x", "Path of 10000 elements is too long; at most 128 are supported"}};
   std::vector<Row> rows;
+  rows.reserve(refusals.size() + 1);
   for (Refusal const& refusal : refusals)
     rows.push_back({refusal.op.path.substr(0, 40), {refusal.op}, {}, notFound(refusal.at, refusal.message)});
   rows.push_back({"the first of several errors ends it",
@@ -105,6 +106,7 @@ TEST(SetRefusal, Values) {
       {update("/numbers", "leaflist_val { element { uint_val: 1 } element { int_val: 2 } }"), "/numbers",
        "Expected 'U32'; found 'int'"}};
   std::vector<Row> rows;
+  rows.reserve(refusals.size() + 1);
   for (Refusal const& refusal : refusals)
     rows.push_back({refusal.op.path, {refusal.op}, {}, badArgument(refusal.at, refusal.message)});
   run(rows);

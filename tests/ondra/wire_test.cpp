@@ -167,7 +167,8 @@ TEST(Wire, AKeptPrefixIsItsPath) {
   Kel::Bytes const elem("\x1a\a\n\5below");
   std::mt19937 random(1);
   std::vector<std::pair<Kel::Ptr<Ondra::Path>, Ondra::WirePrefix>> all;
-  for (int i = 0; i < 3000; ++i)
+  all.reserve(3000);
+  while (all.size() < all.capacity())
     all.emplace_back(path(random), Ondra::WirePrefix());
   for (int key = 0; key < 300; ++key) // more than a frame can number
     all.front().first->addElem()->keyIs(Kel::String(std::to_string(key)), Kel::String("v"));

@@ -5,6 +5,8 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -154,7 +156,9 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
 
 } // namespace
 
-TypePlan const& typePlan(Kel::KelType type) {
+namespace {
+
+TypePlan const& plannedOnce(Kel::KelType type) {
   using PlanPtr = std::unique_ptr<TypePlan>;
   using Plans = absl::flat_hash_map<Kel::TypeDesc const*, PlanPtr, absl::Hash<Kel::TypeDesc const*>,
                                     std::equal_to<Kel::TypeDesc const*>,
@@ -166,6 +170,17 @@ TypePlan const& typePlan(Kel::KelType type) {
     for (AttrPlan const& attr : plan->attrs)
       if (attr.leafPath) plansByPath().emplace(attr.leafPath.get(), &attr);
   }
+  return *plan;
+}
+
+} // namespace
+
+// Whatever walks or changes is of few types at a time, which are found without a hash.
+TypePlan const& typePlan(Kel::KelType type) {
+  static std::array<TypePlan const*, 64> recent{};
+  auto const address = reinterpret_cast<std::uintptr_t>(&type.desc());
+  TypePlan const*& plan = recent[address / sizeof(Kel::TypeDesc) % recent.size()];
+  if (plan == nullptr || !(plan->type == type)) plan = &plannedOnce(type);
   return *plan;
 }
 
