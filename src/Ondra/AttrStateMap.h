@@ -91,6 +91,8 @@ public:
   // The time of a change: the entry's, moved on (`AttrStateNode::updatedTimestamp`), or that of one which is
   // made.
   long changedTimestamp(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key);
+  // The same for a singular attribute by its position in the owner's type. Not traced.
+  long changedSingular(std::size_t position);
   // There is an entry.
   [[nodiscard]] bool has(Kel::AttributeId id, Kel::Ptr<Kel::GenericIf const> const& key) const;
   // The time of a singular attribute by its position in the owner's type; 0: it has no entry.
@@ -167,10 +169,12 @@ private:
   void timeIs(std::size_t position, long time) const;
   long makeCommon(std::uint64_t positions);
   [[nodiscard]] long nodeTime(std::size_t position) const noexcept;
-  // The position of a singular attribute of the owner; nothing for what is found by hash.
-  [[nodiscard]] std::optional<std::size_t> positionOf(Kel::AttributeId id, Key const& key) const noexcept;
+  // The position of a singular attribute of the owner; `kNowhere` for what is found by hash. (An optional is
+  // returned through memory, written in two parts and read as one, which costs more than what is asked.)
+  static constexpr std::size_t kNowhere = ~std::size_t{0};
+  [[nodiscard]] std::size_t positionOf(Kel::AttributeId id, Key const& key) const noexcept;
   // Likewise, when its time may be handled without its node: reading one is traced.
-  [[nodiscard]] std::optional<std::size_t> untraced(Kel::AttributeId id, Key const& key) const;
+  [[nodiscard]] std::size_t untraced(Kel::AttributeId id, Key const& key) const;
   // The node of a singular attribute that has a time.
   AttrStateNode const& nodeOf(Kel::AttributeId id, std::size_t position) const;
   Block& block() const;

@@ -133,15 +133,15 @@ AttrStateNodes& AttrStateMap::nodes() const {
 
 // --- times of singular attributes ----------------------------------------------------------------------
 
-std::optional<std::size_t> AttrStateMap::positionOf(Kel::AttributeId id, Key const& key) const noexcept {
-  if (key || owner_ == nullptr || !owner_->objectType()) return std::nullopt;
+std::size_t AttrStateMap::positionOf(Kel::AttributeId id, Key const& key) const noexcept {
+  if (key || owner_ == nullptr || !owner_->objectType()) return kNowhere;
   auto const& byId = owner_->objectType().desc().byId;
   auto const at = static_cast<std::size_t>(id);
-  return at < byId.size() && byId[at] != nullptr ? std::optional<std::size_t>(byId[at]->index) : std::nullopt;
+  return at < byId.size() && byId[at] != nullptr ? byId[at]->index : kNowhere;
 }
 
-std::optional<std::size_t> AttrStateMap::untraced(Kel::AttributeId id, Key const& key) const {
-  return trace().isOn(9) ? std::nullopt : positionOf(id, key);
+std::size_t AttrStateMap::untraced(Kel::AttributeId id, Key const& key) const {
+  return trace().isOn(9) ? kNowhere : positionOf(id, key);
 }
 
 void AttrStateMap::timeIs(std::size_t position, long time) const {
@@ -200,28 +200,33 @@ AttrStateNode const& AttrStateMap::nodeOf(Kel::AttributeId id, std::size_t posit
 
 long AttrStateMap::timestampOf(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
-  auto const position = untraced(id, rawKey);
-  if (!position) return getAttrState(id, rawKey).effectiveTimestamp();
-  if (timeAt(*position) == 0) timeIs(*position, loopTime());
-  return singularTimestamp(*position);
+  std::size_t const position = untraced(id, rawKey);
+  if (position == kNowhere) return getAttrState(id, rawKey).effectiveTimestamp();
+  if (timeAt(position) == 0) timeIs(position, loopTime());
+  return singularTimestamp(position);
 }
 
 long AttrStateMap::changedTimestamp(Kel::AttributeId rawId, Key const& rawKey) {
   Kel::AttributeId const id = absoluteId(rawId);
-  auto const position = untraced(id, rawKey);
-  if (!position || timeAt(*position) == kInNode) {
-    AttrStateNode const* const known = queryAttrState(id, rawKey);
-    return known != nullptr ? known->updatedTimestamp() : getAttrState(id, rawKey).effectiveTimestamp();
-  }
-  long const time = timeAt(*position);
-  timeIs(*position, time == 0 ? loopTime() : laterThan(time));
-  return timeAt(*position);
+  if (std::size_t const position = untraced(id, rawKey); position != kNowhere)
+    return changedSingular(position);
+  AttrStateNode const* const known = queryAttrState(id, rawKey);
+  return known != nullptr ? known->updatedTimestamp() : getAttrState(id, rawKey).effectiveTimestamp();
+}
+
+long AttrStateMap::changedSingular(std::size_t position) {
+  long const time = timeAt(position);
+  if (time == kInNode) [[unlikely]]
+    return nodeOf(owner_->objectType().attrAt(position).id(), position).updatedTimestamp();
+  long const now = time == 0 ? loopTime() : laterThan(time);
+  timeIs(position, now);
+  return now;
 }
 
 bool AttrStateMap::has(Kel::AttributeId rawId, Key const& rawKey) const {
   Kel::AttributeId const id = absoluteId(rawId);
-  auto const position = untraced(id, rawKey);
-  return position ? timeAt(*position) != 0 : queryAttrState(id, rawKey) != nullptr;
+  std::size_t const position = untraced(id, rawKey);
+  return position != kNowhere ? timeAt(position) != 0 : queryAttrState(id, rawKey) != nullptr;
 }
 
 // --- nodes ---------------------------------------------------------------------------------------------
@@ -231,10 +236,10 @@ AttrStateNode const& AttrStateMap::getAttrState(Kel::AttributeId rawId, Key cons
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNode const* node = nullptr;
   bool made = false;
-  if (auto const position = positionOf(id, key)) {
-    made = timeAt(*position) == 0;
-    if (made) timeIs(*position, loopTime());
-    node = &nodeOf(id, *position);
+  if (std::size_t const position = positionOf(id, key); position != kNowhere) {
+    made = timeAt(position) == 0;
+    if (made) timeIs(position, loopTime());
+    node = &nodeOf(id, position);
   } else {
     std::tie(node, made) = nodes().emplace(id, key);
   }
@@ -249,8 +254,8 @@ AttrStateNode const* AttrStateMap::queryAttrState(Kel::AttributeId rawId, Key co
   Kel::AttributeId const id = absoluteId(rawId);
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNode const* node = nullptr;
-  if (auto const position = positionOf(id, key))
-    node = timeAt(*position) == 0 ? nullptr : &nodeOf(id, *position);
+  if (std::size_t const position = positionOf(id, key); position != kNowhere)
+    node = timeAt(position) == 0 ? nullptr : &nodeOf(id, position);
   else if (AttrStateNodes const* const nodes = nodesSoFar())
     node = nodes->find({id, key});
   if (node != nullptr)
@@ -265,9 +270,9 @@ std::optional<long> AttrStateMap::delAttrState(Kel::AttributeId rawId, Key const
   Key const key = resolveGifKeyPtr(rawKey);
   AttrStateNodes* const nodes = nodesSoFar();
   bool erased = nodes != nullptr && nodes->erase({id, key});
-  if (auto const position = positionOf(id, key)) {
-    erased = timeAt(*position) != 0;
-    timeIs(*position, 0);
+  if (std::size_t const position = positionOf(id, key); position != kNowhere) {
+    erased = timeAt(position) != 0;
+    timeIs(position, 0);
   }
   if (!erased) {
     TOVAK_TRACE(trace(), 9, kCategory, "{} does not exist", AttrStateNode(id, key).keyString(owner_));

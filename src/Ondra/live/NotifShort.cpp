@@ -19,7 +19,7 @@ bool KelTypeNotifWalker::tellOwnLeaf(GifGnmiNotifiee& notifiee, Kel::PtrInterfac
   if (value == nullptr ||
       (plan.isEntityName && plan.isText && static_cast<Kel::String const*>(value)->empty()))
     return false;
-  long const timestamp = notifiee.attrStates().changedTimestamp(attr.id(), nullptr);
+  long const timestamp = notifiee.attrStates().changedSingular(attr.desc().index);
   PlainLeaf const leaf{timestamp, &plan, plan.valueType, value};
   ResponsePath const path(notifiee.prefixPath());
   WirePlace const place{notifiee.wirePrefix()};
