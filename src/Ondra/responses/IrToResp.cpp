@@ -57,7 +57,8 @@ bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
   });
 }
 
-// The `leafPath` of the plan, at once. Ends the process where there is no memory: messages do not survive that.
+// The `leafPath` of the plan, at once. Ends the process where there is no memory: messages do not survive
+// that.
 void nameLeaf(gnmi::Path& path, WalkRules::AttrPlan const& plan) noexcept {
   path.add_elem()->mutable_name()->assign(plan.elem->name().view());
 }
