@@ -106,7 +106,7 @@ TEST(SetRefusal, Values) {
       {update("/numbers", "leaflist_val { element { uint_val: 1 } element { int_val: 2 } }"), "/numbers",
        "Expected 'U32'; found 'int'"}};
   std::vector<Row> rows;
-  rows.reserve(refusals.size() + 1);
+  rows.reserve(refusals.size());
   for (Refusal const& refusal : refusals)
     rows.push_back({refusal.op.path, {refusal.op}, {}, badArgument(refusal.at, refusal.message)});
   run(rows);

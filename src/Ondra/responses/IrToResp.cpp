@@ -34,27 +34,21 @@ bool fill(gnmi::Notification* notification, IrLeaf::LeafList const& values, gnmi
   });
 }
 
-// Adds an update, filled by `fill`, which says whether a message can hold the value; else takes it back.
-template <class Fill>
-bool addUpdate(gnmi::Notification* notification, Path const& path, Fill const& fill) {
-  gnmi::Update* const update = notification->add_update();
-  path.copyToGnmiPath(update->mutable_path());
-  if (fill(*update->mutable_val())) [[likely]]
-    return true;
-  notification->mutable_update()->RemoveLast();
-  return false;
-}
-
+// False when no message can hold the value: nothing is added then.
 bool addLeaf(gnmi::Notification* notification, IrLeaf const& leaf) {
   auto const* const one = std::get_if<IrLeaf::Handle>(&leaf.value);
   if (one != nullptr && !*one) {
     KelGnmiUtils::pushDelete(*notification, leaf.leafPath);
     return true;
   }
-  return addUpdate(notification, *leaf.leafPath, [&](gnmi::TypedValue& out) {
-    return std::visit([&](auto const& value) { return fill(notification, value, out); },
-                      leaf.value); // throws for a leaf without a value
-  });
+  gnmi::Update* const update = notification->add_update();
+  leaf.leafPath->copyToGnmiPath(update->mutable_path());
+  bool const isFilled =
+      std::visit([&](auto const& value) { return fill(notification, value, *update->mutable_val()); },
+                 leaf.value); // throws for a leaf without a value
+  if (!isFilled) [[unlikely]]
+    notification->mutable_update()->RemoveLast();
+  return isFilled;
 }
 
 // The `leafPath` of the plan, at once. Ends the process where there is no memory: messages do not survive

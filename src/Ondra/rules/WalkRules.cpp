@@ -154,10 +154,6 @@ std::unique_ptr<TypePlan> makePlan(Kel::KelType type) {
   return plan;
 }
 
-} // namespace
-
-namespace {
-
 TypePlan const& plannedOnce(Kel::KelType type) {
   using PlanPtr = std::unique_ptr<TypePlan>;
   using Plans = absl::flat_hash_map<Kel::TypeDesc const*, PlanPtr, absl::Hash<Kel::TypeDesc const*>,
